@@ -1,0 +1,100 @@
+#include <algorithm>
+
+#include "Boundary.h"
+#include "ContainerFile.h"
+#include "InformationMemory.h"
+#include "Library.h"
+#include "Logger.h"
+#include "Paths.h"
+#include "SystemTime.h"
+#include "Text.h"
+
+namespace companion {
+namespace {
+
+// A listing asks for every container: everything needed stands in the last few hundred bytes.
+constexpr std::size_t blockBytes = 16 * 1024;
+
+// Only the sync client's placeholder is on this machine; reading it would fetch the content.
+bool IsElsewhere(const WIN32_FIND_DATAW& rawEntry) {
+    constexpr DWORD recallOnOpen = 0x00040000;
+    constexpr DWORD recallOnDataAccess = 0x00400000;
+    return (rawEntry.dwFileAttributes & (FILE_ATTRIBUTE_OFFLINE | recallOnOpen | recallOnDataAccess)) != 0;
+}
+
+bool CanBeContainer(const WIN32_FIND_DATAW& rawEntry) {
+    constexpr DWORD smallestZip = 22;
+    return !(rawEntry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) &&
+           (rawEntry.nFileSizeHigh != 0 || rawEntry.nFileSizeLow > smallestZip);
+}
+
+// The archive library hands out every name with composed accents. When the file itself has the same name with decomposed
+// ones, as some sync clients write them, that is the form to show: it is the one that the name's owner looks for.
+std::wstring InFormOf(const std::wstring& containerPath, const std::wstring& storedName) {
+    constexpr std::size_t extensionUnits = 4;  // ".zip"
+    const std::wstring fileName = containerPath.substr(FolderOf(containerPath).size() + 1);
+    const std::wstring stem = fileName.substr(0, fileName.size() - std::min(fileName.size(), extensionUnits));
+    const bool sameName = EqualIgnoringCase(stem, storedName);
+    return !sameName && EqualIgnoringCase(Composed(stem), Composed(storedName)) ? stem : storedName;
+}
+
+// Sets certain to false when nothing is known: the file could not be read just now.
+std::optional<ContainerEntry> ReadEntry(const char* containerPathUtf8, bool& certain) {
+    const std::wstring path = FullPath(FromUtf8(containerPathUtf8));
+    ContainerFile container(path, blockBytes);
+    certain = false;
+    if (container.OpenError() != 0)
+        return std::nullopt;
+    auto entry = container.FirstEntry();
+    if (entry && !container.IsLastEntry())
+        entry.reset();
+    if (entry)
+        entry->name = InFormOf(path, entry->name);
+    certain = container.ReadError() == 0;
+    return entry;
+}
+
+std::optional<ContainerEntry> Information(const char* containerPathUtf8, const WIN32_FIND_DATAW* rawEntry) {
+    static InformationMemory memory;
+    bool certain = false;
+    if (!rawEntry)
+        return ReadEntry(containerPathUtf8, certain);
+    if (!CanBeContainer(*rawEntry))
+        return std::nullopt;
+    if (const auto known = memory.Find(containerPathUtf8, *rawEntry))
+        return *known;
+    if (IsElsewhere(*rawEntry))
+        return std::nullopt;
+    auto entry = ReadEntry(containerPathUtf8, certain);
+    if (certain)
+        memory.Keep(containerPathUtf8, *rawEntry, entry);
+    return entry;
+}
+
+}  // namespace
+
+std::int32_t GetFileInformation(const char* containerPathUtf8, IHvcStringW** storedName, std::uint64_t* plainSize,
+                                const WIN32_FIND_DATAW* rawEntry, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess,
+                                SYSTEMTIME* creation) {
+    return AtBoundary([&] {
+        if (!containerPathUtf8 || !*containerPathUtf8 || !storedName || !plainSize || !lastWrite || !lastAccess || !creation)
+            return 0;
+        std::optional<ContainerEntry> entry;
+        try {
+            entry = Information(containerPathUtf8, rawEntry);
+        } catch (const CQuelcryptErrorException& error) {
+            // One file that cannot be told about must not end a whole listing.
+            LogLine(LogLevel_Warning, FromUtf8Lossy(containerPathUtf8) + L": " + error.GetDescription());
+        }
+        if (!entry)
+            return 0;
+        *storedName = new CHvcStringWImpl(entry->name.c_str());
+        *plainSize = entry->plainSize;
+        *lastWrite = SystemTimeOf(entry->lastWrite);
+        *lastAccess = SystemTimeOf(entry->lastAccess);
+        *creation = SystemTimeOf(entry->creation);
+        return 1;
+    });
+}
+
+}  // namespace companion

@@ -1,0 +1,225 @@
+#include "Settings.h"
+
+#include <algorithm>
+#include <functional>
+#include <initializer_list>
+
+#include <nlohmann/json.hpp>
+
+#include "Paths.h"
+#include "PlacedJson.h"
+#include "Text.h"
+#include "quelcrypt/QuelcryptLib.h"
+
+namespace companion {
+namespace {
+
+using nlohmann::json;
+
+// Reads the values of one document; every complaint names its place.
+class SettingsReader {
+public:
+    SettingsReader(const PlacedJson& document, const std::wstring& baseFolder)
+        : m_document(document), m_baseFolder(baseFolder) {}
+
+    Settings Read() {
+        const json& root = m_document.root;
+        OnlyMembers(root, {}, {"folders", "passwords", "defaultKey", "exclude", "log"});
+        ForEach(root, {}, "folders", [this](const json& value, const JsonPath& path) { ReadFolder(value, path); });
+        if (const json* passwords = Member(root, "passwords"))
+            ReadPasswords(*passwords, {"passwords"});
+        if (Member(root, "defaultKey")) {
+            m_settings.defaultKey = Text(root, {}, "defaultKey");
+            if (!m_settings.defaultKey.empty() && !m_settings.passwords.contains(m_settings.defaultKey))
+                Complain({"defaultKey"}, "no password is given for this key");
+        }
+        ForEach(root, {}, "exclude", [this](const json& value, const JsonPath& path) {
+            m_settings.excluded.push_back(FromUtf8(AsText(value, path)));
+        });
+        if (const json* log = Member(root, "log"))
+            ReadLog(*log, {"log"});
+        return std::move(m_settings);
+    }
+
+private:
+    [[noreturn]] void Complain(const JsonPath& path, const std::string& reason) const {
+        throw SettingsError(m_document.PlaceOf(path) + reason);
+    }
+
+    static const json* Member(const json& object, const char* name) {
+        const auto found = object.find(name);
+        return found == object.end() ? nullptr : &*found;
+    }
+
+    static JsonPath Below(JsonPath path, const std::string& member) {
+        path.push_back(member);
+        return path;
+    }
+
+    // A misspelt member would otherwise be a setting that silently does not hold.
+    void OnlyMembers(const json& object, const JsonPath& path, std::initializer_list<std::string_view> known) const {
+        if (!object.is_object())
+            Complain(path, "an object is expected here");
+        for (const auto& member : object.items()) {
+            if (std::find(known.begin(), known.end(), member.key()) == known.end())
+                Complain(Below(path, member.key()), "\"" + member.key() + "\" is not known here");
+        }
+    }
+
+    std::string AsText(const json& value, const JsonPath& path) const {
+        if (!value.is_string())
+            Complain(path, "a text is expected here");
+        const auto& text = value.get_ref<const std::string&>();
+        if (text.find('\0') != std::string::npos)
+            Complain(path, "a text must not contain the character 0");
+        return text;
+    }
+
+    std::string Text(const json& object, const JsonPath& path, const char* name) const {
+        const json* const value = Member(object, name);
+        return value ? AsText(*value, Below(path, name)) : std::string();
+    }
+
+    std::optional<std::string> OptionalText(const json& object, const JsonPath& path, const char* name) const {
+        if (!Member(object, name))
+            return std::nullopt;
+        return Text(object, path, name);
+    }
+
+    void ForEach(const json& object, const JsonPath& path, const char* name,
+                 const std::function<void(const json&, const JsonPath&)>& read) const {
+        const json* const list = Member(object, name);
+        if (!list)
+            return;
+        const JsonPath listPath = Below(path, name);
+        if (!list->is_array())
+            Complain(listPath, "a list is expected here");
+        for (std::size_t index = 0; index < list->size(); ++index)
+            read((*list)[index], Below(listPath, std::to_string(index)));
+    }
+
+    void ReadFolder(const json& value, const JsonPath& path) {
+        OnlyMembers(value, path, {"name", "path", "type", "owner", "policy", "targetKey"});
+        ConfiguredFolder folder;
+        folder.name = Text(value, path, "name");
+        if (Member(value, "name"))
+            CheckName(folder.name, Below(path, "name"));
+        const std::string folderPath = Text(value, path, "path");
+        if (folderPath.empty())
+            Complain(Member(value, "path") ? Below(path, "path") : path, "a folder must have a path");
+        folder.path = FullPath(FromUtf8(folderPath), m_baseFolder);
+        for (const ConfiguredFolder& other : m_settings.folders) {
+            if (EqualIgnoringCase(other.path, folder.path))
+                Complain(Below(path, "path"), "this path has an entry already");
+        }
+        if (Member(value, "type"))
+            folder.type = FolderType(Text(value, path, "type"), Below(path, "type"));
+        folder.owner = OptionalText(value, path, "owner");
+        folder.policy = OptionalText(value, path, "policy");
+        folder.targetKey = OptionalText(value, path, "targetKey");
+        m_settings.folders.push_back(std::move(folder));
+    }
+
+    void CheckName(const std::string& name, const JsonPath& path) const {
+        if (name.empty())
+            Complain(path, "the name is empty");
+        if (name.find_first_of("\\/:*?\"<>|") != std::string::npos)
+            Complain(path, "a name cannot contain any of \\ / : * ? \" < > |");
+        for (const ConfiguredFolder& other : m_settings.folders) {
+            if (EqualIgnoringCase(FromUtf8(other.name), FromUtf8(name)))
+                Complain(path, "another folder has this name");
+        }
+    }
+
+    ProtectedFolderType FolderType(const std::string& text, const JsonPath& path) const {
+        if (text == "general")
+            return PFT_General;
+        if (text == "dropbox")
+            return PFT_Dropbox;
+        Complain(path, "the type is \"general\" or \"dropbox\"");
+    }
+
+    void ReadPasswords(const json& passwords, const JsonPath& path) {
+        if (!passwords.is_object())
+            Complain(path, "an object is expected here: a password for each target key");
+        for (const auto& member : passwords.items()) {
+            const JsonPath place = Below(path, member.key());
+            const std::string password = AsText(member.value(), place);
+            if (member.key().empty())
+                Complain(place, "a target key must have a name");
+            if (password.empty())
+                Complain(place, "the password is empty");
+            m_settings.passwords.emplace(member.key(), password);
+        }
+    }
+
+    void ReadLog(const json& log, const JsonPath& path) {
+        OnlyMembers(log, path, {"file", "level"});
+        const std::string file = Text(log, path, "file");
+        if (file.empty())
+            Complain(path, "a log must have a file; \"-\" is standard error");
+        m_settings.logFile = file == "-" ? L"-" : FullPath(FromUtf8(file), m_baseFolder);
+        m_settings.logLevel = LogLevel_Warning;
+        if (Member(log, "level"))
+            m_settings.logLevel = Level(Text(log, path, "level"), Below(path, "level"));
+    }
+
+    std::uint32_t Level(const std::string& text, const JsonPath& path) const {
+        constexpr std::pair<std::string_view, std::uint32_t> levels[] = {{"off", 0},
+                                                                         {"error", LogLevel_Error},
+                                                                         {"warning", LogLevel_Warning},
+                                                                         {"information", LogLevel_Information},
+                                                                         {"trace", LogLevel_Trace}};
+        for (const auto& [name, level] : levels) {
+            if (text == name)
+                return level;
+        }
+        Complain(path, "the level is \"off\", \"error\", \"warning\", \"information\" or \"trace\"");
+    }
+
+    const PlacedJson& m_document;
+    const std::wstring& m_baseFolder;
+    Settings m_settings;
+};
+
+// asCompared gives a folder's path the form that fullPath has.
+std::optional<BoxSettings> NearestBox(const std::vector<ConfiguredFolder>& folders, const std::wstring& fullPath,
+                                      const std::function<std::wstring(const std::wstring&)>& asCompared) {
+    std::vector<const ConfiguredFolder*> ancestors;
+    for (const ConfiguredFolder& folder : folders) {
+        if (IsWithin(fullPath, asCompared(folder.path)))
+            ancestors.push_back(&folder);
+    }
+    if (ancestors.empty())
+        return std::nullopt;
+    std::stable_sort(ancestors.begin(), ancestors.end(), [](const ConfiguredFolder* left, const ConfiguredFolder* right) {
+        return left->path.size() > right->path.size();
+    });
+
+    const auto nearest = [&ancestors](std::optional<std::string> ConfiguredFolder::*field) {
+        for (const ConfiguredFolder* folder : ancestors) {
+            if (folder->*field)
+                return *(folder->*field);
+        }
+        return std::string();
+    };
+    return BoxSettings{nearest(&ConfiguredFolder::owner), nearest(&ConfiguredFolder::policy),
+                       nearest(&ConfiguredFolder::targetKey)};
+}
+
+}  // namespace
+
+std::optional<BoxSettings> Settings::BoxOf(const std::wstring& fullPath) const {
+    return NearestBox(folders, fullPath, [](const std::wstring& path) { return path; });
+}
+
+std::optional<BoxSettings> Settings::BoxOfAnsi(const std::wstring& fullPath) const {
+    return NearestBox(folders, fullPath, [](const std::wstring& path) { return FromAnsi(ToAnsi(path)); });
+}
+
+Settings ParseSettings(std::string_view text, const std::wstring& baseFolder) {
+    const PlacedJson document(text);
+    return SettingsReader(document, baseFolder).Read();
+}
+
+}  // namespace companion

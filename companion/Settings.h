@@ -1,0 +1,57 @@
+// What one configuration file says. Read once, never changed; docs/companion.md describes the file.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "quelcrypt/IVirtualVolume.h"
+
+namespace companion {
+
+// Why a configuration file cannot be used: "(line,column): reason". Never quotes the file: it holds passwords.
+class SettingsError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// One configured folder. A field that is not there is inherited; an empty one ends what would be inherited.
+struct ConfiguredFolder {
+    std::wstring path;  // as FullPath makes it
+    std::string name;   // of the protected folder, UTF-8; empty: this entry only sets fields
+    ProtectedFolderType type = PFT_General;
+    std::optional<std::string> owner;
+    std::optional<std::string> policy;
+    std::optional<std::string> targetKey;
+};
+
+// What holds for a folder, UTF-8; empty: not set.
+struct BoxSettings {
+    std::string owner;
+    std::string policy;
+    std::string targetKey;
+};
+
+struct Settings {
+    std::vector<ConfiguredFolder> folders;         // in the file's order
+    std::map<std::string, std::string> passwords;  // UTF-8, by target key
+    std::string defaultKey;
+    std::vector<std::wstring> excluded;  // patterns of file names
+    std::wstring logFile;                // full path; "-": standard error; empty: none
+    std::uint32_t logLevel = 0;          // a LogLevel; 0: nothing
+
+    // The values for a folder or file, each from the nearest configured folder that has it. Nothing when the path lies in
+    // no configured folder.
+    std::optional<BoxSettings> BoxOf(const std::wstring& fullPath) const;
+    // The same for a path that was written in the machine's ANSI code page, and perhaps lost letters there.
+    std::optional<BoxSettings> BoxOfAnsi(const std::wstring& fullPath) const;
+};
+
+// Paths in text count from baseFolder. Throws SettingsError.
+Settings ParseSettings(std::string_view text, const std::wstring& baseFolder);
+
+}  // namespace companion

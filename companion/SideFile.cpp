@@ -1,0 +1,185 @@
+#include "SideFile.h"
+
+#include <atomic>
+#include <cstddef>
+#include <cstring>
+#include <cwchar>
+#include <new>
+#include <vector>
+
+#include "Boundary.h"
+#include "Paths.h"
+
+namespace companion {
+namespace {
+
+constexpr const wchar_t* sideFolderName = L".HalvaneCloud";
+constexpr const wchar_t* sideFilePattern = L"container-*.part";
+
+std::wstring NewSideFileName() {
+    static std::atomic<unsigned> counter{0};
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    wchar_t name[64];
+    swprintf(name, std::size(name), L"container-%lx-%lx%08lx-%x.part", GetCurrentProcessId(), now.dwHighDateTime,
+             now.dwLowDateTime, ++counter);
+    return name;
+}
+
+// Those of dead processes. A living writer's is younger than a day or open, and an open one cannot be deleted.
+void RemoveStaleFiles(const std::wstring& folder) {
+    constexpr std::uint64_t dayLength = 864'000'000'000;  // in FILETIME units
+    const auto joined = [](const FILETIME& time) {
+        return (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
+    };
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    WIN32_FIND_DATAW found;
+    const HANDLE search = FindFirstFileW(OpenablePath(folder + L'\\' + sideFilePattern).c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE)
+        return;
+    do {
+        if (joined(found.ftLastWriteTime) + dayLength < joined(now))
+            DeleteFileW(OpenablePath(folder + L'\\' + found.cFileName).c_str());
+    } while (FindNextFileW(search, &found));
+    FindClose(search);
+}
+
+// Throws when the target is one that must not be replaced. The attributes to keep; 0 when there is no target.
+DWORD AttributesToKeep(const std::wstring& targetPath) {
+    const DWORD attributes = GetFileAttributesW(OpenablePath(targetPath).c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES)
+        return 0;
+    if (attributes & FILE_ATTRIBUTE_DIRECTORY)
+        Fail(L"There is a folder in place of the container");
+    if (attributes & FILE_ATTRIBUTE_READONLY)
+        Fail(L"The container is read-only");
+    return attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+}
+
+// Succeeds where the plain replace does not: while others have the target open and allow its deletion, as readers do.
+// Only some file systems of newer systems can do it.
+bool ReplaceOpened(const std::wstring& from, const std::wstring& to) {
+    // Missing from older system headers: FileRenameInfoEx with the flags "replace" and "as in POSIX".
+    constexpr auto renameInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
+    constexpr DWORD replaceAsInPosix = 0x1 | 0x2;
+    const Handle file(CreateFileW(from.c_str(), DELETE | SYNCHRONIZE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                  FILE_FLAG_WRITE_THROUGH, nullptr));
+    if (!file)
+        return false;
+    const std::size_t nameBytes = to.size() * sizeof(wchar_t);
+    std::vector<std::byte> buffer(sizeof(FILE_RENAME_INFO) + nameBytes);
+    auto* const rename = new (buffer.data()) FILE_RENAME_INFO{};
+    std::memcpy(buffer.data(), &replaceAsInPosix, sizeof(replaceAsInPosix));
+    rename->FileNameLength = static_cast<DWORD>(nameBytes);
+    std::memcpy(buffer.data() + offsetof(FILE_RENAME_INFO, FileName), to.data(), nameBytes);
+    return SetFileInformationByHandle(file.Get(), renameInfoEx, rename, static_cast<DWORD>(buffer.size())) != FALSE;
+}
+
+// Another writer may remove the empty folder between our making it and using it; or its removal is still under way.
+bool IsRemovalOfTheFolder(DWORD error) {
+    return error == ERROR_PATH_NOT_FOUND || error == ERROR_FILE_NOT_FOUND || error == ERROR_ACCESS_DENIED ||
+           error == ERROR_DELETE_PENDING;
+}
+
+// A Win32 error; 0 when the target is replaced. Virus scanners, indexers, sync clients and readers hold a file for moments.
+DWORD Replace(const std::wstring& from, const std::wstring& to) {
+    constexpr DWORD pausesMs[] = {10, 20, 40, 80, 150, 300, 500, 1000, 0};
+    DWORD error = 0;
+    for (const DWORD pauseMs : pausesMs) {
+        if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+            return 0;
+        error = GetLastError();
+        if (error != ERROR_SHARING_VIOLATION && error != ERROR_LOCK_VIOLATION && error != ERROR_ACCESS_DENIED)
+            break;
+        if (ReplaceOpened(from, to))
+            return 0;
+        Sleep(pauseMs);
+    }
+    return error;
+}
+
+}  // namespace
+
+SideFile::SideFile(const std::wstring& targetPath)
+    : m_targetPath(targetPath), m_folderPath(FolderOf(targetPath) + L'\\' + sideFolderName) {
+    AttributesToKeep(targetPath);
+    CreateAside();
+}
+
+SideFile::~SideFile() {
+    Remove();
+}
+
+void SideFile::CreateAside() {
+    constexpr int attempts = 20;
+    DWORD error = 0;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+        error = TryToCreateAside();
+        if (!IsRemovalOfTheFolder(error))
+            break;
+        Sleep(static_cast<DWORD>(attempt));
+    }
+    if (error == 0)
+        return;
+    RemoveDirectoryW(OpenablePath(m_folderPath).c_str());
+    FailWithError(L"The container's folder cannot be written", error);
+}
+
+DWORD SideFile::TryToCreateAside() {
+    if (!CreateDirectoryW(OpenablePath(m_folderPath).c_str(), nullptr)) {
+        if (const DWORD error = GetLastError(); error != ERROR_ALREADY_EXISTS)
+            return error;
+        RemoveStaleFiles(m_folderPath);
+    }
+    const std::wstring path = m_folderPath + L'\\' + NewSideFileName();
+    m_file = Handle(CreateFileW(OpenablePath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
+                                FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!m_file)
+        return GetLastError();
+    m_path = path;
+    return 0;
+}
+
+DWORD SideFile::Write(const void* data, std::size_t length) {
+    DWORD written = 0;
+    if (!WriteFile(m_file.Get(), data, static_cast<DWORD>(length), &written, nullptr))
+        return GetLastError();
+    return written == length ? 0 : ERROR_DISK_FULL;
+}
+
+void SideFile::PutInPlace(std::uint32_t attributes) {
+    constexpr std::uint32_t carried = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+    if (!FlushFileBuffers(m_file.Get()))
+        FailWithError(L"The container cannot be written", GetLastError());
+    m_file.Close();
+
+    const std::wstring from = OpenablePath(m_path);
+    const std::uint32_t wanted = AttributesToKeep(m_targetPath) | (attributes & carried);
+    if (wanted != 0 && !SetFileAttributesW(from.c_str(), wanted | FILE_ATTRIBUTE_ARCHIVE))
+        FailWithError(L"The container's attributes cannot be set", GetLastError());
+    if (const DWORD error = Replace(from, OpenablePath(m_targetPath)))
+        FailWithError(L"The container cannot be replaced", error);
+    m_path.clear();
+    Remove();
+}
+
+void SideFile::Remove() noexcept {
+    m_file.Close();
+    try {
+        if (!m_path.empty()) {
+            const std::wstring path = OpenablePath(m_path);
+            if (!DeleteFileW(path.c_str()) && GetLastError() == ERROR_ACCESS_DENIED) {
+                SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+                DeleteFileW(path.c_str());
+            }
+            m_path.clear();
+        }
+        // Fails, as it should, while it holds anything.
+        RemoveDirectoryW(OpenablePath(m_folderPath).c_str());
+    } catch (...) {
+        // No memory for the path: the file stays aside, where nothing takes it for a container.
+    }
+}
+
+}  // namespace companion

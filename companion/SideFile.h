@@ -1,0 +1,40 @@
+// A file that is written aside and then put in place of its target by one rename, so that the target is always the old
+// file or the new one, whole. Aside is the folder ".HalvaneCloud" beside the target: on the same disk, and under a name
+// that is never listed. A side file that a dead process left there is never read; the next writer removes it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "Handle.h"
+
+namespace companion {
+
+class SideFile {
+public:
+    // Throws CQuelcryptErrorException when the folder cannot be written or the target is read-only or a folder.
+    explicit SideFile(const std::wstring& targetPath);
+    // Removes the side file unless it was put in place, and the folder when it is empty.
+    ~SideFile();
+    SideFile(const SideFile&) = delete;
+    SideFile& operator=(const SideFile&) = delete;
+
+    // A Win32 error; 0 when everything was written.
+    DWORD Write(const void* data, std::size_t length);
+
+    // Replaces the target, after everything has reached the disk. The target keeps the hidden, system and read-only
+    // attributes that it has and gets those of attributes. Throws CQuelcryptErrorException, and the target is as it was.
+    void PutInPlace(std::uint32_t attributes);
+
+private:
+    void CreateAside();
+    DWORD TryToCreateAside();  // a Win32 error; 0 when the file is there
+    void Remove() noexcept;
+
+    std::wstring m_targetPath;
+    std::wstring m_folderPath;
+    std::wstring m_path;  // of the side file; empty once it is gone
+    Handle m_file;
+};
+
+}  // namespace companion

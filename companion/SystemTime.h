@@ -1,0 +1,15 @@
+// Times as a container stores them: whole seconds since 1970, UTC, from 1970 to 2106.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+#include <windows.h>
+
+namespace companion {
+
+// Nothing for null and for what is no date. A time outside the range becomes its nearest end.
+std::optional<std::int64_t> StoredTime(const SYSTEMTIME* time);
+SYSTEMTIME SystemTimeOf(std::int64_t storedTime);
+
+}  // namespace companion

@@ -1,0 +1,31 @@
+// UTF-8 stands at the boundary and in files, UTF-16 inside.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace companion {
+
+// These two throw CQuelcryptErrorException, "Cannot decode" and "Cannot encode".
+std::wstring FromUtf8(std::string_view text);
+std::string ToUtf8(std::wstring_view text);
+
+// For logs: what cannot be converted becomes U+FFFD.
+std::wstring FromUtf8Lossy(std::string_view text);
+std::string ToUtf8Lossy(std::wstring_view text);
+
+// As most of its old programs, Windows writes some texts in the machine's ANSI code page.
+std::wstring FromAnsi(std::string_view text);
+std::string ToAnsi(std::wstring_view text);
+
+// "Access denied. Error code: 5"
+std::wstring SystemErrorText(std::uint32_t error);
+
+// Do two names, or paths, mean the same file? Letter case does not count.
+bool EqualIgnoringCase(std::wstring_view left, std::wstring_view right);
+
+// With every accent in its letter, where there is such a letter (Unicode's form C).
+std::wstring Composed(const std::wstring& text);
+
+}  // namespace companion

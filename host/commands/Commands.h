@@ -1,0 +1,54 @@
+// The commands of quelvol. Each file of this folder adds one to the command line; its callback does the work and throws
+// HostError when it fails.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "core/HostError.h"
+#include "core/Volume.h"
+
+// What one run of the program shares. The volume is loaded by the first command that asks for it, so that --config and
+// --trace are in effect by then.
+class Session {
+public:
+    Volume& GetVolume() { return m_volume ? *m_volume : m_volume.emplace(); }
+    bool VolumeIsLoaded() const { return m_volume.has_value(); }
+
+    // For a command that goes on after a failure: prints the line and keeps the exit code for the end.
+    void Report(const HostError& error);
+    int exitCode = Exit_Success;
+
+private:
+    std::optional<Volume> m_volume;
+};
+
+// Carries out one command line, without the program's name. Returns the exit code; errors are printed.
+int RunCommandLine(std::vector<std::string> arguments, Session& session);
+
+void AddLs(CLI::App& app, Session& session);
+void AddStat(CLI::App& app, Session& session);
+void AddGet(CLI::App& app, Session& session);
+void AddPut(CLI::App& app, Session& session);
+void AddRm(CLI::App& app, Session& session);
+void AddMounts(CLI::App& app, Session& session);
+void AddMkdir(CLI::App& app, Session& session);
+void AddMv(CLI::App& app, Session& session);
+void AddCp(CLI::App& app, Session& session);
+void AddLock(CLI::App& app, Session& session);
+void AddUnlock(CLI::App& app, Session& session);
+void AddLocks(CLI::App& app, Session& session);
+void AddServe(CLI::App& app, Session& session);
+
+// Parse for arguments of the command line, which are UTF-8.
+VolumePath PathArgument(const std::string& text);
+// "root", "mount", "folder", "plain", "encrypted", "conflict".
+const char* TypeWord(VirtualItemType type);
+// Where the user's target leads for something called name: into it when it is a folder, else to target itself.
+VolumePath TargetFor(const Volume& volume, const VolumePath& target, const std::wstring& name);
+// The same for an item of the volume that is to be moved or copied there. Throws HostError when that cannot be: onto
+// itself (another letter case is fine), into itself, onto a folder, or onto a file without replace.
+VolumePath ResolveTarget(const Volume& volume, const Entry& source, const VolumePath& target, bool replace);

@@ -1,0 +1,37 @@
+// locks PATH: who holds a file.
+#include <memory>
+
+#include "commands/Commands.h"
+#include "core/Locks.h"
+#include "core/Text.h"
+
+namespace {
+
+std::string LockLine(const LockInfo& lock) {
+    return ToUtf8(BoundedText(lock.token)) + "  " + (lock.scope == LockScope_Exclusive ? "exclusive" : "shared   ") + "  " +
+           ToUtf8(BoundedText(lock.owner)) + "\n";
+}
+
+void ListLocks(const Volume& volume, const std::string& argument) {
+    const Entry entry = volume.Require(PathArgument(argument));
+    if (entry.IsFolder())
+        throw StatusError(entry.path.Shown(), VVS_BadRequest);
+    std::string text;
+    for (const LockInfo& lock : LocksHeldHere(volume, entry.path))
+        text += LockLine(lock);
+    if (text.empty())
+        text = IsHeldElsewhere(volume, entry.path) ? "held by another process\n" : "not locked\n";
+    PrintOut(text);
+}
+
+}  // namespace
+
+void AddLocks(CLI::App& app, Session& session) {
+    const auto path = std::make_shared<std::string>();
+    CLI::App* const command = app.add_subcommand("locks", "Tell who holds a file");
+    command->add_option("PATH", *path, "The file")->required();
+    command->footer("Lists token, scope and owner of the locks of this process, so it is of use as the command of 'quelvol\n"
+                    "lock'. Of other processes it tells only whether one of them holds the file; to find out, it takes a\n"
+                    "shared lock for a moment.");
+    command->callback([&session, path] { ListLocks(session.GetVolume(), *path); });
+}

@@ -1,0 +1,56 @@
+// put LOCALFILE PATH: the content of a local file becomes that of a file of the volume.
+#include <memory>
+#include <vector>
+
+#include "commands/Commands.h"
+#include "core/Interrupt.h"
+#include "core/LocalFile.h"
+#include "core/Progress.h"
+#include "core/Text.h"
+#include "core/Upload.h"
+
+namespace {
+
+struct Options {
+    std::string local, path;
+};
+
+VolumePath Target(const Volume& volume, const Options& options, const LocalSource& source) {
+    const VolumePath path = PathArgument(options.path);
+    if (source.IsStandardInput())
+        return path;
+    const std::wstring local = ToUtf16(options.local);
+    const std::wstring name = local.substr(local.find_last_of(L"/\\:") + 1);
+    const VolumePath target = TargetFor(volume, path, name);
+    if (const char* reason = VolumePath::ComponentProblem(target.Name()))
+        throw UsageError("'" + options.local + "': no name for the volume: " + reason);
+    return target;
+}
+
+void Put(Session& session, const Options& options) {
+    LocalSource source(ToUtf16(options.local));
+    const Volume& volume = session.GetVolume();
+    const VolumePath target = Target(volume, options, source);
+    Upload upload(volume, target);
+    Progress progress(target.Shown(), source.Size());
+    std::vector<char> buffer(1 << 20);
+    while (const std::size_t count = source.Read(buffer.data(), buffer.size())) {
+        StopIfInterrupted();
+        upload.Write(buffer.data(), count);
+        progress.Advance(count);
+    }
+    progress.Say("storing");
+    VirtFindData times{};
+    source.ReadTimes(times);
+    upload.Place(times);
+}
+
+}  // namespace
+
+void AddPut(CLI::App& app, Session& session) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("put", "Store a local file in the volume, replacing what is there as a whole");
+    command->add_option("LOCALFILE", options->local, "The file to store, or - for standard input")->required();
+    command->add_option("PATH", options->path, "Where to: a file, or a folder to put it in")->required();
+    command->callback([&session, options] { Put(session, *options); });
+}

@@ -1,0 +1,41 @@
+// rm [-r] PATH...: deletes files, and folders with what is in them.
+#include <memory>
+
+#include "commands/Commands.h"
+#include "core/Trees.h"
+
+namespace {
+
+struct Options {
+    std::vector<std::string> paths;
+    bool recursive = false;
+};
+
+void RemoveOne(const Volume& volume, const std::string& argument, bool recursive) {
+    const Entry entry = volume.Require(PathArgument(argument));
+    if (entry.path.IsRoot() || entry.path.IsMountFolder())
+        throw HostError(entry.path.Shown() + ": a mount folder is removed in the configuration");
+    if (entry.IsFolder() && !recursive)
+        throw HostError(entry.path.Shown() + ": a folder; -r removes it with all that is in it");
+    RemoveTree(volume, entry);
+}
+
+}  // namespace
+
+void AddRm(CLI::App& app, Session& session) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("rm", "Delete files and folders");
+    command->add_flag("-r,--recursive", options->recursive, "Folders too, with all that is in them");
+    command->add_option("PATH", options->paths, "What to delete")->required();
+    command->callback([&session, options] {
+        for (const std::string& path : options->paths) {
+            try {
+                RemoveOne(session.GetVolume(), path, options->recursive);
+            } catch (const HostError& error) {
+                session.Report(error);
+                if (error.Code() == Exit_Interrupted || error.Code() == Exit_NoVolume)
+                    return;
+            }
+        }
+    });
+}

@@ -1,0 +1,91 @@
+// serve: the volume for any program that speaks WebDAV.
+#include <memory>
+
+#include "commands/Commands.h"
+#include "core/Environment.h"
+#include "core/Interrupt.h"
+#include "core/LocalFile.h"
+#include "core/Text.h"
+#include "webdav/Server.h"
+#include "webdav/Site.h"
+
+namespace {
+
+struct Options {
+    webdav::ServerOptions server;
+    std::string credentialsFile;
+    std::vector<std::string> hosts;
+};
+
+std::string ReadCredentials(const std::string& file) {
+    std::string text;
+    if (file.empty()) {
+        text = ToUtf8(GetVariable(L"QUELVOL_CREDENTIALS"));
+        SetVariable(L"QUELVOL_CREDENTIALS", L"");  // programs that are started from here need not see it
+    } else {
+        LocalSource source(ToUtf16(file));
+        char part[4096];
+        const std::size_t count = source.Read(part, sizeof(part));
+        text.assign(part, count);
+    }
+    text = text.substr(0, text.find_first_of("\r\n"));
+    const std::size_t colon = text.find(':');
+    if (!text.empty() && (colon == 0 || colon == std::string::npos || colon + 1 == text.size()))
+        throw HostError("the credentials are not of the form user:password");
+    if (text.empty() && !file.empty())
+        throw HostError(file + ": its first line is empty; it should be user:password");
+    return text;
+}
+
+bool IsLoopback(const std::string& address) {
+    return address.starts_with("127.") || address == "::1";
+}
+
+webdav::AccessRules MakeRules(const Options& options) {
+    webdav::AccessRules rules;
+    rules.credentials = ReadCredentials(options.credentialsFile);
+    rules.anyAddress = !IsLoopback(options.server.address);
+    if (rules.anyAddress && rules.credentials.empty())
+        throw UsageError(options.server.address + ": other machines can reach that address, so a user and a password are needed: "
+                         "name a file with --credentials, or set QUELVOL_CREDENTIALS");
+    for (const std::string& host : options.hosts)
+        rules.hosts.push_back(webdav::HostName(host));
+    rules.hosts.push_back(webdav::HostName(options.server.address));
+    return rules;
+}
+
+void Serve(Session& session, const Options& options) {
+    webdav::AccessRules rules = MakeRules(options);
+    const Volume& volume = session.GetVolume();
+    webdav::Site site(volume, std::move(rules));
+    const auto answer = [&site](const webdav::Request& request, webdav::RequestBody& body, webdav::Response& response) {
+        site.Answer(request, body, response);
+    };
+    const auto started = [&](unsigned short port) {
+        const bool isSix = options.server.address.find(':') != std::string::npos;
+        PrintOut("Serving the volume on http://" + (isSix ? "[" + options.server.address + "]" : options.server.address) + ":" +
+                 std::to_string(port) + "/ (Ctrl-C ends)\n");
+    };
+    const auto keepGoing = [&site] {
+        site.RemoveExpiredLocks();
+        return !Interrupted();
+    };
+    webdav::RunServer(options.server, answer, started, keepGoing);
+    PrintOut("Everything is closed.\n");
+}
+
+}  // namespace
+
+void AddServe(CLI::App& app, Session& session) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("serve", "Put the volume on the network as WebDAV, for this machine alone by default");
+    command->add_option("--port", options->server.port, "The port; 0 takes a free one")->capture_default_str();
+    command->add_option("--address", options->server.address, "The address to listen on")->capture_default_str();
+    command->add_option("--credentials", options->credentialsFile,
+                        "A file with user:password, asked of everybody (or the variable QUELVOL_CREDENTIALS)")->type_name("FILE");
+    command->add_option("--host", options->hosts, "Another name that clients reach this server by")->type_name("NAME");
+    command->add_flag("-v,--verbose", options->server.logRequests, "A line for each request on standard error");
+    command->footer("Clients open http://127.0.0.1:8080/; a browser shows pages. Ctrl-C finishes what is under way and stores it.\n"
+                    "An address other than the loopback needs credentials, and sends them and all content unencrypted.");
+    command->callback([&session, options] { Serve(session, *options); });
+}

@@ -1,0 +1,44 @@
+// stat PATH: everything the volume says of one item.
+#include <memory>
+
+#include "commands/Commands.h"
+#include "core/Text.h"
+
+namespace {
+
+std::string AttributesStr(std::uint32_t attributes) {
+    constexpr std::pair<std::uint32_t, const char*> c_names[] = {
+        {FILE_ATTRIBUTE_READONLY, "read-only"}, {FILE_ATTRIBUTE_HIDDEN, "hidden"},   {FILE_ATTRIBUTE_SYSTEM, "system"},
+        {FILE_ATTRIBUTE_DIRECTORY, "folder"},   {FILE_ATTRIBUTE_ARCHIVE, "archive"}, {FILE_ATTRIBUTE_OFFLINE, "offline"}};
+    std::string text;
+    for (const auto& [bit, name] : c_names)
+        if (attributes & bit)
+            text += (text.empty() ? "" : ", ") + std::string(name);
+    return text.empty() ? "none" : text;
+}
+
+void Stat(Session& session, const std::string& argument) {
+    const Volume& volume = session.GetVolume();
+    const Entry entry = volume.Require(PathArgument(argument));
+    std::string text = "Name:        " + ToUtf8(entry.Name()) + "\n";
+    text += "Type:        " + std::string(TypeWord(entry.data.itemType)) + "\n";
+    if (!entry.IsFolder())
+        text += "Size:        " + std::to_string(entry.data.fileSize) + "\n";
+    text += "Changed:     " + TimeStr(entry.data.lastWriteTime) + "\n";
+    text += "Accessed:    " + TimeStr(entry.data.lastAccessTime) + "\n";
+    text += "Created:     " + TimeStr(entry.data.creationTime) + "\n";
+    text += "Attributes:  " + AttributesStr(entry.data.fileAttributes) + "\n";
+    VirtMountInfo mount{};
+    if (volume->GetMountInfoByVolumePath(entry.path.Str(), &mount))
+        text += "Mounted at:  " + ToUtf8(BoundedText(mount.path)) + "\n";
+    PrintOut(text);
+}
+
+}  // namespace
+
+void AddStat(CLI::App& app, Session& session) {
+    const auto path = std::make_shared<std::string>();
+    CLI::App* const command = app.add_subcommand("stat", "Describe one file or folder");
+    command->add_option("PATH", *path, "What to describe")->required();
+    command->callback([&session, path] { Stat(session, *path); });
+}

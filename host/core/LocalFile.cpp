@@ -1,0 +1,111 @@
+#include "core/LocalFile.h"
+
+#include <utility>
+
+#include "core/HostError.h"
+#include "core/Text.h"
+
+namespace {
+
+constexpr const wchar_t* c_standardStream = L"-";
+
+std::uint64_t Number(const FILETIME& time) {
+    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+}
+
+}  // namespace
+
+LocalSource::LocalSource(const std::wstring& path) : m_path(path), m_isStandardInput(path == c_standardStream) {
+    if (m_isStandardInput) {
+        m_path = L"standard input";
+        m_file = GetStdHandle(STD_INPUT_HANDLE);
+        return;
+    }
+    if (IsLocalFolder(path))
+        throw HostError(ToUtf8(path) + ": a folder; one file at a time is put");
+    m_file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    LARGE_INTEGER size{};
+    if (m_file == INVALID_HANDLE_VALUE || !GetFileSizeEx(m_file, &size)) {
+        const DWORD error = GetLastError();
+        CloseHandle(m_file);
+        throw LocalError(path, error);
+    }
+    m_size = static_cast<std::uint64_t>(size.QuadPart);
+}
+
+LocalSource::~LocalSource() {
+    if (!m_isStandardInput)
+        CloseHandle(m_file);
+}
+
+std::size_t LocalSource::Read(void* buffer, std::size_t capacity) {
+    DWORD count = 0;
+    if (!ReadFile(m_file, buffer, static_cast<DWORD>(capacity), &count, nullptr)) {
+        const DWORD error = GetLastError();
+        if (!m_isStandardInput || error != ERROR_BROKEN_PIPE)  // which is how a pipe ends
+            throw LocalError(m_path, error);
+    }
+    m_done += count;
+    if (count == 0 && m_done < m_size)
+        throw HostError(ToUtf8(m_path) + ": it ends after " + std::to_string(m_done) + " of " + std::to_string(m_size) +
+                        " bytes");
+    return count;
+}
+
+void LocalSource::ReadTimes(VirtFindData& findData) const {
+    FILETIME created, accessed, written;
+    if (m_isStandardInput || !GetFileTime(m_file, &created, &accessed, &written))
+        return;
+    findData.creationTime = Number(created);
+    findData.lastAccessTime = Number(accessed);
+    findData.lastWriteTime = Number(written);
+}
+
+LocalTarget::LocalTarget(const std::wstring& path) : m_path(path), m_isStandardOutput(path == c_standardStream) {
+    if (m_isStandardOutput) {
+        m_path = L"standard output";
+        m_file = GetStdHandle(STD_OUTPUT_HANDLE);
+        return;
+    }
+    m_asidePath = path + L"." + UniqueSuffix() + L".part";
+    m_file = CreateFileW(m_asidePath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (m_file == INVALID_HANDLE_VALUE)
+        throw LocalError(path, GetLastError());
+}
+
+LocalTarget::~LocalTarget() {
+    if (m_isStandardOutput)
+        return;
+    if (m_file != INVALID_HANDLE_VALUE)
+        CloseHandle(m_file);
+    if (!m_asidePath.empty())
+        DeleteFileW(m_asidePath.c_str());
+}
+
+void LocalTarget::Write(const void* data, std::size_t size) {
+    const char* position = static_cast<const char*>(data);
+    while (size > 0) {
+        DWORD count = 0;
+        if (!WriteFile(m_file, position, static_cast<DWORD>(size), &count, nullptr))
+            throw LocalError(m_path, GetLastError());
+        position += count;
+        size -= count;
+    }
+}
+
+void LocalTarget::Finish(std::uint64_t lastWriteTime) {
+    if (m_isStandardOutput)
+        return;
+    const FILETIME written{static_cast<DWORD>(lastWriteTime), static_cast<DWORD>(lastWriteTime >> 32)};
+    if (lastWriteTime != 0)
+        SetFileTime(m_file, nullptr, nullptr, &written);
+    CloseHandle(std::exchange(m_file, INVALID_HANDLE_VALUE));
+    if (!MoveFileExW(m_asidePath.c_str(), m_path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        throw LocalError(m_path, GetLastError());
+    m_asidePath.clear();
+}
+
+bool IsLocalFolder(const std::wstring& path) {
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
+}

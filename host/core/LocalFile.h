@@ -1,0 +1,56 @@
+// Files outside the volume. Every failure throws HostError with the file's name and the platform's words.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include <windows.h>
+
+#include "quelcrypt/IVirtualVolume.h"
+
+// Reads one file, or standard input under the name "-".
+class LocalSource {
+public:
+    // Nobody may write the file while it is open here.
+    explicit LocalSource(const std::wstring& path);
+    ~LocalSource();
+    LocalSource(const LocalSource&) = delete;
+    LocalSource& operator=(const LocalSource&) = delete;
+
+    bool IsStandardInput() const { return m_isStandardInput; }
+    // 0 for standard input, which does not say.
+    std::uint64_t Size() const { return m_size; }
+    // The next bytes, as many as are there; 0 at the end. A file that ends before Size() throws.
+    std::size_t Read(void* buffer, std::size_t capacity);
+    // Stores the file's three times in findData; standard input has none and leaves it alone.
+    void ReadTimes(VirtFindData& findData) const;
+
+private:
+    std::wstring m_path;
+    HANDLE m_file;
+    bool m_isStandardInput;
+    std::uint64_t m_size = 0;
+    std::uint64_t m_done = 0;
+};
+
+// Writes one file aside and puts it in place, whole, with Finish: until then what stood there still stands, and without
+// Finish nothing is left. Under the name "-" it writes to standard output as it goes.
+class LocalTarget {
+public:
+    explicit LocalTarget(const std::wstring& path);
+    ~LocalTarget();
+    LocalTarget(const LocalTarget&) = delete;
+    LocalTarget& operator=(const LocalTarget&) = delete;
+
+    void Write(const void* data, std::size_t size);
+    // lastWriteTime becomes the file's; 0 keeps the current time.
+    void Finish(std::uint64_t lastWriteTime);
+
+private:
+    std::wstring m_path, m_asidePath;
+    HANDLE m_file;
+    bool m_isStandardOutput;
+};
+
+bool IsLocalFolder(const std::wstring& path);

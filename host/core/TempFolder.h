@@ -1,0 +1,30 @@
+// A temp folder for this run alone. The volume decrypts into the temp folder and keeps copies there for the next open of
+// the same process; when a short run is over nobody would use or remove them, and they are clear text. So the run gets a
+// folder of its own, which goes with it, except for edits that could not be saved. What a killed run left is removed by
+// the next one.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include <windows.h>
+
+class TempFolder {
+public:
+    // Makes the folder and points TMP and TEMP to it. Throws HostError.
+    TempFolder();
+    // Puts TMP and TEMP back and removes the folder, unless a tracking file in it tells of an unsaved edit: then the
+    // folder stays and its path is printed.
+    ~TempFolder();
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+
+    // Which temp folder this process names to programs that it starts.
+    void UseOwn() const;
+    void UseOriginal() const;
+
+private:
+    std::filesystem::path m_path;
+    HANDLE m_mark;  // on a file that nobody else can open while this run lives
+    std::wstring m_originalTmp, m_originalTemp;
+};

@@ -1,0 +1,96 @@
+#include "core/Text.h"
+
+#include <cstdio>
+#include <iterator>
+#include <random>
+
+#include <windows.h>
+
+#include "core/HostError.h"
+
+namespace {
+
+bool Encode(std::wstring_view text, DWORD flags, std::string& utf8) {
+    const int units = static_cast<int>(text.size());
+    const int bytes = WideCharToMultiByte(CP_UTF8, flags, text.data(), units, nullptr, 0, nullptr, nullptr);
+    utf8.resize(static_cast<std::size_t>(bytes));
+    WideCharToMultiByte(CP_UTF8, flags, text.data(), units, utf8.data(), bytes, nullptr, nullptr);
+    return bytes > 0 || text.empty();
+}
+
+bool WriteAll(HANDLE handle, std::string_view utf8) {
+    DWORD mode = 0;
+    if (GetConsoleMode(handle, &mode)) {
+        const std::wstring text = ToUtf16(utf8);
+        DWORD written = 0;
+        return WriteConsoleW(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    }
+    while (!utf8.empty()) {
+        DWORD written = 0;
+        if (!WriteFile(handle, utf8.data(), static_cast<DWORD>(utf8.size()), &written, nullptr))
+            return false;
+        utf8.remove_prefix(written);
+    }
+    return true;
+}
+
+}  // namespace
+
+std::string ArgumentToUtf8(std::wstring_view text) {
+    std::string utf8;
+    if (!Encode(text, WC_ERR_INVALID_CHARS, utf8))
+        throw UsageError(ToUtf8(text) + ": not valid Unicode text");
+    return utf8;
+}
+
+std::string ToUtf8(std::wstring_view text) {
+    std::string utf8;
+    Encode(text, 0, utf8);
+    return utf8;
+}
+
+std::wstring ToUtf16(std::string_view utf8) {
+    const int bytes = static_cast<int>(utf8.size());
+    const int units = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8.data(), bytes, nullptr, 0);
+    if (units == 0 && bytes != 0)
+        throw HostError("text that is not valid UTF-8");
+    std::wstring text(static_cast<std::size_t>(units), L'\0');
+    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8.data(), bytes, text.data(), units);
+    return text;
+}
+
+bool EqualNoCase(std::wstring_view left, std::wstring_view right) {
+    return CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(), static_cast<int>(right.size()), TRUE) ==
+           CSTR_EQUAL;
+}
+
+bool EndsWithNoCase(std::wstring_view text, std::wstring_view end) {
+    return text.size() >= end.size() && EqualNoCase(text.substr(text.size() - end.size()), end);
+}
+
+std::wstring UniqueSuffix() {
+    std::random_device source;
+    wchar_t digits[9];
+    std::swprintf(digits, std::size(digits), L"%08x", source() ^ GetCurrentProcessId());
+    return digits;
+}
+
+std::string TimeStr(std::uint64_t fileTime) {
+    const FILETIME time{static_cast<DWORD>(fileTime), static_cast<DWORD>(fileTime >> 32)};
+    SYSTEMTIME utc, local;
+    if (fileTime == 0 || !FileTimeToSystemTime(&time, &utc) || !SystemTimeToTzSpecificLocalTime(nullptr, &utc, &local))
+        return "-";
+    char text[32];
+    std::snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d", local.wYear, local.wMonth, local.wDay, local.wHour,
+                  local.wMinute, local.wSecond);
+    return text;
+}
+
+void PrintOut(std::string_view utf8) {
+    if (!WriteAll(GetStdHandle(STD_OUTPUT_HANDLE), utf8))
+        throw HostError("standard output: " + SystemMessage(GetLastError()));
+}
+
+void PrintError(std::string_view utf8) {
+    WriteAll(GetStdHandle(STD_ERROR_HANDLE), utf8);
+}

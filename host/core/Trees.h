@@ -1,0 +1,13 @@
+// Whole folders: removing and copying them file by file, because the volume does either to single items only when they
+// are empty or under one key.
+#pragma once
+
+#include "core/Conflicts.h"
+
+// Deletes the entry, a folder with all that is in it, and makes sure that it is gone. Throws HostError at the first item
+// that stays; what was deleted before that is gone.
+void RemoveTree(const Volume& volume, const Entry& entry);
+
+// Copies a file, or a folder with all that is in it, to target, which must not exist, or be a file when replace is set.
+// Throws HostError at the first failure; what was copied before that stays.
+void CopyTree(const Volume& volume, const Entry& source, const VolumePath& target);

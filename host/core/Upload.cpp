@@ -1,0 +1,92 @@
+#include "core/Upload.h"
+
+#include <algorithm>
+
+#include "core/Conflicts.h"
+#include "core/HostError.h"
+#include "core/Text.h"
+
+namespace {
+
+constexpr std::uint32_t c_keepAttributes = 0xFFFFFFFF;
+
+}  // namespace
+
+Upload::Upload(const Volume& volume, const VolumePath& target) : m_volume(volume), m_target(target) {
+    if (target.IsRoot() || target.IsMountFolder())
+        throw HostError(target.Shown() + ": files live inside of mount folders");
+    volume.RequireFolder(target.Parent());
+    const std::optional<Entry> existing = volume.Find(target);
+    if (existing && existing->IsFolder())
+        throw HostError(target.Shown() + ": a folder");
+
+    if (existing && existing->IsConflict()) {
+        m_replacedConflict = existing;
+        m_target = OrdinaryPath(*existing);
+    }
+
+    m_file = volume.Open(m_target.Aside(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_READ, CREATE_NEW);
+    try {
+        Check(volume->SetFileSize(m_file.Get(), 0, nullptr), m_target);  // stores an empty file as well
+        m_encrypted = IsEncrypted();
+        RequireFit(existing);
+    } catch (...) {
+        volume->Delete(m_file.Get(), nullptr);  // no destructor will do it
+        throw;
+    }
+}
+
+Upload::~Upload() {
+    if (m_file)
+        m_volume->Delete(m_file.Get(), nullptr);
+}
+
+void Upload::RequireFit(const std::optional<Entry>& existing) const {
+    if (!existing)
+        m_volume.RequireFree(m_target, m_encrypted);
+    else if (existing->data.itemType != VIT_PlainFile && !m_encrypted)
+        throw HostError(m_target.Shown() + ": it is stored encrypted, but new content would not be: the rules of its folder have "
+                                           "changed. Remove it first, or use another name");
+    else if (existing->IsConflict() && m_volume.Find(m_target))
+        throw HostError(existing->path.Parent().Child(existing->Name()).Shown() + ": a conflict copy, to be stored as " +
+                        m_target.Shown() + ", which is there as well; use another name");
+}
+
+bool Upload::IsEncrypted() const {
+    VirtFindData data{};
+    if (!m_volume->GetFileInfo(m_file.Get(), &data))
+        throw StatusError(m_target.Shown(), VVS_GeneralError);
+    return data.itemType != VIT_PlainFile;
+}
+
+void Upload::Write(const void* data, std::size_t size) {
+    const char* position = static_cast<const char*>(data);
+    while (size > 0) {
+        std::uint32_t count = 0;
+        const std::uint32_t request = static_cast<std::uint32_t>(std::min<std::size_t>(size, 1 << 30));
+        Check(m_volume->WriteFile(m_file.Get(), c_currentPosition, position, request, &count, nullptr), m_target);
+        if (count == 0)
+            throw StatusError(m_target.Shown(), VVS_GeneralError);
+        position += count;
+        size -= count;
+        m_written += count;
+    }
+}
+
+void Upload::Place(const VirtFindData& times, const wchar_t* lockToken) {
+    m_volume->SetFileInfo(m_file.Get(), c_keepAttributes, &times);  // without its times it is still the content
+    if (m_replacedConflict)
+        MakeOrdinary(m_volume, *m_replacedConflict);
+    Check(m_volume->RenameFile(m_file.Get(), nullptr, m_target.Str(), lockToken), m_target);
+    m_file.Reset();
+    Verify();
+}
+
+void Upload::Verify() const {
+    const std::optional<Entry> stored = m_volume.Find(m_target);
+    if (!stored)
+        throw HostError(m_target.Shown() + ": it was stored, but the volume does not show it");
+    if (static_cast<std::uint64_t>(stored->data.fileSize) != m_written)
+        throw HostError(m_target.Shown() + ": the volume shows " + std::to_string(stored->data.fileSize) + " bytes where " +
+                        std::to_string(m_written) + " were stored");
+}

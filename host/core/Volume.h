@@ -1,0 +1,123 @@
+// The volume as this program uses it: the DLL loaded at run time from the program's own folder, owners for what it hands
+// out, and searches that resolve every listed name. Whoever writes another host finds here all that the interface asks
+// of one. May be used from any number of threads; a Search belongs to one.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <windows.h>
+
+#include "core/TempFolder.h"
+#include "core/VolumePath.h"
+#include "quelcrypt/IVirtualVolume.h"
+
+// Reads and writes at the handle's current position, one after the other.
+constexpr std::uint64_t c_currentPosition = 0xFFFFFFFF;
+constexpr std::uint32_t c_shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+// Owns a handle of the volume; Close is how it ends.
+template <auto Close>
+class VolumeHandle {
+public:
+    VolumeHandle() = default;
+    VolumeHandle(IVirtualVolume* volume, void* handle) : m_volume(volume), m_handle(handle) {}
+    ~VolumeHandle() { Reset(); }
+    VolumeHandle(VolumeHandle&& other) noexcept : m_volume(other.m_volume), m_handle(std::exchange(other.m_handle, nullptr)) {}
+    VolumeHandle& operator=(VolumeHandle&& other) noexcept {
+        Reset();
+        m_volume = other.m_volume;
+        m_handle = std::exchange(other.m_handle, nullptr);
+        return *this;
+    }
+
+    void* Get() const { return m_handle; }
+    explicit operator bool() const { return m_handle != nullptr; }
+    void Reset() {
+        if (void* const handle = std::exchange(m_handle, nullptr))
+            Close(m_volume, handle);
+    }
+
+private:
+    IVirtualVolume* m_volume = nullptr;
+    void* m_handle = nullptr;
+};
+
+inline void CloseVolumeFile(IVirtualVolume* volume, void* handle) {
+    volume->CloseFile(handle, nullptr);
+}
+inline void CloseVolumeSearch(IVirtualVolume* volume, void* handle) {
+    volume->FindClose(handle);
+}
+using FileHandle = VolumeHandle<CloseVolumeFile>;
+using FindHandle = VolumeHandle<CloseVolumeSearch>;
+
+// One item: the path under which the volume opens it, and its record.
+struct Entry {
+    VolumePath path;
+    VirtFindData data{};
+
+    bool IsFolder() const { return (data.fileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
+    bool IsConflict() const { return data.itemType == VIT_EncryptedFileInConflict; }
+    // As listed. A conflict copy's differs from the last name of its path.
+    std::wstring Name() const;
+};
+
+class Volume {
+public:
+    // Loads QuelcryptVol64.dll from the folder of this program. Throws HostError (Exit_NoVolume) when that fails.
+    Volume();
+    ~Volume();
+    Volume(const Volume&) = delete;
+    Volume& operator=(const Volume&) = delete;
+
+    IVirtualVolume* operator->() const { return m_volume; }
+    IVirtualVolume* Get() const { return m_volume; }
+    const TempFolder& Temp() const { return m_temp; }
+
+    std::vector<VirtMountInfo> MountFolders() const;
+
+    // What is listed under this path; nothing when there is no such item. The volume also finds a container by its own name
+    // ("a.txt.zip" for "a.txt"), and by "f.txt" a foreign "f.txt.zip": neither counts, since neither is listed so.
+    std::optional<Entry> Find(const VolumePath& path) const;
+    // The item as it is now, found the way it is opened; nothing when it is gone.
+    std::optional<Entry> FindAgain(const Entry& entry) const;
+    // Call before storing anything under a path that Find does not find. Throws HostError when it would take the file on
+    // disk of an item with another name. An encrypted "f.txt" would take a foreign "f.txt.zip", a plain one stands beside it:
+    // who does not know which it will be leaves that to the volume.
+    void RequireFree(const VolumePath& path, bool encrypted = false) const;
+    // Find, or throws StatusError with the status that says what is missing: mount folder, folder or file.
+    Entry Require(const VolumePath& path) const;
+    void RequireFolder(const VolumePath& path) const;
+
+    // Throws StatusError. Access, sharing and disposition are those of IVirtualVolume::OpenFile.
+    FileHandle Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const;
+
+private:
+    TempFolder m_temp;  // before the module: what is decrypted goes last
+    HMODULE m_module = nullptr;
+    IVirtualVolume* m_volume = nullptr;
+};
+
+// Goes through the entries of a folder that match a pattern, one at a time.
+class Search {
+public:
+    Search(const Volume& volume, const VolumePath& folder, const wchar_t* pattern = L"*");
+    // False: there are no more.
+    bool Next(Entry& entry);
+
+private:
+    const Volume& m_volume;
+    VolumePath m_folder;
+    VirtFindData m_data{};
+    FindHandle m_handle;
+    bool m_first = true;
+};
+
+// The entries of a folder sorted by name, for changing them while walking and for people to read.
+std::vector<Entry> SortedEntries(const Volume& volume, const VolumePath& folder, const wchar_t* pattern = L"*");
+
+// Throws StatusError unless status is VVS_Success.
+void Check(VirtualVolumeStatus status, const VolumePath& path);

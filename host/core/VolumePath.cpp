@@ -1,0 +1,127 @@
+#include "core/VolumePath.h"
+
+#include <algorithm>
+
+#include "core/HostError.h"
+#include "core/Text.h"
+
+namespace {
+
+constexpr std::size_t c_maxName = 255;     // units; what the file system stores
+constexpr std::size_t c_maxAsideStem = 64;  // units; leaves room in the folder of the decrypted copies
+constexpr std::size_t c_maxPath = 32'000;  // units; leaves room for the native path of the mount folder
+
+bool IsSeparator(wchar_t unit) {
+    return unit == L'/' || unit == L'\\';
+}
+
+// The platform opens a device for these names in every folder, whatever extension follows.
+bool IsDeviceName(std::wstring_view name) {
+    std::wstring_view base = name.substr(0, name.find(L'.'));
+    while (!base.empty() && base.back() == L' ')
+        base.remove_suffix(1);
+    for (const wchar_t* device : {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"})
+        if (EqualNoCase(base, device))
+            return true;
+    const bool numbered = base.size() == 4 && (EqualNoCase(base.substr(0, 3), L"COM") || EqualNoCase(base.substr(0, 3), L"LPT"));
+    return numbered && std::wstring_view(L"0123456789\u00b9\u00b2\u00b3").find(base[3]) != std::wstring_view::npos;
+}
+
+const char* PathProblem(std::wstring_view text) {
+    if (!text.empty() && IsSeparator(text[0]))
+        return "an absolute path; a path of the volume begins with a mount folder, as in Docs/a.txt";
+    if (text.size() >= 2 && text[1] == L':')
+        return "a path with a drive; a path of the volume begins with a mount folder, as in Docs/a.txt";
+    if (text.size() > c_maxPath)
+        return "the path is too long";
+    return nullptr;
+}
+
+}  // namespace
+
+const char* VolumePath::ComponentProblem(std::wstring_view name, Wildcards wildcards) {
+    if (name.empty())
+        return "an empty name";
+    if (name == L"." || name == L"..")
+        return "'..' does not lead out of a folder here";
+    if (name.find(L':') != std::wstring_view::npos)
+        return "a name may not contain ':'";
+    for (const wchar_t unit : name) {
+        const bool wildcard = unit == L'*' || unit == L'?';
+        if (unit < 32 || std::wstring_view(L"<>\"|/\\").find(unit) != std::wstring_view::npos)
+            return "a name may not contain any of < > \" | / \\ or a control character";
+        if (wildcard && wildcards == Wildcards::Refused)
+            return "'*' and '?' are for the last name of 'ls' only";
+    }
+    if (name.back() == L'.' || name.back() == L' ')
+        return "a name may not end in a dot or a blank";
+    if (IsDeviceName(name))
+        return "the name of a device";
+    if (name.size() > c_maxName)
+        return "a name is too long";
+    return nullptr;
+}
+
+VolumePath VolumePath::Parse(std::wstring_view text, Wildcards wildcards) {
+    const auto refuse = [text](const char* reason) { throw UsageError("'" + ToUtf8(text) + "' is refused: " + reason); };
+    if (const char* reason = PathProblem(text))
+        refuse(reason);
+    VolumePath path;
+    for (auto begin = text.begin(); begin != text.end();) {
+        const auto end = std::find_if(begin, text.end(), IsSeparator);
+        const std::wstring_view name(begin, end);
+        const bool last = std::all_of(end, text.end(), IsSeparator);
+        if (!name.empty() && name != L".") {
+            if (const char* reason = ComponentProblem(name, last ? wildcards : Wildcards::Refused))
+                refuse(reason);
+            path = path.Child(name);
+        }
+        begin = end == text.end() ? end : end + 1;
+    }
+    return path;
+}
+
+std::string VolumePath::Shown() const {
+    std::wstring text = IsRoot() ? L"/" : m_path;
+    std::replace(text.begin(), text.end(), L'\\', L'/');
+    return ToUtf8(text);
+}
+
+std::wstring VolumePath::Name() const {
+    return m_path.substr(m_path.rfind(L'\\') + 1);
+}
+
+VolumePath VolumePath::Parent() const {
+    VolumePath parent;
+    const std::size_t separator = m_path.rfind(L'\\');
+    if (separator != std::wstring::npos)
+        parent.m_path = m_path.substr(0, separator);
+    return parent;
+}
+
+VolumePath VolumePath::Child(std::wstring_view name) const {
+    VolumePath child;
+    child.m_path = IsRoot() ? std::wstring(name) : m_path + L'\\' + std::wstring(name);
+    return child;
+}
+
+// "report.docx" becomes "report.~1a2b3c4d.docx": same beginning, same extension or none, because the rules that exclude
+// names from encryption look at those.
+VolumePath VolumePath::Aside() const {
+    const std::wstring name = Name();
+    const std::size_t dot = name.rfind(L'.');
+    std::wstring stem = name.substr(0, dot).substr(0, c_maxAsideStem);
+    if (!stem.empty() && (stem.back() & 0xFC00) == 0xD800)  // half of a surrogate pair
+        stem.pop_back();
+    const bool hasDot = dot != std::wstring::npos;
+    return Parent().Child(stem + (hasDot ? L".~" : L"~") + UniqueSuffix() + (hasDot ? name.substr(dot) : L""));
+}
+
+bool VolumePath::Equals(const VolumePath& other) const {
+    return EqualNoCase(m_path, other.m_path);
+}
+
+bool VolumePath::IsInside(const VolumePath& folder) const {
+    return m_path.size() > folder.m_path.size() && EqualNoCase(m_path.substr(0, folder.m_path.size()), folder.m_path) &&
+           (folder.IsRoot() || m_path[folder.m_path.size()] == L'\\');
+}

@@ -1,0 +1,50 @@
+#include "webdav/Claims.h"
+
+#include <algorithm>
+#include <chrono>
+#include <utility>
+
+#include "webdav/Http.h"
+
+namespace webdav {
+
+namespace {
+
+constexpr std::chrono::seconds c_patience{45};
+
+bool Covers(const ClaimedPath& tree, const VolumePath& path) {
+    return tree.use == Use::ChangeTree && IsAtOrInside(path, tree.path);
+}
+
+bool Disturb(const ClaimedPath& left, const ClaimedPath& right) {
+    if (left.use == Use::Read && right.use == Use::Read)
+        return false;
+    return left.path.Equals(right.path) || Covers(left, right.path) || Covers(right, left.path);
+}
+
+}  // namespace
+
+bool Claims::IsDisturbed(const std::vector<ClaimedPath>& paths) const {
+    for (const std::vector<ClaimedPath>* held : m_held)
+        for (const ClaimedPath& mine : paths)
+            if (std::any_of(held->begin(), held->end(), [&](const ClaimedPath& other) { return Disturb(mine, other); }))
+                return true;
+    return false;
+}
+
+Claim::Claim(Claims& claims, std::vector<ClaimedPath> paths) : m_claims(claims), m_paths(std::move(paths)) {
+    std::unique_lock guard(m_claims.m_mutex);
+    if (!m_claims.m_released.wait_for(guard, c_patience, [this] { return !m_claims.IsDisturbed(m_paths); }))
+        throw HttpError(503, "the file is being used by another request", {}, {{"Retry-After", "10"}});
+    m_claims.m_held.push_back(&m_paths);
+}
+
+void Claim::Release() {
+    if (!std::exchange(m_held, false))
+        return;
+    const std::lock_guard guard(m_claims.m_mutex);
+    m_claims.m_held.remove(&m_paths);
+    m_claims.m_released.notify_all();
+}
+
+}  // namespace webdav

@@ -1,0 +1,174 @@
+// GET, HEAD and PUT: the content of files.
+#include <algorithm>
+
+#include "core/HostError.h"
+#include "core/Text.h"
+#include "core/Upload.h"
+#include "webdav/FileReader.h"
+#include "webdav/Methods.h"
+#include "webdav/Spool.h"
+
+namespace webdav {
+
+namespace {
+
+constexpr std::size_t c_partSize = 256 * 1024;
+constexpr std::uint64_t c_unixEpoch = 11'644'473'600;  // seconds after that of a FILETIME
+
+// A document that browsers run scripts from must not do so in the name of this site, where it could reach every file.
+bool MayRunScripts(const char* type) {
+    const std::string_view text = type ? type : "";
+    return text.starts_with("text/html") || text.find("xml") != std::string_view::npos;
+}
+
+Fields ContentFields(const Exchange& exchange, const Resource& file) {
+    Fields fields{{"ETag", exchange.Tag(file)},
+                  {"Last-Modified", HttpDate(file.entry->data.lastWriteTime)},
+                  {"Accept-Ranges", "bytes"},
+                  {"Cache-Control", "private, no-cache"},
+                  {"X-Content-Type-Options", "nosniff"}};
+    const char* const type = ContentType(file.path.Name());
+    fields.emplace_back("Content-Type", type ? type : "application/octet-stream");
+    if (MayRunScripts(type))
+        fields.emplace_back("Content-Security-Policy", "sandbox");
+    return fields;
+}
+
+bool ClientHasIt(const Exchange& exchange, const Resource& file) {
+    if (const auto noneMatch = exchange.request.Field("If-None-Match"))
+        return TagListMatches(*noneMatch, exchange.Tag(file), true);
+    const auto since = exchange.request.Field("If-Modified-Since");
+    const std::uint64_t time = since ? ParseHttpDate(*since) : 0;
+    return time != 0 && file.entry->data.lastWriteTime / c_second <= time / c_second;
+}
+
+// A range of what may have changed meanwhile is of no use: then the client gets the whole.
+bool RangeIsWanted(const Exchange& exchange, const Resource& file) {
+    const auto ifRange = exchange.request.Field("If-Range");
+    if (!ifRange)
+        return true;
+    return ifRange->find('"') != std::string::npos ? *ifRange == exchange.Tag(file)
+                                                   : *ifRange == HttpDate(file.entry->data.lastWriteTime);
+}
+
+// The whole range as it is now, kept aside: an open handle of a locked file would outlast the lock and stand against the next.
+void SendLockedContent(Exchange& exchange, const Resource& file, const ByteRange& range, int status, const Fields& fields, Claim& claim) {
+    Spool spool;
+    {
+        FileReader reader(exchange.state.volume, file.entry->path);
+        for (std::uint64_t done = 0; done < range.length;) {
+            const std::string_view part = reader.Read(range.first + done, range.length - done);
+            if (part.empty())
+                throw HostError(file.path.Shown() + ": it ends before its size");
+            spool.Append(part);
+            done += part.size();
+        }
+    }
+    claim.Release();
+    exchange.response.Begin(status, fields, range.length);
+    spool.ForEach([&](std::string_view part) { exchange.response.Write(part); });
+}
+
+void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
+    const std::uint64_t size = static_cast<std::uint64_t>(file.entry->data.fileSize);
+    Fields fields = ContentFields(exchange, file);
+    ByteRange range{0, size};
+    RangeKind kind = RangeKind::Whole;
+    if (const auto field = exchange.request.Field("Range"); field && RangeIsWanted(exchange, file))
+        kind = ParseRange(*field, size, range);
+    if (kind == RangeKind::Unsatisfiable)
+        throw HttpError(416, {}, {}, {{"Content-Range", "bytes */" + std::to_string(size)}});
+    if (kind == RangeKind::Part)
+        fields.emplace_back("Content-Range", "bytes " + std::to_string(range.first) + "-" +
+                                                 std::to_string(range.first + range.length - 1) + "/" + std::to_string(size));
+    const int status = kind == RangeKind::Part ? 206 : 200;
+    if (exchange.request.method == "HEAD" || range.length == 0)
+        return exchange.response.Begin(status, fields, range.length);
+
+    if (!exchange.state.locks.Covering(file.path).empty())
+        return SendLockedContent(exchange, file, range, status, fields, claim);
+
+    FileReader reader(exchange.state.volume, file.entry->path);
+    std::string_view part = reader.Read(range.first, range.length);
+    // From its first read on, an encrypted file is read from a copy of its own, which later writers do not touch.
+    if (file.entry->data.itemType != VIT_PlainFile || part.size() == range.length)
+        claim.Release();
+    exchange.response.Begin(status, fields, range.length);
+    for (std::uint64_t done = 0; done < range.length; part = reader.Read(range.first + done, range.length - done)) {
+        if (part.empty())
+            throw HostError(file.path.Shown() + ": it ends before its size");
+        exchange.response.Write(part);
+        done += part.size();
+    }
+}
+
+// Set by clients that keep the times of what they upload.
+std::uint64_t UploadTime(const Request& request) {
+    const auto field = request.Field("X-OC-Mtime");
+    const auto seconds = field ? ParseNumber(std::string_view(*field).substr(0, field->find('.'))) : std::nullopt;
+    return seconds && *seconds < 100'000'000'000 ? (*seconds + c_unixEpoch) * c_second : 0;
+}
+
+void CheckPut(const Exchange& exchange, const Resource& target) {
+    if (target.IsFolder())
+        throw HttpError(405, "a folder has no content", {}, {{"Allow", "OPTIONS, GET, HEAD, PROPFIND"}});
+    CheckConditions(exchange, target);
+    CheckWritable(exchange, target, !target.Exists());
+}
+
+// Where it is then: a conflict copy gets the ordinary name of its container.
+VolumePath Store(const Volume& volume, const Resource& target, Spool& spool, const VirtFindData& times) {
+    std::optional<Upload> upload;
+    try {
+        upload.emplace(volume, target.path);
+    } catch (const StatusError&) {
+        throw;
+    } catch (const HostError& error) {
+        throw HttpError(409, error.what());  // it would cost another file its place, or this one its encryption
+    }
+    spool.ForEach([&](std::string_view data) { upload->Write(data.data(), data.size()); });
+    upload->Place(times);
+    return upload->Target();
+}
+
+}  // namespace
+
+void AnswerGet(Exchange& exchange) {
+    Claim claim(exchange.state.claims, {{exchange.path, Use::Read}});
+    const Resource resource = exchange.Find();
+    if (!resource.Exists())
+        throw HttpError(404, "there is no such file or folder");
+    CheckConditions(exchange, resource);
+    if (resource.IsFolder()) {
+        claim.Release();
+        return SendFolderPage(exchange, resource);
+    }
+    if (ClientHasIt(exchange, resource))
+        return exchange.response.Begin(304, {{"ETag", exchange.Tag(resource)}}, 0);
+    SendContent(exchange, resource, claim);
+}
+
+void AnswerPut(Exchange& exchange) {
+    if (exchange.request.Field("Content-Range"))
+        throw HttpError(400, "a part of a file cannot be stored");
+    CheckPut(exchange, exchange.Find());  // before the client sends it all
+    Spool spool;
+    std::vector<char> part(c_partSize);
+    while (const std::size_t count = exchange.body.Read(part.data(), part.size()))
+        spool.Append({part.data(), count});
+
+    State& state = exchange.state;
+    const Claim claim(state.claims, {{exchange.path, Use::Change}});
+    const Resource target = exchange.Find();
+    CheckPut(exchange, target);
+    VirtFindData times{};
+    times.lastWriteTime = UploadTime(exchange.request);
+    const VolumePath stored = Store(state.volume, target, spool, times);
+    state.changes.Note(target.path);
+    Fields fields{{"ETag", exchange.Tag(Locate(state.volume, stored))}};
+    if (times.lastWriteTime != 0)
+        fields.emplace_back("X-OC-Mtime", "accepted");
+    exchange.response.Send(target.Exists() ? 204 : 201, fields);
+}
+
+}  // namespace webdav

@@ -1,0 +1,37 @@
+// Reads one file of the volume in parts. Every read names its offset: handles of a locked file share one position.
+#pragma once
+
+#include <algorithm>
+#include <string_view>
+#include <vector>
+
+#include "core/Volume.h"
+
+namespace webdav {
+
+class FileReader {
+public:
+    // Throws StatusError, as Read does.
+    FileReader(const Volume& volume, const VolumePath& path)
+        : m_volume(volume), m_path(path), m_handle(volume.Open(path, GENERIC_READ, c_shareAll, OPEN_EXISTING)) {}
+
+    // Up to size bytes from offset on; empty at the end. Valid until the next read.
+    std::string_view Read(std::uint64_t offset, std::uint64_t size) {
+        if (offset == c_currentPosition) {  // the one offset that cannot be named
+            const std::string_view more = Read(offset - 1, size + 1);
+            return more.substr(std::min<std::size_t>(1, more.size()));
+        }
+        std::uint32_t count = 0;
+        const auto request = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, m_part.size()));
+        Check(m_volume->ReadFile(m_handle.Get(), offset, m_part.data(), request, &count, nullptr), m_path);
+        return {m_part.data(), count};
+    }
+
+private:
+    const Volume& m_volume;
+    VolumePath m_path;
+    FileHandle m_handle;
+    std::vector<char> m_part = std::vector<char>(256 * 1024);
+};
+
+}  // namespace webdav

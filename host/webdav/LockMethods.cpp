@@ -1,0 +1,111 @@
+// LOCK and UNLOCK.
+#include <algorithm>
+
+#include "core/HostError.h"
+#include "core/Upload.h"
+#include "webdav/Methods.h"
+
+namespace webdav {
+
+namespace {
+
+constexpr std::uint32_t c_usualTimeout = 3600;        // seconds
+constexpr std::uint32_t c_longestTimeout = 4 * 3600;  // over a long lunch, but not for ever
+
+std::uint32_t ParseTimeout(const Request& request) {
+    const std::string field = request.Field("Timeout").value_or("");
+    for (const std::string_view wish : SplitList(field)) {
+        if (EqualToken(wish, "Infinite"))
+            return c_longestTimeout;
+        if (wish.size() < 8 || !EqualToken(wish.substr(0, 7), "Second-"))
+            continue;
+        const std::uint64_t seconds = ParseNumber(wish.substr(7)).value_or(c_usualTimeout);
+        return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(seconds, 1, c_longestTimeout));
+    }
+    return c_usualTimeout;
+}
+
+DavLock ParseLockInfo(const std::string& text) {
+    const XmlNode document = ParseXml(text);
+    const XmlNode* const scope = document.Child("lockscope");
+    const XmlNode* const type = document.Child("locktype");
+    if (!document.name.IsDav("lockinfo") || !scope || !type)
+        throw HttpError(400, "the body is no lockinfo");
+    if (!type->Child("write") || (!scope->Child("exclusive") && !scope->Child("shared")))
+        throw HttpError(422, "write locks, exclusive or shared, are all there is");
+    DavLock lock;
+    lock.scope = scope->Child("exclusive") ? LockScope_Exclusive : LockScope_Shared;
+    if (const XmlNode* const owner = document.Child("owner"))
+        lock.ownerXml = SerializedChildren(*owner);
+    return lock;
+}
+
+void SendLock(Response& response, int status, const DavLock& lock) {
+    const std::string xml = R"(<?xml version="1.0" encoding="utf-8"?><D:prop xmlns:D="DAV:">)" + LockDiscoveryXml({lock}) + "</D:prop>";
+    response.Send(status,
+                  {{"Content-Type", "application/xml; charset=utf-8"},
+                   {"Lock-Token", "<" + lock.token + ">"},
+                   {"Timeout", "Second-" + std::to_string(lock.timeoutSeconds)}},
+                  xml);
+}
+
+void RefreshLock(Exchange& exchange) {
+    const Resource resource = exchange.Find();
+    if (exchange.tokens.empty())
+        throw HttpError(400, "a LOCK without a body renews the lock whose token it submits");
+    CheckConditions(exchange, resource);
+    for (const std::string& token : exchange.tokens)
+        if (const auto lock = exchange.state.locks.Refresh(token, resource.path, ParseTimeout(exchange.request)))
+            return SendLock(exchange.response, 200, *lock);
+    throw HttpError(412, "there is no such lock on it", "<D:lock-token-matches-request-uri/>");
+}
+
+void TakeLock(Exchange& exchange, DavLock lock) {
+    const Depth depth = ParseDepth(exchange.request, Depth::Infinity);
+    if (depth == Depth::One)
+        throw HttpError(400, "a lock is of depth 0 or infinity");
+    State& state = exchange.state;
+    const Claim claim(state.claims, {{exchange.path, Use::Change}});
+    Resource resource = exchange.Find();
+    if (resource.IsFolder() && resource.path.IsRoot() && depth == Depth::Infinity)
+        throw HttpError(403, "the whole volume cannot be locked");
+    const bool isNew = !resource.Exists();
+    CheckConditions(exchange, resource);
+    if (isNew) {
+        CheckWritable(exchange, resource, true);
+        // Made by itself and not by the volume's lock, whose files go with it when they are still empty.
+        Upload(state.volume, resource.path).Place({});
+        state.changes.Note(resource.path);
+        resource = exchange.Find();
+    }
+    lock.root = resource.path;
+    lock.storedPath = resource.StoredPath();
+    lock.isFolder = resource.IsFolder();
+    lock.infinite = lock.isFolder && depth == Depth::Infinity;
+    lock.timeoutSeconds = ParseTimeout(exchange.request);
+    SendLock(exchange.response, isNew ? 201 : 200, state.locks.Add(std::move(lock)));
+}
+
+}  // namespace
+
+void AnswerLock(Exchange& exchange) {
+    const std::string body = ReadXmlBody(exchange.body);
+    exchange.state.locks.RemoveExpired();
+    if (body.empty())
+        RefreshLock(exchange);
+    else
+        TakeLock(exchange, ParseLockInfo(body));
+}
+
+void AnswerUnlock(Exchange& exchange) {
+    const std::string field = exchange.request.Field("Lock-Token").value_or("");
+    const std::string_view text = Trimmed(field);
+    if (text.size() < 3 || text.front() != '<' || text.back() != '>')
+        throw HttpError(400, "the request names no lock");
+    const Claim claim(exchange.state.claims, {{exchange.path, Use::Change}});
+    if (!exchange.state.locks.Remove(std::string(text.substr(1, text.size() - 2)), exchange.path))
+        throw HttpError(409, "there is no such lock on it", "<D:lock-token-matches-request-uri/>");
+    exchange.response.Send(204);
+}
+
+}  // namespace webdav

@@ -1,0 +1,175 @@
+#include "webdav/LockTable.h"
+
+#include <algorithm>
+
+#include "core/HostError.h"
+#include "core/Text.h"
+#include "webdav/Http.h"
+
+namespace webdav {
+
+namespace {
+
+constexpr std::uint32_t c_longestGrace = 120;  // seconds
+
+// A client that refreshes at the last moment, over a slow line, still finds its lock.
+std::uint64_t ExpiryOf(const DavLock& lock) {
+    const std::uint32_t grace = std::min(lock.timeoutSeconds / 10 + 1, c_longestGrace);
+    return lock.expires + grace * c_second;
+}
+
+// "{0F8FAD5B-...}" as the volume has it.
+std::string TokenOf(std::wstring_view guid) {
+    std::string token = ToUtf8(guid.substr(1, guid.size() - 2));
+    std::transform(token.begin(), token.end(), token.begin(), [](char unit) { return unit >= 'A' && unit <= 'F' ? char(unit + 32) : unit; });
+    return "opaquelocktoken:" + token;
+}
+
+std::string NewToken() {
+    std::wstring guid = UniqueSuffix() + UniqueSuffix() + UniqueSuffix() + UniqueSuffix();
+    for (const std::size_t dash : {8, 13, 18, 23})
+        guid.insert(dash, 1, L'-');
+    return TokenOf(L"{" + guid + L"}");
+}
+
+bool InConflict(const DavLock& left, const DavLock& right) {
+    return (left.scope == LockScope_Exclusive || right.scope == LockScope_Exclusive) &&
+           (left.Covers(right.root) || right.Covers(left.root));
+}
+
+bool Opens(const std::vector<std::string>& submitted, const DavLock& lock) {
+    return std::find(submitted.begin(), submitted.end(), lock.token) != submitted.end();
+}
+
+}  // namespace
+
+LockTable::~LockTable() {
+    for (const DavLock& lock : m_locks)
+        LetGo(lock);
+}
+
+void LockTable::Hold(DavLock& lock) const {
+    if (lock.isFolder)
+        return;
+    LockInfo info{};
+    info.scope = lock.scope;
+    info.type = LockType_Write;
+    info.timeout = lock.timeoutSeconds;
+    Check(m_volume->Lock(lock.storedPath.Str(), &info), lock.root);
+    lock.volumeToken = BoundedText(info.token);
+}
+
+void LockTable::LetGo(const DavLock& lock) const {
+    if (!lock.isFolder)
+        m_volume->Unlock(lock.storedPath.Str(), lock.volumeToken.c_str());
+}
+
+DavLock LockTable::Add(DavLock wanted) {
+    const std::lock_guard guard(m_mutex);
+    for (const DavLock& lock : m_locks)
+        if (InConflict(lock, wanted))
+            throw HttpError(423, "another lock stands against it",
+                            "<D:no-conflicting-lock><D:href>" + Href(lock.root, lock.isFolder) + "</D:href></D:no-conflicting-lock>");
+    Hold(wanted);
+    wanted.token = wanted.isFolder ? NewToken() : TokenOf(wanted.volumeToken);
+    wanted.expires = Now() + wanted.timeoutSeconds * c_second;
+    m_locks.push_back(wanted);
+    return wanted;
+}
+
+std::optional<DavLock> LockTable::Refresh(const std::string& token, const VolumePath& path, std::uint32_t timeoutSeconds) {
+    const std::lock_guard guard(m_mutex);
+    for (DavLock& lock : m_locks) {
+        if (lock.token != token || !lock.Covers(path))
+            continue;
+        lock.timeoutSeconds = timeoutSeconds;
+        lock.expires = Now() + timeoutSeconds * c_second;
+        return lock;
+    }
+    return std::nullopt;
+}
+
+bool LockTable::Remove(const std::string& token, const VolumePath& path) {
+    const std::lock_guard guard(m_mutex);
+    const auto found = std::find_if(m_locks.begin(), m_locks.end(),
+                                    [&](const DavLock& lock) { return lock.token == token && lock.Covers(path); });
+    if (found == m_locks.end())
+        return false;
+    LetGo(*found);
+    m_locks.erase(found);
+    return true;
+}
+
+void LockTable::RemoveExpired() {
+    const std::lock_guard guard(m_mutex);
+    std::erase_if(m_locks, [this, now = Now()](const DavLock& lock) {
+        if (ExpiryOf(lock) > now)
+            return false;
+        LetGo(lock);
+        return true;
+    });
+}
+
+std::vector<DavLock> LockTable::Covering(const VolumePath& path) const {
+    const std::lock_guard guard(m_mutex);
+    std::vector<DavLock> found;
+    std::copy_if(m_locks.begin(), m_locks.end(), std::back_inserter(found), [&](const DavLock& lock) { return lock.Covers(path); });
+    return found;
+}
+
+std::vector<DavLock> LockTable::Inside(const VolumePath& top) const {
+    const std::lock_guard guard(m_mutex);
+    std::vector<DavLock> found;
+    std::copy_if(m_locks.begin(), m_locks.end(), std::back_inserter(found),
+                 [&](const DavLock& lock) { return IsAtOrInside(lock.root, top); });
+    return found;
+}
+
+bool LockTable::IsEmpty() const {
+    const std::lock_guard guard(m_mutex);
+    return m_locks.empty();
+}
+
+SuspendedLocks::SuspendedLocks(LockTable& table, const VolumePath& top) : m_table(table), m_locks(table.Inside(top)) {
+    const std::lock_guard guard(m_table.m_mutex);
+    std::erase_if(m_table.m_locks, [&](const DavLock& lock) { return IsAtOrInside(lock.root, top); });
+    for (const DavLock& lock : m_locks)
+        m_table.LetGo(lock);
+}
+
+SuspendedLocks::~SuspendedLocks() {
+    const std::lock_guard guard(m_table.m_mutex);
+    for (DavLock& lock : m_locks) {
+        if (!lock.isFolder && !m_table.m_volume.Find(lock.storedPath))
+            continue;  // a part of the operation was done; locking would make the file anew
+        try {
+            m_table.Hold(lock);
+            m_table.m_locks.push_back(lock);
+        } catch (const std::exception& error) {
+            PrintError("quelvol: a lock could not be taken again: " + std::string(error.what()) + "\n");
+        }
+    }
+}
+
+void RequireTokens(const LockTable& table, const std::vector<std::string>& submitted, const VolumePath& path) {
+    const std::vector<DavLock> locks = table.Covering(path);
+    if (locks.empty() || std::any_of(locks.begin(), locks.end(), [&](const DavLock& lock) { return Opens(submitted, lock); }))
+        return;
+    throw HttpError(423, "it is locked",
+                    "<D:lock-token-submitted><D:href>" + Href(locks[0].root, locks[0].isFolder) + "</D:href></D:lock-token-submitted>");
+}
+
+std::vector<DavLock> ClosedLocksInside(const LockTable& table, const std::vector<std::string>& submitted, const VolumePath& path) {
+    const std::vector<DavLock> locks = table.Inside(path);
+    std::vector<DavLock> closed;
+    for (const DavLock& lock : locks) {
+        const bool opened = std::any_of(locks.begin(), locks.end(), [&](const DavLock& other) {
+            return other.root.Equals(lock.root) && Opens(submitted, other);
+        });
+        if (!opened)
+            closed.push_back(lock);
+    }
+    return closed;
+}
+
+}  // namespace webdav

@@ -1,0 +1,147 @@
+#include "webdav/Methods.h"
+
+#include <algorithm>
+
+#include "core/HostError.h"
+
+namespace webdav {
+
+namespace {
+
+constexpr std::size_t c_maxXml = 1 << 20;
+
+// Does a condition of the If field hold for the resource it speaks of?
+bool Holds(const Exchange& exchange, const Resource& own, const std::string& url, const IfCondition& condition) {
+    Resource resource = own;
+    if (!url.empty()) {
+        try {
+            std::string authority;
+            const VolumePath path = ParseTarget(url, &authority);
+            if (!authority.empty() && !EqualToken(authority, exchange.request.Field("Host").value_or("")))
+                return false;
+            resource = Locate(exchange.state.volume, path);
+        } catch (const HttpError&) {
+            return false;  // it names nothing here
+        }
+    }
+    if (condition.isTag)
+        return resource.Exists() && condition.value == exchange.Tag(resource);
+    const std::vector<DavLock> locks = exchange.state.locks.Covering(resource.path);
+    return std::any_of(locks.begin(), locks.end(), [&](const DavLock& lock) { return lock.token == condition.value; });
+}
+
+// Some names cannot be given, because what stands on disk under them is listed as another file.
+void RequireFree(const Volume& volume, const VolumePath& path) {
+    try {
+        volume.RequireFree(path, false);  // what is encrypted is checked by who stores it
+    } catch (const HostError& error) {
+        throw HttpError(409, error.what());
+    }
+}
+
+}  // namespace
+
+Depth ParseDepth(const Request& request, Depth missing) {
+    const auto field = request.Field("Depth");
+    if (!field)
+        return missing;
+    if (*field == "0")
+        return Depth::Zero;
+    if (*field == "1")
+        return Depth::One;
+    if (EqualToken(*field, "infinity"))
+        return Depth::Infinity;
+    throw HttpError(400, "the depth is none of 0, 1 and infinity");
+}
+
+void CheckConditions(const Exchange& exchange, const Resource& resource) {
+    const Request& request = exchange.request;
+    const std::string tag = exchange.Tag(resource);
+    if (const auto match = request.Field("If-Match"); match && (!resource.Exists() || !TagListMatches(*match, tag)))
+        throw HttpError(412, "it is not what If-Match asks for");
+    const bool onlySavesTransfer = request.method == "GET" || request.method == "HEAD";
+    if (const auto noneMatch = request.Field("If-None-Match"); noneMatch && !onlySavesTransfer)
+        if (resource.Exists() && TagListMatches(*noneMatch, tag, true))
+            throw HttpError(412, "it is what If-None-Match excludes");
+    if (const auto since = request.Field("If-Unmodified-Since"); since && resource.Exists() && !request.Field("If-Match")) {
+        const std::uint64_t time = ParseHttpDate(*since);
+        if (time != 0 && resource.entry->data.lastWriteTime / c_second > time / c_second)
+            throw HttpError(412, "it was changed since");
+    }
+    const bool holds = exchange.ifHeader.empty() || IfHolds(exchange.ifHeader, [&](const std::string& url, const IfCondition& condition) {
+                           return Holds(exchange, resource, url, condition);
+                       });
+    if (!holds)
+        throw HttpError(412, "the If field does not hold");
+}
+
+void CheckWritable(const Exchange& exchange, const Resource& resource, bool comesOrGoes) {
+    RequireTokens(exchange.state.locks, exchange.tokens, resource.path);
+    if (!comesOrGoes)
+        return;
+    if (resource.IsTopLevel())
+        throw HttpError(403, "mount folders are made in the configuration");
+    const Resource parent = Locate(exchange.state.volume, resource.path.Parent());
+    if (!parent.IsFolder())
+        throw HttpError(409, "the folder it is to be in does not exist");
+    RequireTokens(exchange.state.locks, exchange.tokens, parent.path);
+    if (!resource.Exists())
+        RequireFree(exchange.state.volume, resource.path);
+}
+
+std::string ReadXmlBody(RequestBody& body) {
+    std::string text;
+    char part[8192];
+    while (const std::size_t count = body.Read(part, sizeof(part))) {
+        if (text.size() + count > c_maxXml)
+            throw HttpError(413, "the XML of the request is too long");
+        text.append(part, count);
+    }
+    return text;
+}
+
+void SendFailures(Response& response, const std::vector<MemberFailure>& failures) {
+    std::string xml = R"(<?xml version="1.0" encoding="utf-8"?><D:multistatus xmlns:D="DAV:">)";
+    for (const MemberFailure& failure : failures)
+        xml += "<D:response><D:href>" + failure.href + "</D:href><D:status>" + StatusLine(failure.status) + "</D:status></D:response>";
+    response.Send(207, {{"Content-Type", "application/xml; charset=utf-8"}}, xml + "</D:multistatus>");
+}
+
+int HttpStatus(VirtualVolumeStatus status) {
+    switch (status) {
+    case VVS_Success: return 200;
+    case VVS_PathNotFound:
+    case VVS_FileNotFound:
+    case VVS_MountFolderNotFound: return 404;
+    case VVS_PathAlreadyExists:
+    case VSS_FileExists: return 409;
+    case VVS_Locked:
+    case VVS_LockScopeViolation:
+    case VVS_LockTokenNotFound:
+    case VSS_LockViolation:
+    case VSS_SharingViolation: return 423;
+    case VVS_AccessDenied:
+    case VVS_Unauthorized: return 403;
+    case VVS_InvalidParameter:
+    case VVS_BadRequest: return 400;
+    case VVS_PreConditionFailed: return 412;
+    case VSS_NotImplemented: return 501;
+    case VSS_OutMemory: return 507;
+    default: return 500;
+    }
+}
+
+void AnswerOptions(Exchange& exchange) {
+    const Resource resource = exchange.Find();
+    std::string allow = "OPTIONS, PROPFIND, PROPPATCH, LOCK, UNLOCK, COPY";
+    if (!resource.Exists())
+        allow = "OPTIONS, PUT, MKCOL, LOCK";
+    else if (!resource.IsFolder())
+        allow += ", GET, HEAD, PUT, DELETE, MOVE";
+    else
+        allow += resource.IsTopLevel() ? ", GET, HEAD" : ", GET, HEAD, DELETE, MOVE";
+    // The last one makes Windows ask for WebDAV and nothing else.
+    exchange.response.Send(200, {{"DAV", "1, 2"}, {"Allow", allow}, {"MS-Author-Via", "DAV"}, {"Accept-Ranges", "bytes"}});
+}
+
+}  // namespace webdav

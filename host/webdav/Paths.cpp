@@ -1,0 +1,179 @@
+#include "webdav/Paths.h"
+
+#include <windows.h>
+
+#include "core/HostError.h"
+#include "core/Text.h"
+#include "webdav/Http.h"
+
+namespace webdav {
+
+namespace {
+
+constexpr std::size_t c_maxTarget = 16 * 1024;  // bytes
+constexpr std::string_view c_unreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$'()*+,=@";
+
+int HexDigit(char unit) {
+    if (unit >= '0' && unit <= '9')
+        return unit - '0';
+    const char lower = static_cast<char>(unit | 0x20);
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
+}
+
+std::string PercentDecoded(std::string_view text) {
+    std::string decoded;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            decoded += text[i];
+            continue;
+        }
+        const int high = i + 2 < text.size() ? HexDigit(text[i + 1]) : -1;
+        const int low = i + 2 < text.size() ? HexDigit(text[i + 2]) : -1;
+        if (high < 0 || low < 0)
+            throw HttpError(400, "the path has a '%' that two hexadecimal digits do not follow");
+        decoded += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    return decoded;
+}
+
+// Takes "http://host" away.
+std::string_view PathPart(std::string_view target, std::string* authority) {
+    for (const std::string_view scheme : {"http://", "https://"}) {
+        if (target.size() < scheme.size() || !EqualToken(target.substr(0, scheme.size()), scheme))
+            continue;
+        target.remove_prefix(scheme.size());
+        const std::size_t slash = std::min(target.find('/'), target.size());
+        if (authority)
+            *authority = std::string(target.substr(0, slash));
+        target.remove_prefix(slash);
+        return target.empty() ? "/" : target;
+    }
+    return target;
+}
+
+std::wstring DecodedName(std::string_view component) {
+    const std::string decoded = PercentDecoded(component);
+    if (decoded.find_first_of("/\\") != std::string::npos)
+        throw HttpError(400, "a name cannot contain a separator");
+    try {
+        return ToUtf16(decoded);
+    } catch (const HostError&) {
+        throw HttpError(400, "the path is not valid UTF-8");
+    }
+}
+
+bool IsAscii(std::wstring_view text) {
+    return text.find_first_not_of(L"\t !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~") ==
+           std::wstring_view::npos;
+}
+
+std::wstring Normalized(const std::wstring& text, NORM_FORM form) {
+    std::wstring result(text.size() * 4 + 16, L'\0');
+    const int length = NormalizeString(form, text.data(), static_cast<int>(text.size()), result.data(), static_cast<int>(result.size()));
+    result.resize(static_cast<std::size_t>(std::max(length, 0)));
+    return result;
+}
+
+// Short names ("REPORT~1.DOC") reach a file that is listed under another name; to follow them would go round its locks.
+bool IsListedUnderItsName(const Volume& volume, const VolumePath& path) {
+    const std::wstring name = path.Name();
+    if (path.IsMountFolder() || name.find(L'~') == std::wstring::npos)
+        return true;
+    Search search(volume, path.Parent(), name.c_str());
+    for (Entry entry; search.Next(entry);)
+        if (EqualNoCase(entry.Name(), name))
+            return true;
+    return false;
+}
+
+// The parent in its stored spelling; a parent that is missing, or has another name, stays as asked for.
+VolumePath StoredParent(const Volume& volume, const VolumePath& path) {
+    if (path.IsRoot() || path.IsMountFolder())
+        return path.Parent();
+    const std::wstring text = path.Parent().Str();
+    if (IsAscii(text) && text.find(L'~') == std::wstring::npos)
+        return path.Parent();
+    return Locate(volume, path.Parent()).path;
+}
+
+}  // namespace
+
+bool PathLess::operator()(const VolumePath& left, const VolumePath& right) const {
+    return CompareStringOrdinal(left.Str(), -1, right.Str(), -1, TRUE) == CSTR_LESS_THAN;
+}
+
+bool IsAtOrInside(const VolumePath& path, const VolumePath& folder) {
+    return folder.IsRoot() || path.Equals(folder) || path.IsInside(folder);
+}
+
+VolumePath Moved(const VolumePath& path, const VolumePath& oldTop, const VolumePath& newTop) {
+    const std::wstring rest = std::wstring(path.Str()).substr(std::wcslen(oldTop.Str()));
+    return rest.empty() ? newTop : newTop.Child(rest.substr(oldTop.IsRoot() ? 0 : 1));
+}
+
+VolumePath ParseTarget(std::string_view target, std::string* authority) {
+    if (target.size() > c_maxTarget)
+        throw HttpError(414);
+    target = PathPart(target, authority);
+    target = target.substr(0, target.find('?'));
+    if (target.empty() || target[0] != '/' || target.find('#') != std::string_view::npos)
+        throw HttpError(400, "not a path of this server");
+    VolumePath path;
+    while (!target.empty()) {
+        const std::size_t end = std::min(target.find('/'), target.size());
+        const std::wstring name = DecodedName(target.substr(0, end));
+        target.remove_prefix(std::min(end + 1, target.size()));
+        if (name.empty())
+            continue;
+        if (const char* problem = VolumePath::ComponentProblem(name))
+            throw HttpError(name.size() > 255 ? 414 : 400, "the path is refused: " + std::string(problem));
+        path = path.Child(name);
+    }
+    if (std::wcslen(path.Str()) > 32'000)
+        throw HttpError(414);
+    return path;
+}
+
+std::string Href(const VolumePath& path, bool isFolder) {
+    std::string href = "/";
+    if (path.IsRoot())
+        return href;
+    for (const char unit : ToUtf8(path.Str())) {
+        if (unit == '\\') {
+            href += '/';
+        } else if (c_unreserved.find(unit) != std::string_view::npos) {
+            href += unit;
+        } else {
+            constexpr char digits[] = "0123456789ABCDEF";
+            href += {'%', digits[static_cast<unsigned char>(unit) >> 4], digits[unit & 15]};
+        }
+    }
+    return isFolder ? href + '/' : href;
+}
+
+Resource Locate(const Volume& volume, const VolumePath& path) {
+    if (path.IsRoot()) {
+        Resource root{path, Entry{path}};
+        root.entry->data.fileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+        return root;
+    }
+    const std::wstring name = path.Name();
+    const VolumePath parent = StoredParent(volume, path);
+    std::vector<std::wstring> spellings{name};
+    if (!IsAscii(name))
+        spellings.insert(spellings.end(), {Normalized(name, NormalizationC), Normalized(name, NormalizationD)});
+    for (const std::wstring& spelling : spellings) {
+        const VolumePath candidate = parent.Child(spelling);
+        std::optional<Entry> entry = spelling.empty() ? std::nullopt : volume.Find(candidate);
+        if (entry && IsListedUnderItsName(volume, candidate))
+            return {candidate, std::move(entry)};
+    }
+    return {parent.Child(name), std::nullopt};
+}
+
+Resource Listed(const VolumePath& folder, const Entry& entry) {
+    return {folder.Child(entry.Name()), entry};
+}
+
+}  // namespace webdav

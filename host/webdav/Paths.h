@@ -1,0 +1,50 @@
+// Between the paths of URLs and those of the volume. Nothing reaches the volume that did not come through here.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "core/Volume.h"
+
+namespace webdav {
+
+// As the file system orders and compares names.
+struct PathLess {
+    bool operator()(const VolumePath& left, const VolumePath& right) const;
+};
+template <class Value>
+using PathMap = std::map<VolumePath, Value, PathLess>;
+
+// Is path folder itself or below it?
+bool IsAtOrInside(const VolumePath& path, const VolumePath& folder);
+// Where path goes when oldTop becomes newTop.
+VolumePath Moved(const VolumePath& path, const VolumePath& oldTop, const VolumePath& newTop);
+
+// "/Docs/a%20b.txt" or "http://host/Docs/a%20b.txt", whose host is then put into *authority. Throws HttpError 400 for what
+// can name nothing here: "..", an encoded separator, a drive, a stream, a device, broken encoding, a fragment; 414 for
+// what is too long.
+VolumePath ParseTarget(std::string_view target, std::string* authority = nullptr);
+// The other way, escaped for a URL; a folder's ends with '/'.
+std::string Href(const VolumePath& path, bool isFolder);
+
+// What a path names.
+struct Resource {
+    VolumePath path;             // as the client knows it, in the spelling that is stored
+    std::optional<Entry> entry;  // what is there; its path is the one to give to the volume
+
+    bool Exists() const { return entry.has_value(); }
+    bool IsFolder() const { return entry && entry->IsFolder(); }
+    bool IsTopLevel() const { return path.IsRoot() || path.IsMountFolder(); }
+    std::string Url() const { return Href(path, IsFolder()); }
+    // The path to give to the volume, for something that may be missing.
+    const VolumePath& StoredPath() const { return entry ? entry->path : path; }
+};
+
+// Finds path, also when its accents are composed in the other way than stored.
+Resource Locate(const Volume& volume, const VolumePath& path);
+// The same, for an entry of a listing.
+Resource Listed(const VolumePath& folder, const Entry& entry);
+
+}  // namespace webdav

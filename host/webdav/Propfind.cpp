@@ -1,0 +1,209 @@
+// PROPFIND: what the server knows of a resource and of those in it, sent as the listing goes along.
+#include <algorithm>
+#include <cstdio>
+
+#include "core/Text.h"
+#include "webdav/Methods.h"
+
+namespace webdav {
+
+namespace {
+
+constexpr std::string_view c_windows = "urn:schemas-microsoft-com:";
+
+// A property of the volume's: null when this resource does not have it.
+struct LiveProperty {
+    std::string_view space;
+    const char* name;
+    bool inAllProp;  // the others cost too much in every entry of a large folder, and are asked for by name
+    std::optional<std::string> (*value)(const Exchange&, const Resource&);
+};
+
+std::optional<std::string> Element(std::string_view name, const std::string& value) {
+    return "<D:" + std::string(name) + '>' + value + "</D:" + std::string(name) + '>';
+}
+
+std::optional<std::string> WindowsElement(const std::string& name, const std::string& value) {
+    return '<' + name + " xmlns=\"" + std::string(c_windows) + "\">" + value + "</" + name + '>';
+}
+
+std::optional<std::string> DateElement(std::string_view name, std::uint64_t time, std::string (*format)(std::uint64_t)) {
+    return time ? Element(name, format(time)) : std::nullopt;
+}
+
+std::optional<std::string> WindowsDate(const std::string& name, std::uint64_t time) {
+    return time ? WindowsElement(name, HttpDate(time)) : std::nullopt;
+}
+
+using Value = std::optional<std::string>;
+
+constexpr LiveProperty c_live[] = {
+    {c_dav, "resourcetype", true,
+     [](const Exchange&, const Resource& item) -> Value {
+         return item.IsFolder() ? "<D:resourcetype><D:collection/></D:resourcetype>" : "<D:resourcetype/>";
+     }},
+    {c_dav, "getcontentlength", true,
+     [](const Exchange&, const Resource& item) -> Value {
+         return item.IsFolder() ? std::nullopt : Element("getcontentlength", std::to_string(item.entry->data.fileSize));
+     }},
+    {c_dav, "getlastmodified", true,
+     [](const Exchange&, const Resource& item) { return DateElement("getlastmodified", item.entry->data.lastWriteTime, HttpDate); }},
+    {c_dav, "creationdate", true,
+     [](const Exchange&, const Resource& item) { return DateElement("creationdate", item.entry->data.creationTime, IsoDate); }},
+    {c_dav, "getetag", true,
+     [](const Exchange& exchange, const Resource& item) -> Value {
+         return item.IsFolder() ? std::nullopt : Element("getetag", exchange.Tag(item));
+     }},
+    {c_dav, "getcontenttype", false,
+     [](const Exchange&, const Resource& item) -> Value {
+         const char* const type = item.IsFolder() ? "httpd/unix-directory" : ContentType(item.path.Name());
+         return Element("getcontenttype", type ? type : "application/octet-stream");
+     }},
+    {c_dav, "displayname", false,
+     [](const Exchange&, const Resource& item) -> Value {
+         return item.path.IsRoot() ? std::nullopt : Element("displayname", Escaped(ToUtf8(item.path.Name())));
+     }},
+    {c_dav, "lockdiscovery", false,
+     [](const Exchange& exchange, const Resource& item) -> Value {
+         return LockDiscoveryXml(exchange.state.locks.Covering(item.path));
+     }},
+    {c_dav, "supportedlock", false,
+     [](const Exchange&, const Resource&) -> Value {
+         return "<D:supportedlock><D:lockentry><D:lockscope><D:exclusive/></D:lockscope><D:locktype><D:write/></D:locktype>"
+                "</D:lockentry><D:lockentry><D:lockscope><D:shared/></D:lockscope><D:locktype><D:write/></D:locktype>"
+                "</D:lockentry></D:supportedlock>";
+     }},
+    {c_windows, "Win32CreationTime", false,
+     [](const Exchange&, const Resource& item) { return WindowsDate("Win32CreationTime", item.entry->data.creationTime); }},
+    {c_windows, "Win32LastAccessTime", false,
+     [](const Exchange&, const Resource& item) { return WindowsDate("Win32LastAccessTime", item.entry->data.lastAccessTime); }},
+    {c_windows, "Win32LastModifiedTime", false,
+     [](const Exchange&, const Resource& item) { return WindowsDate("Win32LastModifiedTime", item.entry->data.lastWriteTime); }},
+    {c_windows, "Win32FileAttributes", false,
+     [](const Exchange&, const Resource& item) -> Value {
+         char text[16];
+         std::snprintf(text, sizeof(text), "%08x", static_cast<unsigned>(item.entry->data.fileAttributes));
+         return WindowsElement("Win32FileAttributes", text);
+     }},
+};
+
+struct Query {
+    enum Kind { All, Names, Some } kind = All;
+    std::vector<XmlName> wanted;  // of Some, and of All those to include
+    bool brief = false;           // leave out what is missing
+};
+
+void TakeNames(const XmlNode& parent, Query& query) {
+    for (const XmlNode& child : parent.children)
+        if (!child.IsText() && std::find(query.wanted.begin(), query.wanted.end(), child.name) == query.wanted.end())
+            query.wanted.push_back(child.name);
+}
+
+Query ParseQuery(const Exchange& exchange) {
+    Query query;
+    query.brief = EqualToken(exchange.request.Field("Brief").value_or(""), "t") ||
+                  exchange.request.Field("Prefer").value_or("").find("return=minimal") != std::string::npos;
+    const std::string text = ReadXmlBody(exchange.body);
+    if (text.empty())
+        return query;
+    const XmlNode document = ParseXml(text);
+    if (!document.name.IsDav("propfind"))
+        throw HttpError(400, "the body is no propfind");
+    if (const XmlNode* prop = document.Child("prop")) {
+        query.kind = Query::Some;
+        TakeNames(*prop, query);
+    } else if (document.Child("propname")) {
+        query.kind = Query::Names;
+    } else if (!document.Child("allprop")) {
+        throw HttpError(400, "the propfind asks for nothing");
+    } else if (const XmlNode* include = document.Child("include")) {
+        TakeNames(*include, query);
+    }
+    return query;
+}
+
+const LiveProperty* FindLive(const XmlName& name) {
+    const auto found = std::find_if(std::begin(c_live), std::end(c_live),
+                                    [&](const LiveProperty& live) { return live.space == name.space && live.name == name.local; });
+    return found == std::end(c_live) ? nullptr : found;
+}
+
+class Listing {
+public:
+    Listing(const Exchange& exchange, Query query) : m_exchange(exchange), m_query(std::move(query)) {}
+
+    std::string Entry(const Resource& item) const {
+        const PropertyTexts dead = m_exchange.state.properties.Of(item.path);
+        std::string found, missing;
+        if (m_query.kind == Query::Names)
+            AddNames(item, dead, found);
+        if (m_query.kind == Query::All)
+            AddAll(item, dead, found);
+        for (const XmlName& name : m_query.wanted)
+            AddOne(item, dead, name, found, missing);
+        std::string xml = "<D:response><D:href>" + Escaped(item.Url()) + "</D:href>";
+        if (!found.empty() || missing.empty() || m_query.brief)
+            xml += "<D:propstat><D:prop>" + found + "</D:prop><D:status>HTTP/1.1 200 OK</D:status></D:propstat>";
+        if (!missing.empty() && !m_query.brief)
+            xml += "<D:propstat><D:prop>" + missing + "</D:prop><D:status>HTTP/1.1 404 Not Found</D:status></D:propstat>";
+        return xml + "</D:response>\n";
+    }
+
+private:
+    void AddNames(const Resource& item, const PropertyTexts& dead, std::string& found) const {
+        for (const LiveProperty& live : c_live)
+            if (live.value(m_exchange, item))
+                found += '<' + OpenName({std::string(live.space), live.name}) + "/>";
+        for (const auto& [name, text] : dead)
+            if (!FindLive(name))
+                found += '<' + OpenName(name) + "/>";
+    }
+
+    void AddAll(const Resource& item, const PropertyTexts& dead, std::string& found) const {
+        for (const LiveProperty& live : c_live)
+            if (live.inAllProp)
+                found += live.value(m_exchange, item).value_or("");
+        for (const auto& [name, text] : dead)
+            found += text;
+        if (const std::vector<DavLock> locks = m_exchange.state.locks.Covering(item.path); !locks.empty())
+            found += LockDiscoveryXml(locks);
+    }
+
+    void AddOne(const Resource& item, const PropertyTexts& dead, const XmlName& name, std::string& found, std::string& missing) const {
+        const LiveProperty* const live = FindLive(name);
+        const auto kept = dead.find(name);
+        const Value value = kept != dead.end() ? kept->second : live ? live->value(m_exchange, item) : std::nullopt;
+        if (value)
+            found += *value;
+        else
+            missing += '<' + OpenName(name) + "/>";
+    }
+
+    const Exchange& m_exchange;
+    Query m_query;
+};
+
+}  // namespace
+
+void AnswerPropfind(Exchange& exchange) {
+    const Depth depth = ParseDepth(exchange.request, Depth::Infinity);
+    const Listing listing(exchange, ParseQuery(exchange));
+    const Resource resource = exchange.Find();
+    if (!resource.Exists())
+        throw HttpError(404, "there is no such file or folder");
+    CheckConditions(exchange, resource);
+    if (depth == Depth::Infinity && resource.IsFolder())
+        throw HttpError(403, "one folder at a time is listed", "<D:propfind-finite-depth/>");
+    Response& response = exchange.response;
+    response.Begin(207, {{"Content-Type", "application/xml; charset=utf-8"}}, std::nullopt);
+    response.Write("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<D:multistatus xmlns:D=\"DAV:\">\n");
+    response.Write(listing.Entry(resource));
+    if (resource.IsFolder() && depth == Depth::One) {
+        Search search(exchange.state.volume, resource.entry->path);
+        for (Entry entry; search.Next(entry);)
+            response.Write(listing.Entry(Listed(resource.path, entry)));
+    }
+    response.Write("</D:multistatus>\n");
+}
+
+}  // namespace webdav

@@ -1,0 +1,140 @@
+// PROPPATCH: all of the changes or none. Properties are kept in memory, but the times that Windows sets become the file's.
+#include <algorithm>
+
+#include "core/HostError.h"
+#include "core/Upload.h"
+#include "webdav/FileReader.h"
+#include "webdav/Methods.h"
+
+namespace webdav {
+
+namespace {
+
+constexpr std::string_view c_windows = "urn:schemas-microsoft-com:";
+constexpr std::uint64_t c_partSize = 256 * 1024;
+constexpr std::uint32_t c_keepAttributes = 0xFFFFFFFF;
+constexpr const char* c_protected[] = {"creationdate", "getcontentlength", "getcontenttype", "getetag",
+                                       "getlastmodified", "lockdiscovery", "resourcetype", "supportedlock"};
+
+struct Changes {
+    std::vector<XmlName> order;  // as they are answered for
+    std::map<XmlName, std::optional<std::string>> dead;
+    VirtFindData times{};  // 0: not set
+    bool setsTimes = false;
+};
+
+std::uint64_t* TimeField(const XmlName& name, VirtFindData& times) {
+    if (name.space != c_windows)
+        return nullptr;
+    if (name.local == "Win32CreationTime")
+        return &times.creationTime;
+    if (name.local == "Win32LastAccessTime")
+        return &times.lastAccessTime;
+    return name.local == "Win32LastModifiedTime" ? &times.lastWriteTime : nullptr;
+}
+
+void AddChange(Changes& changes, const XmlNode& property, bool isSet) {
+    if (std::find(changes.order.begin(), changes.order.end(), property.name) == changes.order.end())
+        changes.order.push_back(property.name);
+    std::uint64_t* const time = TimeField(property.name, changes.times);
+    if (!time) {
+        changes.dead[property.name] = isSet ? std::optional(Serialized(property)) : std::nullopt;
+    } else if (isSet) {
+        *time = ParseHttpDate(Trimmed(property.Text()));
+        changes.setsTimes = changes.setsTimes || *time != 0;
+    }
+}
+
+Changes ParseChanges(const std::string& text) {
+    const XmlNode document = text.empty() ? XmlNode() : ParseXml(text);
+    if (!document.name.IsDav("propertyupdate"))
+        throw HttpError(400, "the body is no propertyupdate");
+    Changes changes;
+    for (const XmlNode& step : document.children) {
+        if (!step.name.IsDav("set") && !step.name.IsDav("remove"))
+            continue;
+        for (const XmlNode& prop : step.children) {
+            if (!prop.name.IsDav("prop"))
+                continue;
+            for (const XmlNode& property : prop.children)
+                if (!property.IsText())
+                    AddChange(changes, property, step.name.IsDav("set"));
+        }
+    }
+    if (changes.order.empty())
+        throw HttpError(400, "the propertyupdate changes nothing");
+    return changes;
+}
+
+bool IsProtected(const XmlName& name) {
+    return name.space == c_dav && std::find(std::begin(c_protected), std::end(c_protected), name.local) != std::end(c_protected);
+}
+
+bool HasTimes(const VirtFindData& data, const VirtFindData& wanted) {
+    const auto same = [](std::uint64_t has, std::uint64_t wants) { return wants == 0 || has / c_second == wants / c_second; };
+    return same(data.lastWriteTime, wanted.lastWriteTime) && same(data.creationTime, wanted.creationTime) &&
+           same(data.lastAccessTime, wanted.lastAccessTime);
+}
+
+// The times of an encrypted file are inside of its container, which is written anew for them.
+void StoreAgain(const Volume& volume, const Resource& file, const VirtFindData& times) {
+    FileReader source(volume, file.entry->path);
+    Upload upload(volume, file.path);
+    std::uint64_t done = 0;
+    for (std::string_view part; !(part = source.Read(done, c_partSize)).empty(); done += part.size())
+        upload.Write(part.data(), part.size());
+    upload.Place(times);
+}
+
+void SetTimes(State& state, const Resource& resource, VirtFindData times) {
+    const VirtFindData& data = resource.entry->data;
+    if (HasTimes(data, times) || resource.IsTopLevel())
+        return;
+    if (!resource.IsFolder() && data.itemType != VIT_PlainFile) {
+        for (const auto time : {&VirtFindData::creationTime, &VirtFindData::lastAccessTime, &VirtFindData::lastWriteTime})
+            if (times.*time == 0)
+                times.*time = data.*time;
+        StoreAgain(state.volume, resource, times);
+    } else {
+        const FileHandle file =
+            state.volume.Open(resource.entry->path, GENERIC_READ | FILE_WRITE_ATTRIBUTES, c_shareAll, OPEN_EXISTING);
+        Check(state.volume->SetFileInfo(file.Get(), c_keepAttributes, &times), resource.path);
+    }
+    if (!resource.IsFolder())
+        state.changes.Note(resource.path);
+}
+
+void SendResult(Response& response, const Resource& resource, const Changes& changes) {
+    const bool refused = std::any_of(changes.order.begin(), changes.order.end(), IsProtected);
+    std::string done, failed;
+    for (const XmlName& name : changes.order)
+        (IsProtected(name) ? failed : done) += '<' + OpenName(name) + "/>";
+    std::string xml = R"(<?xml version="1.0" encoding="utf-8"?><D:multistatus xmlns:D="DAV:"><D:response><D:href>)" +
+                      Escaped(resource.Url()) + "</D:href>";
+    if (!done.empty())
+        xml += "<D:propstat><D:prop>" + done + "</D:prop><D:status>" + StatusLine(refused ? 424 : 200) + "</D:status></D:propstat>";
+    if (!failed.empty())
+        xml += "<D:propstat><D:prop>" + failed + "</D:prop><D:status>" + StatusLine(403) +
+               "</D:status><D:error><D:cannot-modify-protected-property/></D:error></D:propstat>";
+    response.Send(207, {{"Content-Type", "application/xml; charset=utf-8"}}, xml + "</D:response></D:multistatus>");
+}
+
+}  // namespace
+
+void AnswerProppatch(Exchange& exchange) {
+    const Changes changes = ParseChanges(ReadXmlBody(exchange.body));
+    const Claim claim(exchange.state.claims, {{exchange.path, Use::Change}});
+    const Resource resource = exchange.Find();
+    if (!resource.Exists())
+        throw HttpError(404, "there is no such file or folder");
+    CheckConditions(exchange, resource);
+    CheckWritable(exchange, resource, false);
+    if (std::none_of(changes.order.begin(), changes.order.end(), IsProtected)) {
+        if (changes.setsTimes)
+            SetTimes(exchange.state, resource, changes.times);
+        exchange.state.properties.Change(resource.path, changes.dead);
+    }
+    SendResult(exchange.response, resource, changes);
+}
+
+}  // namespace webdav

@@ -1,0 +1,79 @@
+#include "webdav/Site.h"
+
+#include "core/HostError.h"
+#include "core/Text.h"
+
+namespace webdav {
+
+namespace {
+
+struct MethodRow {
+    const char* name;
+    void (*answer)(Exchange&);
+};
+
+constexpr MethodRow c_methods[] = {
+    {"OPTIONS", AnswerOptions},   {"GET", AnswerGet},
+    {"HEAD", AnswerGet},          {"PUT", AnswerPut},
+    {"DELETE", AnswerDelete},     {"MKCOL", AnswerMkcol},
+    {"COPY", AnswerCopy},         {"MOVE", AnswerMove},
+    {"PROPFIND", AnswerPropfind}, {"PROPPATCH", AnswerProppatch},
+    {"LOCK", AnswerLock},         {"UNLOCK", AnswerUnlock},
+};
+
+void SendError(Response& response, int status, const std::string& text, const std::string& condition, Fields fields) {
+    if (response.HasBegun())
+        throw ConnectionLost(text);  // the client sees that the answer is cut short
+    std::string body;
+    if (!condition.empty()) {
+        body = R"(<?xml version="1.0" encoding="utf-8"?><D:error xmlns:D="DAV:">)" + condition + "</D:error>";
+        fields.emplace_back("Content-Type", "application/xml; charset=utf-8");
+    } else if (!text.empty()) {
+        body = text + "\n";
+        fields.emplace_back("Content-Type", "text/plain; charset=utf-8");
+    }
+    response.Send(status, fields, body);
+}
+
+// What went wrong inside is for the one who runs the server, too.
+void LogFailure(const Request& request, const char* text) {
+    PrintError("quelvol: " + request.method + " failed: " + text + "\n");
+}
+
+}  // namespace
+
+void Site::Answer(const Request& request, RequestBody& body, Response& response) {
+    try {
+        Dispatch(request, body, response);
+    } catch (const ConnectionLost&) {
+        throw;
+    } catch (const HttpError& error) {
+        SendError(response, error.Status(), error.what(), error.Condition(), error.ExtraFields());
+    } catch (const StatusError& error) {
+        const int status = HttpStatus(error.Status());
+        if (status >= 500)
+            LogFailure(request, error.what());
+        SendError(response, status, error.what(), {}, {});
+    } catch (const std::exception& error) {
+        LogFailure(request, error.what());
+        SendError(response, 500, error.what(), {}, {});
+    }
+}
+
+void Site::Dispatch(const Request& request, RequestBody& body, Response& response) {
+    CheckAccess(m_rules, request);
+    for (const MethodRow& row : c_methods) {
+        if (request.method != row.name)
+            continue;
+        const VolumePath path = request.target == "*" && request.method == "OPTIONS" ? VolumePath() : ParseTarget(request.target);
+        Exchange exchange{m_state, request, body, response, Locate(m_state.volume, path).path, {}, {}};
+        if (const auto field = request.Field("If")) {
+            exchange.ifHeader = ParseIf(*field);
+            exchange.tokens = SubmittedTokens(exchange.ifHeader);
+        }
+        return row.answer(exchange);
+    }
+    throw HttpError(501, "this server does not know the method");
+}
+
+}  // namespace webdav

@@ -1,0 +1,25 @@
+// The volume as a WebDAV site: takes each request through the checks that all share, to the function of its method, and
+// turns what fails into an answer.
+#pragma once
+
+#include "webdav/Access.h"
+#include "webdav/Methods.h"
+
+namespace webdav {
+
+class Site {
+public:
+    Site(const Volume& volume, AccessRules rules) : m_state(volume), m_rules(std::move(rules)) {}
+
+    // Any thread may call. Throws ConnectionLost only, also when an answer that has begun cannot be finished.
+    void Answer(const Request& request, RequestBody& body, Response& response);
+    void RemoveExpiredLocks() { m_state.locks.RemoveExpired(); }
+
+private:
+    void Dispatch(const Request& request, RequestBody& body, Response& response);
+
+    State m_state;
+    AccessRules m_rules;
+};
+
+}  // namespace webdav

@@ -1,0 +1,76 @@
+#include "webdav/Spool.h"
+
+#include "core/HostError.h"
+#include "core/Text.h"
+#include "webdav/Http.h"
+
+namespace webdav {
+
+namespace {
+
+constexpr std::size_t c_memoryLimit = 1 << 20;
+constexpr std::size_t c_partSize = 256 * 1024;
+
+[[noreturn]] void ThrowFileError() {
+    const DWORD error = GetLastError();
+    throw HttpError(error == ERROR_DISK_FULL || error == ERROR_HANDLE_DISK_FULL ? 507 : 500,
+                    "the upload could not be kept: " + SystemMessage(error));
+}
+
+HANDLE CreateSpoolFile() {
+    wchar_t folder[MAX_PATH + 2];
+    if (!GetTempPathW(static_cast<DWORD>(std::size(folder)), folder))
+        ThrowFileError();
+    const std::wstring path = std::wstring(folder) + L"upload-" + UniqueSuffix();
+    const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        ThrowFileError();
+    return file;
+}
+
+}  // namespace
+
+Spool::~Spool() {
+    if (m_file != INVALID_HANDLE_VALUE)
+        CloseHandle(m_file);
+}
+
+void Spool::Append(std::string_view data) {
+    if (m_file == INVALID_HANDLE_VALUE && m_memory.size() + data.size() <= c_memoryLimit) {
+        m_memory.insert(m_memory.end(), data.begin(), data.end());
+        return;
+    }
+    if (m_file == INVALID_HANDLE_VALUE) {
+        m_file = CreateSpoolFile();
+        WriteToFile({m_memory.data(), m_memory.size()});
+        std::vector<char>().swap(m_memory);
+    }
+    WriteToFile(data);
+}
+
+void Spool::WriteToFile(std::string_view data) {
+    while (!data.empty()) {
+        DWORD count = 0;
+        if (!WriteFile(m_file, data.data(), static_cast<DWORD>(data.size()), &count, nullptr))
+            ThrowFileError();
+        data.remove_prefix(count);
+    }
+}
+
+void Spool::ForEach(const std::function<void(std::string_view)>& take) {
+    if (m_file == INVALID_HANDLE_VALUE) {
+        take({m_memory.data(), m_memory.size()});
+        return;
+    }
+    if (!SetFilePointerEx(m_file, {}, nullptr, FILE_BEGIN))
+        ThrowFileError();
+    std::vector<char> part(c_partSize);
+    for (DWORD count = 1; count > 0;) {
+        if (!ReadFile(m_file, part.data(), static_cast<DWORD>(part.size()), &count, nullptr))
+            ThrowFileError();
+        take({part.data(), count});
+    }
+}
+
+}  // namespace webdav

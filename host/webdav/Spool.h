@@ -1,0 +1,32 @@
+// An upload while it comes in: small ones in memory, large ones in a file of the run's temp folder that is gone when it is
+// closed, even when the program dies.
+#pragma once
+
+#include <functional>
+#include <string_view>
+#include <vector>
+
+#include <windows.h>
+
+namespace webdav {
+
+class Spool {
+public:
+    Spool() = default;
+    ~Spool();
+    Spool(const Spool&) = delete;
+    Spool& operator=(const Spool&) = delete;
+
+    // Throws HttpError 507 when the disk is full.
+    void Append(std::string_view data);
+    // Everything from the beginning, in parts.
+    void ForEach(const std::function<void(std::string_view)>& take);
+
+private:
+    void WriteToFile(std::string_view data);
+
+    std::vector<char> m_memory;
+    HANDLE m_file = INVALID_HANDLE_VALUE;
+};
+
+}  // namespace webdav

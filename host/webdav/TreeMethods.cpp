@@ -1,0 +1,200 @@
+// DELETE and MKCOL, COPY and MOVE: what comes, goes and changes its place.
+#include <cwchar>
+#include <optional>
+
+#include "core/HostError.h"
+#include "webdav/Methods.h"
+#include "webdav/TreeWork.h"
+
+namespace webdav {
+
+namespace {
+
+// Locks below a folder that is to go or to be replaced, and that the client did not open. True: there are none; else they
+// have been answered for.
+bool MembersAreOpen(Exchange& exchange, const Resource& top) {
+    std::vector<MemberFailure> failures;
+    for (const DavLock& lock : ClosedLocksInside(exchange.state.locks, exchange.tokens, top.path))
+        failures.push_back({Href(lock.root, lock.isFolder), 423});
+    if (failures.empty())
+        return true;
+    failures.push_back({top.Url(), 424});
+    SendFailures(exchange.response, failures);
+    return false;
+}
+
+// One failure of the resource itself is the answer's own status.
+void AnswerForFailures(Exchange& exchange, const std::vector<MemberFailure>& failures, const Resource& top) {
+    if (failures.size() == 1 && failures[0].href == top.Url())
+        throw HttpError(failures[0].status, "it failed");
+    SendFailures(exchange.response, failures);
+}
+
+// What a COPY or MOVE is about.
+struct Transfer {
+    Resource source, target;
+    bool isMove = false;
+    bool shallow = false;  // a folder without what is in it
+
+    bool ReplacesFileByFile() const { return target.Exists() && !target.IsFolder() && !source.IsFolder(); }
+};
+
+VolumePath DestinationPath(const Exchange& exchange) {
+    const auto field = exchange.request.Field("Destination");
+    if (!field)
+        throw HttpError(400, "the request has no destination");
+    std::string authority;
+    const VolumePath path = ParseTarget(*field, &authority);
+    if (!authority.empty() && !EqualToken(authority, exchange.request.Field("Host").value_or("")))
+        throw HttpError(502, "the destination is on another server");
+    return path;
+}
+
+bool MayOverwrite(const Request& request) {
+    const std::string field = request.Field("Overwrite").value_or("T");
+    if (!EqualToken(field, "T") && !EqualToken(field, "F"))
+        throw HttpError(400, "Overwrite is neither T nor F");
+    return EqualToken(field, "T");
+}
+
+// Only the spelling changes: the letter case, or how accents are composed. The target is then found as the source.
+bool IsRespelling(const Transfer& transfer, const VolumePath& destination) {
+    return transfer.isMove && transfer.target.path.Equals(transfer.source.path) &&
+           std::wcscmp(destination.Str(), transfer.source.path.Str()) != 0;
+}
+
+Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, bool isMove) {
+    Transfer transfer{exchange.Find(), Locate(exchange.state.volume, destination), isMove, false};
+    const Resource& source = transfer.source;
+    Resource& target = transfer.target;
+    if (!source.Exists())
+        throw HttpError(404, "there is no such file or folder");
+    const bool isRespelling = IsRespelling(transfer, destination);
+    if (isRespelling)
+        target = {target.path.Parent().Child(destination.Name()), std::nullopt};
+    else if (target.path.Equals(source.path))
+        throw HttpError(403, "it is there already");
+    if (target.path.IsInside(source.path) || source.path.IsInside(target.path))
+        throw HttpError(403, "one of the two is inside of the other");
+    if (target.IsTopLevel() || (isMove && source.IsTopLevel()))
+        throw HttpError(403, "mount folders are made in the configuration");
+    const Depth depth = ParseDepth(exchange.request, Depth::Infinity);
+    if (source.IsFolder() && (depth == Depth::One || (isMove && depth == Depth::Zero)))
+        throw HttpError(400, "a folder goes with all that is in it");
+    transfer.shallow = depth == Depth::Zero;
+    CheckConditions(exchange, source);
+    if (isMove)
+        CheckWritable(exchange, source, true);
+    if (!isRespelling)
+        CheckWritable(exchange, target, !transfer.ReplacesFileByFile());
+    if (target.Exists() && !MayOverwrite(exchange.request))
+        throw HttpError(412, "something is there already");
+    return transfer;
+}
+
+// The properties and tags follow what was done.
+void NoteTransfer(State& state, const Transfer& transfer) {
+    state.properties.RemoveTree(transfer.target.path);
+    if (transfer.isMove)
+        state.properties.MoveTree(transfer.source.path, transfer.target.path);
+    else
+        state.properties.CopyTree(transfer.source.path, transfer.target.path);
+    state.changes.Note(transfer.target.path);
+    if (transfer.isMove)
+        state.changes.Note(transfer.source.path);
+}
+
+void CarryOut(Exchange& exchange, const Transfer& transfer) {
+    State& state = exchange.state;
+    const auto& [source, target, isMove, shallow] = transfer;
+    // A lock on a file stays where a file takes its place: programs save that way under their lock.
+    std::optional<SuspendedLocks> sourceLocks, targetLocks;
+    std::optional<SetAside> replaced;
+    if (isMove)
+        sourceLocks.emplace(state.locks, source.path);
+    if (target.Exists() && !transfer.ReplacesFileByFile()) {
+        targetLocks.emplace(state.locks, target.path);
+        replaced.emplace(state.volume, target);
+    }
+    const VolumePath& place = transfer.ReplacesFileByFile() ? target.entry->path : target.path;
+    std::vector<MemberFailure> failures;
+    const bool whole = isMove ? MoveTree(state.volume, source, place, failures)
+                              : CopyTree(state.volume, source, place, shallow, failures);
+    if (!whole && !state.volume.Find(place))
+        return AnswerForFailures(exchange, failures, source);
+    NoteTransfer(state, transfer);
+    if (replaced)
+        replaced->Discard();
+    if (targetLocks)
+        targetLocks->Forget();
+    if (!whole)
+        return AnswerForFailures(exchange, failures, source);
+    if (sourceLocks)
+        sourceLocks->Forget();
+    exchange.response.Send(target.Exists() ? 204 : 201);
+}
+
+void AnswerTransfer(Exchange& exchange, bool isMove) {
+    if (exchange.body.IsExpected())
+        throw HttpError(415, "no body is understood here");
+    const VolumePath destination = DestinationPath(exchange);
+    const Resource source = exchange.Find();
+    const bool sourceIsFile = source.Exists() && !source.IsFolder();
+    const Claim claim(exchange.state.claims, {{source.path, isMove || !sourceIsFile ? Use::ChangeTree : Use::Read},
+                                              {Locate(exchange.state.volume, destination).path, Use::ChangeTree}});
+    const Transfer transfer = CheckTransfer(exchange, destination, isMove);
+    if (isMove && !MembersAreOpen(exchange, transfer.source))
+        return;
+    if (transfer.target.Exists() && !MembersAreOpen(exchange, transfer.target))
+        return;
+    CarryOut(exchange, transfer);
+}
+
+}  // namespace
+
+void AnswerDelete(Exchange& exchange) {
+    State& state = exchange.state;
+    const Claim claim(state.claims, {{exchange.path, Use::ChangeTree}});
+    const Resource resource = exchange.Find();
+    if (!resource.Exists())
+        throw HttpError(404, "there is no such file or folder");
+    if (resource.IsFolder() && ParseDepth(exchange.request, Depth::Infinity) != Depth::Infinity)
+        throw HttpError(400, "a folder goes with all that is in it");
+    CheckConditions(exchange, resource);
+    CheckWritable(exchange, resource, true);
+    if (!MembersAreOpen(exchange, resource))
+        return;
+    SuspendedLocks locks(state.locks, resource.path);
+    std::vector<MemberFailure> failures;
+    const bool gone = RemoveTree(state.volume, resource, failures);
+    state.changes.Note(resource.path);
+    if (!gone)
+        return AnswerForFailures(exchange, failures, resource);
+    locks.Forget();
+    state.properties.RemoveTree(resource.path);
+    exchange.response.Send(204);
+}
+
+void AnswerMkcol(Exchange& exchange) {
+    if (exchange.body.IsExpected())
+        throw HttpError(415, "no body is understood here");
+    const Claim claim(exchange.state.claims, {{exchange.path, Use::Change}});
+    const Resource resource = exchange.Find();
+    if (resource.Exists())
+        throw HttpError(405, "it is there already", {}, {{"Allow", "OPTIONS, PROPFIND, DELETE"}});
+    CheckConditions(exchange, resource);
+    CheckWritable(exchange, resource, true);
+    exchange.state.volume.Open(resource.path, GENERIC_READ, c_shareAll, CreateNewFolder);
+    exchange.state.changes.Note(resource.path);
+    exchange.response.Send(201);
+}
+
+void AnswerCopy(Exchange& exchange) {
+    AnswerTransfer(exchange, false);
+}
+
+void AnswerMove(Exchange& exchange) {
+    AnswerTransfer(exchange, true);
+}
+
+}  // namespace webdav

@@ -1,0 +1,124 @@
+#include "webdav/TreeWork.h"
+
+#include <utility>
+
+#include "core/HostError.h"
+#include "core/Text.h"
+#include "core/Trees.h"
+
+namespace webdav {
+
+namespace {
+
+// Carries out one step for one item, and notes how it failed.
+template <class Step>
+bool Try(const Resource& item, std::vector<MemberFailure>& failures, Step step) {
+    try {
+        step();
+        return true;
+    } catch (const StatusError& error) {
+        failures.push_back({item.Url(), HttpStatus(error.Status())});
+    } catch (const HostError& error) {
+        failures.push_back({item.Url(), 500});
+    }
+    return false;
+}
+
+// It goes at the close, which reports nothing: see afterwards whether it did.
+void Delete(const Volume& volume, const Entry& item) {
+    const FileHandle file = volume.Open(item.path, DELETE, c_shareAll, OPEN_EXISTING);
+    Check(volume->Delete(file.Get(), nullptr), item.path);
+}
+
+void DeleteAndVerify(const Volume& volume, const Entry& item) {
+    Delete(volume, item);
+    if (volume.FindAgain(item))
+        throw StatusError(item.path.Shown(), VVS_Locked);
+}
+
+bool Empty(const Volume& volume, const Resource& folder, std::vector<MemberFailure>& failures) {
+    const std::size_t before = failures.size();
+    for (const Entry& child : SortedEntries(volume, folder.entry->path)) {
+        const Resource item = Listed(folder.path, child);
+        if (!child.IsFolder())
+            Try(item, failures, [&] { Delete(volume, child); });
+        else
+            RemoveTree(volume, item, failures);
+    }
+    if (failures.size() > before)
+        return false;
+    for (const Entry& left : SortedEntries(volume, folder.entry->path))
+        failures.push_back({Listed(folder.path, left).Url(), HttpStatus(VVS_Locked)});
+    return failures.size() == before;
+}
+
+void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) {
+    // Through a handle, because that takes the place of an existing file in one step.
+    const FileHandle file = volume.Open(from, GENERIC_READ | DELETE, c_shareAll, OPEN_EXISTING);
+    Check(volume->RenameFile(file.Get(), nullptr, to.Str(), nullptr), to);
+}
+
+}  // namespace
+
+bool RemoveTree(const Volume& volume, const Resource& item, std::vector<MemberFailure>& failures) {
+    if (item.IsFolder() && !Empty(volume, item, failures))
+        return false;
+    return Try(item, failures, [&] { DeleteAndVerify(volume, *item.entry); });
+}
+
+bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow,
+              std::vector<MemberFailure>& failures) {
+    if (!source.IsFolder())
+        return Try(source, failures, [&] { Check(volume->CopyFileW(source.entry->path.Str(), target.Str(), nullptr), target); });
+    if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
+        return false;
+    bool whole = true;
+    if (!shallow)
+        for (const Entry& child : SortedEntries(volume, source.entry->path))
+            whole = CopyTree(volume, Listed(source.path, child), CopyTarget(volume, target, child), false, failures) && whole;
+    return whole;
+}
+
+bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, std::vector<MemberFailure>& failures) {
+    if (!source.IsFolder())
+        return Try(source, failures, [&] { Rename(volume, source.entry->path, target); });
+    if (volume->MoveFileW(source.entry->path.Str(), target.Str(), nullptr) == VVS_Success)
+        return true;
+    // To another key or owner each file is encrypted for its new place.
+    if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
+        return false;
+    bool whole = true;
+    for (const Entry& child : SortedEntries(volume, source.entry->path))
+        whole = MoveTree(volume, Listed(source.path, child), CopyTarget(volume, target, child), failures) && whole;
+    return whole && Try(source, failures, [&] { DeleteAndVerify(volume, *source.entry); });
+}
+
+SetAside::SetAside(const Volume& volume, const Resource& item)
+    : m_volume(volume), m_path(item.entry->path),
+      m_asidePath(item.entry->path.Parent().Child(item.entry->path.Name().substr(0, 64) + L".~" + UniqueSuffix())) {
+    Rename(volume, m_path, m_asidePath);
+}
+
+SetAside::~SetAside() {
+    if (m_asidePath.IsRoot())
+        return;
+    try {
+        if (!m_volume.Find(m_path)) {
+            Rename(m_volume, m_asidePath, m_path);
+            return;
+        }
+    } catch (const HostError&) {
+        // It is whole, under the other name, which is told below.
+    }
+    PrintError("quelvol: what was at " + m_path.Shown() + " is kept at " + m_asidePath.Shown() + "\n");
+}
+
+void SetAside::Discard() {
+    std::vector<MemberFailure> failures;
+    const VolumePath path = std::exchange(m_asidePath, VolumePath());
+    const Resource item = Locate(m_volume, path);
+    if (item.Exists() && !RemoveTree(m_volume, item, failures))
+        PrintError("quelvol: a part of " + path.Shown() + " could not be deleted\n");
+}
+
+}  // namespace webdav

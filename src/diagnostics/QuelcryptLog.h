@@ -1,0 +1,141 @@
+// The nested trace log. Every traced function makes one log object on its stack: it writes an ENTER line, message lines
+// while the function runs, and on every way out a LEAVE line with the time it took, all indented by the thread's depth.
+// Lines go to the companion library's logger. Logging never throws, and it leaves the thread's last error as it was.
+// A log object belongs to one thread; the module's logger is set once, at load.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <type_traits>
+
+#include <windows.h>
+
+#include "diagnostics/Formatters.h"
+#include "diagnostics/QuelcryptLogControl.h"
+#include "library/Owners.h"
+#include "library/Win32Error.h"
+#include "quelcrypt/QuelcryptLib.h"
+
+class QuelcryptLog {
+public:
+    // functionName and fileName must outlive the object; thisPointer is null for a free function. Writes nothing.
+    QuelcryptLog(const void* thisPointer, const wchar_t* functionName, const wchar_t* fileName, int line) noexcept
+        : m_thisPointer(thisPointer), m_functionName(functionName), m_fileName(fileName), m_line(line) {}
+    QuelcryptLog(const QuelcryptLog&) = delete;
+    QuelcryptLog& operator=(const QuelcryptLog&) = delete;
+    // A derived class ends its own nesting with Trace(false); here its logger is out of reach already.
+    virtual ~QuelcryptLog() = default;
+
+    // The logger's level for this component, asked again after 3000 ms at the earliest.
+    virtual std::uint32_t GetLogLevel() noexcept;
+    virtual bool IsEnabled(std::uint32_t level) noexcept;
+    virtual IFileLogger* GetLogger() noexcept = 0;
+    virtual std::uint32_t GetComponentIndex() noexcept = 0;
+    // Writes a message line when the level is enabled.
+    virtual void Log(std::uint32_t level, const std::wstring& message) noexcept;
+    // Writes the ENTER line and goes one level deeper (true), or writes the LEAVE line and comes back (false). Each is
+    // done once; the other is ignored.
+    virtual void Trace(bool enter) noexcept;
+    virtual void SetEnterMessage(std::wstring message) noexcept { m_enterMessage = std::move(message); }
+    virtual void SetLeaveMessage(std::wstring message) noexcept { m_leaveMessage = std::move(message); }
+    // A control of this object's own, which takes the place of the process-wide one. Not owned.
+    virtual void SetControl(const QuelcryptLogControl* control) noexcept { m_control = control; }
+
+    // ENTER with a message. A message that cannot be formed for want of memory is left out, never the nesting.
+    template <class MakeMessage>
+    void Enter(MakeMessage makeMessage) noexcept {
+        const LastErrorKeeper keeper;
+        try {
+            SetEnterMessage(makeMessage());
+        } catch (...) {  // the line goes without its message
+        }
+        Trace(true);
+    }
+
+    // A message line whose message is formed only when the level is enabled.
+    template <class MakeMessage>
+    void LogWith(std::uint32_t level, MakeMessage makeMessage) noexcept {
+        if (!IsEnabled(level))
+            return;
+        const LastErrorKeeper keeper;
+        try {
+            Log(level, makeMessage());
+        } catch (...) {  // no memory for the line
+        }
+    }
+
+    // A failed check: text is the check's own with its placeholders, which take what the two functions form.
+    template <class MakeFirst, class MakeDetail>
+    void LogFailedCheck(const wchar_t* text, MakeFirst makeFirst, MakeDetail makeDetail) noexcept {
+        LogWith(LogLevel_Error, [&] { return FormatStr(text, makeFirst(), makeDetail()); });
+    }
+
+    // Records what the function returns, for the LEAVE line, and hands it back.
+    template <class Result>
+    Result Leave(Result result) noexcept {
+        if (m_entered)
+            Record(result);
+        return result;
+    }
+
+    // The control that every object without its own one uses; null until it was parsed at load. Not owned.
+    static void SetProcessControl(const QuelcryptLogControl* control) noexcept;
+
+private:
+    enum class ResultKind : std::uint32_t { HResult, Bool, Int };
+    struct Line {
+        std::uint32_t level;
+        const wchar_t* kind;  // "ENTER", "LEAVE" or "MESSAGE"
+        const SYSTEMTIME* time;
+        const std::wstring* message;
+    };
+
+    void Record(VirtualVolumeStatus status) noexcept;
+    void Record(bool result) noexcept;
+    void Record(Win32Error error) noexcept;
+    void Record(HRESULT result) noexcept;
+    template <class Other>
+    void Record(const Other&) noexcept {}
+
+    void UpdateIndent();
+    void WriteLine(const Line& line) noexcept;
+    std::wstring RenderTemplate(const LogTemplate& pieces, const Line& line) const;
+    std::wstring RenderPiece(const LogTemplatePiece& piece, const Line& line) const;
+    std::wstring RenderFixed(const Line& line) const;
+    std::wstring ReturnResultStr() const;
+    const QuelcryptLogControl* Control() const noexcept;
+
+    HRESULT m_hresult = S_OK;
+    bool m_boolResult = true;
+    std::int32_t m_intResult = 0;
+    ResultKind m_resultKind = ResultKind::HResult;
+    std::wstring m_indent;
+    std::wstring m_enterMessage;
+    std::wstring m_leaveMessage;
+    SYSTEMTIME m_enterTime;  // UTC; this and the three below hold from ENTER, and from LEAVE, on
+    SYSTEMTIME m_leaveTime;
+    std::int64_t m_enterCounter;
+    std::int64_t m_leaveCounter;
+    const wchar_t* m_component = L"QuelcryptVol";
+    const void* m_thisPointer;
+    const wchar_t* m_functionName;
+    const wchar_t* m_fileName;
+    int m_line;
+    bool m_entered = false;
+    const QuelcryptLogControl* m_control = nullptr;
+};
+
+// The text of "%EXECTIME%" for two performance-counter readings; ticksPerMillisecond 0 shows as "<Error>".
+std::wstring FormatExecutionTimeStr(std::int64_t counterTicks, std::int64_t ticksPerMillisecond);
+
+// A log object that writes through the module's logger.
+class QuelcryptVolLog final : public QuelcryptLog {
+public:
+    using QuelcryptLog::QuelcryptLog;
+    ~QuelcryptVolLog() override { Trace(false); }
+    IFileLogger* GetLogger() noexcept override;
+    std::uint32_t GetComponentIndex() noexcept override;
+
+    // The logger for all of them, owned by the companion library; null, the state before the first call, logs nothing.
+    static void SetModuleLogger(IFileLogger* logger, std::uint32_t componentIndex) noexcept;
+};

@@ -1,0 +1,55 @@
+// How functions trace themselves. QC_TRACE or QC_TRACE_THIS comes first in a traced function and makes its log object,
+// qcLog, which the others use. Arguments of lines are evaluated only when the line is written. A check evaluates its
+// expression once, logs its text at error level, keeps the thread's last error, and returns.
+#pragma once
+
+#include "diagnostics/QuelcryptLog.h"
+
+namespace trace_detail {
+consteval const wchar_t* BaseName(const wchar_t* path) {
+    const wchar_t* name = path;
+    for (; *path; ++path)
+        if (*path == L'/' || *path == L'\\')
+            name = path + 1;
+    return name;
+}
+}  // namespace trace_detail
+
+#define QC_TRACE_OBJECT(object, functionName, ...)                                                       \
+    QuelcryptVolLog qcLog(object, functionName, trace_detail::BaseName(L"" __FILE__), __LINE__);         \
+    if (qcLog.IsEnabled(LogLevel_Trace))                                                                 \
+        qcLog.Enter([&] { return FormatStr(__VA_ARGS__); })
+// functionName is the qualified one, L"Class::Function"; then the format and arguments of the ENTER line's message.
+#define QC_TRACE(functionName, ...) QC_TRACE_OBJECT(nullptr, functionName, __VA_ARGS__)
+#define QC_TRACE_THIS(functionName, ...) QC_TRACE_OBJECT(this, functionName, __VA_ARGS__)
+
+// A message line: format and arguments.
+#define QC_LOG_AT(level, ...) qcLog.LogWith(level, [&] { return FormatStr(__VA_ARGS__); })
+#define QC_LOG(...) QC_LOG_AT(LogLevel_Trace, __VA_ARGS__)
+
+// Logs a failed check and goes on: text is the check's source with its " =>false%s, "; what follows is the format and
+// arguments of the detail, for texts with a second placeholder.
+#define QC_REPORT(text, ...) \
+    qcLog.LogFailedCheck(text, [] { return L""; }, [&] { return FormatStr(__VA_ARGS__); })
+// Likewise for a call that returned a status: text ends in " =>%s, ".
+#define QC_REPORT_STATUS(status, text, ...) \
+    qcLog.LogFailedCheck(text, [&] { return FormatStatusStr(status); }, [&] { return FormatStr(__VA_ARGS__); })
+
+// Unless condition holds: logs as QC_REPORT does and returns result, which may still ask for the last error.
+#define QC_CHECK(condition, result, text, ...)  \
+    do {                                        \
+        if (!(condition)) {                     \
+            const auto qcResult = (result);     \
+            QC_REPORT(text, __VA_ARGS__);       \
+            return qcLog.Leave(qcResult);       \
+        }                                       \
+    } while (false)
+// Unless the expression is VVS_Success: logs as QC_REPORT_STATUS does and returns the status.
+#define QC_CHECK_STATUS(expression, text, ...)                  \
+    do {                                                        \
+        const VirtualVolumeStatus qcStatus = (expression);      \
+        if (qcStatus != VVS_Success) {                          \
+            QC_REPORT_STATUS(qcStatus, text, __VA_ARGS__);      \
+            return qcLog.Leave(qcStatus);                       \
+        }                                                       \
+    } while (false)

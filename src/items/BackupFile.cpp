@@ -1,0 +1,78 @@
+#include "items/BackupFile.h"
+
+#include <shlobj.h>
+
+#include "diagnostics/Trace.h"
+#include "items/SaveNames.h"
+#include "library/Owners.h"
+#include "library/Text.h"
+#include "policy/FileUtils.h"
+#include "policy/HvcUtils.h"
+
+namespace {
+
+constexpr int kMostNames = 1000;
+
+// COM for the length of the prompt, on a thread that may have it already.
+class ComForPrompt {
+public:
+    ComForPrompt() : m_result(CoInitialize(nullptr)) {}
+    ~ComForPrompt() {
+        if (SUCCEEDED(m_result))
+            CoUninitialize();
+    }
+    ComForPrompt(const ComForPrompt&) = delete;
+    ComForPrompt& operator=(const ComForPrompt&) = delete;
+
+private:
+    HRESULT m_result;
+};
+
+bool PickFolderForBackup(const std::wstring& zipFilePath, std::wstring& folderPath) {
+    QC_TRACE(L"VirtualFile::PickFolderForBackup");
+    std::wstring shownName = PathStripPathStr(zipFilePath);
+    if (EndsWithNoCase(shownName, kContainerExtension))
+        shownName.resize(shownName.size() - kContainerExtension.size());
+    const std::wstring title = std::wstring(L"Saving modified file ") + L"\"" + shownName + L"\"" +
+                               L" to HalvaneCloud failed. Please select another folder for its backup";
+    BROWSEINFOW browseInfo{};
+    browseInfo.lpszTitle = title.c_str();
+    browseInfo.ulFlags = BIF_RETURNONLYFSDIRS | BIF_EDITBOX | BIF_VALIDATE | BIF_NEWDIALOGSTYLE;
+    static_assert((BIF_RETURNONLYFSDIRS | BIF_EDITBOX | BIF_VALIDATE | BIF_NEWDIALOGSTYLE) == 0x71);
+    const ShellMemoryPtr<ITEMIDLIST> backupFolderPidl(reinterpret_cast<ITEMIDLIST*>(SHBrowseForFolderW(&browseInfo)));
+    QC_CHECK(static_cast<bool>(backupFolderPidl), false, L"backupFolderPidl != 0 =>false%s, ");
+    wchar_t path[MAX_PATH];
+    const BOOL backupFolderRetrieved = SHGetPathFromIDListW(backupFolderPidl.Get(), path);
+    QC_CHECK(backupFolderRetrieved, false, L"backupFolderRetrieved != 0 =>false%s, ");
+    folderPath = path;
+    return qcLog.Leave(true);
+}
+
+std::wstring FreeBackupPath(const std::wstring& folderPath, const std::wstring& itemName) {
+    std::wstring path;
+    for (int number = 1; number <= kMostNames; ++number) {
+        path = PathAppendStr(folderPath, SaveNameStr(itemName, SaveName::BackupEdit, number));
+        if (!PathExists(path))
+            break;
+    }
+    return path;
+}
+
+}  // namespace
+
+bool BackupTempFile(const std::wstring& srcFilePath, const std::wstring& zipFilePath, const std::wstring& itemName) {
+    QC_TRACE(L"VirtualFile::BackupTempFile", L"srcFilePath[%s], %s", srcFilePath, zipFilePath);
+    std::wstring backupFolderPath;
+    bool folderForBackupIsPicked = false;
+    {
+        const ComForPrompt com;
+        folderForBackupIsPicked = PickFolderForBackup(zipFilePath, backupFolderPath);
+    }
+    QC_CHECK(folderForBackupIsPicked, false, L"folderForBackupIsPicked =>false%s, ");
+    const std::wstring destFilePath = FreeBackupPath(backupFolderPath, itemName);
+    QC_CHECK(::CopyFileW(srcFilePath.c_str(), destFilePath.c_str(), TRUE), false,
+             L"::CopyFileW(srcFilePath, destFilePath, 1) != 0 =>false%s,  %s", L"Src[%s], Dest[%s], Error[%s]", srcFilePath, destFilePath,
+             SystemErrorStr(GetLastError()));
+    QC_LOG(L"CopyFile is Succesfull. Src[%s], Dest[%s]", srcFilePath, destFilePath);
+    return qcLog.Leave(true);
+}

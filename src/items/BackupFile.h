@@ -1,0 +1,8 @@
+// The last resort of an edit that could not be encrypted: a plain copy in a folder that the user picks.
+#pragma once
+
+#include <string>
+
+// Asks for a folder, on this thread and until answered, and copies srcFilePath there under itemName's backup name, never
+// over an existing file. zipFilePath is the container that could not be written. False: no folder, or no copy.
+bool BackupTempFile(const std::wstring& srcFilePath, const std::wstring& zipFilePath, const std::wstring& itemName);

@@ -1,0 +1,37 @@
+// The names under which an edit is saved when it cannot be saved under its own, and saving one edit at a time per container.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "library/Owners.h"
+
+enum class SaveName { ConflictedEdit = 0, BackupEdit = 1 };
+
+// "report.docx" -> "report (HalvaneCloud conflicted edit 2024-05-01).docx", with the local date. number, from 2 on, tells
+// later ones of a day apart: " (2)" stands before the extension.
+std::wstring SaveNameStr(const std::wstring& itemName, SaveName kind, int number = 1);
+
+// Held while an item checks its container and replaces it: of two items that save one container, the second then sees
+// what the first did. Different containers do not wait for each other. Throws std::bad_alloc.
+class SaveGate {
+public:
+    explicit SaveGate(const std::wstring& containerPath);
+    ~SaveGate();
+    SaveGate(const SaveGate&) = delete;
+    SaveGate& operator=(const SaveGate&) = delete;
+
+private:
+    std::wstring m_containerPath;
+    std::shared_ptr<CriticalSection> m_section;
+};
+
+// Both gates of a move, taken in one order by everybody. The two paths may be one.
+class SaveGates {
+public:
+    SaveGates(const std::wstring& sourcePath, const std::wstring& destPath);
+
+private:
+    SaveGate m_first;
+    SaveGate m_second;
+};

@@ -1,0 +1,28 @@
+// The tracking file: a small XML text beside a temp file, which ties the temp file to the container it came from and to
+// the name under which it is shown. A changed temp file that is left behind can be matched to its source by it.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "policy/FileUtils.h"
+
+// The process and ar fields are part of the format; the volume leaves them empty.
+struct TrackingRecord {
+    std::wstring processName;
+    std::int32_t processId = 0;
+    std::wstring sourceName;  // full path of the container
+    FileStamp source;         // of the container when the temp file was made
+    std::wstring tempName;    // full path of the temp file
+    FileStamp temp;
+    std::wstring fileSpec;  // the name under which the file is shown
+    std::wstring fid, fv;
+    std::wstring aId, oId, oIid, oFn, oOfn, aIid, aIfn, aOfn;
+};
+
+// "report.docx" -> "report.docx.hvf"
+std::wstring TrackingFilePathStr(const std::wstring& tempFilePath);
+
+// Writes the record to path, in place of what is there, in the system's narrow character set with CR LF line ends. False:
+// the file could not be written whole.
+bool WriteTrackingFile(const std::wstring& path, const TrackingRecord& record);

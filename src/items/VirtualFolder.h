@@ -1,0 +1,33 @@
+// An open folder below a mount folder, or a mount folder itself. Its content cannot be read or written.
+#pragma once
+
+#include "items/VirtualItem.h"
+
+class VirtualFolder final : public VirtualItem {
+public:
+    ~VirtualFolder() override { Close(); }
+
+    // CreateNewFolder creates the folder, OpenOrCreateFolder unless it is there; every other disposition opens it.
+    VirtualVolumeStatus Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
+                             std::uint32_t openDisposition, const VirtFindData* findData, const wchar_t* lockToken) override;
+    // Only between folders of the same target key and owner (VVS_GeneralError otherwise): containers move as they are, and
+    // nothing plain gets into an encrypted place.
+    VirtualVolumeStatus Move(const wchar_t* newFilePath, bool keepSrcFile, const wchar_t* newFileLockToken) override;
+    VirtualVolumeStatus Rename(const wchar_t* newFilePath, const wchar_t* newFileLockToken) override;
+    VirtualVolumeStatus Read(std::uint64_t, void*, std::uint32_t, std::uint32_t*) override { return VSS_NotImplemented; }
+    VirtualVolumeStatus Write(std::uint64_t, const void*, std::uint32_t, std::uint32_t*) override { return VSS_NotImplemented; }
+    VirtualVolumeStatus SetSize(std::uint64_t) override { return VSS_NotImplemented; }
+    VirtualVolumeStatus Close() override;
+    VirtualVolumeStatus Delete() override;
+    VirtualVolumeStatus Undelete() override;
+    bool GetFileInfo(VirtFindData* virtFindData) override;
+
+private:
+    // VVS_AccessDenied when the folder must stay where it is: a mount folder would go from under the volume with it, or
+    // something below is open or locked, and will be saved where it was opened.
+    VirtualVolumeStatus RefuseWhileNeeded() const;
+    VirtualVolumeStatus CheckDestination(const wchar_t* newFilePath, bool mayBeFolder) const;
+    VirtualVolumeStatus CheckSameKeyAndOwner(const std::wstring& newFilePath);
+
+    bool m_deleted = false;
+};

@@ -1,0 +1,177 @@
+#include "items/VirtualItem.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cwchar>
+#include <memory>
+#include <mutex>
+#include <unordered_map>
+
+#include "diagnostics/Trace.h"
+#include "library/Text.h"
+#include "namespace/VirtualFindFile.h"
+#include "policy/FileUtils.h"
+
+namespace {
+
+constexpr std::uint64_t kCurrentPosition = 0xFFFFFFFF;
+constexpr std::uint64_t kLargestOffset = INT64_MAX;  // beyond it, the platform means its end or its position by some
+constexpr std::uint32_t kKeepAttributes = 0xFFFFFFFF;
+
+OVERLAPPED PositionAt(std::uint64_t offset) {
+    OVERLAPPED overlapped{};
+    overlapped.Offset = static_cast<DWORD>(offset);
+    overlapped.OffsetHigh = static_cast<DWORD>(offset >> 32);
+    return overlapped;
+}
+
+std::int64_t ChosenTime(std::uint64_t wanted, std::uint64_t current) { return static_cast<std::int64_t>(wanted ? wanted : current); }
+
+// Where items stand, for those that would move what is above them.
+struct OpenPaths {
+    CriticalSection section;
+    std::unordered_map<const VirtualItem*, std::wstring> paths;
+};
+
+OpenPaths& TheOpenPaths() {
+    static OpenPaths& s_open = *new OpenPaths;  // never destroyed, as what hosts leave open is not
+    return s_open;
+}
+
+}  // namespace
+
+VirtualItem::~VirtualItem() {
+    OpenPaths& open = TheOpenPaths();
+    const std::lock_guard guard(open.section);
+    open.paths.erase(this);
+}
+
+VirtualVolumeStatus VirtualItem::CreateFileW(const std::wstring& file, std::uint32_t desiredAccess, std::uint32_t shareMode,
+                                             std::uint32_t creationDisposition, std::uint32_t flagsAndAttributes,
+                                             UniqueHandle& hFile) {
+    QC_TRACE(L"VirtualItem::CreateFileW", L"file[%s], desiredAccess[%s], shareMode[%s], creationDisposition[%s]", file,
+             FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(creationDisposition));
+    const HANDLE hFileTmp =
+        ::CreateFileW(file.c_str(), desiredAccess, shareMode, nullptr, creationDisposition, flagsAndAttributes, nullptr);
+    QC_CHECK(hFileTmp != INVALID_HANDLE_VALUE, StatusFromLastError(), L"hFileTmp != ((HANDLE)(LONG_PTR)-1) =>false%s,  %s",
+             L"file[%s], desiredAccess[%s], shareMode[%s], creationDisposition[%s]. Error[%s]", file,
+             FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(creationDisposition),
+             SystemErrorStr(GetLastError()));
+    const DWORD alreadyExists = GetLastError();
+    hFile.Reset(hFileTmp);
+    SetLastError(alreadyExists);
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus VirtualItem::ReadFile(HANDLE hFile, std::uint64_t offset, void* data, std::uint32_t dataSize,
+                                          std::uint32_t* bytesRead) {
+    QC_TRACE(L"VirtualItem::ReadFile");
+    QC_CHECK(offset <= kLargestOffset, VVS_InvalidParameter, L"offset <= kLargestOffset =>false%s, ");
+    OVERLAPPED overlapped = PositionAt(offset);
+    DWORD count = 0;
+    const bool done = ::ReadFile(hFile, data, dataSize, &count, offset != kCurrentPosition ? &overlapped : nullptr);
+    QC_CHECK(done || GetLastError() == ERROR_HANDLE_EOF, StatusFromLastError(),
+             L"::ReadFile(hFile, data, (DWORD)dataSize, &bytesRead, (offset != 0xFFFFFFFF ? &overlapped : 0)) =>FALSE%s, ");
+    if (bytesRead)
+        *bytesRead = done ? count : 0;
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus VirtualItem::WriteFile(HANDLE hFile, std::uint64_t offset, const void* data, std::uint32_t dataSize,
+                                           std::uint32_t* bytesWritten) {
+    QC_TRACE(L"VirtualItem::WriteFile");
+    QC_CHECK(offset <= kLargestOffset, VVS_InvalidParameter, L"offset <= kLargestOffset =>false%s, ");
+    OVERLAPPED overlapped = PositionAt(offset);
+    DWORD count = 0;
+    QC_CHECK(::WriteFile(hFile, data, dataSize, &count, offset != kCurrentPosition ? &overlapped : nullptr), StatusFromLastError(),
+             L"::WriteFile(hFile, data, (DWORD)dataSize, &bytesWritten, (offset != 0xFFFFFFFF ? &overlapped : 0)) =>FALSE%s, ");
+    if (bytesWritten)
+        *bytesWritten = count;
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus VirtualItem::SetFileSize(HANDLE hFile, std::uint64_t size) {
+    QC_TRACE(L"VirtualItem::SetFileSize");
+    FilePointer filePointer(hFile, static_cast<std::int64_t>(size));
+    QC_CHECK(filePointer.PointerWasSet(), StatusFromLastError(), L"filePointer.PointerWasSet() =>false%s, ");
+    QC_CHECK(SetEndOfFile(hFile), StatusFromLastError(), L"SetEndOfFile(hFile) =>FALSE%s, ");
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus VirtualItem::RenameItem(const std::wstring& newFilePath) {
+    QC_TRACE_THIS(L"VirtualItem::RenameItem", L"in:newFilePath[%s], this:itemFullPath[%s]", newFilePath, m_itemFullPath);
+    const std::wstring newName = PathStripPathStr(newFilePath);
+    UniqueHandle hFolder;
+    QC_CHECK_STATUS(CreateFileW(PathRemoveFileSpecStr(newFilePath), GENERIC_READ | FILE_WRITE_ATTRIBUTES, kShareAll, OPEN_EXISTING,
+                                FILE_FLAG_BACKUP_SEMANTICS, hFolder),
+                    L"CreateFileW( newFileFolderPath, (0x80000000L) | ( 0x0100 ), (0x00000001 | 0x00000002 | 0x00000004), 3, "
+                    L"0x02000000, hFolder) =>%s, ");
+
+    const std::size_t nameBytes = newName.size() * sizeof(wchar_t);
+    const ULONG len = static_cast<ULONG>(nameBytes + 26);
+    const auto block = std::unique_ptr<std::byte[]>(new (std::nothrow) std::byte[len]());
+    QC_CHECK(block != nullptr, VSS_OutMemory, L"fileRenameInfo.get() != 0 =>false%s, ");
+    auto* const info = reinterpret_cast<FileRenameInformation*>(block.get());
+    info->replaceIfExists = TRUE;
+    info->rootDirectory = hFolder.Get();
+    info->fileNameLength = static_cast<ULONG>(nameBytes);
+    std::wmemcpy(info->fileName, newName.c_str(), newName.size() + 1);
+    const Win32Error error = ZwSetInformationFile(m_hFile.Get(), info, len, kFileRenameInformation);
+    QC_CHECK_STATUS(StatusOfCall(error),
+                    L"ZwSetInformationFile( m_hFile, fileRenameInfo.get(), len, ((FILE_INFORMATION_CLASS)10)) =>%s, ");
+    m_findDataValid = false;
+    return qcLog.Leave(VVS_Success);
+}
+
+void VirtualItem::SetItemPath(const std::wstring& itemFullPath) {
+    std::wstring path = itemFullPath;
+    m_itemName = PathStripPathStr(itemFullPath);
+    OpenPaths& open = TheOpenPaths();
+    {
+        const std::lock_guard guard(open.section);
+        open.paths[this] = path;
+    }
+    m_itemFullPath = std::move(path);
+}
+
+bool VirtualItem::IsAnyOpenBelow(const std::wstring& folderPath) {
+    OpenPaths& open = TheOpenPaths();
+    const std::lock_guard guard(open.section);
+    return std::any_of(open.paths.begin(), open.paths.end(), [&](const auto& item) { return IsPathBelow(item.second, folderPath); });
+}
+
+void VirtualItem::SetFindData(const VirtFindData* findData) {
+    m_findDataValid = findData != nullptr;
+    if (findData)
+        m_findData = *findData;
+}
+
+bool VirtualItem::ReadFindData(const std::wstring& path, VirtualItemType itemType, VirtFindData* virtFindData) {
+    if (!VirtualFindFile::FindFile(path.c_str(), virtFindData))
+        return false;
+    virtFindData->itemType = itemType;
+    return true;
+}
+
+VirtualVolumeStatus VirtualItem::SetFileInfo(const VirtFindData* virtFindData) {
+    QC_TRACE_THIS(L"VirtualItem::SetFileInfo", L"this:itemFullPath[%s]", m_itemFullPath);
+    VirtFindData current{};
+    QC_CHECK(GetFileInfo(&current), VVS_GeneralError, L"GetFileInfo(&current) =>false%s, ");
+    FileBasicInformation info{};
+    info.creationTime = ChosenTime(virtFindData->creationTime, current.creationTime);
+    info.lastAccessTime = ChosenTime(virtFindData->lastAccessTime, current.lastAccessTime);
+    info.lastWriteTime = ChosenTime(virtFindData->lastWriteTime, current.lastWriteTime);
+    info.changeTime = info.lastWriteTime;
+    info.fileAttributes = virtFindData->fileAttributes != kKeepAttributes ? virtFindData->fileAttributes : current.fileAttributes;
+    const Win32Error error = ZwSetInformationFile(m_hFile.Get(), &info, sizeof(info), kFileBasicInformation);
+    QC_CHECK_STATUS(StatusOfCall(error),
+                    L"ZwSetInformationFile(m_hFile, &fileInfo, sizeof(fileInfo), ((FILE_INFORMATION_CLASS)4)) =>%s, ");
+    m_findDataValid = false;
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus VirtualItem::Flush() {
+    QC_TRACE_THIS(L"VirtualItem::Flush", L"this:itemFullPath[%s]", m_itemFullPath);
+    QC_CHECK(FlushFileBuffers(m_hFile.Get()), VVS_GeneralError, L"FlushFileBuffers(m_hFile) =>FALSE%s, ");
+    return qcLog.Leave(VVS_Success);
+}

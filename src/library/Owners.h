@@ -1,0 +1,127 @@
+// Owner types for what the platform and the companion library hand out: each closes what it holds exactly once, keeps the
+// caller's last error while doing so, and is empty after it was moved from. None of them locks anything.
+#pragma once
+
+#include <utility>
+
+#include <windows.h>
+#include <objbase.h>
+
+// Puts the calling thread's last error back when it ends, so that logging and closing never disturb a caller's check.
+class LastErrorKeeper {
+public:
+    LastErrorKeeper() : m_error(GetLastError()) {}
+    ~LastErrorKeeper() { SetLastError(m_error); }
+    LastErrorKeeper(const LastErrorKeeper&) = delete;
+    LastErrorKeeper& operator=(const LastErrorKeeper&) = delete;
+
+private:
+    DWORD m_error;
+};
+
+// Owns one resource; Policy says its type, its empty value and how it is closed.
+template <class Policy>
+class Owner {
+public:
+    using Resource = typename Policy::Resource;
+
+    Owner() = default;
+    explicit Owner(Resource resource) : m_resource(resource) {}
+    ~Owner() { Reset(); }
+    Owner(Owner&& other) noexcept : m_resource(other.Detach()) {}
+    Owner& operator=(Owner&& other) noexcept {
+        Reset(other.Detach());
+        return *this;
+    }
+
+    Resource Get() const { return m_resource; }
+    explicit operator bool() const { return m_resource != Policy::Empty(); }
+    Resource operator->() const { return m_resource; }
+    Resource Detach() { return std::exchange(m_resource, Policy::Empty()); }
+    void Reset(Resource resource = Policy::Empty()) {
+        const Resource old = std::exchange(m_resource, resource);
+        if (old != Policy::Empty() && old != resource) {
+            const LastErrorKeeper keeper;
+            Policy::Close(old);
+        }
+    }
+    // For functions that store a resource through a pointer; what was held is closed first.
+    Resource* GetAddr() {
+        Reset();
+        return &m_resource;
+    }
+
+private:
+    Resource m_resource = Policy::Empty();
+};
+
+struct HandlePolicy {
+    using Resource = HANDLE;
+    static HANDLE Empty() { return nullptr; }
+    static void Close(HANDLE handle) { CloseHandle(handle); }
+};
+using UniqueHandle = Owner<HandlePolicy>;
+
+struct FindHandlePolicy {
+    using Resource = HANDLE;
+    static HANDLE Empty() { return INVALID_HANDLE_VALUE; }
+    static void Close(HANDLE handle) { ::FindClose(handle); }
+};
+using UniqueFindHandle = Owner<FindHandlePolicy>;
+
+// A pointer to an object of the companion library. Release is foreign code: it may throw, and an owner must not.
+template <class Interface>
+struct LibraryObjectPolicy {
+    using Resource = Interface*;
+    static Interface* Empty() { return nullptr; }
+    static void Close(Interface* object) {
+        try {
+            object->Release();
+        } catch (...) {  // nothing can be done about it, and the object counts as released
+        }
+    }
+};
+template <class Interface>
+using LibraryPtr = Owner<LibraryObjectPolicy<Interface>>;
+
+template <class Type>
+struct ShellMemoryPolicy {
+    using Resource = Type*;
+    static Type* Empty() { return nullptr; }
+    static void Close(Type* memory) { CoTaskMemFree(memory); }
+};
+template <class Type>
+using ShellMemoryPtr = Owner<ShellMemoryPolicy<Type>>;
+
+// Runs an action at the end of a scope, whatever way it is left. What the action throws is lost.
+template <class Action>
+class OnExit {
+public:
+    explicit OnExit(Action action) : m_action(std::move(action)) {}
+    ~OnExit() {
+        try {
+            m_action();
+        } catch (...) {  // a scope that is being left has no better answer
+        }
+    }
+    OnExit(const OnExit&) = delete;
+    OnExit& operator=(const OnExit&) = delete;
+
+private:
+    Action m_action;
+};
+
+// Re-entrant on one thread; held through std::lock_guard.
+class CriticalSection {
+public:
+    CriticalSection() { InitializeCriticalSection(&m_section); }
+    ~CriticalSection() { DeleteCriticalSection(&m_section); }
+    CriticalSection(const CriticalSection&) = delete;
+    CriticalSection& operator=(const CriticalSection&) = delete;
+
+    void lock() { EnterCriticalSection(&m_section); }
+    void unlock() { LeaveCriticalSection(&m_section); }
+
+private:
+    CRITICAL_SECTION m_section;
+};

@@ -1,0 +1,65 @@
+#include "library/Text.h"
+
+#include <algorithm>
+#include <cwchar>
+#include <iterator>
+
+#include "quelcrypt/QuelcryptExceptions.h"
+
+std::string Utf8EncodeStr(const wchar_t* text, DWORD length) {
+    if (length == 0)
+        return {};
+    const int units = static_cast<int>(length);
+    const int bytes = WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, units, nullptr, 0, nullptr, nullptr);
+    if (bytes <= 0)
+        throw CQuelcryptErrorException(L"Cannot encode");
+    std::string encoded(static_cast<std::size_t>(bytes), '\0');
+    WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, units, encoded.data(), bytes, nullptr, nullptr);
+    return encoded;
+}
+
+std::wstring Utf8DecodeStr(std::string_view text) {
+    if (text.empty())
+        return {};
+    const int bytes = static_cast<int>(text.size());
+    const int units = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), bytes, nullptr, 0);
+    if (units <= 0)
+        throw CQuelcryptErrorException(L"Cannot decode");
+    std::wstring decoded(static_cast<std::size_t>(units), L'\0');
+    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), bytes, decoded.data(), units);
+    return decoded;
+}
+
+std::wstring SystemErrorStr(DWORD error) {
+    wchar_t codeText[32] = L"";
+    _snwprintf(codeText, std::size(codeText) - 1, L"Error code: %d", static_cast<int>(error));
+    wchar_t* buffer = nullptr;
+    const DWORD flags = FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_FROM_SYSTEM;
+    if (FormatMessageW(flags, nullptr, error, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr) == 0 || buffer == nullptr)
+        return codeText;
+    std::wstring text(buffer);
+    LocalFree(buffer);
+    std::erase_if(text, [](wchar_t unit) { return unit == L'\n' || unit == L'\r'; });
+    return text + L" " + codeText;
+}
+
+wchar_t UpperUnit(wchar_t unit) {
+    if (unit < 0x80)
+        return unit >= L'a' && unit <= L'z' ? static_cast<wchar_t>(unit - (L'a' - L'A')) : unit;
+    // A pointer whose high half is zero stands for a single unit.
+    return static_cast<wchar_t>(reinterpret_cast<ULONG_PTR>(CharUpperW(reinterpret_cast<wchar_t*>(static_cast<ULONG_PTR>(unit)))));
+}
+
+bool EqualNoCase(std::wstring_view left, std::wstring_view right) {
+    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
+                      [](wchar_t a, wchar_t b) { return a == b || UpperUnit(a) == UpperUnit(b); });
+}
+
+bool LessNoCase(std::wstring_view left, std::wstring_view right) {
+    return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end(),
+                                        [](wchar_t a, wchar_t b) { return UpperUnit(a) < UpperUnit(b); });
+}
+
+bool EndsWithNoCase(std::wstring_view text, std::wstring_view end) {
+    return text.size() >= end.size() && EqualNoCase(text.substr(text.size() - end.size()), end);
+}

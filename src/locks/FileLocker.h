@@ -1,0 +1,62 @@
+// The locks that hosts hold on real files. While a path has a lock, the table keeps the file open, so nobody outside
+// can write it. One process-wide critical section guards everything; no callback is made while it is held. Paths that
+// differ in letter case only are one path. Locks live in memory: unloading the module drops them.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <windows.h>
+
+#include "library/Owners.h"
+#include "quelcrypt/IVirtualVolume.h"
+
+// The first 32 bits of a lock-search handle: "FFLM" in memory.
+inline constexpr std::uint32_t kLockSearchMagic = 0x4D4C4646;
+
+// What an opener gets of a locked file.
+struct LockedFile {
+    // A handle was handed out. False: the file is not locked, or the opener did not need the lock, and opens it itself.
+    bool locked = false;
+    UniqueHandle hFile;
+    // To be held while the whole content is copied through hFile: all duplicates share one file.
+    std::shared_ptr<CriticalSection> contentLock;
+};
+
+class FileLocker {
+public:
+    // Takes a lock on filePath, creating the file when it is missing. On success lockInfo->token holds the new token.
+    // encryptedInfo, null for a plain file, is what listings show while the first lock is held.
+    // VVS_LockScopeViolation: an exclusive lock is asked for or held beside another. VVS_Locked, VVS_Unauthorized: somebody
+    // else holds the file. The table is then as it was.
+    static VirtualVolumeStatus Lock(const wchar_t* filePath, const VirtFindData* encryptedInfo, LockInfo* lockInfo);
+
+    // Releases the lock with exactly this token. With the last one the file is closed, and deleted when the lock had
+    // created it and nothing was written since. VVS_FileNotLocked, VVS_LockTokenNotFound.
+    static VirtualVolumeStatus Unlock(const wchar_t* filePath, const wchar_t* lockToken);
+
+    // Stores the lock with this token, or the oldest when none is given.
+    static VirtualVolumeStatus FindLock(const wchar_t* filePath, const wchar_t* lockToken, LockInfo* lockInfo);
+
+    // Stores the oldest lock, and a search handle for the rest as they are now, which the caller ends with FindClose.
+    // VVS_FileNotLocked leaves *hFind null.
+    static VirtualVolumeStatus FindFirstLock(const wchar_t* filePath, void** hFind, LockInfo* lockInfo);
+    // False: no more, or not a lock-search handle. One thread at a time per handle.
+    static bool FindNextLock(void* hFind, LockInfo* lockInfo);
+    static bool FindClose(void* hFind);
+
+    // Is any file below this folder locked?
+    static bool HoldsLockBelow(const std::wstring& folderPath);
+
+    // The record of the file inside a locked container. Both outputs may be null; without a lock neither is written.
+    static void GetEncryptedInfo(const wchar_t* filePath, bool* hasInfo, VirtFindData* findData);
+    // Replaces that record. Without a lock nothing happens.
+    static void SetEncryptedInfo(const wchar_t* filePath, const VirtFindData& findData);
+
+    // Hands the opener of a locked file a handle of its own, which shares the lock's file. desiredAccess is what the host
+    // asked for, and what the token rule is applied to: without a token GENERIC_WRITE is refused and everything else goes
+    // past the lock. extraAccess is granted beside it. VVS_Locked: no token or a wrong one.
+    static VirtualVolumeStatus GetLockedFile(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t extraAccess,
+                                             const wchar_t* lockToken, LockedFile* lockedFile);
+};

@@ -1,0 +1,23 @@
+// Remembers what the companion library said of a container, so that a listing asks again only when the container or its
+// folder changed on disk. Process-wide, at most 1014 containers, the oldest leaves first; one critical section guards it,
+// and the library is never called while it is held.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <windows.h>
+
+#include "quelcrypt/IVirtualVolume.h"
+
+class VirtualFileInfoCache {
+public:
+    // Stores the record built last time when the container's raw entry (write time, size, attributes) and its folder's
+    // write time are what they were then. Otherwise false, and an outdated record is forgotten.
+    static bool Find(const std::wstring& containerFilePath, const WIN32_FIND_DATAW& rawFindData, std::uint64_t folderWriteTime,
+                     VirtFindData* virtFindData);
+    // rawFindData is the entry as found on disk.
+    static void Add(const std::wstring& containerFilePath, const WIN32_FIND_DATAW& rawFindData, const VirtFindData& virtFindData,
+                    std::uint64_t folderWriteTime);
+    static void Remove(const std::wstring& containerFilePath);
+};

@@ -1,0 +1,261 @@
+#include "namespace/VirtualFindFile.h"
+
+#include <optional>
+
+#include <shlwapi.h>
+
+#include "diagnostics/Trace.h"
+#include "library/Text.h"
+#include "locks/FileLocker.h"
+#include "namespace/VirtualFileInfoCache.h"
+#include "policy/FileUtils.h"
+#include "policy/HvcUtils.h"
+#include "quelcrypt/QuelcryptExceptions.h"
+
+namespace {
+
+constexpr const wchar_t* kConflictExtension = L".HvcConflicted";
+
+// The folder whose entries are turned into records, and what was read of it for all of them.
+struct FolderView {
+    const std::wstring& folderPath;
+    std::uint64_t& folderWriteTime;  // 0: not read yet
+    PlainNameFilter* plainNames;     // null when a single name is asked for, which a look-up answers faster
+    bool plainIsMissing = false;     // that look-up was made already, in vain
+};
+
+bool HasContainerName(std::wstring_view name) {
+    return name.size() > kContainerExtension.size() && EndsWithNoCase(name, kContainerExtension);
+}
+
+bool IsFolder(const WIN32_FIND_DATAW& raw) { return raw.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY; }
+
+std::uint64_t ReadFolderWriteTime(const std::wstring& folderPath) {
+    const std::optional<FileStamp> stamp = ReadFileStamp(folderPath);
+    return stamp ? static_cast<std::uint64_t>(stamp->writeTime) : 0;
+}
+
+bool ShouldEnumerateFindData(const WIN32_FIND_DATAW& raw) {
+    const std::wstring_view name = raw.cFileName;
+    if (name == L"." || name == L"..")
+        return false;
+    if (!IsReservedName(name))
+        return true;
+    QC_TRACE(L"ShouldEnumerateFindData");
+    QC_LOG(L"fileName[%s] is Reserved and will be Skipped in current enumeration", raw.cFileName);
+    return false;
+}
+
+// Moves on from the current entry, to the first that is to be shown; firstSpec holds what an earlier pass showed already.
+bool ShouldEnumerateFindData(HANDLE find, WIN32_FIND_DATAW& raw, const std::wstring& firstSpec) {
+    while (!ShouldEnumerateFindData(raw) || (!firstSpec.empty() && PathMatchSpecW(raw.cFileName, firstSpec.c_str())))
+        if (!::FindNextFileW(find, &raw))
+            return false;
+    return true;
+}
+
+bool ShouldSearchForExtraZip(const std::wstring& filePathSearch, std::wstring& newSearch) {
+    const std::wstring spec = PathStripPathStr(filePathSearch);
+    if (spec == L"*" || spec == L"*.*" || EqualNoCase(spec, L"*.zip"))
+        return false;
+    newSearch = PathAddExtensionStr(filePathSearch, kContainerExtension);
+    return true;
+}
+
+bool PlainNameExists(const FolderView& view, const std::wstring& plainPath, const std::wstring& stem) {
+    if (view.plainIsMissing || (view.plainNames && !view.plainNames->MayContain(view.folderPath, stem)))
+        return false;
+    return PathExists(plainPath);
+}
+
+// True: the stored name is the one to show. False: name is the conflict name. Throws for a container without a stem.
+bool GetVirtualFileNameWithConflictResolved(const FolderView& view, const std::wstring& containerFilePath, std::wstring& name,
+                                            const wchar_t* storedName) {
+    QC_TRACE(L"GetVirtualFileNameWithConflictResolved");
+    name = storedName;
+    const std::wstring plainPath = PathRemoveExtensionStr(containerFilePath);
+    const std::wstring stem = PathStripPathStr(plainPath);
+    if (stem.empty())
+        throw CQuelcryptErrorException(FormatHResultStr(E_FAIL).c_str());
+    if (EqualNoCase(name, stem) && !PlainNameExists(view, plainPath, stem))
+        return qcLog.Leave(true);
+    QC_LOG(L"Virtual fileName[%s] is in conflict, zipFilePath[%s]", name, containerFilePath);
+    name = FormatStr(L"%s%s", stem, kConflictExtension);
+    return qcLog.Leave(false);
+}
+
+struct ContainerInfo {
+    LibraryPtr<IHvcStringW> storedName;
+    std::uint64_t plainSize = 0;
+    SYSTEMTIME lastWrite{};
+    SYSTEMTIME lastAccess{};
+    SYSTEMTIME creation{};
+};
+
+// A library that throws has failed; the container then shows as a plain file, which hides nothing.
+bool GetFileInformation(const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw, ContainerInfo& info) {
+    QC_TRACE(L"GetFileInformation");
+    bool succeeded = false;
+    try {
+        const std::string path = Utf8EncodeStr(containerFilePath.c_str(), static_cast<DWORD>(containerFilePath.size()));
+        succeeded = Quelcrypt_GetFileInformation(path.c_str(), info.storedName.GetAddr(), &info.plainSize, &raw, &info.lastWrite,
+                                                 &info.lastAccess, &info.creation, nullptr) == 1 &&
+                    info.storedName && info.storedName->GetString();
+    } catch (...) {  // whatever it is, one container must not end a listing
+        succeeded = false;
+    }
+    QC_LOG(L"Getting File Info from Quelcrypt File succeeded[%s]", FormatBoolStr(succeeded));
+    return qcLog.Leave(succeeded);
+}
+
+VirtualItemType GetHalvaneFileData(const FolderView& view, bool containerFlag, const std::wstring& containerFilePath,
+                                   WIN32_FIND_DATAW& raw) {
+    QC_TRACE(L"GetHalvaneFileData");
+    ContainerInfo info;
+    if (!containerFlag || !GetFileInformation(containerFilePath, raw, info))
+        return VIT_PlainFile;
+    std::wstring name;
+    const bool noConflict = GetVirtualFileNameWithConflictResolved(view, containerFilePath, name, info.storedName->GetString());
+    raw.nFileSizeHigh = static_cast<DWORD>(info.plainSize >> 32);
+    raw.nFileSizeLow = static_cast<DWORD>(info.plainSize);
+    SystemTimeToFileTime(&info.lastWrite, &raw.ftLastWriteTime);
+    SystemTimeToFileTime(&info.lastAccess, &raw.ftLastAccessTime);
+    SystemTimeToFileTime(&info.creation, &raw.ftCreationTime);
+    CopyBounded(raw.cFileName, name);
+    QC_LOG(L"findData[%s]", FormatRawFindDataStr(&raw));
+    return noConflict ? VIT_EncryptedFile : VIT_EncryptedFileInConflict;
+}
+
+bool FindKnownContainer(const FolderView& view, const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw,
+                        VirtFindData* virtFindData) {
+    bool hasInfo = false;
+    FileLocker::GetEncryptedInfo(containerFilePath.c_str(), &hasInfo, virtFindData);
+    if (hasInfo)
+        return true;
+    if (view.folderWriteTime == 0)
+        view.folderWriteTime = ReadFolderWriteTime(view.folderPath);
+    return VirtualFileInfoCache::Find(containerFilePath, raw, view.folderWriteTime, virtFindData);
+}
+
+void BuildVirtFindData(const FolderView& view, bool containerFlag, const WIN32_FIND_DATAW& rawOnDisk, VirtFindData* virtFindData) {
+    QC_TRACE(L"BuildVirtFindData");
+    const std::wstring containerFilePath = PathAppendStr(view.folderPath, rawOnDisk.cFileName);
+    if (containerFlag && FindKnownContainer(view, containerFilePath, rawOnDisk, virtFindData))
+        return;
+    WIN32_FIND_DATAW raw = rawOnDisk;
+    virtFindData->itemType = IsFolder(raw) ? VIT_Folder : GetHalvaneFileData(view, containerFlag, containerFilePath, raw);
+    virtFindData->fileAttributes = raw.dwFileAttributes;
+    virtFindData->creationTime = FileTimeNumber(raw.ftCreationTime);
+    virtFindData->lastAccessTime = FileTimeNumber(raw.ftLastAccessTime);
+    virtFindData->lastWriteTime = FileTimeNumber(raw.ftLastWriteTime);
+    virtFindData->fileSize = static_cast<std::int64_t>(static_cast<std::uint64_t>(raw.nFileSizeHigh) << 32 | raw.nFileSizeLow);
+    CopyBounded(virtFindData->fileName, raw.cFileName);
+    // What could not be read is asked for again: a document must not stay hidden because of one moment.
+    if (containerFlag && virtFindData->itemType != VIT_PlainFile)
+        VirtualFileInfoCache::Add(containerFilePath, rawOnDisk, *virtFindData, view.folderWriteTime);
+}
+
+bool ReadRawEntry(const std::wstring& path, WIN32_FIND_DATAW& raw) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
+        return false;
+    raw.dwFileAttributes = data.dwFileAttributes;
+    raw.ftCreationTime = data.ftCreationTime;
+    raw.ftLastAccessTime = data.ftLastAccessTime;
+    raw.ftLastWriteTime = data.ftLastWriteTime;
+    raw.nFileSizeHigh = data.nFileSizeHigh;
+    raw.nFileSizeLow = data.nFileSizeLow;
+    CopyBounded(raw.cFileName, PathStripPathStr(path));
+    return true;
+}
+
+// Begins the search for "<spec>.zip" in place of a search that is exhausted.
+bool StartExtraZipSearch(VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
+    QC_TRACE(L"StartExtraZipSearch");
+    std::wstring newSearch;
+    if (handle.extraZipSearch || !ShouldSearchForExtraZip(handle.filePathSearch, newSearch))
+        return qcLog.Leave(false);
+    handle.extraZipSearch = true;
+    handle.containerFlag = true;
+    handle.firstSpec = PathStripPathStr(handle.filePathSearch);
+    handle.filePathSearch = newSearch;
+    handle.find.Reset(::FindFirstFileW(newSearch.c_str(), &raw));
+    QC_LOG(L"In second try searched for filePathSearch[%s]", newSearch);
+    return qcLog.Leave(handle.find && ShouldEnumerateFindData(handle.find.Get(), raw, handle.firstSpec));
+}
+
+void StoreEntry(VirtualFindHandle& handle, const WIN32_FIND_DATAW& raw, VirtFindData* virtFindData) {
+    *virtFindData = {};
+    PlainNameFilter* const plainNames = handle.isPattern ? &handle.plainNames : nullptr;
+    BuildVirtFindData({handle.folderPath, handle.folderWriteTime, plainNames}, handle.containerFlag, raw, virtFindData);
+}
+
+}  // namespace
+
+void FindFileHandleDeleter::operator()(VirtualFindHandle* handle) const {
+    handle->magic = 0;
+    delete handle;
+}
+
+bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindData) {
+    QC_TRACE(L"VirtualFindFile::FindFile", L"filePath[%s]", filePath);
+    std::wstring path = filePath ? filePath : L"";
+    WIN32_FIND_DATAW raw{};
+    bool containerFlag = false;
+    bool plainIsMissing = false;
+    if (path.empty() || !ReadRawEntry(path, raw)) {
+        path = PathAddExtensionStr(path, kContainerExtension);
+        containerFlag = true;
+        plainIsMissing = true;
+        if (!filePath || !ReadRawEntry(path, raw)) {
+            QC_LOG(L"filePath[%s] is Not Found", filePath);
+            return qcLog.Leave(false);
+        }
+    } else {
+        containerFlag = !IsFolder(raw) && HasContainerName(raw.cFileName);
+    }
+    const std::wstring folderPath = PathRemoveFileSpecStr(path);
+    std::uint64_t folderWriteTime = 0;
+    *virtFindData = {};
+    BuildVirtFindData({folderPath, folderWriteTime, nullptr, plainIsMissing}, containerFlag, raw, virtFindData);
+    return qcLog.Leave(true);
+}
+
+VirtualFindHandlePtr VirtualFindFile::FindFirstFileW(const wchar_t* filePathSearch, VirtFindData* virtFindData) {
+    QC_TRACE(L"VirtualFindFile::FindFirstFileW", L"filePathSearch[%s]", filePathSearch);
+    VirtualFindHandlePtr handle(new VirtualFindHandle);
+    handle->filePathSearch = filePathSearch;
+    handle->isPattern = PathStripPathStr(filePathSearch).find_first_of(L"*?") != std::wstring::npos;
+    handle->folderPath = PathRemoveFileSpecStr(filePathSearch);
+    *virtFindData = {};
+    WIN32_FIND_DATAW raw{};
+    handle->find.Reset(::FindFirstFileW(filePathSearch, &raw));
+    QC_CHECK(handle->find || GetLastError() == ERROR_FILE_NOT_FOUND, nullptr,
+             L"hFind != ((HANDLE)(LONG_PTR)-1) || GetLastError() == 2L =>FALSE%s,  %s", L"filePathSearch[%s]. Error[%s]", filePathSearch,
+             SystemErrorStr(GetLastError()));
+    if (handle->find && ShouldEnumerateFindData(handle->find.Get(), raw, {})) {
+        QC_LOG(L"filePathSearch[%s] is Found on first try", filePathSearch);
+        handle->containerFlag = !IsFolder(raw) && HasContainerName(raw.cFileName);
+    } else if (StartExtraZipSearch(*handle, raw)) {
+        QC_LOG(L"filePathSearch[%s] is Found on second try searching for extra zip", handle->filePathSearch);
+    } else {
+        return nullptr;
+    }
+    StoreEntry(*handle, raw, virtFindData);
+    QC_LOG(L"findData[%s]", FormatFindDataStr(virtFindData));
+    return handle;
+}
+
+bool VirtualFindFile::FindNextFileW(VirtualFindHandle& handle, VirtFindData* virtFindData) {
+    QC_TRACE(L"VirtualFindFile::FindNextFileW", L"Next search for filePathSearch[%s]", handle.filePathSearch);
+    *virtFindData = {};
+    WIN32_FIND_DATAW raw{};
+    const bool found = ::FindNextFileW(handle.find.Get(), &raw) && ShouldEnumerateFindData(handle.find.Get(), raw, handle.firstSpec);
+    if (!found && !StartExtraZipSearch(handle, raw))
+        return qcLog.Leave(false);
+    // A folder named like a container goes the same way; it still shows as a folder.
+    handle.containerFlag = HasContainerName(raw.cFileName);
+    StoreEntry(handle, raw, virtFindData);
+    QC_LOG(L"findData[%s]", FormatFindDataStr(virtFindData));
+    return qcLog.Leave(true);
+}

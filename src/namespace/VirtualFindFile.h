@@ -1,0 +1,47 @@
+// A real folder seen as part of the volume: containers show under the names stored in them, with their plain sizes and
+// times; those whose names clash with something else show as "<stem>.HvcConflicted"; reserved names never show. Paths are
+// native. Searches are states of one caller each; nothing here is locked but the tables asked.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include <windows.h>
+
+#include "library/Owners.h"
+#include "namespace/PlainNameFilter.h"
+#include "quelcrypt/IVirtualVolume.h"
+
+// The first 32 bits of a directory-search handle: "FFFM" in memory.
+inline constexpr std::uint32_t kFileSearchMagic = 0x4D464646;
+
+struct VirtualFindHandle {
+    std::uint32_t magic = kFileSearchMagic;
+    UniqueFindHandle find;
+    std::wstring filePathSearch;  // with ".zip" appended once the extra search has begun
+    std::wstring folderPath;
+    bool containerFlag = false;  // of the entry returned last
+    bool extraZipSearch = false;
+    bool isPattern = false;
+    std::wstring firstSpec;  // while the extra search runs: what was searched for first, and need not show again
+    std::uint64_t folderWriteTime = 0;  // 0: not read yet
+    PlainNameFilter plainNames;
+};
+// Makes the handle unrecognisable before it is freed.
+struct FindFileHandleDeleter {
+    void operator()(VirtualFindHandle* handle) const;
+};
+using VirtualFindHandlePtr = std::unique_ptr<VirtualFindHandle, FindFileHandleDeleter>;
+
+class VirtualFindFile {
+public:
+    // Describes the item at filePath, or else the container filePath + ".zip". False: neither exists.
+    static bool FindFile(const wchar_t* filePath, VirtFindData* virtFindData);
+
+    // Starts a search, whose pattern is the last component, and stores the first entry. A pattern other than "*", "*.*" and
+    // "*.zip" is searched again with ".zip" appended, so that names find their containers. Null when nothing matches.
+    static VirtualFindHandlePtr FindFirstFileW(const wchar_t* filePathSearch, VirtFindData* virtFindData);
+    // Stores the next entry; false when there is none.
+    static bool FindNextFileW(VirtualFindHandle& handle, VirtFindData* virtFindData);
+};

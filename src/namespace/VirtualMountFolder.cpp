@@ -1,0 +1,318 @@
+#include "namespace/VirtualMountFolder.h"
+
+#include <algorithm>
+#include <array>
+#include <cwchar>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include <shlwapi.h>
+
+#include "diagnostics/Trace.h"
+#include "library/Owners.h"
+#include "library/Text.h"
+#include "namespace/VirtualFindFile.h"
+#include "quelcrypt/QuelcryptExceptions.h"
+
+namespace {
+
+// Buckets of a hash over names; the order of buckets, then of chains, is the order in which folders are visited.
+class FolderTable {
+public:
+    const MountFolderInfo* Find(std::wstring_view name) const {
+        for (const MountFolderInfo& folder : m_buckets[BucketOf(name)])
+            if (EqualNoCase(folder.name, name))
+                return &folder;
+        return nullptr;
+    }
+    void Store(MountFolderInfo folder) {
+        std::vector<MountFolderInfo>& chain = m_buckets[BucketOf(folder.name)];
+        for (MountFolderInfo& stored : chain)
+            if (EqualNoCase(stored.name, folder.name)) {
+                stored = std::move(folder);
+                return;
+            }
+        chain.push_back(std::move(folder));
+    }
+    std::vector<const MountFolderInfo*> InOrder() const {
+        std::vector<const MountFolderInfo*> folders;
+        for (const auto& chain : m_buckets)
+            for (const MountFolderInfo& folder : chain)
+                folders.push_back(&folder);
+        return folders;
+    }
+
+private:
+    static std::size_t BucketOf(std::wstring_view name) { return NoCaseHash()(name) % kBuckets; }
+
+    static constexpr std::size_t kBuckets = 17;
+    std::array<std::vector<MountFolderInfo>, kBuckets> m_buckets;
+};
+
+struct MountFolderState {
+    CriticalSection section;
+    FolderTable table;
+    bool loaded = false;
+    std::uint32_t changeCounter = 0;  // as last read from the library; 0: none yet
+};
+
+MountFolderState& State() {
+    static MountFolderState s_state;
+    return s_state;
+}
+
+// One text of a protected folder; empty when it is absent or cannot be decoded.
+std::wstring ReadFolderText(IProtectedFolder* folder, bool (IProtectedFolder::*getter)(IQuelcryptText**)) {
+    LibraryPtr<IQuelcryptText> text;
+    if (!(folder->*getter)(text.GetAddr()) || !text || !text->HasText(0))
+        return {};
+    const char* const utf8 = text->GetText(0);
+    try {
+        return utf8 ? Utf8DecodeStr(utf8) : std::wstring();
+    } catch (const CQuelcryptErrorException&) {
+        return {};
+    }
+}
+
+FolderTable ReadFolders(IProtectedFolderEnum* protectedFolders) {
+    FolderTable table;
+    LibraryPtr<IProtectedFolder> folder;
+    while (protectedFolders->Next(folder.GetAddr()) != 0) {
+        if (!folder)
+            throw CQuelcryptErrorException(L"A protected folder is missing");  // the table stays as it was
+        ProtectedFolderRecord record{PFT_Invalid};
+        folder->GetRecord(&record);
+        MountFolderInfo info{static_cast<ProtectedFolderType>(record.type), ReadFolderText(folder.Get(), &IProtectedFolder::GetName),
+                             ReadFolderText(folder.Get(), &IProtectedFolder::GetPath)};
+        if (!info.name.empty() && !info.path.empty())
+            table.Store(std::move(info));
+    }
+    return table;
+}
+
+// The caller holds the section. Throws what the library throws.
+void Reload(QuelcryptLog& qcLog, MountFolderState& state) {
+    LibraryPtr<IProtectedFolderEnum> protectedFolders;
+    const bool asked = Quelcrypt_GetProtectedFolderEnum(0, protectedFolders.GetAddr()) != 0;
+    if (!asked || !protectedFolders) {
+        QC_REPORT(L"protectedFolders.Ptr() != 0 =>false%s, ");
+        return;
+    }
+    const std::uint32_t changeCounter = protectedFolders->GetChangeCounter();
+    if (state.changeCounter != 0 && state.changeCounter == changeCounter)
+        return;
+    state.table = ReadFolders(protectedFolders.Get());
+    state.changeCounter = changeCounter;
+    state.loaded = true;
+}
+
+bool CopyByName(MountFolderState& state, const std::wstring& name, MountFolderInfo& mountFolderInfo) {
+    const std::lock_guard guard(state.section);
+    const MountFolderInfo* const found = state.table.Find(name);
+    if (found)
+        mountFolderInfo = *found;
+    return found != nullptr;
+}
+
+// Is path the folder, or below it?
+bool Contains(std::wstring_view folder, std::wstring_view path) {
+    const std::size_t length = folder.size();
+    return path.size() >= length && EqualNoCase(path.substr(0, length), folder) && (path.size() == length || path[length] == L'\\');
+}
+
+// Looks for the first folder from position `start` on that store(folder) accepts; nextName becomes the name after it.
+template <class Store>
+bool MatchFrom(const std::vector<const MountFolderInfo*>& folders, std::size_t start, std::wstring& nextName, Store store) {
+    for (std::size_t index = start; index < folders.size(); ++index)
+        if (store(*folders[index])) {
+            nextName = index + 1 < folders.size() ? folders[index + 1]->name : std::wstring();
+            return true;
+        }
+    nextName.clear();
+    return false;
+}
+
+template <class Store>
+bool MatchNext(VirtFindMountFolderHandle& handle, Store store) {
+    if (handle.nextName.empty())
+        return false;
+    MountFolderState& state = State();
+    const std::lock_guard guard(state.section);
+    const std::vector<const MountFolderInfo*> folders = state.table.InOrder();
+    for (std::size_t start = 0; start < folders.size(); ++start)
+        if (folders[start]->name == handle.nextName)
+            return MatchFrom(folders, start, handle.nextName, store);
+    return false;
+}
+
+bool MatchesSpec(QuelcryptLog& qcLog, const wchar_t* searchSpec, const MountFolderInfo& folder) {
+    if (PathMatchSpecW(folder.name.c_str(), searchSpec))
+        return true;
+    QC_LOG(L"Mount folder[%s] does not match search spec[%s]", folder.name, searchSpec);
+    return false;
+}
+
+const wchar_t* SpecOrAll(const wchar_t* searchSpec) { return searchSpec ? searchSpec : L"*"; }
+
+}  // namespace
+
+void VirtFindMountFolderHandleDeleter::operator()(VirtFindMountFolderHandle* handle) const {
+    handle->magic = 0;
+    delete handle;
+}
+
+void VirtualMountFolder::LoadFolders(bool force) {
+    QC_TRACE(L"VirtualMountFolder::LoadFolders");
+    MountFolderState& state = State();
+    const std::lock_guard guard(state.section);
+    if (state.loaded && !force)
+        return;
+    try {
+        Reload(qcLog, state);
+    } catch (const CQuelcryptException&) {
+        QC_REPORT(L"protectedFolders.Ptr() != 0 =>false%s, ");
+    }
+}
+
+bool VirtualMountFolder::IsValidVirtualVolumePath(const wchar_t* path) {
+    QC_TRACE(L"VirtualMountFolder::IsValidVirtualVolumePath");
+    if (path && *path && !std::wcschr(path, L':') && path[0] != L'\\' && path[1] != L'\\')
+        return qcLog.Leave(true);
+    QC_LOG(L"File path[%s] is not valid virtual volume path", path);
+    return qcLog.Leave(false);
+}
+
+bool VirtualMountFolder::ParseFilePath(const wchar_t* path, std::wstring& mountFolderPart, std::wstring& relativePath) {
+    QC_TRACE(L"VirtualMountFolder::ParseFilePath");
+    relativePath.clear();
+    QC_CHECK(path != nullptr, false, L"mountFolderPartBuf != 0 =>false%s, ");
+    const wchar_t* const separator = std::wcschr(path, L'\\');
+    if (separator) {
+        mountFolderPart.assign(path, separator);
+        relativePath = separator + 1;
+    } else {
+        mountFolderPart = path;
+    }
+    return qcLog.Leave(true);
+}
+
+bool VirtualMountFolder::GetMountFolderInfoByVirtPath(const wchar_t* virtFilePath, MountFolderInfo& mountFolderInfo,
+                                                      std::wstring& relativePath) {
+    QC_TRACE(L"VirtualMountFolder::GetMountFolderInfoByVirtPath", L"virtFilePath[%s]", virtFilePath);
+    LoadFolders(false);
+    std::wstring mountFolderPart;
+    if (!IsValidVirtualVolumePath(virtFilePath) || !ParseFilePath(virtFilePath, mountFolderPart, relativePath))
+        return qcLog.Leave(false);
+    MountFolderState& state = State();
+    if (!CopyByName(state, mountFolderPart, mountFolderInfo)) {
+        LoadFolders(true);  // the folder may be new
+        if (!CopyByName(state, mountFolderPart, mountFolderInfo)) {
+            QC_LOG(L"virtFilePath[%s], relativePath[%s]", virtFilePath, relativePath);
+            return qcLog.Leave(false);
+        }
+    }
+    QC_LOG(L"virtFilePath[%s], relativePath[%s], mountFolderInfo[%s]", virtFilePath, relativePath,
+           FormatMountInfoStr(mountFolderInfo.type, mountFolderInfo.name.c_str(), mountFolderInfo.path.c_str()));
+    return qcLog.Leave(true);
+}
+
+bool VirtualMountFolder::GetMountFolderInfoByNativePath(const wchar_t* nativeFilePath, MountFolderInfo& mountFolderInfo,
+                                                        std::wstring& relativePath) {
+    QC_TRACE(L"VirtualMountFolder::GetMountFolderInfoByNativePath", L"nativeFilePath[%s]", nativeFilePath);
+    LoadFolders(true);
+    QC_CHECK(nativeFilePath != nullptr, false, L"nativeFilePath != 0 && &nativeFilePath =>false%s, ");
+    const std::wstring_view nativePath = nativeFilePath;
+    MountFolderState& state = State();
+    const std::lock_guard guard(state.section);
+    for (const MountFolderInfo* folder : state.table.InOrder())
+        if (Contains(folder->path, nativePath)) {
+            mountFolderInfo = *folder;
+            relativePath = nativePath.substr(std::min(folder->path.size() + 1, nativePath.size()));
+            return qcLog.Leave(true);
+        }
+    return qcLog.Leave(false);
+}
+
+bool VirtualMountFolder::HoldsMountFolder(const std::wstring& nativePath) {
+    QC_TRACE(L"VirtualMountFolder::HoldsMountFolder", L"nativeFilePath[%s]", nativePath);
+    LoadFolders(true);
+    MountFolderState& state = State();
+    const std::lock_guard guard(state.section);
+    const auto folders = state.table.InOrder();
+    return qcLog.Leave(
+        std::any_of(folders.begin(), folders.end(), [&](const auto* folder) { return Contains(nativePath, folder->path); }));
+}
+
+VirtFindMountFolderHandle* VirtualMountFolder::FindFirstFolder(const wchar_t* folderSearchSpec) {
+    QC_TRACE(L"VirtualMountFolder::FindFirstFolder", L"folderSearchSpec[%s]", folderSearchSpec);
+    LoadFolders(true);
+    auto handle = std::make_unique<VirtFindMountFolderHandle>();
+    handle->folderSearchSpec = SpecOrAll(folderSearchSpec);
+    MountFolderState& state = State();
+    const std::lock_guard guard(state.section);
+    for (const MountFolderInfo* folder : state.table.InOrder())
+        if (MatchesSpec(qcLog, handle->folderSearchSpec.c_str(), *folder)) {
+            handle->nextName = folder->name;
+            return handle.release();
+        }
+    return nullptr;
+}
+
+VirtFindMountFolderHandle* VirtualMountFolder::FindFirstFolder(const wchar_t* folderSearchSpec, VirtFindData* virtFindData) {
+    QC_TRACE(L"VirtualMountFolder::FindFirstFolder", L"folderSearchSpec[%s]", folderSearchSpec);
+    LoadFolders(true);
+    auto handle = std::make_unique<VirtFindMountFolderHandle>();
+    handle->folderSearchSpec = SpecOrAll(folderSearchSpec);
+    MountFolderState& state = State();
+    const std::lock_guard guard(state.section);
+    const bool found = MatchFrom(state.table.InOrder(), 0, handle->nextName, [&](const MountFolderInfo& folder) {
+        return GetMatchedMountFolderVirtFindData(handle->folderSearchSpec.c_str(), folder, virtFindData);
+    });
+    return found ? handle.release() : nullptr;
+}
+
+bool VirtualMountFolder::FindNextFolder(VirtFindMountFolderHandle& handle, VirtMountInfo* virtMountInfo) {
+    QC_TRACE(L"VirtualMountFolder::FindNextFolder");
+    return qcLog.Leave(MatchNext(handle, [&](const MountFolderInfo& folder) {
+        return GetMatchedMountFolderVirtMountInfo(handle.folderSearchSpec.c_str(), folder, virtMountInfo);
+    }));
+}
+
+bool VirtualMountFolder::FindNextFolder(VirtFindMountFolderHandle& handle, VirtFindData* virtFindData) {
+    QC_TRACE(L"VirtualMountFolder::FindNextFolder");
+    return qcLog.Leave(MatchNext(handle, [&](const MountFolderInfo& folder) {
+        return GetMatchedMountFolderVirtFindData(handle.folderSearchSpec.c_str(), folder, virtFindData);
+    }));
+}
+
+bool VirtualMountFolder::GetMatchedMountFolderVirtMountInfo(const wchar_t* searchSpec, const MountFolderInfo& mountFolderInfo,
+                                                            VirtMountInfo* virtMountInfo) {
+    QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtMountInfo");
+    if (!MatchesSpec(qcLog, searchSpec, mountFolderInfo))
+        return qcLog.Leave(false);
+    // A name may have up to twice the units that the record holds and is then cut; a path is never cut.
+    QC_CHECK(mountFolderInfo.name.size() < sizeof(virtMountInfo->name) && mountFolderInfo.path.size() < std::size(virtMountInfo->path),
+             false,
+             L"sizeof(virtMountInfo->name) > wcslen(mountFolderInfo.name) && sizeof(virtMountInfo->path) > "
+             L"wcslen(mountFolderInfo.path) =>false%s, ");
+    CopyBounded(virtMountInfo->name, mountFolderInfo.name);
+    CopyBounded(virtMountInfo->path, mountFolderInfo.path);
+    virtMountInfo->type = mountFolderInfo.type;
+    return qcLog.Leave(true);
+}
+
+bool VirtualMountFolder::GetMatchedMountFolderVirtFindData(const wchar_t* searchSpec, const MountFolderInfo& mountFolderInfo,
+                                                           VirtFindData* virtFindData) {
+    QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtFindData");
+    if (searchSpec && *searchSpec && !MatchesSpec(qcLog, searchSpec, mountFolderInfo))
+        return qcLog.Leave(false);
+    QC_CHECK(VirtualFindFile::FindFile(mountFolderInfo.path.c_str(), virtFindData), false,
+             L"VirtualFindFile::FindFile(mountFolderInfo.path, virtFindData) =>false%s, ");
+    QC_LOG(L"Mount folder[%s] matches search spec[%s]", mountFolderInfo.name, searchSpec);
+    QC_CHECK(mountFolderInfo.name.size() < sizeof(virtFindData->fileName), false,
+             L"sizeof(virtFindData->fileName) > wcslen(mountFolderInfo.name) =>false%s, ");
+    CopyBounded(virtFindData->fileName, mountFolderInfo.name);
+    virtFindData->itemType = VIT_MountFolder;
+    return qcLog.Leave(true);
+}

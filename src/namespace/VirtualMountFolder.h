@@ -1,0 +1,63 @@
+// The mount folders at the volume's root, one for each protected folder that the companion library reports. One
+// process-wide table, guarded by one critical section; it is rebuilt, whole, when the library's change counter moves.
+// Results are copies. A companion library that fails or throws leaves the table as it was.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "quelcrypt/IVirtualVolume.h"
+
+// The first 32 bits of a mount-folder search handle: "FFMM" in memory.
+inline constexpr std::uint32_t kMountSearchMagic = 0x4D4D4646;
+
+struct MountFolderInfo {
+    ProtectedFolderType type = PFT_Invalid;
+    std::wstring name;
+    std::wstring path;  // native
+};
+
+// Stands at the next folder by its name, so it stays valid when the table is rebuilt.
+struct VirtFindMountFolderHandle {
+    std::uint32_t magic = kMountSearchMagic;
+    std::wstring folderSearchSpec;
+    std::wstring nextName;  // empty: the search is over
+};
+// Makes the handle unrecognisable before it is freed.
+struct VirtFindMountFolderHandleDeleter {
+    void operator()(VirtFindMountFolderHandle* handle) const;
+};
+
+class VirtualMountFolder {
+public:
+    // Loads the table when it was not loaded yet, or always when forced: then one library call when nothing changed.
+    static void LoadFolders(bool force);
+
+    // Is this a path that may name a mount folder: not null or empty, no ":", no separator among its first two units?
+    static bool IsValidVirtualVolumePath(const wchar_t* path);
+    // Splits at the first separator.
+    static bool ParseFilePath(const wchar_t* path, std::wstring& mountFolderPart, std::wstring& relativePath);
+
+    // The mount folder that a volume path names, and the rest of the path. False leaves mountFolderInfo as it was.
+    static bool GetMountFolderInfoByVirtPath(const wchar_t* virtFilePath, MountFolderInfo& mountFolderInfo, std::wstring& relativePath);
+    // The mount folder that contains a native path, and the path below it (empty for the folder itself).
+    static bool GetMountFolderInfoByNativePath(const wchar_t* nativeFilePath, MountFolderInfo& mountFolderInfo,
+                                               std::wstring& relativePath);
+
+    // Is this native path a mount folder, or does one lie below it?
+    static bool HoldsMountFolder(const std::wstring& nativePath);
+
+    // Starts a search. The first form stores nothing: its handle stands at the first match, which FindNextFolder returns.
+    // The second stores the first match's record. Null when nothing matches. A null spec is "*"; in the second form an
+    // empty one matches everything.
+    static VirtFindMountFolderHandle* FindFirstFolder(const wchar_t* folderSearchSpec);
+    static VirtFindMountFolderHandle* FindFirstFolder(const wchar_t* folderSearchSpec, VirtFindData* virtFindData);
+    // Stores the next match; false when there is none, also when the folder to continue at has vanished.
+    static bool FindNextFolder(VirtFindMountFolderHandle& handle, VirtMountInfo* virtMountInfo);
+    static bool FindNextFolder(VirtFindMountFolderHandle& handle, VirtFindData* virtFindData);
+
+    static bool GetMatchedMountFolderVirtMountInfo(const wchar_t* searchSpec, const MountFolderInfo& mountFolderInfo,
+                                                   VirtMountInfo* virtMountInfo);
+    static bool GetMatchedMountFolderVirtFindData(const wchar_t* searchSpec, const MountFolderInfo& mountFolderInfo,
+                                                  VirtFindData* virtFindData);
+};

@@ -1,0 +1,237 @@
+#include "policy/FileUtils.h"
+
+#include <algorithm>
+#include <vector>
+
+#include <objbase.h>
+
+#include "diagnostics/Trace.h"
+#include "library/Owners.h"
+#include "library/Text.h"
+
+namespace {
+
+using NtStatus = LONG;
+struct IoStatusBlock {
+    union {
+        NtStatus status;
+        void* pointer;
+    };
+    ULONG_PTR information;
+};
+using ZwSetInformationFileFunc = NtStatus(NTAPI*)(HANDLE, IoStatusBlock*, void*, ULONG, int);
+using RtlNtStatusToDosErrorFunc = ULONG(NTAPI*)(NtStatus);
+
+template <class Function>
+Function NtdllFunction(const char* name) {
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"ntdll.dll"), name)));
+}
+
+bool IsSeparator(wchar_t unit) { return unit == L'\\' || unit == L'/'; }
+
+std::size_t LastSeparator(std::wstring_view path) { return path.find_last_of(L"\\/"); }
+
+bool ReadIdentity(const std::wstring& path, BY_HANDLE_FILE_INFORMATION& info) {
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const HANDLE handle = ::CreateFileW(path.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    return hFile && GetFileInformationByHandle(hFile.Get(), &info);
+}
+
+DWORD AttributesOf(const std::wstring& path) { return GetFileAttributesW(path.c_str()); }
+
+}  // namespace
+
+VirtualVolumeStatus StatusFromWin32(Win32Error error) {
+    switch (static_cast<DWORD>(error)) {
+        case ERROR_FILE_NOT_FOUND: return VVS_FileNotFound;
+        case ERROR_PATH_NOT_FOUND:
+        case ERROR_INVALID_DRIVE:
+        case ERROR_BAD_NETPATH:
+        case ERROR_BAD_NET_NAME:
+        case ERROR_BAD_PATHNAME: return VVS_PathNotFound;
+        case ERROR_ACCESS_DENIED:
+        case ERROR_WRITE_PROTECT: return VVS_AccessDenied;
+        case ERROR_NOT_ENOUGH_MEMORY:
+        case ERROR_OUTOFMEMORY: return VSS_OutMemory;
+        case ERROR_SHARING_VIOLATION: return VSS_SharingViolation;
+        case ERROR_LOCK_VIOLATION: return VSS_LockViolation;
+        case ERROR_NOT_SUPPORTED:
+        case ERROR_CALL_NOT_IMPLEMENTED: return VSS_NotImplemented;
+        case ERROR_FILE_EXISTS: return VSS_FileExists;
+        case ERROR_INVALID_PARAMETER:
+        case ERROR_INVALID_NAME: return VVS_InvalidParameter;
+        case ERROR_ALREADY_EXISTS: return VVS_PathAlreadyExists;
+        default: return VVS_GeneralError;
+    }
+}
+
+Win32Error ZwSetInformationFile(HANDLE hFile, const void* info, ULONG length, int fileInformationClass) {
+    QC_TRACE(L"ZwSetInformationFile");
+    static const auto s_func = NtdllFunction<ZwSetInformationFileFunc>("ZwSetInformationFile");
+    static const auto s_toDosError = NtdllFunction<RtlNtStatusToDosErrorFunc>("RtlNtStatusToDosError");
+    QC_CHECK(s_func != nullptr && s_toDosError != nullptr, static_cast<Win32Error>(ERROR_PROC_NOT_FOUND), L"s_func != 0 =>false%s,  %s",
+             L"fileInformationClass[%s]. Error[%s]", FormatInt64Str(fileInformationClass), SystemErrorStr(GetLastError()));
+
+    IoStatusBlock ioStatus{};
+    const NtStatus status = s_func(hFile, &ioStatus, const_cast<void*>(info), length, fileInformationClass);
+    if (status >= 0 && ioStatus.status >= 0)
+        return qcLog.Leave(Win32Error::None);
+    const ULONG error = s_toDosError(status < 0 ? status : ioStatus.status);
+    QC_REPORT(L"(((NTSTATUS)(status)) >= 0) && (((NTSTATUS)(IoStatusBlock.Status)) >= 0) =>false%s,  %s",
+              L"fileInformationClass[%d]. Status[0x%x], IoStatusBlock.Status[0x%x]. %s", fileInformationClass, status,
+              ioStatus.status, SystemErrorStr(error));
+    return qcLog.Leave(static_cast<Win32Error>(error));
+}
+
+Win32Error DeleteUndeleteFile(HANDLE hFile, bool deleteFile) {
+    QC_TRACE(L"DeleteUndeleteFile");
+    const BOOLEAN fileDispositionInfo = deleteFile;
+    const Win32Error error =
+        ZwSetInformationFile(hFile, &fileDispositionInfo, sizeof(fileDispositionInfo), kFileDispositionInformation);
+    if (error != Win32Error::None)
+        qcLog.LogFailedCheck(
+            L"ZwSetInformationFile(hFile, &fileDispositionInfo, sizeof(fileDispositionInfo), ((FILE_INFORMATION_CLASS)13)) =>%s, ",
+            [&] { return SystemErrorStr(static_cast<DWORD>(error)); }, [] { return L""; });
+    return qcLog.Leave(error);
+}
+
+FilePointer::FilePointer(HANDLE hFile, std::int64_t newPosition) : m_hFile(hFile) {
+    QC_TRACE_THIS(L"FilePointer::FilePointer");
+    LARGE_INTEGER origPos{};
+    if (!SetFilePointerEx(hFile, LARGE_INTEGER{}, &origPos, FILE_CURRENT)) {
+        QC_LOG_AT(LogLevel_Error, L"Cannot get current position. Eror[%d]", GetLastError());
+        return;
+    }
+    m_origPos = origPos.QuadPart;
+    LARGE_INTEGER target{};
+    target.QuadPart = newPosition;
+    if (!SetFilePointerEx(hFile, target, nullptr, FILE_BEGIN)) {
+        QC_LOG_AT(LogLevel_Error, L"Cannot move to new position. Error[%d]", GetLastError());
+        return;
+    }
+    m_pointerWasSet = true;
+}
+
+void FilePointer::Restore() {
+    if (!m_pointerWasSet)
+        return;
+    m_pointerWasSet = false;
+    const LastErrorKeeper keeper;
+    QC_TRACE_THIS(L"FilePointer::Restore");
+    LARGE_INTEGER origPos{};
+    origPos.QuadPart = m_origPos;
+    if (!SetFilePointerEx(m_hFile, origPos, nullptr, FILE_BEGIN))
+        QC_REPORT(L"::SetFilePointerEx(m_hFile, m_origPos, 0, 0) != 0 =>false%s, ");
+}
+
+std::optional<FileStamp> ReadFileStamp(const std::wstring& path) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
+        return std::nullopt;
+    return FileStamp{data.dwFileAttributes, static_cast<std::int64_t>(FileTimeNumber(data.ftLastWriteTime)),
+                     static_cast<std::int64_t>(static_cast<std::uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow)};
+}
+
+std::wstring SidePathStr(const std::wstring& filePath) {
+    GUID guid{};
+    if (FAILED(CoCreateGuid(&guid)))
+        guid.Data1 = GetTickCount();
+    return PathAppendStr(PathRemoveFileSpecStr(filePath), L"~" + FormatGuidStr(guid) + L".tmp");
+}
+
+Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists) {
+    QC_TRACE(L"PutInPlace", L"srcFilePath[%s], destFilePath[%s]", sidePath, filePath);
+    if (MoveFileExW(sidePath.c_str(), filePath.c_str(), MOVEFILE_WRITE_THROUGH | (failIfExists ? 0 : MOVEFILE_REPLACE_EXISTING)))
+        return qcLog.Leave(Win32Error::None);
+    const Win32Error error = LastWin32Error();
+    SetFileAttributesW(sidePath.c_str(), FILE_ATTRIBUTE_NORMAL);  // a read-only copy could not be deleted
+    DeleteFileW(sidePath.c_str());
+    return qcLog.Leave(error);
+}
+
+bool AreSameFile(const std::wstring& left, const std::wstring& right) {
+    BY_HANDLE_FILE_INFORMATION leftInfo{};
+    BY_HANDLE_FILE_INFORMATION rightInfo{};
+    return PathExists(right) && ReadIdentity(left, leftInfo) && ReadIdentity(right, rightInfo) &&
+           leftInfo.dwVolumeSerialNumber == rightInfo.dwVolumeSerialNumber &&
+           leftInfo.nFileIndexHigh == rightInfo.nFileIndexHigh && leftInfo.nFileIndexLow == rightInfo.nFileIndexLow;
+}
+
+bool PathExists(const std::wstring& path) { return AttributesOf(path) != INVALID_FILE_ATTRIBUTES; }
+
+bool IsExistingFile(const std::wstring& path) {
+    const DWORD attributes = AttributesOf(path);
+    return attributes != INVALID_FILE_ATTRIBUTES && !(attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+bool IsExistingFolder(const std::wstring& path) {
+    const DWORD attributes = AttributesOf(path);
+    return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+std::uint64_t FileTimeNumber(const FILETIME& time) {
+    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+}
+
+FILETIME FileTimeOf(std::uint64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
+
+std::wstring PathStripPathStr(std::wstring_view path) {
+    const std::size_t separator = LastSeparator(path);
+    return std::wstring(separator == path.npos ? path : path.substr(separator + 1));
+}
+
+std::wstring PathRemoveFileSpecStr(std::wstring_view path) {
+    const std::size_t separator = LastSeparator(path);
+    if (separator == path.npos)
+        return {};
+    const bool isRoot = separator == 0 || (separator == 2 && path[1] == L':');
+    return std::wstring(path.substr(0, isRoot ? separator + 1 : separator));
+}
+
+std::wstring PathAddExtensionStr(std::wstring_view path, std::wstring_view extension) {
+    return std::wstring(path).append(extension);
+}
+
+std::wstring PathRemoveExtensionStr(std::wstring_view path) {
+    const std::size_t dot = path.rfind(L'.');
+    const std::size_t separator = LastSeparator(path);
+    if (dot == path.npos || (separator != path.npos && dot < separator))
+        return std::wstring(path);
+    return std::wstring(path.substr(0, dot));
+}
+
+std::wstring PathAppendStr(std::wstring_view folder, std::wstring_view name) {
+    std::wstring path(folder);
+    if (!path.empty() && !IsSeparator(path.back()))
+        path += L'\\';
+    return path.append(name);
+}
+
+bool IsPathBelow(std::wstring_view path, std::wstring_view folder) {
+    return path.size() > folder.size() && IsSeparator(path[folder.size()]) && EqualNoCase(path.substr(0, folder.size()), folder);
+}
+
+std::optional<std::wstring> PathJoinBelow(std::wstring_view folder, std::wstring_view relativePath) {
+    std::vector<std::wstring_view> components;
+    while (!relativePath.empty()) {
+        const std::size_t end = std::min(relativePath.find_first_of(L"\\/"), relativePath.size());
+        std::wstring_view component = relativePath.substr(0, end);
+        relativePath.remove_prefix(std::min(end + 1, relativePath.size()));
+        if (component == L"..") {
+            if (components.empty())
+                return std::nullopt;
+            components.pop_back();
+            continue;
+        }
+        component = component.substr(0, component.find_last_not_of(L". ") + 1);
+        if (!component.empty())
+            components.push_back(component);
+    }
+    if (components.empty())
+        return std::wstring(folder);  // as it stands: of "C:\" the separator is a part
+    std::wstring path(folder.substr(0, folder.find_last_not_of(L"\\/") + 1));
+    for (const std::wstring_view component : components)
+        path.append(L"\\").append(component);
+    return path;
+}

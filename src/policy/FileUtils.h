@@ -1,0 +1,105 @@
+// Small file-system helpers that every layer above shares. They hold no state and may be called on any thread.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include <windows.h>
+
+#include "library/Win32Error.h"
+#include "quelcrypt/IVirtualVolume.h"
+
+// The one place where platform errors become statuses. None, which a failed call may leave, is VVS_GeneralError.
+VirtualVolumeStatus StatusFromWin32(Win32Error error);
+// Of a call that returned its error: None is VVS_Success.
+inline VirtualVolumeStatus StatusOfCall(Win32Error error) {
+    return error == Win32Error::None ? VVS_Success : StatusFromWin32(error);
+}
+inline VirtualVolumeStatus StatusFromLastError() { return StatusFromWin32(LastWin32Error()); }
+
+// Native information classes and records: the platform's documentation of ZwSetInformationFile is the source.
+inline constexpr int kFileBasicInformation = 4;
+inline constexpr int kFileRenameInformation = 10;
+inline constexpr int kFileDispositionInformation = 13;
+struct FileBasicInformation {
+    std::int64_t creationTime;
+    std::int64_t lastAccessTime;
+    std::int64_t lastWriteTime;
+    std::int64_t changeTime;
+    std::uint32_t fileAttributes;
+};
+static_assert(sizeof(FileBasicInformation) == 40);
+struct FileRenameInformation {
+    BOOLEAN replaceIfExists;
+    HANDLE rootDirectory;
+    ULONG fileNameLength;  // bytes, without a terminator
+    wchar_t fileName[1];
+};
+
+// Sets one kind of information on an open file through the native call. A handle's rights decide what is allowed.
+Win32Error ZwSetInformationFile(HANDLE hFile, const void* info, ULONG length, int fileInformationClass);
+
+// Sets (true) or clears (false) the delete-on-close mark of the handle's file. The handle needs DELETE access.
+Win32Error DeleteUndeleteFile(HANDLE hFile, bool deleteFile);
+
+// Moves an open file's position for as long as it lives and then puts the old one back. Does not own the handle.
+class FilePointer {
+public:
+    FilePointer(HANDLE hFile, std::int64_t newPosition);
+    ~FilePointer() { Restore(); }
+    FilePointer(const FilePointer&) = delete;
+    FilePointer& operator=(const FilePointer&) = delete;
+
+    // False: the position could not be read or moved, and stands where it stood.
+    bool PointerWasSet() const { return m_pointerWasSet; }
+    std::int64_t OriginalPosition() const { return m_origPos; }
+    // Puts the old position back now; later calls do nothing.
+    void Restore();
+
+private:
+    HANDLE m_hFile;
+    std::int64_t m_origPos = 0;
+    bool m_pointerWasSet = false;
+};
+
+// A path in the same folder that nothing has, for building a file aside.
+std::wstring SidePathStr(const std::wstring& filePath);
+// Puts a file built aside in its place in one step, over a file that is there unless told to fail. On failure the side
+// file is deleted.
+Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists = false);
+
+// What tells one state of a file from another: attribute bits, last-write time (FILETIME) and size in bytes.
+struct FileStamp {
+    std::uint32_t attributes = 0;
+    std::int64_t writeTime = 0;
+    std::int64_t size = 0;
+    bool operator==(const FileStamp&) const = default;
+};
+// Nothing when the file cannot be looked at; the last error says why.
+std::optional<FileStamp> ReadFileStamp(const std::wstring& path);
+
+// Do two paths, perhaps spelled differently or through an alias, lead to one existing file?
+bool AreSameFile(const std::wstring& left, const std::wstring& right);
+
+// Is there a file or folder at path? Folders count.
+bool PathExists(const std::wstring& path);
+bool IsExistingFile(const std::wstring& path);
+bool IsExistingFolder(const std::wstring& path);
+
+std::uint64_t FileTimeNumber(const FILETIME& time);
+FILETIME FileTimeOf(std::uint64_t number);
+
+// Paths as text; the disk is not asked. Components may be separated by "\" or "/".
+std::wstring PathStripPathStr(std::wstring_view path);       // "C:\a\b.txt" -> "b.txt"
+std::wstring PathRemoveFileSpecStr(std::wstring_view path);  // "C:\a\b.txt" -> "C:\a", "C:\a" -> "C:\"
+std::wstring PathAddExtensionStr(std::wstring_view path, std::wstring_view extension);  // appended whatever is there
+std::wstring PathRemoveExtensionStr(std::wstring_view path);                            // "a.txt.zip" -> "a.txt"
+std::wstring PathAppendStr(std::wstring_view folder, std::wstring_view name);
+// Letter case does not matter. A folder is not below itself.
+bool IsPathBelow(std::wstring_view path, std::wstring_view folder);
+
+// Joins a mount folder's path and a path relative to it, resolving "." and ".." without asking the disk and trimming the
+// trailing dots and blanks of each component, as the platform would. Nothing when the path climbs above the folder.
+std::optional<std::wstring> PathJoinBelow(std::wstring_view folder, std::wstring_view relativePath);

@@ -1,0 +1,255 @@
+#include "policy/HvcUtils.h"
+
+#include <algorithm>
+#include <array>
+
+#include <shellapi.h>
+#include <shlwapi.h>
+
+#include "diagnostics/Trace.h"
+#include "library/Owners.h"
+#include "library/Text.h"
+#include "policy/FileUtils.h"
+#include "quelcrypt/QuelcryptExceptions.h"
+
+namespace {
+
+constexpr std::array<std::wstring_view, 4> kReservedNames{L".HalvaneBox", L"- HalvaneCloud Readme -.htm", L".HalvaneCloud",
+                                                          L"policy.hvc"};
+constexpr std::uint32_t kConfigValueBytes = 120;
+
+// What call returns, or otherwise when the library throws; its failures are answers here, not exceptions.
+template <class Result, class Call>
+Result AskLibrary(QuelcryptLog& qcLog, const wchar_t* checkText, Result otherwise, Call call) {
+    try {
+        return call();
+    } catch (const CQuelcryptErrorException& exception) {
+        QC_REPORT(checkText);
+        QC_LOG_AT(LogLevel_Error, L"Exception[%s]", exception.GetDescription());
+    } catch (const CQuelcryptException&) {
+        QC_REPORT(checkText);
+    }
+    return otherwise;
+}
+
+// One text of a box configuration as UTF-8; its length is not trusted.
+std::string ReadConfigText(IHalvaneBoxConfig* config, std::uint32_t (IHalvaneBoxConfig::*getter)(char*, std::uint32_t)) {
+    char buffer[kConfigValueBytes] = {};
+    return std::string(buffer, std::min((config->*getter)(buffer, kConfigValueBytes), kConfigValueBytes));
+}
+
+// Empty when it cannot be decoded.
+std::wstring DecodeValue(const std::string& text) {
+    try {
+        return Utf8DecodeStr(text);
+    } catch (const CQuelcryptErrorException&) {
+        return {};
+    }
+}
+
+// Hands the folder's configuration to read and returns what it makes of it; a default value when there is none.
+template <class Result, class Read>
+Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, Read read) {
+    constexpr const wchar_t* kCheckText =
+        L"Quelcrypt_GetHalvaneBoxConfig( Utf8EncodeStr(folderPath, (DWORD)wcslen(folderPath)), cnfg.GetAddr(), 0, 0) != 0 =>false%s, ";
+    return AskLibrary(qcLog, kCheckText, Result(), [&] {
+        LibraryPtr<IHalvaneBoxConfig> config;
+        const std::string path = Utf8EncodeStr(folderPath.c_str(), static_cast<DWORD>(folderPath.size()));
+        if (Quelcrypt_GetHalvaneBoxConfig(path.c_str(), config.GetAddr(), nullptr, nullptr) == 0) {
+            QC_REPORT(kCheckText);
+            return Result();
+        }
+        return config ? read(config.Get()) : Result();
+    });
+}
+
+// A policy that cannot be decoded is still one: its folder's files are not stored in clear for it.
+bool HasPolicy(QuelcryptLog& qcLog, const std::wstring& folderPath, IHalvaneBoxConfig* config) {
+    const std::string policy = ReadConfigText(config, &IHalvaneBoxConfig::GetPolicy);
+    if (!policy.empty())
+        QC_LOG(L"Folder[%s] Has Policy[%s]", folderPath, DecodeValue(policy));
+    return !policy.empty();
+}
+
+bool IsExcludedName(QuelcryptLog& qcLog, const std::wstring& fileSpec) {
+    if (fileSpec.find(L'.') == fileSpec.npos)
+        return true;
+    return AskLibrary(qcLog, L"Quelcrypt_GetQuelcryptConfig(0, 0) != 0 =>false%s, ", false, [&] {
+        const LibraryPtr<IQuelcryptConfig> config(Quelcrypt_GetQuelcryptConfig(nullptr, nullptr));
+        return config && config->IsExcluded(Utf8EncodeStr(fileSpec.c_str(), static_cast<DWORD>(fileSpec.size())).c_str(), 0);
+    });
+}
+
+// Calls visit(path, entry) for everything in a folder but its dot entries, until it returns false.
+template <class Visit>
+bool ForEachEntry(const std::wstring& folder, Visit visit) {
+    WIN32_FIND_DATAW entry{};
+    const UniqueFindHandle find(::FindFirstFileW(PathAppendStr(folder, L"*").c_str(), &entry));
+    if (!find)
+        return false;
+    do {
+        const std::wstring_view name = entry.cFileName;
+        if (name != L"." && name != L".." && !visit(PathAppendStr(folder, name), entry))
+            return false;
+    } while (::FindNextFileW(find.Get(), &entry));
+    return GetLastError() == ERROR_NO_MORE_FILES;
+}
+
+bool IsRealFolder(DWORD attributes) {
+    return (attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT);
+}
+
+// The shell's file operation leaves read-only files, and on some systems says nothing of it.
+void ClearReadOnly(const std::wstring& path, DWORD attributes) {
+    if (attributes & FILE_ATTRIBUTE_READONLY)
+        SetFileAttributesW(path.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+    if (IsRealFolder(attributes))
+        ForEachEntry(path, [](const std::wstring& child, const WIN32_FIND_DATAW& entry) {
+            ClearReadOnly(child, entry.dwFileAttributes);
+            return true;
+        });
+}
+
+// What is there is replaced by the whole copy or not at all.
+Win32Error CopyOneFile(const std::wstring& source, const std::wstring& destination, bool failIfExists) {
+    const std::wstring sidePath = SidePathStr(destination);
+    if (!::CopyFileW(source.c_str(), sidePath.c_str(), TRUE)) {
+        const Win32Error error = LastWin32Error();
+        DeleteFileW(sidePath.c_str());
+        return error;
+    }
+    return PutInPlace(sidePath, destination, failIfExists);
+}
+
+// Whether nothing is at path any more. While listings, virus scanners or sync clients have a file open it may refuse to go,
+// or go only when they are done; they are given a moment.
+bool DeleteThroughShell(const std::wstring& path) {
+    constexpr DWORD pausesMs[] = {5, 10, 20, 40, 80, 150, 300, 0};
+    const std::wstring doublyTerminated = path + L'\0';
+    for (const DWORD pauseMs : pausesMs) {
+        SHFILEOPSTRUCTW operation{};
+        operation.wFunc = FO_DELETE;
+        operation.pFrom = doublyTerminated.c_str();
+        operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI;
+        SHFileOperationW(&operation);
+        if (!PathExists(path))
+            return true;
+        Sleep(pauseMs);
+    }
+    return false;
+}
+
+Win32Error CopyTree(const std::wstring& source, const std::wstring& destination, bool failIfExists) {
+    const DWORD attributes = GetFileAttributesW(source.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES)
+        return LastWin32Error();
+    if (!(attributes & FILE_ATTRIBUTE_DIRECTORY))
+        return CopyOneFile(source, destination, failIfExists);
+    if (!IsRealFolder(attributes))
+        return static_cast<Win32Error>(ERROR_NOT_SUPPORTED);  // a junction may lead anywhere, also back up
+    if (!CreateDirectoryW(destination.c_str(), nullptr)) {
+        const Win32Error error = LastWin32Error();
+        if (failIfExists || error != static_cast<Win32Error>(ERROR_ALREADY_EXISTS) || !IsExistingFolder(destination))
+            return error;
+    }
+    Win32Error error = Win32Error::None;
+    const bool complete = ForEachEntry(source, [&](const std::wstring& child, const WIN32_FIND_DATAW& entry) {
+        error = CopyTree(child, PathAppendStr(destination, entry.cFileName), failIfExists);
+        return error == Win32Error::None;
+    });
+    return complete || error != Win32Error::None ? error : LastWin32Error();
+}
+
+}  // namespace
+
+bool IsReservedName(std::wstring_view fileName) {
+    return std::any_of(kReservedNames.begin(), kReservedNames.end(),
+                       [&](std::wstring_view reserved) { return EqualNoCase(fileName, reserved); });
+}
+
+bool ShouldFileBeEncrypted(const std::wstring& filePath) {
+    QC_TRACE(L"ShouldFileBeEncrypted");
+    const std::wstring fileSpec = PathStripPathStr(filePath);
+    if (IsReservedName(fileSpec)) {
+        QC_LOG(L"fileSpec[%s] Name is Reserved", fileSpec);
+        return qcLog.Leave(false);
+    }
+    if (IsExcludedName(qcLog, fileSpec)) {
+        QC_LOG(L"fileSpec[%s] Name is Excluded from encryption", fileSpec);
+        return qcLog.Leave(false);
+    }
+    const std::wstring folderPath = PathRemoveFileSpecStr(filePath);
+    if (!DoesFolderHavePolicy(folderPath)) {
+        QC_LOG(L"folderPath[%s] Does not have policy", folderPath);
+        return qcLog.Leave(false);
+    }
+    QC_LOG(L"filePath[%s] Should be Encryption", filePath);
+    return qcLog.Leave(true);
+}
+
+bool DoesFolderHavePolicy(const std::wstring& folderPath) {
+    QC_TRACE(L"DoesFolderHavePolicy");
+    return qcLog.Leave(WithBoxConfig<bool>(
+        qcLog, folderPath, [&](IHalvaneBoxConfig* config) { return HasPolicy(qcLog, folderPath, config); }));
+}
+
+std::wstring GetOwnerId(const std::wstring& folderPath) {
+    QC_TRACE(L"GetOwnerId");
+    return WithBoxConfig<std::wstring>(qcLog, folderPath, [&](IHalvaneBoxConfig* config) {
+        std::wstring ownerId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetOwnerId));
+        QC_LOG(L"Folder[%s] Has OwnerId[%s]", folderPath, ownerId);
+        return ownerId;
+    });
+}
+
+std::wstring GetFolderTargetKeyId(const std::wstring& folderPath) {
+    QC_TRACE(L"GetFolderTargetKeyId");
+    return WithBoxConfig<std::wstring>(qcLog, folderPath, [&](IHalvaneBoxConfig* config) {
+        if (!HasPolicy(qcLog, folderPath, config))
+            return std::wstring();
+        std::wstring targetId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetTargetKeyId));
+        QC_LOG(L"Folder[%s] Has TragetId[%s]", folderPath, targetId);
+        return targetId;
+    });
+}
+
+std::wstring ContainerPathStr(const std::wstring& filePath) {
+    if (EndsWithNoCase(filePath, kContainerExtension) && IsExistingFile(filePath))
+        return filePath;
+    return PathAddExtensionStr(filePath, kContainerExtension);
+}
+
+DeleteResult DeleteFileOrFolder(const std::wstring& path) {
+    QC_TRACE(L"DeleteFileOrFolder", L"path[%s]", path);
+    constexpr const wchar_t* kCheckText = L"deleteResult == 0 =>false%s,  %s";
+    QC_CHECK(!path.empty() && !PathIsRelativeW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    // The shell would take these for patterns, and everything that matches would go.
+    QC_CHECK(path.find_first_of(L"*?<>\"|") == path.npos, DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    const bool isMissing =
+        attributes == INVALID_FILE_ATTRIBUTES && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND);
+    if (isMissing)
+        return qcLog.Leave(DeleteResult::Deleted);
+    QC_CHECK(attributes != INVALID_FILE_ATTRIBUTES, DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    ClearReadOnly(path, attributes);
+    if (path.size() >= MAX_PATH) {  // longer than the shell takes: a single file goes without it
+        QC_CHECK(DeleteFileW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
+        return qcLog.Leave(DeleteResult::Deleted);
+    }
+
+    const bool isGone = DeleteThroughShell(path);
+    QC_CHECK(isGone, DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    return qcLog.Leave(DeleteResult::Deleted);
+}
+
+Win32Error qcCopyFileOrFolder(const std::wstring& source, const std::wstring& destination, bool failIfExists) {
+    QC_TRACE(L"qcCopyFileOrFolder", L"source[%s], destination[%s]", source, destination);
+    const std::wstring sourceAsFolder = PathAppendStr(source, L"");
+    if (EqualNoCase(std::wstring_view(PathAppendStr(destination, L"")).substr(0, sourceAsFolder.size()), sourceAsFolder))
+        return qcLog.Leave(static_cast<Win32Error>(ERROR_INVALID_PARAMETER));  // a folder into itself would never end
+    const bool destinationExisted = PathExists(destination);
+    const Win32Error error = CopyTree(source, destination, failIfExists);
+    if (error != Win32Error::None && !destinationExisted && PathExists(destination))
+        DeleteFileOrFolder(destination);
+    return qcLog.Leave(error);
+}

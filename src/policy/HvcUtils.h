@@ -1,0 +1,34 @@
+// What policy says of files and folders, as the companion library knows it, and deleting and copying whole trees.
+// A failing library is no failure here: it is logged and there is then no policy, no owner, no key. No state, any thread.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "library/Win32Error.h"
+
+// The ending of a container's name.
+inline constexpr std::wstring_view kContainerExtension = L".zip";
+
+// Is a file at this path to be stored as a container? Decided by its name and by its folder's policy; it need not exist.
+bool ShouldFileBeEncrypted(const std::wstring& filePath);
+// Names that the product keeps for itself in protected folders: never shown, never encrypted. Letter case does not matter.
+bool IsReservedName(std::wstring_view fileName);
+bool DoesFolderHavePolicy(const std::wstring& folderPath);
+// Empty when unknown.
+std::wstring GetOwnerId(const std::wstring& folderPath);
+// Empty when unknown, or when the folder has no policy.
+std::wstring GetFolderTargetKeyId(const std::wstring& folderPath);
+
+// The container of an item shown at filePath: the path itself when it names an existing container, which is the way to a
+// conflict copy, else filePath with ".zip" appended.
+std::wstring ContainerPathStr(const std::wstring& filePath);
+
+enum class DeleteResult { Deleted = 0, Failed = 22 };
+// Deletes a file, or a folder with all it holds, read-only ones included; nothing goes to a recycle bin. Deleted: nothing is
+// at path any more. Refuses an empty or relative path.
+DeleteResult DeleteFileOrFolder(const std::wstring& path);
+
+// Copies a file, or a folder with all it holds. With failIfExists nothing existing is overwritten. A failure removes a
+// destination that was not there before, and is returned.
+Win32Error qcCopyFileOrFolder(const std::wstring& source, const std::wstring& destination, bool failIfExists);

@@ -1,0 +1,110 @@
+#include <algorithm>
+#include <memory>
+#include <optional>
+
+#include <shlwapi.h>
+
+#include "library/Text.h"
+#include "locks/FileLocker.h"
+#include "policy/FileUtils.h"
+#include "policy/HvcUtils.h"
+#include "volume/CatchAll.h"
+#include "volume/VirtualVolumeImpl.h"
+
+namespace {
+
+constexpr std::uint64_t kReportedSpace = 0xFFFFFFFFFF;
+
+}  // namespace
+
+void* VirtualVolume::Destroy(std::uint32_t flags) {
+    void* const address = this;
+    if (flags & 1)
+        delete this;
+    return address;
+}
+
+void VirtualVolume::Release() { delete this; }
+
+bool VirtualVolume::GetMountInfoByVolumePath(const wchar_t* volumePath, VirtMountInfo* mountInfo) {
+    return CatchAllOr(false, [&] {
+        MountFolderInfo mountFolderInfo;
+        std::wstring relativePath;
+        return mountInfo && VirtualMountFolder::GetMountFolderInfoByVirtPath(volumePath, mountFolderInfo, relativePath) &&
+               ConvertMountFolderInfoToVirtMountInfo(mountFolderInfo, mountInfo);
+    });
+}
+
+bool VirtualVolume::GetMountInfoByNativePath(const wchar_t* nativePath, VirtMountInfo* mountInfo) {
+    return CatchAllOr(false, [&] {
+        MountFolderInfo mountFolderInfo;
+        std::wstring relativePath;
+        return mountInfo && VirtualMountFolder::GetMountFolderInfoByNativePath(nativePath, mountFolderInfo, relativePath) &&
+               ConvertMountFolderInfoToVirtMountInfo(mountFolderInfo, mountInfo);
+    });
+}
+
+std::uint64_t VirtualVolume::GetSpace(std::uint64_t* totalBytes, std::uint64_t* freeBytes) {
+    if (totalBytes)
+        *totalBytes = kReportedSpace;
+    if (freeBytes)
+        *freeBytes = kReportedSpace;
+    return kReportedSpace;
+}
+
+bool VirtualVolume::GetFullFilePath(const wchar_t* filePath, std::wstring& fullFilePath) {
+    QC_TRACE(L"VirtualVolume::GetFullFilePath", L"filePath[%s]", filePath);
+    if (filePath && !PathIsRelativeW(filePath)) {
+        fullFilePath = filePath;
+        return qcLog.Leave(true);
+    }
+    MountFolderInfo mountFolderInfo;
+    std::wstring relativePath;
+    if (!VirtualMountFolder::GetMountFolderInfoByVirtPath(filePath, mountFolderInfo, relativePath))
+        return qcLog.Leave(false);
+    const std::optional<std::wstring> joined = PathJoinBelow(mountFolderInfo.path, relativePath);
+    if (joined)
+        fullFilePath = *joined;
+    return qcLog.Leave(joined.has_value());
+}
+
+bool VirtualVolume::ConvertMountFolderInfoToVirtMountInfo(const MountFolderInfo& mountFolderInfo, VirtMountInfo* virtMountInfo) {
+    QC_TRACE(L"VirtualVolume::ConvertMountFolderInfoToVirtMountInfo");
+    const bool enoughSpace = mountFolderInfo.name.size() < std::size(virtMountInfo->name) &&
+                             mountFolderInfo.path.size() < std::size(virtMountInfo->path);
+    QC_CHECK(enoughSpace, false, L"enoughSpace =>false%s, ");
+    virtMountInfo->type = mountFolderInfo.type;
+    CopyBounded(virtMountInfo->name, mountFolderInfo.name);
+    CopyBounded(virtMountInfo->path, mountFolderInfo.path);
+    return qcLog.Leave(true);
+}
+
+void VirtualVolume::FindRoot(VirtFindData* virtFindData) {
+    QC_TRACE(L"VirtualVolume::FindRoot");
+    *virtFindData = {};
+    virtFindData->fileAttributes = FILE_ATTRIBUTE_DIRECTORY;
+    virtFindData->itemType = VIT_Root;
+    VirtFindData folder{};
+    const std::unique_ptr<VirtFindMountFolderHandle, VirtFindMountFolderHandleDeleter> handle(
+        VirtualMountFolder::FindFirstFolder(L"*", &folder));
+    if (!handle) {
+        QC_LOG_AT(LogLevel_Warning, L"Virtual volume is empty!");
+        return;
+    }
+    do {
+        if (folder.creationTime != 0 && (virtFindData->creationTime == 0 || folder.creationTime < virtFindData->creationTime))
+            virtFindData->creationTime = folder.creationTime;
+        virtFindData->lastAccessTime = std::max(virtFindData->lastAccessTime, folder.lastAccessTime);
+        virtFindData->lastWriteTime = std::max(virtFindData->lastWriteTime, folder.lastWriteTime);
+    } while (VirtualMountFolder::FindNextFolder(*handle, &folder));
+}
+
+std::wstring VirtualVolume::LockTokenAlwaysStr(const std::wstring& fullFilePath, const wchar_t* lockToken) {
+    if (lockToken && *lockToken)
+        return lockToken;
+    LockInfo lockInfo{};
+    VirtualVolumeStatus status = FileLocker::FindLock(fullFilePath.c_str(), nullptr, &lockInfo);
+    if (status == VVS_FileNotLocked)
+        status = FileLocker::FindLock(PathAddExtensionStr(fullFilePath, kContainerExtension).c_str(), nullptr, &lockInfo);
+    return status == VVS_Success ? std::wstring(BoundedText(lockInfo.token)) : std::wstring();
+}

@@ -1,0 +1,121 @@
+#include <optional>
+
+#include "library/Text.h"
+#include "locks/FileLocker.h"
+#include "namespace/VirtualFindFile.h"
+#include "policy/FileUtils.h"
+#include "volume/CatchAll.h"
+#include "volume/SearchHandles.h"
+#include "volume/VirtualVolumeImpl.h"
+
+namespace {
+
+bool IsMountFolderLevel(const wchar_t* filePath) { return !filePath || !*filePath || *filePath == L'*'; }
+
+// The native path of something below a mount folder; nothing when filePath is the root, a mount folder, or unknown.
+std::optional<std::wstring> PathBelowMountFolder(const wchar_t* filePath) {
+    MountFolderInfo mountFolderInfo;
+    std::wstring relativePath;
+    if (IsMountFolderLevel(filePath) || !VirtualMountFolder::GetMountFolderInfoByVirtPath(filePath, mountFolderInfo, relativePath))
+        return std::nullopt;
+    std::optional<std::wstring> joined = PathJoinBelow(mountFolderInfo.path, relativePath);
+    return joined && *joined != mountFolderInfo.path ? joined : std::nullopt;
+}
+
+}  // namespace
+
+void* VirtualVolume::FindFirstMountFolder(const wchar_t* searchSpec) {
+    return CatchAllOr<void*>(nullptr, [&] {
+        return SearchHandles::Add(VirtualMountFolder::FindFirstFolder(searchSpec), VirtFindMountFolderHandleDeleter());
+    });
+}
+
+bool VirtualVolume::FindNextMountFolder(void* hFind, VirtMountInfo* mountInfo) {
+    return CatchAllOr(false, [&] {
+        return mountInfo && SearchHandles::MagicOf(hFind) == kMountSearchMagic &&
+               VirtualMountFolder::FindNextFolder(*static_cast<VirtFindMountFolderHandle*>(hFind), mountInfo);
+    });
+}
+
+bool VirtualVolume::FindFile(const wchar_t* filePath, VirtFindData* findData) {
+    return CatchAllOr(false, [&] {
+        QC_TRACE_THIS(L"VirtualVolume::FindFile", L"filePath[%s]", filePath);
+        if (!findData)
+            return qcLog.Leave(false);
+        if (!filePath || !*filePath) {
+            QC_LOG(L"Find root");
+            FindRoot(findData);
+            return qcLog.Leave(true);
+        }
+        MountFolderInfo mountFolderInfo;
+        std::wstring relativePath;
+        if (!VirtualMountFolder::GetMountFolderInfoByVirtPath(filePath, mountFolderInfo, relativePath)) {
+            QC_LOG(L"Failed to find MountFolderInfo for filePath[%s]", filePath);
+            return qcLog.Leave(false);
+        }
+        const std::optional<std::wstring> mountedFilePath = PathJoinBelow(mountFolderInfo.path, relativePath);
+        VirtFindData found{};
+        if (!mountedFilePath || !VirtualFindFile::FindFile(mountedFilePath->c_str(), &found)) {
+            QC_LOG(L"Failed to find info for mountedFilePath[%s]", mountedFilePath.value_or(filePath));
+            return qcLog.Leave(false);
+        }
+        if (*mountedFilePath == mountFolderInfo.path) {
+            found.itemType = VIT_MountFolder;
+            CopyBounded(found.fileName, mountFolderInfo.name);
+        }
+        *findData = found;
+        QC_LOG(L"mountedFilePath[%s], virtFindData[%s]", *mountedFilePath, FormatFindDataStr(findData));
+        return qcLog.Leave(true);
+    });
+}
+
+void* VirtualVolume::FindFirstFileW(const wchar_t* filePath, VirtFindData* findData) {
+    return CatchAllOr<void*>(nullptr, [&]() -> void* {
+        QC_TRACE_THIS(L"VirtualVolume::FindFirstFileW", L"filePath[%s]", filePath);
+        if (!findData)
+            return nullptr;
+        const std::optional<std::wstring> findFilePath = PathBelowMountFolder(filePath);
+        void* hFind = nullptr;
+        if (findFilePath)
+            hFind = SearchHandles::Add(VirtualFindFile::FindFirstFileW(findFilePath->c_str(), findData).release(), FindFileHandleDeleter());
+        else
+            hFind = SearchHandles::Add(VirtualMountFolder::FindFirstFolder(filePath ? filePath : L"", findData),
+                                       VirtFindMountFolderHandleDeleter());
+        if (hFind)
+            QC_LOG(L"findFilePath[%s], hFind[%p], virtFindData[%s]", findFilePath.value_or(filePath ? filePath : L""), hFind,
+                   FormatFindDataStr(findData));
+        else
+            QC_LOG(L"Failed to find info for findFilePath[%s]", findFilePath.value_or(filePath ? filePath : L""));
+        return hFind;
+    });
+}
+
+bool VirtualVolume::FindNextFileW(void* hVirtFind, VirtFindData* findData) {
+    return CatchAllOr(false, [&] {
+        QC_TRACE_THIS(L"VirtualVolume::FindNextFileW", L"hVirtFind[%p]", hVirtFind);
+        const std::uint32_t magic = findData ? SearchHandles::MagicOf(hVirtFind) : 0;
+        const bool found = (magic == kFileSearchMagic &&
+                            VirtualFindFile::FindNextFileW(*static_cast<VirtualFindHandle*>(hVirtFind), findData)) ||
+                           (magic == kMountSearchMagic &&
+                            VirtualMountFolder::FindNextFolder(*static_cast<VirtFindMountFolderHandle*>(hVirtFind), findData));
+        if (found)
+            QC_LOG(L"hFind[%p], virtFindData[%s]", hVirtFind, FormatFindDataStr(findData));
+        else
+            QC_LOG(L"No next is found");
+        return qcLog.Leave(found);
+    });
+}
+
+bool VirtualVolume::FindClose(void* hVirtFind) {
+    return CatchAllOr(false, [&] {
+        QC_TRACE_THIS(L"VirtualVolume::FindClose", L"hVirtFind[%p]", hVirtFind);
+        switch (SearchHandles::Remove(hVirtFind)) {
+            case kFileSearchMagic: FindFileHandleDeleter()(static_cast<VirtualFindHandle*>(hVirtFind)); return qcLog.Leave(true);
+            case kMountSearchMagic:
+                VirtFindMountFolderHandleDeleter()(static_cast<VirtFindMountFolderHandle*>(hVirtFind));
+                return qcLog.Leave(true);
+            case kLockSearchMagic: return qcLog.Leave(FileLocker::FindClose(hVirtFind));
+            default: return qcLog.Leave(false);
+        }
+    });
+}

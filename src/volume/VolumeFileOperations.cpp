@@ -1,0 +1,231 @@
+#include <mutex>
+
+#include "items/VirtualFile.h"
+#include "items/VirtualFolder.h"
+#include "namespace/VirtualFindFile.h"
+#include "policy/FileUtils.h"
+#include "volume/CatchAll.h"
+#include "volume/OpenItems.h"
+#include "volume/VirtualVolumeImpl.h"
+
+namespace {
+
+bool IsFolderDisposition(std::uint32_t openDisposition) {
+    return openDisposition == CreateNewFolder || openDisposition == OpenOrCreateFolder;
+}
+
+bool IsKnownDisposition(std::uint32_t openDisposition) {
+    return (openDisposition >= CREATE_NEW && openDisposition <= TRUNCATE_EXISTING) || IsFolderDisposition(openDisposition);
+}
+
+// Calls op with the item behind a handle, one call at a time; failed when there is none, or it was closed meanwhile.
+template <class Result, class Operation>
+Result WithItem(void* hFile, Result failed, Operation op) {
+    const OpenItemPtr item = OpenItems::Find(hFile);
+    if (!item)
+        return failed;
+    const std::lock_guard guard(item->CallLock());
+    return item->IsClosed() ? failed : op(*item);
+}
+
+// Ends an item and waits for calls on it that are under way.
+void CloseItem(const OpenItemPtr& item) {
+    if (!item)
+        return;
+    const std::lock_guard guard(item->CallLock());
+    item->Close();
+}
+
+}  // namespace
+
+VirtualVolumeStatus VirtualVolume::OpenFile(void** hFile, const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
+                                            std::uint32_t openDisposition, const wchar_t* lockToken, VirtFindData* findData) {
+    return CatchAll([&] {
+        QC_TRACE_THIS(L"VirtualVolume::OpenFile", L"filePath[%s], desiredAccess[0x%x], shareMode[%d], openDisposition[%d], lockToken[%s]",
+                      filePath, desiredAccess, shareMode, openDisposition, lockToken);
+        QC_CHECK(hFile != nullptr, VVS_InvalidParameter, L"hFile != 0 =>false%s, ");
+        *hFile = nullptr;
+        std::wstring fullFilePath;
+        QC_CHECK(GetFullFilePath(filePath, fullFilePath), VVS_MountFolderNotFound,
+                 L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
+        QC_CHECK(IsKnownDisposition(openDisposition), VVS_InvalidParameter, L"IsKnownDisposition(openDisposition) =>false%s, ");
+        VirtFindData virtFindData{};
+        const bool exists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
+        const VirtFindData* const virtFindDataPtr = exists ? &virtFindData : nullptr;
+        if (exists)
+            QC_LOG(L"fullFilePath[%s], virtFindData[%s]", fullFilePath, FormatFindDataStr(virtFindDataPtr));
+
+        OpenItemPtr virtualItem;
+        if (IsFolderDisposition(openDisposition) || (exists && virtFindData.itemType == VIT_Folder))
+            virtualItem = std::make_shared<VirtualFolder>();
+        else
+            virtualItem = std::make_shared<VirtualFile>();
+        const std::wstring lockTokenAlways = LockTokenAlwaysStr(fullFilePath, lockToken);
+        QC_CHECK_STATUS(virtualItem->Open(fullFilePath.c_str(), desiredAccess, shareMode, openDisposition, virtFindDataPtr,
+                                          lockTokenAlways.c_str()),
+                        L"virtualItem->Open(fullFilePath, desiredAccess, shareMode, openDisposition, virtFindDataPtr, lockTokenAlways ) "
+                        L"=>%s, ");
+        *hFile = OpenItems::Add(std::move(virtualItem));
+        if (exists && findData)
+            *findData = virtFindData;
+        QC_LOG(L"filePath[%s] has been opened SUCCESFULLY, hVirtFile[0x%p]", filePath, *hFile);
+        return qcLog.Leave(VVS_Success);
+    });
+}
+
+void VirtualVolume::CloseFile(void* hFile, VirtFindData*) {
+    CatchAll([&] {
+        const OpenItemPtr item = OpenItems::Remove(hFile);
+        QC_TRACE_THIS(L"VirtualVolume::CloseFile", L"hFile[0x%p], VirtFindData[%s]", hFile,
+                      FormatFindDataStr(item ? item->KnownFindData() : nullptr));
+        CloseItem(item);
+        return qcLog.Leave(VVS_Success);
+    });
+}
+
+VirtualVolumeStatus VirtualVolume::Delete(void* hFile, VirtFindData* findData) {
+    return CatchAll([&] {
+        QC_TRACE_THIS(L"VirtualVolume::Delete", L"hFile[0x%p], VirtFindData[%s]", hFile, FormatFindDataStr(findData));
+        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Delete(); }),
+                        L"hFile->Delete() =>%s, ");
+        QC_LOG(L"File had succesfully deleted");
+        return qcLog.Leave(VVS_Success);
+    });
+}
+
+VirtualVolumeStatus VirtualVolume::Undelete(void* hFile, VirtFindData* findData) {
+    return CatchAll([&] {
+        QC_TRACE_THIS(L"VirtualVolume::Undelete", L"hFile[0x%p], VirtFindData[%s]", hFile, FormatFindDataStr(findData));
+        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Undelete(); }),
+                        L"hFile->Undelete() =>%s, ");
+        QC_LOG(L"File had succesfully undeleted");
+        return qcLog.Leave(VVS_Success);
+    });
+}
+
+VirtualVolumeStatus VirtualVolume::RenameFile(void* hFile, VirtFindData* findData, const wchar_t* newPath,
+                                              const wchar_t* newFileLockToken) {
+    return CatchAll([&] {
+        QC_TRACE_THIS(L"VirtualVolume::RenameFile", L"hFile[0x%p], VirtFindData[%s], newPath[%s], newFileLockToken[%s]", hFile,
+                      FormatFindDataStr(findData), newPath, newFileLockToken);
+        MountFolderInfo mountFolderInfo;
+        std::wstring relativeFilePath;
+        QC_CHECK(VirtualMountFolder::GetMountFolderInfoByVirtPath(newPath, mountFolderInfo, relativeFilePath), VVS_MountFolderNotFound,
+                 L"VirtualMountFolder::GetMountFolderInfoByVirtPath(newPath, mountFolderInfo, relativeFilePath) =>false%s, ");
+        const std::optional<std::wstring> newFilePath = PathJoinBelow(mountFolderInfo.path, relativeFilePath);
+        QC_CHECK(newFilePath.has_value(), VVS_MountFolderNotFound,
+                 L"PathJoinBelow(mountFolderInfo.path, relativeFilePath) =>false%s, ");
+        const std::wstring newLockTokenAlways = LockTokenAlwaysStr(*newFilePath, newFileLockToken);
+        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter,
+                                 [&](VirtualItem& item) { return item.Rename(newFilePath->c_str(), newLockTokenAlways.c_str()); }),
+                        L"hFile->Rename(newFilePath, newLockTokenAlways ) =>%s, ");
+        QC_LOG(L"File had been SUCCESFULLY renamed");
+        return qcLog.Leave(VVS_Success);
+    });
+}
+
+VirtualVolumeStatus VirtualVolume::MoveOrCopyFile(const wchar_t* existingFilePath, const wchar_t* newFilePath, bool keepExistingFile,
+                                                  const wchar_t* newFileLockToken) {
+    return CatchAll([&] {
+        QC_TRACE_THIS(L"VirtualVolume::MoveOrCopyFile", L"existingFilePath[%s], newFilePath[%s], keepExistingFile[%s]", existingFilePath,
+                      newFilePath, FormatBoolStr(keepExistingFile));
+        void* hFile = nullptr;
+        QC_CHECK_STATUS(OpenFile(&hFile, existingFilePath, DELETE, kShareAll, OpenFileExisting, nullptr, nullptr),
+                        L"OpenFile(&hFile, existingFilePath, desiredAccess, shareMode, OpenFileExisting, existFileLockToken ) =>%s, ");
+        const OnExit closeExisting([&] { CloseFile(hFile, nullptr); });
+        std::wstring fullNewFilePath;
+        QC_CHECK(GetFullFilePath(newFilePath, fullNewFilePath), VVS_MountFolderNotFound,
+                 L"VirtualVolume::GetFullFilePath(newFilePath, fullNewFilePath) =>false%s,  %s", L"newFilePath[%s]", newFilePath);
+        std::wstring fullExistingFilePath;
+        QC_CHECK(GetFullFilePath(existingFilePath, fullExistingFilePath), VVS_MountFolderNotFound,
+                 L"VirtualVolume::GetFullFilePath(existingFilePath, fullExistingFilePath) =>false%s,  %s", L"existingFilePath[%s]",
+                 existingFilePath);
+        const std::wstring newFileLockTokenAlways = LockTokenAlwaysStr(fullNewFilePath, newFileLockToken);
+        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter,
+                                 [&](VirtualItem& item) {
+                                     return item.Move(fullNewFilePath.c_str(), keepExistingFile, newFileLockTokenAlways.c_str());
+                                 }),
+                        L"virtualItemExisting->Move(fullNewFilePath, keepExistingFile, newFileLockTokenAlways) =>%s, ");
+        QC_LOG(L"SUCCESS. existingFilePath[%s], newFilePath[%s], keepExistingFile[%s]", existingFilePath, newFilePath,
+               FormatBoolStr(keepExistingFile));
+        return qcLog.Leave(VVS_Success);
+    });
+}
+
+VirtualVolumeStatus VirtualVolume::MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
+                                             const wchar_t* newFileLockToken) {
+    return MoveOrCopyFile(existingFilePath, newFilePath, false, newFileLockToken);
+}
+
+VirtualVolumeStatus VirtualVolume::CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
+                                             const wchar_t* newFileLockToken) {
+    return MoveOrCopyFile(existingFilePath, newFilePath, true, newFileLockToken);
+}
+
+VirtualVolumeStatus VirtualVolume::ReadFile(void* hFile, std::uint64_t fileOffset, void* data, std::uint32_t requestedSize,
+                                            std::uint32_t* actualSize, VirtFindData* findData) {
+    if (actualSize)
+        *actualSize = 0;
+    return CatchAll(
+        [&] {
+            QC_TRACE_THIS(L"VirtualVolume::ReadFile", L"hFile[0x%p], fileOffset[%d], requestedSize[%d], VirtFindData[%s]", hFile, fileOffset,
+                          requestedSize, FormatFindDataStr(findData));
+            const auto read = [&](VirtualItem& item) { return item.Read(fileOffset, data, requestedSize, actualSize); };
+            QC_CHECK_STATUS(data || requestedSize == 0 ? WithItem(hFile, VVS_InvalidParameter, read) : VVS_InvalidParameter,
+                            L"hFile->Read(fileOffset, data, requestedSize, outActualSize) =>%s, ");
+            return qcLog.Leave(VVS_Success);
+        },
+        VVS_QuelcryptException);
+}
+
+VirtualVolumeStatus VirtualVolume::WriteFile(void* hFile, std::uint64_t fileOffset, const void* data, std::uint32_t requestedSize,
+                                             std::uint32_t* actualSize, VirtFindData* findData) {
+    if (actualSize)
+        *actualSize = 0;
+    return CatchAll(
+        [&] {
+            QC_TRACE_THIS(L"VirtualVolume::WriteFile", L"hFile[0x%p], fileOffset[%d], requestedSize[%d], VirtFindData[%s]", hFile,
+                          fileOffset, requestedSize, FormatFindDataStr(findData));
+            const auto write = [&](VirtualItem& item) { return item.Write(fileOffset, data, requestedSize, actualSize); };
+            QC_CHECK_STATUS(data || requestedSize == 0 ? WithItem(hFile, VVS_InvalidParameter, write) : VVS_InvalidParameter,
+                            L"hFile->Write(fileOffset, data, requestedSize, outActualSize) =>%s, ");
+            return qcLog.Leave(VVS_Success);
+        },
+        VVS_QuelcryptException);
+}
+
+VirtualVolumeStatus VirtualVolume::SetFileSize(void* hFile, std::uint64_t fileSize, VirtFindData* findData) {
+    return CatchAll([&] {
+        QC_TRACE_THIS(L"VirtualVolume::SetFileSize", L"hFile[0x%p], fileSize[%d], VirtFindData[%s]", hFile, fileSize,
+                      FormatFindDataStr(findData));
+        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [&](VirtualItem& item) { return item.SetSize(fileSize); }),
+                        L"hFile->SetSize(fileSize) =>%s, ");
+        return qcLog.Leave(VVS_Success);
+    });
+}
+
+VirtualVolumeStatus VirtualVolume::Flush(void* hFile) {
+    return CatchAll([&] { return WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Flush(); }); });
+}
+
+bool VirtualVolume::GetFileInfo(void* hFile, VirtFindData* findData) {
+    return CatchAllOr(false, [&] {
+        QC_TRACE_THIS(L"VirtualVolume::GetFileInfo", L"hFile[%p]", hFile);
+        QC_CHECK(findData && WithItem(hFile, false, [&](VirtualItem& item) { return item.GetFileInfo(findData); }), false,
+                 L"hFile->GetFileInfo(virtFindData) =>false%s, ");
+        return qcLog.Leave(true);
+    });
+}
+
+VirtualVolumeStatus VirtualVolume::SetFileInfo(void* hFile, std::uint32_t fileAttributes, const VirtFindData* virtFindData) {
+    return CatchAll([&] {
+        QC_TRACE_THIS(L"VirtualVolume::SetFileInfo", L"hFile[0x%p], fileAttributes[0x%d], orig VirtFindData[%s]", hFile, fileAttributes,
+                      FormatFindDataStr(virtFindData));
+        QC_CHECK(virtFindData != nullptr, VVS_InvalidParameter, L"virtFindData != 0 =>false%s, ");
+        VirtFindData findData = *virtFindData;
+        findData.fileAttributes = fileAttributes;
+        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [&](VirtualItem& item) { return item.SetFileInfo(&findData); }),
+                        L"hFile->SetFileInfo(&findData) =>%s, ");
+        return qcLog.Leave(VVS_Success);
+    });
+}

@@ -1,0 +1,135 @@
+#include "library/Owners.h"
+#include "library/Text.h"
+#include "locks/FileLocker.h"
+#include "namespace/VirtualFindFile.h"
+#include "policy/FileUtils.h"
+#include "policy/HvcUtils.h"
+#include "volume/CatchAll.h"
+#include "volume/SearchHandles.h"
+#include "volume/VirtualVolumeImpl.h"
+
+namespace {
+
+bool IsDir(const VirtFindData& virtFindData) { return virtFindData.fileAttributes & FILE_ATTRIBUTE_DIRECTORY; }
+
+// A plain file is locked under its own path, everything else that exists under its container's.
+std::wstring PathToLock(const std::wstring& fullFilePath, const VirtFindData& virtFindData) {
+    return virtFindData.itemType == VIT_PlainFile ? fullFilePath : ContainerPathStr(fullFilePath);
+}
+
+// What listings show of a file that will be encrypted, while it is only a lock.
+VirtFindData RecordOfMissingFile(const std::wstring& fullFilePath) {
+    VirtFindData record{};
+    FILETIME now{};
+    GetSystemTimeAsFileTime(&now);
+    record.fileAttributes = FILE_ATTRIBUTE_ARCHIVE;
+    record.creationTime = record.lastAccessTime = record.lastWriteTime = FileTimeNumber(now);
+    record.itemType = VIT_EncryptedFile;
+    CopyBounded(record.fileName, PathStripPathStr(fullFilePath));
+    return record;
+}
+
+}  // namespace
+
+VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockInfo) {
+    return CatchAll([&] {
+        QC_TRACE_THIS(L"VirtualVolume::Lock", L"filePath[%s], lockInfo[%s]", filePath, FormatLockInfoStr(lockInfo));
+        std::wstring fullFilePath;
+        QC_CHECK(GetFullFilePath(filePath, fullFilePath), VVS_MountFolderNotFound,
+                 L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
+        VirtFindData virtFindData{};
+        const bool fileExists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
+        QC_CHECK(!fileExists || !IsDir(virtFindData), VVS_BadRequest,
+                 L"!fileExists || (fileExists && !IsDir(virtFindData)) =>false%s, ");
+        std::wstring filePathToLock = fullFilePath;
+        const VirtFindData* halvaneVirtFindData = nullptr;
+        if (fileExists && virtFindData.itemType != VIT_PlainFile) {
+            filePathToLock = PathToLock(fullFilePath, virtFindData);
+            halvaneVirtFindData = &virtFindData;
+        } else if (!fileExists && ShouldFileBeEncrypted(fullFilePath)) {
+            filePathToLock = PathAddExtensionStr(fullFilePath, kContainerExtension);
+            virtFindData = RecordOfMissingFile(fullFilePath);
+            halvaneVirtFindData = &virtFindData;
+        }
+        QC_CHECK_STATUS(FileLocker::Lock(filePathToLock.c_str(), halvaneVirtFindData, lockInfo),
+                        L"FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>%s, ");
+        return qcLog.Leave(VVS_Success);
+    });
+}
+
+VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t* lockToken) {
+    return CatchAll([&] {
+        QC_TRACE_THIS(L"VirtualVolume::Unlock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
+        std::wstring fullFilePath;
+        QC_CHECK(GetFullFilePath(filePath, fullFilePath), VVS_MountFolderNotFound,
+                 L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
+        VirtFindData virtFindData{};
+        const bool fileExists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
+        QC_CHECK(!fileExists || !IsDir(virtFindData), VVS_BadRequest, L"!IsDir(virtFindData) =>false%s, ");
+        const bool fileEncrypted = fileExists && virtFindData.itemType != VIT_PlainFile;
+        const std::wstring ownPath = fileExists ? PathToLock(fullFilePath, virtFindData) : fullFilePath;
+        const VirtualVolumeStatus unlockStatus = FileLocker::Unlock(ownPath.c_str(), lockToken);
+        if (unlockStatus == VVS_Success)
+            return qcLog.Leave(unlockStatus);
+        if (fileExists)
+            QC_CHECK(!fileEncrypted && unlockStatus == VVS_FileNotLocked, unlockStatus,
+                     L"unlockStatus == VVS_Success || !fileEncrypted && unlockStatus == VVS_FileNotLocked =>false%s, ");
+        else
+            QC_CHECK(unlockStatus == VVS_FileNotLocked, unlockStatus,
+                     L"unlockStatus == VVS_Success || unlockStatus == VVS_FileNotLocked =>false%s, ");
+        // The lock may have been taken while the file was, or was to be, stored encrypted.
+        QC_CHECK_STATUS(FileLocker::Unlock(PathAddExtensionStr(fullFilePath, kContainerExtension).c_str(), lockToken),
+                        L"FileLocker::Unlock(PathAddExtensionStr(fullFilePath, L\".zip\"), lockToken) =>%s, ");
+        return qcLog.Leave(VVS_Success);
+    });
+}
+
+VirtualVolumeStatus VirtualVolume::FindLock(const wchar_t* filePath, const wchar_t* lockToken, LockInfo* lockInfo) {
+    return CatchAll([&] {
+        QC_TRACE_THIS(L"VirtualVolume::FindLock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
+        std::wstring fullFilePath;
+        QC_CHECK(GetFullFilePath(filePath, fullFilePath), VVS_MountFolderNotFound,
+                 L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
+        VirtFindData virtFindData{};
+        QC_CHECK(VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData), VVS_FileNotFound,
+                 L"VirtualFindFile::FindFile(fullFilePath, &virtFindData) =>false%s, ");
+        QC_CHECK(!IsDir(virtFindData), VVS_BadRequest, L"!IsDir(virtFindData) =>false%s, ");
+        QC_CHECK_STATUS(FileLocker::FindLock(PathToLock(fullFilePath, virtFindData).c_str(), lockToken, lockInfo),
+                        L"FileLocker::FindLock(filePathToLock, lockToken, lockInfo) =>%s, ");
+        QC_LOG(L"Lock found: filePath[%s], lockToken[%s], lockInfo[%s]", filePath, lockToken, FormatLockInfoStr(lockInfo));
+        return qcLog.Leave(VVS_Success);
+    });
+}
+
+void* VirtualVolume::FindFirstLock(const wchar_t* filePath, LockInfo* lockInfo) {
+    return CatchAllOr<void*>(nullptr, [&]() -> void* {
+        QC_TRACE_THIS(L"VirtualVolume::FindFirstLock", L"filePath[%s]", filePath);
+        std::wstring fullFilePath;
+        QC_CHECK(GetFullFilePath(filePath, fullFilePath), nullptr,
+                 L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s, ");
+        VirtFindData virtFindData{};
+        QC_CHECK(VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData), nullptr,
+                 L"VirtualFindFile::FindFile(fullFilePath, &virtFindData) =>false%s, ");
+        QC_CHECK(!IsDir(virtFindData), nullptr, L"!IsDir(virtFindData) =>false%s, ");
+        void* hFind = nullptr;
+        FileLocker::FindFirstLock(PathToLock(fullFilePath, virtFindData).c_str(), &hFind, lockInfo);
+        if (hFind)
+            QC_LOG(L"Lock found: filePath[%s], lockInfo[%s]", filePath, FormatLockInfoStr(lockInfo));
+        else
+            QC_LOG(L"No Lock found: filePath[%s]", filePath);
+        return SearchHandles::Add(hFind, &FileLocker::FindClose);
+    });
+}
+
+VirtualVolumeStatus VirtualVolume::FindNextLock(void* hFind, LockInfo* lockInfo) {
+    return CatchAll([&] {
+        QC_TRACE_THIS(L"VirtualVolume::FindNextLock");
+        void* const hLocks = SearchHandles::MagicOf(hFind) == kLockSearchMagic ? hFind : nullptr;
+        if (!FileLocker::FindNextLock(hLocks, lockInfo)) {
+            QC_LOG(L"No Lock found");
+            return qcLog.Leave(VVS_FileNotLocked);
+        }
+        QC_LOG(L"Lock found: lockInfo[%s]", FormatLockInfoStr(lockInfo));
+        return qcLog.Leave(VVS_Success);
+    });
+}

@@ -1,0 +1,422 @@
+// A container is a ZIP file that other programs open, that gives back exactly what was put in or says that it cannot, and
+// that is replaced as a whole or not at all.
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CompanionFixture.h"
+
+namespace {
+
+using ContainersAreOrdinaryZips = CompanionTest;
+namespace fs = std::filesystem;
+
+constexpr const wchar_t* wrongPassword = L"Cannot recover password";
+
+std::string RandomBytes(std::size_t size) {
+    std::mt19937 random(static_cast<unsigned>(size));
+    std::string bytes(size, '\0');
+    for (char& byte : bytes)
+        byte = static_cast<char>(random());
+    return bytes;
+}
+
+bool SameTime(const SYSTEMTIME& left, const SYSTEMTIME& right) {
+    FILETIME a;
+    FILETIME b;
+    return SystemTimeToFileTime(&left, &a) && SystemTimeToFileTime(&right, &b) && CompareFileTime(&a, &b) == 0;
+}
+
+// Waits for the whole file: programs of the host system run beside Wine, which hands out no process to wait for.
+bool Appears(const fs::path& path, const std::string& content) {
+    for (int attempt = 0; attempt < 400; ++attempt, Sleep(50)) {
+        std::ifstream file(path, std::ios::binary);
+        if (content == std::string(std::istreambuf_iterator<char>(file), {}))
+            return true;
+    }
+    return false;
+}
+
+// Starts the machine's 7-Zip, which under Wine is a program of the host system with paths of its own.
+void UnpackWith7Zip(const fs::path& container, const fs::path& folder, const std::wstring& password) {
+    using ToHostPath = char*(CDECL*)(const wchar_t*);
+    const auto toHostPath = reinterpret_cast<ToHostPath>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
+    const auto hostPath = [toHostPath](const fs::path& path) {
+        if (!toHostPath)
+            return path.wstring();
+        const std::string text = toHostPath(path.c_str());
+        return std::wstring(text.begin(), text.end());
+    };
+    std::wstring command = (toHostPath ? L"Z:\\usr\\bin\\7z" : L"7z.exe") + (L" x -y \"-p" + password + L"\" \"-o") +
+                           hostPath(folder) + L"\" \"" + hostPath(container) + L"\"";
+    const HANDLE nowhere = CreateFileW(L"NUL", GENERIC_WRITE, FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
+    SetHandleInformation(nowhere, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
+    STARTUPINFOW startup = {};
+    startup.cb = sizeof(startup);
+    startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdOutput = startup.hStdError = nowhere;
+    PROCESS_INFORMATION process = {};
+    ASSERT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process));
+    CloseHandle(nowhere);
+    CloseHandle(process.hProcess);
+    CloseHandle(process.hThread);
+}
+
+TEST_F(ContainersAreOrdinaryZips, GiveBackWhatWasPutIn) {
+    const struct {
+        std::size_t size;
+        const wchar_t* name;
+    } rows[] = {
+        {0, L"empty.txt"},
+        {1, L"one.txt"},
+        {19, L"b.tar.gz"},
+        {32768, L"\u00DCbergr\u00F6\u00DFe \u2013 \u65E5\u672C\u8A9E \U0001F600.docx"},
+        {65536 * 4 + 26, L"Cafe\u0301.pdf"},  // with a decomposed accent
+        {3 * 1024 * 1024 + 7, L"~$weird #%&{}.bin"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(Utf8(row.name));
+        const Path container = InDocs(std::wstring(row.name) + L".zip");
+        const std::string content = RandomBytes(row.size);
+        Plain plain;
+        plain.name = row.name;
+        Encrypt(container, content, plain);
+        EXPECT_TRUE(Decrypt(container) == content);
+
+        const auto information = Inform(container);
+        ASSERT_TRUE(information);
+        EXPECT_EQ(information->name, row.name);
+        EXPECT_EQ(information->plainSize, row.size);
+        EXPECT_TRUE(SameTime(information->lastWrite, plain.lastWrite));
+        EXPECT_TRUE(SameTime(information->lastAccess, plain.lastAccess));
+        EXPECT_TRUE(SameTime(information->creation, plain.creation));
+    }
+
+    // Times outside what a ZIP file holds are moved to its ends, and one past 2038 is inside.
+    Plain plain;
+    plain.lastWrite = {2060, 1, 4, 1, 0, 0, 0, 999};
+    plain.lastAccess = {1601, 1, 1, 1, 0, 0, 0, 0};
+    plain.creation = {2400, 1, 6, 1, 0, 0, 0, 0};
+    Encrypt(InDocs("times.txt.zip"), "x", plain);
+    const auto information = Inform(InDocs("times.txt.zip"));
+    ASSERT_TRUE(information);
+    EXPECT_TRUE(SameTime(information->lastWrite, {2060, 1, 4, 1, 0, 0, 0, 0}));
+    EXPECT_TRUE(SameTime(information->lastAccess, {1970, 1, 4, 1, 0, 0, 1, 0}));
+    EXPECT_TRUE(SameTime(information->creation, {2106, 2, 0, 7, 6, 28, 15, 0}));
+}
+
+TEST_F(ContainersAreOrdinaryZips, OpenInAnotherProgram) {
+    const std::string content = RandomBytes(300'000);
+    Encrypt(InDocs("a.txt.zip"), content);
+    UnpackWith7Zip(InDocs("a.txt.zip"), m_folder / "unpacked", L"first secret");
+    EXPECT_TRUE(Appears(m_folder / "unpacked" / "a.txt", content));
+
+    // A name outside ASCII stands in the file as UTF-8, and the file says so.
+    Plain plain;
+    plain.name = L"\u00E9.txt";
+    Encrypt(InDocs("e.zip"), "x", plain);
+    const std::string bytes = Load(InDocs("e.zip"));
+    EXPECT_EQ(bytes.substr(30, 6), "\xC3\xA9.txt");
+    EXPECT_TRUE(bytes[7] & 0x08);
+}
+
+TEST_F(ContainersAreOrdinaryZips, AreReadWithAnyConfiguredPasswordThatFits) {
+    const Path container = InDocs("a.txt.zip");
+    Encrypt(container, "written with the first");
+    Configure(R"({"folders": [{"name": "Docs", "path": "docs", "targetKey": "new"}],
+                  "passwords": {"new": "second secret", "old": "first secret", "third": "x"}})");
+    EXPECT_EQ(Decrypt(container), "written with the first");
+    Encrypt(container, "written with the second");
+
+    Configure(R"({"folders": [{"name": "Docs", "path": "docs"}], "passwords": {"home": "first secret"}})");
+    EXPECT_EQ(ErrorOf([&] { Decrypt(container); }), wrongPassword);
+    Configure(R"({"passwords": {"a": "first secret", "b": "First secret"}})");
+    EXPECT_EQ(ErrorOf([&] { Decrypt(container); }), wrongPassword);
+    Configure("{}");
+    EXPECT_EQ(ErrorOf([&] { Decrypt(container); }), wrongPassword);
+    EXPECT_TRUE(Inform(container)) << "a listing needs no password";
+}
+
+// The format checks a password with two bytes; "other 51704" was searched for to agree in them with this container's own.
+TEST_F(ContainersAreOrdinaryZips, AreNotTakenForDamagedWhenAWrongPasswordSeemsToFit) {
+    const std::string hex =
+        "504b03042d00090063000000a15800000000ffffffffffffffff01003f007255540d00070086316600863166008631667578"
+        "0b00010400000000040000000001990700010041450300000100100000000000000000000000000000000000ac9ade3808f4"
+        "4b85eed9b41073b747cd7816f120a3abb0f8bfebb2181daa5cffd6504b07081475cab4210000000000000005000000000000"
+        "00504b01022d032d00090063000000a1581475cab4210000000500000001002b000000000000000000a48100000000725554"
+        "0d000700863166008631660086316675780b0001040000000004000000000199070001004145030000504b05060000000001"
+        "0001005a000000970000000000";
+    std::string bytes;
+    for (std::size_t at = 0; at < hex.size(); at += 2)
+        bytes += static_cast<char>(std::stoi(hex.substr(at, 2), nullptr, 16));
+    Save(InDocs("r.zip"), bytes);
+    Configure(R"({"folders": [{"path": "docs", "targetKey": "own"}], "passwords": {"own": "other 51704"}})");
+    EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("r.zip")); }).substr(0, 24), L"The container is damaged");
+    Configure(R"({"folders": [{"path": "docs", "targetKey": "own"}],
+                  "passwords": {"own": "other 51704", "old": "secret-1"}})");
+    EXPECT_EQ(Decrypt(InDocs("r.zip")), "right");
+}
+
+TEST_F(ContainersAreOrdinaryZips, SayWhenTheyAreDamaged) {
+    const std::string content = "the content of a small file";
+    const Path container = InDocs("a.txt.zip");
+    Encrypt(container, content);
+    const std::string whole = Load(container);
+
+    const auto readsWrong = [&](const std::string& bytes) {
+        Save(container, bytes);
+        Inform(container);
+        bool refused = false;
+        std::string read;
+        refused = !ErrorOf([&] { read = Decrypt(container); }).empty();
+        return !refused && read != content;
+    };
+    for (std::size_t at = 0; at < whole.size(); ++at) {
+        std::string bytes = whole;
+        bytes[at] = static_cast<char>(bytes[at] ^ 0xFF);
+        EXPECT_FALSE(readsWrong(bytes)) << "byte " << at;
+    }
+    for (std::size_t length = 0; length < whole.size(); length += 3)
+        EXPECT_FALSE(readsWrong(whole.substr(0, length))) << "cut to " << length;
+
+    // In a container of many blocks the failure comes late, and asking again does not turn it into an end.
+    const std::string large = RandomBytes(1'000'000);
+    Encrypt(container, large);
+    std::string bytes = Load(container);
+    bytes[999'000] = static_cast<char>(bytes[999'000] ^ 1);
+    Save(container, bytes);
+    CHvcStringWImpl path(container.c_str());
+    const Owned<IFileReader> reader(companion::MakeReader(&path));
+    ASSERT_TRUE(reader);
+    const auto readOn = [&] {
+        while (reader->Advance()) {
+        }
+    };
+    const std::wstring damaged = L"The container is damaged";
+    EXPECT_EQ(ErrorOf(readOn).substr(0, damaged.size()), damaged);
+    EXPECT_EQ(ErrorOf(readOn).substr(0, damaged.size()), damaged);
+    EXPECT_EQ(reader->GetDataLength(), 0u);
+}
+
+TEST_F(ContainersAreOrdinaryZips, AreToldFromOtherFiles) {
+    // A plain ZIP file with the one entry "a" of content "b", stored.
+    const std::string local("PK\3\4\12\0\0\0\0\0\0\0\41\0\371\357\276\161\1\0\0\0\1\0\0\0\1\0\0\0ab", 32);
+    const std::string central("PK\1\2\12\3\12\0\0\0\0\0\0\0\41\0\371\357\276\161\1\0\0\0\1\0\0\0\1\0\0\0"
+                              "\0\0\0\0\0\0\0\0\244\201\0\0\0\0a",
+                              47);
+    const std::string end("PK\5\6\0\0\0\0\1\0\1\0\57\0\0\0\40\0\0\0\0\0", 22);
+    const struct {
+        const char* name;
+        std::string bytes;
+    } rows[] = {
+        {"nothing in it", ""},
+        {"text", "just a text that was named wrongly, long enough"},
+        {"not encrypted", local + central + end},
+        {"an archive of nothing", std::string("PK\5\6", 4) + std::string(18, '\0')},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Save(InDocs("x.zip"), row.bytes);
+        EXPECT_FALSE(Inform(InDocs("x.zip")));
+        const std::wstring expected = L"The file is not a container";
+        EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("x.zip")); }).substr(0, expected.size()), expected);
+    }
+    EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("missing.zip")); }), L"no reader");
+
+    // A path that is none is no reason to end a listing.
+    IHvcStringW* name = nullptr;
+    std::uint64_t size = 0;
+    SYSTEMTIME time = {};
+    EXPECT_EQ(companion::GetFileInformation("C:\\\xFF.zip", &name, &size, nullptr, &time, &time, &time), 0);
+    EXPECT_EQ(companion::GetFileInformation(nullptr, &name, &size, nullptr, &time, &time, &time), 0);
+    EXPECT_EQ(name, nullptr);
+}
+
+TEST_F(ContainersAreOrdinaryZips, AreReplacedWholeOrNotAtAll) {
+    const Path container = InDocs("a.txt.zip");
+    Encrypt(container, "old");
+    const auto stillOld = [&] { return Decrypt(container) == "old" && !fs::exists(InDocs(".HalvaneCloud")); };
+
+    // Until Finish(true) the old one stands, and the new one is where no listing shows it.
+    {
+        const auto writer = Writer(container);
+        EXPECT_TRUE(Put(*writer, RandomBytes(1'000'000)));
+        EXPECT_EQ(Decrypt(container), "old");
+        EXPECT_TRUE(fs::exists(InDocs(".HalvaneCloud")));
+    }
+    EXPECT_TRUE(stillOld()) << "released without Finish";
+
+    const auto givenUp = Writer(container);
+    EXPECT_TRUE(Put(*givenUp, "new") && givenUp->Finish(false));
+    EXPECT_TRUE(stillOld()) << "Finish(false)";
+    EXPECT_FALSE(givenUp->Finish(true));
+    EXPECT_TRUE(stillOld()) << "Finish(true) after Finish(false)";
+
+    const auto failed = Writer(container);
+    EXPECT_TRUE(Put(*failed, "new"));
+    EXPECT_EQ(ErrorOf([&] { failed->Write(nullptr, 5); }), L"Invalid argument");
+    EXPECT_TRUE(stillOld()) << "after a failed Write";
+    EXPECT_FALSE(failed->Write("new", 3) || failed->Finish(true));
+    EXPECT_TRUE(stillOld()) << "after a failed Write and Finish(true)";
+
+    // Somebody keeps the container to himself.
+    const auto refused = Writer(container);
+    EXPECT_TRUE(Put(*refused, "new"));
+    {
+        const Held held = Hold(container);
+        EXPECT_NE(ErrorOf([&] { refused->Finish(true); }), L"");
+    }
+    EXPECT_TRUE(stillOld()) << "while it was held";
+
+    // A reader, or a sync client, lets go of it in time.
+    CHvcStringWImpl path(container.c_str());
+    Owned<IFileReader> reader(companion::MakeReader(&path));
+    std::thread letsGo([&reader] {
+        Sleep(100);
+        reader.reset();
+    });
+    Encrypt(container, "new");
+    letsGo.join();
+    EXPECT_EQ(Decrypt(container), "new");
+}
+
+TEST_F(ContainersAreOrdinaryZips, KeepTheAttributesOfTheFileOnDisk) {
+    const Path container = InDocs("a.txt.zip");
+    Encrypt(container, "old");
+    SetFileAttributesW(container.c_str(), FILE_ATTRIBUTE_HIDDEN);
+    Plain plain;
+    plain.attributes = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE;
+    Encrypt(container, "new", plain);
+    constexpr DWORD both = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_READONLY;
+    EXPECT_EQ(GetFileAttributesW(container.c_str()) & both, both);
+
+    // What is read-only stays, whether it was so before or became so while the writer worked.
+    EXPECT_EQ(ErrorOf([&] { Writer(container); }), L"The container is read-only");
+    SetFileAttributesW(container.c_str(), FILE_ATTRIBUTE_NORMAL);
+    const auto writer = Writer(container);
+    SetFileAttributesW(container.c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_EQ(ErrorOf([&] { writer->Finish(true); }), L"The container is read-only");
+    EXPECT_EQ(Decrypt(container), "new");
+}
+
+TEST_F(ContainersAreOrdinaryZips, AreWrittenByManyAtOnce) {
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&, thread] {
+            const Path own = InDocs(std::to_string(thread) + ".txt.zip");
+            for (int round = 0; round < 15; ++round) {
+                const std::string content = std::string(1000, static_cast<char>('a' + thread)) + std::to_string(round);
+                EXPECT_EQ(ErrorOf([&] {
+                    Encrypt(own, content);
+                    Encrypt(InDocs("shared.zip"), content);
+                    EXPECT_EQ(Decrypt(own), content);
+                }), L"");
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    const std::string shared = Decrypt(InDocs("shared.zip"));
+    EXPECT_EQ(shared.find_first_not_of(shared[0]), 1000u) << "one writer's content, whole";
+}
+
+TEST_F(ContainersAreOrdinaryZips, AreNeverTakenFromWhatACrashLeft) {
+    const Path aside = InDocs(".HalvaneCloud");
+    fs::create_directory(aside);
+    for (const char* name : {"container-1-1-1.part", "container-2-2-2.part", "notes.txt"})
+        Save(aside / name, "not whole");
+    const auto longAgo = fs::last_write_time(aside / "notes.txt") - std::chrono::hours(48);
+    fs::last_write_time(aside / "container-1-1-1.part", longAgo);
+    fs::last_write_time(aside / "notes.txt", longAgo);
+
+    Encrypt(InDocs("a.txt.zip"), "whole");
+    EXPECT_EQ(Decrypt(InDocs("a.txt.zip")), "whole");
+    EXPECT_FALSE(fs::exists(aside / "container-1-1-1.part"));
+    EXPECT_TRUE(fs::exists(aside / "container-2-2-2.part")) << "its writer may live";
+    EXPECT_TRUE(fs::exists(aside / "notes.txt")) << "not ours";
+    fs::remove_all(aside);
+
+    // A folder that cannot hold a side file is said to be so at once.
+    Save(aside, "a file in its place");
+    EXPECT_NE(ErrorOf([&] { Writer(InDocs("a.txt.zip")); }), L"");
+    EXPECT_EQ(Decrypt(InDocs("a.txt.zip")), "whole");
+    fs::remove(aside);
+    EXPECT_NE(ErrorOf([&] { Writer(InDocs("missing folder") / "a.txt.zip"); }), L"");
+}
+
+TEST_F(ContainersAreOrdinaryZips, AreOpenedOnceForAllListings) {
+    const Path container = InDocs("a.txt.zip");
+    Encrypt(container, "1234");
+    const WIN32_FIND_DATAW entry = RawEntry(container);
+
+    // Only the placeholder of a sync client is here: asking would fetch it.
+    WIN32_FIND_DATAW placeholder = entry;
+    placeholder.dwFileAttributes |= 0x00400000;
+    EXPECT_FALSE(Inform(container, placeholder));
+    ASSERT_TRUE(Inform(container, entry));
+    EXPECT_TRUE(Inform(container, placeholder)) << "known already";
+
+    const Held held = Hold(container);
+    const auto again = Inform(container, entry);
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->plainSize, 4u);
+    WIN32_FIND_DATAW changed = entry;
+    ++changed.ftLastWriteTime.dwLowDateTime;
+    EXPECT_FALSE(Inform(container, changed)) << "it cannot be opened now";
+}
+
+TEST_F(ContainersAreOrdinaryZips, MayLieDeep) {
+    Path deep = InDocs(std::wstring(120, L'd'));
+    deep /= std::wstring(120, L'e');
+    const auto extended = [](const Path& path) { return Path(L"\\\\?\\" + path.wstring()); };
+    ASSERT_TRUE(CreateDirectoryW(extended(deep.parent_path()).c_str(), nullptr));
+    ASSERT_TRUE(CreateDirectoryW(extended(deep).c_str(), nullptr));
+    const Path container = deep / (std::wstring(200, L'f') + L".zip");
+    Encrypt(container, "deep");
+    EXPECT_EQ(Decrypt(container), "deep");
+    EXPECT_TRUE(Inform(container, RawEntry(extended(container))));
+    DeleteFileW(extended(container).c_str());
+    RemoveDirectoryW(extended(deep).c_str());
+}
+
+TEST_F(ContainersAreOrdinaryZips, GetTheKeyOfThePlaceTheyAreFor) {
+    fs::create_directories(m_folder / "team");
+    fs::create_directories(m_folder / "temp");
+    const std::string folders = R"("folders": [{"path": "docs", "targetKey": "home"}, {"path": "team", "targetKey": "team"},
+                                               {"path": "unknown", "targetKey": "not here"}])";
+    const Path tracked = m_folder / "temp" / "tracked.txt";
+    Save(tracked.wstring() + L".hvf", "<halvanecloud>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n</process>\r\n<srcfile>\r\n"
+                                      "<name><![CDATA[" + Utf8(m_folder / "team" / "tracked.txt.zip") + "]]></name>\r\n");
+    const struct {
+        const char* what;
+        Path container;
+        Path source;
+        const char* password;  // null: there is no writer
+    } rows[] = {
+        {"in a folder with a key", InDocs("a.zip"), tracked, "h"},
+        {"aside, for the container that the tracking file names", m_folder / "temp" / "a.zip", tracked, "t"},
+        {"aside, for a plain file of a folder with a key", m_folder / "temp" / "a.zip", m_folder / "team" / "p.txt", "t"},
+        {"anywhere else", m_folder / "temp" / "a.zip", m_folder / "temp" / "other.txt", "d"},
+        {"no source", m_folder / "temp" / "a.zip", {}, "d"},
+        {"key without a password", m_folder / "unknown" / "a.zip", tracked, nullptr},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.what);
+        Configure("{" + folders + R"(, "passwords": {"home": "h", "team": "t", "default": "d"}, "defaultKey": "default"})");
+        Plain plain;
+        plain.source = row.source;
+        auto writer = Writer(row.container, plain);
+        ASSERT_EQ(writer != nullptr, row.password != nullptr);
+        if (!writer)
+            continue;
+        EXPECT_TRUE(Put(*writer, "x") && writer->Finish(true));
+        Configure(R"({"passwords": {"only": ")" + std::string(row.password) + "\"}}");
+        EXPECT_EQ(ErrorOf([&] { EXPECT_EQ(Decrypt(row.container), "x"); }), L"");
+    }
+    Configure("{}");
+    EXPECT_FALSE(Writer(InDocs("a.zip"))) << "no key at all";
+}
+
+}  // namespace

@@ -1,0 +1,295 @@
+// What a support engineer relies on: the trace log, as the companion library's logger receives it.
+#include "harness/VolumeFixture.h"
+
+#include <algorithm>
+#include <map>
+#include <regex>
+#include <thread>
+
+#include "quelcrypt/QuelcryptLib.h"
+
+namespace {
+
+// One line taken apart: "<tabs>[thread]hh:ss.mmm [ENTER |LEAVE(time) ][this[address]->]Function message\n".
+struct TraceLine {
+    std::uint32_t level = 0;
+    std::size_t indent = 0;
+    std::string kind;  // "ENTER", "LEAVE" or empty
+    std::string time;  // of a LEAVE line, what stands in its parentheses
+    std::string function;
+    std::string message;
+};
+
+bool Parse(const LogLine& line, TraceLine& parsed) {
+    static const std::regex pattern(
+        "(\t*)\\[([0-9a-f]+)\\]\\d\\d:\\d\\d\\.\\d{3} (?:(ENTER) |(LEAVE)\\(([^)]*)\\) )?(?:this\\[[0-9a-f]+\\]->)?(\\S+) ([^]*)\n");
+    std::smatch parts;
+    const std::string text = Narrow(line.text);
+    if (!std::regex_match(text, parts, pattern) || std::stoul(parts[2], nullptr, 16) != line.threadId)
+        return false;
+    parsed = {line.level, static_cast<std::size_t>(parts[1].length()), parts[3].str() + parts[4].str(), parts[5], parts[6], parts[7]};
+    return true;
+}
+
+std::vector<TraceLine> ParseAll(const std::vector<LogLine>& lines) {
+    std::vector<TraceLine> all;
+    for (const LogLine& line : lines) {
+        TraceLine parsed;
+        EXPECT_TRUE(Parse(line, parsed)) << Narrow(line.text);
+        all.push_back(parsed);
+    }
+    return all;
+}
+
+std::size_t CountOf(const std::vector<LogLine>& lines, std::uint32_t level) {
+    return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) { return line.level == level; }));
+}
+
+// Longer than the volume remembers the log's level.
+void LetTheLevelBeReadAgain() { Sleep(3100); }
+
+}  // namespace
+
+class FollowingTheTrace : public VolumeFixture {
+protected:
+    void UseEverything(const std::wstring& name) {
+        Put(L"Docs\\" + name, "first");
+        EXPECT_EQ("first", Get(L"Docs\\" + name));
+        EXPECT_FALSE(List(L"Docs\\*").empty());
+        EXPECT_OK(volume()->MoveFileW((L"Docs\\" + name).c_str(), (L"Plain\\" + name).c_str(), nullptr));
+        EXPECT_NE(VVS_Success, volume()->MoveFileW(L"Docs\\missing.txt", L"Plain\\b", nullptr));
+        const std::wstring token = Lock(L"Plain\\" + name);
+        EXPECT_OK(volume()->Unlock((L"Plain\\" + name).c_str(), token.c_str()));
+        Delete(L"Plain\\" + name);
+    }
+    // The messages of the level's lines that action leaves, "Function message".
+    std::vector<std::string> MessagesDuring(std::uint32_t level, const std::function<void()>& action) {
+        std::vector<std::string> messages;
+        for (const TraceLine& line : ParseAll(LinesDuring(action)))
+            if (line.level == level)
+                messages.push_back(line.function + " " + line.message);
+        return messages;
+    }
+};
+
+TEST_F(FollowingTheTrace, EveryEnterHasItsLeaveAndIndentsWhatHappensBetween) {
+    const auto lines = LinesDuring([&] {
+        std::vector<std::thread> threads;
+        for (const wchar_t* name : {L"a.txt", L"b.txt", L"c.txt"})
+            threads.emplace_back([this, name] { UseEverything(name); });
+        for (std::thread& thread : threads)
+            thread.join();
+    });
+    ASSERT_GT(lines.size(), 300u);
+    std::map<std::uint32_t, std::vector<std::string>> open;  // functions, by thread
+    for (const LogLine& line : lines) {
+        TraceLine parsed;
+        ASSERT_TRUE(Parse(line, parsed)) << Narrow(line.text);
+        std::vector<std::string>& functions = open[line.threadId];
+        if (parsed.kind == "LEAVE") {
+            ASSERT_FALSE(functions.empty()) << Narrow(line.text);
+            ASSERT_EQ(functions.back(), parsed.function) << Narrow(line.text);
+            functions.pop_back();
+        }
+        ASSERT_EQ(functions.size(), parsed.indent) << Narrow(line.text);
+        if (parsed.kind == "ENTER")
+            functions.push_back(parsed.function);
+        EXPECT_TRUE(parsed.kind.empty() || parsed.level == LogLevel_Trace) << Narrow(line.text);
+    }
+    EXPECT_EQ(3u, open.size());
+    for (const auto& [threadId, functions] : open)
+        EXPECT_TRUE(functions.empty()) << functions.back() << " was never left";
+}
+
+TEST_F(FollowingTheTrace, LeaveLinesSayHowLongItTookAndWhatCameOfIt) {
+    MakeContainer(ContainerPath(L"Docs\\a.txt"), L"a.txt", "first");
+    TestCompanion_SetHook("Quelcrypt_GetFileInformation", [](void*) { Sleep(40); }, nullptr);
+    const auto lines = ParseAll(LinesDuring([&] {
+        List(L"Docs\\*");
+        void* hFile = nullptr;
+        Open(&hFile, L"Nowhere\\a.txt");
+        EXPECT_EQ(nullptr, hFile);
+        Get(L"Docs\\a.txt");
+    }));
+    const auto leave = [&](const char* function) {
+        const auto found =
+            std::find_if(lines.begin(), lines.end(), [&](const TraceLine& line) { return line.kind == "LEAVE" && line.function == function; });
+        return found == lines.end() ? TraceLine{} : *found;
+    };
+    EXPECT_TRUE(std::regex_match(leave("GetFileInformation").time, std::regex("!!!SLOW!!! \\d+s"))) << leave("GetFileInformation").time;
+    for (const TraceLine& line : lines)
+        if (line.kind == "LEAVE") {
+            std::smatch parts;
+            ASSERT_TRUE(std::regex_match(line.time, parts, std::regex("(!!!SLOW!!! )?(\\d+)s"))) << line.time;
+            EXPECT_EQ(std::stol(parts[2]) > 16, parts[1].matched) << line.function << " " << line.time;
+        }
+    EXPECT_EQ("VVS_MountFolderNotFound", leave("VirtualVolume::OpenFile").message) << "the first OpenFile failed";
+    EXPECT_EQ("VVS_Success", leave("VirtualFile::Open").message);
+    EXPECT_EQ("VVS_Success", leave("VirtualVolume::ReadFile").message);
+}
+
+TEST_F(FollowingTheTrace, TheLevelIsAskedSeldomAndObeyed) {
+    Put(L"Docs\\a.txt", "first");
+    LetTheLevelBeReadAgain();
+    EXPECT_EQ(1u, CallsDuring("IFileLogger::GetLevel", [&] { List(L"*"); })) << "one question for many lines";
+    EXPECT_EQ(0u, CallsDuring("IFileLogger::GetLevel", [&] { List(L"*"); }));
+    TestCompanion_SetLevel(LogLevel_Error);
+    EXPECT_LT(0u, LinesDuring([&] { List(L"*"); }).size()) << "the new level is not known yet";
+    LetTheLevelBeReadAgain();
+    const auto lines = LinesDuring([&] {
+        List(L"*");
+        volume()->GetMountInfoByNativePath(nullptr, nullptr);
+        void* hFile = nullptr;
+        Open(&hFile, L"Nowhere\\a.txt");
+    });
+    EXPECT_LT(0u, CountOf(lines, LogLevel_Error));
+    EXPECT_EQ(lines.size(), CountOf(lines, LogLevel_Error));
+    for (const TraceLine& line : ParseAll(lines))
+        EXPECT_EQ(0u, line.indent) << line.message;
+
+    // It may change at any moment: what had entered silently leaves silently, and the nesting is what it was.
+    LetTheLevelBeReadAgain();
+    TestCompanion_SetHook("Quelcrypt_GetFileInformation",
+                          [](void*) {
+                              LetTheLevelBeReadAgain();
+                              TestCompanion_SetLevel(LogLevel_Trace);
+                          },
+                          nullptr);
+    Touch(NativePath(L"Docs"));
+    const auto louder = ParseAll(LinesDuring([&] { List(L"Docs\\*"); }));
+    ASSERT_FALSE(louder.empty());
+    EXPECT_EQ(0u, louder.front().indent);
+    EXPECT_EQ(std::count_if(louder.begin(), louder.end(), [](const TraceLine& line) { return line.kind == "ENTER"; }),
+              std::count_if(louder.begin(), louder.end(), [](const TraceLine& line) { return line.kind == "LEAVE"; }));
+
+    TestCompanion_SetHook("Quelcrypt_GetFileInformation",
+                          [](void*) {
+                              LetTheLevelBeReadAgain();
+                              TestCompanion_SetLevel(0);
+                          },
+                          nullptr);
+    Touch(NativePath(L"Docs"));
+    List(L"Docs\\*");
+    TestCompanion_SetHook(nullptr, nullptr, nullptr);
+    EXPECT_EQ(0u, LinesDuring([&] { List(L"Nowhere\\*"); }).size());
+    TestCompanion_SetLevel(LogLevel_Trace);
+    LetTheLevelBeReadAgain();
+    const auto again = ParseAll(LinesDuring([&] { List(L"*"); }));
+    ASSERT_FALSE(again.empty());
+    EXPECT_EQ(0u, again.front().indent);
+}
+
+TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
+    Put(L"Docs\\a.txt", "first");
+    Put(L"Plain\\b", "first");
+    const std::wstring token = Lock(L"Plain\\b");
+    LockInfo lockInfo = NewLock();
+    VirtFindData findData{};
+    VirtMountInfo mountInfo{};
+    char data[8];
+    void* hFile = nullptr;
+    const std::string docs = Narrow(NativePath(L"Docs"));
+    const auto ending = [](const char* calls, Fault fault) { TestCompanion_FailNth(calls, 1, fault, true); };
+    const struct {
+        std::function<void()> action;
+        std::string line;
+    } rows[] = {
+        {[&] { Open(&hFile, L"Nowhere\\a.txt"); },
+         "VirtualVolume::OpenFile VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false,  filePath[Nowhere\\a.txt]"},
+        {[&] { Open(&hFile, L"Plain\\missing"); },
+         "VirtualFile::CreteFileWithReadOnlyFallback (lastError == 5L || lastError == 32L) && !needToCreateFile =>false, "},
+        {[&] { volume()->ReadFile(nullptr, 0, data, 8, nullptr, nullptr); },
+         "VirtualVolume::ReadFile hFile->Read(fileOffset, data, requestedSize, outActualSize) =>VVS_InvalidParameter, "},
+        {[&] { volume()->SetFileInfo(nullptr, 0, nullptr); }, "VirtualVolume::SetFileInfo virtFindData != 0 =>false, "},
+        {[&] { volume()->GetMountInfoByNativePath(nullptr, &mountInfo); },
+         "VirtualMountFolder::GetMountFolderInfoByNativePath nativeFilePath != 0 && &nativeFilePath =>false, "},
+        {[&] { volume()->Lock(L"Plain\\b", &lockInfo); },
+         "FileLocker::Lock lockInfo->lockScope == LockScope_Shared =>false, "},
+        {[&] { volume()->Lock(L"Plain\\b", &lockInfo); },
+         "VirtualVolume::Lock FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>VVS_LockScopeViolation, "},
+        {[&] { volume()->Lock(L"Docs", &lockInfo); },
+         "VirtualVolume::Lock !fileExists || (fileExists && !IsDir(virtFindData)) =>false, "},
+        {[&] { volume()->Unlock(L"Plain\\b", L"{other}"); }, "FileLocker::Unlock foundIdx >= 0 =>false, "},
+        {[&] { volume()->FindNextLock(&findData, &lockInfo); },
+         "FileLocker::FindNextLock ( 0 != hFind && *(DWORD*)hFind == 'MLFF') =>false, "},
+        {[&] {
+             ending("Quelcrypt_GetProtectedFolderEnum", Fault::Null);
+             List(L"*");
+         },
+         "VirtualMountFolder::LoadFolders protectedFolders.Ptr() != 0 =>false, "},
+        {[&] {
+             ending("Quelcrypt_GetHalvaneBoxConfig", Fault::Null);
+             Open(&hFile, L"Docs\\new\\n.txt", kReadWrite, CREATE_NEW);
+         },
+         "DoesFolderHavePolicy Quelcrypt_GetHalvaneBoxConfig( Utf8EncodeStr(folderPath, (DWORD)wcslen(folderPath)), cnfg.GetAddr(), 0, 0) "
+         "!= 0 =>false, "},
+        {[&] {
+             ending("Quelcrypt_FileReaderFactory", Fault::Null);
+             MakeContainer(ContainerPath(L"Docs\\c.txt"), L"c.txt", "content");
+             EXPECT_EQ("<VSS_DecryptError>", Get(L"Docs\\c.txt"));
+         },
+         "VirtualFile::DecryptContainer reader != 0 =>false, "},
+    };
+    for (const auto& row : rows) {
+        const auto errors = MessagesDuring(LogLevel_Error, row.action);
+        TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+        EXPECT_NE(errors.end(), std::find(errors.begin(), errors.end(), row.line))
+            << row.line << "\nis not among\n" << ::testing::PrintToString(errors);
+        EXPECT_EQ(nullptr, hFile);
+    }
+    const auto missing = MessagesDuring(LogLevel_Error, [&] { List(L"Docs\\missing\\*"); });
+    ASSERT_EQ(1u, missing.size());
+    EXPECT_EQ(0u, missing[0].find("VirtualFindFile::FindFirstFileW hFind != ((HANDLE)(LONG_PTR)-1) || GetLastError() == 2L =>FALSE,  "
+                                  "filePathSearch[" + docs + "\\missing\\*]. Error["))
+        << missing[0];
+    EXPECT_NE(std::string::npos, missing[0].find("Error code: 3]")) << missing[0];
+
+    Configure(R"({"folders": []})");
+    EXPECT_EQ((std::vector<std::string>{"VirtualVolume::FindRoot Virtual volume is empty!"}),
+              MessagesDuring(LogLevel_Warning, [&] { volume()->FindFile(L"", &findData); }));
+    Configure(DefaultConfiguration());
+    List(L"*");
+    EXPECT_OK(volume()->Unlock(L"Plain\\b", token.c_str()));
+}
+
+TEST_F(FollowingTheTrace, OrdinaryUseLeavesNoErrorsAndNoContent) {
+    LinesDuring([&] { List(L"*"); });
+    const auto lines = LinesDuring([&] {
+        Put(L"Docs\\new.txt", "TOP SECRET WORDS");
+        EXPECT_EQ("TOP SECRET WORDS", Get(L"Docs\\new.txt"));
+        List(L"Docs\\*.txt");
+        VirtFindData findData{};
+        EXPECT_FALSE(Find(L"Docs\\missing.txt", &findData)) << "what may be missing is no error";
+        EXPECT_EQ(nullptr, volume()->FindFirstFileW(L"Docs\\missing.txt", &findData));
+        VirtMountInfo mountInfo{};
+        EXPECT_FALSE(volume()->GetMountInfoByVolumePath(L"Nowhere", &mountInfo));
+        Delete(L"Docs\\new.txt");
+    });
+    for (const LogLine& line : lines)
+        EXPECT_LE(LogLevel_Information, line.level) << Narrow(line.text);
+    EXPECT_FALSE(HasLine(lines, L"SECRET"));
+}
+
+TEST_F(FollowingTheTrace, NamesAndMissingArgumentsAreShownAsTheyAre) {
+    Put(L"Docs\\100%s%n%d.txt", "first");
+    const auto lines = LinesDuring([&] {
+        EXPECT_EQ("first", Get(L"Docs\\100%s%n%d.txt"));
+        volume()->OpenFile(nullptr, L"Nowhere\\%s%n", 0, 0, 3, nullptr, nullptr);
+        void* hFile = nullptr;
+        Open(&hFile, L"Nowhere\\%s%n");
+    });
+    EXPECT_TRUE(HasLine(lines, L"filePath[Docs\\100%s%n%d.txt]"));
+    EXPECT_TRUE(HasLine(lines, L"Name:100%s%n%d.txt, Virtual:VIT_EncryptedFile, Size:5, Attr:FILE_ATTRIBUTE_ARCHIVE(0x20), Create:"));
+    EXPECT_TRUE(HasLine(lines, L"=>false,  filePath[Nowhere\\%s%n]\n"));
+    EXPECT_TRUE(HasLine(lines, L"lockToken[<NULL>]"));
+
+    const auto nulls = LinesDuring([&] {
+        char data[1];
+        volume()->ReadFile(nullptr, 0xFFFFFFFF, data, 1, nullptr, nullptr);
+        volume()->Lock(nullptr, nullptr);
+        volume()->CloseFile(nullptr, nullptr);
+    });
+    EXPECT_TRUE(HasLine(nulls, L"VirtualVolume::ReadFile hFile[0x0000000000000000], fileOffset["));
+    EXPECT_TRUE(HasLine(nulls, L"VirtFindData[<NULL>]"));
+    EXPECT_TRUE(HasLine(nulls, L"filePath[<NULL>], lockInfo[<NULL>]"));
+}

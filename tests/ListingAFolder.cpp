@@ -1,0 +1,333 @@
+#include "harness/VolumeFixture.h"
+
+#include <algorithm>
+#include <atomic>
+#include <map>
+#include <thread>
+
+using Names = std::vector<std::wstring>;
+
+class ListingAFolder : public VolumeFixture {
+protected:
+    void Container(const std::wstring& name, const std::wstring& storedName, std::string_view content = "content") {
+        MakeContainer(NativePath(L"Docs\\" + name), storedName, content);
+    }
+    void Plain(const std::wstring& name, std::string_view content = "plain") { WriteRaw(NativePath(L"Docs\\" + name), content); }
+    void Folder(const std::wstring& name) { ASSERT_TRUE(CreateDirectoryW(NativePath(L"Docs\\" + name).c_str(), nullptr)); }
+    VirtFindData Record(const std::wstring& volumePath) {
+        VirtFindData findData{};
+        EXPECT_TRUE(Find(volumePath, &findData)) << Narrow(volumePath);
+        return findData;
+    }
+};
+
+TEST_F(ListingAFolder, ShowsContainersUnderTheirStoredNames) {
+    Container(L"a.txt.zip", L"a.txt", "seven b");
+    Container(L"Überblick 日本.txt.zip", L"Überblick 日本.txt");
+    Container(L"Letter.TXT.zip", L"letter.txt");  // the stored name's letter case wins
+    Container(L"b.zip", L"c");                    // stored under another name than its own
+    Plain(L"README");
+    Plain(L"broken.txt.zip", "this is no container");
+    Folder(L"sub");
+    Folder(L"y.zip");
+    EXPECT_EQ((Names{L"README", L"a.txt", L"b.HvcConflicted", L"broken.txt.zip", L"letter.txt", L"sub", L"y.zip", L"Überblick 日本.txt"}),
+              List(L"Docs\\*"));
+
+    const VirtFindData a = Record(L"Docs\\a.txt");
+    EXPECT_EQ(VIT_EncryptedFile, a.itemType);
+    EXPECT_EQ(7, a.fileSize);
+    EXPECT_EQ(133'590'402'140'000'000u, a.lastWriteTime) << "the times are those of the content";
+    EXPECT_EQ(VIT_PlainFile, Record(L"Docs\\README").itemType);
+    EXPECT_EQ(VIT_PlainFile, Record(L"Docs\\broken.txt.zip").itemType) << "a broken container stays visible as what it is on disk";
+    EXPECT_EQ(VIT_Folder, Record(L"Docs\\sub").itemType);
+    EXPECT_EQ(VIT_Folder, Record(L"Docs\\y.zip").itemType);
+    EXPECT_EQ(VIT_EncryptedFileInConflict, Record(L"Docs\\b.zip").itemType);
+    EXPECT_FALSE(volume()->FindFile(L"Docs\\missing.txt", nullptr));
+}
+
+TEST_F(ListingAFolder, ShowsBothSidesOfAConflict) {
+    Container(L"a.txt.zip", L"a.txt");
+    Plain(L"a.txt");
+    EXPECT_EQ((Names{L"a.txt", L"a.txt.HvcConflicted"}), List(L"Docs\\*"));
+    EXPECT_EQ(VIT_PlainFile, Record(L"Docs\\a.txt").itemType);
+    EXPECT_EQ((Names{L"a.txt", L"a.txt.HvcConflicted"}), List(L"Docs\\a.txt")) << "a search for the name finds both";
+    // The conflict ends when the plain file goes, also for records that were remembered.
+    ASSERT_TRUE(DeleteFileW(NativePath(L"Docs\\a.txt").c_str()));
+    EXPECT_EQ((Names{L"a.txt"}), List(L"Docs\\*"));
+}
+
+TEST_F(ListingAFolder, NeverShowsReservedNames) {
+    for (const wchar_t* name : {L"policy.hvc", L"- HalvaneCloud Readme -.htm"})
+        Plain(name);
+    Folder(L".HalvaneBox");
+    EXPECT_EQ(Names{}, List(L"Docs\\*")) << "a folder with reserved names alone is empty";
+    EXPECT_EQ(Names{}, List(L"Docs\\POLICY.*"));
+    EXPECT_EQ(VIT_PlainFile, Record(L"Docs\\policy.hvc").itemType) << "who knows the name finds it";
+    Plain(L"my policy.hvc");
+    EXPECT_EQ((Names{L"my policy.hvc"}), List(L"Docs\\*"));
+}
+
+TEST_F(ListingAFolder, LosesNoEntryToAContainerThatCannotBeRead) {
+    const Names all{L"a.txt", L"b.txt", L"c.txt", L"plain"};
+    for (const wchar_t* name : {L"a.txt", L"b.txt", L"c.txt"})
+        Container(std::wstring(name) + L".zip", name);
+    Plain(L"plain");
+    for (const Fault fault : {Fault::Null, Fault::Raise, Fault::Error, Fault::WrongPassword, Fault::OutOfMemory}) {
+        SCOPED_TRACE(static_cast<int>(fault));
+        Touch(NativePath(L"Docs"));
+        TestCompanion_FailNth("Quelcrypt_GetFileInformation", 2, fault, false);
+        const Names once = List(L"Docs\\*");
+        EXPECT_TRUE(TestCompanion_FaultWasHit());
+        EXPECT_EQ(4u, once.size());
+        EXPECT_EQ(1, std::count_if(once.begin(), once.end(), [](const std::wstring& name) { return name.ends_with(L".zip"); }));
+        EXPECT_EQ(all, List(L"Docs\\*")) << "it is asked for again";
+    }
+}
+
+TEST_F(ListingAFolder, ShowsTheSameToManyThreads) {
+    Names all;
+    for (int index = 10; index < 40; ++index) {
+        all.push_back(L"f" + std::to_wstring(index) + L".txt");
+        Container(all.back() + L".zip", all.back());
+    }
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread)
+        threads.emplace_back([&, thread] {
+            for (int round = 0; round < 10; ++round) {
+                EXPECT_EQ(all, List(L"Docs\\*"));
+                EXPECT_EQ(4u, List(L"*").size());
+                if (thread == 0)
+                    Configure(DefaultConfiguration() + std::string(static_cast<std::size_t>(round), ' '));
+                if (thread == 1)
+                    Touch(NativePath(L"Docs"));
+            }
+        });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST_F(ListingAFolder, FindsContainersByAnyPatternAndNothingTwice) {
+    Container(L"a.docx.zip", L"a.docx");
+    Container(L"b.docx.zip", L"b.docx");
+    Container(L"n.txt.zip", L"n.txt");
+    Plain(L"p.docx");
+    const struct {
+        const wchar_t* spec;
+        Names names;
+    } rows[] = {
+        {L"Docs\\*.docx", {L"a.docx", L"b.docx", L"p.docx"}},
+        {L"Docs\\*.DOCX", {L"a.docx", L"b.docx", L"p.docx"}},
+        {L"Docs\\a*", {L"a.docx"}},
+        {L"Docs\\?.txt", {L"n.txt"}},
+        {L"Docs\\n.txt", {L"n.txt"}},
+        {L"Docs\\N.TXT", {L"n.txt"}},
+        {L"Docs\\n.txt.zip", {L"n.txt"}},
+        {L"Docs\\*.zip", {L"a.docx", L"b.docx", L"n.txt"}},
+        {L"Docs\\*.*", {L"a.docx", L"b.docx", L"n.txt", L"p.docx"}},
+        {L"Docs\\x*", {}},
+        {L"Docs\\missing\\*", {}},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.names, List(row.spec)) << Narrow(row.spec);
+}
+
+TEST_F(ListingAFolder, AsksTheCompanionOnceAndThenRemembers) {
+    for (int index = 0; index < 20; ++index)
+        Container(L"f" + std::to_wstring(index) + L".txt.zip", L"f" + std::to_wstring(index) + L".txt");
+    constexpr const char* kCall = "Quelcrypt_GetFileInformation";
+    EXPECT_EQ(20u, CallsDuring(kCall, [&] { List(L"Docs\\*"); })) << "a cold listing asks for each";
+    EXPECT_EQ(0u, AllCallsDuring([&] { List(L"Docs\\*"); })) << "a warm one asks for nothing";
+    EXPECT_EQ(2u, AllCallsDuring([&] { List(L"*"); })) << "the root asks whether its folders changed";
+    VirtFindData findData{};
+    EXPECT_EQ(0u, CallsDuring(kCall, [&] { Find(L"Docs\\F3.TXT", &findData); })) << "whatever the letter case";
+    Plain(L"new");
+    EXPECT_EQ(20u, CallsDuring(kCall, [&] { List(L"Docs\\*"); })) << "a changed folder is read anew";
+    Touch(NativePath(L"Docs\\f5.txt.zip"));
+    EXPECT_EQ(1u, CallsDuring(kCall, [&] { List(L"Docs\\*"); })) << "a changed container alone";
+}
+
+TEST_F(ListingAFolder, RemembersTheLastThousandOrSo) {
+    Container(L"0000.txt.zip", L"0000.txt");
+    const std::string bytes = ReadRaw(NativePath(L"Docs\\0000.txt.zip"));
+    const auto add = [&](int index) {
+        wchar_t name[32];
+        swprintf(name, 32, L"Docs\\%04d.txt.zip", index);
+        WriteRaw(NativePath(name), bytes);
+    };
+    for (int index = 1; index < 1014; ++index)
+        add(index);
+    constexpr const char* kCall = "Quelcrypt_GetFileInformation";
+    EXPECT_EQ(1014u, CallsDuring(kCall, [&] { List(L"Docs\\*"); }));
+    EXPECT_EQ(0u, CallsDuring(kCall, [&] { List(L"Docs\\*"); })) << "1014 fit";
+    add(1014);
+    EXPECT_EQ(1015u, CallsDuring(kCall, [&] { List(L"Docs\\*"); }));
+    EXPECT_EQ(1015u, CallsDuring(kCall, [&] { List(L"Docs\\*"); })) << "one more pushes the oldest out, time and again";
+}
+
+TEST_F(ListingAFolder, ShowsMountFoldersAtTheRoot) {
+    const Names all{L"Docs", L"Other", L"Plain", L"Theirs"};
+    EXPECT_EQ(all, List(L"*"));
+    EXPECT_EQ(all, List(L""));
+    EXPECT_EQ((Names{L"Docs"}), List(L"Doc*"));
+    EXPECT_EQ((Names{L"Docs"}), List(L"docs"));
+    EXPECT_EQ(Names{}, List(L"Nowhere"));
+    for (const VirtFindData& record : ListRecords(L"*"))
+        EXPECT_EQ(VIT_MountFolder, record.itemType);
+    const VirtFindData root = Record(L"");
+    EXPECT_EQ(VIT_Root, root.itemType);
+    EXPECT_EQ(FILE_ATTRIBUTE_DIRECTORY, root.fileAttributes);
+    EXPECT_EQ(L"", std::wstring(root.fileName));
+    EXPECT_NE(0u, root.lastWriteTime);
+    EXPECT_EQ(VIT_MountFolder, Record(L"Docs").itemType);
+    std::uint64_t created = UINT64_MAX, written = 0;
+    for (const VirtFindData& record : ListRecords(L"*")) {
+        created = std::min(created, record.creationTime);
+        written = std::max(written, record.lastWriteTime);
+    }
+    EXPECT_EQ(created, root.creationTime);
+    EXPECT_EQ(written, root.lastWriteTime);
+
+    // A folder that is gone from disk hides no other; one that was renamed shows under its mounted name.
+    Configure(R"({"folders": [{"name": "Gone", "path": "Gone"}, {"name": "Letters", "path": "Docs"}, {"name": "Plain", "path": "Plain"}]})");
+    EXPECT_EQ((Names{L"Letters", L"Plain"}), List(L"*"));
+    EXPECT_EQ(L"Letters", std::wstring(Record(L"LETTERS").fileName));
+    EXPECT_EQ(VIT_MountFolder, Record(L"Letters\\").itemType);
+    EXPECT_EQ(VIT_MountFolder, Record(L"Letters\\sub\\..").itemType);
+    VirtFindData findData{};
+    EXPECT_FALSE(Find(L"Gone", &findData));
+    EXPECT_FALSE(Find(L"Docs", &findData));
+
+    // While the companion cannot list them, they stay what they were.
+    for (const Fault fault : {Fault::Null, Fault::Raise, Fault::OutOfMemory})
+        for (const char* call : {"Quelcrypt_GetProtectedFolderEnum", "IProtectedFolder::GetPath", "IQuelcryptText::GetText"}) {
+            if (fault == Fault::Null && *call == 'I')
+                continue;  // a folder without a text is left out
+            Configure(DefaultConfiguration());
+            TestCompanion_FailNth(call, 1, fault, true);
+            List(L"*");
+            EXPECT_TRUE(TestCompanion_FaultWasHit());
+            EXPECT_EQ(VIT_MountFolder, Record(L"Letters").itemType) << call;
+            TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+            Configure(R"({"folders": [{"name": "Letters", "path": "Docs"}]})");
+            EXPECT_EQ((Names{L"Letters"}), List(L"*"));
+        }
+}
+
+TEST_F(ListingAFolder, FollowsTheConfiguration) {
+    EXPECT_EQ(4u, List(L"*").size());
+    const std::wstring name63(63, L'n'), name64(64, L'm'), name127(127, L'l'), name128(128, L'k');
+    const auto longPath = [&](std::size_t units) { return root() + L"\\" + std::wstring(units - root().size() - 1, L'p'); };
+    const auto folder = [](const std::wstring& name, const std::wstring& path) {
+        std::string json = R"({"name": ")" + Narrow(name) + R"(", "path": ")" + Narrow(path) + R"("})";
+        for (std::size_t at = json.find('\\'); at != json.npos; at = json.find('\\', at + 1))
+            json[at] = '/';
+        return json;
+    };
+    Configure(R"({"folders": [)" + folder(name63, L"Docs") + ", " + folder(name64, L"Other") + ", " + folder(name127, L"Plain") + ", " +
+              folder(name128, L"Theirs") + ", " + folder(L"Fits", longPath(259)) + ", " + folder(L"Longer", longPath(260)) + "]}");
+    VirtMountInfo mountInfo{};
+    EXPECT_TRUE(volume()->GetMountInfoByVolumePath((name63 + L"\\x").c_str(), &mountInfo)) << "found after one forced reload";
+    EXPECT_EQ(name63, mountInfo.name);
+    EXPECT_FALSE(volume()->GetMountInfoByVolumePath(name64.c_str(), &mountInfo)) << "64 units do not fit the record";
+    EXPECT_FALSE(volume()->GetMountInfoByNativePath(NativePath(L"Other\\f").c_str(), &mountInfo));
+    EXPECT_FALSE(volume()->GetMountInfoByVolumePath(L"Longer", &mountInfo));
+    EXPECT_EQ(name63, mountInfo.name) << "what does not fit leaves the record alone";
+    EXPECT_TRUE(volume()->GetMountInfoByVolumePath(L"Fits", &mountInfo));
+    EXPECT_EQ(longPath(259), mountInfo.path);
+
+    // A search delivers names of up to 127 units cut, and paths whole or not at all.
+    std::map<std::wstring, std::wstring> delivered;
+    void* const hFind = volume()->FindFirstMountFolder(nullptr);
+    ASSERT_NE(nullptr, hFind);
+    while (volume()->FindNextMountFolder(hFind, &mountInfo))
+        delivered[mountInfo.name] = mountInfo.path;
+    EXPECT_TRUE(volume()->FindClose(hFind));
+    EXPECT_EQ((std::map<std::wstring, std::wstring>{{name127.substr(0, 63), NativePath(L"Plain")},
+                                                    {name64.substr(0, 63), NativePath(L"Other")},
+                                                    {name63, NativePath(L"Docs")},
+                                                    {L"Fits", longPath(259)}}),
+              delivered);
+    EXPECT_EQ((Names{name128, name127, name64, name63}), List(L"*")) << "records of files have room for them";
+
+    // A search whose next folder vanished ends.
+    VirtFindData findData{};
+    void* const hRoot = volume()->FindFirstFileW(L"*", &findData);
+    ASSERT_NE(nullptr, hRoot);
+    Configure(R"({"folders": []})");
+    EXPECT_EQ(Names{}, List(L"*"));
+    EXPECT_FALSE(volume()->FindNextFileW(hRoot, &findData));
+    EXPECT_TRUE(volume()->FindClose(hRoot));
+}
+
+TEST_F(ListingAFolder, ResolvesPathsWithinTheirMountFolderOnly) {
+    Plain(L"README");
+    WriteRaw(root() + L"\\outside", "secret");
+    VirtFindData findData{};
+    VirtMountInfo mountInfo{};
+    EXPECT_FALSE(Find(L"Docs\\..\\outside", &findData));
+    EXPECT_FALSE(Find(L"Docs\\sub\\..\\..\\outside", &findData));
+    EXPECT_EQ(Names{}, List(L"Docs\\..\\*"));
+    EXPECT_TRUE(Find(L"Docs\\sub\\..\\README", &findData)) << "dots are resolved without asking the disk";
+    EXPECT_TRUE(Find(L"Docs\\README. .", &findData)) << "trailing dots and blanks do not count";
+    EXPECT_FALSE(Find(L"D\\README", &findData)) << "one-letter names are no volume paths";
+    EXPECT_FALSE(Find(L"Docs:README", &findData));
+    EXPECT_EQ(Names{}, List(L"Docs\\sub\\..\\..\\*"));
+    Folder(L"sub");
+    EXPECT_EQ(VIT_Folder, Record(L"Docs\\sub\\").itemType);
+    WriteRaw(NativePath(L"Docs.zip"), "beside the mount folder");
+    EXPECT_EQ(Names{}, List(L"Docs\\."));
+    EXPECT_EQ((Names{L"README", L"sub"}), List(L"Docs\\.\\*"));
+    const std::wstring outside = root() + L"\\outside";
+    EXPECT_FALSE(Find(outside, &findData)) << "native paths are for opening";
+    EXPECT_EQ(Names{}, List(outside));
+
+    EXPECT_TRUE(volume()->GetMountInfoByNativePath(NativePath(L"docs\\any\\thing").c_str(), &mountInfo));
+    EXPECT_EQ(L"Docs", std::wstring(mountInfo.name));
+    EXPECT_EQ(PFT_Dropbox, mountInfo.type);
+    EXPECT_FALSE(volume()->GetMountInfoByNativePath((NativePath(L"Docs") + L"2\\f").c_str(), &mountInfo));
+    EXPECT_FALSE(volume()->GetMountInfoByNativePath(nullptr, &mountInfo));
+    EXPECT_TRUE(volume()->GetMountInfoByNativePath(NativePath(L"Plain").c_str(), &mountInfo));
+    EXPECT_EQ(NativePath(L"Plain"), mountInfo.path);
+    EXPECT_TRUE(volume()->GetMountInfoByVolumePath(L"OTHER\\not\\there", &mountInfo)) << "the folder counts, not what is below it";
+}
+
+TEST_F(ListingAFolder, TellsItsHandlesApart) {
+    Plain(L"README");
+    VirtFindData findData{};
+    VirtMountInfo mountInfo{};
+    LockInfo lockInfo{};
+    const std::wstring token = Lock(L"Docs\\README");
+    void* const hFiles = volume()->FindFirstFileW(L"Docs\\*", &findData);
+    void* const hMounts = volume()->FindFirstMountFolder(L"*");
+    void* const hLocks = volume()->FindFirstLock(L"Docs\\README", &lockInfo);
+    ASSERT_TRUE(hFiles && hMounts && hLocks);
+    EXPECT_EQ(0x4D464646u, *static_cast<std::uint32_t*>(hFiles));
+    EXPECT_EQ(0x4D4D4646u, *static_cast<std::uint32_t*>(hMounts));
+    EXPECT_EQ(0x4D4C4646u, *static_cast<std::uint32_t*>(hLocks));
+    EXPECT_FALSE(volume()->FindNextFileW(hLocks, &findData)) << "locks are listed by FindNextLock alone";
+    EXPECT_FALSE(volume()->FindNextMountFolder(hFiles, &mountInfo));
+    EXPECT_EQ(VVS_FileNotLocked, volume()->FindNextLock(hFiles, &lockInfo));
+    EXPECT_FALSE(volume()->FindNextFileW(nullptr, &findData));
+    EXPECT_FALSE(volume()->FindClose(nullptr));
+    std::uint32_t noHandle[16] = {0x12345678};
+    EXPECT_FALSE(volume()->FindClose(noHandle));
+    for (void* hFind : {hFiles, hMounts, hLocks}) {
+        EXPECT_TRUE(volume()->FindClose(hFind));
+        EXPECT_FALSE(volume()->FindClose(hFind)) << "it is none any more";
+        EXPECT_FALSE(volume()->FindNextFileW(hFind, &findData));
+        EXPECT_FALSE(volume()->FindNextMountFolder(hFind, &mountInfo));
+        EXPECT_EQ(VVS_FileNotLocked, volume()->FindNextLock(hFind, &lockInfo));
+    }
+    EXPECT_OK(volume()->Unlock(L"Docs\\README", token.c_str()));
+
+    for (int round = 0; round < 100; ++round) {
+        void* const hFind = volume()->FindFirstFileW(L"Docs\\*", &findData);
+        std::atomic<int> closed = 0;
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < 3; ++thread)
+            threads.emplace_back([&] { closed += volume()->FindClose(hFind); });
+        for (std::thread& thread : threads)
+            thread.join();
+        ASSERT_EQ(1, closed) << "one of those who close a handle does";
+    }
+}

@@ -1,0 +1,250 @@
+// What stands in the configuration file holds from the next request on, and a mistake in it is named with its place.
+#include <thread>
+#include <vector>
+
+#include "CompanionFixture.h"
+#include "companion/Settings.h"
+
+namespace {
+
+using OneFileConfiguresTheCompanion = CompanionTest;
+
+struct ListedFolder {
+    std::string name;
+    std::string path;
+    std::uint32_t type = 0;
+    bool operator==(const ListedFolder&) const = default;
+};
+
+std::string TextOf(bool (IProtectedFolder::*get)(IQuelcryptText**), IProtectedFolder& folder) {
+    IQuelcryptText* text = nullptr;
+    EXPECT_TRUE((folder.*get)(&text));
+    const Owned<IQuelcryptText> owned(text);
+    return owned->HasText(0) ? owned->GetText(0) : "";
+}
+
+std::vector<ListedFolder> Folders(std::uint32_t* changeCounter = nullptr) {
+    IProtectedFolderEnum* folders = nullptr;
+    EXPECT_NE(companion::MakeProtectedFolderEnum(&folders), 0);
+    const Owned<IProtectedFolderEnum> owned(folders);
+    if (changeCounter)
+        *changeCounter = owned->GetChangeCounter();
+    std::vector<ListedFolder> listed;
+    for (IProtectedFolder* folder = nullptr; owned->Next(&folder);) {
+        const Owned<IProtectedFolder> ownedFolder(folder);
+        ProtectedFolderRecord record = {};
+        folder->GetRecord(&record);
+        listed.push_back({TextOf(&IProtectedFolder::GetName, *folder), TextOf(&IProtectedFolder::GetPath, *folder), record.type});
+    }
+    return listed;
+}
+
+// "owner|policy|key", or "none" when no configuration holds for the folder.
+std::string BoxOf(const std::filesystem::path& folder, std::uint32_t capacity = 120) {
+    IHalvaneBoxConfig* config = nullptr;
+    EXPECT_NE(companion::MakeHalvaneBoxConfig(Utf8(folder).c_str(), &config), 0);
+    if (!config)
+        return "none";
+    const Owned<IHalvaneBoxConfig> owned(config);
+    std::string buffer(capacity + 1, '#');
+    const auto taken = [&](std::uint32_t length) {
+        EXPECT_LE(length, capacity);
+        EXPECT_EQ(buffer[capacity], '#') << "written beyond the buffer";
+        return buffer.substr(0, length);
+    };
+    const std::string owner = taken(owned->GetOwnerId(buffer.data(), capacity));
+    const std::string policy = taken(owned->GetPolicy(buffer.data(), capacity));
+    return owner + "|" + policy + "|" + taken(owned->GetTargetKeyId(buffer.data(), capacity));
+}
+
+bool IsExcluded(const char* name) {
+    const Owned<IQuelcryptConfig> config(companion::MakeQuelcryptConfig());
+    return config->IsExcluded(name, 0);
+}
+
+TEST_F(OneFileConfiguresTheCompanion, NamesTheProtectedFolders) {
+    std::uint32_t first = 0;
+    EXPECT_EQ(Folders(&first), (std::vector<ListedFolder>{{"Docs", Utf8(m_folder / "docs"), PFT_General}}));
+    EXPECT_NE(first, 0u);
+
+    std::uint32_t same = 0;
+    Folders(&same);
+    EXPECT_EQ(same, first);
+
+    // Another folder set of the same size, at once.
+    Configure(R"({"folders": [{"name": "Dox\u00e9", "path": "C:\\a\\.\\b\\..\\", "type": "dropbox"}, {"path": "elsewhere"},
+                              {"name": "Root", "path": "C:/"}, {"name": "Rooted", "path": "/x/y"}]})");
+    const std::string drive = Utf8(m_folder).substr(0, 2);
+    std::uint32_t second = 0;
+    EXPECT_EQ(Folders(&second), (std::vector<ListedFolder>{{"Dox\xC3\xA9", "C:\\a", PFT_Dropbox},
+                                                           {"Root", "C:\\", PFT_General},
+                                                           {"Rooted", drive + "\\x\\y", PFT_General}}));
+    EXPECT_NE(second, first);
+    Configure(R"({"folders": [{"name": "Dox\u00e8", "path": "C:\\a\\.\\b\\..\\", "type": "dropbox"}, {"path": "elsewhere"},
+                              {"name": "Root", "path": "C:/"}, {"name": "Rooted", "path": "/x/y"}]})");
+    std::uint32_t third = 0;
+    EXPECT_EQ(Folders(&third)[0].name, "Dox\xC3\xA8");
+    EXPECT_NE(third, second);
+}
+
+TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
+    Configure(R"({"folders": [
+        {"path": "docs/team/inner", "targetKey": "inner"},
+        {"name": "Docs", "path": "docs", "owner": "anna", "policy": "all", "targetKey": "home"},
+        {"path": "docs/team", "owner": "b\u00f6b"},
+        {"path": "docs/open", "policy": ""},
+        {"path": "long", "owner": "0123456789\u20ac"}]})");
+    const struct {
+        const char* folder;
+        const char* expected;
+    } rows[] = {
+        {"docs", "anna|all|home"},
+        {"DOCS\\Sub\\", "anna|all|home"},
+        {"docs2", "none"},
+        {"docs\\team", "b\xC3\xB6" "b|all|home"},
+        {"docs\\team\\x\\..\\inner\\y", "b\xC3\xB6" "b|all|inner"},
+        {"docs\\teamwork", "anna|all|home"},
+        {"docs\\open\\x", "anna||home"},
+        {".", "none"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(BoxOf(m_folder / row.folder), row.expected) << row.folder;
+
+    // A buffer that is too small is filled up to a character's end, never beyond its own.
+    EXPECT_EQ(BoxOf(m_folder / "long", 13), "0123456789\xE2\x82\xAC||");
+    EXPECT_EQ(BoxOf(m_folder / "long", 12), "0123456789||");
+    EXPECT_EQ(BoxOf(m_folder / "long", 0), "||");
+
+    IHalvaneBoxConfig* config = nullptr;
+    EXPECT_EQ(companion::MakeHalvaneBoxConfig(nullptr, &config), 0);
+    EXPECT_EQ(ErrorOf([&] { companion::MakeHalvaneBoxConfig("C:\\\xFF", &config); }), L"Cannot decode");
+}
+
+TEST_F(OneFileConfiguresTheCompanion, ExcludesNamesByPattern) {
+    Configure(R"({"exclude": ["*.tmp", "~$*", "thumbs.db", "?\u00e9.*"]})");
+    for (const char* name : {"a.tmp", "A.B.TMP", "~$report.docx", "Thumbs.db", "x\xC3\x89.doc"})
+        EXPECT_TRUE(IsExcluded(name)) << name;
+    for (const char* name : {"a.tmpx", "report~$.docx", "thumbs.db.txt", "\xC3\xA9.doc"})
+        EXPECT_FALSE(IsExcluded(name)) << name;
+}
+
+TEST_F(OneFileConfiguresTheCompanion, IsRefusedWithPlaceAndReason) {
+    const struct {
+        const char* text;
+        const char* problem;
+    } rows[] = {
+        {"", "(1,1): syntax error while parsing value - unexpected end of input; expected '[', '{', or a literal"},
+        {"{\n  \"folders\": [\n    {\"path\": \"a\",}\n]}",
+         "(3,18): syntax error while parsing object key - unexpected '}'; expected string literal"},
+        {"{\"passwords\": {\"k\": \"secret", "(1,28): syntax error while parsing value - invalid string: missing closing quote"},
+        {"[]", "(1,1): an object is expected here"},
+        {"{\"folder\": []}", "(1,9): folder: \"folder\" is not known here"},
+        {"{\"folders\":\n [{\"path\": \"a\", \"pfad\": 1}]}", "(2,22): folders[0].pfad: \"pfad\" is not known here"},
+        {"{\"folders\": [{\"path\": \"a\"},\n {\"path\": 7}]}", "(2,8): folders[1].path: a text is expected here"},
+        {"{\"folders\": [{\"name\": \"x\"}]}", "(1,14): folders[0]: a folder must have a path"},
+        {"{\"folders\": [{\"path\": \"a\"}, {\"path\": \"A/\"}]}", "(1,35): folders[1].path: this path has an entry already"},
+        {"{\"folders\": [{\"path\": \"a\", \"name\": \"b/c\"}]}",
+         "(1,33): folders[0].name: a name cannot contain any of \\ / : * ? \" < > |"},
+        {"{\"folders\": [{\"path\": \"a\", \"name\": \"n\"}, {\"path\": \"b\", \"name\": \"N\"}]}",
+         "(1,61): folders[1].name: another folder has this name"},
+        {"{\"folders\": [{\"path\": \"a\", \"type\": \"usb\"}]}",
+         "(1,33): folders[0].type: the type is \"general\" or \"dropbox\""},
+        {"{\"passwords\": {\"k\": \"\"}}", "(1,18): passwords.k: the password is empty"},
+        {"{\"defaultKey\": \"k\"}", "(1,13): defaultKey: no password is given for this key"},
+        {"{\"exclude\": [\"*.tmp\",\n 3]}", "(2,3): exclude[1]: a text is expected here"},
+        {"{\"exclude\": \"*.tmp\"}", "(1,10): exclude: a list is expected here"},
+        {"{\"log\": {\"level\": \"trace\"}}", "(1,6): log: a log must have a file; \"-\" is standard error"},
+        {"{\"log\": {\"file\": \"-\", \"level\": \"loud\"}}",
+         "(1,29): log.level: the level is \"off\", \"error\", \"warning\", \"information\" or \"trace\""},
+        {"{\"exclude\": [],\n\"exclude\": []}", "(2,9): \"exclude\" is given twice"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        try {
+            companion::ParseSettings(row.text, L"C:\\base");
+            ADD_FAILURE() << "accepted";
+        } catch (const companion::SettingsError& error) {
+            EXPECT_STREQ(error.what(), row.problem);
+        }
+    }
+}
+
+TEST_F(OneFileConfiguresTheCompanion, StaysInForceWhileTheNextIsBroken) {
+    const std::string log = R"("log": {"file": "quelcrypt.log", "level": "error"})";
+    Configure("{\"folders\": [{\"name\": \"Docs\", \"path\": \"docs\"}], " + log + "}");
+    std::uint32_t before = 0;
+    ASSERT_EQ(Folders(&before).size(), 1u);
+
+    Configure("{\"folders\": [{\"name\": \"Docs\", \"pa");
+    std::uint32_t during = 0;
+    EXPECT_EQ(Folders(&during).size(), 1u);
+    EXPECT_EQ(Folders().size(), 1u);
+    EXPECT_EQ(during, before);
+    const std::string logged = Load(m_folder / "quelcrypt.log");
+    const std::string place = "quelcrypt.json(1,34): syntax error";
+    EXPECT_NE(logged.find(place), std::string::npos) << logged;
+    EXPECT_EQ(logged.find(place), logged.rfind(place)) << "reported once";
+
+    {
+        // Somebody has the file to himself, and lets go of it without another change.
+        Configure("{" + log + "}");
+        const Held held = Hold(m_folder / "quelcrypt.json");
+        EXPECT_EQ(Folders().size(), 1u);
+        Sleep(150);
+        EXPECT_EQ(Folders().size(), 1u);
+    }
+    std::uint32_t after = 0;
+    EXPECT_TRUE(Folders(&after).empty());
+    EXPECT_NE(after, before);
+
+    std::filesystem::remove(m_folder / "quelcrypt.json");
+    EXPECT_EQ(Folders(&during).size(), 0u);
+    EXPECT_EQ(during, after);
+}
+
+TEST_F(OneFileConfiguresTheCompanion, ChoosesTheLog) {
+    Configure(R"({"log": {"file": "quelcrypt.log", "level": "information"}})");
+    Folders();
+    IFileLogger* const logger = companion::FileLogger();
+    const std::uint32_t component = companion::LoggerComponentIndex("QuelcryptVol");
+    EXPECT_EQ(companion::LoggerComponentIndex("QuelcryptVol"), component);
+    EXPECT_NE(companion::LoggerComponentIndex("Other"), component);
+    EXPECT_EQ(logger->GetLevel(component), static_cast<std::uint32_t>(LogLevel_Information));
+
+    logger->Write(component, LogLevel_Error, L"caf\u00E9 %s\nsecond\r\n", nullptr);
+    logger->Write(component, LogLevel_Trace, L"not at this level", nullptr);
+    EXPECT_EQ(Load(m_folder / "quelcrypt.log"), "caf\xC3\xA9 %s second\r\n");
+
+    // Lines of several threads stay whole.
+    std::filesystem::path log = m_folder / "many.log";
+    Configure(R"({"log": {"file": "many.log", "level": "trace"}})");
+    Folders();
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&, thread] {
+            const std::wstring line(500, static_cast<wchar_t>(L'a' + thread));
+            for (int count = 0; count < 100; ++count)
+                logger->Write(component, LogLevel_Trace, line.c_str(), nullptr);
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    std::ifstream file(log, std::ios::binary);
+    int lines = 0;
+    for (std::string line; std::getline(file, line); ++lines)
+        ASSERT_EQ(line, std::string(500, line[0]) + "\r");
+    EXPECT_EQ(lines, 400);
+
+    // Without one nothing is asked for, unless the environment asks for the trace.
+    Configure("{}");
+    Folders();
+    EXPECT_EQ(logger->GetLevel(component), 0u);
+    SetEnvironmentVariableW(L"QUELCRYPT_TRACE", L"1");
+    companion::Initialize(nullptr);
+    EXPECT_EQ(logger->GetLevel(component), static_cast<std::uint32_t>(LogLevel_Trace));
+    SetEnvironmentVariableW(L"QUELCRYPT_TRACE", nullptr);
+    companion::Initialize(nullptr);
+    EXPECT_EQ(logger->GetLevel(component), 0u);
+}
+
+}  // namespace

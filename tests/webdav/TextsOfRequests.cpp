@@ -1,0 +1,186 @@
+// The texts that come with a request, taken apart as the standards say.
+#include <gtest/gtest.h>
+
+#include "webdav/Access.h"
+#include "webdav/Conditions.h"
+#include "webdav/Http.h"
+#include "webdav/Paths.h"
+#include "webdav/Xml.h"
+
+namespace webdav {
+
+namespace {
+
+template <class Operation>
+int StatusOf(Operation operation) {
+    try {
+        operation();
+        return 0;
+    } catch (const HttpError& error) {
+        return error.Status();
+    }
+}
+
+// Tokens hold where the resource says so: "t1" is the token of /a, "t2" that of everything, and the tag is that of /a.
+bool HoldsHere(const std::string& resource, const IfCondition& condition) {
+    if (condition.isTag)
+        return resource != "/b" && condition.value == "\"tag\"";
+    return condition.value == "t2" || (condition.value == "t1" && resource != "/b");
+}
+
+}  // namespace
+
+TEST(TextsOfRequests, IfField) {
+    const struct {
+        const char* text;
+        bool holds;
+    } rows[] = {
+        {"(<t1>)", true},
+        {"(<t3>)", false},
+        {"(Not <t3>)", true},
+        {"(<t1> Not <t1>)", false},
+        {"(<t3>) (<t2>)", true},
+        {"([\"tag\"])", true},
+        {"([W/\"tag\"])", false},
+        {"(<t1> [\"tag\"])", true},
+        {"(<t1> [\"other\"])", false},
+        {"</b> (<t1>)", false},
+        {"</b> (<t1>) (<t2>)", true},
+        {"</b> (<t1>) </a> (<t1>)", true},
+        {"(not<t3>[\"tag\"])", true},
+        {"  ( <t1>\t[\"tag\"] )  ", true},
+        {"(Not <DAV:no-lock>)", true},
+        {"([\"a ) > quoted\"] <t1>) (<t1>)", true},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(IfHolds(ParseIf(row.text), HoldsHere), row.holds) << row.text;
+
+    for (const char* broken : {"", "()", "(<t1>", "<t1>", "(t1)", "</a>", "</a> </b> (<t1>)", "(<t1>) x", "(<t1", "([\"tag)", "([tag])",
+                               "(Not)", "<> (<t1>)", ")"})
+        EXPECT_EQ(StatusOf([&] { ParseIf(broken); }), 400) << broken;
+
+    // Submitted is what is named without "Not", wherever it stands.
+    const std::vector<std::string> wanted{"t1", "t2"};
+    EXPECT_EQ(SubmittedTokens(ParseIf("</a> (<t1> [\"tag\"]) (Not <t3>) </b> (<t2>)")), wanted);
+}
+
+TEST(TextsOfRequests, EntityTags) {
+    const std::string tag = "\"a,b\"";
+    const struct {
+        const char* list;
+        bool strong, weak;
+    } rows[] = {
+        {"*", true, true},       {" * ", true, true},     {"\"a,b\"", true, true}, {"\"x\", \"a,b\"", true, true}, {"W/\"a,b\"", false, true},
+        {"\"a\"", false, false}, {"a,b", false, false},   {"", false, false},      {"\"a,b", false, false},       {"\"x\",W/\"y\"", false, false},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(TagListMatches(row.list, tag), row.strong) << row.list;
+        EXPECT_EQ(TagListMatches(row.list, tag, true), row.weak) << row.list;
+    }
+}
+
+TEST(TextsOfRequests, Ranges) {
+    const struct {
+        const char* text;
+        std::uint64_t size;
+        RangeKind kind;
+        std::uint64_t first, length;
+    } rows[] = {
+        {"bytes=0-0", 10, RangeKind::Part, 0, 1},        {"bytes=3-", 10, RangeKind::Part, 3, 7},
+        {"bytes=-4", 10, RangeKind::Part, 6, 4},         {"bytes=-40", 10, RangeKind::Part, 0, 10},
+        {"bytes=2-400", 10, RangeKind::Part, 2, 8},      {"bytes=10-", 10, RangeKind::Unsatisfiable, 0, 0},
+        {"bytes=-0", 10, RangeKind::Unsatisfiable, 0, 0}, {"bytes=0-", 0, RangeKind::Unsatisfiable, 0, 0},
+        {"bytes=5-4", 10, RangeKind::Whole, 0, 0},       {"bytes=0-1,3-4", 10, RangeKind::Whole, 0, 0},
+        {"items=0-1", 10, RangeKind::Whole, 0, 0},       {"bytes=-", 10, RangeKind::Whole, 0, 0},
+        {"bytes=a-b", 10, RangeKind::Whole, 0, 0},       {"bytes=0-99999999999999999999", 10, RangeKind::Whole, 0, 0},
+        {"bytes=4294967295-4294967296", 5'000'000'000, RangeKind::Part, 4'294'967'295, 2},
+    };
+    for (const auto& row : rows) {
+        ByteRange range;
+        ASSERT_EQ(ParseRange(row.text, row.size, range), row.kind) << row.text;
+        if (row.kind == RangeKind::Part) {
+            EXPECT_EQ(range.first, row.first) << row.text;
+            EXPECT_EQ(range.length, row.length) << row.text;
+        }
+    }
+}
+
+TEST(TextsOfRequests, PathsStayInside) {
+    const struct {
+        const char* target;
+        int status;
+    } rows[] = {
+        {"/Docs/a.txt", 0},        {"/", 0},
+        {"//", 0},                 {"http://host:8080/Docs/", 0},
+        {"/Docs/~$a.docx", 0},     {"/Docs/a%23%25%26.txt", 0},
+        {"/Docs/..", 400},         {"/Docs/%2E%2e/x", 400},
+        {"/Docs/.", 400},          {"/Docs/a%2fb", 400},
+        {"/Docs/a%5Cb", 400},      {"/Docs/a\\b", 400},
+        {"/C:/x", 400},            {"/Docs/a:b", 400},
+        {"/Docs/a%3Astream", 400}, {"/Docs/nul.txt", 400},
+        {"/Docs/LPT9", 400},       {"/Docs/a%00b", 400},
+        {"/Docs/a%", 400},         {"/Docs/a%4", 400},
+        {"/Docs/%C3%28", 400},     {"/Docs/%ED%A0%80", 400},
+        {"/Docs/a.", 400},         {"/Docs/a ", 400},
+        {"/Docs/a*b", 400},        {"/Docs/a#fragment", 400},
+        {"Docs/a.txt", 400},       {"", 400},
+        {"ftp://host/a", 400},     {"/Docs/%E2%80%A6", 0},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(StatusOf([&] { ParseTarget(row.target); }), row.status) << row.target;
+
+    // What is parsed comes back as it was, whatever is in it.
+    for (const char* href : {"/Docs/a%23%25%26%20%C3%BC.txt", "/Docs/it's%20(1)%20+,;=.txt"}) {
+        std::string shown = Href(ParseTarget(href), false);
+        EXPECT_EQ(Href(ParseTarget(shown), false), shown);
+    }
+    EXPECT_EQ(Href(ParseTarget("http://host/Docs//Reports/"), true), "/Docs/Reports/");
+    std::string authority;
+    ParseTarget("HTTP://host:8080/x", &authority);
+    EXPECT_EQ(authority, "host:8080");
+}
+
+TEST(TextsOfRequests, Xml) {
+    // A property keeps its value, namespaces, attributes and language, wherever its prefixes were declared.
+    const XmlNode document = ParseXml("<a xmlns='DAV:' xmlns:z='urn:z'><z:p xml:lang='de' z:x='1' y='&lt;'>t &amp; <z:q/><e xmlns=''>u</e></z:p></a>");
+    const XmlNode again = ParseXml("<w xmlns:D='DAV:'>" + Serialized(document.children.at(0)) + "</w>");
+    const XmlNode& property = again.children.at(0);
+    EXPECT_EQ(property.name, (XmlName{"urn:z", "p"}));
+    EXPECT_EQ(property.attributes, document.children.at(0).attributes);
+    EXPECT_EQ(property.Text(), "t & ");
+    EXPECT_EQ(property.children.at(1).name, (XmlName{"urn:z", "q"}));
+    EXPECT_EQ(property.children.at(2).name, (XmlName{"", "e"}));
+
+    std::string deep = "<a>", closing = "</a>";
+    for (int i = 0; i < 200; ++i) {
+        deep += "<a>";
+        closing += "</a>";
+    }
+    for (const std::string& broken : {std::string(), std::string("text"), std::string("<a>"), std::string("<a></b>"), std::string("<x:a/>"),
+                                      std::string("<a xmlns:x=''/>"), std::string("<!DOCTYPE a><a/>"), std::string("<a/><b/>"), deep + closing})
+        EXPECT_EQ(StatusOf([&] { ParseXml(broken); }), 400) << broken.substr(0, 40);
+}
+
+TEST(TextsOfRequests, DatesAndNumbers) {
+    const std::uint64_t time = ParseHttpDate("Mon, 03 Feb 2020 04:05:06 GMT");
+    EXPECT_EQ(HttpDate(time), "Mon, 03 Feb 2020 04:05:06 GMT");
+    EXPECT_EQ(IsoDate(time), "2020-02-03T04:05:06Z");
+    for (const char* broken : {"", "yesterday", "Mon, 99 Feb 2020 04:05:06 GMT", "Mon, 03 Xyz 2020 04:05:06 GMT"})
+        EXPECT_EQ(ParseHttpDate(broken), 0u) << broken;
+    EXPECT_EQ(ParseNumber("18446744073709551616"), std::nullopt);
+    EXPECT_EQ(ParseNumber("-1"), std::nullopt);
+    EXPECT_EQ(ParseNumber("0042"), 42u);
+}
+
+TEST(TextsOfRequests, Credentials) {
+    EXPECT_EQ(DecodeBase64("YW5uOnF1aWV0IHJpdmVy"), "ann:quiet river");
+    EXPECT_EQ(DecodeBase64("YW5uOg=="), "ann:");
+    EXPECT_EQ(DecodeBase64("%%%"), "");
+    EXPECT_EQ(HostName("LOCALHOST:8080"), "localhost");
+    EXPECT_EQ(HostName("[::1]:8080"), "[::1]");
+    EXPECT_TRUE(EqualInConstantTime("secret", "secret"));
+    for (const char* wrong : {"", "secre", "secrets", "Secret"})
+        EXPECT_FALSE(EqualInConstantTime(wrong, "secret")) << wrong;
+}
+
+}  // namespace webdav
