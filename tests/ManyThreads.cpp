@@ -253,7 +253,11 @@ TEST_F(ManyThreads, CreateListLockMoveAndDelete) {
             Ok(volume()->Unlock(own.c_str(), lockInfo.token), "Unlock");
             if (ReadIn(own) != ContentOf(thread, round + 1))
                 Problem("What was saved under the lock is not there");
-            Ok(volume()->MoveFileW(own.c_str(), moved.c_str(), nullptr), "MoveFileW");
+            // Another may be reading it just now.
+            VirtualVolumeStatus moves;
+            while ((moves = volume()->MoveFileW(own.c_str(), moved.c_str(), nullptr)) == VSS_SharingViolation)
+                Sleep(1);
+            Ok(moves, "MoveFileW");
             if (ReadIn(moved) != ContentOf(thread, round + 1))
                 Problem("What was moved is not there");
             void* const hFile = OpenIn(moved, DELETE);

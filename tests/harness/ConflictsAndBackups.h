@@ -49,10 +49,14 @@ public:
 private:
     void Watch() {
         while (!m_leaves) {
-            const HWND dialog = FindWindowW(L"#32770", nullptr);
-            DWORD process = 0;
-            if (dialog && GetWindowThreadProcessId(dialog, &process) && process == GetCurrentProcessId() && IsWindowVisible(dialog))
-                Answer(dialog);
+            // Every one on the desktop is looked at: tests that run beside this one have prompts too.
+            for (HWND dialog = nullptr; (dialog = FindWindowExW(nullptr, dialog, L"#32770", nullptr)) != nullptr;) {
+                DWORD process = 0;
+                if (GetWindowThreadProcessId(dialog, &process) && process == GetCurrentProcessId() && IsWindowVisible(dialog)) {
+                    Answer(dialog);
+                    break;
+                }
+            }
             Sleep(20);
         }
     }
