@@ -42,9 +42,9 @@ const char* VolumeFixture::DefaultConfiguration() {
 }
 
 void VolumeFixture::SetUp() {
-    wchar_t tempPath[MAX_PATH + 1];
-    ASSERT_NE(0u, GetTempPathW(MAX_PATH, tempPath));
-    m_root = std::wstring(tempPath) + L"quelcrypt-test-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount());
+    // Asked once: each test then sets a temp folder of its own.
+    static const std::wstring tempPath = fs::temp_directory_path().wstring();
+    m_root = tempPath + L"quelcrypt-test-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(GetTickCount());
     for (const wchar_t* folder : {L"temp", L"Docs", L"Other", L"Theirs", L"Plain"})
         fs::create_directories(m_root + L"\\" + folder);
     SetEnvironmentVariableW(L"TMP", temp().c_str());
