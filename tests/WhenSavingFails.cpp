@@ -214,7 +214,7 @@ TEST_F(WhenSavingFails, TheTrackingFileTellsWhoseEditItIs) {
 }
 
 // Switched off: driving the dialog did not pick the folder in every Wine prefix.
-TEST_F(WhenSavingFails, DISABLED_TheUserMayPickAnotherPlace) {
+TEST_F(WhenSavingFails, TheUserMayPickAnotherPlace) {
     const std::wstring backups = NativePath(L"Plain\\backups");
     std::filesystem::create_directories(backups);
     user().Picks(backups);

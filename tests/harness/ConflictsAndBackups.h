@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cwchar>
+#include <filesystem>
 #include <iterator>
 #include <mutex>
 #include <string>
@@ -69,12 +70,20 @@ private:
             m_text.clear();
             EnumChildWindows(dialog, &PromptedUser::AddText, reinterpret_cast<LPARAM>(&m_text));
         }
-        if (!folder.empty())
+        // A prompt that has just appeared may not know its folders yet.
+        for (int attempt = 0; !folder.empty() && attempt < 100 && !Shows(dialog, folder); ++attempt) {
+            Sleep(20);
             SendMessageW(dialog, setSelection, TRUE, reinterpret_cast<LPARAM>(folder.c_str()));
+        }
         ++m_prompts;
         SendMessageW(dialog, WM_COMMAND, folder.empty() ? IDCANCEL : IDOK, 0);
         while (IsWindow(dialog))
             Sleep(5);
+    }
+    static bool Shows(HWND dialog, const std::wstring& folder) {
+        std::wstring text = L"|";
+        EnumChildWindows(dialog, &PromptedUser::AddText, reinterpret_cast<LPARAM>(&text));
+        return text.find(L"|" + std::filesystem::path(folder).filename().wstring() + L"|") != std::wstring::npos;
     }
     static BOOL CALLBACK AddText(HWND window, LPARAM text) {
         wchar_t buffer[512]{};
