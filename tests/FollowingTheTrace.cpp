@@ -116,7 +116,7 @@ TEST_F(FollowingTheTrace, LeaveLinesSayHowLongItTookAndWhatCameOfIt) {
             std::find_if(lines.begin(), lines.end(), [&](const TraceLine& line) { return line.kind == "LEAVE" && line.function == function; });
         return found == lines.end() ? TraceLine{} : *found;
     };
-    EXPECT_TRUE(std::regex_match(leave("GetFileInformation").time, std::regex("!!!SLOW!!! \\d+s"))) << leave("GetFileInformation").time;
+    EXPECT_TRUE(std::regex_match(leave("GetHalvaneFileData").time, std::regex("!!!SLOW!!! \\d+s"))) << leave("GetHalvaneFileData").time;
     for (const TraceLine& line : lines)
         if (line.kind == "LEAVE") {
             std::smatch parts;
@@ -126,6 +126,7 @@ TEST_F(FollowingTheTrace, LeaveLinesSayHowLongItTookAndWhatCameOfIt) {
     EXPECT_EQ("VVS_MountFolderNotFound", leave("VirtualVolume::OpenFile").message) << "the first OpenFile failed";
     EXPECT_EQ("VVS_Success", leave("VirtualFile::Open").message);
     EXPECT_EQ("VVS_Success", leave("VirtualVolume::ReadFile").message);
+    EXPECT_EQ("true", leave("VirtualFindFile::FindFile").message);
 }
 
 TEST_F(FollowingTheTrace, TheLevelIsAskedSeldomAndObeyed) {

@@ -146,6 +146,15 @@ TEST_F(ListingAFolder, AsksTheCompanionOnceAndThenRemembers) {
     EXPECT_EQ(1u, CallsDuring(kCall, [&] { List(L"Docs\\*"); })) << "a changed container alone";
 }
 
+TEST_F(ListingAFolder, ShowsNamesAsTheyStandOnDiskWhateverWasAskedForBefore) {
+    Container(L"b.zip", L"c");
+    CreateDirectoryW(NativePath(L"Docs\\sub.zip").c_str(), nullptr);
+    VirtFindData findData{};
+    EXPECT_TRUE(Find(L"Docs\\B", &findData));
+    EXPECT_TRUE(Find(L"Docs\\SUB", &findData));
+    EXPECT_EQ((Names{L"b.HvcConflicted", L"sub.zip"}), List(L"Docs\\*"));
+}
+
 TEST_F(ListingAFolder, RemembersTheLastThousandOrSo) {
     Container(L"0000.txt.zip", L"0000.txt");
     const std::string bytes = ReadRaw(NativePath(L"Docs\\0000.txt.zip"));

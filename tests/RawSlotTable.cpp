@@ -136,3 +136,24 @@ TEST_F(RawSlotTable, TheModuleIsFoundByItsThreeExportsAndCanBeUnloaded) {
         EXPECT_EQ("content", Get(L"Docs\\a.txt"));
     }
 }
+
+TEST_F(RawSlotTable, TheModuleDoesNotLoadWithoutItsCompanionAndEndsItOnce) {
+    constexpr const char* kEnd = "Quelcrypt_Uninitialize";
+    const auto load = [] { return LoadLibraryW(L"QuelcryptVol64.dll"); };
+    EXPECT_EQ(1u, CallsDuring(kEnd, [&] { UnloadVolume(); }));
+    const struct {
+        const char* call;
+        std::uint32_t ends;  // calls of Quelcrypt_Uninitialize after a load that this call failed
+    } rows[] = {{"Quelcrypt_Initialize", 0}, {"Quelcrypt_GetFileLogger", 1}, {"Quelcrypt_GetLoggerComponentIndex", 1}};
+    for (const auto& row : rows) {
+        TestCompanion_FailNth(row.call, 1, Fault::Error, false);
+        EXPECT_EQ(row.ends, CallsDuring(kEnd, [&] { EXPECT_EQ(nullptr, load()); })) << row.call;
+    }
+    TestCompanion_FailNth("Quelcrypt_GetFileLogger", 1, Fault::Null, false);
+    EXPECT_EQ(0u, LinesDuring([&] {
+                      LoadVolume();
+                      Put(L"Docs\\a.txt", "content");
+                  }).size())
+        << "without a logger nothing is logged, and all else works";
+    EXPECT_EQ("content", Get(L"Docs\\a.txt"));
+}

@@ -130,27 +130,27 @@ void QuelcryptLog::UpdateIndent() {
 }
 
 void QuelcryptLog::Record(VirtualVolumeStatus status) noexcept {
-    try {
-        m_leaveMessage = FormatStatusStr(status);
-    } catch (...) {  // the line goes without it
-    }
     m_resultKind = ResultKind::Int;
     m_intResult = static_cast<std::int32_t>(status);
+    ShowResult([&] { return FormatStatusStr(status); });
 }
 
 void QuelcryptLog::Record(bool result) noexcept {
     m_resultKind = ResultKind::Bool;
     m_boolResult = result;
+    ShowResult([&] { return ReturnResultStr(); });
 }
 
 void QuelcryptLog::Record(Win32Error error) noexcept {
     m_resultKind = ResultKind::Int;
     m_intResult = static_cast<std::int32_t>(error);
+    ShowResult([&] { return ReturnResultStr(); });
 }
 
 void QuelcryptLog::Record(HRESULT result) noexcept {
     m_resultKind = ResultKind::HResult;
     m_hresult = result;
+    ShowResult([&] { return ReturnResultStr(); });
 }
 
 void QuelcryptLog::WriteLine(const Line& line) noexcept {

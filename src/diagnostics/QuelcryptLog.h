@@ -96,6 +96,14 @@ private:
     void Record(HRESULT result) noexcept;
     template <class Other>
     void Record(const Other&) noexcept {}
+    // The result becomes the LEAVE line's message.
+    template <class MakeText>
+    void ShowResult(MakeText makeText) noexcept {
+        try {
+            SetLeaveMessage(makeText());
+        } catch (...) {  // the line goes without it
+        }
+    }
 
     void UpdateIndent();
     void WriteLine(const Line& line) noexcept;

@@ -1,5 +1,7 @@
 // The module's entry point: it starts the companion library and the trace log at load and stops them at unload. It runs
 // under the loader's lock, so it starts no thread and waits for none.
+#include <utility>
+
 #include <windows.h>
 
 #include "diagnostics/QuelcryptLog.h"
@@ -23,9 +25,13 @@ void StartLog() {
     QuelcryptLog::SetProcessControl(s_control);
 }
 
+// A failed attach is followed by a detach: the library is ended only if it began, and once.
+bool s_isInitialized = false;
+
 bool Attach() {
     try {
         Quelcrypt_Initialize(&RaiseInterfaceException);
+        s_isInitialized = true;
         StartLog();
         return true;
     } catch (...) {  // without its companion library the volume can do nothing
@@ -34,6 +40,8 @@ bool Attach() {
 }
 
 void Detach() {
+    if (!std::exchange(s_isInitialized, false))
+        return;
     QuelcryptLog::SetProcessControl(nullptr);
     QuelcryptVolLog::SetModuleLogger(nullptr, 0);
     try {

@@ -22,6 +22,7 @@ struct FolderView {
     std::uint64_t& folderWriteTime;  // 0: not read yet
     PlainNameFilter* plainNames;     // null when a single name is asked for, which a look-up answers faster
     bool plainIsMissing = false;     // that look-up was made already, in vain
+    bool namesAreFromDisk = true;    // false: in the letter case in which somebody asked
 };
 
 bool HasContainerName(std::wstring_view name) {
@@ -93,8 +94,7 @@ struct ContainerInfo {
 };
 
 // A library that throws has failed; the container then shows as a plain file, which hides nothing.
-bool GetFileInformation(const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw, ContainerInfo& info) {
-    QC_TRACE(L"GetFileInformation");
+bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw, ContainerInfo& info) {
     bool succeeded = false;
     try {
         const std::string path = Utf8EncodeStr(containerFilePath.c_str(), static_cast<DWORD>(containerFilePath.size()));
@@ -105,14 +105,14 @@ bool GetFileInformation(const std::wstring& containerFilePath, const WIN32_FIND_
         succeeded = false;
     }
     QC_LOG(L"Getting File Info from Quelcrypt File succeeded[%s]", FormatBoolStr(succeeded));
-    return qcLog.Leave(succeeded);
+    return succeeded;
 }
 
 VirtualItemType GetHalvaneFileData(const FolderView& view, bool containerFlag, const std::wstring& containerFilePath,
                                    WIN32_FIND_DATAW& raw) {
     QC_TRACE(L"GetHalvaneFileData");
     ContainerInfo info;
-    if (!containerFlag || !GetFileInformation(containerFilePath, raw, info))
+    if (!containerFlag || !GetFileInformation(qcLog, containerFilePath, raw, info))
         return VIT_PlainFile;
     std::wstring name;
     const bool noConflict = GetVirtualFileNameWithConflictResolved(view, containerFilePath, name, info.storedName->GetString());
@@ -150,8 +150,10 @@ void BuildVirtFindData(const FolderView& view, bool containerFlag, const WIN32_F
     virtFindData->lastWriteTime = FileTimeNumber(raw.ftLastWriteTime);
     virtFindData->fileSize = static_cast<std::int64_t>(static_cast<std::uint64_t>(raw.nFileSizeHigh) << 32 | raw.nFileSizeLow);
     CopyBounded(virtFindData->fileName, raw.cFileName);
-    // What could not be read is asked for again: a document must not stay hidden because of one moment.
-    if (containerFlag && virtFindData->itemType != VIT_PlainFile)
+    // What could not be read is asked for again: a document must not stay hidden because of one moment. And a name that
+    // follows the path asked for must not show in listings; the stored name does not.
+    const bool isRealName = view.namesAreFromDisk || virtFindData->itemType == VIT_EncryptedFile;
+    if (containerFlag && virtFindData->itemType != VIT_PlainFile && isRealName)
         VirtualFileInfoCache::Add(containerFilePath, rawOnDisk, *virtFindData, view.folderWriteTime);
 }
 
@@ -171,17 +173,15 @@ bool ReadRawEntry(const std::wstring& path, WIN32_FIND_DATAW& raw) {
 
 // Begins the search for "<spec>.zip" in place of a search that is exhausted.
 bool StartExtraZipSearch(VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
-    QC_TRACE(L"StartExtraZipSearch");
     std::wstring newSearch;
     if (handle.extraZipSearch || !ShouldSearchForExtraZip(handle.filePathSearch, newSearch))
-        return qcLog.Leave(false);
+        return false;
     handle.extraZipSearch = true;
     handle.containerFlag = true;
     handle.firstSpec = PathStripPathStr(handle.filePathSearch);
     handle.filePathSearch = newSearch;
     handle.find.Reset(::FindFirstFileW(newSearch.c_str(), &raw));
-    QC_LOG(L"In second try searched for filePathSearch[%s]", newSearch);
-    return qcLog.Leave(handle.find && ShouldEnumerateFindData(handle.find.Get(), raw, handle.firstSpec));
+    return handle.find && ShouldEnumerateFindData(handle.find.Get(), raw, handle.firstSpec);
 }
 
 void StoreEntry(VirtualFindHandle& handle, const WIN32_FIND_DATAW& raw, VirtFindData* virtFindData) {
@@ -217,7 +217,7 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
     const std::wstring folderPath = PathRemoveFileSpecStr(path);
     std::uint64_t folderWriteTime = 0;
     *virtFindData = {};
-    BuildVirtFindData({folderPath, folderWriteTime, nullptr, plainIsMissing}, containerFlag, raw, virtFindData);
+    BuildVirtFindData({folderPath, folderWriteTime, nullptr, plainIsMissing, false}, containerFlag, raw, virtFindData);
     return qcLog.Leave(true);
 }
 
@@ -236,10 +236,13 @@ VirtualFindHandlePtr VirtualFindFile::FindFirstFileW(const wchar_t* filePathSear
     if (handle->find && ShouldEnumerateFindData(handle->find.Get(), raw, {})) {
         QC_LOG(L"filePathSearch[%s] is Found on first try", filePathSearch);
         handle->containerFlag = !IsFolder(raw) && HasContainerName(raw.cFileName);
-    } else if (StartExtraZipSearch(*handle, raw)) {
-        QC_LOG(L"filePathSearch[%s] is Found on second try searching for extra zip", handle->filePathSearch);
     } else {
-        return nullptr;
+        const bool found = StartExtraZipSearch(*handle, raw);
+        if (handle->extraZipSearch)
+            QC_LOG(L"In second try searched for filePathSearch[%s]", handle->filePathSearch);
+        if (!found)
+            return nullptr;
+        QC_LOG(L"filePathSearch[%s] is Found on second try searching for extra zip", handle->filePathSearch);
     }
     StoreEntry(*handle, raw, virtFindData);
     QC_LOG(L"findData[%s]", FormatFindDataStr(virtFindData));

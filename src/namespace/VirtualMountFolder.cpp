@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cwchar>
 #include <memory>
 #include <mutex>
@@ -53,7 +54,7 @@ private:
 struct MountFolderState {
     CriticalSection section;
     FolderTable table;
-    bool loaded = false;
+    std::atomic<bool> loaded{false};  // read without the section too: nobody waits for a load that is not needed
     std::uint32_t changeCounter = 0;  // as last read from the library; 0: none yet
 };
 
@@ -165,8 +166,10 @@ void VirtFindMountFolderHandleDeleter::operator()(VirtFindMountFolderHandle* han
 void VirtualMountFolder::LoadFolders(bool force) {
     QC_TRACE(L"VirtualMountFolder::LoadFolders");
     MountFolderState& state = State();
-    const std::lock_guard guard(state.section);
     if (state.loaded && !force)
+        return;
+    const std::lock_guard guard(state.section);
+    if (state.loaded && !force)  // by now
         return;
     try {
         Reload(qcLog, state);

@@ -197,7 +197,8 @@ std::wstring GetOwnerId(const std::wstring& folderPath) {
     QC_TRACE(L"GetOwnerId");
     return WithBoxConfig<std::wstring>(qcLog, folderPath, [&](IHalvaneBoxConfig* config) {
         std::wstring ownerId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetOwnerId));
-        QC_LOG(L"Folder[%s] Has OwnerId[%s]", folderPath, ownerId);
+        if (!ownerId.empty())
+            QC_LOG(L"Folder[%s] Has OwnerId[%s]", folderPath, ownerId);
         return ownerId;
     });
 }
@@ -208,7 +209,8 @@ std::wstring GetFolderTargetKeyId(const std::wstring& folderPath) {
         if (!HasPolicy(qcLog, folderPath, config))
             return std::wstring();
         std::wstring targetId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetTargetKeyId));
-        QC_LOG(L"Folder[%s] Has TragetId[%s]", folderPath, targetId);
+        if (!targetId.empty())
+            QC_LOG(L"Folder[%s] Has TragetId[%s]", folderPath, targetId);
         return targetId;
     });
 }

@@ -235,17 +235,26 @@ extern "C" {
 
 void Quelcrypt_Initialize(void (*raise)()) {
     TheState().raise = raise;
+    Enter("Quelcrypt_Initialize");
     companion::Initialize(raise);
 }
 
-void Quelcrypt_Uninitialize() { companion::Uninitialize(); }
+void Quelcrypt_Uninitialize() {
+    Enter("Quelcrypt_Uninitialize");
+    companion::Uninitialize();
+}
 
 IFileLogger* Quelcrypt_GetFileLogger(std::int32_t) {
+    if (Enter("Quelcrypt_GetFileLogger") != Fault::None)
+        return nullptr;
     static CapturingLogger& logger = *new CapturingLogger;
     return &logger;
 }
 
-std::uint32_t Quelcrypt_GetLoggerComponentIndex(const char* componentName) { return companion::LoggerComponentIndex(componentName); }
+std::uint32_t Quelcrypt_GetLoggerComponentIndex(const char* componentName) {
+    Enter("Quelcrypt_GetLoggerComponentIndex");
+    return companion::LoggerComponentIndex(componentName);
+}
 
 IQuelcryptConfig* Quelcrypt_GetQuelcryptConfig(void*, void*) {
     if (Enter("Quelcrypt_GetQuelcryptConfig") != Fault::None)
