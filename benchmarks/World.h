@@ -1,0 +1,86 @@
+// What is measured: the built volume beside the built companion library, over a folder of this run's own. "Docs" is a mount
+// folder whose files are encrypted, "Plain" one whose files are not.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <windows.h>
+
+#include "quelcrypt/IVirtualVolume.h"
+#include "quelcrypt/QuelcryptExceptions.h"
+
+// The companion library's functions that the volume calls for content.
+struct Companion {
+    decltype(&Quelcrypt_GetFileInformation) getFileInformation;
+    decltype(&Quelcrypt_FileReaderFactory) makeReader;
+    decltype(&Quelcrypt_FileWriterFactory) makeWriter;
+    decltype(&Quelcrypt_GetHalvaneBoxConfig) getBoxConfig;
+};
+
+class World {
+public:
+    static constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+    static World& The();
+    World();
+    ~World();  // with the folder
+    World(const World&) = delete;
+    World& operator=(const World&) = delete;
+
+    IVirtualVolume* volume() const { return m_volume; }
+    const Companion& companion() const { return m_companion; }
+    // Both libraries anew, so that neither remembers anything; no handle may be open. Retained temp files are removed.
+    void Reload();
+
+    std::wstring Native(const std::wstring& volumePath) const { return m_root + L"\\" + volumePath; }
+    // The temp file behind an open or retained item.
+    std::wstring TempFileOf(const std::wstring& name) const;
+
+    // Volume paths of folders that hold `count` files with names of one length, made at the first call.
+    std::wstring PlainFolder(int count);
+    std::wstring EncryptedFolder(int count);
+    static std::wstring FileName(int number);
+
+    // A file of this size, made at the first call: "Plain\\<name>" as it is, "Docs\\<name>" as a container.
+    std::wstring File(const std::wstring& volumePath, std::uint64_t sizeBytes);
+    // Makes a container of a plain file as the volume does, in blocks of 32 KiB; reads one into a plain file.
+    void Encrypt(const std::wstring& plainPath, const std::wstring& containerPath, const std::wstring& storedName) const;
+    void Decrypt(const std::wstring& containerPath, const std::wstring& plainPath) const;
+
+private:
+    void Load();
+    void Unload();
+
+    std::wstring m_root;
+    HMODULE m_module = nullptr;
+    IVirtualVolume* m_volume = nullptr;
+    Companion m_companion{};
+};
+
+// A handle of the platform that closes itself; opening must succeed.
+class File {
+public:
+    explicit File(const std::wstring& path, DWORD access = GENERIC_READ, DWORD disposition = OPEN_EXISTING);
+    ~File() { CloseHandle(m_handle); }
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    HANDLE Get() const { return m_handle; }
+
+private:
+    HANDLE m_handle;
+};
+
+// A handle of the volume likewise.
+class Item {
+public:
+    explicit Item(const std::wstring& path, DWORD access = GENERIC_READ);
+    ~Item() { World::The().volume()->CloseFile(m_handle, nullptr); }
+    Item(const Item&) = delete;
+    Item& operator=(const Item&) = delete;
+    void* Get() const { return m_handle; }
+
+private:
+    void* m_handle = nullptr;
+};
