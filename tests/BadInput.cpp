@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <iterator>
+#include <set>
 
 #include "harness/VolumeFixture.h"
 
@@ -168,6 +169,26 @@ TEST_F(BadInput, StaleAndForeignFileHandlesAreRefused) {
     }
     EXPECT_TRUE(volume()->FindClose(hFind));
     EXPECT_EQ("content", Get(L"Docs\\a.txt"));
+}
+
+TEST_F(BadInput, AClosedHandleDoesNotSoonStandForAnotherFile) {
+    Put(L"Docs\\a.txt", "content");
+    Put(L"Plain\\p", "content");
+    const auto openMany = [&] {
+        std::vector<void*> handles;
+        for (int count = 0; count < 200; ++count)
+            handles.push_back(MustOpen(count % 2 ? L"Docs\\a.txt" : L"Plain\\p", GENERIC_READ));
+        return handles;
+    };
+    std::set<void*> closed;
+    for (int round = 0; round < 4; ++round) {
+        const std::vector<void*> handles = openMany();
+        for (void* const hFile : handles) {
+            EXPECT_EQ(0u, closed.count(hFile)) << "round " << round;
+            Close(hFile);
+        }
+        closed.insert(handles.begin(), handles.end());
+    }
 }
 
 // Whatever call of the companion fails, and however, while folders are listed and files opened, read and locked: no crash,

@@ -1,5 +1,6 @@
 #include "volume/OpenItems.h"
 
+#include <deque>
 #include <mutex>
 #include <unordered_map>
 
@@ -7,9 +8,13 @@
 
 namespace {
 
+constexpr std::size_t kKeptAddresses = 1000;
+
 struct ItemTable {
     CriticalSection section;
     std::unordered_map<void*, OpenItemPtr> items;
+    // The items closed last. They are destroyed, but their memory is not given to others as long as it is pointed to here.
+    std::deque<std::weak_ptr<VirtualItem>> closed;
 };
 
 // Never destroyed: an item that a host left open is not to be saved while the process is being torn down, where neither
@@ -42,6 +47,9 @@ OpenItemPtr OpenItems::Remove(void* handle) {
     const auto found = table.items.find(handle);
     if (found == table.items.end())
         return nullptr;
+    table.closed.push_back(found->second);
+    if (table.closed.size() > kKeptAddresses)
+        table.closed.pop_front();
     OpenItemPtr item = std::move(found->second);
     table.items.erase(found);
     return item;
