@@ -43,9 +43,15 @@ public:
     static void Set(int depth) { TlsSetValue(Slot(), reinterpret_cast<void*>(static_cast<INT_PTR>(depth))); }
 
 private:
+    // Given back when the module is unloaded: a process has few, and may load it time and again.
+    struct OwnedSlot {
+        OwnedSlot() : index(TlsAlloc()) {}
+        ~OwnedSlot() { TlsFree(index); }
+        DWORD index;
+    };
     static DWORD Slot() {
-        static const DWORD s_slot = TlsAlloc();
-        return s_slot;
+        static const OwnedSlot s_slot;
+        return s_slot.index;
     }
 };
 

@@ -120,10 +120,10 @@ private:
     std::wstring m_indent;
     std::wstring m_enterMessage;
     std::wstring m_leaveMessage;
-    SYSTEMTIME m_enterTime;  // UTC; this and the three below hold from ENTER, and from LEAVE, on
-    SYSTEMTIME m_leaveTime;
-    std::int64_t m_enterCounter;
-    std::int64_t m_leaveCounter;
+    SYSTEMTIME m_enterTime;  // UTC; holds from ENTER on
+    SYSTEMTIME m_leaveTime;  // UTC; holds from LEAVE on
+    std::int64_t m_enterCounter = 0;
+    std::int64_t m_leaveCounter = 0;
     const wchar_t* m_component = L"QuelcryptVol";
     const void* m_thisPointer;
     const wchar_t* m_functionName;
