@@ -146,8 +146,8 @@ public:
     // 14: gives the open item another path, in place of what is there; the handle stays usable at the new path.
     virtual VirtualVolumeStatus RenameFile(void* hFile, VirtFindData* findData, const wchar_t* newPath,
                                            const wchar_t* newFileLockToken) = 0;
-    // 15, 16: move or copy by path. The destination's folder decides whether it is stored encrypted. A failure leaves the
-    // source whole.
+    // 15, 16: move or copy by path. The destination's folder decides whether it is stored encrypted; while the companion
+    // library cannot say, nothing is moved there (VSS_EncryptError), also not by slot 14. A failure leaves the source whole.
     virtual VirtualVolumeStatus MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
                                           const wchar_t* newFileLockToken) = 0;
     virtual VirtualVolumeStatus CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,

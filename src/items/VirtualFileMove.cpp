@@ -73,7 +73,10 @@ VirtualVolumeStatus VirtualFile::MoveInternal(const wchar_t* newFilePath, bool r
                   FormatBoolStr(renameSrcFile), FormatBoolStr(keepSrcFile), DescriptionStr());
     QC_CHECK(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
     MoveRequest request{newFilePath, renameSrcFile, keepSrcFile, false, {}, {}};
-    const bool destEncrypted = ShouldFileBeEncrypted(request.newFilePath);
+    bool isKnown = true;
+    const bool destEncrypted = ShouldFileBeEncrypted(request.newFilePath, &isKnown);
+    // What would then stand in clear in a protected place might be synchronised before anybody saw it.
+    QC_CHECK(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
     const std::wstring sourcePath = StoredPath(m_itemFullPath, m_encrypted);
     const std::wstring destPath = StoredPath(request.newFilePath, destEncrypted);
     request.sameFile = EqualNoCase(sourcePath, destPath) || AreSameFile(sourcePath, destPath);
@@ -362,9 +365,11 @@ VirtualVolumeStatus VirtualFile::MoveFromHalvaneToHalvane(MoveRequest& request) 
                   request.newFilePath, FormatBoolStr(request.renameSrcFile), FormatBoolStr(request.keepSrcFile), DescriptionStr());
     const bool sameSpec = PathStripPathStr(request.newFilePath) == m_itemName;
     const bool isStored = PathExists(GetZipFilePath());
+    bool isKnown = true;  // of keys that are not known, nobody can say that they are the same
     const bool canJustMove = isStored && !request.keepSrcFile && sameSpec && !request.newFile.locked && !m_lockedFile.locked &&
-                             GetFolderTargetKeyId(PathRemoveFileSpecStr(m_itemFullPath)) ==
-                                 GetFolderTargetKeyId(PathRemoveFileSpecStr(request.newFilePath));
+                             GetFolderTargetKeyId(PathRemoveFileSpecStr(m_itemFullPath), &isKnown) ==
+                                 GetFolderTargetKeyId(PathRemoveFileSpecStr(request.newFilePath), &isKnown) &&
+                             isKnown;
     QC_LOG(L"ItemFullPath[%s], newFilePath[%s], Same spec[%s], Can just move[%s]", m_itemFullPath, request.newFilePath,
            FormatBoolStr(sameSpec), FormatBoolStr(canJustMove));
     // A new file that nothing was written to, to a place where nothing is: its first save will create it there.

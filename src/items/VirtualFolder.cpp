@@ -48,15 +48,16 @@ VirtualVolumeStatus VirtualFolder::CheckDestination(const wchar_t* newFilePath, 
 
 VirtualVolumeStatus VirtualFolder::CheckSameKeyAndOwner(const std::wstring& newFilePath) {
     QC_TRACE_THIS(L"VirtualFolder::CheckSameKeyAndOwner");
-    const std::wstring srcTargetKeyId = GetFolderTargetKeyId(m_itemFullPath);
-    const std::wstring destTargetKeyId = GetFolderTargetKeyId(newFilePath);
-    const bool targetKeyIdMatched = EqualNoCase(srcTargetKeyId, destTargetKeyId);
+    bool isKnown = true;  // two that cannot be told are not two that are empty, which match
+    const std::wstring srcTargetKeyId = GetFolderTargetKeyId(m_itemFullPath, &isKnown);
+    const std::wstring destTargetKeyId = GetFolderTargetKeyId(newFilePath, &isKnown);
+    const bool targetKeyIdMatched = isKnown && EqualNoCase(srcTargetKeyId, destTargetKeyId);
     QC_LOG(L"TargetKeyId[%s], srcTargetKeyId[%s], destTargetKeyId[%s]", targetKeyIdMatched ? L"Matched" : L"Not Matched",
            srcTargetKeyId, destTargetKeyId);
     QC_CHECK(targetKeyIdMatched, VVS_GeneralError, L"targetKeyIdMatched =>false%s, ");
-    const std::wstring srcOwnerId = GetOwnerId(m_itemFullPath);
-    const std::wstring destOwnerId = GetOwnerId(newFilePath);
-    const bool ownerIdMatched = EqualNoCase(srcOwnerId, destOwnerId);
+    const std::wstring srcOwnerId = GetOwnerId(m_itemFullPath, &isKnown);
+    const std::wstring destOwnerId = GetOwnerId(newFilePath, &isKnown);
+    const bool ownerIdMatched = isKnown && EqualNoCase(srcOwnerId, destOwnerId);
     QC_LOG(L"OwnerId[%s], srcOwnerId[%s], destOwnerId[%s]", ownerIdMatched ? L"Matched" : L"Not Matched", srcOwnerId, destOwnerId);
     QC_CHECK(ownerIdMatched, VVS_GeneralError, L"ownerIdMatched =>false%s, ");
     return qcLog.Leave(VVS_Success);

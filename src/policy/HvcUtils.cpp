@@ -20,7 +20,7 @@ constexpr std::uint32_t kConfigValueBytes = 120;
 
 // What call returns, or otherwise when the library throws; its failures are answers here, not exceptions.
 template <class Result, class Call>
-Result AskLibrary(QuelcryptLog& qcLog, const wchar_t* checkText, Result otherwise, Call call) {
+Result AskLibrary(QuelcryptLog& qcLog, const wchar_t* checkText, Result otherwise, bool* isKnown, Call call) {
     try {
         return call();
     } catch (const CQuelcryptErrorException& exception) {
@@ -29,6 +29,8 @@ Result AskLibrary(QuelcryptLog& qcLog, const wchar_t* checkText, Result otherwis
     } catch (const CQuelcryptException&) {
         QC_REPORT(checkText);
     }
+    if (isKnown)
+        *isKnown = false;
     return otherwise;
 }
 
@@ -49,10 +51,10 @@ std::wstring DecodeValue(const std::string& text) {
 
 // Hands the folder's configuration to read and returns what it makes of it; a default value when there is none.
 template <class Result, class Read>
-Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, Read read) {
+Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, bool* isKnown, Read read) {
     constexpr const wchar_t* kCheckText =
         L"Quelcrypt_GetHalvaneBoxConfig( Utf8EncodeStr(folderPath, (DWORD)wcslen(folderPath)), cnfg.GetAddr(), 0, 0) != 0 =>false%s, ";
-    return AskLibrary(qcLog, kCheckText, Result(), [&] {
+    return AskLibrary(qcLog, kCheckText, Result(), isKnown, [&] {
         LibraryPtr<IHalvaneBoxConfig> config;
         const std::string path = Utf8EncodeStr(folderPath.c_str(), static_cast<DWORD>(folderPath.size()));
         if (Quelcrypt_GetHalvaneBoxConfig(path.c_str(), config.GetAddr(), nullptr, nullptr) == 0) {
@@ -74,7 +76,7 @@ bool HasPolicy(QuelcryptLog& qcLog, const std::wstring& folderPath, IHalvaneBoxC
 bool IsExcludedName(QuelcryptLog& qcLog, const std::wstring& fileSpec) {
     if (fileSpec.find(L'.') == fileSpec.npos)
         return true;
-    return AskLibrary(qcLog, L"Quelcrypt_GetQuelcryptConfig(0, 0) != 0 =>false%s, ", false, [&] {
+    return AskLibrary(qcLog, L"Quelcrypt_GetQuelcryptConfig(0, 0) != 0 =>false%s, ", false, nullptr, [&] {
         const LibraryPtr<IQuelcryptConfig> config(Quelcrypt_GetQuelcryptConfig(nullptr, nullptr));
         return config && config->IsExcluded(Utf8EncodeStr(fileSpec.c_str(), static_cast<DWORD>(fileSpec.size())).c_str(), 0);
     });
@@ -167,7 +169,7 @@ bool IsReservedName(std::wstring_view fileName) {
                        [&](std::wstring_view reserved) { return EqualNoCase(fileName, reserved); });
 }
 
-bool ShouldFileBeEncrypted(const std::wstring& filePath) {
+bool ShouldFileBeEncrypted(const std::wstring& filePath, bool* isKnown) {
     QC_TRACE(L"ShouldFileBeEncrypted");
     const std::wstring fileSpec = PathStripPathStr(filePath);
     if (IsReservedName(fileSpec)) {
@@ -179,7 +181,7 @@ bool ShouldFileBeEncrypted(const std::wstring& filePath) {
         return qcLog.Leave(false);
     }
     const std::wstring folderPath = PathRemoveFileSpecStr(filePath);
-    if (!DoesFolderHavePolicy(folderPath)) {
+    if (!DoesFolderHavePolicy(folderPath, isKnown)) {
         QC_LOG(L"folderPath[%s] Does not have policy", folderPath);
         return qcLog.Leave(false);
     }
@@ -187,15 +189,15 @@ bool ShouldFileBeEncrypted(const std::wstring& filePath) {
     return qcLog.Leave(true);
 }
 
-bool DoesFolderHavePolicy(const std::wstring& folderPath) {
+bool DoesFolderHavePolicy(const std::wstring& folderPath, bool* isKnown) {
     QC_TRACE(L"DoesFolderHavePolicy");
     return qcLog.Leave(WithBoxConfig<bool>(
-        qcLog, folderPath, [&](IHalvaneBoxConfig* config) { return HasPolicy(qcLog, folderPath, config); }));
+        qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) { return HasPolicy(qcLog, folderPath, config); }));
 }
 
-std::wstring GetOwnerId(const std::wstring& folderPath) {
+std::wstring GetOwnerId(const std::wstring& folderPath, bool* isKnown) {
     QC_TRACE(L"GetOwnerId");
-    return WithBoxConfig<std::wstring>(qcLog, folderPath, [&](IHalvaneBoxConfig* config) {
+    return WithBoxConfig<std::wstring>(qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) {
         std::wstring ownerId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetOwnerId));
         if (!ownerId.empty())
             QC_LOG(L"Folder[%s] Has OwnerId[%s]", folderPath, ownerId);
@@ -203,9 +205,9 @@ std::wstring GetOwnerId(const std::wstring& folderPath) {
     });
 }
 
-std::wstring GetFolderTargetKeyId(const std::wstring& folderPath) {
+std::wstring GetFolderTargetKeyId(const std::wstring& folderPath, bool* isKnown) {
     QC_TRACE(L"GetFolderTargetKeyId");
-    return WithBoxConfig<std::wstring>(qcLog, folderPath, [&](IHalvaneBoxConfig* config) {
+    return WithBoxConfig<std::wstring>(qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) {
         if (!HasPolicy(qcLog, folderPath, config))
             return std::wstring();
         std::wstring targetId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetTargetKeyId));

@@ -1,5 +1,7 @@
 // What policy says of files and folders, as the companion library knows it, and deleting and copying whole trees.
-// A failing library is no failure here: it is logged and there is then no policy, no owner, no key. No state, any thread.
+// A failing library is no failure here: it is logged and there is then no policy, no owner, no key. When it threw, *isKnown
+// (may be null, and is left alone otherwise) becomes false, for those to whom not knowing is not the same as none. A query
+// that returned without success says none. No state, any thread.
 #pragma once
 
 #include <string>
@@ -11,14 +13,14 @@
 inline constexpr std::wstring_view kContainerExtension = L".zip";
 
 // Is a file at this path to be stored as a container? Decided by its name and by its folder's policy; it need not exist.
-bool ShouldFileBeEncrypted(const std::wstring& filePath);
+bool ShouldFileBeEncrypted(const std::wstring& filePath, bool* isKnown = nullptr);
 // Names that the product keeps for itself in protected folders: never shown, never encrypted. Letter case does not matter.
 bool IsReservedName(std::wstring_view fileName);
-bool DoesFolderHavePolicy(const std::wstring& folderPath);
+bool DoesFolderHavePolicy(const std::wstring& folderPath, bool* isKnown = nullptr);
 // Empty when unknown.
-std::wstring GetOwnerId(const std::wstring& folderPath);
+std::wstring GetOwnerId(const std::wstring& folderPath, bool* isKnown = nullptr);
 // Empty when unknown, or when the folder has no policy.
-std::wstring GetFolderTargetKeyId(const std::wstring& folderPath);
+std::wstring GetFolderTargetKeyId(const std::wstring& folderPath, bool* isKnown = nullptr);
 
 // The container of an item shown at filePath: the path itself when it names an existing container, which is the way to a
 // conflict copy, else filePath with ".zip" appended.
