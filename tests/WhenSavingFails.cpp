@@ -331,6 +331,23 @@ TEST_F(WhenSavingFails, AHeldOrReadOnlyContainerStands) {
     EXPECT_EQ(0u, TrackedEdits().size());
 }
 
+TEST_F(WhenSavingFails, TheEditStaysWhenItsDocumentCannotBeDeleted) {
+    LeaveUnsavedEdit(L"Docs\\a.txt", "edit");
+    const HANDLE held = CreateFileW(ContainerPath(L"Docs\\a.txt").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(INVALID_HANDLE_VALUE, held);
+    Delete(L"Docs\\a.txt");
+    CloseHandle(held);
+    EXPECT_EQ("base", ContainerContent(ContainerPath(L"Docs\\a.txt")));
+    ASSERT_EQ(1u, TrackedEdits().size());
+    EXPECT_EQ("edit", Get(L"Docs\\a.txt"));
+    EXPECT_EQ("edit", ContainerContent(ContainerPath(L"Docs\\a.txt")));
+
+    LeaveUnsavedEdit(L"Docs\\a.txt", "another");
+    Delete(L"Docs\\a.txt");
+    EXPECT_TRUE(InDocs().empty());
+    EXPECT_EQ(0u, TrackedEdits().size()) << "it goes with its document";
+}
+
 TEST_F(WhenSavingFails, ALockedContainerStands) {
     const std::wstring container = ContainerPath(L"Docs\\a.txt");
     struct {

@@ -165,7 +165,8 @@ VirtualVolumeStatus VirtualFile::CloseContent() {
         return status;
     if (m_deleted) {
         status = DeleteContainer();
-        VirtualTempFileDispenser::Remove(m_itemFullPath, true, true);
+        const bool isGone = status == VVS_Success;  // an edit that waits for its document goes with it only
+        VirtualTempFileDispenser::Remove(m_itemFullPath, true, isGone);
         if (!m_copy.tempFilePath.empty())
             VirtualTempFileDispenser::DeleteTempFolder(m_copy.tempFilePath);
     } else if (!m_copy.tempFilePath.empty()) {
@@ -189,10 +190,10 @@ VirtualVolumeStatus VirtualFile::MarkForDeletion(bool deleteFile) {
     const wchar_t* const checkText = deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
     const wchar_t* const lockedCheckText =
         deleteFile ? L"DeleteUndeleteFile(m_hLockedFile, true) =>%s, " : L"DeleteUndeleteFile(m_hLockedFile, false) =>%s, ";
-    if (m_encrypted && m_lockedFile.locked)
-        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_lockedFile.hFile.Get(), deleteFile)), lockedCheckText);
     if (!m_encrypted || m_tempFileOpen)
         QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), deleteFile)), checkText);
+    if (m_encrypted && m_lockedFile.locked)
+        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_lockedFile.hFile.Get(), deleteFile)), lockedCheckText);
     return qcLog.Leave(VVS_Success);
 }
 

@@ -53,6 +53,15 @@ VirtualVolumeStatus VirtualFile::MakeSureTempFileOpenIfNeeded(TempContent conten
         else
             VirtualTempFileDispenser::DeleteTempFolder(copy.tempFilePath);
     });
+    // Read-only is how the host wants the document, not what keeps us from its content.
+    const DWORD attributes = retained ? GetFileAttributesW(copy.tempFilePath.c_str()) : INVALID_FILE_ATTRIBUTES;
+    const bool isReadOnly = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY);
+    if (isReadOnly)
+        SetFileAttributesW(copy.tempFilePath.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+    const OnExit putAttributeBack([&] {
+        if (isReadOnly)
+            SetFileAttributesW(copy.tempFilePath.c_str(), attributes);
+    });
     QC_CHECK_STATUS(CreateFileW(copy.tempFilePath, kFullContentAccess, kShareAll, retained ? OPEN_ALWAYS : CREATE_ALWAYS,
                                 FILE_ATTRIBUTE_NORMAL, hFile),
                     L"CreateFileW(tempFilePath, desiredAccess, shareMode, createDisposition, 0x80, hFile) =>%s, ");
