@@ -129,6 +129,17 @@ TEST_F(FollowingTheTrace, LeaveLinesSayHowLongItTookAndWhatCameOfIt) {
     EXPECT_EQ("true", leave("VirtualFindFile::FindFile").message);
 }
 
+TEST_F(FollowingTheTrace, AMoveIsToldWhenItsSourceIsClosed) {
+    WriteRaw(NativePath(L"Plain\\a.txt"), "content");
+    std::vector<std::string> order;
+    for (const TraceLine& line : ParseAll(LinesDuring([&] { EXPECT_OK(volume()->MoveFileW(L"Plain\\a.txt", L"Docs\\b.txt", nullptr)); })))
+        if (line.kind == "LEAVE" && line.function.ends_with("CloseFile"))
+            order.push_back("closed");
+        else if (line.message.starts_with("SUCCESS. existingFilePath[Plain\\a.txt], newFilePath[Docs\\b.txt], keepExistingFile["))
+            order.push_back("told");
+    EXPECT_EQ((std::vector<std::string>{"closed", "told"}), order);
+}
+
 TEST_F(FollowingTheTrace, TheLevelIsAskedSeldomAndObeyed) {
     Put(L"Docs\\a.txt", "first");
     LetTheLevelBeReadAgain();

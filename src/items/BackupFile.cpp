@@ -60,8 +60,9 @@ std::wstring FreeBackupPath(const std::wstring& folderPath, const std::wstring& 
 
 }  // namespace
 
-bool BackupTempFile(const std::wstring& srcFilePath, const std::wstring& zipFilePath, const std::wstring& itemName) {
-    QC_TRACE(L"VirtualFile::BackupTempFile", L"srcFilePath[%s], %s", srcFilePath, zipFilePath);
+bool BackupTempFile(const std::wstring& srcFilePath, const std::wstring& zipFilePath, const std::wstring& itemName,
+                    const std::wstring& description) {
+    QC_TRACE(L"VirtualFile::BackupTempFile", L"srcFilePath[%s], %s", srcFilePath, description);
     std::wstring backupFolderPath;
     bool folderForBackupIsPicked = false;
     {

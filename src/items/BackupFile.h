@@ -4,5 +4,7 @@
 #include <string>
 
 // Asks for a folder, on this thread and until answered, and copies srcFilePath there under itemName's backup name, never
-// over an existing file. zipFilePath is the container that could not be written. False: no folder, or no copy.
-bool BackupTempFile(const std::wstring& srcFilePath, const std::wstring& zipFilePath, const std::wstring& itemName);
+// over an existing file. zipFilePath is the container that could not be written; description, of its item, is for the log.
+// False: no folder, or no copy.
+bool BackupTempFile(const std::wstring& srcFilePath, const std::wstring& zipFilePath, const std::wstring& itemName,
+                    const std::wstring& description);

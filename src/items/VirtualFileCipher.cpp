@@ -180,7 +180,7 @@ VirtualVolumeStatus VirtualFile::EncryptOpenFileUnlocked(const std::wstring& zip
         RememberSavedState();
         return qcLog.Leave(VVS_Success);
     }
-    QC_CHECK(BackupTempFile(srcFilePath, zipFilePath, m_itemName), VVS_GeneralError,
+    QC_CHECK(BackupTempFile(srcFilePath, zipFilePath, m_itemName, DescriptionStr()), VVS_GeneralError,
              L"BackupTempFile(srcFilePath, zipFilePath) =>false%s, ");
     m_modified = false;  // the edit is safe, though not in the container
     return qcLog.Leave(VVS_Success);

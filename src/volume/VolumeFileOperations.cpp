@@ -36,6 +36,14 @@ void CloseItem(const OpenItemPtr& item) {
     item->Close();
 }
 
+// For a log line, while other threads may still be in a call on the item.
+std::wstring KnownFindDataStr(const OpenItemPtr& item) {
+    if (!item)
+        return FormatFindDataStr(nullptr);
+    const std::lock_guard guard(item->CallLock());
+    return FormatFindDataStr(item->KnownFindData());
+}
+
 }  // namespace
 
 VirtualVolumeStatus VirtualVolume::OpenFile(void** hFile, const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
@@ -76,8 +84,7 @@ VirtualVolumeStatus VirtualVolume::OpenFile(void** hFile, const wchar_t* filePat
 void VirtualVolume::CloseFile(void* hFile, VirtFindData*) {
     CatchAll([&] {
         const OpenItemPtr item = OpenItems::Remove(hFile);
-        QC_TRACE_THIS(L"VirtualVolume::CloseFile", L"hFile[0x%p], VirtFindData[%s]", hFile,
-                      FormatFindDataStr(item ? item->KnownFindData() : nullptr));
+        QC_TRACE_THIS(L"VirtualVolume::CloseFile", L"hFile[0x%p], VirtFindData[%s]", hFile, KnownFindDataStr(item));
         CloseItem(item);
         return qcLog.Leave(VVS_Success);
     });
@@ -132,20 +139,22 @@ VirtualVolumeStatus VirtualVolume::MoveOrCopyFile(const wchar_t* existingFilePat
         void* hFile = nullptr;
         QC_CHECK_STATUS(OpenFile(&hFile, existingFilePath, DELETE, kShareAll, OpenFileExisting, nullptr, nullptr),
                         L"OpenFile(&hFile, existingFilePath, desiredAccess, shareMode, OpenFileExisting, existFileLockToken ) =>%s, ");
-        const OnExit closeExisting([&] { CloseFile(hFile, nullptr); });
-        std::wstring fullNewFilePath;
-        QC_CHECK(GetFullFilePath(newFilePath, fullNewFilePath), VVS_MountFolderNotFound,
-                 L"VirtualVolume::GetFullFilePath(newFilePath, fullNewFilePath) =>false%s,  %s", L"newFilePath[%s]", newFilePath);
-        std::wstring fullExistingFilePath;
-        QC_CHECK(GetFullFilePath(existingFilePath, fullExistingFilePath), VVS_MountFolderNotFound,
-                 L"VirtualVolume::GetFullFilePath(existingFilePath, fullExistingFilePath) =>false%s,  %s", L"existingFilePath[%s]",
-                 existingFilePath);
-        const std::wstring newFileLockTokenAlways = LockTokenAlwaysStr(fullNewFilePath, newFileLockToken);
-        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter,
-                                 [&](VirtualItem& item) {
-                                     return item.Move(fullNewFilePath.c_str(), keepExistingFile, newFileLockTokenAlways.c_str());
-                                 }),
-                        L"virtualItemExisting->Move(fullNewFilePath, keepExistingFile, newFileLockTokenAlways) =>%s, ");
+        {
+            const OnExit closeExisting([&] { CloseFile(hFile, nullptr); });
+            std::wstring fullNewFilePath;
+            QC_CHECK(GetFullFilePath(newFilePath, fullNewFilePath), VVS_MountFolderNotFound,
+                     L"VirtualVolume::GetFullFilePath(newFilePath, fullNewFilePath) =>false%s,  %s", L"newFilePath[%s]", newFilePath);
+            std::wstring fullExistingFilePath;
+            QC_CHECK(GetFullFilePath(existingFilePath, fullExistingFilePath), VVS_MountFolderNotFound,
+                     L"VirtualVolume::GetFullFilePath(existingFilePath, fullExistingFilePath) =>false%s,  %s", L"existingFilePath[%s]",
+                     existingFilePath);
+            const std::wstring newFileLockTokenAlways = LockTokenAlwaysStr(fullNewFilePath, newFileLockToken);
+            QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter,
+                                     [&](VirtualItem& item) {
+                                         return item.Move(fullNewFilePath.c_str(), keepExistingFile, newFileLockTokenAlways.c_str());
+                                     }),
+                            L"virtualItemExisting->Move(fullNewFilePath, keepExistingFile, newFileLockTokenAlways) =>%s, ");
+        }
         QC_LOG(L"SUCCESS. existingFilePath[%s], newFilePath[%s], keepExistingFile[%s]", existingFilePath, newFilePath,
                FormatBoolStr(keepExistingFile));
         return qcLog.Leave(VVS_Success);
