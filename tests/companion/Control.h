@@ -24,10 +24,13 @@ std::uint32_t TestCompanion_Calls(const char* name);
 // All calls by any name.
 std::uint32_t TestCompanion_AllCalls();
 std::int32_t TestCompanion_LiveObjects();
-// From now on the nth call (from 1) of name fails, or of any name when null; with repeat, the later ones too. Fault::None ends it.
+// From now on the nth call (from 1) of name fails, or when null of any name but the logger's; with repeat, the later ones too.
+// Fault::None ends it.
 void TestCompanion_FailNth(const char* name, std::uint32_t nth, Fault fault, bool repeat);
 // Has the fault set last been reached?
 bool TestCompanion_FaultWasHit();
+// The name of the call that it hit last; "" when it was not reached.
+const char* TestCompanion_FaultedCall();
 void TestCompanion_SetLevel(std::uint32_t level);
 void TestCompanion_ClearLines();
 void TestCompanion_VisitLines(LineVisitor visit, void* context);

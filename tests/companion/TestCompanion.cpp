@@ -6,6 +6,7 @@
 #include <mutex>
 #include <new>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "companion/Boundary.h"
@@ -29,6 +30,7 @@ struct State {
     Fault fault = Fault::None;
     bool repeat = false;
     bool hit = false;
+    const char* hitName = "";
     std::uint32_t level = LogLevel_Trace;
     std::vector<Line> lines;
     std::string hookName;
@@ -41,6 +43,9 @@ State& TheState() {
     static State& state = *new State;
     return state;
 }
+
+// When it is called depends on the time.
+constexpr const char* kGetLevel = "IFileLogger::GetLevel";
 
 // Counts a call and answers whether, and how, it is to fail; exceptions are thrown here.
 Fault Enter(const char* name) {
@@ -56,11 +61,13 @@ Fault Enter(const char* name) {
             hook = state.hook;
             context = state.hookContext;
         }
-        if (state.fault != Fault::None && (state.failName.empty() || state.failName == name)) {
+        const bool isMeant = state.failName.empty() ? std::string_view(name) != kGetLevel : state.failName == name;
+        if (state.fault != Fault::None && isMeant) {
             if (state.failIn > 0)
                 --state.failIn;
             if (state.failIn == 0 && (!state.hit || state.repeat)) {
                 state.hit = true;
+                state.hitName = name;
                 fault = state.fault;
             }
         }
@@ -218,7 +225,7 @@ public:
         state.lines.push_back({level, GetCurrentThreadId(), text});
     }
     std::uint32_t GetLevel(std::uint32_t) override {
-        Enter("IFileLogger::GetLevel");
+        Enter(kGetLevel);
         return TheState().level;
     }
 };
@@ -326,9 +333,12 @@ void TestCompanion_FailNth(const char* name, std::uint32_t nth, Fault fault, boo
     state.fault = fault;
     state.repeat = repeat;
     state.hit = false;
+    state.hitName = "";
 }
 
 bool TestCompanion_FaultWasHit() { return TheState().hit; }
+
+const char* TestCompanion_FaultedCall() { return TheState().hitName; }
 
 void TestCompanion_SetLevel(std::uint32_t level) { TheState().level = level; }
 
