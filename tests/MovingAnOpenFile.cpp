@@ -265,6 +265,53 @@ TEST_F(MovingAnOpenFile, ASourceThatChangesMeanwhileIsNotDeleted) {
     }
 }
 
+// Somebody stores a file at the destination while the move decrypts or encrypts, taking care to replace nothing: of the two,
+// one is told that the other was there first.
+TEST_F(MovingAnOpenFile, ADestinationThatComesUpMeanwhileIsNotReplaced) {
+    struct Newcomer {
+        std::wstring path;
+        std::string bytes;
+        bool isStored;
+    };
+    const struct {
+        const wchar_t* from;
+        const wchar_t* to;
+        const char* during;
+    } rows[] = {
+        {L"Docs\\a.txt", L"Plain\\c.txt", "Quelcrypt_FileReaderFactory"}, {L"Docs\\a.txt", L"Docs\\c.txt", "Quelcrypt_FileReaderFactory"},
+        {L"Docs\\a.txt", L"Other\\c.txt", "Quelcrypt_FileReaderFactory"}, {L"Docs\\a.txt", L"Docs\\c.txt", "IFileWriter::Finish"},
+        {L"Docs\\a.txt", L"Other\\c.txt", "IFileWriter::Finish"},         {L"Plain\\a.txt", L"Docs\\c.txt", "IFileWriter::Finish"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(Narrow(row.from) + " to " + Narrow(row.to) + " during " + row.during);
+        const bool toPlain = row.to[0] == L'P';
+        MakeEncrypted(row.to, "theirs");
+        Newcomer theirs{toPlain ? NativePath(row.to) : ContainerPath(row.to), toPlain ? "theirs" : ReadRaw(ContainerPath(row.to)), false};
+        std::filesystem::remove(ContainerPath(row.to));
+        row.from[0] == L'P' ? MakePlain(row.from, "mine") : MakeEncrypted(row.from, "mine");
+        TestCompanion_SetHook(
+            row.during,
+            [](void* context) {
+                auto* const todo = static_cast<Newcomer*>(context);
+                const HANDLE hFile = CreateFileW(todo->path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr);
+                if (hFile == INVALID_HANDLE_VALUE)
+                    return;
+                DWORD written = 0;
+                todo->isStored = ::WriteFile(hFile, todo->bytes.data(), static_cast<DWORD>(todo->bytes.size()), &written, nullptr) != FALSE;
+                CloseHandle(hFile);
+            },
+            &theirs);
+        const VirtualVolumeStatus status = Move(row.from, row.to);
+        TestCompanion_SetHook(nullptr, nullptr, nullptr);
+        EXPECT_EQ(theirs.isStored ? VVS_PathAlreadyExists : VVS_Success, status);
+        EXPECT_EQ(theirs.isStored ? "theirs" : "mine", Get(row.to));
+        EXPECT_EQ(theirs.isStored ? "mine" : "<VVS_FileNotFound>", Get(row.from));
+        for (const wchar_t* mount : {L"Docs", L"Other", L"Plain"})
+            for (const std::wstring& file : FilesBelow(NativePath(mount)))
+                std::filesystem::remove(file);
+    }
+}
+
 // "a.txt" is there plain and as a container, which shows as "a.HvcConflicted" and opens as "a.txt.zip".
 TEST_F(MovingAnOpenFile, AConflictCopyIsAFileOfItsOwn) {
     const auto makeBoth = [&](const std::wstring& folder) {

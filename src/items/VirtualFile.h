@@ -85,6 +85,7 @@ private:
         bool sameFile;              // another spelling of the source's own path
         LockedFile newFile;         // the destination, when it is held under a lock
         std::wstring replacedPath;  // what is replaced but stored in the other form: to be deleted at the end
+        bool MayReplace() const { return renameSrcFile || keepSrcFile; }
     };
     VirtualVolumeStatus MoveInternal(const wchar_t* newFilePath, bool renameSrcFile, bool keepSrcFile, const wchar_t* newFileLockToken);
     VirtualVolumeStatus CheckDestination(MoveRequest& request, bool destEncrypted) const;

@@ -35,6 +35,13 @@ VirtualVolumeStatus CheckDeletable(const std::wstring& path) {
     return VirtualItem::CreateFileW(path, DELETE, kShareAll, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
 }
 
+void DeleteIfEmpty(const std::wstring& path) {
+    const LastErrorKeeper keeper;
+    const std::optional<FileStamp> stamp = ReadFileStamp(path);
+    if (stamp && stamp->size == 0)
+        DeleteFileW(path.c_str());
+}
+
 // Copies the content and the times of an open file into a new file.
 VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path) {
     QC_TRACE(L"CopyToNewFile", L"destFilePath[%s]", path);
@@ -50,11 +57,11 @@ VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path) {
 }
 
 // Puts a copy of an open file at filePath, in one step.
-VirtualVolumeStatus PutCopyInPlace(HANDLE hSource, const std::wstring& filePath) {
+VirtualVolumeStatus PutCopyInPlace(HANDLE hSource, const std::wstring& filePath, bool mayReplace) {
     const std::wstring sidePath = SidePathStr(filePath);
     const OnExit removeUnfinished([&] { DeleteFileW(sidePath.c_str()); });  // when it is in place, there is none
     const VirtualVolumeStatus status = CopyToNewFile(hSource, sidePath);
-    return status == VVS_Success ? StatusOfCall(PutInPlace(sidePath, filePath)) : status;
+    return status == VVS_Success ? StatusOfCall(PutInPlace(sidePath, filePath, !mayReplace)) : status;
 }
 
 }  // namespace
@@ -138,8 +145,7 @@ VirtualVolumeStatus VirtualFile::CheckDestination(MoveRequest& request, bool des
     const bool plainIsThere = PathExists(newPath) && (m_encrypted || !EqualNoCase(newPath, sourcePath));
     const bool zipIsThere = PathExists(newZipPath) && !EqualNoCase(newZipPath, sourcePath);
     const bool containerIsThere = zipIsThere && (request.newFile.locked || TypeOf(newZipPath) == VIT_EncryptedFile);
-    const bool isMove = !request.renameSrcFile && !request.keepSrcFile;
-    if (isMove && (plainIsThere || containerIsThere) && !request.newFile.locked)
+    if (!request.MayReplace() && (plainIsThere || containerIsThere) && !request.newFile.locked)
         return VVS_PathAlreadyExists;
     if (destEncrypted) {
         if (zipIsThere && (PathExists(newPath) || !containerIsThere))
@@ -197,7 +203,8 @@ VirtualVolumeStatus VirtualFile::MoveFromPlainToPlainUnlocked(MoveRequest& reque
     QC_CHECK_STATUS(OpenSourceForReading(hSecond, hSource), L"OpenSourceForReading(hSource) =>%s, ");
     {
         const ContentGuard guard(*this);
-        QC_CHECK_STATUS(PutCopyInPlace(hSource, request.newFilePath), L"PutCopyInPlace(hSource, newFilePath) =>%s, ");
+        QC_CHECK_STATUS(PutCopyInPlace(hSource, request.newFilePath, request.MayReplace()),
+                        L"PutCopyInPlace(hSource, newFilePath) =>%s, ");
     }
     if (request.keepSrcFile)
         return qcLog.Leave(VVS_Success);
@@ -250,7 +257,8 @@ VirtualVolumeStatus VirtualFile::MoveFromHalvaneToPlain(MoveRequest& request) {
         QC_CHECK(file_content::CopyIntoLockedFile(m_hFile.Get(), request.newFile), StatusFromLastError(),
                  L"CopyFileW(m_hFile, hNewFile) =>false%s, ");
     else
-        QC_CHECK_STATUS(PutCopyInPlace(m_hFile.Get(), request.newFilePath), L"CopyFileW(m_hFile, hNewFile) =>%s, ");
+        QC_CHECK_STATUS(PutCopyInPlace(m_hFile.Get(), request.newFilePath, request.MayReplace()),
+                        L"CopyFileW(m_hFile, hNewFile) =>%s, ");
     if (request.keepSrcFile)
         return qcLog.Leave(VVS_Success);
     QC_CHECK_STATUS(DeleteOldContainer(), L"DeleteOldContainer() =>%s, ");
@@ -282,12 +290,27 @@ void VirtualFile::BecomePlain(MoveRequest& request) {
         CreteFileWithReadOnlyFallback(m_itemFullPath, kFullContentAccess, kShareAll, OPEN_EXISTING, m_grantedAccess, m_hFile);
 }
 
+// A move replaces nothing, also not what comes up at its destination meanwhile: an empty file, which the writer replaces,
+// holds the place.
 VirtualVolumeStatus VirtualFile::EncryptTo(const MoveRequest& request, const std::wstring& srcFilePath, HANDLE hSource) {
+    QC_TRACE_THIS(L"VirtualFile::EncryptTo");
     const std::wstring newZipFilePath = PathAddExtensionStr(request.newFilePath, kContainerExtension);
     const std::wstring virtualFileSpec = PathStripPathStr(request.newFilePath);
     const LockedFile& dest = request.sameFile ? m_lockedFile : request.newFile;  // by letter case alone, it is the same file
-    return dest.locked ? EncryptOpenFileLocked(newZipFilePath, virtualFileSpec, srcFilePath, hSource, dest)
-                       : EncryptOpenFileInternal(newZipFilePath, virtualFileSpec, srcFilePath, hSource);
+    if (dest.locked)
+        return qcLog.Leave(EncryptOpenFileLocked(newZipFilePath, virtualFileSpec, srcFilePath, hSource, dest));
+    bool isHeld = false;
+    if (!request.MayReplace() && !request.sameFile) {
+        UniqueHandle hHeld;
+        const VirtualVolumeStatus held = CreateFileW(newZipFilePath, GENERIC_WRITE, kShareAll, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hHeld);
+        QC_CHECK_STATUS(held == VSS_FileExists ? VVS_PathAlreadyExists : held,
+                        L"CreateFileW(newZipFilePath, (0x40000000L), 0x00000007, 1, 0x80, hHeld) =>%s, ");
+        isHeld = true;
+    }
+    const VirtualVolumeStatus status = EncryptOpenFileInternal(newZipFilePath, virtualFileSpec, srcFilePath, hSource);
+    if (isHeld && status != VVS_Success)
+        DeleteIfEmpty(newZipFilePath);
+    return qcLog.Leave(status);
 }
 
 VirtualVolumeStatus VirtualFile::MoveFromPlainToHalvane(MoveRequest& request) {
