@@ -15,9 +15,11 @@ consteval const wchar_t* BaseName(const wchar_t* path) {
 }
 }  // namespace trace_detail
 
-#define QC_TRACE_OBJECT(object, functionName, ...)                                                       \
-    QuelcryptVolLog qcLog(object, functionName, trace_detail::BaseName(L"" __FILE__), __LINE__);         \
-    if (qcLog.IsEnabled(LogLevel_Trace))                                                                 \
+// The source file that lines name. A class whose source is spread over several files names one for all of them.
+#define QC_TRACE_FILE trace_detail::BaseName(L"" __FILE__)
+#define QC_TRACE_OBJECT(object, functionName, ...)                       \
+    QuelcryptVolLog qcLog(object, functionName, QC_TRACE_FILE, __LINE__); \
+    if (qcLog.IsEnabled(LogLevel_Trace))                                 \
         qcLog.Enter([&] { return FormatStr(__VA_ARGS__); })
 // functionName is the qualified one, L"Class::Function"; then the format and arguments of the ENTER line's message.
 #define QC_TRACE(functionName, ...) QC_TRACE_OBJECT(nullptr, functionName, __VA_ARGS__)

@@ -8,7 +8,7 @@
 
 // The status of the exception being handled, logged; outOfMemory is the slot's own answer to a failed allocation.
 inline VirtualVolumeStatus StatusOfCaught(VirtualVolumeStatus outOfMemory) noexcept {
-    QuelcryptVolLog qcLog(nullptr, L"VirtualVolume::StatusOfCaught", L"CatchAll.h", __LINE__);
+    QuelcryptVolLog qcLog(nullptr, L"VirtualVolume::StatusOfCaught", L"VirtualVolumeImpl.cpp", __LINE__);
     VirtualVolumeStatus errorStatus = VVS_QuelcryptException;
     try {
         try {

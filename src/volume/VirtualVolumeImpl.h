@@ -5,8 +5,12 @@
 
 #include <string>
 
+#include "diagnostics/Trace.h"
 #include "namespace/VirtualMountFolder.h"
 #include "quelcrypt/IVirtualVolume.h"
+
+#undef QC_TRACE_FILE
+#define QC_TRACE_FILE L"VirtualVolumeImpl.cpp"
 
 class VirtualVolume final : public IVirtualVolume {
 public:
