@@ -294,6 +294,7 @@ TEST_F(FollowingTheTrace, NamesAndMissingArgumentsAreShownAsTheyAre) {
     EXPECT_TRUE(HasLine(lines, L"Name:100%s%n%d.txt, Virtual:VIT_EncryptedFile, Size:5, Attr:FILE_ATTRIBUTE_ARCHIVE(0x20), Create:"));
     EXPECT_TRUE(HasLine(lines, L"=>false,  filePath[Nowhere\\%s%n]\n"));
     EXPECT_TRUE(HasLine(lines, L"lockToken[<NULL>]"));
+    EXPECT_TRUE(HasLine(lines, L"ENTER VirtualMountFolder::ParseFilePath path[Nowhere\\%s%n]\n"));
 
     const auto nulls = LinesDuring([&] {
         char data[1];

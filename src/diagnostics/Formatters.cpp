@@ -1,5 +1,6 @@
 #include "diagnostics/Formatters.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdarg>
 #include <ctime>
@@ -89,6 +90,9 @@ const wchar_t* FindName(std::span<const NamedValue> table, std::uint32_t value, 
     return otherwise;
 }
 
+// C libraries of the platform may refuse later ones, and a file may claim any time.
+constexpr int kLatestYear = 9999;
+
 std::uint64_t AsNumber(const FILETIME& time) {
     return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
 }
@@ -155,7 +159,7 @@ std::wstring FormatGuidStr(const GUID& guid) {
 std::wstring FormatTimeStr(const SYSTEMTIME& time, const wchar_t* layout) {
     std::tm parts{};
     if (time.wYear >= 1900) {
-        parts.tm_year = time.wYear - 1900;
+        parts.tm_year = std::min<int>(time.wYear, kLatestYear) - 1900;
         parts.tm_mon = time.wMonth - 1;
         parts.tm_mday = time.wDay;
         parts.tm_hour = time.wHour;

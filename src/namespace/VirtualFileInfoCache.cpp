@@ -68,7 +68,7 @@ bool VirtualFileInfoCache::Find(const std::wstring& containerFilePath, const WIN
 
 void VirtualFileInfoCache::Add(const std::wstring& containerFilePath, const WIN32_FIND_DATAW& rawFindData,
                                const VirtFindData& virtFindData, std::uint64_t folderWriteTime) {
-    QC_TRACE(L"VirtualFileInfoCache::Add");
+    QC_TRACE(L"VirtualFileInfoCache::Add", L"containerFilePath[%s]", containerFilePath);
     CacheState& state = State();
     const std::lock_guard guard(state.section);
     Remove(containerFilePath);

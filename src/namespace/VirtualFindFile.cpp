@@ -42,7 +42,7 @@ bool ShouldEnumerateFindData(const WIN32_FIND_DATAW& raw) {
         return false;
     if (!IsReservedName(name))
         return true;
-    QC_TRACE(L"ShouldEnumerateFindData");
+    QC_TRACE(L"ShouldEnumerateFindData", L"fileName[%s]", raw.cFileName);
     QC_LOG(L"fileName[%s] is Reserved and will be Skipped in current enumeration", raw.cFileName);
     return false;
 }
@@ -72,7 +72,7 @@ bool PlainNameExists(const FolderView& view, const std::wstring& plainPath, cons
 // True: the stored name is the one to show. False: name is the conflict name. Throws for a container without a stem.
 bool GetVirtualFileNameWithConflictResolved(const FolderView& view, const std::wstring& containerFilePath, std::wstring& name,
                                             const wchar_t* storedName) {
-    QC_TRACE(L"GetVirtualFileNameWithConflictResolved");
+    QC_TRACE(L"GetVirtualFileNameWithConflictResolved", L"containerFilePath[%s], storedName[%s]", containerFilePath, storedName);
     name = storedName;
     const std::wstring plainPath = PathRemoveExtensionStr(containerFilePath);
     const std::wstring stem = PathStripPathStr(plainPath);
@@ -94,7 +94,8 @@ struct ContainerInfo {
 };
 
 // A library that throws has failed; the container then shows as a plain file, which hides nothing.
-bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw, ContainerInfo& info) {
+bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw,
+                        ContainerInfo& info) {
     bool succeeded = false;
     try {
         const std::string path = Utf8EncodeStr(containerFilePath.c_str(), static_cast<DWORD>(containerFilePath.size()));
@@ -110,7 +111,7 @@ bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePa
 
 VirtualItemType GetHalvaneFileData(const FolderView& view, bool containerFlag, const std::wstring& containerFilePath,
                                    WIN32_FIND_DATAW& raw) {
-    QC_TRACE(L"GetHalvaneFileData");
+    QC_TRACE(L"GetHalvaneFileData", L"containerFlag[%s], containerFilePath[%s]", FormatBoolStr(containerFlag), containerFilePath);
     ContainerInfo info;
     if (!containerFlag || !GetFileInformation(qcLog, containerFilePath, raw, info))
         return VIT_PlainFile;
@@ -138,7 +139,8 @@ bool FindKnownContainer(const FolderView& view, const std::wstring& containerFil
 }
 
 void BuildVirtFindData(const FolderView& view, bool containerFlag, const WIN32_FIND_DATAW& rawOnDisk, VirtFindData* virtFindData) {
-    QC_TRACE(L"BuildVirtFindData");
+    QC_TRACE(L"BuildVirtFindData", L"folderPath[%s], containerFlag[%s], fileName[%s]", view.folderPath,
+             FormatBoolStr(containerFlag), rawOnDisk.cFileName);
     const std::wstring containerFilePath = PathAppendStr(view.folderPath, rawOnDisk.cFileName);
     if (containerFlag && FindKnownContainer(view, containerFilePath, rawOnDisk, virtFindData))
         return;

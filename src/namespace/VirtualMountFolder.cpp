@@ -164,7 +164,7 @@ void VirtFindMountFolderHandleDeleter::operator()(VirtFindMountFolderHandle* han
 }
 
 void VirtualMountFolder::LoadFolders(bool force) {
-    QC_TRACE(L"VirtualMountFolder::LoadFolders");
+    QC_TRACE(L"VirtualMountFolder::LoadFolders", L"force[%s]", FormatBoolStr(force));
     MountFolderState& state = State();
     if (state.loaded && !force)
         return;
@@ -179,7 +179,7 @@ void VirtualMountFolder::LoadFolders(bool force) {
 }
 
 bool VirtualMountFolder::IsValidVirtualVolumePath(const wchar_t* path) {
-    QC_TRACE(L"VirtualMountFolder::IsValidVirtualVolumePath");
+    QC_TRACE(L"VirtualMountFolder::IsValidVirtualVolumePath", L"path[%s]", path);
     if (path && *path && !std::wcschr(path, L':') && path[0] != L'\\' && path[1] != L'\\')
         return qcLog.Leave(true);
     QC_LOG(L"File path[%s] is not valid virtual volume path", path);
@@ -187,7 +187,7 @@ bool VirtualMountFolder::IsValidVirtualVolumePath(const wchar_t* path) {
 }
 
 bool VirtualMountFolder::ParseFilePath(const wchar_t* path, std::wstring& mountFolderPart, std::wstring& relativePath) {
-    QC_TRACE(L"VirtualMountFolder::ParseFilePath");
+    QC_TRACE(L"VirtualMountFolder::ParseFilePath", L"path[%s]", path);
     relativePath.clear();
     QC_CHECK(path != nullptr, false, L"mountFolderPartBuf != 0 =>false%s, ");
     const wchar_t* const separator = std::wcschr(path, L'\\');
@@ -276,14 +276,16 @@ VirtFindMountFolderHandle* VirtualMountFolder::FindFirstFolder(const wchar_t* fo
 }
 
 bool VirtualMountFolder::FindNextFolder(VirtFindMountFolderHandle& handle, VirtMountInfo* virtMountInfo) {
-    QC_TRACE(L"VirtualMountFolder::FindNextFolder");
+    QC_TRACE(L"VirtualMountFolder::FindNextFolder", L"folderSearchSpec[%s], nextName[%s]", handle.folderSearchSpec,
+             handle.nextName);
     return qcLog.Leave(MatchNext(handle, [&](const MountFolderInfo& folder) {
         return GetMatchedMountFolderVirtMountInfo(handle.folderSearchSpec.c_str(), folder, virtMountInfo);
     }));
 }
 
 bool VirtualMountFolder::FindNextFolder(VirtFindMountFolderHandle& handle, VirtFindData* virtFindData) {
-    QC_TRACE(L"VirtualMountFolder::FindNextFolder");
+    QC_TRACE(L"VirtualMountFolder::FindNextFolder", L"folderSearchSpec[%s], nextName[%s]", handle.folderSearchSpec,
+             handle.nextName);
     return qcLog.Leave(MatchNext(handle, [&](const MountFolderInfo& folder) {
         return GetMatchedMountFolderVirtFindData(handle.folderSearchSpec.c_str(), folder, virtFindData);
     }));
@@ -291,7 +293,8 @@ bool VirtualMountFolder::FindNextFolder(VirtFindMountFolderHandle& handle, VirtF
 
 bool VirtualMountFolder::GetMatchedMountFolderVirtMountInfo(const wchar_t* searchSpec, const MountFolderInfo& mountFolderInfo,
                                                             VirtMountInfo* virtMountInfo) {
-    QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtMountInfo");
+    QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtMountInfo", L"searchSpec[%s], name[%s]", searchSpec,
+             mountFolderInfo.name);
     if (!MatchesSpec(qcLog, searchSpec, mountFolderInfo))
         return qcLog.Leave(false);
     // A name may have up to twice the units that the record holds and is then cut; a path is never cut.
@@ -307,7 +310,8 @@ bool VirtualMountFolder::GetMatchedMountFolderVirtMountInfo(const wchar_t* searc
 
 bool VirtualMountFolder::GetMatchedMountFolderVirtFindData(const wchar_t* searchSpec, const MountFolderInfo& mountFolderInfo,
                                                            VirtFindData* virtFindData) {
-    QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtFindData");
+    QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtFindData", L"searchSpec[%s], name[%s]", searchSpec,
+             mountFolderInfo.name);
     if (searchSpec && *searchSpec && !MatchesSpec(qcLog, searchSpec, mountFolderInfo))
         return qcLog.Leave(false);
     QC_CHECK(VirtualFindFile::FindFile(mountFolderInfo.path.c_str(), virtFindData), false,

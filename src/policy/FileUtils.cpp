@@ -67,7 +67,7 @@ VirtualVolumeStatus StatusFromWin32(Win32Error error) {
 }
 
 Win32Error ZwSetInformationFile(HANDLE hFile, const void* info, ULONG length, int fileInformationClass) {
-    QC_TRACE(L"ZwSetInformationFile");
+    QC_TRACE(L"ZwSetInformationFile", L"hFile[0x%p], fileInformationClass[%d]", hFile, fileInformationClass);
     static const auto s_func = NtdllFunction<ZwSetInformationFileFunc>("ZwSetInformationFile");
     static const auto s_toDosError = NtdllFunction<RtlNtStatusToDosErrorFunc>("RtlNtStatusToDosError");
     QC_CHECK(s_func != nullptr && s_toDosError != nullptr, static_cast<Win32Error>(ERROR_PROC_NOT_FOUND), L"s_func != 0 =>false%s,  %s",
@@ -85,7 +85,7 @@ Win32Error ZwSetInformationFile(HANDLE hFile, const void* info, ULONG length, in
 }
 
 Win32Error DeleteUndeleteFile(HANDLE hFile, bool deleteFile) {
-    QC_TRACE(L"DeleteUndeleteFile");
+    QC_TRACE(L"DeleteUndeleteFile", L"hFile[0x%p], deleteFile[%s]", hFile, FormatBoolStr(deleteFile));
     const BOOLEAN fileDispositionInfo = deleteFile;
     const Win32Error error =
         ZwSetInformationFile(hFile, &fileDispositionInfo, sizeof(fileDispositionInfo), kFileDispositionInformation);
@@ -97,7 +97,7 @@ Win32Error DeleteUndeleteFile(HANDLE hFile, bool deleteFile) {
 }
 
 FilePointer::FilePointer(HANDLE hFile, std::int64_t newPosition) : m_hFile(hFile) {
-    QC_TRACE_THIS(L"FilePointer::FilePointer");
+    QC_TRACE_THIS(L"FilePointer::FilePointer", L"hFile[0x%p], newPosition[%I64d]", hFile, newPosition);
     LARGE_INTEGER origPos{};
     if (!SetFilePointerEx(hFile, LARGE_INTEGER{}, &origPos, FILE_CURRENT)) {
         QC_LOG_AT(LogLevel_Error, L"Cannot get current position. Eror[%d]", GetLastError());
@@ -118,7 +118,7 @@ void FilePointer::Restore() {
         return;
     m_pointerWasSet = false;
     const LastErrorKeeper keeper;
-    QC_TRACE_THIS(L"FilePointer::Restore");
+    QC_TRACE_THIS(L"FilePointer::Restore", L"m_origPos[%I64d]", m_origPos);
     LARGE_INTEGER origPos{};
     origPos.QuadPart = m_origPos;
     if (!SetFilePointerEx(m_hFile, origPos, nullptr, FILE_BEGIN))

@@ -170,7 +170,7 @@ bool IsReservedName(std::wstring_view fileName) {
 }
 
 bool ShouldFileBeEncrypted(const std::wstring& filePath, bool* isKnown) {
-    QC_TRACE(L"ShouldFileBeEncrypted");
+    QC_TRACE(L"ShouldFileBeEncrypted", L"filePath[%s]", filePath);
     const std::wstring fileSpec = PathStripPathStr(filePath);
     if (IsReservedName(fileSpec)) {
         QC_LOG(L"fileSpec[%s] Name is Reserved", fileSpec);
@@ -190,13 +190,13 @@ bool ShouldFileBeEncrypted(const std::wstring& filePath, bool* isKnown) {
 }
 
 bool DoesFolderHavePolicy(const std::wstring& folderPath, bool* isKnown) {
-    QC_TRACE(L"DoesFolderHavePolicy");
+    QC_TRACE(L"DoesFolderHavePolicy", L"folderPath[%s]", folderPath);
     return qcLog.Leave(WithBoxConfig<bool>(
         qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) { return HasPolicy(qcLog, folderPath, config); }));
 }
 
 std::wstring GetOwnerId(const std::wstring& folderPath, bool* isKnown) {
-    QC_TRACE(L"GetOwnerId");
+    QC_TRACE(L"GetOwnerId", L"folderPath[%s]", folderPath);
     return WithBoxConfig<std::wstring>(qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) {
         std::wstring ownerId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetOwnerId));
         if (!ownerId.empty())
@@ -206,7 +206,7 @@ std::wstring GetOwnerId(const std::wstring& folderPath, bool* isKnown) {
 }
 
 std::wstring GetFolderTargetKeyId(const std::wstring& folderPath, bool* isKnown) {
-    QC_TRACE(L"GetFolderTargetKeyId");
+    QC_TRACE(L"GetFolderTargetKeyId", L"folderPath[%s]", folderPath);
     return WithBoxConfig<std::wstring>(qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) {
         if (!HasPolicy(qcLog, folderPath, config))
             return std::wstring();
