@@ -43,6 +43,32 @@ TEST_F(BadInput, PathsThatAreNoneGetAStatus) {
     EXPECT_EQ(VVS_MountFolderNotFound, volume()->Lock(L"Nowhere\\a", &lockInfo));
 }
 
+// A container is made at the close, where nobody can be told: what cannot be made is refused when it is opened.
+TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
+    const std::vector<std::wstring> before = FilesBelow(root());
+    const struct {
+        std::wstring path;
+        VirtualVolumeStatus status;
+    } rows[] = {
+        {L"Docs\\no folder\\a.txt", VVS_PathNotFound},
+        {L"Docs\\" + std::wstring(248, L'n') + L".txt", VVS_InvalidParameter},  // its container has 256 units
+        {kOverLong + L".txt", VVS_InvalidParameter},
+        {L"Docs\\NUL.txt", VVS_MountFolderNotFound},
+        {L"Docs\\com1", VVS_MountFolderNotFound},
+        {L"Plain\\AUX.log", VVS_MountFolderNotFound},
+    };
+    for (const auto& row : rows)
+        for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_ALWAYS}) {
+            void* hFile = nullptr;
+            EXPECT_EQ(row.status, Open(&hFile, row.path, kReadWrite, disposition)) << Narrow(row.path.substr(0, 40));
+            EXPECT_EQ(nullptr, hFile);
+        }
+    EXPECT_EQ(before, FilesBelow(root()));
+    const std::wstring longest = L"Docs\\" + std::wstring(247, L'n') + L".txt";
+    Put(longest, "content");
+    EXPECT_EQ("content", Get(longest));
+}
+
 TEST_F(BadInput, DestinationsThatAreNoneLeaveTheSourceWhole) {
     Put(L"Docs\\a.txt", "content");
     Put(L"Plain\\p", "content");

@@ -27,6 +27,14 @@ bool IsDeviceName(std::wstring_view name) {
     return numbered && std::wstring_view(L"0123456789\u00b9\u00b2\u00b3").find(base[3]) != std::wstring_view::npos;
 }
 
+// Names that the volume keeps for itself in every folder: it never lists them, stores them in clear, and may need their place.
+bool IsReservedName(std::wstring_view name) {
+    for (const wchar_t* reserved : {L".HalvaneBox", L".HalvaneCloud", L"policy.hvc", L"- HalvaneCloud Readme -.htm"})
+        if (EqualNoCase(name, reserved))
+            return true;
+    return false;
+}
+
 const char* PathProblem(std::wstring_view text) {
     if (!text.empty() && IsSeparator(text[0]))
         return "an absolute path; a path of the volume begins with a mount folder, as in Docs/a.txt";
@@ -57,6 +65,8 @@ const char* VolumePath::ComponentProblem(std::wstring_view name, Wildcards wildc
         return "a name may not end in a dot or a blank";
     if (IsDeviceName(name))
         return "the name of a device";
+    if (IsReservedName(name))
+        return "a name that the volume keeps for itself";
     if (name.size() > c_maxName)
         return "a name is too long";
     return nullptr;

@@ -12,8 +12,9 @@ public:
     // The root.
     VolumePath() = default;
     // '/' and '\' both separate; doubled ones, one at the end and "." fall away. Throws UsageError, naming the path and the
-    // reason, for an absolute path, "..", a drive, a stream ("a:b"), a device name, a character that no name may have, a
-    // name that ends in a dot or blank (the platform would drop it and mean another file) and for what is too long.
+    // reason, for an absolute path, "..", a drive, a stream ("a:b"), a device name, a name that the volume keeps for
+    // itself, a character that no name may have, a name that ends in a dot or blank (the platform would drop it and mean
+    // another file) and for what is too long.
     static VolumePath Parse(std::wstring_view text, Wildcards wildcards = Wildcards::Refused);
     // Why name cannot stand between separators; null when it can.
     static const char* ComponentProblem(std::wstring_view name, Wildcards wildcards = Wildcards::Refused);

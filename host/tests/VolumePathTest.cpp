@@ -17,6 +17,7 @@ TEST(APathFromTheUser, IsRefusedWhenItCouldMeanSomethingElse) {
         L"Docs/a.txt:stream", L"Docs/a.txt::$DATA", L"Docs:x",
         L"NUL", L"Docs/nul", L"Docs/NUL.txt", L"Docs/nul .txt", L"Docs/Con/a.txt", L"Docs/com1", L"Docs/LPT9.log", L"Docs/COM\u00b2",
         L"Docs/CONIN$", L"Docs/aux.tar.gz",
+        L"Docs/policy.hvc", L"Docs/Sub/.HALVANECLOUD", L"Docs/.halvanebox/a.txt", L"Docs/- HalvaneCloud Readme -.htm",
         L"Docs/a.", L"Docs/a ", L"Docs/a./b", L"Docs/ ", L"Docs/a<b", L"Docs/a>b", L"Docs/a\"b", L"Docs/a|b", L"Docs/a\tb",
         std::wstring(L"Docs/a\0b", 8), L"Docs/*", L"Docs/a?", L"D*/a.txt",
         L"Docs/" + longName, longPath,

@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr std::size_t kLongestName = 255;  // UTF-16 units that the file system stores, without the terminator
+
 bool CreatesFiles(std::uint32_t openDisposition) {
     return openDisposition == CREATE_NEW || openDisposition == CREATE_ALWAYS || openDisposition == OPEN_ALWAYS;
 }
@@ -41,8 +43,14 @@ VirtualVolumeStatus VirtualFile::OpenHalvaneFile(const std::wstring& filePath, s
     QC_CHECK(PathStripPathStr(filePath).find_first_of(L"*?<>|\":") == std::wstring::npos, VVS_InvalidParameter,
              L"PathStripPathStr(filePath).find_first_of(L\"*?<>|\\\":\") == std::wstring::npos =>false%s, ");
     // Not this file's container, then, but another file that saving would overwrite: a conflict copy, an ordinary ZIP file.
-    if (!exists && CreatesFiles(openDisposition))
+    if (!exists && CreatesFiles(openDisposition)) {
         QC_CHECK(!PathExists(containerPath), VVS_PathAlreadyExists, L"!PathExists(containerPath) =>false%s, ");
+        // The container is made at the close only, which would be too late to find out that it cannot be.
+        QC_CHECK(PathStripPathStr(containerPath).size() <= kLongestName, VVS_InvalidParameter,
+                 L"PathStripPathStr(containerPath).size() <= kLongestName =>false%s, ");
+        QC_CHECK(IsExistingFolder(PathRemoveFileSpecStr(filePath)), VVS_PathNotFound,
+                 L"IsExistingFolder(PathRemoveFileSpecStr(filePath)) =>false%s, ");
+    }
     if (!CreatesFiles(openDisposition))
         QC_CHECK(IsExistingFile(containerPath) || VirtualTempFileDispenser::HoldsUnsavedEdit(filePath), VVS_FileNotFound,
                  L"IsExistingFile(containerPath) =>false%s, ");

@@ -101,5 +101,6 @@ std::wstring PathAppendStr(std::wstring_view folder, std::wstring_view name);
 bool IsPathBelow(std::wstring_view path, std::wstring_view folder);
 
 // Joins a mount folder's path and a path relative to it, resolving "." and ".." without asking the disk and trimming the
-// trailing dots and blanks of each component, as the platform would. Nothing when the path climbs above the folder.
+// trailing dots and blanks of each component, as the platform would. Nothing when the path leads out of the folder: above it,
+// or to a device ("NUL", "COM1.txt").
 std::optional<std::wstring> PathJoinBelow(std::wstring_view folder, std::wstring_view relativePath);

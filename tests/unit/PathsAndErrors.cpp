@@ -78,6 +78,11 @@ TEST(PathsAndErrors, JoiningNeverLeavesTheFolder) {
         {L"C:\\m", L".. \\b", L"C:\\m\\b"},
         {L"C:\\m", L".a\\..b", L"C:\\m\\.a\\..b"},
         {L"C:\\m", L" a", L"C:\\m\\ a"},
+        {L"C:\\m", L"NUL", std::nullopt},
+        {L"C:\\m", L"a\\com1 .tar.gz", std::nullopt},
+        {L"C:\\m", L"Aux. .\\b", std::nullopt},
+        {L"C:\\m", L"LPT\u00b2.txt", std::nullopt},
+        {L"C:\\m", L"com10\\console.txt\\nullify", L"C:\\m\\com10\\console.txt\\nullify"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(row.joined, PathJoinBelow(row.folder, row.relative)) << ::testing::PrintToString(row.relative);
