@@ -24,6 +24,7 @@ Examples:
   quelvol cp -r Docs/2024 Docs/Archive     copy a folder
   quelvol lock Docs/a.txt -- quelvol put new.txt Docs/a.txt
                                            hold a file while it is replaced
+  quelvol recover                          edits that a crash left behind
 
 Exit codes:
   0 done, 1 failed, 2 wrong use, 3 the volume did not load, 130 interrupted;
@@ -76,7 +77,7 @@ int RunCommandLine(std::vector<std::string> arguments, Session& session) {
     app.parse_complete_callback([&] { ApplyGlobalOptions(config, trace, session); });
 
     for (const auto add : {AddLs, AddStat, AddGet, AddPut, AddRm, AddMounts, AddMkdir, AddMv, AddCp, AddLock, AddUnlock, AddLocks,
-                           AddServe})
+                           AddServe, AddRecover, AddClean})
         add(app, session);
 
     session.exitCode = Exit_Success;

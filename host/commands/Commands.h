@@ -42,6 +42,8 @@ void AddLock(CLI::App& app, Session& session);
 void AddUnlock(CLI::App& app, Session& session);
 void AddLocks(CLI::App& app, Session& session);
 void AddServe(CLI::App& app, Session& session);
+void AddRecover(CLI::App& app, Session& session);
+void AddClean(CLI::App& app, Session& session);
 
 // Parse for arguments of the command line, which are UTF-8.
 VolumePath PathArgument(const std::string& text);

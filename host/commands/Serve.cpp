@@ -4,6 +4,7 @@
 #include "commands/Commands.h"
 #include "core/Environment.h"
 #include "core/Interrupt.h"
+#include "core/LeftBehind.h"
 #include "core/LocalFile.h"
 #include "core/Text.h"
 #include "webdav/Server.h"
@@ -54,9 +55,18 @@ webdav::AccessRules MakeRules(const Options& options) {
     return rules;
 }
 
+// Whoever starts the server learns of what waits for a decision; the server itself decides nothing.
+void TellWhatIsLeft(const Volume& volume) {
+    const std::vector<LeftEdit> edits = LeftBehind(volume.Temp().Path()).Edits();
+    if (!edits.empty())
+        PrintError("quelvol: earlier runs left " + std::to_string(edits.size()) +
+                   (edits.size() == 1 ? " edit" : " edits") + " that may be unsaved; 'quelvol recover' lists them\n");
+}
+
 void Serve(Session& session, const Options& options) {
     webdav::AccessRules rules = MakeRules(options);
     const Volume& volume = session.GetVolume();
+    TellWhatIsLeft(volume);
     webdav::Site site(volume, std::move(rules));
     const auto answer = [&site](const webdav::Request& request, webdav::RequestBody& body, webdav::Response& response) {
         site.Answer(request, body, response);

@@ -11,10 +11,6 @@ namespace {
 constexpr std::wstring_view c_prefix = L"quelvol-";
 constexpr const wchar_t* c_mark = L"in-use";
 
-HANDLE OpenMark(const fs::path& folder, DWORD disposition) {
-    return CreateFileW((folder / c_mark).c_str(), GENERIC_WRITE, 0, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-}
-
 // The volume keeps a tracking file "<temp file>.hvf" beside a decrypted copy until the copy is saved or unchanged.
 bool HoldsUnsavedEdit(const fs::path& folder) {
     for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder))
@@ -32,9 +28,9 @@ bool Remove(const fs::path& folder) {
 
 void RemoveWhatKilledRunsLeft(const fs::path& base) {
     for (const fs::directory_entry& entry : fs::directory_iterator(base)) {
-        if (!entry.path().filename().native().starts_with(c_prefix))
+        if (!IsRunFolder(entry.path()))
             continue;
-        const HANDLE mark = OpenMark(entry.path(), OPEN_EXISTING);
+        const HANDLE mark = OpenRunMark(entry.path(), OPEN_EXISTING);
         if (mark == INVALID_HANDLE_VALUE)  // in use, or no run's folder
             continue;
         CloseHandle(mark);
@@ -45,16 +41,30 @@ void RemoveWhatKilledRunsLeft(const fs::path& base) {
 
 }  // namespace
 
-TempFolder::TempFolder() : m_originalTmp(GetVariable(L"TMP")), m_originalTemp(GetVariable(L"TEMP")) {
+bool IsRunFolder(const fs::path& folder) {
+    return folder.filename().native().starts_with(c_prefix);
+}
+
+HANDLE OpenRunMark(const fs::path& folder, DWORD disposition) {
+    return CreateFileW((folder / c_mark).c_str(), GENERIC_WRITE, 0, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+}
+
+fs::path UserTempFolder() {
     wchar_t base[MAX_PATH + 2];
     if (!GetTempPathW(static_cast<DWORD>(std::size(base)), base))
         throw HostError("the temp folder: " + SystemMessage(GetLastError()));
+    const fs::path folder = fs::path(base).parent_path();  // without the separator at its end
+    return IsRunFolder(folder) ? folder.parent_path() : folder;
+}
+
+TempFolder::TempFolder() : m_originalTmp(GetVariable(L"TMP")), m_originalTemp(GetVariable(L"TEMP")) {
+    const fs::path base = UserTempFolder();
     try {
         RemoveWhatKilledRunsLeft(base);
     } catch (const fs::filesystem_error&) {  // another run may be at it, too
     }
-    m_path = fs::path(base) / (std::wstring(c_prefix) + UniqueSuffix());
-    if (!CreateDirectoryW(m_path.c_str(), nullptr) || (m_mark = OpenMark(m_path, CREATE_NEW)) == INVALID_HANDLE_VALUE)
+    m_path = base / (std::wstring(c_prefix) + UniqueSuffix());
+    if (!CreateDirectoryW(m_path.c_str(), nullptr) || (m_mark = OpenRunMark(m_path, CREATE_NEW)) == INVALID_HANDLE_VALUE)
         throw LocalError(m_path.native(), GetLastError());
     UseOwn();
 }
@@ -68,9 +78,16 @@ TempFolder::~TempFolder() {
     }
     CloseHandle(m_mark);
     if (unsaved)
-        PrintError("quelvol: an edit that could not be saved is kept below " + ToUtf8(m_path.native()) + "\n");
+        PrintError("quelvol: an edit that could not be saved is kept below " + ToUtf8(m_path.native()) + "; 'quelvol recover' shows it\n");
     else if (!Remove(m_path))
         PrintError("quelvol: decrypted copies may be left below " + ToUtf8(m_path.native()) + "\n");
+}
+
+void TempFolder::ForgetCopies() const {
+    std::error_code error;
+    for (fs::directory_iterator folder(m_path / c_copiesFolder, error), end; !error && folder != end; folder.increment(error))
+        if (!HoldsUnsavedEdit(folder->path()))
+            Remove(folder->path());
 }
 
 void TempFolder::UseOwn() const {

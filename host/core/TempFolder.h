@@ -9,6 +9,17 @@
 
 #include <windows.h>
 
+// The folder in a temp folder that the volume makes its copies in.
+inline constexpr const wchar_t* c_copiesFolder = L"HalvaneCloud";
+
+// The temp folder that runs share, also where a run points to its own. Throws HostError.
+std::filesystem::path UserTempFolder();
+// Is this, by its name, the temp folder of a run?
+bool IsRunFolder(const std::filesystem::path& folder);
+// Opens the file by which a run marks its folder as long as it lives. INVALID_HANDLE_VALUE: the folder is in use
+// (ERROR_SHARING_VIOLATION), or no run's.
+HANDLE OpenRunMark(const std::filesystem::path& folder, DWORD disposition);
+
 class TempFolder {
 public:
     // Makes the folder and points TMP and TEMP to it. Throws HostError.
@@ -18,6 +29,10 @@ public:
     ~TempFolder();
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
+
+    const std::filesystem::path& Path() const { return m_path; }
+    // Deletes the copies that the volume keeps for the next open, so that the next one decrypts anew. No file may be open.
+    void ForgetCopies() const;
 
     // Which temp folder this process names to programs that it starts.
     void UseOwn() const;

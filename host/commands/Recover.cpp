@@ -1,0 +1,218 @@
+// recover: what a crash or a failed save left behind. clean: the copies in clear that programs kept.
+#include <memory>
+
+#include "commands/Commands.h"
+#include "core/LocalFile.h"
+#include "core/Recovery.h"
+#include "core/Text.h"
+
+namespace {
+
+constexpr const char* c_footer = R"(Without a subcommand the edits are listed, the oldest first: ID, last change, bytes,
+document, and what became of the document since.
+
+Examples:
+  quelvol recover                          what is there
+  quelvol recover show 1a2b3c4d | more     look at one
+  quelvol recover save 1a2b3c4d            store it in its document; beside it, as
+                                           "report (HalvaneCloud conflicted edit
+                                           2024-05-01).docx", if that changed since
+  quelvol recover save all                 the same for each
+  quelvol recover export 1a2b3c4d a.docx   keep it elsewhere, in clear
+  quelvol recover clean                    delete those that the volume holds
+
+save deletes an edit after the document was read back and has its content; clean
+deletes those whose document has it already. Only discard deletes anything else.
+What a running program has in use is left alone.
+)";
+
+struct Options {
+    std::vector<std::string> ids;
+    std::string id, local, target;
+};
+
+const char* SinceWords(const LeftEdit& edit) {
+    if (!edit.tracking)
+        return "its tracking file cannot be read; save needs --to";
+    switch (edit.ContainerSince()) {
+    case LeftEdit::Since::Same: return "the document is as it was";
+    case LeftEdit::Since::Changed: return "the document was changed since: save stores it beside that";
+    case LeftEdit::Since::Gone: return "the document is gone: save stores it anew";
+    case LeftEdit::Since::New: return "a new document";
+    case LeftEdit::Since::Unknown: break;
+    }
+    return "its document is not known; save needs --to";
+}
+
+std::string Description(const LeftEdit& edit) {
+    if (edit.state == FileState{})
+        return "its content is gone; clean removes the rest";
+    std::string text = SinceWords(edit);
+    if (!edit.UploadedName().empty())
+        text = "an upload that was broken off, perhaps not all of it: save stores it beside the document";
+    if (edit.IsContainer())
+        text += "; kept as a container";
+    if (edit.LooksUntouched())
+        text += "; it seems that nothing was written";
+    return text;
+}
+
+std::string ShownDocument(const Volume& volume, const LeftEdit& edit) {
+    if (const std::optional<VolumePath> document = DocumentOf(volume, edit))
+        return document->Shown();
+    return ToUtf8(edit.container.empty() ? edit.file.filename().native() : edit.container.native());
+}
+
+void List(Session& session) {
+    const Volume& volume = session.GetVolume();
+    const LeftBehind left(volume.Temp().Path());
+    const std::vector<LeftEdit> edits = left.Edits();
+    for (const LeftEdit& edit : edits)
+        PrintOut(edit.id + "  " + TimeStr(edit.state.lastWriteTime) + "  " + std::to_string(edit.state.size) + "  " +
+                 ShownDocument(volume, edit) + "\n          " + Description(edit) + "\n");
+    if (edits.empty())
+        PrintOut("No edits were left behind.\n");
+    for (const std::string& line : left.InUse())
+        PrintOut("Left alone: " + line + "\n");
+}
+
+LeftEdit Chosen(const std::vector<LeftEdit>& edits, const std::string& id) {
+    for (const LeftEdit& edit : edits)
+        if (edit.id == id)
+            return edit;
+    throw HostError(id + ": no edit of this ID; 'quelvol recover' lists them");
+}
+
+std::vector<LeftEdit> Chosen(const std::vector<LeftEdit>& edits, const std::vector<std::string>& ids) {
+    if (ids == std::vector<std::string>{"all"})
+        return edits;
+    std::vector<LeftEdit> chosen;
+    for (const std::string& id : ids)
+        chosen.push_back(Chosen(edits, id));
+    return chosen;
+}
+
+void Copy(Session& session, const std::string& id, const std::string& local) {
+    const Volume& volume = session.GetVolume();
+    const LeftBehind left(volume.Temp().Path());
+    const LeftEdit edit = Chosen(left.Edits(), id);
+    LocalTarget target(ToUtf16(local));
+    ReadEdit(volume, edit, [&target](const char* data, std::size_t size) { target.Write(data, size); });
+    target.Finish(edit.state.lastWriteTime);
+}
+
+void SaveOne(const Volume& volume, const LeftEdit& edit, const std::optional<VolumePath>& given) {
+    const std::optional<VolumePath> saved = given ? std::nullopt : FindSaved(volume, edit);
+    const VolumePath place = saved ? *saved : SaveEdit(volume, edit, given);
+    if (!saved && !HasContent(volume, place, edit))
+        throw HostError(place.Shown() + ": it was stored, but reading it back gives other content; the edit stays");
+    DeleteEdit(edit);
+    PrintOut(edit.id + (saved ? " was saved already as " : " is saved as ") + place.Shown() + "\n");
+}
+
+void Save(Session& session, const Options& options) {
+    const Volume& volume = session.GetVolume();
+    const LeftBehind left(volume.Temp().Path());
+    const std::vector<LeftEdit> edits = Chosen(left.Edits(), options.ids);
+    if (!options.target.empty() && edits.size() != 1)
+        throw UsageError("--to is for one edit");
+    for (const LeftEdit& edit : edits) {
+        try {
+            std::optional<VolumePath> given;
+            if (!options.target.empty())
+                given = TargetFor(volume, PathArgument(options.target), edit.file.filename().native());
+            SaveOne(volume, edit, given);
+        } catch (const HostError& error) {
+            session.Report(error);
+            if (error.Code() == Exit_Interrupted)
+                return;
+        }
+    }
+}
+
+void CleanEdits(Session& session) {
+    const Volume& volume = session.GetVolume();
+    const LeftBehind left(volume.Temp().Path());
+    std::size_t kept = 0;
+    for (const LeftEdit& edit : left.Edits()) {
+        try {
+            const bool gone = edit.state == FileState{};
+            const std::optional<VolumePath> saved = gone ? std::nullopt : FindSaved(volume, edit);
+            if (!gone && !saved) {
+                ++kept;
+                continue;
+            }
+            DeleteEdit(edit);
+            PrintOut(edit.id + (gone ? " had no content any more\n" : " is deleted: " + saved->Shown() + " has its content\n"));
+        } catch (const HostError& error) {
+            session.Report(error);
+            if (error.Code() == Exit_Interrupted)
+                return;
+        }
+    }
+    if (kept > 0)
+        PrintOut(std::to_string(kept) + " are not proven saved and stay; 'quelvol recover' lists them\n");
+}
+
+void Discard(Session& session, const Options& options) {
+    const LeftBehind left(session.GetVolume().Temp().Path());
+    for (const LeftEdit& edit : Chosen(left.Edits(), options.ids)) {
+        DeleteEdit(edit);
+        PrintOut(edit.id + " is deleted\n");
+    }
+}
+
+void CleanCopies() {
+    const LeftBehind left{std::filesystem::path()};
+    std::size_t kept = 0;
+    const std::size_t deleted = left.DeleteCopies(kept), edits = left.Edits().size();
+    PrintOut(std::to_string(deleted) + " decrypted copies were deleted\n");
+    if (kept > 0)
+        PrintOut(std::to_string(kept) + " are open in a program and stay\n");
+    if (edits > 0)
+        PrintOut(std::to_string(edits) + " edits that may be unsaved stay; 'quelvol recover' lists them\n");
+    for (const std::string& line : left.InUse())
+        PrintOut("Left alone: " + line + "\n");
+}
+
+}  // namespace
+
+void AddRecover(CLI::App& app, Session& session) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("recover", "List, save or export edits that a crash or a failed save left behind");
+    command->require_subcommand(0, 1);
+    command->footer(c_footer);
+
+    CLI::App* const show = command->add_subcommand("show", "Print the content of an edit");
+    show->add_option("ID", options->id, "Which")->required();
+    show->callback([&session, options] { Copy(session, options->id, "-"); });
+
+    CLI::App* const save = command->add_subcommand("save", "Store edits in the volume and then delete what was left of them");
+    save->add_option("ID", options->ids, "Which, or all")->required();
+    save->add_option("--to", options->target, "A file, which is replaced, or a folder of the volume (default: the edit's own document)")
+        ->type_name("PATH");
+    save->callback([&session, options] { Save(session, *options); });
+
+    CLI::App* const exportTo = command->add_subcommand("export", "Copy an edit, in clear, to a local file");
+    exportTo->add_option("ID", options->id, "Which")->required();
+    exportTo->add_option("LOCALFILE", options->local, "Where to: a file, which is replaced as a whole")->required();
+    exportTo->callback([&session, options] { Copy(session, options->id, options->local); });
+
+    CLI::App* const clean = command->add_subcommand("clean", "Delete the edits whose content the volume is proven to hold");
+    clean->callback([&session] { CleanEdits(session); });
+
+    CLI::App* const discard = command->add_subcommand("discard", "Delete edits, saved or not");
+    discard->add_option("ID", options->ids, "Which, or all")->required();
+    discard->callback([&session, options] { Discard(session, *options); });
+
+    command->callback([&session, command] {
+        if (command->get_subcommands().empty())
+            List(session);
+    });
+}
+
+void AddClean(CLI::App& app, Session&) {
+    CLI::App* const command = app.add_subcommand("clean", "Delete the decrypted copies that programs kept in the temp folder");
+    command->footer("What may be an unsaved edit stays (see 'recover'), and what a running program has in use.");
+    command->callback(CleanCopies);
+}

@@ -1,0 +1,163 @@
+#include "core/Recovery.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "core/HostError.h"
+#include "core/Interrupt.h"
+#include "core/LocalFile.h"
+#include "core/Text.h"
+#include "core/Upload.h"
+
+namespace {
+
+constexpr std::uint32_t c_partSize = 1 << 20;
+constexpr const wchar_t* c_conflictWords = L" (HalvaneCloud conflicted edit ";
+constexpr std::size_t c_containerEndSize = 4;  // ".zip"
+
+std::string Shown(const LeftEdit& edit) {
+    return ToUtf8(edit.file.native());
+}
+
+void ReadOpen(const Volume& volume, void* file, const std::string& shown,
+              const std::function<void(const char*, std::size_t)>& take) {
+    std::vector<char> part(c_partSize);
+    for (std::uint32_t count = 1; count != 0;) {
+        StopIfInterrupted();
+        const VirtualVolumeStatus status = volume->ReadFile(file, c_currentPosition, part.data(), c_partSize, &count, nullptr);
+        if (status != VVS_Success)
+            throw StatusError(shown, status);
+        take(part.data(), count);
+    }
+}
+
+// The volume takes the absolute path of a container's document as it stands.
+FileHandle OpenContainer(const Volume& volume, const LeftEdit& edit) {
+    const std::wstring container = edit.file.native();
+    void* handle = nullptr;
+    const VirtualVolumeStatus status = volume->OpenFile(&handle, container.substr(0, container.size() - c_containerEndSize).c_str(),
+                                                        GENERIC_READ, c_shareAll, OPEN_EXISTING, nullptr, nullptr);
+    if (status != VVS_Success)
+        throw StatusError(Shown(edit), status);
+    return FileHandle(volume.Get(), handle);
+}
+
+std::wstring Stem(const std::wstring& name) {
+    return name.substr(0, name.rfind(L'.'));
+}
+
+// As the volume names what it saves beside a changed container.
+VolumePath FreeConflictPath(const Volume& volume, const VolumePath& document) {
+    SYSTEMTIME now{};
+    GetLocalTime(&now);
+    wchar_t date[16];
+    std::swprintf(date, std::size(date), L"%04d-%02d-%02d)", now.wYear, now.wMonth, now.wDay);
+    const std::wstring name = document.Name(), stem = Stem(name);
+    for (int number = 1;; ++number) {
+        const std::wstring count = number > 1 ? L" (" + std::to_wstring(number) + L")" : std::wstring();
+        const VolumePath path = document.Parent().Child(stem + c_conflictWords + date + count + name.substr(stem.size()));
+        VirtFindData data{};
+        if (!volume->FindFile(path.Str(), &data))
+            return path;
+    }
+}
+
+bool GoesAside(const LeftEdit& edit) {
+    return edit.ContainerSince() == LeftEdit::Since::Changed || !edit.UploadedName().empty();
+}
+
+}  // namespace
+
+std::optional<VolumePath> DocumentOf(const Volume& volume, const LeftEdit& edit) {
+    VirtMountInfo mount{};
+    const std::wstring container = edit.container.native();
+    if (container.empty() || !volume->GetMountInfoByNativePath(container.c_str(), &mount))
+        return std::nullopt;
+    const std::size_t folderSize = BoundedText(mount.path).size();
+    if (container.size() <= folderSize + c_containerEndSize)
+        return std::nullopt;
+    const std::wstring below = container.substr(folderSize, container.size() - folderSize - c_containerEndSize);
+    try {
+        const VolumePath path = VolumePath::Parse(std::wstring(BoundedText(mount.name)) + L'\\' + below);
+        const std::wstring uploaded = edit.UploadedName();
+        if (!uploaded.empty())
+            return path.Parent().Child(uploaded);
+        // A conflict copy is used under the name that it is listed by.
+        Entry listed{path};
+        const bool found = volume->FindFile(path.Str(), &listed.data);
+        return found && listed.IsConflict() ? path.Parent().Child(listed.Name()) : path;
+    } catch (const HostError&) {
+        return std::nullopt;
+    }
+}
+
+void ReadEdit(const Volume& volume, const LeftEdit& edit, const std::function<void(const char*, std::size_t)>& take) {
+    if (edit.IsContainer())
+        return ReadOpen(volume, OpenContainer(volume, edit).Get(), Shown(edit), take);
+    LocalSource source(edit.file.native());
+    std::vector<char> part(c_partSize);
+    while (const std::size_t count = source.Read(part.data(), part.size())) {
+        StopIfInterrupted();
+        take(part.data(), count);
+    }
+}
+
+bool HasContent(const Volume& volume, const VolumePath& path, const LeftEdit& edit) {
+    volume.Temp().ForgetCopies();
+    const FileHandle stored = volume.Open(path, GENERIC_READ, c_shareAll, OPEN_EXISTING);
+    std::vector<char> part(c_partSize);
+    bool same = true;
+    const auto compare = [&](const char* data, std::size_t size) {
+        for (std::size_t done = 0; same && done < size;) {
+            std::uint32_t count = 0;
+            Check(volume->ReadFile(stored.Get(), c_currentPosition, part.data(), static_cast<std::uint32_t>(size - done), &count, nullptr),
+                  path);
+            same = count > 0 && std::equal(part.begin(), part.begin() + count, data + done);
+            done += count;
+        }
+    };
+    ReadEdit(volume, edit, compare);
+    std::uint32_t more = 0;
+    Check(volume->ReadFile(stored.Get(), c_currentPosition, part.data(), 1, &more, nullptr), path);
+    return same && more == 0;
+}
+
+std::optional<VolumePath> FindSaved(const Volume& volume, const LeftEdit& edit) {
+    const std::optional<VolumePath> document = DocumentOf(volume, edit);
+    if (!document)
+        return std::nullopt;
+    std::vector<VolumePath> places;
+    if (const std::optional<Entry> entry = volume.Find(*document))
+        places.push_back(entry->path);
+    const std::wstring name = document->Name(), stem = Stem(name);
+    for (const Entry& entry : SortedEntries(volume, document->Parent(), (stem + c_conflictWords + L"*" + name.substr(stem.size())).c_str()))
+        places.push_back(entry.path);
+    for (const VolumePath& path : places) {
+        try {
+            if (HasContent(volume, path, edit))
+                return path;
+        } catch (const StatusError&) {  // what cannot be read proves nothing
+        }
+    }
+    return std::nullopt;
+}
+
+VolumePath SaveEdit(const Volume& volume, const LeftEdit& edit, const std::optional<VolumePath>& given) {
+    const std::optional<VolumePath> document = given ? given : DocumentOf(volume, edit);
+    if (!document)
+        throw HostError(Shown(edit) + ": its document is not known or in no mount folder; --to says where it goes");
+    bool aside = !given && GoesAside(edit);
+    for (;;) {
+        const VolumePath target = aside ? FreeConflictPath(volume, *document) : *document;
+        Upload upload(volume, target);
+        ReadEdit(volume, edit, [&upload](const char* data, std::size_t size) { upload.Write(data, size); });
+        if (!aside && !given && GoesAside(edit)) {  // somebody was quicker
+            aside = true;
+            continue;
+        }
+        VirtFindData times{};
+        times.lastWriteTime = edit.state.lastWriteTime;
+        upload.Place(times);
+        return upload.Target();
+    }
+}
