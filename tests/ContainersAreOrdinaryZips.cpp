@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "CompanionFixture.h"
+#include "harness/HostPrograms.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ bool SameTime(const SYSTEMTIME& left, const SYSTEMTIME& right) {
     return SystemTimeToFileTime(&left, &a) && SystemTimeToFileTime(&right, &b) && CompareFileTime(&a, &b) == 0;
 }
 
-// Waits for the whole file: programs of the host system run beside Wine, which hands out no process to wait for.
+// Waits for the whole file.
 bool Appears(const fs::path& path, const std::string& content) {
     for (int attempt = 0; attempt < 400; ++attempt, Sleep(50)) {
         std::ifstream file(path, std::ios::binary);
@@ -38,30 +39,12 @@ bool Appears(const fs::path& path, const std::string& content) {
     return false;
 }
 
-// Starts the machine's 7-Zip, which under Wine is a program of the host system with paths of its own.
 void UnpackWith7Zip(const fs::path& container, const fs::path& folder, const std::wstring& password) {
-    using ToHostPath = char*(CDECL*)(const wchar_t*);
-    const auto toHostPath = reinterpret_cast<ToHostPath>(
-        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_unix_file_name")));
-    const auto hostPath = [toHostPath](const fs::path& path) {
-        if (!toHostPath)
-            return path.wstring();
-        const std::string text = toHostPath(path.c_str());
-        return std::wstring(text.begin(), text.end());
-    };
-    std::wstring command = (toHostPath ? L"Z:\\usr\\bin\\7z" : L"7z.exe") + (L" x -y \"-p" + password + L"\" \"-o") +
-                           hostPath(folder) + L"\" \"" + hostPath(container) + L"\"";
-    const HANDLE nowhere = CreateFileW(L"NUL", GENERIC_WRITE, FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr);
-    SetHandleInformation(nowhere, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
-    STARTUPINFOW startup = {};
-    startup.cb = sizeof(startup);
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = startup.hStdError = nowhere;
-    PROCESS_INFORMATION process = {};
-    ASSERT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process));
-    CloseHandle(nowhere);
-    CloseHandle(process.hProcess);
-    CloseHandle(process.hThread);
+    const bool isHosted = !HostPath(container).empty();
+    const std::wstring from = isHosted ? HostPath(container) : container.wstring();
+    const std::wstring to = isHosted ? HostPath(folder) : folder.wstring();
+    ASSERT_TRUE(StartHostProgram((isHosted ? L"Z:\\usr\\bin\\7z" : L"7z.exe") + (L" x -y \"-p" + password + L"\" \"-o") + to +
+                                 L"\" \"" + from + L"\""));
 }
 
 TEST_F(ContainersAreOrdinaryZips, GiveBackWhatWasPutIn) {

@@ -86,21 +86,29 @@ bool CopyFileW(HANDLE hFileSrc, HANDLE hFileDest) {
     }
 }
 
-bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest) {
+bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, bool* isTorn) {
     QC_TRACE(L"CopyIntoLockedFile");
     const HANDLE hFileDest = dest.hFile.Get();
     const std::lock_guard guard(*dest.contentLock);
+    if (isTorn)
+        *isTorn = false;
     const std::int64_t newSize = SizeOf(hFileSrc);
     const std::int64_t oldSize = SizeOf(hFileDest);
     if (newSize < 0 || oldSize < 0)
         return qcLog.Leave(false);
     if (DeleteUndeleteFile(hFileDest, false) != Win32Error::None)
         return qcLog.Leave(false);
+    FILETIME lastWrite{};
+    const bool isTimeKnown = GetFileTime(hFileDest, nullptr, nullptr, &lastWrite) != FALSE;
     if (newSize > oldSize && !CopyRange(hFileSrc, hFileDest, oldSize, newSize)) {
         const LastErrorKeeper keeper;
-        CutTo(hFileDest, oldSize);
+        // By another time the file would count as changed by somebody else.
+        if (CutTo(hFileDest, oldSize) && isTimeKnown)
+            SetFileTime(hFileDest, nullptr, nullptr, &lastWrite);
         return qcLog.Leave(false);
     }
+    if (isTorn)
+        *isTorn = true;
     const bool done = CopyRange(hFileSrc, hFileDest, 0, std::min(oldSize, newSize)) && CutTo(hFileDest, newSize) &&
                       FlushFileBuffers(hFileDest);
     return qcLog.Leave(done);

@@ -21,8 +21,9 @@ bool WriteFile(const std::wstring& filePath, HANDLE hFile, const void* data, DWO
 bool CopyFileW(HANDLE hFileSrc, HANDLE hFileDest);
 
 // Makes the whole of hFileSrc the content of a locked file. What could fail for want of space is written behind the old
-// content first, so that it still stands then; a pending deletion is taken back.
-bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest);
+// content first, so that it still stands then, with its write time; a pending deletion is taken back. On failure isTorn, if
+// given, tells whether the old content is gone all the same.
+bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, bool* isTorn = nullptr);
 
 // flags are MoveFileEx's; 0 neither replaces nor leaves the disk.
 bool MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags);

@@ -41,7 +41,7 @@ public:
     TempContainer(const TempContainer&) = delete;
     TempContainer& operator=(const TempContainer&) = delete;
     const std::wstring& Path() const { return m_path; }  // empty: no folder could be made
-    void Keep() { m_kept = true; }
+    void Keep(bool keep) { m_kept = keep; }
 
 private:
     std::wstring m_path;
@@ -206,11 +206,12 @@ VirtualVolumeStatus VirtualFile::EncryptOpenFileLocked(const std::wstring& zipFi
     UniqueHandle hTempFile;
     QC_CHECK_STATUS(CreateFileW(tempZip.Path(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hTempFile),
                     L"CreateFileW(tempZipFilePath, (0x80000000L), 0x00000001, 3, 0x80, hTempFile) =>%s, ");
-    tempZip.Keep();  // should the copy fail half-way, this is the whole container
-    QC_CHECK(file_content::CopyIntoLockedFile(hTempFile.Get(), dest), StatusFromLastError(),
-             L"CopyFileW(hTempFile, hDestFile) =>false%s, ");
+    bool isTorn = true;
+    tempZip.Keep(isTorn);  // there may be no other whole container then
+    const bool isCopied = file_content::CopyIntoLockedFile(hTempFile.Get(), dest, &isTorn);
+    tempZip.Keep(isTorn && !isCopied);
+    QC_CHECK(isCopied, StatusFromLastError(), L"CopyFileW(hTempFile, hDestFile) =>false%s, ");
     hTempFile.Reset();
-    VirtualTempFileDispenser::DeleteTempFolder(tempZip.Path());
 
     VirtFindData encryptedInfo{};
     if (ReadFindData(srcFilePath, VIT_EncryptedFile, &encryptedInfo)) {
