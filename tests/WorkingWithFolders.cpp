@@ -148,10 +148,17 @@ TEST_F(WorkingWithFolders, StayWithTheirKeyAndOwner) {
         {L"Plain\\p", L"Docs\\p"},
     };
     // While the companion cannot answer, keys and owners are not two that are missing, and so alike.
-    for (const char* failing : {"nothing", "Quelcrypt_GetHalvaneBoxConfig", "IHalvaneBoxConfig::GetPolicy"})
+    const std::pair<const char*, Fault> failures[] = {
+        {"nothing", Fault::None},
+        {"Quelcrypt_GetHalvaneBoxConfig", Fault::Error},
+        {"IHalvaneBoxConfig::GetPolicy", Fault::Error},
+        {"IHalvaneBoxConfig::GetTargetKeyId", Fault::NoText},
+        {"IHalvaneBoxConfig::GetOwnerId", Fault::NoText},
+    };
+    for (const auto& [failing, fault] : failures)
         for (const auto& row : rows) {
             SCOPED_TRACE(Narrow(row.from) + std::string(" to ") + Narrow(row.to) + " without " + failing);
-            TestCompanion_FailNth(failing, 1, Fault::Error, true);
+            TestCompanion_FailNth(failing, 1, fault, true);
             EXPECT_EQ(VVS_GeneralError, Move(row.from, row.to));
             EXPECT_EQ(VVS_GeneralError, Copy(row.from, row.to));
             EXPECT_EQ(VVS_GeneralError, RenameFolder(row.from, row.to));

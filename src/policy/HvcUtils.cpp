@@ -40,11 +40,13 @@ std::string ReadConfigText(IHalvaneBoxConfig* config, std::uint32_t (IHalvaneBox
     return std::string(buffer, std::min((config->*getter)(buffer, kConfigValueBytes), kConfigValueBytes));
 }
 
-// Empty when it cannot be decoded.
-std::wstring DecodeValue(const std::string& text) {
+// Empty, and not known, when it cannot be decoded.
+std::wstring DecodeValue(const std::string& text, bool* isKnown = nullptr) {
     try {
         return Utf8DecodeStr(text);
     } catch (const CQuelcryptErrorException&) {
+        if (isKnown)
+            *isKnown = false;
         return {};
     }
 }
@@ -198,7 +200,7 @@ bool DoesFolderHavePolicy(const std::wstring& folderPath, bool* isKnown) {
 std::wstring GetOwnerId(const std::wstring& folderPath, bool* isKnown) {
     QC_TRACE(L"GetOwnerId", L"folderPath[%s]", folderPath);
     return WithBoxConfig<std::wstring>(qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) {
-        std::wstring ownerId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetOwnerId));
+        std::wstring ownerId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetOwnerId), isKnown);
         if (!ownerId.empty())
             QC_LOG(L"Folder[%s] Has OwnerId[%s]", folderPath, ownerId);
         return ownerId;
@@ -210,7 +212,7 @@ std::wstring GetFolderTargetKeyId(const std::wstring& folderPath, bool* isKnown)
     return WithBoxConfig<std::wstring>(qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) {
         if (!HasPolicy(qcLog, folderPath, config))
             return std::wstring();
-        std::wstring targetId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetTargetKeyId));
+        std::wstring targetId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetTargetKeyId), isKnown);
         if (!targetId.empty())
             QC_LOG(L"Folder[%s] Has TragetId[%s]", folderPath, targetId);
         return targetId;

@@ -14,6 +14,7 @@ enum class Fault : std::uint32_t {
     OutOfMemory,   // throws std::bad_alloc
     OverLong,      // of texts with a capacity: a length beyond it
     NoData,        // of a reader's data: null, with a length
+    NoText,        // of texts with a capacity: bytes that are no UTF-8
 };
 
 // The lines of the log, in order, with their levels.

@@ -129,20 +129,21 @@ public:
     void Reserved4() override {}
     void Reserved6() override {}
     std::uint32_t GetTargetKeyId(char* buffer, std::uint32_t capacity) override {
-        return Answer("IHalvaneBoxConfig::GetTargetKeyId", m_inner->GetTargetKeyId(buffer, capacity), capacity);
+        return Answer("IHalvaneBoxConfig::GetTargetKeyId", m_inner->GetTargetKeyId(buffer, capacity), buffer, capacity);
     }
     std::uint32_t GetOwnerId(char* buffer, std::uint32_t capacity) override {
-        return Answer("IHalvaneBoxConfig::GetOwnerId", m_inner->GetOwnerId(buffer, capacity), capacity);
+        return Answer("IHalvaneBoxConfig::GetOwnerId", m_inner->GetOwnerId(buffer, capacity), buffer, capacity);
     }
     std::uint32_t GetPolicy(char* buffer, std::uint32_t capacity) override {
-        return Answer("IHalvaneBoxConfig::GetPolicy", m_inner->GetPolicy(buffer, capacity), capacity);
+        return Answer("IHalvaneBoxConfig::GetPolicy", m_inner->GetPolicy(buffer, capacity), buffer, capacity);
     }
 
 private:
-    static std::uint32_t Answer(const char* name, std::uint32_t length, std::uint32_t capacity) {
+    static std::uint32_t Answer(const char* name, std::uint32_t length, char* buffer, std::uint32_t capacity) {
         switch (Enter(name)) {
             case Fault::Null: return 0;
             case Fault::OverLong: return capacity + 1000;
+            case Fault::NoText: buffer[0] = '\xFF'; return length;
             default: return length;
         }
     }
