@@ -1,9 +1,9 @@
 // What a host compiles against: the volume that QuelcryptVol64.dll hands out, and the records that cross to it.
 //
 // A volume path is a relative Windows path whose first component names a mount folder ("Docs\Reports\a.txt"); the empty
-// path is the root. An absolute path is a native path and is used as it stands: a host that serves untrusted callers
-// checks their paths first. Every operation may be called on any thread at any time, also on one handle; calls on one
-// file handle are carried out one after the other. No slot throws.
+// path is the root. Slots 10, 15, 16 and 23 to 26 also take an absolute path, which is a native path and is used as it
+// stands: a host that serves untrusted callers checks their paths first. Every operation may be called on any thread at
+// any time, also on one handle; calls on one file handle are carried out one after the other. No slot throws.
 //
 // Texts are UTF-16 and end with a NUL. Records belong to the caller and are only touched during the call. A null or
 // empty lock token means "none".
