@@ -64,6 +64,24 @@ VirtualVolumeStatus PutCopyInPlace(HANDLE hSource, const std::wstring& filePath,
     return status == VVS_Success ? StatusOfCall(PutInPlace(sidePath, filePath, !mayReplace)) : status;
 }
 
+// To another disk there is no rename, and the platform's own copy could be left half-written under the new name. Nobody
+// writes the source meanwhile.
+VirtualVolumeStatus MoveToOtherDisk(const std::wstring& srcFilePath, const std::wstring& destFilePath) {
+    QC_TRACE(L"MoveToOtherDisk", L"srcFilePath[%s], destFilePath[%s]", srcFilePath, destFilePath);
+    const std::wstring sidePath = SidePathStr(destFilePath);
+    const OnExit removeUnfinished([&] { DeleteFileW(sidePath.c_str()); });
+    UniqueHandle hSource;
+    QC_CHECK_STATUS(VirtualItem::CreateFileW(srcFilePath, GENERIC_READ | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING,
+                                             FILE_ATTRIBUTE_NORMAL, hSource),
+                    L"CreateFileW(srcFilePath, hSource) =>%s, ");
+    QC_CHECK(::CopyFileW(srcFilePath.c_str(), sidePath.c_str(), TRUE), StatusFromLastError(),
+             L"::CopyFileW(srcFilePath, sidePath, 1) != 0 =>false%s, ");
+    QC_CHECK_STATUS(StatusOfCall(PutInPlace(sidePath, destFilePath, true)), L"PutInPlace(sidePath, destFilePath, true) =>%s, ");
+    hSource.Reset();
+    QC_CHECK(DeleteFileOrFolder(srcFilePath) == DeleteResult::Deleted, VVS_GeneralError, L"DeleteFileOrFolder(srcFilePath) =>false%s, ");
+    return qcLog.Leave(VVS_Success);
+}
+
 }  // namespace
 
 VirtualVolumeStatus VirtualFile::Move(const wchar_t* newFilePath, bool keepSrcFile, const wchar_t* newFileLockToken) {
@@ -217,8 +235,11 @@ VirtualVolumeStatus VirtualFile::MoveFromPlainToPlainUnlocked(MoveRequest& reque
 VirtualVolumeStatus VirtualFile::MovePlainFile(const std::wstring& newFilePath) {
     QC_TRACE_THIS(L"VirtualFile::MovePlainFile");
     m_hFile.Reset();
-    const bool moved = file_content::MoveFileW(m_itemFullPath, newFilePath, MOVEFILE_COPY_ALLOWED);
-    const VirtualVolumeStatus status = moved ? VVS_Success : StatusFromLastError();
+    const bool isRenamed = file_content::MoveFileW(m_itemFullPath, newFilePath, 0);
+    const VirtualVolumeStatus status = isRenamed                                   ? VVS_Success
+                                       : GetLastError() == ERROR_NOT_SAME_DEVICE ? MoveToOtherDisk(m_itemFullPath, newFilePath)
+                                                                                   : StatusFromLastError();
+    const bool moved = status == VVS_Success;
     if (moved)
         SetItemPath(newFilePath);
     else
