@@ -223,6 +223,30 @@ TEST_F(HoldingALock, MayBeginBeforeTheFileExists) {
     EXPECT_TRUE(Disk().empty());
 }
 
+TEST_F(HoldingALock, IsTheContainersAlsoWhileThatCannotBeRead) {
+    MakeEncrypted(L"Docs\\a.txt", "content");
+    MakePlain(L"Plain\\b.txt.zip", "an ordinary ZIP file");
+    TestCompanion_FailNth("Quelcrypt_GetFileInformation", 1, Fault::Null, true);
+    const std::wstring token = Lock(L"Docs\\a.txt");
+    EXPECT_FALSE(Exists(NativePath(L"Docs\\a.txt"))) << "nothing that could be written in clear";
+    EXPECT_FALSE(OpensOutside(ContainerPath(L"Docs\\a.txt"), GENERIC_WRITE));
+    EXPECT_OK(TryFind(L"Docs\\a.txt", token));
+    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+    EXPECT_OK(TryFind(L"Docs\\a.txt", token));
+    void* const hFile = MustOpen(L"Docs\\a.txt", kReadWrite, OPEN_EXISTING, token.c_str());
+    EXPECT_OK(Write(hFile, "CONTENT"));
+    Close(hFile);
+    EXPECT_OK(Unlock(L"Docs\\a.txt", token));
+    EXPECT_EQ("CONTENT", Get(L"Docs\\a.txt"));
+
+    // Where nothing is encrypted, a ZIP file of the name is just another file.
+    const std::wstring plain = Lock(L"Plain\\b.txt");
+    EXPECT_TRUE(OpensOutside(NativePath(L"Plain\\b.txt.zip"), GENERIC_WRITE));
+    EXPECT_FALSE(OpensOutside(NativePath(L"Plain\\b.txt"), GENERIC_WRITE));
+    EXPECT_OK(Unlock(L"Plain\\b.txt", plain));
+    EXPECT_FALSE(Exists(NativePath(L"Plain\\b.txt")));
+}
+
 TEST_F(HoldingALock, LastsThroughChangesOfTheForm) {
     // Taken for the container to be, while a plain file of the name appears: it is found there and released.
     const std::wstring token = Lock(L"Docs\\a.txt");

@@ -12,9 +12,13 @@ namespace {
 
 bool IsDir(const VirtFindData& virtFindData) { return virtFindData.fileAttributes & FILE_ATTRIBUTE_DIRECTORY; }
 
-// A plain file is locked under its own path, everything else that exists under its container's.
+// A plain file is locked under its own path, everything else that exists under its container's. A container that cannot be
+// read at this moment is found as a plain file, but is still what to lock: at its plain path the lock would make a file, to be
+// written in clear.
 std::wstring PathToLock(const std::wstring& fullFilePath, const VirtFindData& virtFindData) {
-    return virtFindData.itemType == VIT_PlainFile ? fullFilePath : ContainerPathStr(fullFilePath);
+    const bool isPlain =
+        virtFindData.itemType == VIT_PlainFile && (PathExists(fullFilePath) || !ShouldFileBeEncrypted(fullFilePath));
+    return isPlain ? fullFilePath : ContainerPathStr(fullFilePath);
 }
 
 // What listings show of a file that will be encrypted, while it is only a lock.
@@ -43,9 +47,9 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
                  L"!fileExists || (fileExists && !IsDir(virtFindData)) =>false%s, ");
         std::wstring filePathToLock = fullFilePath;
         const VirtFindData* halvaneVirtFindData = nullptr;
-        if (fileExists && virtFindData.itemType != VIT_PlainFile) {
+        if (fileExists) {
             filePathToLock = PathToLock(fullFilePath, virtFindData);
-            halvaneVirtFindData = &virtFindData;
+            halvaneVirtFindData = virtFindData.itemType != VIT_PlainFile ? &virtFindData : nullptr;
         } else if (!fileExists && ShouldFileBeEncrypted(fullFilePath)) {
             filePathToLock = PathAddExtensionStr(fullFilePath, kContainerExtension);
             virtFindData = RecordOfMissingFile(fullFilePath);
