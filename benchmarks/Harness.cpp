@@ -16,11 +16,13 @@ struct Samples {
     std::vector<double> volume;
 };
 
+// The ratio is the median of the single pairs' ratios: where the machine's speed changes between pairs, that of the medians
+// would tell of the machine. The spread is half the distance between their quartiles, as a part of the ratio.
 struct Figures {
     double raw = 0;
     double volume = 0;
     double ratio = 0;
-    double spread = 0;  // half the distance between the quartiles of the single pairs' ratios, as a part of the ratio
+    double spread = 0;
 };
 
 double Quantile(std::vector<double> values, double part) {
@@ -63,11 +65,11 @@ Figures FiguresOf(const Samples& samples, bool isSpeedup) {
     std::vector<double> ratios = samples.volume;
     if (!samples.raw.empty()) {
         figures.raw = Quantile(samples.raw, 0.5);
-        figures.ratio = isSpeedup ? figures.raw / figures.volume : figures.volume / figures.raw;
         for (std::size_t i = 0; i < ratios.size(); ++i)
             ratios[i] = isSpeedup ? samples.raw[i] / ratios[i] : ratios[i] / samples.raw[i];
     }
-    figures.spread = (Quantile(ratios, 0.75) - Quantile(ratios, 0.25)) / 2 / Quantile(ratios, 0.5);
+    figures.ratio = Quantile(ratios, 0.5);
+    figures.spread = (Quantile(ratios, 0.75) - Quantile(ratios, 0.25)) / 2 / figures.ratio;
     return figures;
 }
 
@@ -75,16 +77,18 @@ Figures Combined(Figure figure, const std::vector<Figures>& parts) {
     Figures all = parts.back();
     if (parts.size() == 1)
         return all;
-    if (figure == Figure::AboveFixedCost) {
-        all.volume -= parts.front().volume - parts.front().raw;
-    } else {
-        for (auto part = parts.begin(); part != parts.end() - 1; ++part) {
+    double weighed = all.ratio * all.raw;
+    for (auto part = parts.begin(); part != parts.end() - 1; ++part)
+        if (figure == Figure::AboveFixedCost) {
+            all.volume -= part->volume - part->raw;
+            weighed -= part->ratio * part->raw - part->raw;
+        } else {
             all.raw += part->raw;
             all.volume += part->volume;
+            weighed += part->ratio * part->raw;
             all.spread = std::max(all.spread, part->spread);
         }
-    }
-    all.ratio = figure == Figure::Speedup ? all.raw / all.volume : all.volume / all.raw;
+    all.ratio = weighed / all.raw;
     return all;
 }
 

@@ -1,5 +1,5 @@
 // A row of the table sets one work of the volume beside the calls that it must make. Both are measured by turns in one
-// process, so that whatever else the machine does meets both; what is claimed is the ratio of the medians alone.
+// process, so that whatever else the machine does meets both; what is claimed are ratios alone.
 #pragma once
 
 #include <functional>
@@ -26,7 +26,7 @@ struct Part {
 };
 
 enum class Figure {
-    Ratio,           // volume to raw, summed over the parts
+    Ratio,           // volume to raw, over the sum of the parts
     AboveFixedCost,  // likewise of the last part, without what the first one costs the volume more
     Speedup,         // raw to volume: the same work by one thread and by two
     Alone,           // no ratio

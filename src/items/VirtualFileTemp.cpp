@@ -132,14 +132,13 @@ void VirtualFile::DropTempFile() {
 
 bool VirtualFile::SaveTrackerFileItem() {
     QC_TRACE_THIS(L"VirtualFile::SaveTrackerFileItem");
-    BY_HANDLE_FILE_INFORMATION tempFileInfo{};
-    QC_CHECK(GetFileInformationByHandle(m_hFile.Get(), &tempFileInfo), false,
+    const std::optional<FileStamp> temp = ReadOpenFileStamp(m_hFile.Get());
+    QC_CHECK(temp.has_value(), false,
              L"GetFileInformationByHandle(m_hFile, &tempFileInfo) != 0 =>false%s,  %s", L"Error[%s]", SystemErrorStr(GetLastError()));
     m_tracking.sourceName = GetZipFilePath();
     m_tracking.source = m_copy.container;
     m_tracking.tempName = m_copy.tempFilePath;
-    m_tracking.temp = {tempFileInfo.dwFileAttributes, static_cast<std::int64_t>(FileTimeNumber(tempFileInfo.ftLastWriteTime)),
-                       static_cast<std::int64_t>(static_cast<std::uint64_t>(tempFileInfo.nFileSizeHigh) << 32 | tempFileInfo.nFileSizeLow)};
+    m_tracking.temp = *temp;
     m_tracking.fileSpec = m_itemName;
     return qcLog.Leave(WriteTrackingFile(GetTempTrackingFile(), m_tracking));
 }

@@ -111,7 +111,8 @@ bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePa
 
 VirtualItemType GetHalvaneFileData(const FolderView& view, bool containerFlag, const std::wstring& containerFilePath,
                                    WIN32_FIND_DATAW& raw) {
-    QC_TRACE(L"GetHalvaneFileData", L"containerFlag[%s], containerFilePath[%s]", FormatBoolStr(containerFlag), containerFilePath);
+    QC_TRACE(L"GetHalvaneFileData", L"containerFlag[%s], containerFilePath[%s]", FormatBoolStr(containerFlag),
+             PathAppendStr(view.folderPath, raw.cFileName));
     ContainerInfo info;
     if (!containerFlag || !GetFileInformation(qcLog, containerFilePath, raw, info))
         return VIT_PlainFile;
@@ -141,7 +142,8 @@ bool FindKnownContainer(const FolderView& view, const std::wstring& containerFil
 void BuildVirtFindData(const FolderView& view, bool containerFlag, const WIN32_FIND_DATAW& rawOnDisk, VirtFindData* virtFindData) {
     QC_TRACE(L"BuildVirtFindData", L"folderPath[%s], containerFlag[%s], fileName[%s]", view.folderPath,
              FormatBoolStr(containerFlag), rawOnDisk.cFileName);
-    const std::wstring containerFilePath = PathAppendStr(view.folderPath, rawOnDisk.cFileName);
+    // Most entries of many folders are no containers, and need no path.
+    const std::wstring containerFilePath = containerFlag ? PathAppendStr(view.folderPath, rawOnDisk.cFileName) : std::wstring();
     if (containerFlag && FindKnownContainer(view, containerFilePath, rawOnDisk, virtFindData))
         return;
     WIN32_FIND_DATAW raw = rawOnDisk;

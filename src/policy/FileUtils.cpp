@@ -137,6 +137,14 @@ void FilePointer::Restore() {
         QC_REPORT(L"::SetFilePointerEx(m_hFile, m_origPos, 0, 0) != 0 =>false%s, ");
 }
 
+std::optional<FileStamp> ReadOpenFileStamp(HANDLE hFile) {
+    FILE_BASIC_INFO info{};
+    LARGE_INTEGER size{};
+    if (!GetFileInformationByHandleEx(hFile, FileBasicInfo, &info, sizeof(info)) || !GetFileSizeEx(hFile, &size))
+        return std::nullopt;
+    return FileStamp{info.FileAttributes, info.LastWriteTime.QuadPart, size.QuadPart};
+}
+
 std::optional<FileStamp> ReadFileStamp(const std::wstring& path) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
@@ -202,7 +210,9 @@ std::wstring PathRemoveFileSpecStr(std::wstring_view path) {
 }
 
 std::wstring PathAddExtensionStr(std::wstring_view path, std::wstring_view extension) {
-    return std::wstring(path).append(extension);
+    std::wstring extended;
+    extended.reserve(path.size() + extension.size());
+    return extended.append(path).append(extension);
 }
 
 std::wstring PathRemoveExtensionStr(std::wstring_view path) {
@@ -214,7 +224,9 @@ std::wstring PathRemoveExtensionStr(std::wstring_view path) {
 }
 
 std::wstring PathAppendStr(std::wstring_view folder, std::wstring_view name) {
-    std::wstring path(folder);
+    std::wstring path;
+    path.reserve(folder.size() + 1 + name.size());
+    path.append(folder);
     if (!path.empty() && !IsSeparator(path.back()))
         path += L'\\';
     return path.append(name);
@@ -225,7 +237,9 @@ bool IsPathBelow(std::wstring_view path, std::wstring_view folder) {
 }
 
 std::optional<std::wstring> PathJoinBelow(std::wstring_view folder, std::wstring_view relativePath) {
+    const std::size_t relativeUnits = relativePath.size();
     std::vector<std::wstring_view> components;
+    components.reserve(8);
     while (!relativePath.empty()) {
         const std::size_t end = std::min(relativePath.find_first_of(L"\\/"), relativePath.size());
         std::wstring_view component = relativePath.substr(0, end);
@@ -244,7 +258,9 @@ std::optional<std::wstring> PathJoinBelow(std::wstring_view folder, std::wstring
     }
     if (components.empty())
         return std::wstring(folder);  // as it stands: of "C:\" the separator is a part
-    std::wstring path(folder.substr(0, folder.find_last_not_of(L"\\/") + 1));
+    std::wstring path;
+    path.reserve(folder.size() + 1 + relativeUnits);
+    path.append(folder.substr(0, folder.find_last_not_of(L"\\/") + 1));
     for (const std::wstring_view component : components)
         path.append(L"\\").append(component);
     return path;

@@ -79,6 +79,7 @@ struct FileStamp {
 };
 // Nothing when the file cannot be looked at; the last error says why.
 std::optional<FileStamp> ReadFileStamp(const std::wstring& path);
+std::optional<FileStamp> ReadOpenFileStamp(HANDLE hFile);
 
 // Do two paths, perhaps spelled differently or through an alias, lead to one existing file?
 bool AreSameFile(const std::wstring& left, const std::wstring& right);
