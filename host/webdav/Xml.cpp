@@ -127,6 +127,8 @@ std::string Escaped(std::string_view text) {
         case '<': escaped += "&lt;"; break;
         case '>': escaped += "&gt;"; break;
         case '"': escaped += "&quot;"; break;
+        case '\t': escaped += "&#9;"; break;  // these three would be read back as blanks in an attribute
+        case '\n': escaped += "&#10;"; break;
         case '\r': escaped += "&#13;"; break;
         default: escaped += unit;
         }

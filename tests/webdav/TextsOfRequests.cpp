@@ -142,7 +142,7 @@ TEST(TextsOfRequests, PathsStayInside) {
 
 TEST(TextsOfRequests, Xml) {
     // A property keeps its value, namespaces, attributes and language, wherever its prefixes were declared.
-    const XmlNode document = ParseXml("<a xmlns='DAV:' xmlns:z='urn:z'><z:p xml:lang='de' z:x='1' y='&lt;'>t &amp; <z:q/><e xmlns=''>u</e></z:p></a>");
+    const XmlNode document = ParseXml("<a xmlns='DAV:' xmlns:z='urn:z'><z:p xml:lang='de' z:x='1' y='&lt;&#9;&#10;&#13;'>t &amp; <z:q/><e xmlns=''>u</e></z:p></a>");
     const XmlNode again = ParseXml("<w xmlns:D='DAV:'>" + Serialized(document.children.at(0)) + "</w>");
     const XmlNode& property = again.children.at(0);
     EXPECT_EQ(property.name, (XmlName{"urn:z", "p"}));
