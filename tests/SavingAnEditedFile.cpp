@@ -153,6 +153,40 @@ TEST_F(SavingAnEditedFile, LeavesWhatSomebodyElseSavedAlone) {
     EXPECT_EQ(expected, List(L"Docs\\*"));
 }
 
+// Encrypting takes long: what others store meanwhile is found before the new container is put in place.
+TEST_F(SavingAnEditedFile, LeavesWhatSomebodyElseSavesMeanwhileAlone) {
+    struct Exchange {
+        std::wstring newer, container;
+        bool isDone;
+    };
+    for (const bool isNew : {false, true}) {
+        SCOPED_TRACE(isNew ? "a new file" : "an edited one");
+        const std::wstring name = isNew ? L"new.txt" : L"a.txt";
+        Exchange exchange{NativePath(L"newer.zip"), ContainerPath(L"Docs\\" + name), false};
+        MakeContainer(exchange.container, name, "theirs");
+        std::filesystem::rename(exchange.container, exchange.newer);
+        const std::string theirs = ReadRaw(exchange.newer);
+        if (!isNew)
+            MakeContainer(exchange.container, name, "base");
+        void* const hFile = MustOpen(L"Docs\\" + name, kReadWrite, OPEN_ALWAYS);
+        EXPECT_OK(Write(hFile, "mine"));
+        TestCompanion_SetHook(
+            "IFileWriter::Write",
+            [](void* context) {
+                auto* const todo = static_cast<Exchange*>(context);
+                todo->isDone |= MoveFileExW(todo->newer.c_str(), todo->container.c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE;
+            },
+            &exchange);
+        Close(hFile);
+        TestCompanion_SetHook(nullptr, nullptr, nullptr);
+        EXPECT_TRUE(exchange.isDone);
+        EXPECT_EQ(theirs, ReadRaw(exchange.container));
+        EXPECT_EQ("mine", ContainerContent(ContainerPath(L"Docs\\" + ConflictName(name))));
+        EXPECT_EQ("mine", Get(L"Docs\\" + ConflictName(name)));
+        EXPECT_EQ(0u, TrackedEdits().size());
+    }
+}
+
 TEST_F(SavingAnEditedFile, NamesLaterConflictsOfADayApart) {
     MakeContainer(ContainerPath(L"Docs\\a.txt"), L"a.txt", "base");
     // A plain file has the second name, so the second conflict goes on to the third.

@@ -71,8 +71,9 @@ private:
                                                 const std::wstring& srcFilePath);
     VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
                                               const std::wstring& srcFilePath, HANDLE hSource, const LockedFile& dest);
+    // With replaced, the container is put in place only where that one still is, or nothing: otherwise VVS_PathAlreadyExists.
     VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
-                                                const std::wstring& srcFilePath, HANDLE hSource);
+                                                const std::wstring& srcFilePath, HANDLE hSource, const FileStamp* replaced = nullptr);
     bool IsSourceChanged() const;
     bool IsLockedByOthers() const;
     void RememberSavedState();

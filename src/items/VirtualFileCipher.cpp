@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::int32_t kWriterMode = 2;
 constexpr int kMostConflictNames = 1000;
+constexpr int kSaveAttempts = 3;
 
 using LibraryString = LibraryPtr<IHvcStringW>;
 LibraryString MakeLibraryString(const std::wstring& text) { return LibraryString(new CHvcStringWImpl(text.c_str())); }
@@ -26,6 +27,11 @@ SYSTEMTIME SystemTimeOf(const FILETIME& time) {
     SYSTEMTIME systemTime{};
     FileTimeToSystemTime(&time, &systemTime);
     return systemTime;
+}
+
+bool IsOtherFile(const std::wstring& path, const FileStamp& stamp) {
+    const std::optional<FileStamp> there = ReadFileStamp(path);
+    return there && *there != stamp;
 }
 
 // A temp file for a container that is not used in place; its folder goes when this ends, unless it is kept.
@@ -115,14 +121,14 @@ VirtualVolumeStatus VirtualFile::EncryptChangedTempFileIfNeeded() {
     }
     const SaveGate gate(GetZipFilePath());
     const bool isTaken = IsSourceChanged() || IsLockedByOthers();
-    QC_CHECK_STATUS(isTaken ? SaveUnderFreeName() : EncryptChangedTempFile(), L"EncryptChangedTempFile() =>%s, ");
+    VirtualVolumeStatus status = isTaken ? SaveUnderFreeName() : EncryptChangedTempFile();
+    for (int attempt = 0; status == VVS_PathAlreadyExists && attempt < kSaveAttempts; ++attempt)
+        status = SaveUnderFreeName();
+    QC_CHECK_STATUS(status, L"EncryptChangedTempFile() =>%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
-bool VirtualFile::IsSourceChanged() const {
-    const std::optional<FileStamp> container = ReadFileStamp(GetZipFilePath());
-    return container && *container != m_copy.container;
-}
+bool VirtualFile::IsSourceChanged() const { return IsOtherFile(GetZipFilePath(), m_copy.container); }
 
 // Was a lock taken after the item had been opened? Its holder counts on nobody else changing the file.
 bool VirtualFile::IsLockedByOthers() const {
@@ -131,11 +137,13 @@ bool VirtualFile::IsLockedByOthers() const {
 }
 
 // Saves beside a container that somebody else changed or locked. The name is reserved by an empty file, which the writer replaces:
-// no two savers can take the same one. When saving fails the item keeps its own name, under which the edit is found again.
+// no two savers can take the same one. Encrypting takes long, so whether the name is still free is asked again before the
+// container is put in place. When saving fails the item keeps its own name, under which the edit is found again.
 VirtualVolumeStatus VirtualFile::SaveUnderFreeName() {
     QC_TRACE_THIS(L"VirtualFile::SwitchToConflictNameIfSrcChanged", L"%s", DescriptionStr());
     const std::wstring ownPath = m_itemFullPath;
     bool isReserved = false;
+    const FileStamp ownContainer = m_copy.container;
     const LockedFile ownLock = std::move(m_lockedFile);
     m_lockedFile = {};
     const OnExit restoreUnlessSaved([&] {
@@ -144,6 +152,7 @@ VirtualVolumeStatus VirtualFile::SaveUnderFreeName() {
         const std::optional<FileStamp> reserved = ReadFileStamp(GetZipFilePath());
         if (isReserved && reserved && reserved->size == 0)
             DeleteFileOrFolder(GetZipFilePath());
+        m_copy.container = ownContainer;
         SetItemPath(ownPath);
     });
     bool mayBeTaken = true;
@@ -158,6 +167,7 @@ VirtualVolumeStatus VirtualFile::SaveUnderFreeName() {
         isReserved = CreateFileW(GetZipFilePath(), GENERIC_WRITE, kShareAll, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hReserved) == VVS_Success;
         mayBeTaken = isReserved || GetLastError() == ERROR_FILE_EXISTS;
     }
+    m_copy.container = ReadFileStamp(GetZipFilePath()).value_or(FileStamp{});
     return qcLog.Leave(EncryptChangedTempFile());
 }
 
@@ -176,10 +186,11 @@ VirtualVolumeStatus VirtualFile::EncryptChangedTempFile() {
 VirtualVolumeStatus VirtualFile::EncryptOpenFileUnlocked(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
                                                          const std::wstring& srcFilePath) {
     QC_TRACE_THIS(L"VirtualFile::EncryptOpenFileUnlocked");
-    if (EncryptOpenFileInternal(zipFilePath, virtualFileSpec, srcFilePath, m_hFile.Get()) == VVS_Success) {
+    const VirtualVolumeStatus status = EncryptOpenFileInternal(zipFilePath, virtualFileSpec, srcFilePath, m_hFile.Get(), &m_copy.container);
+    if (status == VVS_Success)
         RememberSavedState();
-        return qcLog.Leave(VVS_Success);
-    }
+    if (status == VVS_Success || status == VVS_PathAlreadyExists)
+        return qcLog.Leave(status);
     QC_CHECK(BackupTempFile(srcFilePath, zipFilePath, m_itemName, DescriptionStr()), VVS_GeneralError,
              L"BackupTempFile(srcFilePath, zipFilePath) =>false%s, ");
     m_modified = false;  // the edit is safe, though not in the container
@@ -226,7 +237,7 @@ VirtualVolumeStatus VirtualFile::EncryptOpenFileLocked(const std::wstring& zipFi
 }
 
 VirtualVolumeStatus VirtualFile::EncryptOpenFileInternal(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
-                                                         const std::wstring& srcFilePath, HANDLE hSource) {
+                                                         const std::wstring& srcFilePath, HANDLE hSource, const FileStamp* replaced) {
     QC_TRACE_THIS(L"VirtualFile::EncryptOpenFileInternal", L"zipFilePath[%s], virtualFileSpec[%s], srcFilePath[%s]", zipFilePath,
                   virtualFileSpec, srcFilePath);
     BY_HANDLE_FILE_INFORMATION fileInfo{};
@@ -256,6 +267,7 @@ VirtualVolumeStatus VirtualFile::EncryptOpenFileInternal(const std::wstring& zip
             QC_CHECK(writer->Write(writeBuffer.get(), bytesToWrite), VSS_EncryptError,
                      L"writer->Write(writeBuffer, bytesToWrite) =>false%s, ");
         }
+        QC_CHECK(!replaced || !IsOtherFile(zipFilePath, *replaced), VVS_PathAlreadyExists, L"!IsSourceChanged() =>false%s, ");
         QC_CHECK(writer->Finish(true), VSS_EncryptError, L"writer->Finish(true) =>false%s, ");
         return qcLog.Leave(VVS_Success);
     } catch (const CQuelcryptErrorException& exception) {
