@@ -38,6 +38,8 @@ void CheckAccess(const AccessRules& rules, const Request& request) {
     const auto host = request.Field("Host");
     if (!host)
         throw HttpError(400, "the request does not say which host it is for");
+    if (host->find(',') != std::string::npos)
+        throw HttpError(400, "the request is for more than one host");
     if (!IsOwnHost(rules, HostName(*host)))
         throw HttpError(403, "this server does not answer for that host; 'serve --host NAME' adds one");
     if (IsForeign(request, *host))

@@ -114,6 +114,12 @@ private:
 
 using Parser = http::request_parser<http::buffer_body>;
 
+// The client is there and sends what is not HTTP; rather than that it is gone.
+bool IsMalformed(const ErrorCode& error) {
+    return error && error.category() == http::make_error_code(http::error::bad_version).category() && error != http::error::need_buffer &&
+           error != http::error::end_of_stream && error != http::error::partial_message;
+}
+
 class BeastBody : public RequestBody {
 public:
     BeastBody(TimedSocket& socket, beast::flat_buffer& buffer, Parser& parser)
@@ -134,6 +140,8 @@ public:
         m_parser.get().body().size = capacity;
         if (!error)
             http::read(m_socket, m_buffer, m_parser, error);
+        if (IsMalformed(error))
+            throw HttpError(400, "the body of the request: " + error.message());
         if (error && error != http::error::need_buffer)
             throw ConnectionLost("the request broke off: " + error.message());
         return capacity - m_parser.get().body().size;
@@ -265,10 +273,13 @@ int StatusOfHeaderError(const ErrorCode& error) {
         return 431;
     if (error == boost::asio::error::timed_out)
         return 408;
-    return error.category() == http::make_error_code(http::error::bad_version).category() && error != http::error::end_of_stream &&
-                   error != http::error::partial_message
-               ? 400
-               : 0;
+    return IsMalformed(error) ? 400 : 0;
+}
+
+// Any other coding than "chunked" would leave open where the body ends, and what stands in it would be taken for a request.
+bool IsUnknownCoding(const Parser& parser) {
+    const auto& header = parser.get();
+    return header.count(http::field::transfer_encoding) > 0 && !EqualToken(header[http::field::transfer_encoding], "chunked");
 }
 
 bool WaitForFirstByte(TimedSocket& socket, beast::flat_buffer& buffer) {
@@ -295,6 +306,10 @@ bool ServeOne(TimedSocket& socket, beast::flat_buffer& buffer, const Handler& ha
     if (error) {
         if (const int status = StatusOfHeaderError(error))
             BeastResponse(socket, 11, false, false).Begin(status, {}, 0);
+        return false;
+    }
+    if (IsUnknownCoding(parser)) {
+        BeastResponse(socket, 11, false, false).Begin(501, {}, 0);
         return false;
     }
     const Request request = TakeRequest(parser);

@@ -65,7 +65,11 @@ void Site::Dispatch(const Request& request, RequestBody& body, Response& respons
     for (const MethodRow& row : c_methods) {
         if (request.method != row.name)
             continue;
-        const VolumePath path = request.target == "*" && request.method == "OPTIONS" ? VolumePath() : ParseTarget(request.target);
+        std::string authority;
+        const bool isWhole = request.target == "*" && request.method == "OPTIONS";
+        const VolumePath path = isWhole ? VolumePath() : ParseTarget(request.target, &authority);
+        if (!authority.empty() && !EqualToken(authority, request.Field("Host").value_or("")))
+            throw HttpError(400, "the request is for more than one host");
         Exchange exchange{m_state, request, body, response, Locate(m_state.volume, path).path, {}, {}};
         if (const auto field = request.Field("If")) {
             exchange.ifHeader = ParseIf(*field);

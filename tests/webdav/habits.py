@@ -239,7 +239,27 @@ def foreign_requests(dav):
     status(dav('PUT', '/Docs/x.txt', b'x', Origin='null'), 403)
     status(dav('GET', '/', Origin=f'http://127.0.0.1:{dav.port}'), 200)
     status(dav('GET', '/', Sec_Fetch_Site='cross-site', Sec_Fetch_Mode='no-cors', Sec_Fetch_Dest='image'), 403)
-    expect(dav.raw(b'GET / HTTP/1.1\r\n\r\n').startswith(b'HTTP/1.1 400'), 'without a host')
+    own = b'Host: 127.0.0.1:%d\r\n' % dav.port
+    for head in (b'GET / HTTP/1.1\r\n', b'GET / HTTP/1.1\r\nHost: evil.example\r\n' + own, b'GET / HTTP/1.1\r\n' + own + b'Host: evil.example\r\n',
+                 b'GET http://evil.example/ HTTP/1.1\r\n' + own):
+        answer = dav.raw(head + b'\r\n')
+        expect(answer.startswith((b'HTTP/1.1 400', b'HTTP/1.1 403')), f'{head}: {answer[:40]}')
+    expect(dav.raw(b'GET http://127.0.0.1:%d/ HTTP/1.1\r\n' % dav.port + own + b'\r\n').startswith(b'HTTP/1.1 200'), 'the own host in full')
+
+
+def bodies_without_a_clear_end(dav):
+    """What is stored is what was sent, or nothing; no part of a body is taken for a request."""
+    status(dav('PUT', '/Docs/ends.txt', b'old'), 201, 204)
+    inner = b'DELETE /Docs/ends.txt HTTP/1.1\r\nHost: localhost\r\n\r\n'
+    length, chunked = b'Content-Length: 4\r\n', b'Transfer-Encoding: chunked\r\n'
+    for fields, body, wanted in ((b'Transfer-Encoding: gzip\r\n', inner, 501), (b'Transfer-Encoding: identity\r\n', inner, 501),
+                                 (b'Transfer-Encoding: gzip, chunked\r\n', b'4\r\nabcd\r\n0\r\n\r\n', 501),
+                                 (b'Transfer-Encoding: xchunked\r\n' + length, b'abcd' + inner, 501),
+                                 (chunked + length, b'0\r\n\r\n' + inner, 400), (length + b'Content-Length: 5\r\n', b'abcd' + inner, 400),
+                                 (chunked, b'4\r\nabcdX\r\n0\r\n\r\n' + inner, 400), (chunked, b'-4\r\n' + inner, 400)):
+        answer = dav.raw(b'PUT /Docs/ends.txt HTTP/1.1\r\nHost: localhost\r\n' + fields + b'\r\n' + body)
+        expect(answer.startswith(b'HTTP/1.1 %d' % wanted) and answer.count(b'HTTP/1.1') == 1, f'{fields} {answer[:60]}')
+        content(dav, '/Docs/ends.txt', b'old')
 
 
 def limits(dav):
@@ -456,5 +476,5 @@ def large_folders(dav):
 if __name__ == '__main__':
     run((explorer_saves, finder_saves, word_and_excel_save, moving_onto_a_locked_file, locked_files_move_and_go_with_their_token,
          lock_before_the_file_exists, an_expired_lock_blocks_nobody, shared_locks_and_refresh, folder_locks, names, refused_paths,
-         foreign_requests, limits, conditions, broken_uploads, large_and_parallel, copies_and_moves, whatever_is_listed_can_be_used,
+         foreign_requests, bodies_without_a_clear_end, limits, conditions, broken_uploads, large_and_parallel, copies_and_moves, whatever_is_listed_can_be_used,
          properties, large_folders))
