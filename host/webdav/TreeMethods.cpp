@@ -104,6 +104,13 @@ void NoteTransfer(State& state, const Transfer& transfer) {
         state.changes.Note(transfer.source.path);
 }
 
+void RemovePart(const Volume& volume, const VolumePath& copy) {
+    std::vector<MemberFailure> failures;
+    const Resource item = Locate(volume, copy);
+    if (item.Exists())
+        RemoveTree(volume, item, failures);
+}
+
 void CarryOut(Exchange& exchange, const Transfer& transfer) {
     State& state = exchange.state;
     const auto& [source, target, isMove, shallow] = transfer;
@@ -120,10 +127,12 @@ void CarryOut(Exchange& exchange, const Transfer& transfer) {
     std::vector<MemberFailure> failures;
     const bool whole = isMove ? MoveTree(state.volume, source, place, failures)
                               : CopyTree(state.volume, source, place, shallow, failures);
+    if (!whole && !isMove && replaced)
+        RemovePart(state.volume, place);
     if (!whole && !state.volume.Find(place))
-        return AnswerForFailures(exchange, failures, source);
+        return AnswerForFailures(exchange, failures, source);  // what was to be replaced comes back
     NoteTransfer(state, transfer);
-    if (replaced)
+    if (whole && replaced)
         replaced->Discard();
     if (targetLocks)
         targetLocks->Forget();

@@ -399,6 +399,34 @@ def copies_and_moves(dav):
         status(dav('DELETE', path), 204)
 
 
+def a_replaced_folder_is_not_lost(dav):
+    """When its successor could only be made in part: one file of it cannot be decrypted."""
+    for method, target in (('COPY', '/Docs/replaced'), ('COPY', '/Other/replaced'), ('MOVE', '/Other/replaced')):
+        source = fresh(dav, 'successor')
+        dav('DELETE', target)
+        status(dav('MKCOL', target), 201)
+        status(dav('PUT', target + '/kept.txt', b'kept'), 201)
+        status(dav('PUT', source + 'good.txt', b'good'), 201)
+        status(dav('PUT', source + 'bad.txt', b'bad' * 1000), 201)
+        with open(f'{dav.folder}/Docs/successor/bad.txt.zip', 'r+b') as container:
+            container.seek(1000)
+            container.write(b'damaged')
+        status(dav(method, source, Destination=dav.url(target)), 207)
+        parent = target.rsplit('/', 1)[0] + '/'
+        kept = [path for path in dav.listing(parent) if path.startswith(target)]
+        if method == 'COPY':
+            expect(kept == [target + '/'] and dav.listing(target + '/') == [target + '/kept.txt'], f'{kept}')
+            content(dav, source + 'good.txt', b'good')
+        else:
+            expect(len(kept) == 2, f'{kept}')
+            content(dav, target + '/good.txt', b'good')
+            kept = [path for path in kept if '.~' in path]
+        content(dav, kept[0] + 'kept.txt', b'kept')
+        expect(source + 'bad.txt' in dav.listing(source), 'what could not be copied is gone')
+        dav('DELETE', kept[0])
+    dav('DELETE', source)
+
+
 def whatever_is_listed_can_be_used(dav):
     folder = fresh(dav, 'listed')
     native = dav.folder + '/Docs/listed/'
@@ -476,5 +504,6 @@ def large_folders(dav):
 if __name__ == '__main__':
     run((explorer_saves, finder_saves, word_and_excel_save, moving_onto_a_locked_file, locked_files_move_and_go_with_their_token,
          lock_before_the_file_exists, an_expired_lock_blocks_nobody, shared_locks_and_refresh, folder_locks, names, refused_paths,
-         foreign_requests, bodies_without_a_clear_end, limits, conditions, broken_uploads, large_and_parallel, copies_and_moves, whatever_is_listed_can_be_used,
+         foreign_requests, bodies_without_a_clear_end, limits, conditions, broken_uploads, large_and_parallel, copies_and_moves,
+         a_replaced_folder_is_not_lost, whatever_is_listed_can_be_used,
          properties, large_folders))
