@@ -1,6 +1,7 @@
 #include "webdav/Connection.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <optional>
@@ -25,16 +26,18 @@ constexpr std::size_t c_bufferSize = 64 * 1024;  // with less, uploads come in d
 constexpr std::size_t c_writeSize = 32 * 1024;
 constexpr std::size_t c_drainLimit = 256 * 1024;
 constexpr std::chrono::seconds c_idleTime{75}, c_headerTime{20}, c_stallTime{60}, c_lingerTime{2};
+constexpr std::chrono::milliseconds c_turn{200};
 constexpr int c_slowestBytesPerSecond = 1024;
 
 // The socket with a deadline for what is being read. A body's deadline moves on with every byte, so that a slow client may
 // take long, but not for ever.
 class TimedSocket {
 public:
-    explicit TimedSocket(tcp::socket& socket) : m_socket(socket) {
+    TimedSocket(tcp::socket& socket, const std::atomic<bool>& isStopping) : m_socket(socket), m_isStopping(isStopping) {
         ErrorCode ignored;
         m_socket.set_option(tcp::no_delay(true), ignored);
-        SetTimeout(SO_SNDTIMEO, c_stallTime);
+        const DWORD milliseconds = static_cast<DWORD>(std::chrono::milliseconds(c_stallTime).count());
+        setsockopt(m_socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*>(&milliseconds), sizeof(milliseconds));
     }
 
     void ExpectWithin(Clock::duration time) {
@@ -48,12 +51,13 @@ public:
 
     template <class Buffers>
     std::size_t read_some(const Buffers& buffers, ErrorCode& error) {
-        const auto left = m_deadline - Clock::now();
-        if (left <= Clock::duration::zero()) {
-            error = boost::asio::error::timed_out;
-            return 0;
-        }
-        SetTimeout(SO_RCVTIMEO, left);
+        do {
+            const bool isStopping = m_isStopping && !m_isLeaving;
+            if (isStopping || Clock::now() >= m_deadline) {
+                error = isStopping ? boost::asio::error::operation_aborted : boost::asio::error::timed_out;
+                return 0;
+            }
+        } while (!WaitForData());
         const std::size_t count = m_socket.read_some(buffers, error);
         if (m_extends) {
             const auto earned = std::chrono::milliseconds(count * 1000 / c_slowestBytesPerSecond);
@@ -84,6 +88,7 @@ public:
         ErrorCode error;
         m_socket.shutdown(tcp::socket::shutdown_send, error);
         ExpectWithin(c_lingerTime);
+        m_isLeaving = true;
         char dropped[4096];
         while (!error)
             read_some(boost::asio::buffer(dropped), error);
@@ -100,15 +105,22 @@ private:
         return count;
     }
 
-    void SetTimeout(int option, Clock::duration time) {
-        const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
-        const DWORD value = static_cast<DWORD>(std::max<long long>(1, milliseconds));
-        setsockopt(m_socket.native_handle(), SOL_SOCKET, option, reinterpret_cast<const char*>(&value), sizeof(value));
+    // In short turns: a thread that waits inside of a read is not woken by what other threads do to the socket.
+    bool WaitForData() {
+        const auto left = std::chrono::duration_cast<std::chrono::microseconds>(m_deadline - Clock::now());
+        const auto turn = std::clamp(left, std::chrono::microseconds(0), std::chrono::microseconds(c_turn));
+        fd_set sockets;
+        FD_ZERO(&sockets);
+        FD_SET(m_socket.native_handle(), &sockets);
+        timeval patience{0, static_cast<long>(turn.count())};
+        return select(0, &sockets, nullptr, nullptr, &patience) != 0;
     }
 
     tcp::socket& m_socket;
+    const std::atomic<bool>& m_isStopping;
     Clock::time_point m_deadline;
     bool m_extends = false;
+    bool m_isLeaving = false;
     std::uint64_t m_bytesSent = 0;
 };
 
@@ -330,12 +342,12 @@ bool ServeOne(TimedSocket& socket, beast::flat_buffer& buffer, const Handler& ha
 
 }  // namespace
 
-void ServeConnection(tcp::socket& plainSocket, const Handler& handler, bool logRequests) {
-    TimedSocket socket(plainSocket);
+void ServeConnection(tcp::socket& plainSocket, const Handler& handler, bool logRequests, const std::atomic<bool>& isStopping) {
+    TimedSocket socket(plainSocket, isStopping);
     try {
         beast::flat_buffer buffer;
         buffer.reserve(c_bufferSize);
-        while (ServeOne(socket, buffer, handler, logRequests)) {
+        while (!isStopping && ServeOne(socket, buffer, handler, logRequests)) {
         }
     } catch (const std::exception&) {
         // Nobody is left to be told.

@@ -1,5 +1,6 @@
 #include "webdav/Server.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <list>
@@ -35,7 +36,7 @@ public:
         const auto place = m_sockets.insert(m_sockets.end(), std::move(socket));
         try {
             std::thread([this, place, &handler, logRequests] {
-                ServeConnection(*place, handler, logRequests);
+                ServeConnection(*place, handler, logRequests, m_isStopping);
                 const std::lock_guard threadGuard(m_mutex);
                 m_sockets.erase(place);
                 m_ended.notify_all();
@@ -47,21 +48,18 @@ public:
 
     // Ends reading everywhere, waits for what is being answered, then cuts off who does not take the answer.
     void Stop() {
+        m_isStopping = true;
         std::unique_lock guard(m_mutex);
-        ShutDown(tcp::socket::shutdown_receive);
         if (m_ended.wait_for(guard, c_timeToFinish, [this] { return m_sockets.empty(); }))
             return;
-        ShutDown(tcp::socket::shutdown_both);
+        boost::system::error_code ignored;
+        for (tcp::socket& socket : m_sockets)
+            socket.shutdown(tcp::socket::shutdown_both, ignored);
         m_ended.wait(guard, [this] { return m_sockets.empty(); });  // what is being stored is stored to the end
     }
 
 private:
-    void ShutDown(tcp::socket::shutdown_type how) {
-        boost::system::error_code ignored;
-        for (tcp::socket& socket : m_sockets)
-            socket.shutdown(how, ignored);
-    }
-
+    std::atomic<bool> m_isStopping{false};
     std::mutex m_mutex;
     std::condition_variable m_ended;
     std::list<tcp::socket> m_sockets;
