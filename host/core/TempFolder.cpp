@@ -51,7 +51,10 @@ HANDLE OpenRunMark(const fs::path& folder, DWORD disposition) {
 
 fs::path UserTempFolder() {
     wchar_t base[MAX_PATH + 2];
-    if (!GetTempPathW(static_cast<DWORD>(std::size(base)), base))
+    const DWORD length = GetTempPathW(static_cast<DWORD>(std::size(base)), base);
+    if (length >= std::size(base))  // it is then not stored at all
+        throw HostError("the temp folder: its path is too long");
+    if (length == 0)
         throw HostError("the temp folder: " + SystemMessage(GetLastError()));
     const fs::path folder = fs::path(base).parent_path();  // without the separator at its end
     return IsRunFolder(folder) ? folder.parent_path() : folder;

@@ -19,8 +19,11 @@ constexpr std::size_t c_partSize = 256 * 1024;
 
 HANDLE CreateSpoolFile() {
     wchar_t folder[MAX_PATH + 2];
-    if (!GetTempPathW(static_cast<DWORD>(std::size(folder)), folder))
+    const DWORD length = GetTempPathW(static_cast<DWORD>(std::size(folder)), folder);
+    if (length == 0)
         ThrowFileError();
+    if (length >= std::size(folder))  // it is then not stored at all
+        throw HttpError(500, "the upload could not be kept: the path of the temp folder is too long");
     const std::wstring path = std::wstring(folder) + L"upload-" + UniqueSuffix();
     const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                     FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
