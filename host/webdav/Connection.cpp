@@ -37,7 +37,8 @@ public:
         ErrorCode ignored;
         m_socket.set_option(tcp::no_delay(true), ignored);
         const DWORD milliseconds = static_cast<DWORD>(std::chrono::milliseconds(c_stallTime).count());
-        setsockopt(m_socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*>(&milliseconds), sizeof(milliseconds));
+        setsockopt(m_socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*>(&milliseconds),
+                   sizeof(milliseconds));
     }
 
     void ExpectWithin(Clock::duration time) {
@@ -128,8 +129,8 @@ using Parser = http::request_parser<http::buffer_body>;
 
 // The client is there and sends what is not HTTP; rather than that it is gone.
 bool IsMalformed(const ErrorCode& error) {
-    return error && error.category() == http::make_error_code(http::error::bad_version).category() && error != http::error::need_buffer &&
-           error != http::error::end_of_stream && error != http::error::partial_message;
+    return error && error.category() == http::make_error_code(http::error::bad_version).category() &&
+           error != http::error::need_buffer && error != http::error::end_of_stream && error != http::error::partial_message;
 }
 
 class BeastBody : public RequestBody {

@@ -11,7 +11,8 @@ namespace webdav {
 
 // Serves until the client leaves, is too slow or asks to close. Once isStopping is true nothing more is read, and what is being
 // answered is the last. Throws nothing.
-void ServeConnection(boost::asio::ip::tcp::socket& socket, const Handler& handler, bool logRequests, const std::atomic<bool>& isStopping);
+void ServeConnection(boost::asio::ip::tcp::socket& socket, const Handler& handler, bool logRequests,
+                     const std::atomic<bool>& isStopping);
 
 // Tells the client that there are too many, and leaves.
 void RefuseConnection(boost::asio::ip::tcp::socket& socket);

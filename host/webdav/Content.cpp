@@ -52,7 +52,8 @@ bool RangeIsWanted(const Exchange& exchange, const Resource& file) {
 }
 
 // The whole range as it is now, kept aside: an open handle of a locked file would outlast the lock and stand against the next.
-void SendLockedContent(Exchange& exchange, const Resource& file, const ByteRange& range, int status, const Fields& fields, Claim& claim) {
+void SendLockedContent(Exchange& exchange, const Resource& file, const ByteRange& range, int status, const Fields& fields,
+                       Claim& claim) {
     Spool spool;
     {
         FileReader reader(exchange.state.volume, file.entry->path);

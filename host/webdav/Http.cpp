@@ -122,15 +122,16 @@ std::string HttpDate(std::uint64_t fileTime) {
 std::string IsoDate(std::uint64_t fileTime) {
     const SYSTEMTIME time = SystemTimeOf(fileTime);
     char text[64];
-    std::snprintf(text, sizeof(text), "%04u-%02u-%02uT%02u:%02u:%02uZ", time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute,
-                  time.wSecond);
+    std::snprintf(text, sizeof(text), "%04u-%02u-%02uT%02u:%02u:%02uZ", time.wYear, time.wMonth, time.wDay, time.wHour,
+                  time.wMinute, time.wSecond);
     return text;
 }
 
 std::uint64_t ParseHttpDate(std::string_view text) {
     char month[4] = {};
     unsigned day = 0, year = 0, hour = 0, minute = 0, second = 0;
-    if (std::sscanf(std::string(text).c_str(), "%*3s, %2u %3s %4u %2u:%2u:%2u GMT", &day, month, &year, &hour, &minute, &second) != 6)
+    if (std::sscanf(std::string(text).c_str(), "%*3s, %2u %3s %4u %2u:%2u:%2u GMT", &day, month, &year, &hour, &minute,
+                    &second) != 6)
         return 0;
     const auto found = std::find(std::begin(c_months), std::end(c_months), std::string_view(month));
     SYSTEMTIME parts{};

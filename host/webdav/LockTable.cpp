@@ -21,7 +21,8 @@ std::uint64_t ExpiryOf(const DavLock& lock) {
 // "{0F8FAD5B-...}" as the volume has it.
 std::string TokenOf(std::wstring_view guid) {
     std::string token = ToUtf8(guid.substr(1, guid.size() - 2));
-    std::transform(token.begin(), token.end(), token.begin(), [](char unit) { return unit >= 'A' && unit <= 'F' ? char(unit + 32) : unit; });
+    std::transform(token.begin(), token.end(), token.begin(),
+                   [](char unit) { return unit >= 'A' && unit <= 'F' ? char(unit + 32) : unit; });
     return "opaquelocktoken:" + token;
 }
 
@@ -68,8 +69,9 @@ DavLock LockTable::Add(DavLock wanted) {
     const std::lock_guard guard(m_mutex);
     for (const DavLock& lock : m_locks)
         if (InConflict(lock, wanted))
-            throw HttpError(423, "another lock stands against it",
-                            "<D:no-conflicting-lock><D:href>" + Href(lock.root, lock.isFolder) + "</D:href></D:no-conflicting-lock>");
+            throw HttpError(
+                423, "another lock stands against it",
+                "<D:no-conflicting-lock><D:href>" + Href(lock.root, lock.isFolder) + "</D:href></D:no-conflicting-lock>");
     Hold(wanted);
     wanted.token = wanted.isFolder ? NewToken() : TokenOf(wanted.volumeToken);
     wanted.expires = Now() + wanted.timeoutSeconds * c_second;
@@ -113,7 +115,8 @@ void LockTable::RemoveExpired() {
 std::vector<DavLock> LockTable::Covering(const VolumePath& path) const {
     const std::lock_guard guard(m_mutex);
     std::vector<DavLock> found;
-    std::copy_if(m_locks.begin(), m_locks.end(), std::back_inserter(found), [&](const DavLock& lock) { return lock.Covers(path); });
+    std::copy_if(m_locks.begin(), m_locks.end(), std::back_inserter(found),
+                 [&](const DavLock& lock) { return lock.Covers(path); });
     return found;
 }
 
@@ -155,11 +158,13 @@ void RequireTokens(const LockTable& table, const std::vector<std::string>& submi
     const std::vector<DavLock> locks = table.Covering(path);
     if (locks.empty() || std::any_of(locks.begin(), locks.end(), [&](const DavLock& lock) { return Opens(submitted, lock); }))
         return;
-    throw HttpError(423, "it is locked",
-                    "<D:lock-token-submitted><D:href>" + Href(locks[0].root, locks[0].isFolder) + "</D:href></D:lock-token-submitted>");
+    throw HttpError(
+        423, "it is locked",
+        "<D:lock-token-submitted><D:href>" + Href(locks[0].root, locks[0].isFolder) + "</D:href></D:lock-token-submitted>");
 }
 
-std::vector<DavLock> ClosedLocksInside(const LockTable& table, const std::vector<std::string>& submitted, const VolumePath& path) {
+std::vector<DavLock> ClosedLocksInside(const LockTable& table, const std::vector<std::string>& submitted,
+                                       const VolumePath& path) {
     const std::vector<DavLock> locks = table.Inside(path);
     std::vector<DavLock> closed;
     for (const DavLock& lock : locks) {

@@ -68,9 +68,10 @@ void CheckConditions(const Exchange& exchange, const Resource& resource) {
         if (time != 0 && resource.entry->data.lastWriteTime / c_second > time / c_second)
             throw HttpError(412, "it was changed since");
     }
-    const bool holds = exchange.ifHeader.empty() || IfHolds(exchange.ifHeader, [&](const std::string& url, const IfCondition& condition) {
-                           return Holds(exchange, resource, url, condition);
-                       });
+    const bool holds =
+        exchange.ifHeader.empty() || IfHolds(exchange.ifHeader, [&](const std::string& url, const IfCondition& condition) {
+            return Holds(exchange, resource, url, condition);
+        });
     if (!holds)
         throw HttpError(412, "the If field does not hold");
 }
@@ -103,7 +104,8 @@ std::string ReadXmlBody(RequestBody& body) {
 void SendFailures(Response& response, const std::vector<MemberFailure>& failures) {
     std::string xml = R"(<?xml version="1.0" encoding="utf-8"?><D:multistatus xmlns:D="DAV:">)";
     for (const MemberFailure& failure : failures)
-        xml += "<D:response><D:href>" + failure.href + "</D:href><D:status>" + StatusLine(failure.status) + "</D:status></D:response>";
+        xml += "<D:response><D:href>" + failure.href + "</D:href><D:status>" + StatusLine(failure.status) +
+               "</D:status></D:response>";
     response.Send(207, {{"Content-Type", "application/xml; charset=utf-8"}}, xml + "</D:multistatus>");
 }
 

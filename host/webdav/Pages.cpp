@@ -67,12 +67,13 @@ std::string Trail(const VolumePath& path) {
 }  // namespace
 
 void SendFolderPage(Exchange& exchange, const Resource& folder) {
-    const Fields fields{{"Content-Type", "text/html; charset=utf-8"},
-                        {"Cache-Control", "private, no-cache"},
-                        {"X-Content-Type-Options", "nosniff"},
-                        {"X-Frame-Options", "DENY"},
-                        {"Referrer-Policy", "no-referrer"},
-                        {"Content-Security-Policy", "default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'"}};
+    const Fields fields{
+        {"Content-Type", "text/html; charset=utf-8"},
+        {"Cache-Control", "private, no-cache"},
+        {"X-Content-Type-Options", "nosniff"},
+        {"X-Frame-Options", "DENY"},
+        {"Referrer-Policy", "no-referrer"},
+        {"Content-Security-Policy", "default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'"}};
     exchange.response.Begin(200, fields, std::nullopt);
     if (exchange.request.method == "HEAD")
         return;

@@ -64,13 +64,15 @@ std::wstring DecodedName(std::string_view component) {
 }
 
 bool IsAscii(std::wstring_view text) {
-    return text.find_first_not_of(L"\t !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~") ==
+    return text.find_first_not_of(
+               L"\t !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~") ==
            std::wstring_view::npos;
 }
 
 std::wstring Normalized(const std::wstring& text, NORM_FORM form) {
     std::wstring result(text.size() * 4 + 16, L'\0');
-    const int length = NormalizeString(form, text.data(), static_cast<int>(text.size()), result.data(), static_cast<int>(result.size()));
+    const int length =
+        NormalizeString(form, text.data(), static_cast<int>(text.size()), result.data(), static_cast<int>(result.size()));
     result.resize(static_cast<std::size_t>(std::max(length, 0)));
     return result;
 }

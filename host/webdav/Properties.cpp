@@ -175,7 +175,8 @@ std::string LockDiscoveryXml(const std::vector<DavLock>& locks) {
         if (!lock.ownerXml.empty())
             xml += "<D:owner>" + lock.ownerXml + "</D:owner>";
         xml += "<D:timeout>Second-" + std::to_string(lock.timeoutSeconds) + "</D:timeout><D:locktoken><D:href>" + lock.token +
-               "</D:href></D:locktoken><D:lockroot><D:href>" + Href(lock.root, lock.isFolder) + "</D:href></D:lockroot></D:activelock>";
+               "</D:href></D:locktoken><D:lockroot><D:href>" + Href(lock.root, lock.isFolder) +
+               "</D:href></D:lockroot></D:activelock>";
     }
     return xml + "</D:lockdiscovery>";
 }

@@ -47,7 +47,9 @@ constexpr LiveProperty c_live[] = {
          return item.IsFolder() ? std::nullopt : Element("getcontentlength", std::to_string(item.entry->data.fileSize));
      }},
     {c_dav, "getlastmodified", true,
-     [](const Exchange&, const Resource& item) { return DateElement("getlastmodified", item.entry->data.lastWriteTime, HttpDate); }},
+     [](const Exchange&, const Resource& item) {
+         return DateElement("getlastmodified", item.entry->data.lastWriteTime, HttpDate);
+     }},
     {c_dav, "creationdate", true,
      [](const Exchange&, const Resource& item) { return DateElement("creationdate", item.entry->data.creationTime, IsoDate); }},
     {c_dav, "getetag", true,
@@ -123,8 +125,9 @@ Query ParseQuery(const Exchange& exchange) {
 }
 
 const LiveProperty* FindLive(const XmlName& name) {
-    const auto found = std::find_if(std::begin(c_live), std::end(c_live),
-                                    [&](const LiveProperty& live) { return live.space == name.space && live.name == name.local; });
+    const auto found = std::find_if(std::begin(c_live), std::end(c_live), [&](const LiveProperty& live) {
+        return live.space == name.space && live.name == name.local;
+    });
     return found == std::end(c_live) ? nullptr : found;
 }
 
@@ -169,7 +172,8 @@ private:
             found += LockDiscoveryXml(locks);
     }
 
-    void AddOne(const Resource& item, const PropertyTexts& dead, const XmlName& name, std::string& found, std::string& missing) const {
+    void AddOne(const Resource& item, const PropertyTexts& dead, const XmlName& name, std::string& found,
+                std::string& missing) const {
         const LiveProperty* const live = FindLive(name);
         const auto kept = dead.find(name);
         const Value value = kept != dead.end() ? kept->second : live ? live->value(m_exchange, item) : std::nullopt;

@@ -112,7 +112,8 @@ void SendResult(Response& response, const Resource& resource, const Changes& cha
     std::string xml = R"(<?xml version="1.0" encoding="utf-8"?><D:multistatus xmlns:D="DAV:"><D:response><D:href>)" +
                       Escaped(resource.Url()) + "</D:href>";
     if (!done.empty())
-        xml += "<D:propstat><D:prop>" + done + "</D:prop><D:status>" + StatusLine(refused ? 424 : 200) + "</D:status></D:propstat>";
+        xml +=
+            "<D:propstat><D:prop>" + done + "</D:prop><D:status>" + StatusLine(refused ? 424 : 200) + "</D:status></D:propstat>";
     if (!failed.empty())
         xml += "<D:propstat><D:prop>" + failed + "</D:prop><D:status>" + StatusLine(403) +
                "</D:status><D:error><D:cannot-modify-protected-property/></D:error></D:propstat>";

@@ -100,7 +100,8 @@ std::string XmlNode::Text() const {
 }
 
 XmlNode ParseXml(std::string_view document) {
-    const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(XML_ParserCreateNS(nullptr, c_separator), XML_ParserFree);
+    const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(XML_ParserCreateNS(nullptr, c_separator),
+                                                                              XML_ParserFree);
     if (!parser)
         throw std::bad_alloc();
     Building building{parser.get(), {}, {}, false};
