@@ -3,6 +3,7 @@
 // foreign content shows; at the end every file is one version whole, and no document is missing.
 #include "harness/ConflictsAndBackups.h"
 #include "harness/MovingFixture.h"
+#include "load/Documents.h"
 
 #include <atomic>
 #include <random>
@@ -14,20 +15,6 @@ namespace {
 constexpr int kDocuments = 3;
 constexpr int kThreads = 6;
 constexpr int kSteps = 60;  // of each thread
-
-std::string Version(int document, int version) {
-    const std::string head = "document " + std::to_string(document) + " version " + std::to_string(version) + ";";
-    return head + std::string(static_cast<std::size_t>(1000 + version * 7919 % 90'000), static_cast<char>('a' + version % 26)) + ".";
-}
-
-// The version that a content is, -1 when it is none whole, or not of this document.
-int VersionOf(int document, const std::string& content) {
-    int found = -1;
-    int version = -1;
-    if (std::sscanf(content.c_str(), "document %d version %d;", &found, &version) != 2 || found != document)
-        return -1;
-    return content == Version(document, version) ? version : -1;
-}
 
 int DocumentOf(const std::string& content) {
     int document = -1;
@@ -188,7 +175,8 @@ TEST_F(MovingUnderLoad, LosesNoFileAndMixesNone) {
             continue;
         const int document = DocumentOf(content);
         EXPECT_EQ(L"d" + std::to_wstring(document), name.substr(0, 2));
-        EXPECT_NE(-1, VersionOf(document, content)) << Narrow(file) << " holds " << content.substr(0, 60) << "... of " << content.size();
+        EXPECT_NE(-1, VersionOf(document, content))
+            << Narrow(file) << " holds " << content.substr(0, 60) << "... of " << content.size();
         found.insert(document);
     }
     for (int document = 0; document < kDocuments; ++document)

@@ -76,9 +76,9 @@ private:
             SendMessageW(dialog, setSelection, TRUE, reinterpret_cast<LPARAM>(folder.c_str()));
         }
         ++m_prompts;
-        SendMessageW(dialog, WM_COMMAND, folder.empty() ? IDCANCEL : IDOK, 0);
-        while (IsWindow(dialog))
-            Sleep(5);
+        // One that is still being made may not listen yet.
+        for (; IsWindow(dialog); Sleep(5))
+            SendMessageW(dialog, WM_COMMAND, folder.empty() ? IDCANCEL : IDOK, 0);
     }
     static bool Shows(HWND dialog, const std::wstring& folder) {
         std::wstring text = L"|";
