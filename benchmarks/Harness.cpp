@@ -103,13 +103,41 @@ void PrintLine(const std::string& work, const Figures& figures, bool hasRaw, con
                 Number(figures.volume).c_str(), hasRaw ? Number(figures.ratio).c_str() : "", figures.spread * 100, target);
 }
 
+std::string CsvField(const std::string& text) { return text.find(',') == text.npos ? text : '"' + text + '"'; }
+
 std::string BenchmarkName(const Row& row, const Part& part) { return row.work + std::string(*part.name ? ": " : "") + part.name; }
+
+// The line of the row, when all of it was measured, and those of its parts, when it has several.
+void PrintRow(const Row& row, const std::map<const Part*, Samples>& measured, std::ofstream& csv) {
+    const bool hasRatio = row.figure != Figure::Alone;
+    bool isComplete = hasRatio;
+    std::vector<Figures> ofRow;
+    std::vector<std::pair<const Part*, Figures>> lines;
+    for (const Part& part : row.parts) {
+        const auto found = measured.find(&part);
+        if (found != measured.end())
+            lines.emplace_back(&part, FiguresOf(found->second, row.figure == Figure::Speedup));
+        if (found != measured.end() && !part.isAside)
+            ofRow.push_back(lines.back().second);
+        isComplete = isComplete && (found != measured.end() || part.isAside);
+    }
+    if (isComplete) {
+        const Figures all = Combined(row.figure, ofRow);
+        PrintLine(row.work, all, true, row.target);
+        csv << CsvField(row.work) << ',' << all.raw << ',' << all.volume << ',' << all.ratio << '\n';
+    }
+    if (row.parts.size() > 1)
+        for (const auto& [part, figures] : lines)
+            PrintLine(hasRatio ? std::string("&nbsp;&nbsp;") + part->name : BenchmarkName(row, *part), figures, hasRatio, "");
+}
 
 // Says what is being measured; the table comes at the end.
 class ProgressReporter final : public benchmark::BenchmarkReporter {
 public:
     bool ReportContext(const Context&) override { return true; }
-    void ReportRuns(const std::vector<Run>& runs) override { std::fprintf(stderr, "%s\n", runs.front().benchmark_name().c_str()); }
+    void ReportRuns(const std::vector<Run>& runs) override {
+        std::fprintf(stderr, "%s\n", runs.front().benchmark_name().c_str());
+    }
 };
 
 }  // namespace
@@ -125,8 +153,9 @@ void RunRows(const std::vector<Row>& rows, const std::string& csvPath) {
     std::map<const Part*, Samples> measured;
     for (const Row& row : rows)
         for (const Part& part : row.parts)
-            benchmark::RegisterBenchmark(BenchmarkName(row, part).c_str(),
-                                         [&part, &measured](benchmark::State& state) { MeasurePart(state, part, measured[&part]); })
+            benchmark::RegisterBenchmark(
+                BenchmarkName(row, part).c_str(),
+                [&part, &measured](benchmark::State& state) { MeasurePart(state, part, measured[&part]); })
                 ->Iterations(part.pairs)
                 ->UseManualTime()
                 ->Unit(benchmark::kMicrosecond);
@@ -140,25 +169,6 @@ void RunRows(const std::vector<Row>& rows, const std::string& csvPath) {
         csv << "work,raw_us,volume_us,ratio\n";
     }
     std::printf("| work | raw median (us) | volume median (us) | ratio | spread | target |\n|---|---|---|---|---|---|\n");
-    for (const Row& row : rows) {
-        std::vector<Figures> parts;
-        std::vector<std::pair<const Part*, Figures>> lines;
-        for (const Part& part : row.parts)
-            if (const auto found = measured.find(&part); found != measured.end()) {
-                lines.emplace_back(&part, FiguresOf(found->second, row.figure == Figure::Speedup));
-                if (!part.isAside)
-                    parts.push_back(lines.back().second);
-            }
-        if (parts.empty())
-            continue;
-        if (row.figure != Figure::Alone) {
-            const Figures all = Combined(row.figure, parts);
-            PrintLine(row.work, all, true, row.target);
-            csv << '"' << row.work << "\"," << all.raw << ',' << all.volume << ',' << all.ratio << '\n';
-        }
-        for (const auto& [part, figures] : lines)
-            if (row.figure == Figure::Alone || lines.size() > 1)
-                PrintLine(row.figure == Figure::Alone ? BenchmarkName(row, *part) : std::string("&nbsp;&nbsp;") + part->name, figures,
-                          row.figure != Figure::Alone, "");
-    }
+    for (const Row& row : rows)
+        PrintRow(row, measured, csv);
 }

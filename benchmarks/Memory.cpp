@@ -30,13 +30,16 @@ void Save(const wchar_t* path, int mebibytes) {
     IVirtualVolume* const volume = World::The().volume();
     static const std::string block(1 << 20, 'x');
     void* file = nullptr;
-    Must(volume->OpenFile(&file, path, GENERIC_READ | GENERIC_WRITE, World::kShareAll, CREATE_ALWAYS, nullptr, nullptr) == VVS_Success,
+    Must(volume->OpenFile(&file, path, GENERIC_READ | GENERIC_WRITE, World::kShareAll, CREATE_ALWAYS, nullptr, nullptr) ==
+             VVS_Success,
          "OpenFile");
     for (int i = 0; i < mebibytes; ++i)
-        Must(volume->WriteFile(file, static_cast<std::uint64_t>(i) << 20, block.data(), 1 << 20, nullptr, nullptr) == VVS_Success, "WriteFile");
+        Must(volume->WriteFile(file, static_cast<std::uint64_t>(i) << 20, block.data(), 1 << 20, nullptr, nullptr) == VVS_Success,
+             "WriteFile");
     volume->CloseFile(file, nullptr);
     VirtFindData saved{};
-    Must(volume->FindFile(path, &saved) && saved.itemType == VIT_EncryptedFile && saved.fileSize == std::int64_t{mebibytes} << 20, "saving");
+    Must(volume->FindFile(path, &saved) && saved.itemType == VIT_EncryptedFile && saved.fileSize == std::int64_t{mebibytes} << 20,
+         "saving");
 }
 
 }  // namespace

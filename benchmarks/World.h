@@ -16,7 +16,6 @@ struct Companion {
     decltype(&Quelcrypt_GetFileInformation) getFileInformation;
     decltype(&Quelcrypt_FileReaderFactory) makeReader;
     decltype(&Quelcrypt_FileWriterFactory) makeWriter;
-    decltype(&Quelcrypt_GetHalvaneBoxConfig) getBoxConfig;
 };
 
 class World {
