@@ -16,8 +16,10 @@ bool IsDir(const VirtFindData& virtFindData) { return virtFindData.fileAttribute
 // read at this moment is found as a plain file, but is still what to lock: at its plain path the lock would make a file, to be
 // written in clear.
 std::wstring PathToLock(const std::wstring& fullFilePath, const VirtFindData& virtFindData) {
-    const bool isPlain =
-        virtFindData.itemType == VIT_PlainFile && (PathExists(fullFilePath) || !ShouldFileBeEncrypted(fullFilePath));
+    // Such a record has the container's name; one with the name asked for needs no second look.
+    const bool isPlain = virtFindData.itemType == VIT_PlainFile &&
+                         (EqualNoCase(virtFindData.fileName, PathStripPathStr(fullFilePath)) || PathExists(fullFilePath) ||
+                          !ShouldFileBeEncrypted(fullFilePath));
     return isPlain ? fullFilePath : ContainerPathStr(fullFilePath);
 }
 
