@@ -77,6 +77,11 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
         const VirtualVolumeStatus unlockStatus = FileLocker::Unlock(ownPath.c_str(), lockToken);
         if (unlockStatus == VVS_Success)
             return qcLog.Leave(unlockStatus);
+        // A file that came up since may have taken the name, and have a lock of its own.
+        const std::wstring containerPath = PathAddExtensionStr(fullFilePath, kContainerExtension);
+        const bool isAnothersName = fileEncrypted || unlockStatus == VVS_LockTokenNotFound;
+        if (isAnothersName && FileLocker::Unlock(containerPath.c_str(), lockToken) == VVS_Success)
+            return qcLog.Leave(VVS_Success);
         if (fileExists)
             QC_CHECK(!fileEncrypted && unlockStatus == VVS_FileNotLocked, unlockStatus,
                      L"unlockStatus == VVS_Success || !fileEncrypted && unlockStatus == VVS_FileNotLocked =>false%s, ");
@@ -84,7 +89,7 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
             QC_CHECK(unlockStatus == VVS_FileNotLocked, unlockStatus,
                      L"unlockStatus == VVS_Success || unlockStatus == VVS_FileNotLocked =>false%s, ");
         // The lock may have been taken while the file was, or was to be, stored encrypted.
-        QC_CHECK_STATUS(FileLocker::Unlock(PathAddExtensionStr(fullFilePath, kContainerExtension).c_str(), lockToken),
+        QC_CHECK_STATUS(FileLocker::Unlock(containerPath.c_str(), lockToken),
                         L"FileLocker::Unlock(PathAddExtensionStr(fullFilePath, L\".zip\"), lockToken) =>%s, ");
         return qcLog.Leave(VVS_Success);
     });
