@@ -249,6 +249,10 @@ void WorkingUnderLoad::ExpectModels(const std::vector<Model>& models) {
         const std::string plain = ReadRaw(NativePath(model.path));
         const std::string stored = plain == "<none>" ? ContainerContent(ContainerPath(model.path)) : plain;
         EXPECT_TRUE(model.content == stored) << stored.substr(0, 40) << " instead of " << model.content.substr(0, 40);
+        if (model.content != stored)
+            for (const wchar_t* mount : {L"Docs", L"Other", L"Plain"})
+                for (const std::wstring& file : FilesBelow(NativePath(mount)))
+                    std::printf("%s: %.40s\n", Narrow(file).c_str(), (file.ends_with(L".zip") ? ContainerContent(file) : ReadRaw(file)).c_str());
     }
 }
 

@@ -77,10 +77,9 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
         const VirtualVolumeStatus unlockStatus = FileLocker::Unlock(ownPath.c_str(), lockToken);
         if (unlockStatus == VVS_Success)
             return qcLog.Leave(unlockStatus);
-        // A file that came up since may have taken the name, and have a lock of its own.
+        // The name may have become another container's since.
         const std::wstring containerPath = PathAddExtensionStr(fullFilePath, kContainerExtension);
-        const bool isAnothersName = fileEncrypted || unlockStatus == VVS_LockTokenNotFound;
-        if (isAnothersName && FileLocker::Unlock(containerPath.c_str(), lockToken) == VVS_Success)
+        if (fileEncrypted && FileLocker::Unlock(containerPath.c_str(), lockToken) == VVS_Success)
             return qcLog.Leave(VVS_Success);
         if (fileExists)
             QC_CHECK(!fileEncrypted && unlockStatus == VVS_FileNotLocked, unlockStatus,
