@@ -303,6 +303,18 @@ TEST_F(WhenSavingFails, ANewFileIsNotLostEither) {
     EXPECT_EQ("the only copy", Get(L"Docs\\new.txt"));
     EXPECT_EQ("the only copy", ContainerContent(ContainerPath(L"Docs\\new.txt")));
     EXPECT_EQ(std::vector<std::wstring>{L"new.txt"}, List(L"Docs\\*"));
+
+    // Nor is the file that a lock makes for it taken for somebody else's.
+    void* const hLater = MustOpen(L"Docs\\later.txt", kReadWrite, CREATE_NEW);
+    EXPECT_OK(Write(hLater, "first"));
+    FailingDuring(kWriter, [&] { Close(hLater); }, Fault::Null);
+    const std::wstring token = Lock(L"Docs\\later.txt");
+    void* const hLocked = MustOpen(L"Docs\\later.txt", kReadWrite, OPEN_EXISTING, token.c_str());
+    EXPECT_OK(Write(hLocked, "FI"));
+    Close(hLocked);
+    EXPECT_OK(volume()->Unlock(L"Docs\\later.txt", token.c_str()));
+    EXPECT_EQ("FIrst", ContainerContent(ContainerPath(L"Docs\\later.txt")));
+    EXPECT_EQ(2u, List(L"Docs\\*").size());
 }
 
 TEST_F(WhenSavingFails, AHeldOrReadOnlyContainerStands) {

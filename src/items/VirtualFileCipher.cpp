@@ -128,7 +128,12 @@ VirtualVolumeStatus VirtualFile::EncryptChangedTempFileIfNeeded() {
     return qcLog.Leave(VVS_Success);
 }
 
-bool VirtualFile::IsSourceChanged() const { return IsOtherFile(GetZipFilePath(), m_copy.container); }
+bool VirtualFile::IsSourceChanged() const {
+    // The empty file that a lock makes is nobody's change of a document that was never stored.
+    const std::optional<FileStamp> container = ReadFileStamp(GetZipFilePath());
+    const bool isOfLockAlone = m_lockedFile.locked && m_copy.container == FileStamp{} && container && container->size == 0;
+    return container && *container != m_copy.container && !isOfLockAlone;
+}
 
 // Was a lock taken after the item had been opened? Its holder counts on nobody else changing the file.
 bool VirtualFile::IsLockedByOthers() const {
