@@ -71,9 +71,9 @@ private:
                                                 const std::wstring& srcFilePath);
     VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
                                               const std::wstring& srcFilePath, HANDLE hSource, const LockedFile& dest);
-    // With replaced, the container is put in place only where that one still is, or nothing: otherwise VVS_PathAlreadyExists.
+    // isOwnContainer: zipFilePath is the item's own. When it was changed while this encrypted, it stays: VVS_PathAlreadyExists.
     VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
-                                                const std::wstring& srcFilePath, HANDLE hSource, const FileStamp* replaced = nullptr);
+                                                const std::wstring& srcFilePath, HANDLE hSource, bool isOwnContainer = false);
     bool IsSourceChanged() const;
     bool IsLockedByOthers() const;
     void RememberSavedState();

@@ -29,11 +29,6 @@ SYSTEMTIME SystemTimeOf(const FILETIME& time) {
     return systemTime;
 }
 
-bool IsOtherFile(const std::wstring& path, const FileStamp& stamp) {
-    const std::optional<FileStamp> there = ReadFileStamp(path);
-    return there && *there != stamp;
-}
-
 // A temp file for a container that is not used in place; its folder goes when this ends, unless it is kept.
 class TempContainer {
 public:
@@ -129,10 +124,11 @@ VirtualVolumeStatus VirtualFile::EncryptChangedTempFileIfNeeded() {
 }
 
 bool VirtualFile::IsSourceChanged() const {
-    // The empty file that a lock makes is nobody's change of a document that was never stored.
     const std::optional<FileStamp> container = ReadFileStamp(GetZipFilePath());
-    const bool isOfLockAlone = m_lockedFile.locked && m_copy.container == FileStamp{} && container && container->size == 0;
-    return container && *container != m_copy.container && !isOfLockAlone;
+    if (!container || *container == m_copy.container)
+        return false;
+    // The empty file that a lock makes is nobody's change of a document that was never stored.
+    return !m_lockedFile.locked || m_copy.container != FileStamp{} || container->size != 0;
 }
 
 // Was a lock taken after the item had been opened? Its holder counts on nobody else changing the file.
@@ -154,9 +150,8 @@ VirtualVolumeStatus VirtualFile::SaveUnderFreeName() {
     const OnExit restoreUnlessSaved([&] {
         if (m_tempIsContainers && !m_modified)
             return;
-        const std::optional<FileStamp> reserved = ReadFileStamp(GetZipFilePath());
-        if (isReserved && reserved && reserved->size == 0)
-            DeleteFileOrFolder(GetZipFilePath());
+        if (isReserved)
+            DeleteIfEmpty(GetZipFilePath());
         m_copy.container = ownContainer;
         SetItemPath(ownPath);
     });
@@ -191,7 +186,7 @@ VirtualVolumeStatus VirtualFile::EncryptChangedTempFile() {
 VirtualVolumeStatus VirtualFile::EncryptOpenFileUnlocked(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
                                                          const std::wstring& srcFilePath) {
     QC_TRACE_THIS(L"VirtualFile::EncryptOpenFileUnlocked");
-    const VirtualVolumeStatus status = EncryptOpenFileInternal(zipFilePath, virtualFileSpec, srcFilePath, m_hFile.Get(), &m_copy.container);
+    const VirtualVolumeStatus status = EncryptOpenFileInternal(zipFilePath, virtualFileSpec, srcFilePath, m_hFile.Get(), true);
     if (status == VVS_Success)
         RememberSavedState();
     if (status == VVS_Success || status == VVS_PathAlreadyExists)
@@ -242,7 +237,7 @@ VirtualVolumeStatus VirtualFile::EncryptOpenFileLocked(const std::wstring& zipFi
 }
 
 VirtualVolumeStatus VirtualFile::EncryptOpenFileInternal(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
-                                                         const std::wstring& srcFilePath, HANDLE hSource, const FileStamp* replaced) {
+                                                         const std::wstring& srcFilePath, HANDLE hSource, bool isOwnContainer) {
     QC_TRACE_THIS(L"VirtualFile::EncryptOpenFileInternal", L"zipFilePath[%s], virtualFileSpec[%s], srcFilePath[%s]", zipFilePath,
                   virtualFileSpec, srcFilePath);
     BY_HANDLE_FILE_INFORMATION fileInfo{};
@@ -272,7 +267,7 @@ VirtualVolumeStatus VirtualFile::EncryptOpenFileInternal(const std::wstring& zip
             QC_CHECK(writer->Write(writeBuffer.get(), bytesToWrite), VSS_EncryptError,
                      L"writer->Write(writeBuffer, bytesToWrite) =>false%s, ");
         }
-        QC_CHECK(!replaced || !IsOtherFile(zipFilePath, *replaced), VVS_PathAlreadyExists, L"!IsSourceChanged() =>false%s, ");
+        QC_CHECK(!isOwnContainer || !IsSourceChanged(), VVS_PathAlreadyExists, L"!IsSourceChanged() =>false%s, ");
         QC_CHECK(writer->Finish(true), VSS_EncryptError, L"writer->Finish(true) =>false%s, ");
         return qcLog.Leave(VVS_Success);
     } catch (const CQuelcryptErrorException& exception) {

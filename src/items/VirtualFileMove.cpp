@@ -35,13 +35,6 @@ VirtualVolumeStatus CheckDeletable(const std::wstring& path) {
     return VirtualItem::CreateFileW(path, DELETE, kShareAll, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
 }
 
-void DeleteIfEmpty(const std::wstring& path) {
-    const LastErrorKeeper keeper;
-    const std::optional<FileStamp> stamp = ReadFileStamp(path);
-    if (stamp && stamp->size == 0)
-        DeleteFileW(path.c_str());
-}
-
 // Copies the content and the times of an open file into a new file.
 VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path) {
     QC_TRACE(L"CopyToNewFile", L"destFilePath[%s]", path);
@@ -68,15 +61,11 @@ VirtualVolumeStatus PutCopyInPlace(HANDLE hSource, const std::wstring& filePath,
 // writes the source meanwhile.
 VirtualVolumeStatus MoveToOtherDisk(const std::wstring& srcFilePath, const std::wstring& destFilePath) {
     QC_TRACE(L"MoveToOtherDisk", L"srcFilePath[%s], destFilePath[%s]", srcFilePath, destFilePath);
-    const std::wstring sidePath = SidePathStr(destFilePath);
-    const OnExit removeUnfinished([&] { DeleteFileW(sidePath.c_str()); });
     UniqueHandle hSource;
     QC_CHECK_STATUS(VirtualItem::CreateFileW(srcFilePath, GENERIC_READ | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING,
                                              FILE_ATTRIBUTE_NORMAL, hSource),
                     L"CreateFileW(srcFilePath, hSource) =>%s, ");
-    QC_CHECK(::CopyFileW(srcFilePath.c_str(), sidePath.c_str(), TRUE), StatusFromLastError(),
-             L"::CopyFileW(srcFilePath, sidePath, 1) != 0 =>false%s, ");
-    QC_CHECK_STATUS(StatusOfCall(PutInPlace(sidePath, destFilePath, true)), L"PutInPlace(sidePath, destFilePath, true) =>%s, ");
+    QC_CHECK_STATUS(StatusOfCall(CopyInPlace(srcFilePath, destFilePath, true)), L"CopyInPlace(srcFilePath, destFilePath, true) =>%s, ");
     hSource.Reset();
     QC_CHECK(DeleteFileOrFolder(srcFilePath) == DeleteResult::Deleted, VVS_GeneralError, L"DeleteFileOrFolder(srcFilePath) =>false%s, ");
     return qcLog.Leave(VVS_Success);
@@ -207,11 +196,10 @@ VirtualVolumeStatus VirtualFile::MoveFromPlainToPlainUnlocked(MoveRequest& reque
         return qcLog.Leave(VVS_Success);
     }
     if (request.keepSrcFile && !m_lockedFile.locked) {
-        const std::wstring sidePath = SidePathStr(request.newFilePath);
-        const OnExit removeUnfinished([&] { DeleteFileW(sidePath.c_str()); });
-        QC_CHECK(::CopyFileW(m_itemFullPath.c_str(), sidePath.c_str(), TRUE), StatusFromLastError(),
-                 L"::CopyFileW(m_itemFullPath, newFilePath, 0) != 0 =>false%s,  %s", L"Error[%s]", SystemErrorStr(GetLastError()));
-        return qcLog.Leave(StatusOfCall(PutInPlace(sidePath, request.newFilePath)));
+        const Win32Error error = CopyInPlace(m_itemFullPath, request.newFilePath);
+        QC_CHECK(error == Win32Error::None, StatusOfCall(error), L"::CopyFileW(m_itemFullPath, newFilePath, 0) != 0 =>false%s,  %s",
+                 L"Error[%s]", SystemErrorStr(static_cast<DWORD>(error)));
+        return qcLog.Leave(VVS_Success);
     }
     if (!m_lockedFile.locked)
         return qcLog.Leave(MovePlainFile(request.newFilePath));
@@ -236,9 +224,9 @@ VirtualVolumeStatus VirtualFile::MovePlainFile(const std::wstring& newFilePath) 
     QC_TRACE_THIS(L"VirtualFile::MovePlainFile");
     m_hFile.Reset();
     const bool isRenamed = file_content::MoveFileW(m_itemFullPath, newFilePath, 0);
-    const VirtualVolumeStatus status = isRenamed                                   ? VVS_Success
-                                       : GetLastError() == ERROR_NOT_SAME_DEVICE ? MoveToOtherDisk(m_itemFullPath, newFilePath)
-                                                                                   : StatusFromLastError();
+    VirtualVolumeStatus status = isRenamed ? VVS_Success : StatusFromLastError();
+    if (!isRenamed && GetLastError() == ERROR_NOT_SAME_DEVICE)
+        status = MoveToOtherDisk(m_itemFullPath, newFilePath);
     const bool moved = status == VVS_Success;
     if (moved)
         SetItemPath(newFilePath);

@@ -170,6 +170,15 @@ Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath
     return qcLog.Leave(error);
 }
 
+Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists) {
+    const std::wstring sidePath = SidePathStr(destFilePath);
+    if (::CopyFileW(srcFilePath.c_str(), sidePath.c_str(), TRUE))
+        return PutInPlace(sidePath, destFilePath, failIfExists);
+    const Win32Error error = LastWin32Error();
+    DeleteFileW(sidePath.c_str());
+    return error;
+}
+
 bool AreSameFile(const std::wstring& left, const std::wstring& right) {
     BY_HANDLE_FILE_INFORMATION leftInfo{};
     BY_HANDLE_FILE_INFORMATION rightInfo{};

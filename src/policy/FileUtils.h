@@ -69,6 +69,8 @@ std::wstring SidePathStr(const std::wstring& filePath);
 // Puts a file built aside in its place in one step, over a file that is there unless told to fail. On failure the side
 // file is deleted.
 Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists = false);
+// The platform's copy of a file, built aside: what is there is replaced by the whole copy or not at all.
+Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists = false);
 
 // What tells one state of a file from another: attribute bits, last-write time (FILETIME) and size in bytes.
 struct FileStamp {

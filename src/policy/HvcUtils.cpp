@@ -114,17 +114,6 @@ void ClearReadOnly(const std::wstring& path, DWORD attributes) {
         });
 }
 
-// What is there is replaced by the whole copy or not at all.
-Win32Error CopyOneFile(const std::wstring& source, const std::wstring& destination, bool failIfExists) {
-    const std::wstring sidePath = SidePathStr(destination);
-    if (!::CopyFileW(source.c_str(), sidePath.c_str(), TRUE)) {
-        const Win32Error error = LastWin32Error();
-        DeleteFileW(sidePath.c_str());
-        return error;
-    }
-    return PutInPlace(sidePath, destination, failIfExists);
-}
-
 // Whether nothing is at path any more. While listings, virus scanners or sync clients have a file open it may refuse to go,
 // or go only when they are done; they are given a moment.
 bool DeleteThroughShell(const std::wstring& path) {
@@ -148,7 +137,7 @@ Win32Error CopyTree(const std::wstring& source, const std::wstring& destination,
     if (attributes == INVALID_FILE_ATTRIBUTES)
         return LastWin32Error();
     if (!(attributes & FILE_ATTRIBUTE_DIRECTORY))
-        return CopyOneFile(source, destination, failIfExists);
+        return CopyInPlace(source, destination, failIfExists);
     if (!IsRealFolder(attributes))
         return static_cast<Win32Error>(ERROR_NOT_SUPPORTED);  // a junction may lead anywhere, also back up
     if (!CreateDirectoryW(destination.c_str(), nullptr)) {
@@ -246,6 +235,13 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     const bool isGone = DeleteThroughShell(path);
     QC_CHECK(isGone, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     return qcLog.Leave(DeleteResult::Deleted);
+}
+
+void DeleteIfEmpty(const std::wstring& path) {
+    const LastErrorKeeper keeper;
+    const std::optional<FileStamp> stamp = ReadFileStamp(path);
+    if (stamp && stamp->size == 0)
+        DeleteFileOrFolder(path);
 }
 
 Win32Error qcCopyFileOrFolder(const std::wstring& source, const std::wstring& destination, bool failIfExists) {

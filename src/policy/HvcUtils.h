@@ -30,6 +30,8 @@ enum class DeleteResult { Deleted = 0, Failed = 22 };
 // Deletes a file, or a folder with all it holds, read-only ones included; nothing goes to a recycle bin. Deleted: nothing is
 // at path any more. Refuses an empty or relative path.
 DeleteResult DeleteFileOrFolder(const std::wstring& path);
+// The same for an empty file alone, as one that held a name. Keeps the last error.
+void DeleteIfEmpty(const std::wstring& path);
 
 // Copies a file, or a folder with all it holds. With failIfExists nothing existing is overwritten. A failure removes a
 // destination that was not there before, and is returned.

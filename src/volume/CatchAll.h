@@ -5,10 +5,11 @@
 
 #include "diagnostics/Trace.h"
 #include "quelcrypt/QuelcryptExceptions.h"
+#include "volume/VirtualVolumeImpl.h"
 
 // The status of the exception being handled, logged; outOfMemory is the slot's own answer to a failed allocation.
 inline VirtualVolumeStatus StatusOfCaught(VirtualVolumeStatus outOfMemory) noexcept {
-    QuelcryptVolLog qcLog(nullptr, L"VirtualVolume::StatusOfCaught", L"VirtualVolumeImpl.cpp", __LINE__);
+    QuelcryptVolLog qcLog(nullptr, L"VirtualVolume::StatusOfCaught", QC_TRACE_FILE, __LINE__);
     VirtualVolumeStatus errorStatus = VVS_QuelcryptException;
     try {
         try {

@@ -52,7 +52,7 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
         if (fileExists) {
             filePathToLock = PathToLock(fullFilePath, virtFindData);
             halvaneVirtFindData = virtFindData.itemType != VIT_PlainFile ? &virtFindData : nullptr;
-        } else if (!fileExists && ShouldFileBeEncrypted(fullFilePath)) {
+        } else if (ShouldFileBeEncrypted(fullFilePath)) {
             filePathToLock = PathAddExtensionStr(fullFilePath, kContainerExtension);
             virtFindData = RecordOfMissingFile(fullFilePath);
             halvaneVirtFindData = &virtFindData;
