@@ -7,6 +7,7 @@
 // counts as found while its tracking file lies beside it.
 #pragma once
 
+#include <compare>
 #include <optional>
 #include <set>
 #include <string>
@@ -27,7 +28,7 @@ struct Step {
     bool withToken = false;    // of an open: the last token that was handed out, also after its unlock
     Failing failing = Failing::None;
     int nth = 0;
-    bool operator==(const Step&) const = default;
+    auto operator<=>(const Step&) const = default;
 };
 std::string TextOf(const Step& step);
 std::optional<Step> StepOfText(const std::string& text);
@@ -37,7 +38,7 @@ struct Start {
     bool isHomePlain;
     bool isHomeConflictCopy;  // the document is the container beside a plain file of its name
     bool isEqual;             // words have one length, stored files one time
-    std::vector<std::wstring> stored;
+    std::vector<std::pair<int, bool>> stored;  // where, and as a container?
     std::vector<Step> before;
 };
 const std::vector<Start>& Starts();

@@ -103,25 +103,29 @@ void StartProcess() {
     g_volume = reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory")))();
 }
 
-// A folder for all histories of this process, made on first use.
-const std::wstring& Root() {
-    static const std::wstring root = [] {
+// The folders of all worlds of this process, one after the other; when one was not left empty, they are made anew.
+std::wstring g_root, g_path;
+int g_trees = 0;
+
+void MakeTree() {
+    if (g_root.empty()) {
         wchar_t temp[MAX_PATH];
         GetTempPathW(MAX_PATH, temp);
-        const std::wstring path = std::wstring(temp) + L"explorer-" + std::to_wstring(GetCurrentProcessId());
-        CreateDirectoryW(path.c_str(), nullptr);
-        Explorer_SetRoot(path.c_str());
-        return path;
-    }();
-    return root;
+        g_root = std::wstring(temp) + L"explorer-" + std::to_wstring(GetCurrentProcessId());
+        CreateDirectoryW(g_root.c_str(), nullptr);
+        Explorer_SetRoot(g_root.c_str());
+    }
+    g_path = g_root + L"\\" + std::to_wstring(++g_trees);
+    CreateDirectoryW(g_path.c_str(), nullptr);
+    for (const wchar_t* folder : {L"K1", L"K2", L"Plain", L"HalvaneCloud"})
+        CreateDirectoryW((g_path + L"\\" + folder).c_str(), nullptr);
+    SetEnvironmentVariableW(L"TMP", g_path.c_str());
 }
 
 std::wstring LowerCase(std::wstring text) {
     std::transform(text.begin(), text.end(), text.begin(), towlower);
     return text;
 }
-
-bool EndsWith(const std::wstring& text, const std::wstring& end) { return text.ends_with(end); }
 
 bool WriteWhole(const std::wstring& path, DWORD disposition, const std::string& bytes) {
     const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, disposition, 0, nullptr);
@@ -137,22 +141,11 @@ bool WriteWhole(const std::wstring& path, DWORD disposition, const std::string& 
 
 World::World(bool isEqual) : m_isEqual(isEqual) {
     static int s_number = 0;
-    m_name = std::to_wstring(++s_number);
-    m_path = Root() + L"\\" + m_name;
-    CreateDirectoryW(m_path.c_str(), nullptr);
-    for (const wchar_t* folder : kFolders)
-        CreateDirectoryW((m_path + L"\\" + folder).c_str(), nullptr);
-    SetEnvironmentVariableW(L"TMP", m_path.c_str());
+    m_number = std::to_wstring(++s_number);
+    if (g_path.empty())
+        MakeTree();
     if (!g_volume)
         StartProcess();
-}
-
-World::~World() {
-    ForEachEntry(m_path + L"\\HalvaneCloud", [&](const WIN32_FIND_DATAW& entry) {
-        RemoveDirectoryW((m_path + L"\\HalvaneCloud\\" + entry.cFileName).c_str());
-    });
-    for (const wchar_t* folder : {L"\\K1", L"\\K2", L"\\Plain", L"\\HalvaneCloud", L""})
-        RemoveDirectoryW((m_path + folder).c_str());
 }
 
 IVirtualVolume* World::Volume() { return g_volume; }
@@ -178,9 +171,9 @@ std::string World::TextOf(Word word) const {
     return m_isEqual ? text : text + std::string(static_cast<std::size_t>(word) * 3, '.');
 }
 
-std::wstring World::VolumePath(const std::wstring& path) const { return L"Docs\\" + m_name + L"\\" + path; }
+std::wstring World::VolumePath(const std::wstring& path) const { return L"Docs\\" + std::to_wstring(g_trees) + L"\\" + path; }
 
-StoredFile World::ReadStored(const std::wstring& path) const {
+StoredFile World::Read(const std::wstring& path) const {
     const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
     char bytes[4096];
     DWORD length = 0;
@@ -205,38 +198,66 @@ StoredFile World::ReadStored(const std::wstring& path) const {
     return {isContainer, false, kTorn};
 }
 
-Look World::LookAround() const {
+std::optional<World::Stamp> World::StampOf(const std::wstring& path) const {
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
+        return std::nullopt;
+    return Stamp{static_cast<std::uint64_t>(data.ftLastWriteTime.dwHighDateTime) << 32 | data.ftLastWriteTime.dwLowDateTime, data.nFileSizeLow};
+}
+
+const std::vector<std::wstring>& World::NamesIn(const std::wstring& folder) {
+    auto& [stamp, names] = m_folders[folder];
+    const std::optional<Stamp> now = StampOf(folder);
+    if (now == stamp && !m_isEqual)
+        return names;
+    stamp = now.value_or(Stamp{});
+    names.clear();
+    ForEachEntry(folder, [&](const WIN32_FIND_DATAW& entry) { names.emplace_back(entry.cFileName); });
+    return names;
+}
+
+const StoredFile& World::FileAt(const std::wstring& path) {
+    auto& [stamp, file] = m_files[path];
+    const std::optional<Stamp> now = StampOf(path);
+    if (now != stamp || m_isEqual || file.word == kTorn) {
+        stamp = now.value_or(Stamp{});
+        file = Read(path);
+    }
+    return file;
+}
+
+Look World::LookAround() {
     Look look;
     for (const wchar_t* folder : kFolders)
-        ForEachEntry(m_path + L"\\" + folder, [&](const WIN32_FIND_DATAW& entry) {
-            const std::wstring path = std::wstring(folder) + L"\\" + entry.cFileName;
-            const StoredFile file = ReadStored(m_path + L"\\" + path);
+        for (const std::wstring& name : NamesIn(g_path + L"\\" + folder)) {
+            const std::wstring path = std::wstring(folder) + L"\\" + name;
+            const StoredFile& file = FileAt(g_path + L"\\" + path);
             look.files[LowerCase(path)] = file;
             look.inFolders |= Only(file.word);
-        });
+        }
     LookIntoTemp(look);
     return look;
 }
 
-void World::LookIntoTemp(Look& look) const {
-    const std::wstring base = m_path + L"\\HalvaneCloud\\";
-    ForEachEntry(m_path + L"\\HalvaneCloud", [&](const WIN32_FIND_DATAW& folder) {
+void World::LookIntoTemp(Look& look) {
+    const std::wstring base = g_path + L"\\HalvaneCloud";
+    for (const std::wstring& folder : NamesIn(base)) {
         std::wstring content;
         bool isTracked = false;
-        ForEachEntry(base + folder.cFileName, [&](const WIN32_FIND_DATAW& entry) {
-            if (EndsWith(entry.cFileName, L".hvf"))
+        for (const std::wstring& name : NamesIn(base + L"\\" + folder)) {
+            if (name.ends_with(L".hvf"))
                 isTracked = true;
             else
-                content = std::wstring(folder.cFileName) + L"\\" + entry.cFileName;
-        });
+                content = base + L"\\" + folder + L"\\" + name;
+        }
         look.hasLitter |= content.empty();
         look.keptFolders += !isTracked;
-        if (content.empty())
-            return;
-        const StoredFile file = ReadStored(base + content);
-        look.temps[content] = file;
-        look.inTemp |= isTracked ? Only(file.word) : 0;
-    });
+        if (content.empty() || !isTracked)
+            continue;
+        const Word word = FileAt(content).word;
+        look.inTemp |= Only(word);
+        look.tracksNothing |= word == kNothing;
+    }
 }
 
 bool World::Store(const std::wstring& path, bool asContainer, Word word, bool inPlace) {
@@ -254,8 +275,8 @@ bool World::Store(const std::wstring& path, bool asContainer, Word word, bool in
         bytes.assign(reinterpret_cast<const char*>(&header), sizeof(header));
         bytes.append(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(wchar_t)).append(content);
     }
-    const std::wstring fullPath = m_path + L"\\" + path;
-    const std::wstring side = m_path + L"\\side";
+    const std::wstring fullPath = g_path + L"\\" + path;
+    const std::wstring side = g_path + L"\\side";
     const bool isDone = inPlace ? WriteWhole(fullPath, TRUNCATE_EXISTING, bytes)
                                 : WriteWhole(side, CREATE_ALWAYS, bytes) &&
                                       MoveFileExW(side.c_str(), fullPath.c_str(), MOVEFILE_REPLACE_EXISTING);
@@ -266,31 +287,37 @@ bool World::Store(const std::wstring& path, bool asContainer, Word word, bool in
     return isDone;
 }
 
-bool World::Remove(const std::wstring& path) { return DeleteFileW((m_path + L"\\" + path).c_str()); }
+bool World::Remove(const std::wstring& path) { return DeleteFileW((g_path + L"\\" + path).c_str()); }
 
-void World::EqualiseTimes() const {
+void World::EqualiseTimes() {
     const FILETIME time{0x10000000, 0x01DA0000};
     for (const wchar_t* folder : kFolders)
-        ForEachEntry(m_path + L"\\" + folder, [&](const WIN32_FIND_DATAW& entry) {
-            const HANDLE file = CreateFileW((m_path + L"\\" + folder + L"\\" + entry.cFileName).c_str(), FILE_WRITE_ATTRIBUTES, kShareAll,
-                                            nullptr, OPEN_EXISTING, 0, nullptr);
+        for (const std::wstring& name : NamesIn(g_path + L"\\" + folder)) {
+            const HANDLE file = CreateFileW((g_path + L"\\" + folder + L"\\" + name).c_str(), FILE_WRITE_ATTRIBUTES, kShareAll, nullptr,
+                                            OPEN_EXISTING, 0, nullptr);
             SetFileTime(file, &time, &time, &time);
             CloseHandle(file);
-        });
+        }
 }
 
-bool World::Clear(const Look& look) {
+bool World::Clear() {
     bool isFree = true;
-    const auto clear = [&](const std::wstring& path) {
-        const HANDLE file = CreateFileW(path.c_str(), DELETE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-        isFree &= file != INVALID_HANDLE_VALUE;
-        CloseHandle(file);
+    const auto clear = [&](const std::wstring& folder) {
+        for (const std::wstring& name : NamesIn(folder)) {
+            const HANDLE file = CreateFileW((folder + L"\\" + name).c_str(), DELETE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+            isFree &= file != INVALID_HANDLE_VALUE;
+            CloseHandle(file);
+        }
     };
-    for (const auto& [path, file] : look.files)
-        clear(m_path + L"\\" + path);
-    for (const auto& [path, file] : look.temps) {
-        clear(m_path + L"\\HalvaneCloud\\" + path);
-        DeleteFileW((m_path + L"\\HalvaneCloud\\" + path + L".hvf").c_str());
+    for (const wchar_t* folder : kFolders)
+        clear(g_path + L"\\" + folder);
+    const std::wstring base = g_path + L"\\HalvaneCloud";
+    for (const std::wstring& folder : NamesIn(base)) {
+        clear(base + L"\\" + folder);
+        RemoveDirectoryW((base + L"\\" + folder).c_str());
     }
+    m_folders.clear();
+    if (!isFree)
+        g_path.clear();
     return isFree;
 }

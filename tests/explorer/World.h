@@ -1,10 +1,12 @@
-// The world of one history: a folder with key K1, one with key K2, a plain one and a temp folder, all its own, and the volume,
-// whose process may end. Looking around is reading files; it disturbs nothing.
+// The world of one history: a folder with key K1, one with key K2, a plain one and a temp folder, all empty, and the volume, whose
+// process may end. Looking around is reading files; it disturbs nothing.
 #pragma once
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "explorer/Control.h"
 #include "quelcrypt/IVirtualVolume.h"
@@ -26,9 +28,9 @@ struct StoredFile {
 // What was found on the disk.
 struct Look {
     std::map<std::wstring, StoredFile> files;  // of the three folders, by lower-case path: L"k1\\doc.txt.zip"
-    std::map<std::wstring, StoredFile> temps;  // content in temp folders, by path
     WordSet inFolders = 0;
     WordSet inTemp = 0;  // in temp files beside their tracking file
+    bool tracksNothing = false;  // an empty temp file is tracked
     int keptFolders = 0;  // temp folders without a tracking file
     bool hasLitter = false;  // an empty temp folder, or a tracking file alone
 };
@@ -36,7 +38,6 @@ struct Look {
 class World {
 public:
     explicit World(bool isEqual);  // isEqual: the words have one length, and somebody sets all times to one
-    ~World();
 
     static IVirtualVolume* Volume();
     // Nothing is closed, and the next call is made by another process.
@@ -46,21 +47,38 @@ public:
 
     Word NewWord() { return m_words++; }
     std::string TextOf(Word word) const;
+    // No other world has this number: with it in their names, documents are new to the volume.
+    const std::wstring& Number() const { return m_number; }
     std::wstring VolumePath(const std::wstring& path) const;  // of a path like L"K1\\doc.txt"
 
-    Look LookAround() const;
+    Look LookAround();
     // Stores a file as somebody outside: over what is there, or in it. False: he was refused.
     bool Store(const std::wstring& path, bool asContainer, Word word, bool inPlace);
     bool Remove(const std::wstring& path);
-    // Opens what was found unshared, and deletes it. False: a file is held by somebody.
-    bool Clear(const Look& look);
+    // Opens all there is unshared, and deletes it. False: a file is held by somebody.
+    bool Clear();
 
 private:
-    StoredFile ReadStored(const std::wstring& path) const;
-    void LookIntoTemp(Look& look) const;
-    void EqualiseTimes() const;
+    struct Stamp {
+        std::uint64_t writeTime, size;
+        bool operator==(const Stamp&) const = default;
+    };
+    // What was seen is seen again as long as the file or folder has the same stamp.
+    template <class Sight>
+    struct Remembered {
+        Stamp stamp{};
+        Sight sight{};
+    };
+    std::optional<Stamp> StampOf(const std::wstring& path) const;
+    const std::vector<std::wstring>& NamesIn(const std::wstring& folder);
+    const StoredFile& FileAt(const std::wstring& path);
+    StoredFile Read(const std::wstring& path) const;
+    void LookIntoTemp(Look& look);
+    void EqualiseTimes();
 
     bool m_isEqual;
     int m_words = 0;
-    std::wstring m_name, m_path;
+    std::wstring m_number;
+    std::map<std::wstring, Remembered<std::vector<std::wstring>>> m_folders;
+    std::map<std::wstring, Remembered<StoredFile>> m_files;
 };
