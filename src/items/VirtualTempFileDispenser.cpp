@@ -1,7 +1,6 @@
 #include "items/VirtualTempFileDispenser.h"
 
 #include <list>
-#include <mutex>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -9,8 +8,10 @@
 #include <shlobj.h>
 
 #include "diagnostics/Trace.h"
-#include "library/Owners.h"
+#include "items/TrackingFile.h"
+#include "library/Locks.h"
 #include "library/Text.h"
+#include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
 
 namespace {
@@ -25,12 +26,16 @@ struct CacheEntry {
 using CacheList = std::list<CacheEntry>;  // oldest first
 
 struct CacheState {
-    CriticalSection section;
-    CacheList entries;
-    std::unordered_map<std::wstring, CacheList::iterator, NoCaseHash, NoCaseEqual> byKey;
-    std::size_t savedCount = 0;
+    CriticalSection section{LockOrder::TempFiles};
+    CacheList entries GUARDED_BY(section);
+    std::unordered_map<std::wstring, CacheList::iterator, NoCaseHash, NoCaseEqual> byKey GUARDED_BY(section);
+    std::size_t savedCount GUARDED_BY(section) = 0;
 
-    std::optional<RetainedCopy> Take(const std::wstring& key) {
+    const RetainedCopy* Find(const std::wstring& key) REQUIRES(section) {
+        const auto found = byKey.find(key);
+        return found == byKey.end() ? nullptr : &found->second->copy;
+    }
+    std::optional<RetainedCopy> Take(const std::wstring& key) REQUIRES(section) {
         const auto found = byKey.find(key);
         if (found == byKey.end())
             return std::nullopt;
@@ -40,7 +45,12 @@ struct CacheState {
         byKey.erase(found);
         return copy;
     }
-    void Put(const std::wstring& key, const RetainedCopy& copy) {
+    // Returns what is not kept any more and to be deleted: an earlier copy, or this one when an unsaved edit waits in its place.
+    std::optional<RetainedCopy> Put(const std::wstring& key, const RetainedCopy& copy) REQUIRES(section) {
+        const RetainedCopy* const earlier = Find(key);
+        if (earlier && earlier->unsaved && !copy.unsaved)
+            return copy;
+        std::optional<RetainedCopy> replaced = Take(key);
         const auto place = byKey.emplace(key, entries.end()).first;
         try {
             place->second = entries.insert(entries.end(), {key, copy});
@@ -49,8 +59,9 @@ struct CacheState {
             throw;
         }
         savedCount += copy.unsaved ? 0 : 1;
+        return replaced && !replaced->unsaved ? std::move(replaced) : std::nullopt;
     }
-    std::optional<RetainedCopy> TakeOldestSaved() {
+    std::optional<RetainedCopy> TakeOldestSaved() REQUIRES(section) {
         for (const CacheEntry& entry : entries)
             if (!entry.copy.unsaved)
                 return Take(std::wstring(entry.key));
@@ -62,6 +73,8 @@ CacheState& State() {
     static CacheState s_state;
     return s_state;
 }
+
+std::wstring ContainerPathOf(const std::wstring& key) { return PathAddExtensionStr(key, kContainerExtension); }
 
 bool MakeFolder(const std::wstring& folder) {
     QC_TRACE(L"MakeFolder");
@@ -108,10 +121,13 @@ bool Agrees(const VirtFindData& left, const VirtFindData& right) {
     return left.fileAttributes == right.fileAttributes && left.lastWriteTime == right.lastWriteTime && left.fileSize == right.fileSize;
 }
 
-bool MayReuse(QuelcryptLog& qcLog, const RetainedCopy& copy, const VirtFindData* findData, const FileStamp* container) {
+bool MayReuse(QuelcryptLog& qcLog, const RetainedCopy& copy, const VirtFindData* findData,
+              const std::optional<FileVersion>& container) {
     QC_LOG(L"Cached temp file is Found[%s], Temp File Path[%s], Its cached Attribs[%s]", L"true", copy.tempFilePath,
            FormatFindDataStr(&copy.findData));
-    const bool matched = copy.unsaved || (findData && container && copy.container == *container && Agrees(copy.findData, *findData));
+    const bool isOfVersion = copy.unsaved ? IsStillVersion(copy.container, container)
+                                          : container && copy.container && *container == *copy.container;
+    const bool matched = isOfVersion && (copy.unsaved || (findData && Agrees(copy.findData, *findData)));
     QC_LOG(L"Attributes Matched[%s]", FormatBoolStr(matched));
     return matched && IsExistingFile(copy.tempFilePath);
 }
@@ -128,20 +144,23 @@ bool VirtualTempFileDispenser::CreateTempFileName(const std::wstring& fileName, 
 }
 
 bool VirtualTempFileDispenser::Dispense(const std::wstring& filePathKey, bool contentWanted, const VirtFindData* findData,
-                                        const FileStamp* container, RetainedCopy& copy) {
+                                        const std::optional<FileVersion>& container, RetainedCopy& copy) {
     QC_TRACE(L"VirtualTempFileDispenser::Dispense", L"filePathKey[%s], findData[%s]", filePathKey, FormatFindDataStr(findData));
     if (contentWanted) {
         std::optional<RetainedCopy> retained;
         {
             CacheState& state = State();
-            const std::lock_guard guard(state.section);
+            const SectionGuard guard(state.section);
             retained = state.Take(filePathKey);
         }
         if (retained && MayReuse(qcLog, *retained, findData, container)) {
             copy = std::move(*retained);
             return qcLog.Leave(true);
         }
-        if (retained && !retained->unsaved)
+        const bool waitsOn = retained && retained->unsaved && IsExistingFile(retained->tempFilePath);
+        if (waitsOn)
+            Retain(filePathKey, *retained);  // the document is another one now
+        else if (retained && !retained->unsaved)
             DeleteTempFolder(retained->tempFilePath);
     }
     copy = {};
@@ -154,44 +173,50 @@ bool VirtualTempFileDispenser::Dispense(const std::wstring& filePathKey, bool co
 void VirtualTempFileDispenser::Retain(const std::wstring& filePathKey, const RetainedCopy& copy) {
     QC_TRACE(L"VirtualTempFileDispenser::Retain", L"filePathKey[%s], tempFilePath[%s], findData[%s]", filePathKey, copy.tempFilePath,
              FormatFindDataStr(&copy.findData));
-    std::vector<RetainedCopy> leaving;
+    std::optional<RetainedCopy> replaced;
+    std::optional<RetainedCopy> oldest;
     {
         CacheState& state = State();
-        const std::lock_guard guard(state.section);
-        const auto earlier = state.byKey.find(filePathKey);
-        if (earlier != state.byKey.end() && earlier->second->copy.unsaved && !copy.unsaved) {
-            leaving.push_back(copy);  // the edit that waits here counts more
-        } else {
-            if (auto replaced = state.Take(filePathKey); replaced && !replaced->unsaved)
-                leaving.push_back(std::move(*replaced));
-            state.Put(filePathKey, copy);
-        }
+        const SectionGuard guard(state.section);
+        replaced = state.Put(filePathKey, copy);
         if (state.savedCount > kMaximumCopies) {
             QC_LOG(L"Maximum entry count is reached. Oldest entry will be removed");
-            if (auto oldest = state.TakeOldestSaved())
-                leaving.push_back(std::move(*oldest));
+            oldest = state.TakeOldestSaved();
         }
     }
-    for (const RetainedCopy& left : leaving)
-        DeleteTempFolder(left.tempFilePath);
+    for (const std::optional<RetainedCopy>& leaving : {replaced, oldest})
+        if (leaving)
+            DeleteTempFolder(leaving->tempFilePath);
 }
 
 bool VirtualTempFileDispenser::HoldsUnsavedEdit(const std::wstring& filePathKey) {
     CacheState& state = State();
-    const std::lock_guard guard(state.section);
-    const auto found = state.byKey.find(filePathKey);
-    return found != state.byKey.end() && found->second->copy.unsaved;
+    const SectionGuard guard(state.section);
+    const RetainedCopy* const copy = state.Find(filePathKey);
+    return copy && copy->unsaved;
 }
 
-void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool deleteFileFromDisk, bool discardUnsaved) {
+bool VirtualTempFileDispenser::TakeOvertakenEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container,
+                                                 RetainedCopy& copy) {
+    CacheState& state = State();
+    const SectionGuard guard(state.section);
+    const RetainedCopy* const waiting = state.Find(filePathKey);
+    if (!waiting || !waiting->unsaved || IsStillVersion(waiting->container, container))
+        return false;
+    copy = *state.Take(filePathKey);
+    return true;
+}
+
+void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool deleteFileFromDisk,
+                                      const std::optional<FileVersion>* deletedVersion) {
     QC_TRACE(L"VirtualTempFileDispenser::Remove", L"filePathKey[%s], deleteFileFromDisk[%s]", filePathKey,
              FormatBoolStr(deleteFileFromDisk));
     std::optional<RetainedCopy> copy;
     {
         CacheState& state = State();
-        const std::lock_guard guard(state.section);
-        const auto found = state.byKey.find(filePathKey);
-        if (found != state.byKey.end() && (discardUnsaved || !found->second->copy.unsaved))
+        const SectionGuard guard(state.section);
+        const RetainedCopy* const found = state.Find(filePathKey);
+        if (found && (!found->unsaved || (deletedVersion && IsStillVersion(found->container, *deletedVersion))))
             copy = state.Take(filePathKey);
     }
     if (!copy) {
@@ -203,15 +228,31 @@ void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool dele
 }
 
 void VirtualTempFileDispenser::MoveFolder(const std::wstring& oldFolderPath, const std::wstring& newFolderPath) {
-    CacheState& state = State();
-    const std::lock_guard guard(state.section);
-    std::vector<std::wstring> keys;
-    for (const CacheEntry& entry : state.entries)
-        if (IsPathBelow(entry.key, oldFolderPath))
-            keys.push_back(entry.key);
-    for (const std::wstring& key : keys)
-        if (const std::optional<RetainedCopy> copy = state.Take(key))
-            state.Put(newFolderPath + key.substr(oldFolderPath.size()), *copy);
+    std::vector<CacheEntry> moved;
+    std::vector<RetainedCopy> leaving;
+    {
+        CacheState& state = State();
+        const SectionGuard guard(state.section);
+        for (const CacheEntry& entry : state.entries)
+            if (IsPathBelow(entry.key, oldFolderPath))
+                moved.push_back(entry);
+        for (CacheEntry& entry : moved) {
+            state.Take(entry.key);
+            entry.key = newFolderPath + entry.key.substr(oldFolderPath.size());
+            if (entry.copy.container)
+                entry.copy.container = AtOtherPath(*entry.copy.container, ContainerPathOf(entry.key));
+            if (std::optional<RetainedCopy> left = state.Put(entry.key, entry.copy))
+                leaving.push_back(std::move(*left));
+        }
+    }
+    for (const RetainedCopy& left : leaving)
+        DeleteTempFolder(left.tempFilePath);
+    for (const CacheEntry& entry : moved)
+        if (entry.copy.unsaved)
+            WriteTrackingFile(TrackingFilePathStr(entry.copy.tempFilePath),
+                              TrackingRecordOf(ContainerPathOf(entry.key), entry.copy.container.value_or(FileVersion{}).stamp,
+                                               entry.copy.tempFilePath, ReadFileStamp(entry.copy.tempFilePath).value_or(FileStamp{}),
+                                               PathStripPathStr(entry.key)));
 }
 
 void VirtualTempFileDispenser::DeleteTempFolder(const std::wstring& tempFilePath) {

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -42,7 +41,7 @@ struct LockEntry {
     FileHandleInfo fileHandleInfo;
     bool hasEncryptedInfo = false;
     VirtFindData encryptedInfo{};
-    std::shared_ptr<CriticalSection> contentLock = std::make_shared<CriticalSection>();
+    std::shared_ptr<LockedContent> content = std::make_shared<LockedContent>();
 };
 
 struct LockSearchHandle {
@@ -52,22 +51,27 @@ struct LockSearchHandle {
 };
 
 struct LockTable {
-    CriticalSection section;
-    std::unordered_map<std::wstring, LockEntry, NoCaseHash, NoCaseEqual> entries;
+    CriticalSection section{LockOrder::Locks};
+    std::unordered_map<std::wstring, LockEntry, NoCaseHash, NoCaseEqual> entries GUARDED_BY(section);
     std::atomic<std::size_t> count{0};  // of entries, for those who only ask whether there is any
 
-    LockEntry* Find(const wchar_t* filePath) {
+    LockEntry* Find(const wchar_t* filePath) REQUIRES(section) {
         const auto found = entries.find(std::wstring_view(filePath));
         return found == entries.end() ? nullptr : &found->second;
     }
-    LockEntry* Insert(const wchar_t* filePath) {
+    LockEntry* Insert(const wchar_t* filePath) REQUIRES(section) {
         LockEntry* const entry = &entries[filePath];
         count = entries.size();
         return entry;
     }
-    void Erase(const wchar_t* filePath) {
+    void Erase(const wchar_t* filePath) REQUIRES(section) {
         entries.erase(entries.find(std::wstring_view(filePath)));
         count = entries.size();
+    }
+    std::shared_ptr<LockedContent> ContentOf(const wchar_t* filePath) {
+        const SectionGuard guard(section);
+        const LockEntry* const entry = Find(filePath);
+        return entry ? entry->content : nullptr;
     }
 };
 
@@ -136,7 +140,7 @@ VirtualVolumeStatus FileLocker::Lock(const wchar_t* filePath, const VirtFindData
     QC_CHECK(filePath != nullptr && lockInfo != nullptr, VVS_InvalidParameter, L"filePath != 0 && lockInfo != 0 =>false%s, ");
 
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     LockEntry* entry = table.Find(filePath);
     if (!entry) {
         entry = table.Insert(filePath);
@@ -175,7 +179,11 @@ VirtualVolumeStatus FileLocker::Unlock(const wchar_t* filePath, const wchar_t* l
     QC_CHECK(filePath != nullptr && HasToken(lockToken), VVS_InvalidParameter, L"filePath != 0 && lockToken != 0 =>false%s, ");
 
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const std::shared_ptr<LockedContent> content = table.ContentOf(filePath);
+    if (!content)
+        return qcLog.Leave(VVS_FileNotLocked);
+    const SectionGuard contentGuard(content->section);  // between the look at the content and the mark nobody writes
+    const SectionGuard guard(table.section);
     LockEntry* const entry = table.Find(filePath);
     if (!entry)
         return qcLog.Leave(VVS_FileNotLocked);
@@ -186,10 +194,9 @@ VirtualVolumeStatus FileLocker::Unlock(const wchar_t* filePath, const wchar_t* l
         return qcLog.Leave(VVS_Success);
 
     const FileHandleInfo& info = entry->fileHandleInfo;
-    // Who has a plain file open may be about to write it. Saving into a container takes the mark back.
-    const bool isInUse = !entry->hasEncryptedInfo && entry->contentLock.use_count() > 1;
-    if (info.created && !isInUse && IsEmptyFile(info.hFile.Get()))
-        DeleteUndeleteFile(info.hFile.Get(), true);
+    if (info.created && !content->isWritten && IsEmptyFile(info.hFile.Get()) &&
+        DeleteUndeleteFile(info.hFile.Get(), true) == Win32Error::None)
+        content->goesUnlessWritten = true;
     table.Erase(filePath);
     return qcLog.Leave(VVS_Success);
 }
@@ -201,7 +208,7 @@ VirtualVolumeStatus FileLocker::FindLock(const wchar_t* filePath, const wchar_t*
     LockTable& table = Table();
     if (table.count == 0)  // the common case, asked twice at every open
         return qcLog.Leave(VVS_FileNotLocked);
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     const LockEntry* const entry = table.Find(filePath);
     if (!entry)
         return qcLog.Leave(VVS_FileNotLocked);
@@ -223,7 +230,7 @@ VirtualVolumeStatus FileLocker::FindFirstLock(const wchar_t* filePath, void** hF
     *hFind = nullptr;
 
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     const LockEntry* const entry = table.Find(filePath);
     if (!entry) {
         QC_LOG(L"No locks are found for filePath[%s]", filePath);
@@ -262,7 +269,7 @@ bool FileLocker::FindClose(void* hFind) {
 
 bool FileLocker::HoldsLockBelow(const std::wstring& folderPath) {
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     return std::any_of(table.entries.begin(), table.entries.end(),
                        [&](const auto& entry) { return IsPathBelow(entry.first, folderPath); });
 }
@@ -276,7 +283,7 @@ void FileLocker::GetEncryptedInfo(const wchar_t* filePath, bool* hasInfo, VirtFi
     LockTable& table = Table();
     if (table.count == 0)  // the common case, asked once for every container of a listing
         return;
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     const LockEntry* const entry = table.Find(filePath);
     if (!entry)
         return;
@@ -293,7 +300,7 @@ void FileLocker::SetEncryptedInfo(const wchar_t* filePath, const VirtFindData& f
         return;
     }
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     if (LockEntry* const entry = table.Find(filePath)) {
         entry->hasEncryptedInfo = true;
         entry->encryptedInfo = findData;
@@ -307,7 +314,7 @@ VirtualVolumeStatus FileLocker::GetLockedFile(const wchar_t* filePath, std::uint
     *lockedFile = {};
 
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     const LockEntry* const entry = table.Find(filePath);
     if (!entry)
         return qcLog.Leave(VVS_Success);
@@ -332,6 +339,6 @@ VirtualVolumeStatus FileLocker::GetLockedFile(const wchar_t* filePath, std::uint
     }
     lockedFile->locked = true;
     lockedFile->hFile = std::move(hFile);
-    lockedFile->contentLock = entry->contentLock;
+    lockedFile->content = entry->content;
     return qcLog.Leave(VVS_Success);
 }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_set>
 
 #include <windows.h>
 
@@ -17,6 +18,7 @@
 inline constexpr std::uint32_t kFileSearchMagic = 0x4D464646;
 
 struct VirtualFindHandle {
+    ~VirtualFindHandle() { magic = 0; }  // not recognised any more once it is freed
     std::uint32_t magic = kFileSearchMagic;
     UniqueFindHandle find;
     std::wstring filePathSearch;  // with ".zip" appended once the extra search has begun
@@ -24,15 +26,11 @@ struct VirtualFindHandle {
     bool containerFlag = false;  // of the entry returned last
     bool extraZipSearch = false;
     bool isPattern = false;
-    std::wstring firstSpec;  // while the extra search runs: what was searched for first, and need not show again
+    std::unordered_set<std::wstring> shownContainers;  // by the first search, as far as the extra one would find them again
     std::uint64_t folderWriteTime = 0;  // 0: not read yet
     PlainNameFilter plainNames;
 };
-// Makes the handle unrecognisable before it is freed.
-struct FindFileHandleDeleter {
-    void operator()(VirtualFindHandle* handle) const;
-};
-using VirtualFindHandlePtr = std::unique_ptr<VirtualFindHandle, FindFileHandleDeleter>;
+using VirtualFindHandlePtr = std::unique_ptr<VirtualFindHandle>;
 
 class VirtualFindFile {
 public:

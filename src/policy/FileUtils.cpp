@@ -137,22 +137,6 @@ void FilePointer::Restore() {
         QC_REPORT(L"::SetFilePointerEx(m_hFile, m_origPos, 0, 0) != 0 =>false%s, ");
 }
 
-std::optional<FileStamp> ReadOpenFileStamp(HANDLE hFile) {
-    FILE_BASIC_INFO info{};
-    LARGE_INTEGER size{};
-    if (!GetFileInformationByHandleEx(hFile, FileBasicInfo, &info, sizeof(info)) || !GetFileSizeEx(hFile, &size))
-        return std::nullopt;
-    return FileStamp{info.FileAttributes, info.LastWriteTime.QuadPart, size.QuadPart};
-}
-
-std::optional<FileStamp> ReadFileStamp(const std::wstring& path) {
-    WIN32_FILE_ATTRIBUTE_DATA data{};
-    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
-        return std::nullopt;
-    return FileStamp{data.dwFileAttributes, static_cast<std::int64_t>(FileTimeNumber(data.ftLastWriteTime)),
-                     static_cast<std::int64_t>(static_cast<std::uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow)};
-}
-
 std::wstring SidePathStr(const std::wstring& filePath) {
     GUID guid{};
     if (FAILED(CoCreateGuid(&guid)))
@@ -160,20 +144,25 @@ std::wstring SidePathStr(const std::wstring& filePath) {
     return PathAppendStr(PathRemoveFileSpecStr(filePath), L"~" + FormatGuidStr(guid) + L".tmp");
 }
 
-Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists) {
+Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists,
+                      const std::optional<FileVersion>* known) {
     QC_TRACE(L"PutInPlace", L"srcFilePath[%s], destFilePath[%s]", sidePath, filePath);
-    if (MoveFileExW(sidePath.c_str(), filePath.c_str(), MOVEFILE_WRITE_THROUGH | (failIfExists ? 0 : MOVEFILE_REPLACE_EXISTING)))
-        return qcLog.Leave(Win32Error::None);
-    const Win32Error error = LastWin32Error();
+    Win32Error error = static_cast<Win32Error>(ERROR_SHARING_VIOLATION);
+    if (!known || IsStillVersion(*known, ReadFileVersion(filePath))) {
+        if (MoveFileExW(sidePath.c_str(), filePath.c_str(), MOVEFILE_WRITE_THROUGH | (failIfExists ? 0 : MOVEFILE_REPLACE_EXISTING)))
+            return qcLog.Leave(Win32Error::None);
+        error = LastWin32Error();
+    }
     SetFileAttributesW(sidePath.c_str(), FILE_ATTRIBUTE_NORMAL);  // a read-only copy could not be deleted
     DeleteFileW(sidePath.c_str());
     return qcLog.Leave(error);
 }
 
-Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists) {
+Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists,
+                       const std::optional<FileVersion>* known) {
     const std::wstring sidePath = SidePathStr(destFilePath);
     if (::CopyFileW(srcFilePath.c_str(), sidePath.c_str(), TRUE))
-        return PutInPlace(sidePath, destFilePath, failIfExists);
+        return PutInPlace(sidePath, destFilePath, failIfExists, known);
     const Win32Error error = LastWin32Error();
     DeleteFileW(sidePath.c_str());
     return error;
@@ -198,12 +187,6 @@ bool IsExistingFolder(const std::wstring& path) {
     const DWORD attributes = AttributesOf(path);
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
 }
-
-std::uint64_t FileTimeNumber(const FILETIME& time) {
-    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-}
-
-FILETIME FileTimeOf(std::uint64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
 
 std::wstring PathStripPathStr(std::wstring_view path) {
     const std::size_t separator = LastSeparator(path);

@@ -61,6 +61,8 @@ Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, bool* 
         const std::string path = Utf8EncodeStr(folderPath.c_str(), static_cast<DWORD>(folderPath.size()));
         if (Quelcrypt_GetHalvaneBoxConfig(path.c_str(), config.GetAddr(), nullptr, nullptr) == 0) {
             QC_REPORT(kCheckText);
+            if (isKnown)
+                *isKnown = false;
             return Result();
         }
         return config ? read(config.Get()) : Result();
@@ -123,7 +125,8 @@ bool DeleteThroughShell(const std::wstring& path) {
         SHFILEOPSTRUCTW operation{};
         operation.wFunc = FO_DELETE;
         operation.pFrom = doublyTerminated.c_str();
-        operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI;
+        // Without the last, the shell would delete "page_files" along with "page.htm" ("SHFILEOPSTRUCT", FOF_NO_CONNECTED_ELEMENTS).
+        operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI | FOF_NO_CONNECTED_ELEMENTS;
         SHFileOperationW(&operation);
         if (!PathExists(path))
             return true;

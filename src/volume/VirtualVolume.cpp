@@ -85,8 +85,7 @@ void VirtualVolume::FindRoot(VirtFindData* virtFindData) {
     virtFindData->fileAttributes = FILE_ATTRIBUTE_DIRECTORY;
     virtFindData->itemType = VIT_Root;
     VirtFindData folder{};
-    const std::unique_ptr<VirtFindMountFolderHandle, VirtFindMountFolderHandleDeleter> handle(
-        VirtualMountFolder::FindFirstFolder(L"*", &folder));
+    const VirtFindMountFolderHandlePtr handle = VirtualMountFolder::FindFirstFolder(L"*", &folder);
     if (!handle) {
         QC_LOG_AT(LogLevel_Warning, L"Virtual volume is empty!");
         return;

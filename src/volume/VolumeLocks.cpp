@@ -127,15 +127,22 @@ void* VirtualVolume::FindFirstLock(const wchar_t* filePath, LockInfo* lockInfo) 
             QC_LOG(L"Lock found: filePath[%s], lockInfo[%s]", filePath, FormatLockInfoStr(lockInfo));
         else
             QC_LOG(L"No Lock found: filePath[%s]", filePath);
-        return SearchHandles::Add(hFind, &FileLocker::FindClose);
+        return SearchHandles::Add(std::shared_ptr<void>(hFind, [](void* search) { FileLocker::FindClose(search); }));
     });
 }
 
 VirtualVolumeStatus VirtualVolume::FindNextLock(void* hFind, LockInfo* lockInfo) {
     return CatchAll([&] {
         QC_TRACE_THIS(L"VirtualVolume::FindNextLock");
-        void* const hLocks = SearchHandles::MagicOf(hFind) == kLockSearchMagic ? hFind : nullptr;
-        if (!FileLocker::FindNextLock(hLocks, lockInfo)) {
+        bool isHandle = false;
+        const auto next = [&](std::uint32_t& search) {
+            isHandle = true;
+            return FileLocker::FindNextLock(&search, lockInfo);
+        };
+        const bool found = SearchHandles::With<std::uint32_t>(hFind, kLockSearchMagic, false, next);
+        if (!isHandle)
+            FileLocker::FindNextLock(nullptr, lockInfo);  // says so in the trace
+        if (!found) {
             QC_LOG(L"No Lock found");
             return qcLog.Leave(VVS_FileNotLocked);
         }
