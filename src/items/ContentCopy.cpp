@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "diagnostics/Trace.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 
@@ -117,7 +118,7 @@ bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, bool* isTorn) {
 
 bool MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags) {
     QC_TRACE(L"VirtualFile::MoveFileW", L"srcFilePath[%s], destFilePath[%s]", srcFilePath, destFilePath);
-    if (MoveFileExW(srcFilePath.c_str(), destFilePath.c_str(), flags))
+    if (MoveFileExW(PlatformPath(srcFilePath).c_str(), PlatformPath(destFilePath).c_str(), flags))
         return qcLog.Leave(true);
     QC_LOG_AT(LogLevel_Error, L"srcFilePath[%s], destFilePath[%s]. Error[%s]", srcFilePath, destFilePath,
               SystemErrorStr(GetLastError()));

@@ -6,6 +6,7 @@
 #include "items/SaveNames.h"
 #include "items/TrackingFile.h"
 #include "items/VirtualItem.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
 #include "policy/FileUtils.h"
@@ -40,14 +41,14 @@ bool HasSize(HANDLE hFile, std::int64_t size) {
 // from its content.
 class WritableMeanwhile {
 public:
-    explicit WritableMeanwhile(const std::wstring& path) : m_path(path), m_attributes(GetFileAttributesW(path.c_str())) {
+    explicit WritableMeanwhile(const std::wstring& path) : m_path(path), m_attributes(GetFileAttributesW(PlatformPath(path).c_str())) {
         m_isReadOnly = m_attributes != INVALID_FILE_ATTRIBUTES && (m_attributes & FILE_ATTRIBUTE_READONLY);
         if (m_isReadOnly)
-            SetFileAttributesW(m_path.c_str(), m_attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+            SetFileAttributesW(PlatformPath(m_path).c_str(), m_attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
     }
     ~WritableMeanwhile() {
         if (m_isReadOnly)
-            SetFileAttributesW(m_path.c_str(), m_attributes);
+            SetFileAttributesW(PlatformPath(m_path).c_str(), m_attributes);
     }
     WritableMeanwhile(const WritableMeanwhile&) = delete;
     WritableMeanwhile& operator=(const WritableMeanwhile&) = delete;
@@ -76,16 +77,13 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     const bool creates = CreatesFiles(openDisposition);
     const std::wstring containerPath = exists ? ContainerPathStr(filePath) : PathAddExtensionStr(filePath, kContainerExtension);
     const std::wstring fileName = PathStripPathStr(filePath);
-    // A lock whose process ended may have left an empty container, which is no document and holds nothing.
-    const std::optional<FileStamp> container = ReadFileStamp(containerPath);
-    const bool isTaken = container && (exists || container->size > 0 || (container->attributes & FILE_ATTRIBUTE_DIRECTORY));
     if (openDisposition == CREATE_NEW)
-        QC_CHECK(!PathExists(filePath) && !isTaken, VSS_FileExists, L"!PathExists(containerPath) =>false%s, ");
+        QC_CHECK(!PathExists(filePath) && !PathExists(containerPath), VSS_FileExists, L"!PathExists(containerPath) =>false%s, ");
     QC_CHECK(fileName.find_first_of(L"*?<>|\":") == std::wstring::npos, VVS_InvalidParameter,
              L"PathStripPathStr(filePath).find_first_of(L\"*?<>|\\\":\") == std::wstring::npos =>false%s, ");
     if (creates && !exists) {
         // Not this file's container, then, but another file that saving would overwrite: a conflict copy, an ordinary ZIP file.
-        QC_CHECK(!isTaken, VVS_PathAlreadyExists, L"!PathExists(containerPath) =>false%s, ");
+        QC_CHECK(!PathExists(containerPath), VVS_PathAlreadyExists, L"!PathExists(containerPath) =>false%s, ");
         // The container is made at the close only, which would be too late to find out that it cannot be.
         QC_CHECK(HasSaveNames(fileName), VVS_InvalidParameter, L"HasSaveNames(PathStripPathStr(filePath)) =>false%s, ");
         QC_CHECK(IsExistingFolder(PathRemoveFileSpecStr(filePath)), VVS_PathNotFound,
@@ -171,7 +169,7 @@ VirtualVolumeStatus EncryptedContent::FillTempFile(RetainedCopy& copy, HANDLE hF
         const VirtualVolumeStatus status =
             before->stamp.size > 0 ? container_cipher::DecryptToFile(StoredPath(), m_lock, copy.tempFilePath, hFile) : VVS_Success;
         VirtFindData findData{};
-        const bool isKnown = VirtualFindFile::FindFile(StoredPath().c_str(), &findData);
+        const bool isKnown = VirtualFindFile::FindContainerOnDisk(StoredPath(), &findData);
         const std::optional<FileVersion> after = ReadFileVersion(StoredPath());
         if (!after || !(*after == *before))
             continue;

@@ -6,6 +6,7 @@
 #include "items/PlainContent.h"
 #include "items/SaveNames.h"
 #include "items/VirtualItem.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
 #include "policy/FileUtils.h"
@@ -387,7 +388,7 @@ VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& sou
 // Puts a copy of an open file at the destination, in one step.
 VirtualVolumeStatus FileMove::PutCopyInPlace(HANDLE hSource) {
     const std::wstring sidePath = SidePathStr(m_newFilePath);
-    const OnExit removeUnfinished([&] { DeleteFileW(sidePath.c_str()); });  // when it is in place, there is none
+    const OnExit removeUnfinished([&] { DeleteFileW(PlatformPath(sidePath).c_str()); });  // when it is in place, there is none
     const VirtualVolumeStatus status = CopyToNewFile(hSource, sidePath);
     return status == VVS_Success ? StatusOfCall(MayReplace() ? PutInPlace(sidePath, m_newFilePath, false, &m_replaced)
                                                               : PutInPlace(sidePath, m_newFilePath, true))

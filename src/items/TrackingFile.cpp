@@ -2,6 +2,7 @@
 
 #include "diagnostics/Trace.h"
 #include "library/Owners.h"
+#include "library/PlatformPath.h"
 
 namespace {
 
@@ -87,7 +88,7 @@ bool WriteTrackingFile(const std::wstring& path, const TrackingRecord& record) {
         text += "<!-- utf8: " + AsPercentEncodedUtf8(record.sourceName) + " | " + AsPercentEncodedUtf8(record.tempName) + " | " +
                 AsPercentEncodedUtf8(record.fileSpec) + " -->\r\n";
     const UniqueHandle hFile([&] {
-        const HANDLE handle = ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_ALWAYS,
+        const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_ALWAYS,
                                             FILE_ATTRIBUTE_NORMAL, nullptr);
         return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
     }());

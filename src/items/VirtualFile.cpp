@@ -16,6 +16,14 @@ bool CreatesFiles(std::uint32_t openDisposition) {
     return openDisposition == CREATE_NEW || openDisposition == CREATE_ALWAYS || openDisposition == OPEN_ALWAYS;
 }
 
+// An empty container, as a lock leaves whose process ended, cannot be read by the companion library. It is an empty document.
+bool IsEmptyContainerOf(const std::wstring& filePath, const VirtFindData& findData) {
+    if (EqualNoCase(findData.fileName, PathStripPathStr(filePath)) || PathExists(filePath))
+        return false;
+    const std::optional<FileStamp> container = ReadFileStamp(PathAddExtensionStr(filePath, kContainerExtension));
+    return container && container->size == 0 && !(container->attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
 }  // namespace
 
 VirtualVolumeStatus VirtualFile::Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
@@ -26,9 +34,10 @@ VirtualVolumeStatus VirtualFile::Open(const wchar_t* filePath, std::uint32_t des
     const bool creates = CreatesFiles(openDisposition);
     // The companion library takes names as UTF-8: it could neither be asked about this one nor store it.
     QC_CHECK(!creates || IsWellFormed(filePath), VVS_InvalidParameter, L"IsWellFormed(filePath) =>false%s, ");
-    if (findData)
+    const bool isEncrypted = findData ? findData->itemType != VIT_PlainFile || IsEmptyContainerOf(filePath, *findData)
+                                      : VirtualTempFileDispenser::HoldsUnsavedEdit(filePath);
+    if (findData && isEncrypted == (findData->itemType != VIT_PlainFile))
         m_state.findData = *findData;
-    const bool isEncrypted = findData ? findData->itemType != VIT_PlainFile : VirtualTempFileDispenser::HoldsUnsavedEdit(filePath);
     VirtualVolumeStatus status = VVS_Success;
     if (isEncrypted || (creates && ShouldFileBeEncrypted(filePath))) {
         auto content = std::make_unique<EncryptedContent>(m_state);

@@ -1,9 +1,8 @@
 #include "items/VirtualFolder.h"
 
-#include <shlwapi.h>
-
 #include "diagnostics/Trace.h"
 #include "items/VirtualTempFileDispenser.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "locks/FileLocker.h"
 #include "namespace/VirtualFindFile.h"
@@ -19,8 +18,8 @@ VirtualVolumeStatus VirtualFolder::Open(const wchar_t* filePath, std::uint32_t d
         m_state.findData = *findData;
     const bool isDocument = findData && (findData->itemType == VIT_EncryptedFile || findData->itemType == VIT_EncryptedFileInConflict);
     QC_CHECK(!isDocument, VVS_PathAlreadyExists, L"!isDocument =>false%s, ");
-    const bool create = openDisposition == CreateNewFolder || (openDisposition == OpenOrCreateFolder && !PathIsDirectoryW(filePath));
-    const bool folderCreated = !create || CreateDirectoryW(filePath, nullptr);
+    const bool create = openDisposition == CreateNewFolder || (openDisposition == OpenOrCreateFolder && !IsExistingFolder(filePath));
+    const bool folderCreated = !create || CreateDirectoryW(PlatformPath(filePath).c_str(), nullptr);
     QC_CHECK(folderCreated, StatusFromLastError(), L"folderCreated =>FALSE%s,  %s", L"filePath[%s]. Error[%s]", filePath,
              SystemErrorStr(GetLastError()));
     const std::uint32_t access = desiredAccess & DELETE ? desiredAccess : desiredAccess | FILE_WRITE_ATTRIBUTES;

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "diagnostics/Trace.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
 #include "policy/FileUtils.h"
@@ -31,7 +32,7 @@ VirtualVolumeStatus VirtualItem::CreateFileW(const std::wstring& file, std::uint
     QC_TRACE(L"VirtualItem::CreateFileW", L"file[%s], desiredAccess[%s], shareMode[%s], creationDisposition[%s]", file,
              FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(creationDisposition));
     const HANDLE hFileTmp =
-        ::CreateFileW(file.c_str(), desiredAccess, shareMode, nullptr, creationDisposition, flagsAndAttributes, nullptr);
+        ::CreateFileW(PlatformPath(file).c_str(), desiredAccess, shareMode, nullptr, creationDisposition, flagsAndAttributes, nullptr);
     QC_CHECK(hFileTmp != INVALID_HANDLE_VALUE, StatusFromLastError(), L"hFileTmp != ((HANDLE)(LONG_PTR)-1) =>false%s,  %s",
              L"file[%s], desiredAccess[%s], shareMode[%s], creationDisposition[%s]. Error[%s]", file,
              FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(creationDisposition),

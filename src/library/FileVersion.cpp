@@ -5,6 +5,7 @@
 
 #include "library/Locks.h"
 #include "library/Owners.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 
 namespace {
@@ -64,7 +65,7 @@ std::optional<FileStamp> ReadOpenFileStamp(HANDLE hFile) {
 
 std::optional<FileStamp> ReadFileStamp(const std::wstring& path) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
-    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
+    if (!GetFileAttributesExW(PlatformPath(path).c_str(), GetFileExInfoStandard, &data))
         return std::nullopt;
     return FileStamp{data.dwFileAttributes, static_cast<std::int64_t>(FileTimeNumber(data.ftLastWriteTime)),
                      static_cast<std::int64_t>(static_cast<std::uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow)};
@@ -87,7 +88,8 @@ std::optional<FileVersion> ReadFileVersion(const std::wstring& path) {
     version.saves = SavesOf(path);
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const HANDLE handle =
-        ::CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+        ::CreateFileW(PlatformPath(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
+                      FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
     const std::optional<FileStamp> stamp = hFile ? ReadOpenFileStamp(hFile.Get()) : ReadFileStamp(path);
     if (!stamp)

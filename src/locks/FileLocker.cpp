@@ -9,6 +9,7 @@
 #include <objbase.h>
 
 #include "diagnostics/Trace.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
@@ -83,7 +84,7 @@ LockTable& Table() {
 VirtualVolumeStatus CreateAndLockFile(const wchar_t* filePath, FileHandleInfo& info) {
     QC_TRACE(L"CreateAndLockFile", L"filePath[%s]", filePath);
     const HANDLE hFile =
-        ::CreateFileW(filePath, kLockAccess, FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        ::CreateFileW(PlatformPath(filePath).c_str(), kLockAccess, FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     const DWORD error = GetLastError();
     if (hFile == INVALID_HANDLE_VALUE) {
         QC_REPORT(L"hFile != ((HANDLE)(LONG_PTR)-1) =>false%s, ");

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "diagnostics/Trace.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "locks/FileLocker.h"
 #include "namespace/VirtualFileInfoCache.h"
@@ -21,6 +22,7 @@ struct FolderView {
     PlainNameFilter* plainNames;     // null when a single name is asked for, which a look-up answers faster
     bool plainIsMissing = false;     // that look-up was made already, in vain
     bool namesAreFromDisk = true;    // false: in the letter case in which somebody asked
+    bool showsLocked = true;         // a locked container is described by its lock
 };
 
 bool HasContainerName(std::wstring_view name) {
@@ -132,7 +134,8 @@ VirtualItemType GetHalvaneFileData(const FolderView& view, bool containerFlag, c
 bool FindKnownContainer(const FolderView& view, const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw,
                         VirtFindData* virtFindData) {
     bool hasInfo = false;
-    FileLocker::GetEncryptedInfo(containerFilePath.c_str(), &hasInfo, virtFindData);
+    if (view.showsLocked)
+        FileLocker::GetEncryptedInfo(containerFilePath.c_str(), &hasInfo, virtFindData);
     if (hasInfo)
         return true;
     if (view.folderWriteTime == 0)
@@ -164,7 +167,7 @@ void BuildVirtFindData(const FolderView& view, bool containerFlag, const WIN32_F
 
 bool ReadRawEntry(const std::wstring& path, WIN32_FIND_DATAW& raw) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
-    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
+    if (!GetFileAttributesExW(PlatformPath(path).c_str(), GetFileExInfoStandard, &data))
         return false;
     raw.dwFileAttributes = data.dwFileAttributes;
     raw.ftCreationTime = data.ftCreationTime;
@@ -184,7 +187,7 @@ bool StartExtraZipSearch(VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
     handle.extraZipSearch = true;
     handle.containerFlag = true;
     handle.filePathSearch = newSearch;
-    handle.find.Reset(::FindFirstFileW(newSearch.c_str(), &raw));
+    handle.find.Reset(::FindFirstFileW(PlatformPath(newSearch).c_str(), &raw));
     return handle.find && ShouldEnumerateFindData(handle, raw);
 }
 
@@ -224,6 +227,18 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
     return qcLog.Leave(true);
 }
 
+bool VirtualFindFile::FindContainerOnDisk(const std::wstring& containerPath, VirtFindData* virtFindData) {
+    QC_TRACE(L"VirtualFindFile::FindContainerOnDisk", L"filePath[%s]", containerPath);
+    const std::wstring folderPath = PathRemoveFileSpecStr(containerPath);
+    std::uint64_t folderWriteTime = ReadFolderWriteTime(folderPath);
+    WIN32_FIND_DATAW raw{};
+    if (!ReadRawEntry(containerPath, raw))
+        return qcLog.Leave(false);
+    *virtFindData = {};
+    BuildVirtFindData({folderPath, folderWriteTime, nullptr, false, false, false}, !IsFolder(raw), raw, virtFindData);
+    return qcLog.Leave(true);
+}
+
 VirtualFindHandlePtr VirtualFindFile::FindFirstFileW(const wchar_t* filePathSearch, VirtFindData* virtFindData) {
     QC_TRACE(L"VirtualFindFile::FindFirstFileW", L"filePathSearch[%s]", filePathSearch);
     VirtualFindHandlePtr handle(new VirtualFindHandle);
@@ -232,7 +247,7 @@ VirtualFindHandlePtr VirtualFindFile::FindFirstFileW(const wchar_t* filePathSear
     handle->folderPath = PathRemoveFileSpecStr(filePathSearch);
     *virtFindData = {};
     WIN32_FIND_DATAW raw{};
-    handle->find.Reset(::FindFirstFileW(filePathSearch, &raw));
+    handle->find.Reset(::FindFirstFileW(PlatformPath(filePathSearch).c_str(), &raw));
     QC_CHECK(handle->find || GetLastError() == ERROR_FILE_NOT_FOUND, nullptr,
              L"hFind != ((HANDLE)(LONG_PTR)-1) || GetLastError() == 2L =>FALSE%s,  %s", L"filePathSearch[%s]. Error[%s]", filePathSearch,
              SystemErrorStr(GetLastError()));

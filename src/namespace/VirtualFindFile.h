@@ -37,6 +37,9 @@ public:
     // Describes the item at filePath, or else the container filePath + ".zip". False: neither exists.
     static bool FindFile(const wchar_t* filePath, VirtFindData* virtFindData);
 
+    // Describes the container at this path as it is on disk: not, while it is locked, by the record that its lock keeps.
+    static bool FindContainerOnDisk(const std::wstring& containerPath, VirtFindData* virtFindData);
+
     // Starts a search, whose pattern is the last component, and stores the first entry. A pattern other than "*", "*.*" and
     // "*.zip" is searched again with ".zip" appended, so that names find their containers. Null when nothing matches.
     static VirtualFindHandlePtr FindFirstFileW(const wchar_t* filePathSearch, VirtFindData* virtFindData);

@@ -7,6 +7,7 @@
 
 #include "diagnostics/Trace.h"
 #include "library/Owners.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 
 namespace {
@@ -33,12 +34,12 @@ std::size_t LastSeparator(std::wstring_view path) { return path.find_last_of(L"\
 
 bool ReadIdentity(const std::wstring& path, BY_HANDLE_FILE_INFORMATION& info) {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const HANDLE handle = ::CreateFileW(path.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
     return hFile && GetFileInformationByHandle(hFile.Get(), &info);
 }
 
-DWORD AttributesOf(const std::wstring& path) { return GetFileAttributesW(path.c_str()); }
+DWORD AttributesOf(const std::wstring& path) { return GetFileAttributesW(PlatformPath(path).c_str()); }
 
 // The platform opens a device for these names in every folder, whatever extension follows; one of a serial line may wait for ever.
 bool IsDeviceName(std::wstring_view name) {
@@ -149,22 +150,23 @@ Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath
     QC_TRACE(L"PutInPlace", L"srcFilePath[%s], destFilePath[%s]", sidePath, filePath);
     Win32Error error = static_cast<Win32Error>(ERROR_SHARING_VIOLATION);
     if (!known || IsStillVersion(*known, ReadFileVersion(filePath))) {
-        if (MoveFileExW(sidePath.c_str(), filePath.c_str(), MOVEFILE_WRITE_THROUGH | (failIfExists ? 0 : MOVEFILE_REPLACE_EXISTING)))
+        const DWORD flags = MOVEFILE_WRITE_THROUGH | (failIfExists ? 0 : MOVEFILE_REPLACE_EXISTING);
+        if (MoveFileExW(PlatformPath(sidePath).c_str(), PlatformPath(filePath).c_str(), flags))
             return qcLog.Leave(Win32Error::None);
         error = LastWin32Error();
     }
-    SetFileAttributesW(sidePath.c_str(), FILE_ATTRIBUTE_NORMAL);  // a read-only copy could not be deleted
-    DeleteFileW(sidePath.c_str());
+    SetFileAttributesW(PlatformPath(sidePath).c_str(), FILE_ATTRIBUTE_NORMAL);  // a read-only copy could not be deleted
+    DeleteFileW(PlatformPath(sidePath).c_str());
     return qcLog.Leave(error);
 }
 
 Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists,
                        const std::optional<FileVersion>* known) {
     const std::wstring sidePath = SidePathStr(destFilePath);
-    if (::CopyFileW(srcFilePath.c_str(), sidePath.c_str(), TRUE))
+    if (::CopyFileW(PlatformPath(srcFilePath).c_str(), PlatformPath(sidePath).c_str(), TRUE))
         return PutInPlace(sidePath, destFilePath, failIfExists, known);
     const Win32Error error = LastWin32Error();
-    DeleteFileW(sidePath.c_str());
+    DeleteFileW(PlatformPath(sidePath).c_str());
     return error;
 }
 

@@ -59,6 +59,11 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
         }
         QC_CHECK_STATUS(FileLocker::Lock(filePathToLock.c_str(), halvaneVirtFindData, lockInfo),
                         L"FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>%s, ");
+        // Before it was held, the container may have become another one than was found.
+        VirtFindData held{};
+        if (fileExists && halvaneVirtFindData && VirtualFindFile::FindContainerOnDisk(filePathToLock, &held) &&
+            held.itemType == virtFindData.itemType)
+            FileLocker::SetEncryptedInfo(filePathToLock.c_str(), held);
         return qcLog.Leave(VVS_Success);
     });
 }

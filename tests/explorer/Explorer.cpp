@@ -1,0 +1,195 @@
+// Goes through every order, to a depth, of what can be done to one document, and then at random through longer ones.
+//
+// explorer [START...] [--depth N] [--seconds N] [--length N] [--seed N]    explorer --history "START: STEP; STEP; ..."
+//
+// Ends with 1 when a history failed. A failing one is shortened to the least that still fails in the same way; what has those
+// steps in that order besides others is then only counted.
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <map>
+#include <random>
+
+#include <windows.h>
+
+#include "explorer/History.h"
+
+namespace {
+
+using Steps = std::vector<Step>;
+using Clock = std::chrono::steady_clock;
+
+double SecondsSince(Clock::time_point begin) { return std::chrono::duration<double>(Clock::now() - begin).count(); }
+
+class Explorer {
+public:
+    explicit Explorer(const Start& start) : m_start(start) {}
+
+    // Every history that begins with these steps and has at most so many.
+    void Deepen(Steps& steps, int left) {
+        const Outcome outcome = Judge(steps);
+        if (left == 0 || outcome.isRefused || !outcome.failure.empty())
+            return;
+        for (const Step& step : outcome.next)
+            if (IsWorthwhile(step, left == 1)) {
+                steps.push_back(step);
+                Deepen(steps, left - 1);
+                steps.pop_back();
+            }
+    }
+
+    void Walk(std::mt19937& random, int length) {
+        const auto below = [&](std::size_t end) { return std::uniform_int_distribution<std::size_t>(0, end - 1)(random); };
+        Steps steps;
+        Outcome outcome = Run(m_start, steps);
+        for (int step = 0; step < length && outcome.failure.empty(); ++step) {
+            if (outcome.isRefused)
+                steps.pop_back();
+            else
+                m_next = outcome.next;
+            steps.push_back(m_next[below(m_next.size())]);
+            Step& last = steps.back();
+            last.withToken = last.op == Op::Open && below(4) == 0;
+            if (last.failing == Failing::None && last.op < Op::Store && below(10) == 0) {
+                last.failing = below(2) ? Failing::Nth : Failing::NthThrows;
+                last.nth = 1 + static_cast<int>(below(6));
+            }
+            outcome = Judge(steps);
+        }
+    }
+
+    void Report() const {
+        for (const auto& [shortest, count] : m_failures)
+            std::printf("%s\n    %s; %d times\n", TextOf(m_start, shortest.second).c_str(), shortest.first.c_str(), count);
+    }
+    bool HasFailed() const { return !m_failures.empty(); }
+    int Histories() const { return m_histories; }
+
+private:
+    // Left out of the enumeration, see above; walks take them.
+    static bool IsWorthwhile(const Step& step, bool isLast) {
+        if (step.op == Op::Open)
+            return step.actor == 0 ? !isLast : step.argument == CREATE_NEW || step.argument == CREATE_ALWAYS || (step.argument == OPEN_EXISTING && !isLast);
+        return !isLast || !(step.op == Op::Read || (step.op == Op::Close && step.actor == 0 && step.failing == Failing::None));
+    }
+
+    Outcome Judge(const Steps& steps) {
+        ++m_histories;
+        const Outcome outcome = Run(m_start, steps);
+        if (!outcome.failure.empty() && !IsKnown(outcome.failure, steps))
+            ++m_failures[{Kind(outcome.failure), Shortened(steps, Kind(outcome.failure))}];
+        return outcome;
+    }
+
+    // Which word, and at which step, tells nothing about the reason.
+    static std::string Kind(const std::string& failure) {
+        return failure.starts_with("word ") ? "a word is lost" : failure.substr(0, failure.find(" ("));
+    }
+
+    bool IsKnown(const std::string& failure, const Steps& steps) {
+        for (auto& [shortest, count] : m_failures) {
+            std::size_t found = 0;
+            for (const Step& step : steps)
+                found += found < shortest.second.size() && AreAlike(step, shortest.second[found]);
+            if (found == shortest.second.size() && Kind(failure) == shortest.first)
+                return ++count, true;
+        }
+        return false;
+    }
+
+    // Steps that fail for one reason most times: the first one is told, the others when it is mended.
+    static bool AreAlike(const Step& left, const Step& right) {
+        const auto likeness = [](const Step& step) {
+            const bool keeps = step.argument == OPEN_EXISTING || step.argument == kOpenToRead;
+            const Op op = step.op == Op::StoreInPlace ? Op::Store : step.op == Op::Cut ? Op::Write : step.op == Op::Copy ? Op::Move : step.op;
+            return std::tuple(op, step.actor, step.op == Op::Open ? keeps : step.op == Op::Rename && step.argument == kCase, step.failing != Failing::None);
+        };
+        return likeness(left) == likeness(right);
+    }
+
+    Steps Shortened(Steps steps, const std::string& kind) const {
+        for (std::size_t drop = 0; drop < steps.size();) {
+            Steps fewer = steps;
+            fewer.erase(fewer.begin() + static_cast<std::ptrdiff_t>(drop));
+            if (Kind(Run(m_start, fewer).failure) == kind) {
+                steps = fewer;
+                drop = 0;
+            } else {
+                ++drop;
+            }
+        }
+        return steps;
+    }
+
+    const Start& m_start;
+    Steps m_next;
+    std::map<std::pair<std::string, Steps>, int> m_failures;
+    int m_histories = 0;
+};
+
+int RunOne(const std::string& text) {
+    const std::size_t colon = text.find(':');
+    Steps steps;
+    for (std::size_t at = colon + 2; at < text.size();) {
+        const std::size_t end = std::min(text.find(';', at), text.size());
+        const std::optional<Step> step = StepOfText(text.substr(at, end - at));
+        if (!step) {
+            std::printf("What is \"%s\"?\n", text.substr(at, end - at).c_str());
+            return 2;
+        }
+        steps.push_back(*step);
+        at = end + 2;
+    }
+    for (const Start& start : Starts())
+        if (text.substr(0, colon) == start.name) {
+            const Outcome outcome = Run(start, steps);
+            std::printf("%s\n    %s%s\n", TextOf(start, steps).c_str(), outcome.failure.empty() ? "all is well" : outcome.failure.c_str(),
+                        outcome.isRefused ? "; the last step was refused" : "");
+            return !outcome.failure.empty();
+        }
+    std::printf("What start is \"%s\"?\n", text.substr(0, colon).c_str());
+    return 2;
+}
+
+LONG WINAPI TellOfCrash(EXCEPTION_POINTERS* info) {
+    std::printf("%s\n    crashes with %08lx\n", CurrentHistory().c_str(), info->ExceptionRecord->ExceptionCode);
+    std::fflush(stdout);
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::map<std::string, int> numbers{{"--depth", 3}, {"--seconds", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
+    std::vector<std::string> names;
+    SetUnhandledExceptionFilter(TellOfCrash);
+    for (int at = 1; at < argc; ++at) {
+        const std::string word = argv[at];
+        if (word == "--history" && at + 1 < argc)
+            return RunOne(argv[at + 1]);
+        if (numbers.count(word) && at + 1 < argc)
+            numbers[word] = std::atoi(argv[++at]);
+        else
+            names.push_back(word);
+    }
+    std::mt19937 random(static_cast<unsigned>(numbers["--seed"]));
+    bool hasFailed = false;
+    for (const Start& start : Starts()) {
+        if (!names.empty() && std::find(names.begin(), names.end(), start.name) == names.end())
+            continue;
+        Explorer explorer(start);
+        Steps steps;
+        auto begin = Clock::now();
+        if (numbers["--depth"] > 0)
+            explorer.Deepen(steps, numbers["--depth"]);
+        std::printf("%s: %d histories in %.1f s", start.name, explorer.Histories(), SecondsSince(begin));
+        begin = Clock::now();
+        while (SecondsSince(begin) < numbers["--seconds"])
+            explorer.Walk(random, numbers["--length"]);
+        std::printf("%s\n", numbers["--seconds"] > 0 ? (", with walks of seed " + std::to_string(numbers["--seed"]) + " " + std::to_string(explorer.Histories())).c_str() : "");
+        explorer.Report();
+        std::fflush(stdout);
+        hasFailed |= explorer.HasFailed();
+    }
+    return hasFailed;
+}
