@@ -64,6 +64,7 @@ private:
     struct Waiting {
         Word word;
         WordSet known;
+        bool knowsEmpty;  // an empty content, too
     };
     bool Call(const Step& step);
     bool CallOpener(const Step& step, Opener& opener);
@@ -77,6 +78,10 @@ private:
     bool StoreOutside(Op op);
     void EndProcess();
     void Access(Opener& opener);
+    bool IsEmptyAt(int place) const {
+        const StoredFile* const file = FileAt(m_look, PathOf(place) + L".zip");
+        return file && file->word == kNothing;
+    }
     std::map<int, Waiting>::const_iterator WaitingAt(int place) const;
     void TakeWaiting(int place, WordSet& known, Word& current);
     void Check(const Step& step, const Look& now);
@@ -138,8 +143,11 @@ WordSet History::WordsAt(int place) const {
 // The edit that is shown at a place: not one that waits for a container which somebody else replaced since.
 std::map<int, History::Waiting>::const_iterator History::WaitingAt(int place) const {
     const auto waiting = m_waiting.find(place);
-    const WordSet stored = Only(ContainerAt(place));
-    return waiting == m_waiting.end() || (stored & ~waiting->second.known) ? m_waiting.end() : waiting;
+    const StoredFile* const file = FileAt(m_look, PathOf(place) + L".zip");
+    if (waiting == m_waiting.end() || !file || file->isBare)
+        return waiting;
+    const bool isKnown = file->word == kNothing ? waiting->second.knowsEmpty : (Only(file->word) & waiting->second.known) != 0;
+    return isKnown ? waiting : m_waiting.end();
 }
 
 void History::TakeWaiting(int place, WordSet& known, Word& current) {
@@ -412,7 +420,7 @@ void History::Settle(const Step& step) {
     if (step.op != Op::Close)
         return;
     if (opener.isDirty && !opener.isDeleted && IsOnlyTracked(opener.current))
-        m_waiting[opener.place] = {opener.current, opener.known};
+        m_waiting[opener.place] = {opener.current, opener.known, IsEmptyAt(opener.place)};
     opener = {};
 }
 
@@ -439,9 +447,9 @@ void History::Do(const Step& step) {
 // What is there can be opened, and shows what is stored under its name, or the edit that waits for it.
 void History::OpenAnew(int place) {
     m_step = std::string("opened anew: ") + kPlaceNames[place];
-    const auto waiting = WaitingAt(place);
-    const bool isWaiting = waiting != m_waiting.end();
     const StoredFile* const plain = place == kHome && m_start.isHomeConflictCopy ? nullptr : FileAt(m_look, PathOf(place));
+    const auto waiting = WaitingAt(place);
+    const bool isWaiting = waiting != m_waiting.end() && !plain;  // beside a plain file it is its conflict copy that waits
     const StoredFile* const file = plain ? plain : FileAt(m_look, PathOf(place) + L".zip");
     if (!file && !isWaiting)
         return;
