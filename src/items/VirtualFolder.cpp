@@ -79,7 +79,7 @@ VirtualVolumeStatus VirtualFolder::Move(const wchar_t* newFilePath, bool keepSrc
     // Some systems do not list a folder that is open for deletion, as it is here.
     CreateFileW(m_state.Path(), GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, m_hFile);
     const Win32Error copied = qcCopyFileOrFolder(m_state.Path(), newFilePath, false);
-    QC_CHECK(copied == Win32Error::None, StatusOfCall(copied), L"qcCopyFileOrFolder(m_state.Path(), newFilePath, false) == 0L =>false%s, ");
+    QC_CHECK(copied == Win32Error::None, StatusOfCall(copied), L"qcCopyFileOrFolder(m_itemFullPath, newFilePath, false) == 0L =>false%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
