@@ -5,7 +5,6 @@
 #include "diagnostics/Trace.h"
 #include "items/SaveNames.h"
 #include "library/Owners.h"
-#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
@@ -72,7 +71,7 @@ bool BackupTempFile(const std::wstring& srcFilePath, const std::wstring& zipFile
     }
     QC_CHECK(folderForBackupIsPicked, false, L"folderForBackupIsPicked =>false%s, ");
     const std::wstring destFilePath = FreeBackupPath(backupFolderPath, itemName);
-    QC_CHECK(::CopyFileW(PlatformPath(srcFilePath).c_str(), PlatformPath(destFilePath).c_str(), TRUE), false,
+    QC_CHECK(CopyWholeFile(srcFilePath, destFilePath) == Win32Error::None, false,
              L"::CopyFileW(srcFilePath, destFilePath, 1) != 0 =>false%s,  %s", L"Src[%s], Dest[%s], Error[%s]", srcFilePath, destFilePath,
              SystemErrorStr(GetLastError()));
     QC_LOG(L"CopyFile is Succesfull. Src[%s], Dest[%s]", srcFilePath, destFilePath);

@@ -7,6 +7,7 @@
 #include "items/TrackingFile.h"
 #include "items/VirtualItem.h"
 #include "items/VirtualTempFileDispenser.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
@@ -88,23 +89,27 @@ VirtualVolumeStatus DecryptContainer(const std::wstring& containerPath, const st
     return qcLog.Leave(VSS_DecryptError);
 }
 
-// The name and type under which the lock shows its file stay; they are the volume's, not the writer's.
+// The name and type under which the lock shows its file stay; they are the volume's, not the writer's. The save is done: a failure
+// is only logged.
 void UpdateLockRecord(QuelcryptLog& qcLog, const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
-                      const std::wstring& srcFilePath) {
-    VirtFindData source{};
-    if (!VirtualItem::ReadFindData(srcFilePath, VIT_EncryptedFile, &source)) {
-        QC_LOG_AT(LogLevel_Error, L"Failed to set Locked EncryptedInfo. Error[%s]", SystemErrorStr(GetLastError()));
-        return;
+                      const std::wstring& srcFilePath) noexcept {
+    try {
+        VirtFindData source{};
+        if (VirtualItem::ReadFindData(srcFilePath, VIT_EncryptedFile, &source)) {
+            CopyBounded(source.fileName, virtualFileSpec);
+            bool isKnown = false;
+            VirtFindData shown{};
+            FileLocker::GetEncryptedInfo(zipFilePath.c_str(), &isKnown, &shown);
+            if (isKnown) {
+                source.itemType = shown.itemType;
+                CopyBounded(source.fileName, BoundedText(shown.fileName));
+            }
+            FileLocker::SetEncryptedInfo(zipFilePath.c_str(), source);
+            return;
+        }
+    } catch (...) {  // no memory for a path
     }
-    CopyBounded(source.fileName, virtualFileSpec);
-    bool isKnown = false;
-    VirtFindData shown{};
-    FileLocker::GetEncryptedInfo(zipFilePath.c_str(), &isKnown, &shown);
-    if (isKnown) {
-        source.itemType = shown.itemType;
-        CopyBounded(source.fileName, BoundedText(shown.fileName));
-    }
-    FileLocker::SetEncryptedInfo(zipFilePath.c_str(), source);
+    QC_LOG_AT(LogLevel_Error, L"Failed to set Locked EncryptedInfo. Error[%s]", SystemErrorStr(GetLastError()));
 }
 
 // Reads the source to its end into the writer.
@@ -141,8 +146,19 @@ VirtualVolumeStatus DecryptToFile(const std::wstring& containerPath, const Locke
     return qcLog.Leave(status == VVS_Success ? DecryptContainer(tempZip.Path(), destFilePath, hDestFile) : status);
 }
 
+// A writer's time and size may not show yet; that he has the file open does, when an open that denies writers is refused.
+VirtualVolumeStatus LookAtReplaced(const std::wstring& filePath, const std::optional<FileVersion>& known) {
+    const HANDLE handle = ::CreateFileW(PlatformPath(filePath).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const bool isBeingWritten = handle == INVALID_HANDLE_VALUE && GetLastError() == ERROR_SHARING_VIOLATION;
+    const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    if (isBeingWritten)
+        return VSS_SharingViolation;
+    return IsStillVersion(known, ReadFileVersion(filePath)) ? VVS_Success : VVS_PathAlreadyExists;
+}
+
 VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
-                                            const PlainSource& source, const std::optional<FileVersion>* known) {
+                                            const PlainSource& source, const LastLook& lastLook) {
     QC_TRACE(L"VirtualFile::EncryptOpenFileInternal", L"zipFilePath[%s], virtualFileSpec[%s], srcFilePath[%s]", zipFilePath,
              virtualFileSpec, source.path);
     BY_HANDLE_FILE_INFORMATION fileInfo{};
@@ -162,8 +178,7 @@ VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, con
         const VirtualVolumeStatus written = WriteAll(*writer.Get(), source);
         if (written != VVS_Success)
             return qcLog.Leave(written);
-        QC_CHECK(!known || IsStillVersion(*known, ReadFileVersion(zipFilePath)), VVS_PathAlreadyExists,
-                 L"!IsSourceChanged() =>false%s, ");
+        QC_CHECK_STATUS(lastLook(), L"lastLook() =>%s, ");
         SaveCount count(zipFilePath);
         QC_CHECK(writer->Finish(true), VSS_EncryptError, L"writer->Finish(true) =>false%s, ");
         count.Keep();
@@ -188,7 +203,7 @@ VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const
                                                   virtualFileSpec);
     if (!WriteTrackingFile(TrackingFilePathStr(tempZip.Path()), aside))
         QC_REPORT(L"WriteTrackingFile(tempZipFilePath) =>false%s, ");
-    QC_CHECK_STATUS(EncryptOpenFileInternal(tempZip.Path(), virtualFileSpec, source, nullptr),
+    QC_CHECK_STATUS(EncryptOpenFileInternal(tempZip.Path(), virtualFileSpec, source, [] { return VVS_Success; }),
                     L"EncryptOpenFileInternal(tempZipFilePath, virtualFileSpec, srcFilePath) =>%s, ");
     UniqueHandle hTempFile;
     QC_CHECK_STATUS(VirtualItem::CreateFileW(tempZip.Path(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
@@ -196,11 +211,12 @@ VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const
                     L"CreateFileW(tempZipFilePath, (0x80000000L), 0x00000001, 3, 0x80, hTempFile) =>%s, ");
     bool isTorn = true;
     tempZip.Keep(isTorn);  // there may be no other whole container then
-    const bool isCopied = file_content::CopyIntoLockedFile(hTempFile.Get(), dest, &isTorn);
-    tempZip.Keep(isTorn && !isCopied);
-    if (isTorn)
+    const bool isCopied = file_content::CopyIntoLockedFile(hTempFile.Get(), dest, nullptr, &isTorn);
+    const DWORD error = GetLastError();
+    tempZip.Keep(isTorn);
+    if (isCopied || isTorn)
         SaveCount(zipFilePath).Keep();
-    QC_CHECK(isCopied, StatusFromLastError(), L"CopyFileW(hTempFile, hDestFile) =>false%s, ");
+    QC_CHECK(isCopied, StatusFromWin32(static_cast<Win32Error>(error)), L"CopyFileW(hTempFile, hDestFile) =>false%s, ");
     hTempFile.Reset();
     UpdateLockRecord(qcLog, zipFilePath, virtualFileSpec, source.path);
     return qcLog.Leave(VVS_Success);

@@ -3,6 +3,7 @@
 // stood there stands. What the companion library throws becomes VSS_DecryptError or VSS_EncryptError.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -21,14 +22,19 @@ VirtualVolumeStatus DecryptToFile(const std::wstring& containerPath, const Locke
 
 // A plain file to encrypt: its path, and a handle that reads it. The handle's position stays.
 struct PlainSource {
-    const std::wstring& path;
+    std::wstring path;
     HANDLE hFile;
 };
 
-// Encrypts into a container at zipFilePath, to be shown as virtualFileSpec. known is the version that it may replace, null when
-// it may replace any: another one that is there in the end stays, and the answer is VVS_PathAlreadyExists.
+// Encrypts into a container at zipFilePath, to be shown as virtualFileSpec. lastLook is called when the new container is complete,
+// and has the last word: unless it answers VVS_Success, what is at zipFilePath stays, and its answer is returned.
+using LastLook = std::function<VirtualVolumeStatus()>;
 VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
-                                            const PlainSource& source, const std::optional<FileVersion>* known);
+                                            const PlainSource& source, const LastLook& lastLook);
+
+// The look at what a container's saver or mover is about to replace. known is the version that it may replace.
+// VVS_PathAlreadyExists: another one is there. VSS_SharingViolation: somebody is writing it at this moment.
+VirtualVolumeStatus LookAtReplaced(const std::wstring& filePath, const std::optional<FileVersion>& known);
 
 // The same into a container that a lock holds: the new one is built aside and copied in, and the lock's record follows it.
 VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,

@@ -12,13 +12,14 @@ namespace {
 
 std::wstring CountStr(DWORD count) { return FormatInt64Str(count); }
 
-// Copies from one position to the ends of both files' shared length `end`, through positions of their own.
-bool CopyRange(HANDLE hFileSrc, HANDLE hFileDest, std::int64_t start, std::int64_t end) {
+using Buffer = std::unique_ptr<char[]>;
+
+// Copies what lies between two positions, through positions of their own.
+bool CopyRange(HANDLE hFileSrc, HANDLE hFileDest, std::int64_t start, std::int64_t end, const Buffer& buffer) {
     FilePointer filePointerSrc(hFileSrc, start);
     FilePointer filePointerDest(hFileDest, start);
     if (!filePointerSrc.PointerWasSet() || !filePointerDest.PointerWasSet())
         return false;
-    const auto buffer = std::make_unique<char[]>(file_content::kChunkBytes);
     for (std::int64_t left = end - start; left > 0;) {
         const DWORD wanted = static_cast<DWORD>(std::min<std::int64_t>(left, file_content::kChunkBytes));
         DWORD done = 0;
@@ -86,34 +87,38 @@ bool CopyFileW(HANDLE hFileSrc, HANDLE hFileDest) {
     }
 }
 
-bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, bool* isTorn) {
+bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAside, bool* isTorn) {
     QC_TRACE(L"CopyIntoLockedFile");
     const HANDLE hFileDest = dest.hFile.Get();
+    const Buffer buffer = std::make_unique<char[]>(kChunkBytes);
     const SectionGuard guard(dest.content->section);
-    if (isTorn)
-        *isTorn = false;
+    *isTorn = false;
     const std::int64_t newSize = SizeOf(hFileSrc);
     const std::int64_t oldSize = SizeOf(hFileDest);
-    if (newSize < 0 || oldSize < 0)
+    if (newSize < 0 || oldSize < 0 || (hFileAside && !CopyRange(hFileDest, hFileAside, 0, oldSize, buffer)))
         return qcLog.Leave(false);
     if (DeleteUndeleteFile(hFileDest, false) != Win32Error::None)
         return qcLog.Leave(false);
     dest.content->isDeleted = dest.content->goesUnlessWritten = false;
-    dest.content->isWritten = true;
     FILETIME lastWrite{};
     const bool isTimeKnown = GetFileTime(hFileDest, nullptr, nullptr, &lastWrite) != FALSE;
-    if (newSize > oldSize && !CopyRange(hFileSrc, hFileDest, oldSize, newSize)) {
-        const LastErrorKeeper keeper;
-        // By another time the file would count as changed by somebody else.
-        if (CutTo(hFileDest, oldSize) && isTimeKnown)
-            SetFileTime(hFileDest, nullptr, nullptr, &lastWrite);
-        return qcLog.Leave(false);
-    }
-    if (isTorn)
-        *isTorn = true;
-    const bool done = CopyRange(hFileSrc, hFileDest, 0, std::min(oldSize, newSize)) && CutTo(hFileDest, newSize) &&
+    const bool hasRoom = newSize <= oldSize || CopyRange(hFileSrc, hFileDest, oldSize, newSize, buffer);
+    const bool done = hasRoom && CopyRange(hFileSrc, hFileDest, 0, std::min(oldSize, newSize), buffer) && CutTo(hFileDest, newSize) &&
                       FlushFileBuffers(hFileDest);
-    return qcLog.Leave(done);
+    dest.content->isWritten = dest.content->isWritten || hasRoom;
+    if (done) {
+        FILETIME now{};
+        GetSystemTimeAsFileTime(&now);
+        if (dest.content->isTimeSet)
+            SetFileTime(hFileDest, nullptr, nullptr, &now);
+        return qcLog.Leave(true);
+    }
+    const LastErrorKeeper keeper;
+    const bool isPutBack = !hasRoom || (hFileAside && CopyRange(hFileAside, hFileDest, 0, oldSize, buffer));
+    *isTorn = !isPutBack || !CutTo(hFileDest, oldSize);
+    if (!*isTorn && isTimeKnown && SetFileTime(hFileDest, nullptr, nullptr, &lastWrite))
+        dest.content->isTimeSet = true;  // by another time it would count as changed by somebody else
+    return qcLog.Leave(false);
 }
 
 bool MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags) {

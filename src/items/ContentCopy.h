@@ -20,10 +20,11 @@ bool WriteFile(const std::wstring& filePath, HANDLE hFile, const void* data, DWO
 // Copies the whole of one open file over another, from the start; neither is cut, and both keep their positions.
 bool CopyFileW(HANDLE hFileSrc, HANDLE hFileDest);
 
-// Makes the whole of hFileSrc the content of a locked file. What could fail for want of space is written behind the old
-// content first, so that it still stands then, with its write time; a pending deletion is taken back. On failure isTorn, if
-// given, tells whether the old content is gone all the same.
-bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, bool* isTorn = nullptr);
+// Makes the whole of hFileSrc the content of a locked file; a pending deletion is taken back. What could fail for want of space
+// is written behind the old content first, so that it still stands then, with its write time. hFileAside, an empty file or null,
+// takes a copy of the old content before, which is put back when a later step fails. On failure *isTorn says whether the old
+// content is gone all the same.
+bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAside, bool* isTorn);
 
 // flags are MoveFileEx's; 0 neither replaces nor leaves the disk.
 bool MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags);

@@ -16,10 +16,6 @@ namespace {
 
 constexpr int kDecryptAttempts = 4;
 
-bool CreatesFiles(std::uint32_t openDisposition) {
-    return openDisposition == CREATE_NEW || openDisposition == CREATE_ALWAYS || openDisposition == OPEN_ALWAYS;
-}
-
 // Through a handle of its own: on the working handle, times set by hand would no longer follow its writes.
 void ApplyTimes(const std::wstring& path, const VirtFindData& findData) {
     UniqueHandle hFile;
@@ -41,27 +37,27 @@ bool HasSize(HANDLE hFile, std::int64_t size) {
 // from its content.
 class WritableMeanwhile {
 public:
-    explicit WritableMeanwhile(const std::wstring& path) : m_path(path), m_attributes(GetFileAttributesW(PlatformPath(path).c_str())) {
+    explicit WritableMeanwhile(const std::wstring& path) : m_path(path), m_attributes(GetFileAttributesW(m_path.c_str())) {
         m_isReadOnly = m_attributes != INVALID_FILE_ATTRIBUTES && (m_attributes & FILE_ATTRIBUTE_READONLY);
         if (m_isReadOnly)
-            SetFileAttributesW(PlatformPath(m_path).c_str(), m_attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+            SetFileAttributesW(m_path.c_str(), m_attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
     }
     ~WritableMeanwhile() {
         if (m_isReadOnly)
-            SetFileAttributesW(PlatformPath(m_path).c_str(), m_attributes);
+            SetFileAttributesW(m_path.c_str(), m_attributes);
     }
     WritableMeanwhile(const WritableMeanwhile&) = delete;
     WritableMeanwhile& operator=(const WritableMeanwhile&) = delete;
 
 private:
-    const std::wstring m_path;
+    const PlatformPath m_path;
     DWORD m_attributes;
     bool m_isReadOnly = false;
 };
 
 }  // namespace
 
-std::wstring EncryptedContent::StoredPath() const { return PathAddExtensionStr(m_state.Path(), kContainerExtension); }
+std::wstring EncryptedContent::StoredPath() const { return ZipPathStr(m_state.Path()); }
 
 std::wstring EncryptedContent::TrackingPath() const { return TrackingFilePathStr(m_copy.Path()); }
 
@@ -75,7 +71,7 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     QC_TRACE_THIS(L"VirtualFile::OpenHalvaneFile", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,
                   FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition));
     const bool creates = CreatesFiles(openDisposition);
-    const std::wstring containerPath = exists ? ContainerPathStr(filePath) : PathAddExtensionStr(filePath, kContainerExtension);
+    const std::wstring containerPath = exists ? ContainerPathStr(filePath) : ZipPathStr(filePath);
     const std::wstring fileName = PathStripPathStr(filePath);
     if (openDisposition == CREATE_NEW)
         QC_CHECK(!PathExists(filePath) && !PathExists(containerPath), VSS_FileExists, L"!PathExists(containerPath) =>false%s, ");
@@ -143,7 +139,7 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
                     L"CreateFileW(tempFilePath, desiredAccess, shareMode, createDisposition, 0x80, hFile) =>%s, ");
     reused = retained && GetLastError() == ERROR_ALREADY_EXISTS;
     if (decrypt && !reused) {
-        const VirtualVolumeStatus status = FillTempFile(copy, hFile.Get());
+        const VirtualVolumeStatus status = FillTempFile(container, copy, hFile.Get());
         if (status != VVS_Success)
             return qcLog.Leave(status);
     }
@@ -159,10 +155,11 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
 }
 
 // Decrypts again when the container was exchanged meanwhile, so that what was read and what is recorded of it agree.
-VirtualVolumeStatus EncryptedContent::FillTempFile(RetainedCopy& copy, HANDLE hFile) {
+VirtualVolumeStatus EncryptedContent::FillTempFile(std::optional<FileVersion> before, RetainedCopy& copy, HANDLE hFile) {
     QC_TRACE_THIS(L"VirtualFile::FillTempFile", L"%s", DescriptionStr());
     for (int attempt = 0; attempt < kDecryptAttempts; ++attempt) {
-        const std::optional<FileVersion> before = ReadFileVersion(StoredPath());
+        if (!before)
+            before = ReadFileVersion(StoredPath());
         QC_CHECK(before.has_value(), StatusFromLastError(), L"ReadFileVersion(GetZipFilePath()) =>false%s, ");
         QC_CHECK_STATUS(VirtualItem::SetFileSize(hFile, 0), L"VirtualItem::SetFileSize(hFile, 0) =>%s, ");
         // A lock makes containers of 0 bytes, which no reader would accept.
@@ -171,8 +168,10 @@ VirtualVolumeStatus EncryptedContent::FillTempFile(RetainedCopy& copy, HANDLE hF
         VirtFindData findData{};
         const bool isKnown = VirtualFindFile::FindContainerOnDisk(StoredPath(), &findData);
         const std::optional<FileVersion> after = ReadFileVersion(StoredPath());
-        if (!after || !(*after == *before))
+        if (!after || !(*after == *before)) {
+            before = after;
             continue;
+        }
         if (status != VVS_Success)
             return qcLog.Leave(status);
         // A reader that ended early must not have its part taken, changed and saved for the whole.
@@ -184,7 +183,7 @@ VirtualVolumeStatus EncryptedContent::FillTempFile(RetainedCopy& copy, HANDLE hF
         ApplyTimes(copy.tempFilePath, copy.findData);
         return qcLog.Leave(VVS_Success);
     }
-    QC_CHECK_STATUS(VSS_SharingViolation, L"ReadFileVersion(GetZipFilePath()) == before =>%s, ");
+    QC_REPORT_STATUS(VSS_SharingViolation, L"ReadFileVersion(GetZipFilePath()) == before =>%s, ");
     return qcLog.Leave(VSS_SharingViolation);
 }
 
@@ -211,6 +210,8 @@ VirtualVolumeStatus EncryptedContent::SetSize(std::uint64_t size) {
 VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
     QC_TRACE_THIS(L"VirtualFile::MarkForDeletion", L"%s", DescriptionStr());
     const wchar_t* const checkText = deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
+    // Before the mark: a file that is to be deleted cannot be looked at by its path on every system.
+    const std::optional<FileVersion> version = deleteFile ? ReadFileVersion(StoredPath()) : std::nullopt;
     const wchar_t* const lockedCheckText =
         deleteFile ? L"DeleteUndeleteFile(m_hLockedFile, true) =>%s, " : L"DeleteUndeleteFile(m_hLockedFile, false) =>%s, ";
     if (m_copy.IsMade())
@@ -220,7 +221,7 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
         QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile)), lockedCheckText);
         m_lock.content->isDeleted = deleteFile;
     }
-    m_deletedVersion = deleteFile ? ReadFileVersion(StoredPath()) : std::nullopt;
+    m_deletedVersion = version;
     return qcLog.Leave(VVS_Success);
 }
 

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "items/FileContent.h"
+#include "items/SaveNames.h"
 #include "items/WorkingCopy.h"
 #include "locks/FileLocker.h"
 
@@ -46,8 +47,10 @@ public:
     VirtualVolumeStatus CheckMayGo();
     // Deletes the container, or marks it when it is locked; not when it was replaced (VSS_SharingViolation).
     VirtualVolumeStatus DeleteOldContainer();
-    // The item stands at another path, and its container too, which holds what the copy holds if that was just saved.
-    void MovedTo(const std::wstring& newFilePath, bool wasSaved, LockedFile* newLock);
+    // The item stands at another path. What the copy holds was just saved there, under newLock if one is given; or the
+    // container was renamed and is there; or nothing is stored yet.
+    void SavedAt(const std::wstring& newFilePath, LockedFile* newLock);
+    void RenamedTo(const std::wstring& newFilePath);
     void DiscardCopy() { m_copy.Discard(); }
     // The plain file that was encrypted into the container serves as the copy.
     void TakeCopy(RetainedCopy copy, UniqueHandle hFile);
@@ -61,7 +64,8 @@ private:
 
     // The copy (EncryptedContent.cpp)
     VirtualVolumeStatus MakeSureTempFileOpenIfNeeded(TempContent content);
-    VirtualVolumeStatus FillTempFile(RetainedCopy& copy, HANDLE hFile);
+    // before: the container as it was just seen, if it was.
+    VirtualVolumeStatus FillTempFile(std::optional<FileVersion> before, RetainedCopy& copy, HANDLE hFile);
     bool IsSourceChanged() const { return !IsStillVersion(m_base, ReadFileVersion(StoredPath())); }
     std::wstring TrackingPath() const;
 
@@ -74,6 +78,7 @@ private:
     VirtualVolumeStatus CloseDeleted();
     VirtualVolumeStatus DeleteContainer();
     void SaveOvertakenEdit();
+    void FollowTrackingFile();
     bool IsLockedByOthers() const;
     void RememberSavedState();
 
@@ -82,6 +87,8 @@ private:
     bool m_startsEmpty = false;                     // by its disposition; the stored content goes only with a save
     bool m_isBaseKnown = false;
     bool m_mayAskUser = true;                       // for a folder to put a backup in
+    bool m_isBackedUp = false;
+    std::optional<SaveGate> m_gate;                 // while it is saved
     std::optional<FileVersion> m_base;              // nothing: there was none
     std::optional<FileVersion> m_deletedVersion;    // what was there when the deletion was marked
 };

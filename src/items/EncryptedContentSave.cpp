@@ -39,22 +39,25 @@ VirtualVolumeStatus EncryptedContent::Close(bool isDeleted) {
     return qcLog.Leave(status);
 }
 
-// What the user deleted goes, with the edits in it; an edit of a version that somebody else stored since does not.
+// What the user deleted goes, with the edits in it; an edit of a version that somebody else stored since does not, nor one
+// that waits under the name of a document that this handle created anew.
 VirtualVolumeStatus EncryptedContent::CloseDeleted() {
     QC_TRACE_THIS(L"VirtualFile::CloseDeleted");
     VirtualVolumeStatus status = VVS_GeneralError;
+    bool mayStandStill = true;  // the document as it was deleted
     try {
         const SaveGate gate(StoredPath());
         status = DeleteContainer();
-    } catch (...) {  // for want of memory; the container is still there
+        mayStandStill = status == VVS_GeneralError;
+    } catch (...) {  // for want of memory
     }
-    if (status == VVS_GeneralError) {  // and so must be what was not saved of it
+    if (mayStandStill) {  // and so must be what was not saved of it
         if (m_copy.IsMade())
             DeleteUndeleteFile(m_copy.File(), false);
         m_copy.GiveBack(m_state.Path(), m_base);
     } else {
         m_copy.Discard();
-        VirtualTempFileDispenser::Remove(m_state.Path(), true, &m_deletedVersion);
+        VirtualTempFileDispenser::Remove(m_state.Path(), true, m_startsEmpty ? nullptr : &m_deletedVersion);
     }
     m_lock = {};
     return qcLog.Leave(status);
@@ -66,7 +69,7 @@ VirtualVolumeStatus EncryptedContent::DeleteContainer() {
         return VVS_Success;
     QC_TRACE_THIS(L"VirtualFile::DeleteContainer");
     QC_CHECK_STATUS(IsStillVersion(m_deletedVersion, ReadFileVersion(StoredPath())) ? VVS_Success : VSS_SharingViolation,
-                    L"!IsSourceChanged() =>%s, ");
+                    L"IsStillVersion(m_deletedVersion, container) =>%s, ");
     QC_CHECK_STATUS(DeleteFileOrFolder(StoredPath()) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
                     L"DeleteFileOrFolder(GetZipFilePath()) =>%s, ");
     return qcLog.Leave(VVS_Success);
@@ -82,7 +85,8 @@ VirtualVolumeStatus EncryptedContent::EncryptChangedTempFileIfNeeded() {
         return qcLog.Leave(VVS_Success);
     }
     m_copy.SettleTime();
-    const SaveGate gate(StoredPath());
+    m_gate.emplace(StoredPath());
+    const OnExit leaveGate([this] { m_gate.reset(); });
     const bool isTaken = IsSourceChanged() || IsLockedByOthers();
     VirtualVolumeStatus status = isTaken ? SaveUnderFreeName() : EncryptChangedTempFile();
     for (int attempt = 0; status == VVS_PathAlreadyExists && attempt < kSaveAttempts; ++attempt)
@@ -124,8 +128,9 @@ VirtualVolumeStatus EncryptedContent::SaveUnderFreeName() {
     const LockedFile ownLock = std::move(m_lock);
     m_lock = {};
     bool isReserved = false;
+    bool isSaved = false;
     const OnExit restoreUnlessSaved([&] {
-        if (m_copy.Get() == WorkingCopy::State::Containers)
+        if (!m_copy.HoldsEdit() && isSaved)
             return;
         if (isReserved)
             DeleteIfEmpty(StoredPath());
@@ -134,7 +139,9 @@ VirtualVolumeStatus EncryptedContent::SaveUnderFreeName() {
     });
     QC_CHECK(ReserveFreeName(ownPath, isReserved), VVS_GeneralError, L"number <= kMostConflictNames =>false%s, ");
     m_base = ReadFileVersion(StoredPath());
-    return qcLog.Leave(EncryptChangedTempFile());
+    const VirtualVolumeStatus status = EncryptChangedTempFile();
+    isSaved = status == VVS_Success && !m_isBackedUp;
+    return qcLog.Leave(status);
 }
 
 VirtualVolumeStatus EncryptedContent::EncryptChangedTempFile() {
@@ -158,14 +165,18 @@ VirtualVolumeStatus EncryptedContent::EncryptChangedTempFile() {
 VirtualVolumeStatus EncryptedContent::EncryptOpenFileUnlocked() {
     QC_TRACE_THIS(L"VirtualFile::EncryptOpenFileUnlocked");
     const VirtualVolumeStatus status =
-        container_cipher::EncryptOpenFileInternal(StoredPath(), m_state.Name(), {m_copy.Path(), m_copy.File()}, &m_base);
+        container_cipher::EncryptOpenFileInternal(
+        StoredPath(), m_state.Name(), {m_copy.Path(), m_copy.File()},
+        [this] { return container_cipher::LookAtReplaced(StoredPath(), m_base); });
     if (status == VVS_Success)
         RememberSavedState();
-    if (status == VVS_Success || status == VVS_PathAlreadyExists)
+    if (status == VVS_Success || status == VVS_PathAlreadyExists || !m_mayAskUser)
         return qcLog.Leave(status);
-    QC_CHECK(m_mayAskUser && BackupTempFile(m_copy.Path(), StoredPath(), m_state.Name(), DescriptionStr()), VVS_GeneralError,
+    m_gate.reset();  // the user may take long, and others may save meanwhile
+    QC_CHECK(BackupTempFile(m_copy.Path(), StoredPath(), m_state.Name(), DescriptionStr()), VVS_GeneralError,
              L"BackupTempFile(srcFilePath, zipFilePath) =>false%s, ");
     m_copy.WasBackedUp();
+    m_isBackedUp = true;
     return qcLog.Leave(VVS_Success);
 }
 
@@ -189,22 +200,28 @@ void EncryptedContent::RememberSavedState() {
 // An edit of an earlier item may wait here for a container that was replaced since. It is saved beside it, now that the folder
 // takes files again, perhaps; its user is not asked a second time.
 void EncryptedContent::SaveOvertakenEdit() {
-    RetainedCopy waiting;
-    if (!VirtualTempFileDispenser::TakeOvertakenEdit(m_state.Path(), ReadFileVersion(StoredPath()), waiting))
+    if (!VirtualTempFileDispenser::HoldsUnsavedEdit(m_state.Path()))  // the common case, which needs no look at the disk
         return;
     ItemState state;
     state.SetPath(m_state.Path());
     EncryptedContent overtaken(state);
     overtaken.m_mayAskUser = false;
-    overtaken.m_base = waiting.container;
     overtaken.m_isBaseKnown = true;
+    RetainedCopy waiting;
+    if (!VirtualTempFileDispenser::TakeOvertakenEdit(m_state.Path(), ReadFileVersion(StoredPath()), waiting))
+        return;
+    bool isTaken = false;
+    const OnExit keepWaiting([&] {
+        if (!isTaken)
+            VirtualTempFileDispenser::Retain(m_state.Path(), waiting);
+    });
     UniqueHandle hFile;
     if (VirtualItem::CreateFileW(waiting.tempFilePath, kFullContentAccess, kShareAll, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile) !=
-        VVS_Success) {
-        VirtualTempFileDispenser::Retain(m_state.Path(), waiting);
+        VVS_Success)
         return;
-    }
-    overtaken.m_copy.Make(std::move(waiting), std::move(hFile), false);
+    overtaken.m_base = waiting.container;
+    overtaken.m_copy.Make(waiting, std::move(hFile), false);
+    isTaken = true;
     overtaken.Close(false);
 }
 
@@ -212,8 +229,8 @@ VirtualVolumeStatus EncryptedContent::CheckMayGo() {
     const VirtualVolumeStatus status = CheckBase();
     if (status != VVS_Success || m_lock.locked || !PathExists(StoredPath()))
         return status;
-    UniqueHandle hFile;  // what a move deletes at its end must not turn out to be held then
-    return VirtualItem::CreateFileW(StoredPath(), DELETE, kShareAll, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
+    UniqueHandle hFile;  // what a move deletes at its end must not turn out to be held then, or to be written
+    return VirtualItem::CreateFileW(StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
 }
 
 VirtualVolumeStatus EncryptedContent::DeleteOldContainer() {
@@ -231,15 +248,27 @@ VirtualVolumeStatus EncryptedContent::DeleteOldContainer() {
     return qcLog.Leave(VVS_Success);
 }
 
-void EncryptedContent::MovedTo(const std::wstring& newFilePath, bool wasSaved, LockedFile* newLock) {
-    QC_TRACE_THIS(L"VirtualFile::MovedTo", L"in:newFilePath[%s], %s", newFilePath, DescriptionStr());
+void EncryptedContent::SavedAt(const std::wstring& newFilePath, LockedFile* newLock) {
+    QC_TRACE_THIS(L"VirtualFile::SavedAt", L"in:newFilePath[%s], %s", newFilePath, DescriptionStr());
     if (newLock)
         m_lock = std::move(*newLock);
     m_state.SetPath(newFilePath);
-    if (wasSaved)
-        RememberSavedState();
-    else
-        m_base = ReadFileVersion(StoredPath());
+    RememberSavedState();
+    FollowTrackingFile();
+}
+
+// Should another version than the known one have been renamed, the next save must still find it to be another one.
+void EncryptedContent::RenamedTo(const std::wstring& newFilePath) {
+    QC_TRACE_THIS(L"VirtualFile::RenamedTo", L"in:newFilePath[%s], %s", newFilePath, DescriptionStr());
+    m_state.SetPath(newFilePath);
+    const std::optional<FileVersion> arrived = ReadFileVersion(StoredPath());
+    if (m_base && arrived && IsMovedVersion(*m_base, *arrived))
+        m_base = arrived;
+    FollowTrackingFile();
+}
+
+void EncryptedContent::FollowTrackingFile() {
+    QC_TRACE_THIS(L"VirtualFile::FollowTrackingFile");
     if (m_copy.IsMade() && !SaveTrackerFileItem())
         QC_REPORT(L"SaveTrackerFileItem() =>false%s, ");
 }
@@ -248,6 +277,5 @@ void EncryptedContent::TakeCopy(RetainedCopy copy, UniqueHandle hFile) {
     QC_TRACE_THIS(L"VirtualFile::TakeCopy", L"%s", DescriptionStr());
     m_copy.Make(std::move(copy), std::move(hFile), false);
     RememberSavedState();
-    if (!SaveTrackerFileItem())
-        QC_REPORT(L"SaveTrackerFileItem() =>false%s, ");
+    FollowTrackingFile();
 }

@@ -4,6 +4,7 @@
 // save gates of both paths.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -43,12 +44,17 @@ private:
     VirtualVolumeStatus MoveFromHalvaneToHalvane();
 
     VirtualVolumeStatus MovePlainFile();
+    VirtualVolumeStatus MoveToOtherDisk();
+    VirtualVolumeStatus WithLockedSource(const std::function<VirtualVolumeStatus(HANDLE)>& write);
+    VirtualVolumeStatus CopyIntoLockedPlainFile(HANDLE hSource);
     VirtualVolumeStatus TurnIntoContainer();
     VirtualVolumeStatus MoveContainer();
     VirtualVolumeStatus ReencryptTo();
     VirtualVolumeStatus EncryptTo(const container_cipher::PlainSource& source);
     VirtualVolumeStatus PutCopyInPlace(HANDLE hSource);
+    VirtualVolumeStatus LookAgain();
     VirtualVolumeStatus DeleteSource();
+    void RememberWritten();
     void TakeBackDestination();
     void BecomePlain();
     void BecomeEncrypted();
@@ -61,7 +67,9 @@ private:
     std::wstring m_destPath;                 // of what is stored
     bool m_sameFile = false;                 // another spelling of the source's own path
     LockedFile m_newFile;                    // the destination, when it is held under a lock
-    std::optional<FileVersion> m_replaced;   // what is at m_destPath
+    std::optional<FileVersion> m_replaced;   // what was at m_destPath when the move began
+    bool m_wasThere = false;                 // something was
+    std::optional<FileVersion> m_written;    // what this move put there
     std::wstring m_otherFormPath;            // what is shown at the destination but stored in the other form: to be deleted at the end
     std::optional<FileVersion> m_otherForm;  // what is there
 };

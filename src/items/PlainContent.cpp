@@ -8,16 +8,13 @@ namespace {
 
 bool Truncates(std::uint32_t openDisposition) { return openDisposition == CREATE_ALWAYS || openDisposition == TRUNCATE_EXISTING; }
 
-bool CreatesFiles(std::uint32_t openDisposition) {
-    return openDisposition == CREATE_NEW || openDisposition == CREATE_ALWAYS || openDisposition == OPEN_ALWAYS;
-}
-
 }  // namespace
 
 VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                        std::uint32_t openDisposition, const wchar_t* lockToken) {
     QC_TRACE_THIS(L"VirtualFile::OpenPlainFile", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,
                   FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition));
+    m_state.SetPath(filePath);  // before anything is created or cut: it needs memory
     m_grantedAccess = desiredAccess;
     m_shareMode = shareMode;
     LockedFile lock;
@@ -31,10 +28,7 @@ VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, std::uint32
     const VirtualVolumeStatus status =
         m_lock.locked ? OpenLocked(openDisposition)
                       : CreteFileWithReadOnlyFallback(filePath, desiredAccess, shareMode, openDisposition, m_grantedAccess, m_hFile);
-    if (status != VVS_Success)
-        return qcLog.Leave(status);
-    m_state.SetPath(filePath);
-    return qcLog.Leave(VVS_Success);
+    return qcLog.Leave(status);
 }
 
 // What the platform would do for the disposition, on a file that is open already.
@@ -49,6 +43,7 @@ VirtualVolumeStatus PlainContent::OpenLocked(std::uint32_t openDisposition) {
     if (isMissing)
         QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), false)), L"DeleteUndeleteFile(m_hFile, false) =>%s, ");
     m_lock.content->isDeleted = false;
+    m_lock.content->isWritten = m_lock.content->isWritten || isMissing || Truncates(openDisposition);
     return qcLog.Leave(VVS_Success);
 }
 
@@ -87,6 +82,11 @@ void PlainContent::Reopen(bool withFullAccess) {
     CreteFileWithReadOnlyFallback(m_state.Path(), m_grantedAccess, m_shareMode, OPEN_EXISTING, m_grantedAccess, m_hFile);
 }
 
+bool PlainContent::IsReadOnly() const {
+    const std::optional<FileStamp> stamp = ReadOpenFileStamp(m_hFile.Get());
+    return stamp && (stamp->attributes & FILE_ATTRIBUTE_READONLY);
+}
+
 VirtualVolumeStatus PlainContent::OpenForReading(UniqueHandle& hSecond, HANDLE& hSource) const {
     hSource = m_hFile.Get();
     if (m_grantedAccess & (GENERIC_READ | GENERIC_ALL | FILE_READ_DATA))
@@ -114,7 +114,10 @@ VirtualVolumeStatus PlainContent::DoWrite(std::uint64_t place, const void* data,
 VirtualVolumeStatus PlainContent::SetSize(std::uint64_t size) {
     const SectionGuard guard(m_lock.content->section);
     const VirtualVolumeStatus begun = BeginWrite();
-    return begun == VVS_Success ? VirtualItem::SetFileSize(m_hFile.Get(), size) : begun;
+    const VirtualVolumeStatus status = begun == VVS_Success ? VirtualItem::SetFileSize(m_hFile.Get(), size) : begun;
+    if (status == VVS_Success && m_lock.content->isTimeSet)
+        SetWriteTimeToNow(m_hFile.Get());
+    return status;
 }
 
 VirtualVolumeStatus PlainContent::BeginWrite() {
@@ -139,22 +142,13 @@ VirtualVolumeStatus PlainContent::MarkForDeletion(bool deleteFile) {
     const SectionGuard guard(m_lock.content->section);
     QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), deleteFile)), checkText);
     m_lock.content->isDeleted = deleteFile;
-    m_deletedStamp = deleteFile ? ReadOpenFileStamp(m_hFile.Get()) : std::nullopt;
     return qcLog.Leave(VVS_Success);
 }
 
-VirtualVolumeStatus PlainContent::Close(bool isDeleted) {
-    QC_TRACE_THIS(L"PlainContent::Close");
-    VirtualVolumeStatus status = VVS_Success;
-    // Others may have written it since through handles of their own.
-    if (isDeleted && !m_lock.locked && m_hFile && m_deletedStamp && ReadOpenFileStamp(m_hFile.Get()) != m_deletedStamp &&
-        DeleteUndeleteFile(m_hFile.Get(), false) == Win32Error::None) {
-        QC_REPORT(L"ReadOpenFileStamp(m_hFile) == m_deletedStamp =>false%s, ");
-        status = VSS_SharingViolation;
-    }
+VirtualVolumeStatus PlainContent::Close(bool) {
     m_hFile.Reset();
     m_lock = {false, {}, std::make_shared<LockedContent>()};
-    return qcLog.Leave(status);
+    return VVS_Success;
 }
 
 bool PlainContent::GetFileInfo(VirtFindData* virtFindData) {

@@ -33,7 +33,9 @@ public:
     // For moves.
     bool IsLocked() const { return m_lock.locked; }
     bool MayDelete() const { return m_lock.locked || (m_grantedAccess & (DELETE | GENERIC_ALL)); }
-    CriticalSection& Section() const { return m_lock.content->section; }
+    std::shared_ptr<LockedContent> Shared() const { return m_lock.content; }
+    // A file that is read-only cannot be marked for deletion.
+    bool IsReadOnly() const;
     // The own handle where it may read, else a second one, which a lock allows too.
     VirtualVolumeStatus OpenForReading(UniqueHandle& hSecond, HANDLE& hSource) const;
     void CloseFile() { m_hFile.Reset(); }
@@ -54,5 +56,4 @@ private:
     std::uint32_t m_grantedAccess = 0;
     std::uint32_t m_shareMode = 0;
     LockedFile m_lock{false, {}, std::make_shared<LockedContent>()};  // its handle is m_hFile; unlocked, the content is ours alone
-    std::optional<FileStamp> m_deletedStamp;  // of what was marked for deletion
 };

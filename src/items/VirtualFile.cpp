@@ -12,15 +12,11 @@
 
 namespace {
 
-bool CreatesFiles(std::uint32_t openDisposition) {
-    return openDisposition == CREATE_NEW || openDisposition == CREATE_ALWAYS || openDisposition == OPEN_ALWAYS;
-}
-
 // An empty container, as a lock leaves whose process ended, cannot be read by the companion library. It is an empty document.
 bool IsEmptyContainerOf(const std::wstring& filePath, const VirtFindData& findData) {
     if (EqualNoCase(findData.fileName, PathStripPathStr(filePath)) || PathExists(filePath))
         return false;
-    const std::optional<FileStamp> container = ReadFileStamp(PathAddExtensionStr(filePath, kContainerExtension));
+    const std::optional<FileStamp> container = ReadFileStamp(ZipPathStr(filePath));
     return container && container->size == 0 && !(container->attributes & FILE_ATTRIBUTE_DIRECTORY);
 }
 
@@ -42,11 +38,13 @@ VirtualVolumeStatus VirtualFile::Open(const wchar_t* filePath, std::uint32_t des
     if (isEncrypted || (creates && ShouldFileBeEncrypted(filePath))) {
         auto content = std::make_unique<EncryptedContent>(m_state);
         status = content->Open(filePath, desiredAccess, shareMode, openDisposition, isEncrypted && findData, lockToken);
-        m_content = std::move(content);
+        if (status == VVS_Success)
+            m_content = std::move(content);
     } else {
         auto content = std::make_unique<PlainContent>(m_state);
         status = content->Open(filePath, desiredAccess, shareMode, openDisposition, lockToken);
-        m_content = std::move(content);
+        if (status == VVS_Success)
+            m_content = std::move(content);
     }
     return qcLog.Leave(status);
 }

@@ -93,8 +93,9 @@ VirtualVolumeStatus VirtualFolder::Rename(const wchar_t* newFilePath, const wcha
     if (matched != VVS_Success)
         return qcLog.Leave(matched);
     QC_CHECK_STATUS(RenameItem(m_hFile.Get(), m_state, newFilePath), L"VirtualItem::RenameItem(newFilePath) =>%s, ");
-    VirtualTempFileDispenser::MoveFolder(m_state.Path(), newFilePath);
+    const std::wstring oldPath = m_state.Path();
     m_state.SetPath(newFilePath);
+    VirtualTempFileDispenser::MoveFolder(oldPath, newFilePath);
     QC_LOG(L"this:itemFullPath[%s]", m_state.Path());
     return qcLog.Leave(VVS_Success);
 }

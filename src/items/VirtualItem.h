@@ -18,6 +18,10 @@ inline constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | 
 // As an offset: the handle's own position.
 inline constexpr std::uint64_t kCurrentPosition = 0xFFFFFFFF;
 
+inline bool CreatesFiles(std::uint32_t openDisposition) {
+    return openDisposition == CREATE_NEW || openDisposition == CREATE_ALWAYS || openDisposition == OPEN_ALWAYS;
+}
+
 class VirtualItem {
 public:
     VirtualItem() = default;

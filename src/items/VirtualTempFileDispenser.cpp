@@ -10,6 +10,7 @@
 #include "diagnostics/Trace.h"
 #include "items/TrackingFile.h"
 #include "library/Locks.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
@@ -50,16 +51,21 @@ struct CacheState {
         const RetainedCopy* const earlier = Find(key);
         if (earlier && earlier->unsaved && !copy.unsaved)
             return copy;
-        std::optional<RetainedCopy> replaced = Take(key);
-        const auto place = byKey.emplace(key, entries.end()).first;
-        try {
-            place->second = entries.insert(entries.end(), {key, copy});
-        } catch (...) {
-            byKey.erase(place);
-            throw;
+        CacheList fresh{{key, copy}};  // what needs memory comes first
+        std::optional<RetainedCopy> replaced;
+        if (earlier) {
+            const CacheList::iterator old = byKey.find(key)->second;
+            savedCount -= old->copy.unsaved ? 0 : 1;
+            if (!old->copy.unsaved)
+                replaced = std::move(old->copy);
+            entries.erase(old);
+            byKey.find(key)->second = fresh.begin();
+        } else {
+            byKey.emplace(key, fresh.begin());
         }
+        entries.splice(entries.end(), fresh);
         savedCount += copy.unsaved ? 0 : 1;
-        return replaced && !replaced->unsaved ? std::move(replaced) : std::nullopt;
+        return replaced;
     }
     std::optional<RetainedCopy> TakeOldestSaved() REQUIRES(section) {
         for (const CacheEntry& entry : entries)
@@ -73,8 +79,6 @@ CacheState& State() {
     static CacheState s_state;
     return s_state;
 }
-
-std::wstring ContainerPathOf(const std::wstring& key) { return PathAddExtensionStr(key, kContainerExtension); }
 
 bool MakeFolder(const std::wstring& folder) {
     QC_TRACE(L"MakeFolder");
@@ -129,7 +133,8 @@ bool MayReuse(QuelcryptLog& qcLog, const RetainedCopy& copy, const VirtFindData*
                                           : container && copy.container && *container == *copy.container;
     const bool matched = isOfVersion && (copy.unsaved || (findData && Agrees(copy.findData, *findData)));
     QC_LOG(L"Attributes Matched[%s]", FormatBoolStr(matched));
-    return matched && IsExistingFile(copy.tempFilePath);
+    const std::optional<FileStamp> now = ReadFileStamp(copy.tempFilePath);
+    return matched && now && (copy.unsaved || *now == copy.temp);
 }
 
 }  // namespace
@@ -151,16 +156,16 @@ bool VirtualTempFileDispenser::Dispense(const std::wstring& filePathKey, bool co
         {
             CacheState& state = State();
             const SectionGuard guard(state.section);
-            retained = state.Take(filePathKey);
+            const RetainedCopy* const found = state.Find(filePathKey);
+            const bool waitsOn = found && found->unsaved && !IsStillVersion(found->container, container);  // the document is another one now
+            if (!waitsOn)
+                retained = state.Take(filePathKey);
         }
         if (retained && MayReuse(qcLog, *retained, findData, container)) {
             copy = std::move(*retained);
             return qcLog.Leave(true);
         }
-        const bool waitsOn = retained && retained->unsaved && IsExistingFile(retained->tempFilePath);
-        if (waitsOn)
-            Retain(filePathKey, *retained);  // the document is another one now
-        else if (retained && !retained->unsaved)
+        if (retained && !retained->unsaved)
             DeleteTempFolder(retained->tempFilePath);
     }
     copy = {};
@@ -216,7 +221,7 @@ void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool dele
         CacheState& state = State();
         const SectionGuard guard(state.section);
         const RetainedCopy* const found = state.Find(filePathKey);
-        if (found && (!found->unsaved || (deletedVersion && IsStillVersion(found->container, *deletedVersion))))
+        if (found && (!found->unsaved || (deletedVersion && found->container == *deletedVersion)))
             copy = state.Take(filePathKey);
     }
     if (!copy) {
@@ -237,10 +242,11 @@ void VirtualTempFileDispenser::MoveFolder(const std::wstring& oldFolderPath, con
             if (IsPathBelow(entry.key, oldFolderPath))
                 moved.push_back(entry);
         for (CacheEntry& entry : moved) {
+            std::wstring newKey = newFolderPath + entry.key.substr(oldFolderPath.size());
             state.Take(entry.key);
-            entry.key = newFolderPath + entry.key.substr(oldFolderPath.size());
+            entry.key = std::move(newKey);
             if (entry.copy.container)
-                entry.copy.container = AtOtherPath(*entry.copy.container, ContainerPathOf(entry.key));
+                entry.copy.container = AtOtherPath(*entry.copy.container, ZipPathStr(entry.key));
             if (std::optional<RetainedCopy> left = state.Put(entry.key, entry.copy))
                 leaving.push_back(std::move(*left));
         }
@@ -250,11 +256,16 @@ void VirtualTempFileDispenser::MoveFolder(const std::wstring& oldFolderPath, con
     for (const CacheEntry& entry : moved)
         if (entry.copy.unsaved)
             WriteTrackingFile(TrackingFilePathStr(entry.copy.tempFilePath),
-                              TrackingRecordOf(ContainerPathOf(entry.key), entry.copy.container.value_or(FileVersion{}).stamp,
+                              TrackingRecordOf(ZipPathStr(entry.key), entry.copy.container.value_or(FileVersion{}).stamp,
                                                entry.copy.tempFilePath, ReadFileStamp(entry.copy.tempFilePath).value_or(FileStamp{}),
                                                PathStripPathStr(entry.key)));
 }
 
+// The files that are known by name, so that paths are no longer than the platform takes; then what else may be there.
 void VirtualTempFileDispenser::DeleteTempFolder(const std::wstring& tempFilePath) {
-    DeleteFileOrFolder(PathRemoveFileSpecStr(tempFilePath));
+    const std::wstring folder = PathRemoveFileSpecStr(tempFilePath);
+    DeleteFileW(PlatformPath(tempFilePath).c_str());
+    DeleteFileW(PlatformPath(TrackingFilePathStr(tempFilePath)).c_str());
+    if (!RemoveDirectoryW(PlatformPath(folder).c_str()))
+        DeleteFileOrFolder(folder);
 }

@@ -15,6 +15,7 @@ struct RetainedCopy {
     VirtFindData findData{};  // of the encrypted item when the copy was made or saved
     // The container when the copy was made or saved; of an unsaved edit, the one it began from. Nothing: there was none.
     std::optional<FileVersion> container;
+    FileStamp temp;        // of the file itself, when it was kept
     bool unsaved = false;  // an edit that could not be saved: never deleted here
 };
 
@@ -39,8 +40,8 @@ public:
     // Takes out an edit that waits for a container that somebody else replaced since; false when there is none.
     static bool TakeOvertakenEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container, RetainedCopy& copy);
 
-    // Forgets an item's copy and, when asked to, deletes its folder. An unsaved edit goes only when its document is deleted,
-    // in the version that it began from: deletedVersion, null for none.
+    // Forgets an item's copy and, when asked to, deletes its folder. An unsaved edit goes only when its document was deleted by
+    // who knew it, in the version that it began from: deletedVersion, null for none.
     static void Remove(const std::wstring& filePathKey, bool deleteFileFromDisk,
                        const std::optional<FileVersion>* deletedVersion = nullptr);
 

@@ -41,6 +41,7 @@ void WorkingCopy::GiveBack(const std::wstring& itemPath, const std::optional<Fil
     if (m_state == State::NotMade)
         return;
     m_copy.unsaved = HoldsEdit();
+    m_copy.temp = ReadFileStamp(m_copy.tempFilePath).value_or(FileStamp{});
     m_copy.container = container;
     if (m_state == State::Unneeded)
         VirtualTempFileDispenser::DeleteTempFolder(m_copy.tempFilePath);

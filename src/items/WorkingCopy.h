@@ -31,7 +31,7 @@ public:
     void WillBeWritten();
     // Any but NotMade -> Edited.
     void WasWritten();
-    // Edited, Waiting -> Containers when the container was read back and agrees, with its record; otherwise -> Unneeded.
+    // Any but NotMade -> Containers when the container was read back and agrees, with its record; otherwise -> Unneeded.
     void WasSaved(const VirtFindData* readBack);
     // Edited, Waiting -> Unneeded: the user has a backup.
     void WasBackedUp();

@@ -71,13 +71,16 @@ std::optional<FileStamp> ReadFileStamp(const std::wstring& path) {
                      static_cast<std::int64_t>(static_cast<std::uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow)};
 }
 
+bool IsMovedVersion(const FileVersion& renamed, const FileVersion& arrived) {
+    const std::uint32_t changedBits = renamed.stamp.attributes ^ arrived.stamp.attributes;
+    return !(changedBits & ~kAttributesOfOthers) && renamed.stamp.writeTime == arrived.stamp.writeTime &&
+           renamed.stamp.size == arrived.stamp.size && (!IsIdKnown(renamed) || !IsIdKnown(arrived) || HaveOneId(renamed, arrived));
+}
+
 bool operator==(const FileVersion& left, const FileVersion& right) {
+    if (!IsMovedVersion(left, right) || left.saves != right.saves)
+        return false;
     const std::uint32_t changedBits = left.stamp.attributes ^ right.stamp.attributes;
-    if ((changedBits & ~kAttributesOfOthers) || left.stamp.writeTime != right.stamp.writeTime ||
-        left.stamp.size != right.stamp.size || left.saves != right.saves)
-        return false;
-    if (IsIdKnown(left) && IsIdKnown(right) && !HaveOneId(left, right))
-        return false;
     const bool isChangeTimeKnown = left.changeTime != 0 && right.changeTime != 0 && changedBits == 0;
     return !isChangeTimeKnown || left.changeTime == right.changeTime;
 }

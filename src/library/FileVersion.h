@@ -39,15 +39,17 @@ bool operator==(const FileVersion& left, const FileVersion& right);
 // Nothing when there is no file, or it cannot be looked at; the last error says why.
 std::optional<FileVersion> ReadFileVersion(const std::wstring& path);
 
-// The same version after its file, or a folder above it, was moved to another path.
+// The same version after a folder above its file was moved.
 FileVersion AtOtherPath(FileVersion version, const std::wstring& path);
+// Is what arrived at another path the version that was renamed? The rename itself changes the change time.
+bool IsMovedVersion(const FileVersion& renamed, const FileVersion& arrived);
 
 // May a saver who knew this version (or nothing) replace what is stored at path now? What is gone, or was never written, as
 // the empty file that a lock makes, is no obstacle.
 bool IsStillVersion(const std::optional<FileVersion>& known, const std::optional<FileVersion>& now);
 
-// Counts a save to a path, from before the new content is put in place, so that nobody takes it for the old one; the count is
-// taken back at the end of a save that was not done.
+// Counts a save to a path. Made before the new content is put in place, so that nobody takes it for the old one; a save that was
+// not done, and so is not kept, takes its count back.
 class SaveCount {
 public:
     explicit SaveCount(const std::wstring& path);

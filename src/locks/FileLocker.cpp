@@ -144,11 +144,11 @@ VirtualVolumeStatus FileLocker::Lock(const wchar_t* filePath, const VirtFindData
     const SectionGuard guard(table.section);
     LockEntry* entry = table.Find(filePath);
     if (!entry) {
+        FileHandleInfo fileHandleInfo;
+        QC_CHECK_STATUS(CreateAndLockFile(filePath, fileHandleInfo), L"CreateAndLockFile(filePath, lockInfoData.fileHandleInfo) =>%s, ");
         entry = table.Insert(filePath);
-        const VirtualVolumeStatus opened = CreateAndLockFile(filePath, entry->fileHandleInfo);
-        if (opened != VVS_Success)
-            table.Erase(filePath);
-        QC_CHECK_STATUS(opened, L"CreateAndLockFile(filePath, lockInfoData.fileHandleInfo) =>%s, ");
+        entry->lockInfoArray.reserve(1);
+        entry->fileHandleInfo = std::move(fileHandleInfo);
         if (encryptedInfo) {
             entry->encryptedInfo = *encryptedInfo;
             entry->hasEncryptedInfo = true;

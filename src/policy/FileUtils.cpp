@@ -160,12 +160,30 @@ Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath
     return qcLog.Leave(error);
 }
 
+// The platform's copy may be in memory only when it is done.
+Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& destFilePath) {
+    const PlatformPath dest(destFilePath);
+    if (!::CopyFileW(PlatformPath(srcFilePath).c_str(), dest.c_str(), TRUE))
+        return LastWin32Error();
+    const DWORD attributes = GetFileAttributesW(dest.c_str());
+    const bool isReadOnly = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY);
+    if (isReadOnly)
+        SetFileAttributesW(dest.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+    const HANDLE handle = ::CreateFileW(dest.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    const Win32Error error = hFile && FlushFileBuffers(hFile.Get()) ? Win32Error::None : LastWin32Error();
+    hFile.Reset();
+    if (isReadOnly)
+        SetFileAttributesW(dest.c_str(), attributes);
+    return error;
+}
+
 Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists,
                        const std::optional<FileVersion>* known) {
     const std::wstring sidePath = SidePathStr(destFilePath);
-    if (::CopyFileW(PlatformPath(srcFilePath).c_str(), PlatformPath(sidePath).c_str(), TRUE))
+    const Win32Error error = CopyWholeFile(srcFilePath, sidePath);
+    if (error == Win32Error::None)
         return PutInPlace(sidePath, destFilePath, failIfExists, known);
-    const Win32Error error = LastWin32Error();
     DeleteFileW(PlatformPath(sidePath).c_str());
     return error;
 }

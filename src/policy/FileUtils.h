@@ -71,7 +71,9 @@ std::wstring SidePathStr(const std::wstring& filePath);
 // it may replace, null when it may replace any; another one makes it ERROR_SHARING_VIOLATION. On failure the side file is deleted.
 Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists = false,
                       const std::optional<FileVersion>* known = nullptr);
-// The platform's copy of a file, built aside: what is there is replaced by the whole copy or not at all.
+// Copies a file with its attributes and times to a path where nothing is, down to the disk. On failure a part may be there.
+Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& destFilePath);
+// The same, built aside: what is there is replaced by the whole copy or not at all.
 Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists = false,
                        const std::optional<FileVersion>* known = nullptr);
 

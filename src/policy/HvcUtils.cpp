@@ -212,10 +212,12 @@ std::wstring GetFolderTargetKeyId(const std::wstring& folderPath, bool* isKnown)
     });
 }
 
+std::wstring ZipPathStr(std::wstring_view filePath) { return PathAddExtensionStr(filePath, kContainerExtension); }
+
 std::wstring ContainerPathStr(const std::wstring& filePath) {
     if (EndsWithNoCase(filePath, kContainerExtension) && IsExistingFile(filePath))
         return filePath;
-    return PathAddExtensionStr(filePath, kContainerExtension);
+    return ZipPathStr(filePath);
 }
 
 DeleteResult DeleteFileOrFolder(const std::wstring& path) {

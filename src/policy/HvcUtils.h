@@ -22,6 +22,8 @@ std::wstring GetOwnerId(const std::wstring& folderPath, bool* isKnown = nullptr)
 // Empty when unknown, or when the folder has no policy.
 std::wstring GetFolderTargetKeyId(const std::wstring& folderPath, bool* isKnown = nullptr);
 
+// filePath with the ending of containers.
+std::wstring ZipPathStr(std::wstring_view filePath);
 // The container of an item shown at filePath: the path itself when it names an existing container, which is the way to a
 // conflict copy, else filePath with ".zip" appended.
 std::wstring ContainerPathStr(const std::wstring& filePath);

@@ -104,6 +104,6 @@ std::wstring VirtualVolume::LockTokenAlwaysStr(const std::wstring& fullFilePath,
     LockInfo lockInfo{};
     VirtualVolumeStatus status = FileLocker::FindLock(fullFilePath.c_str(), nullptr, &lockInfo);
     if (status == VVS_FileNotLocked)
-        status = FileLocker::FindLock(PathAddExtensionStr(fullFilePath, kContainerExtension).c_str(), nullptr, &lockInfo);
+        status = FileLocker::FindLock(ZipPathStr(fullFilePath).c_str(), nullptr, &lockInfo);
     return status == VVS_Success ? std::wstring(BoundedText(lockInfo.token)) : std::wstring();
 }

@@ -53,7 +53,7 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
             filePathToLock = PathToLock(fullFilePath, virtFindData);
             halvaneVirtFindData = virtFindData.itemType != VIT_PlainFile ? &virtFindData : nullptr;
         } else if (ShouldFileBeEncrypted(fullFilePath)) {
-            filePathToLock = PathAddExtensionStr(fullFilePath, kContainerExtension);
+            filePathToLock = ZipPathStr(fullFilePath);
             virtFindData = RecordOfMissingFile(fullFilePath);
             halvaneVirtFindData = &virtFindData;
         }
@@ -83,7 +83,7 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
         if (unlockStatus == VVS_Success)
             return qcLog.Leave(unlockStatus);
         // The name may have become another container's since.
-        const std::wstring containerPath = PathAddExtensionStr(fullFilePath, kContainerExtension);
+        const std::wstring containerPath = ZipPathStr(fullFilePath);
         if (fileEncrypted && FileLocker::Unlock(containerPath.c_str(), lockToken) == VVS_Success)
             return qcLog.Leave(VVS_Success);
         if (fileExists)
@@ -132,6 +132,8 @@ void* VirtualVolume::FindFirstLock(const wchar_t* filePath, LockInfo* lockInfo) 
             QC_LOG(L"Lock found: filePath[%s], lockInfo[%s]", filePath, FormatLockInfoStr(lockInfo));
         else
             QC_LOG(L"No Lock found: filePath[%s]", filePath);
+        if (!hFind)
+            return nullptr;
         return SearchHandles::Add(std::shared_ptr<void>(hFind, [](void* search) { FileLocker::FindClose(search); }));
     });
 }
