@@ -31,7 +31,7 @@ public:
         if (left == 0 || outcome.isRefused || !outcome.failure.empty())
             return;
         for (const Step& step : outcome.next)
-            if (IsWorthwhile(step, left == 1)) {
+            if (IsWorthwhile(steps, step, left == 1)) {
                 steps.push_back(step);
                 Deepen(steps, left - 1);
                 steps.pop_back();
@@ -52,7 +52,9 @@ public:
             steps.push_back(m_next[below(m_next.size())]);
             Step& last = steps.back();
             last.withToken = last.op == Op::Open && below(4) == 0;
-            if (last.failing == Failing::None && last.op < Op::Store && below(10) == 0) {
+            // While a container or a policy cannot be asked for, an open, and all of a conflict copy, is of an ordinary file.
+            const bool mayFail = last.op != Op::Open && (last.op <= Op::Close || !m_start.isHomeConflictCopy);
+            if (last.failing == Failing::None && last.op < Op::Store && mayFail && below(10) == 0) {
                 last.failing = below(2) ? Failing::Nth : Failing::NthThrows;
                 last.nth = 1 + static_cast<int>(below(6));
             }
@@ -68,8 +70,13 @@ public:
     int Histories() const { return m_histories; }
 
 private:
-    // Left out of the enumeration, see above; walks take them.
-    static bool IsWorthwhile(const Step& step, bool isLast) {
+    // Left out of the enumeration, see above; walks take all of it.
+    bool IsWorthwhile(const Steps& steps, const Step& step, bool isLast) const {
+        const auto isOutside = [](const Step& any) { return any.op == Op::Store || any.op == Op::StoreInPlace; };
+        if (!steps.empty() && steps.back().op == Op::EndProcess)
+            return false;
+        if (isLast && m_start.isEqual && !isOutside(step) && std::none_of(steps.begin(), steps.end(), isOutside))
+            return false;
         if (step.op == Op::Open)
             return step.actor == 0 ? !isLast : step.argument == CREATE_NEW || step.argument == CREATE_ALWAYS || (step.argument == OPEN_EXISTING && !isLast);
         return !isLast || !(step.op == Op::Read || (step.op == Op::Close && step.actor == 0 && step.failing == Failing::None));
@@ -196,7 +203,7 @@ int main(int argc, char** argv) {
         Steps steps;
         auto begin = Clock::now();
         if (numbers["--depth"] > 0)
-            explorer.Deepen(steps, numbers["--depth"]);
+            explorer.Deepen(steps, numbers["--depth"] - start.isMinor);
         std::printf("%s: %d histories in %.1f s", start.name, explorer.Histories(), SecondsSince(begin));
         begin = Clock::now();
         while (SecondsSince(begin) < numbers["--seconds"])

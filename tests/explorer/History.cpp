@@ -18,6 +18,7 @@ struct Opener {
     void* file = nullptr;
     int place = kHome;
     int disposition = 0;
+    bool mayOnlyRead = false;
     bool isPlain = false;
     bool isAccessed = false;  // an encrypted one: its temp file is made
     bool isDirty = false;     // its temp file holds what is not stored
@@ -34,7 +35,7 @@ class History {
 public:
     explicit History(const Start& start) : m_start(start), m_world(start.isEqual) {
         for (const auto& [place, asContainer] : start.stored)
-            m_world.Store(PathOf(place) + (asContainer ? L".zip" : L""), asContainer, m_world.NewWord(), false);
+            m_world.Store(PathOf(place) + (asContainer ? L".zip" : L""), asContainer, m_world.NewWord(), World::How::New);
         m_look = m_world.LookAround();
         for (const Step& step : start.before)
             Do(step);
@@ -99,6 +100,7 @@ private:
     bool m_hasActed[2] = {};
     bool m_hasBegun = false, m_onlyOutside = true;  // so far nothing was opened or locked
     bool m_isLocked = false;
+    bool m_mayLitter = false;
     bool m_mayBeBare = false;  // somebody may have wanted an empty file
     std::wstring m_token;
     std::map<int, Waiting> m_waiting;  // edits that could not be saved, as long as their process lives
@@ -178,6 +180,7 @@ bool History::Open(const Step& step, Opener& opener) {
     const bool readsOnly = step.argument == kOpenToRead;
     const std::uint32_t access = readsOnly ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE | DELETE;
     opener = {};
+    opener.mayOnlyRead = readsOnly;
     opener.disposition = readsOnly ? OPEN_EXISTING : step.argument;
     const bool startsEmpty = opener.disposition == CREATE_ALWAYS || opener.disposition == TRUNCATE_EXISTING;
     const bool mayCreate = opener.disposition != OPEN_EXISTING && opener.disposition != TRUNCATE_EXISTING;
@@ -239,7 +242,8 @@ bool History::Rename(Opener& opener, int place) {
     const auto waiting = m_waiting;
     Access(accessed);
     const bool isSame = LowerCase(PathOf(place)) == LowerCase(PathOf(opener.place));
-    const WordSet replaced = isSame ? 0 : Only(PlainAt(place)) | Only(ContainerAt(place));
+    // What is created at a conflict copy's own path is another document.
+    const WordSet replaced = isSame && !m_start.isHomeConflictCopy ? 0 : Only(PlainAt(place)) | Only(ContainerAt(place));
     m_mayReplace = m_doomed | replaced | (accessed.isDirty ? accessed.known & ~Only(accessed.current) : 0);
     if (const auto moved = WaitingAt(opener.place); moved != m_waiting.end()) {  // an edit moves with its document
         m_mayReplace |= moved->second.known & ~Only(moved->second.word);
@@ -250,6 +254,8 @@ bool History::Rename(Opener& opener, int place) {
         return m_mayReplace = m_doomed, m_waiting = waiting, false;
     if (accessed.isPlain)
         accessed.current = PlainAt(opener.place);
+    for (const Opener& other : m_openers)  // it holds the plain file open that became the temp file
+        m_mayLitter |= accessed.isPlain && other.file && other.file != opener.file && other.isPlain;
     opener = accessed;
     opener.known |= replaced | Only(opener.current);
     opener.place = place;
@@ -347,7 +353,7 @@ bool History::StoreOutside(Op op) {
     if (op == Op::StoreInPlace && m_doomedPlaces.count(kHome))
         return false;  // the platform opens nothing that is marked for deletion, though not every one of its likes refuses
     if (op != Op::Remove)
-        return m_world.Store(path, asContainer, m_world.NewWord(), op == Op::StoreInPlace);
+        return m_world.Store(path, asContainer, m_world.NewWord(), op == Op::Store ? World::How::ByRename : World::How::InPlace);
     if (!m_world.Remove(path))
         return false;
     if (!asContainer) {
@@ -361,6 +367,7 @@ void History::EndProcess() {
     m_mayReplace = m_mayDrop = m_doomed;
     for (Opener& opener : m_openers) {
         if (opener.isDeleted) {
+            m_mayLitter = true;  // of a temp file marked for deletion the tracking file stays
             m_mayReplace |= opener.marked;
             m_mayDrop |= opener.marked | opener.known;
         }
@@ -438,6 +445,7 @@ void History::Do(const Step& step) {
     Explorer_Fail(Failing::None);
     const Look now = m_world.LookAround();
     Check(step, now);
+    m_doomed |= m_isLocked ? m_mayReplace : 0;  // a file that was moved away under the lock, and holds it too, goes with the lock
     m_look = now;
     std::erase_if(m_waiting, [&](const auto& waiting) { return !IsOnlyTracked(waiting.second.word); });
     if (!isRefused)
@@ -453,8 +461,8 @@ void History::OpenAnew(int place) {
     const auto waiting = WaitingAt(place);
     const bool isWaiting = waiting != m_waiting.end() && !plain;  // beside a plain file it is its conflict copy that waits
     const StoredFile* const file = plain ? plain : FileAt(m_look, PathOf(place) + L".zip");
-    if (!file && !isWaiting)
-        return;
+    if (!isWaiting && (!file || (m_look.keptFolders == 0 && !file->isBare)))
+        return;  // nothing is known of it, so this is how many a history begins
     const Word expected = isWaiting ? waiting->second.word : file->word;
     m_mayReplace = m_mayDrop = isWaiting ? waiting->second.known & ~Only(expected) : 0;
     void* opened = nullptr;
@@ -484,7 +492,7 @@ void History::End() {
     m_step = "at the end";
     Expect(!World::HoldsHandles(), "the volume holds a handle");
     Expect(Explorer_LiveObjects() == 0, "a companion object lives");
-    Expect(!m_look.hasLitter, "a temp folder without an owner");
+    Expect(m_mayLitter || !m_look.hasLitter, "a temp folder without an owner");
     for (const auto& [path, file] : m_look.files) {
         Expect(path.find(L'~') == path.npos && !path.ends_with(L".side"), "an unfinished file is left");
         Expect(!file.isBare || m_mayBeBare, "the empty file of a lock is left");
@@ -500,7 +508,9 @@ std::vector<Step> History::Next() const {
     for (int actor = 0; actor < 2; ++actor) {
         const Opener& opener = m_openers[actor];
         if (!opener.file) {
-            for (int disposition = CREATE_NEW; disposition <= kOpenToRead && (actor == 0 || m_openers[0].file || m_hasActed[0]); ++disposition)
+            const bool mayOpen = actor == 0 || m_openers[0].file || m_hasActed[0];
+            const int first = actor == 1 && WordsAt(kHome) ? CREATE_ALWAYS : CREATE_NEW;  // that A is refused is enough
+            for (int disposition = first; disposition <= kOpenToRead && mayOpen; ++disposition)
                 next.push_back({Op::Open, actor, disposition});
             continue;
         }
@@ -508,8 +518,9 @@ std::vector<Step> History::Next() const {
             continue;
         if (!opener.isDeleted) {
             for (const Op op : {Op::Read, Op::Write, Op::Cut, Op::Delete})
-                next.push_back({op, actor});
-            for (int place = kOther; place < kPlaces; ++place)
+                if (!opener.mayOnlyRead || op < Op::Delete)
+                    next.push_back({op, actor});
+            for (int place = kOther; place < kPlaces && !opener.mayOnlyRead; ++place)
                 next.push_back({Op::Rename, actor, place});
         } else {
             next.push_back({Op::Undelete, actor});
@@ -578,17 +589,16 @@ const std::vector<Start>& Starts() {
     static const std::vector<Step> waiting{{Op::Open, 0, OPEN_EXISTING}, {Op::Write}, {Op::Close, 0, 0, false, Failing::Finish}};
     static const std::vector<Step> waitingNew{{Op::Open, 0, CREATE_NEW}, {Op::Write}, {Op::Close, 0, 0, false, Failing::Finish}};
     static const std::vector<Start> starts{
-        {"missing", false, false, false, {}, {}},
-        {"encrypted", false, false, false, {{kHome, true}}, {}},
-        {"plain", false, false, false, {{kHome, false}}, {}},
-        {"conflict", false, true, false, {{kHome, false}, {kHome, true}}, {}},
-        {"waiting", false, false, false, {{kHome, true}}, waiting},
-        {"waiting-new", false, false, false, {}, waitingNew},
-        {"occupied", false, false, false, {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}, {}},
-        {"folder-missing", true, false, false, {}, {}},
-        {"folder-stored", true, false, false, {{kHome, false}}, {}},
-        {"equal", false, false, true, {{kHome, true}}, {}},
-        {"folder-equal", true, false, true, {{kHome, false}}, {}},
+        {"missing", false, false, false, false, {}, {}},
+        {"encrypted", false, false, false, false, {{kHome, true}}, {}},
+        {"plain", false, false, false, false, {{kHome, false}}, {}},
+        {"conflict", false, true, false, false, {{kHome, false}, {kHome, true}}, {}},
+        {"waiting", false, false, false, false, {{kHome, true}}, waiting},
+        {"waiting-new", false, false, false, true, {}, waitingNew},
+        {"occupied", false, false, false, false, {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}, {}},
+        {"folder-missing", true, false, false, false, {}, {}},
+        {"folder-stored", true, false, false, false, {{kHome, false}}, {}},
+        {"equal", false, false, true, false, {{kHome, true}}, {}},
     };
     return starts;
 }
