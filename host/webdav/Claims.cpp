@@ -5,12 +5,11 @@
 #include <utility>
 
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
 namespace {
-
-constexpr std::chrono::seconds c_patience{45};
 
 bool Covers(const ClaimedPath& tree, const VolumePath& path) {
     return tree.use == Use::ChangeTree && IsAtOrInside(path, tree.path);
@@ -34,7 +33,7 @@ bool Claims::IsDisturbed(const std::vector<ClaimedPath>& paths) const {
 
 Claim::Claim(Claims& claims, std::vector<ClaimedPath> paths) : m_claims(claims), m_paths(std::move(paths)) {
     std::unique_lock guard(m_claims.m_mutex);
-    if (!m_claims.m_released.wait_for(guard, c_patience, [this] { return !m_claims.IsDisturbed(m_paths); }))
+    if (!m_claims.m_released.wait_for(guard, limits::claimPatience, [this] { return !m_claims.IsDisturbed(m_paths); }))
         throw HttpError(503, "the file is being used by another request", {}, {{"Retry-After", "10"}});
     m_claims.m_held.push_back(&m_paths);
 }

@@ -103,7 +103,9 @@ bool LockTable::Remove(const std::string& token, const VolumePath& path) {
 }
 
 void LockTable::RemoveExpired() {
-    const std::lock_guard guard(m_mutex);
+    const std::unique_lock guard(m_mutex, std::try_to_lock);
+    if (!guard)
+        return;  // whoever has it may take long, and the server must still hear Ctrl-C
     std::erase_if(m_locks, [this, now = Now()](const DavLock& lock) {
         if (ExpiryOf(lock) > now)
             return false;

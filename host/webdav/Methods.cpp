@@ -3,12 +3,11 @@
 #include <algorithm>
 
 #include "core/HostError.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
 namespace {
-
-constexpr std::size_t c_maxXml = 1 << 20;
 
 // Does a condition of the If field hold for the resource it speaks of?
 bool Holds(const Exchange& exchange, const Resource& own, const std::string& url, const IfCondition& condition) {
@@ -94,7 +93,7 @@ std::string ReadXmlBody(RequestBody& body) {
     std::string text;
     char part[8192];
     while (const std::size_t count = body.Read(part, sizeof(part))) {
-        if (text.size() + count > c_maxXml)
+        if (text.size() + count > limits::xmlBytes)
             throw HttpError(413, "the XML of the request is too long");
         text.append(part, count);
     }

@@ -5,12 +5,12 @@
 #include "core/HostError.h"
 #include "core/Text.h"
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
 namespace {
 
-constexpr std::size_t c_maxTarget = 16 * 1024;  // bytes
 constexpr std::string_view c_unreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$'()*+,=@";
 
 int HexDigit(char unit) {
@@ -115,7 +115,7 @@ VolumePath Moved(const VolumePath& path, const VolumePath& oldTop, const VolumeP
 }
 
 VolumePath ParseTarget(std::string_view target, std::string* authority) {
-    if (target.size() > c_maxTarget)
+    if (target.size() > limits::targetBytes)
         throw HttpError(414);
     target = PathPart(target, authority);
     target = target.substr(0, target.find('?'));

@@ -61,7 +61,13 @@ void Site::Answer(const Request& request, RequestBody& body, Response& response)
 }
 
 void Site::Dispatch(const Request& request, RequestBody& body, Response& response) {
-    CheckAccess(m_rules, request);
+    try {
+        CheckAccess(m_rules, m_guesses, request);
+    } catch (...) {
+        response.CloseAfterwards();  // who is refused holds no place
+        throw;
+    }
+    response.LetIn();
     for (const MethodRow& row : c_methods) {
         if (request.method != row.name)
             continue;

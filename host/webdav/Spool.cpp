@@ -3,12 +3,12 @@
 #include "core/HostError.h"
 #include "core/Text.h"
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
 namespace {
 
-constexpr std::size_t c_memoryLimit = 1 << 20;
 constexpr std::size_t c_partSize = 256 * 1024;
 
 [[noreturn]] void ThrowFileError() {
@@ -40,7 +40,7 @@ Spool::~Spool() {
 }
 
 void Spool::Append(std::string_view data) {
-    if (m_file == INVALID_HANDLE_VALUE && m_memory.size() + data.size() <= c_memoryLimit) {
+    if (m_file == INVALID_HANDLE_VALUE && m_memory.size() + data.size() <= limits::spoolMemoryBytes) {
         m_memory.insert(m_memory.end(), data.begin(), data.end());
         return;
     }
