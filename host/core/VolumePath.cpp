@@ -88,7 +88,13 @@ VolumePath VolumePath::Parse(std::wstring_view text, Wildcards wildcards) {
         }
         begin = end == text.end() ? end : end + 1;
     }
+    if (path.Depth() > c_maxPathComponents)
+        refuse("too many folders in each other");
     return path;
+}
+
+std::size_t VolumePath::Depth() const {
+    return IsRoot() ? 0 : static_cast<std::size_t>(std::count(m_path.begin(), m_path.end(), L'\\')) + 1;
 }
 
 std::string VolumePath::Shown() const {

@@ -158,6 +158,7 @@ public:
         if (m_parser.is_done())
             return 0;
         ErrorCode error;
+        m_socket.ExpectAnswerTaken();
         if (std::exchange(m_awaitsContinue, false))
             boost::asio::write(m_socket, boost::asio::buffer(std::string_view("HTTP/1.1 100 Continue\r\n\r\n")), error);
         m_parser.get().body().data = data;

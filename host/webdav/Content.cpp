@@ -86,7 +86,7 @@ void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
     if (exchange.request.method == "HEAD" || range.length == 0)
         return exchange.response.Begin(status, fields, range.length);
 
-    if (!exchange.state.locks.Covering(file.path).empty())
+    if (!exchange.state.locks.Covering(file.key).empty())
         return SendLockedContent(exchange, file, range, status, fields, claim);
 
     FileReader reader(exchange.state.volume, file.entry->path);
@@ -135,7 +135,7 @@ VolumePath Store(const Volume& volume, const Resource& target, Spool& spool, con
 }  // namespace
 
 void AnswerGet(Exchange& exchange) {
-    Claim claim(exchange.state.claims, {{exchange.path, Use::Read}});
+    Claim claim(exchange.state.claims, {{exchange.key, Use::Read}});
     const Resource resource = exchange.Find();
     if (!resource.Exists())
         throw HttpError(404, "there is no such file or folder");
@@ -159,13 +159,13 @@ void AnswerPut(Exchange& exchange) {
         spool.Append({part.data(), count});
 
     State& state = exchange.state;
-    const Claim claim(state.claims, {{exchange.path, Use::Change}});
+    const Claim claim(state.claims, {{exchange.key, Use::Change}});
     const Resource target = exchange.Find();
     CheckPut(exchange, target);
     VirtFindData times{};
     times.lastWriteTime = UploadTime(exchange.request);
     const VolumePath stored = Store(state.volume, target, spool, times);
-    state.changes.Note(target.path);
+    state.changes.Note(target.key);
     Fields fields{{"ETag", exchange.Tag(Locate(state.volume, stored))}};
     if (times.lastWriteTime != 0)
         fields.emplace_back("X-OC-Mtime", "accepted");

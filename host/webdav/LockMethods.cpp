@@ -56,7 +56,7 @@ void RefreshLock(Exchange& exchange) {
         throw HttpError(400, "a LOCK without a body renews the lock whose token it submits");
     CheckConditions(exchange, resource);
     for (const std::string& token : exchange.tokens)
-        if (const auto lock = exchange.state.locks.Refresh(token, resource.path, ParseTimeout(exchange.request)))
+        if (const auto lock = exchange.state.locks.Refresh(token, resource.key, ParseTimeout(exchange.request)))
             return SendLock(exchange.response, 200, *lock);
     throw HttpError(412, "there is no such lock on it", "<D:lock-token-matches-request-uri/>");
 }
@@ -66,7 +66,7 @@ void TakeLock(Exchange& exchange, DavLock lock) {
     if (depth == Depth::One)
         throw HttpError(400, "a lock is of depth 0 or infinity");
     State& state = exchange.state;
-    const Claim claim(state.claims, {{exchange.path, Use::Change}});
+    const Claim claim(state.claims, {{exchange.key, Use::Change}});
     Resource resource = exchange.Find();
     if (resource.IsFolder() && resource.path.IsRoot() && depth == Depth::Infinity)
         throw HttpError(403, "the whole volume cannot be locked");
@@ -76,10 +76,11 @@ void TakeLock(Exchange& exchange, DavLock lock) {
         CheckWritable(exchange, resource, true);
         // Made by itself and not by the volume's lock, whose files go with it when they are still empty.
         Upload(state.volume, resource.path).Place({});
-        state.changes.Note(resource.path);
+        state.changes.Note(resource.key);
         resource = exchange.Find();
     }
     lock.root = resource.path;
+    lock.key = resource.key;
     lock.storedPath = resource.StoredPath();
     lock.isFolder = resource.IsFolder();
     lock.infinite = lock.isFolder && depth == Depth::Infinity;
@@ -103,8 +104,8 @@ void AnswerUnlock(Exchange& exchange) {
     const std::string_view text = Trimmed(field);
     if (text.size() < 3 || text.front() != '<' || text.back() != '>')
         throw HttpError(400, "the request names no lock");
-    const Claim claim(exchange.state.claims, {{exchange.path, Use::Change}});
-    if (!exchange.state.locks.Remove(std::string(text.substr(1, text.size() - 2)), exchange.path))
+    const Claim claim(exchange.state.claims, {{exchange.key, Use::Change}});
+    if (!exchange.state.locks.Remove(std::string(text.substr(1, text.size() - 2)), exchange.key))
         throw HttpError(409, "there is no such lock on it", "<D:lock-token-matches-request-uri/>");
     exchange.response.Send(204);
 }

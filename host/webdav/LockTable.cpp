@@ -35,7 +35,7 @@ std::string NewToken() {
 
 bool InConflict(const DavLock& left, const DavLock& right) {
     return (left.scope == LockScope_Exclusive || right.scope == LockScope_Exclusive) &&
-           (left.Covers(right.root) || right.Covers(left.root));
+           (left.Covers(right.key) || right.Covers(left.key));
 }
 
 bool Opens(const std::vector<std::string>& submitted, const DavLock& lock) {
@@ -126,7 +126,7 @@ std::vector<DavLock> LockTable::Inside(const VolumePath& top) const {
     const std::lock_guard guard(m_mutex);
     std::vector<DavLock> found;
     std::copy_if(m_locks.begin(), m_locks.end(), std::back_inserter(found),
-                 [&](const DavLock& lock) { return IsAtOrInside(lock.root, top); });
+                 [&](const DavLock& lock) { return IsAtOrInside(lock.key, top); });
     return found;
 }
 
@@ -137,7 +137,7 @@ bool LockTable::IsEmpty() const {
 
 SuspendedLocks::SuspendedLocks(LockTable& table, const VolumePath& top) : m_table(table), m_locks(table.Inside(top)) {
     const std::lock_guard guard(m_table.m_mutex);
-    std::erase_if(m_table.m_locks, [&](const DavLock& lock) { return IsAtOrInside(lock.root, top); });
+    std::erase_if(m_table.m_locks, [&](const DavLock& lock) { return IsAtOrInside(lock.key, top); });
     for (const DavLock& lock : m_locks)
         m_table.LetGo(lock);
 }
@@ -171,7 +171,7 @@ std::vector<DavLock> ClosedLocksInside(const LockTable& table, const std::vector
     std::vector<DavLock> closed;
     for (const DavLock& lock : locks) {
         const bool opened = std::any_of(locks.begin(), locks.end(), [&](const DavLock& other) {
-            return other.root.Equals(lock.root) && Opens(submitted, other);
+            return other.key.Equals(lock.key) && Opens(submitted, other);
         });
         if (!opened)
             closed.push_back(lock);

@@ -13,7 +13,8 @@ namespace webdav {
 
 struct DavLock {
     std::string token;  // "opaquelocktoken:..."
-    VolumePath root;
+    VolumePath root;  // as the client knows it
+    VolumePath key;   // of what is locked; paths that are asked about are keys (see Resource)
     bool isFolder = false;
     bool infinite = false;  // holds everything below root as well
     LockScope scope = LockScope_Exclusive;
@@ -24,7 +25,7 @@ struct DavLock {
     VolumePath storedPath;  // for the volume's lock, of files only
     std::wstring volumeToken;
 
-    bool Covers(const VolumePath& path) const { return root.Equals(path) || (infinite && IsAtOrInside(path, root)); }
+    bool Covers(const VolumePath& path) const { return key.Equals(path) || (infinite && IsAtOrInside(path, key)); }
 };
 
 class LockTable {

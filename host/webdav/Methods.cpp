@@ -25,7 +25,7 @@ bool Holds(const Exchange& exchange, const Resource& own, const std::string& url
     }
     if (condition.isTag)
         return resource.Exists() && condition.value == exchange.Tag(resource);
-    const std::vector<DavLock> locks = exchange.state.locks.Covering(resource.path);
+    const std::vector<DavLock> locks = exchange.state.locks.Covering(resource.key);
     return std::any_of(locks.begin(), locks.end(), [&](const DavLock& lock) { return lock.token == condition.value; });
 }
 
@@ -76,7 +76,7 @@ void CheckConditions(const Exchange& exchange, const Resource& resource) {
 }
 
 void CheckWritable(const Exchange& exchange, const Resource& resource, bool comesOrGoes) {
-    RequireTokens(exchange.state.locks, exchange.tokens, resource.path);
+    RequireTokens(exchange.state.locks, exchange.tokens, resource.key);
     if (!comesOrGoes)
         return;
     if (resource.IsTopLevel())
@@ -84,7 +84,7 @@ void CheckWritable(const Exchange& exchange, const Resource& resource, bool come
     const Resource parent = Locate(exchange.state.volume, resource.path.Parent());
     if (!parent.IsFolder())
         throw HttpError(409, "the folder it is to be in does not exist");
-    RequireTokens(exchange.state.locks, exchange.tokens, parent.path);
+    RequireTokens(exchange.state.locks, exchange.tokens, parent.key);
     if (!resource.Exists())
         RequireFree(exchange.state.volume, resource.path);
 }

@@ -31,6 +31,7 @@ struct Exchange {
     RequestBody& body;
     Response& response;
     VolumePath path;                  // of the request, in the spelling that is stored
+    VolumePath key;                   // of the request's resource; see Resource
     IfHeader ifHeader;                // empty: the field is missing
     std::vector<std::string> tokens;  // which the client submitted
 

@@ -58,10 +58,11 @@ std::string Row(const Resource& item) {
 }
 
 // "volume / Docs / Reports", each a link.
-std::string Trail(const VolumePath& path) {
-    if (path.IsRoot())
-        return "<a href=\"/\">Volume</a>";
-    return Trail(path.Parent()) + " / <a href=\"" + Escaped(Href(path, true)) + "\">" + Escaped(ToUtf8(path.Name())) + "</a>";
+std::string Trail(VolumePath path) {
+    std::string trail;
+    for (; !path.IsRoot(); path = path.Parent())
+        trail = " / <a href=\"" + Escaped(Href(path, true)) + "\">" + Escaped(ToUtf8(path.Name())) + "</a>" + trail;
+    return "<a href=\"/\">Volume</a>" + trail;
 }
 
 }  // namespace
@@ -78,6 +79,7 @@ void SendFolderPage(Exchange& exchange, const Resource& folder) {
     if (exchange.request.method == "HEAD")
         return;
     std::vector<Entry> entries = SortedEntries(exchange.state.volume, folder.entry->path);
+    std::erase_if(entries, [&](const Entry& entry) { return !MayBeListed(exchange.state.volume, entry); });
     std::stable_partition(entries.begin(), entries.end(), [](const Entry& entry) { return entry.IsFolder(); });
     const std::string title = folder.path.IsRoot() ? "Volume" : Escaped(ToUtf8(folder.path.Name()));
     exchange.response.Write("<!DOCTYPE html>\n<html lang=en><head><meta charset=utf-8><meta name=viewport "
@@ -87,7 +89,7 @@ void SendFolderPage(Exchange& exchange, const Resource& folder) {
                                             : "<table><thead><tr><th>Name</th><th class=n>Size</th><th class=t>Changed "
                                               "(UTC)</th><th>Stored</th></tr></thead><tbody>\n");
     for (const Entry& entry : entries)
-        exchange.response.Write(Row(Listed(folder.path, entry)));
+        exchange.response.Write(Row(Listed(folder, entry)));
     if (!entries.empty())
         exchange.response.Write("</tbody></table>\n<p>" + std::to_string(entries.size()) +
                                 (entries.size() == 1 ? " entry" : " entries") + "</p>\n");

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include "core/HostError.h"
+#include "core/OnDisk.h"
 #include "core/Text.h"
 #include "webdav/Http.h"
 #include "webdav/Limits.h"
@@ -77,26 +78,36 @@ std::wstring Normalized(const std::wstring& text, NORM_FORM form) {
     return result;
 }
 
-// Short names ("REPORT~1.DOC") reach a file that is listed under another name; to follow them would go round its locks.
-bool IsListedUnderItsName(const Volume& volume, const VolumePath& path) {
-    const std::wstring name = path.Name();
-    if (path.IsMountFolder() || name.find(L'~') == std::wstring::npos)
-        return true;
-    Search search(volume, path.Parent(), name.c_str());
-    for (Entry entry; search.Next(entry);)
-        if (EqualNoCase(entry.Name(), name))
-            return true;
-    return false;
+std::vector<std::wstring> Spellings(const std::wstring& name) {
+    std::vector<std::wstring> spellings{name};
+    for (const NORM_FORM form : {NormalizationC, NormalizationD})
+        if (std::wstring other = IsAscii(name) ? std::wstring() : Normalized(name, form); !other.empty() && other != name)
+            spellings.push_back(std::move(other));
+    return spellings;
 }
 
-// The parent in its stored spelling; a parent that is missing, or has another name, stays as asked for.
+// The name of a folder on the way, in the spelling that is stored. One that is missing stays as asked for.
+std::wstring StoredName(const Volume& volume, const VolumePath& folder, const std::wstring& name) {
+    if (IsAscii(name) && name.find(L'~') == std::wstring::npos)
+        return name;
+    const auto onDisk = volume.FolderOnDisk(folder);
+    for (const std::wstring& spelling : Spellings(name))
+        if (std::wstring stored = onDisk ? LongName(*onDisk + L'\\' + spelling) : std::wstring(); !stored.empty())
+            return stored;
+    return name;
+}
+
 VolumePath StoredParent(const Volume& volume, const VolumePath& path) {
-    if (path.IsRoot() || path.IsMountFolder())
-        return path.Parent();
     const std::wstring text = path.Parent().Str();
     if (IsAscii(text) && text.find(L'~') == std::wstring::npos)
         return path.Parent();
-    return Locate(volume, path.Parent()).path;
+    VolumePath stored;
+    for (std::size_t begin = 0, end; begin < text.size(); begin = end + 1) {
+        end = std::min(text.find(L'\\', begin), text.size());
+        const std::wstring name = text.substr(begin, end - begin);
+        stored = stored.Child(stored.IsRoot() ? name : StoredName(volume, stored, name));
+    }
+    return stored;
 }
 
 }  // namespace
@@ -130,6 +141,8 @@ VolumePath ParseTarget(std::string_view target, std::string* authority) {
             continue;
         if (const char* problem = VolumePath::ComponentProblem(name))
             throw HttpError(name.size() > 255 ? 414 : 400, "the path is refused: " + std::string(problem));
+        if (path.Depth() >= limits::pathComponents)
+            throw HttpError(414, "the path is refused: too many folders in each other");
         path = path.Child(name);
     }
     if (std::wcslen(path.Str()) > 32'000)
@@ -156,26 +169,39 @@ std::string Href(const VolumePath& path, bool isFolder) {
 
 Resource Locate(const Volume& volume, const VolumePath& path) {
     if (path.IsRoot()) {
-        Resource root{path, Entry{path}};
+        Resource root{path, path, Entry{path}};
         root.entry->data.fileAttributes = FILE_ATTRIBUTE_DIRECTORY;
         return root;
     }
     const std::wstring name = path.Name();
     const VolumePath parent = StoredParent(volume, path);
-    std::vector<std::wstring> spellings{name};
-    if (!IsAscii(name))
-        spellings.insert(spellings.end(), {Normalized(name, NormalizationC), Normalized(name, NormalizationD)});
-    for (const std::wstring& spelling : spellings) {
-        const VolumePath candidate = parent.Child(spelling);
-        std::optional<Entry> entry = spelling.empty() ? std::nullopt : volume.Find(candidate);
-        if (entry && IsListedUnderItsName(volume, candidate))
-            return {candidate, std::move(entry)};
+    for (const std::wstring& spelling : Spellings(name)) {
+        std::optional<Entry> entry = volume.Find(parent.Child(spelling));
+        if (!entry)
+            continue;
+        const VolumePath found = parent.Child(EqualNoCase(entry->Name(), spelling) ? spelling : entry->Name());
+        return {found, volume.Key(found), std::move(entry)};
     }
-    return {parent.Child(name), std::nullopt};
+    return {parent.Child(name), volume.Key(parent.Child(name)), std::nullopt};
 }
 
-Resource Listed(const VolumePath& folder, const Entry& entry) {
-    return {folder.Child(entry.Name()), entry};
+Resource Listed(const Resource& folder, const Entry& entry) {
+    const VolumePath path = folder.path.Child(entry.Name());
+    return {path, folder.path.IsRoot() ? path : folder.key.Child(entry.Name()), entry};
+}
+
+bool AreSpellings(const std::wstring& left, const std::wstring& right) {
+    return EqualNoCase(Normalized(left, NormalizationC), Normalized(right, NormalizationC));
+}
+
+bool MayBeListed(const Volume& volume, const Entry& entry) {
+    const std::wstring name = entry.Name();
+    if (VolumePath::ComponentProblem(name) || entry.path.Depth() > limits::pathComponents)
+        return false;
+    if (ToUtf8(name).find("\xEF\xBF\xBD") != std::string::npos && name.find(L'\xFFFD') == std::wstring::npos)
+        return false;  // not valid Unicode
+    const bool mayBeLink = (entry.data.fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    return !mayBeLink || volume.IsItself(entry);
 }
 
 }  // namespace webdav

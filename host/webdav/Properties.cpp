@@ -150,7 +150,7 @@ std::string EntityTag(const ChangeNumbers& changes, const Resource& resource) {
     std::snprintf(tag, sizeof(tag), "\"%llx-%llx", static_cast<unsigned long long>(data.lastWriteTime / c_millisecond),
                   static_cast<unsigned long long>(data.fileSize));
     std::string text = tag;
-    if (const std::uint64_t number = changes.Of(resource.path)) {
+    if (const std::uint64_t number = changes.Of(resource.key)) {
         std::snprintf(tag, sizeof(tag), "-%llx", static_cast<unsigned long long>(number));
         text += tag;
     }

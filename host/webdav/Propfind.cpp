@@ -67,7 +67,7 @@ constexpr LiveProperty c_live[] = {
      }},
     {c_dav, "lockdiscovery", false,
      [](const Exchange& exchange, const Resource& item) -> Value {
-         return LockDiscoveryXml(exchange.state.locks.Covering(item.path));
+         return LockDiscoveryXml(exchange.state.locks.Covering(item.key));
      }},
     {c_dav, "supportedlock", false,
      [](const Exchange&, const Resource&) -> Value {
@@ -136,7 +136,7 @@ public:
     Listing(const Exchange& exchange, Query query) : m_exchange(exchange), m_query(std::move(query)) {}
 
     std::string Entry(const Resource& item) const {
-        const PropertyTexts dead = m_exchange.state.properties.Of(item.path);
+        const PropertyTexts dead = m_exchange.state.properties.Of(item.key);
         std::string found, missing;
         if (m_query.kind == Query::Names)
             AddNames(item, dead, found);
@@ -168,7 +168,7 @@ private:
                 found += live.value(m_exchange, item).value_or("");
         for (const auto& [name, text] : dead)
             found += text;
-        if (const std::vector<DavLock> locks = m_exchange.state.locks.Covering(item.path); !locks.empty())
+        if (const std::vector<DavLock> locks = m_exchange.state.locks.Covering(item.key); !locks.empty())
             found += LockDiscoveryXml(locks);
     }
 
@@ -205,7 +205,8 @@ void AnswerPropfind(Exchange& exchange) {
     if (resource.IsFolder() && depth == Depth::One) {
         Search search(exchange.state.volume, resource.entry->path);
         for (Entry entry; search.Next(entry);)
-            response.Write(listing.Entry(Listed(resource.path, entry)));
+            if (MayBeListed(exchange.state.volume, entry))
+                response.Write(listing.Entry(Listed(resource, entry)));
     }
     response.Write("</D:multistatus>\n");
 }

@@ -101,7 +101,7 @@ void SetTimes(State& state, const Resource& resource, VirtFindData times) {
         Check(state.volume->SetFileInfo(file.Get(), c_keepAttributes, &times), resource.path);
     }
     if (!resource.IsFolder())
-        state.changes.Note(resource.path);
+        state.changes.Note(resource.key);
 }
 
 void SendResult(Response& response, const Resource& resource, const Changes& changes) {
@@ -124,7 +124,7 @@ void SendResult(Response& response, const Resource& resource, const Changes& cha
 
 void AnswerProppatch(Exchange& exchange) {
     const Changes changes = ParseChanges(ReadXmlBody(exchange.body));
-    const Claim claim(exchange.state.claims, {{exchange.path, Use::Change}});
+    const Claim claim(exchange.state.claims, {{exchange.key, Use::Change}});
     const Resource resource = exchange.Find();
     if (!resource.Exists())
         throw HttpError(404, "there is no such file or folder");
@@ -133,7 +133,7 @@ void AnswerProppatch(Exchange& exchange) {
     if (std::none_of(changes.order.begin(), changes.order.end(), IsProtected)) {
         if (changes.setsTimes)
             SetTimes(exchange.state, resource, changes.times);
-        exchange.state.properties.Change(resource.path, changes.dead);
+        exchange.state.properties.Change(resource.key, changes.dead);
     }
     SendResult(exchange.response, resource, changes);
 }
