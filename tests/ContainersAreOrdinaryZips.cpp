@@ -181,6 +181,21 @@ TEST_F(ContainersAreOrdinaryZips, SayWhenTheyAreDamaged) {
     EXPECT_EQ(ErrorOf(readOn).substr(0, damaged.size()), damaged);
     EXPECT_EQ(ErrorOf(readOn).substr(0, damaged.size()), damaged);
     EXPECT_EQ(reader->GetDataLength(), 0u);
+
+    // Nothing beyond the size that the entry tells is handed out, and nothing less passes for the whole.
+    Encrypt(container, large);
+    bytes = Load(container);
+    for (const std::uint32_t told : {5u, 999'999u, 1'000'001u}) {
+        bytes.replace(bytes.rfind("PK\1\2") + 24, 4, reinterpret_cast<const char*>(&told), 4);
+        Save(container, bytes);
+        std::size_t handedOut = 0;
+        const Owned<IFileReader> other(companion::MakeReader(&path));
+        EXPECT_NE(ErrorOf([&] {
+            while (other->Advance())
+                handedOut += other->GetDataLength();
+        }), L"") << told;
+        EXPECT_LE(handedOut, told);
+    }
 }
 
 TEST_F(ContainersAreOrdinaryZips, AreToldFromOtherFiles) {

@@ -1,7 +1,5 @@
 #include "core/OnDisk.h"
 
-#include <vector>
-
 #include "core/Text.h"
 
 namespace {
@@ -21,37 +19,13 @@ std::wstring RealPathAs(HANDLE file, DWORD form) {
     return path;
 }
 
-bool DeleteOpen(const DiskHandle& file) {
-    FILE_BASIC_INFO info{};
-    if (GetFileInformationByHandleEx(file.get(), FileBasicInfo, &info, sizeof(info)) && (info.FileAttributes & FILE_ATTRIBUTE_READONLY)) {
-        info.FileAttributes &= ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
-        SetFileInformationByHandle(file.get(), FileBasicInfo, &info, sizeof(info));
-    }
-    FILE_DISPOSITION_INFO disposition{TRUE};
-    return SetFileInformationByHandle(file.get(), FileDispositionInfo, &disposition, sizeof(disposition));
-}
-
 bool IsRealFolder(const DiskHandle& file) {
     FILE_BASIC_INFO info{};
     return GetFileInformationByHandleEx(file.get(), FileBasicInfo, &info, sizeof(info)) &&
            (info.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !(info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
 }
 
-std::vector<std::wstring> NamesIn(const std::wstring& folder) {
-    std::vector<std::wstring> names;
-    WIN32_FIND_DATAW entry{};
-    const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &entry);
-    if (search == INVALID_HANDLE_VALUE)
-        return names;
-    do {
-        if (const std::wstring_view name = entry.cFileName; name != L"." && name != L"..")
-            names.emplace_back(name);
-    } while (FindNextFileW(search, &entry));
-    FindClose(search);
-    return names;
-}
-
-bool Remove(const std::wstring& path, bool (*stays)(const std::filesystem::path&), std::size_t depth) {
+bool Remove(const std::wstring& path, bool (*stays)(const std::wstring&), std::size_t depth) {
     if (depth > c_deepest)
         return false;
     {
@@ -59,17 +33,16 @@ bool Remove(const std::wstring& path, bool (*stays)(const std::filesystem::path&
         const DiskHandle item = OpenItself(path, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE);
         if (!item)
             return GetLastError() == ERROR_FILE_NOT_FOUND;
-        bool isEmpty = true;
-        if (IsRealFolder(item))
-            for (const std::wstring& name : NamesIn(path))
-                isEmpty = Remove(path + L'\\' + name, stays, depth + 1) && isEmpty;
-        else if (stays && stays(path))
+        const bool isFolder = IsRealFolder(item);
+        if (!isFolder && stays && stays(path))
             return false;
+        bool isEmpty = true;
+        for (const std::wstring& name : isFolder ? NamesIn(path) : std::vector<std::wstring>())
+            isEmpty = Remove(path + L'\\' + name, stays, depth + 1) && isEmpty;
         if (!isEmpty)
             return false;
     }
-    const DiskHandle item = OpenItself(path, DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, 0);
-    return item && DeleteOpen(item);
+    return DeleteItself(path);
 }
 
 }  // namespace
@@ -88,6 +61,12 @@ std::wstring RealPath(HANDLE file) {
 std::wstring RealPath(const std::wstring& path) {
     const DiskHandle item = Open(path, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0);
     return item ? RealPath(item.get()) : std::wstring();
+}
+
+std::wstring OrdinaryPath(const std::filesystem::path& realPath) {
+    const std::wstring path = realPath.native();
+    const bool hasDrive = path.starts_with(L"\\\\?\\") && path.size() > 6 && path[5] == L':';
+    return hasDrive ? path.substr(4) : path;
 }
 
 Standing StandingAt(const std::wstring& realPath) {
@@ -109,6 +88,12 @@ std::wstring LongName(const std::wstring& path) {
     return entry.cFileName;
 }
 
+bool HasRoom(const std::wstring& folder, std::uint64_t bytes) {
+    constexpr std::uint64_t alittle = 1 << 20;
+    ULARGE_INTEGER free{};
+    return !GetDiskFreeSpaceExW(folder.c_str(), &free, nullptr, nullptr) || (free.QuadPart >= alittle && free.QuadPart - alittle >= bytes);
+}
+
 DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition) {
     DiskHandle item = Open(realPath, access, share, disposition, FILE_FLAG_OPEN_REPARSE_POINT);
     if (item && !EqualNoCase(RealPath(item.get()), realPath)) {
@@ -118,6 +103,37 @@ DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, D
     return item;
 }
 
-bool RemoveItself(const std::wstring& realPath, bool (*stays)(const std::filesystem::path& file)) {
+std::vector<std::wstring> NamesIn(const std::wstring& folder) {
+    std::vector<std::wstring> names;
+    if (StandingAt(folder) != Standing::Itself)
+        return names;
+    WIN32_FIND_DATAW entry{};
+    const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &entry);
+    if (search == INVALID_HANDLE_VALUE)
+        return names;
+    do {
+        if (const std::wstring_view name = entry.cFileName; name != L"." && name != L"..")
+            names.emplace_back(name);
+    } while (FindNextFileW(search, &entry));
+    FindClose(search);
+    return names;
+}
+
+bool DeleteOpen(const DiskHandle& file) {
+    FILE_BASIC_INFO info{};
+    if (GetFileInformationByHandleEx(file.get(), FileBasicInfo, &info, sizeof(info)) && (info.FileAttributes & FILE_ATTRIBUTE_READONLY)) {
+        info.FileAttributes &= ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
+        SetFileInformationByHandle(file.get(), FileBasicInfo, &info, sizeof(info));
+    }
+    FILE_DISPOSITION_INFO disposition{TRUE};
+    return SetFileInformationByHandle(file.get(), FileDispositionInfo, &disposition, sizeof(disposition));
+}
+
+bool DeleteItself(const std::wstring& realPath) {
+    const DiskHandle item = OpenItself(realPath, DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, 0);
+    return item && DeleteOpen(item);
+}
+
+bool RemoveItself(const std::wstring& realPath, bool (*stays)(const std::wstring& file)) {
     return Remove(realPath, stays, 0);
 }

@@ -91,6 +91,11 @@ std::optional<std::wstring> Volume::FolderOnDisk(const VolumePath& folder) const
     return path;
 }
 
+bool Volume::HasRoomFor(std::uint64_t bytes, const VolumePath& folder) const {
+    const auto onDisk = FolderOnDisk(folder);
+    return HasRoom(m_temp.Path().native(), bytes) && (!onDisk || HasRoom(*onDisk, bytes));
+}
+
 VolumePath Volume::Key(const VolumePath& path) const {
     VirtMountInfo mount{};
     if (path.IsRoot() || !m_volume->GetMountInfoByVolumePath(path.Str(), &mount))

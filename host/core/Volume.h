@@ -92,6 +92,8 @@ public:
     bool RemoveLink(const VolumePath& path) const;
     // A folder on disk, if it is a real one: itself, and reached by the own names of folders and through no link.
     std::optional<std::wstring> FolderOnDisk(const VolumePath& folder) const;
+    // Have the temp folder's disk and that of folder room for content of so many bytes? The copies in clear go to the first.
+    bool HasRoomFor(std::uint64_t bytes, const VolumePath& folder = {}) const;
     // The path by which all paths of one file can be compared: in the outermost mount folder that it lies in.
     VolumePath Key(const VolumePath& path) const;
     // The item as it is now, found the way it is opened; nothing when it is gone.

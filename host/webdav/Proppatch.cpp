@@ -78,6 +78,8 @@ bool HasTimes(const VirtFindData& data, const VirtFindData& wanted) {
 
 // The times of an encrypted file are inside of its container, which is written anew for them.
 void StoreAgain(const Volume& volume, const Resource& file, const VirtFindData& times) {
+    if (!volume.HasRoomFor(static_cast<std::uint64_t>(file.entry->data.fileSize), file.path.Parent()))
+        throw HttpError(507, "the disk has no room for it");
     FileReader source(volume, file.entry->path);
     Upload upload(volume, file.path);
     std::uint64_t done = 0;

@@ -40,6 +40,7 @@ Spool::~Spool() {
 }
 
 void Spool::Append(std::string_view data) {
+    m_size += data.size();
     if (m_file == INVALID_HANDLE_VALUE && m_memory.size() + data.size() <= limits::spoolMemoryBytes) {
         m_memory.insert(m_memory.end(), data.begin(), data.end());
         return;

@@ -99,6 +99,10 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
               std::vector<MemberFailure>& failures) {
     if (IsTooDeep(source, failures) || IsLink(volume, source, failures))
         return false;
+    if (!source.IsFolder() && !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent())) {
+        failures.push_back({source.Url(), 507});
+        return false;
+    }
     if (!source.IsFolder())
         return Try(source, failures, [&] { Check(volume->CopyFileW(source.entry->path.Str(), target.Str(), nullptr), target); });
     if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
