@@ -34,11 +34,13 @@ constexpr std::size_t framingPerBodyByte = 8;     // and so many for each byte o
 constexpr std::size_t drainBytes = 256 * 1024;    // of a refused request, read so that the client sees the refusal
 constexpr std::size_t targetBytes = 16 * 1024;
 constexpr std::size_t pathComponents = c_maxPathComponents;
-constexpr std::size_t ifLists = 100;
 constexpr std::size_t ifConditions = 200;
 constexpr std::size_t xmlBytes = 1024 * 1024;
 constexpr std::size_t xmlDepth = 64;
-constexpr std::size_t xmlNodes = 20'000;          // elements, attributes and pieces of text together
+constexpr std::size_t xmlNodes = 5000;            // elements, attributes and pieces of text together
+constexpr std::size_t xmlNameBytes = 512;         // of a name, and of a namespace
+constexpr std::size_t xmlParserBytes = 8 * 1024 * 1024;
+constexpr std::size_t propertiesAsked = 500;      // of each resource in one PROPFIND
 
 // Passwords.
 constexpr std::size_t freeGuesses = 5;            // wrong ones of one address, before
@@ -47,14 +49,14 @@ constexpr std::size_t guessesWaiting = 4;         // more are refused unread
 constexpr std::chrono::seconds guessMemory{60};   // after the last wrong one
 
 // What is kept for clients.
-constexpr std::size_t locks = 2000;
-constexpr std::size_t locksOfOneFile = 32;
-constexpr std::size_t lockOwnerBytes = 2048;
-constexpr std::size_t lockBytes = 1024 * 1024;    // of all owners together
+constexpr std::size_t locks = 1000;
+constexpr std::size_t locksOfOneFile = 16;
+constexpr std::size_t lockOwnerBytes = 1024;
+constexpr std::size_t lockBytes = 8 * 1024 * 1024;      // of all owners and paths together
 constexpr std::size_t propertiesOfOneFile = 200;
 constexpr std::size_t propertyBytesOfOneFile = 64 * 1024;
-constexpr std::size_t propertyBytes = 8 * 1024 * 1024;  // of all
-constexpr std::size_t changeNumbers = 20'000;     // files whose entity tags are told apart one by one
+constexpr std::size_t propertyBytes = 8 * 1024 * 1024;  // of all, their files' paths included
+constexpr std::size_t changeBytes = 4 * 1024 * 1024;    // of the paths of changed files, for entity tags
 constexpr std::size_t spoolMemoryBytes = 1024 * 1024;   // of an upload; the rest goes to a file
 
 }  // namespace webdav::limits

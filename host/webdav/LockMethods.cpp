@@ -3,6 +3,7 @@
 
 #include "core/HostError.h"
 #include "core/Upload.h"
+#include "webdav/Limits.h"
 #include "webdav/Methods.h"
 
 namespace webdav {
@@ -37,6 +38,8 @@ DavLock ParseLockInfo(const std::string& text) {
     lock.scope = scope->Child("exclusive") ? LockScope_Exclusive : LockScope_Shared;
     if (const XmlNode* const owner = document.Child("owner"))
         lock.ownerXml = SerializedChildren(*owner);
+    if (lock.ownerXml.size() > limits::lockOwnerBytes)
+        throw HttpError(507, "so long an owner is not kept");
     return lock;
 }
 

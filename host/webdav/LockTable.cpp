@@ -1,10 +1,12 @@
 #include "webdav/LockTable.h"
 
 #include <algorithm>
+#include <cwchar>
 
 #include "core/HostError.h"
 #include "core/Text.h"
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
@@ -42,6 +44,11 @@ bool Opens(const std::vector<std::string>& submitted, const DavLock& lock) {
     return std::find(submitted.begin(), submitted.end(), lock.token) != submitted.end();
 }
 
+std::size_t SizeOf(const DavLock& lock) {
+    const auto pathBytes = [](const VolumePath& path) { return std::wcslen(path.Str()) * sizeof(wchar_t); };
+    return lock.ownerXml.size() + pathBytes(lock.root) + pathBytes(lock.key) + pathBytes(lock.storedPath);
+}
+
 }  // namespace
 
 LockTable::~LockTable() {
@@ -65,8 +72,18 @@ void LockTable::LetGo(const DavLock& lock) const {
         m_volume->Unlock(lock.storedPath.Str(), lock.volumeToken.c_str());
 }
 
+void LockTable::RequireRoom(const DavLock& wanted) const {
+    std::size_t bytes = SizeOf(wanted);
+    for (const DavLock& lock : m_locks)
+        bytes += SizeOf(lock);
+    const auto onSame = std::count_if(m_locks.begin(), m_locks.end(), [&](const DavLock& lock) { return lock.key.Equals(wanted.key); });
+    if (m_locks.size() >= limits::locks || static_cast<std::size_t>(onSame) >= limits::locksOfOneFile || bytes > limits::lockBytes)
+        throw HttpError(507, "too many locks are held already");
+}
+
 DavLock LockTable::Add(DavLock wanted) {
     const std::lock_guard guard(m_mutex);
+    RequireRoom(wanted);
     for (const DavLock& lock : m_locks)
         if (InConflict(lock, wanted))
             throw HttpError(

@@ -36,7 +36,7 @@ public:
     LockTable& operator=(const LockTable&) = delete;
 
     // Takes the lock that wanted describes, and gives it its token and time of expiry. Throws HttpError 423 when another
-    // lock or another program stands against it. The file must exist.
+    // lock or another program stands against it, 507 when too many are held. The file must exist.
     DavLock Add(DavLock wanted);
     // The lock with a new term from now on; nothing when there is none with this token that covers path.
     std::optional<DavLock> Refresh(const std::string& token, const VolumePath& path, std::uint32_t timeoutSeconds);
@@ -52,6 +52,7 @@ public:
 
 private:
     friend class SuspendedLocks;
+    void RequireRoom(const DavLock& wanted) const;
     void Hold(DavLock& lock) const;
     void LetGo(const DavLock& lock) const;
 

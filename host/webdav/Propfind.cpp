@@ -1,8 +1,10 @@
 // PROPFIND: what the server knows of a resource and of those in it, sent as the listing goes along.
 #include <algorithm>
 #include <cstdio>
+#include <set>
 
 #include "core/Text.h"
+#include "webdav/Limits.h"
 #include "webdav/Methods.h"
 
 namespace webdav {
@@ -96,9 +98,12 @@ struct Query {
 };
 
 void TakeNames(const XmlNode& parent, Query& query) {
+    std::set<XmlName> taken;
     for (const XmlNode& child : parent.children)
-        if (!child.IsText() && std::find(query.wanted.begin(), query.wanted.end(), child.name) == query.wanted.end())
+        if (!child.IsText() && taken.insert(child.name).second)
             query.wanted.push_back(child.name);
+    if (query.wanted.size() > limits::propertiesAsked)
+        throw HttpError(413, "so many properties cannot be asked for at once");
 }
 
 Query ParseQuery(const Exchange& exchange) {
@@ -126,7 +131,7 @@ Query ParseQuery(const Exchange& exchange) {
 
 const LiveProperty* FindLive(const XmlName& name) {
     const auto found = std::find_if(std::begin(c_live), std::end(c_live), [&](const LiveProperty& live) {
-        return live.space == name.space && live.name == name.local;
+        return live.space == std::string_view(name.space) && live.name == std::string_view(name.local);
     });
     return found == std::end(c_live) ? nullptr : found;
 }
@@ -156,7 +161,7 @@ private:
     void AddNames(const Resource& item, const PropertyTexts& dead, std::string& found) const {
         for (const LiveProperty& live : c_live)
             if (live.value(m_exchange, item))
-                found += '<' + OpenName({std::string(live.space), live.name}) + "/>";
+                found += '<' + OpenName({live.space, live.name}) + "/>";
         for (const auto& [name, text] : dead)
             if (!FindLive(name))
                 found += '<' + OpenName(name) + "/>";

@@ -1,5 +1,6 @@
 // PROPPATCH: all of the changes or none. Properties are kept in memory, but the times that Windows sets become the file's.
 #include <algorithm>
+#include <set>
 
 #include "core/HostError.h"
 #include "core/Upload.h"
@@ -18,23 +19,24 @@ constexpr const char* c_protected[] = {"creationdate", "getcontentlength", "getc
 
 struct Changes {
     std::vector<XmlName> order;  // as they are answered for
+    std::set<XmlName> known;     // the same
     std::map<XmlName, std::optional<std::string>> dead;
     VirtFindData times{};  // 0: not set
     bool setsTimes = false;
 };
 
 std::uint64_t* TimeField(const XmlName& name, VirtFindData& times) {
-    if (name.space != c_windows)
+    if (std::string_view(name.space) != c_windows)
         return nullptr;
-    if (name.local == "Win32CreationTime")
+    if (std::string_view(name.local) == "Win32CreationTime")
         return &times.creationTime;
-    if (name.local == "Win32LastAccessTime")
+    if (std::string_view(name.local) == "Win32LastAccessTime")
         return &times.lastAccessTime;
-    return name.local == "Win32LastModifiedTime" ? &times.lastWriteTime : nullptr;
+    return std::string_view(name.local) == "Win32LastModifiedTime" ? &times.lastWriteTime : nullptr;
 }
 
 void AddChange(Changes& changes, const XmlNode& property, bool isSet) {
-    if (std::find(changes.order.begin(), changes.order.end(), property.name) == changes.order.end())
+    if (changes.known.insert(property.name).second)
         changes.order.push_back(property.name);
     std::uint64_t* const time = TimeField(property.name, changes.times);
     if (!time) {
@@ -67,7 +69,7 @@ Changes ParseChanges(const std::string& text) {
 }
 
 bool IsProtected(const XmlName& name) {
-    return name.space == c_dav && std::find(std::begin(c_protected), std::end(c_protected), name.local) != std::end(c_protected);
+    return std::any_of(std::begin(c_protected), std::end(c_protected), [&](const char* known) { return name.IsDav(known); });
 }
 
 bool HasTimes(const VirtFindData& data, const VirtFindData& wanted) {

@@ -117,6 +117,8 @@ void CarryOut(Exchange& exchange, const Transfer& transfer) {
     // A lock on a file stays where a file takes its place: programs save that way under their lock.
     std::optional<SuspendedLocks> sourceLocks, targetLocks;
     std::optional<SetAside> replaced;
+    if (!isMove)
+        state.properties.RequireRoomForCopy(source.key);
     if (isMove)
         sourceLocks.emplace(state.locks, source.key);
     if (target.Exists() && !transfer.ReplacesFileByFile()) {
