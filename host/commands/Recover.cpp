@@ -60,7 +60,7 @@ std::string Description(const LeftEdit& edit) {
 std::string ShownDocument(const Volume& volume, const LeftEdit& edit) {
     if (const std::optional<VolumePath> document = DocumentOf(volume, edit))
         return document->Shown();
-    return ToUtf8(edit.container.empty() ? edit.file.filename().native() : edit.container.native());
+    return ToShown(edit.container.empty() ? edit.file.filename().native() : edit.container.native());
 }
 
 void List(Session& session) {

@@ -159,8 +159,8 @@ std::optional<Entry> Volume::Find(const VolumePath& path) const {
     Entry entry{path};
     const std::wstring name = path.Name();
     const bool isThere = m_volume->FindFile(path.Str(), &entry.data);
-    if (isThere && EqualNoCase(entry.Name(), name))
-        return IsItself(entry) ? std::optional(entry) : std::nullopt;
+    if (isThere && EqualNoCase(entry.Name(), name) && IsItself(entry))
+        return entry;
     if (isThere)
         if (std::optional<Entry> own = FindByShortName(path))
             return own;

@@ -100,6 +100,7 @@ std::size_t VolumePath::Depth() const {
 std::string VolumePath::Shown() const {
     std::wstring text = IsRoot() ? L"/" : m_path;
     std::replace(text.begin(), text.end(), L'\\', L'/');
+    std::replace_if(text.begin(), text.end(), [](wchar_t unit) { return unit < 32; }, L'\xFFFD');  // a name is one line
     return ToUtf8(text);
 }
 

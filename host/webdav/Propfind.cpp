@@ -210,7 +210,7 @@ void AnswerPropfind(Exchange& exchange) {
     if (resource.IsFolder() && depth == Depth::One) {
         Search search(exchange.state.volume, resource.entry->path);
         for (Entry entry; search.Next(entry);)
-            if (MayBeListed(exchange.state.volume, entry))
+            if (MayBeListed(exchange.state.volume, resource, entry))
                 response.Write(listing.Entry(Listed(resource, entry)));
     }
     response.Write("</D:multistatus>\n");
