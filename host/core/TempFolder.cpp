@@ -23,10 +23,11 @@ bool IsPartOfEdit(const std::wstring& file) {
     return false;
 }
 
-bool HoldsEdit(const fs::path& folder) {
-    for (const std::wstring& name : NamesIn(folder.native()))
-        if (EndsWithNoCase(name, c_trackingEnd) || HoldsEdit(folder / name))
-            return true;
+bool HoldsEdit(const fs::path& run) {
+    for (const std::wstring& copy : NamesIn((run / c_copiesFolder).native()))
+        for (const std::wstring& name : NamesIn((run / c_copiesFolder / copy).native()))
+            if (EndsWithNoCase(name, c_trackingEnd))
+                return true;
     return false;
 }
 

@@ -229,10 +229,12 @@ std::vector<Entry> SortedEntries(const Volume& volume, const VolumePath& folder,
     Search search(volume, folder, pattern);
     for (Entry entry; search.Next(entry);)
         entries.push_back(entry);
-    std::sort(entries.begin(), entries.end(), [](const Entry& left, const Entry& right) {
-        return CompareStringOrdinal(left.data.fileName, -1, right.data.fileName, -1, TRUE) == CSTR_LESS_THAN;
-    });
+    std::sort(entries.begin(), entries.end(), IsBefore);
     return entries;
+}
+
+bool IsBefore(const Entry& left, const Entry& right) {
+    return CompareStringOrdinal(left.data.fileName, -1, right.data.fileName, -1, TRUE) == CSTR_LESS_THAN;
 }
 
 void Check(VirtualVolumeStatus status, const VolumePath& path) {

@@ -140,5 +140,8 @@ private:
 // The entries of a folder sorted by name, for changing them while walking and for people to read.
 std::vector<Entry> SortedEntries(const Volume& volume, const VolumePath& folder, const wchar_t* pattern = L"*");
 
+// By name.
+bool IsBefore(const Entry& left, const Entry& right);
+
 // Throws StatusError unless status is VVS_Success.
 void Check(VirtualVolumeStatus status, const VolumePath& path);

@@ -29,17 +29,15 @@ constexpr std::chrono::milliseconds c_turn{200};
 // moves on with every byte, so that a slow client may take long, but not for ever.
 class TimedSocket {
 public:
-    TimedSocket(tcp::socket& socket, const std::atomic<bool>& mustLeave) : m_socket(socket), m_mustLeave(mustLeave) {
+    TimedSocket(tcp::socket& socket, ConnectionState& state) : m_socket(socket), m_mustLeave(state.mustLeave), m_isSlow(state.isSlow) {
         ErrorCode ignored;
         m_socket.set_option(tcp::no_delay(true), ignored);
         m_socket.non_blocking(true, ignored);
     }
 
     void ExpectWithin(Clock::duration time) { m_reading = {Clock::now() + time, {}, 0}; }
-    void ExpectBody() { m_reading = {Clock::now() + limits::bodyStall, limits::bodyStall, limits::bodyBytesPerSecond}; }
-    void ExpectAnswerTaken() {
-        m_writing = {Clock::now() + limits::answerStall, limits::answerStall, limits::answerBytesPerSecond};
-    }
+    void ExpectBody() { m_reading = Deadline::Moving(limits::bodyStall, limits::bodyBytesPerSecond); }
+    void ExpectAnswerTaken() { m_writing = Deadline::Moving(limits::answerStall, limits::answerBytesPerSecond); }
 
     template <class Buffers>
     std::size_t read_some(const Buffers& buffers, ErrorCode& error) {
@@ -83,6 +81,18 @@ private:
         Clock::time_point time;
         Clock::duration stall;         // the furthest that it moves on from now
         std::uint64_t bytesPerSecond;  // 0: it does not move
+        Clock::time_point start{};
+        std::uint64_t bytes = 0;  // since then
+
+        static Deadline Moving(Clock::duration stall, std::uint64_t bytesPerSecond) {
+            const Clock::time_point now = Clock::now();
+            return {now + stall, stall, bytesPerSecond, now};
+        }
+        bool IsSlow() const {
+            const auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start);
+            return bytesPerSecond != 0 && elapsed > limits::slowAfter &&
+                   bytes < static_cast<std::uint64_t>(elapsed.count()) * limits::slowBytesPerSecond;
+        }
     };
 
     template <class Operation>
@@ -103,6 +113,7 @@ private:
                 error = leaves ? boost::asio::error::operation_aborted : boost::asio::error::timed_out;
                 return 0;
             }
+            m_isSlow = deadline.IsSlow();
             if (!Wait(deadline.time, forReading))
                 continue;
             error = {};
@@ -112,7 +123,9 @@ private:
             if (deadline.bytesPerSecond != 0) {
                 const auto earned = std::chrono::milliseconds(count * 1000 / deadline.bytesPerSecond);
                 deadline.time = std::min(deadline.time + earned, Clock::now() + deadline.stall);
+                deadline.bytes += count;
             }
+            m_isSlow = false;  // what is done with the bytes takes as long as it takes
             return count;
         }
     }
@@ -130,6 +143,7 @@ private:
 
     tcp::socket& m_socket;
     const std::atomic<bool>& m_mustLeave;
+    std::atomic<bool>& m_isSlow;
     Deadline m_reading{}, m_writing{};
     bool m_isLeaving = false;
     std::uint64_t m_bytesSent = 0, m_bytesReceived = 0;
@@ -347,6 +361,7 @@ int ReadHeader(TimedSocket& socket, beast::flat_buffer& buffer, Parser& parser) 
 // False: the connection ends.
 bool ServeOne(TimedSocket& socket, beast::flat_buffer& buffer, const Handler& handler, bool logRequests, ConnectionState& state) {
     state.isWaiting = true;
+    state.isSlow = false;
     if (!WaitForFirstByte(socket, buffer))
         return false;
     const Clock::time_point start = Clock::now();
@@ -378,7 +393,7 @@ bool ServeOne(TimedSocket& socket, beast::flat_buffer& buffer, const Handler& ha
 
 void ServeConnection(tcp::socket& plainSocket, const Handler& handler, bool logRequests, ConnectionState& state) noexcept {
     try {
-        TimedSocket socket(plainSocket, state.mustLeave);
+        TimedSocket socket(plainSocket, state);
         try {
             beast::flat_buffer buffer(limits::bufferBytes);
             buffer.reserve(limits::bufferBytes);

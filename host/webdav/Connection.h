@@ -14,6 +14,7 @@ struct ConnectionState {
     std::string peer;                    // the client's address
     std::atomic<bool> mustLeave{false};  // nothing more is read; what is being answered is the last
     std::atomic<bool> isWaiting{true};   // for a request, whose header may have begun to come in
+    std::atomic<bool> isSlow{false};     // takes or sends very little for some time
     std::atomic<bool> wasLetIn{false};
 };
 

@@ -12,7 +12,7 @@ namespace webdav {
 
 namespace {
 
-constexpr std::size_t c_partSize = 256 * 1024;
+constexpr std::size_t c_partSize = 64 * 1024;
 constexpr std::size_t c_writeSize = 64 * 1024;
 constexpr std::uint64_t c_unixEpoch = 11'644'473'600;  // seconds after that of a FILETIME
 

@@ -19,6 +19,8 @@ constexpr std::chrono::seconds bodyStall{60};
 constexpr std::uint64_t bodyBytesPerSecond = 1024;     // the least
 constexpr std::chrono::seconds answerStall{20};
 constexpr std::uint64_t answerBytesPerSecond = 4096;   // the least
+constexpr std::chrono::seconds slowAfter{30};     // a body or answer below slowBytesPerSecond
+constexpr std::uint64_t slowBytesPerSecond = 32 * 1024;  // makes room, too, when nobody waits
 constexpr std::chrono::seconds lingerTime{2};     // for the client to read the last answer
 constexpr std::chrono::seconds timeToFinish{30};  // after Ctrl-C, for answers under way
 constexpr std::chrono::seconds timeToStore{60};   // and then for what is being stored
@@ -33,12 +35,13 @@ constexpr std::size_t drainBytes = 256 * 1024;    // of a refused request, read 
 constexpr std::size_t targetBytes = 16 * 1024;
 constexpr std::size_t pathComponents = 128;
 constexpr std::size_t ifConditions = 200;
-constexpr std::size_t xmlBytes = 1024 * 1024;
+constexpr std::size_t xmlBytes = 256 * 1024;
 constexpr std::size_t xmlDepth = 64;
-constexpr std::size_t xmlNodes = 5000;            // elements, attributes and pieces of text together
+constexpr std::size_t xmlNodes = 4000;            // elements, attributes and pieces of text together
 constexpr std::size_t xmlNameBytes = 512;         // of a name, and of a namespace
 constexpr std::size_t xmlParserBytes = 8 * 1024 * 1024;
-constexpr std::size_t propertiesAsked = 500;      // of each resource in one PROPFIND
+constexpr std::size_t xmlAtOnce = 4;              // documents; others wait
+constexpr std::size_t propertiesAsked = 200;      // of each resource in one PROPFIND
 
 // Passwords.
 constexpr std::size_t freeGuesses = 5;            // wrong ones of one address, before
@@ -55,6 +58,7 @@ constexpr std::size_t propertiesOfOneFile = 200;
 constexpr std::size_t propertyBytesOfOneFile = 64 * 1024;
 constexpr std::size_t propertyBytes = 8 * 1024 * 1024;  // of all, their files' paths included
 constexpr std::size_t changeBytes = 4 * 1024 * 1024;    // of the paths of changed files, for entity tags
-constexpr std::size_t spoolMemoryBytes = 1024 * 1024;   // of an upload; the rest goes to a file
+constexpr std::size_t pageEntries = 5000;         // of a folder's page in a browser
+constexpr std::size_t spoolMemoryBytes = 256 * 1024;    // of an upload; the rest goes to a file
 
 }  // namespace webdav::limits

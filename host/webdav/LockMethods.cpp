@@ -27,6 +27,7 @@ std::uint32_t ParseTimeout(const Request& request) {
 }
 
 DavLock ParseLockInfo(const std::string& text) {
+    const XmlTurn turn;
     const XmlNode document = ParseXml(text);
     const XmlNode* const scope = document.Child("lockscope");
     const XmlNode* const type = document.Child("locktype");

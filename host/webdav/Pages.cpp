@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "core/Text.h"
+#include "webdav/Limits.h"
 #include "webdav/Methods.h"
 
 namespace webdav {
@@ -78,8 +79,16 @@ void SendFolderPage(Exchange& exchange, const Resource& folder) {
     exchange.response.Begin(200, fields, std::nullopt);
     if (exchange.request.method == "HEAD")
         return;
-    std::vector<Entry> entries = SortedEntries(exchange.state.volume, folder.entry->path);
-    std::erase_if(entries, [&](const Entry& entry) { return !MayBeListed(exchange.state.volume, folder, entry); });
+    std::vector<Entry> entries;
+    bool isWhole = true;
+    Search search(exchange.state.volume, folder.entry->path);
+    for (Entry entry; isWhole && search.Next(entry);)
+        if (MayBeListed(exchange.state.volume, folder, entry)) {
+            isWhole = entries.size() < limits::pageEntries;
+            if (isWhole)
+                entries.push_back(entry);
+        }
+    std::sort(entries.begin(), entries.end(), IsBefore);
     std::stable_partition(entries.begin(), entries.end(), [](const Entry& entry) { return entry.IsFolder(); });
     const std::string title = folder.path.IsRoot() ? "Volume" : Escaped(ToUtf8(folder.path.Name()));
     exchange.response.Write("<!DOCTYPE html>\n<html lang=en><head><meta charset=utf-8><meta name=viewport "
@@ -92,7 +101,8 @@ void SendFolderPage(Exchange& exchange, const Resource& folder) {
         exchange.response.Write(Row(Listed(folder, entry)));
     if (!entries.empty())
         exchange.response.Write("</tbody></table>\n<p>" + std::to_string(entries.size()) +
-                                (entries.size() == 1 ? " entry" : " entries") + "</p>\n");
+                                (entries.size() == 1 ? " entry" : " entries") + (isWhole ? "" : "; there are more, which a page does not show") +
+                                "</p>\n");
     exchange.response.Write("</body></html>\n");
 }
 

@@ -113,6 +113,7 @@ Query ParseQuery(const Exchange& exchange) {
     const std::string text = ReadXmlBody(exchange.body);
     if (text.empty())
         return query;
+    const XmlTurn turn;
     const XmlNode document = ParseXml(text);
     if (!document.name.IsDav("propfind"))
         throw HttpError(400, "the body is no propfind");

@@ -5,6 +5,7 @@
 #include "core/HostError.h"
 #include "core/Upload.h"
 #include "webdav/FileReader.h"
+#include "webdav/Limits.h"
 #include "webdav/Methods.h"
 
 namespace webdav {
@@ -21,6 +22,7 @@ struct Changes {
     std::vector<XmlName> order;  // as they are answered for
     std::set<XmlName> known;     // the same
     std::map<XmlName, std::optional<std::string>> dead;
+    std::size_t bytes = 0;
     VirtFindData times{};  // 0: not set
     bool setsTimes = false;
 };
@@ -38,9 +40,15 @@ std::uint64_t* TimeField(const XmlName& name, VirtFindData& times) {
 void AddChange(Changes& changes, const XmlNode& property, bool isSet) {
     if (changes.known.insert(property.name).second)
         changes.order.push_back(property.name);
+    if (changes.order.size() > limits::propertiesOfOneFile)
+        throw HttpError(507, "so many properties are not kept");
     std::uint64_t* const time = TimeField(property.name, changes.times);
     if (!time) {
-        changes.dead[property.name] = isSet ? std::optional(Serialized(property)) : std::nullopt;
+        std::optional<std::string>& kept = changes.dead[property.name];
+        kept = isSet ? std::optional(Serialized(property)) : std::nullopt;
+        changes.bytes += kept ? kept->size() : 0;
+        if (changes.bytes > limits::propertyBytesOfOneFile)
+            throw HttpError(507, "so long properties are not kept");
     } else if (isSet) {
         *time = ParseHttpDate(Trimmed(property.Text()));
         changes.setsTimes = changes.setsTimes || *time != 0;
@@ -48,6 +56,7 @@ void AddChange(Changes& changes, const XmlNode& property, bool isSet) {
 }
 
 Changes ParseChanges(const std::string& text) {
+    const XmlTurn turn;
     const XmlNode document = text.empty() ? XmlNode() : ParseXml(text);
     if (!document.name.IsDav("propertyupdate"))
         throw HttpError(400, "the body is no propertyupdate");

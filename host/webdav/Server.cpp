@@ -76,21 +76,26 @@ public:
     }
 
 private:
-    // At most limit places, the newcomer's included, may be of the kind. Those that were not let in go first, and those that
-    // wait longest.
+    // At most limit places, the newcomer's included, may be of the kind. Of those that wait for a request the ones that were
+    // not let in go first, then the others, then who is slow; the oldest of each.
     template <class IsOfKind>
     bool MakeRoom(std::size_t limit, IsOfKind isOfKind) {
         const auto counts = [&](const Place& place) { return !place.state.mustLeave && isOfKind(place); };
         if (static_cast<std::size_t>(std::count_if(m_places.begin(), m_places.end(), counts)) <= limit)
             return true;
-        for (const bool wasLetIn : {false, true}) {
-            const auto last = std::prev(m_places.end());
-            const auto found = std::find_if(m_places.begin(), last, [&](const Place& place) {
-                return counts(place) && place.state.isWaiting && place.state.wasLetIn == wasLetIn;
-            });
+        const auto last = std::prev(m_places.end());
+        const std::function<bool(const ConnectionState&)> kinds[] = {
+            [](const ConnectionState& state) { return state.isWaiting && !state.wasLetIn; },
+            [](const ConnectionState& state) { return state.isWaiting.load(); },
+            [](const ConnectionState& state) { return state.isSlow.load(); },
+        };
+        for (const auto& isOfTheseFirst : kinds) {
+            const auto found = std::find_if(m_places.begin(), last, [&](const Place& place) { return counts(place) && isOfTheseFirst(place.state); });
             if (found == last)
                 continue;
             found->state.mustLeave = true;
+            boost::system::error_code ignored;
+            found->socket.shutdown(tcp::socket::shutdown_both, ignored);
             return true;
         }
         return false;
