@@ -58,7 +58,9 @@ constexpr std::size_t propertiesOfOneFile = 200;
 constexpr std::size_t propertyBytesOfOneFile = 64 * 1024;
 constexpr std::size_t propertyBytes = 8 * 1024 * 1024;  // of all, their files' paths included
 constexpr std::size_t changeBytes = 4 * 1024 * 1024;    // of the paths of changed files, for entity tags
-constexpr std::size_t pageEntries = 5000;         // of a folder's page in a browser
+constexpr std::size_t pageEntries = 16'000;       // of a folder's page in a browser
+constexpr std::size_t pagesAtOnce = 4;            // others wait
+constexpr std::uint64_t diskReserve = 64 * 1024 * 1024;  // that an upload leaves on the temp folder's disk
 constexpr std::size_t spoolMemoryBytes = 256 * 1024;    // of an upload; the rest goes to a file
 
 }  // namespace webdav::limits

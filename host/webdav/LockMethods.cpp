@@ -5,6 +5,8 @@
 #include "core/Upload.h"
 #include "webdav/Limits.h"
 #include "webdav/Methods.h"
+#include "webdav/TreeWork.h"
+#include "webdav/Turns.h"
 
 namespace webdav {
 
@@ -27,7 +29,7 @@ std::uint32_t ParseTimeout(const Request& request) {
 }
 
 DavLock ParseLockInfo(const std::string& text) {
-    const XmlTurn turn;
+    const Turn turn(g_xmlTurns);
     const XmlNode document = ParseXml(text);
     const XmlNode* const scope = document.Child("lockscope");
     const XmlNode* const type = document.Child("locktype");
@@ -89,7 +91,15 @@ void TakeLock(Exchange& exchange, DavLock lock) {
     lock.isFolder = resource.IsFolder();
     lock.infinite = lock.isFolder && depth == Depth::Infinity;
     lock.timeoutSeconds = ParseTimeout(exchange.request);
-    SendLock(exchange.response, isNew ? 201 : 200, state.locks.Add(std::move(lock)));
+    try {
+        lock = state.locks.Add(std::move(lock));
+    } catch (const HttpError&) {
+        std::vector<MemberFailure> ignored;
+        if (isNew)
+            RemoveTree(state.volume, resource, ignored);
+        throw;
+    }
+    SendLock(exchange.response, isNew ? 201 : 200, lock);
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include "core/Text.h"
 #include "webdav/Limits.h"
 #include "webdav/Methods.h"
+#include "webdav/Turns.h"
 
 namespace webdav {
 
@@ -76,9 +77,10 @@ void SendFolderPage(Exchange& exchange, const Resource& folder) {
         {"X-Frame-Options", "DENY"},
         {"Referrer-Policy", "no-referrer"},
         {"Content-Security-Policy", "default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'"}};
-    exchange.response.Begin(200, fields, std::nullopt);
     if (exchange.request.method == "HEAD")
-        return;
+        return exchange.response.Begin(200, fields, std::nullopt);
+    const Turn turn(g_pageTurns);
+    exchange.response.Begin(200, fields, std::nullopt);
     std::vector<Entry> entries;
     bool isWhole = true;
     Search search(exchange.state.volume, folder.entry->path);

@@ -6,6 +6,7 @@
 #include "core/Text.h"
 #include "webdav/Limits.h"
 #include "webdav/Methods.h"
+#include "webdav/Turns.h"
 
 namespace webdav {
 
@@ -113,7 +114,7 @@ Query ParseQuery(const Exchange& exchange) {
     const std::string text = ReadXmlBody(exchange.body);
     if (text.empty())
         return query;
-    const XmlTurn turn;
+    const Turn turn(g_xmlTurns);
     const XmlNode document = ParseXml(text);
     if (!document.name.IsDav("propfind"))
         throw HttpError(400, "the body is no propfind");

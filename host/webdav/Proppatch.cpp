@@ -7,6 +7,7 @@
 #include "webdav/FileReader.h"
 #include "webdav/Limits.h"
 #include "webdav/Methods.h"
+#include "webdav/Turns.h"
 
 namespace webdav {
 
@@ -56,7 +57,7 @@ void AddChange(Changes& changes, const XmlNode& property, bool isSet) {
 }
 
 Changes ParseChanges(const std::string& text) {
-    const XmlTurn turn;
+    const Turn turn(g_xmlTurns);
     const XmlNode document = text.empty() ? XmlNode() : ParseXml(text);
     if (!document.name.IsDav("propertyupdate"))
         throw HttpError(400, "the body is no propertyupdate");

@@ -25,6 +25,7 @@ public:
     void ForEach(const std::function<void(std::string_view)>& take);
 
 private:
+    void RequireRoom(std::size_t newBytes) const;
     void WriteToFile(std::string_view data);
 
     std::uint64_t m_size = 0;

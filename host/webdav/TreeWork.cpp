@@ -54,8 +54,8 @@ bool IsLink(const Volume& volume, const Resource& item, std::vector<MemberFailur
 }
 
 // Deeper than any client can ask for, so that nobody's folders exhaust the stack.
-bool IsTooDeep(const Resource& item, std::vector<MemberFailure>& failures) {
-    if (item.path.Depth() <= limits::pathComponents)
+bool IsTooDeep(const Resource& item, std::vector<MemberFailure>& failures, const VolumePath& target = {}) {
+    if (item.path.Depth() <= limits::pathComponents && target.Depth() <= limits::pathComponents)
         return false;
     failures.push_back({item.Url(), 403});
     return true;
@@ -97,7 +97,7 @@ bool RemoveTree(const Volume& volume, const Resource& item, std::vector<MemberFa
 
 bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow,
               std::vector<MemberFailure>& failures) {
-    if (IsTooDeep(source, failures) || IsLink(volume, source, failures))
+    if (IsTooDeep(source, failures, target) || IsLink(volume, source, failures))
         return false;
     if (!source.IsFolder() && !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent())) {
         failures.push_back({source.Url(), 507});
@@ -115,7 +115,7 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
 }
 
 bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, std::vector<MemberFailure>& failures) {
-    if (IsTooDeep(source, failures) || IsLink(volume, source, failures))
+    if (IsTooDeep(source, failures, target) || IsLink(volume, source, failures))
         return false;
     if (!source.IsFolder())
         return Try(source, failures, [&] { Rename(volume, source.entry->path, target); });

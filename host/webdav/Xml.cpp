@@ -6,7 +6,6 @@
 #include <cstring>
 #include <memory>
 #include <optional>
-#include <semaphore>
 #include <set>
 
 #include <expat.h>
@@ -56,8 +55,6 @@ void* Reallocate(void* data, std::size_t size) {
     }
     return moved;
 }
-
-std::counting_semaphore<limits::xmlAtOnce> g_turns(limits::xmlAtOnce);
 
 constexpr XML_Memory_Handling_Suite c_memory{Allocate, Reallocate, Free};
 
@@ -173,14 +170,6 @@ std::string XmlNode::Text() const {
     for (const XmlNode& child : children)
         all += child.text;
     return all;
-}
-
-XmlTurn::XmlTurn() {
-    g_turns.acquire();
-}
-
-XmlTurn::~XmlTurn() {
-    g_turns.release();
 }
 
 XmlNode ParseXml(std::string_view document) {

@@ -51,15 +51,6 @@ struct XmlNode {
     std::string Text() const;  // of the direct children
 };
 
-// Held while a document is taken apart and lives: few do at once, for their memory.
-class XmlTurn {
-public:
-    XmlTurn();
-    ~XmlTurn();
-    XmlTurn(const XmlTurn&) = delete;
-    XmlTurn& operator=(const XmlTurn&) = delete;
-};
-
 // Throws HttpError 400 for what is no well-formed document with well-formed namespaces, has a document type, is nested too
 // deeply or has too many nodes (see Limits.h).
 XmlNode ParseXml(std::string_view document);
