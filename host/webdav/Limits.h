@@ -12,6 +12,7 @@ namespace webdav::limits {
 constexpr std::size_t connections = 64;
 constexpr std::size_t connectionsOfOneAddress = 48;
 constexpr std::size_t connectionsNotLetIn = 16;   // which have not passed the checks of Access.h yet
+constexpr std::chrono::seconds freshTime{1};      // in which a newcomer makes room only when nobody else can
 constexpr std::size_t connectionsLeaving = 32;    // told to make room, and not gone yet
 constexpr std::chrono::seconds idleTime{75};      // between two requests
 constexpr std::chrono::seconds headerTime{20};
@@ -59,7 +60,7 @@ constexpr std::size_t propertyBytesOfOneFile = 64 * 1024;
 constexpr std::size_t propertyBytes = 8 * 1024 * 1024;  // of all, their files' paths included
 constexpr std::size_t changeBytes = 4 * 1024 * 1024;    // of the paths of changed files, for entity tags
 constexpr std::size_t pageEntries = 16'000;       // of a folder's page in a browser
-constexpr std::size_t pagesAtOnce = 4;            // others wait
+constexpr std::size_t listingsAtOnce = 2;         // others wait
 constexpr std::uint64_t diskReserve = 64 * 1024 * 1024;  // that an upload leaves on the temp folder's disk
 constexpr std::size_t spoolMemoryBytes = 256 * 1024;    // of an upload; the rest goes to a file
 

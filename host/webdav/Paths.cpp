@@ -198,19 +198,23 @@ bool AreSpellings(const std::wstring& left, const std::wstring& right) {
     return EqualNoCase(Normalized(left, NormalizationC), Normalized(right, NormalizationC));
 }
 
-bool MayBeListed(const Volume& volume, const Resource& folder, const Entry& entry) {
+ListedEntries::ListedEntries(const Volume& volume, const Resource& folder) : m_volume(volume), m_folder(folder) {
+    VirtMountInfo mount{};
+    if (!folder.path.IsRoot() && volume->GetMountInfoByVolumePath(folder.path.Str(), &mount))
+        m_mountPathSize = BoundedText(mount.path).size();
+}
+
+bool ListedEntries::Has(const Entry& entry) const {
     constexpr std::size_t c_surelyShort = 250;  // units; from 260 on, the platform's limit counts
     const std::wstring name = entry.Name();
     if (VolumePath::ComponentProblem(name) || entry.path.Depth() > limits::pathComponents)
         return false;
     if (ToUtf8(name).find("\xEF\xBF\xBD") != std::string::npos && name.find(L'\xFFFD') == std::wstring::npos)
         return false;  // not valid Unicode
-    VirtMountInfo mount{};
-    if (!entry.path.IsMountFolder() && volume->GetMountInfoByVolumePath(entry.path.Str(), &mount) &&
-        BoundedText(mount.path).size() + std::wcslen(entry.path.Str()) > c_surelyShort)
-        return volume.Find(folder.path.Child(name)).has_value();
+    if (m_mountPathSize > 0 && m_mountPathSize + std::wcslen(entry.path.Str()) > c_surelyShort)
+        return m_volume.Find(m_folder.path.Child(name)).has_value();
     const bool mayBeLink = (entry.data.fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
-    return !mayBeLink || volume.IsItself(entry);
+    return !mayBeLink || m_volume.IsItself(entry);
 }
 
 }  // namespace webdav

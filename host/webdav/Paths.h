@@ -50,7 +50,16 @@ Resource Locate(const Volume& volume, const VolumePath& path);
 Resource Listed(const Resource& folder, const Entry& entry);
 // Do the names differ in letter case and the composition of accents alone?
 bool AreSpellings(const std::wstring& left, const std::wstring& right);
-// Can a client ask for an entry of a listing of folder under its name, and is it there then?
-bool MayBeListed(const Volume& volume, const Resource& folder, const Entry& entry);
+// Which entries of a folder a client can ask for under their names, and will find then.
+class ListedEntries {
+public:
+    ListedEntries(const Volume& volume, const Resource& folder);
+    bool Has(const Entry& entry) const;
+
+private:
+    const Volume& m_volume;
+    const Resource& m_folder;
+    std::size_t m_mountPathSize = 0;  // units
+};
 
 }  // namespace webdav

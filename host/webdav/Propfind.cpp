@@ -6,6 +6,7 @@
 #include "core/Text.h"
 #include "webdav/Limits.h"
 #include "webdav/Methods.h"
+#include "webdav/Spool.h"
 #include "webdav/Turns.h"
 
 namespace webdav {
@@ -205,17 +206,20 @@ void AnswerPropfind(Exchange& exchange) {
     CheckConditions(exchange, resource);
     if (depth == Depth::Infinity && resource.IsFolder())
         throw HttpError(403, "one folder at a time is listed", "<D:propfind-finite-depth/>");
-    Response& response = exchange.response;
-    response.Begin(207, {{"Content-Type", "application/xml; charset=utf-8"}}, std::nullopt);
-    response.Write("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<D:multistatus xmlns:D=\"DAV:\">\n");
-    response.Write(listing.Entry(resource));
+    // Made at once, so that a slow client holds no search of a large folder open.
+    Spool spool;
+    spool.Append("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<D:multistatus xmlns:D=\"DAV:\">\n" + listing.Entry(resource));
     if (resource.IsFolder() && depth == Depth::One) {
+        const Turn turn(g_listingTurns);
+        const ListedEntries listed(exchange.state.volume, resource);
         Search search(exchange.state.volume, resource.entry->path);
         for (Entry entry; search.Next(entry);)
-            if (MayBeListed(exchange.state.volume, resource, entry))
-                response.Write(listing.Entry(Listed(resource, entry)));
+            if (listed.Has(entry))
+                spool.Append(listing.Entry(Listed(resource, entry)));
     }
-    response.Write("</D:multistatus>\n");
+    spool.Append("</D:multistatus>\n");
+    exchange.response.Begin(207, {{"Content-Type", "application/xml; charset=utf-8"}}, spool.Size());
+    spool.ForEach([&](std::string_view part) { exchange.response.Write(part); });
 }
 
 }  // namespace webdav

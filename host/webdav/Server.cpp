@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <list>
 #include <mutex>
 #include <thread>
@@ -29,8 +30,11 @@ struct Place {
         if (const auto endpoint = socket.remote_endpoint(error); !error)
             state.peer = endpoint.address().to_string();
     }
+    bool IsFresh() const { return std::chrono::steady_clock::now() - accepted < limits::freshTime; }
+
     tcp::socket socket;
     ConnectionState state;
+    std::chrono::steady_clock::time_point accepted = std::chrono::steady_clock::now();
 };
 
 class Connections {
@@ -77,20 +81,21 @@ public:
 
 private:
     // At most limit places, the newcomer's included, may be of the kind. Of those that wait for a request the ones that were
-    // not let in go first, then the others, then who is slow; the oldest of each.
+    // not let in go first, then the others, then who is slow, and who came just now only then; the oldest of each.
     template <class IsOfKind>
     bool MakeRoom(std::size_t limit, IsOfKind isOfKind) {
         const auto counts = [&](const Place& place) { return !place.state.mustLeave && isOfKind(place); };
         if (static_cast<std::size_t>(std::count_if(m_places.begin(), m_places.end(), counts)) <= limit)
             return true;
         const auto last = std::prev(m_places.end());
-        const std::function<bool(const ConnectionState&)> kinds[] = {
-            [](const ConnectionState& state) { return state.isWaiting && !state.wasLetIn; },
-            [](const ConnectionState& state) { return state.isWaiting.load(); },
-            [](const ConnectionState& state) { return state.isSlow.load(); },
+        const std::function<bool(const Place&)> kinds[] = {
+            [](const Place& place) { return place.state.isWaiting && !place.state.wasLetIn && !place.IsFresh(); },
+            [](const Place& place) { return place.state.isWaiting && place.state.wasLetIn; },
+            [](const Place& place) { return place.state.isSlow.load(); },
+            [](const Place& place) { return place.state.isWaiting.load(); },
         };
         for (const auto& isOfTheseFirst : kinds) {
-            const auto found = std::find_if(m_places.begin(), last, [&](const Place& place) { return counts(place) && isOfTheseFirst(place.state); });
+            const auto found = std::find_if(m_places.begin(), last, [&](const Place& place) { return counts(place) && isOfTheseFirst(place); });
             if (found == last)
                 continue;
             found->state.mustLeave = true;

@@ -9,7 +9,7 @@
 namespace webdav {
 
 inline std::counting_semaphore<limits::xmlAtOnce> g_xmlTurns(limits::xmlAtOnce);
-inline std::counting_semaphore<limits::pagesAtOnce> g_pageTurns(limits::pagesAtOnce);
+inline std::counting_semaphore<limits::listingsAtOnce> g_listingTurns(limits::listingsAtOnce);
 
 // A turn, as long as the object lives.
 template <class Turns>
