@@ -33,7 +33,8 @@ bool IsLink(const std::wstring& folder) {
     if (search == INVALID_HANDLE_VALUE)
         return false;
     FindClose(search);
-    return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && (found.dwReserved0 == 0 || IsReparseTagNameSurrogate(found.dwReserved0));
+    return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
+           (found.dwReserved0 == 0 || IsReparseTagNameSurrogate(found.dwReserved0));
 }
 
 // Those of dead processes. A living writer's is younger than a day or open, and an open one cannot be deleted.

@@ -3,8 +3,8 @@
 // lies a tracking file; a copy without one is what its container holds, or held.
 //
 // Nothing of a running program is touched: quelvol marks its own temp folder, for other programs their loaded modules
-// are looked at, and before anything is deleted it is opened so that nobody else can have it open. No link is followed, of whatever is in the
-// temp folder.
+// are looked at, and before anything is deleted it is opened so that nobody else can have it open. No link
+// is followed.
 #pragma once
 
 #include <filesystem>

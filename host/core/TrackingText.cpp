@@ -64,16 +64,20 @@ int HexDigit(wchar_t unit) {
     return digit == std::wstring_view::npos ? -1 : static_cast<int>(digit);
 }
 
+bool IsUnreserved(wchar_t unit) {
+    return (unit >= L'a' && unit <= L'z') || (unit >= L'A' && unit <= L'Z') || (unit >= L'0' && unit <= L'9') || unit == L'.' ||
+           unit == L'_' || unit == L'-';
+}
+
 std::optional<std::wstring> Decoded(std::wstring_view text) {
     std::string utf8;
     for (std::size_t i = 0; i < text.size(); ++i) {
         const int high = text[i] == L'%' && i + 2 < text.size() ? HexDigit(text[i + 1]) : -1;
         const int low = high < 0 ? -1 : HexDigit(text[i + 2]);
-        const bool stands = (text[i] | 0x20) >= L'a' && (text[i] | 0x20) <= L'z';
         if (low >= 0) {
             utf8 += static_cast<char>(high * 16 + low);
             i += 2;
-        } else if (stands || (text[i] >= L'0' && text[i] <= L'9') || std::wstring_view(L"._-").find(text[i]) != std::wstring_view::npos) {
+        } else if (IsUnreserved(text[i])) {
             utf8 += static_cast<char>(text[i]);
         } else {
             return std::nullopt;

@@ -99,8 +99,8 @@ public:
     // The item as it is now, found the way it is opened; nothing when it is gone.
     std::optional<Entry> FindAgain(const Entry& entry) const;
     // Call before storing anything under a path that Find does not find. Throws HostError when it would take the file on
-    // disk of an item with another name, or the place of a link. An encrypted "f.txt" would take a foreign "f.txt.zip", a plain one stands beside it:
-    // who does not know which it will be leaves that to the volume.
+    // disk of an item with another name, or the place of a link. An encrypted "f.txt" would take a foreign "f.txt.zip", a
+    // plain one stands beside it: who does not know which it will be leaves that to the volume.
     void RequireFree(const VolumePath& path, bool encrypted = false) const;
     // Find, or throws StatusError with the status that says what is missing: mount folder, folder or file.
     Entry Require(const VolumePath& path) const;

@@ -77,7 +77,8 @@ void DeadProperties::Change(const VolumePath& path, const std::map<XmlName, std:
             texts.erase(name);
     }
     const std::size_t ownBytes = SizeOf(texts), bytes = m_bytes - oldSize + (texts.empty() ? 0 : SizeOf(path) + ownBytes);
-    const bool isTooMuch = bytes > limits::propertyBytes || ownBytes > limits::propertyBytesOfOneFile || texts.size() > limits::propertiesOfOneFile;
+    const bool isTooMuch = bytes > limits::propertyBytes || ownBytes > limits::propertyBytesOfOneFile ||
+                           texts.size() > limits::propertiesOfOneFile;
     if (isTooMuch && bytes > m_bytes)
         throw HttpError(507, "too many properties are kept already");
     m_bytes = bytes;

@@ -45,7 +45,8 @@ public:
         const auto place = m_places.emplace(m_places.end(), std::move(socket));
         const auto ofOneAddress = [&](const Place& other) { return other.state.peer == place->state.peer; };
         const auto notLetIn = [](const Place& other) { return !other.state.wasLetIn; };
-        const bool fits = MakeRoom(limits::connectionsOfOneAddress, ofOneAddress) && MakeRoom(limits::connectionsNotLetIn, notLetIn) &&
+        const bool fits = MakeRoom(limits::connectionsOfOneAddress, ofOneAddress) &&
+                          MakeRoom(limits::connectionsNotLetIn, notLetIn) &&
                           MakeRoom(limits::connections, [](const Place&) { return true; });
         if (!fits || !WaitUntilSomeLeft(guard)) {
             RefuseConnection(place->socket);
@@ -95,7 +96,8 @@ private:
             [](const Place& place) { return place.state.isWaiting.load(); },
         };
         for (const auto& isOfTheseFirst : kinds) {
-            const auto found = std::find_if(m_places.begin(), last, [&](const Place& place) { return counts(place) && isOfTheseFirst(place); });
+            const auto found = std::find_if(m_places.begin(), last,
+                                            [&](const Place& place) { return counts(place) && isOfTheseFirst(place); });
             if (found == last)
                 continue;
             found->state.mustLeave = true;
