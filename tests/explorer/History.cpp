@@ -22,6 +22,7 @@ struct Opener {
     bool isPlain = false;
     bool isAccessed = false;  // an encrypted one: its temp file is made
     bool isDirty = false;     // its temp file holds what is not stored
+    bool wasLocked = false;   // when it was opened, so that it holds the lock's file open, also beyond the lock
     bool isDeleted = false;
     WordSet known = 0;
     WordSet marked = 0;  // what was there when it was marked for deletion
@@ -90,6 +91,7 @@ private:
     void Check(const Step& step, const Look& now);
     void Settle(const Step& step);
     void OpenAnew(int place);
+    bool IsHeldByOther(int actor) const { return !m_isLocked && m_openers[1 - actor].file && m_openers[1 - actor].wasLocked; }
     bool IsOnlyTracked(Word word) const { return word == kNothing ? m_look.tracksNothing : (Only(word) & m_look.inTemp & ~m_look.inFolders) != 0; }
     bool IsIdle() const { return !m_openers[0].file && !m_openers[1].file && !m_isLocked && m_waiting.empty(); }
 
@@ -180,6 +182,7 @@ bool History::Open(const Step& step, Opener& opener) {
     const bool readsOnly = step.argument == kOpenToRead;
     const std::uint32_t access = readsOnly ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE | DELETE;
     opener = {};
+    opener.wasLocked = m_isLocked;
     opener.mayOnlyRead = readsOnly;
     opener.disposition = readsOnly ? OPEN_EXISTING : step.argument;
     const bool startsEmpty = opener.disposition == CREATE_ALWAYS || opener.disposition == TRUNCATE_EXISTING;
@@ -411,7 +414,7 @@ void History::Check(const Step& step, const Look& now) {
     if (step.op == Op::Write)
         Expect((Only(opener.current) & ~found) == 0, "what was written is found nowhere");
     if (step.op == Op::Close && !opener.isDeleted && opener.isDirty && step.failing == Failing::None)
-        Expect((Only(opener.current) & ~now.inFolders) == 0, "closed, but not stored");
+        Expect((Only(opener.current) & ~(IsHeldByOther(step.actor) ? found : now.inFolders)) == 0, "closed, but not stored");
 }
 
 // What is known only after the step.
