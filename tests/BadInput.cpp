@@ -53,6 +53,9 @@ TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
         {L"Docs\\no folder\\a.txt", VVS_PathNotFound},
         {L"Docs\\" + std::wstring(248, L'n') + L".txt", VVS_InvalidParameter},  // its container has 256 units
         {kOverLong + L".txt", VVS_InvalidParameter},
+        {L"Docs\\a." + std::wstring(199, L'x'), VVS_InvalidParameter},  // an ending that leaves no room for a conflict name
+        {L"Docs\\\xD800.txt", VVS_InvalidParameter},                   // half a character
+        {L"Docs\\a\xDC00\xD800.txt", VVS_InvalidParameter},
         {L"Docs\\NUL.txt", VVS_MountFolderNotFound},
         {L"Docs\\com1", VVS_MountFolderNotFound},
         {L"Plain\\AUX.log", VVS_MountFolderNotFound},

@@ -1,7 +1,8 @@
 // Whatever call of the companion library fails while something is done, and however: the old or the new content stands whole,
 // an edit that was taken is on disk, a status and the trace tell of it, nothing is left over, and the next attempt works.
-#include "harness/ConflictsAndBackups.h"
-#include "harness/MovingFixture.h"
+#include "harness/VolumeFixture.h"
+
+#include <filesystem>
 
 #include <memory>
 
@@ -46,7 +47,7 @@ const std::string kTheirs = Filled("theirs", 75'000);
 
 }  // namespace
 
-class EveryFaultOneAtATime : public Moving {
+class EveryFaultOneAtATime : public VolumeFixture {
 protected:
     using Act = std::function<VirtualVolumeStatus(Scene&)>;
     using Step = std::function<void(Scene&)>;
@@ -55,15 +56,6 @@ protected:
         Act act;                                                // the first status that is none of success
         std::function<void(Scene&, VirtualVolumeStatus)> look;  // at what the failure left, then makes the next attempt
     };
-
-    void SetUp() override {
-        Moving::SetUp();
-        m_user = std::make_unique<PromptedUser>();
-    }
-    void TearDown() override {
-        m_user.reset();
-        Moving::TearDown();
-    }
 
     void Sweep(const Scenario& scenario);
 
@@ -82,7 +74,7 @@ protected:
     void ExpectRead(Scene& scene, VirtualVolumeStatus status);
     void ExpectEdit(Scene& scene, const std::string& before);
     bool IsOnDisk(const std::string& edit) const;
-    void Unlock(Scene& scene);
+    void Release(Scene& scene);
     // Has the protected folders asked for anew; an enumeration that ended early is believed until they change.
     void ReconfigureAnew() {
         Configure(DefaultConfiguration() + std::string(static_cast<std::size_t>(++m_configurations % 50), ' '));
@@ -92,7 +84,6 @@ private:
     bool RunOnce(const Scenario& scenario, const FaultRow& row, std::uint32_t nth);
     static void ExpectStatusOf(Fault fault, const std::string& call, VirtualVolumeStatus status);
 
-    std::unique_ptr<PromptedUser> m_user;  // cancels: the edit stays a temp file
     int m_scenes = 0;
     int m_configurations = 0;
 };
@@ -187,7 +178,7 @@ VirtualVolumeStatus EveryFaultOneAtATime::Edit(Scene& scene, std::uint32_t dispo
     return status;
 }
 
-void EveryFaultOneAtATime::Unlock(Scene& scene) {
+void EveryFaultOneAtATime::Release(Scene& scene) {
     if (!scene.token.empty()) {
         EXPECT_OK(volume()->Unlock(scene.path.c_str(), scene.token.c_str()));
     }
@@ -199,7 +190,7 @@ void EveryFaultOneAtATime::ExpectRead(Scene& scene, VirtualVolumeStatus status) 
     }
     EXPECT_TRUE(kOld == ContainerContent(ContainerPath(scene.path)));
     EXPECT_TRUE(kOld == Get(scene.path));
-    Unlock(scene);
+    Release(scene);
 }
 
 bool EveryFaultOneAtATime::IsOnDisk(const std::string& edit) const {
@@ -226,7 +217,7 @@ void EveryFaultOneAtATime::ExpectEdit(Scene& scene, const std::string& before) {
     VirtFindData findData{};
     EXPECT_OK(Edit(scene, Find(scene.path, &findData) ? OPEN_EXISTING : CREATE_NEW));
     EXPECT_TRUE(kNew == Get(scene.path));
-    Unlock(scene);
+    Release(scene);
     EXPECT_EQ(1u, FilesBelow(NativePath(scene.folder)).size());
 }
 
@@ -349,7 +340,7 @@ TEST_F(EveryFaultOneAtATime, LockingAndUnlocking) {
             return status == VVS_Success ? unlocked : status;
         };
         const auto look = [&](Scene& scene, VirtualVolumeStatus) {
-            Unlock(scene);
+            Release(scene);
             LockInfo lockInfo{};
             EXPECT_NE(VVS_Success, volume()->FindLock(scene.path.c_str(), nullptr, &lockInfo)) << "no lock stays";
             scene.token.clear();

@@ -1,11 +1,11 @@
 // Threads and processes that work at once while the companion library fails now and then. Each thread keeps a model of
 // documents of its own, which must hold at any moment; documents that all share stay whole versions.
-#include "harness/ConflictsAndBackups.h"
-#include "harness/MovingFixture.h"
+#include "harness/VolumeFixture.h"
 #include "load/Documents.h"
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <mutex>
 #include <optional>
 #include <random>
@@ -39,7 +39,7 @@ struct Model {
 
 }  // namespace
 
-class WorkingUnderLoad : public Moving {
+class WorkingUnderLoad : public VolumeFixture {
 protected:
     class Worker {
     public:
@@ -293,7 +293,6 @@ TEST_F(WorkingUnderLoad, EqualsTheModelWhateverFails) {
     std::printf("seed %u for %u s (QUELCRYPT_TEST_SEED, QUELCRYPT_TEST_SECONDS)\n", seed, seconds);
     SCOPED_TRACE("seed " + std::to_string(seed));
     TestCompanion_SetLevel(1);
-    PromptedUser cancels;
     MakeFolder(L"Docs\\sub");
     for (int document = 0; document < kShared; ++document)
         MakeEncrypted(L"Docs\\d" + std::to_wstring(document) + L".txt", Version(document, 0));

@@ -9,7 +9,7 @@
 #include <windows.h>
 
 #include "Documents.h"
-#include "harness/ConflictsAndBackups.h"
+#include "harness/Prompts.h"
 #include "quelcrypt/IVirtualVolume.h"
 
 namespace {
@@ -83,7 +83,8 @@ int main(int argc, char** argv) {
         reinterpret_cast<void*>(module ? GetProcAddress(module, "Quelcrypt_VolumeFactory") : nullptr));
     if (!factory)
         return 1;
-    PromptedUser cancels;
+    if (!prompts::TakeOver(module))
+        return 1;
     IVirtualVolume* const volume = factory();
     Victim victim(volume, static_cast<unsigned>(std::strtoul(argv[1], nullptr, 10)));
     std::printf("ready\n");
