@@ -201,8 +201,7 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
     VirtMountInfo mountInfo{};
     char data[8];
     void* hFile = nullptr;
-    const std::string docs = Narrow(NativePath(L"Docs"));
-    const auto ending = [](const char* calls, Fault fault) { TestCompanion_FailNth(calls, 1, fault, true); };
+    const auto ending = [](const char* calls) { TestCompanion_FailNth(calls, 1, Fault::Null, true); };
     const struct {
         std::function<void()> action;
         std::string line;
@@ -221,8 +220,7 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
          "=>VVS_PathAlreadyExists, "},
         {[&] { volume()->GetMountInfoByNativePath(nullptr, &mountInfo); },
          "VirtualMountFolder::GetMountFolderInfoByNativePath nativeFilePath != 0 && &nativeFilePath =>false, "},
-        {[&] { volume()->Lock(L"Plain\\b", &lockInfo); },
-         "FileLocker::Lock lockInfo->lockScope == LockScope_Shared =>false, "},
+        {[&] { volume()->Lock(L"Plain\\b", &lockInfo); }, "FileLocker::Lock lockInfo->lockScope == LockScope_Shared =>false, "},
         {[&] { volume()->Lock(L"Plain\\b", &lockInfo); },
          "VirtualVolume::Lock FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>VVS_LockScopeViolation, "},
         {[&] { volume()->Lock(L"Docs", &lockInfo); },
@@ -231,18 +229,18 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
         {[&] { volume()->FindNextLock(&findData, &lockInfo); },
          "FileLocker::FindNextLock ( 0 != hFind && *(DWORD*)hFind == 'MLFF') =>false, "},
         {[&] {
-             ending("Quelcrypt_GetProtectedFolderEnum", Fault::Null);
+             ending("Quelcrypt_GetProtectedFolderEnum");
              List(L"*");
          },
          "VirtualMountFolder::LoadFolders protectedFolders.Ptr() != 0 =>false, "},
         {[&] {
-             ending("Quelcrypt_GetHalvaneBoxConfig", Fault::Null);
+             ending("Quelcrypt_GetHalvaneBoxConfig");
              Open(&hFile, L"Docs\\new\\n.txt", kReadWrite, CREATE_NEW);
          },
          "DoesFolderHavePolicy Quelcrypt_GetHalvaneBoxConfig( Utf8EncodeStr(folderPath, (DWORD)wcslen(folderPath)), cnfg.GetAddr(), 0, 0) "
          "!= 0 =>false, "},
         {[&] {
-             ending("Quelcrypt_FileReaderFactory", Fault::Null);
+             ending("Quelcrypt_FileReaderFactory");
              MakeContainer(ContainerPath(L"Docs\\c.txt"), L"c.txt", "content");
              EXPECT_EQ("<VSS_DecryptError>", Get(L"Docs\\c.txt"));
          },
@@ -255,19 +253,20 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
             << row.line << "\nis not among\n" << ::testing::PrintToString(errors);
         EXPECT_EQ(nullptr, hFile);
     }
+    EXPECT_OK(volume()->Unlock(L"Plain\\b", token.c_str()));
+}
+
+TEST_F(FollowingTheTrace, SearchesSayWhatTheyMissed) {
     const auto missing = MessagesDuring(LogLevel_Error, [&] { List(L"Docs\\missing\\*"); });
     ASSERT_EQ(1u, missing.size());
     EXPECT_EQ(0u, missing[0].find("VirtualFindFile::FindFirstFileW hFind != ((HANDLE)(LONG_PTR)-1) || GetLastError() == 2L =>FALSE,  "
-                                  "filePathSearch[" + docs + "\\missing\\*]. Error["))
+                                  "filePathSearch[" + Narrow(NativePath(L"Docs\\missing\\*")) + "]. Error["))
         << missing[0];
     EXPECT_NE(std::string::npos, missing[0].find("Error code: 3]")) << missing[0];
-
     Configure(R"({"folders": []})");
+    VirtFindData findData{};
     EXPECT_EQ((std::vector<std::string>{"VirtualVolume::FindRoot Virtual volume is empty!"}),
               MessagesDuring(LogLevel_Warning, [&] { volume()->FindFile(L"", &findData); }));
-    Configure(DefaultConfiguration());
-    List(L"*");
-    EXPECT_OK(volume()->Unlock(L"Plain\\b", token.c_str()));
 }
 
 TEST_F(FollowingTheTrace, OrdinaryUseLeavesNoErrorsAndNoContent) {
