@@ -6,7 +6,6 @@
 #include <random>
 #include <vector>
 
-#include "harness/ConflictsAndBackups.h"
 #include "harness/VolumeFixture.h"
 
 namespace {
@@ -158,7 +157,6 @@ TEST_F(CallsAtRandom, HarmNothing) {
     const unsigned seed = given ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : 1;
     std::printf("QUELCRYPT_TEST_SEED=%u\n", seed);
     m_random.seed(seed);
-    PromptedUser cancels;
     WriteRaw(root() + L"\\canary.txt", "not in the volume");
     Put(L"Docs\\untouched.txt", "content");
 

@@ -1,4 +1,5 @@
 // What a support engineer relies on: the trace log, as the companion library's logger receives it.
+#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
 #include <algorithm>
@@ -45,8 +46,13 @@ std::size_t CountOf(const std::vector<LogLine>& lines, std::uint32_t level) {
     return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) { return line.level == level; }));
 }
 
-// Longer than the volume remembers the log's level.
-void LetTheLevelBeReadAgain() { Sleep(3100); }
+// Longer than the volume remembers the log's level, by the volume's clock.
+DWORD g_later = 0;
+DWORD WINAPI LaterTickCount() { return GetTickCount() + g_later; }
+void LetTheLevelBeReadAgain() {
+    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "GetTickCount", reinterpret_cast<void*>(&LaterTickCount));
+    g_later += 3100;
+}
 
 }  // namespace
 
@@ -160,29 +166,24 @@ TEST_F(FollowingTheTrace, TheLevelIsAskedSeldomAndObeyed) {
         EXPECT_EQ(0u, line.indent) << line.message;
 
     // It may change at any moment: what had entered silently leaves silently, and the nesting is what it was.
-    LetTheLevelBeReadAgain();
-    TestCompanion_SetHook("Quelcrypt_GetFileInformation",
-                          [](void*) {
-                              LetTheLevelBeReadAgain();
-                              TestCompanion_SetLevel(LogLevel_Trace);
-                          },
-                          nullptr);
-    Touch(NativePath(L"Docs"));
-    const auto louder = ParseAll(LinesDuring([&] { List(L"Docs\\*"); }));
+    const auto changeTo = [&](std::uint32_t level) {
+        LetTheLevelBeReadAgain();
+        Touch(NativePath(L"Docs"));
+        std::vector<LogLine> changed;
+        Before("Quelcrypt_GetFileInformation",
+               [level] {
+                   LetTheLevelBeReadAgain();
+                   TestCompanion_SetLevel(level);
+               },
+               [&] { changed = LinesDuring([&] { List(L"Docs\\*"); }); });
+        return ParseAll(changed);
+    };
+    const auto louder = changeTo(LogLevel_Trace);
     ASSERT_FALSE(louder.empty());
     EXPECT_EQ(0u, louder.front().indent);
     EXPECT_EQ(std::count_if(louder.begin(), louder.end(), [](const TraceLine& line) { return line.kind == "ENTER"; }),
               std::count_if(louder.begin(), louder.end(), [](const TraceLine& line) { return line.kind == "LEAVE"; }));
-
-    TestCompanion_SetHook("Quelcrypt_GetFileInformation",
-                          [](void*) {
-                              LetTheLevelBeReadAgain();
-                              TestCompanion_SetLevel(0);
-                          },
-                          nullptr);
-    Touch(NativePath(L"Docs"));
-    List(L"Docs\\*");
-    TestCompanion_SetHook(nullptr, nullptr, nullptr);
+    changeTo(0);
     EXPECT_EQ(0u, LinesDuring([&] { List(L"Nowhere\\*"); }).size());
     TestCompanion_SetLevel(LogLevel_Trace);
     LetTheLevelBeReadAgain();
@@ -200,8 +201,7 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
     VirtMountInfo mountInfo{};
     char data[8];
     void* hFile = nullptr;
-    const std::string docs = Narrow(NativePath(L"Docs"));
-    const auto ending = [](const char* calls, Fault fault) { TestCompanion_FailNth(calls, 1, fault, true); };
+    const auto ending = [](const char* calls) { TestCompanion_FailNth(calls, 1, Fault::Null, true); };
     const struct {
         std::function<void()> action;
         std::string line;
@@ -213,10 +213,14 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
         {[&] { volume()->ReadFile(nullptr, 0, data, 8, nullptr, nullptr); },
          "VirtualVolume::ReadFile hFile->Read(fileOffset, data, requestedSize, outActualSize) =>VVS_InvalidParameter, "},
         {[&] { volume()->SetFileInfo(nullptr, 0, nullptr); }, "VirtualVolume::SetFileInfo virtFindData != 0 =>false, "},
+        {[&] { Rename(nullptr, L"Docs\\b.txt"); },
+         "VirtualVolume::RenameFile hFile->Rename(newFilePath, newLockTokenAlways ) =>VVS_InvalidParameter, "},
+        {[&] { Move(L"Plain\\b", L"Docs\\a.txt"); },
+         "VirtualVolume::MoveOrCopyFile virtualItemExisting->Move(fullNewFilePath, keepExistingFile, newFileLockTokenAlways) "
+         "=>VVS_PathAlreadyExists, "},
         {[&] { volume()->GetMountInfoByNativePath(nullptr, &mountInfo); },
          "VirtualMountFolder::GetMountFolderInfoByNativePath nativeFilePath != 0 && &nativeFilePath =>false, "},
-        {[&] { volume()->Lock(L"Plain\\b", &lockInfo); },
-         "FileLocker::Lock lockInfo->lockScope == LockScope_Shared =>false, "},
+        {[&] { volume()->Lock(L"Plain\\b", &lockInfo); }, "FileLocker::Lock lockInfo->lockScope == LockScope_Shared =>false, "},
         {[&] { volume()->Lock(L"Plain\\b", &lockInfo); },
          "VirtualVolume::Lock FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>VVS_LockScopeViolation, "},
         {[&] { volume()->Lock(L"Docs", &lockInfo); },
@@ -225,18 +229,18 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
         {[&] { volume()->FindNextLock(&findData, &lockInfo); },
          "FileLocker::FindNextLock ( 0 != hFind && *(DWORD*)hFind == 'MLFF') =>false, "},
         {[&] {
-             ending("Quelcrypt_GetProtectedFolderEnum", Fault::Null);
+             ending("Quelcrypt_GetProtectedFolderEnum");
              List(L"*");
          },
          "VirtualMountFolder::LoadFolders protectedFolders.Ptr() != 0 =>false, "},
         {[&] {
-             ending("Quelcrypt_GetHalvaneBoxConfig", Fault::Null);
+             ending("Quelcrypt_GetHalvaneBoxConfig");
              Open(&hFile, L"Docs\\new\\n.txt", kReadWrite, CREATE_NEW);
          },
          "DoesFolderHavePolicy Quelcrypt_GetHalvaneBoxConfig( Utf8EncodeStr(folderPath, (DWORD)wcslen(folderPath)), cnfg.GetAddr(), 0, 0) "
          "!= 0 =>false, "},
         {[&] {
-             ending("Quelcrypt_FileReaderFactory", Fault::Null);
+             ending("Quelcrypt_FileReaderFactory");
              MakeContainer(ContainerPath(L"Docs\\c.txt"), L"c.txt", "content");
              EXPECT_EQ("<VSS_DecryptError>", Get(L"Docs\\c.txt"));
          },
@@ -249,60 +253,40 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
             << row.line << "\nis not among\n" << ::testing::PrintToString(errors);
         EXPECT_EQ(nullptr, hFile);
     }
+    EXPECT_OK(volume()->Unlock(L"Plain\\b", token.c_str()));
+}
+
+TEST_F(FollowingTheTrace, SearchesSayWhatTheyMissed) {
     const auto missing = MessagesDuring(LogLevel_Error, [&] { List(L"Docs\\missing\\*"); });
     ASSERT_EQ(1u, missing.size());
     EXPECT_EQ(0u, missing[0].find("VirtualFindFile::FindFirstFileW hFind != ((HANDLE)(LONG_PTR)-1) || GetLastError() == 2L =>FALSE,  "
-                                  "filePathSearch[" + docs + "\\missing\\*]. Error["))
+                                  "filePathSearch[" + Narrow(NativePath(L"Docs\\missing\\*")) + "]. Error["))
         << missing[0];
     EXPECT_NE(std::string::npos, missing[0].find("Error code: 3]")) << missing[0];
-
     Configure(R"({"folders": []})");
+    VirtFindData findData{};
     EXPECT_EQ((std::vector<std::string>{"VirtualVolume::FindRoot Virtual volume is empty!"}),
               MessagesDuring(LogLevel_Warning, [&] { volume()->FindFile(L"", &findData); }));
-    Configure(DefaultConfiguration());
-    List(L"*");
-    EXPECT_OK(volume()->Unlock(L"Plain\\b", token.c_str()));
 }
 
 TEST_F(FollowingTheTrace, OrdinaryUseLeavesNoErrorsAndNoContent) {
     LinesDuring([&] { List(L"*"); });
     const auto lines = LinesDuring([&] {
-        Put(L"Docs\\new.txt", "TOP SECRET WORDS");
-        EXPECT_EQ("TOP SECRET WORDS", Get(L"Docs\\new.txt"));
+        Put(L"Docs\\100%s%n%d.txt", "TOP SECRET WORDS");
+        EXPECT_EQ("TOP SECRET WORDS", Get(L"Docs\\100%s%n%d.txt"));
         List(L"Docs\\*.txt");
         VirtFindData findData{};
         EXPECT_FALSE(Find(L"Docs\\missing.txt", &findData)) << "what may be missing is no error";
         EXPECT_EQ(nullptr, volume()->FindFirstFileW(L"Docs\\missing.txt", &findData));
         VirtMountInfo mountInfo{};
         EXPECT_FALSE(volume()->GetMountInfoByVolumePath(L"Nowhere", &mountInfo));
-        Delete(L"Docs\\new.txt");
+        Delete(L"Docs\\100%s%n%d.txt");
     });
     for (const LogLine& line : lines)
         EXPECT_LE(LogLevel_Information, line.level) << Narrow(line.text);
     EXPECT_FALSE(HasLine(lines, L"SECRET"));
-}
-
-TEST_F(FollowingTheTrace, NamesAndMissingArgumentsAreShownAsTheyAre) {
-    Put(L"Docs\\100%s%n%d.txt", "first");
-    const auto lines = LinesDuring([&] {
-        EXPECT_EQ("first", Get(L"Docs\\100%s%n%d.txt"));
-        volume()->OpenFile(nullptr, L"Nowhere\\%s%n", 0, 0, 3, nullptr, nullptr);
-        void* hFile = nullptr;
-        Open(&hFile, L"Nowhere\\%s%n");
-    });
-    EXPECT_TRUE(HasLine(lines, L"filePath[Docs\\100%s%n%d.txt]"));
-    EXPECT_TRUE(HasLine(lines, L"Name:100%s%n%d.txt, Virtual:VIT_EncryptedFile, Size:5, Attr:FILE_ATTRIBUTE_ARCHIVE(0x20), Create:"));
-    EXPECT_TRUE(HasLine(lines, L"=>false,  filePath[Nowhere\\%s%n]\n"));
-    EXPECT_TRUE(HasLine(lines, L"lockToken[<NULL>]"));
-    EXPECT_TRUE(HasLine(lines, L"ENTER VirtualMountFolder::ParseFilePath path[Nowhere\\%s%n]\n"));
-
-    const auto nulls = LinesDuring([&] {
-        char data[1];
-        volume()->ReadFile(nullptr, 0xFFFFFFFF, data, 1, nullptr, nullptr);
-        volume()->Lock(nullptr, nullptr);
-        volume()->CloseFile(nullptr, nullptr);
-    });
-    EXPECT_TRUE(HasLine(nulls, L"VirtualVolume::ReadFile hFile[0x0000000000000000], fileOffset["));
-    EXPECT_TRUE(HasLine(nulls, L"VirtFindData[<NULL>]"));
-    EXPECT_TRUE(HasLine(nulls, L"filePath[<NULL>], lockInfo[<NULL>]"));
+    for (const wchar_t* shown :
+         {L"ENTER VirtualMountFolder::ParseFilePath path[Docs\\100%s%n%d.txt]\n", L"lockToken[<NULL>]", L"VirtFindData[<NULL>]",
+          L"Name:100%s%n%d.txt, Virtual:VIT_EncryptedFile, Size:16, Attr:FILE_ATTRIBUTE_ARCHIVE(0x20), Create:"})
+        EXPECT_TRUE(HasLine(lines, shown)) << Narrow(shown);
 }

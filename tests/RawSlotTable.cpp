@@ -57,6 +57,12 @@ TEST_F(RawSlotTable, EachSlotStandsWhereItMust) {
     EXPECT_OK((Call<VirtualVolumeStatus>(15, L"Plain\\c", L"Plain\\d", noToken)));
     EXPECT_EQ((std::vector<std::wstring>{L"b", L"d"}), List(L"Plain\\*"));
 
+}
+
+TEST_F(RawSlotTable, SoDoThoseOfLocksAndOfTheObjectItself) {
+    WriteRaw(NativePath(L"Plain\\b"), "CONte");
+    const wchar_t* const noToken = nullptr;
+    VirtFindData* const noData = nullptr;
     LockInfo lockInfo = NewLock(LockScope_Shared);
     ASSERT_OK((Call<VirtualVolumeStatus>(23, L"Plain\\b", &lockInfo)));
     const std::wstring token = lockInfo.token;
@@ -80,6 +86,7 @@ TEST_F(RawSlotTable, EachSlotStandsWhereItMust) {
     // 0 destroys and, asked to, frees; 1 does both. What one object opened, another closes.
     IVirtualVolume* const first = NewVolume();
     IVirtualVolume* const second = NewVolume();
+    void* hFile = nullptr;
     ASSERT_OK(first->OpenFile(&hFile, L"Plain\\b", GENERIC_READ, kShareAll, OPEN_EXISTING, nullptr, nullptr));
     void** const table = *reinterpret_cast<void***>(first);
     EXPECT_EQ(first, reinterpret_cast<void* (*)(void*, std::uint32_t)>(table[0])(first, 1));

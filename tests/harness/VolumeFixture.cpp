@@ -5,6 +5,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "harness/Prompts.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 namespace fs = std::filesystem;
@@ -26,6 +27,20 @@ std::string Narrow(std::wstring_view text) {
     narrow.resize(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
                                                                static_cast<int>(narrow.size()), nullptr, nullptr)));
     return narrow;
+}
+
+std::wstring ConflictName(const std::wstring& name, int number, const wchar_t* what) {
+    SYSTEMTIME now{};
+    GetLocalTime(&now);
+    wchar_t suffix[80];
+    swprintf(suffix, std::size(suffix), L" (HalvaneCloud %ls edit %04d-%02d-%02d)", what, now.wYear, now.wMonth, now.wDay);
+    const std::size_t dot = std::min(name.rfind(L'.'), name.size());
+    return name.substr(0, dot) + suffix + (number > 1 ? L" (" + std::to_wstring(number) + L")" : L"") + name.substr(dot);
+}
+
+Held::Held(const std::wstring& nativePath, DWORD shareMode)
+    : m_handle(CreateFileW(nativePath.c_str(), GENERIC_READ, shareMode, nullptr, OPEN_EXISTING, 0, nullptr)) {
+    EXPECT_NE(INVALID_HANDLE_VALUE, m_handle) << Narrow(nativePath);
 }
 
 const char* VolumeFixture::DefaultConfiguration() {
@@ -57,6 +72,7 @@ void VolumeFixture::SetUp() {
 void VolumeFixture::LoadVolume() {
     m_module = LoadLibraryW(L"QuelcryptVol64.dll");
     ASSERT_NE(nullptr, m_module);
+    ASSERT_TRUE(prompts::TakeOver(m_module));
     m_volume = NewVolume();
     ASSERT_NE(nullptr, m_volume);
 }
@@ -99,6 +115,15 @@ VirtualVolumeStatus VolumeFixture::Open(void** hFile, const std::wstring& volume
     return volume()->OpenFile(hFile, volumePath.c_str(), access, kShareAll, disposition, lockToken, nullptr);
 }
 
+VirtualVolumeStatus VolumeFixture::TryOpen(const std::wstring& volumePath, std::uint32_t access, std::uint32_t disposition,
+                                           const wchar_t* lockToken) {
+    void* hFile = nullptr;
+    const VirtualVolumeStatus status = Open(&hFile, volumePath, access, disposition, lockToken);
+    EXPECT_EQ(status == VVS_Success, hFile != nullptr);
+    Close(hFile);
+    return status;
+}
+
 void* VolumeFixture::MustOpen(const std::wstring& volumePath, std::uint32_t access, std::uint32_t disposition, const wchar_t* lockToken) {
     void* hFile = nullptr;
     EXPECT_OK(Open(&hFile, volumePath, access, disposition, lockToken)) << Narrow(volumePath);
@@ -123,11 +148,11 @@ std::string VolumeFixture::Read(void* hFile, std::uint64_t offset, std::uint32_t
     return content;
 }
 
-void VolumeFixture::Put(const std::wstring& volumePath, std::string_view content) {
+void VolumeFixture::Put(const std::wstring& volumePath, std::string_view content, const wchar_t* lockToken) {
     VirtFindData findData{};
-    void* const hFile = MustOpen(volumePath, kReadWrite, Find(volumePath, &findData) ? OPEN_EXISTING : CREATE_NEW);
+    void* const hFile = MustOpen(volumePath, kReadWrite, Find(volumePath, &findData) ? OPEN_EXISTING : CREATE_NEW, lockToken);
     ASSERT_NE(nullptr, hFile);
-    EXPECT_OK(volume()->SetFileSize(hFile, 0, nullptr));
+    EXPECT_OK(SetSize(hFile, 0));
     EXPECT_OK(Write(hFile, content));
     Close(hFile);
 }
@@ -156,6 +181,13 @@ void VolumeFixture::Delete(const std::wstring& volumePath) {
     Close(hFile);
 }
 
+VirtualVolumeStatus VolumeFixture::Rename(const std::wstring& from, const std::wstring& to) {
+    void* const hFile = MustOpen(from);
+    const VirtualVolumeStatus status = Rename(hFile, to);
+    Close(hFile);
+    return status;
+}
+
 std::vector<VirtFindData> VolumeFixture::ListRecords(const std::wstring& volumePathSpec) {
     std::vector<VirtFindData> records;
     VirtFindData findData{};
@@ -169,52 +201,83 @@ std::vector<VirtFindData> VolumeFixture::ListRecords(const std::wstring& volumeP
     return records;
 }
 
-std::vector<std::wstring> VolumeFixture::List(const std::wstring& volumePathSpec) {
-    std::vector<std::wstring> names;
+Names VolumeFixture::List(const std::wstring& volumePathSpec) {
+    Names names;
     for (const VirtFindData& record : ListRecords(volumePathSpec))
         names.emplace_back(record.fileName);
     std::sort(names.begin(), names.end());
     return names;
 }
 
-bool VolumeFixture::Find(const std::wstring& volumePath, VirtFindData* findData) {
-    return volume()->FindFile(volumePath.c_str(), findData);
+VirtFindData VolumeFixture::Record(const std::wstring& volumePath) {
+    VirtFindData findData{};
+    EXPECT_TRUE(Find(volumePath, &findData)) << Narrow(volumePath);
+    return findData;
+}
+
+void VolumeFixture::MakeFolder(const std::wstring& volumePath) const { fs::create_directories(NativePath(volumePath)); }
+
+void VolumeFixture::MakeEncrypted(const std::wstring& volumePath, std::string_view content) {
+    const std::wstring making = NativePath(L"Docs\\making.zip");
+    MakeContainer(making, fs::path(volumePath).filename().wstring(), content);
+    fs::rename(making, ContainerPath(volumePath));
 }
 
 void VolumeFixture::MakeContainer(const std::wstring& nativeContainerPath, const std::wstring& storedName, std::string_view content) {
-    CHvcStringWImpl* const path = new CHvcStringWImpl(nativeContainerPath.c_str());
-    CHvcStringWImpl* const name = new CHvcStringWImpl(storedName.c_str());
-    CHvcStringWImpl* const source = new CHvcStringWImpl(L"");
+    CHvcStringWImpl path(nativeContainerPath.c_str()), name(storedName.c_str()), source(L"");
     const SYSTEMTIME time{2024, 5, 3, 1, 12, 30, 14, 0};
     IFileWriter* const writer =
-        Quelcrypt_FileWriterFactory(path, name, source, FILE_ATTRIBUTE_ARCHIVE, &time, &time, &time, 2, 32768, nullptr);
+        Quelcrypt_FileWriterFactory(&path, &name, &source, FILE_ATTRIBUTE_ARCHIVE, &time, &time, &time, 2, 32768, nullptr);
     ASSERT_NE(nullptr, writer);
     EXPECT_TRUE(content.empty() || writer->Write(content.data(), static_cast<std::uint32_t>(content.size())));
     EXPECT_TRUE(writer->Finish(true));
     writer->Release();
-    path->Release();
-    name->Release();
-    source->Release();
+}
+
+std::wstring VolumeFixture::StoredPath(const std::wstring& volumePath) const {
+    return volumePath.starts_with(L"Plain") ? NativePath(volumePath) : ContainerPath(volumePath);
+}
+
+std::string VolumeFixture::Stored(const std::wstring& volumePath) {
+    return volumePath.starts_with(L"Plain") ? ReadRaw(NativePath(volumePath)) : ContainerContent(ContainerPath(volumePath));
+}
+
+void VolumeFixture::Store(const std::wstring& volumePath, std::string_view content) {
+    volumePath.starts_with(L"Plain") ? MakePlain(volumePath, content) : MakeEncrypted(volumePath, content);
+}
+
+void VolumeFixture::SaveElsewhere(const std::wstring& volumePath, std::string_view content) {
+    Store(volumePath, content);
+    Touch(StoredPath(volumePath));
+}
+
+std::function<void()> VolumeFixture::SaverElsewhere(const std::wstring& volumePath, std::string_view content) {
+    const std::wstring newer = NativePath(L"newer"), place = StoredPath(volumePath), aside = NativePath(L"aside");
+    const bool isThere = Exists(place);
+    if (isThere)
+        fs::rename(place, aside);
+    SaveElsewhere(volumePath, content);
+    fs::rename(place, newer);
+    if (isThere)
+        fs::rename(aside, place);
+    return [=] { MoveFileExW(newer.c_str(), place.c_str(), MOVEFILE_REPLACE_EXISTING); };
 }
 
 std::string VolumeFixture::ContainerContent(const std::wstring& nativeContainerPath) {
     if (!Exists(nativeContainerPath))
         return "<none>";
-    CHvcStringWImpl* const path = new CHvcStringWImpl(nativeContainerPath.c_str());
-    std::string content;
+    CHvcStringWImpl path(nativeContainerPath.c_str());
+    std::string content = "<unreadable>";
     IFileReader* reader = nullptr;
     try {
-        reader = Quelcrypt_FileReaderFactory(path);
-        while (reader && reader->Advance())
+        reader = Quelcrypt_FileReaderFactory(&path);
+        for (content = reader ? "" : content; reader && reader->Advance();)
             content.append(static_cast<const char*>(reader->GetData()), reader->GetDataLength());
-        if (!reader)
-            content = "<unreadable>";
     } catch (const CQuelcryptException&) {
         content = "<unreadable>";
     }
     if (reader)
         reader->Release();
-    path->Release();
     return content;
 }
 
@@ -241,14 +304,11 @@ bool VolumeFixture::Exists(const std::wstring& nativePath) {
 
 bool VolumeFixture::OpensUnshared(const std::wstring& nativePath) {
     const HANDLE hFile = CreateFileW(nativePath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (hFile == INVALID_HANDLE_VALUE)
-        return false;
-    CloseHandle(hFile);
-    return true;
+    return hFile != INVALID_HANDLE_VALUE && CloseHandle(hFile);
 }
 
-std::vector<std::wstring> VolumeFixture::FilesBelow(const std::wstring& nativeFolder) {
-    std::vector<std::wstring> files;
+Names VolumeFixture::FilesBelow(const std::wstring& nativeFolder) {
+    Names files;
     std::error_code error;
     for (fs::recursive_directory_iterator entry(nativeFolder, error), end; entry != end; entry.increment(error))
         if (entry->is_regular_file())
@@ -257,10 +317,36 @@ std::vector<std::wstring> VolumeFixture::FilesBelow(const std::wstring& nativeFo
     return files;
 }
 
-std::vector<std::wstring> VolumeFixture::FilesHolding(const std::wstring& nativeFolder, std::string_view text) {
-    std::vector<std::wstring> files = FilesBelow(nativeFolder);
+Names VolumeFixture::FilesHolding(const std::wstring& nativeFolder, std::string_view text) {
+    Names files = FilesBelow(nativeFolder);
     std::erase_if(files, [&](const std::wstring& file) { return ReadRaw(file).find(text) == std::string::npos; });
     return files;
+}
+
+Names VolumeFixture::NamesBelow(const std::wstring& volumePath) const {
+    Names names = FilesBelow(NativePath(volumePath));
+    for (std::wstring& name : names)
+        name = fs::path(name).filename().wstring();
+    return names;
+}
+
+Snapshot VolumeFixture::DiskBelow(const std::wstring& volumePath) const {
+    Snapshot snapshot;
+    for (const std::wstring& file : FilesBelow(NativePath(volumePath)))
+        snapshot[file] = ReadRaw(file);
+    return snapshot;
+}
+
+Snapshot VolumeFixture::Disk() const {
+    Snapshot snapshot;
+    for (const wchar_t* mount : {L"Docs", L"Other", L"Theirs", L"Plain"})
+        snapshot.merge(DiskBelow(mount));
+    return snapshot;
+}
+
+void VolumeFixture::EmptyFolders() const {
+    for (const auto& [file, bytes] : Disk())
+        fs::remove(file);
 }
 
 void VolumeFixture::Touch(const std::wstring& nativePath) {
@@ -274,16 +360,28 @@ void VolumeFixture::Touch(const std::wstring& nativePath) {
     CloseHandle(hFile);
 }
 
-std::vector<std::wstring> VolumeFixture::RetainedCopies() const {
-    std::vector<std::wstring> copies = FilesBelow(temp() + L"\\HalvaneCloud");
+Names VolumeFixture::RetainedCopies() const {
+    Names copies = FilesBelow(temp() + L"\\HalvaneCloud");
     std::erase_if(copies, [](const std::wstring& file) { return file.ends_with(L".hvf") || Exists(file + L".hvf"); });
     return copies;
 }
 
-std::vector<std::wstring> VolumeFixture::TrackedEdits() const {
-    std::vector<std::wstring> edits = FilesBelow(temp() + L"\\HalvaneCloud");
+Names VolumeFixture::TrackedEdits() const {
+    Names edits = FilesBelow(temp() + L"\\HalvaneCloud");
     std::erase_if(edits, [](const std::wstring& file) { return !Exists(file + L".hvf"); });
     return edits;
+}
+
+std::size_t VolumeFixture::TempFolders() const {
+    std::error_code error;
+    const fs::directory_iterator folders(temp() + L"\\HalvaneCloud", error);
+    return error ? 0 : static_cast<std::size_t>(std::distance(folders, {}));
+}
+
+void VolumeFixture::LeaveUnsavedEdit(const std::wstring& volumePath, std::string_view edit) {
+    if (!Exists(ContainerPath(volumePath)))
+        MakeEncrypted(volumePath, "base");
+    Failing("Quelcrypt_FileWriterFactory", Fault::Error, [&] { Put(volumePath, edit); });
 }
 
 std::uint32_t VolumeFixture::CallsDuring(const char* name, const std::function<void()>& action) {
@@ -315,6 +413,19 @@ bool VolumeFixture::HasLine(const std::vector<LogLine>& lines, std::wstring_view
     return std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) { return line.text.find(part) != std::wstring::npos; });
 }
 
+void VolumeFixture::Failing(const char* call, Fault fault, const std::function<void()>& action) {
+    TestCompanion_FailNth(call, 1, fault, true);
+    action();
+    EXPECT_TRUE(TestCompanion_FaultWasHit()) << call;
+    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+}
+
+void VolumeFixture::Before(const char* call, std::function<void()> act, const std::function<void()>& action) {
+    TestCompanion_SetHook(call, [](void* context) { (*static_cast<std::function<void()>*>(context))(); }, &act);
+    EXPECT_LT(0u, CallsDuring(call, action)) << call;
+    TestCompanion_SetHook(nullptr, nullptr, nullptr);
+}
+
 LockInfo VolumeFixture::NewLock(LockScope scope) const {
     LockInfo lockInfo{};
     lockInfo.timeout = 3600;
@@ -323,8 +434,17 @@ LockInfo VolumeFixture::NewLock(LockScope scope) const {
     return lockInfo;
 }
 
+VirtualVolumeStatus VolumeFixture::TryLock(const std::wstring& volumePath, LockScope scope) {
+    LockInfo lockInfo = NewLock(scope);
+    return volume()->Lock(volumePath.c_str(), &lockInfo);
+}
+
 std::wstring VolumeFixture::Lock(const std::wstring& volumePath, LockScope scope) {
     LockInfo lockInfo = NewLock(scope);
     EXPECT_OK(volume()->Lock(volumePath.c_str(), &lockInfo)) << Narrow(volumePath);
     return lockInfo.token;
+}
+
+void VolumeFixture::Unlock(const std::wstring& volumePath, const std::wstring& token) {
+    EXPECT_OK(volume()->Unlock(volumePath.c_str(), token.c_str())) << Narrow(volumePath);
 }

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -22,18 +23,36 @@ void PrintTo(VirtualVolumeStatus status, std::ostream* out);
 
 std::string Narrow(std::wstring_view text);  // UTF-8, for messages
 
+// "a.txt" -> "a (HalvaneCloud conflicted edit 2024-05-01).txt", with " (2)" for number 2. what: "conflicted", "backup".
+std::wstring ConflictName(const std::wstring& name, int number = 1, const wchar_t* what = L"conflicted");
+
 struct LogLine {
     std::uint32_t level;
     std::uint32_t threadId;
     std::wstring text;
 };
+using Names = std::vector<std::wstring>;
+using Snapshot = std::map<std::wstring, std::string>;  // files and their bytes
+
+// As long as it lives others can open the file only as shareMode says.
+class Held {
+public:
+    explicit Held(const std::wstring& nativePath, DWORD shareMode = 0);
+    ~Held() { CloseHandle(m_handle); }
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
+
+private:
+    HANDLE m_handle;
+};
 
 // Mount folders: "Docs" (policy, key K1, owner O1), "Other" (policy, key K2, owner O1), "Theirs" (policy, key K1, owner O2),
-// "Plain" (no policy). Names like *.tmp are excluded from encryption.
+// "Plain" (no policy). Names like *.tmp are excluded from encryption. The user cancels prompts (harness/Prompts.h).
 class VolumeFixture : public ::testing::Test {
 protected:
     static constexpr std::uint32_t kReadWrite = GENERIC_READ | GENERIC_WRITE | DELETE;
     static constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    static constexpr std::uint64_t kHere = 0xFFFFFFFF;  // the handle's own position
 
     void SetUp() override;
     // No live companion object, every real file can be opened unshared, no temp folder that nobody owns: a retained copy
@@ -55,24 +74,55 @@ protected:
     static const char* DefaultConfiguration();
 
     // As a host does it. Put creates or replaces, Get reads all; failures fail the test and Get then answers "<status>".
-    void Put(const std::wstring& volumePath, std::string_view content);
+    void Put(const std::wstring& volumePath, std::string_view content, const wchar_t* lockToken = nullptr);
     std::string Get(const std::wstring& volumePath);
     VirtualVolumeStatus Open(void** hFile, const std::wstring& volumePath, std::uint32_t access = kReadWrite,
                              std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr);
-    // Opens an existing item and fails the test when that fails.
+    // Only tries; what it opened is closed.
+    VirtualVolumeStatus TryOpen(const std::wstring& volumePath, std::uint32_t access = kReadWrite,
+                                std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr);
     void* MustOpen(const std::wstring& volumePath, std::uint32_t access = kReadWrite, std::uint32_t disposition = OPEN_EXISTING,
                    const wchar_t* lockToken = nullptr);
     VirtualVolumeStatus Write(void* hFile, std::string_view content, std::uint64_t offset = 0);
     std::string Read(void* hFile, std::uint64_t offset = 0, std::uint32_t size = 1 << 20);
+    VirtualVolumeStatus SetSize(void* hFile, std::uint64_t size) { return volume()->SetFileSize(hFile, size, nullptr); }
     void Close(void* hFile) { volume()->CloseFile(hFile, nullptr); }
     void Delete(const std::wstring& volumePath);
+    VirtualVolumeStatus Move(const std::wstring& from, const std::wstring& to, const wchar_t* token = nullptr) {
+        return volume()->MoveFileW(from.c_str(), to.c_str(), token);
+    }
+    VirtualVolumeStatus Copy(const std::wstring& from, const std::wstring& to, const wchar_t* token = nullptr) {
+        return volume()->CopyFileW(from.c_str(), to.c_str(), token);
+    }
+    VirtualVolumeStatus Rename(void* hFile, const std::wstring& to, const wchar_t* token = nullptr) {
+        return volume()->RenameFile(hFile, nullptr, to.c_str(), token);
+    }
+    VirtualVolumeStatus Rename(const std::wstring& from, const std::wstring& to);
     // The names that a search shows, sorted; records too.
-    std::vector<std::wstring> List(const std::wstring& volumePathSpec);
+    Names List(const std::wstring& volumePathSpec);
     std::vector<VirtFindData> ListRecords(const std::wstring& volumePathSpec);
-    bool Find(const std::wstring& volumePath, VirtFindData* findData);
+    bool Find(const std::wstring& volumePath, VirtFindData* findData) { return volume()->FindFile(volumePath.c_str(), findData); }
+    VirtFindData Record(const std::wstring& volumePath);  // which must be found
+    LockInfo NewLock(LockScope scope = LockScope_Exclusive) const;
+    VirtualVolumeStatus TryLock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive);
+    // Takes a lock, which must succeed, and returns its token.
+    std::wstring Lock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive);
+    void Unlock(const std::wstring& volumePath, const std::wstring& token);
 
     // Behind the volume's back, on disk.
+    void MakeFolder(const std::wstring& volumePath) const;
+    void MakePlain(const std::wstring& volumePath, std::string_view content) const { WriteRaw(NativePath(volumePath), content); }
+    // Made where there is a key and then put in place, which may be a folder without one.
+    void MakeEncrypted(const std::wstring& volumePath, std::string_view content);
     void MakeContainer(const std::wstring& nativeContainerPath, const std::wstring& storedName, std::string_view content);
+    // In the form in which a folder stores a file: plain in "Plain", encrypted elsewhere.
+    std::wstring StoredPath(const std::wstring& volumePath) const;
+    std::string Stored(const std::wstring& volumePath);
+    void Store(const std::wstring& volumePath, std::string_view content);
+    // As another machine does, seen here through the sync client: another version, with another time.
+    void SaveElsewhere(const std::wstring& volumePath, std::string_view content);
+    // Makes the same ready now and puts it in place, in one step, when it is called.
+    std::function<void()> SaverElsewhere(const std::wstring& volumePath, std::string_view content);
     // "<none>" when there is no container, "<unreadable>" when the companion cannot read it.
     std::string ContainerContent(const std::wstring& nativeContainerPath);
     static void WriteRaw(const std::wstring& nativePath, std::string_view bytes);
@@ -80,25 +130,32 @@ protected:
     static bool Exists(const std::wstring& nativePath);
     static bool OpensUnshared(const std::wstring& nativePath);
     // Every file below a folder whose bytes hold the text.
-    static std::vector<std::wstring> FilesHolding(const std::wstring& nativeFolder, std::string_view text);
-    static std::vector<std::wstring> FilesBelow(const std::wstring& nativeFolder);
+    static Names FilesHolding(const std::wstring& nativeFolder, std::string_view text);
+    static Names FilesBelow(const std::wstring& nativeFolder);
+    Names NamesBelow(const std::wstring& volumePath) const;
+    Snapshot DiskBelow(const std::wstring& volumePath) const;
+    Snapshot Disk() const;  // of all mount folders
+    void EmptyFolders() const;
     // Moves a file's write time, so that it differs from what it was.
     static void Touch(const std::wstring& nativePath);
 
     // Temp files of items: retained copies (no tracking file beside) and edits with a tracking file.
-    std::vector<std::wstring> RetainedCopies() const;
-    std::vector<std::wstring> TrackedEdits() const;
+    Names RetainedCopies() const;
+    Names TrackedEdits() const;
+    std::size_t TempFolders() const;
     void ExpectUnsavedEdits(std::size_t count) { m_expectedUnsaved = count; }
+    // An edit whose save failed waits for a document; one with "base" is made when it is missing.
+    void LeaveUnsavedEdit(const std::wstring& volumePath, std::string_view edit);
 
     // The companion library's side.
     static std::uint32_t CallsDuring(const char* name, const std::function<void()>& action);
     static std::uint32_t AllCallsDuring(const std::function<void()>& action);
     static std::vector<LogLine> LinesDuring(const std::function<void()>& action);
     static bool HasLine(const std::vector<LogLine>& lines, std::wstring_view part);
-
-    LockInfo NewLock(LockScope scope = LockScope_Exclusive) const;
-    // Takes a lock, which must succeed, and returns its token.
-    std::wstring Lock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive);
+    // Every call of the name fails during action, which must make one.
+    static void Failing(const char* call, Fault fault, const std::function<void()>& action);
+    // Whatever calls the name during action, which something must, is preceded by act.
+    static void Before(const char* call, std::function<void()> act, const std::function<void()>& action);
 
 private:
     std::wstring m_root;

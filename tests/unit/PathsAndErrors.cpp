@@ -1,15 +1,52 @@
 // Paths as text, platform errors as statuses, and the names and records of files that are saved aside.
-#include <ctime>
+#include <algorithm>
 #include <fstream>
 #include <iterator>
+#include <random>
 
 #include <gtest/gtest.h>
 
 #include "items/SaveNames.h"
 #include "items/TrackingFile.h"
+#include "library/FileVersion.h"
+#include "library/Owners.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
+#include "policy/HvcUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
+
+namespace {
+
+int s_closed = 0;
+struct CountingPolicy {
+    using Resource = int;
+    static int Empty() { return 0; }
+    static void Close(int resource) {
+        s_closed = s_closed * 10 + resource;
+        SetLastError(ERROR_INVALID_HANDLE);
+    }
+};
+
+}  // namespace
+
+TEST(PathsAndErrors, OwnersCloseOnceAndKeepTheLastError) {
+    SetLastError(ERROR_FILE_NOT_FOUND);
+    {
+        Owner<CountingPolicy> first(1), second(2);
+        first = std::move(second);
+        EXPECT_TRUE(!second && first.Get() == 2 && s_closed == 1);
+        first.Reset(2);
+        *second.GetAddr() = 3;
+        second.GetAddr();
+        EXPECT_EQ(13, s_closed) << "the same one is not closed";
+        Owner<CountingPolicy> third(std::move(first));
+        EXPECT_EQ(2, third.Detach());
+        Owner<CountingPolicy> fourth(4);
+    }
+    EXPECT_EQ(134, s_closed);
+    EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), GetLastError());
+}
 
 TEST(PathsAndErrors, EveryErrorHasItsStatus) {
     const struct {
@@ -90,6 +127,46 @@ TEST(PathsAndErrors, JoiningNeverLeavesTheFolder) {
     EXPECT_EQ(L"C:\\m\\" + longName, PathJoinBelow(L"C:\\m", longName));
 }
 
+// Paths of random parts.
+TEST(PathsAndErrors, WhateverIsJoinedLiesInItsFolder) {
+    const wchar_t* const parts[] = {L"\\", L"/", L"..", L".", L" ", L"a", L"b.txt", L".zip", L"nul", L"COM1", L":", L"C:", L"*",
+                                    L"\xD800", L"\x00FC", L"\\\\?\\", L"...", L". .", L"x.~1a2b3c4d"};
+    std::mt19937 random(std::random_device{}());
+    for (const std::wstring folder : {L"C:\\mount", L"C:\\mount\\", L"C:\\", L"\\\\server\\share"})
+        for (int i = 0; i < 20'000; ++i) {
+            std::wstring relative;
+            for (std::size_t count = random() % 12; count > 0; --count)
+                relative += parts[random() % std::size(parts)];
+            const std::optional<std::wstring> joined = PathJoinBelow(folder, relative);
+            if (!joined || *joined == folder)
+                continue;
+            const std::wstring base = folder.substr(0, folder.find_last_not_of(L'\\') + 1) + L"\\";
+            const std::wstring rest = joined->substr(std::min(base.size(), joined->size()));
+            ASSERT_TRUE(joined->starts_with(base) && !rest.empty() && rest.find(L'/') == rest.npos) << ::testing::PrintToString(relative);
+            for (const wchar_t* end : {L".\\", L" \\", L"\\\\"})  // the platform would take it for another
+                ASSERT_EQ(rest.npos, (L"\\" + rest + L"\\").find(end)) << ::testing::PrintToString(relative);
+            ASSERT_EQ(joined, PathJoinBelow(folder, rest)) << "what was joined needs no more joining";
+        }
+}
+
+TEST(PathsAndErrors, DeletingTakesOneThingByItsWholePath) {
+    wchar_t temp[MAX_PATH + 1];
+    ASSERT_NE(0u, GetTempPathW(MAX_PATH, temp));
+    const std::wstring folder = temp + (L"deleting-" + std::to_wstring(GetCurrentProcessId())), file = folder + L"\\a";
+    ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
+    { std::ofstream(file.c_str()) << "content"; }
+    ASSERT_TRUE(SetCurrentDirectoryW(folder.c_str()));
+    for (const std::wstring& path : {std::wstring(), std::wstring(L"a"), folder + L"\\*", folder + L"\\?"})
+        EXPECT_EQ(DeleteResult::Failed, DeleteFileOrFolder(path)) << ::testing::PrintToString(path);
+    SetCurrentDirectoryW(L"C:\\");
+    EXPECT_TRUE(PathExists(file));
+    SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_EQ(DeleteResult::Deleted, DeleteFileOrFolder(folder));
+    EXPECT_FALSE(PathExists(folder));
+    EXPECT_EQ(DeleteResult::Deleted, DeleteFileOrFolder(file)) << "nothing is there";
+    EXPECT_EQ(22, static_cast<int>(DeleteResult::Failed));
+}
+
 TEST(PathsAndErrors, TextCrossesWholeOrNotAtAll) {
     const std::wstring text = L"\xDC" L"berblick \x65E5\xD83D\xDE00";
     const std::string utf8 = Utf8EncodeStr(text.c_str(), static_cast<DWORD>(text.size()));
@@ -159,4 +236,71 @@ TEST(PathsAndErrors, TrackingFilesHaveTheirWholeShape) {
     }
     EXPECT_TRUE(DeleteFileW(path.c_str()));
     EXPECT_FALSE(WriteTrackingFile(L"C:\\no such folder\\a.hvf", record));
+}
+
+TEST(PathsAndErrors, LongPathsGoToThePlatformInItsLongForm) {
+    const std::wstring name(240, L'n');
+    const struct {
+        std::wstring path, handed;
+    } rows[] = {
+        {L"C:\\a\\.\\b", L"C:\\a\\.\\b"},  // short ones are the platform's affair
+        {L"C:\\" + name + L"\\abc", L"C:\\" + name + L"\\abc"},
+        {L"C:\\" + name + L"\\abcd", L"\\\\?\\C:\\" + name + L"\\abcd"},
+        {L"C:/" + name + L"/bb/c", L"\\\\?\\C:\\" + name + L"\\bb\\c"},
+        {L"C:\\" + name + L"\\.\\b\\..\\c", L"\\\\?\\C:\\" + name + L"\\c"},
+        {L"C:\\" + name + L"\\.name\\..b", L"\\\\?\\C:\\" + name + L"\\.name\\..b"},
+        {L"\\\\server\\share\\" + name, L"\\\\?\\UNC\\server\\share\\" + name},
+        {L"\\\\?\\C:\\" + name + L"\\abcd", L"\\\\?\\C:\\" + name + L"\\abcd"},
+        {L"\\\\?\\UNC\\server\\share\\" + name, L"\\\\?\\UNC\\server\\share\\" + name},
+        {L"\\\\.\\pipe\\" + name + L"\\abcd", L"\\\\.\\pipe\\" + name + L"\\abcd"},
+    };
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.handed, PlatformPath(row.path).c_str()) << ::testing::PrintToString(row.path);
+        EXPECT_EQ(row.handed, PlatformPath(row.path.c_str()).c_str());
+    }
+}
+
+TEST(PathsAndErrors, WhatMakesAnotherVersion) {
+    const FileVersion base{{FILE_ATTRIBUTE_ARCHIVE, 1000, 10}, 5, {1, 2}, 2000, 3};
+    using Change = void (*)(FileVersion&);
+    const struct {
+        const char* what;
+        Change change;
+        bool isAnother;
+    } rows[] = {
+        {"nothing", [](FileVersion&) {}, false},
+        {"size", [](FileVersion& v) { ++v.stamp.size; }, true},
+        {"write time", [](FileVersion& v) { ++v.stamp.writeTime; }, true},
+        {"read-only", [](FileVersion& v) { v.stamp.attributes |= FILE_ATTRIBUTE_READONLY; }, true},
+        {"hidden", [](FileVersion& v) { v.stamp.attributes |= FILE_ATTRIBUTE_HIDDEN; }, true},
+        {"archive", [](FileVersion& v) { v.stamp.attributes = FILE_ATTRIBUTE_NORMAL; }, false},
+        {"offline", [](FileVersion& v) { v.stamp.attributes |= FILE_ATTRIBUTE_OFFLINE; }, false},
+        {"sparse", [](FileVersion& v) { v.stamp.attributes |= FILE_ATTRIBUTE_SPARSE_FILE; }, false},
+        {"reparse point", [](FileVersion& v) { v.stamp.attributes |= FILE_ATTRIBUTE_REPARSE_POINT; }, false},
+        {"not indexed", [](FileVersion& v) { v.stamp.attributes |= FILE_ATTRIBUTE_NOT_CONTENT_INDEXED; }, false},
+        {"pinned", [](FileVersion& v) { v.stamp.attributes |= 0x80000; }, false},
+        {"unpinned", [](FileVersion& v) { v.stamp.attributes |= 0x100000; }, false},
+        {"recall on open", [](FileVersion& v) { v.stamp.attributes |= 0x40000; }, false},
+        {"recall on data access", [](FileVersion& v) { v.stamp.attributes |= 0x400000; }, false},
+        {"file id", [](FileVersion& v) { ++v.fileId[1]; }, true},
+        {"volume", [](FileVersion& v) { ++v.volumeSerial; }, true},
+        {"no file id", [](FileVersion& v) { v.fileId[0] = v.fileId[1] = 0; }, false},
+        {"an unknown file id", [](FileVersion& v) { v.fileId[0] = v.fileId[1] = UINT64_MAX; }, false},
+        {"change time", [](FileVersion& v) { ++v.changeTime; }, true},
+        {"no change time", [](FileVersion& v) { v.changeTime = 0; }, false},
+        {"a change time that pinning explains", [](FileVersion& v) { ++v.changeTime, v.stamp.attributes |= 0x80000; }, false},
+        {"saves", [](FileVersion& v) { ++v.saves; }, true},
+    };
+    for (const auto& row : rows) {
+        FileVersion changed = base;
+        row.change(changed);
+        EXPECT_EQ(!row.isAnother, base == changed) << row.what;
+        EXPECT_EQ(!row.isAnother, changed == base) << row.what;
+        EXPECT_EQ(!row.isAnother, IsStillVersion(base, changed)) << row.what;
+    }
+    FileVersion empty = base;
+    empty.stamp.size = 0;
+    EXPECT_TRUE(IsStillVersion(base, std::nullopt) && IsStillVersion(std::nullopt, std::nullopt)) << "what is gone is no obstacle";
+    EXPECT_TRUE(IsStillVersion(base, empty)) << "nor what was never written";
+    EXPECT_FALSE(IsStillVersion(std::nullopt, base));
 }
