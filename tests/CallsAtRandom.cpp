@@ -34,7 +34,7 @@ private:
 };
 
 class CallsAtRandom : public VolumeFixture {
-protected:
+public:
     std::uint32_t Below(std::uint32_t end) { return std::uniform_int_distribution<std::uint32_t>(0, end - 1)(m_random); }
     template <typename T>
     T AnyOf(std::initializer_list<T> list) {
@@ -54,6 +54,10 @@ protected:
                                            L"\xD800", L".zip", L"x.tmp", tooLong});
         return m_path.c_str();
     }
+    std::wstring AnyText() {
+        const wchar_t* const path = AnyPath();
+        return path ? path : L"";
+    }
     void* AnyHandle() {
         if (!m_handles.empty() && Below(4) != 0)
             return m_handles[Below(static_cast<std::uint32_t>(m_handles.size()))];
@@ -64,7 +68,7 @@ protected:
         return AnyOf<const wchar_t*>({nullptr, nullptr, L"", L"*", L"{00000000-0000-0000-0000-000000000000}", m_token.c_str()});
     }
 
-    void Open() {
+    void OpenAny() {
         void* handle = nullptr;
         const auto access = AnyOf<std::uint32_t>({GENERIC_READ, kReadWrite, kReadWrite, DELETE, 0, 0xFFFFFFFF});
         const auto disposition = AnyOf<std::uint32_t>({1, 2, 3, 4, 5, 10, 11, 0, 99});
@@ -103,11 +107,8 @@ protected:
         }
     }
     void UseAPath() {
-        const std::wstring from = [this] { const wchar_t* const path = AnyPath(); return std::wstring(path ? path : L""); }();
-        if (Below(2))
-            volume()->MoveFileW(from.c_str(), AnyPath(), AnyToken());
-        else
-            volume()->CopyFileW(from.c_str(), AnyPath(), AnyToken());
+        const std::wstring from = AnyText();
+        Below(2) ? volume()->MoveFileW(from.c_str(), AnyPath(), AnyToken()) : volume()->CopyFileW(from.c_str(), AnyPath(), AnyToken());
     }
     void Look() {
         volume()->FindFile(AnyPath(), AnyRecord());
@@ -119,11 +120,9 @@ protected:
     }
     void LockAndUnlock() {
         LockInfo* const lockInfo = m_lock.FilledWith(AnyOf<int>({0, 1, 'x', 0xFF}));
-        if (Below(2)) {
-            lockInfo->scope = LockScope_Exclusive;
-            lockInfo->type = LockType_Write;
-        }
-        const std::wstring path = [this] { const wchar_t* const any = AnyPath(); return std::wstring(any ? any : L""); }();
+        if (Below(2))
+            lockInfo->scope = LockScope_Exclusive, lockInfo->type = LockType_Write;
+        const std::wstring path = AnyText();
         const bool isLocked = volume()->Lock(path.c_str(), Below(20) ? lockInfo : nullptr) == VVS_Success;
         if (isLocked)
             m_locks.emplace_back(path, m_token = lockInfo->token);
@@ -160,20 +159,11 @@ TEST_F(CallsAtRandom, HarmNothing) {
     WriteRaw(root() + L"\\canary.txt", "not in the volume");
     Put(L"Docs\\untouched.txt", "content");
 
-    for (int call = 0; call < 4000; ++call) {
-        switch (Below(10)) {
-        case 0:
-        case 1: Open(); break;
-        case 2:
-        case 3: CloseOne(); break;
-        case 4:
-        case 5:
-        case 6: UseAHandle(); break;
-        case 7: UseAPath(); break;
-        case 8: Look(); break;
-        default: LockAndUnlock(); break;
-        }
-    }
+    using Step = void (CallsAtRandom::*)();
+    for (int call = 0; call < 4000; ++call)
+        (this->*AnyOf<Step>({&CallsAtRandom::OpenAny, &CallsAtRandom::OpenAny, &CallsAtRandom::CloseOne, &CallsAtRandom::CloseOne,
+                             &CallsAtRandom::UseAHandle, &CallsAtRandom::UseAHandle, &CallsAtRandom::UseAHandle, &CallsAtRandom::UseAPath,
+                             &CallsAtRandom::Look, &CallsAtRandom::LockAndUnlock}))();
     while (!m_handles.empty())
         CloseOne();
     ReleaseLocks();

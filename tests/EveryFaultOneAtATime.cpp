@@ -168,11 +168,12 @@ TEST_F(EveryFaultOneAtATime, Reading) {
                   scene.read.assign(200'000, '\0');
                   const VirtualVolumeStatus status = volume()->ReadFile(scene.hFile, 0, scene.read.data(), 200'000, &done, nullptr);
                   scene.read.resize(done);
-                  Close(scene.hFile);
                   return status;
               },
               [&](Scene& scene, VirtualVolumeStatus status) {
                   EXPECT_TRUE((status == VVS_Success ? kOld : "") == scene.read);
+                  EXPECT_TRUE(!scene.hFile || kOld == Read(scene.hFile)) << "the same handle may try again";
+                  Close(scene.hFile);
                   EXPECT_TRUE(kOld == Stored(scene.path));
                   EXPECT_TRUE(kOld == Get(scene.path));
               });

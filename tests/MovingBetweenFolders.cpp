@@ -141,7 +141,21 @@ INSTANTIATE_TEST_SUITE_P(From, MovingBetweenFolders,
                          ::testing::Values(Source::Plain, Source::Encrypted, Source::PlainLocked, Source::EncryptedLocked),
                          [](const auto& source) { return std::to_string(int(source.param)); });
 
-class MovingAFile : public MovingBetweenFolders {};
+class MovingAFile : public MovingBetweenFolders {
+protected:
+    // Two documents, and beside them what only looks like some.
+    void MakeLookalikes() {
+        MakeEncrypted(L"Docs\\a.txt", "kept");
+        MakePlain(L"Plain\\a.txt", "kept");
+        // Both forms: shown as "both.HvcConflicted" and opened as "both.txt.zip". One whose container got another name outside.
+        MakeEncrypted(L"Docs\\both.txt", "the conflict copy");
+        MakePlain(L"Docs\\both.txt", "the plain one");
+        MakeContainer(ContainerPath(L"Docs\\renamed.txt"), L"stored name.txt", "renamed outside");
+        // A ZIP file of the user is no container: nothing takes its place, and nothing deletes it as another form of a file.
+        MakePlain(L"Docs\\user.txt.zip", "PK of the user");
+        MakePlain(L"Plain\\user.txt.zip", "PK of the user");
+    }
+};
 
 // Decrypting and encrypting take long. What somebody else stores meanwhile, at the source or at the destination, is not taken
 // for what was there when the move began.
@@ -192,15 +206,7 @@ TEST_F(MovingAFile, WhatComesUpMeanwhileStays) {
 }
 
 TEST_F(MovingAFile, RefusesWhatCannotBe) {
-    MakeEncrypted(L"Docs\\a.txt", "kept");
-    MakePlain(L"Plain\\a.txt", "kept");
-    // Both forms: shown as "both.HvcConflicted" and opened as "both.txt.zip". One whose container got another name outside.
-    MakeEncrypted(L"Docs\\both.txt", "the conflict copy");
-    MakePlain(L"Docs\\both.txt", "the plain one");
-    MakeContainer(ContainerPath(L"Docs\\renamed.txt"), L"stored name.txt", "renamed outside");
-    // A ZIP file of the user is no container: nothing takes its place, and nothing deletes it as another form of a file.
-    MakePlain(L"Docs\\user.txt.zip", "PK of the user");
-    MakePlain(L"Plain\\user.txt.zip", "PK of the user");
+    MakeLookalikes();
     const auto all = {How::Move, How::Copy, How::Rename};
     const struct {
         std::initializer_list<How> hows;
@@ -237,8 +243,11 @@ TEST_F(MovingAFile, RefusesWhatCannotBe) {
             EXPECT_TRUE(before == Disk());
         }
     EXPECT_EQ(VVS_InvalidParameter, Rename(nullptr, L"Docs\\b.txt"));
+}
 
-    // What may be: the plain one is replaced, the others stay.
+TEST_F(MovingAFile, LeavesAloneWhatOnlyLooksLikeIt) {
+    MakeLookalikes();
+    const Snapshot before = Disk();
     for (const wchar_t* from : {L"Docs\\a.txt", L"Plain\\a.txt"}) {
         EXPECT_OK(Copy(from, L"Plain\\user.txt"));
         EXPECT_OK(Rename(L"Plain\\user.txt", L"Plain\\b.txt"));

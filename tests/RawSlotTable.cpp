@@ -1,9 +1,6 @@
 // The volume through its raw function table, as a host of another compiler sees it.
 #include "harness/VolumeFixture.h"
 
-#include <cstring>
-#include <cwchar>
-
 class RawSlotTable : public VolumeFixture {
 protected:
     template <class Result, class... Args>
@@ -93,39 +90,6 @@ TEST_F(RawSlotTable, SoDoThoseOfLocksAndOfTheObjectItself) {
     EXPECT_EQ("CONte", Read(hFile));
     second->CloseFile(hFile, nullptr);
     reinterpret_cast<void (*)(void*)>(table[1])(second);
-}
-
-TEST_F(RawSlotTable, RecordsAreFilledToTheirEndAndNoFurther) {
-    struct {
-        VirtFindData record;
-        wchar_t after[64];
-    } found;
-    std::memset(&found, 0xCC, sizeof(found));
-    const std::wstring name(251, L'n');
-    WriteRaw(NativePath(L"Plain\\") + name, "content");
-    ASSERT_TRUE(volume()->FindFile((L"Plain\\" + name).c_str(), &found.record));
-    EXPECT_EQ(name, found.record.fileName);
-    EXPECT_EQ(std::wstring(64, L'\xCCCC'), std::wstring(found.after, 64));
-
-    struct {
-        LockInfo record;
-        wchar_t after[64];
-    } lock;
-    std::memset(&lock, 0xCC, sizeof(lock));
-    std::wmemset(lock.record.owner, L'o', 64);
-    lock.record.scope = LockScope_Exclusive;
-    lock.record.type = LockType_Write;
-    ASSERT_OK(volume()->Lock(L"Plain\\a", &lock.record));
-    const std::wstring token = lock.record.token;
-    std::wmemset(lock.record.owner, L'x', 64);
-    std::wmemset(lock.record.token, L'x', 64);
-    ASSERT_OK(volume()->FindLock(L"Plain\\a", nullptr, &lock.record));
-    EXPECT_EQ(std::wstring(63, L'o'), lock.record.owner);
-    EXPECT_EQ(token, lock.record.token);
-    EXPECT_EQ(0xCCCCCCCCu, lock.record.timeout) << "kept as the host gave it";
-    EXPECT_EQ(0xCCCCu, lock.record.reserved);
-    EXPECT_EQ(std::wstring(64, L'\xCCCC'), std::wstring(lock.after, 64));
-    EXPECT_OK(volume()->Unlock(L"Plain\\a", token.c_str()));
 }
 
 TEST_F(RawSlotTable, TheModuleIsFoundByItsThreeExportsAndCanBeUnloaded) {

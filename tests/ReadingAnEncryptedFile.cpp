@@ -159,59 +159,19 @@ TEST_F(ReadingAnEncryptedFile, DecryptsAgainWhenTheContainerChangesMeanwhile) {
     EXPECT_FALSE(Exists(ContainerPath(L"Docs\\gone.txt")));
 }
 
-TEST_F(ReadingAnEncryptedFile, SaysWhyItCannotBeDecryptedAndLeavesNothingBehind) {
-    struct {
-        const char* call;
-        Fault fault;
-        std::uint32_t nth;
-    } const rows[] = {
-        {kReader, Fault::Null, 1},
-        {kReader, Fault::WrongPassword, 1},
-        {kReader, Fault::OutOfMemory, 1},
-        {"IFileReader::Advance", Fault::Raise, 1},
-        {"IFileReader::Advance", Fault::Error, 2},
-        {"IFileReader::Advance", Fault::WrongPassword, 1},
-        {"IFileReader::GetData", Fault::NoData, 2},
-        {"IFileReader::GetDataLength", Fault::Raise, 1},
-    };
-    const std::string content = Numbers(600'000);
-    MakeEncrypted(L"Docs\\a.txt", content);
-    const std::string container = ReadRaw(ContainerPath(L"Docs\\a.txt"));
-    for (const auto& row : rows)
-        for (const bool isLocked : {false, true}) {
-            SCOPED_TRACE(std::string(row.call) + " fails in way " + std::to_string(static_cast<int>(row.fault)));
-            Touch(ContainerPath(L"Docs\\a.txt"));  // no kept copy fits any more
-            const std::wstring token = isLocked ? Lock(L"Docs\\a.txt") : L"";
-            void* const hFile = MustOpen(L"Docs\\a.txt");
-            TestCompanion_FailNth(row.call, row.nth, row.fault, false);
-            char buffer[10];
-            std::uint32_t count = 99;
-            const auto lines =
-                LinesDuring([&] { EXPECT_EQ(VSS_DecryptError, volume()->ReadFile(hFile, 0, buffer, 10, &count, nullptr)); });
-            EXPECT_TRUE(TestCompanion_FaultWasHit());
-            EXPECT_EQ(0u, count);
-            EXPECT_EQ(row.fault == Fault::WrongPassword, HasLine(lines, L"Exception[Cannot recover password]"));
-            EXPECT_EQ(0, TestCompanion_LiveObjects());
-            EXPECT_EQ(0u, TempFolders());
-            EXPECT_TRUE(content == Read(hFile)) << "the same handle may try again";
-            Close(hFile);
-            if (isLocked)
-                Unlock(L"Docs\\a.txt", token);
-            EXPECT_TRUE(container == ReadRaw(ContainerPath(L"Docs\\a.txt")));
-        }
-}
-
 TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
     // Without the right password it is listed, and can be neither read nor written.
     const std::string content = Numbers(100'000);
     MakeEncrypted(L"Docs\\a.txt", content);
     std::string configuration = DefaultConfiguration();
     configuration.replace(configuration.find("first secret"), 12, "wrong secret");
-    const auto expectUnreadable = [&] {
+    const auto expectUnreadable = [&](bool isForeign) {
         EXPECT_EQ(Names{L"a.txt"}, List(L"Docs\\*"));
         const std::string bytes = ReadRaw(ContainerPath(L"Docs\\a.txt"));
         void* const hFile = MustOpen(L"Docs\\a.txt");
-        EXPECT_EQ("<VSS_DecryptError>", Read(hFile));
+        const auto lines = LinesDuring([&] { EXPECT_EQ("<VSS_DecryptError>", Read(hFile)); });
+        EXPECT_TRUE(HasLine(lines, L"ReadFile hFile->Read(fileOffset, data, requestedSize, outActualSize) =>VSS_DecryptError"));
+        EXPECT_EQ(isForeign, HasLine(lines, L"Exception[Cannot recover password], srcFilePath["));
         EXPECT_EQ(VSS_DecryptError, Write(hFile, "an edit of what cannot be read"));
         EXPECT_EQ(VSS_DecryptError, SetSize(hFile, 0));
         Close(hFile);
@@ -219,7 +179,7 @@ TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
         EXPECT_EQ(0u, TempFolders());
     };
     Configure(configuration);
-    expectUnreadable();
+    expectUnreadable(true);
     Configure(DefaultConfiguration());
     EXPECT_EQ(content, Get(L"Docs\\a.txt"));
 
@@ -228,7 +188,7 @@ TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
     damaged[damaged.size() / 2] ^= 1;
     std::filesystem::remove_all(temp() + L"\\HalvaneCloud");
     Overwrite(ContainerPath(L"Docs\\a.txt"), damaged);
-    expectUnreadable();
+    expectUnreadable(false);
 
     // What is no container at all is a plain file under the name it has.
     Overwrite(ContainerPath(L"Docs\\a.txt"), damaged.substr(0, 50'000));

@@ -116,7 +116,8 @@ TEST_F(SavingAnEditedFile, ConflictCopiesHaveTheirNames) {
         EXPECT_EQ("mine", Get(L"Docs\\" + conflictName)) << "it is a file like any other";
         EmptyFolders();
     };
-    conflicts(L"two.dots.txt", ConflictName(L"two.dots.txt"));
+    for (const wchar_t* name : {L"two.dots.txt", L"100%s.docx", L".txt"})
+        conflicts(name, ConflictName(name));
     // A stem that leaves no room is cut, between characters; the ending stays.
     const std::wstring suffix = ConflictName(L"") + L".txt";
     const std::size_t room = 255 - 4 - suffix.size();
@@ -337,7 +338,10 @@ TEST_F(SavingAnEditedFile, TheTrackingFileTellsWhoseEditWaits) {
     struct {
         const wchar_t* name;
         const char* shown;  // in the system's narrow character set
-    } const rows[] = {{L"a.txt", "a.txt"}, {L"r\xe9sum\xe9.docx", "r\xe9sum\xe9.docx"}, {L"Q&A ]].txt", "Q&A ]].txt"}, {L"\x4e2d\x6587.txt", "??.txt"}};
+    } const rows[] = {{L"a.txt", "a.txt"},
+                      {L"r\xe9sum\xe9.docx", "r\xe9sum\xe9.docx"},
+                      {L"Q&A ]].txt", "Q&A ]].txt"},
+                      {L"\x4e2d\x6587.txt", "??.txt"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(Narrow(row.name));
         const std::wstring path = std::wstring(L"Docs\\") + row.name;

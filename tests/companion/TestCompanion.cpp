@@ -1,7 +1,6 @@
 // The development companion library's own code, with a thin layer in place of its exports: see Control.h.
 #include "Control.h"
 
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <new>
@@ -38,44 +37,43 @@ struct State {
     void* hookContext = nullptr;
     void (*raise)() = nullptr;
 };
+State& g_state = *new State;
 
-State& TheState() {
-    static State& state = *new State;
-    return state;
+// What it does with the state nobody else does meanwhile.
+template <class Use>
+auto WithState(Use use) {
+    const std::lock_guard guard(g_state.mutex);
+    return use(g_state);
 }
 
 // When it is called depends on the time.
 constexpr const char* kGetLevel = "IFileLogger::GetLevel";
 
-// Counts a call and answers whether, and how, it is to fail; exceptions are thrown here.
+// Counts a call and answers whether, and how, it is to fail.
+Fault Count(State& state, const char* name) {
+    ++state.calls[name];
+    ++state.allCalls;
+    const bool isMeant = state.failName.empty() ? std::string_view(name) != kGetLevel : state.failName == name;
+    if (state.fault == Fault::None || !isMeant || (state.failIn > 0 && --state.failIn > 0) || (state.hit && !state.repeat))
+        return Fault::None;
+    state.hit = true;
+    state.hitName = name;
+    return state.fault;
+}
+
+// The same, and calls the hook; exceptions are thrown here.
 Fault Enter(const char* name) {
-    State& state = TheState();
-    Fault fault = Fault::None;
     void (*hook)(void*) = nullptr;
     void* context = nullptr;
-    {
-        const std::lock_guard guard(state.mutex);
-        ++state.calls[name];
-        ++state.allCalls;
-        if (state.hook && state.hookName == name) {
-            hook = state.hook;
-            context = state.hookContext;
-        }
-        const bool isMeant = state.failName.empty() ? std::string_view(name) != kGetLevel : state.failName == name;
-        if (state.fault != Fault::None && isMeant) {
-            if (state.failIn > 0)
-                --state.failIn;
-            if (state.failIn == 0 && (!state.hit || state.repeat)) {
-                state.hit = true;
-                state.hitName = name;
-                fault = state.fault;
-            }
-        }
-    }
+    const Fault fault = WithState([&](State& state) {
+        if (state.hookName == name)
+            hook = state.hook, context = state.hookContext;
+        return Count(state, name);
+    });
     if (hook)
         hook(context);
     switch (fault) {
-        case Fault::Raise: state.raise(); break;
+        case Fault::Raise: g_state.raise(); break;
         case Fault::Error: throw CQuelcryptErrorException(L"The test asked for it");
         case Fault::WrongPassword: throw CQuelcryptErrorException(L"Cannot recover password");
         case Fault::OutOfMemory: throw std::bad_alloc();
@@ -84,46 +82,44 @@ Fault Enter(const char* name) {
     return fault;
 }
 
-void CountObject(int difference) {
-    State& state = TheState();
-    const std::lock_guard guard(state.mutex);
-    state.liveObjects += difference;
+// What work answers, unless the call fails.
+template <class Work>
+auto Do(const char* name, Work work) {
+    return Enter(name) == Fault::None ? work() : decltype(work())();
 }
 
 // One handed-out object around the companion library's own.
 template <class Interface>
 class Counted : public companion::Handed<Interface> {
 protected:
-    explicit Counted(Interface* inner) : m_inner(inner) { CountObject(1); }
+    explicit Counted(Interface* inner) : m_inner(inner) {
+        WithState([](State& state) { return ++state.liveObjects; });
+    }
     ~Counted() override {
         m_inner->Release();
-        CountObject(-1);
+        WithState([](State& state) { return --state.liveObjects; });
     }
     Interface* m_inner;
 };
 
 template <class Object, class Interface>
-void Wrap(Interface** object) {
-    if (*object)
-        *object = new Object(*object);
+Interface* Counting(Interface* object) {
+    return object ? new Object(object) : nullptr;
 }
 
-class CountedString final : public Counted<IHvcStringW> {
-public:
+struct CountedString final : Counted<IHvcStringW> {
     explicit CountedString(IHvcStringW* inner) : Counted(inner) {}
     const wchar_t* GetString() override { return m_inner->GetString(); }
 };
 
-class CountedConfig final : public Counted<IQuelcryptConfig> {
-public:
+struct CountedConfig final : Counted<IQuelcryptConfig> {
     explicit CountedConfig(IQuelcryptConfig* inner) : Counted(inner) {}
     bool IsExcluded(const char* name, std::int32_t zero) override {
-        return Enter("IQuelcryptConfig::IsExcluded") == Fault::None && m_inner->IsExcluded(name, zero);
+        return Do("IQuelcryptConfig::IsExcluded", [&] { return m_inner->IsExcluded(name, zero); });
     }
 };
 
-class CountedBox final : public Counted<IHalvaneBoxConfig> {
-public:
+struct CountedBox final : Counted<IHalvaneBoxConfig> {
     explicit CountedBox(IHalvaneBoxConfig* inner) : Counted(inner) {}
     void Reserved2() override {}
     void Reserved4() override {}
@@ -149,17 +145,17 @@ private:
     }
 };
 
-class CountedText final : public Counted<IQuelcryptText> {
-public:
+struct CountedText final : Counted<IQuelcryptText> {
     explicit CountedText(IQuelcryptText* inner) : Counted(inner) {}
-    bool HasText(std::int32_t zero) override { return Enter("IQuelcryptText::HasText") == Fault::None && m_inner->HasText(zero); }
+    bool HasText(std::int32_t zero) override {
+        return Do("IQuelcryptText::HasText", [&] { return m_inner->HasText(zero); });
+    }
     const char* GetText(std::int32_t zero) override {
-        return Enter("IQuelcryptText::GetText") == Fault::None ? m_inner->GetText(zero) : nullptr;
+        return Do("IQuelcryptText::GetText", [&] { return m_inner->GetText(zero); });
     }
 };
 
-class CountedFolder final : public Counted<IProtectedFolder> {
-public:
+struct CountedFolder final : Counted<IProtectedFolder> {
     explicit CountedFolder(IProtectedFolder* inner) : Counted(inner) {}
     void Reserved2() override {}
     void Reserved4() override {}
@@ -167,82 +163,71 @@ public:
         Enter("IProtectedFolder::GetRecord");
         m_inner->GetRecord(record);
     }
-    bool GetName(IQuelcryptText** text) override { return Hand("IProtectedFolder::GetName", &IProtectedFolder::GetName, text); }
-    bool GetPath(IQuelcryptText** text) override { return Hand("IProtectedFolder::GetPath", &IProtectedFolder::GetPath, text); }
-
-private:
-    bool Hand(const char* name, bool (IProtectedFolder::*getter)(IQuelcryptText**), IQuelcryptText** text) {
-        if (Enter(name) != Fault::None || !(m_inner->*getter)(text))
-            return false;
-        Wrap<CountedText>(text);
-        return true;
+    bool GetName(IQuelcryptText** text) override {
+        return Do("IProtectedFolder::GetName", [&] { return m_inner->GetName(text) && (*text = Counting<CountedText>(*text)); });
+    }
+    bool GetPath(IQuelcryptText** text) override {
+        return Do("IProtectedFolder::GetPath", [&] { return m_inner->GetPath(text) && (*text = Counting<CountedText>(*text)); });
     }
 };
 
-class CountedFolderEnum final : public Counted<IProtectedFolderEnum> {
-public:
+struct CountedFolderEnum final : Counted<IProtectedFolderEnum> {
     explicit CountedFolderEnum(IProtectedFolderEnum* inner) : Counted(inner) {}
     std::int32_t Next(IProtectedFolder** folder) override {
-        if (Enter("IProtectedFolderEnum::Next") != Fault::None)
-            return 0;
-        const std::int32_t result = m_inner->Next(folder);
-        if (result)
-            Wrap<CountedFolder>(folder);
-        return result;
+        return Do("IProtectedFolderEnum::Next", [&] {
+            const std::int32_t result = m_inner->Next(folder);
+            if (result)
+                *folder = Counting<CountedFolder>(*folder);
+            return result;
+        });
     }
     void Reserved3() override {}
     void Reserved4() override {}
     std::uint32_t GetChangeCounter() override {
-        return Enter("IProtectedFolderEnum::GetChangeCounter") == Fault::None ? m_inner->GetChangeCounter() : 0;
+        return Do("IProtectedFolderEnum::GetChangeCounter", [&] { return m_inner->GetChangeCounter(); });
     }
 };
 
-class CountedReader final : public Counted<IFileReader> {
-public:
+struct CountedReader final : Counted<IFileReader> {
     explicit CountedReader(IFileReader* inner) : Counted(inner) {}
-    std::uint32_t Advance() override { return Enter("IFileReader::Advance") == Fault::None ? m_inner->Advance() : 0; }
+    std::uint32_t Advance() override {
+        return Do("IFileReader::Advance", [&] { return m_inner->Advance(); });
+    }
     const void* GetData() override {
-        return Enter("IFileReader::GetData") == Fault::None ? m_inner->GetData() : nullptr;
+        return Do("IFileReader::GetData", [&] { return m_inner->GetData(); });
     }
     std::uint32_t GetDataLength() override {
-        return Enter("IFileReader::GetDataLength") == Fault::None ? m_inner->GetDataLength() : 0;
+        return Do("IFileReader::GetDataLength", [&] { return m_inner->GetDataLength(); });
     }
 };
 
-class CountedWriter final : public Counted<IFileWriter> {
-public:
+struct CountedWriter final : Counted<IFileWriter> {
     explicit CountedWriter(IFileWriter* inner) : Counted(inner) {}
     bool Write(const void* data, std::uint32_t length) override {
-        return Enter("IFileWriter::Write") == Fault::None && m_inner->Write(data, length);
+        return Do("IFileWriter::Write", [&] { return m_inner->Write(data, length); });
     }
-    bool Finish(bool commit) override { return Enter("IFileWriter::Finish") == Fault::None && m_inner->Finish(commit); }
+    bool Finish(bool commit) override {
+        return Do("IFileWriter::Finish", [&] { return m_inner->Finish(commit); });
+    }
 };
 
 class CapturingLogger final : public IFileLogger {
 public:
     void Write(std::uint32_t, std::uint32_t level, const wchar_t* text, void*) override {
-        State& state = TheState();
-        const std::lock_guard guard(state.mutex);
-        state.lines.push_back({level, GetCurrentThreadId(), text});
+        WithState([&](State& state) { state.lines.push_back({level, GetCurrentThreadId(), text}); });
     }
     std::uint32_t GetLevel(std::uint32_t) override {
         Enter(kGetLevel);
-        return TheState().level;
+        return g_state.level;
     }
 };
-
-template <class Object, class Interface>
-Interface* Counting(Interface* object) {
-    Wrap<Object>(&object);
-    return object;
-}
 
 }  // namespace
 
 extern "C" {
 
 void Quelcrypt_Initialize(void (*raise)()) {
-    TheState().raise = raise;
+    g_state.raise = raise;
     Enter("Quelcrypt_Initialize");
     companion::Initialize(raise);
 }
@@ -253,10 +238,8 @@ void Quelcrypt_Uninitialize() {
 }
 
 IFileLogger* Quelcrypt_GetFileLogger(std::int32_t) {
-    if (Enter("Quelcrypt_GetFileLogger") != Fault::None)
-        return nullptr;
     static CapturingLogger& logger = *new CapturingLogger;
-    return &logger;
+    return Do("Quelcrypt_GetFileLogger", []() -> IFileLogger* { return &logger; });
 }
 
 std::uint32_t Quelcrypt_GetLoggerComponentIndex(const char* componentName) {
@@ -265,102 +248,88 @@ std::uint32_t Quelcrypt_GetLoggerComponentIndex(const char* componentName) {
 }
 
 IQuelcryptConfig* Quelcrypt_GetQuelcryptConfig(void*, void*) {
-    if (Enter("Quelcrypt_GetQuelcryptConfig") != Fault::None)
-        return nullptr;
-    return Counting<CountedConfig>(companion::MakeQuelcryptConfig());
+    return Do("Quelcrypt_GetQuelcryptConfig", [] { return Counting<CountedConfig>(companion::MakeQuelcryptConfig()); });
 }
 
 std::int32_t Quelcrypt_GetHalvaneBoxConfig(const char* folderPathUtf8, IHalvaneBoxConfig** config, void*, void*) {
-    if (Enter("Quelcrypt_GetHalvaneBoxConfig") != Fault::None)
-        return 0;
-    const std::int32_t result = companion::MakeHalvaneBoxConfig(folderPathUtf8, config);
-    if (result)
-        Wrap<CountedBox>(config);
-    return result;
+    return Do("Quelcrypt_GetHalvaneBoxConfig", [&] {
+        const std::int32_t result = companion::MakeHalvaneBoxConfig(folderPathUtf8, config);
+        if (result)
+            *config = Counting<CountedBox>(*config);
+        return result;
+    });
 }
 
 std::int32_t Quelcrypt_GetProtectedFolderEnum(std::int32_t, IProtectedFolderEnum** folders) {
-    if (Enter("Quelcrypt_GetProtectedFolderEnum") != Fault::None)
-        return 0;
-    const std::int32_t result = companion::MakeProtectedFolderEnum(folders);
-    if (result)
-        Wrap<CountedFolderEnum>(folders);
-    return result;
+    return Do("Quelcrypt_GetProtectedFolderEnum", [&] {
+        const std::int32_t result = companion::MakeProtectedFolderEnum(folders);
+        if (result)
+            *folders = Counting<CountedFolderEnum>(*folders);
+        return result;
+    });
 }
 
 std::int32_t Quelcrypt_GetFileInformation(const char* containerPathUtf8, IHvcStringW** storedName, std::uint64_t* plainSize,
                                           const WIN32_FIND_DATAW* rawEntry, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess,
                                           SYSTEMTIME* creation, void*) {
-    if (Enter("Quelcrypt_GetFileInformation") != Fault::None)
-        return 0;
-    const std::int32_t result =
-        companion::GetFileInformation(containerPathUtf8, storedName, plainSize, rawEntry, lastWrite, lastAccess, creation);
-    if (result == 1)
-        Wrap<CountedString>(storedName);
-    return result;
+    return Do("Quelcrypt_GetFileInformation", [&] {
+        const std::int32_t result =
+            companion::GetFileInformation(containerPathUtf8, storedName, plainSize, rawEntry, lastWrite, lastAccess, creation);
+        if (result == 1)
+            *storedName = Counting<CountedString>(*storedName);
+        return result;
+    });
 }
 
 IFileReader* Quelcrypt_FileReaderFactory(IHvcStringW* containerPath) {
-    if (Enter("Quelcrypt_FileReaderFactory") != Fault::None)
-        return nullptr;
-    return Counting<CountedReader>(companion::MakeReader(containerPath));
+    return Do("Quelcrypt_FileReaderFactory", [&] { return Counting<CountedReader>(companion::MakeReader(containerPath)); });
 }
 
 IFileWriter* Quelcrypt_FileWriterFactory(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
                                          std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite,
                                          const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation, std::int32_t, std::uint32_t, void*) {
-    if (Enter("Quelcrypt_FileWriterFactory") != Fault::None)
-        return nullptr;
-    return Counting<CountedWriter>(
-        companion::MakeWriter(containerPath, virtualFileSpec, sourcePath, sourceAttributes, lastWrite, lastAccess, creation));
+    return Do("Quelcrypt_FileWriterFactory", [&] {
+        return Counting<CountedWriter>(
+            companion::MakeWriter(containerPath, virtualFileSpec, sourcePath, sourceAttributes, lastWrite, lastAccess, creation));
+    });
 }
 
 std::uint32_t TestCompanion_Calls(const char* name) {
-    State& state = TheState();
-    const std::lock_guard guard(state.mutex);
-    const auto found = state.calls.find(name);
-    return found == state.calls.end() ? 0 : found->second;
+    return WithState([&](State& state) { return state.calls.contains(name) ? state.calls[name] : 0; });
 }
-
-std::uint32_t TestCompanion_AllCalls() { return TheState().allCalls; }
-
-std::int32_t TestCompanion_LiveObjects() { return TheState().liveObjects; }
+std::uint32_t TestCompanion_AllCalls() { return g_state.allCalls; }
+std::int32_t TestCompanion_LiveObjects() { return g_state.liveObjects; }
+bool TestCompanion_FaultWasHit() { return g_state.hit; }
+const char* TestCompanion_FaultedCall() { return g_state.hitName; }
+void TestCompanion_SetLevel(std::uint32_t level) { g_state.level = level; }
 
 void TestCompanion_FailNth(const char* name, std::uint32_t nth, Fault fault, bool repeat) {
-    State& state = TheState();
-    const std::lock_guard guard(state.mutex);
-    state.failName = name ? name : "";
-    state.failIn = nth;
-    state.fault = fault;
-    state.repeat = repeat;
-    state.hit = false;
-    state.hitName = "";
+    WithState([&](State& state) {
+        state.failName = name ? name : "";
+        state.failIn = nth;
+        state.fault = fault;
+        state.repeat = repeat;
+        state.hit = false;
+        state.hitName = "";
+    });
 }
 
-bool TestCompanion_FaultWasHit() { return TheState().hit; }
-
-const char* TestCompanion_FaultedCall() { return TheState().hitName; }
-
-void TestCompanion_SetLevel(std::uint32_t level) { TheState().level = level; }
-
 void TestCompanion_ClearLines() {
-    State& state = TheState();
-    const std::lock_guard guard(state.mutex);
-    state.lines.clear();
+    WithState([](State& state) { state.lines.clear(); });
 }
 
 void TestCompanion_VisitLines(LineVisitor visit, void* context) {
-    State& state = TheState();
-    const std::lock_guard guard(state.mutex);
-    for (const Line& line : state.lines)
-        visit(context, line.level, line.threadId, line.text.c_str());
+    WithState([&](State& state) {
+        for (const Line& line : state.lines)
+            visit(context, line.level, line.threadId, line.text.c_str());
+    });
 }
 
 void TestCompanion_SetHook(const char* name, void (*hook)(void*), void* context) {
-    State& state = TheState();
-    const std::lock_guard guard(state.mutex);
-    state.hookName = name ? name : "";
-    state.hook = hook;
-    state.hookContext = context;
+    WithState([&](State& state) {
+        state.hookName = name ? name : "";
+        state.hook = hook;
+        state.hookContext = context;
+    });
 }
 }

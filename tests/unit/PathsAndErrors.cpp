@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include "items/SaveNames.h"
 #include "items/TrackingFile.h"
 #include "library/FileVersion.h"
 #include "library/Owners.h"
@@ -187,26 +186,6 @@ TEST(PathsAndErrors, TextCrossesWholeOrNotAtAll) {
     EXPECT_EQ(L"", std::wstring(CHvcStringWImpl(nullptr).GetString() ? L"?" : L""));
     EXPECT_STREQ(L"Out of memory", CQuelcryptOutOfMemoryException().GetDescription());
     EXPECT_STREQ(L"Invalid argument", CQuelcryptErrorException(CQuelcryptInvalidArgumentException()).GetDescription());
-}
-
-TEST(PathsAndErrors, EditsSavedAsideNameTheirDay) {
-    SYSTEMTIME before{};
-    std::wstring conflicted, backup, third, bare;
-    SYSTEMTIME after{};
-    do {  // not across midnight
-        GetLocalTime(&before);
-        conflicted = SaveNameStr(L"re.port.docx", SaveName::ConflictedEdit);
-        backup = SaveNameStr(L"report", SaveName::BackupEdit);
-        third = SaveNameStr(L"100%s.docx", SaveName::ConflictedEdit, 3);
-        bare = SaveNameStr(L".txt", SaveName::ConflictedEdit, 2);
-        GetLocalTime(&after);
-    } while (before.wDay != after.wDay);
-    wchar_t day[16];
-    ASSERT_EQ(10, _snwprintf(day, std::size(day), L"%04d-%02d-%02d", before.wYear, before.wMonth, before.wDay));
-    EXPECT_EQ(std::wstring(L"re.port (HalvaneCloud conflicted edit ") + day + L").docx", conflicted);
-    EXPECT_EQ(std::wstring(L"report (HalvaneCloud backup edit ") + day + L")", backup);
-    EXPECT_EQ(std::wstring(L"100%s (HalvaneCloud conflicted edit ") + day + L") (3).docx", third);
-    EXPECT_EQ(std::wstring(L" (HalvaneCloud conflicted edit ") + day + L") (2).txt", bare);
 }
 
 TEST(PathsAndErrors, TrackingFilesHaveTheirWholeShape) {
