@@ -469,6 +469,9 @@ void History::Do(const Step& step) {
     Explorer_Fail(Failing::None);
     const Look now = m_world.LookAround();
     Check(step, now);
+    // A file that was replaced or moved away while a lock or another opener holds it goes with that, later.
+    const Opener& other = m_openers[1 - step.actor];
+    m_doomed |= m_isLocked || (other.file && other.isPlain) ? m_mayReplace : 0;
     m_look = now;
     if (std::getenv("EXPLORER_TELLS")) {
         std::printf("  %s%s:", m_step.c_str(), isRefused ? " (refused)" : "");
