@@ -67,6 +67,8 @@ const std::string kNew = Filled("new", 200'000);
 
 class DisksThatRefuse : public VolumeFixture {
 protected:
+    DisksThatRefuse() : VolumeFixture(LogLevel_Error) {}
+
     void TearDown() override {
         for (const std::wstring& file : FilesBelow(NativePath(L"Small")))
             EXPECT_TRUE(OpensUnshared(file)) << Narrow(file) << " is held";

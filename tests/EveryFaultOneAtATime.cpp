@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "quelcrypt/QuelcryptLib.h"
-
 namespace {
 
 // What is worked on: a folder of its own in an encrypted place, with a document in it, unless it is to be created.
@@ -49,14 +47,12 @@ const std::string kTheirs = Filled("theirs", 37'000);
 
 class EveryFaultOneAtATime : public VolumeFixture {
 protected:
+    EveryFaultOneAtATime() : VolumeFixture(LogLevel_Error) {}
+
     using Step = std::function<void(Scene&)>;
     using Act = std::function<VirtualVolumeStatus(Scene&)>;                // the first status that is none of success
     using Look = std::function<void(Scene&, VirtualVolumeStatus status)>;  // at what the failure left, then makes the next attempt
 
-    void SetUp() override {
-        TestCompanion_SetLevel(LogLevel_Error);
-        VolumeFixture::SetUp();
-    }
 
     void Sweep(const Step& prepare, const Act& act, const Look& look) {
         std::uint32_t calls = 0;

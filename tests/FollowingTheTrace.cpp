@@ -7,7 +7,6 @@
 #include <regex>
 #include <thread>
 
-#include "quelcrypt/QuelcryptLib.h"
 
 namespace {
 

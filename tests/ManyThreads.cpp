@@ -9,12 +9,10 @@
 
 class ManyThreads : public VolumeFixture {
 protected:
+    ManyThreads() : VolumeFixture(LogLevel_Error) {}
+
     static constexpr int kThreads = 4;
 
-    void SetUp() override {
-        VolumeFixture::SetUp();
-        TestCompanion_SetLevel(1);  // no time for a trace
-    }
     void TearDown() override {
         EXPECT_EQ(0, prompts::g_count) << "a save failed";
         VolumeFixture::TearDown();

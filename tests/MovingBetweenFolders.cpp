@@ -49,6 +49,8 @@ struct Cell {
 
 class MovingBetweenFolders : public VolumeFixture, public ::testing::WithParamInterface<Source> {
 protected:
+    MovingBetweenFolders() : VolumeFixture(LogLevel_Error) {}
+
     VirtualVolumeStatus Do(How how, const std::wstring& from, const std::wstring& to, const wchar_t* token = nullptr) {
         return how == How::Move ? Move(from, to, token) : how == How::Copy ? Copy(from, to, token) : Rename(from, to);
     }

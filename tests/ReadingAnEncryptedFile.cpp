@@ -21,6 +21,8 @@ std::string Numbers(std::size_t size) {
 
 class ReadingAnEncryptedFile : public VolumeFixture {
 protected:
+    ReadingAnEncryptedFile() : VolumeFixture(LogLevel_Error) {}
+
     std::uint32_t ReaderCallsDuring(const std::function<void()>& action) { return CallsDuring(kReader, action); }
     // In place, as some sync clients write.
     static void Overwrite(const std::wstring& path, const std::string& bytes) {
@@ -201,7 +203,6 @@ TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
 TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
     constexpr int limit = 522;
     const auto name = [](int number) { return L"Docs\\" + std::to_wstring(number) + L".zip"; };
-    TestCompanion_SetLevel(0);
     MakeFolder(L"Docs\\old");
     MakeFolder(L"Docs\\new");
     LeaveUnsavedEdit(L"Docs\\new\\waits.txt", "edit");

@@ -32,6 +32,8 @@ std::uint64_t FileTimeAt(WORD year, WORD second) {
 
 class SavingAnEditedFile : public VolumeFixture {
 protected:
+    SavingAnEditedFile() : VolumeFixture(LogLevel_Error) {}
+
     VirtualVolumeStatus SetInfo(void* hFile, std::uint32_t attributes, std::uint64_t lastAccess, std::uint64_t lastWrite) {
         VirtFindData wanted{};
         wanted.lastAccessTime = lastAccess;
@@ -138,7 +140,6 @@ TEST_F(SavingAnEditedFile, ConflictCopiesHaveTheirNames) {
     EXPECT_EQ(5u, Disk().size());
 
     // With none left the edit waits, until there is one.
-    TestCompanion_SetLevel(1);
     for (int number = 5; number <= 1000; ++number)  // an empty one may be another's beginning
         WriteRaw(ContainerPath(L"Docs\\" + ConflictName(L"a.txt", number)), number < 1000 ? "taken" : "");
     CloseInConflict(L"Docs\\a.txt", "the last", "theirs at last");

@@ -41,6 +41,8 @@ struct Model {
 
 class WorkingUnderLoad : public VolumeFixture {
 protected:
+    WorkingUnderLoad() : VolumeFixture(LogLevel_Error) {}
+
     class Worker;
 
     HANDLE StartProcess(unsigned seed, unsigned seconds) const;
@@ -264,7 +266,6 @@ TEST_F(WorkingUnderLoad, EqualsTheModelWhateverFails) {
     const unsigned seed = Setting("QUELCRYPT_TEST_SEED", 1);
     const unsigned seconds = Setting("QUELCRYPT_TEST_SECONDS", 6);
     std::printf("seed %u for %u s (QUELCRYPT_TEST_SEED, QUELCRYPT_TEST_SECONDS)\n", seed, seconds);
-    TestCompanion_SetLevel(1);
     MakeFolder(L"Docs\\sub");
     for (int document = 0; document < kShared; ++document)
         MakeEncrypted(DocumentPath(document, 0), Version(document, 0));

@@ -16,6 +16,7 @@
 
 #include "companion/Control.h"
 #include "quelcrypt/IVirtualVolume.h"
+#include "quelcrypt/QuelcryptLib.h"
 
 // Statuses print by name.
 const char* StatusName(VirtualVolumeStatus status);
@@ -54,6 +55,8 @@ protected:
     static constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     static constexpr std::uint64_t kHere = 0xFFFFFFFF;  // the handle's own position
 
+    // What the trace is asked to tell: everything costs more than all else.
+    explicit VolumeFixture(std::uint32_t logLevel = LogLevel_Trace) { TestCompanion_SetLevel(logLevel); }
     void SetUp() override;
     // No live companion object, every real file can be opened unshared, no temp folder that nobody owns: a retained copy
     // stands alone, an unsaved edit beside its tracking file, and of those there are as many as the test expects.
