@@ -231,6 +231,7 @@ TEST_F(MovingAFile, RefusesWhatCannotBe) {
         {all, L"Docs\\a.txt", L"Docs\\renamed.txt", VVS_PathAlreadyExists},
         {all, L"Docs\\a.txt", L"Docs\\user.txt", VVS_PathAlreadyExists},
         {all, L"Plain\\a.txt", L"Docs\\user.txt", VVS_PathAlreadyExists},
+        {all, L"Plain\\a.txt", L"Docs\\a.txt.zip", VVS_PathAlreadyExists},  // another document's container
     };
     const Snapshot before = Disk();
     for (const auto& row : rows)
@@ -257,6 +258,14 @@ TEST_F(MovingAFile, LeavesAloneWhatOnlyLooksLikeIt) {
         Delete(L"Plain\\user.txt");
         EXPECT_TRUE(before == Disk());
     }
+    // A document may have a container's name, but no document's container may then get it.
+    Put(L"Docs\\n.txt.zip", "a document");
+    void* hFile = nullptr;
+    EXPECT_EQ(VVS_PathAlreadyExists, Open(&hFile, L"Docs\\n.txt", kReadWrite, CREATE_NEW));
+    EXPECT_EQ(VVS_PathAlreadyExists, Copy(L"Docs\\a.txt", L"Docs\\n.txt"));
+    EXPECT_EQ("a document", Get(L"Docs\\n.txt.zip"));
+    Delete(L"Docs\\n.txt.zip");
+    EXPECT_TRUE(before == Disk());
     EXPECT_OK(Rename(L"Docs\\renamed.txt.zip", L"Docs\\c.txt"));
     EXPECT_EQ("renamed outside", Stored(L"Docs\\c.txt"));
     EXPECT_OK(Move(L"Docs\\both.txt.zip", L"Docs\\d.txt"));

@@ -82,6 +82,8 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     if (creates && !exists) {
         // Not this file's container, then, but another file that saving would overwrite: a conflict copy, an ordinary ZIP file.
         QC_CHECK(!PathExists(containerPath), VVS_PathAlreadyExists, L"!PathExists(containerPath) =>false%s, ");
+        // Nor may it get the name under which another document is shown.
+        QC_CHECK(!PathExists(ZipPathStr(containerPath)), VVS_PathAlreadyExists, L"!PathExists(ZipPathStr(containerPath)) =>false%s, ");
         // The container is made at the close only, which would be too late to find out that it cannot be.
         QC_CHECK(HasSaveNames(fileName), VVS_InvalidParameter, L"HasSaveNames(PathStripPathStr(filePath)) =>false%s, ");
         QC_CHECK(IsExistingFolder(PathRemoveFileSpecStr(filePath)), VVS_PathNotFound,

@@ -175,6 +175,10 @@ VirtualVolumeStatus FileMove::CheckDestination(bool destEncrypted) {
     if (destEncrypted) {
         if (zipIsThere && (PathExists(m_newFilePath) || !containerIsThere))
             return VVS_PathAlreadyExists;
+        // A file there with a container's name is, or may be, another document's container; and a container must not get the
+        // name under which another document is shown.
+        if ((plainIsThere && EndsWithNoCase(m_newFilePath, kContainerExtension)) || (!zipIsThere && PathExists(ZipPathStr(newZipPath))))
+            return VVS_PathAlreadyExists;
         m_otherFormPath = plainIsThere ? m_newFilePath : std::wstring();
     } else {
         if (plainIsThere && TypeOf(m_newFilePath) != VIT_PlainFile)

@@ -5,6 +5,7 @@
 #include <unordered_map>
 
 #include "diagnostics/Formatters.h"
+#include "library/FileVersion.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
@@ -53,11 +54,21 @@ bool HasSaveNames(const std::wstring& itemName) {
            extensionUnits + kLongestSuffix + kContainerExtension.size() < kLongestName;
 }
 
-SaveGate::SaveGate(const std::wstring& containerPath) NO_THREAD_SAFETY_ANALYSIS : m_containerPath(containerPath) {
+// One folder may be reached under several paths, through links or other spellings; its identity is one.
+std::wstring SaveGate::KeyOf(const std::wstring& containerPath) {
+    const std::optional<FileVersion> folder = ReadFileVersion(PathRemoveFileSpecStr(containerPath));
+    if (!folder || (folder->fileId[0] | folder->fileId[1]) == 0)
+        return containerPath;
+    return FormatStr(L"%I64x:%I64x:%I64x\\%s", folder->volumeSerial, folder->fileId[0], folder->fileId[1], PathStripPathStr(containerPath));
+}
+
+SaveGate::SaveGate(const std::wstring& containerPath) : SaveGate(Key{KeyOf(containerPath)}) {}
+
+SaveGate::SaveGate(const Key& key) NO_THREAD_SAFETY_ANALYSIS : m_key(key.text) {
     GateTable& table = Table();
     {
         const SectionGuard guard(table.section);
-        std::shared_ptr<CriticalSection>& gate = table.gates[m_containerPath];
+        std::shared_ptr<CriticalSection>& gate = table.gates[m_key];
         if (!gate)
             gate = std::make_shared<CriticalSection>(LockOrder::SaveGate);
         m_section = gate;
@@ -66,15 +77,17 @@ SaveGate::SaveGate(const std::wstring& containerPath) NO_THREAD_SAFETY_ANALYSIS 
 }
 
 SaveGates::SaveGates(const std::wstring& sourcePath, const std::wstring& destPath)
-    : m_first(LessNoCase(sourcePath, destPath) ? sourcePath : destPath),
-      m_second(LessNoCase(sourcePath, destPath) ? destPath : sourcePath) {}
+    : SaveGates(SaveGate::Key{SaveGate::KeyOf(sourcePath)}, SaveGate::Key{SaveGate::KeyOf(destPath)}) {}
+
+SaveGates::SaveGates(const SaveGate::Key& source, const SaveGate::Key& dest)
+    : m_first(LessNoCase(source.text, dest.text) ? source : dest), m_second(LessNoCase(source.text, dest.text) ? dest : source) {}
 
 SaveGate::~SaveGate() NO_THREAD_SAFETY_ANALYSIS {
     m_section->Leave();
     m_section.reset();
     GateTable& table = Table();
     const SectionGuard guard(table.section);
-    const auto found = table.gates.find(m_containerPath);
+    const auto found = table.gates.find(m_key);
     if (found != table.gates.end() && found->second.use_count() == 1)
         table.gates.erase(found);
 }

@@ -19,13 +19,20 @@ bool HasSaveNames(const std::wstring& itemName);
 // what the first did. Different containers do not wait for each other. Throws std::bad_alloc.
 class SaveGate {
 public:
+    // What a container is told apart by: its folder's identity, as far as that is known, and its name.
+    struct Key {
+        std::wstring text;
+    };
+    static std::wstring KeyOf(const std::wstring& containerPath);
+
     explicit SaveGate(const std::wstring& containerPath);
+    explicit SaveGate(const Key& key);
     ~SaveGate();
     SaveGate(const SaveGate&) = delete;
     SaveGate& operator=(const SaveGate&) = delete;
 
 private:
-    std::wstring m_containerPath;
+    std::wstring m_key;
     std::shared_ptr<CriticalSection> m_section;
 };
 
@@ -35,6 +42,8 @@ public:
     SaveGates(const std::wstring& sourcePath, const std::wstring& destPath);
 
 private:
+    SaveGates(const SaveGate::Key& source, const SaveGate::Key& dest);
+
     SaveGate m_first;
     SaveGate m_second;
 };

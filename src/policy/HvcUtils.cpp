@@ -18,6 +18,8 @@ namespace {
 constexpr std::array<std::wstring_view, 4> kReservedNames{L".HalvaneBox", L"- HalvaneCloud Readme -.htm", L".HalvaneCloud",
                                                           L"policy.hvc"};
 constexpr std::uint32_t kConfigValueBytes = 120;
+// Where containers are built before they take their places: nothing in it belongs to a document.
+constexpr std::wstring_view kSideFolder = L".HalvaneCloud";
 
 // What call returns, or otherwise when the library throws; its failures are answers here, not exceptions.
 template <class Result, class Call>
@@ -151,6 +153,8 @@ Win32Error CopyTree(const std::wstring& source, const std::wstring& destination,
     }
     Win32Error error = Win32Error::None;
     const bool complete = ForEachEntry(source, [&](const std::wstring& child, const WIN32_FIND_DATAW& entry) {
+        if (EqualNoCase(entry.cFileName, kSideFolder))
+            return true;
         error = CopyTree(child, PathAppendStr(destination, entry.cFileName), failIfExists);
         return error == Win32Error::None;
     });
