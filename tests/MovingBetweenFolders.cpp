@@ -10,6 +10,7 @@ enum class Place { Plain, SameKey, OtherKey };  // of the destination; the keys 
 enum class There { Nothing, PlainFile, EncryptedFile, Folder, NoParent };
 enum class How { Move, Copy, Rename };
 
+void PrintTo(Source source, std::ostream* out) { *out << "source " << int(source); }
 bool IsEncrypted(Source source) { return source == Source::Encrypted || source == Source::EncryptedLocked; }
 bool IsLocked(Source source) { return source == Source::PlainLocked || source == Source::EncryptedLocked; }
 
