@@ -1,4 +1,5 @@
 // recover: what a crash or a failed save left behind. clean: the copies in clear that programs kept.
+#include <algorithm>
 #include <memory>
 
 #include "commands/Commands.h"
@@ -77,10 +78,14 @@ void List(Session& session) {
 }
 
 LeftEdit Chosen(const std::vector<LeftEdit>& edits, const std::string& id) {
-    for (const LeftEdit& edit : edits)
-        if (edit.id == id)
-            return edit;
-    throw HostError(id + ": no edit of this ID; 'quelvol recover' lists them");
+    const auto hasId = [&](const LeftEdit& edit) { return edit.id == id; };
+    const auto found = std::find_if(edits.begin(), edits.end(), hasId);
+    if (found == edits.end())
+        throw HostError(id + ": no edit of this ID; 'quelvol recover' lists them");
+    // An ID is made from a path; who plants a file can make one like another.
+    if (std::count_if(edits.begin(), edits.end(), hasId) > 1)
+        throw HostError(id + ": more than one edit has this ID; only 'all' means each of them");
+    return *found;
 }
 
 std::vector<LeftEdit> Chosen(const std::vector<LeftEdit>& edits, const std::vector<std::string>& ids) {

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::uint32_t c_partSize = 1 << 20;
 constexpr const wchar_t* c_conflictWords = L" (HalvaneCloud conflicted edit ";
-constexpr std::size_t c_containerEndSize = 4;  // ".zip"
+constexpr std::wstring_view c_containerEnd = L".zip";
 
 std::string Shown(const LeftEdit& edit) {
     return ToUtf8(OrdinaryPath(edit.file));
@@ -32,14 +32,14 @@ void ReadOpen(const Volume& volume, void* file, const std::string& shown,
     }
 }
 
-// The volume takes the absolute path of a container's document as it stands.
+// The volume takes the absolute path of a container as it stands; by the document's path it would prefer a plain file beside it.
 FileHandle OpenContainer(const Volume& volume, const LeftEdit& edit) {
     if (StandingAt(edit.file.native()) != Standing::Itself)
         throw HostError(Shown(edit) + ": a link, which is not followed");
     const std::wstring container = OrdinaryPath(edit.file);
     void* handle = nullptr;
-    const VirtualVolumeStatus status = volume->OpenFile(&handle, container.substr(0, container.size() - c_containerEndSize).c_str(),
-                                                        GENERIC_READ, c_shareAll, OPEN_EXISTING, nullptr, nullptr);
+    const VirtualVolumeStatus status =
+        volume->OpenFile(&handle, container.c_str(), GENERIC_READ, c_shareAll, OPEN_EXISTING, nullptr, nullptr);
     if (status != VVS_Success)
         throw StatusError(Shown(edit), status);
     return FileHandle(volume.Get(), handle);
@@ -65,8 +65,14 @@ VolumePath FreeConflictPath(const Volume& volume, const VolumePath& document) {
     }
 }
 
-bool GoesAside(const LeftEdit& edit) {
-    return edit.ContainerSince() == LeftEdit::Since::Changed || !edit.UploadedName().empty();
+// Is what is at the document's place now anything but the container that the edit began from?
+bool GoesAside(const Volume& volume, const VolumePath& document, const LeftEdit& edit) {
+    const LeftEdit::Since since = edit.ContainerSince();
+    if (since == LeftEdit::Since::Changed || !edit.UploadedName().empty())
+        return true;
+    VirtFindData there{};
+    const bool isItsContainer = since == LeftEdit::Since::Same;
+    return volume->FindFile(document.Str(), &there) && (!isItsContainer || there.itemType < VIT_EncryptedFile);
 }
 
 }  // namespace
@@ -77,9 +83,9 @@ std::optional<VolumePath> DocumentOf(const Volume& volume, const LeftEdit& edit)
     if (container.empty() || !volume->GetMountInfoByNativePath(container.c_str(), &mount))
         return std::nullopt;
     const std::size_t folderSize = BoundedText(mount.path).size();
-    if (container.size() <= folderSize + c_containerEndSize)
+    if (container.size() <= folderSize + c_containerEnd.size() || !EndsWithNoCase(container, c_containerEnd))
         return std::nullopt;
-    const std::wstring below = container.substr(folderSize, container.size() - folderSize - c_containerEndSize);
+    const std::wstring below = container.substr(folderSize, container.size() - folderSize - c_containerEnd.size());
     try {
         const VolumePath path = VolumePath::Parse(std::wstring(BoundedText(mount.name)) + L'\\' + below);
         const std::wstring uploaded = edit.UploadedName();
@@ -152,12 +158,12 @@ VolumePath SaveEdit(const Volume& volume, const LeftEdit& edit, const std::optio
     const std::optional<VolumePath> document = given ? given : DocumentOf(volume, edit);
     if (!document)
         throw HostError(Shown(edit) + ": its document is not known or in no mount folder; --to says where it goes");
-    bool aside = !given && GoesAside(edit);
+    bool aside = !given && GoesAside(volume, *document, edit);
     for (;;) {
         const VolumePath target = aside ? FreeConflictPath(volume, *document) : *document;
         Upload upload(volume, target);
         ReadEdit(volume, edit, [&upload](const char* data, std::size_t size) { upload.Write(data, size); });
-        if (!aside && !given && GoesAside(edit)) {  // somebody was quicker
+        if (!aside && !given && GoesAside(volume, *document, edit)) {  // somebody was quicker
             aside = true;
             continue;
         }

@@ -213,7 +213,7 @@ int main(int argc, char** argv) {
         Steps steps;
         auto begin = Clock::now();
         if (numbers["--depth"] > 0)
-            explorer.Deepen(steps, numbers["--depth"] - start.isMinor);
+            explorer.Deepen(steps, numbers["--depth"]);
         std::printf("%s: %d histories in %.1f s", start.name, explorer.Histories(), SecondsSince(begin));
         begin = Clock::now();
         while (SecondsSince(begin) < numbers["--seconds"])

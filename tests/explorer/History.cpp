@@ -622,16 +622,16 @@ const std::vector<Start>& Starts() {
     static const std::vector<Step> waiting{{Op::Open, 0, OPEN_EXISTING}, {Op::Write}, {Op::Close, 0, 0, false, Failing::Finish}};
     static const std::vector<Step> waitingNew{{Op::Open, 0, CREATE_NEW}, {Op::Write}, {Op::Close, 0, 0, false, Failing::Finish}};
     static const std::vector<Start> starts{
-        {"missing", false, false, false, false, {}, {}},
-        {"encrypted", false, false, false, false, {{kHome, true}}, {}},
-        {"plain", false, false, false, false, {{kHome, false}}, {}},
-        {"conflict", false, true, false, false, {{kHome, false}, {kHome, true}}, {}},
-        {"waiting", false, false, false, false, {{kHome, true}}, waiting},
-        {"waiting-new", false, false, false, true, {}, waitingNew},
-        {"occupied", false, false, false, false, {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}, {}},
-        {"folder-missing", true, false, false, false, {}, {}},
-        {"folder-stored", true, false, false, false, {{kHome, false}}, {}},
-        {"equal", false, false, true, false, {{kHome, true}}, {}},
+        {"missing", false, false, false, {}, {}},
+        {"encrypted", false, false, false, {{kHome, true}}, {}},
+        {"plain", false, false, false, {{kHome, false}}, {}},
+        {"conflict", false, true, false, {{kHome, false}, {kHome, true}}, {}},
+        {"waiting", false, false, false, {{kHome, true}}, waiting},
+        {"waiting-new", false, false, false, {}, waitingNew},
+        {"occupied", false, false, false, {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}, {}},
+        {"folder-missing", true, false, false, {}, {}},
+        {"folder-stored", true, false, false, {{kHome, false}}, {}},
+        {"equal", false, false, true, {{kHome, true}}, {}},
     };
     return starts;
 }
