@@ -346,7 +346,9 @@ bool History::MoveOrCopy(const Step& step) {
         return false;
     for (const Opener& opener : m_openers)
         m_mayLitter |= opener.file && opener.isPlain;
-    if (step.op == Op::Move && WaitingAt(kHome)) {
+    // Of a plain file the edit of a container beside it is not taken along.
+    const bool wasPlain = !m_start.isHomeConflictCopy && FileAt(m_look, PathOf(kHome));
+    if (step.op == Op::Move && WaitingAt(kHome) && !wasPlain) {
         m_waiting[step.argument] = m_waiting[kHome];
         m_waiting.erase(kHome);
     }
