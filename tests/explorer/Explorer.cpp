@@ -31,7 +31,7 @@ public:
         if (left == 0 || outcome.isRefused || !outcome.failure.empty())
             return;
         for (const Step& step : outcome.next)
-            if (left > 1 || !EndsTheSame(step)) {
+            if (IsWorthwhile(step, left == 1)) {
                 steps.push_back(step);
                 Deepen(steps, left - 1);
                 steps.pop_back();
@@ -66,8 +66,12 @@ public:
     int Histories() const { return m_histories; }
 
 private:
-    // The last step of a history would be followed by the same closing without it.
-    static bool EndsTheSame(const Step& step) { return step.op == Op::Read || (step.op == Op::Close && step.actor == 0 && step.failing == Failing::None); }
+    // Left out of the enumeration, see above; walks take them.
+    static bool IsWorthwhile(const Step& step, bool isLast) {
+        if (step.op == Op::Open)
+            return step.actor == 0 ? !isLast : step.argument == CREATE_NEW || step.argument == CREATE_ALWAYS || (step.argument == OPEN_EXISTING && !isLast);
+        return !isLast || !(step.op == Op::Read || (step.op == Op::Close && step.actor == 0 && step.failing == Failing::None));
+    }
 
     Outcome Judge(const Steps& steps) {
         ++m_histories;
@@ -77,11 +81,9 @@ private:
         return outcome;
     }
 
-    // Words are numbered by the steps, so their numbers tell nothing.
-    static std::string Kind(std::string failure) {
-        if (failure.starts_with("word "))
-            failure.replace(5, failure.find(' ', 5) - 5, "*");
-        return failure;
+    // Which word, and at which step, tells nothing about the reason.
+    static std::string Kind(const std::string& failure) {
+        return failure.starts_with("word ") ? "a word is lost" : failure.substr(0, failure.find(" ("));
     }
 
     bool IsKnown(const std::string& failure, const Steps& steps) {

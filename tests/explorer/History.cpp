@@ -37,6 +37,8 @@ public:
         for (const Step& step : start.before)
             Do(step);
         m_hasBegun = false;
+        m_onlyOutside = true;
+        m_hasActed[0] = false;
     }
 
     void Do(const Step& step);
@@ -54,7 +56,7 @@ private:
     }
     std::wstring PathOf(int place) const;
     std::wstring OpenPathOf(int place) const { return PathOf(place) + (place == kHome && m_start.isHomeConflictCopy ? L".zip" : L""); }
-    const StoredFile* FileAt(const Look& look, std::wstring path) const;
+    const StoredFile* FileAt(const Look& look, const std::wstring& path) const;
     Word PlainAt(int place) const;
     Word ContainerAt(int place) const;
     WordSet WordsAt(int place) const;
@@ -111,9 +113,8 @@ std::wstring History::PathOf(int place) const {
     }
 }
 
-const StoredFile* History::FileAt(const Look& look, std::wstring path) const {
-    std::transform(path.begin(), path.end(), path.begin(), towlower);
-    const auto found = look.files.find(path);
+const StoredFile* History::FileAt(const Look& look, const std::wstring& path) const {
+    const auto found = look.files.find(LowerCase(path));
     return found == look.files.end() ? nullptr : &found->second;
 }
 
@@ -161,7 +162,9 @@ bool History::Open(const Step& step, Opener& opener) {
     opener = {};
     opener.disposition = readsOnly ? OPEN_EXISTING : step.argument;
     const bool startsEmpty = opener.disposition == CREATE_ALWAYS || opener.disposition == TRUNCATE_EXISTING;
-    if (startsEmpty && !m_start.isHomeConflictCopy)
+    const bool mayCreate = opener.disposition != OPEN_EXISTING && opener.disposition != TRUNCATE_EXISTING;
+    opener.isPlain = m_start.isHomePlain || (!mayCreate && !m_start.isHomeConflictCopy && FileAt(m_look, PathOf(kHome)));
+    if (startsEmpty && opener.isPlain)
         m_mayReplace = Only(PlainAt(kHome));
     if (startsEmpty || opener.disposition == OPEN_ALWAYS)
         opener.known = WordsAt(kHome);
@@ -217,8 +220,13 @@ bool History::Rename(Opener& opener, int place) {
     Opener accessed = opener;
     const auto waiting = m_waiting;
     Access(accessed);
-    const WordSet replaced = PathOf(place).size() == PathOf(opener.place).size() && place == kCase ? 0 : WordsAt(place);
+    const bool isSame = LowerCase(PathOf(place)) == LowerCase(PathOf(opener.place));
+    const WordSet replaced = isSame ? 0 : Only(PlainAt(place)) | Only(ContainerAt(place));
     m_mayReplace = m_doomed | replaced | (accessed.isDirty ? accessed.known & ~Only(accessed.current) : 0);
+    if (const auto moved = m_waiting.find(opener.place); moved != m_waiting.end()) {  // an edit moves with its document
+        m_mayReplace |= moved->second.known & ~Only(moved->second.word);
+        accessed.known |= moved->second.known;
+    }
     m_mayDrop = m_mayReplace;
     if (World::Volume()->RenameFile(opener.file, nullptr, m_world.VolumePath(PathOf(place)).c_str(), nullptr) != VVS_Success)
         return m_mayReplace = m_doomed, m_waiting = waiting, false;
@@ -227,6 +235,8 @@ bool History::Rename(Opener& opener, int place) {
     opener = accessed;
     opener.known |= replaced | Only(opener.current);
     opener.place = place;
+    m_mayBeBare = true;
+    m_doomed |= m_isLocked ? m_mayReplace : 0;  // a locked file goes with the lock
     return true;
 }
 
@@ -281,13 +291,17 @@ bool History::MoveOrCopy(const Step& step) {
                                                  m_world.VolumePath(PathOf(step.argument)).c_str(), nullptr) == VVS_Success;
     m_waiting = waiting;  // until it is seen where the edit is
     m_mayBeBare |= isDone;  // also a lock's empty file can be copied
-    if (!isDone)
+    if (!isDone && waiting.empty())
         m_mayReplace = m_doomed;
-    else if (step.op == Op::Move && m_waiting.count(kHome)) {
+    else if (isDone && m_isLocked)
+        m_doomed |= m_mayReplace;
+    if (!isDone)
+        return false;
+    if (step.op == Op::Move && m_waiting.count(kHome)) {
         m_waiting[step.argument] = m_waiting[kHome];
         m_waiting.erase(kHome);
     }
-    return isDone;
+    return true;
 }
 
 bool History::LockOrUnlock(bool isLock) {
@@ -364,7 +378,7 @@ void History::Check(const Step& step, const Look& now) {
     for (const auto& [path, file] : now.files)
         Expect(file.word != kTorn, "half a content in a folder");
     const bool isByName = step.op == Op::Rename || step.op == Op::Move || step.op == Op::Copy;
-    if (isRefused && isByName && step.failing == Failing::None && m_doomed == 0)
+    if (isRefused && isByName && step.failing == Failing::None && m_doomedPlaces.empty() && m_waiting.empty())
         Expect(now.files == m_look.files, "refused, but something was touched");
     if (isRefused || step.op == Op::Open)
         return;
@@ -379,12 +393,10 @@ void History::Check(const Step& step, const Look& now) {
 void History::Settle(const Step& step) {
     std::erase_if(m_waiting, [&](const auto& waiting) { return !IsOnlyTracked(waiting.second.word); });
     Opener& opener = m_openers[step.actor];
-    if (step.op == Op::Open || step.op == Op::Rename) {
-        const bool wasPlain = opener.isPlain;
-        opener.isPlain = FileAt(m_look, PathOf(opener.place)) && !(m_start.isHomeConflictCopy && opener.place == kHome);
-        opener.isDirty &= !opener.isPlain;
-        if (step.op == Op::Rename && wasPlain && !opener.isPlain)
-            opener.isAccessed = true;
+    if (step.op == Op::Rename) {
+        opener.isAccessed |= opener.isPlain;
+        opener.isPlain = PathOf(opener.place).starts_with(L"Plain");
+        opener.isDirty &= !opener.isPlain && IsOnlyTracked(opener.current);
     }
     if (step.op == Op::Rename || step.op == Op::Move)  // the platform's handles follow a file that is renamed
         for (Opener& other : m_openers)

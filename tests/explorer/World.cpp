@@ -67,6 +67,8 @@ BOOL WINAPI NotedFindClose(HANDLE search) {
 PIDLIST_ABSOLUTE WINAPI CancelledBrowse(LPBROWSEINFOW) { return nullptr; }
 void WINAPI NoSleep(DWORD) {}
 BOOL WINAPI NoFlush(HANDLE) { return TRUE; }
+HRESULT WINAPI NoCoInitialize(LPVOID) { return S_FALSE; }
+void WINAPI NoCoUninitialize() {}
 
 // What the shell would do with one file, or a folder of files, at twenty times the cost.
 int WINAPI QuickFileOperationW(LPSHFILEOPSTRUCTW operation) {
@@ -100,6 +102,8 @@ void StartProcess() {
     Replace("SHCreateDirectoryExW", QuickCreateDirectory);
     Replace("Sleep", NoSleep);
     Replace("FlushFileBuffers", NoFlush);
+    Replace("CoInitialize", NoCoInitialize);
+    Replace("CoUninitialize", NoCoUninitialize);
     g_volume = reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory")))();
 }
 
@@ -122,11 +126,6 @@ void MakeTree() {
     SetEnvironmentVariableW(L"TMP", g_path.c_str());
 }
 
-std::wstring LowerCase(std::wstring text) {
-    std::transform(text.begin(), text.end(), text.begin(), towlower);
-    return text;
-}
-
 bool WriteWhole(const std::wstring& path, DWORD disposition, const std::string& bytes) {
     const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, disposition, 0, nullptr);
     if (file == INVALID_HANDLE_VALUE)
@@ -138,6 +137,11 @@ bool WriteWhole(const std::wstring& path, DWORD disposition, const std::string& 
 }
 
 }  // namespace
+
+std::wstring LowerCase(std::wstring text) {
+    std::transform(text.begin(), text.end(), text.begin(), towlower);
+    return text;
+}
 
 World::World(bool isEqual) : m_isEqual(isEqual) {
     static int s_number = 0;

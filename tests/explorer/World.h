@@ -25,6 +25,8 @@ struct StoredFile {
     bool operator==(const StoredFile&) const = default;
 };
 
+std::wstring LowerCase(std::wstring text);
+
 // What was found on the disk.
 struct Look {
     std::map<std::wstring, StoredFile> files;  // of the three folders, by lower-case path: L"k1\\doc.txt.zip"
