@@ -151,6 +151,18 @@ int RunOne(const std::string& text) {
     return 2;
 }
 
+// A history takes milliseconds. One that does not come to its end would keep silent otherwise.
+DWORD WINAPI TellOfHang(void*) {
+    for (std::string before;; before = CurrentHistory()) {
+        Sleep(60'000);
+        if (before == CurrentHistory()) {
+            std::printf("%s\n    hangs\n", before.c_str());
+            std::fflush(stdout);
+            TerminateProcess(GetCurrentProcess(), 4);
+        }
+    }
+}
+
 LONG WINAPI TellOfCrash(EXCEPTION_POINTERS* info) {
     std::printf("%s\n    crashes with %08lx\n", CurrentHistory().c_str(), info->ExceptionRecord->ExceptionCode);
     std::fflush(stdout);
@@ -163,6 +175,7 @@ int main(int argc, char** argv) {
     std::map<std::string, int> numbers{{"--depth", 3}, {"--seconds", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
     std::vector<std::string> names;
     SetUnhandledExceptionFilter(TellOfCrash);
+    CreateThread(nullptr, 0, TellOfHang, nullptr, 0, nullptr);
     for (int at = 1; at < argc; ++at) {
         const std::string word = argv[at];
         if (word == "--history" && at + 1 < argc)

@@ -391,7 +391,6 @@ void History::Check(const Step& step, const Look& now) {
 
 // What is known only after the step.
 void History::Settle(const Step& step) {
-    std::erase_if(m_waiting, [&](const auto& waiting) { return !IsOnlyTracked(waiting.second.word); });
     Opener& opener = m_openers[step.actor];
     if (step.op == Op::Rename) {
         opener.isAccessed |= opener.isPlain;
@@ -422,6 +421,7 @@ void History::Do(const Step& step) {
     const Look now = m_world.LookAround();
     Check(step, now);
     m_look = now;
+    std::erase_if(m_waiting, [&](const auto& waiting) { return !IsOnlyTracked(waiting.second.word); });
     if (!isRefused)
         Settle(step);
     else if (step.op == Op::Open)
