@@ -153,14 +153,14 @@ int RunOne(const std::string& text) {
 
 // A history takes milliseconds. One that does not come to its end would keep silent otherwise.
 DWORD WINAPI TellOfHang(void*) {
-    for (std::string before;; before = CurrentHistory()) {
+    int before = 0;
+    do {
+        before = HistoriesRun();
         Sleep(60'000);
-        if (before == CurrentHistory()) {
-            std::printf("%s\n    hangs\n", before.c_str());
-            std::fflush(stdout);
-            TerminateProcess(GetCurrentProcess(), 4);
-        }
-    }
+    } while (before != HistoriesRun());
+    std::printf("%s\n    hangs\n", CurrentHistory().c_str());
+    std::fflush(stdout);
+    return !TerminateProcess(GetCurrentProcess(), 4);
 }
 
 LONG WINAPI TellOfCrash(EXCEPTION_POINTERS* info) {

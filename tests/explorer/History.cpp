@@ -1,6 +1,7 @@
 #include "explorer/History.h"
 
 #include <algorithm>
+#include <atomic>
 #include <map>
 
 #include <windows.h>
@@ -27,6 +28,7 @@ struct Opener {
 };
 
 std::string g_current;
+std::atomic<int> g_run{0};
 
 class History {
 public:
@@ -582,9 +584,11 @@ std::string TextOf(const Start& start, const std::vector<Step>& steps) {
     return text;
 }
 
+int HistoriesRun() { return g_run; }
 const std::string& CurrentHistory() { return g_current; }
 
 Outcome Run(const Start& start, const std::vector<Step>& steps) {
+    ++g_run;
     g_current = TextOf(start, steps);
     History history(start);
     for (const Step& step : steps)

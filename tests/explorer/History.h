@@ -50,6 +50,7 @@ struct Outcome {
 };
 // Goes through the steps, then closes and unlocks all, opens what is there anew, and looks for what was left behind.
 Outcome Run(const Start& start, const std::vector<Step>& steps);
-// For whoever is told of a crash: what Run is doing.
+// For whoever finds that Run crashed or does not return: how often it was called, and what it is doing.
+int HistoriesRun();
 const std::string& CurrentHistory();
 std::string TextOf(const Start& start, const std::vector<Step>& steps);

@@ -1,6 +1,7 @@
 #include "explorer/World.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <cwctype>
 #include <functional>
@@ -33,6 +34,7 @@ HMODULE g_module = nullptr;
 IVirtualVolume* g_volume = nullptr;
 std::set<HANDLE> g_held;  // by the volume: what the system would close with its process
 std::set<HANDLE> g_searches;
+std::set<DWORD> g_threadSlots;  // the run-time library does not give them back; there are 1,088
 
 HANDLE Noted(std::set<HANDLE>& handles, HANDLE handle) {
     if (handle != INVALID_HANDLE_VALUE)
@@ -63,6 +65,15 @@ BOOL WINAPI NotedFindClose(HANDLE search) {
     g_searches.erase(search);
     return FindClose(search);
 }
+DWORD WINAPI NotedTlsAlloc() {
+    const DWORD index = TlsAlloc();
+    g_threadSlots.insert(index);
+    return index;
+}
+BOOL WINAPI NotedTlsFree(DWORD index) {
+    g_threadSlots.erase(index);
+    return TlsFree(index);
+}
 // Nobody is there to pick a folder, nothing outside lets go of a file in time, and no power fails.
 PIDLIST_ABSOLUTE WINAPI CancelledBrowse(LPBROWSEINFOW) { return nullptr; }
 void WINAPI NoSleep(DWORD) {}
@@ -89,14 +100,19 @@ void Replace(const char* name, Function* function) {
 
 void StartProcess() {
     g_module = LoadLibraryW(L"QuelcryptVol64.dll");
-    if (!g_module)
+    if (!g_module) {
+        std::printf("The volume cannot be loaded: %lu\n", GetLastError());
+        std::fflush(stdout);
         ExitProcess(99);
+    }
     Replace("CreateFileW", NotedCreateFileW);
     Replace("DuplicateHandle", NotedDuplicateHandle);
     Replace("CloseHandle", NotedCloseHandle);
     Replace("FindFirstFileW", NotedFindFirstFileW);
     Replace("FindFirstFileExW", NotedFindFirstFileExW);
     Replace("FindClose", NotedFindClose);
+    Replace("TlsAlloc", NotedTlsAlloc);
+    Replace("TlsFree", NotedTlsFree);
     Replace("SHBrowseForFolderW", CancelledBrowse);
     Replace("SHFileOperationW", QuickFileOperationW);
     Replace("SHCreateDirectoryExW", QuickCreateDirectory);
@@ -161,8 +177,11 @@ void World::EndProcess() {
         CloseHandle(handle);
     for (const HANDLE search : g_searches)
         FindClose(search);
+    for (const DWORD index : g_threadSlots)
+        TlsFree(index);
     g_held.clear();
     g_searches.clear();
+    g_threadSlots.clear();
     StartProcess();
 }
 
