@@ -31,7 +31,7 @@ public:
         if (left == 0 || outcome.isRefused || !outcome.failure.empty())
             return;
         for (const Step& step : outcome.next)
-            if (IsWorthwhile(step, left == 1)) {
+            if (IsWorthwhile(steps, step, left == 1)) {
                 steps.push_back(step);
                 Deepen(steps, left - 1);
                 steps.pop_back();
@@ -66,8 +66,13 @@ public:
     int Histories() const { return m_histories; }
 
 private:
-    // Left out of the enumeration, see above; walks take them.
-    static bool IsWorthwhile(const Step& step, bool isLast) {
+    // Left out of the enumeration, see above; walks take all of it.
+    bool IsWorthwhile(const Steps& steps, const Step& step, bool isLast) const {
+        const auto isOutside = [](const Step& any) { return any.op == Op::Store || any.op == Op::StoreInPlace; };
+        if (!steps.empty() && steps.back().op == Op::EndProcess)
+            return false;
+        if (isLast && m_start.isEqual && !isOutside(step) && std::none_of(steps.begin(), steps.end(), isOutside))
+            return false;
         if (step.op == Op::Open)
             return step.actor == 0 ? !isLast : step.argument == CREATE_NEW || step.argument == CREATE_ALWAYS || (step.argument == OPEN_EXISTING && !isLast);
         return !isLast || !(step.op == Op::Read || (step.op == Op::Close && step.actor == 0 && step.failing == Failing::None));
@@ -194,7 +199,7 @@ int main(int argc, char** argv) {
         Steps steps;
         auto begin = Clock::now();
         if (numbers["--depth"] > 0)
-            explorer.Deepen(steps, numbers["--depth"]);
+            explorer.Deepen(steps, numbers["--depth"] - start.isMinor);
         std::printf("%s: %d histories in %.1f s", start.name, explorer.Histories(), SecondsSince(begin));
         begin = Clock::now();
         while (SecondsSince(begin) < numbers["--seconds"])

@@ -18,6 +18,7 @@ struct Opener {
     void* file = nullptr;
     int place = kHome;
     int disposition = 0;
+    bool mayOnlyRead = false;
     bool isPlain = false;
     bool isAccessed = false;  // an encrypted one: its temp file is made
     bool isDirty = false;     // its temp file holds what is not stored
@@ -34,7 +35,7 @@ class History {
 public:
     explicit History(const Start& start) : m_start(start), m_world(start.isEqual) {
         for (const auto& [place, asContainer] : start.stored)
-            m_world.Store(PathOf(place) + (asContainer ? L".zip" : L""), asContainer, m_world.NewWord(), false);
+            m_world.Store(PathOf(place) + (asContainer ? L".zip" : L""), asContainer, m_world.NewWord(), World::How::New);
         m_look = m_world.LookAround();
         for (const Step& step : start.before)
             Do(step);
@@ -162,6 +163,7 @@ bool History::Open(const Step& step, Opener& opener) {
     const bool readsOnly = step.argument == kOpenToRead;
     const std::uint32_t access = readsOnly ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE | DELETE;
     opener = {};
+    opener.mayOnlyRead = readsOnly;
     opener.disposition = readsOnly ? OPEN_EXISTING : step.argument;
     const bool startsEmpty = opener.disposition == CREATE_ALWAYS || opener.disposition == TRUNCATE_EXISTING;
     const bool mayCreate = opener.disposition != OPEN_EXISTING && opener.disposition != TRUNCATE_EXISTING;
@@ -331,7 +333,7 @@ bool History::StoreOutside(Op op) {
     if (op == Op::StoreInPlace && m_doomedPlaces.count(kHome))
         return false;  // the platform opens nothing that is marked for deletion, though not every one of its likes refuses
     if (op != Op::Remove)
-        return m_world.Store(path, asContainer, m_world.NewWord(), op == Op::StoreInPlace);
+        return m_world.Store(path, asContainer, m_world.NewWord(), op == Op::Store ? World::How::ByRename : World::How::InPlace);
     if (!m_world.Remove(path))
         return false;
     if (!asContainer) {
@@ -437,8 +439,8 @@ void History::OpenAnew(int place) {
     const bool isWaiting = waiting != m_waiting.end();
     const StoredFile* const plain = place == kHome && m_start.isHomeConflictCopy ? nullptr : FileAt(m_look, PathOf(place));
     const StoredFile* const file = plain ? plain : FileAt(m_look, PathOf(place) + L".zip");
-    if (!file && !isWaiting)
-        return;
+    if (!isWaiting && (!file || (m_look.keptFolders == 0 && !file->isBare)))
+        return;  // nothing is known of it, so this is how many a history begins
     const Word expected = isWaiting ? waiting->second.word : file->word;
     m_mayReplace = m_mayDrop = isWaiting ? waiting->second.known & ~Only(expected) : 0;
     void* opened = nullptr;
@@ -484,7 +486,9 @@ std::vector<Step> History::Next() const {
     for (int actor = 0; actor < 2; ++actor) {
         const Opener& opener = m_openers[actor];
         if (!opener.file) {
-            for (int disposition = CREATE_NEW; disposition <= kOpenToRead && (actor == 0 || m_openers[0].file || m_hasActed[0]); ++disposition)
+            const bool mayOpen = actor == 0 || m_openers[0].file || m_hasActed[0];
+            const int first = actor == 1 && WordsAt(kHome) ? CREATE_ALWAYS : CREATE_NEW;  // that A is refused is enough
+            for (int disposition = first; disposition <= kOpenToRead && mayOpen; ++disposition)
                 next.push_back({Op::Open, actor, disposition});
             continue;
         }
@@ -492,8 +496,9 @@ std::vector<Step> History::Next() const {
             continue;
         if (!opener.isDeleted) {
             for (const Op op : {Op::Read, Op::Write, Op::Cut, Op::Delete})
-                next.push_back({op, actor});
-            for (int place = kOther; place < kPlaces; ++place)
+                if (!opener.mayOnlyRead || op < Op::Delete)
+                    next.push_back({op, actor});
+            for (int place = kOther; place < kPlaces && !opener.mayOnlyRead; ++place)
                 next.push_back({Op::Rename, actor, place});
         } else {
             next.push_back({Op::Undelete, actor});
@@ -562,17 +567,16 @@ const std::vector<Start>& Starts() {
     static const std::vector<Step> waiting{{Op::Open, 0, OPEN_EXISTING}, {Op::Write}, {Op::Close, 0, 0, false, Failing::Finish}};
     static const std::vector<Step> waitingNew{{Op::Open, 0, CREATE_NEW}, {Op::Write}, {Op::Close, 0, 0, false, Failing::Finish}};
     static const std::vector<Start> starts{
-        {"missing", false, false, false, {}, {}},
-        {"encrypted", false, false, false, {{kHome, true}}, {}},
-        {"plain", false, false, false, {{kHome, false}}, {}},
-        {"conflict", false, true, false, {{kHome, false}, {kHome, true}}, {}},
-        {"waiting", false, false, false, {{kHome, true}}, waiting},
-        {"waiting-new", false, false, false, {}, waitingNew},
-        {"occupied", false, false, false, {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}, {}},
-        {"folder-missing", true, false, false, {}, {}},
-        {"folder-stored", true, false, false, {{kHome, false}}, {}},
-        {"equal", false, false, true, {{kHome, true}}, {}},
-        {"folder-equal", true, false, true, {{kHome, false}}, {}},
+        {"missing", false, false, false, false, {}, {}},
+        {"encrypted", false, false, false, false, {{kHome, true}}, {}},
+        {"plain", false, false, false, false, {{kHome, false}}, {}},
+        {"conflict", false, true, false, false, {{kHome, false}, {kHome, true}}, {}},
+        {"waiting", false, false, false, false, {{kHome, true}}, waiting},
+        {"waiting-new", false, false, false, true, {}, waitingNew},
+        {"occupied", false, false, false, false, {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}, {}},
+        {"folder-missing", true, false, false, false, {}, {}},
+        {"folder-stored", true, false, false, false, {{kHome, false}}, {}},
+        {"equal", false, false, true, false, {{kHome, true}}, {}},
     };
     return starts;
 }

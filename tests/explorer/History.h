@@ -38,6 +38,7 @@ struct Start {
     bool isHomePlain;
     bool isHomeConflictCopy;  // the document is the container beside a plain file of its name
     bool isEqual;             // words have one length, stored files one time
+    bool isMinor;  // gone through one step less deep
     std::vector<std::pair<int, bool>> stored;  // where, and as a container?
     std::vector<Step> before;
 };

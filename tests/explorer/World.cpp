@@ -123,9 +123,36 @@ void StartProcess() {
     g_volume = reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory")))();
 }
 
+bool WriteWhole(const std::wstring& path, DWORD disposition, const std::string& bytes) {
+    const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, disposition, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return false;
+    DWORD written = 0;
+    WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+    CloseHandle(file);
+    return written == bytes.size();
+}
+
+std::uint64_t Number(const FILETIME& time) { return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime; }
+
+std::uint64_t WriteTimeOf(const std::wstring& path) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data);
+    return Number(data.ftLastWriteTime);
+}
+
+std::int64_t ChangeTimeOf(const std::wstring& path) {
+    const HANDLE file = CreateFileW(path.c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+    FILE_BASIC_INFO info{};
+    GetFileInformationByHandleEx(file, FileBasicInfo, &info, sizeof(info));
+    CloseHandle(file);
+    return info.ChangeTime.QuadPart;
+}
+
 // The folders of all worlds of this process, one after the other; when one was not left empty, they are made anew.
 std::wstring g_root, g_path;
 int g_trees = 0;
+bool g_areTimesFine = false;  // each change of a file that was looked at gives it another time
 
 void MakeTree() {
     if (g_root.empty()) {
@@ -140,16 +167,14 @@ void MakeTree() {
     for (const wchar_t* folder : {L"K1", L"K2", L"Plain", L"HalvaneCloud"})
         CreateDirectoryW((g_path + L"\\" + folder).c_str(), nullptr);
     SetEnvironmentVariableW(L"TMP", g_path.c_str());
-}
-
-bool WriteWhole(const std::wstring& path, DWORD disposition, const std::string& bytes) {
-    const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, kShareAll, nullptr, disposition, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return false;
-    DWORD written = 0;
-    WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-    CloseHandle(file);
-    return written == bytes.size();
+    const std::wstring probe = g_path + L"\\probe";
+    g_areTimesFine = WriteWhole(probe, CREATE_NEW, "probe");
+    for (int change = 0; change < 20; ++change) {
+        const std::uint64_t before = WriteTimeOf(probe);
+        WriteWhole(probe, OPEN_EXISTING, "probe");
+        g_areTimesFine &= before != WriteTimeOf(probe);
+    }
+    DeleteFileW(probe.c_str());
 }
 
 }  // namespace
@@ -159,11 +184,12 @@ std::wstring LowerCase(std::wstring text) {
     return text;
 }
 
-World::World(bool isEqual) : m_isEqual(isEqual) {
+World::World(bool isEqual) : m_isEqual(isEqual), m_remembers(!isEqual) {
     static int s_number = 0;
     m_number = std::to_wstring(++s_number);
     if (g_path.empty())
         MakeTree();
+    m_remembers &= g_areTimesFine;
     if (!g_volume)
         StartProcess();
 }
@@ -225,13 +251,13 @@ std::optional<World::Stamp> World::StampOf(const std::wstring& path) const {
     WIN32_FILE_ATTRIBUTE_DATA data;
     if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
         return std::nullopt;
-    return Stamp{static_cast<std::uint64_t>(data.ftLastWriteTime.dwHighDateTime) << 32 | data.ftLastWriteTime.dwLowDateTime, data.nFileSizeLow};
+    return Stamp{::Number(data.ftLastWriteTime), data.nFileSizeLow};
 }
 
 const std::vector<std::wstring>& World::NamesIn(const std::wstring& folder) {
     auto& [stamp, names] = m_folders[folder];
     const std::optional<Stamp> now = StampOf(folder);
-    if (now == stamp && !m_isEqual)
+    if (now == stamp && m_remembers)
         return names;
     stamp = now.value_or(Stamp{});
     names.clear();
@@ -242,7 +268,7 @@ const std::vector<std::wstring>& World::NamesIn(const std::wstring& folder) {
 const StoredFile& World::FileAt(const std::wstring& path) {
     auto& [stamp, file] = m_files[path];
     const std::optional<Stamp> now = StampOf(path);
-    if (now != stamp || m_isEqual || file.word == kTorn) {
+    if (now != stamp || !m_remembers || file.word == kTorn) {
         stamp = now.value_or(Stamp{});
         file = Read(path);
     }
@@ -283,7 +309,7 @@ void World::LookIntoTemp(Look& look) {
     }
 }
 
-bool World::Store(const std::wstring& path, bool asContainer, Word word, bool inPlace) {
+bool World::Store(const std::wstring& path, bool asContainer, Word word, How how) {
     const std::string content = TextOf(word);
     std::string bytes = content;
     if (asContainer) {
@@ -299,14 +325,16 @@ bool World::Store(const std::wstring& path, bool asContainer, Word word, bool in
         bytes.append(reinterpret_cast<const char*>(name.data()), name.size() * sizeof(wchar_t)).append(content);
     }
     const std::wstring fullPath = g_path + L"\\" + path;
-    const std::wstring side = g_path + L"\\side";
-    const bool isDone = inPlace ? WriteWhole(fullPath, TRUNCATE_EXISTING, bytes)
-                                : WriteWhole(side, CREATE_ALWAYS, bytes) &&
-                                      MoveFileExW(side.c_str(), fullPath.c_str(), MOVEFILE_REPLACE_EXISTING);
-    if (!isDone)
-        DeleteFileW(side.c_str());
-    if (m_isEqual)
-        EqualiseTimes();
+    const std::wstring side = how == How::ByRename ? g_path + L"\\side" : fullPath;
+    const std::int64_t before = m_isEqual ? ChangeTimeOf(fullPath) : 0;
+    bool isDone = false;
+    do {  // a change that not even the platform shows nobody could tell
+        isDone = WriteWhole(side, how == How::InPlace ? TRUNCATE_EXISTING : CREATE_ALWAYS, bytes);
+        if (isDone && how == How::ByRename && !MoveFileExW(side.c_str(), fullPath.c_str(), MOVEFILE_REPLACE_EXISTING))
+            isDone = !DeleteFileW(side.c_str());
+        if (m_isEqual)
+            EqualiseTimes();
+    } while (isDone && m_isEqual && ChangeTimeOf(fullPath) == before);
     return isDone;
 }
 

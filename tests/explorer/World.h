@@ -54,8 +54,9 @@ public:
     std::wstring VolumePath(const std::wstring& path) const;  // of a path like L"K1\\doc.txt"
 
     Look LookAround();
-    // Stores a file as somebody outside: over what is there, or in it. False: he was refused.
-    bool Store(const std::wstring& path, bool asContainer, Word word, bool inPlace);
+    // Stores a file as somebody outside. False: he was refused.
+    enum class How { New, ByRename, InPlace };
+    bool Store(const std::wstring& path, bool asContainer, Word word, How how);
     bool Remove(const std::wstring& path);
     // Opens all there is unshared, and deletes it. False: a file is held by somebody.
     bool Clear();
@@ -78,7 +79,7 @@ private:
     void LookIntoTemp(Look& look);
     void EqualiseTimes();
 
-    bool m_isEqual;
+    bool m_isEqual, m_remembers;
     int m_words = 0;
     std::wstring m_number;
     std::map<std::wstring, Remembered<std::vector<std::wstring>>> m_folders;
