@@ -47,6 +47,7 @@ public:
     void Do(const Step& step);
     void End();
     std::vector<Step> Next() const;
+    bool IsLikeAStart() const { return m_hasBegun && m_onlyOutside && m_waiting.empty(); }
 
     std::string failure;
     bool isRefused = false;
@@ -80,8 +81,8 @@ private:
     void Check(const Step& step, const Look& now);
     void Settle(const Step& step);
     void OpenAnew(int place);
-    bool IsOnlyTracked(Word word) const { return word == kNothing ? m_look.tracksNothing : (Only(word) & m_look.inTemp & ~m_look.inFolders) != 0; }
-    bool IsIdle() const { return !m_openers[0].file && !m_openers[1].file && !m_isLocked && m_waiting.empty(); }
+    bool IsTracked(Word word) const { return word == kNothing ? m_look.tracksNothing : (Only(word) & m_look.inTemp) != 0; }
+    bool IsOnlyTracked(Word word) const { return IsTracked(word) && !(Only(word) & m_look.inFolders); }
 
     const Start& m_start;
     World m_world;
@@ -90,6 +91,8 @@ private:
     bool m_hasActed[2] = {};
     bool m_hasBegun = false, m_onlyOutside = true;  // so far nothing was opened or locked
     bool m_isLocked = false;
+    bool m_hasEnded = false;  // the process, once
+    const std::int32_t m_liveBefore = Explorer_LiveObjects();
     bool m_mayBeBare = false;  // somebody may have wanted an empty file
     std::wstring m_token;
     struct Waiting {
@@ -163,6 +166,8 @@ bool History::Open(const Step& step, Opener& opener) {
     const bool readsOnly = step.argument == kOpenToRead;
     const std::uint32_t access = readsOnly ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE | DELETE;
     opener = {};
+    if (m_start.isHomeConflictCopy && !FileAt(m_look, PathOf(kHome) + L".zip"))
+        return false;  // another document would be made under the name of the container
     opener.mayOnlyRead = readsOnly;
     opener.disposition = readsOnly ? OPEN_EXISTING : step.argument;
     const bool startsEmpty = opener.disposition == CREATE_ALWAYS || opener.disposition == TRUNCATE_EXISTING;
@@ -238,7 +243,7 @@ bool History::Rename(Opener& opener, int place) {
         accessed.current = PlainAt(opener.place);
     opener = accessed;
     opener.known |= replaced | Only(opener.current);
-    opener.place = place;
+    opener.place = place == kCase ? kHome : place;
     m_mayBeBare = true;
     m_doomed |= m_isLocked ? m_mayReplace : 0;  // a locked file goes with the lock
     return true;
@@ -275,10 +280,10 @@ bool History::CallOpener(const Step& step, Opener& opener) {
     default:
         if (volume->Undelete(opener.file, nullptr) != VVS_Success)
             return false;
+        if (opener.isDeleted && opener.isPlain)
+            m_doomedPlaces.erase(opener.place);
         opener.isDeleted = false;
         opener.marked = 0;
-        if (opener.isPlain)
-            m_doomedPlaces.erase(opener.place);
         return true;
     }
 }
@@ -353,6 +358,7 @@ void History::EndProcess() {
         opener = {};
     }
     m_mayBeBare |= m_isLocked;
+    m_hasEnded = true;
     m_isLocked = false;
     m_waiting.clear();
     World::EndProcess();
@@ -389,7 +395,9 @@ void History::Check(const Step& step, const Look& now) {
     const Opener& opener = m_openers[step.actor];
     if (step.op == Op::Write)
         Expect((Only(opener.current) & ~found) == 0, "what was written is found nowhere");
-    if (step.op == Op::Close && !opener.isDeleted && opener.isDirty && step.failing == Failing::None)
+    // What somebody else holds may stand in the way; then the edit waits.
+    const bool isAlone = !m_isLocked && !m_openers[1 - step.actor].file;
+    if (step.op == Op::Close && !opener.isDeleted && opener.isDirty && isAlone && step.failing == Failing::None)
         Expect((Only(opener.current) & ~now.inFolders) == 0, "closed, but not stored");
 }
 
@@ -425,7 +433,7 @@ void History::Do(const Step& step) {
     const Look now = m_world.LookAround();
     Check(step, now);
     m_look = now;
-    std::erase_if(m_waiting, [&](const auto& waiting) { return !IsOnlyTracked(waiting.second.word); });
+    std::erase_if(m_waiting, [&](const auto& waiting) { return !IsTracked(waiting.second.word); });
     if (!isRefused)
         Settle(step);
     else if (step.op == Op::Open)
@@ -439,6 +447,8 @@ void History::OpenAnew(int place) {
     const bool isWaiting = waiting != m_waiting.end();
     const StoredFile* const plain = place == kHome && m_start.isHomeConflictCopy ? nullptr : FileAt(m_look, PathOf(place));
     const StoredFile* const file = plain ? plain : FileAt(m_look, PathOf(place) + L".zip");
+    if (place == kHome && m_start.isHomeConflictCopy && !file)
+        return;  // an edit that waits for a conflict copy is found only beside it
     if (!isWaiting && (!file || (m_look.keptFolders == 0 && !file->isBare)))
         return;  // nothing is known of it, so this is how many a history begins
     const Word expected = isWaiting ? waiting->second.word : file->word;
@@ -469,8 +479,8 @@ void History::End() {
         OpenAnew(place);
     m_step = "at the end";
     Expect(!World::HoldsHandles(), "the volume holds a handle");
-    Expect(Explorer_LiveObjects() == 0, "a companion object lives");
-    Expect(!m_look.hasLitter, "a temp folder without an owner");
+    Expect(Explorer_LiveObjects() == m_liveBefore, "a companion object lives");
+    Expect(!m_look.hasLitter || m_hasEnded, "a temp folder without an owner");
     for (const auto& [path, file] : m_look.files) {
         Expect(path.find(L'~') == path.npos && !path.ends_with(L".side"), "an unfinished file is left");
         Expect(!file.isBare || m_mayBeBare, "the empty file of a lock is left");
@@ -481,8 +491,6 @@ void History::End() {
 
 std::vector<Step> History::Next() const {
     std::vector<Step> next;
-    if (m_hasBegun && m_onlyOutside && m_waiting.empty())
-        return next;
     for (int actor = 0; actor < 2; ++actor) {
         const Opener& opener = m_openers[actor];
         if (!opener.file) {
@@ -600,8 +608,11 @@ Outcome Run(const Start& start, const std::vector<Step>& steps) {
             history.Do(step);
     Outcome outcome;
     outcome.isRefused = history.isRefused;
+    outcome.isLikeAStart = history.IsLikeAStart();
     outcome.next = history.Next();
     history.End();
     outcome.failure = history.failure;
+    if (!outcome.failure.empty())
+        World::EndProcess();  // what it holds is not to disturb others
     return outcome;
 }
