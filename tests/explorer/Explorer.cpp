@@ -50,7 +50,9 @@ public:
             steps.push_back(m_next[below(m_next.size())]);
             Step& last = steps.back();
             last.withToken = last.op == Op::Open && below(4) == 0;
-            if (last.failing == Failing::None && last.op < Op::Store && below(10) == 0) {
+            // Beside a conflict copy an open that cannot read the container finds another document.
+            const bool mayFail = last.op < Op::Store && !(last.op == Op::Open && m_start.isHomeConflictCopy);
+            if (last.failing == Failing::None && mayFail && below(10) == 0) {
                 last.failing = below(2) ? Failing::Nth : Failing::NthThrows;
                 last.nth = 1 + static_cast<int>(below(6));
             }

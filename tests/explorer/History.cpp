@@ -253,6 +253,8 @@ void History::Close(Opener& opener) {
     const WordSet left = opener.known & ~Only(opener.current);
     m_mayReplace = m_doomed | (opener.isDeleted ? opener.marked : opener.isDirty ? left : 0);
     m_mayDrop = m_doomed | (opener.isDeleted || !opener.isDirty ? opener.known | opener.marked : left);
+    if (const auto waiting = m_waiting.find(opener.place); waiting != m_waiting.end())  // a refused call may have taken it up
+        m_mayReplace |= waiting->second.known & ~Only(waiting->second.word);
     World::Volume()->CloseFile(opener.file, nullptr);
     if (opener.isDeleted)
         m_doomed |= opener.marked;  // it goes with the lock, or with the last handle
