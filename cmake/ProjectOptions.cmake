@@ -17,5 +17,5 @@ target_compile_options(project_options INTERFACE -Wno-array-bounds -Wno-stringop
 if(QUELCRYPT_CHECKED)
     # There is no sanitizer run-time library for this platform: a violation executes an illegal instruction.
     target_compile_options(project_options INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
-    target_compile_definitions(project_options INTERFACE _GLIBCXX_ASSERTIONS)
+    target_compile_definitions(project_options INTERFACE _GLIBCXX_ASSERTIONS QUELCRYPT_CHECKED)
 endif()

@@ -229,7 +229,7 @@ TEST_F(SavingAnEditedFile, NeverOverwritesAConflictCopy) {
 
     // The edit waits, and is saved when there is a free name again.
     EXPECT_TRUE(DeleteFileW(NativePath(L"Docs\\" + ConflictName(L"a.txt", 500) + L".zip").c_str()));
-    EXPECT_EQ("mine", Get(L"Docs\\a.txt"));
+    EXPECT_EQ("theirs", Get(L"Docs\\a.txt"));
     EXPECT_EQ("mine", ContainerContent(ContainerPath(L"Docs\\" + ConflictName(L"a.txt", 500))));
     EXPECT_EQ("theirs", Get(L"Docs\\a.txt"));
 }

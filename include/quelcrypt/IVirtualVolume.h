@@ -134,16 +134,21 @@ public:
     // record. Without a token the open runs under the lock that the target has, if any. A failure leaves *hFile null.
     // An encrypted file is decrypted at its first read, write or size change, not here. CREATE_ALWAYS, OPEN_ALWAYS and
     // TRUNCATE_EXISTING start it empty: the stored content goes only when something was written or the size set.
+    // VVS_InvalidParameter: a new name that could never be saved (no room for ".zip" and the names of conflict copies, or no
+    // well-formed UTF-16).
     virtual VirtualVolumeStatus OpenFile(void** hFile, const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                          std::uint32_t openDisposition, const wchar_t* lockToken, VirtFindData* findData) = 0;
     // 11: closes the item. A changed encrypted file is encrypted here, on this thread; when that fails a folder for a
-    // backup is asked for, and failing that the edit stays in its temp file, to be tried again at the next close.
+    // backup is asked for, and failing that the edit stays in its temp file, to be tried again at the next close. When the
+    // container is not the one any more that this handle's user knows, the edit is saved beside it under a conflict name, and
+    // a deletion leaves it; the trace says so.
     // In this slot and up to 19, findData may be null and only serves the trace log; it is never written.
     virtual void CloseFile(void* hFile, VirtFindData* findData) = 0;
     // 12, 13: mark the item for deletion at its close, and take the mark back.
     virtual VirtualVolumeStatus Delete(void* hFile, VirtFindData* findData) = 0;
     virtual VirtualVolumeStatus Undelete(void* hFile, VirtFindData* findData) = 0;
     // 14: gives the open item another path, in place of what is there; the handle stays usable at the new path.
+    // VSS_SharingViolation, also of 15 and 16: somebody else replaced the source, or what was there, meanwhile; nothing was touched.
     virtual VirtualVolumeStatus RenameFile(void* hFile, VirtFindData* findData, const wchar_t* newPath,
                                            const wchar_t* newFileLockToken) = 0;
     // 15, 16: move or copy by path. The destination's folder decides whether it is stored encrypted; while the companion
@@ -169,7 +174,7 @@ public:
     virtual VirtualVolumeStatus SetFileInfo(void* hFile, std::uint32_t fileAttributes, const VirtFindData* findData) = 0;
 
     // 23: takes a lock (scope, type, timeout and owner are read); lockInfo->token receives its token. A missing file is
-    // created empty and goes with its last lock unless something was written. While locked, the file is held open
+    // created empty and goes with its last lock unless something was, or is then, written. While locked, the file is held open
     // against writers of other processes. VVS_LockScopeViolation beside an exclusive lock, VVS_Locked or
     // VVS_Unauthorized when the file cannot be held, VVS_BadRequest for a folder.
     virtual VirtualVolumeStatus Lock(const wchar_t* filePath, LockInfo* lockInfo) = 0;

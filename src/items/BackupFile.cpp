@@ -71,7 +71,7 @@ bool BackupTempFile(const std::wstring& srcFilePath, const std::wstring& zipFile
     }
     QC_CHECK(folderForBackupIsPicked, false, L"folderForBackupIsPicked =>false%s, ");
     const std::wstring destFilePath = FreeBackupPath(backupFolderPath, itemName);
-    QC_CHECK(::CopyFileW(srcFilePath.c_str(), destFilePath.c_str(), TRUE), false,
+    QC_CHECK(CopyWholeFile(srcFilePath, destFilePath) == Win32Error::None, false,
              L"::CopyFileW(srcFilePath, destFilePath, 1) != 0 =>false%s,  %s", L"Src[%s], Dest[%s], Error[%s]", srcFilePath, destFilePath,
              SystemErrorStr(GetLastError()));
     QC_LOG(L"CopyFile is Succesfull. Src[%s], Dest[%s]", srcFilePath, destFilePath);

@@ -1,126 +1,50 @@
 #include "items/FileContent.h"
 
-#include <algorithm>
-#include <memory>
-#include <mutex>
-
-#include "diagnostics/Trace.h"
-#include "library/Text.h"
-#include "policy/FileUtils.h"
+#include "items/VirtualItem.h"
 
 namespace {
 
-std::wstring CountStr(DWORD count) { return FormatInt64Str(count); }
-
-// Copies from one position to the ends of both files' shared length `end`, through positions of their own.
-bool CopyRange(HANDLE hFileSrc, HANDLE hFileDest, std::int64_t start, std::int64_t end) {
-    FilePointer filePointerSrc(hFileSrc, start);
-    FilePointer filePointerDest(hFileDest, start);
-    if (!filePointerSrc.PointerWasSet() || !filePointerDest.PointerWasSet())
-        return false;
-    const auto buffer = std::make_unique<char[]>(file_content::kChunkBytes);
-    for (std::int64_t left = end - start; left > 0;) {
-        const DWORD wanted = static_cast<DWORD>(std::min<std::int64_t>(left, file_content::kChunkBytes));
-        DWORD done = 0;
-        DWORD written = 0;
-        if (!::ReadFile(hFileSrc, buffer.get(), wanted, &done, nullptr) || done == 0 ||
-            !::WriteFile(hFileDest, buffer.get(), done, &written, nullptr) || written != done)
-            return false;
-        left -= done;
-    }
-    return true;
-}
-
-std::int64_t SizeOf(HANDLE hFile) {
-    LARGE_INTEGER size{};
-    return GetFileSizeEx(hFile, &size) ? size.QuadPart : -1;
-}
-
-bool CutTo(HANDLE hFile, std::int64_t size) {
-    const FilePointer filePointer(hFile, size);
-    return filePointer.PointerWasSet() && SetEndOfFile(hFile);
+// The one place that a call cannot be given by its number, which says "where the handle stands".
+void MoveToPlace(HANDLE hFile, std::uint64_t place) {
+    LARGE_INTEGER position{};
+    position.QuadPart = static_cast<LONGLONG>(place);
+    if (place == kCurrentPosition)
+        SetFilePointerEx(hFile, position, nullptr, FILE_BEGIN);
 }
 
 }  // namespace
 
-namespace file_content {
-
-bool ReadFile(const std::wstring& filePath, HANDLE hFile, void* buffer, DWORD* bytesRead) {
-    QC_TRACE(L"VirtualFile::ReadFile", L"filePath[%s], numOfBytesToRead[%s]", filePath, CountStr(kChunkBytes));
-    if (!::ReadFile(hFile, buffer, kChunkBytes, bytesRead, nullptr)) {
-        QC_LOG_AT(LogLevel_Error, L"filePath[%s], numOfBytesToRead[%s]. Error[%s]", filePath, CountStr(kChunkBytes),
-                  SystemErrorStr(GetLastError()));
-        return qcLog.Leave(false);
-    }
-    QC_LOG(L"numOfBytesRead[%s]", CountStr(*bytesRead));
-    return qcLog.Leave(true);
+VirtualVolumeStatus FileContent::Read(std::uint64_t offset, void* data, std::uint32_t dataSize, std::uint32_t* count,
+                                      std::uint64_t& position) {
+    const std::uint64_t place = offset == kCurrentPosition ? position : offset;
+    const VirtualVolumeStatus status = DoRead(place, data, dataSize, count);
+    if (status == VVS_Success)
+        position = place + *count;
+    return status;
 }
 
-bool WriteFile(const std::wstring& filePath, HANDLE hFile, const void* data, DWORD numOfBytesToWrite, DWORD* bytesWritten) {
-    QC_TRACE(L"VirtualFile::WriteFile", L"filePath[%s], numOfBytesToWrite[%s]", filePath, CountStr(numOfBytesToWrite));
-    if (!::WriteFile(hFile, data, numOfBytesToWrite, bytesWritten, nullptr)) {
-        QC_LOG_AT(LogLevel_Error, L"filePath[%s], numOfBytesToWrite[%s]. Error[%s]", filePath, CountStr(numOfBytesToWrite),
-                  SystemErrorStr(GetLastError()));
-        return qcLog.Leave(false);
-    }
-    QC_LOG(L"numOfBytesWritten[%s]", CountStr(*bytesWritten));
-    return qcLog.Leave(true);
+VirtualVolumeStatus FileContent::Write(std::uint64_t offset, const void* data, std::uint32_t dataSize, std::uint32_t* count,
+                                       std::uint64_t& position) {
+    const std::uint64_t place = offset == kCurrentPosition ? position : offset;
+    const VirtualVolumeStatus status = DoWrite(place, data, dataSize, count);
+    if (status == VVS_Success)
+        position = place + *count;
+    return status;
 }
 
-bool CopyFileW(HANDLE hFileSrc, HANDLE hFileDest) {
-    QC_TRACE(L"VirtualFile::CopyFileW");
-    FilePointer filePointerSrc(hFileSrc, 0);
-    FilePointer filePointerDest(hFileDest, 0);
-    QC_CHECK(filePointerSrc.PointerWasSet() && filePointerDest.PointerWasSet(), false,
-             L"filePointerSrc.PointerWasSet() && filePointerDest.PointerWasSet() =>false%s, ");
-    const auto buffer = std::make_unique<char[]>(kChunkBytes);
-    for (;;) {
-        DWORD done = 0;
-        DWORD written = 0;
-        if (!ReadFile({}, hFileSrc, buffer.get(), &done))
-            return qcLog.Leave(false);
-        if (done == 0)
-            return qcLog.Leave(true);
-        if (!WriteFile({}, hFileDest, buffer.get(), done, &written) || written != done)
-            return qcLog.Leave(false);
-    }
+VirtualVolumeStatus FileContent::ReadFileAt(HANDLE hFile, std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) {
+    MoveToPlace(hFile, place);
+    return VirtualItem::ReadFile(hFile, place, data, dataSize, count);
 }
 
-bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, bool* isTorn) {
-    QC_TRACE(L"CopyIntoLockedFile");
-    const HANDLE hFileDest = dest.hFile.Get();
-    const std::lock_guard guard(*dest.contentLock);
-    if (isTorn)
-        *isTorn = false;
-    const std::int64_t newSize = SizeOf(hFileSrc);
-    const std::int64_t oldSize = SizeOf(hFileDest);
-    if (newSize < 0 || oldSize < 0)
-        return qcLog.Leave(false);
-    if (DeleteUndeleteFile(hFileDest, false) != Win32Error::None)
-        return qcLog.Leave(false);
-    FILETIME lastWrite{};
-    const bool isTimeKnown = GetFileTime(hFileDest, nullptr, nullptr, &lastWrite) != FALSE;
-    if (newSize > oldSize && !CopyRange(hFileSrc, hFileDest, oldSize, newSize)) {
-        const LastErrorKeeper keeper;
-        // By another time the file would count as changed by somebody else.
-        if (CutTo(hFileDest, oldSize) && isTimeKnown)
-            SetFileTime(hFileDest, nullptr, nullptr, &lastWrite);
-        return qcLog.Leave(false);
-    }
-    if (isTorn)
-        *isTorn = true;
-    const bool done = CopyRange(hFileSrc, hFileDest, 0, std::min(oldSize, newSize)) && CutTo(hFileDest, newSize) &&
-                      FlushFileBuffers(hFileDest);
-    return qcLog.Leave(done);
+VirtualVolumeStatus FileContent::WriteFileAt(HANDLE hFile, std::uint64_t place, const void* data, std::uint32_t dataSize,
+                                             std::uint32_t* count) {
+    MoveToPlace(hFile, place);
+    return VirtualItem::WriteFile(hFile, place, data, dataSize, count);
 }
 
-bool MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags) {
-    QC_TRACE(L"VirtualFile::MoveFileW", L"srcFilePath[%s], destFilePath[%s]", srcFilePath, destFilePath);
-    if (MoveFileExW(srcFilePath.c_str(), destFilePath.c_str(), flags))
-        return qcLog.Leave(true);
-    QC_LOG_AT(LogLevel_Error, L"srcFilePath[%s], destFilePath[%s]. Error[%s]", srcFilePath, destFilePath,
-              SystemErrorStr(GetLastError()));
-    return qcLog.Leave(false);
+void FileContent::SetWriteTimeToNow(HANDLE hFile) {
+    FILETIME now{};
+    GetSystemTimeAsFileTime(&now);
+    SetFileTime(hFile, nullptr, nullptr, &now);
 }
-
-}  // namespace file_content

@@ -1,31 +1,64 @@
-// Moving content between open files and paths, with the traces that the volume's file operations share. On failure each
-// has logged why and left the last error set.
+// What the reads and writes of an open file go to: the file itself where it is stored plain (PlainContent), a decrypted copy of
+// its container where it is stored encrypted (EncryptedContent). Belongs to one item and is used by one thread at a time, as
+// it. The item's handle holds what does not depend on where the content is: deletion mark and position.
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include <windows.h>
 
-#include "locks/FileLocker.h"
+#include "items/ItemState.h"
+#include "library/FileVersion.h"
+#include "quelcrypt/IVirtualVolume.h"
 
-namespace file_content {
+class FileContent {
+public:
+    explicit FileContent(ItemState& state) : m_state(state) {}
+    virtual ~FileContent() = default;
+    FileContent(const FileContent&) = delete;
+    FileContent& operator=(const FileContent&) = delete;
 
-inline constexpr std::uint32_t kChunkBytes = 32768;
+    virtual bool IsEncrypted() const = 0;
+    // Where the file is on disk: the item's path, or its container's.
+    virtual std::wstring StoredPath() const = 0;
+    // The file that is read and written, as far as it is open.
+    virtual std::wstring WorkingPath() const = 0;
+    virtual HANDLE WorkingFile() const = 0;
+    // The item in a log line.
+    virtual std::wstring DescriptionStr() const = 0;
 
-// One read of kChunkBytes, or one write, at the handle's position. filePath is for messages.
-bool ReadFile(const std::wstring& filePath, HANDLE hFile, void* buffer, DWORD* bytesRead);
-bool WriteFile(const std::wstring& filePath, HANDLE hFile, const void* data, DWORD numOfBytesToWrite, DWORD* bytesWritten);
+    // Is there a working file?
+    virtual bool IsOpen() const = 0;
+    // To be called before the content is read, written or cut. A failure has changed nothing.
+    virtual VirtualVolumeStatus Prepare() { return VVS_Success; }
+    // At offset; kCurrentPosition stands for position. On success the count is stored, and position is where the bytes end.
+    VirtualVolumeStatus Read(std::uint64_t offset, void* data, std::uint32_t dataSize, std::uint32_t* count, std::uint64_t& position);
+    VirtualVolumeStatus Write(std::uint64_t offset, const void* data, std::uint32_t dataSize, std::uint32_t* count,
+                              std::uint64_t& position);
+    virtual VirtualVolumeStatus SetSize(std::uint64_t size) = 0;
 
-// Copies the whole of one open file over another, from the start; neither is cut, and both keep their positions.
-bool CopyFileW(HANDLE hFileSrc, HANDLE hFileDest);
+    // Marks the file for deletion at the close, or takes the mark back. On failure it is as it was.
+    virtual VirtualVolumeStatus MarkForDeletion(bool deleteFile) = 0;
+    // Saves, deletes or keeps what there is, and closes the file. A file that was replaced since it was marked for deletion
+    // stays, VSS_SharingViolation. May throw, before anything is lost.
+    virtual VirtualVolumeStatus Close(bool isDeleted) = 0;
 
-// Makes the whole of hFileSrc the content of a locked file. What could fail for want of space is written behind the old
-// content first, so that it still stands then, with its write time; a pending deletion is taken back. On failure isTorn, if
-// given, tells whether the old content is gone all the same.
-bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, bool* isTorn = nullptr);
+    virtual bool GetFileInfo(VirtFindData* virtFindData) = 0;
+    // The write time was set on the working file by hand. The platform's own updates may end with that (FILE_BASIC_INFO), so later
+    // writes set the time themselves.
+    virtual void TimeWasSet() = 0;
 
-// flags are MoveFileEx's; 0 neither replaces nor leaves the disk.
-bool MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags);
+protected:
+    virtual VirtualVolumeStatus DoRead(std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) = 0;
+    virtual VirtualVolumeStatus DoWrite(std::uint64_t place, const void* data, std::uint32_t dataSize, std::uint32_t* count) = 0;
+    // The same on a handle, for any place.
+    static VirtualVolumeStatus ReadFileAt(HANDLE hFile, std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count);
+    static VirtualVolumeStatus WriteFileAt(HANDLE hFile, std::uint64_t place, const void* data, std::uint32_t dataSize,
+                                           std::uint32_t* count);
 
-}  // namespace file_content
+    static void SetWriteTimeToNow(HANDLE hFile);
+
+    ItemState& m_state;
+};

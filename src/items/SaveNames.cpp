@@ -2,18 +2,29 @@
 
 #include <ctime>
 #include <cwchar>
-#include <mutex>
 #include <unordered_map>
 
 #include "diagnostics/Formatters.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
+#include "policy/HvcUtils.h"
 
 namespace {
 
+constexpr std::size_t kLongestName = 255;   // UTF-16 units that file systems store, without the terminator
+constexpr std::size_t kLongestSuffix = 52;  // " (HalvaneCloud conflicted edit 2024-05-01) (1000)" and some room
+
+// As much of a stem as leaves room for the units that follow it and for a container's extension.
+std::wstring ShortenedStem(const std::wstring& stem, std::size_t followingUnits) {
+    const std::size_t taken = followingUnits + kContainerExtension.size();
+    std::size_t units = taken < kLongestName ? kLongestName - taken : 1;
+    const bool splitsPair = units < stem.size() && (stem[units] & 0xFC00) == 0xDC00;  // the second half of a surrogate pair
+    return stem.substr(0, splitsPair ? units - 1 : units);
+}
+
 struct GateTable {
-    CriticalSection section;
-    std::unordered_map<std::wstring, std::shared_ptr<CriticalSection>, NoCaseHash, NoCaseEqual> gates;
+    CriticalSection section{LockOrder::SaveGates};
+    std::unordered_map<std::wstring, std::shared_ptr<CriticalSection>, NoCaseHash, NoCaseEqual> gates GUARDED_BY(section);
 };
 
 GateTable& Table() {
@@ -32,30 +43,37 @@ std::wstring SaveNameStr(const std::wstring& itemName, SaveName kind, int number
     if (number > 1)
         suffix += FormatStr(L" (%d)", number);
     const std::wstring stem = PathRemoveExtensionStr(itemName);
-    return FormatStr(L"%s%s%s", stem, suffix, itemName.substr(stem.size()));
+    const std::wstring extension = itemName.substr(stem.size());
+    return FormatStr(L"%s%s%s", ShortenedStem(stem, suffix.size() + extension.size()), suffix, extension);
 }
 
-SaveGate::SaveGate(const std::wstring& containerPath) : m_containerPath(containerPath) {
+bool HasSaveNames(const std::wstring& itemName) {
+    const std::size_t extensionUnits = itemName.size() - PathRemoveExtensionStr(itemName).size();
+    return itemName.size() + kContainerExtension.size() <= kLongestName &&
+           extensionUnits + kLongestSuffix + kContainerExtension.size() < kLongestName;
+}
+
+SaveGate::SaveGate(const std::wstring& containerPath) NO_THREAD_SAFETY_ANALYSIS : m_containerPath(containerPath) {
     GateTable& table = Table();
     {
-        const std::lock_guard guard(table.section);
+        const SectionGuard guard(table.section);
         std::shared_ptr<CriticalSection>& gate = table.gates[m_containerPath];
         if (!gate)
-            gate = std::make_shared<CriticalSection>();
+            gate = std::make_shared<CriticalSection>(LockOrder::SaveGate);
         m_section = gate;
     }
-    m_section->lock();
+    m_section->Enter();
 }
 
 SaveGates::SaveGates(const std::wstring& sourcePath, const std::wstring& destPath)
     : m_first(LessNoCase(sourcePath, destPath) ? sourcePath : destPath),
       m_second(LessNoCase(sourcePath, destPath) ? destPath : sourcePath) {}
 
-SaveGate::~SaveGate() {
-    m_section->unlock();
+SaveGate::~SaveGate() NO_THREAD_SAFETY_ANALYSIS {
+    m_section->Leave();
     m_section.reset();
     GateTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     const auto found = table.gates.find(m_containerPath);
     if (found != table.gates.end() && found->second.use_count() == 1)
         table.gates.erase(found);

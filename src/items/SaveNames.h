@@ -4,13 +4,16 @@
 #include <memory>
 #include <string>
 
-#include "library/Owners.h"
+#include "library/Locks.h"
 
 enum class SaveName { ConflictedEdit = 0, BackupEdit = 1 };
 
 // "report.docx" -> "report (HalvaneCloud conflicted edit 2024-05-01).docx", with the local date. number, from 2 on, tells
-// later ones of a day apart: " (2)" stands before the extension.
+// later ones of a day apart: " (2)" stands before the extension. A stem too long for it is cut.
 std::wstring SaveNameStr(const std::wstring& itemName, SaveName kind, int number = 1);
+
+// Is there room in a file name for the container of an item of this name, and for those of its conflict names?
+bool HasSaveNames(const std::wstring& itemName);
 
 // Held while an item checks its container and replaces it: of two items that save one container, the second then sees
 // what the first did. Different containers do not wait for each other. Throws std::bad_alloc.

@@ -2,6 +2,7 @@
 
 #include "diagnostics/Trace.h"
 #include "library/Owners.h"
+#include "library/PlatformPath.h"
 
 namespace {
 
@@ -33,28 +34,61 @@ std::wstring Document(const TrackingRecord& record) {
     return text;
 }
 
-// A character without a narrow form becomes the system's substitute; it never cuts the text short.
-std::string AsNarrowText(const std::wstring& text) {
+std::string Narrow(const std::wstring& text, UINT codePage, DWORD flags, BOOL* isLossy) {
+    const int units = static_cast<int>(text.size());
+    const int bytes = WideCharToMultiByte(codePage, flags, text.data(), units, nullptr, 0, nullptr, isLossy);
+    std::string narrow(bytes > 0 ? static_cast<std::size_t>(bytes) : 0, '\0');
+    WideCharToMultiByte(codePage, flags, text.data(), units, narrow.data(), bytes, nullptr, nullptr);
+    return narrow;
+}
+
+// A character without a narrow form becomes the system's substitute, never one that merely looks like it: that would be
+// another file's name. It never cuts the text short either.
+std::string AsNarrowText(const std::wstring& text, BOOL& isLossy) {
     std::wstring withCrLf;
     withCrLf.reserve(text.size() + text.size() / 16);
     for (const wchar_t unit : text)
         unit == L'\n' ? withCrLf.append(L"\r\n") : withCrLf.append(1, unit);
-    const int units = static_cast<int>(withCrLf.size());
-    const int bytes = WideCharToMultiByte(CP_ACP, 0, withCrLf.data(), units, nullptr, 0, nullptr, nullptr);
-    std::string narrow(bytes > 0 ? static_cast<std::size_t>(bytes) : 0, '\0');
-    WideCharToMultiByte(CP_ACP, 0, withCrLf.data(), units, narrow.data(), bytes, nullptr, nullptr);
-    return narrow;
+    const bool isUtf8 = GetACP() == CP_UTF8;  // which lacks nothing, and takes no flags
+    return Narrow(withCrLf, CP_ACP, isUtf8 ? 0 : WC_NO_BEST_FIT_CHARS, isUtf8 ? nullptr : &isLossy);
+}
+
+std::string AsPercentEncodedUtf8(const std::wstring& text) {
+    std::string encoded;
+    for (const char unit : Narrow(text, CP_UTF8, 0, nullptr)) {
+        const auto byte = static_cast<unsigned char>(unit);
+        const bool isPlain = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9') ||
+                             byte == '.' || byte == '_' || byte == '-';
+        constexpr char digits[] = "0123456789ABCDEF";
+        isPlain ? encoded.append(1, unit) : encoded.append({'%', digits[byte >> 4], digits[byte & 15]});
+    }
+    return encoded;
 }
 
 }  // namespace
 
 std::wstring TrackingFilePathStr(const std::wstring& tempFilePath) { return FormatStr(L"%s.hvf", tempFilePath); }
 
+TrackingRecord TrackingRecordOf(const std::wstring& containerPath, const FileStamp& container, const std::wstring& tempFilePath,
+                                const FileStamp& temp, const std::wstring& fileSpec) {
+    TrackingRecord record;
+    record.sourceName = containerPath;
+    record.source = container;
+    record.tempName = tempFilePath;
+    record.temp = temp;
+    record.fileSpec = fileSpec;
+    return record;
+}
+
 bool WriteTrackingFile(const std::wstring& path, const TrackingRecord& record) {
     QC_TRACE(L"WriteTrackingFile");
-    const std::string text = AsNarrowText(Document(record));
+    BOOL isLossy = FALSE;
+    std::string text = AsNarrowText(Document(record), isLossy);
+    if (isLossy)
+        text += "<!-- utf8: " + AsPercentEncodedUtf8(record.sourceName) + " | " + AsPercentEncodedUtf8(record.tempName) + " | " +
+                AsPercentEncodedUtf8(record.fileSpec) + " -->\r\n";
     const UniqueHandle hFile([&] {
-        const HANDLE handle = ::CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_ALWAYS,
+        const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_ALWAYS,
                                             FILE_ATTRIBUTE_NORMAL, nullptr);
         return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
     }());

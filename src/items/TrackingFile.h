@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-#include "policy/FileUtils.h"
+#include "library/FileVersion.h"
 
 // The process and ar fields are part of the format; the volume leaves them empty.
 struct TrackingRecord {
@@ -20,9 +20,14 @@ struct TrackingRecord {
     std::wstring aId, oId, oIid, oFn, oOfn, aIid, aIfn, aOfn;
 };
 
+// The record of a temp file, with the fields that the volume fills.
+TrackingRecord TrackingRecordOf(const std::wstring& containerPath, const FileStamp& container, const std::wstring& tempFilePath,
+                                const FileStamp& temp, const std::wstring& fileSpec);
+
 // "report.docx" -> "report.docx.hvf"
 std::wstring TrackingFilePathStr(const std::wstring& tempFilePath);
 
-// Writes the record to path, in place of what is there, in the system's narrow character set with CR LF line ends. False:
-// the file could not be written whole.
+// Writes the record to path, in place of what is there, in the system's narrow character set with CR LF line ends. When that
+// set lacks a character, a comment at the end, "<!-- utf8: source | temp | file spec -->", repeats the three texts as UTF-8 with
+// every byte but ASCII letters, digits, ".", "_" and "-" as %XX. False: the file could not be written whole.
 bool WriteTrackingFile(const std::wstring& path, const TrackingRecord& record);

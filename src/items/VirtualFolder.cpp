@@ -1,9 +1,8 @@
 #include "items/VirtualFolder.h"
 
-#include <shlwapi.h>
-
 #include "diagnostics/Trace.h"
 #include "items/VirtualTempFileDispenser.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "locks/FileLocker.h"
 #include "namespace/VirtualFindFile.h"
@@ -15,23 +14,24 @@ VirtualVolumeStatus VirtualFolder::Open(const wchar_t* filePath, std::uint32_t d
                                         std::uint32_t openDisposition, const VirtFindData* findData, const wchar_t*) {
     QC_TRACE_THIS(L"VirtualFolder::Open", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,
                   FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition));
-    SetFindData(findData && findData->itemType == VIT_Folder ? findData : nullptr);
+    if (findData && findData->itemType == VIT_Folder)
+        m_state.findData = *findData;
     const bool isDocument = findData && (findData->itemType == VIT_EncryptedFile || findData->itemType == VIT_EncryptedFileInConflict);
     QC_CHECK(!isDocument, VVS_PathAlreadyExists, L"!isDocument =>false%s, ");
-    const bool create = openDisposition == CreateNewFolder || (openDisposition == OpenOrCreateFolder && !PathIsDirectoryW(filePath));
-    const bool folderCreated = !create || CreateDirectoryW(filePath, nullptr);
+    const bool create = openDisposition == CreateNewFolder || (openDisposition == OpenOrCreateFolder && !IsExistingFolder(filePath));
+    const bool folderCreated = !create || CreateDirectoryW(PlatformPath(filePath).c_str(), nullptr);
     QC_CHECK(folderCreated, StatusFromLastError(), L"folderCreated =>FALSE%s,  %s", L"filePath[%s]. Error[%s]", filePath,
              SystemErrorStr(GetLastError()));
     const std::uint32_t access = desiredAccess & DELETE ? desiredAccess : desiredAccess | FILE_WRITE_ATTRIBUTES;
     QC_CHECK_STATUS(CreateFileW(filePath, access, shareMode, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, m_hFile),
                     L"CreateFileW( filePath, desiredAccess, shareMode, 3, 0x02000000, m_hFile ) =>%s, ");
-    SetItemPath(filePath);
+    m_state.SetPath(filePath);
     return qcLog.Leave(VVS_Success);
 }
 
 VirtualVolumeStatus VirtualFolder::RefuseWhileNeeded() const {
-    const bool isNeeded = VirtualMountFolder::HoldsMountFolder(m_itemFullPath) || IsAnyOpenBelow(m_itemFullPath) ||
-                          FileLocker::HoldsLockBelow(m_itemFullPath);
+    const bool isNeeded = VirtualMountFolder::HoldsMountFolder(m_state.Path()) || ItemState::IsAnyOpenBelow(m_state.Path()) ||
+                          FileLocker::HoldsLockBelow(m_state.Path());
     return isNeeded ? VVS_AccessDenied : VVS_Success;
 }
 
@@ -40,7 +40,7 @@ VirtualVolumeStatus VirtualFolder::CheckDestination(const wchar_t* newFilePath, 
     VirtFindData existing{};
     if (!IsExistingFolder(PathRemoveFileSpecStr(newFilePath)))
         return VVS_PathNotFound;
-    if (EqualNoCase(newFilePath, m_itemFullPath) || !VirtualFindFile::FindFile(newFilePath, &existing))
+    if (EqualNoCase(newFilePath, m_state.Path()) || !VirtualFindFile::FindFile(newFilePath, &existing))
         return VVS_Success;
     const bool isOrdinaryZip = existing.itemType == VIT_PlainFile && !PathExists(newFilePath);
     return isOrdinaryZip || (mayBeFolder && existing.itemType == VIT_Folder) ? VVS_Success : VVS_PathAlreadyExists;
@@ -48,66 +48,69 @@ VirtualVolumeStatus VirtualFolder::CheckDestination(const wchar_t* newFilePath, 
 
 VirtualVolumeStatus VirtualFolder::CheckSameKeyAndOwner(const std::wstring& newFilePath) {
     QC_TRACE_THIS(L"VirtualFolder::CheckSameKeyAndOwner");
-    bool isKnown = true;  // two that cannot be told are not two that are empty, which match
-    const std::wstring srcTargetKeyId = GetFolderTargetKeyId(m_itemFullPath, &isKnown);
+    bool isKnown = true;  // unknown keys must not compare equal, as two empty ones do
+    const std::wstring srcTargetKeyId = GetFolderTargetKeyId(m_state.Path(), &isKnown);
     const std::wstring destTargetKeyId = GetFolderTargetKeyId(newFilePath, &isKnown);
-    const bool targetKeyIdMatched = isKnown && EqualNoCase(srcTargetKeyId, destTargetKeyId);
+    QC_CHECK(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
+    const bool targetKeyIdMatched = EqualNoCase(srcTargetKeyId, destTargetKeyId);
     QC_LOG(L"TargetKeyId[%s], srcTargetKeyId[%s], destTargetKeyId[%s]", targetKeyIdMatched ? L"Matched" : L"Not Matched",
            srcTargetKeyId, destTargetKeyId);
     QC_CHECK(targetKeyIdMatched, VVS_GeneralError, L"targetKeyIdMatched =>false%s, ");
-    const std::wstring srcOwnerId = GetOwnerId(m_itemFullPath, &isKnown);
+    const std::wstring srcOwnerId = GetOwnerId(m_state.Path(), &isKnown);
     const std::wstring destOwnerId = GetOwnerId(newFilePath, &isKnown);
-    const bool ownerIdMatched = isKnown && EqualNoCase(srcOwnerId, destOwnerId);
+    QC_CHECK(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
+    const bool ownerIdMatched = EqualNoCase(srcOwnerId, destOwnerId);
     QC_LOG(L"OwnerId[%s], srcOwnerId[%s], destOwnerId[%s]", ownerIdMatched ? L"Matched" : L"Not Matched", srcOwnerId, destOwnerId);
     QC_CHECK(ownerIdMatched, VVS_GeneralError, L"ownerIdMatched =>false%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
 VirtualVolumeStatus VirtualFolder::Move(const wchar_t* newFilePath, bool keepSrcFile, const wchar_t* newFileLockToken) {
-    QC_TRACE_THIS(L"VirtualFolder::Move", L"in:newFilePath[%s], this:itemFullPath[%s]", newFilePath, m_itemFullPath);
+    QC_TRACE_THIS(L"VirtualFolder::Move", L"in:newFilePath[%s], this:itemFullPath[%s]", newFilePath, m_state.Path());
     if (!keepSrcFile) {
         QC_CHECK_STATUS(Rename(newFilePath, newFileLockToken), L"Rename(newFilePath, newFileLockToken) =>%s, ");
         return qcLog.Leave(VVS_Success);
     }
-    QC_CHECK_STATUS(EqualNoCase(newFilePath, m_itemFullPath) ? VVS_PathAlreadyExists : CheckDestination(newFilePath, true),
+    QC_CHECK_STATUS(EqualNoCase(newFilePath, m_state.Path()) ? VVS_PathAlreadyExists : CheckDestination(newFilePath, true),
                     L"CheckDestination(newFilePath) =>%s, ");
     const VirtualVolumeStatus matched = CheckSameKeyAndOwner(newFilePath);
     if (matched != VVS_Success)
         return qcLog.Leave(matched);
     // Some systems do not list a folder that is open for deletion, as it is here.
-    CreateFileW(m_itemFullPath, GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, m_hFile);
-    const Win32Error copied = qcCopyFileOrFolder(m_itemFullPath, newFilePath, false);
+    CreateFileW(m_state.Path(), GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, m_hFile);
+    const Win32Error copied = qcCopyFileOrFolder(m_state.Path(), newFilePath, false);
     QC_CHECK(copied == Win32Error::None, StatusOfCall(copied), L"qcCopyFileOrFolder(m_itemFullPath, newFilePath, false) == 0L =>false%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
 VirtualVolumeStatus VirtualFolder::Rename(const wchar_t* newFilePath, const wchar_t*) {
-    QC_TRACE_THIS(L"VirtualFolder::Rename", L"in:newFilePath[%s], this:itemFullPath[%s]", newFilePath, m_itemFullPath);
+    QC_TRACE_THIS(L"VirtualFolder::Rename", L"in:newFilePath[%s], this:itemFullPath[%s]", newFilePath, m_state.Path());
     QC_CHECK_STATUS(RefuseWhileNeeded(), L"RefuseWhileNeeded() =>%s, ");
-    if (m_itemFullPath == newFilePath)
+    if (m_state.Path() == newFilePath)
         return qcLog.Leave(VVS_Success);
     QC_CHECK_STATUS(CheckDestination(newFilePath, false), L"CheckDestination(newFilePath) =>%s, ");
     const VirtualVolumeStatus matched = CheckSameKeyAndOwner(newFilePath);
     if (matched != VVS_Success)
         return qcLog.Leave(matched);
-    QC_CHECK_STATUS(VirtualItem::RenameItem(newFilePath), L"VirtualItem::RenameItem(newFilePath) =>%s, ");
-    VirtualTempFileDispenser::MoveFolder(m_itemFullPath, newFilePath);
-    SetItemPath(newFilePath);
-    QC_LOG(L"this:itemFullPath[%s]", m_itemFullPath);
+    QC_CHECK_STATUS(RenameItem(m_hFile.Get(), m_state, newFilePath), L"VirtualItem::RenameItem(newFilePath) =>%s, ");
+    const std::wstring oldPath = m_state.Path();
+    m_state.SetPath(newFilePath);
+    VirtualTempFileDispenser::MoveFolder(oldPath, newFilePath);
+    QC_LOG(L"this:itemFullPath[%s]", m_state.Path());
     return qcLog.Leave(VVS_Success);
 }
 
 VirtualVolumeStatus VirtualFolder::Close() {
     if (m_closed)
         return VVS_Success;
-    QC_TRACE_THIS(L"VirtualFolder::Close", L"this:itemFullPath[%s]", m_itemFullPath);
+    QC_TRACE_THIS(L"VirtualFolder::Close", L"this:itemFullPath[%s]", m_state.Path());
     m_closed = true;
     m_hFile.Reset();
     return qcLog.Leave(VVS_Success);
 }
 
 VirtualVolumeStatus VirtualFolder::Delete() {
-    QC_TRACE_THIS(L"VirtualFolder::Delete", L"this:itemFullPath[%s]", m_itemFullPath);
+    QC_TRACE_THIS(L"VirtualFolder::Delete", L"this:itemFullPath[%s]", m_state.Path());
     if (!m_deleted) {
         QC_CHECK_STATUS(RefuseWhileNeeded(), L"RefuseWhileNeeded() =>%s, ");
         QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), true)), L"DeleteUndeleteFile(m_hFile, true) =>%s, ");
@@ -117,7 +120,7 @@ VirtualVolumeStatus VirtualFolder::Delete() {
 }
 
 VirtualVolumeStatus VirtualFolder::Undelete() {
-    QC_TRACE_THIS(L"VirtualFolder::Undelete", L"this:itemFullPath[%s]", m_itemFullPath);
+    QC_TRACE_THIS(L"VirtualFolder::Undelete", L"this:itemFullPath[%s]", m_state.Path());
     if (m_deleted) {
         QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), false)), L"DeleteUndeleteFile(m_hFile, false) =>%s, ");
         m_deleted = false;
@@ -127,12 +130,12 @@ VirtualVolumeStatus VirtualFolder::Undelete() {
 
 bool VirtualFolder::GetFileInfo(VirtFindData* virtFindData) {
     QC_TRACE_THIS(L"VirtualFolder::GetFileInfo");
-    if (!m_findDataValid) {
+    if (!m_state.findData) {
         VirtFindData findData{};
-        if (!ReadFindData(m_itemFullPath, VIT_Folder, &findData))
+        if (!ReadFindData(m_state.Path(), VIT_Folder, &findData))
             return qcLog.Leave(false);
-        SetFindData(&findData);
+        m_state.findData = findData;
     }
-    *virtFindData = m_findData;
+    *virtFindData = *m_state.findData;
     return qcLog.Leave(true);
 }

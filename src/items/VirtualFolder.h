@@ -10,8 +10,8 @@ public:
     // CreateNewFolder creates the folder, OpenOrCreateFolder unless it is there; every other disposition opens it.
     VirtualVolumeStatus Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                              std::uint32_t openDisposition, const VirtFindData* findData, const wchar_t* lockToken) override;
-    // Only between folders of the same target key and owner (VVS_GeneralError otherwise): containers move as they are, and
-    // nothing plain gets into an encrypted place.
+    // Only between folders of the same target key and owner (VVS_GeneralError otherwise, VSS_EncryptError when the companion
+    // library cannot say): containers move as they are, and nothing plain gets into an encrypted place.
     VirtualVolumeStatus Move(const wchar_t* newFilePath, bool keepSrcFile, const wchar_t* newFileLockToken) override;
     VirtualVolumeStatus Rename(const wchar_t* newFilePath, const wchar_t* newFileLockToken) override;
     VirtualVolumeStatus Read(std::uint64_t, void*, std::uint32_t, std::uint32_t*) override { return VSS_NotImplemented; }
@@ -28,6 +28,8 @@ private:
     VirtualVolumeStatus RefuseWhileNeeded() const;
     VirtualVolumeStatus CheckDestination(const wchar_t* newFilePath, bool mayBeFolder) const;
     VirtualVolumeStatus CheckSameKeyAndOwner(const std::wstring& newFilePath);
+    HANDLE WorkingFile() const override { return m_hFile.Get(); }
 
+    UniqueHandle m_hFile;
     bool m_deleted = false;
 };

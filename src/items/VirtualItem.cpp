@@ -1,20 +1,17 @@
 #include "items/VirtualItem.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <cwchar>
 #include <memory>
-#include <mutex>
-#include <unordered_map>
 
 #include "diagnostics/Trace.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
 #include "policy/FileUtils.h"
 
 namespace {
 
-constexpr std::uint64_t kCurrentPosition = 0xFFFFFFFF;
 constexpr std::uint64_t kLargestOffset = INT64_MAX;  // beyond it, the platform means its end or its position by some
 constexpr std::uint32_t kKeepAttributes = 0xFFFFFFFF;
 
@@ -27,24 +24,7 @@ OVERLAPPED PositionAt(std::uint64_t offset) {
 
 std::int64_t ChosenTime(std::uint64_t wanted, std::uint64_t current) { return static_cast<std::int64_t>(wanted ? wanted : current); }
 
-// Where items stand, for those that would move what is above them.
-struct OpenPaths {
-    CriticalSection section;
-    std::unordered_map<const VirtualItem*, std::wstring> paths;
-};
-
-OpenPaths& TheOpenPaths() {
-    static OpenPaths& s_open = *new OpenPaths;  // never destroyed, as what hosts leave open is not
-    return s_open;
-}
-
 }  // namespace
-
-VirtualItem::~VirtualItem() {
-    OpenPaths& open = TheOpenPaths();
-    const std::lock_guard guard(open.section);
-    open.paths.erase(this);
-}
 
 VirtualVolumeStatus VirtualItem::CreateFileW(const std::wstring& file, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                              std::uint32_t creationDisposition, std::uint32_t flagsAndAttributes,
@@ -52,7 +32,7 @@ VirtualVolumeStatus VirtualItem::CreateFileW(const std::wstring& file, std::uint
     QC_TRACE(L"VirtualItem::CreateFileW", L"file[%s], desiredAccess[%s], shareMode[%s], creationDisposition[%s]", file,
              FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(creationDisposition));
     const HANDLE hFileTmp =
-        ::CreateFileW(file.c_str(), desiredAccess, shareMode, nullptr, creationDisposition, flagsAndAttributes, nullptr);
+        ::CreateFileW(PlatformPath(file).c_str(), desiredAccess, shareMode, nullptr, creationDisposition, flagsAndAttributes, nullptr);
     QC_CHECK(hFileTmp != INVALID_HANDLE_VALUE, StatusFromLastError(), L"hFileTmp != ((HANDLE)(LONG_PTR)-1) =>false%s,  %s",
              L"file[%s], desiredAccess[%s], shareMode[%s], creationDisposition[%s]. Error[%s]", file,
              FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(creationDisposition),
@@ -98,8 +78,8 @@ VirtualVolumeStatus VirtualItem::SetFileSize(HANDLE hFile, std::uint64_t size) {
     return qcLog.Leave(VVS_Success);
 }
 
-VirtualVolumeStatus VirtualItem::RenameItem(const std::wstring& newFilePath) {
-    QC_TRACE_THIS(L"VirtualItem::RenameItem", L"in:newFilePath[%s], this:itemFullPath[%s]", newFilePath, m_itemFullPath);
+VirtualVolumeStatus VirtualItem::RenameItem(HANDLE hFile, ItemState& state, const std::wstring& newFilePath) {
+    QC_TRACE(L"VirtualItem::RenameItem", L"in:newFilePath[%s], this:itemFullPath[%s]", newFilePath, state.Path());
     const std::wstring newName = PathStripPathStr(newFilePath);
     UniqueHandle hFolder;
     QC_CHECK_STATUS(CreateFileW(PathRemoveFileSpecStr(newFilePath), GENERIC_READ | FILE_WRITE_ATTRIBUTES, kShareAll, OPEN_EXISTING,
@@ -116,34 +96,11 @@ VirtualVolumeStatus VirtualItem::RenameItem(const std::wstring& newFilePath) {
     info->rootDirectory = hFolder.Get();
     info->fileNameLength = static_cast<ULONG>(nameBytes);
     std::wmemcpy(info->fileName, newName.c_str(), newName.size() + 1);
-    const Win32Error error = ZwSetInformationFile(m_hFile.Get(), info, len, kFileRenameInformation);
+    const Win32Error error = ZwSetInformationFile(hFile, info, len, kFileRenameInformation);
     QC_CHECK_STATUS(StatusOfCall(error),
                     L"ZwSetInformationFile( m_hFile, fileRenameInfo.get(), len, ((FILE_INFORMATION_CLASS)10)) =>%s, ");
-    m_findDataValid = false;
+    state.findData.reset();
     return qcLog.Leave(VVS_Success);
-}
-
-void VirtualItem::SetItemPath(const std::wstring& itemFullPath) {
-    std::wstring path = itemFullPath;
-    m_itemName = PathStripPathStr(itemFullPath);
-    OpenPaths& open = TheOpenPaths();
-    {
-        const std::lock_guard guard(open.section);
-        open.paths[this] = path;
-    }
-    m_itemFullPath = std::move(path);
-}
-
-bool VirtualItem::IsAnyOpenBelow(const std::wstring& folderPath) {
-    OpenPaths& open = TheOpenPaths();
-    const std::lock_guard guard(open.section);
-    return std::any_of(open.paths.begin(), open.paths.end(), [&](const auto& item) { return IsPathBelow(item.second, folderPath); });
-}
-
-void VirtualItem::SetFindData(const VirtFindData* findData) {
-    m_findDataValid = findData != nullptr;
-    if (findData)
-        m_findData = *findData;
 }
 
 bool VirtualItem::ReadFindData(const std::wstring& path, VirtualItemType itemType, VirtFindData* virtFindData) {
@@ -154,7 +111,7 @@ bool VirtualItem::ReadFindData(const std::wstring& path, VirtualItemType itemTyp
 }
 
 VirtualVolumeStatus VirtualItem::SetFileInfo(const VirtFindData* virtFindData) {
-    QC_TRACE_THIS(L"VirtualItem::SetFileInfo", L"this:itemFullPath[%s]", m_itemFullPath);
+    QC_TRACE_THIS(L"VirtualItem::SetFileInfo", L"this:itemFullPath[%s]", m_state.Path());
     VirtFindData current{};
     QC_CHECK(GetFileInfo(&current), VVS_GeneralError, L"GetFileInfo(&current) =>false%s, ");
     FileBasicInformation info{};
@@ -163,15 +120,15 @@ VirtualVolumeStatus VirtualItem::SetFileInfo(const VirtFindData* virtFindData) {
     info.lastWriteTime = ChosenTime(virtFindData->lastWriteTime, current.lastWriteTime);
     info.changeTime = info.lastWriteTime;
     info.fileAttributes = virtFindData->fileAttributes != kKeepAttributes ? virtFindData->fileAttributes : current.fileAttributes;
-    const Win32Error error = ZwSetInformationFile(m_hFile.Get(), &info, sizeof(info), kFileBasicInformation);
+    const Win32Error error = ZwSetInformationFile(WorkingFile(), &info, sizeof(info), kFileBasicInformation);
     QC_CHECK_STATUS(StatusOfCall(error),
                     L"ZwSetInformationFile(m_hFile, &fileInfo, sizeof(fileInfo), ((FILE_INFORMATION_CLASS)4)) =>%s, ");
-    m_findDataValid = false;
+    m_state.findData.reset();
     return qcLog.Leave(VVS_Success);
 }
 
 VirtualVolumeStatus VirtualItem::Flush() {
-    QC_TRACE_THIS(L"VirtualItem::Flush", L"this:itemFullPath[%s]", m_itemFullPath);
-    QC_CHECK(FlushFileBuffers(m_hFile.Get()), VVS_GeneralError, L"FlushFileBuffers(m_hFile) =>FALSE%s, ");
+    QC_TRACE_THIS(L"VirtualItem::Flush", L"this:itemFullPath[%s]", m_state.Path());
+    QC_CHECK(FlushFileBuffers(WorkingFile()), VVS_GeneralError, L"FlushFileBuffers(m_hFile) =>FALSE%s, ");
     return qcLog.Leave(VVS_Success);
 }

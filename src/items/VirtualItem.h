@@ -1,5 +1,5 @@
-// The base of what stands behind an open handle: a folder or a file. It owns the native handle and the item's paths.
-// An item is used by one thread at a time: the volume holds CallLock() around every call. Paths are native.
+// The base of what stands behind an open handle: a folder or a file. It knows the item's path and record. An item is used by
+// one thread at a time: the volume holds CallLock() around every call. Paths are native.
 #pragma once
 
 #include <cstdint>
@@ -7,19 +7,27 @@
 
 #include <windows.h>
 
+#include "items/ItemState.h"
+#include "library/Locks.h"
 #include "library/Owners.h"
 #include "quelcrypt/IVirtualVolume.h"
 
 // What the volume asks for when it works on a file's content itself.
 inline constexpr std::uint32_t kFullContentAccess = GENERIC_READ | GENERIC_WRITE | DELETE;
 inline constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+// As an offset: the handle's own position.
+inline constexpr std::uint64_t kCurrentPosition = 0xFFFFFFFF;
+
+inline bool CreatesFiles(std::uint32_t openDisposition) {
+    return openDisposition == CREATE_NEW || openDisposition == CREATE_ALWAYS || openDisposition == OPEN_ALWAYS;
+}
 
 class VirtualItem {
 public:
     VirtualItem() = default;
     VirtualItem(const VirtualItem&) = delete;
     VirtualItem& operator=(const VirtualItem&) = delete;
-    virtual ~VirtualItem();
+    virtual ~VirtualItem() = default;
 
     // findData is the item's record as just listed, or null when it is missing. On failure the item is only to be destroyed.
     virtual VirtualVolumeStatus Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
@@ -44,36 +52,29 @@ public:
     CriticalSection& CallLock() { return m_callLock; }
     bool IsClosed() const { return m_closed; }
     // The record as far as it is known, for log lines; null when it is not.
-    const VirtFindData* KnownFindData() const { return m_findDataValid ? &m_findData : nullptr; }
+    const VirtFindData* KnownFindData() const { return m_state.findData ? &*m_state.findData : nullptr; }
 
     // Opens a native handle, and hands it out only on success.
     static VirtualVolumeStatus CreateFileW(const std::wstring& file, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                            std::uint32_t creationDisposition, std::uint32_t flagsAndAttributes, UniqueHandle& hFile);
-    // Synchronous, at offset; 0xFFFFFFFF means the handle's own position. The count (may be null) is stored on success.
-    // Reading at or past the end is a success of 0 bytes.
+    // Synchronous, at offset. The count (may be null) is stored on success. Reading at or past the end is a success of 0 bytes.
     static VirtualVolumeStatus ReadFile(HANDLE hFile, std::uint64_t offset, void* data, std::uint32_t dataSize, std::uint32_t* bytesRead);
     static VirtualVolumeStatus WriteFile(HANDLE hFile, std::uint64_t offset, const void* data, std::uint32_t dataSize,
                                          std::uint32_t* bytesWritten);
     // Cuts or extends; the handle's position stays.
     static VirtualVolumeStatus SetFileSize(HANDLE hFile, std::uint64_t size);
-
-protected:
-    // Gives the open file or folder another path on the same disk, in place of a file there. The paths here stay.
-    VirtualVolumeStatus RenameItem(const std::wstring& newFilePath);
-    void SetItemPath(const std::wstring& itemFullPath);
-    // Does any item stand open below this folder?
-    static bool IsAnyOpenBelow(const std::wstring& folderPath);
-    void SetFindData(const VirtFindData* findData);
+    // Gives an open file or folder another path on the same disk, in place of a file there. The state's path stays.
+    static VirtualVolumeStatus RenameItem(HANDLE hFile, ItemState& state, const std::wstring& newFilePath);
     // The record of path with the given type.
     static bool ReadFindData(const std::wstring& path, VirtualItemType itemType, VirtFindData* virtFindData);
 
-    UniqueHandle m_hFile;
-    std::wstring m_itemFullPath;
-    std::wstring m_itemName;  // last component
-    VirtFindData m_findData{};
-    bool m_findDataValid = false;
+protected:
+    // The native handle that times, attributes and flushes go to; may be null.
+    virtual HANDLE WorkingFile() const = 0;
+
+    ItemState m_state;
     bool m_closed = false;
 
 private:
-    CriticalSection m_callLock;
+    CriticalSection m_callLock{LockOrder::Item};
 };

@@ -1,7 +1,6 @@
 #include "items/VirtualTempFileDispenser.h"
 
 #include <list>
-#include <mutex>
 #include <optional>
 #include <unordered_map>
 #include <vector>
@@ -9,8 +8,11 @@
 #include <shlobj.h>
 
 #include "diagnostics/Trace.h"
-#include "library/Owners.h"
+#include "items/TrackingFile.h"
+#include "library/Locks.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
+#include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
 
 namespace {
@@ -25,12 +27,16 @@ struct CacheEntry {
 using CacheList = std::list<CacheEntry>;  // oldest first
 
 struct CacheState {
-    CriticalSection section;
-    CacheList entries;
-    std::unordered_map<std::wstring, CacheList::iterator, NoCaseHash, NoCaseEqual> byKey;
-    std::size_t savedCount = 0;
+    CriticalSection section{LockOrder::TempFiles};
+    CacheList entries GUARDED_BY(section);
+    std::unordered_map<std::wstring, CacheList::iterator, NoCaseHash, NoCaseEqual> byKey GUARDED_BY(section);
+    std::size_t savedCount GUARDED_BY(section) = 0;
 
-    std::optional<RetainedCopy> Take(const std::wstring& key) {
+    const RetainedCopy* Find(const std::wstring& key) REQUIRES(section) {
+        const auto found = byKey.find(key);
+        return found == byKey.end() ? nullptr : &found->second->copy;
+    }
+    std::optional<RetainedCopy> Take(const std::wstring& key) REQUIRES(section) {
         const auto found = byKey.find(key);
         if (found == byKey.end())
             return std::nullopt;
@@ -40,17 +46,28 @@ struct CacheState {
         byKey.erase(found);
         return copy;
     }
-    void Put(const std::wstring& key, const RetainedCopy& copy) {
-        const auto place = byKey.emplace(key, entries.end()).first;
-        try {
-            place->second = entries.insert(entries.end(), {key, copy});
-        } catch (...) {
-            byKey.erase(place);
-            throw;
+    // Returns what is not kept any more and to be deleted: an earlier copy, or this one when an unsaved edit waits in its place.
+    std::optional<RetainedCopy> Put(const std::wstring& key, const RetainedCopy& copy) REQUIRES(section) {
+        const RetainedCopy* const earlier = Find(key);
+        if (earlier && earlier->unsaved && !copy.unsaved)
+            return copy;
+        CacheList fresh{{key, copy}};  // what needs memory comes first
+        std::optional<RetainedCopy> replaced;
+        if (earlier) {
+            const CacheList::iterator old = byKey.find(key)->second;
+            savedCount -= old->copy.unsaved ? 0 : 1;
+            if (!old->copy.unsaved)
+                replaced = std::move(old->copy);
+            entries.erase(old);
+            byKey.find(key)->second = fresh.begin();
+        } else {
+            byKey.emplace(key, fresh.begin());
         }
+        entries.splice(entries.end(), fresh);
         savedCount += copy.unsaved ? 0 : 1;
+        return replaced;
     }
-    std::optional<RetainedCopy> TakeOldestSaved() {
+    std::optional<RetainedCopy> TakeOldestSaved() REQUIRES(section) {
         for (const CacheEntry& entry : entries)
             if (!entry.copy.unsaved)
                 return Take(std::wstring(entry.key));
@@ -108,12 +125,16 @@ bool Agrees(const VirtFindData& left, const VirtFindData& right) {
     return left.fileAttributes == right.fileAttributes && left.lastWriteTime == right.lastWriteTime && left.fileSize == right.fileSize;
 }
 
-bool MayReuse(QuelcryptLog& qcLog, const RetainedCopy& copy, const VirtFindData* findData, const FileStamp* container) {
+bool MayReuse(QuelcryptLog& qcLog, const RetainedCopy& copy, const VirtFindData* findData,
+              const std::optional<FileVersion>& container) {
     QC_LOG(L"Cached temp file is Found[%s], Temp File Path[%s], Its cached Attribs[%s]", L"true", copy.tempFilePath,
            FormatFindDataStr(&copy.findData));
-    const bool matched = copy.unsaved || (findData && container && copy.container == *container && Agrees(copy.findData, *findData));
+    const bool isOfVersion = copy.unsaved ? IsStillVersion(copy.container, container)
+                                          : container && copy.container && *container == *copy.container;
+    const bool matched = isOfVersion && (copy.unsaved || (findData && Agrees(copy.findData, *findData)));
     QC_LOG(L"Attributes Matched[%s]", FormatBoolStr(matched));
-    return matched && IsExistingFile(copy.tempFilePath);
+    const std::optional<FileStamp> now = ReadFileStamp(copy.tempFilePath);
+    return matched && now && (copy.unsaved || *now == copy.temp);
 }
 
 }  // namespace
@@ -128,14 +149,17 @@ bool VirtualTempFileDispenser::CreateTempFileName(const std::wstring& fileName, 
 }
 
 bool VirtualTempFileDispenser::Dispense(const std::wstring& filePathKey, bool contentWanted, const VirtFindData* findData,
-                                        const FileStamp* container, RetainedCopy& copy) {
+                                        const std::optional<FileVersion>& container, RetainedCopy& copy) {
     QC_TRACE(L"VirtualTempFileDispenser::Dispense", L"filePathKey[%s], findData[%s]", filePathKey, FormatFindDataStr(findData));
     if (contentWanted) {
         std::optional<RetainedCopy> retained;
         {
             CacheState& state = State();
-            const std::lock_guard guard(state.section);
-            retained = state.Take(filePathKey);
+            const SectionGuard guard(state.section);
+            const RetainedCopy* const found = state.Find(filePathKey);
+            const bool waitsOn = found && found->unsaved && !IsStillVersion(found->container, container);  // the document is another one now
+            if (!waitsOn)
+                retained = state.Take(filePathKey);
         }
         if (retained && MayReuse(qcLog, *retained, findData, container)) {
             copy = std::move(*retained);
@@ -154,44 +178,50 @@ bool VirtualTempFileDispenser::Dispense(const std::wstring& filePathKey, bool co
 void VirtualTempFileDispenser::Retain(const std::wstring& filePathKey, const RetainedCopy& copy) {
     QC_TRACE(L"VirtualTempFileDispenser::Retain", L"filePathKey[%s], tempFilePath[%s], findData[%s]", filePathKey, copy.tempFilePath,
              FormatFindDataStr(&copy.findData));
-    std::vector<RetainedCopy> leaving;
+    std::optional<RetainedCopy> replaced;
+    std::optional<RetainedCopy> oldest;
     {
         CacheState& state = State();
-        const std::lock_guard guard(state.section);
-        const auto earlier = state.byKey.find(filePathKey);
-        if (earlier != state.byKey.end() && earlier->second->copy.unsaved && !copy.unsaved) {
-            leaving.push_back(copy);  // the edit that waits here counts more
-        } else {
-            if (auto replaced = state.Take(filePathKey); replaced && !replaced->unsaved)
-                leaving.push_back(std::move(*replaced));
-            state.Put(filePathKey, copy);
-        }
+        const SectionGuard guard(state.section);
+        replaced = state.Put(filePathKey, copy);
         if (state.savedCount > kMaximumCopies) {
             QC_LOG(L"Maximum entry count is reached. Oldest entry will be removed");
-            if (auto oldest = state.TakeOldestSaved())
-                leaving.push_back(std::move(*oldest));
+            oldest = state.TakeOldestSaved();
         }
     }
-    for (const RetainedCopy& left : leaving)
-        DeleteTempFolder(left.tempFilePath);
+    for (const std::optional<RetainedCopy>& leaving : {replaced, oldest})
+        if (leaving)
+            DeleteTempFolder(leaving->tempFilePath);
 }
 
 bool VirtualTempFileDispenser::HoldsUnsavedEdit(const std::wstring& filePathKey) {
     CacheState& state = State();
-    const std::lock_guard guard(state.section);
-    const auto found = state.byKey.find(filePathKey);
-    return found != state.byKey.end() && found->second->copy.unsaved;
+    const SectionGuard guard(state.section);
+    const RetainedCopy* const copy = state.Find(filePathKey);
+    return copy && copy->unsaved;
 }
 
-void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool deleteFileFromDisk, bool discardUnsaved) {
+bool VirtualTempFileDispenser::TakeOvertakenEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container,
+                                                 RetainedCopy& copy) {
+    CacheState& state = State();
+    const SectionGuard guard(state.section);
+    const RetainedCopy* const waiting = state.Find(filePathKey);
+    if (!waiting || !waiting->unsaved || IsStillVersion(waiting->container, container))
+        return false;
+    copy = *state.Take(filePathKey);
+    return true;
+}
+
+void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool deleteFileFromDisk,
+                                      const std::optional<FileVersion>* deletedVersion) {
     QC_TRACE(L"VirtualTempFileDispenser::Remove", L"filePathKey[%s], deleteFileFromDisk[%s]", filePathKey,
              FormatBoolStr(deleteFileFromDisk));
     std::optional<RetainedCopy> copy;
     {
         CacheState& state = State();
-        const std::lock_guard guard(state.section);
-        const auto found = state.byKey.find(filePathKey);
-        if (found != state.byKey.end() && (discardUnsaved || !found->second->copy.unsaved))
+        const SectionGuard guard(state.section);
+        const RetainedCopy* const found = state.Find(filePathKey);
+        if (found && (!found->unsaved || (deletedVersion && found->container == *deletedVersion)))
             copy = state.Take(filePathKey);
     }
     if (!copy) {
@@ -203,17 +233,39 @@ void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool dele
 }
 
 void VirtualTempFileDispenser::MoveFolder(const std::wstring& oldFolderPath, const std::wstring& newFolderPath) {
-    CacheState& state = State();
-    const std::lock_guard guard(state.section);
-    std::vector<std::wstring> keys;
-    for (const CacheEntry& entry : state.entries)
-        if (IsPathBelow(entry.key, oldFolderPath))
-            keys.push_back(entry.key);
-    for (const std::wstring& key : keys)
-        if (const std::optional<RetainedCopy> copy = state.Take(key))
-            state.Put(newFolderPath + key.substr(oldFolderPath.size()), *copy);
+    std::vector<CacheEntry> moved;
+    std::vector<RetainedCopy> leaving;
+    {
+        CacheState& state = State();
+        const SectionGuard guard(state.section);
+        for (const CacheEntry& entry : state.entries)
+            if (IsPathBelow(entry.key, oldFolderPath))
+                moved.push_back(entry);
+        for (CacheEntry& entry : moved) {
+            std::wstring newKey = newFolderPath + entry.key.substr(oldFolderPath.size());
+            state.Take(entry.key);
+            entry.key = std::move(newKey);
+            if (entry.copy.container)
+                entry.copy.container = AtOtherPath(*entry.copy.container, ZipPathStr(entry.key));
+            if (std::optional<RetainedCopy> left = state.Put(entry.key, entry.copy))
+                leaving.push_back(std::move(*left));
+        }
+    }
+    for (const RetainedCopy& left : leaving)
+        DeleteTempFolder(left.tempFilePath);
+    for (const CacheEntry& entry : moved)
+        if (entry.copy.unsaved)
+            WriteTrackingFile(TrackingFilePathStr(entry.copy.tempFilePath),
+                              TrackingRecordOf(ZipPathStr(entry.key), entry.copy.container.value_or(FileVersion{}).stamp,
+                                               entry.copy.tempFilePath, ReadFileStamp(entry.copy.tempFilePath).value_or(FileStamp{}),
+                                               PathStripPathStr(entry.key)));
 }
 
+// The files that are known by name, so that paths are no longer than the platform takes; then what else may be there.
 void VirtualTempFileDispenser::DeleteTempFolder(const std::wstring& tempFilePath) {
-    DeleteFileOrFolder(PathRemoveFileSpecStr(tempFilePath));
+    const std::wstring folder = PathRemoveFileSpecStr(tempFilePath);
+    DeleteFileW(PlatformPath(tempFilePath).c_str());
+    DeleteFileW(PlatformPath(TrackingFilePathStr(tempFilePath)).c_str());
+    if (!RemoveDirectoryW(PlatformPath(folder).c_str()))
+        DeleteFileOrFolder(folder);
 }

@@ -4,16 +4,19 @@
 // touched while it is held. A copy is in the hands of one item at a time: Dispense takes it out, Retain puts it back.
 #pragma once
 
+#include <optional>
 #include <string>
 
-#include "policy/FileUtils.h"
+#include "library/FileVersion.h"
 #include "quelcrypt/IVirtualVolume.h"
 
 struct RetainedCopy {
     std::wstring tempFilePath;
     VirtFindData findData{};  // of the encrypted item when the copy was made or saved
-    FileStamp container;      // likewise of its container on disk; of an unsaved edit, of the container it began from
-    bool unsaved = false;     // an edit that could not be saved: never deleted here, and handed back whatever changed
+    // The container when the copy was made or saved; of an unsaved edit, the one it began from. Nothing: there was none.
+    std::optional<FileVersion> container;
+    FileStamp temp;        // of the file itself, when it was kept
+    bool unsaved = false;  // an edit that could not be saved: never deleted here
 };
 
 class VirtualTempFileDispenser {
@@ -21,11 +24,11 @@ public:
     // Makes a folder of its own for a file of this name and stores the file's path; the file is not created.
     static bool CreateTempFileName(const std::wstring& fileName, std::wstring& tempFilePath);
 
-    // When the content is wanted: the item's retained copy, if it is an unsaved edit, or agrees with the item's record and
-    // its container (either may be null: then it does not); true. Otherwise a new path in copy.tempFilePath, empty when
-    // none could be made; false.
+    // When the content is wanted: the item's retained copy, if it is of the version that is stored now (nothing: none is) and
+    // either an unsaved edit or in agreement with the item's record (null: it is not); true. Otherwise a new path in
+    // copy.tempFilePath, empty when none could be made; false.
     static bool Dispense(const std::wstring& filePathKey, bool contentWanted, const VirtFindData* findData,
-                         const FileStamp* container, RetainedCopy& copy);
+                         const std::optional<FileVersion>& container, RetainedCopy& copy);
 
     // Keeps a closed item's copy, in place of an earlier one; but an unsaved edit gives way to another one only, and
     // then stays on disk with its tracking file. Beyond 522 copies the oldest leaves, with its folder;
@@ -34,12 +37,16 @@ public:
 
     // Is an edit of the item waiting here for its next save?
     static bool HoldsUnsavedEdit(const std::wstring& filePathKey);
+    // Takes out an edit that waits for a container that somebody else replaced since; false when there is none.
+    static bool TakeOvertakenEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container, RetainedCopy& copy);
 
-    // Forgets an item's copy and, when asked to, deletes its folder. An unsaved edit goes only when it is to be discarded,
-    // because its document is deleted.
-    static void Remove(const std::wstring& filePathKey, bool deleteFileFromDisk, bool discardUnsaved = false);
+    // Forgets an item's copy and, when asked to, deletes its folder. An unsaved edit goes only when its document was deleted by
+    // who knew it, in the version that it began from: deletedVersion, null for none.
+    static void Remove(const std::wstring& filePathKey, bool deleteFileFromDisk,
+                       const std::optional<FileVersion>* deletedVersion = nullptr);
 
-    // The copies of all that lies below a folder, after the folder was moved: they are its items' still.
+    // The copies of all that lies below a folder, after the folder was moved: they are its items' still. The tracking files of
+    // unsaved edits then name the new containers.
     static void MoveFolder(const std::wstring& oldFolderPath, const std::wstring& newFolderPath);
 
     // Deletes the folder that a temp path lies in, with all it holds.

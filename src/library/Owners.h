@@ -1,5 +1,5 @@
 // Owner types for what the platform and the companion library hand out: each closes what it holds exactly once, keeps the
-// caller's last error while doing so, and is empty after it was moved from. None of them locks anything.
+// caller's last error while doing so, and is empty after it was moved from.
 #pragma once
 
 #include <utility>
@@ -109,19 +109,4 @@ public:
 
 private:
     Action m_action;
-};
-
-// Re-entrant on one thread; held through std::lock_guard.
-class CriticalSection {
-public:
-    CriticalSection() { InitializeCriticalSection(&m_section); }
-    ~CriticalSection() { DeleteCriticalSection(&m_section); }
-    CriticalSection(const CriticalSection&) = delete;
-    CriticalSection& operator=(const CriticalSection&) = delete;
-
-    void lock() { EnterCriticalSection(&m_section); }
-    void unlock() { LeaveCriticalSection(&m_section); }
-
-private:
-    CRITICAL_SECTION m_section;
 };

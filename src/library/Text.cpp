@@ -30,6 +30,17 @@ std::wstring Utf8DecodeStr(std::string_view text) {
     return decoded;
 }
 
+bool IsWellFormed(std::wstring_view text) {
+    bool afterFirstHalf = false;
+    for (const wchar_t unit : text) {
+        const bool isSecondHalf = (unit & 0xFC00) == 0xDC00;
+        if (isSecondHalf != afterFirstHalf)
+            return false;
+        afterFirstHalf = (unit & 0xFC00) == 0xD800;
+    }
+    return !afterFirstHalf;
+}
+
 std::wstring SystemErrorStr(DWORD error) {
     wchar_t codeText[32] = L"";
     _snwprintf(codeText, std::size(codeText) - 1, L"Error code: %d", static_cast<int>(error));

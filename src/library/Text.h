@@ -13,6 +13,9 @@ std::string Utf8EncodeStr(const wchar_t* text, DWORD length);
 // UTF-16 copy. Throws CQuelcryptErrorException "Cannot decode" when text is not valid UTF-8.
 std::wstring Utf8DecodeStr(std::string_view text);
 
+// Is every surrogate in the text half of a pair? Other text has no UTF-8 form.
+bool IsWellFormed(std::wstring_view text);
+
 // The system's message for a Win32 error on one line, followed by "Error code: <n>"; without a message the latter alone.
 std::wstring SystemErrorStr(DWORD error);
 

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -10,6 +9,7 @@
 #include <objbase.h>
 
 #include "diagnostics/Trace.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
@@ -42,7 +42,7 @@ struct LockEntry {
     FileHandleInfo fileHandleInfo;
     bool hasEncryptedInfo = false;
     VirtFindData encryptedInfo{};
-    std::shared_ptr<CriticalSection> contentLock = std::make_shared<CriticalSection>();
+    std::shared_ptr<LockedContent> content = std::make_shared<LockedContent>();
 };
 
 struct LockSearchHandle {
@@ -52,22 +52,27 @@ struct LockSearchHandle {
 };
 
 struct LockTable {
-    CriticalSection section;
-    std::unordered_map<std::wstring, LockEntry, NoCaseHash, NoCaseEqual> entries;
+    CriticalSection section{LockOrder::Locks};
+    std::unordered_map<std::wstring, LockEntry, NoCaseHash, NoCaseEqual> entries GUARDED_BY(section);
     std::atomic<std::size_t> count{0};  // of entries, for those who only ask whether there is any
 
-    LockEntry* Find(const wchar_t* filePath) {
+    LockEntry* Find(const wchar_t* filePath) REQUIRES(section) {
         const auto found = entries.find(std::wstring_view(filePath));
         return found == entries.end() ? nullptr : &found->second;
     }
-    LockEntry* Insert(const wchar_t* filePath) {
+    LockEntry* Insert(const wchar_t* filePath) REQUIRES(section) {
         LockEntry* const entry = &entries[filePath];
         count = entries.size();
         return entry;
     }
-    void Erase(const wchar_t* filePath) {
+    void Erase(const wchar_t* filePath) REQUIRES(section) {
         entries.erase(entries.find(std::wstring_view(filePath)));
         count = entries.size();
+    }
+    std::shared_ptr<LockedContent> ContentOf(const wchar_t* filePath) {
+        const SectionGuard guard(section);
+        const LockEntry* const entry = Find(filePath);
+        return entry ? entry->content : nullptr;
     }
 };
 
@@ -79,7 +84,7 @@ LockTable& Table() {
 VirtualVolumeStatus CreateAndLockFile(const wchar_t* filePath, FileHandleInfo& info) {
     QC_TRACE(L"CreateAndLockFile", L"filePath[%s]", filePath);
     const HANDLE hFile =
-        ::CreateFileW(filePath, kLockAccess, FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
+        ::CreateFileW(PlatformPath(filePath).c_str(), kLockAccess, FILE_SHARE_READ, nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
     const DWORD error = GetLastError();
     if (hFile == INVALID_HANDLE_VALUE) {
         QC_REPORT(L"hFile != ((HANDLE)(LONG_PTR)-1) =>false%s, ");
@@ -136,14 +141,14 @@ VirtualVolumeStatus FileLocker::Lock(const wchar_t* filePath, const VirtFindData
     QC_CHECK(filePath != nullptr && lockInfo != nullptr, VVS_InvalidParameter, L"filePath != 0 && lockInfo != 0 =>false%s, ");
 
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     LockEntry* entry = table.Find(filePath);
     if (!entry) {
+        FileHandleInfo fileHandleInfo;
+        QC_CHECK_STATUS(CreateAndLockFile(filePath, fileHandleInfo), L"CreateAndLockFile(filePath, lockInfoData.fileHandleInfo) =>%s, ");
         entry = table.Insert(filePath);
-        const VirtualVolumeStatus opened = CreateAndLockFile(filePath, entry->fileHandleInfo);
-        if (opened != VVS_Success)
-            table.Erase(filePath);
-        QC_CHECK_STATUS(opened, L"CreateAndLockFile(filePath, lockInfoData.fileHandleInfo) =>%s, ");
+        entry->lockInfoArray.reserve(1);
+        entry->fileHandleInfo = std::move(fileHandleInfo);
         if (encryptedInfo) {
             entry->encryptedInfo = *encryptedInfo;
             entry->hasEncryptedInfo = true;
@@ -175,7 +180,11 @@ VirtualVolumeStatus FileLocker::Unlock(const wchar_t* filePath, const wchar_t* l
     QC_CHECK(filePath != nullptr && HasToken(lockToken), VVS_InvalidParameter, L"filePath != 0 && lockToken != 0 =>false%s, ");
 
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const std::shared_ptr<LockedContent> content = table.ContentOf(filePath);
+    if (!content)
+        return qcLog.Leave(VVS_FileNotLocked);
+    const SectionGuard contentGuard(content->section);  // between the look at the content and the mark nobody writes
+    const SectionGuard guard(table.section);
     LockEntry* const entry = table.Find(filePath);
     if (!entry)
         return qcLog.Leave(VVS_FileNotLocked);
@@ -186,10 +195,9 @@ VirtualVolumeStatus FileLocker::Unlock(const wchar_t* filePath, const wchar_t* l
         return qcLog.Leave(VVS_Success);
 
     const FileHandleInfo& info = entry->fileHandleInfo;
-    // Who has a plain file open may be about to write it. Saving into a container takes the mark back.
-    const bool isInUse = !entry->hasEncryptedInfo && entry->contentLock.use_count() > 1;
-    if (info.created && !isInUse && IsEmptyFile(info.hFile.Get()))
-        DeleteUndeleteFile(info.hFile.Get(), true);
+    if (info.created && !content->isWritten && IsEmptyFile(info.hFile.Get()) &&
+        DeleteUndeleteFile(info.hFile.Get(), true) == Win32Error::None)
+        content->goesUnlessWritten = true;
     table.Erase(filePath);
     return qcLog.Leave(VVS_Success);
 }
@@ -201,7 +209,7 @@ VirtualVolumeStatus FileLocker::FindLock(const wchar_t* filePath, const wchar_t*
     LockTable& table = Table();
     if (table.count == 0)  // the common case, asked twice at every open
         return qcLog.Leave(VVS_FileNotLocked);
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     const LockEntry* const entry = table.Find(filePath);
     if (!entry)
         return qcLog.Leave(VVS_FileNotLocked);
@@ -223,7 +231,7 @@ VirtualVolumeStatus FileLocker::FindFirstLock(const wchar_t* filePath, void** hF
     *hFind = nullptr;
 
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     const LockEntry* const entry = table.Find(filePath);
     if (!entry) {
         QC_LOG(L"No locks are found for filePath[%s]", filePath);
@@ -262,7 +270,7 @@ bool FileLocker::FindClose(void* hFind) {
 
 bool FileLocker::HoldsLockBelow(const std::wstring& folderPath) {
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     return std::any_of(table.entries.begin(), table.entries.end(),
                        [&](const auto& entry) { return IsPathBelow(entry.first, folderPath); });
 }
@@ -276,7 +284,7 @@ void FileLocker::GetEncryptedInfo(const wchar_t* filePath, bool* hasInfo, VirtFi
     LockTable& table = Table();
     if (table.count == 0)  // the common case, asked once for every container of a listing
         return;
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     const LockEntry* const entry = table.Find(filePath);
     if (!entry)
         return;
@@ -293,7 +301,7 @@ void FileLocker::SetEncryptedInfo(const wchar_t* filePath, const VirtFindData& f
         return;
     }
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     if (LockEntry* const entry = table.Find(filePath)) {
         entry->hasEncryptedInfo = true;
         entry->encryptedInfo = findData;
@@ -307,7 +315,7 @@ VirtualVolumeStatus FileLocker::GetLockedFile(const wchar_t* filePath, std::uint
     *lockedFile = {};
 
     LockTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     const LockEntry* const entry = table.Find(filePath);
     if (!entry)
         return qcLog.Leave(VVS_Success);
@@ -332,6 +340,6 @@ VirtualVolumeStatus FileLocker::GetLockedFile(const wchar_t* filePath, std::uint
     }
     lockedFile->locked = true;
     lockedFile->hFile = std::move(hFile);
-    lockedFile->contentLock = entry->contentLock;
+    lockedFile->content = entry->content;
     return qcLog.Leave(VVS_Success);
 }

@@ -9,19 +9,34 @@
 
 #include <windows.h>
 
+#include "library/Locks.h"
 #include "library/Owners.h"
 #include "quelcrypt/IVirtualVolume.h"
 
 // The first 32 bits of a lock-search handle: "FFLM" in memory.
 inline constexpr std::uint32_t kLockSearchMagic = 0x4D4C4646;
 
+// What all openers of a locked file share: their handles are duplicates of one, with one position. Whoever changes the file's
+// size, position or deletion mark, or copies its whole content, holds the section.
+struct LockedContent {
+    CriticalSection section{LockOrder::LockedContent};
+    // Deleted or moved away under the lock: for openers the file is missing, although the lock still holds it. What creates
+    // takes the mark back and starts empty.
+    bool isDeleted GUARDED_BY(section) = false;
+    // Written or cut through the lock, be it to nothing.
+    bool isWritten GUARDED_BY(section) = false;
+    // The lock that made the file is released: it goes with the last handle, unless that writes it first.
+    bool goesUnlessWritten GUARDED_BY(section) = false;
+    // A write time was set by hand, which ends the platform's own updates through the handle.
+    bool isTimeSet GUARDED_BY(section) = false;
+};
+
 // What an opener gets of a locked file.
 struct LockedFile {
     // A handle was handed out. False: the file is not locked, or the opener did not need the lock, and opens it itself.
     bool locked = false;
     UniqueHandle hFile;
-    // To be held while the whole content is copied through hFile: all duplicates share one file.
-    std::shared_ptr<CriticalSection> contentLock;
+    std::shared_ptr<LockedContent> content;
 };
 
 class FileLocker {
@@ -32,8 +47,9 @@ public:
     // else holds the file. The table is then as it was.
     static VirtualVolumeStatus Lock(const wchar_t* filePath, const VirtFindData* encryptedInfo, LockInfo* lockInfo);
 
-    // Releases the lock with exactly this token. With the last one the file is closed, and deleted when the lock had
-    // created it and nothing was written since. VVS_FileNotLocked, VVS_LockTokenNotFound.
+    // Releases the lock with exactly this token. With the last one the file is closed. An empty file that the
+    // lock had created and nobody wrote goes then, or with the last handle that is open; a write takes that back.
+    // VVS_FileNotLocked, VVS_LockTokenNotFound.
     static VirtualVolumeStatus Unlock(const wchar_t* filePath, const wchar_t* lockToken);
 
     // Stores the lock with this token, or the oldest when none is given.

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include "library/Owners.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 
@@ -22,7 +23,7 @@ void ForEachBit(std::wstring_view name, std::size_t bits, Visit visit) {
 void PlainNameFilter::Fill(const std::wstring& folderPath) {
     m_bits = std::make_unique<std::uint64_t[]>(kBits / 64);
     WIN32_FIND_DATAW entry{};
-    const UniqueFindHandle find(FindFirstFileExW(PathAppendStr(folderPath, L"*").c_str(), FindExInfoBasic, &entry,
+    const UniqueFindHandle find(FindFirstFileExW(PlatformPath(PathAppendStr(folderPath, L"*")).c_str(), FindExInfoBasic, &entry,
                                                  FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH));
     m_isUseless = !find;
     if (m_isUseless)

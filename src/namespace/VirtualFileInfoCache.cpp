@@ -1,11 +1,10 @@
 #include "namespace/VirtualFileInfoCache.h"
 
 #include <list>
-#include <mutex>
 #include <unordered_map>
 
 #include "diagnostics/Trace.h"
-#include "library/Owners.h"
+#include "library/Locks.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 
@@ -36,9 +35,9 @@ struct CacheEntry {
 };
 
 struct CacheState {
-    CriticalSection section;
-    AgeList ages;
-    std::unordered_map<std::wstring, CacheEntry, NoCaseHash, NoCaseEqual> entries;
+    CriticalSection section{LockOrder::FindData};
+    AgeList ages GUARDED_BY(section);
+    std::unordered_map<std::wstring, CacheEntry, NoCaseHash, NoCaseEqual> entries GUARDED_BY(section);
 };
 
 CacheState& State() {
@@ -53,7 +52,7 @@ bool VirtualFileInfoCache::Find(const std::wstring& containerFilePath, const WIN
     QC_TRACE(L"VirtualFileInfoCache::Find", L"containerFilePath[%s], findData[%s]", containerFilePath,
              FormatRawFindDataStr(&rawFindData));
     CacheState& state = State();
-    const std::lock_guard guard(state.section);
+    const SectionGuard guard(state.section);
     const auto found = state.entries.find(containerFilePath);
     if (found == state.entries.end())
         return qcLog.Leave(false);
@@ -70,7 +69,7 @@ void VirtualFileInfoCache::Add(const std::wstring& containerFilePath, const WIN3
                                const VirtFindData& virtFindData, std::uint64_t folderWriteTime) {
     QC_TRACE(L"VirtualFileInfoCache::Add", L"containerFilePath[%s]", containerFilePath);
     CacheState& state = State();
-    const std::lock_guard guard(state.section);
+    const SectionGuard guard(state.section);
     Remove(containerFilePath);
     if (state.entries.size() >= kMaximumEntries) {
         QC_LOG(L"Maximum entry count is reached. Oldest entry will be removed");
@@ -88,7 +87,7 @@ void VirtualFileInfoCache::Add(const std::wstring& containerFilePath, const WIN3
 void VirtualFileInfoCache::Remove(const std::wstring& containerFilePath) {
     QC_TRACE(L"VirtualFileInfoCache::Remove", L"containerFilePath[%s]", containerFilePath);
     CacheState& state = State();
-    const std::lock_guard guard(state.section);
+    const SectionGuard guard(state.section);
     const auto found = state.entries.find(containerFilePath);
     if (found == state.entries.end()) {
         QC_LOG(L"Did not find cached entry");

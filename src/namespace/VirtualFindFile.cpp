@@ -2,9 +2,8 @@
 
 #include <optional>
 
-#include <shlwapi.h>
-
 #include "diagnostics/Trace.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "locks/FileLocker.h"
 #include "namespace/VirtualFileInfoCache.h"
@@ -23,6 +22,7 @@ struct FolderView {
     PlainNameFilter* plainNames;     // null when a single name is asked for, which a look-up answers faster
     bool plainIsMissing = false;     // that look-up was made already, in vain
     bool namesAreFromDisk = true;    // false: in the letter case in which somebody asked
+    bool showsLocked = true;         // a locked container is described by its lock
 };
 
 bool HasContainerName(std::wstring_view name) {
@@ -47,10 +47,10 @@ bool ShouldEnumerateFindData(const WIN32_FIND_DATAW& raw) {
     return false;
 }
 
-// Moves on from the current entry, to the first that is to be shown; firstSpec holds what an earlier pass showed already.
-bool ShouldEnumerateFindData(HANDLE find, WIN32_FIND_DATAW& raw, const std::wstring& firstSpec) {
-    while (!ShouldEnumerateFindData(raw) || (!firstSpec.empty() && PathMatchSpecW(raw.cFileName, firstSpec.c_str())))
-        if (!::FindNextFileW(find, &raw))
+// Moves on from the current entry to the first that is to be shown.
+bool ShouldEnumerateFindData(const VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
+    while (!ShouldEnumerateFindData(raw) || (handle.extraZipSearch && handle.shownContainers.contains(raw.cFileName)))
+        if (!::FindNextFileW(handle.find.Get(), &raw))
             return false;
     return true;
 }
@@ -71,7 +71,7 @@ bool PlainNameExists(const FolderView& view, const std::wstring& plainPath, cons
 
 // True: the stored name is the one to show. False: name is the conflict name. Throws for a container without a stem.
 bool GetVirtualFileNameWithConflictResolved(const FolderView& view, const std::wstring& containerFilePath, std::wstring& name,
-                                            const wchar_t* storedName) {
+                                            const std::wstring& storedName) {
     QC_TRACE(L"GetVirtualFileNameWithConflictResolved", L"containerFilePath[%s], storedName[%s]", containerFilePath, storedName);
     name = storedName;
     const std::wstring plainPath = PathRemoveExtensionStr(containerFilePath);
@@ -86,7 +86,7 @@ bool GetVirtualFileNameWithConflictResolved(const FolderView& view, const std::w
 }
 
 struct ContainerInfo {
-    LibraryPtr<IHvcStringW> storedName;
+    std::wstring storedName;
     std::uint64_t plainSize = 0;
     SYSTEMTIME lastWrite{};
     SYSTEMTIME lastAccess{};
@@ -99,9 +99,12 @@ bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePa
     bool succeeded = false;
     try {
         const std::string path = Utf8EncodeStr(containerFilePath.c_str(), static_cast<DWORD>(containerFilePath.size()));
-        succeeded = Quelcrypt_GetFileInformation(path.c_str(), info.storedName.GetAddr(), &info.plainSize, &raw, &info.lastWrite,
-                                                 &info.lastAccess, &info.creation, nullptr) == 1 &&
-                    info.storedName && info.storedName->GetString();
+        LibraryPtr<IHvcStringW> storedName;
+        succeeded = Quelcrypt_GetFileInformation(path.c_str(), storedName.GetAddr(), &info.plainSize, &raw, &info.lastWrite,
+                                                 &info.lastAccess, &info.creation, nullptr) == 1;
+        const wchar_t* const name = succeeded && storedName ? storedName->GetString() : nullptr;
+        succeeded = name != nullptr;
+        info.storedName = name ? name : L"";
     } catch (...) {  // whatever it is, one container must not end a listing
         succeeded = false;
     }
@@ -117,7 +120,7 @@ VirtualItemType GetHalvaneFileData(const FolderView& view, bool containerFlag, c
     if (!containerFlag || !GetFileInformation(qcLog, containerFilePath, raw, info))
         return VIT_PlainFile;
     std::wstring name;
-    const bool noConflict = GetVirtualFileNameWithConflictResolved(view, containerFilePath, name, info.storedName->GetString());
+    const bool noConflict = GetVirtualFileNameWithConflictResolved(view, containerFilePath, name, info.storedName);
     raw.nFileSizeHigh = static_cast<DWORD>(info.plainSize >> 32);
     raw.nFileSizeLow = static_cast<DWORD>(info.plainSize);
     SystemTimeToFileTime(&info.lastWrite, &raw.ftLastWriteTime);
@@ -131,7 +134,8 @@ VirtualItemType GetHalvaneFileData(const FolderView& view, bool containerFlag, c
 bool FindKnownContainer(const FolderView& view, const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw,
                         VirtFindData* virtFindData) {
     bool hasInfo = false;
-    FileLocker::GetEncryptedInfo(containerFilePath.c_str(), &hasInfo, virtFindData);
+    if (view.showsLocked)
+        FileLocker::GetEncryptedInfo(containerFilePath.c_str(), &hasInfo, virtFindData);
     if (hasInfo)
         return true;
     if (view.folderWriteTime == 0)
@@ -163,7 +167,7 @@ void BuildVirtFindData(const FolderView& view, bool containerFlag, const WIN32_F
 
 bool ReadRawEntry(const std::wstring& path, WIN32_FIND_DATAW& raw) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
-    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
+    if (!GetFileAttributesExW(PlatformPath(path).c_str(), GetFileExInfoStandard, &data))
         return false;
     raw.dwFileAttributes = data.dwFileAttributes;
     raw.ftCreationTime = data.ftCreationTime;
@@ -182,24 +186,21 @@ bool StartExtraZipSearch(VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
         return false;
     handle.extraZipSearch = true;
     handle.containerFlag = true;
-    handle.firstSpec = PathStripPathStr(handle.filePathSearch);
     handle.filePathSearch = newSearch;
-    handle.find.Reset(::FindFirstFileW(newSearch.c_str(), &raw));
-    return handle.find && ShouldEnumerateFindData(handle.find.Get(), raw, handle.firstSpec);
+    handle.find.Reset(::FindFirstFileW(PlatformPath(newSearch).c_str(), &raw));
+    return handle.find && ShouldEnumerateFindData(handle, raw);
 }
 
 void StoreEntry(VirtualFindHandle& handle, const WIN32_FIND_DATAW& raw, VirtFindData* virtFindData) {
     *virtFindData = {};
+    std::wstring newSearch;
+    if (!handle.extraZipSearch && HasContainerName(raw.cFileName) && ShouldSearchForExtraZip(handle.filePathSearch, newSearch))
+        handle.shownContainers.insert(raw.cFileName);
     PlainNameFilter* const plainNames = handle.isPattern ? &handle.plainNames : nullptr;
     BuildVirtFindData({handle.folderPath, handle.folderWriteTime, plainNames}, handle.containerFlag, raw, virtFindData);
 }
 
 }  // namespace
-
-void FindFileHandleDeleter::operator()(VirtualFindHandle* handle) const {
-    handle->magic = 0;
-    delete handle;
-}
 
 bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindData) {
     QC_TRACE(L"VirtualFindFile::FindFile", L"filePath[%s]", filePath);
@@ -207,6 +208,9 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
     WIN32_FIND_DATAW raw{};
     bool containerFlag = false;
     bool plainIsMissing = false;
+    const std::wstring folderPath = PathRemoveFileSpecStr(path);
+    // Before the look for a plain file: one that comes up later changes the time, so that "none" is not remembered for it.
+    std::uint64_t folderWriteTime = ReadFolderWriteTime(folderPath);
     if (path.empty() || !ReadRawEntry(path, raw)) {
         path = PathAddExtensionStr(path, kContainerExtension);
         containerFlag = true;
@@ -218,10 +222,20 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
     } else {
         containerFlag = !IsFolder(raw) && HasContainerName(raw.cFileName);
     }
-    const std::wstring folderPath = PathRemoveFileSpecStr(path);
-    std::uint64_t folderWriteTime = 0;
     *virtFindData = {};
     BuildVirtFindData({folderPath, folderWriteTime, nullptr, plainIsMissing, false}, containerFlag, raw, virtFindData);
+    return qcLog.Leave(true);
+}
+
+bool VirtualFindFile::FindContainerOnDisk(const std::wstring& containerPath, VirtFindData* virtFindData) {
+    QC_TRACE(L"VirtualFindFile::FindContainerOnDisk", L"filePath[%s]", containerPath);
+    const std::wstring folderPath = PathRemoveFileSpecStr(containerPath);
+    std::uint64_t folderWriteTime = ReadFolderWriteTime(folderPath);
+    WIN32_FIND_DATAW raw{};
+    if (!ReadRawEntry(containerPath, raw))
+        return qcLog.Leave(false);
+    *virtFindData = {};
+    BuildVirtFindData({folderPath, folderWriteTime, nullptr, false, false, false}, !IsFolder(raw), raw, virtFindData);
     return qcLog.Leave(true);
 }
 
@@ -233,11 +247,11 @@ VirtualFindHandlePtr VirtualFindFile::FindFirstFileW(const wchar_t* filePathSear
     handle->folderPath = PathRemoveFileSpecStr(filePathSearch);
     *virtFindData = {};
     WIN32_FIND_DATAW raw{};
-    handle->find.Reset(::FindFirstFileW(filePathSearch, &raw));
+    handle->find.Reset(::FindFirstFileW(PlatformPath(filePathSearch).c_str(), &raw));
     QC_CHECK(handle->find || GetLastError() == ERROR_FILE_NOT_FOUND, nullptr,
              L"hFind != ((HANDLE)(LONG_PTR)-1) || GetLastError() == 2L =>FALSE%s,  %s", L"filePathSearch[%s]. Error[%s]", filePathSearch,
              SystemErrorStr(GetLastError()));
-    if (handle->find && ShouldEnumerateFindData(handle->find.Get(), raw, {})) {
+    if (handle->find && ShouldEnumerateFindData(*handle, raw)) {
         QC_LOG(L"filePathSearch[%s] is Found on first try", filePathSearch);
         handle->containerFlag = !IsFolder(raw) && HasContainerName(raw.cFileName);
     } else {
@@ -257,7 +271,7 @@ bool VirtualFindFile::FindNextFileW(VirtualFindHandle& handle, VirtFindData* vir
     QC_TRACE(L"VirtualFindFile::FindNextFileW", L"Next search for filePathSearch[%s]", handle.filePathSearch);
     *virtFindData = {};
     WIN32_FIND_DATAW raw{};
-    const bool found = ::FindNextFileW(handle.find.Get(), &raw) && ShouldEnumerateFindData(handle.find.Get(), raw, handle.firstSpec);
+    const bool found = ::FindNextFileW(handle.find.Get(), &raw) && ShouldEnumerateFindData(handle, raw);
     if (!found && !StartExtraZipSearch(handle, raw))
         return qcLog.Leave(false);
     // A folder named like a container goes the same way; it still shows as a folder.

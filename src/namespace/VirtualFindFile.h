@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <unordered_set>
 
 #include <windows.h>
 
@@ -17,6 +18,7 @@
 inline constexpr std::uint32_t kFileSearchMagic = 0x4D464646;
 
 struct VirtualFindHandle {
+    ~VirtualFindHandle() { magic = 0; }  // not recognised any more once it is freed
     std::uint32_t magic = kFileSearchMagic;
     UniqueFindHandle find;
     std::wstring filePathSearch;  // with ".zip" appended once the extra search has begun
@@ -24,20 +26,19 @@ struct VirtualFindHandle {
     bool containerFlag = false;  // of the entry returned last
     bool extraZipSearch = false;
     bool isPattern = false;
-    std::wstring firstSpec;  // while the extra search runs: what was searched for first, and need not show again
+    std::unordered_set<std::wstring> shownContainers;  // by the first search, as far as the extra one would find them again
     std::uint64_t folderWriteTime = 0;  // 0: not read yet
     PlainNameFilter plainNames;
 };
-// Makes the handle unrecognisable before it is freed.
-struct FindFileHandleDeleter {
-    void operator()(VirtualFindHandle* handle) const;
-};
-using VirtualFindHandlePtr = std::unique_ptr<VirtualFindHandle, FindFileHandleDeleter>;
+using VirtualFindHandlePtr = std::unique_ptr<VirtualFindHandle>;
 
 class VirtualFindFile {
 public:
     // Describes the item at filePath, or else the container filePath + ".zip". False: neither exists.
     static bool FindFile(const wchar_t* filePath, VirtFindData* virtFindData);
+
+    // Describes the container at this path as it is on disk: not, while it is locked, by the record that its lock keeps.
+    static bool FindContainerOnDisk(const std::wstring& containerPath, VirtFindData* virtFindData);
 
     // Starts a search, whose pattern is the last component, and stores the first entry. A pattern other than "*", "*.*" and
     // "*.zip" is searched again with ".zip" appended, so that names find their containers. Null when nothing matches.

@@ -5,12 +5,12 @@
 #include <atomic>
 #include <cwchar>
 #include <memory>
-#include <mutex>
 #include <vector>
 
 #include <shlwapi.h>
 
 #include "diagnostics/Trace.h"
+#include "library/Locks.h"
 #include "library/Owners.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
@@ -52,10 +52,10 @@ private:
 };
 
 struct MountFolderState {
-    CriticalSection section;
-    FolderTable table;
+    CriticalSection section{LockOrder::MountFolders};
+    FolderTable table GUARDED_BY(section);
     std::atomic<bool> loaded{false};  // read without the section too: nobody waits for a load that is not needed
-    std::uint32_t changeCounter = 0;  // as last read from the library; 0: none yet
+    std::uint32_t changeCounter GUARDED_BY(section) = 0;  // as last read from the library; 0: none yet
 };
 
 MountFolderState& State() {
@@ -92,8 +92,8 @@ FolderTable ReadFolders(IProtectedFolderEnum* protectedFolders) {
     return table;
 }
 
-// The caller holds the section. Throws what the library throws.
-void Reload(QuelcryptLog& qcLog, MountFolderState& state) {
+// Throws what the library throws.
+void Reload(QuelcryptLog& qcLog, MountFolderState& state) REQUIRES(state.section) {
     LibraryPtr<IProtectedFolderEnum> protectedFolders;
     const bool asked = Quelcrypt_GetProtectedFolderEnum(0, protectedFolders.GetAddr()) != 0;
     if (!asked || !protectedFolders) {
@@ -109,7 +109,7 @@ void Reload(QuelcryptLog& qcLog, MountFolderState& state) {
 }
 
 bool CopyByName(MountFolderState& state, const std::wstring& name, MountFolderInfo& mountFolderInfo) {
-    const std::lock_guard guard(state.section);
+    const SectionGuard guard(state.section);
     const MountFolderInfo* const found = state.table.Find(name);
     if (found)
         mountFolderInfo = *found;
@@ -139,7 +139,7 @@ bool MatchNext(VirtFindMountFolderHandle& handle, Store store) {
     if (handle.nextName.empty())
         return false;
     MountFolderState& state = State();
-    const std::lock_guard guard(state.section);
+    const SectionGuard guard(state.section);
     const std::vector<const MountFolderInfo*> folders = state.table.InOrder();
     for (std::size_t start = 0; start < folders.size(); ++start)
         if (folders[start]->name == handle.nextName)
@@ -158,17 +158,12 @@ const wchar_t* SpecOrAll(const wchar_t* searchSpec) { return searchSpec ? search
 
 }  // namespace
 
-void VirtFindMountFolderHandleDeleter::operator()(VirtFindMountFolderHandle* handle) const {
-    handle->magic = 0;
-    delete handle;
-}
-
 void VirtualMountFolder::LoadFolders(bool force) {
     QC_TRACE(L"VirtualMountFolder::LoadFolders", L"force[%s]", FormatBoolStr(force));
     MountFolderState& state = State();
     if (state.loaded && !force)
         return;
-    const std::lock_guard guard(state.section);
+    const SectionGuard guard(state.section);
     if (state.loaded && !force)  // by now
         return;
     try {
@@ -227,7 +222,7 @@ bool VirtualMountFolder::GetMountFolderInfoByNativePath(const wchar_t* nativeFil
     QC_CHECK(nativeFilePath != nullptr, false, L"nativeFilePath != 0 && &nativeFilePath =>false%s, ");
     const std::wstring_view nativePath = nativeFilePath;
     MountFolderState& state = State();
-    const std::lock_guard guard(state.section);
+    const SectionGuard guard(state.section);
     for (const MountFolderInfo* folder : state.table.InOrder())
         if (Contains(folder->path, nativePath)) {
             mountFolderInfo = *folder;
@@ -241,38 +236,38 @@ bool VirtualMountFolder::HoldsMountFolder(const std::wstring& nativePath) {
     QC_TRACE(L"VirtualMountFolder::HoldsMountFolder", L"nativeFilePath[%s]", nativePath);
     LoadFolders(true);
     MountFolderState& state = State();
-    const std::lock_guard guard(state.section);
+    const SectionGuard guard(state.section);
     const auto folders = state.table.InOrder();
     return qcLog.Leave(
         std::any_of(folders.begin(), folders.end(), [&](const auto* folder) { return Contains(nativePath, folder->path); }));
 }
 
-VirtFindMountFolderHandle* VirtualMountFolder::FindFirstFolder(const wchar_t* folderSearchSpec) {
+VirtFindMountFolderHandlePtr VirtualMountFolder::FindFirstFolder(const wchar_t* folderSearchSpec) {
     QC_TRACE(L"VirtualMountFolder::FindFirstFolder", L"folderSearchSpec[%s]", folderSearchSpec);
     LoadFolders(true);
     auto handle = std::make_unique<VirtFindMountFolderHandle>();
     handle->folderSearchSpec = SpecOrAll(folderSearchSpec);
     MountFolderState& state = State();
-    const std::lock_guard guard(state.section);
+    const SectionGuard guard(state.section);
     for (const MountFolderInfo* folder : state.table.InOrder())
         if (MatchesSpec(qcLog, handle->folderSearchSpec.c_str(), *folder)) {
             handle->nextName = folder->name;
-            return handle.release();
+            return handle;
         }
     return nullptr;
 }
 
-VirtFindMountFolderHandle* VirtualMountFolder::FindFirstFolder(const wchar_t* folderSearchSpec, VirtFindData* virtFindData) {
+VirtFindMountFolderHandlePtr VirtualMountFolder::FindFirstFolder(const wchar_t* folderSearchSpec, VirtFindData* virtFindData) {
     QC_TRACE(L"VirtualMountFolder::FindFirstFolder", L"folderSearchSpec[%s]", folderSearchSpec);
     LoadFolders(true);
     auto handle = std::make_unique<VirtFindMountFolderHandle>();
     handle->folderSearchSpec = SpecOrAll(folderSearchSpec);
     MountFolderState& state = State();
-    const std::lock_guard guard(state.section);
+    const SectionGuard guard(state.section);
     const bool found = MatchFrom(state.table.InOrder(), 0, handle->nextName, [&](const MountFolderInfo& folder) {
         return GetMatchedMountFolderVirtFindData(handle->folderSearchSpec.c_str(), folder, virtFindData);
     });
-    return found ? handle.release() : nullptr;
+    return found ? std::move(handle) : nullptr;
 }
 
 bool VirtualMountFolder::FindNextFolder(VirtFindMountFolderHandle& handle, VirtMountInfo* virtMountInfo) {

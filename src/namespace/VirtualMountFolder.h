@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "quelcrypt/IVirtualVolume.h"
@@ -19,14 +20,12 @@ struct MountFolderInfo {
 
 // Stands at the next folder by its name, so it stays valid when the table is rebuilt.
 struct VirtFindMountFolderHandle {
+    ~VirtFindMountFolderHandle() { magic = 0; }  // not recognised any more once it is freed
     std::uint32_t magic = kMountSearchMagic;
     std::wstring folderSearchSpec;
     std::wstring nextName;  // empty: the search is over
 };
-// Makes the handle unrecognisable before it is freed.
-struct VirtFindMountFolderHandleDeleter {
-    void operator()(VirtFindMountFolderHandle* handle) const;
-};
+using VirtFindMountFolderHandlePtr = std::unique_ptr<VirtFindMountFolderHandle>;
 
 class VirtualMountFolder {
 public:
@@ -50,8 +49,8 @@ public:
     // Starts a search. The first form stores nothing: its handle stands at the first match, which FindNextFolder returns.
     // The second stores the first match's record. Null when nothing matches. A null spec is "*"; in the second form an
     // empty one matches everything.
-    static VirtFindMountFolderHandle* FindFirstFolder(const wchar_t* folderSearchSpec);
-    static VirtFindMountFolderHandle* FindFirstFolder(const wchar_t* folderSearchSpec, VirtFindData* virtFindData);
+    static VirtFindMountFolderHandlePtr FindFirstFolder(const wchar_t* folderSearchSpec);
+    static VirtFindMountFolderHandlePtr FindFirstFolder(const wchar_t* folderSearchSpec, VirtFindData* virtFindData);
     // Stores the next match; false when there is none, also when the folder to continue at has vanished.
     static bool FindNextFolder(VirtFindMountFolderHandle& handle, VirtMountInfo* virtMountInfo);
     static bool FindNextFolder(VirtFindMountFolderHandle& handle, VirtFindData* virtFindData);

@@ -7,6 +7,7 @@
 
 #include "diagnostics/Trace.h"
 #include "library/Owners.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 
 namespace {
@@ -33,12 +34,12 @@ std::size_t LastSeparator(std::wstring_view path) { return path.find_last_of(L"\
 
 bool ReadIdentity(const std::wstring& path, BY_HANDLE_FILE_INFORMATION& info) {
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const HANDLE handle = ::CreateFileW(path.c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
     return hFile && GetFileInformationByHandle(hFile.Get(), &info);
 }
 
-DWORD AttributesOf(const std::wstring& path) { return GetFileAttributesW(path.c_str()); }
+DWORD AttributesOf(const std::wstring& path) { return GetFileAttributesW(PlatformPath(path).c_str()); }
 
 // The platform opens a device for these names in every folder, whatever extension follows; one of a serial line may wait for ever.
 bool IsDeviceName(std::wstring_view name) {
@@ -137,22 +138,6 @@ void FilePointer::Restore() {
         QC_REPORT(L"::SetFilePointerEx(m_hFile, m_origPos, 0, 0) != 0 =>false%s, ");
 }
 
-std::optional<FileStamp> ReadOpenFileStamp(HANDLE hFile) {
-    FILE_BASIC_INFO info{};
-    LARGE_INTEGER size{};
-    if (!GetFileInformationByHandleEx(hFile, FileBasicInfo, &info, sizeof(info)) || !GetFileSizeEx(hFile, &size))
-        return std::nullopt;
-    return FileStamp{info.FileAttributes, info.LastWriteTime.QuadPart, size.QuadPart};
-}
-
-std::optional<FileStamp> ReadFileStamp(const std::wstring& path) {
-    WIN32_FILE_ATTRIBUTE_DATA data{};
-    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
-        return std::nullopt;
-    return FileStamp{data.dwFileAttributes, static_cast<std::int64_t>(FileTimeNumber(data.ftLastWriteTime)),
-                     static_cast<std::int64_t>(static_cast<std::uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow)};
-}
-
 std::wstring SidePathStr(const std::wstring& filePath) {
     GUID guid{};
     if (FAILED(CoCreateGuid(&guid)))
@@ -160,22 +145,46 @@ std::wstring SidePathStr(const std::wstring& filePath) {
     return PathAppendStr(PathRemoveFileSpecStr(filePath), L"~" + FormatGuidStr(guid) + L".tmp");
 }
 
-Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists) {
+Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists,
+                      const std::optional<FileVersion>* known) {
     QC_TRACE(L"PutInPlace", L"srcFilePath[%s], destFilePath[%s]", sidePath, filePath);
-    if (MoveFileExW(sidePath.c_str(), filePath.c_str(), MOVEFILE_WRITE_THROUGH | (failIfExists ? 0 : MOVEFILE_REPLACE_EXISTING)))
-        return qcLog.Leave(Win32Error::None);
-    const Win32Error error = LastWin32Error();
-    SetFileAttributesW(sidePath.c_str(), FILE_ATTRIBUTE_NORMAL);  // a read-only copy could not be deleted
-    DeleteFileW(sidePath.c_str());
+    Win32Error error = static_cast<Win32Error>(ERROR_SHARING_VIOLATION);
+    if (!known || IsStillVersion(*known, ReadFileVersion(filePath))) {
+        const DWORD flags = MOVEFILE_WRITE_THROUGH | (failIfExists ? 0 : MOVEFILE_REPLACE_EXISTING);
+        if (MoveFileExW(PlatformPath(sidePath).c_str(), PlatformPath(filePath).c_str(), flags))
+            return qcLog.Leave(Win32Error::None);
+        error = LastWin32Error();
+    }
+    SetFileAttributesW(PlatformPath(sidePath).c_str(), FILE_ATTRIBUTE_NORMAL);  // a read-only copy could not be deleted
+    DeleteFileW(PlatformPath(sidePath).c_str());
     return qcLog.Leave(error);
 }
 
-Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists) {
+// The platform's copy may be in memory only when it is done.
+Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& destFilePath) {
+    const PlatformPath dest(destFilePath);
+    if (!::CopyFileW(PlatformPath(srcFilePath).c_str(), dest.c_str(), TRUE))
+        return LastWin32Error();
+    const DWORD attributes = GetFileAttributesW(dest.c_str());
+    const bool isReadOnly = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY);
+    if (isReadOnly)
+        SetFileAttributesW(dest.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+    const HANDLE handle = ::CreateFileW(dest.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    const Win32Error error = hFile && FlushFileBuffers(hFile.Get()) ? Win32Error::None : LastWin32Error();
+    hFile.Reset();
+    if (isReadOnly)
+        SetFileAttributesW(dest.c_str(), attributes);
+    return error;
+}
+
+Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists,
+                       const std::optional<FileVersion>* known) {
     const std::wstring sidePath = SidePathStr(destFilePath);
-    if (::CopyFileW(srcFilePath.c_str(), sidePath.c_str(), TRUE))
-        return PutInPlace(sidePath, destFilePath, failIfExists);
-    const Win32Error error = LastWin32Error();
-    DeleteFileW(sidePath.c_str());
+    const Win32Error error = CopyWholeFile(srcFilePath, sidePath);
+    if (error == Win32Error::None)
+        return PutInPlace(sidePath, destFilePath, failIfExists, known);
+    DeleteFileW(PlatformPath(sidePath).c_str());
     return error;
 }
 
@@ -198,12 +207,6 @@ bool IsExistingFolder(const std::wstring& path) {
     const DWORD attributes = AttributesOf(path);
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
 }
-
-std::uint64_t FileTimeNumber(const FILETIME& time) {
-    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-}
-
-FILETIME FileTimeOf(std::uint64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
 
 std::wstring PathStripPathStr(std::wstring_view path) {
     const std::size_t separator = LastSeparator(path);

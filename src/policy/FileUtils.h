@@ -8,6 +8,7 @@
 
 #include <windows.h>
 
+#include "library/FileVersion.h"
 #include "library/Win32Error.h"
 #include "quelcrypt/IVirtualVolume.h"
 
@@ -66,22 +67,15 @@ private:
 
 // A path in the same folder that nothing has, for building a file aside.
 std::wstring SidePathStr(const std::wstring& filePath);
-// Puts a file built aside in its place in one step, over a file that is there unless told to fail. On failure the side
-// file is deleted.
-Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists = false);
-// The platform's copy of a file, built aside: what is there is replaced by the whole copy or not at all.
-Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists = false);
-
-// What tells one state of a file from another: attribute bits, last-write time (FILETIME) and size in bytes.
-struct FileStamp {
-    std::uint32_t attributes = 0;
-    std::int64_t writeTime = 0;
-    std::int64_t size = 0;
-    bool operator==(const FileStamp&) const = default;
-};
-// Nothing when the file cannot be looked at; the last error says why.
-std::optional<FileStamp> ReadFileStamp(const std::wstring& path);
-std::optional<FileStamp> ReadOpenFileStamp(HANDLE hFile);
+// Puts a file built aside in its place in one step, over a file that is there unless told to fail. known is the version that
+// it may replace, null when it may replace any; another one makes it ERROR_SHARING_VIOLATION. On failure the side file is deleted.
+Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists = false,
+                      const std::optional<FileVersion>* known = nullptr);
+// Copies a file with its attributes and times to a path where nothing is, down to the disk. On failure a part may be there.
+Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& destFilePath);
+// The same, built aside: what is there is replaced by the whole copy or not at all.
+Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists = false,
+                       const std::optional<FileVersion>* known = nullptr);
 
 // Do two paths, perhaps spelled differently or through an alias, lead to one existing file?
 bool AreSameFile(const std::wstring& left, const std::wstring& right);
@@ -90,9 +84,6 @@ bool AreSameFile(const std::wstring& left, const std::wstring& right);
 bool PathExists(const std::wstring& path);
 bool IsExistingFile(const std::wstring& path);
 bool IsExistingFolder(const std::wstring& path);
-
-std::uint64_t FileTimeNumber(const FILETIME& time);
-FILETIME FileTimeOf(std::uint64_t number);
 
 // Paths as text; the disk is not asked. Components may be separated by "\" or "/".
 std::wstring PathStripPathStr(std::wstring_view path);       // "C:\a\b.txt" -> "b.txt"

@@ -8,6 +8,7 @@
 
 #include "diagnostics/Trace.h"
 #include "library/Owners.h"
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
@@ -61,6 +62,8 @@ Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, bool* 
         const std::string path = Utf8EncodeStr(folderPath.c_str(), static_cast<DWORD>(folderPath.size()));
         if (Quelcrypt_GetHalvaneBoxConfig(path.c_str(), config.GetAddr(), nullptr, nullptr) == 0) {
             QC_REPORT(kCheckText);
+            if (isKnown)
+                *isKnown = false;
             return Result();
         }
         return config ? read(config.Get()) : Result();
@@ -88,7 +91,7 @@ bool IsExcludedName(QuelcryptLog& qcLog, const std::wstring& fileSpec) {
 template <class Visit>
 bool ForEachEntry(const std::wstring& folder, Visit visit) {
     WIN32_FIND_DATAW entry{};
-    const UniqueFindHandle find(::FindFirstFileW(PathAppendStr(folder, L"*").c_str(), &entry));
+    const UniqueFindHandle find(::FindFirstFileW(PlatformPath(PathAppendStr(folder, L"*")).c_str(), &entry));
     if (!find)
         return false;
     do {
@@ -106,7 +109,7 @@ bool IsRealFolder(DWORD attributes) {
 // The shell's file operation leaves read-only files, and on some systems says nothing of it.
 void ClearReadOnly(const std::wstring& path, DWORD attributes) {
     if (attributes & FILE_ATTRIBUTE_READONLY)
-        SetFileAttributesW(path.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+        SetFileAttributesW(PlatformPath(path).c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
     if (IsRealFolder(attributes))
         ForEachEntry(path, [](const std::wstring& child, const WIN32_FIND_DATAW& entry) {
             ClearReadOnly(child, entry.dwFileAttributes);
@@ -123,7 +126,8 @@ bool DeleteThroughShell(const std::wstring& path) {
         SHFILEOPSTRUCTW operation{};
         operation.wFunc = FO_DELETE;
         operation.pFrom = doublyTerminated.c_str();
-        operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI;
+        // Without the last, the shell would delete "page_files" along with "page.htm" ("SHFILEOPSTRUCT", FOF_NO_CONNECTED_ELEMENTS).
+        operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI | FOF_NO_CONNECTED_ELEMENTS;
         SHFileOperationW(&operation);
         if (!PathExists(path))
             return true;
@@ -133,14 +137,14 @@ bool DeleteThroughShell(const std::wstring& path) {
 }
 
 Win32Error CopyTree(const std::wstring& source, const std::wstring& destination, bool failIfExists) {
-    const DWORD attributes = GetFileAttributesW(source.c_str());
+    const DWORD attributes = GetFileAttributesW(PlatformPath(source).c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES)
         return LastWin32Error();
     if (!(attributes & FILE_ATTRIBUTE_DIRECTORY))
         return CopyInPlace(source, destination, failIfExists);
     if (!IsRealFolder(attributes))
         return static_cast<Win32Error>(ERROR_NOT_SUPPORTED);  // a junction may lead anywhere, also back up
-    if (!CreateDirectoryW(destination.c_str(), nullptr)) {
+    if (!CreateDirectoryW(PlatformPath(destination).c_str(), nullptr)) {
         const Win32Error error = LastWin32Error();
         if (failIfExists || error != static_cast<Win32Error>(ERROR_ALREADY_EXISTS) || !IsExistingFolder(destination))
             return error;
@@ -208,10 +212,12 @@ std::wstring GetFolderTargetKeyId(const std::wstring& folderPath, bool* isKnown)
     });
 }
 
+std::wstring ZipPathStr(std::wstring_view filePath) { return PathAddExtensionStr(filePath, kContainerExtension); }
+
 std::wstring ContainerPathStr(const std::wstring& filePath) {
     if (EndsWithNoCase(filePath, kContainerExtension) && IsExistingFile(filePath))
         return filePath;
-    return PathAddExtensionStr(filePath, kContainerExtension);
+    return ZipPathStr(filePath);
 }
 
 DeleteResult DeleteFileOrFolder(const std::wstring& path) {
@@ -220,7 +226,7 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     QC_CHECK(!path.empty() && !PathIsRelativeW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
     // The shell would take these for patterns, and everything that matches would go.
     QC_CHECK(path.find_first_of(L"*?<>\"|") == path.npos, DeleteResult::Failed, kCheckText, L"path[%s]", path);
-    const DWORD attributes = GetFileAttributesW(path.c_str());
+    const DWORD attributes = GetFileAttributesW(PlatformPath(path).c_str());
     const bool isMissing =
         attributes == INVALID_FILE_ATTRIBUTES && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND);
     if (isMissing)
@@ -228,7 +234,7 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     QC_CHECK(attributes != INVALID_FILE_ATTRIBUTES, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     ClearReadOnly(path, attributes);
     if (path.size() >= MAX_PATH) {  // longer than the shell takes: a single file goes without it
-        QC_CHECK(DeleteFileW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
+        QC_CHECK(DeleteFileW(PlatformPath(path).c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
         return qcLog.Leave(DeleteResult::Deleted);
     }
 

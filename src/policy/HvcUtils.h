@@ -1,7 +1,7 @@
 // What policy says of files and folders, as the companion library knows it, and deleting and copying whole trees.
-// A failing library is no failure here: it is logged and there is then no policy, no owner, no key. When it threw, or
-// handed out bytes that are no UTF-8, *isKnown (may be null, and is left alone otherwise) becomes false, for those to whom not
-// knowing is not the same as none. A query that returned without success says none. No state, any thread.
+// A failing library is no failure here: it is logged and there is then no policy, no owner, no key. When it threw, answered
+// without success, or handed out bytes that are no UTF-8, *isKnown (may be null, and is left alone otherwise) becomes false:
+// for a move, a failure is not the same as "no policy". No state, any thread.
 #pragma once
 
 #include <string>
@@ -22,6 +22,8 @@ std::wstring GetOwnerId(const std::wstring& folderPath, bool* isKnown = nullptr)
 // Empty when unknown, or when the folder has no policy.
 std::wstring GetFolderTargetKeyId(const std::wstring& folderPath, bool* isKnown = nullptr);
 
+// filePath with the ending of containers.
+std::wstring ZipPathStr(std::wstring_view filePath);
 // The container of an item shown at filePath: the path itself when it names an existing container, which is the way to a
 // conflict copy, else filePath with ".zip" appended.
 std::wstring ContainerPathStr(const std::wstring& filePath);

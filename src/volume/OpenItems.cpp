@@ -1,20 +1,20 @@
 #include "volume/OpenItems.h"
 
-#include <deque>
-#include <mutex>
+#include <array>
 #include <unordered_map>
 
-#include "library/Owners.h"
+#include "library/Locks.h"
 
 namespace {
 
 constexpr std::size_t kKeptAddresses = 1000;
 
 struct ItemTable {
-    CriticalSection section;
-    std::unordered_map<void*, OpenItemPtr> items;
+    CriticalSection section{LockOrder::OpenItems};
+    std::unordered_map<void*, OpenItemPtr> items GUARDED_BY(section);
     // The items closed last. They are destroyed, but their memory is not given to others as long as it is pointed to here.
-    std::deque<std::weak_ptr<VirtualItem>> closed;
+    std::array<std::weak_ptr<VirtualItem>, kKeptAddresses> closed GUARDED_BY(section);
+    std::size_t closedCount GUARDED_BY(section) = 0;
 };
 
 // Never destroyed: an item that a host left open is not to be saved while the process is being torn down, where neither
@@ -28,7 +28,7 @@ ItemTable& Table() {
 
 void* OpenItems::Add(OpenItemPtr item) {
     ItemTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     void* const handle = item.get();
     table.items.emplace(handle, std::move(item));
     return handle;
@@ -36,20 +36,18 @@ void* OpenItems::Add(OpenItemPtr item) {
 
 OpenItemPtr OpenItems::Find(void* handle) {
     ItemTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     const auto found = table.items.find(handle);
     return found == table.items.end() ? nullptr : found->second;
 }
 
 OpenItemPtr OpenItems::Remove(void* handle) {
     ItemTable& table = Table();
-    const std::lock_guard guard(table.section);
+    const SectionGuard guard(table.section);
     const auto found = table.items.find(handle);
     if (found == table.items.end())
         return nullptr;
-    table.closed.push_back(found->second);
-    if (table.closed.size() > kKeptAddresses)
-        table.closed.pop_front();
+    table.closed[table.closedCount++ % kKeptAddresses] = found->second;
     OpenItemPtr item = std::move(found->second);
     table.items.erase(found);
     return item;

@@ -16,5 +16,6 @@ public:
     static void* Add(OpenItemPtr item);
     // Null for a handle that is none.
     static OpenItemPtr Find(void* handle);
+    // Needs no memory: a close is never refused.
     static OpenItemPtr Remove(void* handle);
 };

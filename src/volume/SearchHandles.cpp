@@ -1,39 +1,43 @@
 #include "volume/SearchHandles.h"
 
-#include <mutex>
-#include <unordered_set>
+#include <unordered_map>
 
-#include "library/Owners.h"
-
-namespace {
-
-struct HandleTable {
-    CriticalSection section;
-    std::unordered_set<void*> handles;
+struct SearchHandles::Table {
+    CriticalSection section{LockOrder::SearchHandles};
+    std::unordered_map<void*, std::shared_ptr<Search>> searches GUARDED_BY(section);
 };
 
-HandleTable& Table() {
-    static HandleTable s_table;
+SearchHandles::Table& SearchHandles::TheTable() {
+    static Table s_table;
     return s_table;
 }
 
-}  // namespace
-
-void SearchHandles::Insert(void* handle) {
-    HandleTable& table = Table();
-    const std::lock_guard guard(table.section);
-    if (handle)
-        table.handles.insert(handle);
+void* SearchHandles::Add(std::shared_ptr<void> state) {
+    void* const handle = state.get();
+    if (!handle)
+        return nullptr;
+    const auto search = std::make_shared<Search>(std::move(state));
+    Table& table = TheTable();
+    const SectionGuard guard(table.section);
+    table.searches[handle] = search;
+    return handle;
 }
 
-std::uint32_t SearchHandles::MagicOf(void* handle) {
-    HandleTable& table = Table();
-    const std::lock_guard guard(table.section);
-    return table.handles.contains(handle) ? *static_cast<const std::uint32_t*>(handle) : 0;
+std::shared_ptr<SearchHandles::Search> SearchHandles::Find(void* handle) {
+    Table& table = TheTable();
+    const SectionGuard guard(table.section);
+    const auto found = table.searches.find(handle);
+    return found == table.searches.end() ? nullptr : found->second;
 }
 
-std::uint32_t SearchHandles::Remove(void* handle) {
-    HandleTable& table = Table();
-    const std::lock_guard guard(table.section);
-    return table.handles.erase(handle) ? *static_cast<const std::uint32_t*>(handle) : 0;
+bool SearchHandles::Close(void* handle) {
+    std::shared_ptr<Search> search;  // ended outside the section
+    Table& table = TheTable();
+    const SectionGuard guard(table.section);
+    const auto found = table.searches.find(handle);
+    if (found == table.searches.end())
+        return false;
+    search = std::move(found->second);
+    table.searches.erase(found);
+    return true;
 }

@@ -1,27 +1,38 @@
-// The search handles that hosts hold, whatever their kind. They are told apart by the number they begin with, which is only
-// read of a pointer that stands here: a stale or foreign one is no handle. One process-wide critical section.
+// The search handles that hosts hold, whatever their kind. A handle is the address of its search's state, which begins with
+// the kind's 32-bit number, but it is only used when it stands here: a stale or foreign one is no handle. A search closed by
+// one thread lives on until another has ended its step; the steps of one search are made one after the other.
 #pragma once
 
 #include <cstdint>
+#include <memory>
+
+#include "library/Locks.h"
 
 class SearchHandles {
 public:
-    // Returns the handle; null stays null. When it cannot be kept, discard frees it and the exception goes on.
-    template <class State, class Discard>
-    static void* Add(State* handle, Discard discard) {
-        try {
-            Insert(handle);
-        } catch (...) {
-            discard(handle);
-            throw;
-        }
-        return handle;
+    // Returns the handle; null stays null.
+    static void* Add(std::shared_ptr<void> state);
+
+    // Calls step with the state behind a handle of this kind; failed when there is none.
+    template <class State, class Result, class Step>
+    static Result With(void* handle, std::uint32_t magic, Result failed, Step step) {
+        const std::shared_ptr<Search> search = Find(handle);
+        if (!search || *static_cast<const std::uint32_t*>(search->state.get()) != magic)
+            return failed;
+        const SectionGuard guard(search->section);
+        return step(*static_cast<State*>(search->state.get()));
     }
-    // The number that a handle begins with; 0 for a pointer that is none.
-    static std::uint32_t MagicOf(void* handle);
-    // The same, to be called before the handle is freed: of two that close one handle, one gets 0.
-    static std::uint32_t Remove(void* handle);
+
+    // False for a pointer that is no handle. Of two that close one handle, one gets true.
+    static bool Close(void* handle);
 
 private:
-    static void Insert(void* handle);
+    struct Search {
+        explicit Search(std::shared_ptr<void> newState) : state(std::move(newState)) {}
+        CriticalSection section{LockOrder::Search};
+        const std::shared_ptr<void> state;
+    };
+    struct Table;
+    static Table& TheTable();
+    static std::shared_ptr<Search> Find(void* handle);
 };

@@ -85,8 +85,7 @@ void VirtualVolume::FindRoot(VirtFindData* virtFindData) {
     virtFindData->fileAttributes = FILE_ATTRIBUTE_DIRECTORY;
     virtFindData->itemType = VIT_Root;
     VirtFindData folder{};
-    const std::unique_ptr<VirtFindMountFolderHandle, VirtFindMountFolderHandleDeleter> handle(
-        VirtualMountFolder::FindFirstFolder(L"*", &folder));
+    const VirtFindMountFolderHandlePtr handle = VirtualMountFolder::FindFirstFolder(L"*", &folder);
     if (!handle) {
         QC_LOG_AT(LogLevel_Warning, L"Virtual volume is empty!");
         return;
@@ -105,6 +104,6 @@ std::wstring VirtualVolume::LockTokenAlwaysStr(const std::wstring& fullFilePath,
     LockInfo lockInfo{};
     VirtualVolumeStatus status = FileLocker::FindLock(fullFilePath.c_str(), nullptr, &lockInfo);
     if (status == VVS_FileNotLocked)
-        status = FileLocker::FindLock(PathAddExtensionStr(fullFilePath, kContainerExtension).c_str(), nullptr, &lockInfo);
+        status = FileLocker::FindLock(ZipPathStr(fullFilePath).c_str(), nullptr, &lockInfo);
     return status == VVS_Success ? std::wstring(BoundedText(lockInfo.token)) : std::wstring();
 }

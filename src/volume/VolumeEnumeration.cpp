@@ -25,15 +25,14 @@ std::optional<std::wstring> PathBelowMountFolder(const wchar_t* filePath) {
 }  // namespace
 
 void* VirtualVolume::FindFirstMountFolder(const wchar_t* searchSpec) {
-    return CatchAllOr<void*>(nullptr, [&] {
-        return SearchHandles::Add(VirtualMountFolder::FindFirstFolder(searchSpec), VirtFindMountFolderHandleDeleter());
-    });
+    return CatchAllOr<void*>(nullptr, [&] { return SearchHandles::Add(VirtualMountFolder::FindFirstFolder(searchSpec)); });
 }
 
 bool VirtualVolume::FindNextMountFolder(void* hFind, VirtMountInfo* mountInfo) {
     return CatchAllOr(false, [&] {
-        return mountInfo && SearchHandles::MagicOf(hFind) == kMountSearchMagic &&
-               VirtualMountFolder::FindNextFolder(*static_cast<VirtFindMountFolderHandle*>(hFind), mountInfo);
+        return mountInfo && SearchHandles::With<VirtFindMountFolderHandle>(hFind, kMountSearchMagic, false, [&](auto& search) {
+                   return VirtualMountFolder::FindNextFolder(search, mountInfo);
+               });
     });
 }
 
@@ -77,10 +76,9 @@ void* VirtualVolume::FindFirstFileW(const wchar_t* filePath, VirtFindData* findD
         const std::optional<std::wstring> findFilePath = PathBelowMountFolder(filePath);
         void* hFind = nullptr;
         if (findFilePath)
-            hFind = SearchHandles::Add(VirtualFindFile::FindFirstFileW(findFilePath->c_str(), findData).release(), FindFileHandleDeleter());
+            hFind = SearchHandles::Add(VirtualFindFile::FindFirstFileW(findFilePath->c_str(), findData));
         else
-            hFind = SearchHandles::Add(VirtualMountFolder::FindFirstFolder(filePath ? filePath : L"", findData),
-                                       VirtFindMountFolderHandleDeleter());
+            hFind = SearchHandles::Add(VirtualMountFolder::FindFirstFolder(filePath ? filePath : L"", findData));
         if (hFind)
             QC_LOG(L"findFilePath[%s], hFind[%p], virtFindData[%s]", findFilePath.value_or(filePath ? filePath : L""), hFind,
                    FormatFindDataStr(findData));
@@ -93,11 +91,11 @@ void* VirtualVolume::FindFirstFileW(const wchar_t* filePath, VirtFindData* findD
 bool VirtualVolume::FindNextFileW(void* hVirtFind, VirtFindData* findData) {
     return CatchAllOr(false, [&] {
         QC_TRACE_THIS(L"VirtualVolume::FindNextFileW", L"hVirtFind[%p]", hVirtFind);
-        const std::uint32_t magic = findData ? SearchHandles::MagicOf(hVirtFind) : 0;
-        const bool found = (magic == kFileSearchMagic &&
-                            VirtualFindFile::FindNextFileW(*static_cast<VirtualFindHandle*>(hVirtFind), findData)) ||
-                           (magic == kMountSearchMagic &&
-                            VirtualMountFolder::FindNextFolder(*static_cast<VirtFindMountFolderHandle*>(hVirtFind), findData));
+        const auto nextFile = [&](VirtualFindHandle& search) { return VirtualFindFile::FindNextFileW(search, findData); };
+        const auto nextFolder = [&](VirtFindMountFolderHandle& search) { return VirtualMountFolder::FindNextFolder(search, findData); };
+        const bool found =
+            findData && (SearchHandles::With<VirtualFindHandle>(hVirtFind, kFileSearchMagic, false, nextFile) ||
+                         SearchHandles::With<VirtFindMountFolderHandle>(hVirtFind, kMountSearchMagic, false, nextFolder));
         if (found)
             QC_LOG(L"hFind[%p], virtFindData[%s]", hVirtFind, FormatFindDataStr(findData));
         else
@@ -109,13 +107,6 @@ bool VirtualVolume::FindNextFileW(void* hVirtFind, VirtFindData* findData) {
 bool VirtualVolume::FindClose(void* hVirtFind) {
     return CatchAllOr(false, [&] {
         QC_TRACE_THIS(L"VirtualVolume::FindClose", L"hVirtFind[%p]", hVirtFind);
-        switch (SearchHandles::Remove(hVirtFind)) {
-            case kFileSearchMagic: FindFileHandleDeleter()(static_cast<VirtualFindHandle*>(hVirtFind)); return qcLog.Leave(true);
-            case kMountSearchMagic:
-                VirtFindMountFolderHandleDeleter()(static_cast<VirtFindMountFolderHandle*>(hVirtFind));
-                return qcLog.Leave(true);
-            case kLockSearchMagic: return qcLog.Leave(FileLocker::FindClose(hVirtFind));
-            default: return qcLog.Leave(false);
-        }
+        return qcLog.Leave(SearchHandles::Close(hVirtFind));
     });
 }

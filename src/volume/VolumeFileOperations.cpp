@@ -1,5 +1,3 @@
-#include <mutex>
-
 #include "items/VirtualFile.h"
 #include "items/VirtualFolder.h"
 #include "namespace/VirtualFindFile.h"
@@ -24,7 +22,7 @@ Result WithItem(void* hFile, Result failed, Operation op) {
     const OpenItemPtr item = OpenItems::Find(hFile);
     if (!item)
         return failed;
-    const std::lock_guard guard(item->CallLock());
+    const SectionGuard guard(item->CallLock());
     return item->IsClosed() ? failed : op(*item);
 }
 
@@ -32,7 +30,7 @@ Result WithItem(void* hFile, Result failed, Operation op) {
 void CloseItem(const OpenItemPtr& item) {
     if (!item)
         return;
-    const std::lock_guard guard(item->CallLock());
+    const SectionGuard guard(item->CallLock());
     item->Close();
 }
 
@@ -40,7 +38,7 @@ void CloseItem(const OpenItemPtr& item) {
 std::wstring KnownFindDataStr(const OpenItemPtr& item) {
     if (!item)
         return FormatFindDataStr(nullptr);
-    const std::lock_guard guard(item->CallLock());
+    const SectionGuard guard(item->CallLock());
     return FormatFindDataStr(item->KnownFindData());
 }
 

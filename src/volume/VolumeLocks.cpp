@@ -53,12 +53,17 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
             filePathToLock = PathToLock(fullFilePath, virtFindData);
             halvaneVirtFindData = virtFindData.itemType != VIT_PlainFile ? &virtFindData : nullptr;
         } else if (ShouldFileBeEncrypted(fullFilePath)) {
-            filePathToLock = PathAddExtensionStr(fullFilePath, kContainerExtension);
+            filePathToLock = ZipPathStr(fullFilePath);
             virtFindData = RecordOfMissingFile(fullFilePath);
             halvaneVirtFindData = &virtFindData;
         }
         QC_CHECK_STATUS(FileLocker::Lock(filePathToLock.c_str(), halvaneVirtFindData, lockInfo),
                         L"FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>%s, ");
+        // Before it was held, the container may have become another one than was found.
+        VirtFindData held{};
+        if (fileExists && halvaneVirtFindData && VirtualFindFile::FindContainerOnDisk(filePathToLock, &held) &&
+            held.itemType == virtFindData.itemType)
+            FileLocker::SetEncryptedInfo(filePathToLock.c_str(), held);
         return qcLog.Leave(VVS_Success);
     });
 }
@@ -78,7 +83,7 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
         if (unlockStatus == VVS_Success)
             return qcLog.Leave(unlockStatus);
         // The name may have become another container's since.
-        const std::wstring containerPath = PathAddExtensionStr(fullFilePath, kContainerExtension);
+        const std::wstring containerPath = ZipPathStr(fullFilePath);
         if (fileEncrypted && FileLocker::Unlock(containerPath.c_str(), lockToken) == VVS_Success)
             return qcLog.Leave(VVS_Success);
         if (fileExists)
@@ -127,15 +132,24 @@ void* VirtualVolume::FindFirstLock(const wchar_t* filePath, LockInfo* lockInfo) 
             QC_LOG(L"Lock found: filePath[%s], lockInfo[%s]", filePath, FormatLockInfoStr(lockInfo));
         else
             QC_LOG(L"No Lock found: filePath[%s]", filePath);
-        return SearchHandles::Add(hFind, &FileLocker::FindClose);
+        if (!hFind)
+            return nullptr;
+        return SearchHandles::Add(std::shared_ptr<void>(hFind, [](void* search) { FileLocker::FindClose(search); }));
     });
 }
 
 VirtualVolumeStatus VirtualVolume::FindNextLock(void* hFind, LockInfo* lockInfo) {
     return CatchAll([&] {
         QC_TRACE_THIS(L"VirtualVolume::FindNextLock");
-        void* const hLocks = SearchHandles::MagicOf(hFind) == kLockSearchMagic ? hFind : nullptr;
-        if (!FileLocker::FindNextLock(hLocks, lockInfo)) {
+        bool isHandle = false;
+        const auto next = [&](std::uint32_t& search) {
+            isHandle = true;
+            return FileLocker::FindNextLock(&search, lockInfo);
+        };
+        const bool found = SearchHandles::With<std::uint32_t>(hFind, kLockSearchMagic, false, next);
+        if (!isHandle)
+            FileLocker::FindNextLock(nullptr, lockInfo);  // says so in the trace
+        if (!found) {
             QC_LOG(L"No Lock found");
             return qcLog.Leave(VVS_FileNotLocked);
         }

@@ -50,8 +50,8 @@ public:
             steps.push_back(m_next[below(m_next.size())]);
             Step& last = steps.back();
             last.withToken = last.op == Op::Open && below(4) == 0;
-            // Beside a conflict copy an open that cannot read the container finds another document.
-            const bool mayFail = last.op < Op::Store && !(last.op == Op::Open && m_start.isHomeConflictCopy);
+            // While a container cannot be asked for, an open, and all of a conflict copy, is of an ordinary file.
+            const bool mayFail = last.op != Op::Open && last.op < (m_start.isHomeConflictCopy ? Op::Move : Op::Store);
             if (last.failing == Failing::None && mayFail && below(10) == 0) {
                 last.failing = below(2) ? Failing::Nth : Failing::NthThrows;
                 last.nth = 1 + static_cast<int>(below(6));

@@ -65,6 +65,11 @@ private:
     Word ContainerAt(int place) const;
     WordSet WordsAt(int place) const;
 
+    struct Waiting {
+        Word word;
+        WordSet known;
+        bool knowsEmpty;  // it began from an empty document
+    };
     bool Call(const Step& step);
     bool CallOpener(const Step& step, Opener& opener);
     bool Open(const Step& step, Opener& opener);
@@ -77,10 +82,15 @@ private:
     bool StoreOutside(Op op);
     void EndProcess();
     void Access(Opener& opener);
+    const Waiting* WaitingAt(int place) const;
     void TakeWaiting(int place, WordSet& known, Word& current);
     void Check(const Step& step, const Look& now);
     void Settle(const Step& step);
     void OpenAnew(int place);
+    bool IsEmptyAt(int place) const {
+        const StoredFile* const file = FileAt(m_look, PathOf(place) + L".zip");
+        return file && file->word == kNothing;
+    }
     bool IsTracked(Word word) const { return word == kNothing ? m_look.tracksNothing : (Only(word) & m_look.inTemp) != 0; }
     bool IsOnlyTracked(Word word) const { return IsTracked(word) && !(Only(word) & m_look.inFolders); }
 
@@ -91,14 +101,10 @@ private:
     bool m_hasActed[2] = {};
     bool m_hasBegun = false, m_onlyOutside = true;  // so far nothing was opened or locked
     bool m_isLocked = false;
-    bool m_hasEnded = false;  // the process, once
+    bool m_mayLitter = false;  // a temp folder can go later only than the volume knows of
     const std::int32_t m_liveBefore = Explorer_LiveObjects();
     bool m_mayBeBare = false;  // somebody may have wanted an empty file
     std::wstring m_token;
-    struct Waiting {
-        Word word;
-        WordSet known;
-    };
     std::map<int, Waiting> m_waiting;  // edits that could not be saved, as long as their process lives
     WordSet m_edits = 0;               // words that openers wrote
     WordSet m_doomed = 0;              // marked for deletion by somebody who has closed
@@ -140,11 +146,20 @@ WordSet History::WordsAt(int place) const {
     return Only(ContainerAt(place)) | (isCopy ? 0 : Only(PlainAt(place)));
 }
 
-void History::TakeWaiting(int place, WordSet& known, Word& current) {
+// The edit that is shown at a place: not one that waits for a container which somebody else replaced since.
+const History::Waiting* History::WaitingAt(int place) const {
     const auto waiting = m_waiting.find(place);
-    known |= waiting->second.known;
-    current = waiting->second.word;
-    m_waiting.erase(waiting);
+    if (waiting == m_waiting.end())
+        return nullptr;
+    const StoredFile* const file = FileAt(m_look, PathOf(place) + L".zip");
+    const bool isShown = !file || file->isBare || (file->word == kNothing ? waiting->second.knowsEmpty : (Only(file->word) & waiting->second.known) != 0);
+    return isShown ? &waiting->second : nullptr;
+}
+
+void History::TakeWaiting(int place, WordSet& known, Word& current) {
+    known |= m_waiting[place].known;
+    current = m_waiting[place].word;
+    m_waiting.erase(place);
 }
 
 // The first access to the content of an encrypted document.
@@ -154,7 +169,7 @@ void History::Access(Opener& opener) {
     opener.isAccessed = true;
     if (opener.disposition != OPEN_EXISTING)
         return;
-    opener.isDirty = m_waiting.count(opener.place) != 0;
+    opener.isDirty = WaitingAt(opener.place) != nullptr;
     if (opener.isDirty)
         TakeWaiting(opener.place, opener.known, opener.current);
     else
@@ -232,15 +247,17 @@ bool History::Rename(Opener& opener, int place) {
     const bool isSame = LowerCase(PathOf(place)) == LowerCase(PathOf(opener.place));
     const WordSet replaced = isSame ? 0 : Only(PlainAt(place)) | Only(ContainerAt(place));
     m_mayReplace = m_doomed | replaced | (accessed.isDirty ? accessed.known & ~Only(accessed.current) : 0);
-    if (const auto moved = m_waiting.find(opener.place); moved != m_waiting.end()) {  // an edit moves with its document
-        m_mayReplace |= moved->second.known & ~Only(moved->second.word);
-        accessed.known |= moved->second.known;
+    if (const Waiting* const moved = WaitingAt(opener.place)) {  // an edit moves with its document
+        m_mayReplace |= moved->known & ~Only(moved->word);
+        accessed.known |= moved->known;
     }
     m_mayDrop = m_mayReplace;
     if (World::Volume()->RenameFile(opener.file, nullptr, m_world.VolumePath(PathOf(place)).c_str(), nullptr) != VVS_Success)
         return m_mayReplace = m_doomed, m_waiting = waiting, false;
     if (accessed.isPlain)
         accessed.current = PlainAt(opener.place);
+    for (const Opener& other : m_openers)  // it holds open what became the temp file
+        m_mayLitter |= accessed.isPlain && &other != &opener && other.file && other.isPlain;
     opener = accessed;
     opener.known |= replaced | Only(opener.current);
     opener.place = place == kCase ? kHome : place;
@@ -253,9 +270,10 @@ void History::Close(Opener& opener) {
     const WordSet left = opener.known & ~Only(opener.current);
     m_mayReplace = m_doomed | (opener.isDeleted ? opener.marked : opener.isDirty ? left : 0);
     m_mayDrop = m_doomed | (opener.isDeleted || !opener.isDirty ? opener.known | opener.marked : left);
-    if (const auto waiting = m_waiting.find(opener.place); waiting != m_waiting.end())  // a refused call may have taken it up
-        m_mayReplace |= waiting->second.known & ~Only(waiting->second.word);
+    if (const Waiting* const waiting = WaitingAt(opener.place))  // a refused call may have taken it up
+        m_mayReplace |= waiting->known & ~Only(waiting->word);
     World::Volume()->CloseFile(opener.file, nullptr);
+    m_doomed |= m_isLocked ? m_mayReplace : 0;
     if (opener.isDeleted)
         m_doomed |= opener.marked;  // it goes with the lock, or with the last handle
 }
@@ -274,8 +292,8 @@ bool History::CallOpener(const Step& step, Opener& opener) {
             return false;
         opener.isDeleted = true;
         opener.marked = WordsAt(opener.place);
-        if (const auto waiting = m_waiting.find(opener.place); waiting != m_waiting.end())
-            opener.marked |= Only(waiting->second.word) | waiting->second.known;
+        if (const Waiting* const waiting = WaitingAt(opener.place))
+            opener.marked |= Only(waiting->word) | waiting->known;
         if (opener.isPlain && !m_isLocked)
             m_doomedPlaces.insert(opener.place);
         return true;
@@ -294,7 +312,7 @@ bool History::MoveOrCopy(const Step& step) {
     WordSet known = 0;
     Word current = kNothing;
     const auto waiting = m_waiting;
-    if (m_waiting.count(kHome))
+    if (WaitingAt(kHome))
         TakeWaiting(kHome, known, current);
     m_mayReplace = m_mayDrop = WordsAt(step.argument) | (known & ~Only(current)) | m_doomed;
     const auto call = step.op == Op::Move ? &IVirtualVolume::MoveFileW : &IVirtualVolume::CopyFileW;
@@ -308,7 +326,9 @@ bool History::MoveOrCopy(const Step& step) {
         m_doomed |= m_mayReplace;
     if (!isDone)
         return false;
-    if (step.op == Op::Move && m_waiting.count(kHome)) {
+    for (const Opener& opener : m_openers)
+        m_mayLitter |= opener.file && opener.isPlain;
+    if (step.op == Op::Move && WaitingAt(kHome)) {
         m_waiting[step.argument] = m_waiting[kHome];
         m_waiting.erase(kHome);
     }
@@ -354,13 +374,13 @@ void History::EndProcess() {
     m_mayReplace = m_mayDrop = m_doomed;
     for (Opener& opener : m_openers) {
         if (opener.isDeleted) {
+            m_mayLitter = true;  // of a temp file that goes with its process the tracking file stays
             m_mayReplace |= opener.marked;
             m_mayDrop |= opener.marked | opener.known;
         }
         opener = {};
     }
     m_mayBeBare |= m_isLocked;
-    m_hasEnded = true;
     m_isLocked = false;
     m_waiting.clear();
     World::EndProcess();
@@ -418,7 +438,7 @@ void History::Settle(const Step& step) {
     if (step.op != Op::Close)
         return;
     if (opener.isDirty && !opener.isDeleted && IsOnlyTracked(opener.current))
-        m_waiting[opener.place] = {opener.current, opener.known};
+        m_waiting[opener.place] = {opener.current, opener.known, IsEmptyAt(opener.place)};
     opener = {};
 }
 
@@ -445,16 +465,15 @@ void History::Do(const Step& step) {
 // What is there can be opened, and shows what is stored under its name, or the edit that waits for it.
 void History::OpenAnew(int place) {
     m_step = std::string("opened anew: ") + kPlaceNames[place];
-    const auto waiting = m_waiting.find(place);
-    const bool isWaiting = waiting != m_waiting.end();
     const StoredFile* const plain = place == kHome && m_start.isHomeConflictCopy ? nullptr : FileAt(m_look, PathOf(place));
+    const Waiting* const waiting = plain ? nullptr : WaitingAt(place);  // beside a plain file its conflict copy waits
     const StoredFile* const file = plain ? plain : FileAt(m_look, PathOf(place) + L".zip");
     if (place == kHome && m_start.isHomeConflictCopy && !file)
         return;  // an edit that waits for a conflict copy is found only beside it
-    if (!isWaiting && (!file || (m_look.keptFolders == 0 && !file->isBare)))
+    if (!waiting && (!file || (m_look.keptFolders == 0 && !file->isBare)))
         return;  // nothing is known of it, so this is how many a history begins
-    const Word expected = isWaiting ? waiting->second.word : file->word;
-    m_mayReplace = m_mayDrop = isWaiting ? waiting->second.known & ~Only(expected) : 0;
+    const Word expected = waiting ? waiting->word : file->word;
+    m_mayReplace = m_mayDrop = waiting ? waiting->known & ~Only(expected) : 0;
     void* opened = nullptr;
     char data[512];
     std::uint32_t length = 0;
@@ -482,7 +501,7 @@ void History::End() {
     m_step = "at the end";
     Expect(!World::HoldsHandles(), "the volume holds a handle");
     Expect(Explorer_LiveObjects() == m_liveBefore, "a companion object lives");
-    Expect(!m_look.hasLitter || m_hasEnded, "a temp folder without an owner");
+    Expect(!m_look.hasLitter || m_mayLitter, "a temp folder without an owner");
     for (const auto& [path, file] : m_look.files) {
         Expect(path.find(L'~') == path.npos && !path.ends_with(L".side"), "an unfinished file is left");
         Expect(!file.isBare || m_mayBeBare, "the empty file of a lock is left");

@@ -8,8 +8,6 @@
 #include <mutex>
 #include <new>
 
-#include "library/Owners.h"
-
 namespace {
 
 constexpr std::uint64_t kLive = 0x51756961'4C697665, kFreed = 0x51756961'46726565;
@@ -30,7 +28,7 @@ void Require(bool condition) {
 
 // The last blocks that were freed, in a ring.
 struct Kept {
-    CriticalSection section;
+    std::mutex mutex;
     std::array<Before*, kMostKept> blocks{};
     std::size_t next = 0;
 };
@@ -68,7 +66,7 @@ void operator delete(void* content) noexcept {
     std::memset(content, kGone, block->size);
     if (block->size <= kLargestKept) {
         Kept& kept = State();
-        const std::lock_guard guard(kept.section);
+        const std::lock_guard guard(kept.mutex);
         std::swap(block, kept.blocks[kept.next]);
         kept.next = (kept.next + 1) % kMostKept;
     }

@@ -153,7 +153,8 @@ TEST(PathsAndErrors, TrackingFilesHaveTheirWholeShape) {
                   "<tempfile>\r\n<name><![CDATA[C:\\t\\a.txt]]></name>\r\n<attributes>32</attributes>\r\n<writetime>-1</writetime>\r\n"
                   "<size>0</size>\r\n</tempfile>\r\n"
                   "<ar>\r\n<fid></fid>\r\n<fv></fv>\r\n<o>\r\n<id></id>\r\n<iid></iid>\r\n<fn></fn>\r\n<ofn></ofn></o>\r\n"
-                  "<a><id></id>\r\n<iid></iid>\r\n<ifn></ifn>\r\n<ofn></ofn></a>\r\n</ar>\r\n</filetracking>\r\n</halvanecloud>\r\n",
+                  "<a><id></id>\r\n<iid></iid>\r\n<ifn></ifn>\r\n<ofn></ofn></a>\r\n</ar>\r\n</filetracking>\r\n</halvanecloud>\r\n"
+                  "<!-- utf8: C%3A%5Cd%5C%E6%97%A5%5D%5D%3E.txt.zip | C%3A%5Ct%5Ca.txt | a.txt -->\r\n",
                   std::string(std::istreambuf_iterator<char>(file), {}));
     }
     EXPECT_TRUE(DeleteFileW(path.c_str()));

@@ -1,0 +1,264 @@
+// Opening an encrypted file, and the copy that it is worked on in. How it ends is in EncryptedContentSave.cpp.
+#include "items/EncryptedContent.h"
+
+#include "diagnostics/Trace.h"
+#include "items/ContainerCipher.h"
+#include "items/SaveNames.h"
+#include "items/TrackingFile.h"
+#include "items/VirtualItem.h"
+#include "library/PlatformPath.h"
+#include "library/Text.h"
+#include "namespace/VirtualFindFile.h"
+#include "policy/FileUtils.h"
+#include "policy/HvcUtils.h"
+
+namespace {
+
+constexpr int kDecryptAttempts = 4;
+
+// Through a handle of its own: on the working handle, times set by hand would no longer follow its writes.
+void ApplyTimes(const std::wstring& path, const VirtFindData& findData) {
+    UniqueHandle hFile;
+    if (VirtualItem::CreateFileW(path, FILE_WRITE_ATTRIBUTES, kShareAll, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile) != VVS_Success)
+        return;
+    const FILETIME creation = FileTimeOf(findData.creationTime);
+    const FILETIME lastAccess = FileTimeOf(findData.lastAccessTime);
+    const FILETIME lastWrite = FileTimeOf(findData.lastWriteTime);
+    const auto given = [](const FILETIME& time) { return FileTimeNumber(time) ? &time : nullptr; };
+    SetFileTime(hFile.Get(), given(creation), given(lastAccess), given(lastWrite));
+}
+
+bool HasSize(HANDLE hFile, std::int64_t size) {
+    LARGE_INTEGER actual{};
+    return GetFileSizeEx(hFile, &actual) && actual.QuadPart == size;
+}
+
+// Takes the read-only attribute from a file for as long as it lives: it is how the host wants the document, not what keeps us
+// from its content.
+class WritableMeanwhile {
+public:
+    explicit WritableMeanwhile(const std::wstring& path) : m_path(path), m_attributes(GetFileAttributesW(m_path.c_str())) {
+        m_isReadOnly = m_attributes != INVALID_FILE_ATTRIBUTES && (m_attributes & FILE_ATTRIBUTE_READONLY);
+        if (m_isReadOnly)
+            SetFileAttributesW(m_path.c_str(), m_attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
+    }
+    ~WritableMeanwhile() {
+        if (m_isReadOnly)
+            SetFileAttributesW(m_path.c_str(), m_attributes);
+    }
+    WritableMeanwhile(const WritableMeanwhile&) = delete;
+    WritableMeanwhile& operator=(const WritableMeanwhile&) = delete;
+
+private:
+    const PlatformPath m_path;
+    DWORD m_attributes;
+    bool m_isReadOnly = false;
+};
+
+}  // namespace
+
+std::wstring EncryptedContent::StoredPath() const { return ZipPathStr(m_state.Path()); }
+
+std::wstring EncryptedContent::TrackingPath() const { return TrackingFilePathStr(m_copy.Path()); }
+
+std::wstring EncryptedContent::DescriptionStr() const {
+    const std::wstring temp = m_copy.Path().empty() ? std::wstring() : FormatStr(L" temp:%s", m_copy.Path());
+    return FormatStr(L"this:itemFullPath[%s%s]%s", m_state.Path(), L"(E)", temp);
+}
+
+VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
+                                           std::uint32_t openDisposition, bool exists, const wchar_t* lockToken) {
+    QC_TRACE_THIS(L"VirtualFile::OpenHalvaneFile", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,
+                  FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition));
+    const bool creates = CreatesFiles(openDisposition);
+    const std::wstring containerPath = exists ? ContainerPathStr(filePath) : ZipPathStr(filePath);
+    const std::wstring fileName = PathStripPathStr(filePath);
+    if (openDisposition == CREATE_NEW)
+        QC_CHECK(!PathExists(filePath) && !PathExists(containerPath), VSS_FileExists, L"!PathExists(containerPath) =>false%s, ");
+    QC_CHECK(fileName.find_first_of(L"*?<>|\":") == std::wstring::npos, VVS_InvalidParameter,
+             L"PathStripPathStr(filePath).find_first_of(L\"*?<>|\\\":\") == std::wstring::npos =>false%s, ");
+    if (creates && !exists) {
+        // Not this file's container, then, but another file that saving would overwrite: a conflict copy, an ordinary ZIP file.
+        QC_CHECK(!PathExists(containerPath), VVS_PathAlreadyExists, L"!PathExists(containerPath) =>false%s, ");
+        // The container is made at the close only, which would be too late to find out that it cannot be.
+        QC_CHECK(HasSaveNames(fileName), VVS_InvalidParameter, L"HasSaveNames(PathStripPathStr(filePath)) =>false%s, ");
+        QC_CHECK(IsExistingFolder(PathRemoveFileSpecStr(filePath)), VVS_PathNotFound,
+                 L"IsExistingFolder(PathRemoveFileSpecStr(filePath)) =>false%s, ");
+    }
+    if (!creates)
+        QC_CHECK(IsExistingFile(containerPath) || VirtualTempFileDispenser::HoldsUnsavedEdit(filePath), VVS_FileNotFound,
+                 L"IsExistingFile(containerPath) =>false%s, ");
+    // The item works on the locked container itself, whatever the host asked for.
+    QC_CHECK_STATUS(FileLocker::GetLockedFile(containerPath.c_str(), desiredAccess, kFullContentAccess, lockToken, &m_lock),
+                    L"FileLocker::GetLockedFile(filePath + L\".zip\", desiredAccess, lockToken, m_locked, m_hLockedFile) =>%s, ");
+    if (m_lock.locked && !creates) {
+        const SectionGuard guard(m_lock.content->section);
+        QC_CHECK(!m_lock.content->isDeleted, VVS_FileNotFound, L"!m_lock.content->isDeleted =>false%s, ");
+    }
+    m_startsEmpty = openDisposition != OPEN_EXISTING;
+    m_isBaseKnown = m_startsEmpty;
+    if (m_startsEmpty && openDisposition != CREATE_NEW)
+        m_base = ReadFileVersion(containerPath);
+    m_state.SetPath(containerPath.substr(0, containerPath.size() - kContainerExtension.size()));
+    return qcLog.Leave(VVS_Success);
+}
+
+void EncryptedContent::Adopt(LockedFile lock) {
+    m_lock = std::move(lock);
+    m_base = ReadFileVersion(StoredPath());
+    m_isBaseKnown = true;
+}
+
+VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent content) {
+    if (m_copy.IsMade())
+        return VVS_Success;
+    QC_TRACE_THIS(L"VirtualFile::MakeSureTempFileOpenIfNeeded", L"%s", DescriptionStr());
+    const std::optional<FileVersion> container = ReadFileVersion(StoredPath());
+    const bool decrypt = !m_startsEmpty || (content == TempContent::OfContainer && container);
+    RetainedCopy copy;
+    const bool retained = VirtualTempFileDispenser::Dispense(m_state.Path(), decrypt, m_state.findData ? &*m_state.findData : nullptr,
+                                                             container, copy);
+    QC_CHECK(!copy.tempFilePath.empty(), VVS_GeneralError, L"!tempFilePath.IsEmpty() =>false%s, ");
+
+    UniqueHandle hFile;
+    bool reused = retained;
+    // Unless all goes well, what was dispensed goes back: a new file is deleted, a retained one is kept again, so that an
+    // unsaved edit is not forgotten because opening it failed once.
+    const OnExit giveBack([&] {
+        if (m_copy.IsMade())
+            return;
+        hFile.Reset();
+        if (reused)
+            VirtualTempFileDispenser::Retain(m_state.Path(), copy);
+        else
+            VirtualTempFileDispenser::DeleteTempFolder(copy.tempFilePath);
+    });
+    const WritableMeanwhile writable(copy.tempFilePath);
+    QC_CHECK_STATUS(VirtualItem::CreateFileW(copy.tempFilePath, kFullContentAccess, kShareAll, retained ? OPEN_ALWAYS : CREATE_ALWAYS,
+                                             FILE_ATTRIBUTE_NORMAL, hFile),
+                    L"CreateFileW(tempFilePath, desiredAccess, shareMode, createDisposition, 0x80, hFile) =>%s, ");
+    reused = retained && GetLastError() == ERROR_ALREADY_EXISTS;
+    if (decrypt && !reused) {
+        const VirtualVolumeStatus status = FillTempFile(container, copy, hFile.Get());
+        if (status != VVS_Success)
+            return qcLog.Leave(status);
+    }
+    if (decrypt) {  // what is known of the item now speaks of this content
+        m_base = copy.container;
+        m_isBaseKnown = true;
+        m_state.findData = copy.unsaved ? std::nullopt : std::optional(copy.findData);
+    }
+    m_copy.Make(std::move(copy), std::move(hFile), decrypt);
+    if (!SaveTrackerFileItem())
+        QC_REPORT(L"SaveTrackerFileItem() =>false%s, ");
+    return qcLog.Leave(VVS_Success);
+}
+
+// Decrypts again when the container was exchanged meanwhile, so that what was read and what is recorded of it agree.
+VirtualVolumeStatus EncryptedContent::FillTempFile(std::optional<FileVersion> before, RetainedCopy& copy, HANDLE hFile) {
+    QC_TRACE_THIS(L"VirtualFile::FillTempFile", L"%s", DescriptionStr());
+    for (int attempt = 0; attempt < kDecryptAttempts; ++attempt) {
+        if (!before)
+            before = ReadFileVersion(StoredPath());
+        QC_CHECK(before.has_value(), StatusFromLastError(), L"ReadFileVersion(GetZipFilePath()) =>false%s, ");
+        QC_CHECK_STATUS(VirtualItem::SetFileSize(hFile, 0), L"VirtualItem::SetFileSize(hFile, 0) =>%s, ");
+        // A lock makes containers of 0 bytes, which no reader would accept.
+        const VirtualVolumeStatus status =
+            before->stamp.size > 0 ? container_cipher::DecryptToFile(StoredPath(), m_lock, copy.tempFilePath, hFile) : VVS_Success;
+        VirtFindData findData{};
+        const bool isKnown = VirtualFindFile::FindContainerOnDisk(StoredPath(), &findData);
+        const std::optional<FileVersion> after = ReadFileVersion(StoredPath());
+        if (!after || !(*after == *before)) {
+            before = after;
+            continue;
+        }
+        if (status != VVS_Success)
+            return qcLog.Leave(status);
+        // A reader that ended early must not have its part taken, changed and saved for the whole.
+        QC_CHECK(!isKnown || findData.itemType == VIT_PlainFile || HasSize(hFile, findData.fileSize), VSS_DecryptError,
+                 L"HasSize(hFile, findData.fileSize) =>false%s,  %s", L"findData[%s]", FormatFindDataStr(&findData));
+        copy.container = before;
+        copy.unsaved = false;
+        copy.findData = isKnown ? findData : m_state.findData.value_or(VirtFindData{});
+        ApplyTimes(copy.tempFilePath, copy.findData);
+        return qcLog.Leave(VVS_Success);
+    }
+    QC_REPORT_STATUS(VSS_SharingViolation, L"ReadFileVersion(GetZipFilePath()) == before =>%s, ");
+    return qcLog.Leave(VSS_SharingViolation);
+}
+
+VirtualVolumeStatus EncryptedContent::DoRead(std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) {
+    return ReadFileAt(m_copy.File(), place, data, dataSize, count);
+}
+
+VirtualVolumeStatus EncryptedContent::DoWrite(std::uint64_t place, const void* data, std::uint32_t dataSize, std::uint32_t* count) {
+    m_copy.WillBeWritten();
+    const VirtualVolumeStatus status = WriteFileAt(m_copy.File(), place, data, dataSize, count);
+    if (status == VVS_Success)
+        m_copy.WasWritten();
+    return status;
+}
+
+VirtualVolumeStatus EncryptedContent::SetSize(std::uint64_t size) {
+    m_copy.WillBeWritten();
+    const VirtualVolumeStatus status = VirtualItem::SetFileSize(m_copy.File(), size);
+    if (status == VVS_Success)
+        m_copy.WasWritten();
+    return status;
+}
+
+VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
+    QC_TRACE_THIS(L"VirtualFile::MarkForDeletion", L"%s", DescriptionStr());
+    const wchar_t* const checkText = deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
+    // Before the mark: a file that is to be deleted cannot be looked at by its path on every system.
+    const std::optional<FileVersion> version = deleteFile ? ReadFileVersion(StoredPath()) : std::nullopt;
+    const wchar_t* const lockedCheckText =
+        deleteFile ? L"DeleteUndeleteFile(m_hLockedFile, true) =>%s, " : L"DeleteUndeleteFile(m_hLockedFile, false) =>%s, ";
+    if (m_copy.IsMade())
+        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_copy.File(), deleteFile)), checkText);
+    if (m_lock.locked) {
+        const SectionGuard guard(m_lock.content->section);
+        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile)), lockedCheckText);
+        m_lock.content->isDeleted = deleteFile;
+    }
+    m_deletedVersion = version;
+    return qcLog.Leave(VVS_Success);
+}
+
+bool EncryptedContent::GetFileInfo(VirtFindData* virtFindData) {
+    if (m_copy.IsMade())
+        return VirtualItem::ReadFindData(m_copy.Path(), VIT_EncryptedFile, virtFindData);
+    if (!VirtualFindFile::FindFile(StoredPath().c_str(), virtFindData))
+        return false;
+    m_state.findData = *virtFindData;
+    return true;
+}
+
+bool EncryptedContent::SaveTrackerFileItem() {
+    QC_TRACE_THIS(L"VirtualFile::SaveTrackerFileItem");
+    const std::optional<FileStamp> temp = ReadOpenFileStamp(m_copy.File());
+    QC_CHECK(temp.has_value(), false,
+             L"GetFileInformationByHandle(m_hFile, &tempFileInfo) != 0 =>false%s,  %s", L"Error[%s]", SystemErrorStr(GetLastError()));
+    return qcLog.Leave(WriteTrackingFile(TrackingPath(), TrackingRecordOf(StoredPath(), m_base.value_or(FileVersion{}).stamp, m_copy.Path(),
+                                                                         *temp, m_state.Name())));
+}
+
+bool EncryptedContent::IsOnlyNamed() const {
+    return m_startsEmpty && !m_base && !m_copy.HoldsEdit() && !PathExists(StoredPath());
+}
+
+VirtualVolumeStatus EncryptedContent::PrepareContent() {
+    if (m_copy.Get() == WorkingCopy::State::Unneeded)  // begun empty, and nothing written
+        m_copy.Discard();
+    m_copy.SettleTime();
+    return MakeSureTempFileOpenIfNeeded(TempContent::OfContainer);
+}
+
+VirtualVolumeStatus EncryptedContent::CheckBase() {
+    const std::optional<FileVersion> now = ReadFileVersion(StoredPath());
+    if (!m_isBaseKnown) {
+        m_base = now;
+        m_isBaseKnown = true;
+    }
+    return IsStillVersion(m_base, now) ? VVS_Success : VSS_SharingViolation;
+}

@@ -1,0 +1,94 @@
+// A file that is stored as a container. It is worked on in a copy, which is decrypted at the first access to the content and
+// encrypted at the close when it holds an edit. base is the stored version that the item's user knows: whatever replaces or
+// removes the container asks at the last moment whether that is still the one there. Nothing process-wide is locked while the
+// companion library works.
+#pragma once
+
+#include "items/FileContent.h"
+#include "items/SaveNames.h"
+#include "items/WorkingCopy.h"
+#include "locks/FileLocker.h"
+
+class EncryptedContent final : public FileContent {
+public:
+    using FileContent::FileContent;
+
+    // exists: filePath was found, as a document or as a container's own path. Opens no file; a lock's handle is taken.
+    VirtualVolumeStatus Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
+                             std::uint32_t openDisposition, bool exists, const wchar_t* lockToken);
+    // Takes the container that was just written for the item's path.
+    void Adopt(LockedFile lock);
+
+    bool IsEncrypted() const override { return true; }
+    std::wstring StoredPath() const override;
+    std::wstring WorkingPath() const override { return m_copy.Path(); }
+    HANDLE WorkingFile() const override { return m_copy.File(); }
+    std::wstring DescriptionStr() const override;
+    VirtualVolumeStatus Prepare() override { return MakeSureTempFileOpenIfNeeded(TempContent::AsOpened); }
+    VirtualVolumeStatus SetSize(std::uint64_t size) override;
+    VirtualVolumeStatus MarkForDeletion(bool deleteFile) override;
+    VirtualVolumeStatus Close(bool isDeleted) override;
+    bool GetFileInfo(VirtFindData* virtFindData) override;
+    bool IsOpen() const override { return m_copy.IsMade(); }
+    void TimeWasSet() override { m_copy.TimeWasSet(); }
+
+    // For moves.
+    const LockedFile& Lock() const { return m_lock; }
+    // Makes the copy hold what the document holds, whatever the disposition says.
+    VirtualVolumeStatus PrepareContent();
+    bool StartsEmpty() const { return m_startsEmpty; }
+    bool HoldsEdit() const { return m_copy.HoldsEdit(); }
+    // A new file, of which nothing was stored and nothing is written yet.
+    bool IsOnlyNamed() const;
+    // Unless the item's user knows a stored version already, the one that is there now becomes the base.
+    // VSS_SharingViolation: another one is there.
+    VirtualVolumeStatus CheckBase();
+    // May the container be deleted at the end of a move? VSS_SharingViolation when it was replaced.
+    VirtualVolumeStatus CheckMayGo();
+    // Deletes the container, or marks it when it is locked; not when it was replaced (VSS_SharingViolation).
+    VirtualVolumeStatus DeleteOldContainer();
+    // The item stands at another path. What the copy holds was just saved there, under newLock if one is given; or the
+    // container was renamed and is there; or nothing is stored yet.
+    void SavedAt(const std::wstring& newFilePath, LockedFile* newLock);
+    void RenamedTo(const std::wstring& newFilePath);
+    void DiscardCopy() { m_copy.Discard(); }
+    // The plain file that was encrypted into the container serves as the copy.
+    void TakeCopy(RetainedCopy copy, UniqueHandle hFile);
+    bool SaveTrackerFileItem();
+
+private:
+    enum class TempContent { AsOpened, OfContainer };
+
+    VirtualVolumeStatus DoRead(std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) override;
+    VirtualVolumeStatus DoWrite(std::uint64_t place, const void* data, std::uint32_t dataSize, std::uint32_t* count) override;
+
+    // The copy (EncryptedContent.cpp)
+    VirtualVolumeStatus MakeSureTempFileOpenIfNeeded(TempContent content);
+    // before: the container as it was just seen, if it was.
+    VirtualVolumeStatus FillTempFile(std::optional<FileVersion> before, RetainedCopy& copy, HANDLE hFile);
+    bool IsSourceChanged() const { return !IsStillVersion(m_base, ReadFileVersion(StoredPath())); }
+    std::wstring TrackingPath() const;
+
+    // The end (EncryptedContentSave.cpp)
+    VirtualVolumeStatus EncryptChangedTempFileIfNeeded();
+    VirtualVolumeStatus SaveUnderFreeName();
+    bool ReserveFreeName(const std::wstring& ownPath, bool& isReserved);
+    VirtualVolumeStatus EncryptChangedTempFile();
+    VirtualVolumeStatus EncryptOpenFileUnlocked();
+    VirtualVolumeStatus CloseDeleted();
+    VirtualVolumeStatus DeleteContainer();
+    void SaveOvertakenEdit();
+    void FollowTrackingFile();
+    bool IsLockedByOthers() const;
+    void RememberSavedState();
+
+    WorkingCopy m_copy;
+    LockedFile m_lock;
+    bool m_startsEmpty = false;                     // by its disposition; the stored content goes only with a save
+    bool m_isBaseKnown = false;
+    bool m_mayAskUser = true;                       // for a folder to put a backup in
+    bool m_isBackedUp = false;
+    std::optional<SaveGate> m_gate;                 // while it is saved
+    std::optional<FileVersion> m_base;              // nothing: there was none
+    std::optional<FileVersion> m_deletedVersion;    // what was there when the deletion was marked
+};

@@ -1,0 +1,281 @@
+// How an encrypted file ends: its edit is saved, under a conflict name where the container is not the base any more, or the
+// container is deleted. And what moves do with the container.
+#include "items/EncryptedContent.h"
+
+#include <new>
+
+#include "diagnostics/Trace.h"
+#include "items/BackupFile.h"
+#include "items/ContainerCipher.h"
+#include "items/SaveNames.h"
+#include "items/TrackingFile.h"
+#include "items/VirtualItem.h"
+#include "library/Text.h"
+#include "namespace/VirtualFindFile.h"
+#include "policy/FileUtils.h"
+#include "policy/HvcUtils.h"
+
+namespace {
+
+constexpr int kMostConflictNames = 1000;
+constexpr int kSaveAttempts = 3;
+
+}  // namespace
+
+VirtualVolumeStatus EncryptedContent::Close(bool isDeleted) {
+    QC_TRACE_THIS(L"VirtualFile::CloseContent");
+    if (isDeleted)
+        return qcLog.Leave(CloseDeleted());
+    VirtualVolumeStatus status = VVS_QuelcryptException;
+    try {
+        status = EncryptChangedTempFileIfNeeded();
+        SaveOvertakenEdit();
+    } catch (const std::bad_alloc&) {
+        status = VSS_OutMemory;
+    } catch (...) {  // like any failed save: the copy is kept below
+    }
+    m_copy.GiveBack(m_state.Path(), m_base);
+    m_lock = {};
+    return qcLog.Leave(status);
+}
+
+// What the user deleted goes, with the edits in it; an edit of a version that somebody else stored since does not, nor one
+// that waits under the name of a document that this handle created anew.
+VirtualVolumeStatus EncryptedContent::CloseDeleted() {
+    QC_TRACE_THIS(L"VirtualFile::CloseDeleted");
+    VirtualVolumeStatus status = VVS_GeneralError;
+    bool mayStandStill = true;  // the document as it was deleted
+    try {
+        const SaveGate gate(StoredPath());
+        status = DeleteContainer();
+        mayStandStill = status == VVS_GeneralError;
+    } catch (...) {  // for want of memory
+    }
+    if (mayStandStill) {  // and so must be what was not saved of it
+        if (m_copy.IsMade())
+            DeleteUndeleteFile(m_copy.File(), false);
+        m_copy.GiveBack(m_state.Path(), m_base);
+    } else {
+        m_copy.Discard();
+        VirtualTempFileDispenser::Remove(m_state.Path(), true, m_startsEmpty ? nullptr : &m_deletedVersion);
+    }
+    m_lock = {};
+    return qcLog.Leave(status);
+}
+
+// A locked container goes by the mark on its own handle, when the lock is released.
+VirtualVolumeStatus EncryptedContent::DeleteContainer() {
+    if (m_lock.locked)
+        return VVS_Success;
+    QC_TRACE_THIS(L"VirtualFile::DeleteContainer");
+    QC_CHECK_STATUS(IsStillVersion(m_deletedVersion, ReadFileVersion(StoredPath())) ? VVS_Success : VSS_SharingViolation,
+                    L"IsStillVersion(m_deletedVersion, container) =>%s, ");
+    QC_CHECK_STATUS(DeleteFileOrFolder(StoredPath()) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
+                    L"DeleteFileOrFolder(GetZipFilePath()) =>%s, ");
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus EncryptedContent::EncryptChangedTempFileIfNeeded() {
+    if (!m_copy.IsMade())
+        return VVS_Success;
+    QC_TRACE_THIS(L"VirtualFile::EncryptChangedTempFileIfNeeded", L"%s", DescriptionStr());
+    if (!m_copy.HoldsEdit()) {
+        QC_CHECK_STATUS(DeleteFileOrFolder(TrackingPath()) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
+                        L"DeleteFileOrFolder(GetTempTrackingFile()) =>%s, ");
+        return qcLog.Leave(VVS_Success);
+    }
+    m_copy.SettleTime();
+    m_gate.emplace(StoredPath());
+    const OnExit leaveGate([this] { m_gate.reset(); });
+    const bool isTaken = IsSourceChanged() || IsLockedByOthers();
+    VirtualVolumeStatus status = isTaken ? SaveUnderFreeName() : EncryptChangedTempFile();
+    for (int attempt = 0; status == VVS_PathAlreadyExists && attempt < kSaveAttempts; ++attempt)
+        status = SaveUnderFreeName();
+    QC_CHECK_STATUS(status, L"EncryptChangedTempFile() =>%s, ");
+    return qcLog.Leave(VVS_Success);
+}
+
+// Was a lock taken after the item had been opened? Its holder counts on nobody else changing the file.
+bool EncryptedContent::IsLockedByOthers() const {
+    LockInfo lockInfo{};
+    return !m_lock.locked && FileLocker::FindLock(StoredPath().c_str(), nullptr, &lockInfo) == VVS_Success;
+}
+
+// Gives the item the first conflict name that is free and makes an empty container there, which the writer replaces: no two
+// savers can take the same one. False: no name is left. When the folder refuses new files, saving there tells why.
+bool EncryptedContent::ReserveFreeName(const std::wstring& ownPath, bool& isReserved) {
+    for (int number = 1; number <= kMostConflictNames; ++number) {
+        const std::wstring name = SaveNameStr(PathStripPathStr(ownPath), SaveName::ConflictedEdit, number);
+        m_state.SetPath(FormatStr(L"%s\\%s", PathRemoveFileSpecStr(ownPath), name));
+        if (PathExists(m_state.Path()) || PathExists(StoredPath()))
+            continue;
+        UniqueHandle hReserved;
+        isReserved = VirtualItem::CreateFileW(StoredPath(), GENERIC_WRITE, kShareAll, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
+                                              hReserved) == VVS_Success;
+        if (isReserved || GetLastError() != ERROR_FILE_EXISTS)
+            return true;
+    }
+    return false;
+}
+
+// Saves beside a container that somebody else changed or locked. Encrypting takes long, so whether the name is still free is
+// asked again before the container is put in place. When saving fails the item keeps its own name, under which the edit is
+// found again.
+VirtualVolumeStatus EncryptedContent::SaveUnderFreeName() {
+    QC_TRACE_THIS(L"VirtualFile::SwitchToConflictNameIfSrcChanged", L"%s", DescriptionStr());
+    const std::wstring ownPath = m_state.Path();
+    const std::optional<FileVersion> ownBase = m_base;
+    const LockedFile ownLock = std::move(m_lock);
+    m_lock = {};
+    bool isReserved = false;
+    bool isSaved = false;
+    const OnExit restoreUnlessSaved([&] {
+        if (!m_copy.HoldsEdit() && isSaved)
+            return;
+        if (isReserved)
+            DeleteIfEmpty(StoredPath());
+        m_base = ownBase;
+        m_state.SetPath(ownPath);
+    });
+    QC_CHECK(ReserveFreeName(ownPath, isReserved), VVS_GeneralError, L"number <= kMostConflictNames =>false%s, ");
+    m_base = ReadFileVersion(StoredPath());
+    const VirtualVolumeStatus status = EncryptChangedTempFile();
+    isSaved = status == VVS_Success && !m_isBackedUp;
+    return qcLog.Leave(status);
+}
+
+VirtualVolumeStatus EncryptedContent::EncryptChangedTempFile() {
+    QC_TRACE_THIS(L"VirtualFile::EncryptChangedTempFile", L"%s", DescriptionStr());
+    VirtualVolumeStatus status = VVS_Success;
+    if (m_lock.locked) {
+        status = container_cipher::EncryptOpenFileLocked(StoredPath(), m_state.Name(), {m_copy.Path(), m_copy.File()}, m_lock);
+        if (status == VVS_Success)
+            RememberSavedState();
+        else
+            m_base = ReadFileVersion(StoredPath());  // whatever it left there: nobody else can write under the lock
+    } else {
+        status = EncryptOpenFileUnlocked();
+    }
+    QC_CHECK_STATUS(status, L"EncryptOpenFile(GetZipFilePath(), m_itemName, m_tempFilePath) =>%s, ");
+    QC_CHECK_STATUS(DeleteFileOrFolder(TrackingPath()) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
+                    L"DeleteFileOrFolder(GetTempTrackingFile()) =>%s, ");
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus EncryptedContent::EncryptOpenFileUnlocked() {
+    QC_TRACE_THIS(L"VirtualFile::EncryptOpenFileUnlocked");
+    const VirtualVolumeStatus status =
+        container_cipher::EncryptOpenFileInternal(
+        StoredPath(), m_state.Name(), {m_copy.Path(), m_copy.File()},
+        [this] { return container_cipher::LookAtReplaced(StoredPath(), m_base); });
+    if (status == VVS_Success)
+        RememberSavedState();
+    if (status == VVS_Success || status == VVS_PathAlreadyExists || !m_mayAskUser)
+        return qcLog.Leave(status);
+    m_gate.reset();  // the user may take long, and others may save meanwhile
+    QC_CHECK(BackupTempFile(m_copy.Path(), StoredPath(), m_state.Name(), DescriptionStr()), VVS_GeneralError,
+             L"BackupTempFile(srcFilePath, zipFilePath) =>false%s, ");
+    m_copy.WasBackedUp();
+    m_isBackedUp = true;
+    return qcLog.Leave(VVS_Success);
+}
+
+// The copy is again what the container holds, as far as the container can be read back. What was saved stays saved when it
+// cannot: the copy is then not used again.
+void EncryptedContent::RememberSavedState() {
+    m_isBaseKnown = true;
+    m_copy.WasSaved(nullptr);
+    try {
+        m_base = ReadFileVersion(StoredPath());
+        VirtFindData stored{};
+        LARGE_INTEGER copySize{};
+        const bool agrees = m_base && VirtualFindFile::FindFile(StoredPath().c_str(), &stored) &&
+                            GetFileSizeEx(m_copy.File(), &copySize) && stored.fileSize == copySize.QuadPart;
+        if (agrees)
+            m_copy.WasSaved(&stored);
+    } catch (...) {  // the companion library, or the memory for a path
+    }
+}
+
+// An edit of an earlier item may wait here for a container that was replaced since. It is saved beside it, now that the folder
+// takes files again, perhaps; its user is not asked a second time.
+void EncryptedContent::SaveOvertakenEdit() {
+    if (!VirtualTempFileDispenser::HoldsUnsavedEdit(m_state.Path()))  // the common case, which needs no look at the disk
+        return;
+    ItemState state;
+    state.SetPath(m_state.Path());
+    EncryptedContent overtaken(state);
+    overtaken.m_mayAskUser = false;
+    overtaken.m_isBaseKnown = true;
+    RetainedCopy waiting;
+    if (!VirtualTempFileDispenser::TakeOvertakenEdit(m_state.Path(), ReadFileVersion(StoredPath()), waiting))
+        return;
+    bool isTaken = false;
+    const OnExit keepWaiting([&] {
+        if (!isTaken)
+            VirtualTempFileDispenser::Retain(m_state.Path(), waiting);
+    });
+    UniqueHandle hFile;
+    if (VirtualItem::CreateFileW(waiting.tempFilePath, kFullContentAccess, kShareAll, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile) !=
+        VVS_Success)
+        return;
+    overtaken.m_base = waiting.container;
+    overtaken.m_copy.Make(waiting, std::move(hFile), false);
+    isTaken = true;
+    overtaken.Close(false);
+}
+
+VirtualVolumeStatus EncryptedContent::CheckMayGo() {
+    const VirtualVolumeStatus status = CheckBase();
+    if (status != VVS_Success || m_lock.locked || !PathExists(StoredPath()))
+        return status;
+    UniqueHandle hFile;  // what a move deletes at its end must not turn out to be held then, or to be written
+    return VirtualItem::CreateFileW(StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
+}
+
+VirtualVolumeStatus EncryptedContent::DeleteOldContainer() {
+    QC_TRACE_THIS(L"VirtualFile::DeleteOldContainer");
+    QC_CHECK(!IsSourceChanged(), VSS_SharingViolation, L"!IsSourceChanged() =>false%s, ");
+    if (m_lock.locked) {
+        const SectionGuard guard(m_lock.content->section);
+        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), true)),
+                        L"DeleteUndeleteFile(m_hLockedFile, true) =>%s, ");
+        m_lock.content->isDeleted = true;
+    } else {
+        QC_CHECK(DeleteFileOrFolder(StoredPath()) == DeleteResult::Deleted, VVS_GeneralError,
+                 L"DeleteFileOrFolder(prevZipFilePath) =>false%s, ");
+    }
+    return qcLog.Leave(VVS_Success);
+}
+
+void EncryptedContent::SavedAt(const std::wstring& newFilePath, LockedFile* newLock) {
+    QC_TRACE_THIS(L"VirtualFile::SavedAt", L"in:newFilePath[%s], %s", newFilePath, DescriptionStr());
+    if (newLock)
+        m_lock = std::move(*newLock);
+    m_state.SetPath(newFilePath);
+    RememberSavedState();
+    FollowTrackingFile();
+}
+
+// Should another version than the known one have been renamed, the next save must still find it to be another one.
+void EncryptedContent::RenamedTo(const std::wstring& newFilePath) {
+    QC_TRACE_THIS(L"VirtualFile::RenamedTo", L"in:newFilePath[%s], %s", newFilePath, DescriptionStr());
+    m_state.SetPath(newFilePath);
+    const std::optional<FileVersion> arrived = ReadFileVersion(StoredPath());
+    if (m_base && arrived && IsMovedVersion(*m_base, *arrived))
+        m_base = arrived;
+    FollowTrackingFile();
+}
+
+void EncryptedContent::FollowTrackingFile() {
+    QC_TRACE_THIS(L"VirtualFile::FollowTrackingFile");
+    if (m_copy.IsMade() && !SaveTrackerFileItem())
+        QC_REPORT(L"SaveTrackerFileItem() =>false%s, ");
+}
+
+void EncryptedContent::TakeCopy(RetainedCopy copy, UniqueHandle hFile) {
+    QC_TRACE_THIS(L"VirtualFile::TakeCopy", L"%s", DescriptionStr());
+    m_copy.Make(std::move(copy), std::move(hFile), false);
+    RememberSavedState();
+    FollowTrackingFile();
+}

@@ -1,0 +1,510 @@
+#include "items/FileMove.h"
+
+#include "diagnostics/Trace.h"
+#include "items/ContentCopy.h"
+#include "items/EncryptedContent.h"
+#include "items/PlainContent.h"
+#include "items/SaveNames.h"
+#include "items/VirtualItem.h"
+#include "library/PlatformPath.h"
+#include "library/Text.h"
+#include "namespace/VirtualFindFile.h"
+#include "policy/FileUtils.h"
+#include "policy/HvcUtils.h"
+
+namespace {
+
+// What a file on disk is shown as; a plain file when it is not there.
+VirtualItemType TypeOf(const std::wstring& path) {
+    VirtFindData findData{};
+    return IsExistingFile(path) && VirtualFindFile::FindFile(path.c_str(), &findData) ? findData.itemType : VIT_PlainFile;
+}
+
+bool IsLocked(const std::wstring& path) {
+    LockInfo lockInfo{};
+    return FileLocker::FindLock(path.c_str(), nullptr, &lockInfo) == VVS_Success;
+}
+
+// What a move deletes at its end must not turn out to be held then, or to be written.
+VirtualVolumeStatus CheckDeletable(const std::wstring& path) {
+    UniqueHandle hFile;
+    return VirtualItem::CreateFileW(path, DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
+}
+
+// Holds a plain source so that others can only read it, for as long as it lives: what they wrote after it was copied would never
+// be saved, so who has it open for writing stops the move. The item's own handle, which may write, is closed meanwhile, and opened
+// again unless the item moved.
+class HeldSource {
+public:
+    explicit HeldSource(PlainContent& source) : m_source(source), m_shared(source.Shared()) {}
+    ~HeldSource() {
+        const OnExit reopen([this] {
+            m_hFile.Reset();
+            if (!m_isMoved)
+                m_source.Reopen(false);
+        });
+    }
+    HeldSource(const HeldSource&) = delete;
+    HeldSource& operator=(const HeldSource&) = delete;
+
+    VirtualVolumeStatus Hold(const std::wstring& path) {
+        m_source.CloseFile();
+        return VirtualItem::CreateFileW(path, GENERIC_READ | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING,
+                                        FILE_ATTRIBUTE_NORMAL, m_hFile);
+    }
+    HANDLE File() const { return m_hFile.Get(); }
+    VirtualVolumeStatus MarkForDeletion() const { return StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), true)); }
+    // The item stands elsewhere now; its old content may be gone.
+    void Moved() {
+        m_isMoved = true;
+        m_hFile.Reset();
+    }
+
+private:
+    PlainContent& m_source;
+    const std::shared_ptr<LockedContent> m_shared;
+    UniqueHandle m_hFile;
+    bool m_isMoved = false;
+};
+
+// Copies the content and the times of an open file into a new file.
+VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path) {
+    QC_TRACE(L"CopyToNewFile", L"destFilePath[%s]", path);
+    UniqueHandle hFile;
+    QC_CHECK_STATUS(VirtualItem::CreateFileW(path, kFullContentAccess, FILE_SHARE_READ, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hFile),
+                    L"CreateFileW(newFilePath, desiredAccess, 0x00000001, 1, 0x80, hNewFile) =>%s, ");
+    QC_CHECK(file_content::CopyFileW(hSource, hFile.Get()), StatusFromLastError(), L"CopyFileW(m_hFile, hNewFile) =>false%s, ");
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (GetFileInformationByHandle(hSource, &info))
+        SetFileTime(hFile.Get(), &info.ftCreationTime, &info.ftLastAccessTime, &info.ftLastWriteTime);
+    QC_CHECK(FlushFileBuffers(hFile.Get()), StatusFromLastError(), L"FlushFileBuffers(hNewFile) =>FALSE%s, ");
+    return qcLog.Leave(VVS_Success);
+}
+
+}  // namespace
+
+FileMove::FileMove(ItemState& state, std::unique_ptr<FileContent>& content, const wchar_t* newFilePath, bool renameSrcFile,
+                   bool keepSrcFile)
+    : m_state(state), m_content(content), m_newFilePath(newFilePath), m_renameSrcFile(renameSrcFile), m_keepSrcFile(keepSrcFile) {}
+
+PlainContent& FileMove::Plain() const { return static_cast<PlainContent&>(*m_content); }
+
+EncryptedContent& FileMove::Encrypted() const { return static_cast<EncryptedContent&>(*m_content); }
+
+std::wstring FileMove::LogStr() const {
+    return FormatStr(L"in:newFilePath[%s], renameSrcFile[%s], keepSrcFile[%s], %s", m_newFilePath, FormatBoolStr(m_renameSrcFile),
+                     FormatBoolStr(m_keepSrcFile), m_content->DescriptionStr());
+}
+
+VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
+    QC_TRACE_THIS(L"FileMove::Run");
+    bool isKnown = true;
+    const bool destEncrypted = ShouldFileBeEncrypted(m_newFilePath, &isKnown);
+    // What would then be unencrypted in a protected place might be synchronised before anybody saw it.
+    QC_CHECK(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
+    m_destPath = destEncrypted ? ZipPathStr(m_newFilePath) : m_newFilePath;
+    const std::wstring oldPath = m_state.Path();
+    const bool wasEncrypted = m_content->IsEncrypted();
+    const SaveGates gates(m_content->StoredPath(), m_destPath);
+    bool isDone = false;
+    VirtualVolumeStatus status = Check(newFileLockToken, destEncrypted, isDone);
+    if (status != VVS_Success || isDone)
+        return qcLog.Leave(status);
+    status = Dispatch(destEncrypted);
+    if (status != VVS_Success)
+        return qcLog.Leave(status);
+    const OnExit tidyUp([&] {  // the move is done, whatever comes of this
+        if (!m_otherFormPath.empty() && IsStillVersion(m_otherForm, ReadFileVersion(m_otherFormPath)))
+            DeleteFileOrFolder(m_otherFormPath);
+        if (wasEncrypted && !m_keepSrcFile)
+            VirtualTempFileDispenser::Remove(oldPath, true);
+    });
+    if (!m_keepSrcFile)
+        m_state.findData.reset();
+    return qcLog.Leave(VVS_Success);
+}
+
+// The last look, when all that takes long is done: what is replaced is what was there when the move began, and a source that
+// is to go may still go.
+VirtualVolumeStatus FileMove::LookAgain() {
+    if (MayReplace() && !m_newFile.locked) {
+        const VirtualVolumeStatus status = container_cipher::LookAtReplaced(m_destPath, m_replaced);
+        if (status != VVS_Success)
+            return VSS_SharingViolation;
+    }
+    return m_content->IsEncrypted() && !m_keepSrcFile && !m_sameFile ? Encrypted().CheckMayGo() : VVS_Success;
+}
+
+VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEncrypted, bool& isDone) {
+    QC_TRACE_THIS(L"FileMove::Check");
+    const std::wstring sourcePath = m_content->StoredPath();
+    m_sameFile = EqualNoCase(sourcePath, m_destPath) || AreSameFile(sourcePath, m_destPath);
+    // A conflict copy's own path is another file's.
+    const bool isBesidePlainFile = m_content->IsEncrypted() && PathExists(m_state.Path());
+    if (m_sameFile && (m_keepSrcFile || m_content->IsEncrypted() != destEncrypted || isBesidePlainFile))
+        return qcLog.Leave(VVS_PathAlreadyExists);
+    isDone = m_sameFile && m_newFilePath == m_state.Path();
+    if (isDone)
+        return qcLog.Leave(VVS_Success);
+    if (!m_sameFile)
+        QC_CHECK_STATUS(FileLocker::GetLockedFile(m_destPath.c_str(), GENERIC_WRITE, GENERIC_READ | DELETE, newFileLockToken, &m_newFile),
+                        L"FileLocker::GetLockedFile(newFilePath, (0x40000000L), newFileLockToken, newFileLocked, hNewFile) =>%s, ");
+    QC_CHECK_STATUS(CheckDestination(destEncrypted), L"CheckDestination(newFilePath) =>%s, ");
+    QC_CHECK_STATUS(CheckSource(), L"CheckSource() =>%s, ");
+    return qcLog.Leave(VVS_Success);
+}
+
+// May the destination be written? Only the file that is shown under the new name may be replaced by it, in whichever form
+// it is stored; never one that merely has the destination's name on disk: a conflict copy, an ordinary ZIP file.
+VirtualVolumeStatus FileMove::CheckDestination(bool destEncrypted) {
+    const std::wstring newZipPath = ZipPathStr(m_newFilePath);
+    const std::wstring sourcePath = m_content->StoredPath();
+    if (!IsExistingFolder(PathRemoveFileSpecStr(m_newFilePath)))
+        return VVS_PathNotFound;
+    if (IsExistingFolder(m_newFilePath))
+        return VVS_PathAlreadyExists;
+    m_replaced = ReadFileVersion(m_destPath);
+    m_wasThere = PathExists(m_destPath);
+    if (m_sameFile)
+        return VVS_Success;
+    const bool plainIsThere = PathExists(m_newFilePath) && (m_content->IsEncrypted() || !EqualNoCase(m_newFilePath, sourcePath));
+    const bool zipIsThere = PathExists(newZipPath) && !EqualNoCase(newZipPath, sourcePath);
+    const bool containerIsThere = zipIsThere && (m_newFile.locked || TypeOf(newZipPath) == VIT_EncryptedFile);
+    if (!MayReplace() && (plainIsThere || containerIsThere) && !m_newFile.locked)
+        return VVS_PathAlreadyExists;
+    if (destEncrypted) {
+        if (zipIsThere && (PathExists(m_newFilePath) || !containerIsThere))
+            return VVS_PathAlreadyExists;
+        m_otherFormPath = plainIsThere ? m_newFilePath : std::wstring();
+    } else {
+        if (plainIsThere && TypeOf(m_newFilePath) != VIT_PlainFile)
+            return VVS_PathAlreadyExists;
+        m_otherFormPath = containerIsThere && !plainIsThere ? newZipPath : std::wstring();
+    }
+    if (m_otherFormPath.empty())
+        return VVS_Success;
+    m_otherForm = ReadFileVersion(m_otherFormPath);
+    return IsLocked(m_otherFormPath) ? VVS_Locked : CheckDeletable(m_otherFormPath);
+}
+
+VirtualVolumeStatus FileMove::CheckSource() {
+    if (!m_content->IsEncrypted() || m_keepSrcFile)
+        return VVS_Success;
+    const VirtualVolumeStatus status = m_sameFile ? Encrypted().CheckBase() : Encrypted().CheckMayGo();
+    // An edit that waits moves with its file.
+    if (status == VVS_Success && VirtualTempFileDispenser::HoldsUnsavedEdit(m_state.Path()))
+        return Encrypted().PrepareContent();
+    return status;
+}
+
+VirtualVolumeStatus FileMove::Dispatch(bool destEncrypted) {
+    if (m_content->IsEncrypted())
+        return destEncrypted ? MoveFromHalvaneToHalvane() : MoveFromHalvaneToPlain();
+    if (destEncrypted)
+        return MoveFromPlainToHalvane();
+    return m_newFile.locked ? MoveFromPlainToPlainLocked() : MoveFromPlainToPlainUnlocked();
+}
+
+VirtualVolumeStatus FileMove::MoveFromPlainToPlainUnlocked() {
+    QC_TRACE_THIS(L"VirtualFile::MoveFromPlainToPlainUnlocked", L"%s", LogStr());
+    PlainContent& source = Plain();
+    if (m_sameFile || (m_renameSrcFile && !source.IsLocked())) {
+        QC_CHECK_STATUS(m_sameFile ? VVS_Success : LookAgain(), L"LookAgain() =>%s, ");
+        QC_CHECK_STATUS(VirtualItem::RenameItem(source.WorkingFile(), m_state, m_newFilePath), L"VirtualItem::RenameItem(newFilePath) =>%s, ");
+        SaveCount(m_destPath).Keep();
+        m_state.SetPath(m_newFilePath);
+        return qcLog.Leave(VVS_Success);
+    }
+    if (m_keepSrcFile && !source.IsLocked()) {
+        const Win32Error error = CopyInPlace(m_state.Path(), m_newFilePath, false, &m_replaced);
+        QC_CHECK(error == Win32Error::None, StatusOfCall(error), L"::CopyFileW(m_itemFullPath, newFilePath, 0) != 0 =>false%s,  %s",
+                 L"Error[%s]", SystemErrorStr(static_cast<DWORD>(error)));
+        return qcLog.Leave(VVS_Success);
+    }
+    if (!source.IsLocked())
+        return qcLog.Leave(MovePlainFile());
+    // A locked source is held where it is: its content goes over, and the file goes with the lock.
+    QC_CHECK_STATUS(WithLockedSource([this](HANDLE hSource) { return PutCopyInPlace(hSource); }),
+                    L"PutCopyInPlace(hSource, newFilePath) =>%s, ");
+    if (!m_keepSrcFile)
+        BecomePlain();
+    return qcLog.Leave(VVS_Success);
+}
+
+// Writes the content of a locked plain source elsewhere, and then marks the source for deletion, unless it stays: no other opener
+// writes in between.
+VirtualVolumeStatus FileMove::WithLockedSource(const std::function<VirtualVolumeStatus(HANDLE)>& write) {
+    QC_TRACE_THIS(L"FileMove::WithLockedSource");
+    PlainContent& source = Plain();
+    QC_CHECK(m_keepSrcFile || !source.IsReadOnly(), VVS_AccessDenied, L"!source.IsReadOnly() =>false%s, ");
+    UniqueHandle hSecond;
+    HANDLE hSource = nullptr;
+    QC_CHECK_STATUS(source.OpenForReading(hSecond, hSource), L"OpenForReading(hSource) =>%s, ");
+    const std::shared_ptr<LockedContent> shared = source.Shared();
+    const SectionGuard guard(shared->section);
+    const VirtualVolumeStatus status = write(hSource);
+    if (status != VVS_Success || m_keepSrcFile)
+        return qcLog.Leave(status);
+    const VirtualVolumeStatus marked = source.MarkForDeletion(true);
+    if (marked != VVS_Success)
+        TakeBackDestination();
+    QC_CHECK_STATUS(marked, L"Delete() =>%s, ");
+    return qcLog.Leave(VVS_Success);
+}
+
+// Moved is moved: should the file then not open again, later calls on the item say so.
+VirtualVolumeStatus FileMove::MovePlainFile() {
+    QC_TRACE_THIS(L"VirtualFile::MovePlainFile");
+    Plain().CloseFile();
+    const bool isRenamed = file_content::MoveFileW(m_state.Path(), m_newFilePath, 0);
+    if (!isRenamed && GetLastError() == ERROR_NOT_SAME_DEVICE)
+        return qcLog.Leave(MoveToOtherDisk());
+    const VirtualVolumeStatus status = isRenamed ? VVS_Success : StatusFromLastError();
+    if (isRenamed)
+        m_state.SetPath(m_newFilePath);
+    else
+        QC_REPORT(L"MoveFileW(m_itemFullPath, newFilePath) != 0 =>false%s,  %s", L"Error[%s]", SystemErrorStr(GetLastError()));
+    Plain().Reopen(isRenamed);
+    return qcLog.Leave(status);
+}
+
+// To another disk there is no rename, and the platform's own copy could be left half-written under the new name.
+VirtualVolumeStatus FileMove::MoveToOtherDisk() {
+    QC_TRACE_THIS(L"MoveToOtherDisk", L"srcFilePath[%s], destFilePath[%s]", m_state.Path(), m_newFilePath);
+    {
+        HeldSource held(Plain());
+        QC_CHECK_STATUS(held.Hold(m_state.Path()), L"CreateFileW(srcFilePath, hSource) =>%s, ");
+        QC_CHECK_STATUS(StatusOfCall(CopyInPlace(m_state.Path(), m_newFilePath, true)), L"CopyInPlace(srcFilePath, destFilePath, true) =>%s, ");
+        RememberWritten();
+        const VirtualVolumeStatus marked = held.MarkForDeletion();
+        if (marked != VVS_Success)
+            TakeBackDestination();
+        QC_CHECK_STATUS(marked, L"DeleteUndeleteFile(hSource, true) =>%s, ");
+        held.Moved();
+    }
+    m_state.SetPath(m_newFilePath);
+    Plain().Reopen(true);
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus FileMove::MoveFromPlainToPlainLocked() {
+    QC_TRACE_THIS(L"VirtualFile::MoveFromPlainToPlainLocked", L"%s", LogStr());
+    QC_CHECK(m_keepSrcFile || Plain().MayDelete(), VVS_AccessDenied, L"m_grantedAccess & DELETE =>false%s, ");
+    if (m_keepSrcFile || Plain().IsLocked()) {
+        QC_CHECK_STATUS(WithLockedSource([this](HANDLE hSource) { return CopyIntoLockedPlainFile(hSource); }),
+                        L"CopyFileW(m_hFile, hNewFile) =>%s, ");
+    } else {
+        QC_CHECK(!Plain().IsReadOnly(), VVS_AccessDenied, L"!source.IsReadOnly() =>false%s, ");
+        HeldSource held(Plain());
+        QC_CHECK_STATUS(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
+        QC_CHECK_STATUS(CopyIntoLockedPlainFile(held.File()), L"CopyFileW(m_hFile, hNewFile) =>%s, ");
+        QC_CHECK_STATUS(held.MarkForDeletion(), L"Delete() =>%s, ");
+        held.Moved();
+    }
+    if (!m_keepSrcFile)
+        BecomePlain();
+    return qcLog.Leave(VVS_Success);
+}
+
+// The old content is kept aside until the new one is there whole.
+VirtualVolumeStatus FileMove::CopyIntoLockedPlainFile(HANDLE hSource) {
+    QC_TRACE_THIS(L"FileMove::CopyIntoLockedPlainFile");
+    std::wstring asidePath;
+    QC_CHECK(VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(m_newFilePath), asidePath), VVS_GeneralError,
+             L"VirtualTempFileDispenser::CreateTempFileName(newFileName, asidePath) =>false%s, ");
+    UniqueHandle hAside;
+    bool isTorn = false;
+    const OnExit deleteAside([&] {
+        hAside.Reset();
+        if (!isTorn)
+            VirtualTempFileDispenser::DeleteTempFolder(asidePath);
+    });
+    QC_CHECK_STATUS(VirtualItem::CreateFileW(asidePath, kFullContentAccess, FILE_SHARE_READ, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hAside),
+                    L"CreateFileW(asidePath, hAside) =>%s, ");
+    QC_CHECK(file_content::CopyIntoLockedFile(hSource, m_newFile, hAside.Get(), &isTorn), StatusFromLastError(),
+             L"CopyFileW(m_hFile, hNewFile) =>false%s, ");
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus FileMove::MoveFromHalvaneToPlain() {
+    QC_TRACE_THIS(L"VirtualFile::MoveFromHalvaneToPlain", L"%s", LogStr());
+    QC_CHECK_STATUS(Encrypted().PrepareContent(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
+    const HANDLE hSource = m_content->WorkingFile();
+    QC_CHECK_STATUS(m_newFile.locked ? LookAgain() : VVS_Success, L"LookAgain() =>%s, ");
+    QC_CHECK_STATUS(m_newFile.locked ? CopyIntoLockedPlainFile(hSource) : PutCopyInPlace(hSource), L"CopyFileW(m_hFile, hNewFile) =>%s, ");
+    if (m_keepSrcFile)
+        return qcLog.Leave(VVS_Success);
+    QC_CHECK_STATUS(DeleteSource(), L"DeleteOldContainer() =>%s, ");
+    Encrypted().DiscardCopy();
+    BecomePlain();
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus FileMove::MoveFromPlainToHalvane() {
+    QC_TRACE_THIS(L"VirtualFile::MoveFromPlainToHalvane", L"%s", LogStr());
+    if (!m_keepSrcFile && !Plain().IsLocked()) {
+        QC_CHECK_STATUS(TurnIntoContainer(), L"TurnIntoContainer(newFilePath) =>%s, ");
+        return qcLog.Leave(VVS_Success);
+    }
+    QC_CHECK_STATUS(WithLockedSource([this](HANDLE hSource) { return EncryptTo({m_state.Path(), hSource}); }),
+                    L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
+    if (!m_keepSrcFile)
+        BecomeEncrypted();
+    return qcLog.Leave(VVS_Success);
+}
+
+// The plain file becomes the item's copy: nothing of it stays where it was.
+VirtualVolumeStatus FileMove::TurnIntoContainer() {
+    QC_TRACE_THIS(L"VirtualFile::TurnIntoContainer");
+    HeldSource held(Plain());
+    QC_CHECK_STATUS(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
+    RetainedCopy copy;
+    VirtualTempFileDispenser::Dispense(m_newFilePath, false, nullptr, {}, copy);
+    QC_CHECK(!copy.tempFilePath.empty(), VVS_GeneralError, L"!tempFilePath.IsEmpty() =>false%s, ");
+    bool isTaken = false;
+    const OnExit deleteUnlessTaken([&] {
+        if (!isTaken)
+            VirtualTempFileDispenser::DeleteTempFolder(copy.tempFilePath);
+    });
+    QC_CHECK_STATUS(EncryptTo({m_state.Path(), held.File()}),
+                    L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
+    // By its handle: what was encrypted goes, not what somebody may have put in its place. When the temp folder is on another disk
+    // it is deleted; a copying move may succeed although its source is still there, unencrypted ("MoveFileEx", Remarks).
+    const bool isMoved = VirtualItem::RenameItem(held.File(), m_state, copy.tempFilePath) == VVS_Success;
+    const VirtualVolumeStatus status = isMoved ? VVS_Success : held.MarkForDeletion();
+    if (status != VVS_Success)
+        TakeBackDestination();
+    QC_CHECK_STATUS(status, L"MoveFileW(m_itemFullPath, tempFilePath) =>%s, ");
+    held.Moved();
+    BecomeEncrypted();
+    UniqueHandle hFile;
+    isTaken = isMoved && VirtualItem::CreateFileW(copy.tempFilePath, kFullContentAccess, kShareAll, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
+                                                  hFile) == VVS_Success;
+    if (isTaken)  // otherwise it is decrypted at the next access
+        Encrypted().TakeCopy(copy, std::move(hFile));
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus FileMove::MoveFromHalvaneToHalvane() {
+    QC_TRACE_THIS(L"VirtualFile::MoveFromHalvaneToHalvane", L"%s", LogStr());
+    const bool sameSpec = PathStripPathStr(m_newFilePath) == m_state.Name();
+    bool isKnown = true;  // unknown keys must not compare equal
+    const bool canJustMove = PathExists(m_content->StoredPath()) && !m_keepSrcFile && sameSpec && !m_newFile.locked &&
+                             !Encrypted().Lock().locked &&
+                             GetFolderTargetKeyId(PathRemoveFileSpecStr(m_state.Path()), &isKnown) ==
+                                 GetFolderTargetKeyId(PathRemoveFileSpecStr(m_newFilePath), &isKnown) &&
+                             isKnown;
+    QC_LOG(L"ItemFullPath[%s], newFilePath[%s], Same spec[%s], Can just move[%s]", m_state.Path(), m_newFilePath, FormatBoolStr(sameSpec),
+           FormatBoolStr(canJustMove));
+    // A new file that nothing was written to, to a place where nothing is: its first save will create it there.
+    const bool isOnlyNamed = Encrypted().IsOnlyNamed() && !m_keepSrcFile && !m_newFile.locked && !m_wasThere && !PathExists(m_newFilePath);
+    if (isOnlyNamed)
+        Encrypted().RenamedTo(m_newFilePath);
+    else
+        QC_CHECK_STATUS(canJustMove ? MoveContainer() : ReencryptTo(), L"MoveFromHalvaneToHalvane(newFilePath) =>%s, ");
+    return qcLog.Leave(VVS_Success);
+}
+
+// One rename on disk, whatever the size; an open copy stays the item's, with what it may hold of unsaved edits.
+VirtualVolumeStatus FileMove::MoveContainer() {
+    QC_TRACE_THIS(L"VirtualFile::MoveContainer");
+    const DWORD flags = MOVEFILE_WRITE_THROUGH | (m_renameSrcFile ? MOVEFILE_REPLACE_EXISTING : 0);
+    QC_CHECK_STATUS(LookAgain(), L"LookAgain() =>%s, ");
+    const bool moved = file_content::MoveFileW(m_content->StoredPath(), m_destPath, flags);
+    if (!moved && GetLastError() == ERROR_NOT_SAME_DEVICE)
+        return qcLog.Leave(ReencryptTo());  // to another disk there is no rename; a copy could be left half-written
+    QC_CHECK(moved, StatusFromLastError(), L"MoveFileW(GetZipFilePath(), newZipFilePath) =>false%s, ");
+    SaveCount(m_destPath).Keep();
+    Encrypted().RenamedTo(m_newFilePath);
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus FileMove::ReencryptTo() {
+    QC_TRACE_THIS(L"VirtualFile::ReencryptTo");
+    EncryptedContent& source = Encrypted();
+    const bool holdsEdit = source.HoldsEdit();
+    QC_CHECK_STATUS(source.PrepareContent(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
+    QC_CHECK_STATUS(EncryptTo({source.WorkingPath(), source.WorkingFile()}),
+                    L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_tempFilePath, newFileLocked, hNewFile) =>%s, ");
+    if (m_keepSrcFile)
+        return qcLog.Leave(VVS_Success);
+    if (!m_sameFile)
+        QC_CHECK_STATUS(DeleteSource(), L"DeleteOldContainer() =>%s, ");
+    source.SavedAt(m_newFilePath, m_sameFile ? nullptr : &m_newFile);
+    if (!holdsEdit && source.StartsEmpty())
+        source.DiscardCopy();  // the item still is to start empty, at its next access
+    return qcLog.Leave(VVS_Success);
+}
+
+// A move replaces nothing, also not what comes up at its destination meanwhile: an empty file, which the writer replaces,
+// holds the place.
+VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& source) {
+    QC_TRACE_THIS(L"VirtualFile::EncryptTo");
+    const std::wstring virtualFileSpec = PathStripPathStr(m_newFilePath);
+    const LockedFile& dest = m_sameFile && m_content->IsEncrypted() ? Encrypted().Lock() : m_newFile;
+    if (dest.locked)
+        return qcLog.Leave(container_cipher::EncryptOpenFileLocked(m_destPath, virtualFileSpec, source, dest));
+    const bool isHeld = !MayReplace() && !m_sameFile;
+    if (isHeld) {
+        UniqueHandle hHeld;
+        const VirtualVolumeStatus held =
+            VirtualItem::CreateFileW(m_destPath, GENERIC_WRITE, kShareAll, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hHeld);
+        QC_CHECK_STATUS(held == VSS_FileExists ? VVS_PathAlreadyExists : held,
+                        L"CreateFileW(newZipFilePath, (0x40000000L), 0x00000007, 1, 0x80, hHeld) =>%s, ");
+    }
+    const std::optional<FileVersion> known = isHeld ? ReadFileVersion(m_destPath) : m_replaced;
+    const VirtualVolumeStatus status = container_cipher::EncryptOpenFileInternal(m_destPath, virtualFileSpec, source, [&] {
+        const VirtualVolumeStatus looked = MayReplace() ? VVS_Success : container_cipher::LookAtReplaced(m_destPath, known);
+        return looked == VVS_Success ? LookAgain() : looked;
+    });
+    if (status == VVS_Success)
+        RememberWritten();
+    else if (isHeld)
+        DeleteIfEmpty(m_destPath);
+    return qcLog.Leave(status == VVS_PathAlreadyExists && !isHeld ? VSS_SharingViolation : status);
+}
+
+// Puts a copy of an open file at the destination, in one step.
+VirtualVolumeStatus FileMove::PutCopyInPlace(HANDLE hSource) {
+    QC_TRACE_THIS(L"FileMove::PutCopyInPlace");
+    const std::wstring sidePath = SidePathStr(m_newFilePath);
+    const OnExit removeUnfinished([&] { DeleteFileW(PlatformPath(sidePath).c_str()); });  // when it is in place, there is none
+    QC_CHECK_STATUS(CopyToNewFile(hSource, sidePath), L"CopyToNewFile(hSource, sidePath) =>%s, ");
+    QC_CHECK_STATUS(LookAgain(), L"LookAgain() =>%s, ");
+    QC_CHECK_STATUS(StatusOfCall(PutInPlace(sidePath, m_newFilePath, !MayReplace())), L"PutInPlace(sidePath, newFilePath) =>%s, ");
+    RememberWritten();
+    return qcLog.Leave(VVS_Success);
+}
+
+// When the source must stay, because somebody replaced it meanwhile or holds it, the move comes to nothing.
+VirtualVolumeStatus FileMove::DeleteSource() {
+    const VirtualVolumeStatus status = Encrypted().DeleteOldContainer();
+    if (status != VVS_Success)
+        TakeBackDestination();
+    return status;
+}
+
+void FileMove::RememberWritten() { m_written = ReadFileVersion(m_destPath); }
+
+// Deletes what was just written where nothing was before, unless others have changed it already.
+void FileMove::TakeBackDestination() {
+    const std::optional<FileVersion> now = ReadFileVersion(m_destPath);
+    if (!m_wasThere && m_written && now && *m_written == *now)
+        DeleteFileOrFolder(m_destPath);
+}
+
+// Re-points the item at a plain destination that is written already.
+void FileMove::BecomePlain() {
+    m_state.SetPath(m_newFilePath);
+    auto plain = std::make_unique<PlainContent>(m_state);
+    plain->Adopt(std::move(m_newFile));
+    m_content = std::move(plain);
+}
+
+// Re-points the item at a container that is written already, to be decrypted at the next access.
+void FileMove::BecomeEncrypted() {
+    m_state.SetPath(m_newFilePath);
+    auto encrypted = std::make_unique<EncryptedContent>(m_state);
+    encrypted->Adopt(std::move(m_newFile));
+    m_content = std::move(encrypted);
+}

@@ -1,0 +1,163 @@
+#include "items/PlainContent.h"
+
+#include "diagnostics/Trace.h"
+#include "items/VirtualItem.h"
+#include "policy/FileUtils.h"
+
+namespace {
+
+bool Truncates(std::uint32_t openDisposition) { return openDisposition == CREATE_ALWAYS || openDisposition == TRUNCATE_EXISTING; }
+
+}  // namespace
+
+VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
+                                       std::uint32_t openDisposition, const wchar_t* lockToken) {
+    QC_TRACE_THIS(L"VirtualFile::OpenPlainFile", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,
+                  FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition));
+    m_state.SetPath(filePath);  // before anything is created or cut: it needs memory
+    m_grantedAccess = desiredAccess;
+    m_shareMode = shareMode;
+    LockedFile lock;
+    // A locked file can be deleted by the lock's own handle alone, so its openers' handles can.
+    QC_CHECK_STATUS(FileLocker::GetLockedFile(filePath.c_str(), desiredAccess, DELETE, lockToken, &lock),
+                    L"FileLocker::GetLockedFile(filePath, desiredAccess, lockToken, m_locked, m_hFile) =>%s, ");
+    if (lock.locked) {
+        m_hFile = std::move(lock.hFile);
+        m_lock = std::move(lock);
+    }
+    const VirtualVolumeStatus status =
+        m_lock.locked ? OpenLocked(openDisposition)
+                      : CreteFileWithReadOnlyFallback(filePath, desiredAccess, shareMode, openDisposition, m_grantedAccess, m_hFile);
+    return qcLog.Leave(status);
+}
+
+// What the platform would do for the disposition, on a file that is open already.
+VirtualVolumeStatus PlainContent::OpenLocked(std::uint32_t openDisposition) {
+    QC_TRACE_THIS(L"VirtualFile::OpenLocked");
+    const SectionGuard guard(m_lock.content->section);
+    const bool isMissing = m_lock.content->isDeleted;
+    QC_CHECK(!isMissing || CreatesFiles(openDisposition), VVS_FileNotFound, L"!m_lock.content->isDeleted =>false%s, ");
+    QC_CHECK(isMissing || openDisposition != CREATE_NEW, VSS_FileExists, L"openDisposition != CREATE_NEW =>false%s, ");
+    if (isMissing || Truncates(openDisposition))
+        QC_CHECK_STATUS(VirtualItem::SetFileSize(m_hFile.Get(), 0), L"SetFileSize(m_hFile, 0) =>%s, ");
+    if (isMissing)
+        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), false)), L"DeleteUndeleteFile(m_hFile, false) =>%s, ");
+    m_lock.content->isDeleted = false;
+    m_lock.content->isWritten = m_lock.content->isWritten || isMissing || Truncates(openDisposition);
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus PlainContent::CreteFileWithReadOnlyFallback(const std::wstring& filePath, std::uint32_t desiredAccess,
+                                                                std::uint32_t shareMode, std::uint32_t openDisposition,
+                                                                std::uint32_t& grantedAccess, UniqueHandle& hFile) {
+    QC_TRACE(L"VirtualFile::CreteFileWithReadOnlyFallback");
+    grantedAccess = desiredAccess;
+    const VirtualVolumeStatus status =
+        VirtualItem::CreateFileW(filePath, desiredAccess, shareMode, openDisposition, FILE_ATTRIBUTE_NORMAL, hFile);
+    if (status == VVS_Success)
+        return qcLog.Leave(status);
+    const DWORD lastError = GetLastError();
+    const bool needToCreateFile = openDisposition == CREATE_NEW || openDisposition == CREATE_ALWAYS;
+    QC_CHECK((lastError == ERROR_ACCESS_DENIED || lastError == ERROR_SHARING_VIOLATION) && !needToCreateFile, status,
+             L"(lastError == 5L || lastError == 32L) && !needToCreateFile =>false%s, ");
+    grantedAccess = GENERIC_READ;
+    return qcLog.Leave(VirtualItem::CreateFileW(filePath, GENERIC_READ, shareMode, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile));
+}
+
+void PlainContent::Adopt(LockedFile lock) {
+    if (lock.locked) {
+        m_grantedAccess = kFullContentAccess;
+        m_hFile = std::move(lock.hFile);
+        m_lock = std::move(lock);
+    } else {
+        Reopen(true);
+    }
+}
+
+void PlainContent::Reopen(bool withFullAccess) {
+    if (withFullAccess) {
+        m_grantedAccess = kFullContentAccess;
+        m_shareMode = kShareAll;
+    }
+    CreteFileWithReadOnlyFallback(m_state.Path(), m_grantedAccess, m_shareMode, OPEN_EXISTING, m_grantedAccess, m_hFile);
+}
+
+bool PlainContent::IsReadOnly() const {
+    const std::optional<FileStamp> stamp = ReadOpenFileStamp(m_hFile.Get());
+    return stamp && (stamp->attributes & FILE_ATTRIBUTE_READONLY);
+}
+
+VirtualVolumeStatus PlainContent::OpenForReading(UniqueHandle& hSecond, HANDLE& hSource) const {
+    hSource = m_hFile.Get();
+    if (m_grantedAccess & (GENERIC_READ | GENERIC_ALL | FILE_READ_DATA))
+        return VVS_Success;
+    const VirtualVolumeStatus status =
+        VirtualItem::CreateFileW(m_state.Path(), GENERIC_READ, kShareAll, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hSecond);
+    hSource = hSecond.Get();
+    return status;
+}
+
+VirtualVolumeStatus PlainContent::DoRead(std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) {
+    const SectionGuard guard(m_lock.content->section);
+    return m_lock.content->isDeleted ? VVS_GeneralError : ReadFileAt(m_hFile.Get(), place, data, dataSize, count);
+}
+
+VirtualVolumeStatus PlainContent::DoWrite(std::uint64_t place, const void* data, std::uint32_t dataSize, std::uint32_t* count) {
+    const SectionGuard guard(m_lock.content->section);
+    const VirtualVolumeStatus begun = BeginWrite();
+    const VirtualVolumeStatus status = begun == VVS_Success ? WriteFileAt(m_hFile.Get(), place, data, dataSize, count) : begun;
+    if (status == VVS_Success && m_lock.content->isTimeSet)
+        SetWriteTimeToNow(m_hFile.Get());
+    return status;
+}
+
+VirtualVolumeStatus PlainContent::SetSize(std::uint64_t size) {
+    const SectionGuard guard(m_lock.content->section);
+    const VirtualVolumeStatus begun = BeginWrite();
+    const VirtualVolumeStatus status = begun == VVS_Success ? VirtualItem::SetFileSize(m_hFile.Get(), size) : begun;
+    if (status == VVS_Success && m_lock.content->isTimeSet)
+        SetWriteTimeToNow(m_hFile.Get());
+    return status;
+}
+
+VirtualVolumeStatus PlainContent::BeginWrite() {
+    if (m_lock.content->isDeleted)
+        return VVS_GeneralError;
+    // Of a duplicated handle some systems check this for writes, but not for cuts.
+    if (m_lock.locked && !(m_grantedAccess & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA)))
+        return VVS_AccessDenied;
+    if (m_lock.content->goesUnlessWritten) {
+        const Win32Error error = DeleteUndeleteFile(m_hFile.Get(), false);
+        if (error != Win32Error::None)
+            return StatusOfCall(error);
+        m_lock.content->goesUnlessWritten = false;
+    }
+    m_lock.content->isWritten = true;
+    return VVS_Success;
+}
+
+VirtualVolumeStatus PlainContent::MarkForDeletion(bool deleteFile) {
+    QC_TRACE_THIS(L"VirtualFile::MarkForDeletion", L"%s", DescriptionStr());
+    const wchar_t* const checkText = deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
+    const SectionGuard guard(m_lock.content->section);
+    QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), deleteFile)), checkText);
+    m_lock.content->isDeleted = deleteFile;
+    return qcLog.Leave(VVS_Success);
+}
+
+VirtualVolumeStatus PlainContent::Close(bool) {
+    m_hFile.Reset();
+    m_lock = {false, {}, std::make_shared<LockedContent>()};
+    return VVS_Success;
+}
+
+bool PlainContent::GetFileInfo(VirtFindData* virtFindData) {
+    return VirtualItem::ReadFindData(m_state.Path(), VIT_PlainFile, virtFindData);
+}
+
+void PlainContent::TimeWasSet() {
+    const SectionGuard guard(m_lock.content->section);
+    m_lock.content->isTimeSet = true;
+}
+
+std::wstring PlainContent::DescriptionStr() const { return FormatStr(L"this:itemFullPath[%s]", m_state.Path()); }

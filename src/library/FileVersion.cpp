@@ -1,0 +1,132 @@
+#include "library/FileVersion.h"
+
+#include <cstring>
+#include <unordered_map>
+
+#include "library/Locks.h"
+#include "library/Owners.h"
+#include "library/PlatformPath.h"
+#include "library/Text.h"
+
+namespace {
+
+// The platform's "File Attribute Constants"; not every compiler's headers know the newer ones.
+constexpr std::uint32_t kRecallOnOpen = 0x40000;
+constexpr std::uint32_t kPinned = 0x80000;
+constexpr std::uint32_t kUnpinned = 0x100000;
+constexpr std::uint32_t kRecallOnDataAccess = 0x400000;
+constexpr std::uint32_t kAttributesOfOthers = FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_OFFLINE | FILE_ATTRIBUTE_SPARSE_FILE |
+                                              FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED |
+                                              FILE_ATTRIBUTE_NORMAL | kRecallOnOpen | kPinned | kUnpinned | kRecallOnDataAccess;
+
+// Paths by their hash, which is all that is kept of each: two paths with one hash would at worst make a conflict copy.
+struct SaveCounts {
+    CriticalSection section{LockOrder::SaveCounts};
+    std::unordered_map<std::size_t, std::uint64_t> saves GUARDED_BY(section);
+};
+
+SaveCounts& TheSaveCounts() {
+    static SaveCounts s_counts;
+    return s_counts;
+}
+
+std::uint64_t SavesOf(const std::wstring& path) {
+    SaveCounts& counts = TheSaveCounts();
+    const SectionGuard guard(counts.section);
+    const auto found = counts.saves.find(NoCaseHash()(path));
+    return found == counts.saves.end() ? 0 : found->second;
+}
+
+bool IsIdKnown(const FileVersion& version) {
+    const bool isZero = (version.fileId[0] | version.fileId[1]) == 0;
+    const bool isAllOnes = (version.fileId[0] & version.fileId[1]) == UINT64_MAX;  // "no id", as some file systems say it
+    return !isZero && !isAllOnes;
+}
+
+bool HaveOneId(const FileVersion& left, const FileVersion& right) {
+    return left.volumeSerial == right.volumeSerial && left.fileId[0] == right.fileId[0] && left.fileId[1] == right.fileId[1];
+}
+
+}  // namespace
+
+std::uint64_t FileTimeNumber(const FILETIME& time) {
+    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+}
+
+FILETIME FileTimeOf(std::uint64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
+
+std::optional<FileStamp> ReadOpenFileStamp(HANDLE hFile) {
+    FILE_BASIC_INFO info{};
+    LARGE_INTEGER size{};
+    if (!GetFileInformationByHandleEx(hFile, FileBasicInfo, &info, sizeof(info)) || !GetFileSizeEx(hFile, &size))
+        return std::nullopt;
+    return FileStamp{info.FileAttributes, info.LastWriteTime.QuadPart, size.QuadPart};
+}
+
+std::optional<FileStamp> ReadFileStamp(const std::wstring& path) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (!GetFileAttributesExW(PlatformPath(path).c_str(), GetFileExInfoStandard, &data))
+        return std::nullopt;
+    return FileStamp{data.dwFileAttributes, static_cast<std::int64_t>(FileTimeNumber(data.ftLastWriteTime)),
+                     static_cast<std::int64_t>(static_cast<std::uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow)};
+}
+
+bool IsMovedVersion(const FileVersion& renamed, const FileVersion& arrived) {
+    const std::uint32_t changedBits = renamed.stamp.attributes ^ arrived.stamp.attributes;
+    return !(changedBits & ~kAttributesOfOthers) && renamed.stamp.writeTime == arrived.stamp.writeTime &&
+           renamed.stamp.size == arrived.stamp.size && (!IsIdKnown(renamed) || !IsIdKnown(arrived) || HaveOneId(renamed, arrived));
+}
+
+bool operator==(const FileVersion& left, const FileVersion& right) {
+    if (!IsMovedVersion(left, right) || left.saves != right.saves)
+        return false;
+    const std::uint32_t changedBits = left.stamp.attributes ^ right.stamp.attributes;
+    const bool isChangeTimeKnown = left.changeTime != 0 && right.changeTime != 0 && changedBits == 0;
+    return !isChangeTimeKnown || left.changeTime == right.changeTime;
+}
+
+// Through a handle: what a network share says of a path may be some seconds old. Looking at attributes alone disturbs nobody.
+std::optional<FileVersion> ReadFileVersion(const std::wstring& path) {
+    FileVersion version;
+    version.saves = SavesOf(path);
+    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const HANDLE handle =
+        ::CreateFileW(PlatformPath(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
+                      FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    const std::optional<FileStamp> stamp = hFile ? ReadOpenFileStamp(hFile.Get()) : ReadFileStamp(path);
+    if (!stamp)
+        return std::nullopt;
+    version.stamp = *stamp;
+    FILE_ID_INFO id{};
+    if (hFile && GetFileInformationByHandleEx(hFile.Get(), FileIdInfo, &id, sizeof(id))) {
+        version.volumeSerial = id.VolumeSerialNumber;
+        std::memcpy(version.fileId, &id.FileId, sizeof(version.fileId));
+    }
+    FILE_BASIC_INFO basic{};
+    if (hFile && GetFileInformationByHandleEx(hFile.Get(), FileBasicInfo, &basic, sizeof(basic)))
+        version.changeTime = basic.ChangeTime.QuadPart;
+    return version;
+}
+
+FileVersion AtOtherPath(FileVersion version, const std::wstring& path) {
+    version.saves = SavesOf(path);
+    return version;
+}
+
+bool IsStillVersion(const std::optional<FileVersion>& known, const std::optional<FileVersion>& now) {
+    return !now || now->stamp.size == 0 || (known && *known == *now);
+}
+
+SaveCount::SaveCount(const std::wstring& path) : m_pathHash(NoCaseHash()(path)) {
+    SaveCounts& counts = TheSaveCounts();
+    const SectionGuard guard(counts.section);
+    ++counts.saves[m_pathHash];
+}
+
+SaveCount::~SaveCount() {
+    SaveCounts& counts = TheSaveCounts();
+    const SectionGuard guard(counts.section);
+    if (!m_isKept)
+        --counts.saves.find(m_pathHash)->second;
+}
