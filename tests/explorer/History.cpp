@@ -24,6 +24,7 @@ struct Opener {
     bool isDirty = false;     // its temp file holds what is not stored
     bool isDeleted = false;
     WordSet known = 0;
+    bool knowsEmpty = false;  // and an empty document
     WordSet marked = 0;  // what was there when it was marked for deletion
     Word current = kNothing;
 };
@@ -57,6 +58,9 @@ private:
     void Expect(bool isTrue, const std::string& what) {
         if (!isTrue && failure.empty())
             failure = what + " (" + m_step + ")";
+    }
+    void ExpectText(const std::string& found, const std::string& expected, const char* verb) {
+        Expect(found == expected, std::string(verb) + " something else (\"" + found + "\", not \"" + expected + "\")");
     }
     std::wstring PathOf(int place) const;
     std::wstring OpenPathOf(int place) const { return PathOf(place) + (place == kHome && m_start.isHomeConflictCopy ? L".zip" : L""); }
@@ -172,8 +176,10 @@ void History::Access(Opener& opener) {
     opener.isDirty = WaitingAt(opener.place) != nullptr;
     if (opener.isDirty)
         TakeWaiting(opener.place, opener.known, opener.current);
-    else
+    else {
         opener.current = ContainerAt(opener.place);
+        opener.knowsEmpty = IsEmptyAt(opener.place);
+    }
     opener.known |= Only(opener.current);
 }
 
@@ -190,8 +196,10 @@ bool History::Open(const Step& step, Opener& opener) {
     opener.isPlain = m_start.isHomePlain || (!mayCreate && !m_start.isHomeConflictCopy && FileAt(m_look, PathOf(kHome)));
     if (startsEmpty && opener.isPlain)
         m_mayReplace = Only(PlainAt(kHome));
-    if (startsEmpty || opener.disposition == OPEN_ALWAYS)
+    if (startsEmpty || opener.disposition == OPEN_ALWAYS) {
         opener.known = WordsAt(kHome);
+        opener.knowsEmpty = IsEmptyAt(kHome);
+    }
     const bool isDone = World::Volume()->OpenFile(&opener.file, m_world.VolumePath(OpenPathOf(kHome)).c_str(), access, 7,
                                                   static_cast<std::uint32_t>(opener.disposition),
                                                   step.withToken ? m_token.c_str() : nullptr, nullptr) == VVS_Success;
@@ -213,7 +221,7 @@ bool History::Read(Opener& opener) {
     opener = accessed;
     const Word expected = opener.isPlain ? plain : opener.current;
     const bool isThere = !opener.isPlain || FileAt(m_look, PathOf(opener.place));
-    Expect(!isThere || std::string(data, length) == m_world.TextOf(expected), "something else is read");
+    ExpectText(std::string(data, length), isThere ? m_world.TextOf(expected) : std::string(data, length), "reads");
     return true;
 }
 
@@ -361,7 +369,7 @@ bool History::StoreOutside(Op op) {
         return false;  // the platform opens nothing that is marked for deletion, though not every one of its likes refuses
     if (op != Op::Remove)
         return m_world.Store(path, asContainer, m_world.NewWord(), op == Op::Store ? World::How::ByRename : World::How::InPlace);
-    if (!m_world.Remove(path))
+    if (m_doomedPlaces.count(kHome) || !m_world.Remove(path))
         return false;
     if (!asContainer) {
         m_doomed |= m_mayReplace;
@@ -430,6 +438,7 @@ void History::Settle(const Step& step) {
         opener.isAccessed |= opener.isPlain;
         opener.isPlain = PathOf(opener.place).starts_with(L"Plain");
         opener.isDirty &= !opener.isPlain && IsOnlyTracked(opener.current);
+        opener.knowsEmpty |= opener.current == kNothing;
     }
     if (step.op == Op::Rename || step.op == Op::Move)  // the platform's handles follow a file that is renamed
         for (Opener& other : m_openers)
@@ -438,7 +447,7 @@ void History::Settle(const Step& step) {
     if (step.op != Op::Close)
         return;
     if (opener.isDirty && !opener.isDeleted && IsOnlyTracked(opener.current))
-        m_waiting[opener.place] = {opener.current, opener.known, IsEmptyAt(opener.place)};
+        m_waiting[opener.place] = {opener.current, opener.known, opener.knowsEmpty};
     opener = {};
 }
 
@@ -481,7 +490,8 @@ void History::OpenAnew(int place) {
                                                   nullptr, nullptr) == VVS_Success &&
                         World::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
     Expect(isDone, "cannot be opened");
-    Expect(!isDone || std::string(data, length) == m_world.TextOf(expected), "shows something else");
+    if (isDone)
+        ExpectText(std::string(data, length), m_world.TextOf(expected), "shows");
     World::Volume()->CloseFile(opened, nullptr);
     const Look now = m_world.LookAround();
     isRefused = false;

@@ -332,7 +332,7 @@ bool World::Store(const std::wstring& path, bool asContainer, Word word, How how
         isDone = WriteWhole(side, how == How::InPlace ? TRUNCATE_EXISTING : CREATE_ALWAYS, bytes);
         if (isDone && how == How::ByRename && !MoveFileExW(side.c_str(), fullPath.c_str(), MOVEFILE_REPLACE_EXISTING))
             isDone = !DeleteFileW(side.c_str());
-        if (m_isEqual)
+        if (m_isEqual && isDone)
             EqualiseTimes();
     } while (isDone && m_isEqual && ChangeTimeOf(fullPath) == before);
     return isDone;
