@@ -28,7 +28,7 @@ public:
     // Every history that begins with these steps and has at most so many.
     void Deepen(Steps& steps, int left) {
         const Outcome outcome = Judge(steps);
-        if (left == 0 || outcome.isRefused || !outcome.failure.empty())
+        if (left == 0 || outcome.isRefused || outcome.isLikeAStart || !outcome.failure.empty())
             return;
         for (const Step& step : outcome.next)
             if (IsWorthwhile(steps, step, left == 1)) {
@@ -41,20 +41,18 @@ public:
     void Walk(std::mt19937& random, int length) {
         const auto below = [&](std::size_t end) { return std::uniform_int_distribution<std::size_t>(0, end - 1)(random); };
         Steps steps;
-        Outcome outcome = Run(m_start, steps);
+        Outcome outcome = Judge(steps);
         for (int step = 0; step < length && outcome.failure.empty(); ++step) {
             if (outcome.isRefused)
                 steps.pop_back();
             else
                 m_next = outcome.next;
-            if (m_next.empty())
-                return;
             steps.push_back(m_next[below(m_next.size())]);
             Step& last = steps.back();
             last.withToken = last.op == Op::Open && below(4) == 0;
-            // While a container or a policy cannot be asked for, an open, and all of a conflict copy, is of an ordinary file.
-            const bool mayFail = last.op != Op::Open && (last.op <= Op::Close || !m_start.isHomeConflictCopy);
-            if (last.failing == Failing::None && last.op < Op::Store && mayFail && below(10) == 0) {
+            // While a container cannot be asked for, an open, and all of a conflict copy, is of an ordinary file.
+            const bool mayFail = last.op != Op::Open && last.op < (m_start.isHomeConflictCopy ? Op::Move : Op::Store);
+            if (last.failing == Failing::None && mayFail && below(10) == 0) {
                 last.failing = below(2) ? Failing::Nth : Failing::NthThrows;
                 last.nth = 1 + static_cast<int>(below(6));
             }
@@ -116,16 +114,21 @@ private:
         return likeness(left) == likeness(right);
     }
 
+    // Drops steps one by one, and what makes calls fail, while it still fails.
     Steps Shortened(Steps steps, const std::string& kind) const {
-        for (std::size_t drop = 0; drop < steps.size();) {
+        const auto fails = [&](const Steps& fewer) { return Kind(Run(m_start, fewer).failure) == kind; };
+        for (std::size_t at = 0; at < steps.size();) {
             Steps fewer = steps;
-            fewer.erase(fewer.begin() + static_cast<std::ptrdiff_t>(drop));
-            if (Kind(Run(m_start, fewer).failure) == kind) {
-                steps = fewer;
-                drop = 0;
-            } else {
-                ++drop;
-            }
+            fewer.erase(fewer.begin() + static_cast<std::ptrdiff_t>(at));
+            Steps plainer = steps;
+            plainer[at].failing = Failing::None;
+            plainer[at].nth = plainer[at].withToken = 0;
+            if (fails(fewer))
+                steps = fewer, at = 0;
+            else if (plainer != steps && fails(plainer))
+                steps = plainer;
+            else
+                ++at;
         }
         return steps;
     }

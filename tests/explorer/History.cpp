@@ -22,7 +22,6 @@ struct Opener {
     bool isPlain = false;
     bool isAccessed = false;  // an encrypted one: its temp file is made
     bool isDirty = false;     // its temp file holds what is not stored
-    bool wasLocked = false;   // when it was opened, so that it holds the lock's file open, also beyond the lock
     bool isDeleted = false;
     WordSet known = 0;
     WordSet marked = 0;  // what was there when it was marked for deletion
@@ -48,6 +47,7 @@ public:
     void Do(const Step& step);
     void End();
     std::vector<Step> Next() const;
+    bool IsLikeAStart() const { return m_hasBegun && m_onlyOutside && m_waiting.empty(); }
 
     std::string failure;
     bool isRefused = false;
@@ -68,7 +68,7 @@ private:
     struct Waiting {
         Word word;
         WordSet known;
-        bool knowsEmpty;  // an empty content, too
+        bool knowsEmpty;  // it began from an empty document
     };
     bool Call(const Step& step);
     bool CallOpener(const Step& step, Opener& opener);
@@ -82,18 +82,17 @@ private:
     bool StoreOutside(Op op);
     void EndProcess();
     void Access(Opener& opener);
-    bool IsEmptyAt(int place) const {
-        const StoredFile* const file = FileAt(m_look, PathOf(place) + L".zip");
-        return file && file->word == kNothing;
-    }
-    std::map<int, Waiting>::const_iterator WaitingAt(int place) const;
+    const Waiting* WaitingAt(int place) const;
     void TakeWaiting(int place, WordSet& known, Word& current);
     void Check(const Step& step, const Look& now);
     void Settle(const Step& step);
     void OpenAnew(int place);
-    bool IsHeldByOther(int actor) const { return !m_isLocked && m_openers[1 - actor].file && m_openers[1 - actor].wasLocked; }
-    bool IsOnlyTracked(Word word) const { return word == kNothing ? m_look.tracksNothing : (Only(word) & m_look.inTemp & ~m_look.inFolders) != 0; }
-    bool IsIdle() const { return !m_openers[0].file && !m_openers[1].file && !m_isLocked && m_waiting.empty(); }
+    bool IsEmptyAt(int place) const {
+        const StoredFile* const file = FileAt(m_look, PathOf(place) + L".zip");
+        return file && file->word == kNothing;
+    }
+    bool IsTracked(Word word) const { return word == kNothing ? m_look.tracksNothing : (Only(word) & m_look.inTemp) != 0; }
+    bool IsOnlyTracked(Word word) const { return IsTracked(word) && !(Only(word) & m_look.inFolders); }
 
     const Start& m_start;
     World m_world;
@@ -102,7 +101,8 @@ private:
     bool m_hasActed[2] = {};
     bool m_hasBegun = false, m_onlyOutside = true;  // so far nothing was opened or locked
     bool m_isLocked = false;
-    bool m_mayLitter = false;
+    bool m_mayLitter = false;  // a temp folder can go later only than the volume knows of
+    const std::int32_t m_liveBefore = Explorer_LiveObjects();
     bool m_mayBeBare = false;  // somebody may have wanted an empty file
     std::wstring m_token;
     std::map<int, Waiting> m_waiting;  // edits that could not be saved, as long as their process lives
@@ -147,20 +147,19 @@ WordSet History::WordsAt(int place) const {
 }
 
 // The edit that is shown at a place: not one that waits for a container which somebody else replaced since.
-std::map<int, History::Waiting>::const_iterator History::WaitingAt(int place) const {
+const History::Waiting* History::WaitingAt(int place) const {
     const auto waiting = m_waiting.find(place);
+    if (waiting == m_waiting.end())
+        return nullptr;
     const StoredFile* const file = FileAt(m_look, PathOf(place) + L".zip");
-    if (waiting == m_waiting.end() || !file || file->isBare)
-        return waiting;
-    const bool isKnown = file->word == kNothing ? waiting->second.knowsEmpty : (Only(file->word) & waiting->second.known) != 0;
-    return isKnown ? waiting : m_waiting.end();
+    const bool isShown = !file || file->isBare || (file->word == kNothing ? waiting->second.knowsEmpty : (Only(file->word) & waiting->second.known) != 0);
+    return isShown ? &waiting->second : nullptr;
 }
 
 void History::TakeWaiting(int place, WordSet& known, Word& current) {
-    const auto waiting = WaitingAt(place);
-    known |= waiting->second.known;
-    current = waiting->second.word;
-    m_waiting.erase(waiting);
+    known |= m_waiting[place].known;
+    current = m_waiting[place].word;
+    m_waiting.erase(place);
 }
 
 // The first access to the content of an encrypted document.
@@ -170,7 +169,7 @@ void History::Access(Opener& opener) {
     opener.isAccessed = true;
     if (opener.disposition != OPEN_EXISTING)
         return;
-    opener.isDirty = WaitingAt(opener.place) != m_waiting.end();
+    opener.isDirty = WaitingAt(opener.place) != nullptr;
     if (opener.isDirty)
         TakeWaiting(opener.place, opener.known, opener.current);
     else
@@ -182,7 +181,8 @@ bool History::Open(const Step& step, Opener& opener) {
     const bool readsOnly = step.argument == kOpenToRead;
     const std::uint32_t access = readsOnly ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE | DELETE;
     opener = {};
-    opener.wasLocked = m_isLocked;
+    if (m_start.isHomeConflictCopy && !FileAt(m_look, PathOf(kHome) + L".zip"))
+        return false;  // another document would be made under the name of the container
     opener.mayOnlyRead = readsOnly;
     opener.disposition = readsOnly ? OPEN_EXISTING : step.argument;
     const bool startsEmpty = opener.disposition == CREATE_ALWAYS || opener.disposition == TRUNCATE_EXISTING;
@@ -245,23 +245,22 @@ bool History::Rename(Opener& opener, int place) {
     const auto waiting = m_waiting;
     Access(accessed);
     const bool isSame = LowerCase(PathOf(place)) == LowerCase(PathOf(opener.place));
-    // What is created at a conflict copy's own path is another document.
-    const WordSet replaced = isSame && !m_start.isHomeConflictCopy ? 0 : Only(PlainAt(place)) | Only(ContainerAt(place));
+    const WordSet replaced = isSame ? 0 : Only(PlainAt(place)) | Only(ContainerAt(place));
     m_mayReplace = m_doomed | replaced | (accessed.isDirty ? accessed.known & ~Only(accessed.current) : 0);
-    if (const auto moved = WaitingAt(opener.place); moved != m_waiting.end()) {  // an edit moves with its document
-        m_mayReplace |= moved->second.known & ~Only(moved->second.word);
-        accessed.known |= moved->second.known;
+    if (const Waiting* const moved = WaitingAt(opener.place)) {  // an edit moves with its document
+        m_mayReplace |= moved->known & ~Only(moved->word);
+        accessed.known |= moved->known;
     }
     m_mayDrop = m_mayReplace;
     if (World::Volume()->RenameFile(opener.file, nullptr, m_world.VolumePath(PathOf(place)).c_str(), nullptr) != VVS_Success)
         return m_mayReplace = m_doomed, m_waiting = waiting, false;
     if (accessed.isPlain)
         accessed.current = PlainAt(opener.place);
-    for (const Opener& other : m_openers)  // it holds the plain file open that became the temp file
-        m_mayLitter |= accessed.isPlain && other.file && other.file != opener.file && other.isPlain;
+    for (const Opener& other : m_openers)  // it holds open what became the temp file
+        m_mayLitter |= accessed.isPlain && &other != &opener && other.file && other.isPlain;
     opener = accessed;
     opener.known |= replaced | Only(opener.current);
-    opener.place = place;
+    opener.place = place == kCase ? kHome : place;
     m_mayBeBare = true;
     m_doomed |= m_isLocked ? m_mayReplace : 0;  // a locked file goes with the lock
     return true;
@@ -271,7 +270,10 @@ void History::Close(Opener& opener) {
     const WordSet left = opener.known & ~Only(opener.current);
     m_mayReplace = m_doomed | (opener.isDeleted ? opener.marked : opener.isDirty ? left : 0);
     m_mayDrop = m_doomed | (opener.isDeleted || !opener.isDirty ? opener.known | opener.marked : left);
+    if (const Waiting* const waiting = WaitingAt(opener.place))  // a refused call may have taken it up
+        m_mayReplace |= waiting->known & ~Only(waiting->word);
     World::Volume()->CloseFile(opener.file, nullptr);
+    m_doomed |= m_isLocked ? m_mayReplace : 0;
     if (opener.isDeleted)
         m_doomed |= opener.marked;  // it goes with the lock, or with the last handle
 }
@@ -290,18 +292,18 @@ bool History::CallOpener(const Step& step, Opener& opener) {
             return false;
         opener.isDeleted = true;
         opener.marked = WordsAt(opener.place);
-        if (const auto waiting = WaitingAt(opener.place); waiting != m_waiting.end())
-            opener.marked |= Only(waiting->second.word) | waiting->second.known;
+        if (const Waiting* const waiting = WaitingAt(opener.place))
+            opener.marked |= Only(waiting->word) | waiting->known;
         if (opener.isPlain && !m_isLocked)
             m_doomedPlaces.insert(opener.place);
         return true;
     default:
         if (volume->Undelete(opener.file, nullptr) != VVS_Success)
             return false;
+        if (opener.isDeleted && opener.isPlain)
+            m_doomedPlaces.erase(opener.place);
         opener.isDeleted = false;
         opener.marked = 0;
-        if (opener.isPlain)
-            m_doomedPlaces.erase(opener.place);
         return true;
     }
 }
@@ -310,7 +312,7 @@ bool History::MoveOrCopy(const Step& step) {
     WordSet known = 0;
     Word current = kNothing;
     const auto waiting = m_waiting;
-    if (WaitingAt(kHome) != m_waiting.end())
+    if (WaitingAt(kHome))
         TakeWaiting(kHome, known, current);
     m_mayReplace = m_mayDrop = WordsAt(step.argument) | (known & ~Only(current)) | m_doomed;
     const auto call = step.op == Op::Move ? &IVirtualVolume::MoveFileW : &IVirtualVolume::CopyFileW;
@@ -324,7 +326,9 @@ bool History::MoveOrCopy(const Step& step) {
         m_doomed |= m_mayReplace;
     if (!isDone)
         return false;
-    if (step.op == Op::Move && WaitingAt(kHome) != m_waiting.end()) {
+    for (const Opener& opener : m_openers)
+        m_mayLitter |= opener.file && opener.isPlain;
+    if (step.op == Op::Move && WaitingAt(kHome)) {
         m_waiting[step.argument] = m_waiting[kHome];
         m_waiting.erase(kHome);
     }
@@ -370,7 +374,7 @@ void History::EndProcess() {
     m_mayReplace = m_mayDrop = m_doomed;
     for (Opener& opener : m_openers) {
         if (opener.isDeleted) {
-            m_mayLitter = true;  // of a temp file marked for deletion the tracking file stays
+            m_mayLitter = true;  // of a temp file that goes with its process the tracking file stays
             m_mayReplace |= opener.marked;
             m_mayDrop |= opener.marked | opener.known;
         }
@@ -413,8 +417,10 @@ void History::Check(const Step& step, const Look& now) {
     const Opener& opener = m_openers[step.actor];
     if (step.op == Op::Write)
         Expect((Only(opener.current) & ~found) == 0, "what was written is found nowhere");
-    if (step.op == Op::Close && !opener.isDeleted && opener.isDirty && step.failing == Failing::None)
-        Expect((Only(opener.current) & ~(IsHeldByOther(step.actor) ? found : now.inFolders)) == 0, "closed, but not stored");
+    // What somebody else holds may stand in the way; then the edit waits.
+    const bool isAlone = !m_isLocked && !m_openers[1 - step.actor].file;
+    if (step.op == Op::Close && !opener.isDeleted && opener.isDirty && isAlone && step.failing == Failing::None)
+        Expect((Only(opener.current) & ~now.inFolders) == 0, "closed, but not stored");
 }
 
 // What is known only after the step.
@@ -448,9 +454,8 @@ void History::Do(const Step& step) {
     Explorer_Fail(Failing::None);
     const Look now = m_world.LookAround();
     Check(step, now);
-    m_doomed |= m_isLocked ? m_mayReplace : 0;  // a file that was moved away under the lock, and holds it too, goes with the lock
     m_look = now;
-    std::erase_if(m_waiting, [&](const auto& waiting) { return !IsOnlyTracked(waiting.second.word); });
+    std::erase_if(m_waiting, [&](const auto& waiting) { return !IsTracked(waiting.second.word); });
     if (!isRefused)
         Settle(step);
     else if (step.op == Op::Open)
@@ -461,13 +466,14 @@ void History::Do(const Step& step) {
 void History::OpenAnew(int place) {
     m_step = std::string("opened anew: ") + kPlaceNames[place];
     const StoredFile* const plain = place == kHome && m_start.isHomeConflictCopy ? nullptr : FileAt(m_look, PathOf(place));
-    const auto waiting = WaitingAt(place);
-    const bool isWaiting = waiting != m_waiting.end() && !plain;  // beside a plain file it is its conflict copy that waits
+    const Waiting* const waiting = plain ? nullptr : WaitingAt(place);  // beside a plain file its conflict copy waits
     const StoredFile* const file = plain ? plain : FileAt(m_look, PathOf(place) + L".zip");
-    if (!isWaiting && (!file || (m_look.keptFolders == 0 && !file->isBare)))
+    if (place == kHome && m_start.isHomeConflictCopy && !file)
+        return;  // an edit that waits for a conflict copy is found only beside it
+    if (!waiting && (!file || (m_look.keptFolders == 0 && !file->isBare)))
         return;  // nothing is known of it, so this is how many a history begins
-    const Word expected = isWaiting ? waiting->second.word : file->word;
-    m_mayReplace = m_mayDrop = isWaiting ? waiting->second.known & ~Only(expected) : 0;
+    const Word expected = waiting ? waiting->word : file->word;
+    m_mayReplace = m_mayDrop = waiting ? waiting->known & ~Only(expected) : 0;
     void* opened = nullptr;
     char data[512];
     std::uint32_t length = 0;
@@ -494,8 +500,8 @@ void History::End() {
         OpenAnew(place);
     m_step = "at the end";
     Expect(!World::HoldsHandles(), "the volume holds a handle");
-    Expect(Explorer_LiveObjects() == 0, "a companion object lives");
-    Expect(m_mayLitter || !m_look.hasLitter, "a temp folder without an owner");
+    Expect(Explorer_LiveObjects() == m_liveBefore, "a companion object lives");
+    Expect(!m_look.hasLitter || m_mayLitter, "a temp folder without an owner");
     for (const auto& [path, file] : m_look.files) {
         Expect(path.find(L'~') == path.npos && !path.ends_with(L".side"), "an unfinished file is left");
         Expect(!file.isBare || m_mayBeBare, "the empty file of a lock is left");
@@ -506,8 +512,6 @@ void History::End() {
 
 std::vector<Step> History::Next() const {
     std::vector<Step> next;
-    if (m_hasBegun && m_onlyOutside && m_waiting.empty())
-        return next;
     for (int actor = 0; actor < 2; ++actor) {
         const Opener& opener = m_openers[actor];
         if (!opener.file) {
@@ -625,8 +629,11 @@ Outcome Run(const Start& start, const std::vector<Step>& steps) {
             history.Do(step);
     Outcome outcome;
     outcome.isRefused = history.isRefused;
+    outcome.isLikeAStart = history.IsLikeAStart();
     outcome.next = history.Next();
     history.End();
     outcome.failure = history.failure;
+    if (!outcome.failure.empty())
+        World::EndProcess();  // what it holds is not to disturb others
     return outcome;
 }

@@ -47,6 +47,7 @@ const std::vector<Start>& Starts();
 struct Outcome {
     std::string failure;     // empty: all was well
     bool isRefused = false;  // the last step
+    bool isLikeAStart = false;  // nothing was opened or locked yet, and no edit waits
     std::vector<Step> next;  // what can be done after the last step
 };
 // Goes through the steps, then closes and unlocks all, opens what is there anew, and looks for what was left behind.
