@@ -63,7 +63,23 @@ std::optional<ContainerEntry> ContainerFile::FirstEntry() {
     const bool isEmpty = archive_entry_size_is_set(entry) && archive_entry_size(entry) == 0;
     if (archive_entry_filetype(entry) != AE_IFREG || !(isEmpty || IsAesEncrypted(opened, entry)))
         return std::nullopt;
+    if (archive_entry_size_is_set(entry))
+        m_contentLeft = static_cast<std::uint64_t>(archive_entry_size(entry));
     return Described(entry);
+}
+
+int ContainerFile::NextBlock(const void** data, std::size_t* length) {
+    archive* const opened = m_archive.get();
+    la_int64_t offset = 0;
+    const int result = archive_read_data_block(opened, data, length, &offset);
+    const bool isTooLong = result == ARCHIVE_OK && m_contentLeft && *length > *m_contentLeft;
+    if (isTooLong || (result == ARCHIVE_EOF && m_contentLeft.value_or(0) != 0)) {
+        archive_set_error(opened, EIO, "The content is not as long as the entry says");
+        return ARCHIVE_FATAL;
+    }
+    if (result == ARCHIVE_OK && m_contentLeft)
+        *m_contentLeft -= *length;
+    return result;
 }
 
 bool ContainerFile::IsLastEntry() {

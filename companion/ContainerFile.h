@@ -39,6 +39,9 @@ public:
 
     // The entry, whose content comes next; nothing when the file is not a container so far.
     std::optional<ContainerEntry> FirstEntry();
+    // The next block of the content: ARCHIVE_OK, ARCHIVE_EOF, or how it failed. Never more than the entry says that it has: a
+    // small file could become anything otherwise. Less is a failure at the end.
+    int NextBlock(const void** data, std::size_t* length);
     // False when the file holds more than the first entry. Its content can be read no more afterwards.
     bool IsLastEntry();
 
@@ -58,6 +61,7 @@ private:
     DWORD m_openError = 0;
     DWORD m_readError = 0;
     std::size_t m_blockBytes;
+    std::optional<std::uint64_t> m_contentLeft;  // as the entry says
     std::unique_ptr<std::uint8_t[]> m_block;
     std::unique_ptr<archive, FreeArchive> m_archive;  // last: it goes first
 };

@@ -17,11 +17,6 @@ namespace {
 
 constexpr std::size_t blockBytes = 256 * 1024;
 
-int ReadContent(archive* opened, const void** data, std::size_t* length) {
-    la_int64_t offset = 0;
-    return archive_read_data_block(opened, data, length, &offset);
-}
-
 // Does the container take this password at its start, and (throughout) does the content then prove to be authentic?
 bool Opens(const std::wstring& path, const std::string& password, bool throughout) {
     ContainerFile container(path, blockBytes);
@@ -32,9 +27,9 @@ bool Opens(const std::wstring& path, const std::string& password, bool throughou
         return false;
     const void* data = nullptr;
     std::size_t length = 0;
-    int result = ReadContent(container.Archive(), &data, &length);
+    int result = container.NextBlock(&data, &length);
     while (throughout && result == ARCHIVE_OK)
-        result = ReadContent(container.Archive(), &data, &length);
+        result = container.NextBlock(&data, &length);
     return result == (throughout ? ARCHIVE_EOF : ARCHIVE_OK);
 }
 
@@ -81,7 +76,7 @@ private:
     std::uint32_t NextBlock() {
         std::size_t length = 0;
         do {
-            const int result = ReadContent(m_file.Archive(), &m_data, &length);
+            const int result = m_file.NextBlock(&m_data, &length);
             if (result == ARCHIVE_EOF)
                 return End();
             // A warning is how the archive library says that a checksum or the authentication code is wrong.

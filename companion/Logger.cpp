@@ -28,9 +28,9 @@ void WriteWhole(HANDLE file, const std::string& line) {
 std::string AsLine(std::wstring text) {
     while (!text.empty() && (text.back() == L'\n' || text.back() == L'\r'))
         text.pop_back();
-    // A file name from elsewhere must not be able to forge a line.
+    // A file name from elsewhere must not be able to forge a line, nor to steer a terminal.
     for (wchar_t& unit : text) {
-        if (unit == L'\n' || unit == L'\r')
+        if (unit < 0x20 || (unit >= 0x7F && unit < 0xA0))
             unit = L' ';
     }
     return ToUtf8Lossy(text) + "\r\n";

@@ -26,6 +26,17 @@ std::wstring NewSideFileName() {
     return name;
 }
 
+// A link or junction, as against what sync clients mark in the same way: what it leads to is none of ours.
+bool IsLink(const std::wstring& folder) {
+    WIN32_FIND_DATAW found{};
+    const HANDLE search = FindFirstFileW(OpenablePath(folder).c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE)
+        return false;
+    FindClose(search);
+    return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
+           (found.dwReserved0 == 0 || IsReparseTagNameSurrogate(found.dwReserved0));
+}
+
 // Those of dead processes. A living writer's is younger than a day or open, and an open one cannot be deleted.
 void RemoveStaleFiles(const std::wstring& folder) {
     constexpr std::uint64_t dayLength = 864'000'000'000;  // in FILETIME units
@@ -122,7 +133,8 @@ void SideFile::CreateAside() {
     }
     if (error == 0)
         return;
-    RemoveDirectoryW(OpenablePath(m_folderPath).c_str());
+    if (error != ERROR_CANT_ACCESS_FILE)
+        RemoveDirectoryW(OpenablePath(m_folderPath).c_str());
     FailWithError(L"The container's folder cannot be written", error);
 }
 
@@ -130,6 +142,8 @@ DWORD SideFile::TryToCreateAside() {
     if (!CreateDirectoryW(OpenablePath(m_folderPath).c_str(), nullptr)) {
         if (const DWORD error = GetLastError(); error != ERROR_ALREADY_EXISTS)
             return error;
+        if (IsLink(m_folderPath))
+            return ERROR_CANT_ACCESS_FILE;
         RemoveStaleFiles(m_folderPath);
     }
     const std::wstring path = m_folderPath + L'\\' + NewSideFileName();
@@ -176,7 +190,8 @@ void SideFile::Remove() noexcept {
             m_path.clear();
         }
         // Fails, as it should, while it holds anything.
-        RemoveDirectoryW(OpenablePath(m_folderPath).c_str());
+        if (!IsLink(m_folderPath))
+            RemoveDirectoryW(OpenablePath(m_folderPath).c_str());
     } catch (...) {
         // No memory for the path: the file stays aside, where nothing takes it for a container.
     }

@@ -181,6 +181,24 @@ TEST_F(ContainersAreOrdinaryZips, SayWhenTheyAreDamaged) {
     EXPECT_EQ(ErrorOf(readOn).substr(0, damaged.size()), damaged);
     EXPECT_EQ(ErrorOf(readOn).substr(0, damaged.size()), damaged);
     EXPECT_EQ(reader->GetDataLength(), 0u);
+
+    // Nothing beyond the size that the entry tells is handed out, and nothing less passes for the whole.
+    const Path other = InDocs("b.txt.zip");
+    Encrypt(other, large);
+    bytes = Load(other);
+    for (const std::uint32_t told : {5u, 999'999u, 1'000'001u}) {
+        bytes.replace(bytes.rfind("PK\1\2") + 24, 4, reinterpret_cast<const char*>(&told), 4);
+        Save(other, bytes);
+        std::size_t handedOut = 0;
+        const std::wstring error = ErrorOf([&] {
+            CHvcStringWImpl otherPath(other.c_str());
+            const Owned<IFileReader> otherReader(companion::MakeReader(&otherPath));
+            while (otherReader->Advance())
+                handedOut += otherReader->GetDataLength();
+        });
+        EXPECT_EQ(error.substr(0, damaged.size()), damaged) << told << " " << handedOut;
+        EXPECT_LE(handedOut, told);
+    }
 }
 
 TEST_F(ContainersAreOrdinaryZips, AreToldFromOtherFiles) {

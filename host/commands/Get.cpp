@@ -53,6 +53,8 @@ void Get(Session& session, const Options& options) {
     const Entry entry = volume.Require(PathArgument(options.path));
     if (entry.IsFolder())
         throw HostError(entry.path.Shown() + ": a folder; get takes one file");
+    if (entry.data.itemType != VIT_PlainFile && !volume.HasRoomFor(static_cast<std::uint64_t>(entry.data.fileSize)))
+        throw HostError(entry.path.Shown() + ": the disk of the temp folder has no room for what is in it");
     LocalTarget target(LocalPath(options.local, entry.Name()));
     CopyOut(volume, entry, target);
     target.Finish(entry.data.lastWriteTime);

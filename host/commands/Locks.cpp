@@ -8,8 +8,8 @@
 namespace {
 
 std::string LockLine(const LockInfo& lock) {
-    return ToUtf8(BoundedText(lock.token)) + "  " + (lock.scope == LockScope_Exclusive ? "exclusive" : "shared   ") + "  " +
-           ToUtf8(BoundedText(lock.owner)) + "\n";
+    return ToShown(BoundedText(lock.token)) + "  " + (lock.scope == LockScope_Exclusive ? "exclusive" : "shared   ") + "  " +
+           ToShown(BoundedText(lock.owner)) + "\n";
 }
 
 void ListLocks(const Volume& volume, const std::string& argument) {

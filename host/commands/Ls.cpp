@@ -29,7 +29,7 @@ std::vector<Entry> Listed(const Volume& volume, const std::string& argument) {
 }
 
 std::string ShownName(const Entry& entry) {
-    return ToUtf8(entry.Name()) + (entry.IsFolder() ? "/" : "");
+    return ToShown(entry.Name()) + (entry.IsFolder() ? "/" : "");
 }
 
 void PrintLong(const std::vector<Entry>& entries) {

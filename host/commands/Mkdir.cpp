@@ -16,6 +16,9 @@ void MakeFolder(const Volume& volume, const VolumePath& path, bool parents) {
     const std::optional<Entry> existing = volume.Find(path);
     if (existing && !existing->IsFolder())
         throw StatusError(path.Shown(), VVS_PathAlreadyExists);
+    volume.RequireFolder(path.Parent());
+    if (!existing)
+        volume.RequireFree(path);
     volume.Open(path, GENERIC_READ, c_shareAll, parents ? OpenOrCreateFolder : CreateNewFolder);
 }
 

@@ -19,7 +19,7 @@ void ListMounts(Session& session) {
     const std::vector<VirtMountInfo> folders = session.GetVolume().MountFolders();
     if (folders.empty()) {
         const std::wstring config = GetVariable(L"QUELCRYPT_CONFIG");
-        throw HostError("no mount folders: the configuration " + (config.empty() ? "" : ToUtf8(config) + " ") + "protects none");
+        throw HostError("no mount folders: the configuration " + (config.empty() ? "" : ToShown(config) + " ") + "protects none");
     }
     std::size_t nameWidth = 0, typeWidth = 0;
     for (const VirtMountInfo& folder : folders) {
@@ -30,8 +30,8 @@ void ListMounts(Session& session) {
     for (const VirtMountInfo& folder : folders) {
         const std::wstring_view name = BoundedText(folder.name);
         const std::string type = TypeStr(folder.type);
-        text += ToUtf8(name) + std::string(nameWidth - name.size() + 2, ' ');
-        text += type + std::string(typeWidth - type.size() + 2, ' ') + ToUtf8(BoundedText(folder.path)) + "\n";
+        text += ToShown(name) + std::string(nameWidth - name.size() + 2, ' ');
+        text += type + std::string(typeWidth - type.size() + 2, ' ') + ToShown(BoundedText(folder.path)) + "\n";
     }
     PrintOut(text);
 }

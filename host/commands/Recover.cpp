@@ -60,13 +60,13 @@ std::string Description(const LeftEdit& edit) {
 std::string ShownDocument(const Volume& volume, const LeftEdit& edit) {
     if (const std::optional<VolumePath> document = DocumentOf(volume, edit))
         return document->Shown();
-    return ToUtf8(edit.container.empty() ? edit.file.filename().native() : edit.container.native());
+    return ToShown(edit.container.empty() ? edit.file.filename().native() : edit.container.native());
 }
 
 void List(Session& session) {
     const Volume& volume = session.GetVolume();
     const LeftBehind left(volume.Temp().Path());
-    const std::vector<LeftEdit> edits = left.Edits();
+    const std::vector<LeftEdit> edits = left.Edits(volume.Get());
     for (const LeftEdit& edit : edits)
         PrintOut(edit.id + "  " + TimeStr(edit.state.lastWriteTime) + "  " + std::to_string(edit.state.size) + "  " +
                  ShownDocument(volume, edit) + "\n          " + Description(edit) + "\n");
@@ -95,7 +95,7 @@ std::vector<LeftEdit> Chosen(const std::vector<LeftEdit>& edits, const std::vect
 void Copy(Session& session, const std::string& id, const std::string& local) {
     const Volume& volume = session.GetVolume();
     const LeftBehind left(volume.Temp().Path());
-    const LeftEdit edit = Chosen(left.Edits(), id);
+    const LeftEdit edit = Chosen(left.Edits(volume.Get()), id);
     LocalTarget target(ToUtf16(local));
     ReadEdit(volume, edit, [&target](const char* data, std::size_t size) { target.Write(data, size); });
     target.Finish(edit.state.lastWriteTime);
@@ -113,7 +113,7 @@ void SaveOne(const Volume& volume, const LeftEdit& edit, const std::optional<Vol
 void Save(Session& session, const Options& options) {
     const Volume& volume = session.GetVolume();
     const LeftBehind left(volume.Temp().Path());
-    const std::vector<LeftEdit> edits = Chosen(left.Edits(), options.ids);
+    const std::vector<LeftEdit> edits = Chosen(left.Edits(volume.Get()), options.ids);
     if (!options.target.empty() && edits.size() != 1)
         throw UsageError("--to is for one edit");
     for (const LeftEdit& edit : edits) {
@@ -134,7 +134,7 @@ void CleanEdits(Session& session) {
     const Volume& volume = session.GetVolume();
     const LeftBehind left(volume.Temp().Path());
     std::size_t kept = 0;
-    for (const LeftEdit& edit : left.Edits()) {
+    for (const LeftEdit& edit : left.Edits(volume.Get())) {
         try {
             const bool gone = edit.state == FileState{};
             const std::optional<VolumePath> saved = gone ? std::nullopt : FindSaved(volume, edit);
@@ -155,17 +155,22 @@ void CleanEdits(Session& session) {
 }
 
 void Discard(Session& session, const Options& options) {
-    const LeftBehind left(session.GetVolume().Temp().Path());
-    for (const LeftEdit& edit : Chosen(left.Edits(), options.ids)) {
-        DeleteEdit(edit);
-        PrintOut(edit.id + " is deleted\n");
+    const Volume& volume = session.GetVolume();
+    const LeftBehind left(volume.Temp().Path());
+    for (const LeftEdit& edit : Chosen(left.Edits(volume.Get()), options.ids)) {
+        try {
+            DeleteEdit(edit);
+            PrintOut(edit.id + " is deleted\n");
+        } catch (const HostError& error) {
+            session.Report(error);
+        }
     }
 }
 
 void CleanCopies() {
     const LeftBehind left{std::filesystem::path()};
     std::size_t kept = 0;
-    const std::size_t deleted = left.DeleteCopies(kept), edits = left.Edits().size();
+    const std::size_t deleted = left.DeleteCopies(kept), edits = left.Edits(nullptr).size();
     PrintOut(std::to_string(deleted) + " decrypted copies were deleted\n");
     if (kept > 0)
         PrintOut(std::to_string(kept) + " are open in a program and stay\n");

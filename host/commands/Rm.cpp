@@ -12,7 +12,10 @@ struct Options {
 };
 
 void RemoveOne(const Volume& volume, const std::string& argument, bool recursive) {
-    const Entry entry = volume.Require(PathArgument(argument));
+    const VolumePath path = PathArgument(argument);
+    if (!volume.Find(path) && volume.RemoveLink(path))
+        return;
+    const Entry entry = volume.Require(path);
     if (entry.path.IsRoot() || entry.path.IsMountFolder())
         throw HostError(entry.path.Shown() + ": a mount folder is removed in the configuration");
     if (entry.IsFolder() && !recursive)

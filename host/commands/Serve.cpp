@@ -57,7 +57,7 @@ webdav::AccessRules MakeRules(const Options& options) {
 
 // Whoever starts the server learns of what waits for a decision; the server itself decides nothing.
 void TellWhatIsLeft(const Volume& volume) {
-    const std::vector<LeftEdit> edits = LeftBehind(volume.Temp().Path()).Edits();
+    const std::vector<LeftEdit> edits = LeftBehind(volume.Temp().Path()).Edits(volume.Get());
     if (!edits.empty())
         PrintError("quelvol: earlier runs left " + std::to_string(edits.size()) +
                    (edits.size() == 1 ? " edit" : " edits") + " that may be unsaved; 'quelvol recover' lists them\n");

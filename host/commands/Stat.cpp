@@ -20,7 +20,7 @@ std::string AttributesStr(std::uint32_t attributes) {
 void Stat(Session& session, const std::string& argument) {
     const Volume& volume = session.GetVolume();
     const Entry entry = volume.Require(PathArgument(argument));
-    std::string text = "Name:        " + ToUtf8(entry.Name()) + "\n";
+    std::string text = "Name:        " + ToShown(entry.Name()) + "\n";
     text += "Type:        " + std::string(TypeWord(entry.data.itemType)) + "\n";
     if (!entry.IsFolder())
         text += "Size:        " + std::to_string(entry.data.fileSize) + "\n";
@@ -30,7 +30,7 @@ void Stat(Session& session, const std::string& argument) {
     text += "Attributes:  " + AttributesStr(entry.data.fileAttributes) + "\n";
     VirtMountInfo mount{};
     if (volume->GetMountInfoByVolumePath(entry.path.Str(), &mount))
-        text += "Mounted at:  " + ToUtf8(BoundedText(mount.path)) + "\n";
+        text += "Mounted at:  " + ToShown(BoundedText(mount.path)) + "\n";
     PrintOut(text);
 }
 

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <cwctype>
-#include <memory>
 
 #include <windows.h>
 
 #include <tlhelp32.h>
 
 #include "core/HostError.h"
+#include "core/OnDisk.h"
 #include "core/TempFolder.h"
 #include "core/Text.h"
 
@@ -19,16 +19,6 @@ namespace {
 constexpr std::wstring_view c_trackingEnd = L".hvf";
 constexpr std::wstring_view c_containerEnd = L".zip";
 constexpr std::size_t c_trackingLimit = 1 << 20;  // bytes; far more than any path needs
-
-struct HandleCloser {
-    using pointer = HANDLE;
-    void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, HandleCloser>;
-
-Handle OwnHandle(HANDLE handle) {
-    return Handle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
-}
 
 std::uint64_t Number(DWORD high, DWORD low) {
     return static_cast<std::uint64_t>(high) << 32 | low;
@@ -42,16 +32,12 @@ FileState StateOf(const fs::path& file) {
             Number(data.nFileSizeHigh, data.nFileSizeLow)};
 }
 
-std::vector<fs::path> Children(const fs::path& folder) {
-    std::vector<fs::path> children;
-    std::error_code error;
-    for (fs::directory_iterator child(folder, error), end; !error && child != end; child.increment(error))
-        children.push_back(child->path());
-    return children;
+FileState StateOfItself(const fs::path& file) {
+    return StandingAt(file.native()) == Standing::Itself ? StateOf(file) : FileState{};
 }
 
-bool IsTrackingFile(const fs::path& file) {
-    return EndsWithNoCase(file.native(), c_trackingEnd);
+bool IsTrackingFile(const std::wstring& name) {
+    return EndsWithNoCase(name, c_trackingEnd);
 }
 
 std::wstring FromNarrow(std::string_view text) {
@@ -61,17 +47,8 @@ std::wstring FromNarrow(std::string_view text) {
     return wide;
 }
 
-// A name as a tracking file tells it, which has no more characters than the system's narrow set.
-std::wstring AsTracked(std::wstring_view name) {
-    const int units = static_cast<int>(name.size());
-    std::string narrow(static_cast<std::size_t>(WideCharToMultiByte(CP_ACP, 0, name.data(), units, nullptr, 0, nullptr, nullptr)), '\0');
-    WideCharToMultiByte(CP_ACP, 0, name.data(), units, narrow.data(), static_cast<int>(narrow.size()), nullptr, nullptr);
-    return FromNarrow(narrow);
-}
-
 std::optional<Tracking> ReadTracking(const fs::path& file) {
-    const Handle handle = OwnHandle(CreateFileW(file.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                                OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const DiskHandle handle = OpenItself(file.native(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
     std::string text(c_trackingLimit, '\0');
     DWORD count = 0;
     if (!handle || !ReadFile(handle.get(), text.data(), static_cast<DWORD>(text.size()), &count, nullptr))
@@ -80,39 +57,11 @@ std::optional<Tracking> ReadTracking(const fs::path& file) {
     return ParseTracking(FromNarrow(text));
 }
 
-// The name in folder that a tracking file tells as tracked; empty when none or more than one could be meant.
-fs::path NameOnDisk(const fs::path& folder, const fs::path& tracked) {
-    std::error_code error;
-    if (fs::exists(folder / tracked, error))
-        return tracked;
-    fs::path found;
-    for (const fs::path& child : Children(folder)) {
-        if (AsTracked(child.filename().native()) != tracked.native())
-            continue;
-        if (!found.empty())
-            return {};
-        found = child.filename();
-    }
-    if (found.empty() && tracked.native().find(L'?') == std::wstring::npos)
-        return tracked;  // it is gone
-    return found;
-}
-
-// The copy has the name of its document, so its name on disk tells the characters that the tracking file could not.
-fs::path ContainerOnDisk(const fs::path& tracked, const fs::path& copy) {
-    const std::wstring copyName = copy.filename().native();
-    fs::path path = tracked.root_path();
-    for (const fs::path& folder : tracked.parent_path().relative_path()) {
-        const fs::path name = NameOnDisk(path, folder);
-        if (name.empty())
-            return {};
-        path /= name;
-    }
-    for (const std::wstring& name : {copyName + std::wstring(c_containerEnd), copyName})
-        if (AsTracked(name) == tracked.filename().native())
-            return path / name;
-    const fs::path name = NameOnDisk(path, tracked.filename());
-    return name.empty() ? fs::path() : path / name;
+// A forged file may name a path of another machine, which would be told who asks; so only what belongs to a mount folder is.
+bool MayBeAskedFor(const std::wstring& container, IVirtualVolume* volume) {
+    const bool isOnDrive = container.size() > 3 && container[1] == L':' && (container[2] == L'\\' || container[2] == L'/');
+    VirtMountInfo mount{};
+    return isOnDrive || (volume && volume->GetMountInfoByNativePath(container.c_str(), &mount));
 }
 
 // FNV-1a: short enough to type, and the same at every look.
@@ -125,32 +74,19 @@ std::string IdOf(const fs::path& file) {
     return digits;
 }
 
-LeftEdit EditOf(const fs::path& trackingFile) {
+LeftEdit EditOf(const fs::path& trackingFile, IVirtualVolume* volume) {
     LeftEdit edit;
     edit.file = fs::path(trackingFile).replace_extension();
     edit.id = IdOf(edit.file);
-    edit.state = StateOf(edit.file);
+    edit.state = StateOfItself(edit.file);
     edit.tracking = ReadTracking(trackingFile);
-    if (edit.tracking)
-        edit.container = ContainerOnDisk(edit.tracking->container, edit.file);
+    if (edit.tracking && edit.tracking->IsContainerKnown() && MayBeAskedFor(edit.tracking->container, volume))
+        edit.container = edit.tracking->container;
     return edit;
 }
 
-// Nobody has the file open, and nobody can open it while the handle lives. Empty when somebody has.
-Handle OpenAlone(const fs::path& file) {
-    const DWORD attributes = GetFileAttributesW(file.c_str());
-    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY) != 0)
-        SetFileAttributesW(file.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
-    return OwnHandle(CreateFileW(file.c_str(), GENERIC_READ | DELETE, 0, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-}
-
-bool DeleteOpen(const Handle& file) {
-    FILE_DISPOSITION_INFO disposition{TRUE};
-    return SetFileInformationByHandle(file.get(), FileDispositionInfo, &disposition, sizeof(disposition));
-}
-
 bool UsesVolume(DWORD processId) {
-    const Handle modules = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, processId));
+    const DiskHandle modules = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, processId));
     MODULEENTRY32W module{};
     module.dwSize = sizeof(module);
     for (BOOL more = modules && Module32FirstW(modules.get(), &module); more; more = Module32NextW(modules.get(), &module))
@@ -162,7 +98,7 @@ bool UsesVolume(DWORD processId) {
 // The programs that have the volume loaded and decrypt into the user's temp folder: quelvol does not.
 std::vector<std::string> OtherPrograms() {
     std::vector<std::string> programs;
-    const Handle processes = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    const DiskHandle processes = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32W process{};
     process.dwSize = sizeof(process);
     for (BOOL more = processes && Process32FirstW(processes.get(), &process); more; more = Process32NextW(processes.get(), &process))
@@ -178,6 +114,8 @@ bool LeftEdit::IsContainer() const {
 }
 
 std::wstring LeftEdit::UploadedName() const {
+    if (!tracking || tracking->containerState != FileState{})  // an upload's own file is always a new one
+        return {};
     const std::wstring name = file.filename().native();
     constexpr std::size_t suffixSize = 9;  // "~1a2b3c4d"
     const std::size_t tilde = name.rfind(L'~');
@@ -200,15 +138,15 @@ LeftEdit::Since LeftEdit::ContainerSince() const {
 }
 
 LeftBehind::LeftBehind(const fs::path& own) {
-    const fs::path base = UserTempFolder();
+    const fs::path base = RealPath(UserTempFolder().native());
     const std::vector<std::string> programs = OtherPrograms();
     if (programs.empty())
         AddCopyFolders(base);
     for (const std::string& program : programs)
-        m_inUse.push_back(program + " uses " + ToUtf8((base / c_copiesFolder).native()));
-    for (const fs::path& child : Children(base))
-        if (IsRunFolder(child) && !EqualNoCase(child.native(), own.native()))
-            Claim(child);
+        m_inUse.push_back(program + " uses " + ToUtf8(OrdinaryPath(base / c_copiesFolder)));
+    for (const std::wstring& name : NamesIn(base.native()))
+        if (IsRunFolder(name) && !EqualNoCase(name, own.filename().native()))
+            Claim(base / name);
 }
 
 LeftBehind::~LeftBehind() {
@@ -220,7 +158,7 @@ void LeftBehind::Claim(const fs::path& runFolder) {
     const HANDLE mark = OpenRunMark(runFolder, OPEN_EXISTING);
     if (mark == INVALID_HANDLE_VALUE) {
         if (GetLastError() == ERROR_SHARING_VIOLATION)
-            m_inUse.push_back("another run of quelvol uses " + ToUtf8(runFolder.native()));
+            m_inUse.push_back("another run of quelvol uses " + ToUtf8(OrdinaryPath(runFolder)));
         return;
     }
     m_marks.push_back(mark);
@@ -228,19 +166,17 @@ void LeftBehind::Claim(const fs::path& runFolder) {
 }
 
 void LeftBehind::AddCopyFolders(const fs::path& base) {
-    for (const fs::path& folder : Children(base / c_copiesFolder)) {
-        const std::wstring name = folder.filename().native();
+    for (const std::wstring& name : NamesIn((base / c_copiesFolder).native()))
         if (name.size() > 3 && EqualNoCase(name.substr(0, 3), L"hvc") && EndsWithNoCase(name, L".tmp"))
-            m_copyFolders.push_back(folder);
-    }
+            m_copyFolders.push_back(base / c_copiesFolder / name);
 }
 
-std::vector<LeftEdit> LeftBehind::Edits() const {
+std::vector<LeftEdit> LeftBehind::Edits(IVirtualVolume* volume) const {
     std::vector<LeftEdit> edits;
     for (const fs::path& folder : m_copyFolders)
-        for (const fs::path& file : Children(folder))
-            if (IsTrackingFile(file))
-                edits.push_back(EditOf(file));
+        for (const std::wstring& name : NamesIn(folder.native()))
+            if (IsTrackingFile(name))
+                edits.push_back(EditOf(folder / name, volume));
     std::sort(edits.begin(), edits.end(),
               [](const LeftEdit& left, const LeftEdit& right) { return left.state.lastWriteTime < right.state.lastWriteTime; });
     return edits;
@@ -249,32 +185,30 @@ std::vector<LeftEdit> LeftBehind::Edits() const {
 std::size_t LeftBehind::DeleteCopies(std::size_t& kept) const {
     std::size_t deleted = 0;
     for (const fs::path& folder : m_copyFolders) {
-        const std::vector<fs::path> files = Children(folder);
-        if (std::any_of(files.begin(), files.end(), IsTrackingFile))
+        const std::vector<std::wstring> names = NamesIn(folder.native());
+        if (std::any_of(names.begin(), names.end(), IsTrackingFile))
             continue;
-        for (const fs::path& file : files) {
-            const Handle handle = OpenAlone(file);
-            ++(handle && DeleteOpen(handle) ? deleted : kept);
-        }
-        if (!files.empty())  // an empty one may be that of a program which starts now
-            RemoveDirectoryW(folder.c_str());
+        for (const std::wstring& name : names)
+            ++(DeleteItself((folder / name).native()) ? deleted : kept);
+        if (!names.empty())  // an empty one may be that of a program which starts now
+            DeleteItself(folder.native());
     }
     return deleted;
 }
 
 void DeleteEdit(const LeftEdit& edit) {
     if (edit.state != FileState{}) {
-        const Handle file = OpenAlone(edit.file);
+        const DiskHandle file = OpenItself(edit.file.native(), DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, 0);
         if (!file)
-            throw LocalError(edit.file.native(), GetLastError());
+            throw LocalError(OrdinaryPath(edit.file), GetLastError());
         const FileState now = StateOf(edit.file);
         if (now.lastWriteTime != edit.state.lastWriteTime || now.size != edit.state.size)
-            throw HostError(ToUtf8(edit.file.native()) + ": it was changed just now, and stays");
+            throw HostError(ToUtf8(OrdinaryPath(edit.file)) + ": it was changed just now, and stays");
         if (!DeleteOpen(file))
-            throw LocalError(edit.file.native(), GetLastError());
+            throw LocalError(OrdinaryPath(edit.file), GetLastError());
     }
     const fs::path trackingFile = edit.file.native() + std::wstring(c_trackingEnd);
-    if (!DeleteFileW(trackingFile.c_str()))
-        throw LocalError(trackingFile.native(), GetLastError());
-    RemoveDirectoryW(edit.file.parent_path().c_str());
+    if (!DeleteItself(trackingFile.native()))
+        throw LocalError(OrdinaryPath(trackingFile), GetLastError());
+    DeleteItself(edit.file.parent_path().native());
 }

@@ -3,7 +3,8 @@
 // lies a tracking file; a copy without one is what its container holds, or held.
 //
 // Nothing of a running program is touched: quelvol marks its own temp folder, for other programs their loaded modules
-// are looked at, and before anything is deleted it is opened so that nobody else can have it open.
+// are looked at, and before anything is deleted it is opened so that nobody else can have it open. No link
+// is followed.
 #pragma once
 
 #include <filesystem>
@@ -12,14 +13,15 @@
 #include <vector>
 
 #include "core/TrackingText.h"
+#include "quelcrypt/IVirtualVolume.h"
 
 // A copy with a tracking file.
 struct LeftEdit {
     std::string id;  // eight hexadecimal digits, the same at every look
-    std::filesystem::path file;
+    std::filesystem::path file;        // a real path, see OnDisk.h
     FileState state;                   // of file, now; all 0 when it is gone
     std::optional<Tracking> tracking;  // nothing: the tracking file cannot be read
-    std::filesystem::path container;   // on disk, or where it was; empty when that is not known
+    std::filesystem::path container;   // on disk, or where it was; empty when that is not known for certain
 
     // Is file not an edit but a container, built to be copied over one that was locked?
     bool IsContainer() const;
@@ -42,7 +44,8 @@ public:
     LeftBehind(const LeftBehind&) = delete;
     LeftBehind& operator=(const LeftBehind&) = delete;
 
-    std::vector<LeftEdit> Edits() const;  // the oldest first
+    // The oldest first. volume tells which paths of other machines are its own; without it none is asked for.
+    std::vector<LeftEdit> Edits(IVirtualVolume* volume) const;
     // Deletes the copies without a tracking file. Returns how many; kept counts those that could not be.
     std::size_t DeleteCopies(std::size_t& kept) const;
     // A line for each place that a running program uses, and which is therefore left alone.

@@ -24,11 +24,19 @@ LocalSource::LocalSource(const std::wstring& path) : m_path(path), m_isStandardI
     if (IsLocalFolder(path))
         throw HostError(ToUtf8(path) + ": a folder; one file at a time is put");
     m_file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    TakeSize();
+}
+
+LocalSource::LocalSource(HANDLE file, const std::wstring& path) : m_path(path), m_file(file), m_isStandardInput(false) {
+    TakeSize();
+}
+
+void LocalSource::TakeSize() {
     LARGE_INTEGER size{};
     if (m_file == INVALID_HANDLE_VALUE || !GetFileSizeEx(m_file, &size)) {
         const DWORD error = GetLastError();
         CloseHandle(m_file);
-        throw LocalError(path, error);
+        throw LocalError(m_path, error);
     }
     m_size = static_cast<std::uint64_t>(size.QuadPart);
 }

@@ -14,6 +14,8 @@ class LocalSource {
 public:
     // Nobody may write the file while it is open here.
     explicit LocalSource(const std::wstring& path);
+    // Takes over a file that is open; path is for messages.
+    LocalSource(HANDLE file, const std::wstring& path);
     ~LocalSource();
     LocalSource(const LocalSource&) = delete;
     LocalSource& operator=(const LocalSource&) = delete;
@@ -27,6 +29,8 @@ public:
     void ReadTimes(VirtFindData& findData) const;
 
 private:
+    void TakeSize();
+
     std::wstring m_path;
     HANDLE m_file;
     bool m_isStandardInput;

@@ -23,11 +23,11 @@ bool ErrorIsTerminal() {
 }  // namespace
 
 Progress::Progress(std::string label, std::uint64_t totalBytes)
-    : m_label(std::move(label)), m_total(totalBytes), m_nextUpdate(m_start + c_patience), m_onTerminal(ErrorIsTerminal()) {}
+    : m_label(ToShown(ToUtf16(label))), m_total(totalBytes), m_nextUpdate(m_start + c_patience), m_onTerminal(ErrorIsTerminal()) {}
 
 Progress::~Progress() {
     if (m_shown)
-        PrintError("\r\x1b[K");
+        DrawOnTerminal("\r\x1b[K");
 }
 
 void Progress::Advance(std::uint64_t bytes) {
@@ -61,6 +61,6 @@ std::string Progress::Line(double seconds) const {
 }
 
 void Progress::Show(const std::string& line) {
-    PrintError("\r" + line + "\x1b[K");
+    DrawOnTerminal("\r" + line + "\x1b[K");
     m_shown = true;
 }

@@ -6,6 +6,7 @@
 #include "core/HostError.h"
 #include "core/Interrupt.h"
 #include "core/LocalFile.h"
+#include "core/OnDisk.h"
 #include "core/Text.h"
 #include "core/Upload.h"
 
@@ -16,7 +17,7 @@ constexpr const wchar_t* c_conflictWords = L" (HalvaneCloud conflicted edit ";
 constexpr std::size_t c_containerEndSize = 4;  // ".zip"
 
 std::string Shown(const LeftEdit& edit) {
-    return ToUtf8(edit.file.native());
+    return ToUtf8(OrdinaryPath(edit.file));
 }
 
 void ReadOpen(const Volume& volume, void* file, const std::string& shown,
@@ -33,7 +34,9 @@ void ReadOpen(const Volume& volume, void* file, const std::string& shown,
 
 // The volume takes the absolute path of a container's document as it stands.
 FileHandle OpenContainer(const Volume& volume, const LeftEdit& edit) {
-    const std::wstring container = edit.file.native();
+    if (StandingAt(edit.file.native()) != Standing::Itself)
+        throw HostError(Shown(edit) + ": a link, which is not followed");
+    const std::wstring container = OrdinaryPath(edit.file);
     void* handle = nullptr;
     const VirtualVolumeStatus status = volume->OpenFile(&handle, container.substr(0, container.size() - c_containerEndSize).c_str(),
                                                         GENERIC_READ, c_shareAll, OPEN_EXISTING, nullptr, nullptr);
@@ -94,7 +97,10 @@ std::optional<VolumePath> DocumentOf(const Volume& volume, const LeftEdit& edit)
 void ReadEdit(const Volume& volume, const LeftEdit& edit, const std::function<void(const char*, std::size_t)>& take) {
     if (edit.IsContainer())
         return ReadOpen(volume, OpenContainer(volume, edit).Get(), Shown(edit), take);
-    LocalSource source(edit.file.native());
+    DiskHandle file = OpenItself(edit.file.native(), GENERIC_READ, FILE_SHARE_READ);
+    if (!file)
+        throw LocalError(OrdinaryPath(edit.file), GetLastError());
+    LocalSource source(file.release(), OrdinaryPath(edit.file));
     std::vector<char> part(c_partSize);
     while (const std::size_t count = source.Read(part.data(), part.size())) {
         StopIfInterrupted();

@@ -1,7 +1,10 @@
 #include "core/TempFolder.h"
 
+#include <sddl.h>
+
 #include "core/Environment.h"
 #include "core/HostError.h"
+#include "core/OnDisk.h"
 #include "core/Text.h"
 
 namespace fs = std::filesystem;
@@ -10,33 +13,60 @@ namespace {
 
 constexpr std::wstring_view c_prefix = L"quelvol-";
 constexpr const wchar_t* c_mark = L"in-use";
+constexpr std::wstring_view c_trackingEnd = L".hvf";
 
 // The volume keeps a tracking file "<temp file>.hvf" beside a decrypted copy until the copy is saved or unchanged.
-bool HoldsUnsavedEdit(const fs::path& folder) {
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(folder))
-        if (EqualNoCase(entry.path().extension().native(), L".hvf"))
+bool IsPartOfEdit(const std::wstring& file) {
+    for (const std::wstring& name : NamesIn(file.substr(0, file.rfind(L'\\'))))
+        if (EndsWithNoCase(name, c_trackingEnd))
             return true;
     return false;
 }
 
-// False when something of it stays.
-bool Remove(const fs::path& folder) {
-    std::error_code ignored;
-    fs::remove_all(folder, ignored);
-    return !fs::exists(folder, ignored);
+bool HoldsEdit(const fs::path& run) {
+    for (const std::wstring& copy : NamesIn((run / c_copiesFolder).native()))
+        for (const std::wstring& name : NamesIn((run / c_copiesFolder / copy).native()))
+            if (EndsWithNoCase(name, c_trackingEnd))
+                return true;
+    return false;
 }
 
-void RemoveWhatKilledRunsLeft(const fs::path& base) {
-    for (const fs::directory_entry& entry : fs::directory_iterator(base)) {
-        if (!IsRunFolder(entry.path()))
-            continue;
-        const HANDLE mark = OpenRunMark(entry.path(), OPEN_EXISTING);
-        if (mark == INVALID_HANDLE_VALUE)  // in use, or no run's folder
-            continue;
-        CloseHandle(mark);
-        if (!HoldsUnsavedEdit(entry.path()))
-            Remove(entry.path());
-    }
+// Removes every copy of a run that has ended but the edits, and the folder when nothing stays: by the mark other runs know it.
+void RemoveCopies(const fs::path& run) {
+    DiskHandle mark = OwnHandle(OpenRunMark(run, OPEN_EXISTING));
+    if (!mark)  // in use, no run's folder, or a link
+        return;
+    bool whole = true;
+    for (const std::wstring& name : NamesIn(run.native()))
+        if (name != c_mark)
+            whole = RemoveItself((run / name).native(), IsPartOfEdit) && whole;
+    mark.reset();
+    if (whole)
+        RemoveItself(run.native(), IsPartOfEdit);
+}
+
+// A folder that only this user may look into.
+bool CreatePrivateFolder(const std::wstring& path) {
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+        return false;
+    const DiskHandle owned(token);
+    alignas(TOKEN_USER) char user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+    DWORD size = 0;
+    wchar_t* sid = nullptr;
+    if (!GetTokenInformation(token, TokenUser, user, sizeof(user), &size) ||
+        !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user)->User.Sid, &sid))
+        return false;
+    const std::wstring rights = L"D:P(A;OICI;FA;;;" + std::wstring(sid) + L")(A;OICI;FA;;;SY)";
+    LocalFree(sid);
+    SECURITY_ATTRIBUTES attributes{sizeof(attributes), nullptr, FALSE};
+    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(rights.c_str(), SDDL_REVISION_1, &attributes.lpSecurityDescriptor, nullptr))
+        return false;
+    const BOOL made = CreateDirectoryW(path.c_str(), &attributes);
+    const DWORD error = GetLastError();
+    LocalFree(attributes.lpSecurityDescriptor);
+    SetLastError(error);
+    return made;
 }
 
 }  // namespace
@@ -46,7 +76,8 @@ bool IsRunFolder(const fs::path& folder) {
 }
 
 HANDLE OpenRunMark(const fs::path& folder, DWORD disposition) {
-    return CreateFileW((folder / c_mark).c_str(), GENERIC_WRITE, 0, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const DiskHandle::pointer mark = OpenItself((folder / c_mark).native(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, 0, disposition).release();
+    return mark ? mark : INVALID_HANDLE_VALUE;
 }
 
 fs::path UserTempFolder() {
@@ -62,35 +93,32 @@ fs::path UserTempFolder() {
 
 TempFolder::TempFolder() : m_originalTmp(GetVariable(L"TMP")), m_originalTemp(GetVariable(L"TEMP")) {
     const fs::path base = UserTempFolder();
-    try {
-        RemoveWhatKilledRunsLeft(base);
-    } catch (const fs::filesystem_error&) {  // another run may be at it, too
-    }
+    const std::wstring real = RealPath(base.native());
+    for (const std::wstring& name : NamesIn(real))
+        if (IsRunFolder(name))
+            RemoveCopies(fs::path(real) / name);
     m_path = base / (std::wstring(c_prefix) + UniqueSuffix());
-    if (!CreateDirectoryW(m_path.c_str(), nullptr) || (m_mark = OpenRunMark(m_path, CREATE_NEW)) == INVALID_HANDLE_VALUE)
+    if (!CreatePrivateFolder(m_path.native()) || (m_realPath = RealPath(m_path.native())).empty() ||
+        (m_mark = OpenRunMark(m_realPath, CREATE_NEW)) == INVALID_HANDLE_VALUE)
         throw LocalError(m_path.native(), GetLastError());
     UseOwn();
 }
 
 TempFolder::~TempFolder() {
     UseOriginal();
-    bool unsaved = true;
-    try {
-        unsaved = HoldsUnsavedEdit(m_path);
-    } catch (const fs::filesystem_error&) {  // then it is kept as well
-    }
     CloseHandle(m_mark);
-    if (unsaved)
+    RemoveCopies(m_realPath);
+    if (StandingAt(m_realPath.native()) == Standing::Nothing)
+        return;
+    if (HoldsEdit(m_realPath))
         PrintError("quelvol: an edit that could not be saved is kept below " + ToUtf8(m_path.native()) + "; 'quelvol recover' shows it\n");
-    else if (!Remove(m_path))
+    else
         PrintError("quelvol: decrypted copies may be left below " + ToUtf8(m_path.native()) + "\n");
 }
 
 void TempFolder::ForgetCopies() const {
-    std::error_code error;
-    for (fs::directory_iterator folder(m_path / c_copiesFolder, error), end; !error && folder != end; folder.increment(error))
-        if (!HoldsUnsavedEdit(folder->path()))
-            Remove(folder->path());
+    for (const std::wstring& name : NamesIn((m_realPath / c_copiesFolder).native()))
+        RemoveItself((m_realPath / c_copiesFolder / name).native(), IsPartOfEdit);
 }
 
 void TempFolder::UseOwn() const {

@@ -1,7 +1,7 @@
 // A temp folder for this run alone. The volume decrypts into the temp folder and keeps copies there for the next open of
 // the same process; when a short run is over nobody would use or remove them, and they are clear text. So the run gets a
-// folder of its own, which goes with it, except for edits that could not be saved. What a killed run left is removed by
-// the next one.
+// folder of its own, which only its user may look into and which goes with it, except for edits that could not be saved.
+// What a killed run left is removed by the next one, copy by copy. No link is followed.
 #pragma once
 
 #include <filesystem>
@@ -16,7 +16,7 @@ inline constexpr const wchar_t* c_copiesFolder = L"HalvaneCloud";
 std::filesystem::path UserTempFolder();
 // Is this, by its name, the temp folder of a run?
 bool IsRunFolder(const std::filesystem::path& folder);
-// Opens the file by which a run marks its folder as long as it lives. INVALID_HANDLE_VALUE: the folder is in use
+// Opens the file by which a run marks its folder, a real path, as long as it lives. INVALID_HANDLE_VALUE: the folder is in use
 // (ERROR_SHARING_VIOLATION), or no run's.
 HANDLE OpenRunMark(const std::filesystem::path& folder, DWORD disposition);
 
@@ -24,8 +24,8 @@ class TempFolder {
 public:
     // Makes the folder and points TMP and TEMP to it. Throws HostError.
     TempFolder();
-    // Puts TMP and TEMP back and removes the folder, unless a tracking file in it tells of an unsaved edit: then the
-    // folder stays and its path is printed.
+    // Puts TMP and TEMP back and removes the folder, but for the copies beside which a tracking file tells of an unsaved edit:
+    // then the path is printed.
     ~TempFolder();
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
@@ -39,7 +39,7 @@ public:
     void UseOriginal() const;
 
 private:
-    std::filesystem::path m_path;
+    std::filesystem::path m_path, m_realPath;  // the second as OnDisk.h has it
     HANDLE m_mark;  // on a file that nobody else can open while this run lives
     std::wstring m_originalTmp, m_originalTemp;
 };

@@ -1,5 +1,6 @@
 #include "core/Text.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
 #include <random>
@@ -32,6 +33,20 @@ bool WriteAll(HANDLE handle, std::string_view utf8) {
         utf8.remove_prefix(written);
     }
     return true;
+}
+
+// Control characters of both sets, the ends of lines, and what turns the direction of text around.
+bool IsActedOn(wchar_t unit) {
+    return unit < 0x20 || (unit >= 0x7F && unit < 0xA0) || unit == 0x200E || unit == 0x200F || (unit >= 0x2028 && unit <= 0x202E) ||
+           (unit >= 0x2066 && unit <= 0x2069) || unit == 0x061C;
+}
+
+std::string Printable(std::string_view utf8) {
+    const int bytes = static_cast<int>(utf8.size());
+    std::wstring text(utf8.size(), L'\0');  // what is not valid becomes U+FFFD
+    text.resize(static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, text.data(), bytes)));
+    std::replace_if(text.begin(), text.end(), [](wchar_t unit) { return unit != L'\n' && unit != L'\t' && IsActedOn(unit); }, L'\xFFFD');
+    return ToUtf8(text);
 }
 
 }  // namespace
@@ -86,11 +101,21 @@ std::string TimeStr(std::uint64_t fileTime) {
     return text;
 }
 
+std::string ToShown(std::wstring_view text) {
+    std::wstring shown(text);
+    std::replace_if(shown.begin(), shown.end(), IsActedOn, L'\xFFFD');
+    return ToUtf8(shown);
+}
+
 void PrintOut(std::string_view utf8) {
-    if (!WriteAll(GetStdHandle(STD_OUTPUT_HANDLE), utf8))
+    if (!WriteAll(GetStdHandle(STD_OUTPUT_HANDLE), Printable(utf8)))
         throw HostError("standard output: " + SystemMessage(GetLastError()));
 }
 
 void PrintError(std::string_view utf8) {
-    WriteAll(GetStdHandle(STD_ERROR_HANDLE), utf8);
+    WriteAll(GetStdHandle(STD_ERROR_HANDLE), Printable(utf8));
+}
+
+void DrawOnTerminal(std::string_view text) {
+    WriteAll(GetStdHandle(STD_ERROR_HANDLE), text);
 }

@@ -31,6 +31,12 @@ std::wstring UniqueSuffix();
 // A FILETIME as local "2024-05-01 12:00:00"; 0, which means unknown, as "-".
 std::string TimeStr(std::uint64_t fileTime);
 
-// PrintOut throws HostError when standard output does not take it (a full disk, a closed pipe).
+// Lenient, for one line that people read: what a terminal would act on becomes U+FFFD, the ends of lines too.
+std::string ToShown(std::wstring_view text);
+
+// Names and texts of others are part of what is printed, so nothing but the ends of lines and tabs reaches a terminal that
+// it would act on. PrintOut throws HostError when standard output does not take it (a full disk, a closed pipe).
 void PrintOut(std::string_view utf8);
 void PrintError(std::string_view utf8);
+// Draws on standard error, with control sequences. text has passed ToShown.
+void DrawOnTerminal(std::string_view text);

@@ -1,5 +1,12 @@
 #include "core/TrackingText.h"
 
+#include <algorithm>
+#include <exception>
+#include <iterator>
+#include <string>
+
+#include "core/Text.h"
+
 namespace {
 
 // The text between start and the first end behind it, which is taken off the front of text with all before it.
@@ -50,7 +57,77 @@ bool TakeState(std::wstring_view& text, FileState& state) {
     return whole;
 }
 
+constexpr std::wstring_view c_substitutes = L"?\xFFFD";
+
+int HexDigit(wchar_t unit) {
+    const std::size_t digit = std::wstring_view(L"0123456789ABCDEF").find(unit);
+    return digit == std::wstring_view::npos ? -1 : static_cast<int>(digit);
+}
+
+bool IsUnreserved(wchar_t unit) {
+    return (unit >= L'a' && unit <= L'z') || (unit >= L'A' && unit <= L'Z') || (unit >= L'0' && unit <= L'9') || unit == L'.' ||
+           unit == L'_' || unit == L'-';
+}
+
+std::optional<std::wstring> Decoded(std::wstring_view text) {
+    std::string utf8;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const int high = text[i] == L'%' && i + 2 < text.size() ? HexDigit(text[i + 1]) : -1;
+        const int low = high < 0 ? -1 : HexDigit(text[i + 2]);
+        if (low >= 0) {
+            utf8 += static_cast<char>(high * 16 + low);
+            i += 2;
+        } else if (IsUnreserved(text[i])) {
+            utf8 += static_cast<char>(text[i]);
+        } else {
+            return std::nullopt;
+        }
+    }
+    try {
+        return ToUtf16(utf8);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+// Could narrow be what is left of full in narrow characters? ASCII has a narrow form everywhere.
+bool IsNarrowForm(std::wstring_view narrow, std::wstring_view full) {
+    const auto ascii = [](std::wstring_view text) {
+        std::wstring kept;
+        std::copy_if(text.begin(), text.end(), std::back_inserter(kept), [](wchar_t unit) { return unit < 0x80 && unit != L'?'; });
+        return kept;
+    };
+    return ascii(narrow) == ascii(full);
+}
+
+// Takes the names from the last line, if it is well formed and tells the same names as the text before it.
+void TakeFullNames(std::wstring_view line, Tracking& tracking) {
+    constexpr std::wstring_view start = L"<!-- utf8: ", end = L" -->", bar = L" | ";
+    const std::size_t begin = std::min(line.find_first_not_of(L"\r\n"), line.size());
+    line = line.substr(begin, line.find_last_not_of(L"\r\n") + 1 - begin);
+    if (!line.starts_with(start) || !line.ends_with(end) || line.size() < start.size() + end.size())
+        return;
+    line = line.substr(start.size(), line.size() - start.size() - end.size());
+    const std::size_t first = line.find(bar), second = first == line.npos ? first : line.find(bar, first + bar.size());
+    if (second == line.npos)
+        return;
+    const auto container = Decoded(line.substr(0, first)), name = Decoded(line.substr(second + bar.size())),
+               copy = Decoded(line.substr(first + bar.size(), second - first - bar.size()));
+    const auto isName = [](const std::optional<std::wstring>& text) { return text && text->find_first_of(L"<>") == text->npos; };
+    if (!isName(container) || !isName(copy) || !isName(name) || !IsNarrowForm(tracking.container, *container) || !IsNarrowForm(tracking.copy, *copy) ||
+        !IsNarrowForm(tracking.name, *name))
+        return;
+    tracking.container = *container;
+    tracking.copy = *copy;
+    tracking.name = *name;
+}
+
 }  // namespace
+
+bool Tracking::IsContainerKnown() const {
+    constexpr std::wstring_view longPrefix = L"\\\\?\\";
+    return container.find_first_of(c_substitutes, container.starts_with(longPrefix) ? longPrefix.size() : 0) == container.npos;
+}
 
 std::optional<Tracking> ParseTracking(std::wstring_view text) {
     Tracking tracking;
@@ -58,6 +135,8 @@ std::optional<Tracking> ParseTracking(std::wstring_view text) {
                        TakeState(text, tracking.containerState) && TakeBetween(text, L"</srcfile>", L"<filespec>") &&
                        TakeName(text, tracking.name) && TakeBetween(text, L"</filespec>", L"<tempfile>") &&
                        TakeName(text, tracking.copy) && TakeState(text, tracking.copyState) &&
-                       text.find(L"</halvanecloud>") != std::wstring_view::npos;
+                       TakeBetween(text, L"</halvanecloud>", L"");
+    if (whole)
+        TakeFullNames(text, tracking);
     return whole && !tracking.container.empty() ? std::optional(std::move(tracking)) : std::nullopt;
 }

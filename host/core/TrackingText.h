@@ -1,6 +1,7 @@
 // The tracking file that the volume keeps beside a decrypted copy ("<copy>.hvf") for as long as the copy may hold an edit that
-// is not in its container: a small XML text. Names stand in it unescaped, so it is no XML for a parser. Text alone; no disk
-// is touched.
+// is not in its container: a small XML text in the system's narrow characters. Names stand in it unescaped, so it is no XML
+// for a parser. When they have other characters, a last line has them in full, percent-encoded:
+// "<!-- utf8: container | copy | document -->". Text alone; no disk is touched.
 #pragma once
 
 #include <cstdint>
@@ -22,6 +23,9 @@ struct Tracking {
     std::wstring name;         // of the document, as shown
     std::wstring copy;         // full path of the copy
     FileState copyState;       // when it was made; nothing is known of a container built aside
+
+    // False: characters of the path are lost, and nothing tells which.
+    bool IsContainerKnown() const;
 };
 
 // Nothing when text is not a whole tracking file.

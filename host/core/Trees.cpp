@@ -3,8 +3,20 @@
 #include "core/HostError.h"
 #include "core/Interrupt.h"
 
+namespace {
+
+void RefuseTooDeep(const VolumePath& path) {
+    if (path.Depth() > c_maxPathComponents)
+        throw HostError(path.Shown() + ": too many folders in each other");
+}
+
+}  // namespace
+
 void RemoveTree(const Volume& volume, const Entry& entry) {
     StopIfInterrupted();
+    RefuseTooDeep(entry.path);
+    if (!volume.IsItself(entry) && volume.RemoveLink(entry.path))
+        return;
     if (entry.IsFolder())
         for (const Entry& child : SortedEntries(volume, entry.path))
             RemoveTree(volume, child);
@@ -19,6 +31,9 @@ void RemoveTree(const Volume& volume, const Entry& entry) {
 
 void CopyTree(const Volume& volume, const Entry& source, const VolumePath& target) {
     StopIfInterrupted();
+    RefuseTooDeep(target);
+    if (!volume.IsItself(source))
+        throw HostError(source.path.Shown() + ": a link, which is not followed");
     if (!source.IsFolder())
         return Check(volume->CopyFileW(source.path.Str(), target.Str(), nullptr), target);
     volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder);

@@ -4,10 +4,10 @@
 
 #include "core/Conflicts.h"
 
-// Deletes the entry, a folder with all that is in it, and makes sure that it is gone. Throws HostError at the first item
-// that stays; what was deleted before that is gone.
+// Deletes the entry, a folder with all that is in it, of a link the link alone, and makes sure that it is gone. Throws
+// HostError at the first item that stays; what was deleted before that is gone.
 void RemoveTree(const Volume& volume, const Entry& entry);
 
 // Copies a file, or a folder with all that is in it, to target, which must not exist, or be a file when replace is set.
-// Throws HostError at the first failure; what was copied before that stays.
+// Throws HostError at the first failure, a link too; what was copied before that stays.
 void CopyTree(const Volume& volume, const Entry& source, const VolumePath& target);

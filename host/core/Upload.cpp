@@ -19,6 +19,8 @@ Upload::Upload(const Volume& volume, const VolumePath& target) : m_volume(volume
     const std::optional<Entry> existing = volume.Find(target);
     if (existing && existing->IsFolder())
         throw HostError(target.Shown() + ": a folder");
+    if (existing)
+        m_target = existing->path;
 
     if (existing && existing->IsConflict()) {
         m_replacedConflict = existing;

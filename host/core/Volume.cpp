@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/HostError.h"
+#include "core/OnDisk.h"
 #include "core/Text.h"
 
 namespace {
@@ -18,6 +19,11 @@ std::wstring ProgramFolder() {
 // The volume does not resolve the name it lists a conflict copy under; its container is "<stem>.zip".
 VolumePath ConflictPath(const VolumePath& folder, std::wstring_view name) {
     return folder.Child(std::wstring(name.substr(0, name.size() - c_conflictEnd.size())) + L".zip");
+}
+
+// The file or folder on disk that an item's path stands for.
+std::wstring NameOnDisk(const Entry& entry) {
+    return entry.path.Name() + (entry.data.itemType == VIT_EncryptedFile ? L".zip" : L"");
 }
 
 VolumePath EntryPath(const VolumePath& folder, const VirtFindData& data) {
@@ -61,15 +67,107 @@ std::vector<VirtMountInfo> Volume::MountFolders() const {
     return folders;
 }
 
+std::wstring Volume::RealMountPath(const wchar_t* path) const {
+    const std::lock_guard guard(m_mutex);
+    std::wstring& real = m_realPaths[path];
+    if (real.empty())
+        real = RealPath(path);
+    while (real.ends_with(L'\\'))
+        real.pop_back();
+    return real;
+}
+
+std::optional<std::wstring> Volume::FolderOnDisk(const VolumePath& folder) const {
+    VirtMountInfo mount{};
+    if (folder.IsRoot() || !m_volume->GetMountInfoByVolumePath(folder.Str(), &mount))
+        return std::nullopt;
+    std::wstring path = RealMountPath(std::wstring(BoundedText(mount.path)).c_str());
+    if (path.empty())
+        return std::nullopt;
+    const std::wstring below = std::wstring(folder.Str()).substr(BoundedText(mount.name).size());
+    path += below;
+    if (!below.empty() && !EqualNoCase(RealPath(path), path))
+        return std::nullopt;
+    return path;
+}
+
+bool Volume::HasRoomFor(std::uint64_t bytes, const VolumePath& folder) const {
+    const auto onDisk = FolderOnDisk(folder);
+    return HasRoom(m_temp.Path().native(), bytes) && (!onDisk || HasRoom(*onDisk, bytes));
+}
+
+VolumePath Volume::Key(const VolumePath& path) const {
+    VirtMountInfo mount{};
+    if (path.IsRoot() || !m_volume->GetMountInfoByVolumePath(path.Str(), &mount))
+        return path;
+    const std::wstring real = RealMountPath(std::wstring(BoundedText(mount.path)).c_str());
+    std::wstring outermost(BoundedText(mount.name)), outermostReal = real;
+    for (const VirtMountInfo& other : MountFolders()) {
+        const std::wstring name(BoundedText(other.name)), place = RealMountPath(std::wstring(BoundedText(other.path)).c_str());
+        const bool holds = !place.empty() && EqualNoCase(real.substr(0, place.size()), place) &&
+                           (real.size() == place.size() || real[place.size()] == L'\\');
+        if (holds && (place.size() < outermostReal.size() || (place.size() == outermostReal.size() && name < outermost))) {
+            outermost = name;
+            outermostReal = place;
+        }
+    }
+    VolumePath key;
+    key = key.Child(outermost + real.substr(outermostReal.size()) + std::wstring(path.Str()).substr(BoundedText(mount.name).size()));
+    return key;
+}
+
+bool Volume::IsItself(const Entry& entry) const {
+    if (entry.path.IsRoot() || entry.path.IsMountFolder())
+        return true;
+    const auto folder = FolderOnDisk(entry.path.Parent());
+    return folder && StandingAt(*folder + L'\\' + NameOnDisk(entry)) == Standing::Itself;
+}
+
+std::optional<std::wstring> Volume::LinkAt(const VolumePath& path) const {
+    const auto folder = path.IsMountFolder() ? std::nullopt : FolderOnDisk(path.Parent());
+    for (const wchar_t* end : {L"", L".zip"}) {
+        const std::wstring name = path.Name() + end;
+        if (folder && StandingAt(*folder + L'\\' + name) == Standing::Link && EqualNoCase(LongName(*folder + L'\\' + name), name))
+            return *folder + L'\\' + name;
+    }
+    return std::nullopt;
+}
+
+bool Volume::RemoveLink(const VolumePath& path) const {
+    const auto link = LinkAt(path);
+    if (link && !RemoveItself(*link))
+        throw HostError(path.Shown() + ": a link, which cannot be deleted without what it leads to");
+    return link.has_value();
+}
+
+std::optional<Entry> Volume::FindByShortName(const VolumePath& path) const {
+    const std::wstring name = path.Name();
+    const auto folder = path.IsMountFolder() || name.find(L'~') == std::wstring::npos ? std::nullopt : FolderOnDisk(path.Parent());
+    for (const std::wstring& end : {std::wstring(), std::wstring(L".zip")}) {
+        const std::wstring own = folder ? LongName(*folder + L'\\' + name + end) : std::wstring();
+        if (own.empty() || EqualNoCase(own, name + end) || !EndsWithNoCase(own, end))
+            continue;
+        const VolumePath ownPath = path.Parent().Child(own.substr(0, own.size() - end.size()));
+        Entry entry{ownPath};
+        if (m_volume->FindFile(ownPath.Str(), &entry.data) && EqualNoCase(entry.Name(), ownPath.Name()) && IsItself(entry))
+            return entry;
+    }
+    return std::nullopt;
+}
+
 std::optional<Entry> Volume::Find(const VolumePath& path) const {
     Entry entry{path};
     const std::wstring name = path.Name();
-    if (m_volume->FindFile(path.Str(), &entry.data) && EqualNoCase(entry.Name(), name))
+    const bool isThere = m_volume->FindFile(path.Str(), &entry.data);
+    if (isThere && EqualNoCase(entry.Name(), name) && IsItself(entry))
         return entry;
+    if (isThere)
+        if (std::optional<Entry> own = FindByShortName(path))
+            return own;
     if (!EndsWithNoCase(name, c_conflictEnd))
         return std::nullopt;
     entry.path = ConflictPath(path.Parent(), name);
-    const bool found = m_volume->FindFile(entry.path.Str(), &entry.data);
+    const bool found = m_volume->FindFile(entry.path.Str(), &entry.data) && IsItself(entry);
     return found && entry.data.itemType == VIT_EncryptedFileInConflict ? std::optional(entry) : std::nullopt;
 }
 
@@ -87,6 +185,8 @@ void Volume::RequireFree(const VolumePath& path, bool encrypted) const {
     if (found && (encrypted || other.data.itemType != VIT_PlainFile))
         throw HostError(path.Shown() + ": it would take the place of " + path.Parent().Child(other.Name()).Shown() +
                         " on disk; use another name");
+    if (LinkAt(path))
+        throw HostError(path.Shown() + ": a link has this name; it leads nowhere here, and rm deletes it");
 }
 
 Entry Volume::Require(const VolumePath& path) const {
@@ -103,6 +203,8 @@ Entry Volume::Require(const VolumePath& path) const {
 void Volume::RequireFolder(const VolumePath& path) const {
     if (!Require(path).IsFolder())
         throw HostError(path.Shown() + ": not a folder");
+    if (!path.IsRoot() && !FolderOnDisk(path))
+        throw HostError(path.Shown() + ": reached through a link or a short name; use its own path");
 }
 
 FileHandle Volume::Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const {
@@ -127,10 +229,12 @@ std::vector<Entry> SortedEntries(const Volume& volume, const VolumePath& folder,
     Search search(volume, folder, pattern);
     for (Entry entry; search.Next(entry);)
         entries.push_back(entry);
-    std::sort(entries.begin(), entries.end(), [](const Entry& left, const Entry& right) {
-        return CompareStringOrdinal(left.data.fileName, -1, right.data.fileName, -1, TRUE) == CSTR_LESS_THAN;
-    });
+    std::sort(entries.begin(), entries.end(), IsBefore);
     return entries;
+}
+
+bool IsBefore(const Entry& left, const Entry& right) {
+    return CompareStringOrdinal(left.data.fileName, -1, right.data.fileName, -1, TRUE) == CSTR_LESS_THAN;
 }
 
 void Check(VirtualVolumeStatus status, const VolumePath& path) {

@@ -3,6 +3,8 @@
 // of one. May be used from any number of threads; a Search belongs to one.
 #pragma once
 
+#include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -79,23 +81,42 @@ public:
 
     std::vector<VirtMountInfo> MountFolders() const;
 
-    // What is listed under this path; nothing when there is no such item. The volume also finds a container by its own name
-    // ("a.txt.zip" for "a.txt"), and by "f.txt" a foreign "f.txt.zip": neither counts, since neither is listed so.
+    // What is listed under this path; nothing when there is no such item. A short name finds the item, whose path then has its
+    // own name. What a link leads to is not there. The volume also finds a container by its own name ("a.txt.zip" for
+    // "a.txt"), and by "f.txt" a foreign "f.txt.zip": neither counts, since neither is listed so.
     std::optional<Entry> Find(const VolumePath& path) const;
+    // Is the item, from a listing, no link, and not reached through one?
+    bool IsItself(const Entry& entry) const;
+    // Deletes the link that stands under this name. False: there is none. Throws HostError when it cannot be deleted
+    // without what it leads to.
+    bool RemoveLink(const VolumePath& path) const;
+    // A folder on disk, if it is a real one: itself, and reached by the own names of folders and through no link.
+    std::optional<std::wstring> FolderOnDisk(const VolumePath& folder) const;
+    // Have the temp folder's disk and that of folder room for content of so many bytes? The copies in clear go to the first.
+    bool HasRoomFor(std::uint64_t bytes, const VolumePath& folder = {}) const;
+    // The path by which all paths of one file can be compared: in the outermost mount folder that it lies in.
+    VolumePath Key(const VolumePath& path) const;
     // The item as it is now, found the way it is opened; nothing when it is gone.
     std::optional<Entry> FindAgain(const Entry& entry) const;
     // Call before storing anything under a path that Find does not find. Throws HostError when it would take the file on
-    // disk of an item with another name. An encrypted "f.txt" would take a foreign "f.txt.zip", a plain one stands beside it:
-    // who does not know which it will be leaves that to the volume.
+    // disk of an item with another name, or the place of a link. An encrypted "f.txt" would take a foreign "f.txt.zip", a
+    // plain one stands beside it: who does not know which it will be leaves that to the volume.
     void RequireFree(const VolumePath& path, bool encrypted = false) const;
     // Find, or throws StatusError with the status that says what is missing: mount folder, folder or file.
     Entry Require(const VolumePath& path) const;
+    // Also throws HostError for what is no real folder (see FolderOnDisk).
     void RequireFolder(const VolumePath& path) const;
 
     // Throws StatusError. Access, sharing and disposition are those of IVirtualVolume::OpenFile.
     FileHandle Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const;
 
 private:
+    std::wstring RealMountPath(const wchar_t* path) const;
+    std::optional<Entry> FindByShortName(const VolumePath& path) const;
+    std::optional<std::wstring> LinkAt(const VolumePath& path) const;
+
+    mutable std::mutex m_mutex;
+    mutable std::map<std::wstring, std::wstring> m_realPaths;  // of mount folders, which stay where they are
     TempFolder m_temp;  // before the module: what is decrypted goes last
     HMODULE m_module = nullptr;
     IVirtualVolume* m_volume = nullptr;
@@ -118,6 +139,9 @@ private:
 
 // The entries of a folder sorted by name, for changing them while walking and for people to read.
 std::vector<Entry> SortedEntries(const Volume& volume, const VolumePath& folder, const wchar_t* pattern = L"*");
+
+// By name.
+bool IsBefore(const Entry& left, const Entry& right);
 
 // Throws StatusError unless status is VVS_Success.
 void Check(VirtualVolumeStatus status, const VolumePath& path);

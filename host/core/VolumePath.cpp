@@ -88,12 +88,19 @@ VolumePath VolumePath::Parse(std::wstring_view text, Wildcards wildcards) {
         }
         begin = end == text.end() ? end : end + 1;
     }
+    if (path.Depth() > c_maxPathComponents)
+        refuse("too many folders in each other");
     return path;
+}
+
+std::size_t VolumePath::Depth() const {
+    return IsRoot() ? 0 : static_cast<std::size_t>(std::count(m_path.begin(), m_path.end(), L'\\')) + 1;
 }
 
 std::string VolumePath::Shown() const {
     std::wstring text = IsRoot() ? L"/" : m_path;
     std::replace(text.begin(), text.end(), L'\\', L'/');
+    std::replace_if(text.begin(), text.end(), [](wchar_t unit) { return unit < 32; }, L'\xFFFD');  // a name is one line
     return ToUtf8(text);
 }
 

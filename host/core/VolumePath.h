@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+constexpr std::size_t c_maxPathComponents = 128;  // folders in each other; whoever goes through trees recurses as deep
+
 class VolumePath {
 public:
     enum class Wildcards { Refused, InLastComponent };
@@ -26,6 +28,8 @@ public:
 
     bool IsRoot() const { return m_path.empty(); }
     bool IsMountFolder() const { return !IsRoot() && m_path.find(L'\\') == std::wstring::npos; }
+    // The number of names in it.
+    std::size_t Depth() const;
     std::wstring Name() const;
     VolumePath Parent() const;
     // name: one component, from the volume's own listing or already checked.

@@ -5,12 +5,11 @@
 #include <utility>
 
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
 namespace {
-
-constexpr std::chrono::seconds c_patience{45};
 
 bool Covers(const ClaimedPath& tree, const VolumePath& path) {
     return tree.use == Use::ChangeTree && IsAtOrInside(path, tree.path);
@@ -24,26 +23,27 @@ bool Disturb(const ClaimedPath& left, const ClaimedPath& right) {
 
 }  // namespace
 
-bool Claims::IsDisturbed(const std::vector<ClaimedPath>& paths) const {
-    for (const std::vector<ClaimedPath>* held : m_held)
+bool Claims::IsDisturbed(const std::vector<ClaimedPath>& paths) {
+    bool isDisturbed = false;
+    for (Claim* const held : m_held)
         for (const ClaimedPath& mine : paths)
-            if (std::any_of(held->begin(), held->end(), [&](const ClaimedPath& other) { return Disturb(mine, other); }))
-                return true;
-    return false;
+            if (std::any_of(held->m_paths.begin(), held->m_paths.end(), [&](const ClaimedPath& other) { return Disturb(mine, other); }))
+                isDisturbed = held->m_isInTheWay = true;
+    return isDisturbed;
 }
 
 Claim::Claim(Claims& claims, std::vector<ClaimedPath> paths) : m_claims(claims), m_paths(std::move(paths)) {
     std::unique_lock guard(m_claims.m_mutex);
-    if (!m_claims.m_released.wait_for(guard, c_patience, [this] { return !m_claims.IsDisturbed(m_paths); }))
+    if (!m_claims.m_released.wait_for(guard, limits::claimPatience, [this] { return !m_claims.IsDisturbed(m_paths); }))
         throw HttpError(503, "the file is being used by another request", {}, {{"Retry-After", "10"}});
-    m_claims.m_held.push_back(&m_paths);
+    m_claims.m_held.push_back(this);
 }
 
 void Claim::Release() {
     if (!std::exchange(m_held, false))
         return;
     const std::lock_guard guard(m_claims.m_mutex);
-    m_claims.m_held.remove(&m_paths);
+    m_claims.m_held.remove(this);
     m_claims.m_released.notify_all();
 }
 

@@ -2,6 +2,7 @@
 // was before or after a write, never between, and a tree is not changed while it is moved.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <list>
 #include <mutex>
@@ -18,14 +19,17 @@ struct ClaimedPath {
     Use use;
 };
 
+class Claim;
+
 class Claims {
 private:
     friend class Claim;
-    bool IsDisturbed(const std::vector<ClaimedPath>& paths) const;
+    // Lets those who are in the way know.
+    bool IsDisturbed(const std::vector<ClaimedPath>& paths);
 
     std::mutex m_mutex;
     std::condition_variable m_released;
-    std::list<const std::vector<ClaimedPath>*> m_held;
+    std::list<Claim*> m_held;
 };
 
 // A claim on some paths, held as long as the object lives or until it is released.
@@ -38,9 +42,13 @@ public:
     Claim(const Claim&) = delete;
     Claim& operator=(const Claim&) = delete;
     void Release();
+    // Somebody waits for this claim to end.
+    bool IsInTheWay() const { return m_isInTheWay; }
 
 private:
+    friend class Claims;
     Claims& m_claims;
+    std::atomic<bool> m_isInTheWay{false};
     std::vector<ClaimedPath> m_paths;
     bool m_held = true;
 };

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
@@ -70,6 +71,7 @@ IfHeader ParseIf(std::string_view text) {
     Scanner scanner(text);
     std::string resource;
     bool tagIsUsed = true;
+    std::size_t conditions = 0;
     while (!scanner.AtEnd()) {
         if (scanner.Take('<')) {
             resource = scanner.TakeUpTo('>');
@@ -81,7 +83,10 @@ IfHeader ParseIf(std::string_view text) {
             throw HttpError(400, "the If field is not made of lists");
         IfList list{resource, {}};
         while (!scanner.Take(')'))
-            list.conditions.push_back(ParseCondition(scanner));
+            if (++conditions <= limits::ifConditions)
+                list.conditions.push_back(ParseCondition(scanner));
+            else
+                throw HttpError(400, "the If field has too many conditions");
         if (list.conditions.empty())
             throw HttpError(400, "the If field has an empty list");
         header.push_back(std::move(list));

@@ -10,6 +10,7 @@
 #include <boost/beast/http.hpp>
 
 #include "core/Text.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
@@ -21,49 +22,27 @@ using boost::asio::ip::tcp;
 using Clock = std::chrono::steady_clock;
 using ErrorCode = boost::system::error_code;
 
-constexpr std::size_t c_headerLimit = 32 * 1024;
-constexpr std::size_t c_bufferSize = 64 * 1024;  // with less, uploads come in drops
 constexpr std::size_t c_writeSize = 32 * 1024;
-constexpr std::size_t c_drainLimit = 256 * 1024;
-constexpr std::chrono::seconds c_idleTime{75}, c_headerTime{20}, c_stallTime{60}, c_lingerTime{2};
 constexpr std::chrono::milliseconds c_turn{200};
-constexpr int c_slowestBytesPerSecond = 1024;
 
-// The socket with a deadline for what is being read. A body's deadline moves on with every byte, so that a slow client may
-// take long, but not for ever.
+// The socket, which never blocks, with a deadline for what is being read or written. The deadline of a body or an answer
+// moves on with every byte, so that a slow client may take long, but not for ever.
 class TimedSocket {
 public:
-    TimedSocket(tcp::socket& socket, const std::atomic<bool>& isStopping) : m_socket(socket), m_isStopping(isStopping) {
+    TimedSocket(tcp::socket& socket, ConnectionState& state) : m_socket(socket), m_mustLeave(state.mustLeave), m_isSlow(state.isSlow) {
         ErrorCode ignored;
         m_socket.set_option(tcp::no_delay(true), ignored);
-        const DWORD milliseconds = static_cast<DWORD>(std::chrono::milliseconds(c_stallTime).count());
-        setsockopt(m_socket.native_handle(), SOL_SOCKET, SO_SNDTIMEO, reinterpret_cast<const char*>(&milliseconds),
-                   sizeof(milliseconds));
+        m_socket.non_blocking(true, ignored);
     }
 
-    void ExpectWithin(Clock::duration time) {
-        m_deadline = Clock::now() + time;
-        m_extends = false;
-    }
-    void ExpectBody() {
-        ExpectWithin(c_stallTime);
-        m_extends = true;
-    }
+    void ExpectWithin(Clock::duration time) { m_reading = {Clock::now() + time, {}, 0}; }
+    void ExpectBody() { m_reading = Deadline::Moving(limits::bodyStall, limits::bodyBytesPerSecond); }
+    void ExpectAnswerTaken() { m_writing = Deadline::Moving(limits::answerStall, limits::answerBytesPerSecond); }
 
     template <class Buffers>
     std::size_t read_some(const Buffers& buffers, ErrorCode& error) {
-        do {
-            const bool isStopping = m_isStopping && !m_isLeaving;
-            if (isStopping || Clock::now() >= m_deadline) {
-                error = isStopping ? boost::asio::error::operation_aborted : boost::asio::error::timed_out;
-                return 0;
-            }
-        } while (!WaitForData());
-        const std::size_t count = m_socket.read_some(buffers, error);
-        if (m_extends) {
-            const auto earned = std::chrono::milliseconds(count * 1000 / c_slowestBytesPerSecond);
-            m_deadline = std::min(m_deadline + earned, Clock::now() + c_stallTime);
-        }
+        const std::size_t count = WhenReady(m_reading, !m_isLeaving, [&] { return m_socket.read_some(buffers, error); }, error);
+        m_bytesReceived += count;
         return count;
     }
     template <class Buffers>
@@ -73,7 +52,7 @@ public:
 
     template <class Buffers>
     std::size_t write_some(const Buffers& buffers, ErrorCode& error) {
-        const std::size_t count = m_socket.write_some(buffers, error);
+        const std::size_t count = WhenReady(m_writing, false, [&] { return m_socket.write_some(buffers, error); }, error);
         m_bytesSent += count;
         return count;
     }
@@ -83,12 +62,13 @@ public:
     }
 
     std::uint64_t BytesSent() const { return m_bytesSent; }
+    std::uint64_t BytesReceived() const { return m_bytesReceived; }
 
     // Says goodbye so that the client reads the last answer even while it is still sending.
     void Leave() {
         ErrorCode error;
         m_socket.shutdown(tcp::socket::shutdown_send, error);
-        ExpectWithin(c_lingerTime);
+        ExpectWithin(m_mustLeave ? Clock::duration() : limits::lingerTime);
         m_isLeaving = true;
         char dropped[4096];
         while (!error)
@@ -97,6 +77,24 @@ public:
     }
 
 private:
+    struct Deadline {
+        Clock::time_point time;
+        Clock::duration stall;         // the furthest that it moves on from now
+        std::uint64_t bytesPerSecond;  // 0: it does not move
+        Clock::time_point start{};
+        std::uint64_t bytes = 0;  // since then
+
+        static Deadline Moving(Clock::duration stall, std::uint64_t bytesPerSecond) {
+            const Clock::time_point now = Clock::now();
+            return {now + stall, stall, bytesPerSecond, now};
+        }
+        bool IsSlow() const {
+            const auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start);
+            return bytesPerSecond != 0 && elapsed > limits::slowAfter &&
+                   bytes < static_cast<std::uint64_t>(elapsed.count()) * limits::slowBytesPerSecond;
+        }
+    };
+
     template <class Operation>
     static std::size_t Checked(Operation operation) {
         ErrorCode error;
@@ -106,23 +104,49 @@ private:
         return count;
     }
 
+    template <class Operation>
+    std::size_t WhenReady(Deadline& deadline, bool mayBeToldToLeave, Operation operation, ErrorCode& error) {
+        const bool forReading = &deadline == &m_reading;
+        for (;;) {
+            const bool leaves = mayBeToldToLeave && m_mustLeave;
+            if (leaves || Clock::now() >= deadline.time) {
+                error = leaves ? boost::asio::error::operation_aborted : boost::asio::error::timed_out;
+                return 0;
+            }
+            m_isSlow = deadline.IsSlow();
+            if (!Wait(deadline.time, forReading))
+                continue;
+            error = {};
+            const std::size_t count = operation();
+            if (error == boost::asio::error::would_block || error == boost::asio::error::try_again)
+                continue;
+            if (deadline.bytesPerSecond != 0) {
+                const auto earned = std::chrono::milliseconds(count * 1000 / deadline.bytesPerSecond);
+                deadline.time = std::min(deadline.time + earned, Clock::now() + deadline.stall);
+                deadline.bytes += count;
+            }
+            m_isSlow = false;  // what is done with the bytes takes as long as it takes
+            return count;
+        }
+    }
+
     // In short turns: a thread that waits inside of a read is not woken by what other threads do to the socket.
-    bool WaitForData() {
-        const auto left = std::chrono::duration_cast<std::chrono::microseconds>(m_deadline - Clock::now());
+    bool Wait(Clock::time_point until, bool forReading) {
+        const auto left = std::chrono::duration_cast<std::chrono::microseconds>(until - Clock::now());
         const auto turn = std::clamp(left, std::chrono::microseconds(0), std::chrono::microseconds(c_turn));
         fd_set sockets;
         FD_ZERO(&sockets);
         FD_SET(m_socket.native_handle(), &sockets);
         timeval patience{0, static_cast<long>(turn.count())};
-        return select(0, &sockets, nullptr, nullptr, &patience) != 0;
+        return select(0, forReading ? &sockets : nullptr, forReading ? nullptr : &sockets, nullptr, &patience) != 0;
     }
 
     tcp::socket& m_socket;
-    const std::atomic<bool>& m_isStopping;
-    Clock::time_point m_deadline;
-    bool m_extends = false;
+    const std::atomic<bool>& m_mustLeave;
+    std::atomic<bool>& m_isSlow;
+    Deadline m_reading{}, m_writing{};
     bool m_isLeaving = false;
-    std::uint64_t m_bytesSent = 0;
+    std::uint64_t m_bytesSent = 0, m_bytesReceived = 0;
 };
 
 using Parser = http::request_parser<http::buffer_body>;
@@ -137,7 +161,8 @@ class BeastBody : public RequestBody {
 public:
     BeastBody(TimedSocket& socket, beast::flat_buffer& buffer, Parser& parser)
         : m_socket(socket), m_buffer(buffer), m_parser(parser),
-          m_awaitsContinue(EqualToken(parser.get()[http::field::expect], "100-continue")) {
+          m_awaitsContinue(EqualToken(parser.get()[http::field::expect], "100-continue")),
+          m_receivedBefore(socket.BytesReceived() - buffer.size()) {
         m_socket.ExpectBody();
     }
 
@@ -147,41 +172,58 @@ public:
         if (m_parser.is_done())
             return 0;
         ErrorCode error;
+        m_socket.ExpectAnswerTaken();
         if (std::exchange(m_awaitsContinue, false))
             boost::asio::write(m_socket, boost::asio::buffer(std::string_view("HTTP/1.1 100 Continue\r\n\r\n")), error);
         m_parser.get().body().data = data;
         m_parser.get().body().size = capacity;
-        if (!error)
-            http::read(m_socket, m_buffer, m_parser, error);
+        while (!error && !m_parser.is_done() && m_parser.get().body().size > 0) {
+            http::read_some(m_socket, m_buffer, m_parser, error);
+            RefuseMuchFraming(capacity - m_parser.get().body().size);
+        }
+        if (error == http::error::buffer_overflow)
+            throw HttpError(413, "the body of the request: a chunk's header or the trailer is too long");
         if (IsMalformed(error))
             throw HttpError(400, "the body of the request: " + error.message());
         if (error && error != http::error::need_buffer)
             throw ConnectionLost("the request broke off: " + error.message());
-        return capacity - m_parser.get().body().size;
+        const std::size_t count = capacity - m_parser.get().body().size;
+        m_bodyBytes += count;
+        return count;
     }
 
     // Reads what the handler left, so that the next request can be found. False: too much, or the client waits.
     bool Drain() {
         char dropped[4096];
-        std::size_t total = 0;
-        while (!m_parser.is_done() && !m_awaitsContinue && total < c_drainLimit)
-            total += Read(dropped, sizeof(dropped));
+        const std::uint64_t before = m_socket.BytesReceived();
+        m_socket.ExpectWithin(limits::lingerTime);
+        while (!m_parser.is_done() && !m_awaitsContinue && m_socket.BytesReceived() - before < limits::drainBytes)
+            Read(dropped, sizeof(dropped));
         return m_parser.is_done();
     }
 
 private:
+    // What is no body has a limit of its own, however little of it comes at a time.
+    void RefuseMuchFraming(std::uint64_t newBytes) const {
+        const std::uint64_t body = m_bodyBytes + newBytes, all = m_socket.BytesReceived() - m_receivedBefore - m_buffer.size();
+        if (all > body + body * limits::framingPerBodyByte + limits::framingBytes)
+            throw HttpError(413, "the body of the request: its chunks are mostly headers");
+    }
+
     TimedSocket& m_socket;
     beast::flat_buffer& m_buffer;
     Parser& m_parser;
     bool m_awaitsContinue;
+    std::uint64_t m_receivedBefore, m_bodyBytes = 0;
 };
 
 class BeastResponse : public Response {
 public:
-    BeastResponse(TimedSocket& socket, unsigned version, bool isHead, bool keepAlive)
-        : m_socket(socket), m_version(version), m_isHead(isHead), m_keepAlive(keepAlive) {}
+    BeastResponse(TimedSocket& socket, ConnectionState& state, unsigned version, bool isHead, bool keepAlive)
+        : m_socket(socket), m_state(state), m_version(version), m_isHead(isHead), m_keepAlive(keepAlive) {}
 
     void Begin(int status, const Fields& fields, std::optional<std::uint64_t> length) override {
+        m_socket.ExpectAnswerTaken();
         m_message.result(static_cast<unsigned>(status));
         m_message.version(m_version);
         m_message.set(http::field::date, HttpDate(Now()));
@@ -218,6 +260,8 @@ public:
     }
 
     bool HasBegun() const override { return m_serializer.has_value(); }
+    void CloseAfterwards() override { m_keepAlive = false; }
+    void LetIn() override { m_state.wasLetIn = true; }
 
     void Finish() {
         if (!HasBegun())
@@ -230,7 +274,6 @@ public:
 
     int Status() const { return static_cast<int>(m_message.result_int()); }
     bool KeepAlive() const { return m_keepAlive; }
-    void CloseAfterwards() { m_keepAlive = false; }
 
 private:
     void Flush() {
@@ -254,6 +297,7 @@ private:
     }
 
     TimedSocket& m_socket;
+    ConnectionState& m_state;
     unsigned m_version;
     bool m_isHead, m_keepAlive;
     bool m_hasBody = false;
@@ -262,27 +306,24 @@ private:
     std::string m_pending;
 };
 
-Request TakeRequest(const Parser& parser) {
+Request TakeRequest(const Parser& parser, const ConnectionState& state) {
     const auto& header = parser.get();
-    Request request{std::string(header.method_string()), std::string(header.target()), {}};
+    Request request{std::string(header.method_string()), std::string(header.target()), {}, state.peer, state.wasLetIn};
     for (const auto& field : header)
         request.fields.emplace_back(std::string(field.name_string()), std::string(field.value()));
     return request;
 }
 
-// A target may hold anything; a line of the log is one line.
 void LogRequest(const Request& request, int status, std::uint64_t bytes, Clock::duration time) {
-    std::string target = request.target;
-    std::replace_if(target.begin(), target.end(), [](unsigned char unit) { return unit < 32 || unit == 127; }, '?');
     char figures[96];
     std::snprintf(figures, sizeof(figures), " %d %llu bytes %.1f ms\n", status, static_cast<unsigned long long>(bytes),
                   std::chrono::duration<double, std::milli>(time).count());
-    PrintError(request.method + " " + target + figures);
+    PrintError(request.method + " " + request.target + figures);  // neither can hold the end of a line
 }
 
 // What to answer when the header cannot be read; 0: nothing, the client is gone.
 int StatusOfHeaderError(const ErrorCode& error) {
-    if (error == http::error::header_limit)
+    if (error == http::error::header_limit || error == http::error::buffer_overflow)
         return 431;
     if (error == boost::asio::error::timed_out)
         return 408;
@@ -298,36 +339,43 @@ bool IsUnknownCoding(const Parser& parser) {
 bool WaitForFirstByte(TimedSocket& socket, beast::flat_buffer& buffer) {
     if (buffer.size() > 0)
         return true;
-    socket.ExpectWithin(c_idleTime);
+    socket.ExpectWithin(limits::idleTime);
     ErrorCode error;
-    buffer.commit(socket.read_some(buffer.prepare(c_bufferSize), error));
+    buffer.commit(socket.read_some(buffer.prepare(limits::bufferBytes), error));
     return !error && buffer.size() > 0;
 }
 
+// 0: a request has come in whose body can be read; else what to answer to what came, or -1: nothing, the client is gone.
+int ReadHeader(TimedSocket& socket, beast::flat_buffer& buffer, Parser& parser) {
+    parser.header_limit(limits::headerBytes);
+    parser.body_limit(boost::none);
+    socket.ExpectWithin(limits::headerTime);
+    ErrorCode error;
+    http::read_header(socket, buffer, parser, error);
+    if (!error)
+        return IsUnknownCoding(parser) ? 501 : 0;
+    const int status = StatusOfHeaderError(error);
+    return status != 0 ? status : -1;
+}
+
 // False: the connection ends.
-bool ServeOne(TimedSocket& socket, beast::flat_buffer& buffer, const Handler& handler, bool logRequests) {
+bool ServeOne(TimedSocket& socket, beast::flat_buffer& buffer, const Handler& handler, bool logRequests, ConnectionState& state) {
+    state.isWaiting = true;
+    state.isSlow = false;
     if (!WaitForFirstByte(socket, buffer))
         return false;
     const Clock::time_point start = Clock::now();
     const std::uint64_t sentBefore = socket.BytesSent();
     Parser parser;
-    parser.header_limit(c_headerLimit);
-    parser.body_limit(boost::none);
-    socket.ExpectWithin(c_headerTime);
-    ErrorCode error;
-    http::read_header(socket, buffer, parser, error);
-    if (error) {
-        if (const int status = StatusOfHeaderError(error))
-            BeastResponse(socket, 11, false, false).Begin(status, {}, 0);
+    const int problem = ReadHeader(socket, buffer, parser);
+    if (problem > 0)
+        BeastResponse(socket, state, 11, false, false).Begin(problem, {}, 0);
+    if (problem != 0)
         return false;
-    }
-    if (IsUnknownCoding(parser)) {
-        BeastResponse(socket, 11, false, false).Begin(501, {}, 0);
-        return false;
-    }
-    const Request request = TakeRequest(parser);
+    state.isWaiting = false;
+    const Request request = TakeRequest(parser, state);
     BeastBody body(socket, buffer, parser);
-    BeastResponse response(socket, parser.get().version(), request.method == "HEAD", parser.get().keep_alive());
+    BeastResponse response(socket, state, parser.get().version(), request.method == "HEAD", parser.get().keep_alive());
     bool goesOn = true;
     try {
         handler(request, body, response);
@@ -343,24 +391,29 @@ bool ServeOne(TimedSocket& socket, beast::flat_buffer& buffer, const Handler& ha
 
 }  // namespace
 
-void ServeConnection(tcp::socket& plainSocket, const Handler& handler, bool logRequests, const std::atomic<bool>& isStopping) {
-    TimedSocket socket(plainSocket, isStopping);
+void ServeConnection(tcp::socket& plainSocket, const Handler& handler, bool logRequests, ConnectionState& state) noexcept {
     try {
-        beast::flat_buffer buffer;
-        buffer.reserve(c_bufferSize);
-        while (!isStopping && ServeOne(socket, buffer, handler, logRequests)) {
+        TimedSocket socket(plainSocket, state);
+        try {
+            beast::flat_buffer buffer(limits::bufferBytes);
+            buffer.reserve(limits::bufferBytes);
+            while (!state.mustLeave && ServeOne(socket, buffer, handler, logRequests, state)) {
+            }
+        } catch (const std::exception&) {
+            // Nobody is left to be told.
         }
-    } catch (const std::exception&) {
-        // Nobody is left to be told.
+        state.isWaiting = true;  // who lingers makes room as well
+        socket.Leave();
+    } catch (...) {
+        // The connection's place is free whatever happened.
     }
-    socket.Leave();
 }
 
 void RefuseConnection(tcp::socket& plainSocket) {
     ErrorCode ignored;
-    boost::asio::write(plainSocket, boost::asio::buffer(std::string_view("HTTP/1.1 503 Service Unavailable\r\nRetry-After: 5\r\n"
-                                                                         "Content-Length: 0\r\nConnection: close\r\n\r\n")),
-                       ignored);
+    plainSocket.write_some(boost::asio::buffer(std::string_view("HTTP/1.1 503 Service Unavailable\r\nRetry-After: 5\r\n"
+                                                                "Content-Length: 0\r\nConnection: close\r\n\r\n")),
+                           ignored);
     plainSocket.close(ignored);
 }
 

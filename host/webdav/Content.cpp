@@ -12,7 +12,8 @@ namespace webdav {
 
 namespace {
 
-constexpr std::size_t c_partSize = 256 * 1024;
+constexpr std::size_t c_partSize = 64 * 1024;
+constexpr std::size_t c_writeSize = 64 * 1024;
 constexpr std::uint64_t c_unixEpoch = 11'644'473'600;  // seconds after that of a FILETIME
 
 // A document that browsers run scripts from must not do so in the name of this site, where it could reach every file.
@@ -51,23 +52,56 @@ bool RangeIsWanted(const Exchange& exchange, const Resource& file) {
                                                    : *ifRange == HttpDate(file.entry->data.lastWriteTime);
 }
 
-// The whole range as it is now, kept aside: an open handle of a locked file would outlast the lock and stand against the next.
-void SendLockedContent(Exchange& exchange, const Resource& file, const ByteRange& range, int status, const Fields& fields,
-                       Claim& claim) {
-    Spool spool;
-    {
-        FileReader reader(exchange.state.volume, file.entry->path);
-        for (std::uint64_t done = 0; done < range.length;) {
-            const std::string_view part = reader.Read(range.first + done, range.length - done);
+// What is left of the range as it is now, kept aside for a client that may take long.
+class KeptAside {
+public:
+    KeptAside(const Exchange& exchange, const Resource& file, FileReader& reader, std::uint64_t first, std::uint64_t length) {
+        if (!exchange.state.volume.HasRoomFor(length))
+            throw HttpError(507, "the disk of the temp folder is full");
+        for (std::uint64_t done = 0; done < length;) {
+            const std::string_view part = reader.Read(first + done, length - done);
             if (part.empty())
                 throw HostError(file.path.Shown() + ": it ends before its size");
-            spool.Append(part);
+            m_spool.Append(part);
             done += part.size();
         }
     }
+    void Send(Response& response) {
+        m_spool.ForEach([&](std::string_view part) { response.Write(part); });
+    }
+
+private:
+    Spool m_spool;
+};
+
+// An open handle of a locked file would outlast the lock and stand against the next.
+void SendLockedContent(Exchange& exchange, const Resource& file, const ByteRange& range, int status, const Fields& fields,
+                       Claim& claim) {
+    std::optional<FileReader> reader(std::in_place, exchange.state.volume, file.entry->path);
+    KeptAside content(exchange, file, *reader, range.first, range.length);
+    reader.reset();
     claim.Release();
     exchange.response.Begin(status, fields, range.length);
-    spool.ForEach([&](std::string_view part) { exchange.response.Write(part); });
+    content.Send(exchange.response);
+}
+
+// A writer of a plain file waits for its readers, so they do not make it wait for their clients.
+void SendReleasing(Exchange& exchange, const Resource& file, const ByteRange& range, FileReader& reader, std::string_view part,
+                   Claim& claim) {
+    for (std::uint64_t done = 0; done < range.length;) {
+        if (part.empty())
+            throw HostError(file.path.Shown() + ": it ends before its size");
+        for (std::string_view rest = part; !rest.empty(); rest.remove_prefix(std::min(rest.size(), c_writeSize)))
+            exchange.response.Write(rest.substr(0, c_writeSize));
+        done += part.size();
+        if (done < range.length && claim.IsInTheWay()) {
+            KeptAside content(exchange, file, reader, range.first + done, range.length - done);
+            reader.Close();
+            claim.Release();
+            return content.Send(exchange.response);
+        }
+        part = done < range.length ? reader.Read(range.first + done, std::min<std::uint64_t>(range.length - done, c_writeSize)) : part;
+    }
 }
 
 void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
@@ -86,15 +120,20 @@ void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
     if (exchange.request.method == "HEAD" || range.length == 0)
         return exchange.response.Begin(status, fields, range.length);
 
-    if (!exchange.state.locks.Covering(file.path).empty())
+    if (file.entry->data.itemType != VIT_PlainFile && !exchange.state.volume.HasRoomFor(size))
+        throw HttpError(507, "the disk of the temp folder has no room for what is in it");
+    if (!exchange.state.locks.Covering(file.key).empty())
         return SendLockedContent(exchange, file, range, status, fields, claim);
 
     FileReader reader(exchange.state.volume, file.entry->path);
     std::string_view part = reader.Read(range.first, range.length);
     // From its first read on, an encrypted file is read from a copy of its own, which later writers do not touch.
-    if (file.entry->data.itemType != VIT_PlainFile || part.size() == range.length)
+    const bool isOwnCopy = file.entry->data.itemType != VIT_PlainFile || part.size() == range.length;
+    if (isOwnCopy)
         claim.Release();
     exchange.response.Begin(status, fields, range.length);
+    if (!isOwnCopy)
+        return SendReleasing(exchange, file, range, reader, part, claim);
     for (std::uint64_t done = 0; done < range.length; part = reader.Read(range.first + done, range.length - done)) {
         if (part.empty())
             throw HostError(file.path.Shown() + ": it ends before its size");
@@ -108,6 +147,11 @@ std::uint64_t UploadTime(const Request& request) {
     const auto field = request.Field("X-OC-Mtime");
     const auto seconds = field ? ParseNumber(std::string_view(*field).substr(0, field->find('.'))) : std::nullopt;
     return seconds && *seconds < 100'000'000'000 ? (*seconds + c_unixEpoch) * c_second : 0;
+}
+
+void RequireRoom(const Exchange& exchange, std::uint64_t bytes) {
+    if (!exchange.state.volume.HasRoomFor(bytes, exchange.path.Parent()))
+        throw HttpError(507, "the disk has no room for it");
 }
 
 void CheckPut(const Exchange& exchange, const Resource& target) {
@@ -135,7 +179,7 @@ VolumePath Store(const Volume& volume, const Resource& target, Spool& spool, con
 }  // namespace
 
 void AnswerGet(Exchange& exchange) {
-    Claim claim(exchange.state.claims, {{exchange.path, Use::Read}});
+    Claim claim(exchange.state.claims, {{exchange.key, Use::Read}});
     const Resource resource = exchange.Find();
     if (!resource.Exists())
         throw HttpError(404, "there is no such file or folder");
@@ -153,19 +197,21 @@ void AnswerPut(Exchange& exchange) {
     if (exchange.request.Field("Content-Range"))
         throw HttpError(400, "a part of a file cannot be stored");
     CheckPut(exchange, exchange.Find());  // before the client sends it all
+    RequireRoom(exchange, ParseNumber(exchange.request.Field("Content-Length").value_or("")).value_or(0));
     Spool spool;
     std::vector<char> part(c_partSize);
     while (const std::size_t count = exchange.body.Read(part.data(), part.size()))
         spool.Append({part.data(), count});
 
     State& state = exchange.state;
-    const Claim claim(state.claims, {{exchange.path, Use::Change}});
+    const Claim claim(state.claims, {{exchange.key, Use::Change}});
     const Resource target = exchange.Find();
     CheckPut(exchange, target);
+    RequireRoom(exchange, spool.Size());
     VirtFindData times{};
     times.lastWriteTime = UploadTime(exchange.request);
     const VolumePath stored = Store(state.volume, target, spool, times);
-    state.changes.Note(target.path);
+    state.changes.Note(target.key);
     Fields fields{{"ETag", exchange.Tag(Locate(state.volume, stored))}};
     if (times.lastWriteTime != 0)
         fields.emplace_back("X-OC-Mtime", "accepted");

@@ -27,6 +27,9 @@ public:
         return {m_part.data(), count};
     }
 
+    // Nothing is read any more.
+    void Close() { m_handle.Reset(); }
+
 private:
     const Volume& m_volume;
     VolumePath m_path;

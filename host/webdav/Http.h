@@ -22,6 +22,8 @@ std::optional<std::uint64_t> ParseNumber(std::string_view text);
 struct Request {
     std::string method, target;
     std::vector<std::pair<std::string, std::string>> fields;
+    std::string peer;            // the address that the connection comes from
+    bool wasLetIn = false;       // an earlier request of the connection passed the checks
 
     // The value of the field, several joined by ", "; nothing when it is missing.
     std::optional<std::string> Field(std::string_view name) const;
@@ -47,6 +49,10 @@ public:
     virtual void Begin(int status, const Fields& fields, std::optional<std::uint64_t> length) = 0;
     virtual void Write(std::string_view data) = 0;
     virtual bool HasBegun() const = 0;
+    // Before Begin: the connection ends with this answer.
+    virtual void CloseAfterwards() = 0;
+    // The client may use this server: others have to make room first.
+    virtual void LetIn() = 0;
 
     // A whole answer at once.
     void Send(int status, const Fields& fields = {}, std::string_view body = {});

@@ -3,7 +3,10 @@
 
 #include "core/HostError.h"
 #include "core/Upload.h"
+#include "webdav/Limits.h"
 #include "webdav/Methods.h"
+#include "webdav/TreeWork.h"
+#include "webdav/Turns.h"
 
 namespace webdav {
 
@@ -26,6 +29,7 @@ std::uint32_t ParseTimeout(const Request& request) {
 }
 
 DavLock ParseLockInfo(const std::string& text) {
+    const Turn turn(g_xmlTurns);
     const XmlNode document = ParseXml(text);
     const XmlNode* const scope = document.Child("lockscope");
     const XmlNode* const type = document.Child("locktype");
@@ -37,6 +41,8 @@ DavLock ParseLockInfo(const std::string& text) {
     lock.scope = scope->Child("exclusive") ? LockScope_Exclusive : LockScope_Shared;
     if (const XmlNode* const owner = document.Child("owner"))
         lock.ownerXml = SerializedChildren(*owner);
+    if (lock.ownerXml.size() > limits::lockOwnerBytes)
+        throw HttpError(507, "so long an owner is not kept");
     return lock;
 }
 
@@ -56,7 +62,7 @@ void RefreshLock(Exchange& exchange) {
         throw HttpError(400, "a LOCK without a body renews the lock whose token it submits");
     CheckConditions(exchange, resource);
     for (const std::string& token : exchange.tokens)
-        if (const auto lock = exchange.state.locks.Refresh(token, resource.path, ParseTimeout(exchange.request)))
+        if (const auto lock = exchange.state.locks.Refresh(token, resource.key, ParseTimeout(exchange.request)))
             return SendLock(exchange.response, 200, *lock);
     throw HttpError(412, "there is no such lock on it", "<D:lock-token-matches-request-uri/>");
 }
@@ -66,7 +72,7 @@ void TakeLock(Exchange& exchange, DavLock lock) {
     if (depth == Depth::One)
         throw HttpError(400, "a lock is of depth 0 or infinity");
     State& state = exchange.state;
-    const Claim claim(state.claims, {{exchange.path, Use::Change}});
+    const Claim claim(state.claims, {{exchange.key, Use::Change}});
     Resource resource = exchange.Find();
     if (resource.IsFolder() && resource.path.IsRoot() && depth == Depth::Infinity)
         throw HttpError(403, "the whole volume cannot be locked");
@@ -76,15 +82,24 @@ void TakeLock(Exchange& exchange, DavLock lock) {
         CheckWritable(exchange, resource, true);
         // Made by itself and not by the volume's lock, whose files go with it when they are still empty.
         Upload(state.volume, resource.path).Place({});
-        state.changes.Note(resource.path);
+        state.changes.Note(resource.key);
         resource = exchange.Find();
     }
     lock.root = resource.path;
+    lock.key = resource.key;
     lock.storedPath = resource.StoredPath();
     lock.isFolder = resource.IsFolder();
     lock.infinite = lock.isFolder && depth == Depth::Infinity;
     lock.timeoutSeconds = ParseTimeout(exchange.request);
-    SendLock(exchange.response, isNew ? 201 : 200, state.locks.Add(std::move(lock)));
+    try {
+        lock = state.locks.Add(std::move(lock));
+    } catch (const HttpError&) {
+        std::vector<MemberFailure> ignored;
+        if (isNew)
+            RemoveTree(state.volume, resource, ignored);
+        throw;
+    }
+    SendLock(exchange.response, isNew ? 201 : 200, lock);
 }
 
 }  // namespace
@@ -103,8 +118,8 @@ void AnswerUnlock(Exchange& exchange) {
     const std::string_view text = Trimmed(field);
     if (text.size() < 3 || text.front() != '<' || text.back() != '>')
         throw HttpError(400, "the request names no lock");
-    const Claim claim(exchange.state.claims, {{exchange.path, Use::Change}});
-    if (!exchange.state.locks.Remove(std::string(text.substr(1, text.size() - 2)), exchange.path))
+    const Claim claim(exchange.state.claims, {{exchange.key, Use::Change}});
+    if (!exchange.state.locks.Remove(std::string(text.substr(1, text.size() - 2)), exchange.key))
         throw HttpError(409, "there is no such lock on it", "<D:lock-token-matches-request-uri/>");
     exchange.response.Send(204);
 }

@@ -1,10 +1,12 @@
 #include "webdav/LockTable.h"
 
 #include <algorithm>
+#include <cwchar>
 
 #include "core/HostError.h"
 #include "core/Text.h"
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
@@ -35,11 +37,16 @@ std::string NewToken() {
 
 bool InConflict(const DavLock& left, const DavLock& right) {
     return (left.scope == LockScope_Exclusive || right.scope == LockScope_Exclusive) &&
-           (left.Covers(right.root) || right.Covers(left.root));
+           (left.Covers(right.key) || right.Covers(left.key));
 }
 
 bool Opens(const std::vector<std::string>& submitted, const DavLock& lock) {
     return std::find(submitted.begin(), submitted.end(), lock.token) != submitted.end();
+}
+
+std::size_t SizeOf(const DavLock& lock) {
+    const auto pathBytes = [](const VolumePath& path) { return std::wcslen(path.Str()) * sizeof(wchar_t); };
+    return lock.ownerXml.size() + pathBytes(lock.root) + pathBytes(lock.key) + pathBytes(lock.storedPath);
 }
 
 }  // namespace
@@ -65,8 +72,18 @@ void LockTable::LetGo(const DavLock& lock) const {
         m_volume->Unlock(lock.storedPath.Str(), lock.volumeToken.c_str());
 }
 
+void LockTable::RequireRoom(const DavLock& wanted) const {
+    std::size_t bytes = SizeOf(wanted);
+    for (const DavLock& lock : m_locks)
+        bytes += SizeOf(lock);
+    const auto onSame = std::count_if(m_locks.begin(), m_locks.end(), [&](const DavLock& lock) { return lock.key.Equals(wanted.key); });
+    if (m_locks.size() >= limits::locks || static_cast<std::size_t>(onSame) >= limits::locksOfOneFile || bytes > limits::lockBytes)
+        throw HttpError(507, "too many locks are held already");
+}
+
 DavLock LockTable::Add(DavLock wanted) {
     const std::lock_guard guard(m_mutex);
+    RequireRoom(wanted);
     for (const DavLock& lock : m_locks)
         if (InConflict(lock, wanted))
             throw HttpError(
@@ -103,7 +120,9 @@ bool LockTable::Remove(const std::string& token, const VolumePath& path) {
 }
 
 void LockTable::RemoveExpired() {
-    const std::lock_guard guard(m_mutex);
+    const std::unique_lock guard(m_mutex, std::try_to_lock);
+    if (!guard)
+        return;  // whoever has it may take long, and the server must still hear Ctrl-C
     std::erase_if(m_locks, [this, now = Now()](const DavLock& lock) {
         if (ExpiryOf(lock) > now)
             return false;
@@ -124,7 +143,7 @@ std::vector<DavLock> LockTable::Inside(const VolumePath& top) const {
     const std::lock_guard guard(m_mutex);
     std::vector<DavLock> found;
     std::copy_if(m_locks.begin(), m_locks.end(), std::back_inserter(found),
-                 [&](const DavLock& lock) { return IsAtOrInside(lock.root, top); });
+                 [&](const DavLock& lock) { return IsAtOrInside(lock.key, top); });
     return found;
 }
 
@@ -135,7 +154,7 @@ bool LockTable::IsEmpty() const {
 
 SuspendedLocks::SuspendedLocks(LockTable& table, const VolumePath& top) : m_table(table), m_locks(table.Inside(top)) {
     const std::lock_guard guard(m_table.m_mutex);
-    std::erase_if(m_table.m_locks, [&](const DavLock& lock) { return IsAtOrInside(lock.root, top); });
+    std::erase_if(m_table.m_locks, [&](const DavLock& lock) { return IsAtOrInside(lock.key, top); });
     for (const DavLock& lock : m_locks)
         m_table.LetGo(lock);
 }
@@ -169,7 +188,7 @@ std::vector<DavLock> ClosedLocksInside(const LockTable& table, const std::vector
     std::vector<DavLock> closed;
     for (const DavLock& lock : locks) {
         const bool opened = std::any_of(locks.begin(), locks.end(), [&](const DavLock& other) {
-            return other.root.Equals(lock.root) && Opens(submitted, other);
+            return other.key.Equals(lock.key) && Opens(submitted, other);
         });
         if (!opened)
             closed.push_back(lock);

@@ -13,7 +13,8 @@ namespace webdav {
 
 struct DavLock {
     std::string token;  // "opaquelocktoken:..."
-    VolumePath root;
+    VolumePath root;  // as the client knows it
+    VolumePath key;   // of what is locked; paths that are asked about are keys (see Resource)
     bool isFolder = false;
     bool infinite = false;  // holds everything below root as well
     LockScope scope = LockScope_Exclusive;
@@ -24,7 +25,7 @@ struct DavLock {
     VolumePath storedPath;  // for the volume's lock, of files only
     std::wstring volumeToken;
 
-    bool Covers(const VolumePath& path) const { return root.Equals(path) || (infinite && IsAtOrInside(path, root)); }
+    bool Covers(const VolumePath& path) const { return key.Equals(path) || (infinite && IsAtOrInside(path, key)); }
 };
 
 class LockTable {
@@ -35,7 +36,7 @@ public:
     LockTable& operator=(const LockTable&) = delete;
 
     // Takes the lock that wanted describes, and gives it its token and time of expiry. Throws HttpError 423 when another
-    // lock or another program stands against it. The file must exist.
+    // lock or another program stands against it, 507 when too many are held. The file must exist.
     DavLock Add(DavLock wanted);
     // The lock with a new term from now on; nothing when there is none with this token that covers path.
     std::optional<DavLock> Refresh(const std::string& token, const VolumePath& path, std::uint32_t timeoutSeconds);
@@ -51,6 +52,7 @@ public:
 
 private:
     friend class SuspendedLocks;
+    void RequireRoom(const DavLock& wanted) const;
     void Hold(DavLock& lock) const;
     void LetGo(const DavLock& lock) const;
 

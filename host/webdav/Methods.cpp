@@ -3,12 +3,11 @@
 #include <algorithm>
 
 #include "core/HostError.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
 namespace {
-
-constexpr std::size_t c_maxXml = 1 << 20;
 
 // Does a condition of the If field hold for the resource it speaks of?
 bool Holds(const Exchange& exchange, const Resource& own, const std::string& url, const IfCondition& condition) {
@@ -26,7 +25,7 @@ bool Holds(const Exchange& exchange, const Resource& own, const std::string& url
     }
     if (condition.isTag)
         return resource.Exists() && condition.value == exchange.Tag(resource);
-    const std::vector<DavLock> locks = exchange.state.locks.Covering(resource.path);
+    const std::vector<DavLock> locks = exchange.state.locks.Covering(resource.key);
     return std::any_of(locks.begin(), locks.end(), [&](const DavLock& lock) { return lock.token == condition.value; });
 }
 
@@ -77,7 +76,7 @@ void CheckConditions(const Exchange& exchange, const Resource& resource) {
 }
 
 void CheckWritable(const Exchange& exchange, const Resource& resource, bool comesOrGoes) {
-    RequireTokens(exchange.state.locks, exchange.tokens, resource.path);
+    RequireTokens(exchange.state.locks, exchange.tokens, resource.key);
     if (!comesOrGoes)
         return;
     if (resource.IsTopLevel())
@@ -85,7 +84,7 @@ void CheckWritable(const Exchange& exchange, const Resource& resource, bool come
     const Resource parent = Locate(exchange.state.volume, resource.path.Parent());
     if (!parent.IsFolder())
         throw HttpError(409, "the folder it is to be in does not exist");
-    RequireTokens(exchange.state.locks, exchange.tokens, parent.path);
+    RequireTokens(exchange.state.locks, exchange.tokens, parent.key);
     if (!resource.Exists())
         RequireFree(exchange.state.volume, resource.path);
 }
@@ -94,7 +93,7 @@ std::string ReadXmlBody(RequestBody& body) {
     std::string text;
     char part[8192];
     while (const std::size_t count = body.Read(part, sizeof(part))) {
-        if (text.size() + count > c_maxXml)
+        if (text.size() + count > limits::xmlBytes)
             throw HttpError(413, "the XML of the request is too long");
         text.append(part, count);
     }

@@ -31,6 +31,7 @@ struct Exchange {
     RequestBody& body;
     Response& response;
     VolumePath path;                  // of the request, in the spelling that is stored
+    VolumePath key;                   // of the request's resource; see Resource
     IfHeader ifHeader;                // empty: the field is missing
     std::vector<std::string> tokens;  // which the client submitted
 
@@ -47,7 +48,7 @@ void CheckConditions(const Exchange& exchange, const Resource& resource);
 // May the resource be written? Its locks must be opened, and those of its folder when it comes or goes. Throws HttpError:
 // 403 for the root and mount folders, 409 without a parent, 423.
 void CheckWritable(const Exchange& exchange, const Resource& resource, bool comesOrGoes);
-// The whole body as a small XML document, up to 1 MiB; an empty text when there is none. Throws HttpError 413.
+// The whole body as a small XML document, within its limit; an empty text when there is none. Throws HttpError 413.
 std::string ReadXmlBody(RequestBody& body);
 
 struct MemberFailure {

@@ -3,7 +3,10 @@
 #include <cstdio>
 
 #include "core/Text.h"
+#include "webdav/Limits.h"
 #include "webdav/Methods.h"
+#include "webdav/Spool.h"
+#include "webdav/Turns.h"
 
 namespace webdav {
 
@@ -58,10 +61,39 @@ std::string Row(const Resource& item) {
 }
 
 // "volume / Docs / Reports", each a link.
-std::string Trail(const VolumePath& path) {
-    if (path.IsRoot())
-        return "<a href=\"/\">Volume</a>";
-    return Trail(path.Parent()) + " / <a href=\"" + Escaped(Href(path, true)) + "\">" + Escaped(ToUtf8(path.Name())) + "</a>";
+std::string Trail(VolumePath path) {
+    std::string trail;
+    for (; !path.IsRoot(); path = path.Parent())
+        trail = " / <a href=\"" + Escaped(Href(path, true)) + "\">" + Escaped(ToUtf8(path.Name())) + "</a>" + trail;
+    return "<a href=\"/\">Volume</a>" + trail;
+}
+
+void WritePage(const Exchange& exchange, const Resource& folder, Spool& page) {
+    const Turn turn(g_listingTurns);
+    const ListedEntries listed(exchange.state.volume, folder);
+    std::vector<Entry> entries;
+    bool isWhole = true;
+    Search search(exchange.state.volume, folder.entry->path);
+    for (Entry entry; isWhole && search.Next(entry);)
+        if (listed.Has(entry)) {
+            isWhole = entries.size() < limits::pageEntries;
+            if (isWhole)
+                entries.push_back(entry);
+        }
+    std::sort(entries.begin(), entries.end(), IsBefore);
+    std::stable_partition(entries.begin(), entries.end(), [](const Entry& entry) { return entry.IsFolder(); });
+    const std::string title = folder.path.IsRoot() ? "Volume" : Escaped(ToUtf8(folder.path.Name()));
+    page.Append("<!DOCTYPE html>\n<html lang=en><head><meta charset=utf-8><meta name=viewport content=\"width=device-width\"><title>" +
+                title + "</title><style>" + c_style + "</style></head><body>\n<h1>" + Trail(folder.path) + "</h1>\n");
+    page.Append(entries.empty() ? "<p>This folder is empty.</p>\n"
+                                : "<table><thead><tr><th>Name</th><th class=n>Size</th><th class=t>Changed "
+                                  "(UTC)</th><th>Stored</th></tr></thead><tbody>\n");
+    for (const Entry& entry : entries)
+        page.Append(Row(Listed(folder, entry)));
+    if (!entries.empty())
+        page.Append("</tbody></table>\n<p>" + std::to_string(entries.size()) + (entries.size() == 1 ? " entry" : " entries") +
+                    (isWhole ? "" : "; there are more, which a page does not show") + "</p>\n");
+    page.Append("</body></html>\n");
 }
 
 }  // namespace
@@ -74,24 +106,12 @@ void SendFolderPage(Exchange& exchange, const Resource& folder) {
         {"X-Frame-Options", "DENY"},
         {"Referrer-Policy", "no-referrer"},
         {"Content-Security-Policy", "default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'"}};
-    exchange.response.Begin(200, fields, std::nullopt);
     if (exchange.request.method == "HEAD")
-        return;
-    std::vector<Entry> entries = SortedEntries(exchange.state.volume, folder.entry->path);
-    std::stable_partition(entries.begin(), entries.end(), [](const Entry& entry) { return entry.IsFolder(); });
-    const std::string title = folder.path.IsRoot() ? "Volume" : Escaped(ToUtf8(folder.path.Name()));
-    exchange.response.Write("<!DOCTYPE html>\n<html lang=en><head><meta charset=utf-8><meta name=viewport "
-                            "content=\"width=device-width\"><title>" +
-                            title + "</title><style>" + c_style + "</style></head><body>\n<h1>" + Trail(folder.path) + "</h1>\n");
-    exchange.response.Write(entries.empty() ? "<p>This folder is empty.</p>\n"
-                                            : "<table><thead><tr><th>Name</th><th class=n>Size</th><th class=t>Changed "
-                                              "(UTC)</th><th>Stored</th></tr></thead><tbody>\n");
-    for (const Entry& entry : entries)
-        exchange.response.Write(Row(Listed(folder.path, entry)));
-    if (!entries.empty())
-        exchange.response.Write("</tbody></table>\n<p>" + std::to_string(entries.size()) +
-                                (entries.size() == 1 ? " entry" : " entries") + "</p>\n");
-    exchange.response.Write("</body></html>\n");
+        return exchange.response.Begin(200, fields, std::nullopt);
+    Spool page;
+    WritePage(exchange, folder, page);
+    exchange.response.Begin(200, fields, page.Size());
+    page.ForEach([&](std::string_view part) { exchange.response.Write(part); });
 }
 
 }  // namespace webdav

@@ -1,16 +1,21 @@
 #include "webdav/Paths.h"
 
+#include <cwchar>
+
 #include <windows.h>
 
 #include "core/HostError.h"
+#include "core/OnDisk.h"
 #include "core/Text.h"
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
 namespace {
 
-constexpr std::size_t c_maxTarget = 16 * 1024;  // bytes
+static_assert(limits::pathComponents == c_maxPathComponents);
+
 constexpr std::string_view c_unreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$'()*+,=@";
 
 int HexDigit(char unit) {
@@ -77,26 +82,36 @@ std::wstring Normalized(const std::wstring& text, NORM_FORM form) {
     return result;
 }
 
-// Short names ("REPORT~1.DOC") reach a file that is listed under another name; to follow them would go round its locks.
-bool IsListedUnderItsName(const Volume& volume, const VolumePath& path) {
-    const std::wstring name = path.Name();
-    if (path.IsMountFolder() || name.find(L'~') == std::wstring::npos)
-        return true;
-    Search search(volume, path.Parent(), name.c_str());
-    for (Entry entry; search.Next(entry);)
-        if (EqualNoCase(entry.Name(), name))
-            return true;
-    return false;
+std::vector<std::wstring> Spellings(const std::wstring& name) {
+    std::vector<std::wstring> spellings{name};
+    for (const NORM_FORM form : {NormalizationC, NormalizationD})
+        if (std::wstring other = IsAscii(name) ? std::wstring() : Normalized(name, form); !other.empty() && other != name)
+            spellings.push_back(std::move(other));
+    return spellings;
 }
 
-// The parent in its stored spelling; a parent that is missing, or has another name, stays as asked for.
+// The name of a folder on the way, in the spelling that is stored. One that is missing stays as asked for.
+std::wstring StoredName(const Volume& volume, const VolumePath& folder, const std::wstring& name) {
+    if (IsAscii(name) && name.find(L'~') == std::wstring::npos)
+        return name;
+    const auto onDisk = volume.FolderOnDisk(folder);
+    for (const std::wstring& spelling : Spellings(name))
+        if (std::wstring stored = onDisk ? LongName(*onDisk + L'\\' + spelling) : std::wstring(); !stored.empty())
+            return stored;
+    return name;
+}
+
 VolumePath StoredParent(const Volume& volume, const VolumePath& path) {
-    if (path.IsRoot() || path.IsMountFolder())
-        return path.Parent();
     const std::wstring text = path.Parent().Str();
     if (IsAscii(text) && text.find(L'~') == std::wstring::npos)
         return path.Parent();
-    return Locate(volume, path.Parent()).path;
+    VolumePath stored;
+    for (std::size_t begin = 0, end; begin < text.size(); begin = end + 1) {
+        end = std::min(text.find(L'\\', begin), text.size());
+        const std::wstring name = text.substr(begin, end - begin);
+        stored = stored.Child(stored.IsRoot() ? name : StoredName(volume, stored, name));
+    }
+    return stored;
 }
 
 }  // namespace
@@ -115,7 +130,7 @@ VolumePath Moved(const VolumePath& path, const VolumePath& oldTop, const VolumeP
 }
 
 VolumePath ParseTarget(std::string_view target, std::string* authority) {
-    if (target.size() > c_maxTarget)
+    if (target.size() > limits::targetBytes)
         throw HttpError(414);
     target = PathPart(target, authority);
     target = target.substr(0, target.find('?'));
@@ -130,6 +145,8 @@ VolumePath ParseTarget(std::string_view target, std::string* authority) {
             continue;
         if (const char* problem = VolumePath::ComponentProblem(name))
             throw HttpError(name.size() > 255 ? 414 : 400, "the path is refused: " + std::string(problem));
+        if (path.Depth() >= limits::pathComponents)
+            throw HttpError(414, "the path is refused: too many folders in each other");
         path = path.Child(name);
     }
     if (std::wcslen(path.Str()) > 32'000)
@@ -156,26 +173,48 @@ std::string Href(const VolumePath& path, bool isFolder) {
 
 Resource Locate(const Volume& volume, const VolumePath& path) {
     if (path.IsRoot()) {
-        Resource root{path, Entry{path}};
+        Resource root{path, path, Entry{path}};
         root.entry->data.fileAttributes = FILE_ATTRIBUTE_DIRECTORY;
         return root;
     }
     const std::wstring name = path.Name();
     const VolumePath parent = StoredParent(volume, path);
-    std::vector<std::wstring> spellings{name};
-    if (!IsAscii(name))
-        spellings.insert(spellings.end(), {Normalized(name, NormalizationC), Normalized(name, NormalizationD)});
-    for (const std::wstring& spelling : spellings) {
-        const VolumePath candidate = parent.Child(spelling);
-        std::optional<Entry> entry = spelling.empty() ? std::nullopt : volume.Find(candidate);
-        if (entry && IsListedUnderItsName(volume, candidate))
-            return {candidate, std::move(entry)};
+    for (const std::wstring& spelling : Spellings(name)) {
+        std::optional<Entry> entry = volume.Find(parent.Child(spelling));
+        if (!entry)
+            continue;
+        const VolumePath found = parent.Child(EqualNoCase(entry->Name(), spelling) ? spelling : entry->Name());
+        return {found, volume.Key(found), std::move(entry)};
     }
-    return {parent.Child(name), std::nullopt};
+    return {parent.Child(name), volume.Key(parent.Child(name)), std::nullopt};
 }
 
-Resource Listed(const VolumePath& folder, const Entry& entry) {
-    return {folder.Child(entry.Name()), entry};
+Resource Listed(const Resource& folder, const Entry& entry) {
+    const VolumePath path = folder.path.Child(entry.Name());
+    return {path, folder.path.IsRoot() ? path : folder.key.Child(entry.Name()), entry};
+}
+
+bool AreSpellings(const std::wstring& left, const std::wstring& right) {
+    return EqualNoCase(Normalized(left, NormalizationC), Normalized(right, NormalizationC));
+}
+
+ListedEntries::ListedEntries(const Volume& volume, const Resource& folder) : m_volume(volume), m_folder(folder) {
+    VirtMountInfo mount{};
+    if (!folder.path.IsRoot() && volume->GetMountInfoByVolumePath(folder.path.Str(), &mount))
+        m_mountPathSize = BoundedText(mount.path).size();
+}
+
+bool ListedEntries::Has(const Entry& entry) const {
+    constexpr std::size_t c_surelyShort = 250;  // units; from 260 on, the platform's limit counts
+    const std::wstring name = entry.Name();
+    if (VolumePath::ComponentProblem(name) || entry.path.Depth() > limits::pathComponents)
+        return false;
+    if (ToUtf8(name).find("\xEF\xBF\xBD") != std::string::npos && name.find(L'\xFFFD') == std::wstring::npos)
+        return false;  // not valid Unicode
+    if (m_mountPathSize > 0 && m_mountPathSize + std::wcslen(entry.path.Str()) > c_surelyShort)
+        return m_volume.Find(m_folder.path.Child(name)).has_value();
+    const bool mayBeLink = (entry.data.fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
+    return !mayBeLink || m_volume.IsItself(entry);
 }
 
 }  // namespace webdav

@@ -32,6 +32,7 @@ std::string Href(const VolumePath& path, bool isFolder);
 // What a path names.
 struct Resource {
     VolumePath path;             // as the client knows it, in the spelling that is stored
+    VolumePath key;              // the same for all paths of one file, also through another mount folder; see Volume::Key
     std::optional<Entry> entry;  // what is there; its path is the one to give to the volume
 
     bool Exists() const { return entry.has_value(); }
@@ -42,9 +43,23 @@ struct Resource {
     const VolumePath& StoredPath() const { return entry ? entry->path : path; }
 };
 
-// Finds path, also when its accents are composed in the other way than stored.
+// Finds path, also by a short name, or when its accents are composed in the other way than stored. What a link leads to is
+// not there.
 Resource Locate(const Volume& volume, const VolumePath& path);
-// The same, for an entry of a listing.
-Resource Listed(const VolumePath& folder, const Entry& entry);
+// The same, for an entry of a listing of folder.
+Resource Listed(const Resource& folder, const Entry& entry);
+// Do the names differ in letter case and the composition of accents alone?
+bool AreSpellings(const std::wstring& left, const std::wstring& right);
+// Which entries of a folder a client can ask for under their names, and will find then.
+class ListedEntries {
+public:
+    ListedEntries(const Volume& volume, const Resource& folder);
+    bool Has(const Entry& entry) const;
+
+private:
+    const Volume& m_volume;
+    const Resource& m_folder;
+    std::size_t m_mountPathSize = 0;  // units
+};
 
 }  // namespace webdav

@@ -2,16 +2,21 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cwchar>
 
 #include "core/Text.h"
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
 namespace {
 
-constexpr std::size_t c_maxBytes = 64 << 20;
 constexpr std::uint64_t c_millisecond = c_second / 1000;
+
+std::size_t SizeOf(const VolumePath& path) {
+    return std::wcslen(path.Str()) * sizeof(wchar_t) + 64;
+}
 
 std::size_t SizeOf(const PropertyTexts& texts) {
     std::size_t size = 0;
@@ -63,7 +68,7 @@ PropertyTexts DeadProperties::Of(const VolumePath& path) const {
 void DeadProperties::Change(const VolumePath& path, const std::map<XmlName, std::optional<std::string>>& changes) {
     const std::lock_guard guard(m_mutex);
     const auto found = m_properties.find(path);
-    const std::size_t oldSize = found == m_properties.end() ? 0 : SizeOf(found->second);
+    const std::size_t oldSize = found == m_properties.end() ? 0 : SizeOf(path) + SizeOf(found->second);
     PropertyTexts texts = found == m_properties.end() ? PropertyTexts{} : found->second;
     for (const auto& [name, text] : changes) {
         if (text)
@@ -71,8 +76,10 @@ void DeadProperties::Change(const VolumePath& path, const std::map<XmlName, std:
         else
             texts.erase(name);
     }
-    const std::size_t bytes = m_bytes - oldSize + SizeOf(texts);
-    if (bytes > c_maxBytes && bytes > m_bytes)
+    const std::size_t ownBytes = SizeOf(texts), bytes = m_bytes - oldSize + (texts.empty() ? 0 : SizeOf(path) + ownBytes);
+    const bool isTooMuch = bytes > limits::propertyBytes || ownBytes > limits::propertyBytesOfOneFile ||
+                           texts.size() > limits::propertiesOfOneFile;
+    if (isTooMuch && bytes > m_bytes)
         throw HttpError(507, "too many properties are kept already");
     m_bytes = bytes;
     if (texts.empty())
@@ -81,18 +88,35 @@ void DeadProperties::Change(const VolumePath& path, const std::map<XmlName, std:
         m_properties[path] = std::move(texts);
 }
 
+void DeadProperties::RequireRoomForCopy(const VolumePath& from) const {
+    const std::lock_guard guard(m_mutex);
+    std::size_t bytes = m_bytes;
+    for (const auto& [path, texts] : m_properties)
+        if (IsAtOrInside(path, from))
+            bytes += SizeOf(path) + SizeOf(texts);
+    if (bytes > limits::propertyBytes && bytes > m_bytes)
+        throw HttpError(507, "too many properties are kept already");
+}
+
 void DeadProperties::CopyTree(const VolumePath& from, const VolumePath& to) {
     const std::lock_guard guard(m_mutex);
     PathMap<PropertyTexts> copies;
     for (const auto& [path, texts] : m_properties)
         if (IsAtOrInside(path, from))
             copies.emplace(Moved(path, from, to), texts);
-    for (auto& [path, texts] : copies) {
-        m_bytes += SizeOf(texts);
-        if (const auto old = m_properties.find(path); old != m_properties.end())
-            m_bytes -= SizeOf(old->second);
-        m_properties.insert_or_assign(path, std::move(texts));
+    for (auto& [path, texts] : copies)
+        Store(path, std::move(texts));
+}
+
+void DeadProperties::Store(const VolumePath& path, PropertyTexts texts) {
+    if (const auto old = m_properties.find(path); old != m_properties.end()) {
+        m_bytes -= SizeOf(path) + SizeOf(old->second);
+        m_properties.erase(old);
     }
+    if (m_bytes + SizeOf(path) + SizeOf(texts) > limits::propertyBytes)
+        return;
+    m_bytes += SizeOf(path) + SizeOf(texts);
+    m_properties.emplace(path, std::move(texts));
 }
 
 void DeadProperties::MoveTree(const VolumePath& from, const VolumePath& to) {
@@ -101,13 +125,14 @@ void DeadProperties::MoveTree(const VolumePath& from, const VolumePath& to) {
     for (auto place = m_properties.begin(); place != m_properties.end();) {
         const auto next = std::next(place);
         if (IsAtOrInside(place->first, from)) {
+            m_bytes -= SizeOf(place->first) + SizeOf(place->second);
             moved.emplace(Moved(place->first, from, to), std::move(place->second));
             m_properties.erase(place);
         }
         place = next;
     }
     for (auto& [path, texts] : moved)
-        m_properties.insert_or_assign(path, std::move(texts));
+        Store(path, std::move(texts));
 }
 
 void DeadProperties::RemoveTree(const VolumePath& top) {
@@ -115,7 +140,7 @@ void DeadProperties::RemoveTree(const VolumePath& top) {
     for (auto place = m_properties.begin(); place != m_properties.end();) {
         const auto next = std::next(place);
         if (IsAtOrInside(place->first, top)) {
-            m_bytes -= SizeOf(place->second);
+            m_bytes -= SizeOf(place->first) + SizeOf(place->second);
             m_properties.erase(place);
         }
         place = next;
@@ -126,12 +151,18 @@ void ChangeNumbers::Note(const VolumePath& path) {
     const std::lock_guard guard(m_mutex);
     // Starts at the time, so that a number of an earlier run never comes again.
     m_last = std::max(m_last + 1, Now() / c_second);
-    m_numbers[path] = m_last;
+    if (m_bytes + SizeOf(path) > limits::changeBytes) {  // then every file counts as changed
+        m_numbers.clear();
+        m_bytes = 0;
+        m_least = m_last;
+    }
+    if (m_numbers.insert_or_assign(path, m_last).second)
+        m_bytes += SizeOf(path);
 }
 
 std::uint64_t ChangeNumbers::Of(const VolumePath& path) const {
     const std::lock_guard guard(m_mutex);
-    std::uint64_t number = 0;
+    std::uint64_t number = m_least;
     for (VolumePath place = path; !m_numbers.empty(); place = place.Parent()) {
         if (const auto found = m_numbers.find(place); found != m_numbers.end())
             number = std::max(number, found->second);
@@ -150,7 +181,7 @@ std::string EntityTag(const ChangeNumbers& changes, const Resource& resource) {
     std::snprintf(tag, sizeof(tag), "\"%llx-%llx", static_cast<unsigned long long>(data.lastWriteTime / c_millisecond),
                   static_cast<unsigned long long>(data.fileSize));
     std::string text = tag;
-    if (const std::uint64_t number = changes.Of(resource.path)) {
+    if (const std::uint64_t number = changes.Of(resource.key)) {
         std::snprintf(tag, sizeof(tag), "-%llx", static_cast<unsigned long long>(number));
         text += tag;
     }

@@ -22,11 +22,16 @@ public:
     PropertyTexts Of(const VolumePath& path) const;
     // Sets those with a text and removes the others. Throws HttpError 507, with nothing changed, when it gets too much.
     void Change(const VolumePath& path, const std::map<XmlName, std::optional<std::string>>& changes);
+    // Throws HttpError 507 when a copy of those at and below from would get too much.
+    void RequireRoomForCopy(const VolumePath& from) const;
+    // What there is no room for has no copy.
     void CopyTree(const VolumePath& from, const VolumePath& to);
     void MoveTree(const VolumePath& from, const VolumePath& to);
     void RemoveTree(const VolumePath& top);
 
 private:
+    void Store(const VolumePath& path, PropertyTexts texts);
+
     mutable std::mutex m_mutex;
     PathMap<PropertyTexts> m_properties;
     std::size_t m_bytes = 0;
@@ -44,6 +49,8 @@ public:
 private:
     mutable std::mutex m_mutex;
     std::uint64_t m_last = 0;
+    std::uint64_t m_least = 0;  // of all files, since others were forgotten
+    std::size_t m_bytes = 0;
     PathMap<std::uint64_t> m_numbers;
 };
 

@@ -1,9 +1,13 @@
 // PROPFIND: what the server knows of a resource and of those in it, sent as the listing goes along.
 #include <algorithm>
 #include <cstdio>
+#include <set>
 
 #include "core/Text.h"
+#include "webdav/Limits.h"
 #include "webdav/Methods.h"
+#include "webdav/Spool.h"
+#include "webdav/Turns.h"
 
 namespace webdav {
 
@@ -67,7 +71,7 @@ constexpr LiveProperty c_live[] = {
      }},
     {c_dav, "lockdiscovery", false,
      [](const Exchange& exchange, const Resource& item) -> Value {
-         return LockDiscoveryXml(exchange.state.locks.Covering(item.path));
+         return LockDiscoveryXml(exchange.state.locks.Covering(item.key));
      }},
     {c_dav, "supportedlock", false,
      [](const Exchange&, const Resource&) -> Value {
@@ -96,9 +100,12 @@ struct Query {
 };
 
 void TakeNames(const XmlNode& parent, Query& query) {
+    std::set<XmlName> taken;
     for (const XmlNode& child : parent.children)
-        if (!child.IsText() && std::find(query.wanted.begin(), query.wanted.end(), child.name) == query.wanted.end())
+        if (!child.IsText() && taken.insert(child.name).second)
             query.wanted.push_back(child.name);
+    if (query.wanted.size() > limits::propertiesAsked)
+        throw HttpError(413, "so many properties cannot be asked for at once");
 }
 
 Query ParseQuery(const Exchange& exchange) {
@@ -108,6 +115,7 @@ Query ParseQuery(const Exchange& exchange) {
     const std::string text = ReadXmlBody(exchange.body);
     if (text.empty())
         return query;
+    const Turn turn(g_xmlTurns);
     const XmlNode document = ParseXml(text);
     if (!document.name.IsDav("propfind"))
         throw HttpError(400, "the body is no propfind");
@@ -126,7 +134,7 @@ Query ParseQuery(const Exchange& exchange) {
 
 const LiveProperty* FindLive(const XmlName& name) {
     const auto found = std::find_if(std::begin(c_live), std::end(c_live), [&](const LiveProperty& live) {
-        return live.space == name.space && live.name == name.local;
+        return live.space == std::string_view(name.space) && live.name == std::string_view(name.local);
     });
     return found == std::end(c_live) ? nullptr : found;
 }
@@ -136,7 +144,7 @@ public:
     Listing(const Exchange& exchange, Query query) : m_exchange(exchange), m_query(std::move(query)) {}
 
     std::string Entry(const Resource& item) const {
-        const PropertyTexts dead = m_exchange.state.properties.Of(item.path);
+        const PropertyTexts dead = m_exchange.state.properties.Of(item.key);
         std::string found, missing;
         if (m_query.kind == Query::Names)
             AddNames(item, dead, found);
@@ -156,7 +164,7 @@ private:
     void AddNames(const Resource& item, const PropertyTexts& dead, std::string& found) const {
         for (const LiveProperty& live : c_live)
             if (live.value(m_exchange, item))
-                found += '<' + OpenName({std::string(live.space), live.name}) + "/>";
+                found += '<' + OpenName({live.space, live.name}) + "/>";
         for (const auto& [name, text] : dead)
             if (!FindLive(name))
                 found += '<' + OpenName(name) + "/>";
@@ -168,7 +176,7 @@ private:
                 found += live.value(m_exchange, item).value_or("");
         for (const auto& [name, text] : dead)
             found += text;
-        if (const std::vector<DavLock> locks = m_exchange.state.locks.Covering(item.path); !locks.empty())
+        if (const std::vector<DavLock> locks = m_exchange.state.locks.Covering(item.key); !locks.empty())
             found += LockDiscoveryXml(locks);
     }
 
@@ -198,16 +206,20 @@ void AnswerPropfind(Exchange& exchange) {
     CheckConditions(exchange, resource);
     if (depth == Depth::Infinity && resource.IsFolder())
         throw HttpError(403, "one folder at a time is listed", "<D:propfind-finite-depth/>");
-    Response& response = exchange.response;
-    response.Begin(207, {{"Content-Type", "application/xml; charset=utf-8"}}, std::nullopt);
-    response.Write("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<D:multistatus xmlns:D=\"DAV:\">\n");
-    response.Write(listing.Entry(resource));
+    // Made at once, so that a slow client holds no search of a large folder open.
+    Spool spool;
+    spool.Append("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<D:multistatus xmlns:D=\"DAV:\">\n" + listing.Entry(resource));
     if (resource.IsFolder() && depth == Depth::One) {
+        const Turn turn(g_listingTurns);
+        const ListedEntries listed(exchange.state.volume, resource);
         Search search(exchange.state.volume, resource.entry->path);
         for (Entry entry; search.Next(entry);)
-            response.Write(listing.Entry(Listed(resource.path, entry)));
+            if (listed.Has(entry))
+                spool.Append(listing.Entry(Listed(resource, entry)));
     }
-    response.Write("</D:multistatus>\n");
+    spool.Append("</D:multistatus>\n");
+    exchange.response.Begin(207, {{"Content-Type", "application/xml; charset=utf-8"}}, spool.Size());
+    spool.ForEach([&](std::string_view part) { exchange.response.Write(part); });
 }
 
 }  // namespace webdav

@@ -1,10 +1,13 @@
 // PROPPATCH: all of the changes or none. Properties are kept in memory, but the times that Windows sets become the file's.
 #include <algorithm>
+#include <set>
 
 #include "core/HostError.h"
 #include "core/Upload.h"
 #include "webdav/FileReader.h"
+#include "webdav/Limits.h"
 #include "webdav/Methods.h"
+#include "webdav/Turns.h"
 
 namespace webdav {
 
@@ -18,27 +21,35 @@ constexpr const char* c_protected[] = {"creationdate", "getcontentlength", "getc
 
 struct Changes {
     std::vector<XmlName> order;  // as they are answered for
+    std::set<XmlName> known;     // the same
     std::map<XmlName, std::optional<std::string>> dead;
+    std::size_t bytes = 0;
     VirtFindData times{};  // 0: not set
     bool setsTimes = false;
 };
 
 std::uint64_t* TimeField(const XmlName& name, VirtFindData& times) {
-    if (name.space != c_windows)
+    if (std::string_view(name.space) != c_windows)
         return nullptr;
-    if (name.local == "Win32CreationTime")
+    if (std::string_view(name.local) == "Win32CreationTime")
         return &times.creationTime;
-    if (name.local == "Win32LastAccessTime")
+    if (std::string_view(name.local) == "Win32LastAccessTime")
         return &times.lastAccessTime;
-    return name.local == "Win32LastModifiedTime" ? &times.lastWriteTime : nullptr;
+    return std::string_view(name.local) == "Win32LastModifiedTime" ? &times.lastWriteTime : nullptr;
 }
 
 void AddChange(Changes& changes, const XmlNode& property, bool isSet) {
-    if (std::find(changes.order.begin(), changes.order.end(), property.name) == changes.order.end())
+    if (changes.known.insert(property.name).second)
         changes.order.push_back(property.name);
+    if (changes.order.size() > limits::propertiesOfOneFile)
+        throw HttpError(507, "so many properties are not kept");
     std::uint64_t* const time = TimeField(property.name, changes.times);
     if (!time) {
-        changes.dead[property.name] = isSet ? std::optional(Serialized(property)) : std::nullopt;
+        std::optional<std::string>& kept = changes.dead[property.name];
+        kept = isSet ? std::optional(Serialized(property)) : std::nullopt;
+        changes.bytes += kept ? kept->size() : 0;
+        if (changes.bytes > limits::propertyBytesOfOneFile)
+            throw HttpError(507, "so long properties are not kept");
     } else if (isSet) {
         *time = ParseHttpDate(Trimmed(property.Text()));
         changes.setsTimes = changes.setsTimes || *time != 0;
@@ -46,6 +57,7 @@ void AddChange(Changes& changes, const XmlNode& property, bool isSet) {
 }
 
 Changes ParseChanges(const std::string& text) {
+    const Turn turn(g_xmlTurns);
     const XmlNode document = text.empty() ? XmlNode() : ParseXml(text);
     if (!document.name.IsDav("propertyupdate"))
         throw HttpError(400, "the body is no propertyupdate");
@@ -67,7 +79,7 @@ Changes ParseChanges(const std::string& text) {
 }
 
 bool IsProtected(const XmlName& name) {
-    return name.space == c_dav && std::find(std::begin(c_protected), std::end(c_protected), name.local) != std::end(c_protected);
+    return std::any_of(std::begin(c_protected), std::end(c_protected), [&](const char* known) { return name.IsDav(known); });
 }
 
 bool HasTimes(const VirtFindData& data, const VirtFindData& wanted) {
@@ -78,6 +90,8 @@ bool HasTimes(const VirtFindData& data, const VirtFindData& wanted) {
 
 // The times of an encrypted file are inside of its container, which is written anew for them.
 void StoreAgain(const Volume& volume, const Resource& file, const VirtFindData& times) {
+    if (!volume.HasRoomFor(static_cast<std::uint64_t>(file.entry->data.fileSize), file.path.Parent()))
+        throw HttpError(507, "the disk has no room for it");
     FileReader source(volume, file.entry->path);
     Upload upload(volume, file.path);
     std::uint64_t done = 0;
@@ -101,7 +115,7 @@ void SetTimes(State& state, const Resource& resource, VirtFindData times) {
         Check(state.volume->SetFileInfo(file.Get(), c_keepAttributes, &times), resource.path);
     }
     if (!resource.IsFolder())
-        state.changes.Note(resource.path);
+        state.changes.Note(resource.key);
 }
 
 void SendResult(Response& response, const Resource& resource, const Changes& changes) {
@@ -124,7 +138,7 @@ void SendResult(Response& response, const Resource& resource, const Changes& cha
 
 void AnswerProppatch(Exchange& exchange) {
     const Changes changes = ParseChanges(ReadXmlBody(exchange.body));
-    const Claim claim(exchange.state.claims, {{exchange.path, Use::Change}});
+    const Claim claim(exchange.state.claims, {{exchange.key, Use::Change}});
     const Resource resource = exchange.Find();
     if (!resource.Exists())
         throw HttpError(404, "there is no such file or folder");
@@ -133,7 +147,7 @@ void AnswerProppatch(Exchange& exchange) {
     if (std::none_of(changes.order.begin(), changes.order.end(), IsProtected)) {
         if (changes.setsTimes)
             SetTimes(exchange.state, resource, changes.times);
-        exchange.state.properties.Change(resource.path, changes.dead);
+        exchange.state.properties.Change(resource.key, changes.dead);
     }
     SendResult(exchange.response, resource, changes);
 }

@@ -1,8 +1,9 @@
 #include "webdav/Server.h"
 
-#include <atomic>
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <list>
 #include <mutex>
 #include <thread>
@@ -13,6 +14,7 @@
 #include "core/HostError.h"
 #include "core/Text.h"
 #include "webdav/Connection.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
@@ -20,49 +22,101 @@ namespace {
 
 using boost::asio::ip::tcp;
 
-constexpr std::size_t c_maxConnections = 64;
 constexpr long c_pollMilliseconds = 200;
-constexpr std::chrono::seconds c_timeToFinish{30};
+
+struct Place {
+    explicit Place(tcp::socket theSocket) : socket(std::move(theSocket)) {
+        boost::system::error_code error;
+        if (const auto endpoint = socket.remote_endpoint(error); !error)
+            state.peer = endpoint.address().to_string();
+    }
+    bool IsFresh() const { return std::chrono::steady_clock::now() - accepted < limits::freshTime; }
+
+    tcp::socket socket;
+    ConnectionState state;
+    std::chrono::steady_clock::time_point accepted = std::chrono::steady_clock::now();
+};
 
 class Connections {
 public:
-    std::size_t Count() {
-        const std::lock_guard guard(m_mutex);
-        return m_sockets.size();
-    }
-
+    // Finds a place for the newcomer, whom others that wait for a request make room for; refuses it when nobody can.
     void Start(tcp::socket socket, const Handler& handler, bool logRequests) {
-        const std::lock_guard guard(m_mutex);
-        const auto place = m_sockets.insert(m_sockets.end(), std::move(socket));
+        std::unique_lock guard(m_mutex);
+        const auto place = m_places.emplace(m_places.end(), std::move(socket));
+        const auto ofOneAddress = [&](const Place& other) { return other.state.peer == place->state.peer; };
+        const auto notLetIn = [](const Place& other) { return !other.state.wasLetIn; };
+        const bool fits = MakeRoom(limits::connectionsOfOneAddress, ofOneAddress) &&
+                          MakeRoom(limits::connectionsNotLetIn, notLetIn) &&
+                          MakeRoom(limits::connections, [](const Place&) { return true; });
+        if (!fits || !WaitUntilSomeLeft(guard)) {
+            RefuseConnection(place->socket);
+            m_places.erase(place);
+            return;
+        }
         try {
             std::thread([this, place, &handler, logRequests] {
-                ServeConnection(*place, handler, logRequests, m_isStopping);
+                ServeConnection(place->socket, handler, logRequests, place->state);
                 const std::lock_guard threadGuard(m_mutex);
-                m_sockets.erase(place);
+                m_places.erase(place);
                 m_ended.notify_all();
             }).detach();
         } catch (const std::system_error&) {
-            m_sockets.erase(place);  // no thread to be had: the client will try again
+            m_places.erase(place);  // no thread to be had: the client will try again
         }
     }
 
-    // Ends reading everywhere, waits for what is being answered, then cuts off who does not take the answer.
-    void Stop() {
-        m_isStopping = true;
+    // Ends reading everywhere, waits for what is being answered, then cuts off who does not take the answer, and waits for
+    // what is being stored. False: there are threads left which use what they were given.
+    bool Stop() {
         std::unique_lock guard(m_mutex);
-        if (m_ended.wait_for(guard, c_timeToFinish, [this] { return m_sockets.empty(); }))
-            return;
+        for (Place& place : m_places)
+            place.state.mustLeave = true;
+        const auto allEnded = [this] { return m_places.empty(); };
+        if (m_ended.wait_for(guard, limits::timeToFinish, allEnded))
+            return true;
         boost::system::error_code ignored;
-        for (tcp::socket& socket : m_sockets)
-            socket.shutdown(tcp::socket::shutdown_both, ignored);
-        m_ended.wait(guard, [this] { return m_sockets.empty(); });  // what is being stored is stored to the end
+        for (Place& place : m_places)
+            place.socket.shutdown(tcp::socket::shutdown_both, ignored);
+        return m_ended.wait_for(guard, limits::timeToStore, allEnded);
     }
 
 private:
-    std::atomic<bool> m_isStopping{false};
+    // At most limit places, the newcomer's included, may be of the kind. Of those that wait for a request the ones that were
+    // not let in go first, then the others, then who is slow, and who came just now only then; the oldest of each.
+    template <class IsOfKind>
+    bool MakeRoom(std::size_t limit, IsOfKind isOfKind) {
+        const auto counts = [&](const Place& place) { return !place.state.mustLeave && isOfKind(place); };
+        if (static_cast<std::size_t>(std::count_if(m_places.begin(), m_places.end(), counts)) <= limit)
+            return true;
+        const auto last = std::prev(m_places.end());
+        const std::function<bool(const Place&)> kinds[] = {
+            [](const Place& place) { return place.state.isWaiting && !place.state.wasLetIn && !place.IsFresh(); },
+            [](const Place& place) { return place.state.isWaiting && place.state.wasLetIn; },
+            [](const Place& place) { return place.state.isSlow.load(); },
+            [](const Place& place) { return place.state.isWaiting.load(); },
+        };
+        for (const auto& isOfTheseFirst : kinds) {
+            const auto found = std::find_if(m_places.begin(), last,
+                                            [&](const Place& place) { return counts(place) && isOfTheseFirst(place); });
+            if (found == last)
+                continue;
+            found->state.mustLeave = true;
+            boost::system::error_code ignored;
+            found->socket.shutdown(tcp::socket::shutdown_both, ignored);
+            return true;
+        }
+        return false;
+    }
+
+    // Those told to leave do so soon, but a flood of newcomers must not be quicker.
+    bool WaitUntilSomeLeft(std::unique_lock<std::mutex>& guard) {
+        return m_ended.wait_for(guard, std::chrono::seconds(1),
+                                [this] { return m_places.size() <= limits::connections + limits::connectionsLeaving; });
+    }
+
     std::mutex m_mutex;
     std::condition_variable m_ended;
-    std::list<tcp::socket> m_sockets;
+    std::list<Place> m_places;
 };
 
 tcp::acceptor Listen(boost::asio::io_context& context, const ServerOptions& options) {
@@ -101,16 +155,16 @@ void RunServer(const ServerOptions& options, const Handler& handler, const std::
             continue;
         boost::system::error_code error;
         tcp::socket socket = acceptor.accept(error);
-        if (error || socket.non_blocking(false, error))
-            continue;
-        if (connections.Count() >= c_maxConnections)
-            RefuseConnection(socket);
-        else
+        if (!error && !socket.non_blocking(true, error))
             connections.Start(std::move(socket), handler, options.logRequests);
     }
     boost::system::error_code ignored;
     acceptor.close(ignored);
-    connections.Stop();
+    if (connections.Stop())
+        return;
+    // Their stored files are whole, the old or the new, and an edit in the temp folder is found by the next run.
+    PrintError("quelvol: some requests do not end; the server ends without them\n");
+    TerminateProcess(GetCurrentProcess(), Exit_Failed);
 }
 
 }  // namespace webdav

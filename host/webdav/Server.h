@@ -19,7 +19,8 @@ struct ServerOptions {
 
 // Listens until keepGoing says no, which is asked several times a second on the calling thread. started is called once
 // with the port. Before it returns, connections that wait for a request are closed, and requests under way get time to
-// finish; an upload that is still coming in is broken off. Throws HostError when the address cannot be listened on.
+// finish; an upload that is still coming in is broken off. What does not end within the limits ends with the process.
+// Throws HostError when the address cannot be listened on.
 void RunServer(const ServerOptions& options, const Handler& handler, const std::function<void(unsigned short)>& started,
                const std::function<bool()>& keepGoing);
 

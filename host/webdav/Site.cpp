@@ -61,7 +61,13 @@ void Site::Answer(const Request& request, RequestBody& body, Response& response)
 }
 
 void Site::Dispatch(const Request& request, RequestBody& body, Response& response) {
-    CheckAccess(m_rules, request);
+    try {
+        CheckAccess(m_rules, m_guesses, request);
+    } catch (...) {
+        response.CloseAfterwards();  // who is refused holds no place
+        throw;
+    }
+    response.LetIn();
     for (const MethodRow& row : c_methods) {
         if (request.method != row.name)
             continue;
@@ -70,7 +76,8 @@ void Site::Dispatch(const Request& request, RequestBody& body, Response& respons
         const VolumePath path = isWhole ? VolumePath() : ParseTarget(request.target, &authority);
         if (!authority.empty() && !EqualToken(authority, request.Field("Host").value_or("")))
             throw HttpError(400, "the request is for more than one host");
-        Exchange exchange{m_state, request, body, response, Locate(m_state.volume, path).path, {}, {}};
+        const Resource resource = Locate(m_state.volume, path);
+        Exchange exchange{m_state, request, body, response, resource.path, resource.key, {}, {}};
         if (const auto field = request.Field("If")) {
             exchange.ifHeader = ParseIf(*field);
             exchange.tokens = SubmittedTokens(exchange.ifHeader);

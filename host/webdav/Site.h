@@ -20,6 +20,7 @@ private:
 
     State m_state;
     AccessRules m_rules;
+    Guesses m_guesses;
 };
 
 }  // namespace webdav

@@ -1,14 +1,15 @@
 #include "webdav/Spool.h"
 
 #include "core/HostError.h"
+#include "core/OnDisk.h"
 #include "core/Text.h"
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
 namespace {
 
-constexpr std::size_t c_memoryLimit = 1 << 20;
 constexpr std::size_t c_partSize = 256 * 1024;
 
 [[noreturn]] void ThrowFileError() {
@@ -17,14 +18,18 @@ constexpr std::size_t c_partSize = 256 * 1024;
                     "the upload could not be kept: " + SystemMessage(error));
 }
 
-HANDLE CreateSpoolFile() {
+std::wstring TempPath() {
     wchar_t folder[MAX_PATH + 2];
     const DWORD length = GetTempPathW(static_cast<DWORD>(std::size(folder)), folder);
     if (length == 0)
         ThrowFileError();
     if (length >= std::size(folder))  // it is then not stored at all
         throw HttpError(500, "the upload could not be kept: the path of the temp folder is too long");
-    const std::wstring path = std::wstring(folder) + L"upload-" + UniqueSuffix();
+    return folder;
+}
+
+HANDLE CreateSpoolFile() {
+    const std::wstring path = TempPath() + L"upload-" + UniqueSuffix();
     const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                     FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
     if (file == INVALID_HANDLE_VALUE)
@@ -40,7 +45,8 @@ Spool::~Spool() {
 }
 
 void Spool::Append(std::string_view data) {
-    if (m_file == INVALID_HANDLE_VALUE && m_memory.size() + data.size() <= c_memoryLimit) {
+    m_size += data.size();
+    if (m_file == INVALID_HANDLE_VALUE && m_memory.size() + data.size() <= limits::spoolMemoryBytes) {
         m_memory.insert(m_memory.end(), data.begin(), data.end());
         return;
     }
@@ -49,7 +55,15 @@ void Spool::Append(std::string_view data) {
         WriteToFile({m_memory.data(), m_memory.size()});
         std::vector<char>().swap(m_memory);
     }
+    RequireRoom(data.size());
     WriteToFile(data);
+}
+
+// Asked now and then: an upload may come without a length.
+void Spool::RequireRoom(std::size_t newBytes) const {
+    constexpr std::uint64_t c_step = 4 << 20;
+    if (m_size / c_step != (m_size - newBytes) / c_step && !HasRoom(TempPath(), limits::diskReserve))
+        throw HttpError(507, "the disk of the temp folder is full");
 }
 
 void Spool::WriteToFile(std::string_view data) {

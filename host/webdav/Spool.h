@@ -2,6 +2,7 @@
 // closed, even when the program dies.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string_view>
 #include <vector>
@@ -19,12 +20,15 @@ public:
 
     // Throws HttpError 507 when the disk is full.
     void Append(std::string_view data);
+    std::uint64_t Size() const { return m_size; }
     // Everything from the beginning, in parts.
     void ForEach(const std::function<void(std::string_view)>& take);
 
 private:
+    void RequireRoom(std::size_t newBytes) const;
     void WriteToFile(std::string_view data);
 
+    std::uint64_t m_size = 0;
     std::vector<char> m_memory;
     HANDLE m_file = INVALID_HANDLE_VALUE;
 };

@@ -1,5 +1,4 @@
 // DELETE and MKCOL, COPY and MOVE: what comes, goes and changes its place.
-#include <cwchar>
 #include <optional>
 
 #include "core/HostError.h"
@@ -14,7 +13,7 @@ namespace {
 // have been answered for.
 bool MembersAreOpen(Exchange& exchange, const Resource& top) {
     std::vector<MemberFailure> failures;
-    for (const DavLock& lock : ClosedLocksInside(exchange.state.locks, exchange.tokens, top.path))
+    for (const DavLock& lock : ClosedLocksInside(exchange.state.locks, exchange.tokens, top.key))
         failures.push_back({Href(lock.root, lock.isFolder), 423});
     if (failures.empty())
         return true;
@@ -60,7 +59,7 @@ bool MayOverwrite(const Request& request) {
 // Only the spelling changes: the letter case, or how accents are composed. The target is then found as the source.
 bool IsRespelling(const Transfer& transfer, const VolumePath& destination) {
     return transfer.isMove && transfer.target.path.Equals(transfer.source.path) &&
-           std::wcscmp(destination.Str(), transfer.source.path.Str()) != 0;
+           destination.Name() != transfer.source.path.Name() && AreSpellings(destination.Name(), transfer.source.path.Name());
 }
 
 Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, bool isMove) {
@@ -71,10 +70,10 @@ Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, 
         throw HttpError(404, "there is no such file or folder");
     const bool isRespelling = IsRespelling(transfer, destination);
     if (isRespelling)
-        target = {target.path.Parent().Child(destination.Name()), std::nullopt};
-    else if (target.path.Equals(source.path))
+        target = {target.path.Parent().Child(destination.Name()), target.key.Parent().Child(destination.Name()), std::nullopt};
+    else if (target.key.Equals(source.key))
         throw HttpError(403, "it is there already");
-    if (target.path.IsInside(source.path) || source.path.IsInside(target.path))
+    if (target.key.IsInside(source.key) || source.key.IsInside(target.key))
         throw HttpError(403, "one of the two is inside of the other");
     if (target.IsTopLevel() || (isMove && source.IsTopLevel()))
         throw HttpError(403, "mount folders are made in the configuration");
@@ -94,14 +93,15 @@ Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, 
 
 // The properties and tags follow what was done.
 void NoteTransfer(State& state, const Transfer& transfer) {
-    state.properties.RemoveTree(transfer.target.path);
+    if (!transfer.source.key.Equals(transfer.target.key))
+        state.properties.RemoveTree(transfer.target.key);
     if (transfer.isMove)
-        state.properties.MoveTree(transfer.source.path, transfer.target.path);
+        state.properties.MoveTree(transfer.source.key, transfer.target.key);
     else
-        state.properties.CopyTree(transfer.source.path, transfer.target.path);
-    state.changes.Note(transfer.target.path);
+        state.properties.CopyTree(transfer.source.key, transfer.target.key);
+    state.changes.Note(transfer.target.key);
     if (transfer.isMove)
-        state.changes.Note(transfer.source.path);
+        state.changes.Note(transfer.source.key);
 }
 
 void RemovePart(const Volume& volume, const VolumePath& copy) {
@@ -117,10 +117,12 @@ void CarryOut(Exchange& exchange, const Transfer& transfer) {
     // A lock on a file stays where a file takes its place: programs save that way under their lock.
     std::optional<SuspendedLocks> sourceLocks, targetLocks;
     std::optional<SetAside> replaced;
+    if (!isMove)
+        state.properties.RequireRoomForCopy(source.key);
     if (isMove)
-        sourceLocks.emplace(state.locks, source.path);
+        sourceLocks.emplace(state.locks, source.key);
     if (target.Exists() && !transfer.ReplacesFileByFile()) {
-        targetLocks.emplace(state.locks, target.path);
+        targetLocks.emplace(state.locks, target.key);
         replaced.emplace(state.volume, target);
     }
     const VolumePath& place = transfer.ReplacesFileByFile() ? target.entry->path : target.path;
@@ -149,8 +151,8 @@ void AnswerTransfer(Exchange& exchange, bool isMove) {
     const VolumePath destination = DestinationPath(exchange);
     const Resource source = exchange.Find();
     const bool sourceIsFile = source.Exists() && !source.IsFolder();
-    const Claim claim(exchange.state.claims, {{source.path, isMove || !sourceIsFile ? Use::ChangeTree : Use::Read},
-                                              {Locate(exchange.state.volume, destination).path, Use::ChangeTree}});
+    const Claim claim(exchange.state.claims, {{source.key, isMove || !sourceIsFile ? Use::ChangeTree : Use::Read},
+                                              {Locate(exchange.state.volume, destination).key, Use::ChangeTree}});
     const Transfer transfer = CheckTransfer(exchange, destination, isMove);
     if (isMove && !MembersAreOpen(exchange, transfer.source))
         return;
@@ -159,42 +161,58 @@ void AnswerTransfer(Exchange& exchange, bool isMove) {
     CarryOut(exchange, transfer);
 }
 
+// Not what it leads to, which is not there for any other method.
+void DeleteLink(Exchange& exchange, const Resource& resource) {
+    CheckConditions(exchange, resource);
+    RequireTokens(exchange.state.locks, exchange.tokens, resource.key);
+    RequireTokens(exchange.state.locks, exchange.tokens, resource.key.Parent());
+    bool wasLink = false;
+    try {
+        wasLink = exchange.state.volume.RemoveLink(resource.path);
+    } catch (const HostError& error) {
+        throw HttpError(403, error.what());
+    }
+    if (!wasLink)
+        throw HttpError(404, "there is no such file or folder");
+    exchange.response.Send(204);
+}
+
 }  // namespace
 
 void AnswerDelete(Exchange& exchange) {
     State& state = exchange.state;
-    const Claim claim(state.claims, {{exchange.path, Use::ChangeTree}});
+    const Claim claim(state.claims, {{exchange.key, Use::ChangeTree}});
     const Resource resource = exchange.Find();
     if (!resource.Exists())
-        throw HttpError(404, "there is no such file or folder");
+        return DeleteLink(exchange, resource);
     if (resource.IsFolder() && ParseDepth(exchange.request, Depth::Infinity) != Depth::Infinity)
         throw HttpError(400, "a folder goes with all that is in it");
     CheckConditions(exchange, resource);
     CheckWritable(exchange, resource, true);
     if (!MembersAreOpen(exchange, resource))
         return;
-    SuspendedLocks locks(state.locks, resource.path);
+    SuspendedLocks locks(state.locks, resource.key);
     std::vector<MemberFailure> failures;
     const bool gone = RemoveTree(state.volume, resource, failures);
-    state.changes.Note(resource.path);
+    state.changes.Note(resource.key);
     if (!gone)
         return AnswerForFailures(exchange, failures, resource);
     locks.Forget();
-    state.properties.RemoveTree(resource.path);
+    state.properties.RemoveTree(resource.key);
     exchange.response.Send(204);
 }
 
 void AnswerMkcol(Exchange& exchange) {
     if (exchange.body.IsExpected())
         throw HttpError(415, "no body is understood here");
-    const Claim claim(exchange.state.claims, {{exchange.path, Use::Change}});
+    const Claim claim(exchange.state.claims, {{exchange.key, Use::Change}});
     const Resource resource = exchange.Find();
     if (resource.Exists())
         throw HttpError(405, "it is there already", {}, {{"Allow", "OPTIONS, PROPFIND, DELETE"}});
     CheckConditions(exchange, resource);
     CheckWritable(exchange, resource, true);
     exchange.state.volume.Open(resource.path, GENERIC_READ, c_shareAll, CreateNewFolder);
-    exchange.state.changes.Note(resource.path);
+    exchange.state.changes.Note(resource.key);
     exchange.response.Send(201);
 }
 

@@ -5,6 +5,7 @@
 #include "core/HostError.h"
 #include "core/Text.h"
 #include "core/Trees.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
@@ -36,19 +37,43 @@ void DeleteAndVerify(const Volume& volume, const Entry& item) {
         throw StatusError(item.path.Shown(), VVS_Locked);
 }
 
+void RemoveLink(const Volume& volume, const Entry& link) {
+    try {
+        volume.RemoveLink(link.path);
+    } catch (const HostError&) {
+        throw StatusError(link.path.Shown(), VVS_AccessDenied);
+    }
+}
+
+// A link is not followed; it has no copy of its own here.
+bool IsLink(const Volume& volume, const Resource& item, std::vector<MemberFailure>& failures) {
+    if (volume.IsItself(*item.entry))
+        return false;
+    failures.push_back({item.Url(), 403});
+    return true;
+}
+
+// Deeper than any client can ask for, so that nobody's folders exhaust the stack.
+bool IsTooDeep(const Resource& item, std::vector<MemberFailure>& failures, const VolumePath& target = {}) {
+    if (item.path.Depth() <= limits::pathComponents && target.Depth() <= limits::pathComponents)
+        return false;
+    failures.push_back({item.Url(), 403});
+    return true;
+}
+
 bool Empty(const Volume& volume, const Resource& folder, std::vector<MemberFailure>& failures) {
     const std::size_t before = failures.size();
     for (const Entry& child : SortedEntries(volume, folder.entry->path)) {
-        const Resource item = Listed(folder.path, child);
-        if (!child.IsFolder())
-            Try(item, failures, [&] { Delete(volume, child); });
-        else
+        const Resource item = Listed(folder, child);
+        if (child.IsFolder() || !volume.IsItself(child))
             RemoveTree(volume, item, failures);
+        else
+            Try(item, failures, [&] { Delete(volume, child); });
     }
     if (failures.size() > before)
         return false;
     for (const Entry& left : SortedEntries(volume, folder.entry->path))
-        failures.push_back({Listed(folder.path, left).Url(), HttpStatus(VVS_Locked)});
+        failures.push_back({Listed(folder, left).Url(), HttpStatus(VVS_Locked)});
     return failures.size() == before;
 }
 
@@ -61,6 +86,10 @@ void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) 
 }  // namespace
 
 bool RemoveTree(const Volume& volume, const Resource& item, std::vector<MemberFailure>& failures) {
+    if (IsTooDeep(item, failures))
+        return false;
+    if (!volume.IsItself(*item.entry))
+        return Try(item, failures, [&] { RemoveLink(volume, *item.entry); });
     if (item.IsFolder() && !Empty(volume, item, failures))
         return false;
     return Try(item, failures, [&] { DeleteAndVerify(volume, *item.entry); });
@@ -68,6 +97,12 @@ bool RemoveTree(const Volume& volume, const Resource& item, std::vector<MemberFa
 
 bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow,
               std::vector<MemberFailure>& failures) {
+    if (IsTooDeep(source, failures, target) || IsLink(volume, source, failures))
+        return false;
+    if (!source.IsFolder() && !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent())) {
+        failures.push_back({source.Url(), 507});
+        return false;
+    }
     if (!source.IsFolder())
         return Try(source, failures, [&] { Check(volume->CopyFileW(source.entry->path.Str(), target.Str(), nullptr), target); });
     if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
@@ -75,11 +110,13 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
     bool whole = true;
     if (!shallow)
         for (const Entry& child : SortedEntries(volume, source.entry->path))
-            whole = CopyTree(volume, Listed(source.path, child), CopyTarget(volume, target, child), false, failures) && whole;
+            whole = CopyTree(volume, Listed(source, child), CopyTarget(volume, target, child), false, failures) && whole;
     return whole;
 }
 
 bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, std::vector<MemberFailure>& failures) {
+    if (IsTooDeep(source, failures, target) || IsLink(volume, source, failures))
+        return false;
     if (!source.IsFolder())
         return Try(source, failures, [&] { Rename(volume, source.entry->path, target); });
     if (volume->MoveFileW(source.entry->path.Str(), target.Str(), nullptr) == VVS_Success)
@@ -89,7 +126,7 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
         return false;
     bool whole = true;
     for (const Entry& child : SortedEntries(volume, source.entry->path))
-        whole = MoveTree(volume, Listed(source.path, child), CopyTarget(volume, target, child), failures) && whole;
+        whole = MoveTree(volume, Listed(source, child), CopyTarget(volume, target, child), failures) && whole;
     return whole && Try(source, failures, [&] { DeleteAndVerify(volume, *source.entry); });
 }
 

@@ -1,33 +1,84 @@
 #include "webdav/Xml.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
+#include <optional>
+#include <set>
 
 #include <expat.h>
 
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 
 namespace webdav {
 
 namespace {
 
 constexpr XML_Char c_separator = '\x1f';  // no namespace name has it
-constexpr std::size_t c_maxDepth = 64;
-constexpr std::string_view c_xmlSpace = "http://www.w3.org/XML/1998/namespace";
+constexpr std::string_view c_xmlSpace = "http://www.w3.org/XML/1998/namespace", c_xmlnsSpace = "http://www.w3.org/2000/xmlns/";
+
+// The parser puts a namespace before every name that is in it, for all attributes of an element at once. It may take so
+// much memory and no more.
+thread_local std::size_t t_parserBytesLeft = 0;
+constexpr std::size_t c_sizeBytes = alignof(std::max_align_t);
+
+void* Allocate(std::size_t size) {
+    char* const block = size <= t_parserBytesLeft ? static_cast<char*>(std::malloc(c_sizeBytes + size)) : nullptr;
+    if (!block)
+        return nullptr;
+    t_parserBytesLeft -= size;
+    std::memcpy(block, &size, sizeof(size));
+    return block + c_sizeBytes;
+}
+
+std::size_t SizeOf(const void* data) {
+    std::size_t size = 0;
+    std::memcpy(&size, static_cast<const char*>(data) - c_sizeBytes, sizeof(size));
+    return size;
+}
+
+void Free(void* data) {
+    if (!data)
+        return;
+    t_parserBytesLeft += SizeOf(data);
+    std::free(static_cast<char*>(data) - c_sizeBytes);
+}
+
+void* Reallocate(void* data, std::size_t size) {
+    void* const moved = Allocate(size);
+    if (moved && data) {
+        std::memcpy(moved, data, std::min(size, SizeOf(data)));
+        Free(data);
+    }
+    return moved;
+}
+
+constexpr XML_Memory_Handling_Suite c_memory{Allocate, Reallocate, Free};
 
 struct Building {
-    XML_Parser parser;
+    XML_Parser parser = nullptr;
     XmlNode document;
     std::vector<XmlNode*> open{&document};  // only the last one gets new children, so these stay where they are
+    std::set<SharedText> texts;
+    std::size_t nodes = 0;
     bool refused = false;
-};
 
-XmlName SplitName(const XML_Char* name) {
-    const std::string_view text(name);
-    const std::size_t separator = text.find(c_separator);
-    if (separator == std::string_view::npos)
-        return {"", std::string(text)};
-    return {std::string(text.substr(0, separator)), std::string(text.substr(separator + 1))};
-}
+    SharedText Shared(std::string_view text) { return *texts.emplace(text).first; }
+    // Nothing for a name that cannot be written out again, or is too long.
+    std::optional<XmlName> Name(std::string_view text, bool isElement) {
+        const std::size_t separator = text.find(c_separator);
+        const std::string_view space = separator == text.npos ? std::string_view() : text.substr(0, separator);
+        const std::string_view local = separator == text.npos ? text : text.substr(separator + 1);
+        const bool isReserved = space == c_xmlnsSpace || (isElement && space == c_xmlSpace);
+        if (isReserved || local.empty() || local.find(':') != local.npos || std::max(space.size(), local.size()) > limits::xmlNameBytes)
+            return std::nullopt;
+        return XmlName{Shared(space), Shared(local)};
+    }
+    bool HasRoom() { return ++nodes <= limits::xmlNodes; }
+};
 
 void Refuse(Building& building) {
     building.refused = true;
@@ -36,12 +87,19 @@ void Refuse(Building& building) {
 
 void OnStart(void* data, const XML_Char* name, const XML_Char** attributes) {
     Building& building = *static_cast<Building*>(data);
-    if (building.open.size() > c_maxDepth)
+    if (building.open.size() > limits::xmlDepth || !building.HasRoom())
+        return Refuse(building);
+    const std::optional<XmlName> elementName = building.Name(name, true);
+    if (!elementName)
         return Refuse(building);
     XmlNode& node = building.open.back()->children.emplace_back();
-    node.name = SplitName(name);
-    for (; *attributes; attributes += 2)
-        node.attributes.emplace_back(SplitName(attributes[0]), attributes[1]);
+    node.name = *elementName;
+    for (; *attributes; attributes += 2) {
+        const std::optional<XmlName> attributeName = building.Name(attributes[0], false);
+        if (!attributeName || !building.HasRoom())
+            return Refuse(building);
+        node.attributes.emplace_back(*attributeName, attributes[1]);
+    }
     building.open.push_back(&node);
 }
 
@@ -50,9 +108,13 @@ void OnEnd(void* data, const XML_Char*) {
 }
 
 void OnText(void* data, const XML_Char* text, int length) {
-    std::vector<XmlNode>& children = static_cast<Building*>(data)->open.back()->children;
-    if (children.empty() || !children.back().IsText())
+    Building& building = *static_cast<Building*>(data);
+    std::vector<XmlNode>& children = building.open.back()->children;
+    if (children.empty() || !children.back().IsText()) {
+        if (!building.HasRoom())
+            return Refuse(building);
         children.emplace_back();
+    }
     children.back().text.append(text, static_cast<std::size_t>(length));
 }
 
@@ -70,17 +132,28 @@ std::string AttributesText(const XmlNode& node) {
     std::string text;
     int count = 0;
     for (const auto& [name, value] : node.attributes) {
+        const std::string local(std::string_view(name.local));
         if (name.space.empty()) {
-            text += ' ' + name.local;
-        } else if (name.space == c_xmlSpace) {
-            text += " xml:" + name.local;
+            text += ' ' + local;
+        } else if (std::string_view(name.space) == c_xmlSpace) {
+            text += " xml:" + local;
         } else {
             const std::string prefix = "a" + std::to_string(++count);
-            text += " xmlns:" + prefix + "=\"" + Escaped(name.space) + "\" " + prefix + ':' + name.local;
+            text += " xmlns:" + prefix + "=\"" + Escaped(name.space) + "\" " + prefix + ':' + local;
         }
         text += "=\"" + Escaped(value) + '"';
     }
     return text;
+}
+
+// How many bytes the first character of text takes if no XML may have it; else 0.
+std::size_t ForbiddenSize(std::string_view text) {
+    const auto unit = static_cast<unsigned char>(text[0]);
+    if (unit < 0x20)
+        return unit == '\t' || unit == '\n' || unit == '\r' ? 0 : 1;
+    if (text.starts_with("\xEF\xBF\xBE") || text.starts_with("\xEF\xBF\xBF"))
+        return 3;
+    return unit == 0xED && text.size() > 2 && static_cast<unsigned char>(text[1]) >= 0xA0 ? 3 : 0;  // half of a pair
 }
 
 }  // namespace
@@ -100,12 +173,13 @@ std::string XmlNode::Text() const {
 }
 
 XmlNode ParseXml(std::string_view document) {
-    const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(XML_ParserCreateNS(nullptr, c_separator),
-                                                                              XML_ParserFree);
+    t_parserBytesLeft = limits::xmlParserBytes;
+    const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(
+        XML_ParserCreate_MM(nullptr, &c_memory, std::string(1, c_separator).c_str()), XML_ParserFree);
     if (!parser)
         throw std::bad_alloc();
-    Building building{parser.get(), {}, {}, false};
-    building.open = {&building.document};
+    Building building;
+    building.parser = parser.get();
     XML_SetUserData(parser.get(), &building);
     XML_SetElementHandler(parser.get(), OnStart, OnEnd);
     XML_SetCharacterDataHandler(parser.get(), OnText);
@@ -122,7 +196,13 @@ XmlNode ParseXml(std::string_view document) {
 std::string Escaped(std::string_view text) {
     std::string escaped;
     escaped.reserve(text.size());
-    for (const char unit : text) {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char unit = text[i];
+        if (const std::size_t size = ForbiddenSize(text.substr(i)); size > 0) {
+            escaped += "\xEF\xBF\xBD";
+            i += size - 1;
+            continue;
+        }
         switch (unit) {
         case '&': escaped += "&amp;"; break;
         case '<': escaped += "&lt;"; break;
@@ -138,11 +218,12 @@ std::string Escaped(std::string_view text) {
 }
 
 std::string OpenName(const XmlName& name) {
-    return name.space == c_dav ? "D:" + name.local : name.local + " xmlns=\"" + Escaped(name.space) + '"';
+    const std::string local(std::string_view(name.local));
+    return std::string_view(name.space) == c_dav ? "D:" + local : local + " xmlns=\"" + Escaped(name.space) + '"';
 }
 
 std::string CloseName(const XmlName& name) {
-    return name.space == c_dav ? "D:" + name.local : name.local;
+    return (std::string_view(name.space) == c_dav ? "D:" : "") + std::string(std::string_view(name.local));
 }
 
 std::string Serialized(const XmlNode& node) {

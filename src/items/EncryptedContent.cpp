@@ -67,11 +67,13 @@ std::wstring EncryptedContent::DescriptionStr() const {
 }
 
 VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
-                                           std::uint32_t openDisposition, bool exists, const wchar_t* lockToken) {
+                                           std::uint32_t openDisposition, bool exists, bool isContainerPath,
+                                           const wchar_t* lockToken) {
     QC_TRACE_THIS(L"VirtualFile::OpenHalvaneFile", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,
                   FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition));
     const bool creates = CreatesFiles(openDisposition);
-    const std::wstring containerPath = exists ? ContainerPathStr(filePath) : ZipPathStr(filePath);
+    const std::wstring containerPath = exists ? ContainerPathStr(filePath) : isContainerPath ? filePath : ZipPathStr(filePath);
+    const std::wstring itemPath = containerPath.substr(0, containerPath.size() - kContainerExtension.size());
     const std::wstring fileName = PathStripPathStr(filePath);
     if (openDisposition == CREATE_NEW)
         QC_CHECK(!PathExists(filePath) && !PathExists(containerPath), VSS_FileExists, L"!PathExists(containerPath) =>false%s, ");
@@ -86,7 +88,7 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
                  L"IsExistingFolder(PathRemoveFileSpecStr(filePath)) =>false%s, ");
     }
     if (!creates)
-        QC_CHECK(IsExistingFile(containerPath) || VirtualTempFileDispenser::HoldsUnsavedEdit(filePath), VVS_FileNotFound,
+        QC_CHECK(IsExistingFile(containerPath) || VirtualTempFileDispenser::HoldsUnsavedEdit(itemPath), VVS_FileNotFound,
                  L"IsExistingFile(containerPath) =>false%s, ");
     // The item works on the locked container itself, whatever the host asked for.
     QC_CHECK_STATUS(FileLocker::GetLockedFile(containerPath.c_str(), desiredAccess, kFullContentAccess, lockToken, &m_lock),
@@ -99,7 +101,7 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     m_isBaseKnown = m_startsEmpty;
     if (m_startsEmpty && openDisposition != CREATE_NEW)
         m_base = ReadFileVersion(containerPath);
-    m_state.SetPath(containerPath.substr(0, containerPath.size() - kContainerExtension.size()));
+    m_state.SetPath(itemPath);
     return qcLog.Leave(VVS_Success);
 }
 
@@ -222,6 +224,7 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
         m_lock.content->isDeleted = deleteFile;
     }
     m_deletedVersion = version;
+    m_deletedEdit = deleteFile && !m_startsEmpty ? VirtualTempFileDispenser::ShownEdit(m_state.Path(), version) : std::wstring();
     return qcLog.Leave(VVS_Success);
 }
 

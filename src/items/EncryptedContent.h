@@ -13,9 +13,10 @@ class EncryptedContent final : public FileContent {
 public:
     using FileContent::FileContent;
 
-    // exists: filePath was found, as a document or as a container's own path. Opens no file; a lock's handle is taken.
+    // exists: filePath was found, as a document or as a container's own path. isContainerPath: it was not, but is that of a
+    // container for which an edit waits. Opens no file; a lock's handle is taken.
     VirtualVolumeStatus Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
-                             std::uint32_t openDisposition, bool exists, const wchar_t* lockToken);
+                             std::uint32_t openDisposition, bool exists, bool isContainerPath, const wchar_t* lockToken);
     // Takes the container that was just written for the item's path.
     void Adopt(LockedFile lock);
 
@@ -91,4 +92,5 @@ private:
     std::optional<SaveGate> m_gate;                 // while it is saved
     std::optional<FileVersion> m_base;              // nothing: there was none
     std::optional<FileVersion> m_deletedVersion;    // what was there when the deletion was marked
+    std::wstring m_deletedEdit;                     // and the edit that waited, if it was shown
 };

@@ -57,7 +57,7 @@ VirtualVolumeStatus EncryptedContent::CloseDeleted() {
         m_copy.GiveBack(m_state.Path(), m_base);
     } else {
         m_copy.Discard();
-        VirtualTempFileDispenser::Remove(m_state.Path(), true, m_startsEmpty ? nullptr : &m_deletedVersion);
+        VirtualTempFileDispenser::Remove(m_state.Path(), true, m_deletedEdit);
     }
     m_lock = {};
     return qcLog.Leave(status);

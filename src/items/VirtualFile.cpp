@@ -6,6 +6,7 @@
 #include "items/EncryptedContent.h"
 #include "items/FileMove.h"
 #include "items/PlainContent.h"
+#include "items/VirtualTempFileDispenser.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
@@ -30,14 +31,17 @@ VirtualVolumeStatus VirtualFile::Open(const wchar_t* filePath, std::uint32_t des
     const bool creates = CreatesFiles(openDisposition);
     // The companion library takes names as UTF-8: it could neither be asked about this one nor store it.
     QC_CHECK(!creates || IsWellFormed(filePath), VVS_InvalidParameter, L"IsWellFormed(filePath) =>false%s, ");
+    // An edit may wait for a container that is gone, also for one that is opened by its own path, as conflict copies are.
+    const bool isContainerPath = !findData && EndsWithNoCase(filePath, kContainerExtension) &&
+                                 VirtualTempFileDispenser::HoldsUnsavedEdit(PathRemoveExtensionStr(filePath));
     const bool isEncrypted = findData ? findData->itemType != VIT_PlainFile || IsEmptyContainerOf(filePath, *findData)
-                                      : VirtualTempFileDispenser::HoldsUnsavedEdit(filePath);
+                                      : isContainerPath || VirtualTempFileDispenser::HoldsUnsavedEdit(filePath);
     if (findData && isEncrypted == (findData->itemType != VIT_PlainFile))
         m_state.findData = *findData;
     VirtualVolumeStatus status = VVS_Success;
     if (isEncrypted || (creates && ShouldFileBeEncrypted(filePath))) {
         auto content = std::make_unique<EncryptedContent>(m_state);
-        status = content->Open(filePath, desiredAccess, shareMode, openDisposition, isEncrypted && findData, lockToken);
+        status = content->Open(filePath, desiredAccess, shareMode, openDisposition, isEncrypted && findData, isContainerPath, lockToken);
         if (status == VVS_Success)
             m_content = std::move(content);
     } else {

@@ -212,8 +212,14 @@ bool VirtualTempFileDispenser::TakeOvertakenEdit(const std::wstring& filePathKey
     return true;
 }
 
-void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool deleteFileFromDisk,
-                                      const std::optional<FileVersion>* deletedVersion) {
+std::wstring VirtualTempFileDispenser::ShownEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container) {
+    CacheState& state = State();
+    const SectionGuard guard(state.section);
+    const RetainedCopy* const copy = state.Find(filePathKey);
+    return copy && copy->unsaved && IsStillVersion(copy->container, container) ? copy->tempFilePath : std::wstring();
+}
+
+void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool deleteFileFromDisk, const std::wstring& deletedEdit) {
     QC_TRACE(L"VirtualTempFileDispenser::Remove", L"filePathKey[%s], deleteFileFromDisk[%s]", filePathKey,
              FormatBoolStr(deleteFileFromDisk));
     std::optional<RetainedCopy> copy;
@@ -221,7 +227,7 @@ void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool dele
         CacheState& state = State();
         const SectionGuard guard(state.section);
         const RetainedCopy* const found = state.Find(filePathKey);
-        if (found && (!found->unsaved || (deletedVersion && found->container == *deletedVersion)))
+        if (found && (!found->unsaved || found->tempFilePath == deletedEdit))
             copy = state.Take(filePathKey);
     }
     if (!copy) {

@@ -40,10 +40,12 @@ public:
     // Takes out an edit that waits for a container that somebody else replaced since; false when there is none.
     static bool TakeOvertakenEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container, RetainedCopy& copy);
 
-    // Forgets an item's copy and, when asked to, deletes its folder. An unsaved edit goes only when its document was deleted by
-    // who knew it, in the version that it began from: deletedVersion, null for none.
-    static void Remove(const std::wstring& filePathKey, bool deleteFileFromDisk,
-                       const std::optional<FileVersion>* deletedVersion = nullptr);
+    // The temp path of an edit that waits for the version that is stored now, and so is what the document shows; empty: none.
+    static std::wstring ShownEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container);
+
+    // Forgets an item's copy and, when asked to, deletes its folder. An unsaved edit goes only when it is this one, which its
+    // document was deleted with.
+    static void Remove(const std::wstring& filePathKey, bool deleteFileFromDisk, const std::wstring& deletedEdit = {});
 
     // The copies of all that lies below a folder, after the folder was moved: they are its items' still. The tracking files of
     // unsaved edits then name the new containers.

@@ -2,6 +2,11 @@
 //
 // explorer [START...] [--depth N] [--seconds N] [--length N] [--seed N]    explorer --history "START: STEP; STEP; ..."
 //
+// The enumeration leaves out, and only the walks take: opens with the token given (without one the volume takes the lock's own), the
+// second opener before the first one has acted, two of its dispositions, calls on closed handles, a second read and an undelete without
+// a delete, what follows a refused call or the end of the process, and last steps that a shorter history ends with anyway. A refused
+// call is still judged itself. In the runs with equal lengths and times, only histories in which somebody stores.
+//
 // Ends with 1 when a history failed. A failing one is shortened to the least that still fails in the same way; what has those
 // steps in that order besides others is then only counted.
 #include <chrono>

@@ -1,6 +1,8 @@
 """Who may come in when the server listens on more than the loopback and asks for a password."""
 import base64
+import http.client
 import subprocess
+import threading
 
 from dav import expect, run, status
 
@@ -29,6 +31,24 @@ def hosts(dav):
         status(dav('GET', '/', Host=host, Authorization=right), 403)
 
 
+def guessing_is_slow_over_any_number_of_connections(dav):
+    """A few are free, a few wait for their turn; the others are not even looked at. Who was let in does not wait."""
+    connection = http.client.HTTPConnection('127.0.0.1', dav.port, timeout=60)
+    right, answers = {'Authorization': basic('ann:quiet river 7')}, []
+    connection.request('GET', '/', headers=right)
+    expect(connection.getresponse().read(), 'no page')
+    guesses = [threading.Thread(target=lambda number=number: answers.append(dav('GET', '/', Authorization=basic(f'ann:{number}')).status))
+               for number in range(40)]
+    for guess in guesses:
+        guess.start()
+    for _ in range(20):
+        connection.request('GET', '/', headers=right)
+        expect(connection.getresponse().read(), 'no page')
+    for guess in guesses:
+        guess.join()
+    expect(answers.count(401) <= 15 and answers.count(401) + answers.count(503) == 40, f'{answers}')
+
+
 def the_password_is_nowhere(dav):
     for name in ('server.log', 'server.out'):
         with open(f'{dav.folder}/{name}') as file:
@@ -38,4 +58,4 @@ def the_password_is_nowhere(dav):
 
 
 if __name__ == '__main__':
-    run((only_with_the_password, hosts, the_password_is_nowhere))
+    run((hosts, only_with_the_password, guessing_is_slow_over_any_number_of_connections, the_password_is_nowhere))

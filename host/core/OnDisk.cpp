@@ -1,0 +1,139 @@
+#include "core/OnDisk.h"
+
+#include "core/Text.h"
+
+namespace {
+
+constexpr DWORD c_shareAny = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr std::size_t c_deepest = 256;  // folders in each other; more are nobody's documents
+
+DiskHandle Open(const std::wstring& path, DWORD access, DWORD share, DWORD disposition, DWORD flags) {
+    return OwnHandle(CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr));
+}
+
+std::wstring RealPathAs(HANDLE file, DWORD form) {
+    const DWORD size = GetFinalPathNameByHandleW(file, nullptr, 0, form);
+    std::wstring path(size, L'\0');
+    const DWORD length = size == 0 ? 0 : GetFinalPathNameByHandleW(file, path.data(), size, form);
+    path.resize(length < size ? length : 0);
+    return path;
+}
+
+bool IsRealFolder(const DiskHandle& file) {
+    FILE_BASIC_INFO info{};
+    return GetFileInformationByHandleEx(file.get(), FileBasicInfo, &info, sizeof(info)) &&
+           (info.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !(info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
+}
+
+bool Remove(const std::wstring& path, bool (*stays)(const std::wstring&), std::size_t depth) {
+    if (depth > c_deepest)
+        return false;
+    {
+        // While it is open, nobody puts a link in its place.
+        const DiskHandle item = OpenItself(path, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE);
+        if (!item)
+            return GetLastError() == ERROR_FILE_NOT_FOUND;
+        const bool isFolder = IsRealFolder(item);
+        if (!isFolder && stays && stays(path))
+            return false;
+        bool isEmpty = true;
+        for (const std::wstring& name : isFolder ? NamesIn(path) : std::vector<std::wstring>())
+            isEmpty = Remove(path + L'\\' + name, stays, depth + 1) && isEmpty;
+        if (!isEmpty)
+            return false;
+    }
+    return DeleteItself(path);
+}
+
+}  // namespace
+
+DiskHandle OwnHandle(HANDLE handle) {
+    return DiskHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+}
+
+std::wstring RealPath(HANDLE file) {
+    if (std::wstring path = RealPathAs(file, VOLUME_NAME_DOS); !path.empty())
+        return path;
+    const std::wstring device = RealPathAs(file, VOLUME_NAME_NT);  // a disk without a letter
+    return device.empty() ? device : L"\\\\?\\GLOBALROOT" + device;
+}
+
+std::wstring RealPath(const std::wstring& path) {
+    const DiskHandle item = Open(path, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0);
+    return item ? RealPath(item.get()) : std::wstring();
+}
+
+std::wstring OrdinaryPath(const std::filesystem::path& realPath) {
+    const std::wstring path = realPath.native();
+    const bool hasDrive = path.starts_with(L"\\\\?\\") && path.size() > 6 && path[5] == L':';
+    return hasDrive ? path.substr(4) : path;
+}
+
+Standing StandingAt(const std::wstring& realPath) {
+    const DiskHandle item = Open(realPath, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0);
+    if (item)
+        return EqualNoCase(RealPath(item.get()), realPath) ? Standing::Itself : Standing::Link;
+    const DWORD attributes = GetFileAttributesW(realPath.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES)
+        return Standing::Nothing;
+    return attributes & FILE_ATTRIBUTE_REPARSE_POINT ? Standing::Link : Standing::Itself;
+}
+
+std::wstring LongName(const std::wstring& path) {
+    WIN32_FIND_DATAW entry{};
+    const HANDLE search = FindFirstFileW(path.c_str(), &entry);
+    if (search == INVALID_HANDLE_VALUE)
+        return {};
+    FindClose(search);
+    return entry.cFileName;
+}
+
+bool HasRoom(const std::wstring& folder, std::uint64_t bytes) {
+    constexpr std::uint64_t alittle = 1 << 20;
+    ULARGE_INTEGER free{};
+    return !GetDiskFreeSpaceExW(folder.c_str(), &free, nullptr, nullptr) || (free.QuadPart >= alittle && free.QuadPart - alittle >= bytes);
+}
+
+DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition) {
+    DiskHandle item = Open(realPath, access, share, disposition, FILE_FLAG_OPEN_REPARSE_POINT);
+    if (item && !EqualNoCase(RealPath(item.get()), realPath)) {
+        item.reset();
+        SetLastError(ERROR_CANT_ACCESS_FILE);
+    }
+    return item;
+}
+
+std::vector<std::wstring> NamesIn(const std::wstring& folder) {
+    std::vector<std::wstring> names;
+    if (StandingAt(folder) != Standing::Itself)
+        return names;
+    WIN32_FIND_DATAW entry{};
+    const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &entry);
+    if (search == INVALID_HANDLE_VALUE)
+        return names;
+    do {
+        if (const std::wstring_view name = entry.cFileName; name != L"." && name != L"..")
+            names.emplace_back(name);
+    } while (FindNextFileW(search, &entry));
+    FindClose(search);
+    return names;
+}
+
+bool DeleteOpen(const DiskHandle& file) {
+    FILE_BASIC_INFO info{};
+    if (GetFileInformationByHandleEx(file.get(), FileBasicInfo, &info, sizeof(info)) && (info.FileAttributes & FILE_ATTRIBUTE_READONLY)) {
+        info.FileAttributes &= ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
+        SetFileInformationByHandle(file.get(), FileBasicInfo, &info, sizeof(info));
+    }
+    FILE_DISPOSITION_INFO disposition{TRUE};
+    return SetFileInformationByHandle(file.get(), FileDispositionInfo, &disposition, sizeof(disposition));
+}
+
+bool DeleteItself(const std::wstring& realPath) {
+    const DiskHandle item = OpenItself(realPath, DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, 0);
+    return item && DeleteOpen(item);
+}
+
+bool RemoveItself(const std::wstring& realPath, bool (*stays)(const std::wstring& file)) {
+    return Remove(realPath, stays, 0);
+}

@@ -1,0 +1,51 @@
+// What really stands on disk under a path. A link (a symbolic link, a junction, a volume's mount point) and a short name
+// ("REPORT~1.DOC") make one file reachable by several paths; here each has one. Where a handle says that it is decides,
+// so that it holds on any platform. Paths are native; a "real" one came from RealPath or is such a one and a listed name.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <windows.h>
+
+struct DiskHandleCloser {
+    using pointer = HANDLE;
+    void operator()(HANDLE handle) const { CloseHandle(handle); }
+};
+using DiskHandle = std::unique_ptr<void, DiskHandleCloser>;
+// Takes over a handle; null for INVALID_HANDLE_VALUE.
+DiskHandle OwnHandle(HANDLE handle);
+
+// The one path of the file or folder that path leads to, in the form "\\?\C:\...". Empty: nothing is there, or it cannot be told.
+std::wstring RealPath(const std::wstring& path);
+// The same of an open file.
+std::wstring RealPath(HANDLE file);
+
+// A real path as people read it, and as the volume takes it.
+std::wstring OrdinaryPath(const std::filesystem::path& realPath);
+
+enum class Standing { Nothing, Itself, Link };
+// What stands at folder\name, where folder is a real path.
+Standing StandingAt(const std::wstring& realPath);
+// The long name of what stands there; empty when nothing does.
+std::wstring LongName(const std::wstring& path);
+
+// Has the disk of this folder room for so many bytes, and a little more? Also true when it does not say.
+bool HasRoom(const std::wstring& folder, std::uint64_t bytes);
+
+// Opens the file or folder that stands at a real path, and no other that a link there leads to. Null: it failed, and
+// GetLastError tells why; ERROR_CANT_ACCESS_FILE when it is a link that this platform cannot open itself.
+DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING);
+
+// The names in a folder at a real path; none when it is a link.
+std::vector<std::wstring> NamesIn(const std::wstring& realFolder);
+
+// Deletes what was opened with DELETE and FILE_WRITE_ATTRIBUTES, read-only or not, once it is closed.
+bool DeleteOpen(const DiskHandle& item);
+// Deletes the file or link that stands at a real path, or the folder if it is empty; not while anybody has it open.
+bool DeleteItself(const std::wstring& realPath);
+// The same with all that is in a folder, but for the files that stay says yes to. False: something stays.
+bool RemoveItself(const std::wstring& realPath, bool (*stays)(const std::wstring& file) = nullptr);

@@ -1,0 +1,67 @@
+// Every limit of the WebDAV server, in one place. docs/security.md has the same table for the people who run it, and a test
+// compares the two.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace webdav::limits {
+
+// Connections. Those that wait make room for newcomers; only who is being answered stays.
+constexpr std::size_t connections = 64;
+constexpr std::size_t connectionsOfOneAddress = 48;
+constexpr std::size_t connectionsNotLetIn = 16;   // which have not passed the checks of Access.h yet
+constexpr std::chrono::seconds freshTime{1};      // in which a newcomer makes room only when nobody else can
+constexpr std::size_t connectionsLeaving = 32;    // told to make room, and not gone yet
+constexpr std::chrono::seconds idleTime{75};      // between two requests
+constexpr std::chrono::seconds headerTime{20};
+constexpr std::chrono::seconds bodyStall{60};
+constexpr std::uint64_t bodyBytesPerSecond = 1024;     // the least
+constexpr std::chrono::seconds answerStall{20};
+constexpr std::uint64_t answerBytesPerSecond = 4096;   // the least
+constexpr std::chrono::seconds slowAfter{30};     // a body or answer below slowBytesPerSecond
+constexpr std::uint64_t slowBytesPerSecond = 32 * 1024;  // makes room, too, when nobody waits
+constexpr std::chrono::seconds lingerTime{2};     // for the client to read the last answer
+constexpr std::chrono::seconds timeToFinish{30};  // after Ctrl-C, for answers under way
+constexpr std::chrono::seconds timeToStore{60};   // and then for what is being stored
+constexpr std::chrono::seconds claimPatience{45}; // of a request for a file that another one is using
+
+// Requests.
+constexpr std::size_t headerBytes = 32 * 1024;
+constexpr std::size_t bufferBytes = 64 * 1024;    // with less, uploads come in drops; also the longest chunk header
+constexpr std::size_t framingBytes = 64 * 1024;   // of a body's chunk headers and trailers,
+constexpr std::size_t framingPerBodyByte = 8;     // and so many for each byte of the body itself
+constexpr std::size_t drainBytes = 256 * 1024;    // of a refused request, read so that the client sees the refusal
+constexpr std::size_t targetBytes = 16 * 1024;
+constexpr std::size_t pathComponents = 128;
+constexpr std::size_t ifConditions = 200;
+constexpr std::size_t xmlBytes = 256 * 1024;
+constexpr std::size_t xmlDepth = 64;
+constexpr std::size_t xmlNodes = 4000;            // elements, attributes and pieces of text together
+constexpr std::size_t xmlNameBytes = 512;         // of a name, and of a namespace
+constexpr std::size_t xmlParserBytes = 8 * 1024 * 1024;
+constexpr std::size_t xmlAtOnce = 4;              // documents; others wait
+constexpr std::size_t propertiesAsked = 200;      // of each resource in one PROPFIND
+
+// Passwords.
+constexpr std::size_t freeGuesses = 5;            // wrong ones of one address, before
+constexpr std::chrono::milliseconds guessDelay{500};  // each further one waits, one after the other
+constexpr std::size_t guessesWaiting = 4;         // more are refused unread
+constexpr std::chrono::seconds guessMemory{60};   // after the last wrong one
+
+// What is kept for clients.
+constexpr std::size_t locks = 1000;
+constexpr std::size_t locksOfOneFile = 16;
+constexpr std::size_t lockOwnerBytes = 1024;
+constexpr std::size_t lockBytes = 8 * 1024 * 1024;      // of all owners and paths together
+constexpr std::size_t propertiesOfOneFile = 200;
+constexpr std::size_t propertyBytesOfOneFile = 64 * 1024;
+constexpr std::size_t propertyBytes = 8 * 1024 * 1024;  // of all, their files' paths included
+constexpr std::size_t changeBytes = 4 * 1024 * 1024;    // of the paths of changed files, for entity tags
+constexpr std::size_t pageEntries = 16'000;       // of a folder's page in a browser
+constexpr std::size_t listingsAtOnce = 2;         // others wait
+constexpr std::uint64_t diskReserve = 64 * 1024 * 1024;  // that an upload leaves on the temp folder's disk
+constexpr std::size_t spoolMemoryBytes = 256 * 1024;    // of an upload; the rest goes to a file
+
+}  // namespace webdav::limits
