@@ -199,8 +199,10 @@ int main(int argc, char** argv) {
             return RunOne(argv[at + 1]);
         if (numbers.count(word) && at + 1 < argc)
             numbers[word] = std::atoi(argv[++at]);
-        else
+        else if (std::any_of(Starts().begin(), Starts().end(), [&](const Start& start) { return start.name == word; }))
             names.push_back(word);
+        else
+            return std::printf("What start is \"%s\"?\n", argv[at]), 2;
     }
     std::mt19937 random(static_cast<unsigned>(numbers["--seed"]));
     bool hasFailed = false;

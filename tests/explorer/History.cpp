@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <atomic>
 #include <map>
+#include <cstdio>
+#include <cstdlib>
 
 #include <windows.h>
 
@@ -22,9 +24,11 @@ struct Opener {
     bool isPlain = false;
     bool isAccessed = false;  // an encrypted one: its temp file is made
     bool isDirty = false;     // its temp file holds what is not stored
+    bool isUnsure = false;    // whether it reads an edit that waited, or a file that is not where it was
     bool isDeleted = false;
     WordSet known = 0;
     bool knowsEmpty = false;  // and an empty document
+    WordSet moved = 0;   // an edit that waited, and goes with a rename
     WordSet marked = 0;  // what was there when it was marked for deletion
     Word current = kNothing;
 };
@@ -221,7 +225,7 @@ bool History::Read(Opener& opener) {
     opener = accessed;
     const Word expected = opener.isPlain ? plain : opener.current;
     const bool isThere = !opener.isPlain || FileAt(m_look, PathOf(opener.place));
-    ExpectText(std::string(data, length), isThere ? m_world.TextOf(expected) : std::string(data, length), "reads");
+    ExpectText(std::string(data, length), isThere && !opener.isUnsure ? m_world.TextOf(expected) : std::string(data, length), "reads");
     return true;
 }
 
@@ -257,7 +261,8 @@ bool History::Rename(Opener& opener, int place) {
     m_mayReplace = m_doomed | replaced | (accessed.isDirty ? accessed.known & ~Only(accessed.current) : 0);
     if (const Waiting* const moved = WaitingAt(opener.place)) {  // an edit moves with its document
         m_mayReplace |= moved->known & ~Only(moved->word);
-        accessed.known |= moved->known;
+        accessed.moved = Only(moved->word);
+        accessed.isUnsure |= !accessed.isAccessed || accessed.disposition != OPEN_EXISTING;
     }
     m_mayDrop = m_mayReplace;
     if (World::Volume()->RenameFile(opener.file, nullptr, m_world.VolumePath(PathOf(place)).c_str(), nullptr) != VVS_Success)
@@ -425,9 +430,7 @@ void History::Check(const Step& step, const Look& now) {
     const Opener& opener = m_openers[step.actor];
     if (step.op == Op::Write)
         Expect((Only(opener.current) & ~found) == 0, "what was written is found nowhere");
-    // What somebody else holds may stand in the way; then the edit waits.
-    const bool isAlone = !m_isLocked && !m_openers[1 - step.actor].file;
-    if (step.op == Op::Close && !opener.isDeleted && opener.isDirty && isAlone && step.failing == Failing::None)
+    if (step.op == Op::Close && !opener.isDeleted && opener.isDirty && step.failing == Failing::None)
         Expect((Only(opener.current) & ~now.inFolders) == 0, "closed, but not stored");
 }
 
@@ -438,15 +441,18 @@ void History::Settle(const Step& step) {
         opener.isAccessed |= opener.isPlain;
         opener.isPlain = PathOf(opener.place).starts_with(L"Plain");
         opener.isDirty &= !opener.isPlain && IsOnlyTracked(opener.current);
-        opener.knowsEmpty |= opener.current == kNothing;
+        opener.knowsEmpty |= IsEmptyAt(opener.place);
+        opener.known |= WordsAt(opener.place) & opener.moved;
     }
     if (step.op == Op::Rename || step.op == Op::Move)  // the platform's handles follow a file that is renamed
         for (Opener& other : m_openers)
-            if (other.file && other.isPlain && !FileAt(m_look, PathOf(other.place)) && FileAt(m_look, PathOf(step.argument)))
-                other.place = step.argument;
+            if (other.file && other.isPlain && !FileAt(m_look, PathOf(other.place))) {
+                other.isUnsure |= !FileAt(m_look, PathOf(step.argument));
+                other.place = other.isUnsure ? other.place : step.argument;
+            }
     if (step.op != Op::Close)
         return;
-    if (opener.isDirty && !opener.isDeleted && IsOnlyTracked(opener.current))
+    if (opener.isDirty && IsOnlyTracked(opener.current))  // also one whose document could not be deleted
         m_waiting[opener.place] = {opener.current, opener.known, opener.knowsEmpty};
     opener = {};
 }
@@ -464,6 +470,11 @@ void History::Do(const Step& step) {
     const Look now = m_world.LookAround();
     Check(step, now);
     m_look = now;
+    if (std::getenv("EXPLORER_TELLS")) {
+        std::printf("  %s%s:", m_step.c_str(), isRefused ? " (refused)" : "");
+        for (const auto& [path, file] : now.files) std::printf(" %ls %d%s", path.c_str(), file.word, file.isBare ? "b" : "");
+        std::printf(" temp %llx nothing %d kept %d\n", now.inTemp, now.tracksNothing, now.keptFolders);
+    }
     std::erase_if(m_waiting, [&](const auto& waiting) { return !IsTracked(waiting.second.word); });
     if (!isRefused)
         Settle(step);
