@@ -22,7 +22,7 @@ struct Opener {
     bool isPlain = false;
     bool isAccessed = false;  // an encrypted one: its temp file is made
     bool isDirty = false;     // its temp file holds what is not stored
-    bool isUnsure = false;    // whether it reads an edit that waited, or a file that is not where it was
+    bool isUnsure = false;    // what it reads or began from may be one thing or another
     bool isDeleted = false;
     WordSet known = 0;
     bool knowsEmpty = false;  // and an empty document
@@ -75,6 +75,7 @@ private:
         Word word;
         WordSet known;
         bool knowsEmpty;  // it began from an empty document
+        bool isUnsure;    // whether the container is still the one it began from
     };
     bool Call(const Step& step);
     bool CallOpener(const Step& step, Opener& opener);
@@ -176,6 +177,7 @@ void History::Access(Opener& opener) {
     if (opener.disposition != OPEN_EXISTING)
         return;
     opener.isDirty = WaitingAt(opener.place) != nullptr;
+    opener.isUnsure |= opener.isDirty && WaitingAt(opener.place)->isUnsure;
     if (opener.isDirty)
         TakeWaiting(opener.place, opener.known, opener.current);
     else {
@@ -267,8 +269,11 @@ bool History::Rename(Opener& opener, int place) {
         return m_mayReplace = m_doomed, m_waiting = waiting, false;
     if (accessed.isPlain)
         accessed.current = PlainAt(opener.place);
-    for (const Opener& other : m_openers)  // it holds open what became the temp file
-        m_mayLitter |= accessed.isPlain && &other != &opener && other.file && other.isPlain;
+    for (Opener& other : m_openers)
+        if (&other != &opener && other.file) {
+            m_mayLitter |= accessed.isPlain && other.isPlain;  // it holds open what became the temp file
+            other.isUnsure |= isSame;                          // its container may have been written anew
+        }
     opener = accessed;
     opener.known |= replaced | Only(opener.current);
     opener.place = place == kCase ? kHome : place;
@@ -452,7 +457,7 @@ void History::Settle(const Step& step) {
     if (step.op != Op::Close)
         return;
     if (opener.isDirty && IsOnlyTracked(opener.current))  // also one whose document could not be deleted
-        m_waiting[opener.place] = {opener.current, opener.known, opener.knowsEmpty};
+        m_waiting[opener.place] = {opener.current, opener.known, opener.knowsEmpty, opener.isUnsure};
     opener = {};
 }
 
@@ -487,6 +492,7 @@ void History::OpenAnew(int place) {
     if (!waiting && (!file || (m_look.keptFolders == 0 && !file->isBare)))
         return;  // nothing is known of it, so this is how many a history begins
     const Word expected = waiting ? waiting->word : file->word;
+    const bool isUnsure = waiting && waiting->isUnsure;
     m_mayReplace = m_mayDrop = waiting ? waiting->known & ~Only(expected) : 0;
     void* opened = nullptr;
     char data[512];
@@ -495,13 +501,13 @@ void History::OpenAnew(int place) {
                                                   nullptr, nullptr) == VVS_Success &&
                         World::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
     Expect(isDone, "cannot be opened");
-    if (isDone)
+    if (isDone && !isUnsure)
         ExpectText(std::string(data, length), m_world.TextOf(expected), "shows");
     World::Volume()->CloseFile(opened, nullptr);
     const Look now = m_world.LookAround();
     isRefused = false;
     Check({Op::Lock}, now);
-    Expect((Only(expected) & ~now.inFolders) == 0, "the edit that waited is not stored");
+    Expect((Only(expected) & ~(isUnsure ? now.inFolders | now.inTemp : now.inFolders)) == 0, "the edit that waited is not stored");
     m_look = now;
 }
 
