@@ -6,15 +6,6 @@
 // Which call fails, and how: it returns null, false or 0, or throws. Of the last two the nth call of any kind, once.
 enum class Failing : std::int32_t { None, NoWriter, ThrowingWriter, Write, Finish, Information, Nth, NthThrows };
 
-// What a container begins with. The stored name follows, then the content, both as they are.
-struct ContainerHeader {
-    char magic[8];
-    std::uint64_t size;         // bytes of the content
-    std::uint16_t times[3][8];  // last write, last access, creation: system times
-    std::uint16_t nameUnits;    // UTF-16 units of the stored name
-};
-inline constexpr char kContainerMagic[8] = {'c', 'o', 'n', 't', 'a', 'i', 'n', 's'};
-
 extern "C" {
 // The one mount folder, "Docs". A folder in it named K1 or K2 has a policy, with that key.
 void Explorer_SetRoot(const wchar_t* nativePath);

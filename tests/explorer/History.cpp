@@ -6,6 +6,8 @@
 
 #include <windows.h>
 
+#include "explorer/Process.h"
+
 namespace {
 
 const char* const kDispositions[] = {"", "new", "always new", "existing", "always", "truncating", "to read"};
@@ -204,7 +206,7 @@ bool History::Open(const Step& step, Opener& opener) {
         opener.known = WordsAt(kHome);
         opener.knowsEmpty = IsEmptyAt(kHome);
     }
-    const bool isDone = World::Volume()->OpenFile(&opener.file, m_world.VolumePath(OpenPathOf(kHome)).c_str(), access, 7,
+    const bool isDone = process::Volume()->OpenFile(&opener.file, m_world.VolumePath(OpenPathOf(kHome)).c_str(), access, 7,
                                                   static_cast<std::uint32_t>(opener.disposition),
                                                   step.withToken ? m_token.c_str() : nullptr, nullptr) == VVS_Success;
     if (isDone && m_isLocked)
@@ -220,7 +222,7 @@ bool History::Read(Opener& opener) {
     Access(accessed);
     char data[512];
     std::uint32_t length = 0;
-    if (World::Volume()->ReadFile(opener.file, 0, data, sizeof(data), &length, nullptr) != VVS_Success)
+    if (process::Volume()->ReadFile(opener.file, 0, data, sizeof(data), &length, nullptr) != VVS_Success)
         return m_waiting = waiting, false;
     opener = accessed;
     const Word expected = opener.isPlain ? plain : opener.current;
@@ -237,8 +239,8 @@ bool History::Write(Opener& opener, bool isCut) {
     m_mayReplace = opener.isPlain ? Only(PlainAt(opener.place)) : 0;
     m_mayDrop = accessed.known;
     const std::string text = m_world.TextOf(word);
-    if (World::Volume()->SetFileSize(opener.file, text.size(), nullptr) != VVS_Success ||
-        (!isCut && World::Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()), nullptr, nullptr) !=
+    if (process::Volume()->SetFileSize(opener.file, text.size(), nullptr) != VVS_Success ||
+        (!isCut && process::Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()), nullptr, nullptr) !=
                        VVS_Success))
         return m_waiting = waiting, false;
     m_mayBeBare |= isCut;
@@ -265,7 +267,7 @@ bool History::Rename(Opener& opener, int place) {
         accessed.isUnsure |= !accessed.isAccessed || accessed.disposition != OPEN_EXISTING;
     }
     m_mayDrop = m_mayReplace;
-    if (World::Volume()->RenameFile(opener.file, nullptr, m_world.VolumePath(PathOf(place)).c_str(), nullptr) != VVS_Success)
+    if (process::Volume()->RenameFile(opener.file, nullptr, m_world.VolumePath(PathOf(place)).c_str(), nullptr) != VVS_Success)
         return m_mayReplace = m_doomed, m_waiting = waiting, false;
     if (accessed.isPlain)
         accessed.current = PlainAt(opener.place);
@@ -288,14 +290,14 @@ void History::Close(Opener& opener) {
     m_mayDrop = m_doomed | (opener.isDeleted || !opener.isDirty ? opener.known | opener.marked : left);
     if (const Waiting* const waiting = WaitingAt(opener.place))  // a refused call may have taken it up
         m_mayReplace |= waiting->known & ~Only(waiting->word);
-    World::Volume()->CloseFile(opener.file, nullptr);
+    process::Volume()->CloseFile(opener.file, nullptr);
     m_doomed |= m_isLocked ? m_mayReplace : 0;
     if (opener.isDeleted)
         m_doomed |= opener.marked;  // it goes with the lock, or with the last handle
 }
 
 bool History::CallOpener(const Step& step, Opener& opener) {
-    IVirtualVolume* const volume = World::Volume();
+    IVirtualVolume* const volume = process::Volume();
     switch (step.op) {
     case Op::Open: return Open(step, opener);
     case Op::Read: return Read(opener);
@@ -332,7 +334,7 @@ bool History::MoveOrCopy(const Step& step) {
         TakeWaiting(kHome, known, current);
     m_mayReplace = m_mayDrop = WordsAt(step.argument) | (known & ~Only(current)) | m_doomed;
     const auto call = step.op == Op::Move ? &IVirtualVolume::MoveFileW : &IVirtualVolume::CopyFileW;
-    const bool isDone = (World::Volume()->*call)(m_world.VolumePath(OpenPathOf(kHome)).c_str(),
+    const bool isDone = (process::Volume()->*call)(m_world.VolumePath(OpenPathOf(kHome)).c_str(),
                                                  m_world.VolumePath(PathOf(step.argument)).c_str(), nullptr) == VVS_Success;
     m_waiting = waiting;  // until it is seen where the edit is
     m_mayBeBare |= isDone;  // also a lock's empty file can be copied
@@ -355,13 +357,13 @@ bool History::LockOrUnlock(bool isLock) {
     const std::wstring path = m_world.VolumePath(OpenPathOf(kHome));
     if (!isLock) {
         m_mayReplace = m_mayDrop = m_doomed;
-        const bool isDone = World::Volume()->Unlock(path.c_str(), m_token.c_str()) == VVS_Success;
+        const bool isDone = process::Volume()->Unlock(path.c_str(), m_token.c_str()) == VVS_Success;
         m_isLocked = m_isLocked && !isDone;
         return isDone;
     }
     LockInfo info{};
     info.scope = LockScope_Exclusive;
-    if (World::Volume()->Lock(path.c_str(), &info) != VVS_Success)
+    if (process::Volume()->Lock(path.c_str(), &info) != VVS_Success)
         return false;
     m_token = info.token;
     m_isLocked = true;
@@ -399,7 +401,7 @@ void History::EndProcess() {
     m_mayBeBare |= m_isLocked;
     m_isLocked = false;
     m_waiting.clear();
-    World::EndProcess();
+    process::End();
 }
 
 bool History::Call(const Step& step) {
@@ -497,13 +499,13 @@ void History::OpenAnew(int place) {
     void* opened = nullptr;
     char data[512];
     std::uint32_t length = 0;
-    const bool isDone = World::Volume()->OpenFile(&opened, m_world.VolumePath(OpenPathOf(place)).c_str(), GENERIC_READ, 7, OPEN_EXISTING,
+    const bool isDone = process::Volume()->OpenFile(&opened, m_world.VolumePath(OpenPathOf(place)).c_str(), GENERIC_READ, 7, OPEN_EXISTING,
                                                   nullptr, nullptr) == VVS_Success &&
-                        World::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
+                        process::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
     Expect(isDone, "cannot be opened");
     if (isDone && !isUnsure)
         ExpectText(std::string(data, length), m_world.TextOf(expected), "shows");
-    World::Volume()->CloseFile(opened, nullptr);
+    process::Volume()->CloseFile(opened, nullptr);
     const Look now = m_world.LookAround();
     isRefused = false;
     Check({Op::Lock}, now);
@@ -520,7 +522,7 @@ void History::End() {
     for (int place = kHome; place < kCase; ++place)
         OpenAnew(place);
     m_step = "at the end";
-    Expect(!World::HoldsHandles(), "the volume holds a handle");
+    Expect(!process::HoldsHandles(), "the volume holds a handle");
     Expect(Explorer_LiveObjects() == m_liveBefore, "a companion object lives");
     Expect(!m_look.hasLitter || m_mayLitter, "a temp folder without an owner");
     for (const auto& [path, file] : m_look.files) {
@@ -655,6 +657,6 @@ Outcome Run(const Start& start, const std::vector<Step>& steps) {
     history.End();
     outcome.failure = history.failure;
     if (!outcome.failure.empty())
-        World::EndProcess();  // what it holds is not to disturb others
+        process::End();  // what it holds is not to disturb others
     return outcome;
 }

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "explorer/Control.h"
 #include "explorer/World.h"
 
 enum class Op { Open, Read, Write, Cut, Delete, Undelete, Rename, Close, Move, Copy, Lock, Unlock, Store, StoreInPlace, Remove, EndProcess };

@@ -1,5 +1,5 @@
-// The world of one history: a folder with key K1, one with key K2, a plain one and a temp folder, all empty, and the volume, whose
-// process may end. Looking around is reading files; it disturbs nothing.
+// The world of one history: a folder with key K1, one with key K2, a plain one and the temp folder, all empty. Looking around is
+// reading files; it disturbs nothing.
 #pragma once
 
 #include <cstdint>
@@ -7,9 +7,6 @@
 #include <optional>
 #include <string>
 #include <vector>
-
-#include "explorer/Control.h"
-#include "quelcrypt/IVirtualVolume.h"
 
 // A word is a whole content of a document; each is stored by one step only. A set has the bits of its words.
 using Word = int;
@@ -19,9 +16,8 @@ inline constexpr Word kTorn = -2;     // none of the words
 inline WordSet Only(Word word) { return word < 0 ? 0 : WordSet{1} << word; }
 
 struct StoredFile {
-    bool isContainer;
-    bool isBare;  // no byte at all
-    Word word;
+    Word word = kTorn;
+    bool isBare = false;  // no byte at all: not even a container of nothing
     bool operator==(const StoredFile&) const = default;
 };
 
@@ -29,29 +25,23 @@ std::wstring LowerCase(std::wstring text);
 
 // What was found on the disk.
 struct Look {
-    std::map<std::wstring, StoredFile> files;  // of the three folders, by lower-case path: L"k1\\doc.txt.zip"
+    std::map<std::wstring, StoredFile> files;  // of the three folders, by lower-case path: L"k1\\doc7.txt.zip"
     WordSet inFolders = 0;
-    WordSet inTemp = 0;  // in temp files beside their tracking file
-    bool tracksNothing = false;  // an empty temp file is tracked
-    int keptFolders = 0;  // temp folders without a tracking file
-    bool hasLitter = false;  // an empty temp folder, or a tracking file alone
+    WordSet inTemp = 0;           // in temp files beside their tracking file
+    bool tracksNothing = false;   // a temp file beside its tracking file is empty
+    int keptFolders = 0;          // temp folders without a tracking file
+    bool hasLitter = false;       // a temp folder without content
 };
 
 class World {
 public:
-    explicit World(bool isEqual);  // isEqual: the words have one length, and somebody sets all times to one
-
-    static IVirtualVolume* Volume();
-    // Nothing is closed, and the next call is made by another process.
-    static void EndProcess();
-    // Does the volume hold handles of files or searches?
-    static bool HoldsHandles();
+    explicit World(bool isEqual);  // isEqual: the words have one length, and who stores sets all times to one
 
     Word NewWord() { return m_words++; }
     std::string TextOf(Word word) const;
     // No other world has this number: with it in their names, documents are new to the volume.
     const std::wstring& Number() const { return m_number; }
-    std::wstring VolumePath(const std::wstring& path) const;  // of a path like L"K1\\doc.txt"
+    std::wstring VolumePath(const std::wstring& path) const;  // of a path like L"K1\\doc7.txt"
 
     Look LookAround();
     // Stores a file as somebody outside. False: he was refused.
@@ -68,11 +58,9 @@ private:
     };
     // What was seen is seen again as long as the file or folder has the same stamp.
     template <class Sight>
-    struct Remembered {
-        Stamp stamp{};
-        Sight sight{};
-    };
-    std::optional<Stamp> StampOf(const std::wstring& path) const;
+    using Memory = std::map<std::wstring, std::pair<Stamp, Sight>>;
+    template <class Sight, class See>
+    const Sight& Seen(Memory<Sight>& memory, const std::wstring& path, See see);
     const std::vector<std::wstring>& NamesIn(const std::wstring& folder);
     const StoredFile& FileAt(const std::wstring& path);
     StoredFile Read(const std::wstring& path) const;
@@ -82,6 +70,6 @@ private:
     bool m_isEqual, m_remembers;
     int m_words = 0;
     std::wstring m_number;
-    std::map<std::wstring, Remembered<std::vector<std::wstring>>> m_folders;
-    std::map<std::wstring, Remembered<StoredFile>> m_files;
+    Memory<std::vector<std::wstring>> m_folders;
+    Memory<StoredFile> m_files;
 };

@@ -1,0 +1,69 @@
+// The explorer's containers: a header, the stored name and the content, all as they are, so that words are found by reading files.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <optional>
+#include <string>
+
+#include <windows.h>
+
+struct ContainerHeader {
+    char magic[8] = {'c', 'o', 'n', 't', 'a', 'i', 'n', 's'};
+    std::uint64_t contentBytes = 0;
+    std::uint64_t nameUnits = 0;
+    SYSTEMTIME times[3]{};  // last write, last access, creation
+};
+struct Container {
+    ContainerHeader header;
+    std::wstring name;
+    std::string content;
+};
+
+inline std::string BytesOf(Container container) {
+    container.header.contentBytes = container.content.size();
+    container.header.nameUnits = container.name.size();
+    return std::string(reinterpret_cast<const char*>(&container.header), sizeof(ContainerHeader))
+        .append(reinterpret_cast<const char*>(container.name.data()), container.name.size() * sizeof(wchar_t))
+        .append(container.content);
+}
+
+inline bool BeginsLikeContainer(const std::string& bytes) {
+    return bytes.size() >= sizeof(ContainerHeader) && std::memcmp(bytes.data(), ContainerHeader{}.magic, sizeof(ContainerHeader::magic)) == 0;
+}
+
+// Nothing when it is not a whole one.
+inline std::optional<Container> ContainerOf(const std::string& bytes) {
+    Container container;
+    if (!BeginsLikeContainer(bytes))
+        return std::nullopt;
+    std::memcpy(&container.header, bytes.data(), sizeof(ContainerHeader));
+    const std::size_t contentAt = sizeof(ContainerHeader) + container.header.nameUnits * sizeof(wchar_t);
+    if (bytes.size() != contentAt + container.header.contentBytes)
+        return std::nullopt;
+    container.name.assign(reinterpret_cast<const wchar_t*>(bytes.data() + sizeof(ContainerHeader)), container.header.nameUnits);
+    container.content = bytes.substr(contentAt);
+    return container;
+}
+
+// Small files, in one call; sharing everything.
+inline std::optional<std::string> ReadWhole(const std::wstring& path) {
+    const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return std::nullopt;
+    std::string bytes(4096, '\0');
+    DWORD length = 0;
+    ReadFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &length, nullptr);
+    CloseHandle(file);
+    bytes.resize(length);
+    return bytes;
+}
+inline bool WriteWhole(const std::wstring& path, DWORD disposition, const std::string& bytes) {
+    const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 7, nullptr, disposition, 0, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return false;
+    DWORD written = 0;
+    WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
+    CloseHandle(file);
+    return written == bytes.size();
+}
