@@ -21,7 +21,6 @@
 
 namespace {
 
-using Steps = std::vector<Step>;
 using Clock = std::chrono::steady_clock;
 
 double SecondsSince(Clock::time_point begin) { return std::chrono::duration<double>(Clock::now() - begin).count(); }
@@ -56,7 +55,7 @@ public:
             Step& last = steps.back();
             last.withToken = last.op == Op::Open && below(4) == 0;
             // While a container cannot be asked for, an open, and all of a conflict copy, is of an ordinary file.
-            const bool mayFail = last.op != Op::Open && last.op < (m_start.isHomeConflictCopy ? Op::Move : Op::Store);
+            const bool mayFail = last.op != Op::Open && last.op < (m_start.isConflictCopy ? Op::Move : Op::Store);
             if (last.failing == Failing::None && mayFail && below(10) == 0) {
                 last.failing = below(2) ? Failing::Nth : Failing::NthThrows;
                 last.nth = 1 + static_cast<int>(below(6));
@@ -73,16 +72,17 @@ public:
     int Histories() const { return m_histories; }
 
 private:
-    // Left out of the enumeration, see above; walks take all of it.
+    // Left out of the enumeration, see above.
     bool IsWorthwhile(const Steps& steps, const Step& step, bool isLast) const {
-        const auto isOutside = [](const Step& any) { return any.op == Op::Store || any.op == Op::StoreInPlace; };
-        if (!steps.empty() && steps.back().op == Op::EndProcess)
+        const auto stores = [](const Step& any) { return any.op == Op::Store || any.op == Op::StoreInPlace; };
+        const bool endsSo = step.op == Op::Close && step.actor == 0 && step.failing == Failing::None;
+        if (!steps.empty() && (steps.back().op == Op::EndProcess || (step.op == Op::Read && step == steps.back())))
             return false;
-        if (isLast && m_start.isEqual && !isOutside(step) && std::none_of(steps.begin(), steps.end(), isOutside))
+        if (step.op == Op::Open && step.actor == 1 && step.argument > OPEN_EXISTING)
             return false;
-        if (step.op == Op::Open)
-            return step.actor == 0 ? !isLast : step.argument == CREATE_NEW || step.argument == CREATE_ALWAYS || (step.argument == OPEN_EXISTING && !isLast);
-        return !isLast || !(step.op == Op::Read || (step.op == Op::Close && step.actor == 0 && step.failing == Failing::None));
+        if (isLast && (step.op == Op::Read || endsSo || (step.op == Op::Open && (step.actor == 0 || step.argument == OPEN_EXISTING))))
+            return false;
+        return !isLast || !m_start.isEqual || stores(step) || std::any_of(steps.begin(), steps.end(), stores);
     }
 
     Outcome Judge(const Steps& steps) {
@@ -145,27 +145,15 @@ private:
 };
 
 int RunOne(const std::string& text) {
-    const std::size_t colon = text.find(':');
-    Steps steps;
-    for (std::size_t at = colon + 2; at < text.size();) {
-        const std::size_t end = std::min(text.find(';', at), text.size());
-        const std::optional<Step> step = StepOfText(text.substr(at, end - at));
-        if (!step) {
-            std::printf("What is \"%s\"?\n", text.substr(at, end - at).c_str());
-            return 2;
-        }
-        steps.push_back(*step);
-        at = end + 2;
+    const auto history = HistoryOf(text);
+    if (!history) {
+        std::printf("This is no history: %s\n", text.c_str());
+        return 2;
     }
-    for (const Start& start : Starts())
-        if (text.substr(0, colon) == start.name) {
-            const Outcome outcome = Run(start, steps);
-            std::printf("%s\n    %s%s\n", TextOf(start, steps).c_str(), outcome.failure.empty() ? "all is well" : outcome.failure.c_str(),
-                        outcome.isRefused ? "; the last step was refused" : "");
-            return !outcome.failure.empty();
-        }
-    std::printf("What start is \"%s\"?\n", text.substr(0, colon).c_str());
-    return 2;
+    const Outcome outcome = Run(*history->first, history->second);
+    std::printf("%s\n    %s%s\n", text.c_str(), outcome.failure.empty() ? "all is well" : outcome.failure.c_str(),
+                outcome.isRefused ? "; the last step was refused" : "");
+    return !outcome.failure.empty();
 }
 
 // A history takes milliseconds. One that does not come to its end would keep silent otherwise.
