@@ -2,10 +2,20 @@
 //
 // explorer [START...] [--depth N] [--seconds N] [--length N] [--seed N]    explorer --history "START: STEP; STEP; ..."
 //
-// The enumeration leaves out, and only the walks take: opens with the token given (without one the volume takes the lock's own), the
-// second opener before the first one has acted, two of its dispositions, calls on closed handles, a second read and an undelete without
-// a delete, what follows a refused call or the end of the process, and last steps that a shorter history ends with anyway. A refused
-// call is still judged itself. In the runs with equal lengths and times, only histories in which somebody stores.
+// Enumerated is all that Next (History.cpp) offers after a history: A and then B open the document (each disposition, and to read), read,
+// write a word over all there is, cut, delete, undelete, rename to each place, close, close while one call of the save fails; move and copy by
+// path to each place; lock and unlock; somebody stores anew by a rename or in place, or deletes; the process ends. Left out is
+// - what comes to the same: calls on closed handles, an undelete without a delete, two reads in a row, B before A has acted (they are
+//   alike), as the last step a read, an open that starts nothing, or the close that follows anyway;
+// - what another start begins with: steps after others from outside or by path alone, and after the end of the process (but temp
+//   files of the ended one may then lie about, which only walks go on from);
+// - what follows a refused call, which itself is judged and closed after;
+// - B's opens that differ from A's by OPEN_ALWAYS, TRUNCATE_EXISTING or reading alone, deletes and renames by who opened to read, and a
+//   lock's token given explicitly (the volume takes it by itself): not sound, but walks take the first and the last of them;
+// - from the starts "occupied" and "equal" the histories that replace nothing, or store nothing from outside.
+// Two openers who both act need four steps: the walks and ./run soak histories go there.
+//
+// Walks take any of the steps, refused ones too, and let the nth call to the companion library fail or throw now and then.
 //
 // Ends with 1 when a history failed. A failing one is shortened to the least that still fails in the same way; what has those
 // steps in that order besides others is then only counted.
@@ -74,7 +84,6 @@ public:
 private:
     // Left out of the enumeration, see above.
     bool IsWorthwhile(const Steps& steps, const Step& step, bool isLast) const {
-        const auto stores = [](const Step& any) { return any.op == Op::Store || any.op == Op::StoreInPlace; };
         const bool endsSo = step.op == Op::Close && step.actor == 0 && step.failing == Failing::None;
         if (!steps.empty() && (steps.back().op == Op::EndProcess || (step.op == Op::Read && step == steps.back())))
             return false;
@@ -82,7 +91,8 @@ private:
             return false;
         if (isLast && (step.op == Op::Read || endsSo || (step.op == Op::Open && (step.actor == 0 || step.argument == OPEN_EXISTING))))
             return false;
-        return !isLast || !m_start.isEqual || stores(step) || std::any_of(steps.begin(), steps.end(), stores);
+        const auto isAbout = [&](const Step& any) { return m_start.isAbout(any.op); };
+        return !isLast || !m_start.isAbout || isAbout(step) || std::any_of(steps.begin(), steps.end(), isAbout);
     }
 
     Outcome Judge(const Steps& steps) {

@@ -76,6 +76,7 @@ private:
     Opener m_openers[2];
     bool m_hasActed[2] = {};
     bool m_hasBegun = false, m_onlyOutside = true;  // so far nothing was opened or locked
+    std::set<int> m_touched{kHome};  // places to which a step led
     bool m_isLocked = false;
     std::wstring m_token;
     std::map<int, Edit> m_waiting;  // edits that could not be saved, as long as their process lives
@@ -388,6 +389,8 @@ void History::Do(const Step& step) {
     m_mayReplace = m_mayDrop = 0;
     m_hasBegun = true;
     m_onlyOutside &= IsOutside(step.op) || IsByPath(step.op);
+    if (step.op == Op::Rename || IsByPath(step.op))
+        m_touched.insert(step.argument);
     m_hasActed[step.actor] |= step.op > Op::Open && step.op <= Op::Close;
     Explorer_Fail(step.failing, step.nth);
     isRefused = !Call(step);
@@ -437,7 +440,7 @@ void History::End() {
             Do({Op::Close, actor});
     if (m_isLocked)
         Do({Op::Unlock});
-    for (int place = kHome; place < kCase; ++place)
+    for (const int place : m_touched)
         OpenAnew(place);
     m_step = "at the end";
     Expect(!process::HoldsHandles(), "the volume holds a handle");

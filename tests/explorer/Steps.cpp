@@ -74,10 +74,10 @@ const std::vector<Start>& Starts() {
         {.name = "conflict", .isConflictCopy = true, .stored = {{kHome, false}, {kHome, true}}},
         {.name = "waiting", .stored = {{kHome, true}}, .before = waiting(OPEN_EXISTING)},
         {.name = "waiting-new", .isMinor = true, .stored = {}, .before = waiting(CREATE_NEW)},
-        {.name = "occupied", .stored = {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}},
+        {.name = "occupied", .isAbout = [](Op op) { return op == Op::Rename || IsByPath(op); }, .stored = {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}},
         {.name = "folder-missing", .isHomePlain = true, .stored = {}},
         {.name = "folder-stored", .isHomePlain = true, .stored = {{kHome, false}}},
-        {.name = "equal", .isEqual = true, .stored = {{kHome, true}}},
+        {.name = "equal", .isEqual = true, .isAbout = [](Op op) { return op == Op::Store || op == Op::StoreInPlace; }, .stored = {{kHome, true}}},
     };
     return starts;
 }

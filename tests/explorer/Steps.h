@@ -35,6 +35,7 @@ struct Start {
     bool isConflictCopy = false;  // the document is the container beside a plain file of its name
     bool isEqual = false;         // words have one length, stored files one time
     bool isMinor = false;         // gone through one step less deep
+    bool (*isAbout)(Op) = nullptr;  // histories without such a step are gone through from another start
     std::vector<std::pair<Place, bool>> stored;  // where, and as a container?
     Steps before = {};
 };
