@@ -390,7 +390,7 @@ void History::Do(const Step& step) {
     m_hasBegun = true;
     m_onlyOutside &= IsOutside(step.op) || IsByPath(step.op);
     if (step.op == Op::Rename || IsByPath(step.op))
-        m_touched.insert(step.argument);
+        m_touched.insert(step.argument == kCase ? kHome : step.argument);
     m_hasActed[step.actor] |= step.op > Op::Open && step.op <= Op::Close;
     Explorer_Fail(step.failing, step.nth);
     isRefused = !Call(step);
