@@ -2,10 +2,20 @@
 //
 // explorer [START...] [--depth N] [--seconds N] [--length N] [--seed N]    explorer --history "START: STEP; STEP; ..."
 //
-// The enumeration leaves out, and only the walks take: opens with the token given (without one the volume takes the lock's own), the
-// second opener before the first one has acted, two of its dispositions, calls on closed handles, a second read and an undelete without
-// a delete, what follows a refused call or the end of the process, and last steps that a shorter history ends with anyway. A refused
-// call is still judged itself. In the runs with equal lengths and times, only histories in which somebody stores.
+// Enumerated is all that Next (History.cpp) offers after a history: A and then B open the document (each disposition, and to read), read,
+// write a word over all there is, cut, delete, undelete, rename to each place, close, close while one call of the save fails; move and copy by
+// path to each place; lock and unlock; somebody stores anew by a rename or in place, or deletes; the process ends. Left out is
+// - what comes to the same: calls on closed handles, an undelete without a delete, two reads in a row, B before A has acted (they are
+//   alike), as the last step a read, an open that starts nothing, or the close that follows anyway;
+// - what another start begins with: steps after others from outside or by path alone, and after the end of the process (but temp
+//   files of the ended one may then lie about, which only walks go on from);
+// - what follows a refused call, which itself is judged and closed after;
+// - B's opens that differ from A's by OPEN_ALWAYS, TRUNCATE_EXISTING or reading alone, deletes and renames by who opened to read, and a
+//   lock's token given explicitly (the volume takes it by itself): not sound, but walks take the first and the last of them;
+// - from the starts "occupied" and "equal" the histories that replace nothing, or store nothing from outside.
+// Two openers who both act need four steps: the walks and ./run soak histories go there.
+//
+// Walks take any of the steps, refused ones too, and let the nth call to the companion library fail or throw now and then.
 //
 // Ends with 1 when a history failed. A failing one is shortened to the least that still fails in the same way; what has those
 // steps in that order besides others is then only counted.
@@ -21,7 +31,6 @@
 
 namespace {
 
-using Steps = std::vector<Step>;
 using Clock = std::chrono::steady_clock;
 
 double SecondsSince(Clock::time_point begin) { return std::chrono::duration<double>(Clock::now() - begin).count(); }
@@ -56,7 +65,7 @@ public:
             Step& last = steps.back();
             last.withToken = last.op == Op::Open && below(4) == 0;
             // While a container cannot be asked for, an open, and all of a conflict copy, is of an ordinary file.
-            const bool mayFail = last.op != Op::Open && last.op < (m_start.isHomeConflictCopy ? Op::Move : Op::Store);
+            const bool mayFail = last.op != Op::Open && last.op < (m_start.isConflictCopy ? Op::Move : Op::Store);
             if (last.failing == Failing::None && mayFail && below(10) == 0) {
                 last.failing = below(2) ? Failing::Nth : Failing::NthThrows;
                 last.nth = 1 + static_cast<int>(below(6));
@@ -73,16 +82,17 @@ public:
     int Histories() const { return m_histories; }
 
 private:
-    // Left out of the enumeration, see above; walks take all of it.
+    // Left out of the enumeration, see above.
     bool IsWorthwhile(const Steps& steps, const Step& step, bool isLast) const {
-        const auto isOutside = [](const Step& any) { return any.op == Op::Store || any.op == Op::StoreInPlace; };
-        if (!steps.empty() && steps.back().op == Op::EndProcess)
+        const bool endsSo = step.op == Op::Close && step.actor == 0 && step.failing == Failing::None;
+        if (!steps.empty() && (steps.back().op == Op::EndProcess || (step.op == Op::Read && step == steps.back())))
             return false;
-        if (isLast && m_start.isEqual && !isOutside(step) && std::none_of(steps.begin(), steps.end(), isOutside))
+        if (step.op == Op::Open && step.actor == 1 && step.argument > OPEN_EXISTING)
             return false;
-        if (step.op == Op::Open)
-            return step.actor == 0 ? !isLast : step.argument == CREATE_NEW || step.argument == CREATE_ALWAYS || (step.argument == OPEN_EXISTING && !isLast);
-        return !isLast || !(step.op == Op::Read || (step.op == Op::Close && step.actor == 0 && step.failing == Failing::None));
+        if (isLast && (step.op == Op::Read || endsSo || (step.op == Op::Open && (step.actor == 0 || step.argument == OPEN_EXISTING))))
+            return false;
+        const auto isAbout = [&](const Step& any) { return m_start.isAbout(any.op); };
+        return !isLast || !m_start.isAbout || isAbout(step) || std::any_of(steps.begin(), steps.end(), isAbout);
     }
 
     Outcome Judge(const Steps& steps) {
@@ -145,27 +155,15 @@ private:
 };
 
 int RunOne(const std::string& text) {
-    const std::size_t colon = text.find(':');
-    Steps steps;
-    for (std::size_t at = colon + 2; at < text.size();) {
-        const std::size_t end = std::min(text.find(';', at), text.size());
-        const std::optional<Step> step = StepOfText(text.substr(at, end - at));
-        if (!step) {
-            std::printf("What is \"%s\"?\n", text.substr(at, end - at).c_str());
-            return 2;
-        }
-        steps.push_back(*step);
-        at = end + 2;
+    const auto history = HistoryOf(text);
+    if (!history) {
+        std::printf("This is no history: %s\n", text.c_str());
+        return 2;
     }
-    for (const Start& start : Starts())
-        if (text.substr(0, colon) == start.name) {
-            const Outcome outcome = Run(start, steps);
-            std::printf("%s\n    %s%s\n", TextOf(start, steps).c_str(), outcome.failure.empty() ? "all is well" : outcome.failure.c_str(),
-                        outcome.isRefused ? "; the last step was refused" : "");
-            return !outcome.failure.empty();
-        }
-    std::printf("What start is \"%s\"?\n", text.substr(0, colon).c_str());
-    return 2;
+    const Outcome outcome = Run(*history->first, history->second);
+    std::printf("%s\n    %s%s\n", text.c_str(), outcome.failure.empty() ? "all is well" : outcome.failure.c_str(),
+                outcome.isRefused ? "; the last step was refused" : "");
+    return !outcome.failure.empty();
 }
 
 // A history takes milliseconds. One that does not come to its end would keep silent otherwise.

@@ -1,22 +1,26 @@
 #include "explorer/History.h"
 
-#include <algorithm>
 #include <atomic>
 #include <map>
+#include <set>
 
 #include <windows.h>
 
+#include "explorer/Document.h"
 #include "explorer/Process.h"
 
 namespace {
 
-const char* const kDispositions[] = {"", "new", "always new", "existing", "always", "truncating", "to read"};
-const char* const kPlaceNames[] = {"home", "other", "key 2", "across", "case"};
-const char* const kFailings[] = {"", "no writer", "a writer throws", "Write fails", "Finish fails", "GetFileInformation fails", "fails", "throws"};
+// The content that somebody has, and what he knew when he made it.
+struct Edit {
+    Word word = kNothing;
+    WordSet known = 0;
+    bool knowsEmpty = false;  // and an empty document
+    bool isUnsure = false;    // what it is or began from may be one thing or another
+    WordSet Replaced() const { return known & ~Only(word); }
+};
 
-std::string Actor(int actor) { return actor == 0 ? "A " : "B "; }
-
-struct Opener {
+struct Opener : Edit {
     void* file = nullptr;
     int place = kHome;
     int disposition = 0;
@@ -24,151 +28,84 @@ struct Opener {
     bool isPlain = false;
     bool isAccessed = false;  // an encrypted one: its temp file is made
     bool isDirty = false;     // its temp file holds what is not stored
-    bool isUnsure = false;    // what it reads or began from may be one thing or another
     bool isDeleted = false;
-    WordSet known = 0;
-    bool knowsEmpty = false;  // and an empty document
     WordSet moved = 0;   // an edit that waited, and goes with a rename
     WordSet marked = 0;  // what was there when it was marked for deletion
-    Word current = kNothing;
 };
 
-std::string g_current;
-std::atomic<int> g_run{0};
-
-class History {
+class History : Document {
 public:
-    explicit History(const Start& start) : m_start(start), m_world(start.isEqual) {
-        for (const auto& [place, asContainer] : start.stored)
-            m_world.Store(PathOf(place) + (asContainer ? L".zip" : L""), asContainer, m_world.NewWord(), World::How::New);
-        m_look = m_world.LookAround();
-        for (const Step& step : start.before)
-            Do(step);
-        m_hasBegun = false;
-        m_onlyOutside = true;
-        m_hasActed[0] = false;
-    }
-
+    explicit History(const Start& begin);
     void Do(const Step& step);
     void End();
-    std::vector<Step> Next() const;
+    Steps Next() const;
     bool IsLikeAStart() const { return m_hasBegun && m_onlyOutside && m_waiting.empty(); }
 
     std::string failure;
     bool isRefused = false;
 
 private:
-    // A failure is told once, the first.
     void Expect(bool isTrue, const std::string& what) {
         if (!isTrue && failure.empty())
             failure = what + " (" + m_step + ")";
     }
-    void ExpectText(const std::string& found, const std::string& expected, const char* verb) {
-        Expect(found == expected, std::string(verb) + " something else (\"" + found + "\", not \"" + expected + "\")");
-    }
-    std::wstring PathOf(int place) const;
-    std::wstring OpenPathOf(int place) const { return PathOf(place) + (place == kHome && m_start.isHomeConflictCopy ? L".zip" : L""); }
-    const StoredFile* FileAt(const Look& look, const std::wstring& path) const;
-    Word PlainAt(int place) const;
-    Word ContainerAt(int place) const;
-    WordSet WordsAt(int place) const;
+    const Edit* WaitingAt(int place) const;
 
-    struct Waiting {
-        Word word;
-        WordSet known;
-        bool knowsEmpty;  // it began from an empty document
-        bool isUnsure;    // whether the container is still the one it began from
-    };
+    // The steps: false when refused. Each says what it may replace.
     bool Call(const Step& step);
-    bool CallOpener(const Step& step, Opener& opener);
     bool Open(const Step& step, Opener& opener);
-    bool Write(Opener& opener, bool isCut);
     bool Read(Opener& opener);
+    bool Write(Opener& opener, Word word);
     bool Rename(Opener& opener, int place);
-    void Close(Opener& opener);
+    bool Close(Opener& opener);
+    bool Delete(Opener& opener);
+    bool Undelete(Opener& opener);
     bool MoveOrCopy(const Step& step);
     bool LockOrUnlock(bool isLock);
     bool StoreOutside(Op op);
-    void EndProcess();
+    bool EndProcess();
+    template <class Action>
+    bool WithAccess(Opener& opener, Action action);
     void Access(Opener& opener);
-    const Waiting* WaitingAt(int place) const;
-    void TakeWaiting(int place, WordSet& known, Word& current);
+
     void Check(const Step& step, const Look& now);
     void Settle(const Step& step);
     void OpenAnew(int place);
-    bool IsEmptyAt(int place) const {
-        const StoredFile* const file = FileAt(m_look, PathOf(place) + L".zip");
-        return file && file->word == kNothing;
-    }
-    bool IsTracked(Word word) const { return word == kNothing ? m_look.tracksNothing : (Only(word) & m_look.inTemp) != 0; }
-    bool IsOnlyTracked(Word word) const { return IsTracked(word) && !(Only(word) & m_look.inFolders); }
 
-    const Start& m_start;
-    World m_world;
-    Look m_look;  // after the last step
+    std::string m_step;
     Opener m_openers[2];
     bool m_hasActed[2] = {};
     bool m_hasBegun = false, m_onlyOutside = true;  // so far nothing was opened or locked
+    std::set<int> m_touched{kHome};  // places to which a step led
     bool m_isLocked = false;
-    bool m_mayLitter = false;  // a temp folder can go later only than the volume knows of
-    const std::int32_t m_liveBefore = Explorer_LiveObjects();
-    bool m_mayBeBare = false;  // somebody may have wanted an empty file
     std::wstring m_token;
-    std::map<int, Waiting> m_waiting;  // edits that could not be saved, as long as their process lives
-    WordSet m_edits = 0;               // words that openers wrote
-    WordSet m_doomed = 0;              // marked for deletion by somebody who has closed
-    std::set<int> m_doomedPlaces;      // of plain files that are not locked: the platform deletes them with their last handle
+    std::map<int, Edit> m_waiting;  // edits that could not be saved, as long as their process lives
+    WordSet m_edits = 0;            // words that openers wrote
     WordSet m_mayReplace = 0, m_mayDrop = 0;  // by this step: of what is stored, of what is in temp files
-    std::string m_step;
+    WordSet m_doomed = 0;           // marked for deletion by somebody who has closed, or held by the lock after a move
+    std::set<int> m_doomedPlaces;   // of plain files that are not locked: the platform deletes them with their last handle
+    bool m_mayBeBare = false;       // somebody may have wanted an empty file
+    bool m_mayLitter = false;       // a temp folder can go only when the volume does not think of it any more
+    const std::int32_t m_liveBefore = Explorer_LiveObjects();
 };
 
-std::wstring History::PathOf(int place) const {
-    const std::wstring home = m_start.isHomePlain ? L"Plain" : L"K1";
-    const std::wstring name = m_world.Number() + L".txt";
-    switch (place) {
-    case kOther: return home + L"\\other" + name;
-    case kKey2: return L"K2\\doc" + name;
-    case kAcross: return (m_start.isHomePlain ? L"K1\\doc" : L"Plain\\doc") + name;
-    case kCase: return home + L"\\Doc" + name;
-    default: return home + L"\\doc" + name;
-    }
-}
-
-const StoredFile* History::FileAt(const Look& look, const std::wstring& path) const {
-    const auto found = look.files.find(LowerCase(path));
-    return found == look.files.end() ? nullptr : &found->second;
-}
-
-Word History::PlainAt(int place) const {
-    const StoredFile* const file = FileAt(m_look, PathOf(place));
-    return file ? file->word : kNothing;
-}
-
-Word History::ContainerAt(int place) const {
-    const StoredFile* const file = FileAt(m_look, PathOf(place) + L".zip");
-    return file ? file->word : kNothing;
-}
-
-// What stands under a name, in either form. Beside a conflict copy the plain file is another document.
-WordSet History::WordsAt(int place) const {
-    const bool isCopy = m_start.isHomeConflictCopy && (place == kHome || place == kCase);
-    return Only(ContainerAt(place)) | (isCopy ? 0 : Only(PlainAt(place)));
+History::History(const Start& begin) : Document(begin) {
+    for (const Step& step : start.before)
+        Do(step);
+    m_hasBegun = m_hasActed[0] = false;
+    m_onlyOutside = true;
 }
 
 // The edit that is shown at a place: not one that waits for a container which somebody else replaced since.
-const History::Waiting* History::WaitingAt(int place) const {
-    const auto waiting = m_waiting.find(place);
-    if (waiting == m_waiting.end())
+const Edit* History::WaitingAt(int place) const {
+    const auto found = m_waiting.find(place);
+    if (found == m_waiting.end())
         return nullptr;
-    const StoredFile* const file = FileAt(m_look, PathOf(place) + L".zip");
-    const bool isShown = !file || file->isBare || (file->word == kNothing ? waiting->second.knowsEmpty : (Only(file->word) & waiting->second.known) != 0);
-    return isShown ? &waiting->second : nullptr;
-}
-
-void History::TakeWaiting(int place, WordSet& known, Word& current) {
-    known |= m_waiting[place].known;
-    current = m_waiting[place].word;
-    m_waiting.erase(place);
+    const Edit* const edit = &found->second;
+    const StoredFile* const file = ContainerAt(place);
+    if (!file || file->isBare)
+        return edit;
+    return (file->word == kNothing ? edit->knowsEmpty : (Only(file->word) & edit->known) != 0) ? edit : nullptr;
 }
 
 // The first access to the content of an encrypted document.
@@ -178,210 +115,191 @@ void History::Access(Opener& opener) {
     opener.isAccessed = true;
     if (opener.disposition != OPEN_EXISTING)
         return;
-    opener.isDirty = WaitingAt(opener.place) != nullptr;
-    opener.isUnsure |= opener.isDirty && WaitingAt(opener.place)->isUnsure;
-    if (opener.isDirty)
-        TakeWaiting(opener.place, opener.known, opener.current);
-    else {
-        opener.current = ContainerAt(opener.place);
+    if (const Edit* const edit = WaitingAt(opener.place)) {
+        static_cast<Edit&>(opener) = {edit->word, opener.known | edit->known, edit->knowsEmpty, opener.isUnsure || edit->isUnsure};
+        opener.isDirty = true;
+        m_waiting.erase(opener.place);
+    } else {
+        opener.word = WordOf(ContainerAt(opener.place));
+        opener.known |= Only(opener.word);
         opener.knowsEmpty = IsEmptyAt(opener.place);
     }
-    opener.known |= Only(opener.current);
+}
+
+// Who is refused has accessed nothing.
+template <class Action>
+bool History::WithAccess(Opener& opener, Action action) {
+    const Opener before = opener;
+    const auto waiting = m_waiting;
+    Access(opener);
+    if (action())
+        return true;
+    opener = before;
+    m_waiting = waiting;
+    return false;
 }
 
 bool History::Open(const Step& step, Opener& opener) {
-    const bool readsOnly = step.argument == kOpenToRead;
-    const std::uint32_t access = readsOnly ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE | DELETE;
     opener = {};
-    if (m_start.isHomeConflictCopy && !FileAt(m_look, PathOf(kHome) + L".zip"))
+    if (start.isConflictCopy && !ContainerAt(kHome))
         return false;  // another document would be made under the name of the container
-    opener.mayOnlyRead = readsOnly;
-    opener.disposition = readsOnly ? OPEN_EXISTING : step.argument;
-    const bool startsEmpty = opener.disposition == CREATE_ALWAYS || opener.disposition == TRUNCATE_EXISTING;
-    const bool mayCreate = opener.disposition != OPEN_EXISTING && opener.disposition != TRUNCATE_EXISTING;
-    opener.isPlain = m_start.isHomePlain || (!mayCreate && !m_start.isHomeConflictCopy && FileAt(m_look, PathOf(kHome)));
-    if (startsEmpty && opener.isPlain)
-        m_mayReplace = Only(PlainAt(kHome));
-    if (startsEmpty || opener.disposition == OPEN_ALWAYS) {
+    opener.mayOnlyRead = step.argument == kOpenToRead;
+    opener.disposition = opener.mayOnlyRead ? OPEN_EXISTING : step.argument;
+    const bool mustExist = opener.disposition == OPEN_EXISTING || opener.disposition == TRUNCATE_EXISTING;
+    opener.isPlain = start.isHomePlain || (mustExist && !start.isConflictCopy && PlainAt(kHome));
+    if (opener.isPlain && opener.disposition != OPEN_EXISTING && opener.disposition != OPEN_ALWAYS)
+        m_mayReplace = Only(WordOf(PlainAt(kHome)));
+    if (opener.disposition != OPEN_EXISTING && opener.disposition != CREATE_NEW) {
         opener.known = WordsAt(kHome);
         opener.knowsEmpty = IsEmptyAt(kHome);
     }
-    const bool isDone = process::Volume()->OpenFile(&opener.file, m_world.VolumePath(OpenPathOf(kHome)).c_str(), access, 7,
-                                                  static_cast<std::uint32_t>(opener.disposition),
-                                                  step.withToken ? m_token.c_str() : nullptr, nullptr) == VVS_Success;
-    if (isDone && m_isLocked)
+    const std::uint32_t access = opener.mayOnlyRead ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE | DELETE;
+    if (process::Volume()->OpenFile(&opener.file, OpenPathOf(kHome).c_str(), access, 7, static_cast<std::uint32_t>(opener.disposition),
+                                    step.withToken ? m_token.c_str() : nullptr, nullptr) != VVS_Success)
+        return false;
+    if (m_isLocked)
         m_doomedPlaces.erase(kHome);
-    m_mayBeBare |= isDone && !readsOnly;
-    return isDone;
+    m_mayBeBare |= !opener.mayOnlyRead;
+    return true;
 }
 
 bool History::Read(Opener& opener) {
-    const Word plain = PlainAt(opener.place);
-    Opener accessed = opener;
-    const auto waiting = m_waiting;
-    Access(accessed);
-    char data[512];
-    std::uint32_t length = 0;
-    if (process::Volume()->ReadFile(opener.file, 0, data, sizeof(data), &length, nullptr) != VVS_Success)
-        return m_waiting = waiting, false;
-    opener = accessed;
-    const Word expected = opener.isPlain ? plain : opener.current;
-    const bool isThere = !opener.isPlain || FileAt(m_look, PathOf(opener.place));
-    ExpectText(std::string(data, length), isThere && !opener.isUnsure ? m_world.TextOf(expected) : std::string(data, length), "reads");
-    return true;
+    return WithAccess(opener, [&] {
+        char data[512];
+        std::uint32_t length = 0;
+        if (process::Volume()->ReadFile(opener.file, 0, data, sizeof(data), &length, nullptr) != VVS_Success)
+            return false;
+        const std::string expected = world.TextOf(opener.isPlain ? WordOf(PlainAt(opener.place)) : opener.word);
+        const bool isKnown = !opener.isUnsure && (!opener.isPlain || PlainAt(opener.place));
+        Expect(!isKnown || std::string(data, length) == expected, "reads something else than \"" + expected + "\"");
+        return true;
+    });
 }
 
-bool History::Write(Opener& opener, bool isCut) {
-    const Word word = isCut ? kNothing : m_world.NewWord();
-    Opener accessed = opener;
-    const auto waiting = m_waiting;
-    Access(accessed);
-    m_mayReplace = opener.isPlain ? Only(PlainAt(opener.place)) : 0;
-    m_mayDrop = accessed.known;
-    const std::string text = m_world.TextOf(word);
-    if (process::Volume()->SetFileSize(opener.file, text.size(), nullptr) != VVS_Success ||
-        (!isCut && process::Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()), nullptr, nullptr) !=
-                       VVS_Success))
-        return m_waiting = waiting, false;
-    m_mayBeBare |= isCut;
-    opener = accessed;
-    opener.current = word;
-    opener.known |= Only(word);
-    opener.isDirty = !opener.isPlain;
-    m_edits |= Only(word);
-    if (opener.isPlain && m_doomedPlaces.count(opener.place))
-        m_doomed |= Only(word);
-    return true;
+// A word takes the place of all there is; nothing cuts it off.
+bool History::Write(Opener& opener, Word word) {
+    return WithAccess(opener, [&] {
+        m_mayReplace = opener.isPlain ? Only(WordOf(PlainAt(opener.place))) : 0;
+        m_mayDrop = opener.known;
+        const std::string text = world.TextOf(word);
+        if (process::Volume()->SetFileSize(opener.file, text.size(), nullptr) != VVS_Success)
+            return false;
+        if (word != kNothing &&
+            process::Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()), nullptr, nullptr) != VVS_Success)
+            return false;
+        opener.word = word;
+        opener.known |= Only(word);
+        opener.isDirty = !opener.isPlain;
+        m_edits |= Only(word);
+        m_mayBeBare |= word == kNothing;
+        if (opener.isPlain && m_doomedPlaces.count(opener.place))
+            m_doomed |= Only(word);
+        return true;
+    });
 }
 
 bool History::Rename(Opener& opener, int place) {
-    Opener accessed = opener;
-    const auto waiting = m_waiting;
-    Access(accessed);
     const bool isSame = LowerCase(PathOf(place)) == LowerCase(PathOf(opener.place));
-    const WordSet replaced = isSame ? 0 : Only(PlainAt(place)) | Only(ContainerAt(place));
-    m_mayReplace = m_doomed | replaced | (accessed.isDirty ? accessed.known & ~Only(accessed.current) : 0);
-    if (const Waiting* const moved = WaitingAt(opener.place)) {  // an edit moves with its document
-        m_mayReplace |= moved->known & ~Only(moved->word);
-        accessed.moved = Only(moved->word);
-        accessed.isUnsure |= !accessed.isAccessed || accessed.disposition != OPEN_EXISTING;
-    }
-    m_mayDrop = m_mayReplace;
-    if (process::Volume()->RenameFile(opener.file, nullptr, m_world.VolumePath(PathOf(place)).c_str(), nullptr) != VVS_Success)
-        return m_mayReplace = m_doomed, m_waiting = waiting, false;
-    if (accessed.isPlain)
-        accessed.current = PlainAt(opener.place);
-    for (Opener& other : m_openers)
-        if (&other != &opener && other.file) {
-            m_mayLitter |= accessed.isPlain && other.isPlain;  // it holds open what became the temp file
-            other.isUnsure |= isSame;                          // its container may have been written anew
+    const WordSet replaced = isSame ? 0 : Only(WordOf(PlainAt(place))) | Only(WordOf(ContainerAt(place)));
+    return WithAccess(opener, [&] {
+        m_mayReplace = m_mayDrop = m_doomed | replaced | (opener.isDirty ? opener.Replaced() : 0);
+        if (const Edit* const edit = WaitingAt(opener.place)) {  // it moves with its document
+            m_mayReplace = m_mayDrop |= edit->Replaced();
+            opener.moved = Only(edit->word);
+            opener.isUnsure = true;
         }
-    opener = accessed;
-    opener.known |= replaced | Only(opener.current);
-    opener.place = place == kCase ? kHome : place;
-    m_mayBeBare = true;
-    m_doomed |= m_isLocked ? m_mayReplace : 0;  // a locked file goes with the lock
+        if (process::Volume()->RenameFile(opener.file, nullptr, VolumePathOf(place).c_str(), nullptr) != VVS_Success) {
+            m_mayReplace = m_doomed;
+            return false;
+        }
+        for (Opener& other : m_openers)
+            if (&other != &opener && other.file) {
+                m_mayLitter |= opener.isPlain && other.isPlain;  // it holds open what became the temp file
+                other.isUnsure |= isSame;                        // its container may have been written anew
+            }
+        if (opener.isPlain)
+            opener.word = WordOf(PlainAt(opener.place));
+        opener.known |= replaced | Only(opener.word);
+        opener.place = place == kCase ? kHome : place;
+        m_mayBeBare = true;
+        m_doomed |= m_isLocked ? m_mayReplace : 0;
+        return true;
+    });
+}
+
+bool History::Close(Opener& opener) {
+    m_mayReplace = m_doomed | (opener.isDeleted ? opener.marked : opener.isDirty ? opener.Replaced() : 0);
+    m_mayDrop = m_doomed | (opener.isDeleted || !opener.isDirty ? opener.known | opener.marked : opener.Replaced());
+    if (const Edit* const edit = WaitingAt(opener.place))  // a refused call may have taken it up
+        m_mayReplace |= edit->Replaced();
+    process::Volume()->CloseFile(opener.file, nullptr);
+    m_doomed |= (m_isLocked ? m_mayReplace : 0) | (opener.isDeleted ? opener.marked : 0);
     return true;
 }
 
-void History::Close(Opener& opener) {
-    const WordSet left = opener.known & ~Only(opener.current);
-    m_mayReplace = m_doomed | (opener.isDeleted ? opener.marked : opener.isDirty ? left : 0);
-    m_mayDrop = m_doomed | (opener.isDeleted || !opener.isDirty ? opener.known | opener.marked : left);
-    if (const Waiting* const waiting = WaitingAt(opener.place))  // a refused call may have taken it up
-        m_mayReplace |= waiting->known & ~Only(waiting->word);
-    process::Volume()->CloseFile(opener.file, nullptr);
-    m_doomed |= m_isLocked ? m_mayReplace : 0;
-    if (opener.isDeleted)
-        m_doomed |= opener.marked;  // it goes with the lock, or with the last handle
+bool History::Delete(Opener& opener) {
+    if (process::Volume()->Delete(opener.file, nullptr) != VVS_Success)
+        return false;
+    opener.isDeleted = true;
+    opener.marked = WordsAt(opener.place);
+    if (const Edit* const edit = WaitingAt(opener.place))
+        opener.marked |= Only(edit->word) | edit->known;
+    if (opener.isPlain && !m_isLocked)
+        m_doomedPlaces.insert(opener.place);
+    return true;
 }
 
-bool History::CallOpener(const Step& step, Opener& opener) {
-    IVirtualVolume* const volume = process::Volume();
-    switch (step.op) {
-    case Op::Open: return Open(step, opener);
-    case Op::Read: return Read(opener);
-    case Op::Write: return Write(opener, false);
-    case Op::Cut: return Write(opener, true);
-    case Op::Rename: return Rename(opener, step.argument);
-    case Op::Close: return Close(opener), true;
-    case Op::Delete:
-        if (volume->Delete(opener.file, nullptr) != VVS_Success)
-            return false;
-        opener.isDeleted = true;
-        opener.marked = WordsAt(opener.place);
-        if (const Waiting* const waiting = WaitingAt(opener.place))
-            opener.marked |= Only(waiting->word) | waiting->known;
-        if (opener.isPlain && !m_isLocked)
-            m_doomedPlaces.insert(opener.place);
-        return true;
-    default:
-        if (volume->Undelete(opener.file, nullptr) != VVS_Success)
-            return false;
-        if (opener.isDeleted && opener.isPlain)
-            m_doomedPlaces.erase(opener.place);
-        opener.isDeleted = false;
-        opener.marked = 0;
-        return true;
-    }
+bool History::Undelete(Opener& opener) {
+    if (process::Volume()->Undelete(opener.file, nullptr) != VVS_Success)
+        return false;
+    if (opener.isDeleted && opener.isPlain)
+        m_doomedPlaces.erase(opener.place);
+    opener.isDeleted = false;
+    opener.marked = 0;
+    return true;
 }
 
 bool History::MoveOrCopy(const Step& step) {
-    WordSet known = 0;
-    Word current = kNothing;
-    const auto waiting = m_waiting;
-    if (WaitingAt(kHome))
-        TakeWaiting(kHome, known, current);
-    m_mayReplace = m_mayDrop = WordsAt(step.argument) | (known & ~Only(current)) | m_doomed;
+    const Edit* const edit = WaitingAt(kHome);
+    m_mayReplace = m_mayDrop = m_doomed | WordsAt(step.argument) | (edit ? edit->Replaced() : 0);
     const auto call = step.op == Op::Move ? &IVirtualVolume::MoveFileW : &IVirtualVolume::CopyFileW;
-    const bool isDone = (process::Volume()->*call)(m_world.VolumePath(OpenPathOf(kHome)).c_str(),
-                                                 m_world.VolumePath(PathOf(step.argument)).c_str(), nullptr) == VVS_Success;
-    m_waiting = waiting;  // until it is seen where the edit is
-    m_mayBeBare |= isDone;  // also a lock's empty file can be copied
-    if (!isDone && waiting.empty())
-        m_mayReplace = m_doomed;
-    else if (isDone && m_isLocked)
-        m_doomed |= m_mayReplace;
-    if (!isDone)
+    if ((process::Volume()->*call)(OpenPathOf(kHome).c_str(), VolumePathOf(step.argument).c_str(), nullptr) != VVS_Success) {
+        m_mayReplace = m_waiting.empty() ? m_doomed : m_mayReplace;  // an edit that waits is saved by the way
         return false;
+    }
+    m_mayBeBare = true;  // also a lock's empty file can be copied
+    m_doomed |= m_isLocked ? m_mayReplace : 0;
     for (const Opener& opener : m_openers)
         m_mayLitter |= opener.file && opener.isPlain;
-    // Of a plain file the edit of a container beside it is not taken along.
-    const bool wasPlain = !m_start.isHomeConflictCopy && FileAt(m_look, PathOf(kHome));
-    if (step.op == Op::Move && WaitingAt(kHome) && !wasPlain) {
-        m_waiting[step.argument] = m_waiting[kHome];
+    const bool wasPlain = PlainAt(kHome) && !IsConflictCopy(kHome);  // the edit of a container beside it is not taken along
+    if (step.op == Op::Move && edit && !wasPlain) {
+        m_waiting[step.argument] = *edit;
         m_waiting.erase(kHome);
     }
     return true;
 }
 
 bool History::LockOrUnlock(bool isLock) {
-    const std::wstring path = m_world.VolumePath(OpenPathOf(kHome));
-    if (!isLock) {
-        m_mayReplace = m_mayDrop = m_doomed;
-        const bool isDone = process::Volume()->Unlock(path.c_str(), m_token.c_str()) == VVS_Success;
-        m_isLocked = m_isLocked && !isDone;
-        return isDone;
-    }
     LockInfo info{};
     info.scope = LockScope_Exclusive;
-    if (process::Volume()->Lock(path.c_str(), &info) != VVS_Success)
+    m_mayReplace = m_mayDrop = m_doomed;
+    const std::wstring path = OpenPathOf(kHome);
+    if ((isLock ? process::Volume()->Lock(path.c_str(), &info) : process::Volume()->Unlock(path.c_str(), m_token.c_str())) != VVS_Success)
         return false;
-    m_token = info.token;
-    m_isLocked = true;
+    m_token = isLock ? info.token : m_token;
+    m_isLocked = isLock;
     return true;
 }
 
 bool History::StoreOutside(Op op) {
-    const bool isPlain = !m_start.isHomeConflictCopy && FileAt(m_look, PathOf(kHome));
-    const bool asContainer = !isPlain && !m_start.isHomePlain;
+    const bool asContainer = !start.isHomePlain && (start.isConflictCopy || !PlainAt(kHome));
     const std::wstring path = PathOf(kHome) + (asContainer ? L".zip" : L"");
-    m_mayReplace = Only(asContainer ? ContainerAt(kHome) : PlainAt(kHome));
-    if (op == Op::StoreInPlace && m_doomedPlaces.count(kHome))
+    m_mayReplace = Only(WordOf(FileAt(path)));
+    if (op != Op::Store && m_doomedPlaces.count(kHome))
         return false;  // the platform opens nothing that is marked for deletion, though not every one of its likes refuses
     if (op != Op::Remove)
-        return m_world.Store(path, asContainer, m_world.NewWord(), op == Op::Store ? World::How::ByRename : World::How::InPlace);
-    if (m_doomedPlaces.count(kHome) || !m_world.Remove(path))
+        return world.Store(path, asContainer, world.NewWord(), op == Op::Store ? World::How::ByRename : World::How::InPlace);
+    if (!world.Remove(path))
         return false;
     if (!asContainer) {
         m_doomed |= m_mayReplace;
@@ -390,56 +308,58 @@ bool History::StoreOutside(Op op) {
     return true;
 }
 
-void History::EndProcess() {
+bool History::EndProcess() {
     m_mayReplace = m_mayDrop = m_doomed;
     for (Opener& opener : m_openers) {
-        if (opener.isDeleted) {
-            m_mayLitter = true;  // of a temp file that goes with its process the tracking file stays
-            m_mayReplace |= opener.marked;
-            m_mayDrop |= opener.marked | opener.known;
-        }
+        m_mayLitter |= opener.isDeleted;  // of a temp file that goes with its process the tracking file stays
+        m_mayReplace |= opener.isDeleted ? opener.marked : 0;
+        m_mayDrop |= opener.isDeleted ? opener.marked | opener.known : 0;
         opener = {};
     }
     m_mayBeBare |= m_isLocked;
     m_isLocked = false;
     m_waiting.clear();
     process::End();
+    return true;
 }
 
 bool History::Call(const Step& step) {
+    Opener& opener = m_openers[step.actor];
     switch (step.op) {
+    case Op::Open: return Open(step, opener);
+    case Op::Read: return Read(opener);
+    case Op::Write: return Write(opener, world.NewWord());
+    case Op::Cut: return Write(opener, kNothing);
+    case Op::Delete: return Delete(opener);
+    case Op::Undelete: return Undelete(opener);
+    case Op::Rename: return Rename(opener, step.argument);
+    case Op::Close: return Close(opener);
     case Op::Move:
     case Op::Copy: return MoveOrCopy(step);
     case Op::Lock: return LockOrUnlock(true);
     case Op::Unlock: return LockOrUnlock(false);
-    case Op::Store:
-    case Op::StoreInPlace:
-    case Op::Remove: return StoreOutside(step.op);
-    case Op::EndProcess: return EndProcess(), true;
-    default: return CallOpener(step, m_openers[step.actor]);
+    case Op::EndProcess: return EndProcess();
+    default: return StoreOutside(step.op);
     }
 }
 
 void History::Check(const Step& step, const Look& now) {
     const WordSet found = now.inFolders | now.inTemp;
-    const WordSet lost = (m_look.inFolders | (m_look.inTemp & m_edits)) & ~found;
-    const WordSet wrong = (lost & m_look.inFolders & ~m_mayReplace) | (lost & ~m_look.inFolders & ~(m_mayDrop | m_mayReplace));
+    const WordSet lost = (look.inFolders | (look.inTemp & m_edits)) & ~found;
+    const WordSet wrong = lost & ~(m_mayReplace | (m_mayDrop & ~look.inFolders));
     for (Word word = 0; word < 64; ++word)
-        if (wrong & Only(word))
-            Expect(false, "word " + std::to_string(word) + " is lost");
+        Expect(!(wrong & Only(word)), "word " + std::to_string(word) + " is lost");
     for (const auto& [path, file] : now.files)
         Expect(file.word != kTorn, "half a content in a folder");
-    const bool isByName = step.op == Op::Rename || step.op == Op::Move || step.op == Op::Copy;
-    if (isRefused && isByName && step.failing == Failing::None && m_doomedPlaces.empty() && m_waiting.empty())
-        Expect(now.files == m_look.files, "refused, but something was touched");
-    if (isRefused || step.op == Op::Open)
-        return;
+    const bool isUndisturbed = step.failing == Failing::None && m_doomedPlaces.empty() && m_waiting.empty();
+    if (isRefused && isUndisturbed && (step.op == Op::Rename || IsByPath(step.op)))
+        Expect(now.files == look.files, "refused, but something was touched");
     const Opener& opener = m_openers[step.actor];
-    if (step.op == Op::Write)
-        Expect((Only(opener.current) & ~found) == 0, "what was written is found nowhere");
+    if (step.op == Op::Write && !isRefused)
+        Expect(!(Only(opener.word) & ~found), "what was written is found nowhere");
     const bool isAlone = !m_openers[1 - step.actor].file;  // another one may hold the lock's file beyond the lock
     if (step.op == Op::Close && !opener.isDeleted && opener.isDirty && isAlone && step.failing == Failing::None)
-        Expect((Only(opener.current) & ~now.inFolders) == 0, "closed, but not stored");
+        Expect(!(Only(opener.word) & ~now.inFolders), "closed, but not stored");
 }
 
 // What is known only after the step.
@@ -448,39 +368,40 @@ void History::Settle(const Step& step) {
     if (step.op == Op::Rename) {
         opener.isAccessed |= opener.isPlain;
         opener.isPlain = PathOf(opener.place).starts_with(L"Plain");
-        opener.isDirty &= !opener.isPlain && IsOnlyTracked(opener.current);
+        opener.isDirty &= !opener.isPlain && IsOnlyTracked(opener.word);
         opener.knowsEmpty |= IsEmptyAt(opener.place);
         opener.known |= WordsAt(opener.place) & opener.moved;
     }
     if (step.op == Op::Rename || step.op == Op::Move)  // the platform's handles follow a file that is renamed
         for (Opener& other : m_openers)
-            if (other.file && other.isPlain && !FileAt(m_look, PathOf(other.place))) {
-                other.isUnsure |= !FileAt(m_look, PathOf(step.argument));
+            if (other.file && other.isPlain && !PlainAt(other.place)) {
+                other.isUnsure |= !PlainAt(step.argument);
                 other.place = other.isUnsure ? other.place : step.argument;
             }
-    if (step.op != Op::Close)
-        return;
-    if (opener.isDirty && IsOnlyTracked(opener.current))  // also one whose document could not be deleted
-        m_waiting[opener.place] = {opener.current, opener.known, opener.knowsEmpty, opener.isUnsure};
-    opener = {};
+    if (step.op == Op::Close) {
+        if (opener.isDirty && IsOnlyTracked(opener.word))  // also one whose document could not be deleted
+            m_waiting[opener.place] = opener;
+        opener = {};
+    }
 }
 
 void History::Do(const Step& step) {
     m_step = TextOf(step);
     m_mayReplace = m_mayDrop = 0;
-    const bool isOutside = step.op == Op::Store || step.op == Op::StoreInPlace || step.op == Op::Remove || step.op == Op::EndProcess;
     m_hasBegun = true;
-    m_onlyOutside &= isOutside || step.op == Op::Move || step.op == Op::Copy;
-    m_hasActed[step.actor] |= step.op != Op::Open && !isOutside && step.op <= Op::Close;
+    m_onlyOutside &= IsOutside(step.op) || IsByPath(step.op);
+    if (step.op == Op::Rename || IsByPath(step.op))
+        m_touched.insert(step.argument == kCase ? kHome : step.argument);
+    m_hasActed[step.actor] |= step.op > Op::Open && step.op <= Op::Close;
     Explorer_Fail(step.failing, step.nth);
     isRefused = !Call(step);
     Explorer_Fail(Failing::None);
-    const Look now = m_world.LookAround();
+    const Look now = world.LookAround();
     Check(step, now);
     // A file that was replaced or moved away while a lock or another opener holds it goes with that, later.
     const Opener& other = m_openers[1 - step.actor];
     m_doomed |= m_isLocked || (other.file && other.isPlain) ? m_mayReplace : 0;
-    m_look = now;
+    look = now;
     std::erase_if(m_waiting, [&](const auto& waiting) { return !IsTracked(waiting.second.word); });
     if (!isRefused)
         Settle(step);
@@ -490,32 +411,31 @@ void History::Do(const Step& step) {
 
 // What is there can be opened, and shows what is stored under its name, or the edit that waits for it.
 void History::OpenAnew(int place) {
-    m_step = std::string("opened anew: ") + kPlaceNames[place];
-    const StoredFile* const plain = place == kHome && m_start.isHomeConflictCopy ? nullptr : FileAt(m_look, PathOf(place));
-    const Waiting* const waiting = plain ? nullptr : WaitingAt(place);  // beside a plain file its conflict copy waits
-    const StoredFile* const file = plain ? plain : FileAt(m_look, PathOf(place) + L".zip");
-    if (place == kHome && m_start.isHomeConflictCopy && !file)
+    m_step = std::string("opened anew: ") + NameOf(static_cast<Place>(place));
+    const StoredFile* const plain = IsConflictCopy(place) ? nullptr : PlainAt(place);
+    const StoredFile* const file = plain ? plain : ContainerAt(place);
+    const Edit* const edit = plain ? nullptr : WaitingAt(place);  // beside a plain file its conflict copy waits
+    if (IsConflictCopy(place) && !file)
         return;  // an edit that waits for a conflict copy is found only beside it
-    if (!waiting && (!file || (m_look.keptFolders == 0 && !file->isBare)))
-        return;  // nothing is known of it, so this is how many a history begins
-    const Word expected = waiting ? waiting->word : file->word;
-    const bool isUnsure = waiting && waiting->isUnsure;
-    m_mayReplace = m_mayDrop = waiting ? waiting->known & ~Only(expected) : 0;
+    if (!edit && (!file || (look.keptFolders == 0 && !file->isBare)))
+        return;  // the volume remembers nothing of it, so this is how many a history begins
+    const Word word = edit ? edit->word : file->word;
+    const bool isUnsure = edit && edit->isUnsure;
+    m_mayReplace = m_mayDrop = edit ? edit->Replaced() : 0;
     void* opened = nullptr;
     char data[512];
     std::uint32_t length = 0;
-    const bool isDone = process::Volume()->OpenFile(&opened, m_world.VolumePath(OpenPathOf(place)).c_str(), GENERIC_READ, 7, OPEN_EXISTING,
-                                                  nullptr, nullptr) == VVS_Success &&
-                        process::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
+    const bool isDone =
+        process::Volume()->OpenFile(&opened, OpenPathOf(place).c_str(), GENERIC_READ, 7, OPEN_EXISTING, nullptr, nullptr) == VVS_Success &&
+        process::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
     Expect(isDone, "cannot be opened");
-    if (isDone && !isUnsure)
-        ExpectText(std::string(data, length), m_world.TextOf(expected), "shows");
+    Expect(!isDone || isUnsure || std::string(data, length) == world.TextOf(word), "shows something else than word " + std::to_string(word));
     process::Volume()->CloseFile(opened, nullptr);
-    const Look now = m_world.LookAround();
+    const Look now = world.LookAround();
     isRefused = false;
     Check({Op::Lock}, now);
-    Expect((Only(expected) & ~(isUnsure ? now.inFolders | now.inTemp : now.inFolders)) == 0, "the edit that waited is not stored");
-    m_look = now;
+    Expect(isUnsure || !(Only(word) & ~now.inFolders), "the edit that waited is not stored");
+    look = now;
 }
 
 void History::End() {
@@ -524,22 +444,21 @@ void History::End() {
             Do({Op::Close, actor});
     if (m_isLocked)
         Do({Op::Unlock});
-    for (int place = kHome; place < kCase; ++place)
+    for (const int place : m_touched)
         OpenAnew(place);
     m_step = "at the end";
     Expect(!process::HoldsHandles(), "the volume holds a handle");
     Expect(Explorer_LiveObjects() == m_liveBefore, "a companion object lives");
-    Expect(!m_look.hasLitter || m_mayLitter, "a temp folder without an owner");
-    for (const auto& [path, file] : m_look.files) {
+    Expect(!look.hasLitter || m_mayLitter, "a temp folder without an owner");
+    for (const auto& [path, file] : look.files) {
         Expect(path.find(L'~') == path.npos && !path.ends_with(L".side"), "an unfinished file is left");
         Expect(!file.isBare || m_mayBeBare, "the empty file of a lock is left");
-        Expect(!file.isBare || m_mayBeBare || !path.ends_with(L".zip"), "a container without a byte is left");
     }
-    Expect(m_world.Clear(), "a file is held open");
+    Expect(world.Clear(), "a file is held open");
 }
 
-std::vector<Step> History::Next() const {
-    std::vector<Step> next;
+Steps History::Next() const {
+    Steps next;
     for (int actor = 0; actor < 2; ++actor) {
         const Opener& opener = m_openers[actor];
         if (!opener.file) {
@@ -547,118 +466,44 @@ std::vector<Step> History::Next() const {
             const int first = actor == 1 && WordsAt(kHome) ? CREATE_ALWAYS : CREATE_NEW;  // that A is refused is enough
             for (int disposition = first; disposition <= kOpenToRead && mayOpen; ++disposition)
                 next.push_back({Op::Open, actor, disposition});
-            continue;
-        }
-        if (actor == 1 && !m_hasActed[0])
-            continue;
-        if (!opener.isDeleted) {
+        } else if (actor == 0 || m_hasActed[0]) {
             for (const Op op : {Op::Read, Op::Write, Op::Cut, Op::Delete})
-                if (!opener.mayOnlyRead || op < Op::Delete)
+                if (!opener.isDeleted && (!opener.mayOnlyRead || op != Op::Delete))
                     next.push_back({op, actor});
-            for (int place = kOther; place < kPlaces && !opener.mayOnlyRead; ++place)
+            for (int place = kOther; place < kPlaces && !opener.isDeleted && !opener.mayOnlyRead; ++place)
                 next.push_back({Op::Rename, actor, place});
-        } else {
-            next.push_back({Op::Undelete, actor});
+            if (opener.isDeleted)
+                next.push_back({Op::Undelete, actor});
+            next.push_back({Op::Close, actor});
+            for (const Failing failing : {Failing::NoWriter, Failing::ThrowingWriter, Failing::Write, Failing::Finish, Failing::Information})
+                if (opener.isDirty && !opener.isDeleted)
+                    next.push_back({Op::Close, actor, 0, false, failing});
         }
-        next.push_back({Op::Close, actor});
-        for (const Failing failing : {Failing::NoWriter, Failing::ThrowingWriter, Failing::Write, Failing::Finish, Failing::Information})
-            if (opener.isDirty && !opener.isDeleted)
-                next.push_back({Op::Close, actor, 0, false, failing});
     }
-    for (const int place : {kOther, kKey2, kAcross})
-        for (const Op op : {Op::Move, Op::Copy})
+    for (const Op op : {Op::Move, Op::Copy})
+        for (const int place : {kOther, kKey2, kAcross})
             next.push_back({op, 0, place});
-    next.push_back({m_isLocked ? Op::Unlock : Op::Lock});
-    for (const Op op : {Op::Store, Op::StoreInPlace, Op::Remove, Op::EndProcess})
+    for (const Op op : {m_isLocked ? Op::Unlock : Op::Lock, Op::Store, Op::StoreInPlace, Op::Remove, Op::EndProcess})
         next.push_back({op});
     return next;
 }
 
-std::vector<Step> AllSteps() {
-    std::vector<Step> steps;
-    for (int op = 0; op <= static_cast<int>(Op::EndProcess); ++op)
-        for (int actor = 0; actor < 2; ++actor)
-            for (int argument = 0; argument <= kOpenToRead; ++argument)
-                for (const bool withToken : {false, true})
-                    for (int failing = 0; failing <= static_cast<int>(Failing::NthThrows); ++failing)
-                        for (int nth = failing < static_cast<int>(Failing::Nth) ? 0 : 1; nth < (failing < static_cast<int>(Failing::Nth) ? 1 : 10); ++nth)
-                            steps.push_back({static_cast<Op>(op), actor, argument, withToken, static_cast<Failing>(failing), nth});
-    return steps;
-}
+std::string g_current;
+std::atomic<int> g_run{0};
 
 }  // namespace
-
-std::string TextOf(const Step& step) {
-    const std::string actor = Actor(step.actor);
-    const auto named = [&]() -> std::string {
-        switch (step.op) {
-        case Op::Open: return actor + "opens " + kDispositions[step.argument] + (step.withToken ? " with the token" : "");
-        case Op::Read: return actor + "reads";
-        case Op::Write: return actor + "writes";
-        case Op::Cut: return actor + "cuts";
-        case Op::Delete: return actor + "deletes";
-        case Op::Undelete: return actor + "undeletes";
-        case Op::Rename: return actor + "renames to " + kPlaceNames[step.argument % kPlaces];
-        case Op::Close: return actor + "closes";
-        case Op::Move: return std::string("move to ") + kPlaceNames[step.argument % kPlaces];
-        case Op::Copy: return std::string("copy to ") + kPlaceNames[step.argument % kPlaces];
-        case Op::Lock: return "lock";
-        case Op::Unlock: return "unlock";
-        case Op::Store: return "somebody stores";
-        case Op::StoreInPlace: return "somebody stores in place";
-        case Op::Remove: return "somebody deletes";
-        default: return "the process ends";
-        }
-    };
-    const std::string call = step.nth ? "call " + std::to_string(step.nth) + " " : "";
-    return named() + (step.failing == Failing::None ? "" : ", " + call + kFailings[static_cast<int>(step.failing)]);
-}
-
-std::optional<Step> StepOfText(const std::string& text) {
-    static const std::vector<Step> s_all = AllSteps();
-    const auto found = std::find_if(s_all.begin(), s_all.end(), [&](const Step& step) { return TextOf(step) == text; });
-    return found == s_all.end() ? std::nullopt : std::optional(*found);
-}
-
-const std::vector<Start>& Starts() {
-    static const std::vector<Step> waiting{{Op::Open, 0, OPEN_EXISTING}, {Op::Write}, {Op::Close, 0, 0, false, Failing::Finish}};
-    static const std::vector<Step> waitingNew{{Op::Open, 0, CREATE_NEW}, {Op::Write}, {Op::Close, 0, 0, false, Failing::Finish}};
-    static const std::vector<Start> starts{
-        {"missing", false, false, false, {}, {}},
-        {"encrypted", false, false, false, {{kHome, true}}, {}},
-        {"plain", false, false, false, {{kHome, false}}, {}},
-        {"conflict", false, true, false, {{kHome, false}, {kHome, true}}, {}},
-        {"waiting", false, false, false, {{kHome, true}}, waiting},
-        {"waiting-new", false, false, false, {}, waitingNew},
-        {"occupied", false, false, false, {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}, {}},
-        {"folder-missing", true, false, false, {}, {}},
-        {"folder-stored", true, false, false, {{kHome, false}}, {}},
-        {"equal", false, false, true, {{kHome, true}}, {}},
-    };
-    return starts;
-}
-
-std::string TextOf(const Start& start, const std::vector<Step>& steps) {
-    std::string text = std::string(start.name) + ":";
-    for (const Step& step : steps)
-        text += (&step == steps.data() ? " " : "; ") + TextOf(step);
-    return text;
-}
 
 int HistoriesRun() { return g_run; }
 const std::string& CurrentHistory() { return g_current; }
 
-Outcome Run(const Start& start, const std::vector<Step>& steps) {
+Outcome Run(const Start& start, const Steps& steps) {
     ++g_run;
     g_current = TextOf(start, steps);
     History history(start);
     for (const Step& step : steps)
         if (history.failure.empty())
             history.Do(step);
-    Outcome outcome;
-    outcome.isRefused = history.isRefused;
-    outcome.isLikeAStart = history.IsLikeAStart();
-    outcome.next = history.Next();
+    Outcome outcome{{}, history.isRefused, history.IsLikeAStart(), history.Next()};
     history.End();
     outcome.failure = history.failure;
     if (!outcome.failure.empty())

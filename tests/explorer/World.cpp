@@ -14,15 +14,6 @@ const wchar_t* const kFolders[] = {L"\\K1", L"\\K2", L"\\Plain"};
 // The folders of all worlds of this process, one after the other; when one was not left empty, they are made anew.
 std::wstring g_tree;
 int g_trees = 0;
-bool g_areTimesFine = false;  // each change of a file that was looked at gives it another time
-
-std::uint64_t AsNumber(const FILETIME& time) { return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime; }
-
-WIN32_FILE_ATTRIBUTE_DATA AttributesOf(const std::wstring& path) {
-    WIN32_FILE_ATTRIBUTE_DATA data{};
-    GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data);
-    return data;
-}
 
 // Calls use(handle) with the file opened for what only needs its attributes.
 template <class Use>
@@ -38,14 +29,15 @@ std::int64_t ChangeTimeOf(const std::wstring& path) {
     return info.ChangeTime.QuadPart;
 }
 
-bool AreTimesFine(const std::wstring& probe) {
-    bool areFine = WriteWhole(probe, CREATE_NEW, "probe");
-    for (int change = 0; change < 20; ++change) {
-        const std::uint64_t before = AsNumber(AttributesOf(probe).ftLastWriteTime);
-        areFine &= WriteWhole(probe, OPEN_EXISTING, "probe") && before != AsNumber(AttributesOf(probe).ftLastWriteTime);
-    }
-    DeleteFileW(probe.c_str());
-    return areFine;
+std::vector<std::wstring> NamesIn(const std::wstring& folder) {
+    std::vector<std::wstring> names;
+    WIN32_FIND_DATAW entry;
+    const HANDLE find = FindFirstFileExW((folder + L"\\*").c_str(), FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr, 0);
+    while (find != INVALID_HANDLE_VALUE && FindNextFileW(find, &entry))  // the first is "."
+        if (entry.cFileName != std::wstring(L".."))
+            names.emplace_back(entry.cFileName);
+    FindClose(find);
+    return names;
 }
 
 void MakeTree() {
@@ -61,7 +53,6 @@ void MakeTree() {
     for (const wchar_t* folder : {L"", L"\\K1", L"\\K2", L"\\Plain", L"\\HalvaneCloud"})
         CreateDirectoryW((g_tree + folder).c_str(), nullptr);
     SetEnvironmentVariableW(L"TMP", g_tree.c_str());
-    g_areTimesFine = AreTimesFine(g_tree + L"\\probe");
 }
 
 }  // namespace
@@ -76,7 +67,6 @@ World::World(bool isEqual) : m_isEqual(isEqual) {
     m_number = std::to_wstring(++s_worlds);
     if (g_tree.empty())
         MakeTree();
-    m_remembers = g_areTimesFine && !isEqual;
 }
 
 std::string World::TextOf(Word word) const {
@@ -88,36 +78,7 @@ std::string World::TextOf(Word word) const {
 
 std::wstring World::VolumePath(const std::wstring& path) const { return L"Docs\\" + std::to_wstring(g_trees) + L"\\" + path; }
 
-template <class Sight, class See>
-const Sight& World::Seen(Memory<Sight>& memory, const std::wstring& path, See see) {
-    const WIN32_FILE_ATTRIBUTE_DATA data = AttributesOf(path);
-    const Stamp now{AsNumber(data.ftLastWriteTime), data.nFileSizeLow};
-    auto& [stamp, sight] = memory[path];
-    if (stamp != now || !m_remembers) {
-        stamp = now;
-        sight = see();
-    }
-    return sight;
-}
-
-const std::vector<std::wstring>& World::NamesIn(const std::wstring& folder) {
-    return Seen(m_folders, folder, [&] {
-        std::vector<std::wstring> names;
-        WIN32_FIND_DATAW entry;
-        const HANDLE find = FindFirstFileExW((folder + L"\\*").c_str(), FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr, 0);
-        while (find != INVALID_HANDLE_VALUE && FindNextFileW(find, &entry))  // the first is "."
-            if (entry.cFileName != std::wstring(L".."))
-                names.emplace_back(entry.cFileName);
-        FindClose(find);
-        return names;
-    });
-}
-
-const StoredFile& World::FileAt(const std::wstring& path) {
-    return Seen(m_files, path, [&] { return Read(path); });
-}
-
-StoredFile World::Read(const std::wstring& path) const {
+StoredFile World::FileAt(const std::wstring& path) const {
     const std::optional<std::string> bytes = ReadWhole(path);
     const std::optional<Container> container = ContainerOf(bytes.value_or(""));
     if (!bytes || (BeginsLikeContainer(*bytes) && !container))
@@ -129,11 +90,11 @@ StoredFile World::Read(const std::wstring& path) const {
     return {kTorn};
 }
 
-Look World::LookAround() {
+Look World::LookAround() const {
     Look look;
     for (const std::wstring folder : kFolders)
         for (const std::wstring& name : NamesIn(g_tree + folder)) {
-            const StoredFile& file = FileAt(g_tree + folder + L"\\" + name);
+            const StoredFile file = FileAt(g_tree + folder + L"\\" + name);
             look.files[LowerCase(folder.substr(1) + L"\\" + name)] = file;
             look.inFolders |= Only(file.word);
         }
@@ -141,7 +102,7 @@ Look World::LookAround() {
     return look;
 }
 
-void World::LookIntoTemp(Look& look) {
+void World::LookIntoTemp(Look& look) const {
     const std::wstring base = g_tree + L"\\HalvaneCloud";
     for (const std::wstring& folder : NamesIn(base)) {
         std::wstring content;
@@ -186,7 +147,7 @@ bool World::Store(const std::wstring& path, bool asContainer, Word word, How how
 
 bool World::Remove(const std::wstring& path) { return DeleteFileW((g_tree + L"\\" + path).c_str()); }
 
-void World::EqualiseTimes() {
+void World::EqualiseTimes() const {
     const FILETIME time{0x10000000, 0x01DA0000};
     for (const std::wstring folder : kFolders)
         for (const std::wstring& name : NamesIn(g_tree + folder))

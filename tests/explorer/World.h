@@ -43,7 +43,7 @@ public:
     const std::wstring& Number() const { return m_number; }
     std::wstring VolumePath(const std::wstring& path) const;  // of a path like L"K1\\doc7.txt"
 
-    Look LookAround();
+    Look LookAround() const;
     // Stores a file as somebody outside. False: he was refused.
     enum class How { New, ByRename, InPlace };
     bool Store(const std::wstring& path, bool asContainer, Word word, How how);
@@ -52,24 +52,11 @@ public:
     bool Clear();
 
 private:
-    struct Stamp {
-        std::uint64_t writeTime, size;
-        bool operator==(const Stamp&) const = default;
-    };
-    // What was seen is seen again as long as the file or folder has the same stamp.
-    template <class Sight>
-    using Memory = std::map<std::wstring, std::pair<Stamp, Sight>>;
-    template <class Sight, class See>
-    const Sight& Seen(Memory<Sight>& memory, const std::wstring& path, See see);
-    const std::vector<std::wstring>& NamesIn(const std::wstring& folder);
-    const StoredFile& FileAt(const std::wstring& path);
-    StoredFile Read(const std::wstring& path) const;
-    void LookIntoTemp(Look& look);
-    void EqualiseTimes();
+    StoredFile FileAt(const std::wstring& path) const;
+    void LookIntoTemp(Look& look) const;
+    void EqualiseTimes() const;
 
-    bool m_isEqual, m_remembers;
+    bool m_isEqual;
     int m_words = 0;
     std::wstring m_number;
-    Memory<std::vector<std::wstring>> m_folders;
-    Memory<StoredFile> m_files;
 };

@@ -1,0 +1,48 @@
+// The document of one history: where it may lie, and what the last look found there.
+#pragma once
+
+#include <string>
+
+#include "explorer/Steps.h"
+#include "explorer/World.h"
+
+class Document {
+public:
+    explicit Document(const Start& begin) : start(begin), world(begin.isEqual) {
+        for (const auto& [place, asContainer] : start.stored)
+            world.Store(PathOf(place) + (asContainer ? L".zip" : L""), asContainer, world.NewWord(), World::How::New);
+        look = world.LookAround();
+    }
+
+    std::wstring PathOf(int place) const {
+        const std::wstring home = start.isHomePlain ? L"Plain" : L"K1";
+        const std::wstring name = world.Number() + L".txt";
+        switch (place) {
+        case kOther: return home + L"\\other" + name;
+        case kKey2: return L"K2\\doc" + name;
+        case kAcross: return (start.isHomePlain ? L"K1\\doc" : L"Plain\\doc") + name;
+        case kCase: return home + L"\\Doc" + name;
+        default: return home + L"\\doc" + name;
+        }
+    }
+    bool IsConflictCopy(int place) const { return start.isConflictCopy && (place == kHome || place == kCase); }
+    std::wstring VolumePathOf(int place) const { return world.VolumePath(PathOf(place)); }
+    std::wstring OpenPathOf(int place) const { return VolumePathOf(place) + (IsConflictCopy(place) ? L".zip" : L""); }
+
+    const StoredFile* FileAt(const std::wstring& path) const {
+        const auto found = look.files.find(LowerCase(path));
+        return found == look.files.end() ? nullptr : &found->second;
+    }
+    const StoredFile* PlainAt(int place) const { return FileAt(PathOf(place)); }
+    const StoredFile* ContainerAt(int place) const { return FileAt(PathOf(place) + L".zip"); }
+    static Word WordOf(const StoredFile* file) { return file ? file->word : kNothing; }
+    // What stands under a name, in either form. Beside a conflict copy the plain file is another document.
+    WordSet WordsAt(int place) const { return Only(WordOf(ContainerAt(place))) | (IsConflictCopy(place) ? 0 : Only(WordOf(PlainAt(place)))); }
+    bool IsEmptyAt(int place) const { return ContainerAt(place) && ContainerAt(place)->word == kNothing; }
+    bool IsTracked(Word word) const { return word == kNothing ? look.tracksNothing : (Only(word) & look.inTemp) != 0; }
+    bool IsOnlyTracked(Word word) const { return IsTracked(word) && !(Only(word) & look.inFolders); }
+
+    const Start& start;
+    World world;
+    Look look;
+};
