@@ -5,4 +5,4 @@ include(ThirdParty)
 # Its headers are meant to be included as <nettle/...>, and some have names of the system's own, so the folder above is named.
 add_third_party(nettle nettle::static
     BUILD libnettle.a ARCHIVE libnettle.a INCLUDE ..
-    OPTIONS CC_FOR_BUILD=clang-14 --enable-fat --disable-public-key --disable-openssl --disable-documentation)
+    OPTIONS CFLAGS=-O2 CC_FOR_BUILD=clang-14 --enable-fat --disable-public-key --disable-openssl --disable-documentation)
