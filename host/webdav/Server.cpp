@@ -145,7 +145,7 @@ bool WaitForClient(tcp::acceptor& acceptor) {
 }  // namespace
 
 void RunServer(const ServerOptions& options, const Handler& handler, const std::function<void(unsigned short)>& started,
-               const std::function<bool()>& keepGoing) {
+               const std::function<bool()>& keepGoing, const std::function<std::chrono::milliseconds()>& pause) {
     boost::asio::io_context context;
     tcp::acceptor acceptor = Listen(context, options);
     Connections connections;
@@ -157,6 +157,7 @@ void RunServer(const ServerOptions& options, const Handler& handler, const std::
         tcp::socket socket = acceptor.accept(error);
         if (!error && !socket.non_blocking(true, error))
             connections.Start(std::move(socket), handler, options.logRequests);
+        std::this_thread::sleep_for(pause());
     }
     boost::system::error_code ignored;
     acceptor.close(ignored);
