@@ -85,10 +85,15 @@ std::wstring OrdinaryPath(const std::filesystem::path& realPath) {
     return hasDrive ? path.substr(4) : path;
 }
 
+bool AreLinksMarked() {
+    static const bool isWine = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+    return !isWine;
+}
+
 Standing StandingAt(const std::wstring& realPath) {
     const DiskHandle item = Open(realPath, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0);
     if (item)
-        return EqualNoCase(RealPath(item.get()), realPath) ? Standing::Itself : Standing::Link;
+        return EqualNoCase(RealPath(item.get()), realPath) && GetFileType(item.get()) == FILE_TYPE_DISK ? Standing::Itself : Standing::Link;
     const DWORD attributes = GetFileAttributesW(realPath.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES)
         return Standing::Nothing;

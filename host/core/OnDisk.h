@@ -27,8 +27,11 @@ std::wstring RealPath(HANDLE file);
 // A real path as people read it, and as the volume takes it.
 std::wstring OrdinaryPath(const std::filesystem::path& realPath);
 
+// Does the platform mark each link in a listing? Wine marks only those to folders.
+bool AreLinksMarked();
+
 enum class Standing { Nothing, Itself, Link };
-// What stands at folder\name, where folder is a real path.
+// What stands at a real path. What is no file of a disk (a pipe) counts as a link.
 Standing StandingAt(const std::wstring& realPath);
 // The long name of what stands there; empty when nothing does.
 std::wstring LongName(const std::wstring& path);
