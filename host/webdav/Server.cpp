@@ -110,8 +110,10 @@ private:
 
     // Those told to leave do so soon, but a flood of newcomers must not be quicker.
     bool WaitUntilSomeLeft(std::unique_lock<std::mutex>& guard) {
-        return m_ended.wait_for(guard, std::chrono::seconds(1),
-                                [this] { return m_places.size() <= limits::connections + limits::connectionsLeaving; });
+        const auto leaves = [](const Place& place) { return place.state.mustLeave.load(); };
+        return m_ended.wait_for(guard, std::chrono::seconds(1), [&] {
+            return static_cast<std::size_t>(std::count_if(m_places.begin(), m_places.end(), leaves)) <= limits::connectionsLeaving;
+        });
     }
 
     std::mutex m_mutex;
