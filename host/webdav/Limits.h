@@ -43,8 +43,8 @@ constexpr std::size_t xmlNameBytes = 512;         // of a name, and of a namespa
 constexpr std::size_t xmlParserBytes = 4 * 1024 * 1024;
 constexpr std::size_t xmlAtOnce = 2;              // documents; others wait
 constexpr std::size_t propertiesAsked = 200;      // of each resource in one PROPFIND,
-constexpr std::size_t propertyNameBytes = 8 * 1024;    // their names and namespaces together, as every entry may repeat the names
-constexpr std::uint64_t answerBytes = 256 * 1024 * 1024;  // of one PROPFIND
+constexpr std::size_t propertyNameBytes = 16 * 1024;  // their names and namespaces together, as every entry may repeat the names
+constexpr std::uint64_t answerBytes = 128 * 1024 * 1024;  // of one PROPFIND
 
 // Passwords.
 constexpr std::size_t freeGuesses = 5;            // wrong ones; after more of them
@@ -60,7 +60,7 @@ constexpr std::size_t propertiesOfOneFile = 200;
 constexpr std::size_t propertyBytesOfOneFile = 64 * 1024;
 constexpr std::size_t propertyBytes = 8 * 1024 * 1024;  // of all, their files' paths included
 constexpr std::size_t changeBytes = 4 * 1024 * 1024;    // of the paths of changed files, for entity tags
-constexpr std::size_t pageEntries = 8'000;       // of a folder's page in a browser
+constexpr std::size_t pageEntries = 12'000;      // of a folder's page in a browser
 constexpr std::size_t listingsAtOnce = 2;         // others wait
 constexpr std::uint64_t diskReserve = 64 * 1024 * 1024;  // that an upload leaves on the temp folder's disk
 constexpr std::size_t spoolMemoryBytes = 64 * 1024;    // of an upload; the rest goes to a file
