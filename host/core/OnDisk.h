@@ -43,8 +43,8 @@ bool HasRoom(const std::wstring& folder, std::uint64_t bytes);
 // GetLastError tells why; ERROR_CANT_ACCESS_FILE when it is a link that this platform cannot open itself.
 DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING);
 
-// Opens the folder so that nobody can rename, move or delete it, nor any above it, as long as it is open: the platform asks who
-// lists a folder, and not who only looks at its attributes, whether its deletion is shared. Null as above.
+// Opens the folder so that nobody can rename, move or delete it, nor on Windows any above it, as long as it is open: the platform
+// asks who lists a folder, and not who only looks at its attributes, whether its deletion is shared. Null as above.
 DiskHandle HoldFolder(const std::wstring& realPath);
 
 // The names in a folder at a real path; none when it is a link.

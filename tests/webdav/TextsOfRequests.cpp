@@ -110,21 +110,12 @@ TEST(TextsOfRequests, PathsStayInside) {
         const char* target;
         int status;
     } rows[] = {
-        {"/Docs/a.txt", 0},        {"/", 0},
-        {"//", 0},                 {"http://host:8080/Docs/", 0},
-        {"/Docs/~$a.docx", 0},     {"/Docs/a%23%25%26.txt", 0},
-        {"/Docs/..", 400},         {"/Docs/%2E%2e/x", 400},
-        {"/Docs/.", 400},          {"/Docs/a%2fb", 400},
-        {"/Docs/a%5Cb", 400},      {"/Docs/a\\b", 400},
-        {"/C:/x", 400},            {"/Docs/a:b", 400},
-        {"/Docs/a%3Astream", 400}, {"/Docs/nul.txt", 400},
-        {"/Docs/LPT9", 400},       {"/Docs/a%00b", 400},
-        {"/Docs/a%", 400},         {"/Docs/a%4", 400},
-        {"/Docs/%C3%28", 400},     {"/Docs/%ED%A0%80", 400},
-        {"/Docs/a.", 400},         {"/Docs/a ", 400},
-        {"/Docs/a*b", 400},        {"/Docs/a#fragment", 400},
-        {"Docs/a.txt", 400},       {"", 400},
-        {"ftp://host/a", 400},     {"/Docs/%E2%80%A6", 0},
+        {"/Docs/a.txt", 0}, {"/", 0}, {"//", 0}, {"http://host:8080/Docs/", 0}, {"/Docs/~$a.docx", 0},
+        {"/Docs/a%23%25%26.txt", 0}, {"/Docs/..", 400}, {"/Docs/%2E%2e/x", 400}, {"/Docs/.", 400}, {"/Docs/a%2fb", 400},
+        {"/Docs/a%5Cb", 400}, {"/Docs/a\\b", 400}, {"/C:/x", 400}, {"/Docs/a:b", 400}, {"/Docs/a%3Astream", 400},
+        {"/Docs/nul.txt", 400}, {"/Docs/LPT9", 400}, {"/Docs/a%00b", 400}, {"/Docs/a%", 400}, {"/Docs/a%4", 400},
+        {"/Docs/%C3%28", 400}, {"/Docs/%ED%A0%80", 400}, {"/Docs/a.", 400}, {"/Docs/a ", 400}, {"/Docs/a*b", 400},
+        {"/Docs/a#fragment", 400}, {"Docs/a.txt", 400}, {"", 400}, {"ftp://host/a", 400}, {"/Docs/%E2%80%A6", 0},
     };
     for (const auto& row : rows)
         EXPECT_EQ(StatusOf([&] { ParseTarget(row.target); }), row.status) << row.target;
