@@ -118,15 +118,16 @@ public:
     void RequireFolder(const VolumePath& path) const;
 
     // What follows leads out of the mount folders through no link, also when somebody exchanges a folder for one meanwhile:
-    // the folders that a call goes through are held, and after it is looked once more whether everything still stands where
-    // it was asked for. If not, they throw, and what was made goes. docs/security.md tells where that ends.
+    // the folder that an item stands in is held, and after the call it is looked once more whether everything still stands where
+    // it was asked for. If not, they throw StatusError, and what was made goes. docs/security.md tells where that ends.
 
     // Throws StatusError. Access, sharing and disposition are those of IVirtualVolume::OpenFile.
     FileHandle Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const;
     // Throws StatusError unless path's item, which is open as file, still stands there itself. An encrypted file is first looked
     // at when it is first read.
     void RequireInPlace(const VolumePath& path, void* file) const;
-    // These four throw StatusError, and do what the volume does: source and target are paths.
+    // These four throw StatusError, and do what the volume does. Only the first one does not look again: what has taken the
+    // place of other content must not be taken away for it. RequireInPlace tells.
     void Rename(const FileHandle& file, const VolumePath& target, const wchar_t* lockToken = nullptr) const;
     void Copy(const VolumePath& source, const VolumePath& target) const;
     void Move(const VolumePath& source, const VolumePath& target) const;
@@ -134,12 +135,14 @@ public:
 
 private:
     friend class Search;
-    // As HoldFolder; null for the root. Throws StatusError when it is missing, no real folder, or about to go.
+    // As HoldFolder; null for the root and mount folders. Throws StatusError when it is missing, no real folder, or about to go.
     DiskHandle Hold(const VolumePath& folder) const;
     std::optional<std::wstring> PathOnDisk(const VolumePath& folder) const;
     // Throws StatusError.
     void RequireRealFolder(const VolumePath& folder) const;
-    bool StandsInPlace(const VolumePath& path) const;
+    // Does a link, there or on the way, lead to another place?
+    bool LeadsAway(const Entry& entry) const;
+    bool LeadsAway(const VolumePath& path) const;
     std::wstring RealMountPath(const wchar_t* path) const;
     std::optional<Entry> FindByShortName(const VolumePath& path) const;
     std::optional<std::wstring> LinkAt(const VolumePath& path) const;

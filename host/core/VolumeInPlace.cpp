@@ -12,11 +12,13 @@ namespace {
 }  // namespace
 
 DiskHandle Volume::Hold(const VolumePath& folder) const {
-    const auto path = PathOnDisk(folder);
     if (folder.IsRoot())
         return {};
+    const auto path = PathOnDisk(folder);
     if (!path)
         throw StatusError(folder.Shown(), VVS_MountFolderNotFound);
+    if (folder.IsMountFolder())
+        return {};  // it stays where it is, and the root of a disk is not opened as a folder is
     DiskHandle handle = HoldFolder(*path);
     if (!handle)
         throw StatusError(folder.Shown(), GetLastError() == ERROR_SHARING_VIOLATION ? VSS_SharingViolation : VVS_PathNotFound);
@@ -30,16 +32,21 @@ void Volume::RequireRealFolder(const VolumePath& folder) const {
 
 void Volume::RequireInPlace(const VolumePath& path, void* file) const {
     Entry entry{path};
-    if (path.IsMountFolder() || !m_volume->GetFileInfo(file, &entry.data))
+    if (path.IsMountFolder())
         return;
-    const auto folder = FolderOnDisk(path.Parent());
-    if (!folder || StandingAt(*folder + L'\\' + entry.NameOnDisk()) == Standing::Link)
+    if (!m_volume->GetFileInfo(file, &entry.data) || LeadsAway(entry))
         ThrowLeftItsPlace(path);
 }
 
-bool Volume::StandsInPlace(const VolumePath& path) const {
+bool Volume::LeadsAway(const Entry& entry) const {
+    const auto folder = FolderOnDisk(entry.path.Parent());
+    return !folder || StandingAt(*folder + L'\\' + entry.NameOnDisk()) == Standing::Link;
+}
+
+bool Volume::LeadsAway(const VolumePath& path) const {
     Entry entry{path};
-    return m_volume->FindFile(path.Str(), &entry.data) && IsItself(entry);
+    m_volume->FindFile(path.Str(), &entry.data);
+    return LeadsAway(entry);
 }
 
 FileHandle Volume::Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const {
@@ -60,13 +67,12 @@ FileHandle Volume::Open(const VolumePath& path, std::uint32_t access, std::uint3
 void Volume::Rename(const FileHandle& file, const VolumePath& target, const wchar_t* lockToken) const {
     const DiskHandle folder = Hold(target.Parent());
     Check(m_volume->RenameFile(file.Get(), nullptr, target.Str(), lockToken), target);
-    RequireInPlace(target, file.Get());
 }
 
 void Volume::Copy(const VolumePath& source, const VolumePath& target) const {
     const DiskHandle from = Hold(source.Parent()), to = Hold(target.Parent());
     Check(m_volume->CopyFileW(source.Str(), target.Str(), nullptr), target);
-    if (StandsInPlace(source) && StandsInPlace(target))
+    if (!LeadsAway(source) && !LeadsAway(target))
         return;
     m_volume->Delete(Open(target, DELETE, c_shareAll, OPEN_EXISTING).Get(), nullptr);
     ThrowLeftItsPlace(source);
@@ -75,14 +81,14 @@ void Volume::Copy(const VolumePath& source, const VolumePath& target) const {
 void Volume::Move(const VolumePath& source, const VolumePath& target) const {
     const DiskHandle from = Hold(source.Parent()), to = Hold(target.Parent());
     Check(m_volume->MoveFileW(source.Str(), target.Str(), nullptr), target);
-    if (!StandsInPlace(target))
+    if (LeadsAway(target))
         ThrowLeftItsPlace(target);
 }
 
 void Volume::Lock(const VolumePath& path, LockInfo& info) const {
     const DiskHandle folder = Hold(path.Parent());
     Check(m_volume->Lock(path.Str(), &info), path);
-    if (StandsInPlace(path))
+    if (!LeadsAway(path))
         return;
     m_volume->Unlock(path.Str(), info.token);
     ThrowLeftItsPlace(path);

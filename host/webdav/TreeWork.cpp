@@ -81,6 +81,7 @@ void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) 
     // Through a handle, because that takes the place of an existing file in one step.
     const FileHandle file = volume.Open(from, GENERIC_READ | DELETE, c_shareAll, OPEN_EXISTING);
     volume.Rename(file, to);
+    volume.RequireInPlace(to, file.Get());
 }
 
 }  // namespace
