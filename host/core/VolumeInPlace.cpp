@@ -34,7 +34,8 @@ void Volume::RequireInPlace(const VolumePath& path, void* file) const {
     Entry entry{path};
     if (path.IsMountFolder())
         return;
-    if (!m_volume->GetFileInfo(file, &entry.data) || LeadsAway(entry))
+    m_volume->GetFileInfo(file, &entry.data);  // fails for a new file that has no container yet: then it is the folder that counts
+    if (LeadsAway(entry))
         ThrowLeftItsPlace(path);
 }
 

@@ -35,22 +35,10 @@ TEST(TextsOfRequests, IfField) {
         const char* text;
         bool holds;
     } rows[] = {
-        {"(<t1>)", true},
-        {"(<t3>)", false},
-        {"(Not <t3>)", true},
-        {"(<t1> Not <t1>)", false},
-        {"(<t3>) (<t2>)", true},
-        {"([\"tag\"])", true},
-        {"([W/\"tag\"])", false},
-        {"(<t1> [\"tag\"])", true},
-        {"(<t1> [\"other\"])", false},
-        {"</b> (<t1>)", false},
-        {"</b> (<t1>) (<t2>)", true},
-        {"</b> (<t1>) </a> (<t1>)", true},
-        {"(not<t3>[\"tag\"])", true},
-        {"  ( <t1>\t[\"tag\"] )  ", true},
-        {"(Not <DAV:no-lock>)", true},
-        {"([\"a ) > quoted\"] <t1>) (<t1>)", true},
+        {"(<t1>)", true}, {"(<t3>)", false}, {"(Not <t3>)", true}, {"(<t1> Not <t1>)", false}, {"(<t3>) (<t2>)", true},
+        {"([\"tag\"])", true}, {"([W/\"tag\"])", false}, {"(<t1> [\"tag\"])", true}, {"(<t1> [\"other\"])", false},
+        {"</b> (<t1>)", false}, {"</b> (<t1>) (<t2>)", true}, {"</b> (<t1>) </a> (<t1>)", true}, {"(not<t3>[\"tag\"])", true},
+        {"  ( <t1>\t[\"tag\"] )  ", true}, {"(Not <DAV:no-lock>)", true}, {"([\"a ) > quoted\"] <t1>) (<t1>)", true},
     };
     for (const auto& row : rows)
         EXPECT_EQ(IfHolds(ParseIf(row.text), HoldsHere), row.holds) << row.text;
