@@ -188,24 +188,26 @@ TEST_F(TraceLines, WithoutAControlTheLayoutsAreFixed) {
 
 TEST_F(TraceLines, AControlShowsEachValueFiltersAndForces) {
     QuelcryptLogControl control;
-    control.m_messageTemplate = L"%NESTLEVEL%|%FILE%|%LINE%|%THIS%|%FUNCNAME%|%LOGMESSAGE%|%RETURNRESULT%|%%|";
+    control.m_enterTemplate = L"%EXECTIME%";
+    control.m_messageTemplate = L"%EXECTIME%|%NESTLEVEL%|%FILE%|%LINE%|%THIS%|%FUNCNAME%|%LOGMESSAGE%|%RETURNRESULT%|%%|";
     control.m_leaveTemplate = L"%EXECTIME%|%RETURNRESULT%|%LOGMESSAGE%|100%";
     control.Parse();
     QuelcryptLog::SetProcessControl(&control);
     {
         QuelcryptVolLog log(nullptr, L"F", L"File.cpp", 12);
         log.Trace(true);
+        ExpectLast(L"4 \\d+s");
         log.Log(LogLevel_Error, L"m%d");
-        ExpectLast(L"1 1\\|File.cpp\\|12\\|\\|F\\|m%d\\|S_OK\\|%%\\|");
+        ExpectLast(L"1 \\d+s\\|1\\|File.cpp\\|12\\|\\|F\\|m%d\\|S_OK\\|%%\\|");
         log.Leave(false);
         log.Log(LogLevel_Error, L"");
-        ExpectLast(L"1 1\\|File.cpp\\|12\\|\\|F\\|\\|false\\|%%\\|");
+        ExpectLast(L"1 \\d+s\\|1\\|File.cpp\\|12\\|\\|F\\|\\|false\\|%%\\|");
         log.Leave(VVS_Locked);
     }
     ExpectLast(L"4 (!!!SLOW!!! )?\\d+s\\|5\\|VVS_Locked\\|100%");
     QuelcryptVolLog nameless(&control, nullptr, nullptr, 0);
     nameless.Log(LogLevel_Error, L"");
-    ExpectLast(L"1 0\\|\\|0\\|this\\[[0-9a-f]+\\]->\\|\\|\\|S_OK\\|%%\\|");
+    ExpectLast(L"1 0s\\|0\\|\\|0\\|this\\[[0-9a-f]+\\]->\\|\\|\\|S_OK\\|%%\\|");
 
     Use(LogLevel_Error);
     control.m_filter = L"wanted";
