@@ -102,6 +102,9 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     const bool destEncrypted = ShouldFileBeEncrypted(m_newFilePath, &isKnown);
     // What would then be unencrypted in a protected place might be synchronised before anybody saw it.
     QC_CHECK(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
+    // As at the open of a new file: what could not be saved later is refused before anything is done.
+    QC_CHECK(!destEncrypted || HasSaveNames(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
+             L"HasSaveNames(PathStripPathStr(newFilePath)) =>false%s, ");
     m_destPath = destEncrypted ? ZipPathStr(m_newFilePath) : m_newFilePath;
     const std::wstring oldPath = m_state.Path();
     const bool wasEncrypted = m_content->IsEncrypted();
