@@ -109,7 +109,8 @@ void Reload(QuelcryptLog& qcLog, MountFolderState& state) REQUIRES(state.section
     state.table = ReadFolders(qcLog, protectedFolders.Get());
     state.changeCounter = changeCounter;
     state.loaded = true;
-    QC_LOG(L"The table has %d mount folders, change counter[%d]", static_cast<int>(state.table.InOrder().size()), changeCounter);
+    const auto count = static_cast<int>(state.table.InOrder().size());
+    QC_LOG(L"The table has %d mount folders, change counter[%d]", count, changeCounter);
 }
 
 bool CopyByName(MountFolderState& state, const std::wstring& name, MountFolderInfo& mountFolderInfo) {
