@@ -31,6 +31,7 @@ struct CacheState {
     CacheList entries GUARDED_BY(section);
     std::unordered_map<std::wstring, CacheList::iterator, NoCaseHash, NoCaseEqual> byKey GUARDED_BY(section);
     std::size_t savedCount GUARDED_BY(section) = 0;
+    std::vector<std::wstring> leftFolders GUARDED_BY(section);  // of files that others had open when they were deleted
 
     const RetainedCopy* Find(const std::wstring& key) REQUIRES(section) {
         const auto found = byKey.find(key);
@@ -98,10 +99,24 @@ bool BaseFolder(std::wstring& folder) {
     return MakeFolder(folder);
 }
 
+// Folders whose file others had open when it was deleted: it is gone by now, perhaps.
+void RemoveLeftFolders() {
+    CacheState& state = State();
+    std::vector<std::wstring> folders;
+    {
+        const SectionGuard guard(state.section);
+        folders.swap(state.leftFolders);
+    }
+    std::erase_if(folders, [](const std::wstring& folder) { return RemoveDirectoryW(PlatformPath(folder).c_str()) || !PathExists(folder); });
+    const SectionGuard guard(state.section);
+    state.leftFolders.insert(state.leftFolders.end(), folders.begin(), folders.end());
+}
+
 // A folder that nobody else has: the platform makes a unique file, which gives way to a folder of its name. When another
 // process was quicker in between, creating the folder fails and another name is tried.
 bool MakeUniqueFolder(std::wstring& folder) {
     QC_TRACE(L"MakeUniqueFolder");
+    RemoveLeftFolders();
     std::wstring base;
     if (!BaseFolder(base))
         return qcLog.Leave(false);
@@ -272,6 +287,9 @@ void VirtualTempFileDispenser::DeleteTempFolder(const std::wstring& tempFilePath
     const std::wstring folder = PathRemoveFileSpecStr(tempFilePath);
     DeleteFileW(PlatformPath(tempFilePath).c_str());
     DeleteFileW(PlatformPath(TrackingFilePathStr(tempFilePath)).c_str());
-    if (!RemoveDirectoryW(PlatformPath(folder).c_str()))
-        DeleteFileOrFolder(folder);
+    if (RemoveDirectoryW(PlatformPath(folder).c_str()) || DeleteFileOrFolder(folder) == DeleteResult::Deleted)
+        return;
+    CacheState& state = State();
+    const SectionGuard guard(state.section);
+    state.leftFolders.push_back(folder);
 }

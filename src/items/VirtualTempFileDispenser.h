@@ -51,6 +51,7 @@ public:
     // unsaved edits then name the new containers.
     static void MoveFolder(const std::wstring& oldFolderPath, const std::wstring& newFolderPath);
 
-    // Deletes the folder that a temp path lies in, with all it holds.
+    // Deletes the folder that a temp path lies in, with all it holds. The folder of a file that others have open stays until they are
+    // done and the next temp file is made.
     static void DeleteTempFolder(const std::wstring& tempFilePath);
 };
