@@ -19,6 +19,7 @@
 //
 // Ends with 1 when a history failed. A failing one is shortened to the least that still fails in the same way; what has those
 // steps in that order besides others is then only counted.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
