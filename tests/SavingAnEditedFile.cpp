@@ -189,21 +189,27 @@ TEST_F(SavingAnEditedFile, TakesEveryDispositionLikeAPlainFile) {
         {TRUNCATE_EXISTING, true, WriteAt3, ok, gap, gap},   {TRUNCATE_EXISTING, true, Nothing, ok, "", old},
         {0, true, Nothing, VVS_InvalidParameter, old, old},  {6, true, Nothing, VVS_InvalidParameter, old, old},
     };
+    MakeFolder(L"Plain\\locked");
+    MakeFolder(L"Docs\\locked");
     int number = 0;
     for (const auto& row : rows) {
         ++number;
-        for (const std::wstring mount : {L"Plain", L"Docs"}) {
+        for (const std::wstring mount : {L"Plain", L"Docs", L"Plain\\locked", L"Docs\\locked"}) {
             SCOPED_TRACE(Narrow(mount) + ", row " + std::to_string(number));
+            const bool isLocked = row.exists && mount.ends_with(L"locked");
             const std::wstring path = mount + L"\\" + std::to_wstring(number) + L".txt";
             if (row.exists)
                 Store(path, old);
+            const std::wstring token = isLocked ? Lock(path) : L"";
             void* hFile = nullptr;
             EXPECT_EQ(row.status, Open(&hFile, path, kReadWrite, row.disposition));
             EXPECT_EQ(row.status == ok, hFile != nullptr);
             if (hFile && row.action != Nothing)
                 EXPECT_OK(row.action == WriteAt3 ? Write(hFile, "abc", 3) : SetSize(hFile, 0));
             Close(hFile);
-            EXPECT_EQ(mount == L"Docs" ? row.encrypted : row.plain, Stored(path));
+            if (isLocked)
+                Unlock(path, token);
+            EXPECT_EQ(mount[0] == L'D' ? row.encrypted : row.plain, Stored(path));
         }
     }
 }
@@ -231,12 +237,24 @@ TEST_F(SavingAnEditedFile, ADeletedFileIsNoneUntilItIsSpared) {
                 }
             }
             Close(hFile);
+            EXPECT_EQ("<VVS_FileNotFound>", Get(path)) << "also while the lock still holds it";
             if (isLocked)
                 Unlock(path, token);
-            EXPECT_EQ("<VVS_FileNotFound>", Get(path));
         }
     EXPECT_TRUE(Disk().empty());
     EXPECT_EQ(0u, RetainedCopies().size()) << "of deleted files nothing is kept";
+
+    // A deletion that the container refuses does not take the edit with it either.
+    MakeEncrypted(L"Docs\\a.txt", "base");
+    const std::wstring token = Lock(L"Docs\\a.txt");
+    void* const hFile = MustOpen(L"Docs\\a.txt");
+    EXPECT_OK(Write(hFile, "edit"));
+    SetFileAttributesW(ContainerPath(L"Docs\\a.txt").c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hFile, nullptr));
+    SetFileAttributesW(ContainerPath(L"Docs\\a.txt").c_str(), FILE_ATTRIBUTE_ARCHIVE);
+    Close(hFile);
+    Unlock(L"Docs\\a.txt", token);
+    EXPECT_EQ("edit", Get(L"Docs\\" + ConflictName(L"a.txt"))) << "somebody else changed the container meanwhile";
 }
 
 TEST_F(SavingAnEditedFile, TellsAndSetsTimesAndAttributes) {
