@@ -51,7 +51,7 @@ protected:
         EXPECT_OK(SetSize(hFile, 0));
         EXPECT_OK(Write(hFile, mine));
         SaveElsewhere(path, theirs);
-        Close(hFile);
+        EXPECT_GE(1u, CallsDuring(kWriter, [&] { Close(hFile); })) << "not encrypted for a place that it cannot have";
         EXPECT_EQ(theirs, Stored(path));
     }
 };
