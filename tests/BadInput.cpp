@@ -67,9 +67,9 @@ TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
         {L"Docs\\a." + std::wstring(199, L'x'), VVS_InvalidParameter},  // an ending that leaves no room for a conflict name
         {L"Docs\\\xD800.txt", VVS_InvalidParameter},                    // half a character
         {L"Docs\\a\xDC00\xD800.txt", VVS_InvalidParameter},
-        {L"Docs\\NUL.txt", VVS_MountFolderNotFound},
-        {L"Docs\\com1", VVS_MountFolderNotFound},
-        {L"Plain\\AUX.log", VVS_MountFolderNotFound},
+        {L"Docs\\NUL.txt", VVS_InvalidParameter},
+        {L"Docs\\com1", VVS_InvalidParameter},
+        {L"Plain\\AUX.log", VVS_InvalidParameter},
     };
     for (const auto& row : rows)
         for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_ALWAYS})
@@ -78,6 +78,26 @@ TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
     const std::wstring longest = L"Docs\\" + std::wstring(247, L'n') + L".txt";
     Put(longest, "content");
     EXPECT_EQ("content", Stored(longest));
+}
+
+// Its disk may be away.
+TEST_F(BadInput, NothingTakesThePlaceOfAMissingMountFolder) {
+    MakeContainer(ContainerPath(L"Other\\Docs"), L"Docs", "another");
+    ASSERT_TRUE(MoveFileW(ContainerPath(L"Other\\Docs").c_str(), (root() + L"\\Docs.zip").c_str()));
+    Put(L"Other\\a.txt", "content");
+    ASSERT_TRUE(RemoveDirectoryW(NativePath(L"Docs").c_str()));
+    VirtFindData findData{};
+    LockInfo lockInfo = NewLock();
+    for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS})
+        EXPECT_EQ(VVS_MountFolderNotFound, TryOpen(L"Docs", kReadWrite, disposition)) << disposition;
+    EXPECT_EQ(VVS_MountFolderNotFound, volume()->Lock(L"Docs", &lockInfo));
+    EXPECT_EQ(VVS_MountFolderNotFound, Move(L"Other\\a.txt", L"Docs"));
+    EXPECT_EQ(VVS_MountFolderNotFound, Rename(L"Other\\a.txt", L"Docs"));
+    EXPECT_FALSE(Find(L"Docs", &findData)) << "what is beside it is no mount folder";
+    EXPECT_EQ((Names{L"Other", L"Plain", L"Theirs"}), List(L"*"));
+    EXPECT_FALSE(Exists(NativePath(L"Docs")));
+    EXPECT_FALSE(HasLine(LinesDuring([&] { Find(L"", &findData); }), L"Virtual volume is empty!"));
+    MakeFolder(L"Docs");
 }
 
 TEST_F(BadInput, SizesAndOffsetsOutOfReachChangeNothing) {

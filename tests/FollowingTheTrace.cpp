@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <map>
 #include <regex>
+#include <set>
 #include <thread>
-
 
 namespace {
 
@@ -132,6 +132,74 @@ TEST_F(FollowingTheTrace, LeaveLinesSayHowLongItTookAndWhatCameOfIt) {
     EXPECT_EQ("VVS_Success", leave("VirtualFile::Open").message);
     EXPECT_EQ("VVS_Success", leave("VirtualVolume::ReadFile").message);
     EXPECT_EQ("true", leave("VirtualFindFile::FindFile").message);
+}
+
+TEST_F(FollowingTheTrace, LeaveLinesHaveResults) {
+    Put(L"Docs\\a.txt", "first");
+    VirtMountInfo mountInfo{};
+    LockInfo lockInfo = NewLock();
+    ExpectUnsavedEdits(1);
+    std::map<std::string, std::set<std::string>> results;  // of each function
+    for (const TraceLine& line : ParseAll(LinesDuring([&] {
+             volume()->FindClose(volume()->FindFirstMountFolder(L"Docs"));
+             EXPECT_FALSE(volume()->FindNextMountFolder(this, &mountInfo));
+             EXPECT_EQ(VVS_InvalidParameter, volume()->Flush(this));
+             List(L"*"), List(L"Docs\\*"), List(L"Docs\\missing*");
+             const std::wstring token = Lock(L"Docs\\a.txt");
+             volume()->FindClose(volume()->FindFirstLock(L"Docs\\a.txt", &lockInfo));
+             Unlock(L"Docs\\a.txt", token);
+             EXPECT_EQ(nullptr, volume()->FindFirstLock(L"Docs", &lockInfo));
+             Put(L"Docs\\b.txt", "second");
+             Delete(L"Docs\\b.txt");
+             MakeFolder(L"Docs\\f");
+             EXPECT_OK(Move(L"Docs\\f", L"Docs\\g"));
+             Failing("IFileWriter::Finish", Fault::Null, [&] { Put(L"Docs\\c.txt", "third"); });
+         })))
+        if (line.kind == "LEAVE")
+            results[line.function].insert(line.message.substr(0, 2) == "0x" ? "0x" : line.message);
+    const std::set<std::string> handles{"0x", "<NULL>"};
+    const std::pair<const char*, std::set<std::string>> rows[] = {
+        {"VirtualVolume::FindFirstMountFolder", {"0x"}},
+        {"VirtualVolume::FindNextMountFolder", {"false"}},
+        {"VirtualVolume::Flush", {"VVS_InvalidParameter"}},
+        {"VirtualVolume::FindFirstFileW", handles},
+        {"VirtualVolume::FindFirstLock", handles},
+        {"VirtualVolume::CloseFile", {"VVS_Success", "VSS_EncryptError", "VVS_GeneralError"}},
+        {"VirtualMountFolder::FindFirstFolder", {"0x"}},
+        {"VirtualFindFile::FindFirstFileW", handles},
+        {"GetHalvaneFileData", {"VIT_EncryptedFile"}},
+        {"GetOwnerId", {"O1"}},
+        {"GetFolderTargetKeyId", {"K1"}},
+        {"DeleteFileOrFolder", {"SUCCESS"}},
+        {"MakeFolder", {"true"}},
+    };
+    for (const auto& [function, expected] : rows)
+        EXPECT_TRUE(std::ranges::includes(expected, results[function]) && !results[function].empty())
+            << function << " " << ::testing::PrintToString(results[function]);
+    EXPECT_LT(1u, results["VirtualVolume::CloseFile"].size()) << "one save failed";
+}
+
+// The line that names the status is the slot's own, inside its nesting; errors alone say what the slot was called with.
+TEST_F(FollowingTheTrace, ExceptionsAreToldByTheirSlot) {
+    const auto fail = [](const wchar_t*) -> void* { throw std::bad_alloc(); };
+    void* const before = ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "GetFileAttributesExW",
+                                       reinterpret_cast<void*>(static_cast<void* (*)(const wchar_t*)>(fail)));
+    ASSERT_NE(nullptr, before);
+    LockInfo lockInfo = NewLock();
+    const auto lines = ParseAll(LinesDuring([&] { EXPECT_EQ(VSS_OutMemory, volume()->Lock(L"Docs\\a.txt", &lockInfo)); }));
+    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "GetFileAttributesExW", before);
+    ASSERT_LT(3u, lines.size());
+    const TraceLine& description = lines[lines.size() - 3];
+    const TraceLine& status = lines[lines.size() - 2];
+    EXPECT_EQ("LEAVE", lines.back().kind);
+    EXPECT_EQ("VSS_OutMemory", lines.back().message);
+    for (const TraceLine& line : {description, status}) {
+        EXPECT_EQ("VirtualVolume::Lock", line.function);
+        EXPECT_EQ(LogLevel_Error, line.level);
+        EXPECT_EQ(1u, line.indent);
+    }
+    EXPECT_TRUE(description.message.starts_with("Exception[Out of memory]. filePath[Docs\\a.txt], lockInfo[")) << description.message;
+    EXPECT_EQ("errorStatus =>VSS_OutMemory, ", status.message);
 }
 
 TEST_F(FollowingTheTrace, AMoveIsToldWhenItsSourceIsClosed) {

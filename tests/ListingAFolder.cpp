@@ -45,6 +45,14 @@ TEST_F(ListingAFolder, ShowsBothSidesOfAConflict) {
     EXPECT_EQ((Names{L"a.txt", L"a.txt.HvcConflicted"}), List(L"Docs\\*"));
     EXPECT_EQ(VIT_PlainFile, Record(L"Docs\\a.txt").itemType);
     EXPECT_EQ((Names{L"a.txt", L"a.txt.HvcConflicted"}), List(L"Docs\\a.txt")) << "a search for the name finds both";
+    // A name too long for the ending is the container's own, by which it can be opened as well.
+    const std::wstring longest(244, L'n');
+    Container(longest + L".x.zip", longest + L".x");
+    Plain(longest + L".x");
+    EXPECT_EQ((Names{L"a.txt", L"a.txt.HvcConflicted", longest + L".x", longest + L".x.zip"}), List(L"Docs\\*"));
+    EXPECT_OK(TryOpen(L"Docs\\" + longest + L".x.zip"));
+    for (const wchar_t* ending : {L".x", L".x.zip"})
+        DeleteFileW(NativePath(L"Docs\\" + longest + ending).c_str());
     // The conflict ends when the plain file goes, also for records that were remembered.
     ASSERT_TRUE(DeleteFileW(NativePath(L"Docs\\a.txt").c_str()));
     EXPECT_EQ((Names{L"a.txt"}), List(L"Docs\\*"));
@@ -53,6 +61,7 @@ TEST_F(ListingAFolder, ShowsBothSidesOfAConflict) {
 TEST_F(ListingAFolder, NeverShowsReservedNames) {
     for (const wchar_t* name : {L"policy.hvc", L"- HalvaneCloud Readme -.htm"})
         Plain(name);
+    Container(L"Policy.hvc.zip", L"policy.hvc");
     Folder(L".HalvaneBox");
     EXPECT_EQ(Names{}, List(L"Docs\\*")) << "a folder with reserved names alone is empty";
     EXPECT_EQ(Names{}, List(L"Docs\\POLICY.*"));

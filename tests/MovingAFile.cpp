@@ -258,6 +258,44 @@ TEST_F(MovingAFile, ANewFileIsStoredUnderItsNewNameAlone) {
     EXPECT_EQ(4u, Disk().size());
 }
 
+// A file that was stored before its folder got a policy, or lost it. A move onto its own path brings it into the form of the folder.
+TEST_F(MovingAFile, OntoItselfTakesTheFormOfItsFolder) {
+    MakePlain(L"Docs\\clear.txt", "content");
+    MakeEncrypted(L"Plain\\hidden.txt", "content");
+    for (const std::wstring path : {L"Docs\\clear.txt", L"Plain\\hidden.txt"}) {
+        SCOPED_TRACE(Narrow(path));
+        const Snapshot before = Disk();
+        EXPECT_EQ(VVS_PathAlreadyExists, Copy(path, path)) << "two files of one name";
+        EXPECT_TRUE(before == Disk());
+        EXPECT_OK(Move(path, path));
+        EXPECT_EQ("content", Stored(path));
+        EXPECT_EQ(1u, NamesBelow(path.substr(0, path.find(L'\\'))).size());
+    }
+    EXPECT_EQ(Names{}, FilesHolding(temp(), "content")) << "nothing stays of what was clear";
+}
+
+// The right to delete is asked for at the open, also under a lock, which shares its own handle.
+TEST_F(MovingAFile, OrDeletingItTakesTheRightTo) {
+    MakePlain(L"Plain\\a.txt", "content");
+    for (const bool isLocked : {false, true}) {
+        SCOPED_TRACE(isLocked ? "locked" : "free");
+        const std::wstring token = isLocked ? Lock(L"Plain\\a.txt") : std::wstring();
+        void* const hFile = MustOpen(L"Plain\\a.txt", GENERIC_READ, OPEN_EXISTING, token.c_str());
+        EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hFile, nullptr));
+        for (const wchar_t* to : {L"Plain\\b.txt", L"Docs\\b.txt"})
+            EXPECT_EQ(VVS_AccessDenied, Rename(hFile, to)) << Narrow(to);
+        Close(hFile);
+        if (isLocked)
+            Unlock(L"Plain\\a.txt", token);
+        EXPECT_EQ(1u, Disk().size());
+        EXPECT_EQ("content", ReadRaw(NativePath(L"Plain\\a.txt")));
+    }
+    void* const hFile = MustOpen(L"Plain\\a.txt");
+    EXPECT_OK(volume()->Delete(hFile, nullptr));
+    EXPECT_EQ(VVS_GeneralError, volume()->Flush(hFile)) << "of a deleted file nothing is written any more";
+    Close(hFile);
+}
+
 // Who has a plain file open for writing would lose what he writes after it became a container; who only reads it does not.
 TEST_F(MovingAFile, APlainFileInUseBecomesNoContainer) {
     MakePlain(L"Plain\\a.txt", "first");

@@ -162,6 +162,12 @@ TEST_F(WorkingWithFolders, StayWithTheirKeyAndOwner) {
             EXPECT_TRUE(before == Disk());
             EXPECT_FALSE(Exists(NativePath(row.to)));
         }
+    // Two empty keys are no common key, unless both folders have a policy or neither has.
+    Configure(R"({"folders": [{"name": "Docs", "path": "Docs", "type": "general", "policy": "encrypt"},
+        {"name": "Other", "path": "Other", "type": "general", "policy": "encrypt"}, {"name": "Plain", "path": "Plain", "type": "general"}]})");
+    for (const auto& [from, to] : {std::pair(L"Docs\\tree", L"Plain\\tree"), std::pair(L"Plain\\p", L"Docs\\p")})
+        EXPECT_EQ(VVS_GeneralError, Copy(from, to)) << Narrow(to);
+    EXPECT_OK(Copy(L"Docs\\tree", L"Other\\tree"));
 }
 
 TEST_F(WorkingWithFolders, TakeNobodysPlace) {

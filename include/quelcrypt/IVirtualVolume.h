@@ -3,7 +3,9 @@
 // A volume path is a relative Windows path whose first component names a mount folder ("Docs\Reports\a.txt"); the empty
 // path is the root. Slots 10, 15, 16 and 23 to 26 also take an absolute path, which is a native path and is used as it
 // stands: a host that serves untrusted callers checks their paths first. Every operation may be called on any thread at
-// any time, also on one handle; calls on one file handle are carried out one after the other. No slot throws.
+// any time, also on one handle: calls on one file handle, and on one search handle, are carried out one after the other, and of
+// two threads that step through one search each gets other entries. A handle that one thread ends while another uses it ends when
+// that call is done; later calls find no handle. No slot throws.
 //
 // Texts are UTF-16 and end with a NUL. Records belong to the caller and are only touched during the call. A null or
 // empty lock token means "none".
@@ -17,7 +19,7 @@ enum VirtualVolumeStatus : std::uint32_t {
     VVS_Success = 0,
     VVS_PathNotFound = 1,
     VVS_PathAlreadyExists = 2,
-    VVS_MountFolderNotFound = 3,  // the path resolves to no mount folder
+    VVS_MountFolderNotFound = 3,  // the path resolves to no mount folder, or to one that is not on disk
     VVS_QuelcryptException = 4,   // an exception was caught; the trace log says where
     VVS_Locked = 5,               // held by a lock whose token was not given, or by another process
     VVS_LockScopeViolation = 6,   // an exclusive lock beside another lock
@@ -45,7 +47,7 @@ enum VirtualItemType : std::uint32_t {
     VIT_Folder = 2,
     VIT_PlainFile = 3,
     VIT_EncryptedFile = 4,            // a container "<name>.zip", shown as "<name>"
-    VIT_EncryptedFileInConflict = 5,  // shown as "<stem>.HvcConflicted"; opened under "<stem>.zip"
+    VIT_EncryptedFileInConflict = 5,  // shown as "<stem>.HvcConflicted", or "<stem>.zip" for want of room; opened under "<stem>.zip"
 };
 
 enum ProtectedFolderType : std::uint32_t {
@@ -124,7 +126,7 @@ public:
     // 7: starts a search and stores the first entry; filePath may end in a pattern ("Docs\*"). At the root ("", "*",
     // "Doc*", "Docs") mount folders are searched. Null when nothing matches. End it with FindClose.
     virtual void* FindFirstFileW(const wchar_t* filePath, VirtFindData* findData) = 0;
-    // 8: stores the next entry of a search of slot 7; false when there are no more. One thread at a time per handle.
+    // 8: stores the next entry of a search of slot 7; false when there are no more.
     virtual bool FindNextFileW(void* hVirtFind, VirtFindData* findData) = 0;
     // 9: ends a search of slot 4, 7 or 26 and frees its handle. False for null or a handle of none of them.
     virtual bool FindClose(void* hVirtFind) = 0;
@@ -135,7 +137,7 @@ public:
     // An encrypted file is decrypted at its first read, write or size change, not here. CREATE_ALWAYS, OPEN_ALWAYS and
     // TRUNCATE_EXISTING start it empty: the stored content goes only when something was written or the size set.
     // VVS_InvalidParameter: a new name that could never be saved (no room for ".zip" and the names of conflict copies, or no
-    // well-formed UTF-16).
+    // well-formed UTF-16), or, of any path, the name of a device ("NUL.txt").
     virtual VirtualVolumeStatus OpenFile(void** hFile, const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                          std::uint32_t openDisposition, const wchar_t* lockToken, VirtFindData* findData) = 0;
     // 11: closes the item. A changed encrypted file is encrypted here, on this thread; when that fails a folder for a
@@ -144,7 +146,8 @@ public:
     // a deletion leaves it; the trace says so.
     // In this slot and up to 19, findData may be null and only serves the trace log; it is never written.
     virtual void CloseFile(void* hFile, VirtFindData* findData) = 0;
-    // 12, 13: mark the item for deletion at its close, and take the mark back.
+    // 12, 13: mark the item for deletion at its close, and take the mark back. Until then the item can only be described, undeleted
+    // and closed. A plain file must have been opened with DELETE (VVS_AccessDenied).
     virtual VirtualVolumeStatus Delete(void* hFile, VirtFindData* findData) = 0;
     virtual VirtualVolumeStatus Undelete(void* hFile, VirtFindData* findData) = 0;
     // 14: gives the open item another path, in place of what is there; the handle stays usable at the new path.
@@ -153,6 +156,10 @@ public:
                                            const wchar_t* newFileLockToken) = 0;
     // 15, 16: move or copy by path. The destination's folder decides whether it is stored encrypted; while the companion
     // library cannot say, nothing is moved there (VSS_EncryptError), also not by slot 14. A failure leaves the source whole.
+    // A file that is not stored as its folder's policy says takes that form when it is moved onto its own path; a copy onto the own
+    // path is VVS_PathAlreadyExists. A folder goes only where the target key and the owner are the same, and where neither has a key,
+    // to another with a policy or without, as itself (VVS_GeneralError); not while something in it is open or locked, nor when a mount
+    // folder lies in it (VVS_AccessDenied); and never in another's place (VVS_PathAlreadyExists).
     virtual VirtualVolumeStatus MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
                                           const wchar_t* newFileLockToken) = 0;
     virtual VirtualVolumeStatus CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,

@@ -147,10 +147,23 @@ void QuelcryptLog::Record(bool result) noexcept {
     ShowResult([&] { return ReturnResultStr(); });
 }
 
-void QuelcryptLog::Record(Win32Error error) noexcept {
+void QuelcryptLog::Record(std::int32_t result) noexcept {
     m_resultKind = ResultKind::Int;
-    m_intResult = static_cast<std::int32_t>(error);
+    m_intResult = result;
     ShowResult([&] { return ReturnResultStr(); });
+}
+
+void QuelcryptLog::Record(VirtualItemType type) noexcept {
+    ShowResult([&] { return FormatItemTypeStr(type); });
+}
+
+void QuelcryptLog::Record(const std::wstring& text) noexcept {
+    ShowResult([&] { return text; });
+}
+
+void QuelcryptLog::Record(const void* handle) noexcept {
+    Record(handle != nullptr);
+    ShowResult([&] { return handle ? FormatStr(L"0x%p", handle) : std::wstring(L"<NULL>"); });
 }
 
 void QuelcryptLog::Record(HRESULT result) noexcept {
@@ -198,7 +211,9 @@ std::wstring QuelcryptLog::RenderPiece(const LogTemplatePiece& piece, const Line
         case LogValue::TimeMilliseconds: return FormatStr(format, static_cast<int>(line.time->wMilliseconds));
         case LogValue::NestLevel: return FormatStr(format, NestingDepth::Get());
         case LogValue::ExecTime:
-            return FormatStr(format, FormatExecutionTimeStr(m_leaveCounter - m_enterCounter, TicksPerMillisecond()));
+            // Until it ends: what went by so far.
+            return FormatStr(format, FormatExecutionTimeStr((m_entered ? PerformanceCounter() : m_leaveCounter) - m_enterCounter,
+                                                            TicksPerMillisecond()));
         case LogValue::This: {
             const auto address = reinterpret_cast<std::uintptr_t>(m_thisPointer);
             return FormatStr(format, m_thisPointer ? FormatStr(L"this[%s]->", FormatHexStr(address, false, false)) : std::wstring());

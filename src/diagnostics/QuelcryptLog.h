@@ -4,7 +4,9 @@
 // A log object belongs to one thread; the module's logger is set once, at load.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <type_traits>
 
@@ -91,11 +93,23 @@ private:
     };
 
     void Record(VirtualVolumeStatus status) noexcept;
+    void Record(VirtualItemType type) noexcept;
     void Record(bool result) noexcept;
-    void Record(Win32Error error) noexcept;
     void Record(HRESULT result) noexcept;
-    template <class Other>
-    void Record(const Other&) noexcept {}
+    void Record(const std::wstring& text) noexcept;
+    void Record(const void* handle) noexcept;
+    void Record(std::int32_t result) noexcept;
+    // The other enumerations that functions return: errors by number.
+    template <class Number>
+        requires std::is_enum_v<Number>
+    void Record(Number number) noexcept {
+        Record(static_cast<std::int32_t>(number));
+    }
+    template <class Object>
+    void Record(const std::unique_ptr<Object>& handle) noexcept {
+        Record(static_cast<const void*>(handle.get()));
+    }
+    void Record(std::nullptr_t) noexcept { Record(static_cast<const void*>(nullptr)); }
     // The result becomes the LEAVE line's message.
     template <class MakeText>
     void ShowResult(MakeText makeText) noexcept {

@@ -1,6 +1,9 @@
 // How functions trace themselves. QC_TRACE or QC_TRACE_THIS comes first in a traced function and makes its log object,
 // qcLog, which the others use. Arguments of lines are evaluated only when the line is written. A check evaluates its
 // expression once, logs its text at error level, keeps the thread's last error, and returns.
+//
+// The texts of checks and messages are a frozen format, which others search for: they stay as they are, misspellings and all, also
+// where the source that they quote was written differently since.
 #pragma once
 
 #include "diagnostics/QuelcryptLog.h"

@@ -4,6 +4,7 @@
 
 #include "diagnostics/Trace.h"
 #include "items/SaveNames.h"
+#include "library/Locks.h"
 #include "library/Owners.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
@@ -27,6 +28,11 @@ public:
 private:
     HRESULT m_result;
 };
+
+CriticalSection& PromptSection() {
+    static CriticalSection s_section{LockOrder::Prompt};
+    return s_section;
+}
 
 bool PickFolderForBackup(const std::wstring& zipFilePath, std::wstring& folderPath) {
     QC_TRACE(L"VirtualFile::PickFolderForBackup");
@@ -66,14 +72,16 @@ bool BackupTempFile(const std::wstring& srcFilePath, const std::wstring& zipFile
     std::wstring backupFolderPath;
     bool folderForBackupIsPicked = false;
     {
+        const SectionGuard guard(PromptSection());
         const ComForPrompt com;
         folderForBackupIsPicked = PickFolderForBackup(zipFilePath, backupFolderPath);
     }
     QC_CHECK(folderForBackupIsPicked, false, L"folderForBackupIsPicked =>false%s, ");
     const std::wstring destFilePath = FreeBackupPath(backupFolderPath, itemName);
-    QC_CHECK(CopyWholeFile(srcFilePath, destFilePath) == Win32Error::None, false,
+    const Win32Error copied = CopyWholeFile(srcFilePath, destFilePath);
+    QC_CHECK(copied == Win32Error::None, false,
              L"::CopyFileW(srcFilePath, destFilePath, 1) != 0 =>false%s,  %s", L"Src[%s], Dest[%s], Error[%s]", srcFilePath, destFilePath,
-             SystemErrorStr(GetLastError()));
+             SystemErrorStr(static_cast<DWORD>(copied)));
     QC_LOG(L"CopyFile is Succesfull. Src[%s], Dest[%s]", srcFilePath, destFilePath);
     return qcLog.Leave(true);
 }

@@ -53,8 +53,6 @@ public:
     void SavedAt(const std::wstring& newFilePath, LockedFile* newLock);
     void RenamedTo(const std::wstring& newFilePath);
     void DiscardCopy() { m_copy.Discard(); }
-    // The plain file that was encrypted into the container serves as the copy.
-    void TakeCopy(RetainedCopy copy, UniqueHandle hFile);
     bool SaveTrackerFileItem();
 
 private:

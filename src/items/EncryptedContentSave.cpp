@@ -272,10 +272,3 @@ void EncryptedContent::FollowTrackingFile() {
     if (m_copy.IsMade() && !SaveTrackerFileItem())
         QC_REPORT(L"SaveTrackerFileItem() =>false%s, ");
 }
-
-void EncryptedContent::TakeCopy(RetainedCopy copy, UniqueHandle hFile) {
-    QC_TRACE_THIS(L"VirtualFile::TakeCopy", L"%s", DescriptionStr());
-    m_copy.Make(std::move(copy), std::move(hFile), false);
-    RememberSavedState();
-    FollowTrackingFile();
-}

@@ -141,7 +141,10 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
     m_sameFile = EqualNoCase(sourcePath, m_destPath) || AreSameFile(sourcePath, m_destPath);
     // A conflict copy's own path is another file's.
     const bool isBesidePlainFile = m_content->IsEncrypted() && PathExists(m_state.Path());
-    if (m_sameFile && (m_keepSrcFile || m_content->IsEncrypted() != destEncrypted || isBesidePlainFile))
+    const bool isOwnPath = m_sameFile || EqualNoCase(m_newFilePath, m_state.Path());  // perhaps in the other form
+    if (isOwnPath && m_keepSrcFile)
+        return qcLog.Leave(VVS_PathAlreadyExists);
+    if (m_sameFile && ( m_content->IsEncrypted() != destEncrypted || isBesidePlainFile))
         return qcLog.Leave(VVS_PathAlreadyExists);
     isDone = m_sameFile && m_newFilePath == m_state.Path();
     if (isDone)
@@ -192,8 +195,10 @@ VirtualVolumeStatus FileMove::CheckDestination(bool destEncrypted) {
 }
 
 VirtualVolumeStatus FileMove::CheckSource() {
-    if (!m_content->IsEncrypted() || m_keepSrcFile)
+    if (m_keepSrcFile)
         return VVS_Success;
+    if (!m_content->IsEncrypted())
+        return Plain().MayDelete() ? VVS_Success : VVS_AccessDenied;
     const VirtualVolumeStatus status = m_sameFile ? Encrypted().CheckBase() : Encrypted().CheckMayGo();
     // An edit that waits moves with its file.
     if (status == VVS_Success && VirtualTempFileDispenser::HoldsUnsavedEdit(m_state.Path()))
@@ -293,7 +298,6 @@ VirtualVolumeStatus FileMove::MoveToOtherDisk() {
 
 VirtualVolumeStatus FileMove::MoveFromPlainToPlainLocked() {
     QC_TRACE_THIS(L"VirtualFile::MoveFromPlainToPlainLocked", L"%s", LogStr());
-    QC_CHECK(m_keepSrcFile || Plain().MayDelete(), VVS_AccessDenied, L"m_grantedAccess & DELETE =>false%s, ");
     if (m_keepSrcFile || Plain().IsLocked()) {
         QC_CHECK_STATUS(WithLockedSource([this](HANDLE hSource) { return CopyIntoLockedPlainFile(hSource); }),
                         L"CopyFileW(m_hFile, hNewFile) =>%s, ");
@@ -357,35 +361,20 @@ VirtualVolumeStatus FileMove::MoveFromPlainToHalvane() {
     return qcLog.Leave(VVS_Success);
 }
 
-// The plain file becomes the item's copy: nothing of it stays where it was.
+// Nothing stays of the plain file.
 VirtualVolumeStatus FileMove::TurnIntoContainer() {
     QC_TRACE_THIS(L"VirtualFile::TurnIntoContainer");
     HeldSource held(Plain());
     QC_CHECK_STATUS(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
-    RetainedCopy copy;
-    VirtualTempFileDispenser::Dispense(m_newFilePath, false, nullptr, {}, copy);
-    QC_CHECK(!copy.tempFilePath.empty(), VVS_GeneralError, L"!tempFilePath.IsEmpty() =>false%s, ");
-    bool isTaken = false;
-    const OnExit deleteUnlessTaken([&] {
-        if (!isTaken)
-            VirtualTempFileDispenser::DeleteTempFolder(copy.tempFilePath);
-    });
     QC_CHECK_STATUS(EncryptTo({m_state.Path(), held.File()}),
                     L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
-    // By its handle: what was encrypted goes, not what somebody may have put in its place. When the temp folder is on another disk
-    // it is deleted; a copying move may succeed although its source is still there, unencrypted ("MoveFileEx", Remarks).
-    const bool isMoved = VirtualItem::RenameItem(held.File(), m_state, copy.tempFilePath) == VVS_Success;
-    const VirtualVolumeStatus status = isMoved ? VVS_Success : held.MarkForDeletion();
+    // By its handle: what was encrypted goes, not what somebody may have put in its place.
+    const VirtualVolumeStatus status = held.MarkForDeletion();
     if (status != VVS_Success)
         TakeBackDestination();
-    QC_CHECK_STATUS(status, L"MoveFileW(m_itemFullPath, tempFilePath) =>%s, ");
+    QC_CHECK_STATUS(status, L"DeleteUndeleteFile(m_hFile, true) =>%s, ");
     held.Moved();
     BecomeEncrypted();
-    UniqueHandle hFile;
-    isTaken = isMoved && VirtualItem::CreateFileW(copy.tempFilePath, kFullContentAccess, kShareAll, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
-                                                  hFile) == VVS_Success;
-    if (isTaken)  // otherwise it is decrypted at the next access
-        Encrypted().TakeCopy(copy, std::move(hFile));
     return qcLog.Leave(VVS_Success);
 }
 

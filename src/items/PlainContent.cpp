@@ -18,7 +18,8 @@ VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, std::uint32
     m_grantedAccess = desiredAccess;
     m_shareMode = shareMode;
     LockedFile lock;
-    // A locked file can be deleted by the lock's own handle alone, so its openers' handles can.
+    // The file that they share can be marked for deletion through any handle of it, also to take a mark back. Who did not ask
+    // for that right is refused by MarkForDeletion.
     QC_CHECK_STATUS(FileLocker::GetLockedFile(filePath.c_str(), desiredAccess, DELETE, lockToken, &lock),
                     L"FileLocker::GetLockedFile(filePath, desiredAccess, lockToken, m_locked, m_hFile) =>%s, ");
     if (lock.locked) {
@@ -139,6 +140,7 @@ VirtualVolumeStatus PlainContent::BeginWrite() {
 VirtualVolumeStatus PlainContent::MarkForDeletion(bool deleteFile) {
     QC_TRACE_THIS(L"VirtualFile::MarkForDeletion", L"%s", DescriptionStr());
     const wchar_t* const checkText = deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
+    QC_CHECK_STATUS(!deleteFile || MayDelete() ? VVS_Success : VVS_AccessDenied, checkText);
     const SectionGuard guard(m_lock.content->section);
     QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), deleteFile)), checkText);
     m_lock.content->isDeleted = deleteFile;

@@ -32,7 +32,7 @@ public:
 
     // For moves.
     bool IsLocked() const { return m_lock.locked; }
-    bool MayDelete() const { return m_lock.locked || (m_grantedAccess & (DELETE | GENERIC_ALL)); }
+    bool MayDelete() const { return m_grantedAccess & (DELETE | GENERIC_ALL); }
     std::shared_ptr<LockedContent> Shared() const { return m_lock.content; }
     // A file that is read-only cannot be marked for deletion.
     bool IsReadOnly() const;

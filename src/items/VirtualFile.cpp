@@ -148,6 +148,12 @@ VirtualVolumeStatus VirtualFile::Undelete() {
     return qcLog.Leave(VVS_Success);
 }
 
+VirtualVolumeStatus VirtualFile::Flush() {
+    QC_TRACE_THIS(L"VirtualFile::Flush");
+    QC_CHECK(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
+    return qcLog.Leave(VirtualItem::Flush());
+}
+
 bool VirtualFile::GetFileInfo(VirtFindData* virtFindData) {
     QC_TRACE_THIS(L"VirtualFile::GetFileInfo");
     if (!m_state.findData)

@@ -28,6 +28,7 @@ public:
     VirtualVolumeStatus Undelete() override;
     bool GetFileInfo(VirtFindData* virtFindData) override;
     VirtualVolumeStatus SetFileInfo(const VirtFindData* virtFindData) override;
+    VirtualVolumeStatus Flush() override;
 
 private:
     VirtualVolumeStatus MoveInternal(const wchar_t* newFilePath, bool renameSrcFile, bool keepSrcFile, const wchar_t* newFileLockToken);

@@ -52,7 +52,12 @@ VirtualVolumeStatus VirtualFolder::CheckSameKeyAndOwner(const std::wstring& newF
     const std::wstring srcTargetKeyId = GetFolderTargetKeyId(m_state.Path(), &isKnown);
     const std::wstring destTargetKeyId = GetFolderTargetKeyId(newFilePath, &isKnown);
     QC_CHECK(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
-    const bool targetKeyIdMatched = EqualNoCase(srcTargetKeyId, destTargetKeyId);
+    // Without keys, a folder that is stored encrypted must not come where nothing is, nor the other way.
+    const bool needsPolicy = srcTargetKeyId.empty() && destTargetKeyId.empty();
+    const bool policyMatched =
+        !needsPolicy || DoesFolderHavePolicy(m_state.Path(), &isKnown) == DoesFolderHavePolicy(newFilePath, &isKnown);
+    QC_CHECK(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
+    const bool targetKeyIdMatched = policyMatched && EqualNoCase(srcTargetKeyId, destTargetKeyId);
     QC_LOG(L"TargetKeyId[%s], srcTargetKeyId[%s], destTargetKeyId[%s]", targetKeyIdMatched ? L"Matched" : L"Not Matched",
            srcTargetKeyId, destTargetKeyId);
     QC_CHECK(targetKeyIdMatched, VVS_GeneralError, L"targetKeyIdMatched =>false%s, ");

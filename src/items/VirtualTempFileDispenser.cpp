@@ -83,7 +83,7 @@ CacheState& State() {
 bool MakeFolder(const std::wstring& folder) {
     QC_TRACE(L"MakeFolder");
     if (IsExistingFolder(folder))
-        return true;
+        return qcLog.Leave(true);
     const int errCode = SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr);
     QC_CHECK(errCode == 0 || IsExistingFolder(folder), false, L"errCode == 0L =>false%s, ");
     return qcLog.Leave(true);

@@ -25,6 +25,7 @@ enum class LockOrder : unsigned char {
     Search,         // a step of a search
     SaveGate,       // saving and moving one container; a move holds two, taken in the order of their paths
     LockedContent,  // content, size and deletion mark of a file that a lock holds open; two only by a move, under its gates
+    Prompt,         // a question to the user: one at a time
     MountFolders,
     Locks,
     FindData,

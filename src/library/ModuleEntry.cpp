@@ -1,5 +1,6 @@
 // The module's entry point: it starts the companion library and the trace log at load and stops them at unload. It runs
 // under the loader's lock, so it starts no thread and waits for none.
+#include <memory>
 #include <utility>
 
 #include <windows.h>
@@ -8,21 +9,34 @@
 #include "diagnostics/QuelcryptLogControl.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
+#ifdef __GLIBCXX__
+namespace __gnu_cxx {
+void __freeres() noexcept;
+}
+#endif
+
 namespace {
 
 constexpr int kCleanBootMetric = 67;
 
 [[noreturn]] void RaiseInterfaceException() { throw CQuelcryptInterfaceException(); }
 
+QuelcryptLogControl* s_control = nullptr;
+
+// The volume works as well without its log.
 void StartLog() {
-    IFileLogger* const logger = Quelcrypt_GetFileLogger(1);
-    if (!logger)
-        return;
-    QuelcryptVolLog::SetModuleLogger(logger, Quelcrypt_GetLoggerComponentIndex("QuelcryptVol"));
-    // Deliberately never freed: other threads may still trace while the process ends.
-    static QuelcryptLogControl* const s_control = new QuelcryptLogControl;
-    s_control->Parse();
-    QuelcryptLog::SetProcessControl(s_control);
+    try {
+        IFileLogger* const logger = Quelcrypt_GetFileLogger(1);
+        if (!logger)
+            return;
+        const std::uint32_t componentIndex = Quelcrypt_GetLoggerComponentIndex("QuelcryptVol");
+        auto control = std::make_unique<QuelcryptLogControl>();
+        control->Parse();
+        s_control = control.release();
+        QuelcryptLog::SetProcessControl(s_control);
+        QuelcryptVolLog::SetModuleLogger(logger, componentIndex);
+    } catch (...) {  // there is nobody to tell
+    }
 }
 
 // A failed attach is followed by a detach: the library is ended only if it began, and once.
@@ -39,7 +53,8 @@ bool Attach() {
     }
 }
 
-void Detach() {
+// When the process ends, other threads may have been stopped in the middle of a line: what they used is left to the platform.
+void Detach(bool processEnds) {
     if (!std::exchange(s_isInitialized, false))
         return;
     QuelcryptLog::SetProcessControl(nullptr);
@@ -48,17 +63,23 @@ void Detach() {
         Quelcrypt_Uninitialize();
     } catch (...) {  // nothing is left to tell
     }
+    if (processEnds)
+        return;
+    delete std::exchange(s_control, nullptr);
+#ifdef __GLIBCXX__
+    __gnu_cxx::__freeres();  // what each module with a runtime of its own sets aside for exceptions without memory
+#endif
 }
 
 }  // namespace
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID processEnds) {
     const int cleanBoot = GetSystemMetrics(kCleanBootMetric);
     if (cleanBoot == 1 || cleanBoot == 2)
         return FALSE;
     if (reason == DLL_PROCESS_ATTACH)
         return Attach();
     if (reason == DLL_PROCESS_DETACH)
-        Detach();
+        Detach(processEnds != nullptr);
     return TRUE;
 }

@@ -1,6 +1,8 @@
 // Remembers what the companion library said of a container, so that a listing asks again only when the container or its
 // folder changed on disk. Process-wide, at most 1014 containers, the oldest leaves first; one critical section guards it,
-// and the library is never called while it is held.
+// and the library is never called while it is held. Two kinds of record are not kept. Of a container that could not be read: it may
+// have been held for a moment, and its document must not stay hidden until something changes. And of a conflict copy that was asked
+// for by its path: its name follows the letter case of that path, and would show in listings.
 #pragma once
 
 #include <cstdint>

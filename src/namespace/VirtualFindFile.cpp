@@ -40,7 +40,9 @@ bool ShouldEnumerateFindData(const WIN32_FIND_DATAW& raw) {
     const std::wstring_view name = raw.cFileName;
     if (name == L"." || name == L"..")
         return false;
-    if (!IsReservedName(name))
+    // A container with such a name in it would be shown under that name.
+    const bool isContainer = HasContainerName(name) && !IsFolder(raw);
+    if (!IsReservedName(isContainer ? name.substr(0, name.size() - kContainerExtension.size()) : name))
         return true;
     QC_TRACE(L"ShouldEnumerateFindData", L"fileName[%s]", raw.cFileName);
     QC_LOG(L"fileName[%s] is Reserved and will be Skipped in current enumeration", raw.cFileName);
@@ -82,6 +84,8 @@ bool GetVirtualFileNameWithConflictResolved(const FolderView& view, const std::w
         return qcLog.Leave(true);
     QC_LOG(L"Virtual fileName[%s] is in conflict, zipFilePath[%s]", name, containerFilePath);
     name = FormatStr(L"%s%s", stem, kConflictExtension);
+    if (name.size() >= std::size(VirtFindData{}.fileName))  // would be cut: its own name is one to open it by, too
+        name = PathStripPathStr(containerFilePath);
     return qcLog.Leave(false);
 }
 
@@ -118,7 +122,7 @@ VirtualItemType GetHalvaneFileData(const FolderView& view, bool containerFlag, c
              PathAppendStr(view.folderPath, raw.cFileName));
     ContainerInfo info;
     if (!containerFlag || !GetFileInformation(qcLog, containerFilePath, raw, info))
-        return VIT_PlainFile;
+        return qcLog.Leave(VIT_PlainFile);
     std::wstring name;
     const bool noConflict = GetVirtualFileNameWithConflictResolved(view, containerFilePath, name, info.storedName);
     raw.nFileSizeHigh = static_cast<DWORD>(info.plainSize >> 32);
@@ -128,7 +132,7 @@ VirtualItemType GetHalvaneFileData(const FolderView& view, bool containerFlag, c
     SystemTimeToFileTime(&info.creation, &raw.ftCreationTime);
     CopyBounded(raw.cFileName, name);
     QC_LOG(L"findData[%s]", FormatRawFindDataStr(&raw));
-    return noConflict ? VIT_EncryptedFile : VIT_EncryptedFileInConflict;
+    return qcLog.Leave(noConflict ? VIT_EncryptedFile : VIT_EncryptedFileInConflict);
 }
 
 bool FindKnownContainer(const FolderView& view, const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw,
@@ -259,12 +263,12 @@ VirtualFindHandlePtr VirtualFindFile::FindFirstFileW(const wchar_t* filePathSear
         if (handle->extraZipSearch)
             QC_LOG(L"In second try searched for filePathSearch[%s]", handle->filePathSearch);
         if (!found)
-            return nullptr;
+            return qcLog.Leave(VirtualFindHandlePtr());
         QC_LOG(L"filePathSearch[%s] is Found on second try searching for extra zip", handle->filePathSearch);
     }
     StoreEntry(*handle, raw, virtFindData);
     QC_LOG(L"findData[%s]", FormatFindDataStr(virtFindData));
-    return handle;
+    return qcLog.Leave(std::move(handle));
 }
 
 bool VirtualFindFile::FindNextFileW(VirtualFindHandle& handle, VirtFindData* virtFindData) {

@@ -14,6 +14,7 @@
 #include "library/Owners.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
+#include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 namespace {
@@ -252,9 +253,9 @@ VirtFindMountFolderHandlePtr VirtualMountFolder::FindFirstFolder(const wchar_t* 
     for (const MountFolderInfo* folder : state.table.InOrder())
         if (MatchesSpec(qcLog, handle->folderSearchSpec.c_str(), *folder)) {
             handle->nextName = folder->name;
-            return handle;
+            return qcLog.Leave(std::move(handle));
         }
-    return nullptr;
+    return qcLog.Leave(VirtFindMountFolderHandlePtr());
 }
 
 VirtFindMountFolderHandlePtr VirtualMountFolder::FindFirstFolder(const wchar_t* folderSearchSpec, VirtFindData* virtFindData) {
@@ -267,7 +268,7 @@ VirtFindMountFolderHandlePtr VirtualMountFolder::FindFirstFolder(const wchar_t* 
     const bool found = MatchFrom(state.table.InOrder(), 0, handle->nextName, [&](const MountFolderInfo& folder) {
         return GetMatchedMountFolderVirtFindData(handle->folderSearchSpec.c_str(), folder, virtFindData);
     });
-    return found ? std::move(handle) : nullptr;
+    return qcLog.Leave(found ? std::move(handle) : nullptr);
 }
 
 bool VirtualMountFolder::FindNextFolder(VirtFindMountFolderHandle& handle, VirtMountInfo* virtMountInfo) {
@@ -309,7 +310,8 @@ bool VirtualMountFolder::GetMatchedMountFolderVirtFindData(const wchar_t* search
              mountFolderInfo.name);
     if (searchSpec && *searchSpec && !MatchesSpec(qcLog, searchSpec, mountFolderInfo))
         return qcLog.Leave(false);
-    QC_CHECK(VirtualFindFile::FindFile(mountFolderInfo.path.c_str(), virtFindData), false,
+    // A container beside it that has its name is another entry.
+    QC_CHECK(IsExistingFolder(mountFolderInfo.path) && VirtualFindFile::FindFile(mountFolderInfo.path.c_str(), virtFindData), false,
              L"VirtualFindFile::FindFile(mountFolderInfo.path, virtFindData) =>false%s, ");
     QC_LOG(L"Mount folder[%s] matches search spec[%s]", mountFolderInfo.name, searchSpec);
     QC_CHECK(mountFolderInfo.name.size() < sizeof(virtFindData->fileName), false,

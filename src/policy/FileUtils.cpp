@@ -277,3 +277,13 @@ std::optional<std::wstring> PathJoinBelow(std::wstring_view folder, std::wstring
         path.append(L"\\").append(component);
     return path;
 }
+
+bool NamesDevice(std::wstring_view path) {
+    while (!path.empty()) {
+        const std::size_t end = std::min(path.find_first_of(L"\\/"), path.size());
+        if (IsDeviceName(path.substr(0, end)))
+            return true;
+        path.remove_prefix(std::min(end + 1, path.size()));
+    }
+    return false;
+}

@@ -98,3 +98,6 @@ bool IsPathBelow(std::wstring_view path, std::wstring_view folder);
 // trailing dots and blanks of each component, as the platform would. Nothing when the path leads out of the folder: above it,
 // or to a device ("NUL", "COM1.txt").
 std::optional<std::wstring> PathJoinBelow(std::wstring_view folder, std::wstring_view relativePath);
+
+// Is a component of the path the name of a device, with or without an extension?
+bool NamesDevice(std::wstring_view path);

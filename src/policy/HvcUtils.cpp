@@ -196,24 +196,24 @@ bool DoesFolderHavePolicy(const std::wstring& folderPath, bool* isKnown) {
 
 std::wstring GetOwnerId(const std::wstring& folderPath, bool* isKnown) {
     QC_TRACE(L"GetOwnerId", L"folderPath[%s]", folderPath);
-    return WithBoxConfig<std::wstring>(qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) {
+    return qcLog.Leave(WithBoxConfig<std::wstring>(qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) {
         std::wstring ownerId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetOwnerId), isKnown);
         if (!ownerId.empty())
             QC_LOG(L"Folder[%s] Has OwnerId[%s]", folderPath, ownerId);
         return ownerId;
-    });
+    }));
 }
 
 std::wstring GetFolderTargetKeyId(const std::wstring& folderPath, bool* isKnown) {
     QC_TRACE(L"GetFolderTargetKeyId", L"folderPath[%s]", folderPath);
-    return WithBoxConfig<std::wstring>(qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) {
+    return qcLog.Leave(WithBoxConfig<std::wstring>(qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) {
         if (!HasPolicy(qcLog, folderPath, config))
             return std::wstring();
         std::wstring targetId = DecodeValue(ReadConfigText(config, &IHalvaneBoxConfig::GetTargetKeyId), isKnown);
         if (!targetId.empty())
             QC_LOG(L"Folder[%s] Has TragetId[%s]", folderPath, targetId);
         return targetId;
-    });
+    }));
 }
 
 std::wstring ZipPathStr(std::wstring_view filePath) { return PathAddExtensionStr(filePath, kContainerExtension); }
@@ -228,8 +228,9 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     QC_TRACE(L"DeleteFileOrFolder", L"path[%s]", path);
     constexpr const wchar_t* kCheckText = L"deleteResult == 0 =>false%s,  %s";
     QC_CHECK(!path.empty() && !PathIsRelativeW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    const bool isLongForm = path.starts_with(L"\\\\?\\");
     // The shell would take these for patterns, and everything that matches would go.
-    QC_CHECK(path.find_first_of(L"*?<>\"|") == path.npos, DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    QC_CHECK(path.find_first_of(L"*?<>\"|", isLongForm ? 4 : 0) == path.npos, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     const DWORD attributes = GetFileAttributesW(PlatformPath(path).c_str());
     const bool isMissing =
         attributes == INVALID_FILE_ATTRIBUTES && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND);
@@ -237,7 +238,7 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
         return qcLog.Leave(DeleteResult::Deleted);
     QC_CHECK(attributes != INVALID_FILE_ATTRIBUTES, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     ClearReadOnly(path, attributes);
-    if (path.size() >= MAX_PATH) {  // longer than the shell takes: a single file goes without it
+    if (isLongForm || path.size() >= MAX_PATH) {  // more than the shell takes: a single file goes without it
         QC_CHECK(DeleteFileW(PlatformPath(path).c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
         return qcLog.Leave(DeleteResult::Deleted);
     }

@@ -27,20 +27,22 @@ void* VirtualVolume::Destroy(std::uint32_t flags) {
 void VirtualVolume::Release() { delete this; }
 
 bool VirtualVolume::GetMountInfoByVolumePath(const wchar_t* volumePath, VirtMountInfo* mountInfo) {
-    return CatchAllOr(false, [&] {
+    QC_TRACE_SLOT(L"VirtualVolume::GetMountInfoByVolumePath", L"filePath[%s]", volumePath);
+    return CatchAllOr(false, QC_SLOT, [&] {
         MountFolderInfo mountFolderInfo;
         std::wstring relativePath;
-        return mountInfo && VirtualMountFolder::GetMountFolderInfoByVirtPath(volumePath, mountFolderInfo, relativePath) &&
-               ConvertMountFolderInfoToVirtMountInfo(mountFolderInfo, mountInfo);
+        return qcLog.Leave(mountInfo && VirtualMountFolder::GetMountFolderInfoByVirtPath(volumePath, mountFolderInfo, relativePath) &&
+                           ConvertMountFolderInfoToVirtMountInfo(mountFolderInfo, mountInfo));
     });
 }
 
 bool VirtualVolume::GetMountInfoByNativePath(const wchar_t* nativePath, VirtMountInfo* mountInfo) {
-    return CatchAllOr(false, [&] {
+    QC_TRACE_SLOT(L"VirtualVolume::GetMountInfoByNativePath", L"filePath[%s]", nativePath);
+    return CatchAllOr(false, QC_SLOT, [&] {
         MountFolderInfo mountFolderInfo;
         std::wstring relativePath;
-        return mountInfo && VirtualMountFolder::GetMountFolderInfoByNativePath(nativePath, mountFolderInfo, relativePath) &&
-               ConvertMountFolderInfoToVirtMountInfo(mountFolderInfo, mountInfo);
+        return qcLog.Leave(mountInfo && VirtualMountFolder::GetMountFolderInfoByNativePath(nativePath, mountFolderInfo, relativePath) &&
+                           ConvertMountFolderInfoToVirtMountInfo(mountFolderInfo, mountInfo));
     });
 }
 
@@ -62,10 +64,20 @@ bool VirtualVolume::GetFullFilePath(const wchar_t* filePath, std::wstring& fullF
     std::wstring relativePath;
     if (!VirtualMountFolder::GetMountFolderInfoByVirtPath(filePath, mountFolderInfo, relativePath))
         return qcLog.Leave(false);
-    const std::optional<std::wstring> joined = PathJoinBelow(mountFolderInfo.path, relativePath);
+    const std::optional<std::wstring> joined = PathIn(mountFolderInfo, relativePath);
     if (joined)
         fullFilePath = *joined;
     return qcLog.Leave(joined.has_value());
+}
+
+VirtualVolumeStatus VirtualVolume::StatusOfUnresolved(const wchar_t* filePath) {
+    return filePath && NamesDevice(filePath) ? VVS_InvalidParameter : VVS_MountFolderNotFound;
+}
+
+// A mount folder may be away, with its disk. Nothing else must come to stand in its place meanwhile.
+std::optional<std::wstring> VirtualVolume::PathIn(const MountFolderInfo& mountFolderInfo, const std::wstring& relativePath) {
+    std::optional<std::wstring> joined = PathJoinBelow(mountFolderInfo.path, relativePath);
+    return joined && (*joined != mountFolderInfo.path || IsExistingFolder(*joined)) ? joined : std::nullopt;
 }
 
 bool VirtualVolume::ConvertMountFolderInfoToVirtMountInfo(const MountFolderInfo& mountFolderInfo, VirtMountInfo* virtMountInfo) {
@@ -87,7 +99,8 @@ void VirtualVolume::FindRoot(VirtFindData* virtFindData) {
     VirtFindData folder{};
     const VirtFindMountFolderHandlePtr handle = VirtualMountFolder::FindFirstFolder(L"*", &folder);
     if (!handle) {
-        QC_LOG_AT(LogLevel_Warning, L"Virtual volume is empty!");
+        if (!VirtualMountFolder::FindFirstFolder(L"*"))  // there may be some that are not on disk at the moment
+            QC_LOG_AT(LogLevel_Warning, L"Virtual volume is empty!");
         return;
     }
     do {

@@ -3,6 +3,7 @@
 // every slot catches everything, resolves paths and dispatches.
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "diagnostics/Trace.h"
@@ -66,9 +67,13 @@ public:
     VirtualVolumeStatus FindNextLock(void* hFind, LockInfo* lockInfo) override;
 
 private:
-    // The native path of a volume path; an absolute path stands as it is. False: it resolves to no mount folder, or it
-    // climbs above its own.
+    // The native path of a volume path; an absolute path stands as it is. False: it resolves to no mount folder, or to one that is
+    // not on disk, it climbs above its own, or it leads to a device.
     static bool GetFullFilePath(const wchar_t* filePath, std::wstring& fullFilePath);
+    // What to answer to a path that did not resolve.
+    static VirtualVolumeStatus StatusOfUnresolved(const wchar_t* filePath);
+    // The native path below a mount folder, likewise.
+    static std::optional<std::wstring> PathIn(const MountFolderInfo& mountFolderInfo, const std::wstring& relativePath);
     static bool ConvertMountFolderInfoToVirtMountInfo(const MountFolderInfo& mountFolderInfo, VirtMountInfo* virtMountInfo);
     // The record of the root: the earliest creation and the latest other times of all mount folders.
     static void FindRoot(VirtFindData* virtFindData);

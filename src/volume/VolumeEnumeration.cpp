@@ -25,20 +25,22 @@ std::optional<std::wstring> PathBelowMountFolder(const wchar_t* filePath) {
 }  // namespace
 
 void* VirtualVolume::FindFirstMountFolder(const wchar_t* searchSpec) {
-    return CatchAllOr<void*>(nullptr, [&] { return SearchHandles::Add(VirtualMountFolder::FindFirstFolder(searchSpec)); });
+    QC_TRACE_SLOT(L"VirtualVolume::FindFirstMountFolder", L"folderSearchSpec[%s]", searchSpec);
+    return CatchAllOr<void*>(nullptr, QC_SLOT,
+                             [&] { return qcLog.Leave(SearchHandles::Add(VirtualMountFolder::FindFirstFolder(searchSpec))); });
 }
 
 bool VirtualVolume::FindNextMountFolder(void* hFind, VirtMountInfo* mountInfo) {
-    return CatchAllOr(false, [&] {
-        return mountInfo && SearchHandles::With<VirtFindMountFolderHandle>(hFind, kMountSearchMagic, false, [&](auto& search) {
-                   return VirtualMountFolder::FindNextFolder(search, mountInfo);
-               });
+    QC_TRACE_SLOT(L"VirtualVolume::FindNextMountFolder", L"hFind[%p]", hFind);
+    return CatchAllOr(false, QC_SLOT, [&] {
+        const auto next = [&](VirtFindMountFolderHandle& search) { return VirtualMountFolder::FindNextFolder(search, mountInfo); };
+        return qcLog.Leave(mountInfo && SearchHandles::With<VirtFindMountFolderHandle>(hFind, kMountSearchMagic, false, next));
     });
 }
 
 bool VirtualVolume::FindFile(const wchar_t* filePath, VirtFindData* findData) {
-    return CatchAllOr(false, [&] {
-        QC_TRACE_THIS(L"VirtualVolume::FindFile", L"filePath[%s]", filePath);
+    QC_TRACE_SLOT(L"VirtualVolume::FindFile", L"filePath[%s]", filePath);
+    return CatchAllOr(false, QC_SLOT, [&] {
         if (!findData)
             return qcLog.Leave(false);
         if (!filePath || !*filePath) {
@@ -52,7 +54,7 @@ bool VirtualVolume::FindFile(const wchar_t* filePath, VirtFindData* findData) {
             QC_LOG(L"Failed to find MountFolderInfo for filePath[%s]", filePath);
             return qcLog.Leave(false);
         }
-        const std::optional<std::wstring> mountedFilePath = PathJoinBelow(mountFolderInfo.path, relativePath);
+        const std::optional<std::wstring> mountedFilePath = PathIn(mountFolderInfo, relativePath);
         VirtFindData found{};
         if (!mountedFilePath || !VirtualFindFile::FindFile(mountedFilePath->c_str(), &found)) {
             QC_LOG(L"Failed to find info for mountedFilePath[%s]", mountedFilePath.value_or(filePath));
@@ -69,10 +71,10 @@ bool VirtualVolume::FindFile(const wchar_t* filePath, VirtFindData* findData) {
 }
 
 void* VirtualVolume::FindFirstFileW(const wchar_t* filePath, VirtFindData* findData) {
-    return CatchAllOr<void*>(nullptr, [&]() -> void* {
-        QC_TRACE_THIS(L"VirtualVolume::FindFirstFileW", L"filePath[%s]", filePath);
+    QC_TRACE_SLOT(L"VirtualVolume::FindFirstFileW", L"filePath[%s]", filePath);
+    return CatchAllOr<void*>(nullptr, QC_SLOT, [&]() -> void* {
         if (!findData)
-            return nullptr;
+            return qcLog.Leave<void*>(nullptr);
         const std::optional<std::wstring> findFilePath = PathBelowMountFolder(filePath);
         void* hFind = nullptr;
         if (findFilePath)
@@ -84,13 +86,13 @@ void* VirtualVolume::FindFirstFileW(const wchar_t* filePath, VirtFindData* findD
                    FormatFindDataStr(findData));
         else
             QC_LOG(L"Failed to find info for findFilePath[%s]", findFilePath.value_or(filePath ? filePath : L""));
-        return hFind;
+        return qcLog.Leave(hFind);
     });
 }
 
 bool VirtualVolume::FindNextFileW(void* hVirtFind, VirtFindData* findData) {
-    return CatchAllOr(false, [&] {
-        QC_TRACE_THIS(L"VirtualVolume::FindNextFileW", L"hVirtFind[%p]", hVirtFind);
+    QC_TRACE_SLOT(L"VirtualVolume::FindNextFileW", L"hVirtFind[%p]", hVirtFind);
+    return CatchAllOr(false, QC_SLOT, [&] {
         const auto nextFile = [&](VirtualFindHandle& search) { return VirtualFindFile::FindNextFileW(search, findData); };
         const auto nextFolder = [&](VirtFindMountFolderHandle& search) { return VirtualMountFolder::FindNextFolder(search, findData); };
         const bool found =
@@ -105,8 +107,8 @@ bool VirtualVolume::FindNextFileW(void* hVirtFind, VirtFindData* findData) {
 }
 
 bool VirtualVolume::FindClose(void* hVirtFind) {
-    return CatchAllOr(false, [&] {
-        QC_TRACE_THIS(L"VirtualVolume::FindClose", L"hVirtFind[%p]", hVirtFind);
+    QC_TRACE_SLOT(L"VirtualVolume::FindClose", L"hVirtFind[%p]", hVirtFind);
+    return CatchAllOr(false, QC_SLOT, [&] {
         return qcLog.Leave(SearchHandles::Close(hVirtFind));
     });
 }

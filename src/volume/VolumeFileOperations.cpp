@@ -27,11 +27,11 @@ Result WithItem(void* hFile, Result failed, Operation op) {
 }
 
 // Ends an item and waits for calls on it that are under way.
-void CloseItem(const OpenItemPtr& item) {
+VirtualVolumeStatus CloseItem(const OpenItemPtr& item) {
     if (!item)
-        return;
+        return VVS_Success;
     const SectionGuard guard(item->CallLock());
-    item->Close();
+    return item->Close();
 }
 
 // For a log line, while other threads may still be in a call on the item.
@@ -46,13 +46,13 @@ std::wstring KnownFindDataStr(const OpenItemPtr& item) {
 
 VirtualVolumeStatus VirtualVolume::OpenFile(void** hFile, const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                             std::uint32_t openDisposition, const wchar_t* lockToken, VirtFindData* findData) {
-    return CatchAll([&] {
-        QC_TRACE_THIS(L"VirtualVolume::OpenFile", L"filePath[%s], desiredAccess[0x%x], shareMode[%d], openDisposition[%d], lockToken[%s]",
-                      filePath, desiredAccess, shareMode, openDisposition, lockToken);
+    QC_TRACE_SLOT(L"VirtualVolume::OpenFile", L"filePath[%s], desiredAccess[0x%x], shareMode[%d], openDisposition[%d], lockToken[%s]",
+                  filePath, desiredAccess, shareMode, openDisposition, lockToken);
+    return CatchAll(QC_SLOT, [&] {
         QC_CHECK(hFile != nullptr, VVS_InvalidParameter, L"hFile != 0 =>false%s, ");
         *hFile = nullptr;
         std::wstring fullFilePath;
-        QC_CHECK(GetFullFilePath(filePath, fullFilePath), VVS_MountFolderNotFound,
+        QC_CHECK(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
                  L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
         QC_CHECK(IsKnownDisposition(openDisposition), VVS_InvalidParameter, L"IsKnownDisposition(openDisposition) =>false%s, ");
         VirtFindData virtFindData{};
@@ -80,17 +80,14 @@ VirtualVolumeStatus VirtualVolume::OpenFile(void** hFile, const wchar_t* filePat
 }
 
 void VirtualVolume::CloseFile(void* hFile, VirtFindData*) {
-    CatchAll([&] {
-        const OpenItemPtr item = OpenItems::Remove(hFile);
-        QC_TRACE_THIS(L"VirtualVolume::CloseFile", L"hFile[0x%p], VirtFindData[%s]", hFile, KnownFindDataStr(item));
-        CloseItem(item);
-        return qcLog.Leave(VVS_Success);
-    });
+    const OpenItemPtr item = OpenItems::Remove(hFile);
+    QC_TRACE_SLOT(L"VirtualVolume::CloseFile", L"hFile[0x%p], VirtFindData[%s]", hFile, KnownFindDataStr(item));
+    CatchAll(QC_SLOT, [&] { return qcLog.Leave(CloseItem(item)); });
 }
 
 VirtualVolumeStatus VirtualVolume::Delete(void* hFile, VirtFindData* findData) {
-    return CatchAll([&] {
-        QC_TRACE_THIS(L"VirtualVolume::Delete", L"hFile[0x%p], VirtFindData[%s]", hFile, FormatFindDataStr(findData));
+    QC_TRACE_SLOT(L"VirtualVolume::Delete", L"hFile[0x%p], VirtFindData[%s]", hFile, FormatFindDataStr(findData));
+    return CatchAll(QC_SLOT, [&] {
         QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Delete(); }),
                         L"hFile->Delete() =>%s, ");
         QC_LOG(L"File had succesfully deleted");
@@ -99,8 +96,8 @@ VirtualVolumeStatus VirtualVolume::Delete(void* hFile, VirtFindData* findData) {
 }
 
 VirtualVolumeStatus VirtualVolume::Undelete(void* hFile, VirtFindData* findData) {
-    return CatchAll([&] {
-        QC_TRACE_THIS(L"VirtualVolume::Undelete", L"hFile[0x%p], VirtFindData[%s]", hFile, FormatFindDataStr(findData));
+    QC_TRACE_SLOT(L"VirtualVolume::Undelete", L"hFile[0x%p], VirtFindData[%s]", hFile, FormatFindDataStr(findData));
+    return CatchAll(QC_SLOT, [&] {
         QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Undelete(); }),
                         L"hFile->Undelete() =>%s, ");
         QC_LOG(L"File had succesfully undeleted");
@@ -110,16 +107,17 @@ VirtualVolumeStatus VirtualVolume::Undelete(void* hFile, VirtFindData* findData)
 
 VirtualVolumeStatus VirtualVolume::RenameFile(void* hFile, VirtFindData* findData, const wchar_t* newPath,
                                               const wchar_t* newFileLockToken) {
-    return CatchAll([&] {
-        QC_TRACE_THIS(L"VirtualVolume::RenameFile", L"hFile[0x%p], VirtFindData[%s], newPath[%s], newFileLockToken[%s]", hFile,
-                      FormatFindDataStr(findData), newPath, newFileLockToken);
+    QC_TRACE_SLOT(L"VirtualVolume::RenameFile", L"hFile[0x%p], VirtFindData[%s], newPath[%s], newFileLockToken[%s]", hFile,
+                  FormatFindDataStr(findData), newPath, newFileLockToken);
+    return CatchAll(QC_SLOT, [&] {
+        QC_CHECK_STATUS(OpenItems::Find(hFile) ? VVS_Success : VVS_InvalidParameter,
+                        L"hFile->Rename(newFilePath, newLockTokenAlways ) =>%s, ");
         MountFolderInfo mountFolderInfo;
         std::wstring relativeFilePath;
         QC_CHECK(VirtualMountFolder::GetMountFolderInfoByVirtPath(newPath, mountFolderInfo, relativeFilePath), VVS_MountFolderNotFound,
                  L"VirtualMountFolder::GetMountFolderInfoByVirtPath(newPath, mountFolderInfo, relativeFilePath) =>false%s, ");
-        const std::optional<std::wstring> newFilePath = PathJoinBelow(mountFolderInfo.path, relativeFilePath);
-        QC_CHECK(newFilePath.has_value(), VVS_MountFolderNotFound,
-                 L"PathJoinBelow(mountFolderInfo.path, relativeFilePath) =>false%s, ");
+        const std::optional<std::wstring> newFilePath = PathIn(mountFolderInfo, relativeFilePath);
+        QC_CHECK(newFilePath.has_value(), StatusOfUnresolved(newPath), L"PathJoinBelow(mountFolderInfo.path, relativeFilePath) =>false%s, ");
         const std::wstring newLockTokenAlways = LockTokenAlwaysStr(*newFilePath, newFileLockToken);
         QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter,
                                  [&](VirtualItem& item) { return item.Rename(newFilePath->c_str(), newLockTokenAlways.c_str()); }),
@@ -131,19 +129,19 @@ VirtualVolumeStatus VirtualVolume::RenameFile(void* hFile, VirtFindData* findDat
 
 VirtualVolumeStatus VirtualVolume::MoveOrCopyFile(const wchar_t* existingFilePath, const wchar_t* newFilePath, bool keepExistingFile,
                                                   const wchar_t* newFileLockToken) {
-    return CatchAll([&] {
-        QC_TRACE_THIS(L"VirtualVolume::MoveOrCopyFile", L"existingFilePath[%s], newFilePath[%s], keepExistingFile[%s]", existingFilePath,
-                      newFilePath, FormatBoolStr(keepExistingFile));
+    QC_TRACE_SLOT(L"VirtualVolume::MoveOrCopyFile", L"existingFilePath[%s], newFilePath[%s], keepExistingFile[%s]", existingFilePath,
+                  newFilePath, FormatBoolStr(keepExistingFile));
+    return CatchAll(QC_SLOT, [&] {
         void* hFile = nullptr;
         QC_CHECK_STATUS(OpenFile(&hFile, existingFilePath, DELETE, kShareAll, OpenFileExisting, nullptr, nullptr),
                         L"OpenFile(&hFile, existingFilePath, desiredAccess, shareMode, OpenFileExisting, existFileLockToken ) =>%s, ");
         {
             const OnExit closeExisting([&] { CloseFile(hFile, nullptr); });
             std::wstring fullNewFilePath;
-            QC_CHECK(GetFullFilePath(newFilePath, fullNewFilePath), VVS_MountFolderNotFound,
+            QC_CHECK(GetFullFilePath(newFilePath, fullNewFilePath), StatusOfUnresolved(newFilePath),
                      L"VirtualVolume::GetFullFilePath(newFilePath, fullNewFilePath) =>false%s,  %s", L"newFilePath[%s]", newFilePath);
             std::wstring fullExistingFilePath;
-            QC_CHECK(GetFullFilePath(existingFilePath, fullExistingFilePath), VVS_MountFolderNotFound,
+            QC_CHECK(GetFullFilePath(existingFilePath, fullExistingFilePath), StatusOfUnresolved(existingFilePath),
                      L"VirtualVolume::GetFullFilePath(existingFilePath, fullExistingFilePath) =>false%s,  %s", L"existingFilePath[%s]",
                      existingFilePath);
             const std::wstring newFileLockTokenAlways = LockTokenAlwaysStr(fullNewFilePath, newFileLockToken);
@@ -173,10 +171,11 @@ VirtualVolumeStatus VirtualVolume::ReadFile(void* hFile, std::uint64_t fileOffse
                                             std::uint32_t* actualSize, VirtFindData* findData) {
     if (actualSize)
         *actualSize = 0;
+    QC_TRACE_SLOT(L"VirtualVolume::ReadFile", L"hFile[0x%p], fileOffset[%d], requestedSize[%d], VirtFindData[%s]", hFile, fileOffset,
+                  requestedSize, FormatFindDataStr(findData));
     return CatchAll(
+        QC_SLOT,
         [&] {
-            QC_TRACE_THIS(L"VirtualVolume::ReadFile", L"hFile[0x%p], fileOffset[%d], requestedSize[%d], VirtFindData[%s]", hFile, fileOffset,
-                          requestedSize, FormatFindDataStr(findData));
             const auto read = [&](VirtualItem& item) { return item.Read(fileOffset, data, requestedSize, actualSize); };
             QC_CHECK_STATUS(data || requestedSize == 0 ? WithItem(hFile, VVS_InvalidParameter, read) : VVS_InvalidParameter,
                             L"hFile->Read(fileOffset, data, requestedSize, outActualSize) =>%s, ");
@@ -189,10 +188,11 @@ VirtualVolumeStatus VirtualVolume::WriteFile(void* hFile, std::uint64_t fileOffs
                                              std::uint32_t* actualSize, VirtFindData* findData) {
     if (actualSize)
         *actualSize = 0;
+    QC_TRACE_SLOT(L"VirtualVolume::WriteFile", L"hFile[0x%p], fileOffset[%d], requestedSize[%d], VirtFindData[%s]", hFile,
+                  fileOffset, requestedSize, FormatFindDataStr(findData));
     return CatchAll(
+        QC_SLOT,
         [&] {
-            QC_TRACE_THIS(L"VirtualVolume::WriteFile", L"hFile[0x%p], fileOffset[%d], requestedSize[%d], VirtFindData[%s]", hFile,
-                          fileOffset, requestedSize, FormatFindDataStr(findData));
             const auto write = [&](VirtualItem& item) { return item.Write(fileOffset, data, requestedSize, actualSize); };
             QC_CHECK_STATUS(data || requestedSize == 0 ? WithItem(hFile, VVS_InvalidParameter, write) : VVS_InvalidParameter,
                             L"hFile->Write(fileOffset, data, requestedSize, outActualSize) =>%s, ");
@@ -202,9 +202,9 @@ VirtualVolumeStatus VirtualVolume::WriteFile(void* hFile, std::uint64_t fileOffs
 }
 
 VirtualVolumeStatus VirtualVolume::SetFileSize(void* hFile, std::uint64_t fileSize, VirtFindData* findData) {
-    return CatchAll([&] {
-        QC_TRACE_THIS(L"VirtualVolume::SetFileSize", L"hFile[0x%p], fileSize[%d], VirtFindData[%s]", hFile, fileSize,
-                      FormatFindDataStr(findData));
+    QC_TRACE_SLOT(L"VirtualVolume::SetFileSize", L"hFile[0x%p], fileSize[%d], VirtFindData[%s]", hFile, fileSize,
+                  FormatFindDataStr(findData));
+    return CatchAll(QC_SLOT, [&] {
         QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [&](VirtualItem& item) { return item.SetSize(fileSize); }),
                         L"hFile->SetSize(fileSize) =>%s, ");
         return qcLog.Leave(VVS_Success);
@@ -212,12 +212,17 @@ VirtualVolumeStatus VirtualVolume::SetFileSize(void* hFile, std::uint64_t fileSi
 }
 
 VirtualVolumeStatus VirtualVolume::Flush(void* hFile) {
-    return CatchAll([&] { return WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Flush(); }); });
+    QC_TRACE_SLOT(L"VirtualVolume::Flush", L"hFile[0x%p]", hFile);
+    return CatchAll(QC_SLOT, [&] {
+        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Flush(); }),
+                        L"hFile->Flush() =>%s, ");
+        return qcLog.Leave(VVS_Success);
+    });
 }
 
 bool VirtualVolume::GetFileInfo(void* hFile, VirtFindData* findData) {
-    return CatchAllOr(false, [&] {
-        QC_TRACE_THIS(L"VirtualVolume::GetFileInfo", L"hFile[%p]", hFile);
+    QC_TRACE_SLOT(L"VirtualVolume::GetFileInfo", L"hFile[%p]", hFile);
+    return CatchAllOr(false, QC_SLOT, [&] {
         QC_CHECK(findData && WithItem(hFile, false, [&](VirtualItem& item) { return item.GetFileInfo(findData); }), false,
                  L"hFile->GetFileInfo(virtFindData) =>false%s, ");
         return qcLog.Leave(true);
@@ -225,9 +230,9 @@ bool VirtualVolume::GetFileInfo(void* hFile, VirtFindData* findData) {
 }
 
 VirtualVolumeStatus VirtualVolume::SetFileInfo(void* hFile, std::uint32_t fileAttributes, const VirtFindData* virtFindData) {
-    return CatchAll([&] {
-        QC_TRACE_THIS(L"VirtualVolume::SetFileInfo", L"hFile[0x%p], fileAttributes[0x%d], orig VirtFindData[%s]", hFile, fileAttributes,
-                      FormatFindDataStr(virtFindData));
+    QC_TRACE_SLOT(L"VirtualVolume::SetFileInfo", L"hFile[0x%p], fileAttributes[0x%d], orig VirtFindData[%s]", hFile, fileAttributes,
+                  FormatFindDataStr(virtFindData));
+    return CatchAll(QC_SLOT, [&] {
         QC_CHECK(virtFindData != nullptr, VVS_InvalidParameter, L"virtFindData != 0 =>false%s, ");
         VirtFindData findData = *virtFindData;
         findData.fileAttributes = fileAttributes;

@@ -38,10 +38,10 @@ VirtFindData RecordOfMissingFile(const std::wstring& fullFilePath) {
 }  // namespace
 
 VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockInfo) {
-    return CatchAll([&] {
-        QC_TRACE_THIS(L"VirtualVolume::Lock", L"filePath[%s], lockInfo[%s]", filePath, FormatLockInfoStr(lockInfo));
+    QC_TRACE_SLOT(L"VirtualVolume::Lock", L"filePath[%s], lockInfo[%s]", filePath, FormatLockInfoStr(lockInfo));
+    return CatchAll(QC_SLOT, [&] {
         std::wstring fullFilePath;
-        QC_CHECK(GetFullFilePath(filePath, fullFilePath), VVS_MountFolderNotFound,
+        QC_CHECK(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
                  L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
         VirtFindData virtFindData{};
         const bool fileExists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
@@ -69,10 +69,10 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
 }
 
 VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t* lockToken) {
-    return CatchAll([&] {
-        QC_TRACE_THIS(L"VirtualVolume::Unlock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
+    QC_TRACE_SLOT(L"VirtualVolume::Unlock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
+    return CatchAll(QC_SLOT, [&] {
         std::wstring fullFilePath;
-        QC_CHECK(GetFullFilePath(filePath, fullFilePath), VVS_MountFolderNotFound,
+        QC_CHECK(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
                  L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
         VirtFindData virtFindData{};
         const bool fileExists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
@@ -84,7 +84,8 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
             return qcLog.Leave(unlockStatus);
         // The name may have become another container's since.
         const std::wstring containerPath = ZipPathStr(fullFilePath);
-        if (fileEncrypted && FileLocker::Unlock(containerPath.c_str(), lockToken) == VVS_Success)
+        if (fileEncrypted && !EqualNoCase(ownPath, containerPath) &&
+            FileLocker::Unlock(containerPath.c_str(), lockToken) == VVS_Success)
             return qcLog.Leave(VVS_Success);
         if (fileExists)
             QC_CHECK(!fileEncrypted && unlockStatus == VVS_FileNotLocked, unlockStatus,
@@ -100,10 +101,10 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
 }
 
 VirtualVolumeStatus VirtualVolume::FindLock(const wchar_t* filePath, const wchar_t* lockToken, LockInfo* lockInfo) {
-    return CatchAll([&] {
-        QC_TRACE_THIS(L"VirtualVolume::FindLock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
+    QC_TRACE_SLOT(L"VirtualVolume::FindLock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
+    return CatchAll(QC_SLOT, [&] {
         std::wstring fullFilePath;
-        QC_CHECK(GetFullFilePath(filePath, fullFilePath), VVS_MountFolderNotFound,
+        QC_CHECK(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
                  L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
         VirtFindData virtFindData{};
         QC_CHECK(VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData), VVS_FileNotFound,
@@ -117,8 +118,8 @@ VirtualVolumeStatus VirtualVolume::FindLock(const wchar_t* filePath, const wchar
 }
 
 void* VirtualVolume::FindFirstLock(const wchar_t* filePath, LockInfo* lockInfo) {
-    return CatchAllOr<void*>(nullptr, [&]() -> void* {
-        QC_TRACE_THIS(L"VirtualVolume::FindFirstLock", L"filePath[%s]", filePath);
+    QC_TRACE_SLOT(L"VirtualVolume::FindFirstLock", L"filePath[%s]", filePath);
+    return CatchAllOr<void*>(nullptr, QC_SLOT, [&]() -> void* {
         std::wstring fullFilePath;
         QC_CHECK(GetFullFilePath(filePath, fullFilePath), nullptr,
                  L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s, ");
@@ -133,14 +134,14 @@ void* VirtualVolume::FindFirstLock(const wchar_t* filePath, LockInfo* lockInfo) 
         else
             QC_LOG(L"No Lock found: filePath[%s]", filePath);
         if (!hFind)
-            return nullptr;
-        return SearchHandles::Add(std::shared_ptr<void>(hFind, [](void* search) { FileLocker::FindClose(search); }));
+            return qcLog.Leave<void*>(nullptr);
+        return qcLog.Leave(SearchHandles::Add(std::shared_ptr<void>(hFind, [](void* search) { FileLocker::FindClose(search); })));
     });
 }
 
 VirtualVolumeStatus VirtualVolume::FindNextLock(void* hFind, LockInfo* lockInfo) {
-    return CatchAll([&] {
-        QC_TRACE_THIS(L"VirtualVolume::FindNextLock");
+    QC_TRACE_SLOT(L"VirtualVolume::FindNextLock");
+    return CatchAll(QC_SLOT, [&] {
         bool isHandle = false;
         const auto next = [&](std::uint32_t& search) {
             isHandle = true;

@@ -1,9 +1,11 @@
-// How values show in trace lines, and how the templates of lines are taken apart.
+// How values show in trace lines, layouts of lines, and what a single log object does in cases that a host cannot bring about.
 #include "diagnostics/Formatters.h"
-#include "diagnostics/QuelcryptLog.h"
+#include "diagnostics/Trace.h"
 
 #include <algorithm>
 #include <iterator>
+#include <regex>
+#include <stdexcept>
 
 #include <gtest/gtest.h>
 
@@ -11,9 +13,45 @@ namespace {
 
 constexpr std::uint64_t kSomeTime = 133'500'000'001'230'000;  // 2024-01-17 21:20:00.123
 
+class RecordingLogger final : public IFileLogger {
+public:
+    void Write(std::uint32_t component, std::uint32_t level, const wchar_t* text, void* null) override {
+        if (m_throws)
+            throw std::runtime_error("no disk");
+        SetLastError(ERROR_DISK_FULL);
+        EXPECT_EQ(7u, component);
+        EXPECT_EQ(nullptr, null);
+        m_lines.push_back(std::to_wstring(level) + L" " + text);
+    }
+    std::uint32_t GetLevel(std::uint32_t) override { return m_level; }
+
+    std::vector<std::wstring> m_lines;
+    std::uint32_t m_level = LogLevel_Trace;
+    bool m_throws = false;
+};
+
+class TraceLines : public ::testing::Test {
+protected:
+    void SetUp() override { Use(LogLevel_Trace); }
+    void TearDown() override {
+        QuelcryptVolLog::SetModuleLogger(nullptr, 0);
+        QuelcryptLog::SetProcessControl(nullptr);
+    }
+    void Use(std::uint32_t level) {
+        m_logger.m_level = level;
+        m_logger.m_lines.clear();
+        QuelcryptVolLog::SetModuleLogger(&m_logger, 7);
+    }
+    void ExpectLast(const std::wstring& pattern) const {
+        const std::wstring last = m_logger.m_lines.empty() ? L"" : m_logger.m_lines.back();
+        EXPECT_TRUE(std::regex_match(last, std::wregex(pattern))) << ::testing::PrintToString(last);
+    }
+    RecordingLogger m_logger;
+};
+
 }  // namespace
 
-TEST(TraceLines, NumbersAndFlagsShowTheirNames) {
+TEST_F(TraceLines, NumbersAndFlagsShowTheirNames) {
     const struct {
         std::wstring (*render)(std::uint32_t);
         std::uint32_t value;
@@ -57,7 +95,7 @@ TEST(TraceLines, NumbersAndFlagsShowTheirNames) {
     EXPECT_EQ(L"{00000001-0002-0003-0405-060708090A0B}", FormatGuidStr({1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}}));
 }
 
-TEST(TraceLines, TimesAndRecordsShowWhatTheyHoldAndNoMore) {
+TEST_F(TraceLines, TimesAndRecordsShowWhatTheyHoldAndNoMore) {
     const SYSTEMTIME time{2024, 5, 3, 1, 9, 8, 7, 6};
     EXPECT_EQ(L"05/01 09:08:07", FormatSystemTimeStr(time, false));
     EXPECT_EQ(L"05/01/24 09:08:07.6", FormatSystemTimeStr(time, true, true));
@@ -91,7 +129,7 @@ TEST(TraceLines, TimesAndRecordsShowWhatTheyHoldAndNoMore) {
     EXPECT_EQ(100'000u, FormatStr(L"%s", std::wstring(100'000, L'x')).size());
 }
 
-TEST(TraceLines, TemplatesAreSplitAtTheirPlaceholders) {
+TEST_F(TraceLines, TemplatesAreSplitAtTheirPlaceholders) {
     const struct {
         const wchar_t* text;
         const wchar_t* fragments;
@@ -120,4 +158,97 @@ TEST(TraceLines, TemplatesAreSplitAtTheirPlaceholders) {
     EXPECT_EQ(L"16", FormatExecutionTimeStr(169'999, 10'000));
     EXPECT_EQ(L"!!!SLOW!!! 17", FormatExecutionTimeStr(170'000, 10'000));
     EXPECT_EQ(L"<Error>", FormatExecutionTimeStr(170'000, 0)) << "a counter of less than 1000 steps a second";
+}
+
+TEST_F(TraceLines, WithoutAControlTheLayoutsAreFixed) {
+    const std::wstring start = L"\\[[0-9a-f]+\\.[0-9a-f]+\\]\\d\\d/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{1,3} ";
+    {
+        QuelcryptVolLog outer(nullptr, L"Outer", L"File.cpp", 1);
+        outer.Enter([] { return std::wstring(L"in[%s]"); });
+        ExpectLast(L"4 " + start + L"TRACE\\[QuelcryptVol\\] ENTER\\[1\\] Outer in\\[%s\\]\n");
+        outer.Log(LogLevel_Warning, L"careful");
+        ExpectLast(L"2 \t" + start + L"WARNING\\[QuelcryptVol\\] MESSAGE\\[2\\] Outer careful\n");
+        QuelcryptVolLog inner(this, L"Inner", L"File.cpp", 1);
+        inner.Enter([] { return std::wstring(); });
+        ExpectLast(L"4 \t" + start + L"TRACE\\[QuelcryptVol\\] ENTER\\[2\\] this\\[[0-9a-f]{1,8}\\]->Inner \n");
+        inner.Leave(VVS_FileNotFound);
+        inner.Trace(false);
+        inner.Trace(false);
+        ExpectLast(L"4 \t" + start + L"TRACE\\[QuelcryptVol\\] LEAVE\\[2\\] this\\[[0-9a-f]+\\]->Inner VVS_FileNotFound\n");
+    }
+    ExpectLast(L"4 " + start + L"TRACE\\[QuelcryptVol\\] LEAVE\\[1\\] Outer \n");
+    EXPECT_EQ(5u, m_logger.m_lines.size()) << "left once";
+    const auto thrower = [] {
+        QC_TRACE(L"Thrower", L"n[%d]", 1);
+        throw std::runtime_error("out");
+    };
+    EXPECT_THROW(thrower(), std::runtime_error);
+    ExpectLast(L"4 .*LEAVE\\[1\\] Thrower \n");
+}
+
+TEST_F(TraceLines, AControlShowsEachValueFiltersAndForces) {
+    QuelcryptLogControl control;
+    control.m_enterTemplate = L"%EXECTIME%";
+    control.m_messageTemplate = L"%EXECTIME%|%NESTLEVEL%|%FILE%|%LINE%|%THIS%|%FUNCNAME%|%LOGMESSAGE%|%RETURNRESULT%|%%|";
+    control.m_leaveTemplate = L"%EXECTIME%|%RETURNRESULT%|%LOGMESSAGE%|100%";
+    control.Parse();
+    QuelcryptLog::SetProcessControl(&control);
+    {
+        QuelcryptVolLog log(nullptr, L"F", L"File.cpp", 12);
+        log.Trace(true);
+        ExpectLast(L"4 \\d+s");
+        log.Log(LogLevel_Error, L"m%d");
+        ExpectLast(L"1 \\d+s\\|1\\|File.cpp\\|12\\|\\|F\\|m%d\\|S_OK\\|%%\\|");
+        log.Leave(false);
+        log.Log(LogLevel_Error, L"");
+        ExpectLast(L"1 \\d+s\\|1\\|File.cpp\\|12\\|\\|F\\|\\|false\\|%%\\|");
+        log.Leave(VVS_Locked);
+    }
+    ExpectLast(L"4 (!!!SLOW!!! )?\\d+s\\|5\\|VVS_Locked\\|100%");
+    QuelcryptVolLog nameless(&control, nullptr, nullptr, 0);
+    nameless.Log(LogLevel_Error, L"");
+    ExpectLast(L"1 0s\\|0\\|\\|0\\|this\\[[0-9a-f]+\\]->\\|\\|\\|S_OK\\|%%\\|");
+
+    Use(LogLevel_Error);
+    control.m_filter = L"wanted";
+    control.Parse();
+    QuelcryptVolLog log(nullptr, L"F", L"File.cpp", 1);
+    log.SetControl(&control);
+    log.Log(LogLevel_Error, L"other");
+    log.Log(LogLevel_Error, L"what is wanted");
+    EXPECT_EQ(1u, m_logger.m_lines.size());
+    EXPECT_FALSE(log.IsEnabled(LogLevel_Trace));
+    control.m_alwaysOn = true;
+    EXPECT_TRUE(log.IsEnabled(LogLevel_Trace));
+    log.Log(LogLevel_Trace, L"wanted too");
+    EXPECT_EQ(1u, m_logger.m_lines.size()) << "the logger is spared what its level excludes";
+}
+
+TEST_F(TraceLines, LoggingDisturbsNothing) {
+    const auto check = [](bool holds) -> VirtualVolumeStatus {
+        QC_TRACE(L"Check");
+        SetLastError(ERROR_FILE_NOT_FOUND);
+        QC_CHECK(holds, VVS_GeneralError, L"holds =>false%s,  %s", L"Error[%d]", GetLastError());
+        QC_LOG(L"holds");
+        return VVS_Success;
+    };
+    EXPECT_EQ(VVS_GeneralError, check(false));
+    EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), GetLastError()) << "the logger set another";
+    ASSERT_EQ(3u, m_logger.m_lines.size());
+    EXPECT_NE(std::wstring::npos, m_logger.m_lines[1].find(L"Check holds =>false,  Error[2]\n"));
+    m_logger.m_throws = true;
+    EXPECT_EQ(VVS_Success, check(true));
+    QuelcryptVolLog::SetModuleLogger(nullptr, 0);
+    EXPECT_EQ(VVS_Success, check(true));
+
+    Use(0);
+    m_logger.m_throws = false;
+    const auto costly = []() -> const wchar_t* {
+        ADD_FAILURE() << "formed for a line that is not written";
+        return L"";
+    };
+    QC_TRACE(L"Silent", L"%s", costly());
+    QC_LOG(L"%s", costly());
+    QC_REPORT(L"silent =>false%s,  %s", L"%s", costly());
+    EXPECT_EQ(0u, m_logger.m_lines.size());
 }
