@@ -45,7 +45,10 @@ void MovingAFile::MoveWhole(How how, const std::wstring& from, const std::wstrin
     };
     TestCompanion_SetHook("IFileWriter::Finish", [](void* call) { (*static_cast<std::function<void()>*>(call))(); }, &look);
     void* const hFile = how == How::Rename ? MustOpen(from) : nullptr;
+    const std::string stored = ReadRaw(StoredPath(from));
     EXPECT_OK(hFile ? Rename(hFile, to, toToken.c_str()) : Do(how, from, to, toToken.c_str()));
+    if (to == L"Docs\\sub\\a.txt" && from[0] == L'D' && how != How::Copy && !isFromLocked && !isToLocked)
+        EXPECT_TRUE(stored == ReadRaw(StoredPath(to))) << "under its name and key the container just moves";
     TestCompanion_SetHook(nullptr, nullptr, nullptr);
     look();
     EXPECT_FALSE(wasClear);
@@ -68,13 +71,14 @@ void MovingAFile::MoveWhole(How how, const std::wstring& from, const std::wstrin
 
 // What else may be on the way, with contents of a word: every short history of it, see explorer.*.
 TEST_F(MovingAFile, TakesAllOfItToThePlacesOwnForm) {
+    MakeFolder(L"Docs\\sub");
     for (const How how : {How::Move, How::Copy, How::Rename})
         for (const wchar_t* from : {L"Docs\\a.txt", L"Plain\\a.txt"})
-            for (const wchar_t* to : {L"Docs\\b.txt", L"Other\\a.txt", L"Plain\\b.txt"})
+            for (const wchar_t* to : {L"Docs\\b.txt", L"Docs\\sub\\a.txt", L"Other\\a.txt", L"Plain\\b.txt"})
                 for (const bool isFromLocked : {false, true})
                     for (const bool isToLocked : {false, true}) {
-                        SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(from) + (isFromLocked ? ", locked, to " : " to ") + Narrow(to) +
-                                     (isToLocked ? ", locked" : ""));
+                        SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(from) + (isFromLocked ? ", locked, to " : " to ") +
+                                     Narrow(to) + (isToLocked ? ", locked" : ""));
                         MoveWhole(how, from, to, isFromLocked, isToLocked);
                     }
 }
@@ -109,15 +113,18 @@ TEST_F(MovingAFile, WhatComesUpMeanwhileStays) {
         {How::Copy, a, b, b, kWrite, VSS_SharingViolation},
         {How::Copy, a, other, other, kWrite, VSS_SharingViolation},
         {How::Copy, p, b, b, kWrite, VSS_SharingViolation},
+        {How::Rename, a, q, q, kRead, VSS_SharingViolation},
+        {How::Copy, a, q, q, kRead, VSS_SharingViolation},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(std::to_string(int(row.how)) + ": " + Narrow(row.from) + " to " + Narrow(row.to) + ", " + Narrow(row.exchanged) +
-                     " during " + row.during);
+        SCOPED_TRACE(std::to_string(int(row.how)) + ": " + Narrow(row.from) + " to " + Narrow(row.to) + ", " +
+                     Narrow(row.exchanged) + " during " + row.during);
         Store(row.from, "mine");
         if (row.how != How::Move)
             Store(row.to, "what was there");
         VirtualVolumeStatus status = VVS_GeneralError;
-        Before(row.during, SaverElsewhere(row.exchanged, "somebody's newer content"), [&] { status = Do(row.how, row.from, row.to); });
+        Before(row.during, SaverElsewhere(row.exchanged, "somebody's newer content"),
+               [&] { status = Do(row.how, row.from, row.to); });
         EXPECT_EQ(row.status, status);
         const bool isMoved = status == VVS_Success;
         EXPECT_EQ("somebody's newer content", Stored(isMoved ? row.to : row.exchanged));
@@ -258,7 +265,8 @@ TEST_F(MovingAFile, ANewFileIsStoredUnderItsNewNameAlone) {
     EXPECT_EQ(4u, Disk().size());
 }
 
-// A file that was stored before its folder got a policy, or lost it. A move onto its own path brings it into the form of the folder.
+// A file that was stored before its folder got a policy, or lost it. A move onto its own path brings it into the form of the
+// folder.
 TEST_F(MovingAFile, OntoItselfTakesTheFormOfItsFolder) {
     MakePlain(L"Docs\\clear.txt", "content");
     MakeEncrypted(L"Plain\\hidden.txt", "content");

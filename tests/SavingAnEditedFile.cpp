@@ -266,7 +266,8 @@ TEST_F(SavingAnEditedFile, TellsAndSetsTimesAndAttributes) {
     void* hFile = MustOpen(L"Docs\\a.txt");
     VirtFindData record = InfoOf(hFile);
     EXPECT_EQ(0, memcmp(&listed, &record, sizeof(record)));
-    EXPECT_EQ(0u, CallsDuring("Quelcrypt_FileReaderFactory", [&] { EXPECT_OK(SetInfo(hFile, FILE_ATTRIBUTE_HIDDEN, early, late)); }));
+    EXPECT_EQ(0u,
+              CallsDuring("Quelcrypt_FileReaderFactory", [&] { EXPECT_OK(SetInfo(hFile, FILE_ATTRIBUTE_HIDDEN, early, late)); }));
     EXPECT_EQ("content", Read(hFile));
     EXPECT_EQ(listed.lastWriteTime, InfoOf(hFile).lastWriteTime) << "reading changes nothing";
     Close(hFile);
@@ -372,9 +373,10 @@ TEST_F(SavingAnEditedFile, TheTrackingFileTellsWhoseEditWaits) {
         const std::wstring copy = TrackedEdits()[0];
         const std::string tracking = ReadRaw(copy + L".hvf");
         const auto name = [](const std::string& text) { return "<name><![CDATA[" + text + "]]></name>\r\n<attributes>"; };
-        const std::string expected = name(Narrow(NativePath(L"Docs\\")) + row.shown + ".zip") + std::to_string(source.dwFileAttributes) +
-                                     "</attributes>\r\n<writetime>" + std::to_string(Number(source.ftLastWriteTime)) +
-                                     "</writetime>\r\n<size>" + std::to_string(source.nFileSizeLow) + "</size>";
+        const std::string expected = name(Narrow(NativePath(L"Docs\\")) + row.shown + ".zip") +
+                                     std::to_string(source.dwFileAttributes) + "</attributes>\r\n<writetime>" +
+                                     std::to_string(Number(source.ftLastWriteTime)) + "</writetime>\r\n<size>" +
+                                     std::to_string(source.nFileSizeLow) + "</size>";
         EXPECT_NE(tracking.npos, tracking.find(expected)) << tracking;
         EXPECT_NE(tracking.npos, tracking.find(name(Narrow(copy.substr(0, copy.rfind(L'\\') + 1)) + row.shown))) << tracking;
         EXPECT_EQ("edit", Get(path));
@@ -392,7 +394,8 @@ TEST_F(SavingAnEditedFile, TheUserMayPickAnotherPlace) {
         EXPECT_EQ(0u, TrackedEdits().size()) << "it is safe there";
         EXPECT_EQ("base", Get(L"Docs\\a.txt"));
     }
-    EXPECT_EQ(L"Saving modified file \"a.txt\" to HalvaneCloud failed. Please select another folder for its backup", prompts::g_title);
+    EXPECT_EQ(L"Saving modified file \"a.txt\" to HalvaneCloud failed. Please select another folder for its backup",
+              prompts::g_title);
     prompts::Pick(backups + L"\\missing");
     LeaveUnsavedEdit(L"Docs\\a.txt", "edit");
     EXPECT_EQ(1u, TrackedEdits().size()) << "a place that refuses the backup counts as none";
@@ -432,4 +435,10 @@ TEST_F(SavingAnEditedFile, AWaitingEditIsNotForgotten) {
     Delete(L"Docs\\b.txt");
     EXPECT_FALSE(Exists(ContainerPath(L"Docs\\b.txt")));
     EXPECT_EQ(0u, TrackedEdits().size()) << "it goes with its document";
+
+    MakeFolder(L"Docs\\sub");
+    LeaveUnsavedEdit(L"Docs\\c.txt", "moved");
+    EXPECT_OK(Move(L"Docs\\c.txt", L"Docs\\sub\\c.txt"));
+    EXPECT_EQ("moved", Stored(L"Docs\\sub\\c.txt"));
+    EXPECT_EQ("<VVS_FileNotFound>", Get(L"Docs\\c.txt"));
 }

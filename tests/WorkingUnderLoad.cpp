@@ -1,5 +1,5 @@
-// Threads that work at once while the companion library fails now and then. Each knows what documents of its own hold, which must be
-// so at any moment; documents that all share stay whole versions. QUELCRYPT_TEST_SEED and QUELCRYPT_TEST_STEPS set other ones.
+// Threads that work at once while the companion library fails now and then. Each knows what documents of its own hold, which must
+// be so at any moment; documents that all share stay whole versions. QUELCRYPT_TEST_SEED and QUELCRYPT_TEST_STEPS set other ones.
 #include "harness/VolumeFixture.h"
 #include "load/Documents.h"
 
@@ -33,7 +33,9 @@ protected:
     };
     using Random = std::minstd_rand;
 
-    static std::wstring AnyPath(int document, Random& random) { return DocumentPath(document, static_cast<int>(random() % kPlaces)); }
+    static std::wstring AnyPath(int document, Random& random) {
+        return DocumentPath(document, static_cast<int>(random() % kPlaces));
+    }
     VirtualVolumeStatus MoveIt(const std::wstring& from, const std::wstring& to, bool isRename) {
         if (!isRename)
             return Move(from, to);
