@@ -17,17 +17,8 @@ TEST_F(BadInput, PathsThatAreNoneChangeNothing) {
     LockInfo lockInfo = NewLock();
     VirtFindData findData{};
     VirtMountInfo mountInfo{};
-    const wchar_t* const noSources[] = {nullptr,
-                                        L"",
-                                        L"x",
-                                        L"Nowhere\\a.txt",
-                                        L"Docs\\..\\..\\a",
-                                        L"a\\b.txt",
-                                        kOverLong.c_str(),
-                                        L"Docs\\a|b",
-                                        L"Docs\\<>\"?*",
-                                        L"Docs\\a:stream",
-                                        L"Docs\\\xD800.txt",
+    const wchar_t* const noSources[] = {nullptr,           L"",           L"x",               L"Nowhere\\a.txt",  L"Docs\\..\\..\\a", L"a\\b.txt",
+                                        kOverLong.c_str(), L"Docs\\a|b",  L"Docs\\<>\"?*",    L"Docs\\a:stream",  L"Docs\\\xD800.txt",
                                         L"Docs\\%s%n%x"};
     for (const wchar_t* path : noSources) {
         SCOPED_TRACE(path ? Narrow(std::wstring_view(path).substr(0, 40)) : "<null>");
@@ -45,20 +36,9 @@ TEST_F(BadInput, PathsThatAreNoneChangeNothing) {
         volume()->FindClose(volume()->FindFirstFileW(path, &findData));
         volume()->FindClose(volume()->FindFirstMountFolder(path));
     }
-    const wchar_t* const noDestinations[] = {nullptr,
-                                             L"",
-                                             L"x",
-                                             L"Nowhere\\a.txt",
-                                             L"Docs\\..\\..\\a",
-                                             kOverLong.c_str(),
-                                             L"Docs\\a|b",
-                                             L"Docs\\<>\"?*",
-                                             L"Docs\\a:stream",
-                                             L"Docs\\no folder\\a.txt",
-                                             L"Plain\\a*b",
-                                             L"Docs",
-                                             L"Plain",
-                                             L"Plain\\no folder\\a"};
+    const wchar_t* const noDestinations[] = {nullptr,           L"",           L"x",            L"Nowhere\\a.txt", L"Docs\\..\\..\\a",
+                                             kOverLong.c_str(), L"Docs\\a|b",  L"Docs\\<>\"?*", L"Docs\\a:stream", L"Docs\\no folder\\a.txt",
+                                             L"Plain\\a*b",     L"Docs",       L"Plain",        L"Plain\\no folder\\a"};
     for (const wchar_t* path : noDestinations)
         for (const wchar_t* source : {L"Docs\\a.txt", L"Plain\\p"}) {
             SCOPED_TRACE(Narrow(source) + " -> " + (path ? Narrow(std::wstring_view(path).substr(0, 40)) : "<null>"));
@@ -149,8 +129,7 @@ TEST_F(BadInput, SizesAndOffsetsOutOfReachChangeNothing) {
 
 TEST_F(BadInput, MissingOutputsAndUnknownDispositionsAreRefused) {
     Put(L"Docs\\a.txt", "content");
-    EXPECT_EQ(VVS_InvalidParameter,
-              volume()->OpenFile(nullptr, L"Docs\\a.txt", kReadWrite, kShareAll, OPEN_EXISTING, nullptr, nullptr));
+    EXPECT_EQ(VVS_InvalidParameter, volume()->OpenFile(nullptr, L"Docs\\a.txt", kReadWrite, kShareAll, OPEN_EXISTING, nullptr, nullptr));
     for (const std::uint32_t disposition : {0u, 6u, 9u, 12u, 0xFFFFFFFFu})
         for (const wchar_t* path : {L"Docs\\a.txt", L"Plain\\b"})
             EXPECT_EQ(VVS_InvalidParameter, TryOpen(path, kReadWrite, disposition)) << disposition;
@@ -184,8 +163,8 @@ TEST_F(BadInput, StaleAndForeignFileHandlesAreRefused) {
     for (void* handle : {static_cast<void*>(nullptr), stale, hFind, reinterpret_cast<void*>(static_cast<std::uintptr_t>(0x10))}) {
         EXPECT_EQ("<VVS_InvalidParameter>", Read(handle));
         for (const VirtualVolumeStatus status :
-             {Write(handle, "x"), SetSize(handle, 0), volume()->Flush(handle), volume()->Delete(handle, nullptr),
-              volume()->Undelete(handle, nullptr), volume()->SetFileInfo(handle, 0, &findData), Rename(handle, L"Docs\\b.txt")})
+             {Write(handle, "x"), SetSize(handle, 0), volume()->Flush(handle), volume()->Delete(handle, nullptr), volume()->Undelete(handle, nullptr),
+              volume()->SetFileInfo(handle, 0, &findData), Rename(handle, L"Docs\\b.txt")})
             EXPECT_EQ(VVS_InvalidParameter, status);
         EXPECT_FALSE(volume()->GetFileInfo(handle, &findData));
         Close(handle);

@@ -49,10 +49,9 @@ public:
         m_path = AnyOf<std::wstring>({L"Docs", L"Docs", L"Docs", L"Plain", L"Other", L"docs", L"Nowhere", L".", L"..", L"*"});
         for (std::uint32_t parts = Below(4); parts > 0; --parts)
             m_path += AnyOf<std::wstring>({L"\\", L"\\", L"\\", L"\\\\", L"/"}) +
-                      AnyOf<std::wstring>({L"a.txt",        L"a.txt",    L"b.txt",  L"b.txt",  L"c",          L"a.txt.zip",
-                                           L"sub",          L"sub",      L"..",     L".",      L"canary.txt", L"temp",
-                                           L"a.txt:stream", L"COM1.txt", L"blank ", L"dots..", L"wh?t*",      L"",
-                                           L"\x1",          L"\xD800",   L".zip",   L"x.tmp",  tooLong});
+                      AnyOf<std::wstring>({L"a.txt", L"a.txt", L"b.txt", L"b.txt", L"c", L"a.txt.zip", L"sub", L"sub", L"..", L".",
+                                           L"canary.txt", L"temp", L"a.txt:stream", L"COM1.txt", L"blank ", L"dots..", L"wh?t*", L"", L"\x1",
+                                           L"\xD800", L".zip", L"x.tmp", tooLong});
         return m_path.c_str();
     }
     std::wstring AnyText() {
@@ -73,8 +72,8 @@ public:
         void* handle = nullptr;
         const auto access = AnyOf<std::uint32_t>({GENERIC_READ, kReadWrite, kReadWrite, DELETE, 0, 0xFFFFFFFF});
         const auto disposition = AnyOf<std::uint32_t>({1, 2, 3, 4, 5, 10, 11, 0, 99});
-        volume()->OpenFile(Below(40) ? &handle : nullptr, AnyPath(), access, AnyOf<std::uint32_t>({0, 3, 7, 0xFF}), disposition,
-                           AnyToken(), AnyRecord());
+        volume()->OpenFile(Below(40) ? &handle : nullptr, AnyPath(), access, AnyOf<std::uint32_t>({0, 3, 7, 0xFF}), disposition, AnyToken(),
+                           AnyRecord());
         if (handle)
             m_handles.push_back(handle);
         m_opened += handle != nullptr;
@@ -109,8 +108,7 @@ public:
     }
     void UseAPath() {
         const std::wstring from = AnyText();
-        Below(2) ? volume()->MoveFileW(from.c_str(), AnyPath(), AnyToken())
-                 : volume()->CopyFileW(from.c_str(), AnyPath(), AnyToken());
+        Below(2) ? volume()->MoveFileW(from.c_str(), AnyPath(), AnyToken()) : volume()->CopyFileW(from.c_str(), AnyPath(), AnyToken());
     }
     void Look() {
         volume()->FindFile(AnyPath(), AnyRecord());
@@ -164,8 +162,8 @@ TEST_F(CallsAtRandom, HarmNothing) {
     using Step = void (CallsAtRandom::*)();
     for (int call = 0; call < 4000; ++call)
         (this->*AnyOf<Step>({&CallsAtRandom::OpenAny, &CallsAtRandom::OpenAny, &CallsAtRandom::CloseOne, &CallsAtRandom::CloseOne,
-                             &CallsAtRandom::UseAHandle, &CallsAtRandom::UseAHandle, &CallsAtRandom::UseAHandle,
-                             &CallsAtRandom::UseAPath, &CallsAtRandom::Look, &CallsAtRandom::LockAndUnlock}))();
+                             &CallsAtRandom::UseAHandle, &CallsAtRandom::UseAHandle, &CallsAtRandom::UseAHandle, &CallsAtRandom::UseAPath,
+                             &CallsAtRandom::Look, &CallsAtRandom::LockAndUnlock}))();
     while (!m_handles.empty())
         CloseOne();
     ReleaseLocks();

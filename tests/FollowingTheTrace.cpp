@@ -22,14 +22,12 @@ struct TraceLine {
 
 bool Parse(const LogLine& line, TraceLine& parsed) {
     static const std::regex pattern(
-        "(\t*)\\[([0-9a-f]+)\\]\\d\\d:\\d\\d\\.\\d{3} (?:(ENTER) |(LEAVE)\\(([^)]*)\\) )?(?:this\\[[0-9a-f]+\\]->)?(\\S+) "
-        "([^]*)\n");
+        "(\t*)\\[([0-9a-f]+)\\]\\d\\d:\\d\\d\\.\\d{3} (?:(ENTER) |(LEAVE)\\(([^)]*)\\) )?(?:this\\[[0-9a-f]+\\]->)?(\\S+) ([^]*)\n");
     std::smatch parts;
     const std::string text = Narrow(line.text);
     if (!std::regex_match(text, parts, pattern) || std::stoul(parts[2], nullptr, 16) != line.threadId)
         return false;
-    parsed = {line.level, static_cast<std::size_t>(parts[1].length()), parts[3].str() + parts[4].str(), parts[5], parts[6],
-              parts[7]};
+    parsed = {line.level, static_cast<std::size_t>(parts[1].length()), parts[3].str() + parts[4].str(), parts[5], parts[6], parts[7]};
     return true;
 }
 
@@ -44,8 +42,7 @@ std::vector<TraceLine> ParseAll(const std::vector<LogLine>& lines) {
 }
 
 std::size_t CountOf(const std::vector<LogLine>& lines, std::uint32_t level) {
-    return static_cast<std::size_t>(
-        std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) { return line.level == level; }));
+    return static_cast<std::size_t>(std::count_if(lines.begin(), lines.end(), [&](const LogLine& line) { return line.level == level; }));
 }
 
 // Longer than the volume remembers the log's level, by the volume's clock.
@@ -120,12 +117,11 @@ TEST_F(FollowingTheTrace, LeaveLinesSayHowLongItTookAndWhatCameOfIt) {
         Get(L"Docs\\a.txt");
     }));
     const auto leave = [&](const char* function) {
-        const auto found = std::find_if(lines.begin(), lines.end(),
-                                        [&](const TraceLine& line) { return line.kind == "LEAVE" && line.function == function; });
+        const auto found =
+            std::find_if(lines.begin(), lines.end(), [&](const TraceLine& line) { return line.kind == "LEAVE" && line.function == function; });
         return found == lines.end() ? TraceLine{} : *found;
     };
-    EXPECT_TRUE(std::regex_match(leave("GetHalvaneFileData").time, std::regex("!!!SLOW!!! \\d+s")))
-        << leave("GetHalvaneFileData").time;
+    EXPECT_TRUE(std::regex_match(leave("GetHalvaneFileData").time, std::regex("!!!SLOW!!! \\d+s"))) << leave("GetHalvaneFileData").time;
     for (const TraceLine& line : lines)
         if (line.kind == "LEAVE") {
             std::smatch parts;
@@ -202,16 +198,14 @@ TEST_F(FollowingTheTrace, ExceptionsAreToldByTheirSlot) {
         EXPECT_EQ(LogLevel_Error, line.level);
         EXPECT_EQ(1u, line.indent);
     }
-    EXPECT_TRUE(description.message.starts_with("Exception[Out of memory]. filePath[Docs\\a.txt], lockInfo["))
-        << description.message;
+    EXPECT_TRUE(description.message.starts_with("Exception[Out of memory]. filePath[Docs\\a.txt], lockInfo[")) << description.message;
     EXPECT_EQ("errorStatus =>VSS_OutMemory, ", status.message);
 }
 
 TEST_F(FollowingTheTrace, AMoveIsToldWhenItsSourceIsClosed) {
     WriteRaw(NativePath(L"Plain\\a.txt"), "content");
     std::vector<std::string> order;
-    for (const TraceLine& line :
-         ParseAll(LinesDuring([&] { EXPECT_OK(volume()->MoveFileW(L"Plain\\a.txt", L"Docs\\b.txt", nullptr)); })))
+    for (const TraceLine& line : ParseAll(LinesDuring([&] { EXPECT_OK(volume()->MoveFileW(L"Plain\\a.txt", L"Docs\\b.txt", nullptr)); })))
         if (line.kind == "LEAVE" && line.function.ends_with("CloseFile"))
             order.push_back("closed");
         else if (line.message.starts_with("SUCCESS. existingFilePath[Plain\\a.txt], newFilePath[Docs\\b.txt], keepExistingFile["))
@@ -305,8 +299,7 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
         {[&] { ending("Quelcrypt_GetProtectedFolderEnum"), List(L"*"); },
          "VirtualMountFolder::LoadFolders protectedFolders.Ptr() != 0 =>false, "},
         {[&] { ending("Quelcrypt_GetHalvaneBoxConfig"), Open(&hFile, L"Docs\\new\\n.txt", kReadWrite, CREATE_NEW); },
-         "DoesFolderHavePolicy Quelcrypt_GetHalvaneBoxConfig( Utf8EncodeStr(folderPath, (DWORD)wcslen(folderPath)), "
-         "cnfg.GetAddr(), 0, 0) "
+         "DoesFolderHavePolicy Quelcrypt_GetHalvaneBoxConfig( Utf8EncodeStr(folderPath, (DWORD)wcslen(folderPath)), cnfg.GetAddr(), 0, 0) "
          "!= 0 =>false, "},
         {[&] { ending("Quelcrypt_FileReaderFactory"), Get(L"Docs\\c.txt"); },
          "VirtualFile::DecryptContainer reader != 0 =>false, "},
@@ -324,10 +317,8 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
 TEST_F(FollowingTheTrace, SearchesSayWhatTheyMissed) {
     const auto missing = MessagesDuring(LogLevel_Error, [&] { List(L"Docs\\missing\\*"); });
     ASSERT_EQ(1u, missing.size());
-    EXPECT_EQ(0u,
-              missing[0].find("VirtualFindFile::FindFirstFileW hFind != ((HANDLE)(LONG_PTR)-1) || GetLastError() == 2L =>FALSE,  "
-                              "filePathSearch[" +
-                              Narrow(NativePath(L"Docs\\missing\\*")) + "]. Error["))
+    EXPECT_EQ(0u, missing[0].find("VirtualFindFile::FindFirstFileW hFind != ((HANDLE)(LONG_PTR)-1) || GetLastError() == 2L =>FALSE,  "
+                                  "filePathSearch[" + Narrow(NativePath(L"Docs\\missing\\*")) + "]. Error["))
         << missing[0];
     EXPECT_NE(std::string::npos, missing[0].find("Error code: 3]")) << missing[0];
     Configure(R"({"folders": []})");

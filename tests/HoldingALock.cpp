@@ -14,8 +14,8 @@ namespace {
 std::function<void()> g_beforeHold;
 decltype(&CreateFileW) g_createFile = nullptr;
 
-HANDLE WINAPI CreateFileAfter(const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security, DWORD disposition,
-                              DWORD flags, HANDLE likeFile) {
+HANDLE WINAPI CreateFileAfter(const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security, DWORD disposition, DWORD flags,
+                              HANDLE likeFile) {
     if (disposition == OPEN_ALWAYS && g_beforeHold)
         std::exchange(g_beforeHold, nullptr)();
     return g_createFile(path, access, share, security, disposition, flags, likeFile);

@@ -24,8 +24,7 @@ TEST_F(ListingAFolder, ShowsContainersUnderTheirStoredNames) {
     Plain(L"broken.txt.zip", "this is no container");
     Folder(L"sub");
     Folder(L"y.zip");
-    EXPECT_EQ((Names{L"README", L"a.txt", L"b.HvcConflicted", L"broken.txt.zip", L"letter.txt", L"sub", L"y.zip",
-                     L"Überblick 日本.txt"}),
+    EXPECT_EQ((Names{L"README", L"a.txt", L"b.HvcConflicted", L"broken.txt.zip", L"letter.txt", L"sub", L"y.zip", L"Überblick 日本.txt"}),
               List(L"Docs\\*"));
 
     const VirtFindData a = Record(L"Docs\\a.txt");
@@ -33,8 +32,7 @@ TEST_F(ListingAFolder, ShowsContainersUnderTheirStoredNames) {
     EXPECT_EQ(7, a.fileSize);
     EXPECT_EQ(133'590'402'140'000'000u, a.lastWriteTime) << "the times are those of the content";
     EXPECT_EQ(VIT_PlainFile, Record(L"Docs\\README").itemType);
-    EXPECT_EQ(VIT_PlainFile, Record(L"Docs\\broken.txt.zip").itemType)
-        << "a broken container stays visible as what it is on disk";
+    EXPECT_EQ(VIT_PlainFile, Record(L"Docs\\broken.txt.zip").itemType) << "a broken container stays visible as what it is on disk";
     EXPECT_EQ(VIT_Folder, Record(L"Docs\\sub").itemType);
     EXPECT_EQ(VIT_Folder, Record(L"Docs\\y.zip").itemType);
     EXPECT_EQ(VIT_EncryptedFileInConflict, Record(L"Docs\\b.zip").itemType);
@@ -98,9 +96,9 @@ TEST_F(ListingAFolder, TakesEveryPatternAsAPlainFolderDoes) {
     for (const wchar_t* path : {L"Docs\\ac.txt", L"Plain\\ac.txt"})
         MakePlain(path, "plain in both");
     for (const std::wstring pattern :
-         {L" *",      L" b*",    L" *.txt", L"*;*",    L"b;c.txt", L"b*;c.txt", L"b*;c*", L"a.txt;b*", L"a?.txt",
-          L"a??.txt", L"??.txt", L"?",      L"*.",     L"*.?",     L"*.t?t",    L"*.TXT", L"*.*.*",    L"*t",
-          L"*x*",     L"a*.*",   L"no*.",   L"noext.", L"a.txt ",  L"**",       L"?*?"}) {
+         {L" *", L" b*", L" *.txt", L"*;*", L"b;c.txt", L"b*;c.txt", L"b*;c*", L"a.txt;b*", L"a?.txt", L"a??.txt", L"??.txt", L"?", L"*.", L"*.?", L"*.t?t",
+          L"*.TXT", L"*.*.*", L"*t",
+          L"*x*", L"a*.*", L"no*.", L"noext.", L"a.txt ", L"**", L"?*?"}) {
         Names expected;
         WIN32_FIND_DATAW entry{};
         const HANDLE hFind = FindFirstFileW(NativePath(L"Plain\\" + pattern).c_str(), &entry);
@@ -185,8 +183,7 @@ TEST_F(ListingAFolder, ShowsMountFoldersAtTheRoot) {
     EXPECT_EQ(written, root.lastWriteTime);
 
     // A folder that is gone from disk hides no other; one that was renamed shows under its mounted name.
-    Configure(
-        R"({"folders": [{"name": "Gone", "path": "Gone"}, {"name": "Letters", "path": "Docs"}, {"name": "Plain", "path": "Plain"}]})");
+    Configure(R"({"folders": [{"name": "Gone", "path": "Gone"}, {"name": "Letters", "path": "Docs"}, {"name": "Plain", "path": "Plain"}]})");
     EXPECT_EQ((Names{L"Letters", L"Plain"}), List(L"*"));
     EXPECT_EQ(L"Letters", std::wstring(Record(L"LETTERS").fileName));
     EXPECT_EQ(VIT_MountFolder, Record(L"Letters\\").itemType);
@@ -221,9 +218,8 @@ TEST_F(ListingAFolder, FollowsTheConfiguration) {
             json[at] = '/';
         return json;
     };
-    Configure(R"({"folders": [)" + folder(name63, L"Docs") + ", " + folder(name64, L"Other") + ", " + folder(name127, L"Plain") +
-              ", " + folder(name128, L"Theirs") + ", " + folder(L"Fits", longPath(259)) + ", " +
-              folder(L"Longer", longPath(260)) + "]}");
+    Configure(R"({"folders": [)" + folder(name63, L"Docs") + ", " + folder(name64, L"Other") + ", " + folder(name127, L"Plain") + ", " +
+              folder(name128, L"Theirs") + ", " + folder(L"Fits", longPath(259)) + ", " + folder(L"Longer", longPath(260)) + "]}");
     VirtMountInfo mountInfo{};
     EXPECT_TRUE(volume()->GetMountInfoByVolumePath((name63 + L"\\x").c_str(), &mountInfo)) << "found after one forced reload";
     EXPECT_EQ(name63, mountInfo.name);
@@ -287,8 +283,7 @@ TEST_F(ListingAFolder, ResolvesPathsWithinTheirMountFolderOnly) {
     EXPECT_FALSE(volume()->GetMountInfoByNativePath(nullptr, &mountInfo));
     EXPECT_TRUE(volume()->GetMountInfoByNativePath(NativePath(L"Plain").c_str(), &mountInfo));
     EXPECT_EQ(NativePath(L"Plain"), mountInfo.path);
-    EXPECT_TRUE(volume()->GetMountInfoByVolumePath(L"OTHER\\not\\there", &mountInfo))
-        << "the folder counts, not what is below it";
+    EXPECT_TRUE(volume()->GetMountInfoByVolumePath(L"OTHER\\not\\there", &mountInfo)) << "the folder counts, not what is below it";
 }
 
 TEST_F(ListingAFolder, TellsItsHandlesApart) {

@@ -95,8 +95,7 @@ TEST_F(ManyThreads, SaveOneFileAtOnce) {
             found.insert(ContainerContent(container));
         EXPECT_EQ(written, found);
         for (int number = 1; number < kThreads; ++number)
-            EXPECT_NE("<none>", Stored(L"Docs\\" + ConflictName(name, number)))
-                << "one under the file's name, the others beside it";
+            EXPECT_NE("<none>", Stored(L"Docs\\" + ConflictName(name, number))) << "one under the file's name, the others beside it";
         EmptyFolders();
     }
 }

@@ -237,8 +237,7 @@ TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
         ASSERT_EQ("content", Get(name(number)));
     EXPECT_EQ(limit + 1u, TempFolders());
     EXPECT_EQ(0u, ReaderCallsDuring([&] { EXPECT_EQ("old", Get(L"Docs\\new\\2.txt")); })) << "nothing had to leave yet";
-    EXPECT_EQ(0u, ReaderCallsDuring([&] { EXPECT_EQ("old", Get(L"Docs\\new\\3.txt")); }))
-        << "using the oldest makes it the newest";
+    EXPECT_EQ(0u, ReaderCallsDuring([&] { EXPECT_EQ("old", Get(L"Docs\\new\\3.txt")); })) << "using the oldest makes it the newest";
     EXPECT_EQ("content", Get(name(limit)));
     EXPECT_EQ(limit + 1u, TempFolders()) << "the oldest left, with its folder";
     for (const std::wstring& kept : {std::wstring(L"Docs\\new\\3.txt"), name(0)})

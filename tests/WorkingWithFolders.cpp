@@ -58,8 +58,7 @@ TEST_F(WorkingWithFolders, AreMadeAndOpened) {
         {L"", OPEN_EXISTING, VVS_MountFolderNotFound},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(row.status, TryOpen(row.path, GENERIC_READ, row.disposition))
-            << Narrow(row.path) << ", disposition " << row.disposition;
+        EXPECT_EQ(row.status, TryOpen(row.path, GENERIC_READ, row.disposition)) << Narrow(row.path) << ", disposition " << row.disposition;
     EXPECT_EQ((Names{L"README", L"a.txt", L"new", L"zip", L"zip.zip"}), List(L"Docs\\*"));
     EXPECT_EQ("a document", Get(L"Docs\\a.txt"));
 }
@@ -111,8 +110,7 @@ TEST_F(WorkingWithFolders, AreRenamedAndMovedWithAllTheyHold) {
     EXPECT_OK(Move(L"Docs\\tree", L"Docs\\moved"));
     ASSERT_EQ(1u, TrackedEdits().size());
     const std::string tracking = ReadRaw(TrackedEdits()[0] + L".hvf");
-    EXPECT_NE(tracking.npos, tracking.find("<srcfile>\r\n<name><![CDATA[" + Narrow(ContainerPath(L"Docs\\moved\\a.txt")) + "]]>"))
-        << tracking;
+    EXPECT_NE(tracking.npos, tracking.find("<srcfile>\r\n<name><![CDATA[" + Narrow(ContainerPath(L"Docs\\moved\\a.txt")) + "]]>")) << tracking;
     EXPECT_EQ("edit", Get(L"Docs\\moved\\a.txt")) << "shown, and saved at the close";
     EXPECT_EQ("edit", Stored(L"Docs\\moved\\a.txt"));
 

@@ -1,5 +1,4 @@
-// The explorer's containers: a header, the stored name and the content, all as they are, so that words are found by reading
-// files.
+// The explorer's containers: a header, the stored name and the content, all as they are, so that words are found by reading files.
 #pragma once
 
 #include <cstdint>
@@ -30,8 +29,7 @@ inline std::string BytesOf(Container container) {
 }
 
 inline bool BeginsLikeContainer(const std::string& bytes) {
-    return bytes.size() >= sizeof(ContainerHeader) &&
-           std::memcmp(bytes.data(), ContainerHeader{}.magic, sizeof(ContainerHeader::magic)) == 0;
+    return bytes.size() >= sizeof(ContainerHeader) && std::memcmp(bytes.data(), ContainerHeader{}.magic, sizeof(ContainerHeader::magic)) == 0;
 }
 
 // Nothing when it is not a whole one.

@@ -37,9 +37,7 @@ public:
     const StoredFile* ContainerAt(int place) const { return FileAt(PathOf(place) + L".zip"); }
     static Word WordOf(const StoredFile* file) { return file ? file->word : kNothing; }
     // What stands under a name, in either form. Beside a conflict copy the plain file is another document.
-    WordSet WordsAt(int place) const {
-        return Only(WordOf(ContainerAt(place))) | (IsConflictCopy(place) ? 0 : Only(WordOf(PlainAt(place))));
-    }
+    WordSet WordsAt(int place) const { return Only(WordOf(ContainerAt(place))) | (IsConflictCopy(place) ? 0 : Only(WordOf(PlainAt(place)))); }
     bool IsEmptyAt(int place) const { return ContainerAt(place) && ContainerAt(place)->word == kNothing; }
     bool IsTracked(Word word) const { return word == kNothing ? look.tracksNothing : (Only(word) & look.inTemp) != 0; }
     bool IsOnlyTracked(Word word) const { return IsTracked(word) && !(Only(word) & look.inFolders); }

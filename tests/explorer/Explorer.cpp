@@ -2,19 +2,16 @@
 //
 // explorer [START...] [--depth N] [--seconds N] [--length N] [--seed N]    explorer --history "START: STEP; STEP; ..."
 //
-// Enumerated is all that Next (History.cpp) offers after a history: A and then B open the document (each disposition, and to
-// read), read, write a word over all there is, cut, delete, undelete, rename to each place, close, close while one call of the
-// save fails; move and copy by path to each place; lock and unlock; somebody stores anew by a rename or in place, or deletes; the
-// process ends. Each step but the deepest is done once more for every call that it makes to the companion library, which then
-// fails, or throws. Left out is
-// - what comes to the same: calls on closed handles, an undelete without a delete, two reads in a row, B before A has acted (they
-// are
+// Enumerated is all that Next (History.cpp) offers after a history: A and then B open the document (each disposition, and to read), read,
+// write a word over all there is, cut, delete, undelete, rename to each place, close, close while one call of the save fails; move and copy by
+// path to each place; lock and unlock; somebody stores anew by a rename or in place, or deletes; the process ends. Each step but the
+// deepest is done once more for every call that it makes to the companion library, which then fails, or throws. Left out is
+// - what comes to the same: calls on closed handles, an undelete without a delete, two reads in a row, B before A has acted (they are
 //   alike), as the last step a read, an open that starts nothing, or the close that follows anyway;
 // - what another start begins with: steps after others from outside or by path alone, and after the end of the process (but temp
 //   files of the ended one may then lie about, which only walks go on from);
 // - what follows a refused call, which itself is judged and closed after;
-// - B's opens that differ from A's by OPEN_ALWAYS, TRUNCATE_EXISTING or reading alone, deletes and renames by who opened to read,
-// and a
+// - B's opens that differ from A's by OPEN_ALWAYS, TRUNCATE_EXISTING or reading alone, deletes and renames by who opened to read, and a
 //   lock's token given explicitly (the volume takes it by itself): not sound, but walks take the first and the last of them;
 // - from the starts "occupied" and "equal" the histories that replace nothing, or store nothing from outside.
 // Two openers who both act need four steps: the starts "edited" and "locked" are half-way there, and the walks go on.
@@ -112,8 +109,7 @@ private:
             return false;
         if (step.op == Op::Open && step.actor == 1 && step.argument > OPEN_EXISTING)
             return false;
-        if (isLast &&
-            (step.op == Op::Read || endsSo || (step.op == Op::Open && (step.actor == 0 || step.argument == OPEN_EXISTING))))
+        if (isLast && (step.op == Op::Read || endsSo || (step.op == Op::Open && (step.actor == 0 || step.argument == OPEN_EXISTING))))
             return false;
         const auto isAbout = [&](const Step& any) { return m_start.isAbout(any.op); };
         return !isLast || !m_start.isAbout || isAbout(step) || std::any_of(steps.begin(), steps.end(), isAbout);
@@ -147,12 +143,8 @@ private:
     static bool AreAlike(const Step& left, const Step& right) {
         const auto likeness = [](const Step& step) {
             const bool keeps = step.argument == OPEN_EXISTING || step.argument == kOpenToRead;
-            const Op op = step.op == Op::StoreInPlace ? Op::Store
-                          : step.op == Op::Cut        ? Op::Write
-                          : step.op == Op::Copy       ? Op::Move
-                                                      : step.op;
-            return std::tuple(op, step.actor, step.op == Op::Open ? keeps : step.op == Op::Rename && step.argument == kCase,
-                              step.failing != Failing::None);
+            const Op op = step.op == Op::StoreInPlace ? Op::Store : step.op == Op::Cut ? Op::Write : step.op == Op::Copy ? Op::Move : step.op;
+            return std::tuple(op, step.actor, step.op == Op::Open ? keeps : step.op == Op::Rename && step.argument == kCase, step.failing != Failing::None);
         };
         return likeness(left) == likeness(right);
     }
@@ -215,8 +207,7 @@ LONG WINAPI TellOfCrash(EXCEPTION_POINTERS* info) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::map<std::string, int> numbers{
-        {"--depth", 3}, {"--seconds", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
+    std::map<std::string, int> numbers{{"--depth", 3}, {"--seconds", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
     std::vector<std::string> names;
     SetUnhandledExceptionFilter(TellOfCrash);
     CreateThread(nullptr, 0, TellOfHang, nullptr, 0, nullptr);
@@ -245,10 +236,7 @@ int main(int argc, char** argv) {
         begin = Clock::now();
         while (SecondsSince(begin) < numbers["--seconds"])
             explorer.Walk(random, numbers["--length"]);
-        std::printf("%s\n", numbers["--seconds"] > 0 ? (", with walks of seed " + std::to_string(numbers["--seed"]) + " " +
-                                                        std::to_string(explorer.Histories()))
-                                                           .c_str()
-                                                     : "");
+        std::printf("%s\n", numbers["--seconds"] > 0 ? (", with walks of seed " + std::to_string(numbers["--seed"]) + " " + std::to_string(explorer.Histories())).c_str() : "");
         explorer.Report();
         std::fflush(stdout);
         hasFailed |= explorer.HasFailed();

@@ -1,5 +1,4 @@
-// The companion library of the explorer. A container is put in place whole, by a rename, as every companion library must. One
-// thread.
+// The companion library of the explorer. A container is put in place whole, by a rename, as every companion library must. One thread.
 #include <string_view>
 
 #include "companion/Boundary.h"
@@ -55,9 +54,7 @@ public:
     std::uint32_t GetPolicy(char* buffer, std::uint32_t) override { return Store("encrypt", buffer); }
 
 private:
-    static std::uint32_t Store(std::string_view text, char* buffer) {
-        return static_cast<std::uint32_t>(text.copy(buffer, text.size()));
-    }
+    static std::uint32_t Store(std::string_view text, char* buffer) { return static_cast<std::uint32_t>(text.copy(buffer, text.size())); }
 
     std::string m_key;
 };
@@ -117,8 +114,7 @@ public:
         if (Fails(Failing::Finish))
             return false;
         const std::wstring side = m_path + L".side";
-        if (!commit || (WriteWhole(side, CREATE_NEW, BytesOf(m_container)) &&
-                        MoveFileExW(side.c_str(), m_path.c_str(), MOVEFILE_REPLACE_EXISTING)))
+        if (!commit || (WriteWhole(side, CREATE_NEW, BytesOf(m_container)) && MoveFileExW(side.c_str(), m_path.c_str(), MOVEFILE_REPLACE_EXISTING)))
             return true;
         DeleteFileW(side.c_str());
         return false;
@@ -158,8 +154,8 @@ std::int32_t Quelcrypt_GetHalvaneBoxConfig(const char* folderPathUtf8, IHalvaneB
 std::int32_t Quelcrypt_GetProtectedFolderEnum(std::int32_t, IProtectedFolderEnum** folders) { return *folders = new Folders, 1; }
 
 std::int32_t Quelcrypt_GetFileInformation(const char* containerPathUtf8, IHvcStringW** storedName, std::uint64_t* plainSize,
-                                          const WIN32_FIND_DATAW*, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess,
-                                          SYSTEMTIME* creation, void*) {
+                                          const WIN32_FIND_DATAW*, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess, SYSTEMTIME* creation,
+                                          void*) {
     const std::string path = containerPathUtf8;
     const auto container = ContainerOf(ReadWhole(std::wstring(path.begin(), path.end())).value_or(""));
     if (Fails(Failing::Information) || !container)

@@ -118,8 +118,7 @@ void History::Access(Opener& opener) {
     if (opener.disposition != OPEN_EXISTING)
         return;
     if (const Edit* const edit = WaitingAt(opener.place)) {
-        static_cast<Edit&>(opener) = {edit->word, opener.known | edit->known, edit->knowsEmpty,
-                                      opener.isUnsure || edit->isUnsure};
+        static_cast<Edit&>(opener) = {edit->word, opener.known | edit->known, edit->knowsEmpty, opener.isUnsure || edit->isUnsure};
         opener.isDirty = true;
         m_waiting.erase(opener.place);
     } else {
@@ -157,9 +156,8 @@ bool History::Open(const Step& step, Opener& opener) {
         opener.knowsEmpty = IsEmptyAt(kHome);
     }
     const std::uint32_t access = opener.mayOnlyRead ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE | DELETE;
-    if (process::Volume()->OpenFile(&opener.file, OpenPathOf(kHome).c_str(), access, 7,
-                                    static_cast<std::uint32_t>(opener.disposition), step.withToken ? m_token.c_str() : nullptr,
-                                    nullptr) != VVS_Success)
+    if (process::Volume()->OpenFile(&opener.file, OpenPathOf(kHome).c_str(), access, 7, static_cast<std::uint32_t>(opener.disposition),
+                                    step.withToken ? m_token.c_str() : nullptr, nullptr) != VVS_Success)
         return false;
     if (m_isLocked)
         m_doomedPlaces.erase(kHome);
@@ -188,8 +186,8 @@ bool History::Write(Opener& opener, Word word) {
         const std::string text = world.TextOf(word);
         if (process::Volume()->SetFileSize(opener.file, text.size(), nullptr) != VVS_Success)
             return false;
-        if (word != kNothing && process::Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()),
-                                                             nullptr, nullptr) != VVS_Success)
+        if (word != kNothing &&
+            process::Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()), nullptr, nullptr) != VVS_Success)
             return false;
         opener.word = word;
         opener.known |= Only(word);
@@ -288,8 +286,7 @@ bool History::LockOrUnlock(bool isLock) {
     info.scope = LockScope_Exclusive;
     m_mayReplace = m_mayDrop = m_doomed;
     const std::wstring path = OpenPathOf(kHome);
-    if ((isLock ? process::Volume()->Lock(path.c_str(), &info) : process::Volume()->Unlock(path.c_str(), m_token.c_str())) !=
-        VVS_Success)
+    if ((isLock ? process::Volume()->Lock(path.c_str(), &info) : process::Volume()->Unlock(path.c_str(), m_token.c_str())) != VVS_Success)
         return false;
     m_token = isLock ? info.token : m_token;
     m_isLocked = isLock;
@@ -430,12 +427,11 @@ void History::OpenAnew(int place) {
     void* opened = nullptr;
     char data[512];
     std::uint32_t length = 0;
-    const bool isDone = process::Volume()->OpenFile(&opened, OpenPathOf(place).c_str(), GENERIC_READ, 7, OPEN_EXISTING, nullptr,
-                                                    nullptr) == VVS_Success &&
-                        process::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
+    const bool isDone =
+        process::Volume()->OpenFile(&opened, OpenPathOf(place).c_str(), GENERIC_READ, 7, OPEN_EXISTING, nullptr, nullptr) == VVS_Success &&
+        process::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
     Expect(isDone, "cannot be opened");
-    Expect(!isDone || isUnsure || std::string(data, length) == world.TextOf(word),
-           "shows something else than word " + std::to_string(word));
+    Expect(!isDone || isUnsure || std::string(data, length) == world.TextOf(word), "shows something else than word " + std::to_string(word));
     process::Volume()->CloseFile(opened, nullptr);
     const Look now = world.LookAround();
     isRefused = false;
@@ -481,8 +477,7 @@ Steps History::Next() const {
             if (opener.isDeleted)
                 next.push_back({Op::Undelete, actor});
             next.push_back({Op::Close, actor});
-            for (const Failing failing :
-                 {Failing::NoWriter, Failing::ThrowingWriter, Failing::Write, Failing::Finish, Failing::Information})
+            for (const Failing failing : {Failing::NoWriter, Failing::ThrowingWriter, Failing::Write, Failing::Finish, Failing::Information})
                 if (opener.isDirty && !opener.isDeleted)
                     next.push_back({Op::Close, actor, 0, false, failing});
         }

@@ -32,29 +32,23 @@ void Replace(const char* name, Function* function) {
 }
 
 void NoteWhatIsHeld() {
-    Replace(
-        "CreateFileW",
-        +[](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE sample) {
-            return Noted(g_files, CreateFileW(path, access, share, security, how, flags, sample));
-        });
-    Replace(
-        "DuplicateHandle", +[](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) {
-            const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
-            if (isDone && g_files.count(file))
-                g_files.insert(*copy);
-            return isDone;
-        });
+    Replace("CreateFileW", +[](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE sample) {
+        return Noted(g_files, CreateFileW(path, access, share, security, how, flags, sample));
+    });
+    Replace("DuplicateHandle", +[](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) {
+        const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
+        if (isDone && g_files.count(file))
+            g_files.insert(*copy);
+        return isDone;
+    });
     Replace("CloseHandle", +[](HANDLE handle) {
         g_files.erase(handle);
         return CloseHandle(handle);
     });
-    Replace(
-        "FindFirstFileW", +[](LPCWSTR path, LPWIN32_FIND_DATAW entry) { return Noted(g_searches, FindFirstFileW(path, entry)); });
-    Replace(
-        "FindFirstFileExW",
-        +[](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID entry, FINDEX_SEARCH_OPS kind, LPVOID filter, DWORD flags) {
-            return Noted(g_searches, FindFirstFileExW(path, level, entry, kind, filter, flags));
-        });
+    Replace("FindFirstFileW", +[](LPCWSTR path, LPWIN32_FIND_DATAW entry) { return Noted(g_searches, FindFirstFileW(path, entry)); });
+    Replace("FindFirstFileExW", +[](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID entry, FINDEX_SEARCH_OPS kind, LPVOID filter, DWORD flags) {
+        return Noted(g_searches, FindFirstFileExW(path, level, entry, kind, filter, flags));
+    });
     Replace("FindClose", +[](HANDLE search) {
         g_searches.erase(search);
         return FindClose(search);
@@ -66,8 +60,8 @@ void NoteWhatIsHeld() {
     });
 }
 
-// Nobody is there to pick a folder, nothing outside lets go of a file in time, and no power fails. What the shell would do with
-// one file, or a folder of files, is done at a twentieth of the cost.
+// Nobody is there to pick a folder, nothing outside lets go of a file in time, and no power fails. What the shell would do with one
+// file, or a folder of files, is done at a twentieth of the cost.
 void LeaveOutWhatTakesTime() {
     Replace("SHBrowseForFolderW", +[](LPBROWSEINFOW) -> PIDLIST_ABSOLUTE { return nullptr; });
     Replace("CoInitialize", +[](LPVOID) -> HRESULT { return S_FALSE; });
@@ -103,8 +97,7 @@ IVirtualVolume* process::Volume() {
     }
     NoteWhatIsHeld();
     LeaveOutWhatTakesTime();
-    const auto factory =
-        reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory")));
+    const auto factory = reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory")));
     return g_volume = factory();
 }
 

@@ -1,5 +1,5 @@
-// The process that has the volume loaded, as far as anybody can tell: it may end at any moment, and another one starts. No
-// process is really started; what the volume holds open is noted at its imports and closed as the system would.
+// The process that has the volume loaded, as far as anybody can tell: it may end at any moment, and another one starts. No process
+// is really started; what the volume holds open is noted at its imports and closed as the system would.
 #pragma once
 
 #include "quelcrypt/IVirtualVolume.h"

@@ -9,24 +9,7 @@
 
 #include "explorer/Control.h"
 
-enum class Op {
-    Open,
-    Read,
-    Write,
-    Cut,
-    Delete,
-    Undelete,
-    Rename,
-    Close,
-    Move,
-    Copy,
-    Lock,
-    Unlock,
-    Store,
-    StoreInPlace,
-    Remove,
-    EndProcess
-};
+enum class Op { Open, Read, Write, Cut, Delete, Undelete, Rename, Close, Move, Copy, Lock, Unlock, Store, StoreInPlace, Remove, EndProcess };
 inline bool IsOutside(Op op) { return op >= Op::Store; }  // by somebody outside, or by nobody
 inline bool IsByPath(Op op) { return op == Op::Move || op == Op::Copy; }
 

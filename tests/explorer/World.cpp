@@ -25,8 +25,7 @@ void WithFile(const std::wstring& path, DWORD access, Use use) {
 
 std::int64_t ChangeTimeOf(const std::wstring& path) {
     FILE_BASIC_INFO info{};
-    WithFile(path, FILE_READ_ATTRIBUTES,
-             [&](HANDLE file) { GetFileInformationByHandleEx(file, FileBasicInfo, &info, sizeof(info)); });
+    WithFile(path, FILE_READ_ATTRIBUTES, [&](HANDLE file) { GetFileInformationByHandleEx(file, FileBasicInfo, &info, sizeof(info)); });
     return info.ChangeTime.QuadPart;
 }
 
@@ -152,16 +151,14 @@ void World::EqualiseTimes() const {
     const FILETIME time{0x10000000, 0x01DA0000};
     for (const std::wstring folder : kFolders)
         for (const std::wstring& name : NamesIn(g_tree + folder))
-            WithFile(g_tree + folder + L"\\" + name, FILE_WRITE_ATTRIBUTES,
-                     [&](HANDLE file) { SetFileTime(file, &time, &time, &time); });
+            WithFile(g_tree + folder + L"\\" + name, FILE_WRITE_ATTRIBUTES, [&](HANDLE file) { SetFileTime(file, &time, &time, &time); });
 }
 
 bool World::Clear() {
     bool isFree = true;
     const auto clear = [&](const std::wstring& folder) {
         for (const std::wstring& name : NamesIn(folder)) {
-            const HANDLE file = CreateFileW((folder + L"\\" + name).c_str(), DELETE, 0, nullptr, OPEN_EXISTING,
-                                            FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+            const HANDLE file = CreateFileW((folder + L"\\" + name).c_str(), DELETE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
             isFree &= file != INVALID_HANDLE_VALUE;
             CloseHandle(file);
         }

@@ -12,8 +12,7 @@ std::wstring State(const FileState& state) {
 
 std::wstring Written(const Tracking& tracking) {
     const auto name = [](const std::wstring& text) { return L"<name><![CDATA[" + text + L"]]></name>\r\n"; };
-    return L"<halvanecloud>\r\n<filetracking>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n<id>0</id>\r\n</"
-           L"process>\r\n<srcfile>\r\n" +
+    return L"<halvanecloud>\r\n<filetracking>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n<id>0</id>\r\n</process>\r\n<srcfile>\r\n" +
            name(tracking.container) + State(tracking.containerState) + L"\r\n</srcfile>\r\n<filespec>\r\n" + name(tracking.name) +
            L"</filespec>\r\n<tempfile>\r\n" + name(tracking.copy) + State(tracking.copyState) +
            L"\r\n</tempfile>\r\n<ar>\r\n</ar>\r\n</filetracking>\r\n</halvanecloud>\r\n";

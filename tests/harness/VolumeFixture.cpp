@@ -11,29 +11,12 @@
 namespace fs = std::filesystem;
 
 const char* StatusName(VirtualVolumeStatus status) {
-    static const char* const names[] = {"VVS_Success",
-                                        "VVS_PathNotFound",
-                                        "VVS_PathAlreadyExists",
-                                        "VVS_MountFolderNotFound",
-                                        "VVS_QuelcryptException",
-                                        "VVS_Locked",
-                                        "VVS_LockScopeViolation",
-                                        "VVS_LockTokenNotFound",
-                                        "VVS_FileNotLocked",
-                                        "VVS_Unauthorized",
-                                        "VVS_BadRequest",
-                                        "VVS_PreConditionFailed",
-                                        "VVS_FileNotFound",
-                                        "VVS_AccessDenied",
-                                        "VVS_InvalidParameter",
-                                        "VSS_FileExists",
-                                        "VSS_LockViolation",
-                                        "VSS_SharingViolation",
-                                        "VSS_OutMemory",
-                                        "VSS_NotImplemented",
-                                        "VSS_DecryptError",
-                                        "VSS_EncryptError",
-                                        "VVS_GeneralError"};
+    static const char* const names[] = {
+        "VVS_Success",          "VVS_PathNotFound",       "VVS_PathAlreadyExists", "VVS_MountFolderNotFound", "VVS_QuelcryptException",
+        "VVS_Locked",           "VVS_LockScopeViolation", "VVS_LockTokenNotFound", "VVS_FileNotLocked",       "VVS_Unauthorized",
+        "VVS_BadRequest",       "VVS_PreConditionFailed", "VVS_FileNotFound",      "VVS_AccessDenied",        "VVS_InvalidParameter",
+        "VSS_FileExists",       "VSS_LockViolation",      "VSS_SharingViolation",  "VSS_OutMemory",           "VSS_NotImplemented",
+        "VSS_DecryptError",     "VSS_EncryptError",       "VVS_GeneralError"};
     return static_cast<std::size_t>(status) < std::size(names) ? names[status] : "?";
 }
 
@@ -41,9 +24,8 @@ void PrintTo(VirtualVolumeStatus status, std::ostream* out) { *out << StatusName
 
 std::string Narrow(std::wstring_view text) {
     std::string narrow(text.size() * 3, '\0');
-    narrow.resize(
-        static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
-                                                     static_cast<int>(narrow.size()), nullptr, nullptr)));
+    narrow.resize(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
+                                                               static_cast<int>(narrow.size()), nullptr, nullptr)));
     return narrow;
 }
 
@@ -102,8 +84,7 @@ void VolumeFixture::UnloadVolume() {
 }
 
 IVirtualVolume* VolumeFixture::NewVolume() const {
-    const auto factory =
-        reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(m_module, "Quelcrypt_VolumeFactory")));
+    const auto factory = reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(m_module, "Quelcrypt_VolumeFactory")));
     return factory ? factory() : nullptr;
 }
 
@@ -129,8 +110,8 @@ void VolumeFixture::TearDown() {
 
 void VolumeFixture::Configure(const std::string& json) const { WriteRaw(m_root + L"\\quelcrypt.json", json); }
 
-VirtualVolumeStatus VolumeFixture::Open(void** hFile, const std::wstring& volumePath, std::uint32_t access,
-                                        std::uint32_t disposition, const wchar_t* lockToken) {
+VirtualVolumeStatus VolumeFixture::Open(void** hFile, const std::wstring& volumePath, std::uint32_t access, std::uint32_t disposition,
+                                        const wchar_t* lockToken) {
     return volume()->OpenFile(hFile, volumePath.c_str(), access, kShareAll, disposition, lockToken, nullptr);
 }
 
@@ -143,8 +124,7 @@ VirtualVolumeStatus VolumeFixture::TryOpen(const std::wstring& volumePath, std::
     return status;
 }
 
-void* VolumeFixture::MustOpen(const std::wstring& volumePath, std::uint32_t access, std::uint32_t disposition,
-                              const wchar_t* lockToken) {
+void* VolumeFixture::MustOpen(const std::wstring& volumePath, std::uint32_t access, std::uint32_t disposition, const wchar_t* lockToken) {
     void* hFile = nullptr;
     EXPECT_OK(Open(&hFile, volumePath, access, disposition, lockToken)) << Narrow(volumePath);
     return hFile;
@@ -243,8 +223,7 @@ void VolumeFixture::MakeEncrypted(const std::wstring& volumePath, std::string_vi
     fs::rename(making, ContainerPath(volumePath));
 }
 
-void VolumeFixture::MakeContainer(const std::wstring& nativeContainerPath, const std::wstring& storedName,
-                                  std::string_view content) {
+void VolumeFixture::MakeContainer(const std::wstring& nativeContainerPath, const std::wstring& storedName, std::string_view content) {
     CHvcStringWImpl path(nativeContainerPath.c_str()), name(storedName.c_str()), source(L"");
     const SYSTEMTIME time{2024, 5, 3, 1, 12, 30, 14, 0};
     IFileWriter* const writer =
@@ -371,8 +350,8 @@ void VolumeFixture::EmptyFolders() const {
 }
 
 void VolumeFixture::Touch(const std::wstring& nativePath) {
-    const HANDLE hFile = CreateFileW(nativePath.c_str(), FILE_WRITE_ATTRIBUTES | FILE_READ_ATTRIBUTES, kShareAll, nullptr,
-                                     OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    const HANDLE hFile = CreateFileW(nativePath.c_str(), FILE_WRITE_ATTRIBUTES | FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
+                                     FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     ASSERT_NE(INVALID_HANDLE_VALUE, hFile) << Narrow(nativePath);
     FILETIME time{};
     GetFileTime(hFile, nullptr, nullptr, &time);
@@ -431,8 +410,7 @@ std::vector<LogLine> VolumeFixture::LinesDuring(const std::function<void()>& act
 }
 
 bool VolumeFixture::HasLine(const std::vector<LogLine>& lines, std::wstring_view part) {
-    return std::any_of(lines.begin(), lines.end(),
-                       [&](const LogLine& line) { return line.text.find(part) != std::wstring::npos; });
+    return std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) { return line.text.find(part) != std::wstring::npos; });
 }
 
 void VolumeFixture::Failing(const char* call, Fault fault, const std::function<void()>& action) {

@@ -39,8 +39,8 @@ inline int VersionOf(const std::string& content) {
 }
 
 // Null when it is refused.
-inline void* OpenDocument(IVirtualVolume* volume, const std::wstring& path, std::uint32_t access,
-                          std::uint32_t disposition = OPEN_EXISTING, const wchar_t* token = nullptr) {
+inline void* OpenDocument(IVirtualVolume* volume, const std::wstring& path, std::uint32_t access, std::uint32_t disposition = OPEN_EXISTING,
+                          const wchar_t* token = nullptr) {
     void* hFile = nullptr;
     constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     volume->OpenFile(&hFile, path.c_str(), access, kShareAll, disposition, token, nullptr);
@@ -51,7 +51,6 @@ inline void* OpenDocument(IVirtualVolume* volume, const std::wstring& path, std:
 inline bool Replace(IVirtualVolume* volume, void* hFile, const std::string& content) {
     std::uint32_t done = 0;
     return volume->SetFileSize(hFile, content.size(), nullptr) == VVS_Success &&
-           volume->WriteFile(hFile, 0, content.data(), static_cast<std::uint32_t>(content.size()), &done, nullptr) ==
-               VVS_Success &&
+           volume->WriteFile(hFile, 0, content.data(), static_cast<std::uint32_t>(content.size()), &done, nullptr) == VVS_Success &&
            done == content.size();
 }

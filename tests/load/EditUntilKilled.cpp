@@ -1,5 +1,5 @@
-// volume_victim SEED TEMP-FOLDER: edits and moves three documents until it is ended from outside, and says on standard output
-// what it is about to do and what it has done. Starts from containers of version 0 in Docs; Plain has no policy.
+// volume_victim SEED TEMP-FOLDER: edits and moves three documents until it is ended from outside, and says on standard output what it is about to do and what it has done. Starts from containers of version 0 in Docs;
+// Plain has no policy.
 #include <cstdio>
 #include <cstdlib>
 #include <random>
@@ -44,8 +44,7 @@ private:
     void Move(int document) {
         const int to = (m_place[document] + 1 + static_cast<int>(m_random() % (kPlaces - 1))) % kPlaces;
         std::printf("move %d %d %d\n", document, m_place[document], to);
-        if (m_volume->MoveFileW(DocumentPath(document, m_place[document]).c_str(), DocumentPath(document, to).c_str(), nullptr) ==
-            VVS_Success)
+        if (m_volume->MoveFileW(DocumentPath(document, m_place[document]).c_str(), DocumentPath(document, to).c_str(), nullptr) == VVS_Success)
             m_place[document] = to;
         std::printf("moved %d\n", document);
     }

@@ -93,17 +93,16 @@ TEST(PathsAndErrors, TrackingFilesHaveTheirWholeShape) {
     ASSERT_TRUE(WriteTrackingFile(path, record));
     {
         std::ifstream file(path.c_str(), std::ios::binary);
-        EXPECT_EQ(
-            "<halvanecloud>\r\n<filetracking>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n<id>0</id>\r\n</process>\r\n"
-            "<srcfile>\r\n<name><![CDATA[C:\\d\\?]]>.txt.zip]]></name>\r\n<attributes>-2147483616</attributes>\r\n"
-            "<writetime>133500000000000000</writetime>\r\n<size>5000000000</size>\r\n</srcfile>\r\n"
-            "<filespec>\r\n<name>\r\n<![CDATA[a.txt]]></name>\r\n</filespec>\r\n"
-            "<tempfile>\r\n<name><![CDATA[C:\\t\\a.txt]]></name>\r\n<attributes>32</attributes>\r\n<writetime>-1</writetime>\r\n"
-            "<size>0</size>\r\n</tempfile>\r\n"
-            "<ar>\r\n<fid></fid>\r\n<fv></fv>\r\n<o>\r\n<id></id>\r\n<iid></iid>\r\n<fn></fn>\r\n<ofn></ofn></o>\r\n"
-            "<a><id></id>\r\n<iid></iid>\r\n<ifn></ifn>\r\n<ofn></ofn></a>\r\n</ar>\r\n</filetracking>\r\n</halvanecloud>\r\n"
-            "<!-- utf8: C%3A%5Cd%5C%E6%97%A5%5D%5D%3E.txt.zip | C%3A%5Ct%5Ca.txt | a.txt -->\r\n",
-            std::string(std::istreambuf_iterator<char>(file), {}));
+        EXPECT_EQ("<halvanecloud>\r\n<filetracking>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n<id>0</id>\r\n</process>\r\n"
+                  "<srcfile>\r\n<name><![CDATA[C:\\d\\?]]>.txt.zip]]></name>\r\n<attributes>-2147483616</attributes>\r\n"
+                  "<writetime>133500000000000000</writetime>\r\n<size>5000000000</size>\r\n</srcfile>\r\n"
+                  "<filespec>\r\n<name>\r\n<![CDATA[a.txt]]></name>\r\n</filespec>\r\n"
+                  "<tempfile>\r\n<name><![CDATA[C:\\t\\a.txt]]></name>\r\n<attributes>32</attributes>\r\n<writetime>-1</writetime>\r\n"
+                  "<size>0</size>\r\n</tempfile>\r\n"
+                  "<ar>\r\n<fid></fid>\r\n<fv></fv>\r\n<o>\r\n<id></id>\r\n<iid></iid>\r\n<fn></fn>\r\n<ofn></ofn></o>\r\n"
+                  "<a><id></id>\r\n<iid></iid>\r\n<ifn></ifn>\r\n<ofn></ofn></a>\r\n</ar>\r\n</filetracking>\r\n</halvanecloud>\r\n"
+                  "<!-- utf8: C%3A%5Cd%5C%E6%97%A5%5D%5D%3E.txt.zip | C%3A%5Ct%5Ca.txt | a.txt -->\r\n",
+                  std::string(std::istreambuf_iterator<char>(file), {}));
     }
     EXPECT_TRUE(DeleteFileW(path.c_str()));
     EXPECT_FALSE(WriteTrackingFile(L"C:\\no such folder\\a.hvf", record));
@@ -171,8 +170,7 @@ TEST(PathsAndErrors, WhatMakesAnotherVersion) {
     }
     FileVersion empty = base;
     empty.stamp.size = 0;
-    EXPECT_TRUE(IsStillVersion(base, std::nullopt) && IsStillVersion(std::nullopt, std::nullopt))
-        << "what is gone is no obstacle";
+    EXPECT_TRUE(IsStillVersion(base, std::nullopt) && IsStillVersion(std::nullopt, std::nullopt)) << "what is gone is no obstacle";
     EXPECT_TRUE(IsStillVersion(base, empty)) << "nor what was never written";
     EXPECT_FALSE(IsStillVersion(std::nullopt, base));
 }

@@ -67,34 +67,21 @@ TEST_F(TraceLines, NumbersAndFlagsShowTheirNames) {
         {FormatAccessMaskStr, FILE_DELETE_CHILD | DELETE, L"FILE_DELETE_CHILD|DELETE(0x10040)"},
         {FormatAccessMaskStr, GENERIC_ALL, L"(0x10000000 [Unknown bits:0x10000000])"},
         {FormatFileAttributesStr, 0x30, L"FILE_ATTRIBUTE_DIRECTORY|FILE_ATTRIBUTE_ARCHIVE(0x30)"},
-        {FormatFileAttributesStr, 0x11007,
-         L"FILE_ATTRIBUTE_READONLY|FILE_ATTRIBUTE_HIDDEN|FILE_ATTRIBUTE_SYSTEM|FILE_ATTRIBUTE_OFFLINE|"
-         L"FILE_ATTRIBUTE_VIRTUAL(0x11007)"},
+        {FormatFileAttributesStr, 0x11007, L"FILE_ATTRIBUTE_READONLY|FILE_ATTRIBUTE_HIDDEN|FILE_ATTRIBUTE_SYSTEM|FILE_ATTRIBUTE_OFFLINE|"
+                                           L"FILE_ATTRIBUTE_VIRTUAL(0x11007)"},
         {FormatFileAttributesStr, 0x20000, L"(0x20000 [Unknown bits:0x20000])"},
-        {FormatCreationDispositionStr, 0, L"<Unknown>"},
-        {FormatCreationDispositionStr, 1, L"CREATE_NEW"},
-        {FormatCreationDispositionStr, 5, L"TRUNCATE_EXISTING"},
-        {FormatCreationDispositionStr, 10, L"<Unknown>"},
-        {FormatItemTypeStr, 0, L"VIT_Root"},
-        {FormatItemTypeStr, 5, L"VIT_EncryptedFileInConflict"},
-        {FormatItemTypeStr, 6, L""},
-        {FormatFolderTypeStr, 0, L"PFT_Root"},
-        {FormatFolderTypeStr, 1, L"PFT_Dropbox"},
-        {FormatFolderTypeStr, 2, L""},
-        {FormatFolderTypeStr, 6, L"PFT_General"},
-        {FormatFolderTypeStr, 7, L""},
-        {FormatFolderTypeStr, 10, L"PFT_Invalid"},
-        {FormatLockScopeStr, 0, L"Shared"},
-        {FormatLockScopeStr, 1, L"Exclusive"},
-        {FormatLockScopeStr, 2, L"<Invalid>"},
-        {FormatLockTypeStr, 0, L"Write"},
-        {FormatLockTypeStr, 1, L"<Invalid>"},
-        {FormatStatusStr, 0, L"VVS_Success"},
-        {FormatStatusStr, 14, L"VVS_InvalidParameter"},
-        {FormatStatusStr, 15, L"VSS_FileExists"},
-        {FormatStatusStr, 20, L"VSS_DecryptError"},
-        {FormatStatusStr, 21, L"VSS_EncryptError"},
-        {FormatStatusStr, 22, L"VVS_GeneralError"},
+        {FormatCreationDispositionStr, 0, L"<Unknown>"}, {FormatCreationDispositionStr, 1, L"CREATE_NEW"},
+        {FormatCreationDispositionStr, 5, L"TRUNCATE_EXISTING"}, {FormatCreationDispositionStr, 10, L"<Unknown>"},
+        {FormatItemTypeStr, 0, L"VIT_Root"},       {FormatItemTypeStr, 5, L"VIT_EncryptedFileInConflict"},
+        {FormatItemTypeStr, 6, L""},               {FormatFolderTypeStr, 0, L"PFT_Root"},
+        {FormatFolderTypeStr, 1, L"PFT_Dropbox"},  {FormatFolderTypeStr, 2, L""},
+        {FormatFolderTypeStr, 6, L"PFT_General"},  {FormatFolderTypeStr, 7, L""},
+        {FormatFolderTypeStr, 10, L"PFT_Invalid"}, {FormatLockScopeStr, 0, L"Shared"},
+        {FormatLockScopeStr, 1, L"Exclusive"},     {FormatLockScopeStr, 2, L"<Invalid>"},
+        {FormatLockTypeStr, 0, L"Write"},          {FormatLockTypeStr, 1, L"<Invalid>"},
+        {FormatStatusStr, 0, L"VVS_Success"},      {FormatStatusStr, 14, L"VVS_InvalidParameter"},
+        {FormatStatusStr, 15, L"VSS_FileExists"},  {FormatStatusStr, 20, L"VSS_DecryptError"},
+        {FormatStatusStr, 21, L"VSS_EncryptError"}, {FormatStatusStr, 22, L"VVS_GeneralError"},
         {FormatStatusStr, 23, L"<Unknown:23>"},
     };
     for (const auto& row : rows)
@@ -122,10 +109,9 @@ TEST_F(TraceLines, TimesAndRecordsShowWhatTheyHoldAndNoMore) {
     EXPECT_EQ(L"01/01/01 00:00:00", FormatFileTimeStr(94'670'208'000'000'000)) << "1901 is a time";
 
     VirtFindData findData{FILE_ATTRIBUTE_ARCHIVE, kSomeTime, kSomeTime, 0, -1, VIT_EncryptedFile, L"a%s.txt"};
-    EXPECT_EQ(
-        L"Name:a%s.txt, Virtual:VIT_EncryptedFile, Size:-1, Attr:FILE_ATTRIBUTE_ARCHIVE(0x20), Create:01/17/24 21:20:00, Write:" +
-            FormatFileTimeStr(0) + L", Access:01/17/24 21:20:00",
-        FormatFindDataStr(&findData));
+    EXPECT_EQ(L"Name:a%s.txt, Virtual:VIT_EncryptedFile, Size:-1, Attr:FILE_ATTRIBUTE_ARCHIVE(0x20), Create:01/17/24 21:20:00, Write:" +
+                  FormatFileTimeStr(0) + L", Access:01/17/24 21:20:00",
+              FormatFindDataStr(&findData));
     std::fill(std::begin(findData.fileName), std::end(findData.fileName), L'x');
     EXPECT_EQ(0u, FormatFindDataStr(&findData).find(L"Name:" + std::wstring(260, L'x') + L", Virtual:"));
     WIN32_FIND_DATAW raw{};
@@ -135,13 +121,11 @@ TEST_F(TraceLines, TimesAndRecordsShowWhatTheyHoldAndNoMore) {
     EXPECT_EQ(L"Token:Invalid Token, Owner:Invalid Owner, Scope:Exclusive, Type:Write, Timeout:7", FormatLockInfoStr(&lockInfo));
     std::fill(std::begin(lockInfo.owner), std::end(lockInfo.owner), L'o');
     std::fill(std::begin(lockInfo.token), std::end(lockInfo.token), L't');
-    EXPECT_EQ(
-        L"Token:" + std::wstring(64, L't') + L", Owner:" + std::wstring(64, L'o') + L", Scope:Exclusive, Type:Write, Timeout:7",
-        FormatLockInfoStr(&lockInfo));
+    EXPECT_EQ(L"Token:" + std::wstring(64, L't') + L", Owner:" + std::wstring(64, L'o') + L", Scope:Exclusive, Type:Write, Timeout:7",
+              FormatLockInfoStr(&lockInfo));
     EXPECT_EQ(L"Type:PFT_General, Name:Docs, Path:C:\\d", FormatMountInfoStr(PFT_General, L"Docs", L"C:\\d"));
     EXPECT_EQ(L"<NULL><NULL><NULL>", FormatFindDataStr(nullptr) + FormatRawFindDataStr(nullptr) + FormatLockInfoStr(nullptr));
-    EXPECT_EQ(L"<NULL>|text|\x65E5|7",
-              FormatStr(L"%s|%s|%s|%d", static_cast<const wchar_t*>(nullptr), L"text", std::wstring(L"\x65E5"), 7));
+    EXPECT_EQ(L"<NULL>|text|\x65E5|7", FormatStr(L"%s|%s|%s|%d", static_cast<const wchar_t*>(nullptr), L"text", std::wstring(L"\x65E5"), 7));
     EXPECT_EQ(100'000u, FormatStr(L"%s", std::wstring(100'000, L'x')).size());
 }
 
