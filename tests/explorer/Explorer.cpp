@@ -1,6 +1,7 @@
 // Goes through every order, to a depth, of what can be done to one document, and then at random through longer ones.
 //
-// explorer [START...] [--depth N] [--seconds N] [--length N] [--seed N]    explorer --history "START: STEP; STEP; ..."
+// explorer [START...] [--depth N] [--part N --parts N] [--seconds N] [--length N] [--seed N]
+// explorer --history "START: STEP; STEP; ..."    explorer --starts
 //
 // Enumerated is all that Next (History.cpp) offers after a history: A and then B open the document (each disposition, and to read), read,
 // write a word over all there is, cut, delete, undelete, rename to each place, close, close while one call of the save fails; move and copy by
@@ -14,6 +15,7 @@
 // - B's opens that differ from A's by OPEN_ALWAYS, TRUNCATE_EXISTING or reading alone, deletes and renames by who opened to read, and a
 //   lock's token given explicitly (the volume takes it by itself): not sound, but walks take the first and the last of them;
 // - from the starts "occupied" and "equal" the histories that replace nothing, or store nothing from outside.
+// Of so many parts only one, counted from 0, when one is asked for: several processes then share the work.
 // Two openers who both act need four steps: the starts "edited" and "locked" are half-way there, and the walks go on.
 //
 // Walks take any of the steps, refused ones too, and let the nth call to the companion library fail or throw now and then.
@@ -39,7 +41,7 @@ double SecondsSince(Clock::time_point begin) { return std::chrono::duration<doub
 
 class Explorer {
 public:
-    explicit Explorer(const Start& start) : m_start(start) {}
+    Explorer(const Start& start, int part, int parts) : m_start(start), m_part(part), m_parts(parts) {}
 
     // Every history that begins with these steps and has at most so many.
     void Deepen(Steps& steps, int left) {
@@ -50,7 +52,7 @@ public:
         if (outcome.isLikeAStart)
             return;
         for (const Step& step : outcome.next)
-            if (IsWorthwhile(steps, step, left == 1)) {
+            if (IsWorthwhile(steps, step, left == 1) && IsOfThisPart(steps.size())) {
                 steps.push_back(step);
                 Deepen(steps, left - 1);
                 steps.pop_back();
@@ -115,6 +117,9 @@ private:
         return !isLast || !m_start.isAbout || isAbout(step) || std::any_of(steps.begin(), steps.end(), isAbout);
     }
 
+    // What two steps begin is one share of the work.
+    bool IsOfThisPart(std::size_t stepsBefore) { return stepsBefore != 1 || m_shares++ % m_parts == m_part; }
+
     Outcome Judge(const Steps& steps) {
         ++m_histories;
         const Outcome outcome = Run(m_start, steps);
@@ -169,6 +174,8 @@ private:
     }
 
     const Start& m_start;
+    const int m_part, m_parts;
+    int m_shares = 0;
     Steps m_next;
     std::map<std::pair<std::string, Steps>, int> m_failures;
     int m_histories = 0;
@@ -207,12 +214,17 @@ LONG WINAPI TellOfCrash(EXCEPTION_POINTERS* info) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::map<std::string, int> numbers{{"--depth", 3}, {"--seconds", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
+    std::map<std::string, int> numbers{{"--depth", 3}, {"--part", 0}, {"--parts", 1}, {"--seconds", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
     std::vector<std::string> names;
     SetUnhandledExceptionFilter(TellOfCrash);
     CreateThread(nullptr, 0, TellOfHang, nullptr, 0, nullptr);
     for (int at = 1; at < argc; ++at) {
         const std::string word = argv[at];
+        if (word == "--starts") {
+            for (const Start& start : Starts())
+                std::printf("%s\n", start.name);
+            return 0;
+        }
         if (word == "--history" && at + 1 < argc)
             return RunOne(argv[at + 1]);
         if (numbers.count(word) && at + 1 < argc)
@@ -227,7 +239,7 @@ int main(int argc, char** argv) {
     for (const Start& start : Starts()) {
         if (!names.empty() && std::find(names.begin(), names.end(), start.name) == names.end())
             continue;
-        Explorer explorer(start);
+        Explorer explorer(start, numbers["--part"], numbers["--parts"]);
         Steps steps;
         auto begin = Clock::now();
         if (numbers["--depth"] > 0)
