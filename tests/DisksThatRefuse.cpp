@@ -66,7 +66,7 @@ const std::string kNew = Filled("new", 200'000);
 
 // What the volume and its companion library do to disks: "w" is a write, "f" a flush, "m" a rename.
 std::string g_done;
-int g_failingWrite = 0;  // which of the volume's next writes fails, from 1; 0: none
+int g_failingWrite = 0;  // which of the next writes fails half-way, from 1; 0: none
 
 void NoteWhatIsDone() {
     const auto replace = [](const char* name, auto* function) {
@@ -75,7 +75,11 @@ void NoteWhatIsDone() {
     };
     replace("WriteFile", +[](HANDLE file, LPCVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
         g_done += 'w';
-        return g_failingWrite > 0 && --g_failingWrite == 0 ? FALSE : WriteFile(file, data, size, done, place);
+        if (g_failingWrite == 0 || --g_failingWrite > 0)
+            return WriteFile(file, data, size, done, place);
+        WriteFile(file, data, size / 2, done, place);
+        SetLastError(ERROR_DISK_FULL);
+        return FALSE;
     });
     replace("CopyFileW", +[](LPCWSTR from, LPCWSTR to, BOOL isNew) {
         g_done += 'w';
@@ -438,4 +442,16 @@ TEST_F(DisksThatRefuse, ALockedFileTakesTheNewContentOrKeepsTheOldOne) {
             Unlock(L"Plain\\b.txt", token);
             EXPECT_TRUE(kNew == Stored(L"Plain\\b.txt"));
         }
+}
+
+TEST_F(DisksThatRefuse, WhatFailedHalfWayIsNobodysContent) {
+    MakeEncrypted(L"Docs\\a.txt", kOld);
+    NoteWhatIsDone();
+    void* const hFile = MustOpen(L"Docs\\a.txt");
+    EXPECT_TRUE(kOld == Read(hFile));
+    g_failingWrite = 1;
+    EXPECT_EQ(VVS_GeneralError, Write(hFile, kNew));
+    Close(hFile);
+    EXPECT_TRUE(kOld == Get(L"Docs\\a.txt"));
+    EXPECT_TRUE(kOld == Stored(L"Docs\\a.txt"));
 }
