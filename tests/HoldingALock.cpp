@@ -21,6 +21,15 @@ HANDLE WINAPI CreateFileAfter(const wchar_t* path, DWORD access, DWORD share, SE
     return g_createFile(path, access, share, security, disposition, flags, likeFile);
 }
 
+// Called once, when the volume is about to read a file.
+std::function<void()> g_beforeRead;
+
+BOOL WINAPI ReadFileAfter(HANDLE file, LPVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
+    if (g_beforeRead)
+        std::exchange(g_beforeRead, nullptr)();
+    return ReadFile(file, data, size, done, place);
+}
+
 }  // namespace
 
 class HoldingALock : public VolumeFixture {
@@ -271,6 +280,35 @@ TEST_F(HoldingALock, ItsOpenersHavePositionsOfTheirOwn) {
     Close(second);
     Unlock(L"Plain\\a.txt", token);
     EXPECT_TRUE(block == Stored(L"Plain\\a.txt"));
+}
+
+// Nobody can wait for what must not happen: it is given a moment.
+TEST_F(HoldingALock, IsNotWrittenWhileItIsRead) {
+    MakeEncrypted(L"Docs\\a.txt", "old content");
+    const std::wstring token = Lock(L"Docs\\a.txt");
+    void* const writer = MustOpen(L"Docs\\a.txt");
+    void* const reader = MustOpen(L"Docs\\a.txt", GENERIC_READ);
+    EXPECT_OK(Write(writer, "new content"));
+    std::atomic<bool> isSaved{false};
+    bool wasSavedMeanwhile = false;
+    std::thread saver;
+    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "ReadFile", reinterpret_cast<void*>(&ReadFileAfter));
+    g_beforeRead = [&] {
+        saver = std::thread([&] {
+            Close(writer);
+            isSaved = true;
+        });
+        for (int moment = 0; moment < 20 && !isSaved; ++moment)
+            Sleep(10);
+        wasSavedMeanwhile = isSaved;
+    };
+    const std::string read = Read(reader);
+    saver.join();
+    EXPECT_FALSE(wasSavedMeanwhile);
+    EXPECT_TRUE(read == "old content" || read == "new content") << read;
+    Close(reader);
+    Unlock(L"Docs\\a.txt", token);
+    EXPECT_EQ("new content", Stored(L"Docs\\a.txt"));
 }
 
 TEST_F(HoldingALock, IsEnumeratedAsItWas) {
