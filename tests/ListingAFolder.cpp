@@ -40,11 +40,9 @@ TEST_F(ListingAFolder, ShowsContainersUnderTheirStoredNames) {
 }
 
 TEST_F(ListingAFolder, ShowsBothSidesOfAConflict) {
-    for (const wchar_t* name : {L"a.txt", L"z.txt"}) {
-        Container(std::wstring(name) + L".zip", name);
-        Plain(name);
-    }
-    EXPECT_EQ((Names{L"a.txt", L"a.txt.HvcConflicted", L"z.txt", L"z.txt.HvcConflicted"}), List(L"Docs\\*"));
+    Container(L"a.txt.zip", L"a.txt");
+    Plain(L"a.txt");
+    EXPECT_EQ((Names{L"a.txt", L"a.txt.HvcConflicted"}), List(L"Docs\\*"));
     EXPECT_EQ(VIT_PlainFile, Record(L"Docs\\a.txt").itemType);
     EXPECT_EQ((Names{L"a.txt", L"a.txt.HvcConflicted"}), List(L"Docs\\a.txt")) << "a search for the name finds both";
     // A name too long for the ending is the container's own, by which it can be opened as well.
@@ -57,7 +55,7 @@ TEST_F(ListingAFolder, ShowsBothSidesOfAConflict) {
         DeleteFileW(NativePath(L"Docs\\" + longest + ending).c_str());
     // The conflict ends when the plain file goes, also for records that were remembered.
     ASSERT_TRUE(DeleteFileW(NativePath(L"Docs\\a.txt").c_str()));
-    EXPECT_EQ((Names{L"a.txt", L"z.txt", L"z.txt.HvcConflicted"}), List(L"Docs\\*"));
+    EXPECT_EQ((Names{L"a.txt"}), List(L"Docs\\*"));
 }
 
 TEST_F(ListingAFolder, NeverShowsReservedNames) {
