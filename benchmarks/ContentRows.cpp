@@ -5,6 +5,7 @@
 
 #include "Rows.h"
 #include "World.h"
+#include "companion/ContentCipher.h"
 
 namespace {
 
@@ -108,6 +109,20 @@ Pair SecondReads(const wchar_t* path, std::uint64_t size) {
             {readItem}};
 }
 
+// What a reader or a writer of containers must do: the cipher over everything in memory, and writing the result.
+void CipherAndWrite(std::uint64_t size, const wchar_t* path, bool isSave) {
+    static std::vector<std::uint8_t> block(4 * kBlockBytes);
+    const std::vector<std::uint8_t> salt(companion::ContentCipher::longestSalt);
+    companion::ContentCipher cipher("a password", salt, AES256_KEY_SIZE);
+    const File file(The().Native(path), kReadWrite, CREATE_ALWAYS);
+    for (std::uint64_t at = 0; at < size; at += block.size()) {
+        isSave ? cipher.Encrypt(block) : cipher.Decrypt(block);
+        DWORD done = 0;
+        Must(::WriteFile(file.Get(), block.data(), static_cast<DWORD>(block.size()), &done, nullptr), "WriteFile");
+    }
+    Must(!isSave || FlushFileBuffers(file.Get()), "FlushFileBuffers");
+}
+
 // The same reads, by one thread on two files one after the other, and by a thread for each.
 template <class ReadBlock>
 Pair OneAndTwoThreads(ReadBlock readBlock) {
@@ -175,6 +190,24 @@ Row CloseOfAChange() {
                 };
                 return Pair{{[=] { The().Encrypt(plain, container, L"written.bin"); }}, {[=] { item->reset(); }, change}};
             }}}};
+}
+
+Row ContainersAlone() {
+    constexpr std::uint64_t size = 64 * kMiB;
+    return {"a container of 64 MiB by the companion library, beside its cipher in memory and writing the result",
+            "1.5",
+            Figure::Ratio,
+            {{"reading it", 9, 1,
+              [] {
+                  const std::wstring container = The().Native(The().File(L"Docs\\64 MiB.bin", size)) + L".zip";
+                  return Pair{{[] { CipherAndWrite(size, L"temp\\raw.bin", false); }},
+                              {[=] { The().Decrypt(container, The().Native(L"temp\\read.bin")); }}};
+              }},
+             {"writing it", 9, 1, [] {
+                  const std::wstring plain = The().Native(The().File(L"Plain\\64 MiB.bin", size));
+                  return Pair{{[] { CipherAndWrite(size, L"Docs\\raw.part", true); }},
+                              {[=] { The().Encrypt(plain, The().Native(L"Docs\\written.bin.zip"), L"written.bin"); }}};
+              }}}};
 }
 
 Row SecondRead() {

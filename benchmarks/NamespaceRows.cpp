@@ -197,23 +197,10 @@ Row CompanionAlone() {
             return Pair{{}, {[=] { AskCompanionForAll(native, count); }, forget}};
         };
     };
-    const std::wstring big = L"Docs\\64 MiB.bin";
     return {"the companion library alone",
             "",
             Figure::Alone,
             {{"file information of 1,000 containers and the search, cold", 5, 1, alone(1000, true)},
              {"the same, remembered", 20, 1, alone(1000, false)},
-             {"of 10,000, remembered", 5, 1, alone(10000, false)},
-             {"reader and writing 64 MiB", 3, 1,
-              [=] {
-                  World& world = World::The();
-                  const std::wstring container = world.Native(world.File(big, 64 << 20)) + L".zip";
-                  return Pair{{}, {[=] { World::The().Decrypt(container, World::The().Native(L"temp\\read.bin")); }}};
-              }},
-             {"writer and reading 64 MiB", 3, 1, [=] {
-                  World& world = World::The();
-                  const std::wstring plain = world.Native(world.File(L"Plain\\64 MiB.bin", 64 << 20));
-                  return Pair{
-                      {}, {[=] { World::The().Encrypt(plain, World::The().Native(L"Docs\\written.bin.zip"), L"written.bin"); }}};
-              }}}};
+             {"of 10,000, remembered", 5, 1, alone(10000, false)}}};
 }

@@ -7,6 +7,7 @@ Row TransfersAtRisingOffsets();
 Row ReadsAtRandomOffsets();
 Row FirstRead();
 Row CloseOfAChange();
+Row ContainersAlone();
 Row SecondRead();
 Row TwoThreads();
 

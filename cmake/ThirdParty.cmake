@@ -3,8 +3,8 @@
 include_guard(GLOBAL)
 
 # add_third_party(<package> <target> BUILD <target of the package> ARCHIVE <path in its build folder>
-#                 INCLUDE <folder in its source> [SUBFOLDER <of the source to build>] OPTIONS <CMake option>...)
-# defines the imported static library <target>.
+#                 INCLUDE <folder in its source> [SUBFOLDER <of the source to build>] OPTIONS <option>...)
+# defines the imported static library <target>. Options are CMake's, or configure's of a package without CMake.
 function(add_third_party package target)
     cmake_parse_arguments(arg "" "SUBFOLDER;BUILD;ARCHIVE;INCLUDE" "OPTIONS" ${ARGN})
     set(folder ${PROJECT_SOURCE_DIR}/build/third-party)
@@ -38,14 +38,20 @@ endfunction()
 function(build_third_party source build target)
     file(REMOVE_RECURSE ${build})
     file(MAKE_DIRECTORY ${build})
-    # Checks that run a program need the emulator; without one this CMake crashes on them.
-    string(REPLACE ";" "\\;" emulator "${CMAKE_CROSSCOMPILING_EMULATOR}")
-    set(configure_command ${CMAKE_COMMAND} -S ${source} -B ${build} -G ${CMAKE_GENERATOR} --toolchain ${CMAKE_TOOLCHAIN_FILE}
-        -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=OFF -DCMAKE_CROSSCOMPILING_EMULATOR=${emulator} ${ARGN})
-    set(build_command ${CMAKE_COMMAND} --build ${build} --parallel 2 --target ${target})
+    if(EXISTS ${source}/CMakeLists.txt)
+        # Checks that run a program need the emulator; without one this CMake crashes on them.
+        string(REPLACE ";" "\\;" emulator "${CMAKE_CROSSCOMPILING_EMULATOR}")
+        set(configure_command ${CMAKE_COMMAND} -S ${source} -B ${build} -G ${CMAKE_GENERATOR} --toolchain ${CMAKE_TOOLCHAIN_FILE}
+            -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=OFF -DCMAKE_CROSSCOMPILING_EMULATOR=${emulator} ${ARGN})
+        set(build_command ${CMAKE_COMMAND} --build ${build} --parallel 2 --target ${target})
+    else()
+        set(configure_command ${source}/configure --host=x86_64-w64-mingw32 --disable-shared CC=${CMAKE_C_COMPILER} ${ARGN})
+        set(build_command make -j2 ${target})
+    endif()
     foreach(step configure build)
         set(log ${build}/${step}.log)
-        execute_process(COMMAND ${${step}_command} OUTPUT_FILE ${log} ERROR_FILE ${log} RESULT_VARIABLE failed)
+        execute_process(COMMAND ${${step}_command} WORKING_DIRECTORY ${build}
+            OUTPUT_FILE ${log} ERROR_FILE ${log} RESULT_VARIABLE failed)
         if(failed)
             message(FATAL_ERROR "${source} could not be built, see ${log}")
         endif()

@@ -1,116 +1,85 @@
 #include "ContainerFile.h"
 
-#include <cerrno>
-#include <cstring>
-#include <new>
+#include <algorithm>
+#include <array>
 
-#include <archive_entry.h>
-
+#include "Boundary.h"
 #include "Paths.h"
+#include "SystemTime.h"
+#include "Text.h"
 
 namespace companion {
 namespace {
 
-// The archive library tells the kinds of encryption apart in its name of the format alone: "ZIP 5.1 (aes)".
-bool IsAesEncrypted(archive* opened, archive_entry* entry) {
-    const char* const format = archive_format_name(opened);
-    return archive_entry_is_data_encrypted(entry) && format && std::strstr(format, "(aes)");
-}
+using EndOfFile = std::array<std::uint8_t, zipEndBytes>;
 
-ContainerEntry Described(archive_entry* entry) {
-    ContainerEntry described;
-    if (const wchar_t* const name = archive_entry_pathname_w(entry))
-        described.name = name;
-    described.plainSize = static_cast<std::uint64_t>(archive_entry_size(entry));
-    described.lastWrite = archive_entry_mtime(entry);
-    // Some writers store the first time only; 0 stands for the absent ones.
-    described.lastAccess = archive_entry_atime(entry) ? archive_entry_atime(entry) : described.lastWrite;
-    described.creation = archive_entry_ctime(entry) ? archive_entry_ctime(entry) : described.lastWrite;
-    return described;
+std::string_view AsText(std::span<const std::uint8_t> bytes) {
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }
 
 }  // namespace
 
-ContainerFile::ContainerFile(const std::wstring& path, std::size_t blockBytes)
+ContainerFile::ContainerFile(const std::wstring& path)
     : m_file(CreateFileW(OpenablePath(path).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                         nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)),
-      m_blockBytes(blockBytes) {
-    if (!m_file) {
+                         nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr)) {
+    if (m_file)
+        FindEntry();
+    else
         m_openError = GetLastError();
+}
+
+void ContainerFile::FindEntry() {
+    LARGE_INTEGER size;
+    if (!GetFileSizeEx(m_file.Get(), &size)) {
+        m_readError = GetLastError();
         return;
     }
-    m_block = std::make_unique_for_overwrite<std::uint8_t[]>(blockBytes);
-    m_archive.reset(archive_read_new());
-    if (!m_archive)
-        throw std::bad_alloc();
-}
-
-void ContainerFile::GivePassword(const std::string& password) {
-    if (archive_read_add_passphrase(m_archive.get(), password.c_str()) != ARCHIVE_OK)
-        throw std::bad_alloc();
-}
-
-std::optional<ContainerEntry> ContainerFile::FirstEntry() {
-    archive* const opened = m_archive.get();
-    archive_read_support_format_zip_seekable(opened);
-    archive_read_set_callback_data(opened, this);
-    archive_read_set_read_callback(opened, &ContainerFile::ReadBlock);
-    archive_read_set_seek_callback(opened, &ContainerFile::Seek);
-
-    archive_entry* entry = nullptr;
-    if (archive_read_open1(opened) != ARCHIVE_OK || archive_read_next_header(opened, &entry) != ARCHIVE_OK)
-        return std::nullopt;
-    const bool isEmpty = archive_entry_size_is_set(entry) && archive_entry_size(entry) == 0;
-    if (archive_entry_filetype(entry) != AE_IFREG || !(isEmpty || IsAesEncrypted(opened, entry)))
-        return std::nullopt;
-    if (archive_entry_size_is_set(entry))
-        m_contentLeft = static_cast<std::uint64_t>(archive_entry_size(entry));
-    return Described(entry);
-}
-
-int ContainerFile::NextBlock(const void** data, std::size_t* length) {
-    archive* const opened = m_archive.get();
-    la_int64_t offset = 0;
-    const int result = archive_read_data_block(opened, data, length, &offset);
-    const bool isTooLong = result == ARCHIVE_OK && m_contentLeft && *length > *m_contentLeft;
-    if (isTooLong || (result == ARCHIVE_EOF && m_contentLeft.value_or(0) != 0)) {
-        archive_set_error(opened, EIO, "The content is not as long as the entry says");
-        return ARCHIVE_FATAL;
+    const auto fileBytes = static_cast<std::uint64_t>(size.QuadPart);
+    EndOfFile buffer;
+    const std::span end(buffer.data(), static_cast<std::size_t>(std::min<std::uint64_t>(buffer.size(), fileBytes)));
+    if (ReadUpTo(fileBytes - end.size(), end) != end.size())
+        return;
+    auto zip = OnlyEntry(AsText(end), fileBytes);
+    if (!zip)
+        return;
+    const std::span begin(buffer.data(), ReadUpTo(zip->headerAt, buffer));
+    if (const auto headerBytes = LocalHeaderBytes(AsText(begin), *zip)) {
+        m_contentAt = zip->headerAt + *headerBytes;
+        m_zip = std::move(zip);
     }
-    if (result == ARCHIVE_OK && m_contentLeft)
-        *m_contentLeft -= *length;
-    return result;
 }
 
-bool ContainerFile::IsLastEntry() {
-    archive_entry* entry = nullptr;
-    return archive_read_next_header(m_archive.get(), &entry) == ARCHIVE_EOF;
+std::optional<ContainerEntry> ContainerFile::Entry() const {
+    if (!m_zip)
+        return std::nullopt;
+    ContainerEntry entry;
+    // Programs here look for composed accents, whatever the one that wrote the container had.
+    entry.name = Composed(m_zip->isNameUtf8 ? FromUtf8Lossy(m_zip->name) : FromOem(m_zip->name));
+    entry.plainSize = m_zip->plainBytes;
+    entry.lastWrite = m_zip->lastWrite ? m_zip->lastWrite : TimeOfDos(m_zip->dosTime);
+    // Some programs store the first time only.
+    entry.lastAccess = m_zip->lastAccess ? m_zip->lastAccess : entry.lastWrite;
+    entry.creation = m_zip->creation ? m_zip->creation : entry.lastWrite;
+    return entry;
 }
 
-la_ssize_t ContainerFile::ReadBlock(archive* opened, void* self, const void** block) {
-    auto& file = *static_cast<ContainerFile*>(self);
-    DWORD read = 0;
-    if (!ReadFile(file.m_file.Get(), file.m_block.get(), static_cast<DWORD>(file.m_blockBytes), &read, nullptr)) {
-        file.m_readError = GetLastError();
-        archive_set_error(opened, EIO, "The file cannot be read");
-        return -1;
-    }
-    *block = file.m_block.get();
-    return static_cast<la_ssize_t>(read);
+void ContainerFile::Read(std::uint64_t at, std::span<std::uint8_t> buffer) {
+    if (ReadUpTo(at, buffer) == buffer.size())
+        return;
+    if (m_readError != 0)
+        FailWithError(L"The container cannot be read", m_readError);
+    Fail(L"The container is damaged: it ends too early");
 }
 
-la_int64_t ContainerFile::Seek(archive* opened, void* self, la_int64_t offset, int whence) {
-    auto& file = *static_cast<ContainerFile*>(self);
-    const DWORD method = whence == SEEK_SET ? FILE_BEGIN : whence == SEEK_CUR ? FILE_CURRENT : FILE_END;
-    LARGE_INTEGER distance;
+std::size_t ContainerFile::ReadUpTo(std::uint64_t at, std::span<std::uint8_t> buffer) {
     LARGE_INTEGER position;
-    distance.QuadPart = offset;
-    if (!SetFilePointerEx(file.m_file.Get(), distance, &position, method)) {
-        file.m_readError = GetLastError();
-        archive_set_error(opened, EIO, "The file cannot be read");
-        return ARCHIVE_FATAL;
-    }
-    return position.QuadPart;
+    position.QuadPart = static_cast<LONGLONG>(at);
+    DWORD read = 0;
+    if (SetFilePointerEx(m_file.Get(), position, nullptr, FILE_BEGIN) &&
+        ReadFile(m_file.Get(), buffer.data(), static_cast<DWORD>(buffer.size()), &read, nullptr))
+        return read;
+    m_readError = GetLastError();
+    return 0;
 }
 
 }  // namespace companion

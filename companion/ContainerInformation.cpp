@@ -12,9 +12,6 @@
 namespace companion {
 namespace {
 
-// A listing asks for every container: everything needed stands in the last few hundred bytes.
-constexpr std::size_t blockBytes = 16 * 1024;
-
 // Only the sync client's placeholder is on this machine; reading it would fetch the content.
 bool IsElsewhere(const WIN32_FIND_DATAW& rawEntry) {
     constexpr DWORD recallOnOpen = 0x00040000;
@@ -28,8 +25,8 @@ bool CanBeContainer(const WIN32_FIND_DATAW& rawEntry) {
            (rawEntry.nFileSizeHigh != 0 || rawEntry.nFileSizeLow > smallestZip);
 }
 
-// The archive library hands out every name with composed accents. When the file itself has the same name with decomposed
-// ones, as some sync clients write them, that is the form to show: it is the one that the name's owner looks for.
+// Every stored name is handed out with composed accents. When the file itself has the same name with decomposed ones, as
+// some sync clients write them, that is the form to show: it is the one that the name's owner looks for.
 std::wstring InFormOf(const std::wstring& containerPath, const std::wstring& storedName) {
     constexpr std::size_t extensionUnits = 4;  // ".zip"
     const std::wstring fileName = containerPath.substr(FolderOf(containerPath).size() + 1);
@@ -41,13 +38,11 @@ std::wstring InFormOf(const std::wstring& containerPath, const std::wstring& sto
 // Sets certain to false when nothing is known: the file could not be read just now.
 std::optional<ContainerEntry> ReadEntry(const char* containerPathUtf8, bool& certain) {
     const std::wstring path = FullPath(FromUtf8(containerPathUtf8));
-    ContainerFile container(path, blockBytes);
+    const ContainerFile container(path);
     certain = false;
     if (container.OpenError() != 0)
         return std::nullopt;
-    auto entry = container.FirstEntry();
-    if (entry && !container.IsLastEntry())
-        entry.reset();
+    auto entry = container.Entry();
     if (entry)
         entry->name = InFormOf(path, entry->name);
     certain = container.ReadError() == 0;

@@ -1,9 +1,10 @@
-#include <algorithm>
 #include <memory>
-#include <new>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Boundary.h"
+#include "ContainerContent.h"
 #include "ContainerFile.h"
 #include "Library.h"
 #include "Logger.h"
@@ -15,106 +16,82 @@
 namespace companion {
 namespace {
 
-constexpr std::size_t blockBytes = 256 * 1024;
-
-// Does the container take this password at its start, and (throughout) does the content then prove to be authentic?
-bool Opens(const std::wstring& path, const std::string& password, bool throughout) {
-    ContainerFile container(path, blockBytes);
-    if (container.OpenError() != 0)
+bool IsAuthentic(ContainerFile& file, const std::string& password) {
+    try {
+        ContainerContent content(file, ContainerContent::CipherFor(file, password));
+        while (!content.Next().empty()) {
+        }
+        return true;
+    } catch (const CQuelcryptErrorException&) {
         return false;
-    container.GivePassword(password);
-    if (!container.FirstEntry())
-        return false;
-    const void* data = nullptr;
-    std::size_t length = 0;
-    int result = container.NextBlock(&data, &length);
-    while (throughout && result == ARCHIVE_OK)
-        result = container.NextBlock(&data, &length);
-    return result == (throughout ? ARCHIVE_EOF : ARCHIVE_OK);
+    }
 }
 
-// The password to read with; nothing when none fits. The format's own check of a password is two bytes, which a wrong one
+// To read with; null when no configured password fits. The format's own check of a password is two bytes, which a wrong one
 // passes once in 65,536 times: when several pass, only reading everything can tell.
-std::optional<std::string> FittingPassword(const std::wstring& path) {
-    std::vector<std::string> passwords = PasswordsToRead(CurrentSettings()->settings, path);
-    if (passwords.size() > 1)
-        std::erase_if(passwords, [&](const std::string& password) { return !Opens(path, password, false); });
-    if (passwords.empty())
-        return std::nullopt;
-    if (passwords.size() == 1)
-        return passwords.front();
-    const auto proven = std::find_if(passwords.begin(), passwords.end(),
-                                     [&](const std::string& password) { return Opens(path, password, true); });
-    return proven == passwords.end() ? passwords.front() : *proven;
+std::unique_ptr<ContentCipher> FittingCipher(ContainerFile& file, const std::wstring& path) {
+    std::vector<std::pair<std::string, std::unique_ptr<ContentCipher>>> fitting;
+    for (const std::string& password : PasswordsToRead(CurrentSettings()->settings, path)) {
+        if (auto cipher = ContainerContent::CipherFor(file, password))
+            fitting.emplace_back(password, std::move(cipher));
+    }
+    if (fitting.empty())
+        return nullptr;
+    for (auto& [password, cipher] : fitting) {
+        if (fitting.size() > 1 && IsAuthentic(file, password))
+            return std::move(cipher);
+    }
+    return std::move(fitting.front().second);
 }
 
 class ContainerReader final : public Handed<IFileReader> {
 public:
-    explicit ContainerReader(const std::wstring& path) : m_file(path, blockBytes) {
-        if (m_file.OpenError() != 0)
+    explicit ContainerReader(const std::wstring& path) : m_path(path), m_file(path) {
+        if (m_file.OpenError() != 0 || m_file.Zip())
             return;
-        if (const auto password = FittingPassword(path))
-            m_file.GivePassword(*password);
-        if (!m_file.FirstEntry())
-            FailToRead(L"The file is not a container");
+        if (m_file.ReadError() != 0)
+            FailWithError(L"The container cannot be read", m_file.ReadError());
+        Fail(L"The file is not a container");
     }
     ~ContainerReader() override = default;
 
     DWORD OpenError() const { return m_file.OpenError(); }
 
+    // No block may follow a failure, and no end that looks like success.
     std::uint32_t Advance() override {
         return AtBoundary([this] {
             if (!m_failure.empty())
                 Fail(m_failure);
-            return m_exhausted ? 0u : NextBlock();
+            try {
+                if (!m_content)
+                    Begin();
+                if (!m_isOver)
+                    m_block = m_content->Next();
+                m_isOver = m_block.empty();
+                return m_isOver ? 0u : 1u;
+            } catch (const CQuelcryptErrorException& error) {
+                m_block = {};
+                m_failure = error.GetDescription();
+                throw;
+            }
         });
     }
-    const void* GetData() override { return m_data; }
-    std::uint32_t GetDataLength() override { return m_length; }
+    const void* GetData() override { return m_block.data(); }
+    std::uint32_t GetDataLength() override { return static_cast<std::uint32_t>(m_block.size()); }
 
 private:
-    std::uint32_t NextBlock() {
-        std::size_t length = 0;
-        do {
-            const int result = m_file.NextBlock(&m_data, &length);
-            if (result == ARCHIVE_EOF)
-                return End();
-            // A warning is how the archive library says that a checksum or the authentication code is wrong.
-            if (result != ARCHIVE_OK)
-                FailToRead(L"The container is damaged");
-        } while (length == 0);
-        m_length = static_cast<std::uint32_t>(length);
-        return 1;
+    void Begin() {
+        std::unique_ptr<ContentCipher> cipher;
+        if (m_file.Zip()->keyBytes != 0 && !(cipher = FittingCipher(m_file, m_path)))
+            Fail(L"Cannot recover password");
+        m_content.emplace(m_file, std::move(cipher));
     }
 
-    std::uint32_t End() {
-        m_data = nullptr;
-        m_length = 0;
-        if (!m_file.IsLastEntry())
-            FailToRead(L"The file is not a container");
-        m_exhausted = true;
-        return 0;
-    }
-
-    // No block may follow the failure, and no end that looks like success.
-    [[noreturn]] void FailToRead(const std::wstring& description) {
-        m_data = nullptr;
-        m_length = 0;
-        const char* const reason = archive_error_string(m_file.Archive());
-        const std::string text = reason ? reason : "";
-        if (m_file.ReadError() != 0)
-            m_failure = L"The container cannot be read: " + SystemErrorText(m_file.ReadError());
-        else if (text == "Incorrect passphrase" || text == "Passphrase required for this entry")
-            m_failure = L"Cannot recover password";
-        else
-            m_failure = text.empty() ? description : description + L": " + FromUtf8Lossy(text);
-        Fail(m_failure);
-    }
-
+    std::wstring m_path;
     ContainerFile m_file;
-    const void* m_data = nullptr;
-    std::uint32_t m_length = 0;
-    bool m_exhausted = false;
+    std::optional<ContainerContent> m_content;
+    std::span<const std::uint8_t> m_block;
+    bool m_isOver = false;
     std::wstring m_failure;
 };
 

@@ -1,13 +1,20 @@
-#include <cerrno>
+#include <algorithm>
+#include <array>
+#include <cstring>
 #include <ctime>
 #include <memory>
-#include <new>
+#include <optional>
+#include <span>
 #include <string>
+#include <utility>
+#include <vector>
 
-#include <archive.h>
-#include <archive_entry.h>
+#include <windows.h>
+
+#include <bcrypt.h>
 
 #include "Boundary.h"
+#include "ContentCipher.h"
 #include "Library.h"
 #include "Passwords.h"
 #include "Paths.h"
@@ -15,80 +22,37 @@
 #include "SideFile.h"
 #include "SystemTime.h"
 #include "Text.h"
+#include "ZipFormat.h"
 
 namespace companion {
 namespace {
 
-struct FreeArchive {
-    void operator()(archive* written) const {
-        // What was not closed before is given up: nothing more goes to the file.
-        archive_write_fail(written);
-        archive_write_free(written);
-    }
-};
-struct FreeEntry {
-    void operator()(archive_entry* entry) const { archive_entry_free(entry); }
-};
-using EntryPointer = std::unique_ptr<archive_entry, FreeEntry>;
+constexpr std::size_t blockBytes = 256 * 1024;
+constexpr std::size_t keyBytes = AES256_KEY_SIZE;
+constexpr std::size_t longestName = zipEndBytes / 2;  // what is longer could not be read again
 
-// What the container says of its content.
-struct PlainFile {
-    std::wstring name;
-    std::uint32_t attributes = 0;
-    std::int64_t lastWrite = 0;
-    std::optional<std::int64_t> lastAccess;
-    std::optional<std::int64_t> creation;
-};
-
-// The one entry's size is not known before its end, so it goes into the ZIP file behind the content. Only an empty content
-// is announced: the archive library can encrypt nothing but a content.
-EntryPointer MadeEntry(const PlainFile& plain, bool isEmpty) {
-    EntryPointer entry(archive_entry_new());
-    if (!entry)
-        throw std::bad_alloc();
-    archive_entry_copy_pathname_w(entry.get(), plain.name.c_str());
-    archive_entry_set_filetype(entry.get(), AE_IFREG);
-    // The archive library stores Unix permissions, so of the attributes only this one goes into the ZIP file.
-    archive_entry_set_perm(entry.get(), plain.attributes & FILE_ATTRIBUTE_READONLY ? 0444 : 0644);
-    archive_entry_set_mtime(entry.get(), static_cast<time_t>(plain.lastWrite), 0);
-    if (plain.lastAccess)
-        archive_entry_set_atime(entry.get(), static_cast<time_t>(*plain.lastAccess), 0);
-    // The field that ZIP calls creation time goes by this name here.
-    if (plain.creation)
-        archive_entry_set_ctime(entry.get(), static_cast<time_t>(*plain.creation), 0);
-    if (isEmpty)
-        archive_entry_set_size(entry.get(), 0);
-    return entry;
-}
-
+// The sizes are not known before the end. Until then the local header says 0; what is aside is no ZIP file anyway before its
+// central directory is there.
 class ContainerWriter final : public Handed<IFileWriter> {
 public:
-    ContainerWriter(const std::wstring& containerPath, PlainFile plain, const std::string& password)
-        : m_plain(std::move(plain)), m_file(containerPath), m_archive(archive_write_new()) {
-        if (!m_archive)
-            throw std::bad_alloc();
-        constexpr int blockBytes = 256 * 1024;
-        archive* const written = m_archive.get();
-        Check(archive_write_set_format_zip(written));
-        Check(archive_write_set_options(written, "zip:compression=store,zip:encryption=aes256,zip:hdrcharset=UTF-8"));
-        Check(archive_write_set_passphrase(written, password.c_str()));
-        Check(archive_write_set_bytes_per_block(written, blockBytes));
-        Check(archive_write_set_bytes_in_last_block(written, 1));
-        Check(archive_write_open2(written, this, nullptr, &ContainerWriter::WriteBlock, nullptr, nullptr));
-    }
+    // The entry has the name and the times.
+    ContainerWriter(const std::wstring& containerPath, ZipEntry entry, std::uint32_t attributes, std::string password)
+        : m_entry(std::move(entry)), m_attributes(attributes), m_password(std::move(password)), m_file(containerPath) {}
     ~ContainerWriter() override = default;
 
     bool Write(const void* data, std::uint32_t length) override {
-        return AsStep([&] { WriteContent(data, length); });
+        return AsStep([&] {
+            if (!data && length != 0)
+                throw CQuelcryptInvalidArgumentException();
+            WriteContent({static_cast<const std::uint8_t*>(data), length});
+        });
     }
 
     bool Finish(bool commit) override {
         return AsStep([&] {
             if (commit) {
-                if (!m_hasHeader)
-                    WriteHeader(true);
-                Check(archive_write_close(m_archive.get()));
-                m_file->PutInPlace(m_plain.attributes);
+                WriteEnds();
+                m_file->PutInPlace(m_attributes);
             }
             End();
         });
@@ -114,55 +78,74 @@ private:
     // A failed one makes room at once: what failed may have been a full disk.
     void End() {
         m_isOver = true;
-        m_archive.reset();
         m_file.reset();
     }
 
-    void WriteContent(const void* data, std::uint32_t length) {
-        if (length == 0)
-            return;
-        if (!data)
-            throw CQuelcryptInvalidArgumentException();
-        if (!m_hasHeader)
-            WriteHeader(false);
-        const la_ssize_t written = archive_write_data(m_archive.get(), data, length);
-        if (written != static_cast<la_ssize_t>(length))
-            FailToWrite();
+    void WriteContent(std::span<const std::uint8_t> content) {
+        if (!m_cipher && !content.empty())
+            BeginEncryption();
+        m_entry.plainBytes += content.size();
+        Append(content, m_cipher.get());
     }
 
-    void WriteHeader(bool isEmpty) {
-        const EntryPointer entry = MadeEntry(m_plain, isEmpty);
-        Check(archive_write_header(m_archive.get(), entry.get()));
-        m_hasHeader = true;
+    void BeginEncryption() {
+        m_entry.keyBytes = keyBytes;
+        std::array<std::uint8_t, ContentCipher::SaltBytes(keyBytes)> salt;
+        if (BCryptGenRandom(nullptr, salt.data(), salt.size(), BCRYPT_USE_SYSTEM_PREFERRED_RNG) < 0)
+            Fail(L"The container cannot be written: the system gives no random numbers");
+        m_cipher = std::make_unique<ContentCipher>(m_password, salt, keyBytes);
+        Append(LocalHeader(m_entry));
+        Append(salt);
+        Append(m_cipher->PasswordVerifier());
     }
 
-    void Check(int result) {
-        if (result != ARCHIVE_OK)
-            FailToWrite();
+    void WriteEnds() {
+        if (m_cipher) {
+            Append(m_cipher->AuthenticationCode());
+            m_entry.storedBytes = m_entry.plainBytes + ContentCipher::AddedBytes(keyBytes);
+        } else {
+            Append(LocalHeader(m_entry));
+        }
+        const std::string header = LocalHeader(m_entry);
+        Append(CentralDirectory(m_entry, header.size() + m_entry.storedBytes));
+        WriteBlock();
+        Check(m_file->WriteBeginning(header.data(), header.size()));
     }
 
-    [[noreturn]] void FailToWrite() {
-        if (m_writeError != 0)
-            FailWithError(L"The container cannot be written", m_writeError);
-        const char* const reason = archive_error_string(m_archive.get());
-        Fail(L"The container cannot be written: " + FromUtf8Lossy(reason ? reason : "unknown reason"));
+    void Append(const std::string& record) {
+        Append(std::span(reinterpret_cast<const std::uint8_t*>(record.data()), record.size()));
     }
 
-    static la_ssize_t WriteBlock(archive* written, void* self, const void* data, std::size_t length) {
-        auto& writer = *static_cast<ContainerWriter*>(self);
-        writer.m_writeError = writer.m_file->Write(data, length);
-        if (writer.m_writeError == 0)
-            return static_cast<la_ssize_t>(length);
-        archive_set_error(written, EIO, "The file cannot be written");
-        return -1;
+    void Append(std::span<const std::uint8_t> bytes, ContentCipher* cipher = nullptr) {
+        while (!bytes.empty()) {
+            const std::span piece = std::span(m_block).subspan(m_inBlock).first(std::min(bytes.size(), blockBytes - m_inBlock));
+            std::memcpy(piece.data(), bytes.data(), piece.size());
+            if (cipher)
+                cipher->Encrypt(piece);
+            m_inBlock += piece.size();
+            bytes = bytes.subspan(piece.size());
+            if (m_inBlock == blockBytes)
+                WriteBlock();
+        }
     }
 
-    PlainFile m_plain;
+    void WriteBlock() {
+        Check(m_file->Write(m_block.data(), std::exchange(m_inBlock, 0)));
+    }
+
+    static void Check(DWORD error) {
+        if (error != 0)
+            FailWithError(L"The container cannot be written", error);
+    }
+
+    ZipEntry m_entry;
+    std::uint32_t m_attributes;
+    std::string m_password;
     std::optional<SideFile> m_file;
-    DWORD m_writeError = 0;
-    bool m_hasHeader = false;
+    std::unique_ptr<ContentCipher> m_cipher;  // from the first byte of content on
+    std::vector<std::uint8_t> m_block = std::vector<std::uint8_t>(blockBytes);  // to be written
+    std::size_t m_inBlock = 0;
     bool m_isOver = false;
-    std::unique_ptr<archive, FreeArchive> m_archive;  // last: it goes before the file
 };
 
 }  // namespace
@@ -182,13 +165,17 @@ IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec
         if (!password)
             return nullptr;
 
-        PlainFile plain;
-        plain.name = name;
-        plain.attributes = sourceAttributes;
-        plain.lastWrite = StoredTime(lastWrite).value_or(std::time(nullptr));
-        plain.lastAccess = StoredTime(lastAccess);
-        plain.creation = StoredTime(creation);
-        return new ContainerWriter(fullPath, std::move(plain), *password);
+        ZipEntry entry;
+        entry.name = ToUtf8(name);
+        if (entry.name.size() > longestName)
+            throw CQuelcryptInvalidArgumentException();
+        entry.isReadOnly = (sourceAttributes & FILE_ATTRIBUTE_READONLY) != 0;
+        const auto seconds = [](std::optional<std::int64_t> time) { return static_cast<std::uint32_t>(time.value_or(0)); };
+        entry.lastWrite = seconds(StoredTime(lastWrite).value_or(std::time(nullptr)));
+        entry.lastAccess = seconds(StoredTime(lastAccess));
+        entry.creation = seconds(StoredTime(creation));
+        entry.dosTime = DosTimeOf(entry.lastWrite);
+        return new ContainerWriter(fullPath, std::move(entry), sourceAttributes, *password);
     });
 }
 

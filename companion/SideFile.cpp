@@ -162,6 +162,12 @@ DWORD SideFile::Write(const void* data, std::size_t length) {
     return written == length ? 0 : ERROR_DISK_FULL;
 }
 
+DWORD SideFile::WriteBeginning(const void* data, std::size_t length) {
+    if (!SetFilePointerEx(m_file.Get(), {}, nullptr, FILE_BEGIN))
+        return GetLastError();
+    return Write(data, length);
+}
+
 void SideFile::PutInPlace(std::uint32_t attributes) {
     constexpr std::uint32_t carried = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
     if (!FlushFileBuffers(m_file.Get()))

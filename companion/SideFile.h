@@ -21,6 +21,8 @@ public:
 
     // A Win32 error; 0 when everything was written.
     DWORD Write(const void* data, std::size_t length);
+    // Writes over the file's beginning. What is written next comes behind it.
+    DWORD WriteBeginning(const void* data, std::size_t length);
 
     // Replaces the target, after everything has reached the disk. The target keeps the hidden, system and read-only
     // attributes that it has and gets those of attributes. Throws CQuelcryptErrorException, and the target is as it was.

@@ -12,4 +12,8 @@ namespace companion {
 std::optional<std::int64_t> StoredTime(const SYSTEMTIME* time);
 SYSTEMTIME SystemTimeOf(std::int64_t storedTime);
 
+// The older form of ZIP beside them: local time in steps of two seconds from 1980 to 2107, the date in the upper half.
+std::uint32_t DosTimeOf(std::int64_t storedTime);
+std::int64_t TimeOfDos(std::uint32_t dosTime);
+
 }  // namespace companion

@@ -67,6 +67,10 @@ std::string ToAnsi(std::wstring_view text) {
     return Narrowed(text, CP_ACP, 0, cannotEncode);
 }
 
+std::wstring FromOem(std::string_view text) {
+    return Widened(text, CP_OEMCP, 0, cannotDecode);
+}
+
 std::wstring SystemErrorText(std::uint32_t error) {
     wchar_t text[512];
     DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error, 0, text,

@@ -18,6 +18,8 @@ std::string ToUtf8Lossy(std::wstring_view text);
 // As most of its old programs, Windows writes some texts in the machine's ANSI code page.
 std::wstring FromAnsi(std::string_view text);
 std::string ToAnsi(std::wstring_view text);
+// And ZIP programs write names in that of its console.
+std::wstring FromOem(std::string_view text);
 
 // "Access denied. Error code: 5"
 std::wstring SystemErrorText(std::uint32_t error);

@@ -318,4 +318,6 @@ TEST_F(MovingAFile, APlainFileInUseBecomesNoContainer) {
     Close(reader);
     EXPECT_EQ("later", Stored(L"Docs\\b.txt"));
     EXPECT_EQ(1u, Disk().size());
+    EXPECT_EQ(Names{}, FilesHolding(temp(), "later"));
+    std::filesystem::remove_all(temp());  // of what somebody still read the empty folder stays
 }

@@ -16,7 +16,7 @@ void Move(const Volume& volume, const std::string& from, const std::string& to, 
     {
         // Through a handle, because that takes the place of an existing file in one step.
         const FileHandle file = volume.Open(source.path, GENERIC_READ | DELETE, c_shareAll, OPEN_EXISTING);
-        Check(volume->RenameFile(file.Get(), nullptr, target.Str(), nullptr), target);
+        volume.Rename(file, target);
     }
     volume.Require(target);
 }

@@ -80,7 +80,7 @@ void Serve(Session& session, const Options& options) {
         site.RemoveExpiredLocks();
         return !Interrupted();
     };
-    webdav::RunServer(options.server, answer, started, keepGoing);
+    webdav::RunServer(options.server, answer, started, keepGoing, [&site] { return site.Pause(); });
     PrintOut("Everything is closed.\n");
 }
 

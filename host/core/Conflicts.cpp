@@ -13,10 +13,12 @@ VolumePath OrdinaryPath(const Entry& conflict) {
 void MakeOrdinary(const Volume& volume, const Entry& conflict) {
     const VolumePath target = OrdinaryPath(conflict), aside = target.Aside();
     const FileHandle file = volume.Open(conflict.path, GENERIC_READ | DELETE, c_shareAll, OPEN_EXISTING);
-    Check(volume->RenameFile(file.Get(), nullptr, aside.Str(), nullptr), target);
-    const VirtualVolumeStatus status = volume->RenameFile(file.Get(), nullptr, target.Str(), nullptr);
-    if (status != VVS_Success)
-        throw HostError(StatusError(target.Shown(), status).what() + std::string("; the copy is named ") + aside.Shown() + " now");
+    volume.Rename(file, aside);
+    try {
+        volume.Rename(file, target);
+    } catch (const StatusError& error) {
+        throw HostError(error.what() + std::string("; the copy is named ") + aside.Shown() + " now");
+    }
 }
 
 VolumePath CopyTarget(const Volume& volume, const VolumePath& folder, const Entry& entry) {

@@ -8,7 +8,7 @@ HeldLock::HeldLock(const Volume& volume, const VolumePath& path, LockScope scope
     m_info.scope = scope;
     m_info.type = LockType_Write;
     owner.substr(0, std::size(m_info.owner) - 1).copy(m_info.owner, std::size(m_info.owner) - 1);
-    Check(volume->Lock(path.Str(), &m_info), path);
+    volume.Lock(path, m_info);
 }
 
 HeldLock::~HeldLock() {

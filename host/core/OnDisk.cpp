@@ -1,5 +1,7 @@
 #include "core/OnDisk.h"
 
+#include <winternl.h>
+
 #include "core/Text.h"
 
 namespace {
@@ -19,6 +21,19 @@ std::wstring RealPathAs(HANDLE file, DWORD form) {
     return path;
 }
 
+// Where the function above knows no path of more than 260 units (Wine), its source does.
+std::wstring LongRealPath(HANDLE file) {
+    constexpr auto c_nameInformation = static_cast<OBJECT_INFORMATION_CLASS>(1);
+    constexpr std::wstring_view c_start = L"\\??\\";
+    alignas(UNICODE_STRING) char name[sizeof(UNICODE_STRING) + 0x10000];
+    ULONG size = 0;
+    if (!NT_SUCCESS(NtQueryObject(file, c_nameInformation, name, sizeof(name), &size)))
+        return {};
+    const auto* const text = reinterpret_cast<const UNICODE_STRING*>(name);
+    const std::wstring_view path(text->Buffer, text->Length / sizeof(wchar_t));
+    return path.starts_with(c_start) ? L"\\\\?\\" + std::wstring(path.substr(c_start.size())) : std::wstring();
+}
+
 bool IsRealFolder(const DiskHandle& file) {
     FILE_BASIC_INFO info{};
     return GetFileInformationByHandleEx(file.get(), FileBasicInfo, &info, sizeof(info)) &&
@@ -29,11 +44,12 @@ bool Remove(const std::wstring& path, bool (*stays)(const std::wstring&), std::s
     if (depth > c_deepest)
         return false;
     {
-        // While it is open, nobody puts a link in its place.
-        const DiskHandle item = OpenItself(path, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE);
+        DiskHandle item = OpenItself(path, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE);
         if (!item)
             return GetLastError() == ERROR_FILE_NOT_FOUND;
         const bool isFolder = IsRealFolder(item);
+        if (isFolder && !(item = HoldFolder(path)))
+            return false;
         if (!isFolder && stays && stays(path))
             return false;
         bool isEmpty = true;
@@ -55,7 +71,7 @@ std::wstring RealPath(HANDLE file) {
     if (std::wstring path = RealPathAs(file, VOLUME_NAME_DOS); !path.empty())
         return path;
     const std::wstring device = RealPathAs(file, VOLUME_NAME_NT);  // a disk without a letter
-    return device.empty() ? device : L"\\\\?\\GLOBALROOT" + device;
+    return device.empty() ? LongRealPath(file) : L"\\\\?\\GLOBALROOT" + device;
 }
 
 std::wstring RealPath(const std::wstring& path) {
@@ -69,10 +85,15 @@ std::wstring OrdinaryPath(const std::filesystem::path& realPath) {
     return hasDrive ? path.substr(4) : path;
 }
 
+bool AreLinksMarked() {
+    static const bool isWine = GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+    return !isWine;
+}
+
 Standing StandingAt(const std::wstring& realPath) {
     const DiskHandle item = Open(realPath, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0);
     if (item)
-        return EqualNoCase(RealPath(item.get()), realPath) ? Standing::Itself : Standing::Link;
+        return EqualNoCase(RealPath(item.get()), realPath) && GetFileType(item.get()) == FILE_TYPE_DISK ? Standing::Itself : Standing::Link;
     const DWORD attributes = GetFileAttributesW(realPath.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES)
         return Standing::Nothing;
@@ -101,6 +122,10 @@ DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, D
         SetLastError(ERROR_CANT_ACCESS_FILE);
     }
     return item;
+}
+
+DiskHandle HoldFolder(const std::wstring& realPath) {
+    return OpenItself(realPath, FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE);
 }
 
 std::vector<std::wstring> NamesIn(const std::wstring& folder) {

@@ -27,8 +27,11 @@ std::wstring RealPath(HANDLE file);
 // A real path as people read it, and as the volume takes it.
 std::wstring OrdinaryPath(const std::filesystem::path& realPath);
 
+// Does the platform mark each link in a listing? Wine marks only those to folders.
+bool AreLinksMarked();
+
 enum class Standing { Nothing, Itself, Link };
-// What stands at folder\name, where folder is a real path.
+// What stands at a real path. What is no file of a disk (a pipe) counts as a link.
 Standing StandingAt(const std::wstring& realPath);
 // The long name of what stands there; empty when nothing does.
 std::wstring LongName(const std::wstring& path);
@@ -39,6 +42,10 @@ bool HasRoom(const std::wstring& folder, std::uint64_t bytes);
 // Opens the file or folder that stands at a real path, and no other that a link there leads to. Null: it failed, and
 // GetLastError tells why; ERROR_CANT_ACCESS_FILE when it is a link that this platform cannot open itself.
 DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING);
+
+// Opens the folder so that nobody can rename, move or delete it, nor on Windows any above it, as long as it is open: the platform
+// asks who lists a folder, and not who only looks at its attributes, whether its deletion is shared. Null as above.
+DiskHandle HoldFolder(const std::wstring& realPath);
 
 // The names in a folder at a real path; none when it is a link.
 std::vector<std::wstring> NamesIn(const std::wstring& realFolder);

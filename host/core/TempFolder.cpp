@@ -107,9 +107,15 @@ TempFolder::TempFolder() : m_originalTmp(GetVariable(L"TMP")), m_originalTemp(Ge
 TempFolder::~TempFolder() {
     UseOriginal();
     CloseHandle(m_mark);
-    RemoveCopies(m_realPath);
-    if (StandingAt(m_realPath.native()) == Standing::Nothing)
-        return;
+    constexpr int c_tries = 50;
+    // Another run that starts at this moment removes it as well, and each is in the other's way.
+    for (int tries = 0; tries < c_tries; ++tries, Sleep(20)) {
+        RemoveCopies(m_realPath);
+        if (StandingAt(m_realPath.native()) == Standing::Nothing)
+            return;
+        if (HoldsEdit(m_realPath))
+            break;
+    }
     if (HoldsEdit(m_realPath))
         PrintError("quelvol: an edit that could not be saved is kept below " + ToUtf8(m_path.native()) + "; 'quelvol recover' shows it\n");
     else

@@ -75,8 +75,9 @@ std::wstring ToUtf16(std::string_view utf8) {
 }
 
 bool EqualNoCase(std::wstring_view left, std::wstring_view right) {
-    return CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(), static_cast<int>(right.size()), TRUE) ==
-           CSTR_EQUAL;
+    return left.size() == right.size() &&
+           CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(), static_cast<int>(right.size()), TRUE) ==
+               CSTR_EQUAL;
 }
 
 bool EndsWithNoCase(std::wstring_view text, std::wstring_view end) {

@@ -35,7 +35,7 @@ void CopyTree(const Volume& volume, const Entry& source, const VolumePath& targe
     if (!volume.IsItself(source))
         throw HostError(source.path.Shown() + ": a link, which is not followed");
     if (!source.IsFolder())
-        return Check(volume->CopyFileW(source.path.Str(), target.Str(), nullptr), target);
+        return volume.Copy(source.path, target);
     volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder);
     for (const Entry& child : SortedEntries(volume, source.path))
         CopyTree(volume, child, CopyTarget(volume, target, child));

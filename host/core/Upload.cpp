@@ -79,7 +79,7 @@ void Upload::Place(const VirtFindData& times, const wchar_t* lockToken) {
     m_volume->SetFileInfo(m_file.Get(), c_keepAttributes, &times);  // without its times it is still the content
     if (m_replacedConflict)
         MakeOrdinary(m_volume, *m_replacedConflict);
-    Check(m_volume->RenameFile(m_file.Get(), nullptr, m_target.Str(), lockToken), m_target);
+    m_volume.Rename(m_file, m_target, lockToken);
     m_file.Reset();
     Verify();
 }

@@ -21,11 +21,6 @@ VolumePath ConflictPath(const VolumePath& folder, std::wstring_view name) {
     return folder.Child(std::wstring(name.substr(0, name.size() - c_conflictEnd.size())) + L".zip");
 }
 
-// The file or folder on disk that an item's path stands for.
-std::wstring NameOnDisk(const Entry& entry) {
-    return entry.path.Name() + (entry.data.itemType == VIT_EncryptedFile ? L".zip" : L"");
-}
-
 VolumePath EntryPath(const VolumePath& folder, const VirtFindData& data) {
     const std::wstring_view name = BoundedText(data.fileName);
     if (data.itemType == VIT_EncryptedFileInConflict && EndsWithNoCase(name, c_conflictEnd))
@@ -37,6 +32,10 @@ VolumePath EntryPath(const VolumePath& folder, const VirtFindData& data) {
 
 std::wstring Entry::Name() const {
     return std::wstring(BoundedText(data.fileName));
+}
+
+std::wstring Entry::NameOnDisk() const {
+    return path.Name() + (data.itemType == VIT_EncryptedFile ? L".zip" : L"");
 }
 
 Volume::Volume() {
@@ -77,18 +76,20 @@ std::wstring Volume::RealMountPath(const wchar_t* path) const {
     return real;
 }
 
-std::optional<std::wstring> Volume::FolderOnDisk(const VolumePath& folder) const {
+std::optional<std::wstring> Volume::PathOnDisk(const VolumePath& folder) const {
     VirtMountInfo mount{};
     if (folder.IsRoot() || !m_volume->GetMountInfoByVolumePath(folder.Str(), &mount))
         return std::nullopt;
-    std::wstring path = RealMountPath(std::wstring(BoundedText(mount.path)).c_str());
+    const std::wstring path = RealMountPath(std::wstring(BoundedText(mount.path)).c_str());
     if (path.empty())
         return std::nullopt;
-    const std::wstring below = std::wstring(folder.Str()).substr(BoundedText(mount.name).size());
-    path += below;
-    if (!below.empty() && !EqualNoCase(RealPath(path), path))
-        return std::nullopt;
-    return path;
+    return path + std::wstring(folder.Str()).substr(BoundedText(mount.name).size());
+}
+
+std::optional<std::wstring> Volume::FolderOnDisk(const VolumePath& folder) const {
+    const std::optional<std::wstring> path = PathOnDisk(folder);
+    const bool isReal = path && (folder.IsMountFolder() || EqualNoCase(RealPath(*path), *path));
+    return isReal ? path : std::nullopt;
 }
 
 bool Volume::HasRoomFor(std::uint64_t bytes, const VolumePath& folder) const {
@@ -120,7 +121,7 @@ bool Volume::IsItself(const Entry& entry) const {
     if (entry.path.IsRoot() || entry.path.IsMountFolder())
         return true;
     const auto folder = FolderOnDisk(entry.path.Parent());
-    return folder && StandingAt(*folder + L'\\' + NameOnDisk(entry)) == Standing::Itself;
+    return folder && StandingAt(*folder + L'\\' + entry.NameOnDisk()) == Standing::Itself;
 }
 
 std::optional<std::wstring> Volume::LinkAt(const VolumePath& path) const {
@@ -207,19 +208,24 @@ void Volume::RequireFolder(const VolumePath& path) const {
         throw HostError(path.Shown() + ": reached through a link or a short name; use its own path");
 }
 
-FileHandle Volume::Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const {
-    void* handle = nullptr;
-    Check(m_volume->OpenFile(&handle, path.Str(), access, share, disposition, nullptr, nullptr), path);
-    return FileHandle(m_volume, handle);
+Search::Search(const Volume& volume, const VolumePath& folder, const wchar_t* pattern) : m_volume(volume), m_folder(folder) {
+    try {
+        DiskHandle held = volume.Hold(folder);
+        m_handle = FindHandle(volume.Get(), volume->FindFirstFileW(folder.Child(pattern).Str(), &m_data), std::move(held));
+    } catch (const StatusError& error) {
+        if (error.Status() == VSS_SharingViolation)
+            throw;
+    }
 }
 
-Search::Search(const Volume& volume, const VolumePath& folder, const wchar_t* pattern)
-    : m_volume(volume), m_folder(folder),
-      m_handle(volume.Get(), volume->FindFirstFileW(folder.Child(pattern).Str(), &m_data)) {}
-
 bool Search::Next(Entry& entry) {
-    if (!m_handle || (!std::exchange(m_first, false) && !m_volume->FindNextFileW(m_handle.Get(), &m_data)))
+    if (!m_handle)
         return false;
+    if (!std::exchange(m_first, false) && !m_volume->FindNextFileW(m_handle.Get(), &m_data)) {
+        m_handle.Reset();
+        m_volume.RequireRealFolder(m_folder);
+        return false;
+    }
     entry = {EntryPath(m_folder, m_data), m_data};
     return true;
 }

@@ -12,6 +12,7 @@
 
 #include <windows.h>
 
+#include "core/OnDisk.h"
 #include "core/TempFolder.h"
 #include "core/VolumePath.h"
 #include "quelcrypt/IVirtualVolume.h"
@@ -20,18 +21,22 @@
 constexpr std::uint64_t c_currentPosition = 0xFFFFFFFF;
 constexpr std::uint32_t c_shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-// Owns a handle of the volume; Close is how it ends.
+// Owns a handle of the volume; Close is how it ends. As long as it lives, the folder that it was opened in stays where it is
+// (see HoldFolder).
 template <auto Close>
 class VolumeHandle {
 public:
     VolumeHandle() = default;
-    VolumeHandle(IVirtualVolume* volume, void* handle) : m_volume(volume), m_handle(handle) {}
+    VolumeHandle(IVirtualVolume* volume, void* handle, DiskHandle folder = {})
+        : m_volume(volume), m_handle(handle), m_folder(std::move(folder)) {}
     ~VolumeHandle() { Reset(); }
-    VolumeHandle(VolumeHandle&& other) noexcept : m_volume(other.m_volume), m_handle(std::exchange(other.m_handle, nullptr)) {}
+    VolumeHandle(VolumeHandle&& other) noexcept
+        : m_volume(other.m_volume), m_handle(std::exchange(other.m_handle, nullptr)), m_folder(std::move(other.m_folder)) {}
     VolumeHandle& operator=(VolumeHandle&& other) noexcept {
         Reset();
         m_volume = other.m_volume;
         m_handle = std::exchange(other.m_handle, nullptr);
+        m_folder = std::move(other.m_folder);
         return *this;
     }
 
@@ -40,11 +45,14 @@ public:
     void Reset() {
         if (void* const handle = std::exchange(m_handle, nullptr))
             Close(m_volume, handle);
+        m_folder.reset();
     }
+    void LetFolderGo() { m_folder.reset(); }
 
 private:
     IVirtualVolume* m_volume = nullptr;
     void* m_handle = nullptr;
+    DiskHandle m_folder;
 };
 
 inline void CloseVolumeFile(IVirtualVolume* volume, void* handle) {
@@ -65,6 +73,8 @@ struct Entry {
     bool IsConflict() const { return data.itemType == VIT_EncryptedFileInConflict; }
     // As listed. A conflict copy's differs from the last name of its path.
     std::wstring Name() const;
+    // Of the file or folder on disk that the path stands for.
+    std::wstring NameOnDisk() const;
 };
 
 class Volume {
@@ -107,10 +117,32 @@ public:
     // Also throws HostError for what is no real folder (see FolderOnDisk).
     void RequireFolder(const VolumePath& path) const;
 
+    // What follows leads out of the mount folders through no link, also when somebody exchanges a folder for one meanwhile:
+    // the folder that an item stands in is held, and after the call it is looked once more whether everything still stands where
+    // it was asked for. If not, they throw StatusError, and what was made goes. docs/security.md tells where that ends.
+
     // Throws StatusError. Access, sharing and disposition are those of IVirtualVolume::OpenFile.
     FileHandle Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const;
+    // Throws StatusError unless path's item, which is open as file, still stands there itself. An encrypted file is first looked
+    // at when it is first read.
+    void RequireInPlace(const VolumePath& path, void* file) const;
+    // These four throw StatusError, and do what the volume does. Only the first one does not look again: what has taken the
+    // place of other content must not be taken away for it. RequireInPlace tells.
+    void Rename(const FileHandle& file, const VolumePath& target, const wchar_t* lockToken = nullptr) const;
+    void Copy(const VolumePath& source, const VolumePath& target) const;
+    void Move(const VolumePath& source, const VolumePath& target) const;
+    void Lock(const VolumePath& path, LockInfo& info) const;
 
 private:
+    friend class Search;
+    // As HoldFolder; null for the root and mount folders. Throws StatusError when it is missing, no real folder, or about to go.
+    DiskHandle Hold(const VolumePath& folder) const;
+    std::optional<std::wstring> PathOnDisk(const VolumePath& folder) const;
+    // Throws StatusError.
+    void RequireRealFolder(const VolumePath& folder) const;
+    // Does a link, there or on the way, lead to another place?
+    bool LeadsAway(const Entry& entry) const;
+    bool LeadsAway(const VolumePath& path) const;
     std::wstring RealMountPath(const wchar_t* path) const;
     std::optional<Entry> FindByShortName(const VolumePath& path) const;
     std::optional<std::wstring> LinkAt(const VolumePath& path) const;
@@ -125,8 +157,9 @@ private:
 // Goes through the entries of a folder that match a pattern, one at a time.
 class Search {
 public:
+    // Finds nothing in a folder that is missing or no real one.
     Search(const Volume& volume, const VolumePath& folder, const wchar_t* pattern = L"*");
-    // False: there are no more.
+    // False: there are no more. Throws StatusError at the end when the folder is not where it was at the beginning.
     bool Next(Entry& entry);
 
 private:

@@ -1,8 +1,9 @@
 // Texts from outside: a path that a user writes reaches the volume only in a form that cannot leave it, and a tracking file names a
-// document only when it is certain which.
+// document only when it is certain which. And that a folder stays where it was looked at.
 #include <gtest/gtest.h>
 
 #include "core/HostError.h"
+#include "core/OnDisk.h"
 #include "core/Text.h"
 #include "core/TrackingText.h"
 #include "core/VolumePath.h"
@@ -75,4 +76,18 @@ TEST(ATrackingFile, NamesItsDocumentInItsLastLineOrNotForCertain) {
         EXPECT_EQ(read->container, i < 2 ? L"C:\\\uff24ir\\\u65e5\u672c.txt.zip" : L"C:\\?ir\\??.txt.zip") << i;
         EXPECT_EQ(read->copy, i < 2 ? L"T:\\\u65e5\u672c.txt" : L"T:\\??.txt") << i;
     }
+}
+
+TEST(AHeldFolder, CanBeUsedButNotExchanged) {
+    const std::filesystem::path top = std::filesystem::path(RealPath(std::filesystem::temp_directory_path().native())) / UniqueSuffix();
+    std::filesystem::create_directories(top / L"folder");
+    DiskHandle held = HoldFolder((top / L"folder").native());
+    ASSERT_TRUE(held);
+    EXPECT_TRUE(CreateDirectoryW((top / L"folder" / L"new").c_str(), nullptr));
+    EXPECT_TRUE(MoveFileW((top / L"folder" / L"new").c_str(), (top / L"folder" / L"renamed").c_str()));
+    EXPECT_FALSE(MoveFileW((top / L"folder").c_str(), (top / L"away").c_str()));
+    EXPECT_FALSE(RemoveItself(top.native()));
+    held.reset();
+    EXPECT_TRUE(MoveFileW((top / L"folder").c_str(), (top / L"away").c_str()));
+    EXPECT_TRUE(RemoveItself(top.native()));
 }

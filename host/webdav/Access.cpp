@@ -1,7 +1,6 @@
 #include "webdav/Access.h"
 
 #include <algorithm>
-#include <thread>
 
 #include "webdav/Limits.h"
 
@@ -33,38 +32,17 @@ bool IsForeign(const Request& request, std::string_view host) {
 
 }  // namespace
 
-void Guesses::Forget(std::chrono::steady_clock::time_point now) {
-    std::erase_if(m_suspects, [now](const auto& suspect) {
-        return suspect.second.waiting == 0 && suspect.second.last + limits::guessMemory < now;
-    });
-}
-
-void Guesses::Wait(const std::string& address) {
-    std::unique_lock guard(m_mutex);
-    const auto now = std::chrono::steady_clock::now();
-    Forget(now);
-    const auto found = m_suspects.find(address);
-    if (found == m_suspects.end() || found->second.wrong < limits::freeGuesses)
-        return;
-    Suspect& suspect = found->second;  // stays where it is while somebody waits
-    if (suspect.waiting >= limits::guessesWaiting)
-        throw HttpError(503, "too many wrong passwords came from this address", {}, {{"Retry-After", "10"}});
-    ++suspect.waiting;
-    suspect.nextTurn = std::max(suspect.nextTurn, now) + limits::guessDelay;
-    const auto turn = suspect.nextTurn;
-    guard.unlock();
-    std::this_thread::sleep_until(turn);
-    guard.lock();
-    --suspect.waiting;
-}
-
-void Guesses::NoteWrong(const std::string& address) {
+void Guesses::NoteWrong() {
     const std::lock_guard guard(m_mutex);
-    const auto now = std::chrono::steady_clock::now();
-    Forget(now);
-    Suspect& suspect = m_suspects[address];
-    ++suspect.wrong;
-    suspect.last = now;
+    ++m_wrong;
+    m_last = std::chrono::steady_clock::now();
+}
+
+std::chrono::milliseconds Guesses::Pause() {
+    const std::lock_guard guard(m_mutex);
+    if (m_last + limits::guessMemory < std::chrono::steady_clock::now())
+        m_wrong = 0;
+    return m_wrong > limits::freeGuesses ? limits::guessPause : std::chrono::milliseconds(0);
 }
 
 void CheckAccess(const AccessRules& rules, Guesses& guesses, const Request& request) {
@@ -81,12 +59,10 @@ void CheckAccess(const AccessRules& rules, Guesses& guesses, const Request& requ
         return;
     const std::string given = request.Field("Authorization").value_or("");
     const bool isBasic = given.size() > 6 && EqualToken(std::string_view(given).substr(0, 6), "Basic ");
-    if (isBasic && !request.wasLetIn)
-        guesses.Wait(request.peer);
     if (isBasic && EqualInConstantTime(DecodeBase64(Trimmed(std::string_view(given).substr(6))), rules.credentials))
         return;
     if (isBasic)
-        guesses.NoteWrong(request.peer);
+        guesses.NoteWrong();
     throw HttpError(401, "a user and a password are needed", {},
                     {{"WWW-Authenticate", "Basic realm=\"quelvol\", charset=\"UTF-8\""}});
 }

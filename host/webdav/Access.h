@@ -3,7 +3,6 @@
 #pragma once
 
 #include <chrono>
-#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -18,27 +17,23 @@ struct AccessRules {
     bool anyAddress = false;         // an address as the host is fine, whichever: no foreign site can have it as its name
 };
 
-// Slows down who guesses passwords: after some wrong ones, all further attempts from that address are looked at one after
-// the other, each after a while, the right one too. Any thread may call.
+// Slows down who guesses passwords. A wrong one costs its connection, and while there are many of them the server takes new
+// connections at a pace, whoever they come from: on the loopback all have one address. So the guesses of all together are few,
+// and who knows the password waits for a place in the row, but is never refused for what others do. Any thread may call.
 class Guesses {
 public:
-    // Waits for this address's turn, if it has to. Throws HttpError 503 when too many wait already.
-    void Wait(const std::string& address);
-    void NoteWrong(const std::string& address);
+    void NoteWrong();
+    // How long the server waits between two new connections at the moment.
+    std::chrono::milliseconds Pause();
 
 private:
-    struct Suspect {
-        std::size_t wrong = 0, waiting = 0;
-        std::chrono::steady_clock::time_point last{}, nextTurn{};
-    };
-    void Forget(std::chrono::steady_clock::time_point now);
-
     std::mutex m_mutex;
-    std::map<std::string, Suspect> m_suspects;
+    std::size_t m_wrong = 0;
+    std::chrono::steady_clock::time_point m_last{};
 };
 
 // Throws HttpError: 400 without a host, 403 for a foreign one or a request that another site makes, 401 without the right
-// user and password, 503 for a guess when too many are made.
+// user and password.
 void CheckAccess(const AccessRules& rules, Guesses& guesses, const Request& request);
 
 // "host:8080" without the port, in lower case; "[::1]:8080" becomes "[::1]".

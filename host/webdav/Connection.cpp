@@ -306,9 +306,9 @@ private:
     std::string m_pending;
 };
 
-Request TakeRequest(const Parser& parser, const ConnectionState& state) {
+Request TakeRequest(const Parser& parser) {
     const auto& header = parser.get();
-    Request request{std::string(header.method_string()), std::string(header.target()), {}, state.peer, state.wasLetIn};
+    Request request{std::string(header.method_string()), std::string(header.target()), {}};
     for (const auto& field : header)
         request.fields.emplace_back(std::string(field.name_string()), std::string(field.value()));
     return request;
@@ -373,7 +373,7 @@ bool ServeOne(TimedSocket& socket, beast::flat_buffer& buffer, const Handler& ha
     if (problem != 0)
         return false;
     state.isWaiting = false;
-    const Request request = TakeRequest(parser, state);
+    const Request request = TakeRequest(parser);
     BeastBody body(socket, buffer, parser);
     BeastResponse response(socket, state, parser.get().version(), request.method == "HEAD", parser.get().keep_alive());
     bool goesOn = true;

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "core/Volume.h"
@@ -24,6 +25,10 @@ public:
         std::uint32_t count = 0;
         const auto request = static_cast<std::uint32_t>(std::min<std::uint64_t>(size, m_part.size()));
         Check(m_volume->ReadFile(m_handle.Get(), offset, m_part.data(), request, &count, nullptr), m_path);
+        if (std::exchange(m_isFirst, false)) {  // which decrypts what is encrypted; from here on nothing is asked of the path
+            m_volume.RequireInPlace(m_path, m_handle.Get());
+            m_handle.LetFolderGo();
+        }
         return {m_part.data(), count};
     }
 
@@ -34,7 +39,8 @@ private:
     const Volume& m_volume;
     VolumePath m_path;
     FileHandle m_handle;
-    std::vector<char> m_part = std::vector<char>(256 * 1024);
+    bool m_isFirst = true;
+    std::vector<char> m_part = std::vector<char>(128 * 1024);
 };
 
 }  // namespace webdav

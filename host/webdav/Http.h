@@ -22,8 +22,6 @@ std::optional<std::uint64_t> ParseNumber(std::string_view text);
 struct Request {
     std::string method, target;
     std::vector<std::pair<std::string, std::string>> fields;
-    std::string peer;            // the address that the connection comes from
-    bool wasLetIn = false;       // an earlier request of the connection passed the checks
 
     // The value of the field, several joined by ", "; nothing when it is missing.
     std::optional<std::string> Field(std::string_view name) const;

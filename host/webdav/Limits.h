@@ -9,11 +9,11 @@
 namespace webdav::limits {
 
 // Connections. Those that wait make room for newcomers; only who is being answered stays.
-constexpr std::size_t connections = 64;
-constexpr std::size_t connectionsOfOneAddress = 48;
+constexpr std::size_t connections = 40;
+constexpr std::size_t connectionsOfOneAddress = 32;
 constexpr std::size_t connectionsNotLetIn = 16;   // which have not passed the checks of Access.h yet
 constexpr std::chrono::seconds freshTime{1};      // in which a newcomer makes room only when nobody else can
-constexpr std::size_t connectionsLeaving = 32;    // told to make room, and not gone yet
+constexpr std::size_t connectionsLeaving = 8;    // told to make room, and not gone yet
 constexpr std::chrono::seconds idleTime{75};      // between two requests
 constexpr std::chrono::seconds headerTime{20};
 constexpr std::chrono::seconds bodyStall{60};
@@ -36,32 +36,33 @@ constexpr std::size_t drainBytes = 256 * 1024;    // of a refused request, read 
 constexpr std::size_t targetBytes = 16 * 1024;
 constexpr std::size_t pathComponents = 128;
 constexpr std::size_t ifConditions = 200;
-constexpr std::size_t xmlBytes = 256 * 1024;
+constexpr std::size_t xmlBytes = 128 * 1024;
 constexpr std::size_t xmlDepth = 64;
 constexpr std::size_t xmlNodes = 4000;            // elements, attributes and pieces of text together
 constexpr std::size_t xmlNameBytes = 512;         // of a name, and of a namespace
-constexpr std::size_t xmlParserBytes = 8 * 1024 * 1024;
-constexpr std::size_t xmlAtOnce = 4;              // documents; others wait
-constexpr std::size_t propertiesAsked = 200;      // of each resource in one PROPFIND
+constexpr std::size_t xmlParserBytes = 4 * 1024 * 1024;
+constexpr std::size_t xmlAtOnce = 2;              // documents; others wait
+constexpr std::size_t propertiesAsked = 200;      // of each resource in one PROPFIND,
+constexpr std::size_t propertyNameBytes = 16 * 1024;  // their names and namespaces together, as every entry may repeat the names
+constexpr std::uint64_t answerBytes = 128 * 1024 * 1024;  // of one PROPFIND
 
 // Passwords.
-constexpr std::size_t freeGuesses = 5;            // wrong ones of one address, before
-constexpr std::chrono::milliseconds guessDelay{500};  // each further one waits, one after the other
-constexpr std::size_t guessesWaiting = 4;         // more are refused unread
-constexpr std::chrono::seconds guessMemory{60};   // after the last wrong one
+constexpr std::size_t freeGuesses = 5;            // wrong ones; after more of them
+constexpr std::chrono::milliseconds guessPause{100};  // between two new connections,
+constexpr std::chrono::seconds guessMemory{60};   // until so long after the last wrong one
 
 // What is kept for clients.
 constexpr std::size_t locks = 1000;
-constexpr std::size_t locksOfOneFile = 16;
+constexpr std::size_t locksOfOneFile = 16;        // those of the folders above that hold it as well included
 constexpr std::size_t lockOwnerBytes = 1024;
 constexpr std::size_t lockBytes = 8 * 1024 * 1024;      // of all owners and paths together
 constexpr std::size_t propertiesOfOneFile = 200;
 constexpr std::size_t propertyBytesOfOneFile = 64 * 1024;
 constexpr std::size_t propertyBytes = 8 * 1024 * 1024;  // of all, their files' paths included
 constexpr std::size_t changeBytes = 4 * 1024 * 1024;    // of the paths of changed files, for entity tags
-constexpr std::size_t pageEntries = 16'000;       // of a folder's page in a browser
+constexpr std::size_t pageEntries = 12'000;      // of a folder's page in a browser
 constexpr std::size_t listingsAtOnce = 2;         // others wait
 constexpr std::uint64_t diskReserve = 64 * 1024 * 1024;  // that an upload leaves on the temp folder's disk
-constexpr std::size_t spoolMemoryBytes = 256 * 1024;    // of an upload; the rest goes to a file
+constexpr std::size_t spoolMemoryBytes = 64 * 1024;    // of an upload; the rest goes to a file
 
 }  // namespace webdav::limits

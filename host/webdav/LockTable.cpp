@@ -63,7 +63,7 @@ void LockTable::Hold(DavLock& lock) const {
     info.scope = lock.scope;
     info.type = LockType_Write;
     info.timeout = lock.timeoutSeconds;
-    Check(m_volume->Lock(lock.storedPath.Str(), &info), lock.root);
+    m_volume.Lock(lock.storedPath, info);
     lock.volumeToken = BoundedText(info.token);
 }
 
@@ -76,8 +76,15 @@ void LockTable::RequireRoom(const DavLock& wanted) const {
     std::size_t bytes = SizeOf(wanted);
     for (const DavLock& lock : m_locks)
         bytes += SizeOf(lock);
-    const auto onSame = std::count_if(m_locks.begin(), m_locks.end(), [&](const DavLock& lock) { return lock.key.Equals(wanted.key); });
-    if (m_locks.size() >= limits::locks || static_cast<std::size_t>(onSame) >= limits::locksOfOneFile || bytes > limits::lockBytes)
+    // Those of the folders above count as well, so that few are to be told of in any file's entry of a listing.
+    const auto covering = [this](const VolumePath& key) {
+        return std::count_if(m_locks.begin(), m_locks.end(), [&key](const DavLock& lock) { return lock.Covers(key); });
+    };
+    auto most = covering(wanted.key);
+    for (const DavLock& lock : m_locks)
+        if (wanted.infinite && lock.key.IsInside(wanted.key))
+            most = std::max(most, covering(lock.key));
+    if (m_locks.size() >= limits::locks || static_cast<std::size_t>(most) >= limits::locksOfOneFile || bytes > limits::lockBytes)
         throw HttpError(507, "too many locks are held already");
 }
 

@@ -68,7 +68,8 @@ std::string Trail(VolumePath path) {
     return "<a href=\"/\">Volume</a>" + trail;
 }
 
-void WritePage(const Exchange& exchange, const Resource& folder, Spool& page) {
+void WritePage(Exchange& exchange, const Resource& folder, Spool& page) {
+    const Claim claim(exchange.state.claims, {{folder.key, Use::Read}});  // a folder that is listed cannot be moved
     const Turn turn(g_listingTurns);
     const ListedEntries listed(exchange.state.volume, folder);
     std::vector<Entry> entries;

@@ -202,6 +202,8 @@ ListedEntries::ListedEntries(const Volume& volume, const Resource& folder) : m_v
     VirtMountInfo mount{};
     if (!folder.path.IsRoot() && volume->GetMountInfoByVolumePath(folder.path.Str(), &mount))
         m_mountPathSize = BoundedText(mount.path).size();
+    if (!AreLinksMarked())
+        m_onDisk = volume.FolderOnDisk(folder.path).value_or(std::wstring());
 }
 
 bool ListedEntries::Has(const Entry& entry) const {
@@ -213,6 +215,8 @@ bool ListedEntries::Has(const Entry& entry) const {
         return false;  // not valid Unicode
     if (m_mountPathSize > 0 && m_mountPathSize + std::wcslen(entry.path.Str()) > c_surelyShort)
         return m_volume.Find(m_folder.path.Child(name)).has_value();
+    if (!m_onDisk.empty())
+        return StandingAt(m_onDisk + L'\\' + entry.NameOnDisk()) == Standing::Itself;
     const bool mayBeLink = (entry.data.fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     return !mayBeLink || m_volume.IsItself(entry);
 }

@@ -60,6 +60,7 @@ private:
     const Volume& m_volume;
     const Resource& m_folder;
     std::size_t m_mountPathSize = 0;  // units
+    std::wstring m_onDisk;            // where every entry has to be looked at; else empty
 };
 
 }  // namespace webdav

@@ -104,7 +104,11 @@ void TakeNames(const XmlNode& parent, Query& query) {
     for (const XmlNode& child : parent.children)
         if (!child.IsText() && taken.insert(child.name).second)
             query.wanted.push_back(child.name);
-    if (query.wanted.size() > limits::propertiesAsked)
+    std::size_t bytes = 0;
+    std::set<SharedText> spaces;
+    for (const XmlName& name : query.wanted)
+        bytes += name.local.size() + (spaces.insert(name.space).second ? name.space.size() : 0);
+    if (query.wanted.size() > limits::propertiesAsked || bytes > limits::propertyNameBytes)
         throw HttpError(413, "so many properties cannot be asked for at once");
 }
 
@@ -141,7 +145,19 @@ const LiveProperty* FindLive(const XmlName& name) {
 
 class Listing {
 public:
-    Listing(const Exchange& exchange, Query query) : m_exchange(exchange), m_query(std::move(query)) {}
+    Listing(const Exchange& exchange, Query query) : m_exchange(exchange), m_query(std::move(query)) {
+        for (const XmlName& name : m_query.wanted)
+            if (!name.space.empty() && !FindLive(name))
+                m_prefixes.try_emplace(name.space, "n" + std::to_string(m_prefixes.size()));
+    }
+
+    // Declares the namespaces of what may be missing, which every entry names.
+    std::string Begin() const {
+        std::string xml = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<D:multistatus xmlns:D=\"DAV:\"";
+        for (const auto& [space, prefix] : m_prefixes)
+            xml += " xmlns:" + prefix + "=\"" + Escaped(space) + '"';
+        return xml + ">\n";
+    }
 
     std::string Entry(const Resource& item) const {
         const PropertyTexts dead = m_exchange.state.properties.Of(item.key);
@@ -188,11 +204,17 @@ private:
         if (value)
             found += *value;
         else
-            missing += '<' + OpenName(name) + "/>";
+            missing += '<' + Prefixed(name) + "/>";
+    }
+
+    std::string Prefixed(const XmlName& name) const {
+        const auto found = m_prefixes.find(name.space);
+        return found == m_prefixes.end() ? OpenName(name) : found->second + ':' + std::string(std::string_view(name.local));
     }
 
     const Exchange& m_exchange;
     Query m_query;
+    std::map<SharedText, std::string> m_prefixes;  // of namespaces
 };
 
 }  // namespace
@@ -208,16 +230,22 @@ void AnswerPropfind(Exchange& exchange) {
         throw HttpError(403, "one folder at a time is listed", "<D:propfind-finite-depth/>");
     // Made at once, so that a slow client holds no search of a large folder open.
     Spool spool;
-    spool.Append("<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<D:multistatus xmlns:D=\"DAV:\">\n" + listing.Entry(resource));
+    const auto append = [&spool](const std::string& xml) {
+        if (spool.Size() + xml.size() > limits::answerBytes)
+            throw HttpError(507, "the answer would be too long; ask for fewer properties");
+        spool.Append(xml);
+    };
+    append(listing.Begin() + listing.Entry(resource));
     if (resource.IsFolder() && depth == Depth::One) {
+        const Claim claim(exchange.state.claims, {{resource.key, Use::Read}});  // a folder that is listed cannot be moved
         const Turn turn(g_listingTurns);
         const ListedEntries listed(exchange.state.volume, resource);
         Search search(exchange.state.volume, resource.entry->path);
         for (Entry entry; search.Next(entry);)
             if (listed.Has(entry))
-                spool.Append(listing.Entry(Listed(resource, entry)));
+                append(listing.Entry(Listed(resource, entry)));
     }
-    spool.Append("</D:multistatus>\n");
+    append("</D:multistatus>\n");
     exchange.response.Begin(207, {{"Content-Type", "application/xml; charset=utf-8"}}, spool.Size());
     spool.ForEach([&](std::string_view part) { exchange.response.Write(part); });
 }

@@ -110,8 +110,10 @@ private:
 
     // Those told to leave do so soon, but a flood of newcomers must not be quicker.
     bool WaitUntilSomeLeft(std::unique_lock<std::mutex>& guard) {
-        return m_ended.wait_for(guard, std::chrono::seconds(1),
-                                [this] { return m_places.size() <= limits::connections + limits::connectionsLeaving; });
+        const auto leaves = [](const Place& place) { return place.state.mustLeave.load(); };
+        return m_ended.wait_for(guard, std::chrono::seconds(1), [&] {
+            return static_cast<std::size_t>(std::count_if(m_places.begin(), m_places.end(), leaves)) <= limits::connectionsLeaving;
+        });
     }
 
     std::mutex m_mutex;
@@ -145,7 +147,7 @@ bool WaitForClient(tcp::acceptor& acceptor) {
 }  // namespace
 
 void RunServer(const ServerOptions& options, const Handler& handler, const std::function<void(unsigned short)>& started,
-               const std::function<bool()>& keepGoing) {
+               const std::function<bool()>& keepGoing, const std::function<std::chrono::milliseconds()>& pause) {
     boost::asio::io_context context;
     tcp::acceptor acceptor = Listen(context, options);
     Connections connections;
@@ -157,6 +159,7 @@ void RunServer(const ServerOptions& options, const Handler& handler, const std::
         tcp::socket socket = acceptor.accept(error);
         if (!error && !socket.non_blocking(true, error))
             connections.Start(std::move(socket), handler, options.logRequests);
+        std::this_thread::sleep_for(pause());
     }
     boost::system::error_code ignored;
     acceptor.close(ignored);

@@ -2,6 +2,7 @@
 // to and from a handler, which may be called on many threads at once.
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <string>
 
@@ -21,7 +22,8 @@ struct ServerOptions {
 // with the port. Before it returns, connections that wait for a request are closed, and requests under way get time to
 // finish; an upload that is still coming in is broken off. What does not end within the limits ends with the process.
 // Throws HostError when the address cannot be listened on.
+// pause says how long the next client has to wait after one that was taken.
 void RunServer(const ServerOptions& options, const Handler& handler, const std::function<void(unsigned short)>& started,
-               const std::function<bool()>& keepGoing);
+               const std::function<bool()>& keepGoing, const std::function<std::chrono::milliseconds()>& pause);
 
 }  // namespace webdav

@@ -14,6 +14,8 @@ public:
     // Any thread may call. Throws ConnectionLost only, also when an answer that has begun cannot be finished.
     void Answer(const Request& request, RequestBody& body, Response& response);
     void RemoveExpiredLocks() { m_state.locks.RemoveExpired(); }
+    // Between two new connections.
+    std::chrono::milliseconds Pause() { return m_guesses.Pause(); }
 
 private:
     void Dispatch(const Request& request, RequestBody& body, Response& response);

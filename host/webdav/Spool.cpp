@@ -10,7 +10,7 @@ namespace webdav {
 
 namespace {
 
-constexpr std::size_t c_partSize = 256 * 1024;
+constexpr std::size_t c_partSize = 64 * 1024;
 
 [[noreturn]] void ThrowFileError() {
     const DWORD error = GetLastError();

@@ -80,7 +80,8 @@ bool Empty(const Volume& volume, const Resource& folder, std::vector<MemberFailu
 void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) {
     // Through a handle, because that takes the place of an existing file in one step.
     const FileHandle file = volume.Open(from, GENERIC_READ | DELETE, c_shareAll, OPEN_EXISTING);
-    Check(volume->RenameFile(file.Get(), nullptr, to.Str(), nullptr), to);
+    volume.Rename(file, to);
+    volume.RequireInPlace(to, file.Get());
 }
 
 }  // namespace
@@ -104,7 +105,7 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
         return false;
     }
     if (!source.IsFolder())
-        return Try(source, failures, [&] { Check(volume->CopyFileW(source.entry->path.Str(), target.Str(), nullptr), target); });
+        return Try(source, failures, [&] { volume.Copy(source.entry->path, target); });
     if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
         return false;
     bool whole = true;
@@ -119,9 +120,12 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
         return false;
     if (!source.IsFolder())
         return Try(source, failures, [&] { Rename(volume, source.entry->path, target); });
-    if (volume->MoveFileW(source.entry->path.Str(), target.Str(), nullptr) == VVS_Success)
+    try {
+        volume.Move(source.entry->path, target);
         return true;
-    // To another key or owner each file is encrypted for its new place.
+    } catch (const StatusError&) {
+        // To another key or owner each file is encrypted for its new place.
+    }
     if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
         return false;
     bool whole = true;

@@ -5,7 +5,9 @@
 // stands: a host that serves untrusted callers checks their paths first. Every operation may be called on any thread at
 // any time, also on one handle: calls on one file handle, and on one search handle, are carried out one after the other, and of
 // two threads that step through one search each gets other entries. A handle that one thread ends while another uses it ends when
-// that call is done; later calls find no handle. No slot throws.
+// that call is done; later calls find no file handle, and must not be made with a search handle. No slot throws. Besides the statuses
+// named below, a slot that takes a path answers VVS_MountFolderNotFound when a volume path does not resolve, and
+// VVS_InvalidParameter when a component of it names a device ("Docs\NUL.txt").
 //
 // Texts are UTF-16 and end with a NUL. Records belong to the caller and are only touched during the call. A null or
 // empty lock token means "none".
@@ -137,7 +139,7 @@ public:
     // An encrypted file is decrypted at its first read, write or size change, not here. CREATE_ALWAYS, OPEN_ALWAYS and
     // TRUNCATE_EXISTING start it empty: the stored content goes only when something was written or the size set.
     // VVS_InvalidParameter: a new name that could never be saved (no room for ".zip" and the names of conflict copies, or no
-    // well-formed UTF-16), or, of any path, the name of a device ("NUL.txt").
+    // well-formed UTF-16).
     virtual VirtualVolumeStatus OpenFile(void** hFile, const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                          std::uint32_t openDisposition, const wchar_t* lockToken, VirtFindData* findData) = 0;
     // 11: closes the item. A changed encrypted file is encrypted here, on this thread; when that fails a folder for a

@@ -1,5 +1,6 @@
 #include "diagnostics/QuelcryptLog.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cwchar>
 
@@ -54,6 +55,12 @@ private:
         return s_slot.index;
     }
 };
+
+// What clients send must not look like lines of the log.
+std::wstring OneLineStr(std::wstring text) {
+    std::replace_if(text.begin(), text.end(), [](wchar_t unit) { return unit < L' '; }, L' ');
+    return text;
+}
 
 std::wstring FormatLevelStr(std::uint32_t level) {
     switch (level) {
@@ -221,7 +228,7 @@ std::wstring QuelcryptLog::RenderPiece(const LogTemplatePiece& piece, const Line
         case LogValue::File: return FormatStr(format, m_fileName ? m_fileName : L"");
         case LogValue::Line: return FormatStr(format, m_line);
         case LogValue::FuncName: return FormatStr(format, m_functionName ? m_functionName : L"");
-        case LogValue::LogMessage: return FormatStr(format, *line.message);
+        case LogValue::LogMessage: return FormatStr(format, OneLineStr(*line.message));
         case LogValue::ReturnResult: return FormatStr(format, ReturnResultStr());
     }
     return {};
@@ -236,10 +243,10 @@ std::wstring QuelcryptLog::RenderFixed(const Line& line) const {
     const int depth = NestingDepth::Get() + 1;
     if (!m_thisPointer)
         return FormatStr(L"%s[%s.%s]%s %s[%s] %s[%d] %s %s\n", m_indent, processId, threadId, time, level, m_component, line.kind,
-                         depth, functionName, *line.message);
+                         depth, functionName, OneLineStr(*line.message));
     const std::wstring address = FormatHexStr(reinterpret_cast<std::uintptr_t>(m_thisPointer), false, false);
     return FormatStr(L"%s[%s.%s]%s %s[%s] %s[%d] this[%s]->%s %s\n", m_indent, processId, threadId, time, level, m_component,
-                     line.kind, depth, address, functionName, *line.message);
+                     line.kind, depth, address, functionName, OneLineStr(*line.message));
 }
 
 std::wstring QuelcryptLog::ReturnResultStr() const {

@@ -154,7 +154,8 @@ VirtualVolumeStatus LookAtReplaced(const std::wstring& filePath, const std::opti
     const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
     if (isBeingWritten)
         return VSS_SharingViolation;
-    return IsStillVersion(known, ReadFileVersion(filePath)) ? VVS_Success : VVS_PathAlreadyExists;
+    const std::optional<FileVersion> now = hFile ? ReadOpenFileVersion(hFile.Get(), filePath) : ReadFileVersion(filePath);
+    return IsStillVersion(known, now) ? VVS_Success : VVS_PathAlreadyExists;
 }
 
 VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,

@@ -67,21 +67,23 @@ std::wstring EncryptedContent::DescriptionStr() const {
 }
 
 VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
-                                           std::uint32_t openDisposition, bool exists, bool isContainerPath,
-                                           const wchar_t* lockToken) {
+                                           std::uint32_t openDisposition, Found found, const wchar_t* lockToken) {
     QC_TRACE_THIS(L"VirtualFile::OpenHalvaneFile", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,
                   FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition));
     const bool creates = CreatesFiles(openDisposition);
+    const bool exists = found == Found::Document;
+    const bool isMissing = found == Found::Nothing;
+    const bool isContainerPath = found == Found::WaitingContainer;
     const std::wstring containerPath = exists ? ContainerPathStr(filePath) : isContainerPath ? filePath : ZipPathStr(filePath);
     const std::wstring itemPath = containerPath.substr(0, containerPath.size() - kContainerExtension.size());
     const std::wstring fileName = PathStripPathStr(filePath);
-    if (openDisposition == CREATE_NEW)
+    if (openDisposition == CREATE_NEW && !isMissing)
         QC_CHECK(!PathExists(filePath) && !PathExists(containerPath), VSS_FileExists, L"!PathExists(containerPath) =>false%s, ");
     QC_CHECK(fileName.find_first_of(L"*?<>|\":") == std::wstring::npos, VVS_InvalidParameter,
              L"PathStripPathStr(filePath).find_first_of(L\"*?<>|\\\":\") == std::wstring::npos =>false%s, ");
     if (creates && !exists) {
         // Not this file's container, then, but another file that saving would overwrite: a conflict copy, an ordinary ZIP file.
-        QC_CHECK(!PathExists(containerPath), VVS_PathAlreadyExists, L"!PathExists(containerPath) =>false%s, ");
+        QC_CHECK(isMissing || !PathExists(containerPath), VVS_PathAlreadyExists, L"!PathExists(containerPath) =>false%s, ");
         // Nor may it get the name under which another document is shown.
         QC_CHECK(!PathExists(ZipPathStr(containerPath)), VVS_PathAlreadyExists, L"!PathExists(ZipPathStr(containerPath)) =>false%s, ");
         // The container is made at the close only, which would be too late to find out that it cannot be.
@@ -117,7 +119,8 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
     if (m_copy.IsMade())
         return VVS_Success;
     QC_TRACE_THIS(L"VirtualFile::MakeSureTempFileOpenIfNeeded", L"%s", DescriptionStr());
-    const std::optional<FileVersion> container = ReadFileVersion(StoredPath());
+    const bool mayNeedContainer = !m_startsEmpty || content == TempContent::OfContainer;
+    const std::optional<FileVersion> container = mayNeedContainer ? ReadFileVersion(StoredPath()) : std::nullopt;
     const bool decrypt = !m_startsEmpty || (content == TempContent::OfContainer && container);
     RetainedCopy copy;
     const bool retained = VirtualTempFileDispenser::Dispense(m_state.Path(), decrypt, m_state.findData ? &*m_state.findData : nullptr,
@@ -137,7 +140,9 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
         else
             VirtualTempFileDispenser::DeleteTempFolder(copy.tempFilePath);
     });
-    const WritableMeanwhile writable(copy.tempFilePath);
+    std::optional<WritableMeanwhile> writable;
+    if (retained)
+        writable.emplace(copy.tempFilePath);
     QC_CHECK_STATUS(VirtualItem::CreateFileW(copy.tempFilePath, kFullContentAccess, kShareAll, retained ? OPEN_ALWAYS : CREATE_ALWAYS,
                                              FILE_ATTRIBUTE_NORMAL, hFile),
                     L"CreateFileW(tempFilePath, desiredAccess, shareMode, createDisposition, 0x80, hFile) =>%s, ");

@@ -13,10 +13,12 @@ class EncryptedContent final : public FileContent {
 public:
     using FileContent::FileContent;
 
-    // exists: filePath was found, as a document or as a container's own path. isContainerPath: it was not, but is that of a
-    // container for which an edit waits. Opens no file; a lock's handle is taken.
+    // What a look at filePath found: the document, perhaps by its container's own path; nothing, but it is the own path of a container
+    // for which an edit waits; something else there or at the container's path; nothing at either.
+    enum class Found { Document, WaitingContainer, Other, Nothing };
+    // Opens no file; a lock's handle is taken.
     VirtualVolumeStatus Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
-                             std::uint32_t openDisposition, bool exists, bool isContainerPath, const wchar_t* lockToken);
+                             std::uint32_t openDisposition, Found found, const wchar_t* lockToken);
     // Takes the container that was just written for the item's path.
     void Adopt(LockedFile lock);
 

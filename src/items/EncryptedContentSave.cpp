@@ -227,10 +227,12 @@ void EncryptedContent::SaveOvertakenEdit() {
 
 VirtualVolumeStatus EncryptedContent::CheckMayGo() {
     const VirtualVolumeStatus status = CheckBase();
-    if (status != VVS_Success || m_lock.locked || !PathExists(StoredPath()))
+    if (status != VVS_Success || m_lock.locked)
         return status;
     UniqueHandle hFile;  // what a move deletes at its end must not turn out to be held then, or to be written
-    return VirtualItem::CreateFileW(StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
+    const VirtualVolumeStatus mayDelete =
+        VirtualItem::CreateFileW(StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
+    return mayDelete == VVS_FileNotFound ? VVS_Success : mayDelete;  // there may be none yet
 }
 
 VirtualVolumeStatus EncryptedContent::DeleteOldContainer() {

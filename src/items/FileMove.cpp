@@ -102,6 +102,9 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     const bool destEncrypted = ShouldFileBeEncrypted(m_newFilePath, &isKnown);
     // What would then be unencrypted in a protected place might be synchronised before anybody saw it.
     QC_CHECK(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
+    // As at the open of a new file: what could not be saved later is refused before anything is done.
+    QC_CHECK(!destEncrypted || HasSaveNames(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
+             L"HasSaveNames(PathStripPathStr(newFilePath)) =>false%s, ");
     m_destPath = destEncrypted ? ZipPathStr(m_newFilePath) : m_newFilePath;
     const std::wstring oldPath = m_state.Path();
     const bool wasEncrypted = m_content->IsEncrypted();
@@ -138,7 +141,10 @@ VirtualVolumeStatus FileMove::LookAgain() {
 VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEncrypted, bool& isDone) {
     QC_TRACE_THIS(L"FileMove::Check");
     const std::wstring sourcePath = m_content->StoredPath();
-    m_sameFile = EqualNoCase(sourcePath, m_destPath) || AreSameFile(sourcePath, m_destPath);
+    m_replaced = ReadFileVersion(m_destPath);
+    m_wasThere = m_replaced.has_value();
+    QC_CHECK(m_wasThere || GetLastError() != ERROR_PATH_NOT_FOUND, VVS_PathNotFound, L"ReadFileVersion(newFilePath) =>false%s, ");
+    m_sameFile = EqualNoCase(sourcePath, m_destPath) || (m_wasThere && AreSameFile(sourcePath, m_destPath));
     // A conflict copy's own path is another file's.
     const bool isBesidePlainFile = m_content->IsEncrypted() && PathExists(m_state.Path());
     const bool isOwnPath = m_sameFile || EqualNoCase(m_newFilePath, m_state.Path());  // perhaps in the other form
@@ -162,21 +168,19 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
 VirtualVolumeStatus FileMove::CheckDestination(bool destEncrypted) {
     const std::wstring newZipPath = ZipPathStr(m_newFilePath);
     const std::wstring sourcePath = m_content->StoredPath();
-    if (!IsExistingFolder(PathRemoveFileSpecStr(m_newFilePath)))
-        return VVS_PathNotFound;
-    if (IsExistingFolder(m_newFilePath))
+    const std::optional<FileStamp> plain = !destEncrypted   ? m_replaced ? std::optional(m_replaced->stamp) : std::nullopt
+                                                            : ReadFileStamp(m_newFilePath);
+    if (plain && (plain->attributes & FILE_ATTRIBUTE_DIRECTORY))
         return VVS_PathAlreadyExists;
-    m_replaced = ReadFileVersion(m_destPath);
-    m_wasThere = PathExists(m_destPath);
     if (m_sameFile)
         return VVS_Success;
-    const bool plainIsThere = PathExists(m_newFilePath) && (m_content->IsEncrypted() || !EqualNoCase(m_newFilePath, sourcePath));
-    const bool zipIsThere = PathExists(newZipPath) && !EqualNoCase(newZipPath, sourcePath);
+    const bool plainIsThere = plain && (m_content->IsEncrypted() || !EqualNoCase(m_newFilePath, sourcePath));
+    const bool zipIsThere = (destEncrypted ? m_wasThere : PathExists(newZipPath)) && !EqualNoCase(newZipPath, sourcePath);
     const bool containerIsThere = zipIsThere && (m_newFile.locked || TypeOf(newZipPath) == VIT_EncryptedFile);
     if (!MayReplace() && (plainIsThere || containerIsThere) && !m_newFile.locked)
         return VVS_PathAlreadyExists;
     if (destEncrypted) {
-        if (zipIsThere && (PathExists(m_newFilePath) || !containerIsThere))
+        if (zipIsThere && (plain || !containerIsThere))
             return VVS_PathAlreadyExists;
         // A file there with a container's name is, or may be, another document's container; and a container must not get the
         // name under which another document is shown.
@@ -364,12 +368,18 @@ VirtualVolumeStatus FileMove::MoveFromPlainToHalvane() {
 // Nothing stays of the plain file.
 VirtualVolumeStatus FileMove::TurnIntoContainer() {
     QC_TRACE_THIS(L"VirtualFile::TurnIntoContainer");
+    std::wstring tempFilePath;
+    QC_CHECK(VirtualTempFileDispenser::CreateTempFileName(m_state.Name(), tempFilePath), VVS_GeneralError, L"!tempFilePath.IsEmpty() =>false%s, ");
+    const OnExit deleteTemp([&] { VirtualTempFileDispenser::DeleteTempFolder(tempFilePath); });
     HeldSource held(Plain());
     QC_CHECK_STATUS(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
     QC_CHECK_STATUS(EncryptTo({m_state.Path(), held.File()}),
                     L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
-    // By its handle: what was encrypted goes, not what somebody may have put in its place.
-    const VirtualVolumeStatus status = held.MarkForDeletion();
+    // By its handle: what was encrypted goes, not what somebody may have put in its place. Out of the way first, for others may still
+    // read it, and until they are done a deleted file keeps its name; to another disk it cannot go.
+    const bool isOutOfTheWay = VirtualItem::RenameItem(held.File(), m_state, tempFilePath) == VVS_Success;
+    const VirtualVolumeStatus marked = held.MarkForDeletion();
+    const VirtualVolumeStatus status = isOutOfTheWay ? VVS_Success : marked;
     if (status != VVS_Success)
         TakeBackDestination();
     QC_CHECK_STATUS(status, L"DeleteUndeleteFile(m_hFile, true) =>%s, ");
@@ -382,8 +392,8 @@ VirtualVolumeStatus FileMove::MoveFromHalvaneToHalvane() {
     QC_TRACE_THIS(L"VirtualFile::MoveFromHalvaneToHalvane", L"%s", LogStr());
     const bool sameSpec = PathStripPathStr(m_newFilePath) == m_state.Name();
     bool isKnown = true;  // unknown keys must not compare equal
-    const bool canJustMove = PathExists(m_content->StoredPath()) && !m_keepSrcFile && sameSpec && !m_newFile.locked &&
-                             !Encrypted().Lock().locked &&
+    const bool canJustMove = !m_keepSrcFile && sameSpec && !m_newFile.locked && !Encrypted().Lock().locked &&
+                             PathExists(m_content->StoredPath()) &&
                              GetFolderTargetKeyId(PathRemoveFileSpecStr(m_state.Path()), &isKnown) ==
                                  GetFolderTargetKeyId(PathRemoveFileSpecStr(m_newFilePath), &isKnown) &&
                              isKnown;

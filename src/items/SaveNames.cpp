@@ -55,14 +55,15 @@ bool HasSaveNames(const std::wstring& itemName) {
 }
 
 // One folder may be reached under several paths, through links or other spellings; its identity is one.
-std::wstring SaveGate::KeyOf(const std::wstring& containerPath) {
-    const std::optional<FileVersion> folder = ReadFileVersion(PathRemoveFileSpecStr(containerPath));
+std::wstring SaveGate::FolderKeyOf(const std::wstring& folderPath) {
+    const std::optional<FileVersion> folder = ReadFileVersion(folderPath);
     if (!folder || (folder->fileId[0] | folder->fileId[1]) == 0)
-        return containerPath;
-    return FormatStr(L"%I64x:%I64x:%I64x\\%s", folder->volumeSerial, folder->fileId[0], folder->fileId[1], PathStripPathStr(containerPath));
+        return folderPath;
+    return FormatStr(L"%I64x:%I64x:%I64x", folder->volumeSerial, folder->fileId[0], folder->fileId[1]);
 }
 
-SaveGate::SaveGate(const std::wstring& containerPath) : SaveGate(Key{KeyOf(containerPath)}) {}
+SaveGate::SaveGate(const std::wstring& containerPath)
+    : SaveGate(Key{PathAppendStr(FolderKeyOf(PathRemoveFileSpecStr(containerPath)), PathStripPathStr(containerPath))}) {}
 
 SaveGate::SaveGate(const Key& key) NO_THREAD_SAFETY_ANALYSIS : m_key(key.text) {
     GateTable& table = Table();
@@ -77,7 +78,14 @@ SaveGate::SaveGate(const Key& key) NO_THREAD_SAFETY_ANALYSIS : m_key(key.text) {
 }
 
 SaveGates::SaveGates(const std::wstring& sourcePath, const std::wstring& destPath)
-    : SaveGates(SaveGate::Key{SaveGate::KeyOf(sourcePath)}, SaveGate::Key{SaveGate::KeyOf(destPath)}) {}
+    : SaveGates(sourcePath, destPath, SaveGate::FolderKeyOf(PathRemoveFileSpecStr(sourcePath))) {}
+
+SaveGates::SaveGates(const std::wstring& sourcePath, const std::wstring& destPath, const std::wstring& sourceFolderKey)
+    : SaveGates(SaveGate::Key{PathAppendStr(sourceFolderKey, PathStripPathStr(sourcePath))},
+                SaveGate::Key{PathAppendStr(EqualNoCase(PathRemoveFileSpecStr(sourcePath), PathRemoveFileSpecStr(destPath))
+                                                ? sourceFolderKey
+                                                : SaveGate::FolderKeyOf(PathRemoveFileSpecStr(destPath)),
+                                            PathStripPathStr(destPath))}) {}
 
 SaveGates::SaveGates(const SaveGate::Key& source, const SaveGate::Key& dest)
     : m_first(LessNoCase(source.text, dest.text) ? source : dest), m_second(LessNoCase(source.text, dest.text) ? dest : source) {}

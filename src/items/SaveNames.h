@@ -23,7 +23,7 @@ public:
     struct Key {
         std::wstring text;
     };
-    static std::wstring KeyOf(const std::wstring& containerPath);
+    static std::wstring FolderKeyOf(const std::wstring& folderPath);
 
     explicit SaveGate(const std::wstring& containerPath);
     explicit SaveGate(const Key& key);
@@ -42,6 +42,7 @@ public:
     SaveGates(const std::wstring& sourcePath, const std::wstring& destPath);
 
 private:
+    SaveGates(const std::wstring& sourcePath, const std::wstring& destPath, const std::wstring& sourceFolderKey);
     SaveGates(const SaveGate::Key& source, const SaveGate::Key& dest);
 
     SaveGate m_first;

@@ -41,7 +41,12 @@ VirtualVolumeStatus VirtualFile::Open(const wchar_t* filePath, std::uint32_t des
     VirtualVolumeStatus status = VVS_Success;
     if (isEncrypted || (creates && ShouldFileBeEncrypted(filePath))) {
         auto content = std::make_unique<EncryptedContent>(m_state);
-        status = content->Open(filePath, desiredAccess, shareMode, openDisposition, isEncrypted && findData, isContainerPath, lockToken);
+        using Found = EncryptedContent::Found;
+        const Found found = isContainerPath           ? Found::WaitingContainer
+                            : !findData               ? Found::Nothing
+                            : isEncrypted             ? Found::Document
+                                                      : Found::Other;
+        status = content->Open(filePath, desiredAccess, shareMode, openDisposition, found, lockToken);
         if (status == VVS_Success)
             m_content = std::move(content);
     } else {

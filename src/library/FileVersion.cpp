@@ -85,28 +85,40 @@ bool operator==(const FileVersion& left, const FileVersion& right) {
     return !isChangeTimeKnown || left.changeTime == right.changeTime;
 }
 
+std::optional<FileVersion> ReadOpenFileVersion(HANDLE hFile, const std::wstring& path) {
+    FILE_BASIC_INFO basic{};
+    LARGE_INTEGER size{};
+    if (!GetFileInformationByHandleEx(hFile, FileBasicInfo, &basic, sizeof(basic)) || !GetFileSizeEx(hFile, &size))
+        return std::nullopt;
+    FileVersion version{.stamp = {basic.FileAttributes, basic.LastWriteTime.QuadPart, size.QuadPart}, .changeTime = basic.ChangeTime.QuadPart};
+    version.saves = SavesOf(path);
+    FILE_ID_INFO id{};
+    if (GetFileInformationByHandleEx(hFile, FileIdInfo, &id, sizeof(id))) {
+        version.volumeSerial = id.VolumeSerialNumber;
+        std::memcpy(version.fileId, &id.FileId, sizeof(version.fileId));
+    }
+    return version;
+}
+
 // Through a handle: what a network share says of a path may be some seconds old. Looking at attributes alone disturbs nobody.
 std::optional<FileVersion> ReadFileVersion(const std::wstring& path) {
     FileVersion version;
-    version.saves = SavesOf(path);
+    version.saves = SavesOf(path);  // before the look at the file
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const HANDLE handle =
         ::CreateFileW(PlatformPath(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
                       FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
-    const std::optional<FileStamp> stamp = hFile ? ReadOpenFileStamp(hFile.Get()) : ReadFileStamp(path);
-    if (!stamp)
+    if (!hFile && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND))
         return std::nullopt;
-    version.stamp = *stamp;
-    FILE_ID_INFO id{};
-    if (hFile && GetFileInformationByHandleEx(hFile.Get(), FileIdInfo, &id, sizeof(id))) {
-        version.volumeSerial = id.VolumeSerialNumber;
-        std::memcpy(version.fileId, &id.FileId, sizeof(version.fileId));
+    std::optional<FileVersion> open = hFile ? ReadOpenFileVersion(hFile.Get(), path) : std::nullopt;
+    if (open) {
+        open->saves = version.saves;
+        return open;
     }
-    FILE_BASIC_INFO basic{};
-    if (hFile && GetFileInformationByHandleEx(hFile.Get(), FileBasicInfo, &basic, sizeof(basic)))
-        version.changeTime = basic.ChangeTime.QuadPart;
-    return version;
+    const std::optional<FileStamp> stamp = ReadFileStamp(path);
+    version.stamp = stamp.value_or(FileStamp{});
+    return stamp ? std::optional(version) : std::nullopt;
 }
 
 FileVersion AtOtherPath(FileVersion version, const std::wstring& path) {

@@ -38,6 +38,8 @@ bool operator==(const FileVersion& left, const FileVersion& right);
 
 // Nothing when there is no file, or it cannot be looked at; the last error says why.
 std::optional<FileVersion> ReadFileVersion(const std::wstring& path);
+// The same of a file at path that is open.
+std::optional<FileVersion> ReadOpenFileVersion(HANDLE hFile, const std::wstring& path);
 
 // The same version after a folder above its file was moved.
 FileVersion AtOtherPath(FileVersion version, const std::wstring& path);

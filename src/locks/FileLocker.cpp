@@ -60,8 +60,8 @@ struct LockTable {
         const auto found = entries.find(std::wstring_view(filePath));
         return found == entries.end() ? nullptr : &found->second;
     }
-    LockEntry* Insert(const wchar_t* filePath) REQUIRES(section) {
-        LockEntry* const entry = &entries[filePath];
+    LockEntry* Insert(const wchar_t* filePath, LockEntry made) REQUIRES(section) {
+        LockEntry* const entry = &entries.emplace(filePath, std::move(made)).first->second;
         count = entries.size();
         return entry;
     }
@@ -132,6 +132,22 @@ LockSearchHandle* AsSearchHandle(void* hFind) {
     return search && search->magic == kLockSearchMagic ? search : nullptr;
 }
 
+// Returns the token, empty when it has no room. Without the memory for it, an entry that has no other lock goes with its file's handle.
+std::wstring MakeRecord(LockTable& table, const wchar_t* filePath, LockEntry& entry, const LockInfo& lockInfo, const GUID& guid)
+    REQUIRES(table.section) {
+    try {
+        std::wstring token = FormatGuidStr(guid);
+        if (token.size() >= std::size(lockInfo.token))
+            return {};
+        entry.lockInfoArray.push_back({lockInfo.timeout, lockInfo.scope, lockInfo.type, std::wstring(BoundedText(lockInfo.owner)), token});
+        return token;
+    } catch (...) {
+        if (entry.lockInfoArray.empty())
+            table.Erase(filePath);
+        throw;
+    }
+}
+
 bool HasToken(const wchar_t* lockToken) { return lockToken && *lockToken; }
 
 }  // namespace
@@ -146,13 +162,12 @@ VirtualVolumeStatus FileLocker::Lock(const wchar_t* filePath, const VirtFindData
     if (!entry) {
         FileHandleInfo fileHandleInfo;
         QC_CHECK_STATUS(CreateAndLockFile(filePath, fileHandleInfo), L"CreateAndLockFile(filePath, lockInfoData.fileHandleInfo) =>%s, ");
-        entry = table.Insert(filePath);
-        entry->lockInfoArray.reserve(1);
-        entry->fileHandleInfo = std::move(fileHandleInfo);
-        if (encryptedInfo) {
-            entry->encryptedInfo = *encryptedInfo;
-            entry->hasEncryptedInfo = true;
-        }
+        LockEntry made;
+        made.lockInfoArray.reserve(1);
+        made.fileHandleInfo = std::move(fileHandleInfo);
+        made.encryptedInfo = encryptedInfo ? *encryptedInfo : VirtFindData{};
+        made.hasEncryptedInfo = encryptedInfo != nullptr;
+        entry = table.Insert(filePath, std::move(made));
     } else {
         QC_CHECK(lockInfo->scope == LockScope_Shared, VVS_LockScopeViolation,
                  L"lockInfo->lockScope == LockScope_Shared =>false%s, ");
@@ -166,11 +181,8 @@ VirtualVolumeStatus FileLocker::Lock(const wchar_t* filePath, const VirtFindData
         qcLog.LogFailedCheck(L"CoCreateGuid(&guid) =>%s, ", [&] { return FormatHResultStr(created); }, [] { return L""; });
         return qcLog.Leave(VVS_GeneralError);
     }
-    const std::wstring token = FormatGuidStr(guid);
-    QC_CHECK(token.size() < std::size(lockInfo->token), VVS_GeneralError,
-             L"guidStr.GetLength() < (sizeof(*RtlpNumberOf(lockInfo->lockToken))) =>false%s, ");
-    entry->lockInfoArray.push_back(
-        {lockInfo->timeout, lockInfo->scope, lockInfo->type, std::wstring(BoundedText(lockInfo->owner)), token});
+    const std::wstring token = MakeRecord(table, filePath, *entry, *lockInfo, guid);
+    QC_CHECK(!token.empty(), VVS_GeneralError, L"guidStr.GetLength() < (sizeof(*RtlpNumberOf(lockInfo->lockToken))) =>false%s, ");
     CopyBounded(lockInfo->token, token);
     return qcLog.Leave(VVS_Success);
 }

@@ -46,7 +46,7 @@ bool ShouldEnumerateFindData(const WIN32_FIND_DATAW& raw) {
         return true;
     QC_TRACE(L"ShouldEnumerateFindData", L"fileName[%s]", raw.cFileName);
     QC_LOG(L"fileName[%s] is Reserved and will be Skipped in current enumeration", raw.cFileName);
-    return false;
+    return qcLog.Leave(false);
 }
 
 // Moves on from the current entry to the first that is to be shown.
@@ -106,9 +106,12 @@ bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePa
         LibraryPtr<IHvcStringW> storedName;
         succeeded = Quelcrypt_GetFileInformation(path.c_str(), storedName.GetAddr(), &info.plainSize, &raw, &info.lastWrite,
                                                  &info.lastAccess, &info.creation, nullptr) == 1;
-        const wchar_t* const name = succeeded && storedName ? storedName->GetString() : nullptr;
-        succeeded = name != nullptr;
-        info.storedName = name ? name : L"";
+        succeeded = succeeded && storedName;
+        const wchar_t* const name = succeeded ? storedName->GetString() : nullptr;
+        info.storedName = name ? name : L"";  // an empty one is null
+    } catch (const CQuelcryptErrorException& exception) {
+        succeeded = false;
+        QC_LOG_AT(LogLevel_Error, L"Exception[%s], containerFilePath[%s]", exception.GetDescription(), containerFilePath);
     } catch (...) {  // whatever it is, one container must not end a listing
         succeeded = false;
     }

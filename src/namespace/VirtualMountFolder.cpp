@@ -77,7 +77,7 @@ std::wstring ReadFolderText(IProtectedFolder* folder, bool (IProtectedFolder::*g
     }
 }
 
-FolderTable ReadFolders(IProtectedFolderEnum* protectedFolders) {
+FolderTable ReadFolders(QuelcryptLog& qcLog, IProtectedFolderEnum* protectedFolders) {
     FolderTable table;
     LibraryPtr<IProtectedFolder> folder;
     while (protectedFolders->Next(folder.GetAddr()) != 0) {
@@ -89,6 +89,8 @@ FolderTable ReadFolders(IProtectedFolderEnum* protectedFolders) {
                              ReadFolderText(folder.Get(), &IProtectedFolder::GetPath)};
         if (!info.name.empty() && !info.path.empty())
             table.Store(std::move(info));
+        else
+            QC_LOG_AT(LogLevel_Warning, L"A protected folder without name[%s] or path[%s] is left out", info.name, info.path);
     }
     return table;
 }
@@ -104,9 +106,10 @@ void Reload(QuelcryptLog& qcLog, MountFolderState& state) REQUIRES(state.section
     const std::uint32_t changeCounter = protectedFolders->GetChangeCounter();
     if (state.changeCounter != 0 && state.changeCounter == changeCounter)
         return;
-    state.table = ReadFolders(protectedFolders.Get());
+    state.table = ReadFolders(qcLog, protectedFolders.Get());
     state.changeCounter = changeCounter;
     state.loaded = true;
+    QC_LOG(L"The table has %d mount folders, change counter[%d]", static_cast<int>(state.table.InOrder().size()), changeCounter);
 }
 
 bool CopyByName(MountFolderState& state, const std::wstring& name, MountFolderInfo& mountFolderInfo) {
@@ -169,6 +172,9 @@ void VirtualMountFolder::LoadFolders(bool force) {
         return;
     try {
         Reload(qcLog, state);
+    } catch (const CQuelcryptErrorException& exception) {
+        QC_REPORT(L"protectedFolders.Ptr() != 0 =>false%s, ");
+        QC_LOG_AT(LogLevel_Error, L"Exception[%s]", exception.GetDescription());
     } catch (const CQuelcryptException&) {
         QC_REPORT(L"protectedFolders.Ptr() != 0 =>false%s, ");
     }

@@ -238,12 +238,10 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
         return qcLog.Leave(DeleteResult::Deleted);
     QC_CHECK(attributes != INVALID_FILE_ATTRIBUTES, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     ClearReadOnly(path, attributes);
-    if (isLongForm || path.size() >= MAX_PATH) {  // more than the shell takes: a single file goes without it
-        QC_CHECK(DeleteFileW(PlatformPath(path).c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
-        return qcLog.Leave(DeleteResult::Deleted);
-    }
-
-    const bool isGone = DeleteThroughShell(path);
+    // The shell is for trees, and for files that others still have open. It takes no long paths.
+    const bool isFile = !(attributes & FILE_ATTRIBUTE_DIRECTORY);
+    const bool isTooLong = isLongForm || path.size() >= MAX_PATH;
+    const bool isGone = (isFile && DeleteFileW(PlatformPath(path).c_str()) && !PathExists(path)) || (!isTooLong && DeleteThroughShell(path));
     QC_CHECK(isGone, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     return qcLog.Leave(DeleteResult::Deleted);
 }

@@ -67,11 +67,16 @@ bool VirtualVolume::GetFullFilePath(const wchar_t* filePath, std::wstring& fullF
     const std::optional<std::wstring> joined = PathIn(mountFolderInfo, relativePath);
     if (joined)
         fullFilePath = *joined;
+    else
+        QC_LOG(L"relativePath[%s] leads to no file in mount folder[%s], or that is not on disk", relativePath, mountFolderInfo.path);
     return qcLog.Leave(joined.has_value());
 }
 
 VirtualVolumeStatus VirtualVolume::StatusOfUnresolved(const wchar_t* filePath) {
-    return filePath && NamesDevice(filePath) ? VVS_InvalidParameter : VVS_MountFolderNotFound;
+    MountFolderInfo mountFolderInfo;
+    std::wstring relativePath;
+    const bool isFolderKnown = VirtualMountFolder::GetMountFolderInfoByVirtPath(filePath, mountFolderInfo, relativePath);
+    return isFolderKnown && NamesDevice(relativePath) ? VVS_InvalidParameter : VVS_MountFolderNotFound;
 }
 
 // A mount folder may be away, with its disk. Nothing else must come to stand in its place meanwhile.

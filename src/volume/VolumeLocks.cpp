@@ -35,6 +35,16 @@ VirtFindData RecordOfMissingFile(const std::wstring& fullFilePath) {
     return record;
 }
 
+// Before it was held, the container may have become another one than was found. The lock is taken: nothing here makes it fail.
+void FollowHeldContainer(const std::wstring& containerPath, VirtualItemType itemType) noexcept {
+    try {
+        VirtFindData held{};
+        if (VirtualFindFile::FindContainerOnDisk(containerPath, &held) && held.itemType == itemType)
+            FileLocker::SetEncryptedInfo(containerPath.c_str(), held);
+    } catch (...) {  // for want of memory; listings then show what was found before
+    }
+}
+
 }  // namespace
 
 VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockInfo) {
@@ -57,13 +67,12 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
             virtFindData = RecordOfMissingFile(fullFilePath);
             halvaneVirtFindData = &virtFindData;
         }
+        LockInfo earlier{};
+        const bool isFirst = FileLocker::FindLock(filePathToLock.c_str(), nullptr, &earlier) == VVS_FileNotLocked;
         QC_CHECK_STATUS(FileLocker::Lock(filePathToLock.c_str(), halvaneVirtFindData, lockInfo),
                         L"FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>%s, ");
-        // Before it was held, the container may have become another one than was found.
-        VirtFindData held{};
-        if (fileExists && halvaneVirtFindData && VirtualFindFile::FindContainerOnDisk(filePathToLock, &held) &&
-            held.itemType == virtFindData.itemType)
-            FileLocker::SetEncryptedInfo(filePathToLock.c_str(), held);
+        if (isFirst && fileExists && halvaneVirtFindData)
+            FollowHeldContainer(filePathToLock, virtFindData.itemType);
         return qcLog.Leave(VVS_Success);
     });
 }
@@ -82,11 +91,11 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
         const VirtualVolumeStatus unlockStatus = FileLocker::Unlock(ownPath.c_str(), lockToken);
         if (unlockStatus == VVS_Success)
             return qcLog.Leave(unlockStatus);
-        // The name may have become another container's since.
+        // The name may have become another container's since, or that of a document whose plain file the lock still holds.
         const std::wstring containerPath = ZipPathStr(fullFilePath);
-        if (fileEncrypted && !EqualNoCase(ownPath, containerPath) &&
-            FileLocker::Unlock(containerPath.c_str(), lockToken) == VVS_Success)
-            return qcLog.Leave(VVS_Success);
+        for (const std::wstring& otherPath : {containerPath, fullFilePath})
+            if (fileEncrypted && !EqualNoCase(ownPath, otherPath) && FileLocker::Unlock(otherPath.c_str(), lockToken) == VVS_Success)
+                return qcLog.Leave(VVS_Success);
         if (fileExists)
             QC_CHECK(!fileEncrypted && unlockStatus == VVS_FileNotLocked, unlockStatus,
                      L"unlockStatus == VVS_Success || !fileEncrypted && unlockStatus == VVS_FileNotLocked =>false%s, ");
@@ -140,7 +149,7 @@ void* VirtualVolume::FindFirstLock(const wchar_t* filePath, LockInfo* lockInfo) 
 }
 
 VirtualVolumeStatus VirtualVolume::FindNextLock(void* hFind, LockInfo* lockInfo) {
-    QC_TRACE_SLOT(L"VirtualVolume::FindNextLock");
+    QC_TRACE_SLOT(L"VirtualVolume::FindNextLock", L"hFind[0x%p]", hFind);
     return CatchAll(QC_SLOT, [&] {
         bool isHandle = false;
         const auto next = [&](std::uint32_t& search) {

@@ -6,33 +6,47 @@
 
 #include <windows.h>
 
-// Where module keeps the address that it calls for an imported function; null when it
-// does not import it.
-inline void** FindImport(HMODULE module, const char* function) {
+// Calls visit(name, entry) for each function that module imports by name; entry is where the module keeps the address it calls.
+template <class Visit>
+void ForEachImport(HMODULE module, Visit visit) {
     auto* const base = reinterpret_cast<char*>(module);
     const auto* const headers = reinterpret_cast<IMAGE_NT_HEADERS64*>(base + reinterpret_cast<IMAGE_DOS_HEADER*>(base)->e_lfanew);
     const IMAGE_DATA_DIRECTORY& imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT];
     if (imports.VirtualAddress == 0)
-        return nullptr;
+        return;
     for (auto* from = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(base + imports.VirtualAddress); from->FirstThunk != 0; ++from) {
         const auto* name = reinterpret_cast<IMAGE_THUNK_DATA64*>(base + from->OriginalFirstThunk);
         auto* address = reinterpret_cast<IMAGE_THUNK_DATA64*>(base + from->FirstThunk);
         for (; name->u1.AddressOfData != 0; ++name, ++address)
-            if (!IMAGE_SNAP_BY_ORDINAL64(name->u1.Ordinal) &&
-                std::strcmp(reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData)->Name, function) == 0)
-                return reinterpret_cast<void**>(&address->u1.Function);
+            if (!IMAGE_SNAP_BY_ORDINAL64(name->u1.Ordinal))
+                visit(reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(base + name->u1.AddressOfData)->Name,
+                      reinterpret_cast<void**>(&address->u1.Function));
     }
-    return nullptr;
+}
+
+// Null when module does not import the function.
+inline void** FindImport(HMODULE module, const char* function) {
+    void** found = nullptr;
+    ForEachImport(module, [&](const char* name, void** entry) {
+        if (std::strcmp(name, function) == 0)
+            found = entry;
+    });
+    return found;
+}
+
+inline void SetImport(void** entry, void* address) {
+    DWORD protection = 0;
+    if (!VirtualProtect(entry, sizeof(*entry), PAGE_READWRITE, &protection))
+        return;
+    *entry = address;
+    VirtualProtect(entry, sizeof(*entry), protection, &protection);
 }
 
 // Returns what the module called before; null when it does not import the function.
 inline void* ReplaceImport(HMODULE module, const char* function, void* replacement) {
     void** const entry = FindImport(module, function);
-    DWORD protection = 0;
-    if (!entry || !VirtualProtect(entry, sizeof(*entry), PAGE_READWRITE, &protection))
-        return nullptr;
-    void* const before = *entry;
-    *entry = replacement;
-    VirtualProtect(entry, sizeof(*entry), protection, &protection);
+    void* const before = entry ? *entry : nullptr;
+    if (entry)
+        SetImport(entry, replacement);
     return before;
 }

@@ -2,7 +2,6 @@
 import http.client
 import os
 import shutil
-import socket
 import threading
 import time
 import unicodedata
@@ -38,25 +37,11 @@ def explorer_saves(dav):
         expect(b'200 OK' in status(dav('PROPPATCH', path, times, If=f'({token})'), 207).body, 'the times are refused')
         status(dav('PUT', path, b'content', If=f'({token})'), 204)
         status(dav('PROPPATCH', path, times, If=f'({token})'), 207)
-        content(dav, path, b'content')
         status(dav('UNLOCK', path, Lock_Token=token), 204)
         content(dav, path, b'content')
         head = status(dav('HEAD', path), 200)
         expect(head.headers['Last-Modified'] == 'Mon, 03 Feb 2020 04:05:06 GMT', head.headers['Last-Modified'])
         expect(head.headers['Content-Length'] == '7', 'HEAD')
-
-
-def finder_saves(dav):
-    path = fresh(dav, 'finder') + 'a.txt'
-    status(dav('PUT', path, b''), 201)
-    token = token_of(dav.lock(path))
-    status(dav('PUT', path, b'the second PUT counts', If=f'({token})'), 204)
-    status(dav('UNLOCK', path, Lock_Token=token), 204)
-    content(dav, path, b'the second PUT counts')
-    for name in ('._a.txt', '.DS_Store'):
-        status(dav('PUT', '/Docs/finder/' + name, b'x'), 201)
-        content(dav, '/Docs/finder/' + name, b'x')
-        status(dav('DELETE', '/Docs/finder/' + name), 204)
 
 
 def word_and_excel_save(dav):
@@ -161,26 +146,20 @@ def shared_locks_and_refresh(dav):
     path = fresh(dav, 'shared') + 'a.txt'
     status(dav('PUT', path, b'one'), 201)
     first, second = token_of(dav.lock(path, 'shared')), token_of(dav.lock(path, 'shared', owner='Bob &amp; Co'))
-    status(dav.lock(path), 423)
-    status(dav('PUT', path, b'two'), 423)
     status(dav('PUT', path, b'two', If=f'({second})'), 204)
     found = status(dav('PROPFIND', path, '<propfind xmlns="DAV:"><prop><lockdiscovery/></prop></propfind>', Depth='0'), 207).body
     expect(found.count(b'<D:activelock>') == 2 and b'Bob &amp; Co' in found, found)
-    refreshed = status(dav('LOCK', path, If=f'({first})', Timeout='Second-77'), 200)
-    expect(b'Second-77<' in refreshed.body, refreshed.body)
-    status(dav('LOCK', path, If='(<opaquelocktoken:none>)'), 412)
+    expect(b'Second-77<' in status(dav('LOCK', path, If=f'({first})', Timeout='Second-77'), 200).body, 'a lock is not refreshed')
     for token in (first, second):
         status(dav('UNLOCK', path, Lock_Token=token), 204)
-    status(dav('PUT', path, b'three'), 204)
 
 
 def folder_locks(dav):
     folder = fresh(dav, 'tree')
     status(dav('PUT', folder + 'a.txt', b'one'), 201)
     token = token_of(dav.lock(folder, depth='infinity'))
-    status(dav('PUT', folder + 'a.txt', b'two'), 423)
-    status(dav('PUT', folder + 'new.txt', b'two'), 423)
-    status(dav('MKCOL', folder + 'sub'), 423)
+    for method, name in (('PUT', 'a.txt'), ('PUT', 'new.txt'), ('MKCOL', 'sub')):
+        status(dav(method, folder + name), 423)
     status(dav('PUT', folder + 'a.txt', b'two', If=f'<{dav.url(folder)}> ({token})'), 204)
     status(dav.lock(folder + 'a.txt'), 423)
     status(dav('UNLOCK', folder, Lock_Token=token), 204)
@@ -200,7 +179,7 @@ def folder_locks(dav):
 def names(dav):
     folder = fresh(dav, 'names')
     odd = ["two  blanks.txt", "100%25.txt", "50% off.txt", "a#b.txt", "R&D.txt", "it's.txt", "plus+and,;=@$!.txt", "café.txt",
-           "日本語.txt", "🎉 party.txt", "(parens) [brackets] {braces}.txt", "tilde~1x.txt", ".hidden", "a'b&c<".rstrip('<') + '.txt']
+           "日本語.txt", "🎉 party.txt", "(parens) [brackets] {braces}.txt", "tilde~1x.txt", ".hidden", "._a.txt", ".DS_Store"]
     for name in odd:
         path = folder + urllib.parse.quote(name)
         status(dav('PUT', path, name.encode()), 201)
@@ -226,33 +205,25 @@ def names(dav):
 
 
 def refused_paths(dav):
-    outside = [('/Docs/../../secret.txt', 400), ('/Docs/%2e%2e/secret.txt', 400), ('/Docs/..%2fsecret.txt', 400),
-               ('/Docs/..%5csecret.txt', 400), ('/C:/windows/win.ini', 400), ('/Docs/C:%5cx', 400), ('/Docs/a.txt:stream', 400),
-               ('/Docs/a.txt::$DATA', 400), ('/Docs/NUL', 400), ('/Docs/con.txt', 400), ('/Docs/COM1', 400), ('/Docs/%00', 400),
-               ('/Docs/a%zz', 400), ('/Docs/%ff', 400), ('/Docs/a%22b', 400), ('/Docs/x.', 400), ('/Docs/x%20', 400),
-               ('/Docs/' + 'x' * 300, 414), ('/' + 'x/' * 10000, 414), ('/%5c%5chost%5cshare', 400), ('//%3F/C:/x', 400)]
-    for path, wanted in outside:
+    for path, wanted in (('/Docs/../../secret.txt', 400), ('/Docs/..%5csecret.txt', 400), ('/C:/windows/win.ini', 400), ('/Docs/a.txt::$DATA', 400),
+                         ('/Docs/NUL', 400), ('/Docs/x%20', 400), ('/Docs/' + 'x' * 300, 414), ('/' + 'x/' * 10000, 414), ('//%3F/C:/x', 400)):
         for method in ('GET', 'PUT', 'DELETE', 'PROPFIND', 'MKCOL'):
             expect(dav(method, path, b'x' if method == 'PUT' else None, Depth='0').status == wanted, f'{method} {path[:60]}: not {wanted}')
         if path.startswith('/Docs'):
-            status(dav('MOVE', '/Docs/a.txt', Destination=dav.url(path)), wanted, 404)
-    status(dav('MOVE', '/Docs/finder/a.txt', Destination='http://elsewhere.example/Docs/a.txt'), 502, 404)
-    for path in ('/', '/Docs/', '/Nowhere/'):
-        status(dav('DELETE', path), 403, 404)
-    status(dav('MKCOL', '/New'), 403)
-    status(dav('PUT', '/a.txt', b'x'), 403)
+            status(dav('MOVE', '/Docs/word/', Destination=dav.url(path)), wanted)
+    status(dav('MOVE', '/Docs/word/', Destination='http://elsewhere.example/Docs/a.txt'), 502)
+    for method, path in (('DELETE', '/'), ('DELETE', '/Docs/'), ('DELETE', '/Nowhere/'), ('MKCOL', '/New'), ('PUT', '/a.txt')):
+        status(dav(method, path), 403, 404)
 
 
 def foreign_requests(dav):
-    status(dav('GET', '/', Host='evil.example'), 403)
-    status(dav('GET', '/', Host='localhost:%d' % dav.port), 200)
-    status(dav('GET', '/', Origin='http://evil.example'), 403)
-    status(dav('PUT', '/Docs/x.txt', b'x', Origin='null'), 403)
-    status(dav('GET', '/', Origin=f'http://127.0.0.1:{dav.port}'), 200)
-    status(dav('GET', '/', Sec_Fetch_Site='cross-site', Sec_Fetch_Mode='no-cors', Sec_Fetch_Dest='image'), 403)
+    for wanted, fields in ((403, {'Host': 'evil.example'}), (200, {'Host': f'localhost:{dav.port}'}), (403, {'Origin': 'http://evil.example'}),
+                           (403, {'Origin': 'null'}), (200, {'Origin': f'http://127.0.0.1:{dav.port}'}),
+                           (403, {'Sec_Fetch_Site': 'cross-site', 'Sec_Fetch_Mode': 'no-cors', 'Sec_Fetch_Dest': 'image'})):
+        status(dav('GET', '/', **fields), wanted)
     own = b'Host: 127.0.0.1:%d\r\n' % dav.port
     for head in (b'GET / HTTP/1.1\r\n', b'GET / HTTP/1.1\r\nHost: evil.example\r\n' + own, b'GET / HTTP/1.1\r\n' + own + b'Host: evil.example\r\n',
-                 b'GET http://evil.example/ HTTP/1.1\r\n' + own):
+                 b'GET http://evil.example/ HTTP/1.1\r\n' + own, b'nonsense\r\n'):
         answer = dav.raw(head + b'\r\n')
         expect(answer.startswith((b'HTTP/1.1 400', b'HTTP/1.1 403')), f'{head}: {answer[:40]}')
     expect(dav.raw(b'GET http://127.0.0.1:%d/ HTTP/1.1\r\n' % dav.port + own + b'\r\n').startswith(b'HTTP/1.1 200'), 'the own host in full')
@@ -273,27 +244,12 @@ def bodies_without_a_clear_end(dav):
         content(dav, '/Docs/ends.txt', b'old')
 
 
-def limits(dav):
-    expect(dav.raw(b'GET / HTTP/1.1\r\nHost: localhost\r\nX: ' + b'x' * 100000 + b'\r\n\r\n', False).startswith(b'HTTP/1.1 431'), 'header')
-    status(dav('PROPFIND', '/', b' ' * (2 << 20), Depth='0'), 413)
-    status(dav('PROPFIND', '/', b'<propfind xmlns="DAV:"><prop>' + b'<a>' * 1000 + b'</a>' * 1000 + b'</prop></propfind>', Depth='0'), 400)
-    bomb = b'<!DOCTYPE x [<!ENTITY a "aaaaaaaa"><!ENTITY b "&a;&a;&a;">]><propfind xmlns="DAV:"><prop>&b;</prop></propfind>'
-    status(dav('PROPFIND', '/', bomb, Depth='0'), 400)
-    status(dav('BREW', '/'), 501)
-    expect(dav.raw(b'nonsense\r\n\r\n').startswith(b'HTTP/1.1 400'), 'nonsense')
-    waiting = [socket.create_connection(('127.0.0.1', dav.port), timeout=10) for _ in range(200)]
-    status(dav('GET', '/'), 200)  # who waits makes room
-    for connection in waiting:
-        connection.close()
-
-
 def conditions(dav):
     path = fresh(dav, 'conditions') + 'a.txt'
     status(dav('PUT', path, b'0123456789', If_None_Match='*'), 201)
     status(dav('PUT', path, b'again', If_None_Match='*'), 412)
     tag = dav('HEAD', path).headers['ETag']
     expect(tag.startswith('"'), tag)
-    status(dav('GET', path, If_None_Match=tag), 304)
     status(dav('GET', path, If_None_Match='"other", W/' + tag), 304)
     status(dav('GET', path, If_Modified_Since=dav('HEAD', path).headers['Last-Modified']), 304)
     status(dav('PUT', path, b'again', If_Match='"other"'), 412)
@@ -308,10 +264,8 @@ def conditions(dav):
     expect(dav('HEAD', path).headers['ETag'] == tag, 'a lock changes the tag')
     status(dav('UNLOCK', path, Lock_Token=lock), 204)
     expect(dav('HEAD', path).headers['ETag'] == tag, 'an unlock changes the tag')
-    for asked, part, where in (('bytes=2-4', b'765', '2-4'), ('bytes=8-', b'10', '8-9'), ('bytes=-3', b'210', '7-9'), ('bytes=5-99', b'43210', '5-9')):
-        answer = status(dav('GET', path, Range=asked), 206)
-        expect(answer.body == part and answer.headers['Content-Range'] == f'bytes {where}/10', f'{asked}: {answer.body!r}')
-    expect(status(dav('GET', path, Range='bytes=10-'), 416).headers['Content-Range'] == 'bytes */10', '416')
+    answer = status(dav('GET', path, Range='bytes=-3'), 206)
+    expect(answer.body == b'210' and answer.headers['Content-Range'] == 'bytes 7-9/10', f'{answer.body!r}')
     status(dav('GET', path, Range='bytes=2-4', If_Range=tag), 206)
     status(dav('GET', path, Range='bytes=2-4', If_Range='"other"'), 200)
     status(dav('PUT', path, b'part', Content_Range='bytes 0-3/10'), 400)
@@ -351,9 +305,7 @@ def large_and_parallel(dav):
                     answer = dav('GET', path)
                     if answer.status != 200 or answer.body not in contents:
                         wrong.append((answer.status, len(answer.body), answer.body[:80]))
-                except OSError as error:
-                    wrong.append(repr(error))
-                except http.client.HTTPException as error:
+                except (OSError, http.client.HTTPException) as error:
                     wrong.append(repr(error))
 
         readers = [threading.Thread(target=read) for _ in range(3)]
@@ -381,8 +333,6 @@ def copies_and_moves(dav):
     status(dav('COPY', folder + 'a/', Destination=dav.url(folder + 'c/')), 201)
     ask = '<propfind xmlns="DAV:"><prop><color xmlns="urn:x"/></prop></propfind>'
     expect(b'red &amp; blue' in dav('PROPFIND', folder + 'c/b/deep.txt', ask, Depth='0').body, 'a property stays behind')
-    status(dav('COPY', folder + 'a/', Destination=dav.url(folder + 'c/'), Overwrite='F'), 412)
-    status(dav('COPY', folder + 'a/', Destination=dav.url(folder + 'a/b/c/')), 403)
     status(dav('COPY', folder + 'x.txt', Destination=dav.url(folder + 'c/')), 204)  # a file in place of a folder
     content(dav, folder + 'c', b'x')
     status(dav('MOVE', folder + 'a/', Destination=dav.url(folder + 'c')), 204)  # and the other way round
@@ -397,9 +347,7 @@ def copies_and_moves(dav):
     dav('DELETE', '/Plain/c/')
     status(dav('COPY', '/Other/c/', Destination=dav.url('/Plain/c/')), 201)
     expect(open(dav.folder + '/Plain/c/b/deep.txt', 'rb').read() == b'deep', 'plain copy')
-    status(dav('COPY', '/Other/c/', Destination=dav.url('/Plain/d/'), Depth='0'), 201)
-    expect(dav.listing('/Plain/d/') == [], 'depth 0')
-    for path in ('/Plain/c/', '/Plain/d/', '/Other/c/'):
+    for path in ('/Plain/c/', '/Other/c/'):
         status(dav('DELETE', path), 204)
 
 
@@ -463,9 +411,6 @@ def whatever_is_listed_can_be_used(dav):
         status(dav(method, folder + 'good.txt.zip', Depth='0'), 404)
     status(dav('PUT', folder + 'good.txt.zip', b'x'), 409)
     content(dav, folder + 'good.txt', b'good')
-    # A file that cannot be read shows an error and nothing else suffers.
-    open(native + 'unreadable.txt.zip', 'wb').write(container[:-40] + bytes(40))
-    expect(folder + 'good.txt' in dav.listing(folder), 'hidden')
 
 
 def properties(dav):
@@ -484,13 +429,10 @@ def properties(dav):
     expect(b'<D:getcontentlength/>' in answer and b'Win32CreationTime' in answer, answer)
     for body in ('<propfind xmlns="DAV:"><prop/>', '<x/>', 'nothing', '<propfind xmlns="DAV:"/>'):
         status(dav('PROPFIND', path, body, Depth='0'), 400)
-    expect(dav('OPTIONS', '/').headers['DAV'] == '1, 2', 'DAV')
 
 
 def large_folders(dav):
     folder = fresh(dav, 'many')
-    status(dav('PUT', folder + 'one.txt', b'x' * 1000), 201)
-    container = open(dav.folder + '/Docs/many/one.txt.zip', 'rb').read()
     for number in range(5000):
         open(f'{dav.folder}/Docs/many/readme file {number:05}', 'wb').write(b'plain')
         open(f'{dav.folder}/Docs/many/file of clear text {number:05}.log', 'wb').write(b'plain')
@@ -498,15 +440,16 @@ def large_folders(dav):
     for body in (None, ask):
         answer = status(dav('PROPFIND', folder, body, Depth='1'), 207)
         count = answer.body.count(b'<D:response>')
-        expect(count == 10002, f'{count} entries')
+        expect(count == 10001, f'{count} entries')
         expect(len(answer.body) / count <= 400, f'{len(answer.body) / count} bytes an entry')
-    expect(dav('GET', folder).body.count(b'<tr>') == 10002, 'page')
+    names = ''.join(f'<{"n" * 500}{number}/>' for number in range(31))  # an answer that repeats them all would be too long
+    status(dav('PROPFIND', folder, f'<propfind xmlns="DAV:"><prop>{names}</prop></propfind>', Depth='1'), 507)
+    expect(dav('GET', folder).body.count(b'<tr>') == 10001, 'page')
     shutil.rmtree(dav.folder + '/Docs/many')
 
 
 if __name__ == '__main__':
-    run((explorer_saves, finder_saves, word_and_excel_save, moving_onto_a_locked_file, locked_files_move_and_go_with_their_token,
+    run((explorer_saves, word_and_excel_save, moving_onto_a_locked_file, locked_files_move_and_go_with_their_token,
          lock_before_the_file_exists, an_expired_lock_blocks_nobody, shared_locks_and_refresh, folder_locks, names, refused_paths,
-         foreign_requests, bodies_without_a_clear_end, limits, conditions, broken_uploads, large_and_parallel, copies_and_moves,
-         a_replaced_folder_is_not_lost, whatever_is_listed_can_be_used,
-         properties, large_folders))
+         foreign_requests, bodies_without_a_clear_end, conditions, broken_uploads, large_and_parallel, copies_and_moves,
+         a_replaced_folder_is_not_lost, whatever_is_listed_can_be_used, properties, large_folders))

@@ -1,0 +1,329 @@
+#include "ZipFormat.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+#include <zlib.h>
+
+namespace companion {
+namespace {
+
+static_assert(std::endian::native == std::endian::little, "ZIP files are little-endian, and so are the numbers here");
+
+using U16 = std::uint16_t;
+using U32 = std::uint32_t;
+using U64 = std::uint64_t;
+
+constexpr U32 localSignature = 0x04034b50;
+constexpr U32 centralSignature = 0x02014b50;
+constexpr U32 endSignature = 0x06054b50;
+constexpr U32 end64Signature = 0x06064b50;
+constexpr U32 locator64Signature = 0x07064b50;
+constexpr std::size_t endBytes = 22;
+constexpr std::size_t locator64Bytes = 20;
+constexpr U64 end64Bytes = 56;
+
+constexpr U16 zip64Field = 0x0001;
+constexpr U16 timesField = 0x5455;
+constexpr U16 unicodeNameField = 0x7075;
+constexpr U16 aesField = 0x9901;
+
+constexpr U16 aesMethod = 99;
+constexpr U16 encryptedFlag = 0x0001;
+constexpr U16 strongEncryptionFlag = 0x0040;
+constexpr U16 utf8Flag = 0x0800;
+constexpr U16 versionOfZip64 = 45;
+constexpr U16 versionOfAes = 51;
+constexpr U16 madeByUnix = 3;
+constexpr U32 regularFile = 0100000;
+constexpr U32 fileTypeMask = 0170000;
+constexpr U32 dosFolder = 0x10;
+
+// Stands where a number is too large for its place; the Zip64 field or record has it then.
+constexpr U16 elsewhere16 = 0xFFFF;
+constexpr U32 elsewhere32 = 0xFFFFFFFF;
+
+U32 Narrowed(U64 number) {
+    return static_cast<U32>(std::min<U64>(number, elsewhere32));
+}
+
+template <class... Numbers>
+std::string Bytes(Numbers... numbers) {
+    std::string bytes;
+    (bytes.append(reinterpret_cast<const char*>(&numbers), sizeof(numbers)), ...);
+    return bytes;
+}
+
+std::string Field(U16 id, const std::string& content) {
+    return content.empty() ? content : Bytes(id, static_cast<U16>(content.size())) + content;
+}
+
+std::string TimesField(const ZipEntry& entry) {
+    std::string times;
+    std::uint8_t present = 0;
+    std::uint8_t bit = 1;
+    for (const U32 time : {entry.lastWrite, entry.lastAccess, entry.creation}) {
+        if (time != 0) {
+            present |= bit;
+            times += Bytes(time);
+        }
+        bit = static_cast<std::uint8_t>(bit << 1);
+    }
+    return Field(timesField, Bytes(present) + times);
+}
+
+// AE-2, which leaves the checksum out.
+std::string AesField(const ZipEntry& entry) {
+    if (entry.keyBytes == 0)
+        return {};
+    const auto strength = static_cast<std::uint8_t>(entry.keyBytes / 8 - 1);
+    return Field(aesField, Bytes(U16{2}, 'A', 'E', strength, entry.compression));
+}
+
+// What both headers have in the same order, from the version needed up to the checksum.
+std::string CommonPart(const ZipEntry& entry) {
+    const bool isEncrypted = entry.keyBytes != 0;
+    const U16 version = isEncrypted ? versionOfAes : versionOfZip64;
+    const U16 flags = static_cast<U16>((isEncrypted ? encryptedFlag : 0) | (entry.isNameUtf8 ? utf8Flag : 0));
+    return Bytes(version, flags, isEncrypted ? aesMethod : entry.compression, entry.dosTime, U32{0});
+}
+
+// Takes numbers and texts off the front of bytes. What is missing is 0 or empty, and the rest is then not whole.
+class Fields {
+public:
+    explicit Fields(std::string_view bytes) : m_rest(bytes) {}
+
+    template <class Number>
+    Number Take() {
+        Number number = 0;
+        if (const std::string_view bytes = Take(sizeof(Number)); !bytes.empty())
+            std::memcpy(&number, bytes.data(), sizeof(Number));
+        return number;
+    }
+    std::string_view Take(std::size_t length) {
+        m_isWhole = m_isWhole && length <= m_rest.size();
+        const std::string_view taken = m_isWhole ? m_rest.substr(0, length) : std::string_view();
+        m_rest.remove_prefix(taken.size());
+        return taken;
+    }
+    void Skip(std::size_t length) { Take(length); }
+    std::string_view Rest() const { return m_rest; }
+    bool IsWhole() const { return m_isWhole; }
+
+private:
+    std::string_view m_rest;
+    bool m_isWhole = true;
+};
+
+void ReadTimes(Fields field, ZipEntry& entry) {
+    const auto present = field.Take<std::uint8_t>();
+    std::uint8_t bit = 1;
+    // The central directory often tells the first one alone.
+    for (U32* const time : {&entry.lastWrite, &entry.lastAccess, &entry.creation}) {
+        if ((present & bit) && !field.Rest().empty())
+            *time = field.Take<U32>();
+        bit = static_cast<std::uint8_t>(bit << 1);
+    }
+}
+
+void ReadAes(Fields field, ZipEntry& entry) {
+    const bool hasChecksum = field.Take<U16>() == 1;
+    if (field.Take(2) != "AE")
+        return;
+    const auto strength = field.Take<std::uint8_t>();
+    if (strength < 1 || strength > 3)
+        return;
+    entry.keyBytes = 8u * (strength + 1u);
+    entry.compression = field.Take<U16>();
+    if (!hasChecksum)
+        entry.checksum.reset();
+}
+
+void ReadUnicodeName(Fields field, ZipEntry& entry) {
+    const auto version = field.Take<std::uint8_t>();
+    const U32 checksum = field.Take<U32>();
+    const auto* const name = reinterpret_cast<const Bytef*>(entry.name.data());
+    if (version != 1 || checksum != crc32(0, name, static_cast<uInt>(entry.name.size())))
+        return;
+    entry.name = field.Rest();
+    entry.isNameUtf8 = true;
+}
+
+void ReadZip64(Fields field, ZipEntry& entry) {
+    for (U64* const number : {&entry.plainBytes, &entry.storedBytes, &entry.headerAt}) {
+        if (*number == elsewhere32)
+            *number = field.Take<U64>();
+    }
+}
+
+template <class Use>
+void ForEachField(std::string_view extra, Use&& use) {
+    Fields fields(extra);
+    while (fields.Rest().size() >= 2 * sizeof(U16)) {
+        const U16 id = fields.Take<U16>();
+        const std::string_view content = fields.Take(fields.Take<U16>());
+        if (!fields.IsWhole())
+            return;
+        use(id, Fields(content));
+    }
+}
+
+// One header of the central directory, which must be all that these bytes hold.
+std::optional<ZipEntry> CentralHeader(std::string_view bytes) {
+    ZipEntry entry;
+    Fields header(bytes);
+    const bool isHeader = header.Take<U32>() == centralSignature;
+    const U16 madeBy = header.Take<U16>();
+    header.Skip(sizeof(U16));
+    const U16 flags = header.Take<U16>();
+    const U16 method = header.Take<U16>();
+    entry.dosTime = header.Take<U32>();
+    entry.checksum = header.Take<U32>();
+    entry.storedBytes = header.Take<U32>();
+    entry.plainBytes = header.Take<U32>();
+    const U16 nameBytes = header.Take<U16>();
+    const U16 extraBytes = header.Take<U16>();
+    const U16 commentBytes = header.Take<U16>();
+    header.Skip(2 * sizeof(U16));  // the disk, internal attributes
+    const U32 attributes = header.Take<U32>();
+    entry.headerAt = header.Take<U32>();
+    entry.name = header.Take(nameBytes);
+    entry.isNameUtf8 = (flags & utf8Flag) != 0;
+    const std::string_view extra = header.Take(extraBytes);
+    header.Skip(commentBytes);
+    if (!isHeader || !header.IsWhole() || !header.Rest().empty())
+        return std::nullopt;
+
+    ForEachField(extra, [&](U16 id, Fields field) {
+        if (id == zip64Field)
+            ReadZip64(field, entry);
+        else if (id == timesField)
+            ReadTimes(field, entry);
+        else if (id == aesField && method == aesMethod)
+            ReadAes(field, entry);
+        else if (id == unicodeNameField)
+            ReadUnicodeName(field, entry);
+    });
+    const U32 fileType = madeBy >> 8 == madeByUnix ? attributes >> 16 & fileTypeMask : 0;
+    const bool isFile = (fileType == 0 || fileType == regularFile) && !(attributes & dosFolder) && !entry.name.ends_with('/');
+    const bool isAes = entry.keyBytes != 0 && (flags & (encryptedFlag | strongEncryptionFlag)) == encryptedFlag;
+    const bool isEmpty = entry.keyBytes == 0 && !(flags & encryptedFlag) && entry.plainBytes == 0 && entry.storedBytes == 0;
+    return isFile && (isAes || isEmpty) ? std::optional(std::move(entry)) : std::nullopt;
+}
+
+struct Directory {
+    U64 entries;
+    U64 sizeBytes;
+    U64 at;
+    U64 endsAt;  // where the record begins that tells all this
+};
+
+// at is the offset in the file of the first of these bytes.
+std::optional<Directory> FindDirectory(std::string_view end, U64 at) {
+    const std::string signature = Bytes(endSignature);
+    const std::size_t place = end.size() < endBytes ? end.npos : end.rfind(signature, end.size() - endBytes);
+    if (place == end.npos)
+        return std::nullopt;
+    Fields record(end.substr(place));
+    record.Skip(sizeof(U32) + 3 * sizeof(U16));  // signature, two numbers of disks, entries on this disk
+    const U16 entries = record.Take<U16>();
+    const U32 sizeBytes = record.Take<U32>();
+    const U32 offset = record.Take<U32>();
+    const Directory directory{entries, sizeBytes, offset, at + place};
+    if (entries != elsewhere16 && sizeBytes != elsewhere32 && offset != elsewhere32)
+        return directory;
+
+    if (place < locator64Bytes)
+        return directory;
+    Fields locator(end.substr(place - locator64Bytes, locator64Bytes));
+    if (locator.Take<U32>() != locator64Signature)
+        return directory;
+    locator.Skip(sizeof(U32));
+    const U64 record64At = locator.Take<U64>();
+    if (record64At < at || record64At - at > place)
+        return std::nullopt;
+    Fields record64(end.substr(static_cast<std::size_t>(record64At - at)));
+    const bool isRecord = record64.Take<U32>() == end64Signature;
+    record64.Skip(sizeof(U64) + 2 * sizeof(U16) + 2 * sizeof(U32) + sizeof(U64));
+    const U64 entries64 = record64.Take<U64>();
+    const U64 sizeBytes64 = record64.Take<U64>();
+    const U64 offset64 = record64.Take<U64>();
+    if (!isRecord || !record64.IsWhole())
+        return std::nullopt;
+    return Directory{entries64, sizeBytes64, offset64, record64At};
+}
+
+}  // namespace
+
+std::string LocalHeader(const ZipEntry& entry) {
+    const std::string extra =
+        Field(zip64Field, Bytes(entry.plainBytes, entry.storedBytes)) + TimesField(entry) + AesField(entry);
+    return Bytes(localSignature) + CommonPart(entry) +
+           Bytes(elsewhere32, elsewhere32, static_cast<U16>(entry.name.size()), static_cast<U16>(extra.size())) + entry.name +
+           extra;
+}
+
+std::string CentralDirectory(const ZipEntry& entry, std::uint64_t at) {
+    std::string zip64;
+    for (const U64 number : {entry.plainBytes, entry.storedBytes}) {
+        if (number >= elsewhere32)
+            zip64 += Bytes(number);
+    }
+    const std::string extra = Field(zip64Field, zip64) + TimesField(entry) + AesField(entry);
+    const U32 permissions = entry.isReadOnly ? 0444 : 0644;
+    const std::string header =
+        Bytes(centralSignature, static_cast<U16>(madeByUnix << 8 | versionOfAes)) + CommonPart(entry) +
+        Bytes(Narrowed(entry.storedBytes), Narrowed(entry.plainBytes), static_cast<U16>(entry.name.size()),
+              static_cast<U16>(extra.size()), U16{0}, U16{0}, U16{0}, (regularFile | permissions) << 16, U32{0}) +
+        entry.name + extra;
+
+    std::string end64;
+    if (at >= elsewhere32) {
+        const U64 bytesThatFollow = end64Bytes - sizeof(U32) - sizeof(U64);
+        end64 = Bytes(end64Signature, bytesThatFollow, versionOfAes, versionOfAes, U32{0}, U32{0}, U64{1}, U64{1},
+                      U64{header.size()}, at) +
+                Bytes(locator64Signature, U32{0}, at + header.size(), U32{1});
+    }
+    return header + end64 +
+           Bytes(endSignature, U16{0}, U16{0}, U16{1}, U16{1}, static_cast<U32>(header.size()), Narrowed(at), U16{0});
+}
+
+std::optional<ZipEntry> OnlyEntry(std::string_view end, std::uint64_t fileBytes) {
+    const U64 endAt = fileBytes - end.size();
+    const auto directory = FindDirectory(end, endAt);
+    // The content ends where the directory begins, and the directory where its record does: nothing is cut out or put in.
+    if (!directory || directory->entries != 1 || directory->at < endAt || directory->at > directory->endsAt ||
+        directory->sizeBytes != directory->endsAt - directory->at)
+        return std::nullopt;
+    auto entry = CentralHeader(end.substr(static_cast<std::size_t>(directory->at - endAt),
+                                          static_cast<std::size_t>(directory->sizeBytes)));
+    if (entry && (entry->headerAt > directory->at || entry->storedBytes > directory->at - entry->headerAt))
+        return std::nullopt;
+    return entry;
+}
+
+std::optional<std::size_t> LocalHeaderBytes(std::string_view begin, ZipEntry& entry) {
+    Fields header(begin);
+    const bool isHeader = header.Take<U32>() == localSignature;
+    constexpr std::size_t upToName = 3 * sizeof(U16) + 4 * sizeof(U32);
+    header.Skip(upToName);
+    const U16 nameBytes = header.Take<U16>();
+    const U16 extraBytes = header.Take<U16>();
+    header.Skip(nameBytes);
+    const std::string_view extra = header.Take(extraBytes);
+    if (!isHeader || !header.IsWhole())
+        return std::nullopt;
+    ZipEntry local;
+    ForEachField(extra, [&](U16 id, Fields field) {
+        if (id == timesField)
+            ReadTimes(field, local);
+    });
+    for (const auto time : {&ZipEntry::lastWrite, &ZipEntry::lastAccess, &ZipEntry::creation}) {
+        if (entry.*time == 0)
+            entry.*time = local.*time;
+    }
+    return begin.size() - header.Rest().size();
+}
+
+}  // namespace companion

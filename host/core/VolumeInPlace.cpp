@@ -1,0 +1,96 @@
+// What the volume does by a path, with the folders on the way held and looked at again afterwards.
+#include "core/HostError.h"
+#include "core/OnDisk.h"
+#include "core/Volume.h"
+
+namespace {
+
+[[noreturn]] void ThrowLeftItsPlace(const VolumePath& path) {
+    throw StatusError(path.Shown(), VVS_PathNotFound);
+}
+
+}  // namespace
+
+DiskHandle Volume::Hold(const VolumePath& folder) const {
+    if (folder.IsRoot())
+        return {};
+    const auto path = PathOnDisk(folder);
+    if (!path)
+        throw StatusError(folder.Shown(), VVS_MountFolderNotFound);
+    if (folder.IsMountFolder())
+        return {};  // it stays where it is, and the root of a disk is not opened as a folder is
+    DiskHandle handle = HoldFolder(*path);
+    if (!handle)
+        throw StatusError(folder.Shown(), GetLastError() == ERROR_SHARING_VIOLATION ? VSS_SharingViolation : VVS_PathNotFound);
+    return handle;
+}
+
+void Volume::RequireRealFolder(const VolumePath& folder) const {
+    if (!folder.IsRoot() && !FolderOnDisk(folder))
+        ThrowLeftItsPlace(folder);
+}
+
+void Volume::RequireInPlace(const VolumePath& path, void* file) const {
+    Entry entry{path};
+    if (path.IsMountFolder())
+        return;
+    m_volume->GetFileInfo(file, &entry.data);  // fails for a new file that has no container yet: then it is the folder that counts
+    if (LeadsAway(entry))
+        ThrowLeftItsPlace(path);
+}
+
+bool Volume::LeadsAway(const Entry& entry) const {
+    const auto folder = FolderOnDisk(entry.path.Parent());
+    return !folder || StandingAt(*folder + L'\\' + entry.NameOnDisk()) == Standing::Link;
+}
+
+bool Volume::LeadsAway(const VolumePath& path) const {
+    Entry entry{path};
+    m_volume->FindFile(path.Str(), &entry.data);
+    return LeadsAway(entry);
+}
+
+FileHandle Volume::Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const {
+    DiskHandle folder = Hold(path.Parent());
+    void* handle = nullptr;
+    Check(m_volume->OpenFile(&handle, path.Str(), access, share, disposition, nullptr, nullptr), path);
+    FileHandle file(m_volume, handle, std::move(folder));
+    try {
+        RequireInPlace(path, handle);
+    } catch (const StatusError&) {
+        if (disposition == CREATE_NEW || disposition == CreateNewFolder)
+            m_volume->Delete(handle, nullptr);
+        throw;
+    }
+    return file;
+}
+
+void Volume::Rename(const FileHandle& file, const VolumePath& target, const wchar_t* lockToken) const {
+    const DiskHandle folder = Hold(target.Parent());
+    Check(m_volume->RenameFile(file.Get(), nullptr, target.Str(), lockToken), target);
+}
+
+void Volume::Copy(const VolumePath& source, const VolumePath& target) const {
+    const DiskHandle from = Hold(source.Parent()), to = Hold(target.Parent());
+    Check(m_volume->CopyFileW(source.Str(), target.Str(), nullptr), target);
+    if (!LeadsAway(source) && !LeadsAway(target))
+        return;
+    m_volume->Delete(Open(target, DELETE, c_shareAll, OPEN_EXISTING).Get(), nullptr);
+    ThrowLeftItsPlace(source);
+}
+
+void Volume::Move(const VolumePath& source, const VolumePath& target) const {
+    const DiskHandle from = Hold(source.Parent()), to = Hold(target.Parent());
+    Check(m_volume->MoveFileW(source.Str(), target.Str(), nullptr), target);
+    if (LeadsAway(target))
+        ThrowLeftItsPlace(target);
+}
+
+void Volume::Lock(const VolumePath& path, LockInfo& info) const {
+    const DiskHandle folder = Hold(path.Parent());
+    Check(m_volume->Lock(path.Str(), &info), path);
+    if (!LeadsAway(path))
+        return;
+    m_volume->Unlock(path.Str(), info.token);
+    ThrowLeftItsPlace(path);
+}

@@ -1,0 +1,67 @@
+// What operations cost, in the one form that is the same on every machine: the file system calls that the volume and its companion
+// library make. The budgets are what the code needs today; who makes an operation cheaper lowers its budget with it.
+// "./run bench --calls" prints the table.
+#include <cstdio>
+
+#include "harness/CallCounts.h"
+#include "harness/VolumeFixture.h"
+
+class PlatformCalls : public VolumeFixture {
+protected:
+    PlatformCalls() : VolumeFixture(0) {}
+};
+
+TEST_F(PlatformCalls, StayWithinTheirBudgets) {
+    for (int number = 0; number < 10; ++number)
+        MakeEncrypted(L"Docs\\d" + std::to_wstring(number) + L".txt", "content");
+    MakePlain(L"Plain\\p", "content");
+    const auto readAll = [this](const wchar_t* path) {
+        void* const hFile = MustOpen(path, GENERIC_READ);
+        EXPECT_EQ("content", Read(hFile));
+        Close(hFile);
+    };
+    const auto save = [this](const wchar_t* path, std::uint32_t disposition) {
+        void* const hFile = MustOpen(path, kReadWrite, disposition);
+        EXPECT_OK(Write(hFile, "content"));
+        Close(hFile);
+    };
+    std::wstring token;
+    VirtFindData findData{};
+    List(L"Docs\\*");
+    readAll(L"Docs\\d0.txt");
+    const struct {
+        const char* operation;
+        std::uint64_t budget;
+        std::function<void()> action;
+    } rows[] = {
+        {"describe a document, again", 3, [&] { Find(L"Docs\\d1.txt", &findData); }},
+        {"describe what is not there", 3, [&] { Find(L"Docs\\missing.txt", &findData); }},
+        {"list ten documents, again", 15, [&] { List(L"Docs\\*"); }},
+        {"read a document, first", 69, [&] { readAll(L"Docs\\d2.txt"); }},
+        {"read a document, again", 23, [&] { readAll(L"Docs\\d2.txt"); }},
+        {"save a new document", 90, [&] { save(L"Docs\\new.txt", CREATE_NEW); }},
+        {"save a document that is there", 87, [&] { save(L"Docs\\new.txt", OPEN_EXISTING); }},
+        {"copy a document", 69, [&] { EXPECT_OK(Copy(L"Docs\\new.txt", L"Docs\\copy.txt")); }},
+        {"rename a document", 125, [&] { EXPECT_OK(Move(L"Docs\\new.txt", L"Docs\\named.txt")); }},
+        {"move a document to a folder of another key", 136, [&] { EXPECT_OK(Move(L"Docs\\named.txt", L"Other\\named.txt")); }},
+        {"delete a document", 31, [&] { Delete(L"Docs\\copy.txt"); }},
+        {"lock a document", 7, [&] { token = Lock(L"Docs\\d3.txt"); }},
+        {"unlock it", 4, [&] { Unlock(L"Docs\\d3.txt", token); }},
+        {"read a plain file", 5, [&] { readAll(L"Plain\\p"); }},
+        {"save a plain file", 5, [&] { save(L"Plain\\p", OPEN_EXISTING); }},
+        {"move a plain file", 14, [&] { EXPECT_OK(Move(L"Plain\\p", L"Plain\\q")); }},
+        {"turn it into a document", 80, [&] { EXPECT_OK(Move(L"Plain\\q", L"Docs\\q.txt")); }},
+    };
+    CallCounts counts{L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"};
+    for (const auto& row : rows) {
+        counts.Take();
+        row.action();
+        std::uint64_t total = 0;
+        std::string names;
+        for (const auto& [name, count] : counts.Take())
+            total += count, names += " " + name + " " + std::to_string(count);
+        std::printf("%-44s %4llu of %4llu:%s\n", row.operation, static_cast<unsigned long long>(total),
+                    static_cast<unsigned long long>(row.budget), names.c_str());
+        EXPECT_LE(total, row.budget) << row.operation << names;
+    }
+}
