@@ -1,6 +1,7 @@
 // Disks that are full, folders that vanish, files that others hold: what was stored stands whole, what was edited is on disk
 // somewhere, and when the disk does again what it should, so does the volume.
 #include "harness/HostPrograms.h"
+#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
 #include <filesystem>
@@ -62,6 +63,37 @@ std::string Filled(const std::string& word, std::size_t size) {
 }
 const std::string kOld = Filled("old", 70'000);
 const std::string kNew = Filled("new", 200'000);
+
+// What the volume and its companion library do to disks: "w" is a write, "f" a flush, "m" a rename.
+std::string g_done;
+int g_failingWrite = 0;  // which of the next writes fails half-way, from 1; 0: none
+
+void NoteWhatIsDone() {
+    const auto replace = [](const char* name, auto* function) {
+        for (const wchar_t* module : {L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"})
+            ReplaceImport(GetModuleHandleW(module), name, reinterpret_cast<void*>(function));
+    };
+    replace("WriteFile", +[](HANDLE file, LPCVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
+        g_done += 'w';
+        if (g_failingWrite == 0 || --g_failingWrite > 0)
+            return WriteFile(file, data, size, done, place);
+        WriteFile(file, data, size / 2, done, place);
+        SetLastError(ERROR_DISK_FULL);
+        return FALSE;
+    });
+    replace("CopyFileW", +[](LPCWSTR from, LPCWSTR to, BOOL isNew) {
+        g_done += 'w';
+        return CopyFileW(from, to, isNew);
+    });
+    replace("FlushFileBuffers", +[](HANDLE file) {
+        g_done += 'f';
+        return FlushFileBuffers(file);
+    });
+    replace("MoveFileExW", +[](LPCWSTR from, LPCWSTR to, DWORD flags) {
+        g_done += 'm';
+        return MoveFileExW(from, to, flags);
+    });
+}
 
 }  // namespace
 
@@ -367,4 +399,59 @@ TEST_F(DisksThatRefuse, AFolderRemovedUnderAnEditMakesItWait) {
     ExpectEditWaits();
     MakeFolder(L"Docs\\sub");
     ExpectEditIsSavedNow(L"Docs\\sub\\a.txt", ContainerPath(L"Docs\\sub\\a.txt"));
+}
+
+// A power failure may take what the disk has not written yet, but not what something else has given way to.
+TEST_F(DisksThatRefuse, WhatTakesAPlaceIsOnTheDiskBefore) {
+    MakeEncrypted(L"Docs\\a.txt", kOld);
+    NoteWhatIsDone();
+    std::wstring token;
+    const std::function<void()> actions[] = {
+        [&] { Put(L"Docs\\a.txt", kNew); },
+        [&] { EXPECT_OK(Copy(L"Docs\\a.txt", L"Plain\\b.txt")); },
+        [&] { EXPECT_OK(Copy(L"Plain\\b.txt", L"Plain\\c.txt")); },
+        [&] { token = Lock(L"Docs\\a.txt"), Put(L"Docs\\a.txt", kOld); },  // the last write is that into the locked file
+    };
+    for (const auto& action : actions) {
+        g_done.clear();
+        action();
+        const std::size_t placed = token.empty() ? g_done.rfind('m') : g_done.size();
+        ASSERT_NE(g_done.npos, g_done.find('m')) << g_done;
+        EXPECT_EQ('f', g_done[g_done.find_last_of("wf", placed)]) << g_done;
+    }
+    Unlock(L"Docs\\a.txt", token);
+}
+
+// Whichever write is the one that fails, also in the middle of what was there.
+TEST_F(DisksThatRefuse, ALockedFileTakesTheNewContentOrKeepsTheOldOne) {
+    NoteWhatIsDone();
+    for (const wchar_t* from : {L"Docs\\a.txt", L"Plain\\a.txt"})
+        for (const std::string& old : {kOld, kNew + kNew}) {
+            SCOPED_TRACE(Narrow(from) + " into " + std::to_string(old.size()));
+            Store(from, kNew);
+            const std::wstring token = Lock(L"Plain\\b.txt");
+            int writes = 0;
+            do {
+                Put(L"Plain\\b.txt", old);
+                g_failingWrite = ++writes;
+                if (Copy(from, L"Plain\\b.txt", token.c_str()) != VVS_Success)
+                    EXPECT_TRUE(old == Stored(L"Plain\\b.txt")) << "after write " << writes;
+            } while (g_failingWrite == 0);
+            g_failingWrite = 0;
+            EXPECT_LT(7, writes) << "none was reached in the file itself";
+            Unlock(L"Plain\\b.txt", token);
+            EXPECT_TRUE(kNew == Stored(L"Plain\\b.txt"));
+        }
+}
+
+TEST_F(DisksThatRefuse, WhatFailedHalfWayIsNobodysContent) {
+    MakeEncrypted(L"Docs\\a.txt", kOld);
+    NoteWhatIsDone();
+    void* const hFile = MustOpen(L"Docs\\a.txt");
+    EXPECT_TRUE(kOld == Read(hFile));
+    g_failingWrite = 1;
+    EXPECT_EQ(VVS_GeneralError, Write(hFile, kNew));
+    Close(hFile);
+    EXPECT_TRUE(kOld == Get(L"Docs\\a.txt"));
+    EXPECT_TRUE(kOld == Stored(L"Docs\\a.txt"));
 }

@@ -1,5 +1,5 @@
 // What a lock promises its holder and everybody else.
-#include "harness/Prompts.h"
+#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
 #include <algorithm>
@@ -19,6 +19,15 @@ HANDLE WINAPI CreateFileAfter(const wchar_t* path, DWORD access, DWORD share, SE
     if (disposition == OPEN_ALWAYS && g_beforeHold)
         std::exchange(g_beforeHold, nullptr)();
     return g_createFile(path, access, share, security, disposition, flags, likeFile);
+}
+
+// Called once, when the volume is about to read a file.
+std::function<void()> g_beforeRead;
+
+BOOL WINAPI ReadFileAfter(HANDLE file, LPVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
+    if (g_beforeRead)
+        std::exchange(g_beforeRead, nullptr)();
+    return ReadFile(file, data, size, done, place);
 }
 
 }  // namespace
@@ -157,6 +166,11 @@ TEST_F(HoldingALock, MayBeginBeforeTheFileExists) {
         EXPECT_EQ("written", Stored(path));
         EXPECT_EQ(1u, Disk().size());
         EmptyFolders();
+        const std::wstring again = Lock(path);
+        Put(path, "", again.c_str());
+        Unlock(path, again);
+        EXPECT_EQ("", Stored(path)) << "an empty one that was meant stays";
+        EmptyFolders();
     }
 }
 
@@ -268,6 +282,35 @@ TEST_F(HoldingALock, ItsOpenersHavePositionsOfTheirOwn) {
     EXPECT_TRUE(block == Stored(L"Plain\\a.txt"));
 }
 
+// Nobody can wait for what must not happen: it is given a moment.
+TEST_F(HoldingALock, IsNotWrittenWhileItIsRead) {
+    MakeEncrypted(L"Docs\\a.txt", "old content");
+    const std::wstring token = Lock(L"Docs\\a.txt");
+    void* const writer = MustOpen(L"Docs\\a.txt");
+    void* const reader = MustOpen(L"Docs\\a.txt", GENERIC_READ);
+    EXPECT_OK(Write(writer, "new content"));
+    std::atomic<bool> isSaved{false};
+    bool wasSavedMeanwhile = false;
+    std::thread saver;
+    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "ReadFile", reinterpret_cast<void*>(&ReadFileAfter));
+    g_beforeRead = [&] {
+        saver = std::thread([&] {
+            Close(writer);
+            isSaved = true;
+        });
+        for (int moment = 0; moment < 20 && !isSaved; ++moment)
+            Sleep(10);
+        wasSavedMeanwhile = isSaved;
+    };
+    const std::string read = Read(reader);
+    saver.join();
+    EXPECT_FALSE(wasSavedMeanwhile);
+    EXPECT_TRUE(read == "old content" || read == "new content") << read;
+    Close(reader);
+    Unlock(L"Docs\\a.txt", token);
+    EXPECT_EQ("new content", Stored(L"Docs\\a.txt"));
+}
+
 TEST_F(HoldingALock, IsEnumeratedAsItWas) {
     MakeEncrypted(L"Docs\\a.txt", "content");
     LockInfo lockInfo{};
@@ -286,70 +329,4 @@ TEST_F(HoldingALock, IsEnumeratedAsItWas) {
     EXPECT_TRUE(volume()->FindClose(hFind));
     Unlock(L"Docs\\a.txt", first);
     Unlock(L"Docs\\a.txt", third);
-}
-
-// The test runs itself a second time, beside the first and over the same folders.
-class HoldingALockBesideAnotherProcess : public HoldingALock {
-protected:
-    static constexpr const wchar_t* kRole = L"QUELCRYPT_TEST_SECOND_PROCESS";
-
-    static bool IsSecond() { return GetEnvironmentVariableW(kRole, nullptr, 0) != 0; }
-    void SetUp() override { IsSecond() ? LoadVolume() : HoldingALock::SetUp(); }
-    void TearDown() override { IsSecond() ? UnloadVolume() : HoldingALock::TearDown(); }
-
-    static DWORD RunSecond() {
-        wchar_t program[MAX_PATH];
-        GetModuleFileNameW(nullptr, program, MAX_PATH);
-        std::wstring command = L"\"" + std::wstring(program) + L"\" --gtest_filter=HoldingALockBesideAnotherProcess.*";
-        STARTUPINFOW startup{};
-        startup.cb = sizeof(startup);
-        PROCESS_INFORMATION process{};
-        SetEnvironmentVariableW(kRole, L"1");
-        EXPECT_TRUE(CreateProcessW(nullptr, command.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process));
-        SetEnvironmentVariableW(kRole, nullptr);
-        WaitForSingleObject(process.hProcess, INFINITE);
-        DWORD exitCode = 1;
-        GetExitCodeProcess(process.hProcess, &exitCode);
-        CloseHandle(process.hThread);
-        CloseHandle(process.hProcess);
-        return exitCode;
-    }
-
-    void Second() {
-        for (const wchar_t* path : {L"Docs\\a.txt", L"Plain\\a.txt"}) {
-            SCOPED_TRACE(Narrow(path));
-            EXPECT_EQ(VVS_Locked, TryLock(path));
-            EXPECT_EQ(VVS_FileNotLocked, TryFind(path)) << "a lock is known where it was taken";
-            EXPECT_EQ("content", Get(path));
-            for (const wchar_t* to : {L"Docs\\moved.txt", L"Other\\a.txt", L"Plain\\moved.txt"})
-                EXPECT_NE(VVS_Success, Move(path, to));
-            EXPECT_NE(VVS_Success, Copy(L"Docs\\free.txt", path));
-            EXPECT_OK(Copy(path, L"Docs\\copy.txt"));
-            EXPECT_EQ("content", Get(L"Docs\\copy.txt"));
-            Delete(L"Docs\\copy.txt");
-        }
-        // A plain file opens for reading alone, and takes no writes.
-        void* hFile = MustOpen(L"Plain\\a.txt", GENERIC_READ | GENERIC_WRITE);
-        EXPECT_NE(VVS_Success, Write(hFile, "intruded"));
-        Close(hFile);
-        // An edit of an encrypted one is not lost: nobody picks a folder here, so it waits in its temp file.
-        Put(L"Docs\\a.txt", "waiting");
-        EXPECT_EQ(1, prompts::g_count);
-        EXPECT_EQ("waiting", Get(L"Docs\\a.txt"));
-    }
-};
-
-TEST_F(HoldingALockBesideAnotherProcess, KeepsTheFileFromIt) {
-    if (IsSecond())
-        return Second();
-    MakeEncrypted(L"Docs\\a.txt", "content");
-    MakeEncrypted(L"Docs\\free.txt", "free");
-    MakePlain(L"Plain\\a.txt", "content");
-    const Snapshot before = Disk();
-    const std::wstring encrypted = Lock(L"Docs\\a.txt"), plain = Lock(L"Plain\\a.txt");
-    EXPECT_EQ(0u, RunSecond());
-    ExpectUnsavedEdits(1);
-    Unlock(L"Docs\\a.txt", encrypted);
-    Unlock(L"Plain\\a.txt", plain);
-    EXPECT_TRUE(before == Disk());
 }

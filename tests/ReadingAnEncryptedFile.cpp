@@ -110,6 +110,9 @@ TEST_F(ReadingAnEncryptedFile, ReusesTheCopyOfAClosedFile) {
     SaveElsewhere(L"Docs\\a.txt", "CHANGED");
     EXPECT_EQ(1u, ReaderCallsDuring([&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); }));
     EXPECT_EQ(2u, TempFolders()) << "outdated copies are deleted";
+    for (const std::wstring& copy : RetainedCopies())
+        Overwrite(copy, "somebody's");
+    EXPECT_EQ(1u, ReaderCallsDuring([&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); })) << "nor are copies used that others changed";
 
     // Of two openers each has a copy of its own.
     void* const first = MustOpen(L"Docs\\a.txt");

@@ -51,7 +51,7 @@ protected:
         EXPECT_OK(SetSize(hFile, 0));
         EXPECT_OK(Write(hFile, mine));
         SaveElsewhere(path, theirs);
-        Close(hFile);
+        EXPECT_GE(1u, CallsDuring(kWriter, [&] { Close(hFile); })) << "not encrypted for a place that it cannot have";
         EXPECT_EQ(theirs, Stored(path));
     }
 };
@@ -189,21 +189,27 @@ TEST_F(SavingAnEditedFile, TakesEveryDispositionLikeAPlainFile) {
         {TRUNCATE_EXISTING, true, WriteAt3, ok, gap, gap},   {TRUNCATE_EXISTING, true, Nothing, ok, "", old},
         {0, true, Nothing, VVS_InvalidParameter, old, old},  {6, true, Nothing, VVS_InvalidParameter, old, old},
     };
+    MakeFolder(L"Plain\\locked");
+    MakeFolder(L"Docs\\locked");
     int number = 0;
     for (const auto& row : rows) {
         ++number;
-        for (const std::wstring mount : {L"Plain", L"Docs"}) {
+        for (const std::wstring mount : {L"Plain", L"Docs", L"Plain\\locked", L"Docs\\locked"}) {
             SCOPED_TRACE(Narrow(mount) + ", row " + std::to_string(number));
+            const bool isLocked = row.exists && mount.ends_with(L"locked");
             const std::wstring path = mount + L"\\" + std::to_wstring(number) + L".txt";
             if (row.exists)
                 Store(path, old);
+            const std::wstring token = isLocked ? Lock(path) : L"";
             void* hFile = nullptr;
             EXPECT_EQ(row.status, Open(&hFile, path, kReadWrite, row.disposition));
             EXPECT_EQ(row.status == ok, hFile != nullptr);
             if (hFile && row.action != Nothing)
                 EXPECT_OK(row.action == WriteAt3 ? Write(hFile, "abc", 3) : SetSize(hFile, 0));
             Close(hFile);
-            EXPECT_EQ(mount == L"Docs" ? row.encrypted : row.plain, Stored(path));
+            if (isLocked)
+                Unlock(path, token);
+            EXPECT_EQ(mount[0] == L'D' ? row.encrypted : row.plain, Stored(path));
         }
     }
 }
@@ -231,12 +237,25 @@ TEST_F(SavingAnEditedFile, ADeletedFileIsNoneUntilItIsSpared) {
                 }
             }
             Close(hFile);
+            EXPECT_EQ("<VVS_FileNotFound>", Get(path)) << "also while the lock still holds it";
             if (isLocked)
                 Unlock(path, token);
-            EXPECT_EQ("<VVS_FileNotFound>", Get(path));
         }
     EXPECT_TRUE(Disk().empty());
     EXPECT_EQ(0u, RetainedCopies().size()) << "of deleted files nothing is kept";
+
+    // A deletion that the container refuses does not take the edit with it either.
+    MakeEncrypted(L"Docs\\a.txt", "base");
+    const std::wstring token = Lock(L"Docs\\a.txt");
+    void* const hFile = MustOpen(L"Docs\\a.txt");
+    EXPECT_OK(Write(hFile, "edit"));
+    SetFileAttributesW(ContainerPath(L"Docs\\a.txt").c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hFile, nullptr));
+    SetFileAttributesW(ContainerPath(L"Docs\\a.txt").c_str(), FILE_ATTRIBUTE_ARCHIVE);
+    Failing(kWriter, Fault::Error, [&] { Close(hFile); });
+    Unlock(L"Docs\\a.txt", token);
+    EXPECT_EQ("base", Get(L"Docs\\a.txt")) << "somebody else changed the container meanwhile";
+    EXPECT_EQ("edit", Stored(L"Docs\\" + ConflictName(L"a.txt")));
 }
 
 TEST_F(SavingAnEditedFile, TellsAndSetsTimesAndAttributes) {
@@ -248,7 +267,8 @@ TEST_F(SavingAnEditedFile, TellsAndSetsTimesAndAttributes) {
     void* hFile = MustOpen(L"Docs\\a.txt");
     VirtFindData record = InfoOf(hFile);
     EXPECT_EQ(0, memcmp(&listed, &record, sizeof(record)));
-    EXPECT_EQ(0u, CallsDuring("Quelcrypt_FileReaderFactory", [&] { EXPECT_OK(SetInfo(hFile, FILE_ATTRIBUTE_HIDDEN, early, late)); }));
+    EXPECT_EQ(0u,
+              CallsDuring("Quelcrypt_FileReaderFactory", [&] { EXPECT_OK(SetInfo(hFile, FILE_ATTRIBUTE_HIDDEN, early, late)); }));
     EXPECT_EQ("content", Read(hFile));
     EXPECT_EQ(listed.lastWriteTime, InfoOf(hFile).lastWriteTime) << "reading changes nothing";
     Close(hFile);
@@ -354,9 +374,10 @@ TEST_F(SavingAnEditedFile, TheTrackingFileTellsWhoseEditWaits) {
         const std::wstring copy = TrackedEdits()[0];
         const std::string tracking = ReadRaw(copy + L".hvf");
         const auto name = [](const std::string& text) { return "<name><![CDATA[" + text + "]]></name>\r\n<attributes>"; };
-        const std::string expected = name(Narrow(NativePath(L"Docs\\")) + row.shown + ".zip") + std::to_string(source.dwFileAttributes) +
-                                     "</attributes>\r\n<writetime>" + std::to_string(Number(source.ftLastWriteTime)) +
-                                     "</writetime>\r\n<size>" + std::to_string(source.nFileSizeLow) + "</size>";
+        const std::string expected = name(Narrow(NativePath(L"Docs\\")) + row.shown + ".zip") +
+                                     std::to_string(source.dwFileAttributes) + "</attributes>\r\n<writetime>" +
+                                     std::to_string(Number(source.ftLastWriteTime)) + "</writetime>\r\n<size>" +
+                                     std::to_string(source.nFileSizeLow) + "</size>";
         EXPECT_NE(tracking.npos, tracking.find(expected)) << tracking;
         EXPECT_NE(tracking.npos, tracking.find(name(Narrow(copy.substr(0, copy.rfind(L'\\') + 1)) + row.shown))) << tracking;
         EXPECT_EQ("edit", Get(path));
@@ -374,7 +395,8 @@ TEST_F(SavingAnEditedFile, TheUserMayPickAnotherPlace) {
         EXPECT_EQ(0u, TrackedEdits().size()) << "it is safe there";
         EXPECT_EQ("base", Get(L"Docs\\a.txt"));
     }
-    EXPECT_EQ(L"Saving modified file \"a.txt\" to HalvaneCloud failed. Please select another folder for its backup", prompts::g_title);
+    EXPECT_EQ(L"Saving modified file \"a.txt\" to HalvaneCloud failed. Please select another folder for its backup",
+              prompts::g_title);
     prompts::Pick(backups + L"\\missing");
     LeaveUnsavedEdit(L"Docs\\a.txt", "edit");
     EXPECT_EQ(1u, TrackedEdits().size()) << "a place that refuses the backup counts as none";
@@ -414,4 +436,10 @@ TEST_F(SavingAnEditedFile, AWaitingEditIsNotForgotten) {
     Delete(L"Docs\\b.txt");
     EXPECT_FALSE(Exists(ContainerPath(L"Docs\\b.txt")));
     EXPECT_EQ(0u, TrackedEdits().size()) << "it goes with its document";
+
+    MakeFolder(L"Docs\\sub");
+    LeaveUnsavedEdit(L"Docs\\c.txt", "moved");
+    EXPECT_OK(Move(L"Docs\\c.txt", L"Docs\\sub\\c.txt"));
+    EXPECT_EQ("moved", Stored(L"Docs\\sub\\c.txt"));
+    EXPECT_EQ("<VVS_FileNotFound>", Get(L"Docs\\c.txt"));
 }

@@ -9,6 +9,7 @@ enum class Failing : std::int32_t { None, NoWriter, ThrowingWriter, Write, Finis
 extern "C" {
 // The one mount folder, "Docs". A folder in it named K1 or K2 has a policy, with that key.
 void Explorer_SetRoot(const wchar_t* nativePath);
-void Explorer_Fail(Failing failing, std::int32_t nth = 0);
+// Returns whether the last of these, if it was for the nth call, was reached.
+bool Explorer_Fail(Failing failing, std::int32_t nth = 0);
 std::int32_t Explorer_LiveObjects();
 }

@@ -5,7 +5,8 @@
 //
 // Enumerated is all that Next (History.cpp) offers after a history: A and then B open the document (each disposition, and to read), read,
 // write a word over all there is, cut, delete, undelete, rename to each place, close, close while one call of the save fails; move and copy by
-// path to each place; lock and unlock; somebody stores anew by a rename or in place, or deletes; the process ends. Left out is
+// path to each place; lock and unlock; somebody stores anew by a rename or in place, or deletes; the process ends. Each step but the
+// deepest is done once more for every call that it makes to the companion library, which then fails, or throws. Left out is
 // - what comes to the same: calls on closed handles, an undelete without a delete, two reads in a row, B before A has acted (they are
 //   alike), as the last step a read, an open that starts nothing, or the close that follows anyway;
 // - what another start begins with: steps after others from outside or by path alone, and after the end of the process (but temp
@@ -15,7 +16,7 @@
 //   lock's token given explicitly (the volume takes it by itself): not sound, but walks take the first and the last of them;
 // - from the starts "occupied" and "equal" the histories that replace nothing, or store nothing from outside.
 // Of so many parts only one, counted from 0, when one is asked for: several processes then share the work.
-// Two openers who both act need four steps: the walks and ./run soak histories go there.
+// Two openers who both act need four steps: the starts "edited" and "locked" are half-way there, and the walks go on.
 //
 // Walks take any of the steps, refused ones too, and let the nth call to the companion library fail or throw now and then.
 //
@@ -45,7 +46,10 @@ public:
     // Every history that begins with these steps and has at most so many.
     void Deepen(Steps& steps, int left) {
         const Outcome outcome = Judge(steps);
-        if (left == 0 || outcome.isRefused || outcome.isLikeAStart || !outcome.failure.empty())
+        if (left == 0 || outcome.isRefused || !outcome.failure.empty())
+            return;
+        FailEachCall(steps);
+        if (outcome.isLikeAStart)
             return;
         for (const Step& step : outcome.next)
             if (IsWorthwhile(steps, step, left == 1) && IsOfThisPart(steps.size())) {
@@ -67,9 +71,7 @@ public:
             steps.push_back(m_next[below(m_next.size())]);
             Step& last = steps.back();
             last.withToken = last.op == Op::Open && below(4) == 0;
-            // While a container cannot be asked for, an open, and all of a conflict copy, is of an ordinary file.
-            const bool mayFail = last.op != Op::Open && last.op < (m_start.isConflictCopy ? Op::Move : Op::Store);
-            if (last.failing == Failing::None && mayFail && below(10) == 0) {
+            if (MayFail(last) && below(10) == 0) {
                 last.failing = below(2) ? Failing::Nth : Failing::NthThrows;
                 last.nth = 1 + static_cast<int>(below(6));
             }
@@ -85,6 +87,23 @@ public:
     int Histories() const { return m_histories; }
 
 private:
+    // While a container cannot be asked for, an open, and all of a conflict copy, is of an ordinary file.
+    bool MayFail(const Step& step) const {
+        return step.failing == Failing::None && step.op != Op::Open && step.op < (m_start.isConflictCopy ? Op::Move : Op::Store);
+    }
+
+    // The last step once more for each call that it makes to the companion library, which fails, or throws.
+    void FailEachCall(Steps& steps) {
+        if (steps.empty() || !MayFail(steps.back()))
+            return;
+        Step& last = steps.back();
+        for (last.failing = Failing::Nth; last.failing <= Failing::NthThrows; last.failing = Failing(int(last.failing) + 1))
+            for (last.nth = 1; Judge(steps).wasFailed; ++last.nth) {
+            }
+        last.failing = Failing::None;
+        last.nth = 0;
+    }
+
     // Left out of the enumeration, see above.
     bool IsWorthwhile(const Steps& steps, const Step& step, bool isLast) const {
         const bool endsSo = step.op == Op::Close && step.actor == 0 && step.failing == Failing::None;

@@ -130,9 +130,11 @@ private:
 extern "C" {
 
 __declspec(dllexport) void Explorer_SetRoot(const wchar_t* nativePath) { g_root = nativePath; }
-__declspec(dllexport) void Explorer_Fail(Failing failing, std::int32_t nth) {
+__declspec(dllexport) bool Explorer_Fail(Failing failing, std::int32_t nth) {
+    const bool wasReached = g_failing == Failing::None;
     g_failing = failing;
     g_failIn = nth;
+    return wasReached;
 }
 __declspec(dllexport) std::int32_t Explorer_LiveObjects() { return g_liveObjects; }
 

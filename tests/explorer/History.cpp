@@ -39,10 +39,11 @@ public:
     void Do(const Step& step);
     void End();
     Steps Next() const;
-    bool IsLikeAStart() const { return m_hasBegun && m_onlyOutside && m_waiting.empty(); }
+    bool IsLikeAStart() const { return m_hasBegun && m_onlyOutside && m_waiting.empty() && !m_openers[0].file; }
 
     std::string failure;
     bool isRefused = false;
+    bool wasFailed = false;
 
 private:
     void Expect(bool isTrue, const std::string& what) {
@@ -92,7 +93,8 @@ private:
 History::History(const Start& begin) : Document(begin) {
     for (const Step& step : start.before)
         Do(step);
-    m_hasBegun = m_hasActed[0] = false;
+    m_hasBegun = false;
+    m_hasActed[0] = m_openers[0].file;
     m_onlyOutside = true;
 }
 
@@ -395,7 +397,7 @@ void History::Do(const Step& step) {
     m_hasActed[step.actor] |= step.op > Op::Open && step.op <= Op::Close;
     Explorer_Fail(step.failing, step.nth);
     isRefused = !Call(step);
-    Explorer_Fail(Failing::None);
+    wasFailed = Explorer_Fail(Failing::None) && step.failing != Failing::None;
     const Look now = world.LookAround();
     Check(step, now);
     // A file that was replaced or moved away while a lock or another opener holds it goes with that, later.
@@ -503,7 +505,7 @@ Outcome Run(const Start& start, const Steps& steps) {
     for (const Step& step : steps)
         if (history.failure.empty())
             history.Do(step);
-    Outcome outcome{{}, history.isRefused, history.IsLikeAStart(), history.Next()};
+    Outcome outcome{{}, history.isRefused, history.wasFailed, history.IsLikeAStart(), history.Next()};
     history.End();
     outcome.failure = history.failure;
     if (!outcome.failure.empty())

@@ -17,6 +17,7 @@
 struct Outcome {
     std::string failure;        // the first; empty: all was well
     bool isRefused = false;     // the last step
+    bool wasFailed = false;     // the last step made the call that was to fail
     bool isLikeAStart = false;  // nothing was opened or locked yet, and no edit waits
     Steps next;                 // what can be done after the last step
 };

@@ -75,6 +75,8 @@ const std::vector<Start>& Starts() {
         {.name = "waiting", .stored = {{kHome, true}}, .before = waiting(OPEN_EXISTING)},
         {.name = "waiting-new", .stored = {}, .before = waiting(CREATE_NEW)},
         {.name = "occupied", .isAbout = [](Op op) { return op == Op::Rename || IsByPath(op); }, .stored = {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}},
+        {.name = "edited", .stored = {{kHome, true}}, .before = {{Op::Open, 0, OPEN_EXISTING}, {Op::Write}}},
+        {.name = "locked", .stored = {{kHome, true}}, .before = {{Op::Lock}, {Op::Open, 0, OPEN_EXISTING}, {Op::Write}}},
         {.name = "folder-missing", .isHomePlain = true, .stored = {}},
         {.name = "folder-stored", .isHomePlain = true, .stored = {{kHome, false}}},
         {.name = "equal", .isEqual = true, .isAbout = [](Op op) { return op == Op::Store || op == Op::StoreInPlace; }, .stored = {{kHome, true}}},

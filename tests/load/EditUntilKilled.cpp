@@ -1,5 +1,4 @@
-// volume_victim SEED TEMP-FOLDER [SECONDS]: edits and moves three documents until the time is over or it is ended from
-// outside, and says on standard output what it is about to do and what it has done. Starts from containers of version 0 in Docs;
+// volume_victim SEED TEMP-FOLDER: edits and moves three documents until it is ended from outside, and says on standard output what it is about to do and what it has done. Starts from containers of version 0 in Docs;
 // Plain has no policy.
 #include <cstdio>
 #include <cstdlib>
@@ -71,9 +70,6 @@ int main(int argc, char** argv) {
     IVirtualVolume* const volume = factory();
     Victim victim(volume, static_cast<unsigned>(std::strtoul(argv[1], nullptr, 10)));
     std::printf("ready\n");
-    const ULONGLONG end = argc > 3 ? GetTickCount64() + 1000 * std::strtoull(argv[3], nullptr, 10) : ~0ull;
-    while (GetTickCount64() < end)
+    for (;;)
         victim.Step();
-    volume->Release();
-    return 0;
 }

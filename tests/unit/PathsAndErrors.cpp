@@ -1,51 +1,14 @@
 // Paths as text, platform errors as statuses, and the names and records of files that are saved aside.
-#include <algorithm>
 #include <fstream>
 #include <iterator>
-#include <random>
 
 #include <gtest/gtest.h>
 
 #include "items/TrackingFile.h"
 #include "library/FileVersion.h"
-#include "library/Owners.h"
 #include "library/PlatformPath.h"
-#include "library/Text.h"
 #include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
-#include "quelcrypt/QuelcryptExceptions.h"
-
-namespace {
-
-int s_closed = 0;
-struct CountingPolicy {
-    using Resource = int;
-    static int Empty() { return 0; }
-    static void Close(int resource) {
-        s_closed = s_closed * 10 + resource;
-        SetLastError(ERROR_INVALID_HANDLE);
-    }
-};
-
-}  // namespace
-
-TEST(PathsAndErrors, OwnersCloseOnceAndKeepTheLastError) {
-    SetLastError(ERROR_FILE_NOT_FOUND);
-    {
-        Owner<CountingPolicy> first(1), second(2);
-        first = std::move(second);
-        EXPECT_TRUE(!second && first.Get() == 2 && s_closed == 1);
-        first.Reset(2);
-        *second.GetAddr() = 3;
-        second.GetAddr();
-        EXPECT_EQ(13, s_closed) << "the same one is not closed";
-        Owner<CountingPolicy> third(std::move(first));
-        EXPECT_EQ(2, third.Detach());
-        Owner<CountingPolicy> fourth(4);
-    }
-    EXPECT_EQ(134, s_closed);
-    EXPECT_EQ(static_cast<DWORD>(ERROR_FILE_NOT_FOUND), GetLastError());
-}
 
 TEST(PathsAndErrors, EveryErrorHasItsStatus) {
     const struct {
@@ -62,34 +25,6 @@ TEST(PathsAndErrors, EveryErrorHasItsStatus) {
     for (const auto& row : rows)
         EXPECT_EQ(row.status, StatusFromWin32(static_cast<Win32Error>(row.error))) << row.error;
     EXPECT_EQ(VVS_Success, StatusOfCall(Win32Error::None));
-}
-
-TEST(PathsAndErrors, PathsComeApart) {
-    const struct {
-        const wchar_t* path;
-        const wchar_t* name;
-        const wchar_t* folder;
-        const wchar_t* withoutExtension;
-    } rows[] = {
-        {L"C:\\a\\b.txt.zip", L"b.txt.zip", L"C:\\a", L"C:\\a\\b.txt"},
-        {L"C:\\a", L"a", L"C:\\", L"C:\\a"},
-        {L"C:/a/b.c", L"b.c", L"C:/a", L"C:/a/b"},
-        {L"C:\\a.b\\c", L"c", L"C:\\a.b", L"C:\\a.b\\c"},
-        {L"\\a", L"a", L"\\", L"\\a"},
-        {L"\\\\server\\share\\a.b", L"a.b", L"\\\\server\\share", L"\\\\server\\share\\a"},
-        {L"a.b", L"a.b", L"", L"a"},
-        {L"a\\", L"", L"a", L"a\\"},
-        {L"", L"", L"", L""},
-        {L".zip", L".zip", L"", L""},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.name, PathStripPathStr(row.path));
-        EXPECT_EQ(row.folder, PathRemoveFileSpecStr(row.path));
-        EXPECT_EQ(row.withoutExtension, PathRemoveExtensionStr(row.path));
-    }
-    EXPECT_EQ(L"a.txt.zip", PathAddExtensionStr(L"a.txt", L".zip"));
-    EXPECT_EQ(L"C:\\a", PathAppendStr(L"C:\\", L"a"));
-    EXPECT_EQ(L"C:\\b\\a", PathAppendStr(L"C:\\b", L"a"));
 }
 
 TEST(PathsAndErrors, JoiningNeverLeavesTheFolder) {
@@ -126,28 +61,6 @@ TEST(PathsAndErrors, JoiningNeverLeavesTheFolder) {
     EXPECT_EQ(L"C:\\m\\" + longName, PathJoinBelow(L"C:\\m", longName));
 }
 
-// Paths of random parts.
-TEST(PathsAndErrors, WhateverIsJoinedLiesInItsFolder) {
-    const wchar_t* const parts[] = {L"\\", L"/", L"..", L".", L" ", L"a", L"b.txt", L".zip", L"nul", L"COM1", L":", L"C:", L"*",
-                                    L"\xD800", L"\x00FC", L"\\\\?\\", L"...", L". .", L"x.~1a2b3c4d"};
-    std::mt19937 random(std::random_device{}());
-    for (const std::wstring folder : {L"C:\\mount", L"C:\\mount\\", L"C:\\", L"\\\\server\\share"})
-        for (int i = 0; i < 20'000; ++i) {
-            std::wstring relative;
-            for (std::size_t count = random() % 12; count > 0; --count)
-                relative += parts[random() % std::size(parts)];
-            const std::optional<std::wstring> joined = PathJoinBelow(folder, relative);
-            if (!joined || *joined == folder)
-                continue;
-            const std::wstring base = folder.substr(0, folder.find_last_not_of(L'\\') + 1) + L"\\";
-            const std::wstring rest = joined->substr(std::min(base.size(), joined->size()));
-            ASSERT_TRUE(joined->starts_with(base) && !rest.empty() && rest.find(L'/') == rest.npos) << ::testing::PrintToString(relative);
-            for (const wchar_t* end : {L".\\", L" \\", L"\\\\"})  // the platform would take it for another
-                ASSERT_EQ(rest.npos, (L"\\" + rest + L"\\").find(end)) << ::testing::PrintToString(relative);
-            ASSERT_EQ(joined, PathJoinBelow(folder, rest)) << "what was joined needs no more joining";
-        }
-}
-
 TEST(PathsAndErrors, DeletingTakesOneThingByItsWholePath) {
     wchar_t temp[MAX_PATH + 1];
     ASSERT_NE(0u, GetTempPathW(MAX_PATH, temp));
@@ -164,28 +77,6 @@ TEST(PathsAndErrors, DeletingTakesOneThingByItsWholePath) {
     EXPECT_FALSE(PathExists(folder));
     EXPECT_EQ(DeleteResult::Deleted, DeleteFileOrFolder(file)) << "nothing is there";
     EXPECT_EQ(22, static_cast<int>(DeleteResult::Failed));
-}
-
-TEST(PathsAndErrors, TextCrossesWholeOrNotAtAll) {
-    const std::wstring text = L"\xDC" L"berblick \x65E5\xD83D\xDE00";
-    const std::string utf8 = Utf8EncodeStr(text.c_str(), static_cast<DWORD>(text.size()));
-    EXPECT_EQ("\xC3\x9C" "berblick \xE6\x97\xA5\xF0\x9F\x98\x80", utf8);
-    EXPECT_EQ(text, Utf8DecodeStr(utf8));
-    EXPECT_EQ("", Utf8EncodeStr(nullptr, 0));
-    EXPECT_THROW(Utf8EncodeStr(L"\xD800", 1), CQuelcryptErrorException);
-    EXPECT_THROW(Utf8DecodeStr("\xFF"), CQuelcryptErrorException);
-    EXPECT_EQ(L"Error code: 4000000", SystemErrorStr(4'000'000)) << "no system text";
-    const std::wstring known = SystemErrorStr(ERROR_FILE_NOT_FOUND);
-    EXPECT_TRUE(known.ends_with(L" Error code: 2")) << ::testing::PrintToString(known);
-    EXPECT_LT(14u, known.size());
-    EXPECT_EQ(std::wstring::npos, known.find_first_of(L"\r\n"));
-    EXPECT_TRUE(EqualNoCase(L"\u00E4Bc", L"\u00C4bC"));
-    EXPECT_FALSE(EqualNoCase(L"a", L"ab"));
-    EXPECT_EQ(NoCaseHash()(L"\u00E4Bc"), NoCaseHash()(L"\u00C4bC"));
-    EXPECT_EQ(static_cast<std::size_t>((L'A' * 33 + L'B') * 33 + L'1'), NoCaseHash()(L"aB1"));
-    EXPECT_EQ(L"", std::wstring(CHvcStringWImpl(nullptr).GetString() ? L"?" : L""));
-    EXPECT_STREQ(L"Out of memory", CQuelcryptOutOfMemoryException().GetDescription());
-    EXPECT_STREQ(L"Invalid argument", CQuelcryptErrorException(CQuelcryptInvalidArgumentException()).GetDescription());
 }
 
 TEST(PathsAndErrors, TrackingFilesHaveTheirWholeShape) {

@@ -129,6 +129,17 @@ def an_expired_lock_blocks_nobody(dav):
     status(dav('PUT', path, b'four', If=f'({token})'), 412)
     status(dav('UNLOCK', path, Lock_Token=token), 409)
     expect(b'Second-14400<' in dav.lock(path, timeout='Infinite').body, 'Infinite')
+    # One that is refreshed outlives one that was taken after it.
+    refreshed, other = path[:-5] + 'refreshed.txt', path[:-5] + 'other.txt'
+    token = token_of(status(dav.lock(refreshed, timeout='Second-1'), 201))
+    status(dav.lock(other, timeout='Second-1'), 201)
+    for _ in range(100):
+        status(dav('LOCK', refreshed, If=f'({token})', Timeout='Second-9'), 200)
+        if dav('PUT', other, b'').status == 204:
+            break
+        time.sleep(0.1)
+    status(dav('LOCK', refreshed, If=f'({token})', Timeout='Second-9'), 200)
+    status(dav('UNLOCK', refreshed, Lock_Token=token), 204)
 
 
 def shared_locks_and_refresh(dav):
