@@ -55,6 +55,8 @@ public:
     void SavedAt(const std::wstring& newFilePath, LockedFile* newLock);
     void RenamedTo(const std::wstring& newFilePath);
     void DiscardCopy() { m_copy.Discard(); }
+    // The plain file that was encrypted into the container serves as the copy until the close.
+    void TakeCopy(RetainedCopy copy, UniqueHandle hFile);
     bool SaveTrackerFileItem();
 
 private:

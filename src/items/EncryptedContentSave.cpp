@@ -274,3 +274,11 @@ void EncryptedContent::FollowTrackingFile() {
     if (m_copy.IsMade() && !SaveTrackerFileItem())
         QC_REPORT(L"SaveTrackerFileItem() =>false%s, ");
 }
+
+void EncryptedContent::TakeCopy(RetainedCopy copy, UniqueHandle hFile) {
+    QC_TRACE_THIS(L"VirtualFile::TakeCopy", L"%s", DescriptionStr());
+    m_copy.Make(std::move(copy), std::move(hFile), false);
+    RememberSavedState();
+    m_copy.WasSaved(nullptr);  // somebody else may still write into what was a plain file: it is not kept beyond the close
+    FollowTrackingFile();
+}

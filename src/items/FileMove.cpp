@@ -365,26 +365,36 @@ VirtualVolumeStatus FileMove::MoveFromPlainToHalvane() {
     return qcLog.Leave(VVS_Success);
 }
 
-// Nothing stays of the plain file.
+// The plain file becomes the item's copy until the close, so that the item goes on from what it stored; then nothing stays of it.
 VirtualVolumeStatus FileMove::TurnIntoContainer() {
     QC_TRACE_THIS(L"VirtualFile::TurnIntoContainer");
-    std::wstring tempFilePath;
-    QC_CHECK(VirtualTempFileDispenser::CreateTempFileName(m_state.Name(), tempFilePath), VVS_GeneralError, L"!tempFilePath.IsEmpty() =>false%s, ");
-    const OnExit deleteTemp([&] { VirtualTempFileDispenser::DeleteTempFolder(tempFilePath); });
+    RetainedCopy copy;
+    QC_CHECK(VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(m_newFilePath), copy.tempFilePath), VVS_GeneralError,
+             L"!tempFilePath.IsEmpty() =>false%s, ");
+    bool isTaken = false;
+    const OnExit deleteUnlessTaken([&] {
+        if (!isTaken)
+            VirtualTempFileDispenser::DeleteTempFolder(copy.tempFilePath);
+    });
     HeldSource held(Plain());
     QC_CHECK_STATUS(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
     QC_CHECK_STATUS(EncryptTo({m_state.Path(), held.File()}),
                     L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
-    // By its handle: what was encrypted goes, not what somebody may have put in its place. Out of the way first, for others may still
-    // read it, and until they are done a deleted file keeps its name; to another disk it cannot go.
-    const bool isOutOfTheWay = VirtualItem::RenameItem(held.File(), m_state, tempFilePath) == VVS_Success;
-    const VirtualVolumeStatus marked = held.MarkForDeletion();
-    const VirtualVolumeStatus status = isOutOfTheWay ? VVS_Success : marked;
+    // By its handle: what was encrypted goes, not what somebody may have put in its place. To another disk it cannot be renamed.
+    const bool isMoved = VirtualItem::RenameItem(held.File(), m_state, copy.tempFilePath) == VVS_Success;
+    const VirtualVolumeStatus status = isMoved ? VVS_Success : held.MarkForDeletion();
     if (status != VVS_Success)
         TakeBackDestination();
-    QC_CHECK_STATUS(status, L"DeleteUndeleteFile(m_hFile, true) =>%s, ");
+    QC_CHECK_STATUS(status, L"MoveFileW(m_itemFullPath, tempFilePath) =>%s, ");
     held.Moved();
     BecomeEncrypted();
+    UniqueHandle hFile;
+    isTaken = isMoved && VirtualItem::CreateFileW(copy.tempFilePath, kFullContentAccess, kShareAll, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
+                                                  hFile) == VVS_Success;
+    if (isTaken)
+        Encrypted().TakeCopy(copy, std::move(hFile));
+    else
+        Encrypted().Prepare();  // before anybody else stores there; should it fail, the next access tries again
     return qcLog.Leave(VVS_Success);
 }
 
