@@ -1,6 +1,8 @@
 // What moving, copying and renaming a file does, wherever it stands and wherever it goes: content, form on disk, clear text.
 #include "harness/VolumeFixture.h"
 
+#include <filesystem>
+
 enum class How { Move, Copy, Rename };
 
 class MovingAFile : public VolumeFixture {
@@ -180,6 +182,19 @@ TEST_F(MovingAFile, RefusesWhatCannotBe) {
         }
     EXPECT_EQ(VVS_InvalidParameter, Rename(nullptr, L"Docs\\b.txt"));
     Unlock(L"Docs\\held.txt", token);
+}
+
+TEST_F(MovingAFile, ReplacesTheDocumentInWhicheverFormItWas) {
+    for (const How how : {How::Copy, How::Rename})
+        for (const std::wstring mount : {L"Docs\\", L"Plain\\"}) {
+            SCOPED_TRACE(Narrow(mount) + std::to_string(int(how)));
+            Store(mount + L"a.txt", "mine");
+            mount == L"Docs\\" ? MakePlain(L"Docs\\b.txt", "what was there") : MakeEncrypted(L"Plain\\b.txt", "what was there");
+            EXPECT_OK(Do(how, mount + L"a.txt", mount + L"b.txt"));
+            EXPECT_EQ("mine", Stored(mount + L"b.txt"));
+            EXPECT_EQ(how == How::Copy ? 2u : 1u, Disk().size()) << "nothing is left of it";
+            EmptyFolders();
+        }
 }
 
 TEST_F(MovingAFile, LeavesAloneWhatOnlyLooksLikeIt) {
