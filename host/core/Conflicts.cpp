@@ -25,8 +25,16 @@ VolumePath CopyTarget(const Volume& volume, const VolumePath& folder, const Entr
     if (!entry.IsConflict())
         return folder.Child(entry.Name());
     const std::wstring name = OrdinaryPath(entry).Name();
-    if (!volume.Find(folder.Child(name)))
-        return folder.Child(name);
     const std::size_t dot = std::min(name.rfind(L'.'), name.size());
-    return folder.Child(name.substr(0, dot) + L" (conflict)" + name.substr(dot));
+    VolumePath target = folder.Child(name);
+    for (int number = 1; volume.Find(target); ++number)
+        target = folder.Child(name.substr(0, dot) + (number == 1 ? L" (conflict)" : L" (conflict " + std::to_wstring(number) + L")") + name.substr(dot));
+    return target;
+}
+
+VolumePath FreeTarget(const Volume& volume, const VolumePath& folder, const Entry& entry) {
+    const VolumePath target = CopyTarget(volume, folder, entry);
+    if (volume.Find(target))
+        throw StatusError(target.Shown(), VVS_PathAlreadyExists);
+    return target;
 }

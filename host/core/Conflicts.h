@@ -14,3 +14,6 @@ void MakeOrdinary(const Volume& volume, const Entry& conflict);
 // Where a copy of entry goes in folder: under its own name, or for a conflict copy under that of its container, with
 // " (conflict)" when it is taken.
 VolumePath CopyTarget(const Volume& volume, const VolumePath& folder, const Entry& entry);
+// The same for what a tree holds, into a folder that was just made: nothing that came there before is replaced. Two children may have
+// one name there, in two letter cases, as a short name, or as a conflict copy (VVS_PathAlreadyExists).
+VolumePath FreeTarget(const Volume& volume, const VolumePath& folder, const Entry& entry);

@@ -38,5 +38,5 @@ void CopyTree(const Volume& volume, const Entry& source, const VolumePath& targe
         return volume.Copy(source.path, target);
     volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder);
     for (const Entry& child : SortedEntries(volume, source.path))
-        CopyTree(volume, child, CopyTarget(volume, target, child));
+        CopyTree(volume, child, FreeTarget(volume, target, child));
 }

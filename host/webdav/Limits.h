@@ -35,6 +35,7 @@ constexpr std::size_t framingPerBodyByte = 8;     // and so many for each byte o
 constexpr std::size_t drainBytes = 256 * 1024;    // of a refused request, read so that the client sees the refusal
 constexpr std::size_t targetBytes = 16 * 1024;
 constexpr std::size_t pathComponents = 128;
+constexpr std::size_t treeFailures = 100;  // of the members of a tree; then it is given up
 constexpr std::size_t ifConditions = 200;
 constexpr std::size_t xmlBytes = 128 * 1024;
 constexpr std::size_t xmlDepth = 64;

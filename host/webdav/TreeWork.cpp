@@ -1,5 +1,6 @@
 #include "webdav/TreeWork.h"
 
+#include <optional>
 #include <utility>
 
 #include "core/HostError.h"
@@ -24,6 +25,9 @@ bool Try(const Resource& item, std::vector<MemberFailure>& failures, Step step) 
     }
     return false;
 }
+
+// Each is answered with its whole URL, so a tree in which everything fails is given up.
+bool HasFailedTooOften(const std::vector<MemberFailure>& failures) { return failures.size() >= limits::treeFailures; }
 
 // It goes at the close, which reports nothing: see afterwards whether it did.
 void Delete(const Volume& volume, const Entry& item) {
@@ -64,6 +68,8 @@ bool IsTooDeep(const Resource& item, std::vector<MemberFailure>& failures, const
 bool Empty(const Volume& volume, const Resource& folder, std::vector<MemberFailure>& failures) {
     const std::size_t before = failures.size();
     for (const Entry& child : SortedEntries(volume, folder.entry->path)) {
+        if (HasFailedTooOften(failures))
+            return false;
         const Resource item = Listed(folder, child);
         if (child.IsFolder() || !volume.IsItself(child))
             RemoveTree(volume, item, failures);
@@ -73,8 +79,18 @@ bool Empty(const Volume& volume, const Resource& folder, std::vector<MemberFailu
     if (failures.size() > before)
         return false;
     for (const Entry& left : SortedEntries(volume, folder.entry->path))
-        failures.push_back({Listed(folder, left).Url(), HttpStatus(VVS_Locked)});
+        if (!HasFailedTooOften(failures))
+            failures.push_back({Listed(folder, left).Url(), HttpStatus(VVS_Locked)});
     return failures.size() == before;
+}
+
+// Calls transfer with the item's place in a folder that was just made, unless something came to stand there before it.
+template <class Transfer>
+bool ToFreePlace(const Volume& volume, const Resource& item, const VolumePath& folder, std::vector<MemberFailure>& failures, Transfer transfer) {
+    std::optional<VolumePath> place;
+    if (HasFailedTooOften(failures) || !Try(item, failures, [&] { place = FreeTarget(volume, folder, *item.entry); }))
+        return false;
+    return transfer(*place);
 }
 
 void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) {
@@ -110,8 +126,12 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
         return false;
     bool whole = true;
     if (!shallow)
-        for (const Entry& child : SortedEntries(volume, source.entry->path))
-            whole = CopyTree(volume, Listed(source, child), CopyTarget(volume, target, child), false, failures) && whole;
+        for (const Entry& child : SortedEntries(volume, source.entry->path)) {
+            const Resource item = Listed(source, child);
+            whole = ToFreePlace(volume, item, target, failures,
+                                [&](const VolumePath& place) { return CopyTree(volume, item, place, false, failures); }) &&
+                    whole;
+        }
     return whole;
 }
 
@@ -129,8 +149,12 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
     if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
         return false;
     bool whole = true;
-    for (const Entry& child : SortedEntries(volume, source.entry->path))
-        whole = MoveTree(volume, Listed(source, child), CopyTarget(volume, target, child), failures) && whole;
+    for (const Entry& child : SortedEntries(volume, source.entry->path)) {
+        const Resource item = Listed(source, child);
+        whole = ToFreePlace(volume, item, target, failures,
+                            [&](const VolumePath& place) { return MoveTree(volume, item, place, failures); }) &&
+                whole;
+    }
     return whole && Try(source, failures, [&] { DeleteAndVerify(volume, *source.entry); });
 }
 

@@ -192,6 +192,22 @@ def long_paths_are_paths_like_others(dav):
     expect(answer.status >= 400 and dav('GET', '/Docs/' + 'n' * 251 + '.txt').status == 404, 'a name that is too long')
 
 
+def a_tree_keeps_its_members_apart(dav):
+    """Two that have one name where they go: in two letter cases, or as a conflict copy beside a file of the name that it would get."""
+    plain = dav.folder + '/Plain/twins/'
+    os.mkdir(plain)
+    for name in ('c.log', 'C.log'):
+        with open(plain + name, 'w') as file:
+            file.write('content of ' + name)
+    for method, target in (('COPY', '/Docs/copied/'), ('MOVE', '/Docs/moved/')):
+        status(dav(method, '/Plain/twins/', Destination=dav.url(target)), 207)
+    found = b''.join(open(os.path.join(folder, name), 'rb').read() for top in (plain, dav.folder + '/Docs/moved')
+                     for folder, _, names in os.walk(top) for name in names)
+    expect(all(b'content of ' + name in found for name in (b'c.log', b'C.log')), f'left: {found}')
+    for path in ('/Plain/twins/', '/Docs/copied/', '/Docs/moved/'):
+        dav('DELETE', path)
+
+
 def slow_and_idle_clients_hold_up_nobody(dav):
     status(dav('PUT', '/Plain/large.bin', b'1' * 30_000_000), 201, 204)
     reader = socket.create_connection(('127.0.0.1', dav.port))
@@ -269,4 +285,4 @@ def the_limits_are_as_told(_):
 
 if __name__ == '__main__':
     run((everything_is_refused, what_is_kept_is_limited, links_lead_nowhere, a_name_is_the_file_that_it_stands_for,
-         long_paths_are_paths_like_others, slow_and_idle_clients_hold_up_nobody, a_full_disk_is_told, listed_is_what_can_be_asked_for, the_limits_are_as_told))
+         long_paths_are_paths_like_others, a_tree_keeps_its_members_apart, slow_and_idle_clients_hold_up_nobody, a_full_disk_is_told, listed_is_what_can_be_asked_for, the_limits_are_as_told))
