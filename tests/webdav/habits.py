@@ -311,14 +311,16 @@ def large_and_parallel(dav):
         readers = [threading.Thread(target=read) for _ in range(3)]
         for reader in readers:
             reader.start()
-        for new in contents:
-            status(dav('PUT', path, new), 204)
-            token = token_of(dav.lock(path))
-            status(dav('PUT', path, new, If=f'({token})'), 204)
-            status(dav('UNLOCK', path, Lock_Token=token), 204)
-        stop.set()
-        for reader in readers:
-            reader.join()
+        try:
+            for new in contents:
+                status(dav('PUT', path, new), 204)
+                token = token_of(dav.lock(path))
+                status(dav('PUT', path, new, If=f'({token})'), 204)
+                status(dav('UNLOCK', path, Lock_Token=token), 204)
+        finally:
+            stop.set()
+            for reader in readers:
+                reader.join()
         expect(not wrong, f'a reader saw {wrong[:3]}')
 
 
