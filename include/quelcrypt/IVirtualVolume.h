@@ -157,8 +157,9 @@ public:
     virtual VirtualVolumeStatus RenameFile(void* hFile, VirtFindData* findData, const wchar_t* newPath,
                                            const wchar_t* newFileLockToken) = 0;
     // 15, 16: move or copy by path. A copy, as slot 14, replaces the file that is at the destination; a move does so only under the
-    // destination's lock, which it takes up when no token is given (VVS_PathAlreadyExists otherwise). The destination's folder decides whether it is stored encrypted; while the companion
-    // library cannot say, nothing is moved there (VSS_EncryptError), also not by slot 14. A failure leaves the source whole.
+    // destination's lock, which it takes up when no token is given (VVS_PathAlreadyExists otherwise).
+    // The destination's folder decides whether it is stored encrypted; while the companion library cannot say, nothing is moved
+    // there (VSS_EncryptError), also not by slot 14. A failure leaves the source whole.
     // A file that is not stored as its folder's policy says takes that form when it is moved onto its own path; a copy onto the own
     // path is VVS_PathAlreadyExists. A folder goes only where the target key and the owner are the same, and where neither has a key,
     // to another with a policy or without, as itself (VVS_GeneralError); not while something in it is open or locked, nor when a mount

@@ -277,8 +277,7 @@ void EncryptedContent::FollowTrackingFile() {
 
 void EncryptedContent::TakeCopy(RetainedCopy copy, UniqueHandle hFile) {
     QC_TRACE_THIS(L"VirtualFile::TakeCopy", L"%s", DescriptionStr());
+    // Not as the container's: somebody else may still write into what was a plain file, so it is not kept beyond the close.
     m_copy.Make(std::move(copy), std::move(hFile), false);
-    RememberSavedState();
-    m_copy.WasSaved(nullptr);  // somebody else may still write into what was a plain file: it is not kept beyond the close
     FollowTrackingFile();
 }

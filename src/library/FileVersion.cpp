@@ -86,12 +86,14 @@ bool operator==(const FileVersion& left, const FileVersion& right) {
 }
 
 std::optional<FileVersion> ReadOpenFileVersion(HANDLE hFile, const std::wstring& path) {
+    FileVersion version;
+    version.saves = SavesOf(path);  // before the look at the file
     FILE_BASIC_INFO basic{};
     LARGE_INTEGER size{};
     if (!GetFileInformationByHandleEx(hFile, FileBasicInfo, &basic, sizeof(basic)) || !GetFileSizeEx(hFile, &size))
         return std::nullopt;
-    FileVersion version{.stamp = {basic.FileAttributes, basic.LastWriteTime.QuadPart, size.QuadPart}, .changeTime = basic.ChangeTime.QuadPart};
-    version.saves = SavesOf(path);
+    version.stamp = {basic.FileAttributes, basic.LastWriteTime.QuadPart, size.QuadPart};
+    version.changeTime = basic.ChangeTime.QuadPart;
     FILE_ID_INFO id{};
     if (GetFileInformationByHandleEx(hFile, FileIdInfo, &id, sizeof(id))) {
         version.volumeSerial = id.VolumeSerialNumber;
@@ -102,8 +104,6 @@ std::optional<FileVersion> ReadOpenFileVersion(HANDLE hFile, const std::wstring&
 
 // Through a handle: what a network share says of a path may be some seconds old. Looking at attributes alone disturbs nobody.
 std::optional<FileVersion> ReadFileVersion(const std::wstring& path) {
-    FileVersion version;
-    version.saves = SavesOf(path);  // before the look at the file
     constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const HANDLE handle =
         ::CreateFileW(PlatformPath(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
@@ -111,11 +111,11 @@ std::optional<FileVersion> ReadFileVersion(const std::wstring& path) {
     const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
     if (!hFile && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND))
         return std::nullopt;
-    std::optional<FileVersion> open = hFile ? ReadOpenFileVersion(hFile.Get(), path) : std::nullopt;
-    if (open) {
-        open->saves = version.saves;
-        return open;
-    }
+    if (hFile)
+        if (const std::optional<FileVersion> version = ReadOpenFileVersion(hFile.Get(), path))
+            return version;
+    FileVersion version;
+    version.saves = SavesOf(path);
     const std::optional<FileStamp> stamp = ReadFileStamp(path);
     version.stamp = stamp.value_or(FileStamp{});
     return stamp ? std::optional(version) : std::nullopt;
