@@ -25,7 +25,7 @@ void RemoveTree(const Volume& volume, const Entry& entry) {
         Check(volume->Delete(file.Get(), nullptr), entry.path);
     }
     // The deletion happens at the close, which reports nothing.
-    if (volume.FindAgain(entry))
+    if (!volume.WaitUntilGone(entry))
         throw HostError(entry.path.Shown() + ": it could not be deleted; another program may hold it");
 }
 

@@ -4,6 +4,7 @@
 
 #include "core/HostError.h"
 #include "core/OnDisk.h"
+#include "core/Patience.h"
 #include "core/Text.h"
 
 namespace {
@@ -178,6 +179,10 @@ std::optional<Entry> Volume::FindAgain(const Entry& entry) const {
     // Behind a file that is gone another may come to light, as the container does behind a plain file of the same name.
     const bool same = found && now.data.itemType == entry.data.itemType && EqualNoCase(now.Name(), entry.Name());
     return same ? std::optional(now) : std::nullopt;
+}
+
+bool Volume::WaitUntilGone(const Entry& entry) const {
+    return TryForAMoment([&] { return !FindAgain(entry); });
 }
 
 void Volume::RequireFree(const VolumePath& path, bool encrypted) const {

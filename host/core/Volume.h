@@ -108,6 +108,8 @@ public:
     VolumePath Key(const VolumePath& path) const;
     // The item as it is now, found the way it is opened; nothing when it is gone.
     std::optional<Entry> FindAgain(const Entry& entry) const;
+    // A deletion is done when nobody has the item open any more. False: after a moment it is still there.
+    bool WaitUntilGone(const Entry& entry) const;
     // Call before storing anything under a path that Find does not find. Throws HostError when it would take the file on
     // disk of an item with another name, or the place of a link. An encrypted "f.txt" would take a foreign "f.txt.zip", a
     // plain one stands beside it: who does not know which it will be leaves that to the volume.

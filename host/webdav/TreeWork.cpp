@@ -37,7 +37,7 @@ void Delete(const Volume& volume, const Entry& item) {
 
 void DeleteAndVerify(const Volume& volume, const Entry& item) {
     Delete(volume, item);
-    if (volume.FindAgain(item))
+    if (!volume.WaitUntilGone(item))
         throw StatusError(item.path.Shown(), VVS_Locked);
 }
 
