@@ -1,6 +1,6 @@
 // Goes through every order, to a depth, of what can be done to one document, and then at random through longer ones.
 //
-// explorer [START...] [--depth N] [--part N --parts N] [--seconds N] [--length N] [--seed N]
+// explorer [START...] [--depth N] [--part N --parts N] [--walks N] [--length N] [--seed N]
 // explorer --history "START: STEP; STEP; ..."    explorer --starts
 //
 // Enumerated is all that Next (History.cpp) offers after a history: A and then B open the document (each disposition, and to read), read,
@@ -214,7 +214,7 @@ LONG WINAPI TellOfCrash(EXCEPTION_POINTERS* info) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::map<std::string, int> numbers{{"--depth", 3}, {"--part", 0}, {"--parts", 1}, {"--seconds", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
+    std::map<std::string, int> numbers{{"--depth", 3}, {"--part", 0}, {"--parts", 1}, {"--walks", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
     std::vector<std::string> names;
     SetUnhandledExceptionFilter(TellOfCrash);
     CreateThread(nullptr, 0, TellOfHang, nullptr, 0, nullptr);
@@ -241,14 +241,13 @@ int main(int argc, char** argv) {
             continue;
         Explorer explorer(start, numbers["--part"], numbers["--parts"]);
         Steps steps;
-        auto begin = Clock::now();
+        const auto begin = Clock::now();
         if (numbers["--depth"] > 0)
             explorer.Deepen(steps, numbers["--depth"]);
         std::printf("%s: %d histories in %.1f s", start.name, explorer.Histories(), SecondsSince(begin));
-        begin = Clock::now();
-        while (SecondsSince(begin) < numbers["--seconds"])
+        for (int walk = 0; walk < numbers["--walks"]; ++walk)
             explorer.Walk(random, numbers["--length"]);
-        std::printf("%s\n", numbers["--seconds"] > 0 ? (", with walks of seed " + std::to_string(numbers["--seed"]) + " " + std::to_string(explorer.Histories())).c_str() : "");
+        std::printf(", with walks of seed %d %d\n", numbers["--seed"], explorer.Histories());
         explorer.Report();
         std::fflush(stdout);
         hasFailed |= explorer.HasFailed();
