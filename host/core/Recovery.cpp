@@ -17,7 +17,7 @@ constexpr const wchar_t* c_conflictWords = L" (HalvaneCloud conflicted edit ";
 constexpr std::wstring_view c_containerEnd = L".zip";
 
 std::string Shown(const LeftEdit& edit) {
-    return ToUtf8(OrdinaryPath(edit.file));
+    return ToShown(OrdinaryPath(edit.file));
 }
 
 void ReadOpen(const Volume& volume, void* file, const std::string& shown,
