@@ -113,6 +113,14 @@ void SendFailures(Response& response, const std::vector<MemberFailure>& failures
     response.Send(207, {{"Content-Type", "application/xml; charset=utf-8"}}, xml + "</D:multistatus>");
 }
 
+void NoteStored(State& state, const Resource& target, const Resource& stored) {
+    state.changes.Note(target.key);
+    if (stored.key.Equals(target.key))
+        return;
+    state.changes.Note(stored.key);
+    state.properties.MoveTree(target.key, stored.key);
+}
+
 int HttpStatus(VirtualVolumeStatus status) {
     switch (status) {
     case VVS_Success: return 200;

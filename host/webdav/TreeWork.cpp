@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "core/HostError.h"
+#include "core/Interrupt.h"
 #include "core/Patience.h"
 #include "core/Text.h"
 #include "core/Trees.h"
@@ -22,7 +23,7 @@ bool Try(const Resource& item, std::vector<MemberFailure>& failures, Step step) 
     } catch (const StatusError& error) {
         failures.push_back({item.Url(), HttpStatus(error.Status())});
     } catch (const HostError& error) {
-        failures.push_back({item.Url(), 500});
+        failures.push_back({item.Url(), error.Code() == Exit_Interrupted ? 503 : 500});
     }
     return false;
 }
@@ -73,8 +74,10 @@ bool ForEachMember(const Volume& volume, const Resource& folder, std::vector<Mem
     bool whole = true;
     const bool wasListed = Try(folder, failures, [&] {
         Search search(volume, folder.entry->path);
-        for (Entry member; !HasFailedTooOften(failures) && search.Next(member);)
+        for (Entry member; !HasFailedTooOften(failures) && search.Next(member);) {
+            StopIfInterrupted();
             whole = take(Listed(folder, member)) && whole;
+        }
     });
     return wasListed && whole && !HasFailedTooOften(failures);
 }
