@@ -397,6 +397,11 @@ TEST_F(SavingAnEditedFile, TheUserMayPickAnotherPlace) {
     }
     EXPECT_EQ(L"Saving modified file \"a.txt\" to HalvaneCloud failed. Please select another folder for its backup",
               prompts::g_title);
+    const HWINSTA desktop = GetProcessWindowStation();
+    ASSERT_TRUE(SetProcessWindowStation(CreateWindowStationW(nullptr, 0, WINSTA_ALL_ACCESS, nullptr)));
+    LeaveUnsavedEdit(L"Docs\\a.txt", "unseen");
+    EXPECT_EQ(3, prompts::g_count) << "nobody would see it there";
+    ASSERT_TRUE(SetProcessWindowStation(desktop));
     prompts::Pick(backups + L"\\missing");
     LeaveUnsavedEdit(L"Docs\\a.txt", "edit");
     EXPECT_EQ(1u, TrackedEdits().size()) << "a place that refuses the backup counts as none";

@@ -1,6 +1,8 @@
 // serve: the volume for any program that speaks WebDAV.
 #include <memory>
 
+#include <windows.h>
+
 #include "commands/Commands.h"
 #include "core/Environment.h"
 #include "core/Interrupt.h"
@@ -63,7 +65,14 @@ void TellWhatIsLeft(const Volume& volume) {
                    (edits.size() == 1 ? " edit" : " edits") + " that may be unsaved; 'quelvol recover' lists them\n");
 }
 
+// Nobody sits before a server: in a window station without a screen the volume prompts nobody, and the edit waits.
+void LeaveTheScreen() {
+    if (const HWINSTA station = CreateWindowStationW(nullptr, 0, WINSTA_ALL_ACCESS, nullptr))
+        SetProcessWindowStation(station);
+}
+
 void Serve(Session& session, const Options& options) {
+    LeaveTheScreen();
     webdav::AccessRules rules = MakeRules(options);
     const Volume& volume = session.GetVolume();
     TellWhatIsLeft(volume);

@@ -143,8 +143,9 @@ public:
     virtual VirtualVolumeStatus OpenFile(void** hFile, const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                          std::uint32_t openDisposition, const wchar_t* lockToken, VirtFindData* findData) = 0;
     // 11: closes the item. A changed encrypted file is encrypted here, on this thread; when that fails a folder for a
-    // backup is asked for, and failing that the edit stays in its temp file, to be tried again at the next close. When the
-    // container is not the one any more that this handle's user knows, the edit is saved beside it under a conflict name, and
+    // backup is asked for, on a screen that somebody sees: not while the process's window station is invisible, as a service's is or
+    // as a server may choose (SetProcessWindowStation). Failing that the edit stays in its temp file, to be tried again at the next
+    // close. When the container is not the one any more that this handle's user knows, the edit is saved beside it under a conflict name, and
     // a deletion leaves it; the trace says so.
     // In this slot and up to 19, findData may be null and only serves the trace log; it is never written.
     virtual void CloseFile(void* hFile, VirtFindData* findData) = 0;
