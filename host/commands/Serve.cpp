@@ -2,6 +2,8 @@
 #include <memory>
 
 #include "commands/Commands.h"
+#include "core/Checks.h"
+#include "core/Companion.h"
 #include "core/Environment.h"
 #include "core/Interrupt.h"
 #include "core/LeftBehind.h"
@@ -63,9 +65,25 @@ void TellWhatIsLeft(const Volume& volume) {
                    (edits.size() == 1 ? " edit" : " edits") + " that may be unsaved; 'quelvol recover' lists them\n");
 }
 
+// A server asks nobody later, so passwords are asked for now.
+void TellProblems(const Volume& volume) {
+    const std::vector<VirtMountInfo> mounts = RequireMountFolders(volume);
+    const std::vector<FolderProblem> problems = ProblemsOf(mounts, true);
+    std::size_t unusable = 0;
+    for (const FolderProblem& problem : problems) {
+        PrintError("quelvol: " + problem.text + "\n");
+        unusable += problem.isUsable ? 0 : 1;
+    }
+    if (unusable == mounts.size())
+        throw HostError("no folder can be served");
+    ForbidPasswordQuestions();
+    WarnOfReadableConfiguration();
+}
+
 void Serve(Session& session, const Options& options) {
     webdav::AccessRules rules = MakeRules(options);
     const Volume& volume = session.GetVolume();
+    TellProblems(volume);
     TellWhatIsLeft(volume);
     webdav::Site site(volume, std::move(rules));
     const auto answer = [&site](const webdav::Request& request, webdav::RequestBody& body, webdav::Response& response) {
