@@ -104,6 +104,8 @@ public:
     std::optional<std::wstring> FolderOnDisk(const VolumePath& folder) const;
     // Have the temp folder's disk and that of folder room for content of so many bytes? The copies in clear go to the first.
     bool HasRoomFor(std::uint64_t bytes, const VolumePath& folder = {}) const;
+    // Does a mount folder stand there, or inside? Nothing here moves or deletes one.
+    bool HoldsMountFolder(const VolumePath& folder) const;
     // The path by which all paths of one file can be compared: in the outermost mount folder that it lies in.
     VolumePath Key(const VolumePath& path) const;
     // The item as it is now, found the way it is opened; nothing when it is gone.
