@@ -175,32 +175,6 @@ TEST_F(FollowingTheTrace, TheLevelIsAskedSeldomAndObeyed) {
     EXPECT_EQ(lines.size(), CountOf(lines, LogLevel_Error));
     for (const TraceLine& line : ParseAll(lines))
         EXPECT_EQ(0u, line.indent) << line.message;
-
-    // It may change at any moment: what had entered silently leaves silently, and the nesting is what it was.
-    const auto changeTo = [&](std::uint32_t level) {
-        LetTheLevelBeReadAgain();
-        Touch(NativePath(L"Docs"));
-        std::vector<LogLine> changed;
-        Before("Quelcrypt_GetFileInformation",
-               [level] {
-                   LetTheLevelBeReadAgain();
-                   TestCompanion_SetLevel(level);
-               },
-               [&] { changed = LinesDuring([&] { List(L"Docs\\*"); }); });
-        return ParseAll(changed);
-    };
-    const auto louder = changeTo(LogLevel_Trace);
-    ASSERT_FALSE(louder.empty());
-    EXPECT_EQ(0u, louder.front().indent);
-    EXPECT_EQ(std::count_if(louder.begin(), louder.end(), [](const TraceLine& line) { return line.kind == "ENTER"; }),
-              std::count_if(louder.begin(), louder.end(), [](const TraceLine& line) { return line.kind == "LEAVE"; }));
-    changeTo(0);
-    EXPECT_EQ(0u, LinesDuring([&] { List(L"Nowhere\\*"); }).size());
-    TestCompanion_SetLevel(LogLevel_Trace);
-    LetTheLevelBeReadAgain();
-    const auto again = ParseAll(LinesDuring([&] { List(L"*"); }));
-    ASSERT_FALSE(again.empty());
-    EXPECT_EQ(0u, again.front().indent);
 }
 
 TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
