@@ -98,7 +98,7 @@ std::optional<std::wstring> Volume::FolderOnDisk(const VolumePath& folder) const
 }
 
 bool Volume::HasRoomFor(std::uint64_t bytes, const VolumePath& folder) const {
-    const auto onDisk = FolderOnDisk(folder);
+    const auto onDisk = PathOnDisk(folder);
     return HasRoom(m_temp.Path().native(), bytes) && (!onDisk || HasRoom(*onDisk, bytes));
 }
 
@@ -132,7 +132,7 @@ VolumePath Volume::Key(const VolumePath& path) const {
 bool Volume::IsItself(const Entry& entry) const {
     if (entry.path.IsRoot() || entry.path.IsMountFolder())
         return true;
-    const auto folder = FolderOnDisk(entry.path.Parent());
+    const auto folder = PathOnDisk(entry.path.Parent());
     return folder && StandingAt(*folder + L'\\' + entry.NameOnDisk()) == Standing::Itself;
 }
 
