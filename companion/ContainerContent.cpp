@@ -119,4 +119,18 @@ std::span<const std::uint8_t> ContainerContent::Inflated() {
     return m_inflation->Next([this] { return Decrypted(); });
 }
 
+bool IsWholeUnder(ContainerFile& file, const Secret& password) {
+    try {
+        auto cipher = ContainerContent::CipherFor(file, password.Text());
+        if (!cipher)
+            return false;
+        ContainerContent content(file, std::move(cipher));
+        while (!content.Next().empty()) {
+        }
+        return true;
+    } catch (const CQuelcryptErrorException&) {
+        return false;
+    }
+}
+
 }  // namespace companion

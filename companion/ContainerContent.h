@@ -11,6 +11,7 @@
 
 #include "ContainerFile.h"
 #include "ContentCipher.h"
+#include "Secret.h"
 
 namespace companion {
 
@@ -45,5 +46,8 @@ private:
     std::vector<std::uint8_t> m_block;
     std::unique_ptr<Inflation> m_inflation;  // none when the content is stored as it is
 };
+
+// Does the password open the container to its end? It is read to it; false also when it is damaged.
+bool IsWholeUnder(ContainerFile& file, const Secret& password);
 
 }  // namespace companion

@@ -40,12 +40,18 @@ void ContainerFile::FindEntry() {
     if (ReadUpTo(fileBytes - end.size(), end) != end.size())
         return;
     auto zip = OnlyEntry(AsText(end), fileBytes);
-    if (!zip)
+    if (!zip) {
+        const bool isOther = EndsOtherZip(AsText(end), fileBytes);
+        const std::span begin(buffer.data(), ReadUpTo(0, std::span(buffer).first(localHeaderStart)));
+        m_isBroken = m_readError == 0 && !isOther && CanBeginContainer(AsText(begin));
         return;
+    }
     const std::span begin(buffer.data(), ReadUpTo(zip->headerAt, buffer));
+    m_isBroken = m_readError == 0;
     if (const auto headerBytes = LocalHeaderBytes(AsText(begin), *zip)) {
         m_contentAt = zip->headerAt + *headerBytes;
         m_zip = std::move(zip);
+        m_isBroken = false;
     }
 }
 

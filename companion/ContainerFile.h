@@ -35,6 +35,9 @@ public:
     const std::optional<ZipEntry>& Zip() const { return m_zip; }
     std::optional<ContainerEntry> Entry() const;
 
+    // Of a file that is none: was it a container once, as far as can be told? Other ZIP files are whole, and not broken.
+    bool IsBroken() const { return m_isBroken; }
+
     // Where the entry's stored bytes begin.
     std::uint64_t ContentAt() const { return m_contentAt; }
 
@@ -50,6 +53,7 @@ private:
     DWORD m_openError = 0;
     DWORD m_readError = 0;
     std::optional<ZipEntry> m_zip;
+    bool m_isBroken = false;
     std::uint64_t m_contentAt = 0;
 };
 

@@ -1,4 +1,9 @@
+#include "ContainerReader.h"
+
+#include <algorithm>
 #include <memory>
+#include <optional>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,39 +15,39 @@
 #include "Logger.h"
 #include "Passwords.h"
 #include "Paths.h"
+#include "Problem.h"
 #include "SettingsStore.h"
 #include "Text.h"
 
 namespace companion {
-namespace {
 
-bool IsAuthentic(ContainerFile& file, const std::string& password) {
-    try {
-        ContainerContent content(file, ContainerContent::CipherFor(file, password));
-        while (!content.Next().empty()) {
-        }
-        return true;
-    } catch (const CQuelcryptErrorException&) {
-        return false;
-    }
-}
-
-// To read with; null when no configured password fits. The format's own check of a password is two bytes, which a wrong one
-// passes once in 65,536 times: when several pass, only reading everything can tell.
-std::unique_ptr<ContentCipher> FittingCipher(ContainerFile& file, const std::wstring& path) {
-    std::vector<std::pair<std::string, std::unique_ptr<ContentCipher>>> fitting;
-    for (const std::string& password : PasswordsToRead(CurrentSettings()->settings, path)) {
-        if (auto cipher = ContainerContent::CipherFor(file, password))
-            fitting.emplace_back(password, std::move(cipher));
-    }
+std::unique_ptr<ContentCipher> FittingCipher(ContainerFile& file, const std::wstring& path, std::string& key) {
+    struct Fitting {
+        Secret password;
+        std::string key;
+        std::unique_ptr<ContentCipher> cipher;
+    };
+    std::vector<Fitting> fitting;
+    ForPasswordsToRead(
+        CurrentSettings()->settings, path,
+        [&](const Secret& password, const std::string& itsKey) {
+            if (auto cipher = ContainerContent::CipherFor(file, password.Text()))
+                fitting.push_back({password, itsKey, std::move(cipher)});
+        },
+        [&] { return !fitting.empty(); });
     if (fitting.empty())
         return nullptr;
-    for (auto& [password, cipher] : fitting) {
-        if (fitting.size() > 1 && IsAuthentic(file, password))
-            return std::move(cipher);
-    }
-    return std::move(fitting.front().second);
+    // The format's own check of a password is two bytes, which a wrong one passes once in 65,536 times: when several pass, only
+    // reading everything can tell.
+    const auto whole = std::find_if(fitting.begin(), fitting.end(), [&](const Fitting& one) {
+        return fitting.size() > 1 && IsWholeUnder(file, one.password);
+    });
+    Fitting& chosen = whole == fitting.end() ? fitting.front() : *whole;
+    key = chosen.key;
+    return std::move(chosen.cipher);
 }
+
+namespace {
 
 class ContainerReader final : public Handed<IFileReader> {
 public:
@@ -51,7 +56,9 @@ public:
             return;
         if (m_file.ReadError() != 0)
             FailWithError(L"The container cannot be read", m_file.ReadError());
-        Fail(L"The file is not a container");
+        const std::wstring problem = m_file.IsBroken() ? L"The container is damaged: its records are not whole" : L"The file is not a container";
+        NoteProblem(problem);
+        Fail(problem);
     }
     ~ContainerReader() override = default;
 
@@ -72,6 +79,8 @@ public:
             } catch (const CQuelcryptErrorException& error) {
                 m_block = {};
                 m_failure = error.GetDescription();
+                if (LastProblem().empty())
+                    NoteProblem(m_failure);
                 throw;
             }
         });
@@ -82,8 +91,14 @@ public:
 private:
     void Begin() {
         std::unique_ptr<ContentCipher> cipher;
-        if (m_file.Zip()->keyBytes != 0 && !(cipher = FittingCipher(m_file, m_path)))
+        std::string key;
+        ForgetProblem();
+        if (m_file.Zip()->keyBytes != 0 && !(cipher = FittingCipher(m_file, m_path, key))) {
+            if (LastProblem().empty())
+                NoteProblem(L"No configured password opens it");
             Fail(L"Cannot recover password");
+        }
+        ForgetProblem();
         m_content.emplace(m_file, std::move(cipher));
     }
 
@@ -102,10 +117,12 @@ IFileReader* MakeReader(IHvcStringW* containerPath) {
         const wchar_t* const path = containerPath ? containerPath->GetString() : nullptr;
         if (!path)
             throw CQuelcryptInvalidArgumentException();
+        ForgetProblem();
         const std::wstring fullPath = FullPath(path);
         auto reader = std::make_unique<ContainerReader>(fullPath);
         if (reader->OpenError() == 0)
             return reader.release();
+        NoteProblem(L"The container cannot be opened: " + SystemErrorText(reader->OpenError()));
         LogLine(LogLevel_Error, fullPath + L" cannot be opened: " + SystemErrorText(reader->OpenError()));
         return nullptr;
     });

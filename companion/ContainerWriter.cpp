@@ -1,3 +1,5 @@
+#include "ContainerWriter.h"
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -16,8 +18,10 @@
 #include "Boundary.h"
 #include "ContentCipher.h"
 #include "Library.h"
+#include "Logger.h"
 #include "Passwords.h"
 #include "Paths.h"
+#include "Problem.h"
 #include "SettingsStore.h"
 #include "SideFile.h"
 #include "SystemTime.h"
@@ -36,8 +40,9 @@ constexpr std::size_t longestName = zipEndBytes / 2;  // what is longer could no
 class ContainerWriter final : public Handed<IFileWriter> {
 public:
     // The entry has the name and the times.
-    ContainerWriter(const std::wstring& containerPath, ZipEntry entry, std::uint32_t attributes, std::string password)
-        : m_entry(std::move(entry)), m_attributes(attributes), m_password(std::move(password)), m_file(containerPath) {}
+    ContainerWriter(const std::wstring& containerPath, ZipEntry entry, std::uint32_t attributes, Secret password,
+                    IfThere ifThere = IfThere::Replace)
+        : m_entry(std::move(entry)), m_attributes(attributes), m_password(std::move(password)), m_file(containerPath), m_ifThere(ifThere) {}
     ~ContainerWriter() override = default;
 
     bool Write(const void* data, std::uint32_t length) override {
@@ -52,7 +57,7 @@ public:
         return AsStep([&] {
             if (commit) {
                 WriteEnds();
-                m_file->PutInPlace(m_attributes);
+                m_file->PutInPlace(m_attributes, m_ifThere);
             }
             End();
         });
@@ -68,6 +73,10 @@ private:
             try {
                 step();
                 return true;
+            } catch (const CQuelcryptErrorException& error) {
+                NoteProblem(error.GetDescription());
+                End();
+                throw;
             } catch (...) {
                 End();
                 throw;
@@ -93,7 +102,7 @@ private:
         std::array<std::uint8_t, ContentCipher::SaltBytes(keyBytes)> salt;
         if (BCryptGenRandom(nullptr, salt.data(), salt.size(), BCRYPT_USE_SYSTEM_PREFERRED_RNG) < 0)
             Fail(L"The container cannot be written: the system gives no random numbers");
-        m_cipher = std::make_unique<ContentCipher>(m_password, salt, keyBytes);
+        m_cipher = std::make_unique<ContentCipher>(m_password.Text(), salt, keyBytes);
         Append(LocalHeader(m_entry));
         Append(salt);
         Append(m_cipher->PasswordVerifier());
@@ -140,15 +149,53 @@ private:
 
     ZipEntry m_entry;
     std::uint32_t m_attributes;
-    std::string m_password;
+    Secret m_password;
     std::optional<SideFile> m_file;
+    IfThere m_ifThere;
     std::unique_ptr<ContentCipher> m_cipher;  // from the first byte of content on
     std::vector<std::uint8_t> m_block = std::vector<std::uint8_t>(blockBytes);  // to be written
     std::size_t m_inBlock = 0;
     bool m_isOver = false;
 };
 
+ZipEntry EntryFor(const wchar_t* name, std::uint32_t attributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
+                  const SYSTEMTIME* creation) {
+    ZipEntry entry;
+    entry.name = ToUtf8(name);
+    if (entry.name.size() > longestName)
+        throw CQuelcryptInvalidArgumentException();
+    entry.isReadOnly = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
+    const auto seconds = [](std::optional<std::int64_t> time) { return static_cast<std::uint32_t>(time.value_or(0)); };
+    entry.lastWrite = seconds(StoredTime(lastWrite).value_or(std::time(nullptr)));
+    entry.lastAccess = seconds(StoredTime(lastAccess));
+    entry.creation = seconds(StoredTime(creation));
+    entry.dosTime = DosTimeOf(entry.lastWrite);
+    return entry;
+}
+
+// What was noted is what the host is told; the log gets it as well.
+template <class Make>
+auto Noting(const std::wstring& path, Make&& make) {
+    ForgetProblem();
+    try {
+        return make();
+    } catch (const CQuelcryptErrorException& error) {
+        NoteProblem(error.GetDescription());
+        LogLine(LogLevel_Error, path + L" cannot be written: " + error.GetDescription());
+        throw;
+    }
+}
+
 }  // namespace
+
+std::unique_ptr<IFileWriter, Releaser> NewContainer(const std::wstring& path, const std::wstring& name, const Secret& password,
+                                                    IfThere ifThere) {
+    ZipEntry entry;
+    entry.name = ToUtf8(name);
+    entry.lastWrite = static_cast<std::uint32_t>(std::time(nullptr));
+    entry.dosTime = DosTimeOf(entry.lastWrite);
+    return std::unique_ptr<IFileWriter, Releaser>(new ContainerWriter(path, std::move(entry), 0, password, ifThere));
+}
 
 IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
                         std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
@@ -160,22 +207,14 @@ IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec
         if (!path || !name)
             throw CQuelcryptInvalidArgumentException();
         const std::wstring fullPath = FullPath(path);
-        const auto password =
-            PasswordToWrite(CurrentSettings()->settings, fullPath, source ? FullPath(source) : std::wstring());
-        if (!password)
-            return nullptr;
-
-        ZipEntry entry;
-        entry.name = ToUtf8(name);
-        if (entry.name.size() > longestName)
-            throw CQuelcryptInvalidArgumentException();
-        entry.isReadOnly = (sourceAttributes & FILE_ATTRIBUTE_READONLY) != 0;
-        const auto seconds = [](std::optional<std::int64_t> time) { return static_cast<std::uint32_t>(time.value_or(0)); };
-        entry.lastWrite = seconds(StoredTime(lastWrite).value_or(std::time(nullptr)));
-        entry.lastAccess = seconds(StoredTime(lastAccess));
-        entry.creation = seconds(StoredTime(creation));
-        entry.dosTime = DosTimeOf(entry.lastWrite);
-        return new ContainerWriter(fullPath, std::move(entry), sourceAttributes, *password);
+        return Noting(fullPath, [&]() -> IFileWriter* {
+            const auto password =
+                PasswordToWrite(CurrentSettings()->settings, fullPath, source ? FullPath(source) : std::wstring());
+            if (!password)
+                return nullptr;
+            return new ContainerWriter(fullPath, EntryFor(name, sourceAttributes, lastWrite, lastAccess, creation), sourceAttributes,
+                                       *password);
+        });
     });
 }
 

@@ -3,17 +3,16 @@
 #include <string_view>
 
 #include "Boundary.h"
+#include "KeyRing.h"
 #include "Logger.h"
+#include "PasswordProof.h"
 #include "Paths.h"
+#include "Problem.h"
 #include "Text.h"
 #include "WholeFile.h"
 
 namespace companion {
 namespace {
-
-std::string KeyOf(const std::optional<BoxSettings>& box) {
-    return box ? box->targetKey : std::string();
-}
 
 // The text between the first start, looked for behind the first before, and the next end; empty when there is none.
 std::string_view Between(std::string_view text, std::string_view before, std::string_view start, std::string_view end) {
@@ -39,46 +38,69 @@ std::wstring TrackedContainer(const std::wstring& tempPath) {
     }
 }
 
-std::string KeyToWrite(const Settings& settings, const std::wstring& containerPath, const std::wstring& sourcePath) {
-    std::string key;
-    if (const auto box = settings.BoxOf(containerPath)) {
-        key = box->targetKey;
-    } else {
-        for (const std::wstring& tempPath : {containerPath, sourcePath}) {
-            const std::wstring real = key.empty() && !tempPath.empty() ? TrackedContainer(tempPath) : std::wstring();
-            if (!real.empty())
-                key = KeyOf(settings.BoxOfAnsi(real));
-        }
-        if (key.empty() && !sourcePath.empty())
-            key = KeyOf(settings.BoxOf(sourcePath));
+// Nothing: there is no key.
+std::optional<KeyFolder> FolderToWrite(const Settings& settings, const std::wstring& containerPath, const std::wstring& sourcePath) {
+    if (settings.BoxOf(containerPath))
+        return settings.KeyFolderOf(containerPath);
+    for (const std::wstring& tempPath : {containerPath, sourcePath}) {
+        const std::wstring real = tempPath.empty() ? std::wstring() : TrackedContainer(tempPath);
+        if (auto folder = real.empty() ? std::nullopt : settings.KeyFolderOfAnsi(real))
+            return folder;
     }
-    return key.empty() ? settings.defaultKey : key;
+    if (auto folder = sourcePath.empty() ? std::nullopt : settings.KeyFolderOf(sourcePath))
+        return folder;
+    return settings.defaultKey.empty() ? std::nullopt : std::optional(KeyFolder{{}, settings.defaultKey, {}});
+}
+
+std::optional<Secret> PasswordIfAny(const Settings& settings, const std::string& key, Asking asking) {
+    try {
+        return PasswordOf(settings, key, asking);
+    } catch (const CQuelcryptErrorException& error) {
+        NoteProblem(error.GetDescription());
+        return std::nullopt;
+    }
+}
+
+std::nullopt_t NoPassword(const std::wstring& problem, const std::wstring& containerPath) {
+    NoteProblem(problem);
+    LogLine(LogLevel_Error, problem + L" (needed for " + containerPath + L")");
+    return std::nullopt;
 }
 
 }  // namespace
 
-std::vector<std::string> PasswordsToRead(const Settings& settings, const std::wstring& containerPath) {
-    std::vector<std::string> passwords;
-    const std::string own = KeyOf(settings.BoxOf(containerPath));
-    if (const auto found = settings.passwords.find(own); found != settings.passwords.end())
-        passwords.push_back(found->second);
-    for (const auto& [key, password] : settings.passwords) {
+void ForPasswordsToRead(const Settings& settings, const std::wstring& containerPath, const TryPassword& tryPassword,
+                        const std::function<bool()>& isEnough) {
+    const auto folder = settings.KeyFolderOf(containerPath);
+    const std::string own = folder ? folder->key : std::string();
+    const auto attempt = [&](const std::string& key, Asking asking) {
+        if (const auto password = PasswordIfAny(settings, key, asking))
+            tryPassword(*password, key);
+    };
+    const auto isTyped = [&](const PasswordSource& source) { return source.kind == PasswordSource::Kind::Prompt; };
+    if (settings.passwords.contains(own))
+        attempt(own, Asking::Allowed);
+    for (const auto& [key, source] : settings.passwords)
         if (key != own)
-            passwords.push_back(password);
-    }
-    return passwords;
+            attempt(key, Asking::Forbidden);
+    for (const auto& [key, source] : settings.passwords)
+        if (key != own && isTyped(source) && !isEnough())
+            attempt(key, Asking::Allowed);
 }
 
-std::optional<std::string> PasswordToWrite(const Settings& settings, const std::wstring& containerPath,
-                                           const std::wstring& sourcePath) {
-    const std::string key = KeyToWrite(settings, containerPath, sourcePath);
-    const auto found = settings.passwords.find(key);
-    if (found != settings.passwords.end())
-        return found->second;
-    LogLine(LogLevel_Error, key.empty() ? L"No key is configured for " + containerPath
-                                        : L"The password of key \"" + FromUtf8Lossy(key) + L"\" is not configured, needed for " +
-                                              containerPath);
-    return std::nullopt;
+std::optional<Secret> PasswordToWrite(const Settings& settings, const std::wstring& containerPath, const std::wstring& sourcePath) {
+    const auto folder = FolderToWrite(settings, containerPath, sourcePath);
+    if (!folder)
+        return NoPassword(L"No key is configured for its folder", containerPath);
+    const auto password = PasswordIfAny(settings, folder->key, Asking::Allowed);
+    if (!password) {
+        const std::wstring problem = LastProblem();
+        return NoPassword(problem.empty() ? L"The password of the key \"" + FromUtf8Lossy(folder->key) + L"\" would have to be typed"
+                                          : problem, containerPath);
+    }
+    if (!folder->path.empty())
+        ProvePassword(settings, *folder, *password, containerPath, BeforeWriting::Yes);
+    return password;
 }
 
 }  // namespace companion

@@ -1,17 +1,21 @@
 // Which password a container is read or written with.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
-#include <vector>
 
+#include "Secret.h"
 #include "Settings.h"
 
 namespace companion {
 
-// To be tried in this order, UTF-8: the one of the container's folder, then all others, because a container may have been
-// copied from another folder.
-std::vector<std::string> PasswordsToRead(const Settings& settings, const std::wstring& containerPath);
+// Hands out the passwords to try: the one of the container's folder, for which a person may be asked, then all others, because a
+// container may have been copied from another folder, and last, unless isEnough by then, those that a person has to be asked
+// for. A password that cannot be had is left out and noted (Problem.h).
+using TryPassword = std::function<void(const Secret& password, const std::string& key)>;
+void ForPasswordsToRead(const Settings& settings, const std::wstring& containerPath, const TryPassword& tryPassword,
+                        const std::function<bool()>& isEnough);
 
 // The first of these that is configured decides the key:
 // - the folder that the container lies in;
@@ -19,8 +23,8 @@ std::vector<std::string> PasswordsToRead(const Settings& settings, const std::ws
 //   tracking file beside containerPath, else that beside sourcePath (their names and ".hvf"), names; else the folder of
 //   sourcePath;
 // - the default key.
-// Nothing, with a log line, when there is no key or its password is not known here.
-std::optional<std::string> PasswordToWrite(const Settings& settings, const std::wstring& containerPath,
-                                           const std::wstring& sourcePath);
+// The password is proven to be the folder's (PasswordProof.h); else CQuelcryptErrorException is thrown. Nothing, with a log line, when
+// there is no key or its password is not known here.
+std::optional<Secret> PasswordToWrite(const Settings& settings, const std::wstring& containerPath, const std::wstring& sourcePath);
 
 }  // namespace companion

@@ -117,6 +117,8 @@ private:
         folder.owner = OptionalText(value, path, "owner");
         folder.policy = OptionalText(value, path, "policy");
         folder.targetKey = OptionalText(value, path, "targetKey");
+        if (FromUtf8(folder.name).size() == 1)
+            Complain(Below(path, "name"), "a name must have at least two characters: one alone would be taken for a drive");
         m_settings.folders.push_back(std::move(folder));
     }
 
@@ -144,13 +146,36 @@ private:
             Complain(path, "an object is expected here: a password for each target key");
         for (const auto& member : passwords.items()) {
             const JsonPath place = Below(path, member.key());
-            const std::string password = AsText(member.value(), place);
             if (member.key().empty())
                 Complain(place, "a target key must have a name");
+            m_settings.passwords.emplace(member.key(), Source(member.value(), place));
+        }
+    }
+
+    // A text is the password itself; an object has one member, which says where to get it.
+    PasswordSource Source(const json& value, const JsonPath& place) const {
+        using Kind = PasswordSource::Kind;
+        if (!value.is_object()) {
+            const std::string password = AsText(value, place);
             if (password.empty())
                 Complain(place, "the password is empty");
-            m_settings.passwords.emplace(member.key(), password);
+            return {Kind::Plain, password};
         }
+        constexpr std::pair<const char*, Kind> kinds[] = {
+            {"environment", Kind::Environment}, {"command", Kind::Command}, {"protected", Kind::Protected}};
+        OnlyMembers(value, place, {"prompt", "environment", "command", "protected"});
+        if (value.size() != 1)
+            Complain(place, "one of \"prompt\", \"environment\", \"command\" and \"protected\" is expected here");
+        for (const auto& [name, kind] : kinds) {
+            const std::string text = Text(value, place, name);
+            if (Member(value, name) && text.empty())
+                Complain(Below(place, name), "the text is empty");
+            if (!text.empty())
+                return {kind, text};
+        }
+        if (*Member(value, "prompt") != json(true))
+            Complain(Below(place, "prompt"), "only true is expected here");
+        return {Kind::Prompt, {}};
     }
 
     void ReadLog(const json& log, const JsonPath& path) {
@@ -182,20 +207,31 @@ private:
     Settings m_settings;
 };
 
-// asCompared gives a folder's path the form that fullPath has.
-std::optional<BoxSettings> NearestBox(const std::vector<ConfiguredFolder>& folders, const std::wstring& fullPath,
-                                      const std::function<std::wstring(const std::wstring&)>& asCompared) {
+using PathForm = std::wstring (*)(const std::wstring&);
+std::wstring AsItIs(const std::wstring& path) {
+    return path;
+}
+std::wstring ThroughAnsi(const std::wstring& path) {
+    return FromAnsi(ToAnsi(path));
+}
+
+// The configured folders that the path is in, the nearest first. asCompared gives a folder's path the form that fullPath has.
+std::vector<const ConfiguredFolder*> Ancestors(const std::vector<ConfiguredFolder>& folders, const std::wstring& fullPath,
+                                               PathForm asCompared) {
     std::vector<const ConfiguredFolder*> ancestors;
     for (const ConfiguredFolder& folder : folders) {
         if (IsWithin(fullPath, asCompared(folder.path)))
             ancestors.push_back(&folder);
     }
-    if (ancestors.empty())
-        return std::nullopt;
     std::stable_sort(ancestors.begin(), ancestors.end(), [](const ConfiguredFolder* left, const ConfiguredFolder* right) {
         return left->path.size() > right->path.size();
     });
+    return ancestors;
+}
 
+std::optional<BoxSettings> NearestBox(const std::vector<const ConfiguredFolder*>& ancestors) {
+    if (ancestors.empty())
+        return std::nullopt;
     const auto nearest = [&ancestors](std::optional<std::string> ConfiguredFolder::*field) {
         for (const ConfiguredFolder* folder : ancestors) {
             if (folder->*field)
@@ -207,14 +243,33 @@ std::optional<BoxSettings> NearestBox(const std::vector<ConfiguredFolder>& folde
                        nearest(&ConfiguredFolder::targetKey)};
 }
 
+std::optional<KeyFolder> NearestKey(const std::vector<const ConfiguredFolder*>& ancestors, const std::string& defaultKey) {
+    if (ancestors.empty())
+        return std::nullopt;
+    const auto says = std::find_if(ancestors.begin(), ancestors.end(), [](const auto* folder) { return folder->targetKey.has_value(); });
+    const ConfiguredFolder& folder = says == ancestors.end() ? *ancestors.back() : **says;
+    const std::string key = folder.targetKey.value_or("").empty() ? defaultKey : *folder.targetKey;
+    if (key.empty())
+        return std::nullopt;
+    return KeyFolder{folder.path, key, folder.name.empty() ? folder.path : FromUtf8(folder.name)};
+}
+
 }  // namespace
 
 std::optional<BoxSettings> Settings::BoxOf(const std::wstring& fullPath) const {
-    return NearestBox(folders, fullPath, [](const std::wstring& path) { return path; });
+    return NearestBox(Ancestors(folders, fullPath, AsItIs));
 }
 
 std::optional<BoxSettings> Settings::BoxOfAnsi(const std::wstring& fullPath) const {
-    return NearestBox(folders, fullPath, [](const std::wstring& path) { return FromAnsi(ToAnsi(path)); });
+    return NearestBox(Ancestors(folders, fullPath, ThroughAnsi));
+}
+
+std::optional<KeyFolder> Settings::KeyFolderOf(const std::wstring& fullPath) const {
+    return NearestKey(Ancestors(folders, fullPath, AsItIs), defaultKey);
+}
+
+std::optional<KeyFolder> Settings::KeyFolderOfAnsi(const std::wstring& fullPath) const {
+    return NearestKey(Ancestors(folders, fullPath, ThroughAnsi), defaultKey);
 }
 
 Settings ParseSettings(std::string_view text, const std::wstring& baseFolder) {

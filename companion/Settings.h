@@ -36,9 +36,25 @@ struct BoxSettings {
     std::string targetKey;
 };
 
+// Where the password of a target key comes from.
+struct PasswordSource {
+    enum class Kind { Plain, Prompt, Environment, Command, Protected };
+    Kind kind = Kind::Plain;
+    // UTF-8: the password itself, the variable's name, the command line, or what ProtectedText.h made; of a prompt nothing.
+    std::string value;
+    bool operator==(const PasswordSource&) const = default;
+};
+
+// The folder whose documents have one password: all below it but the folders that say another key.
+struct KeyFolder {
+    std::wstring path;
+    std::string key;    // UTF-8; never empty
+    std::wstring name;  // as people know it
+};
+
 struct Settings {
-    std::vector<ConfiguredFolder> folders;         // in the file's order
-    std::map<std::string, std::string> passwords;  // UTF-8, by target key
+    std::vector<ConfiguredFolder> folders;            // in the file's order
+    std::map<std::string, PasswordSource> passwords;  // by target key, UTF-8
     std::string defaultKey;
     std::vector<std::wstring> excluded;  // patterns of file names
     std::wstring logFile;                // full path; "-": standard error; empty: none
@@ -47,8 +63,11 @@ struct Settings {
     // The values for a folder or file, each from the nearest configured folder that has it. Nothing when the path lies in
     // no configured folder.
     std::optional<BoxSettings> BoxOf(const std::wstring& fullPath) const;
-    // The same for a path that was written in the machine's ANSI code page, and perhaps lost letters there.
+    // The folder that says which key the path has. Nothing: in no configured folder, or there is no key.
+    std::optional<KeyFolder> KeyFolderOf(const std::wstring& fullPath) const;
+    // The same two for a path that was written in the machine's ANSI code page, and perhaps lost letters there.
     std::optional<BoxSettings> BoxOfAnsi(const std::wstring& fullPath) const;
+    std::optional<KeyFolder> KeyFolderOfAnsi(const std::wstring& fullPath) const;
 };
 
 // Paths in text count from baseFolder. Throws SettingsError.

@@ -9,6 +9,7 @@
 #include "Boundary.h"
 #include "Logger.h"
 #include "Paths.h"
+#include "SettingsFile.h"
 #include "Text.h"
 #include "WholeFile.h"
 
@@ -51,14 +52,6 @@ std::wstring PathBesideThisModule(const wchar_t* fileName) {
     }
 }
 
-std::wstring SettingsPath() {
-    const std::wstring chosen = EnvironmentText(L"QUELCRYPT_CONFIG");
-    if (!chosen.empty())
-        return FullPath(chosen);
-    static const std::wstring standard = PathBesideThisModule(L"quelcrypt.json");
-    return standard;
-}
-
 std::uint64_t Joined(DWORD high, DWORD low) {
     return (static_cast<std::uint64_t>(high) << 32) | low;
 }
@@ -82,6 +75,21 @@ bool IsFresh(const FileStamp& stamp) {
     GetSystemTimeAsFileTime(&now);
     return Joined(now.dwHighDateTime, now.dwLowDateTime) < stamp.writeTime + clockStep;
 }
+
+}  // namespace
+
+std::wstring SettingsPath() {
+    const std::wstring chosen = EnvironmentText(L"QUELCRYPT_CONFIG");
+    if (!chosen.empty())
+        return FullPath(chosen);
+    static const std::wstring besideLibrary = PathBesideThisModule(L"quelcrypt.json");
+    const std::wstring ofUser = EnvironmentText(L"APPDATA");
+    if (ofUser.empty() || GetFileAttributesW(OpenablePath(besideLibrary).c_str()) != INVALID_FILE_ATTRIBUTES)
+        return besideLibrary;
+    return FullPath(ofUser) + L"\\Quelcrypt\\quelcrypt.json";
+}
+
+namespace {
 
 class SettingsStore {
 public:

@@ -94,16 +94,17 @@ bool IsRemovalOfTheFolder(DWORD error) {
 }
 
 // A Win32 error; 0 when the target is replaced. Virus scanners, indexers, sync clients and readers hold a file for moments.
-DWORD Replace(const std::wstring& from, const std::wstring& to) {
+DWORD PutAt(const std::wstring& from, const std::wstring& to, IfThere ifThere) {
     constexpr DWORD pausesMs[] = {10, 20, 40, 80, 150, 300, 500, 1000, 0};
     DWORD error = 0;
     for (const DWORD pauseMs : pausesMs) {
-        if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
+        const DWORD replacing = ifThere == IfThere::Replace ? MOVEFILE_REPLACE_EXISTING : 0;
+        if (MoveFileExW(from.c_str(), to.c_str(), replacing | MOVEFILE_WRITE_THROUGH))
             return 0;
         error = GetLastError();
         if (error != ERROR_SHARING_VIOLATION && error != ERROR_LOCK_VIOLATION && error != ERROR_ACCESS_DENIED)
             break;
-        if (ReplaceOpened(from, to))
+        if (replacing && ReplaceOpened(from, to))
             return 0;
         Sleep(pauseMs);
     }
@@ -168,7 +169,7 @@ DWORD SideFile::WriteBeginning(const void* data, std::size_t length) {
     return Write(data, length);
 }
 
-void SideFile::PutInPlace(std::uint32_t attributes) {
+void SideFile::PutInPlace(std::uint32_t attributes, IfThere ifThere) {
     constexpr std::uint32_t carried = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
     if (!FlushFileBuffers(m_file.Get()))
         FailWithError(L"The container cannot be written", GetLastError());
@@ -178,7 +179,7 @@ void SideFile::PutInPlace(std::uint32_t attributes) {
     const std::uint32_t wanted = AttributesToKeep(m_targetPath) | (attributes & carried);
     if (wanted != 0 && !SetFileAttributesW(from.c_str(), wanted | FILE_ATTRIBUTE_ARCHIVE))
         FailWithError(L"The container's attributes cannot be set", GetLastError());
-    if (const DWORD error = Replace(from, OpenablePath(m_targetPath)))
+    if (const DWORD error = PutAt(from, OpenablePath(m_targetPath), ifThere))
         FailWithError(L"The container cannot be replaced", error);
     m_path.clear();
     Remove();

@@ -303,6 +303,20 @@ std::optional<ZipEntry> OnlyEntry(std::string_view end, std::uint64_t fileBytes)
     return entry;
 }
 
+bool EndsOtherZip(std::string_view end, std::uint64_t fileBytes) {
+    const auto directory = FindDirectory(end, fileBytes - end.size());
+    return directory && directory->entries != 1;
+}
+
+bool CanBeginContainer(std::string_view begin) {
+    Fields header(begin);
+    if (begin.find_first_not_of('\0') == begin.npos)
+        return true;
+    const bool isHeader = header.Take<U32>() == localSignature;
+    header.Skip(2 * sizeof(U16));
+    return isHeader && header.Take<U16>() == aesMethod && header.IsWhole();
+}
+
 std::optional<std::size_t> LocalHeaderBytes(std::string_view begin, ZipEntry& entry) {
     Fields header(begin);
     const bool isHeader = header.Take<U32>() == localSignature;

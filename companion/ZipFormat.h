@@ -41,6 +41,13 @@ constexpr std::size_t zipEndBytes = 16 * 1024;
 // The entry of a file that ends with these bytes. Nothing when it has not exactly one entry, or one of another kind.
 std::optional<ZipEntry> OnlyEntry(std::string_view end, std::uint64_t fileBytes);
 
+// For telling a broken container from a file of another kind: does a file end so that is a ZIP file of more entries or none, and
+// can these first localHeaderStart bytes, or fewer, be what is left of a container's beginning? Nothing and zeros, which a crash
+// leaves, can.
+constexpr std::size_t localHeaderStart = 10;
+bool EndsOtherZip(std::string_view end, std::uint64_t fileBytes);
+bool CanBeginContainer(std::string_view begin);
+
 // The length of the local header that these bytes begin with; nothing when there is none. Adds the times that entry lacks.
 std::optional<std::size_t> LocalHeaderBytes(std::string_view begin, ZipEntry& entry);
 

@@ -7,6 +7,7 @@
 #include "core/Environment.h"
 #include "core/Interrupt.h"
 #include "core/Text.h"
+#include "quelcrypt/QuelcryptExceptions.h"
 
 namespace {
 
@@ -77,7 +78,7 @@ int RunCommandLine(std::vector<std::string> arguments, Session& session) {
     app.parse_complete_callback([&] { ApplyGlobalOptions(config, trace, session); });
 
     for (const auto add : {AddLs, AddStat, AddGet, AddPut, AddRm, AddMounts, AddMkdir, AddMv, AddCp, AddLock, AddUnlock, AddLocks,
-                           AddServe, AddRecover, AddClean})
+                           AddServe, AddRecover, AddClean, AddInit, AddKey, AddRekey, AddStatus, AddVerify, AddEncrypt, AddDecrypt})
         add(app, session);
 
     session.exitCode = Exit_Success;
@@ -90,6 +91,8 @@ int RunCommandLine(std::vector<std::string> arguments, Session& session) {
         session.exitCode = error.get_exit_code() == 0 ? Exit_Success : Exit_Usage;
     } catch (const HostError& error) {
         session.Report(error);
+    } catch (const CQuelcryptErrorException& error) {
+        session.Report(HostError(ToUtf8(error.GetDescription())));
     } catch (const std::exception& error) {
         session.Report(HostError(error.what()));
     }

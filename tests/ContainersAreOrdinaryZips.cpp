@@ -293,7 +293,6 @@ TEST_F(ContainersAreOrdinaryZips, AreToldFromOtherFiles) {
         const char* name;
         std::string bytes;
     } rows[] = {
-        {"nothing in it", ""},
         {"text", "just a text that was named wrongly, long enough"},
         {"not encrypted", local + central + end},
         {"an archive of nothing", std::string("PK\5\6", 4) + std::string(18, '\0')},
@@ -304,6 +303,11 @@ TEST_F(ContainersAreOrdinaryZips, AreToldFromOtherFiles) {
         EXPECT_FALSE(Inform(InDocs("x.zip")));
         const std::wstring expected = L"The file is not a container";
         EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("x.zip")); }).substr(0, expected.size()), expected);
+    }
+    // What is left of a container after a crash is told from these.
+    for (const std::string& bytes : {std::string(), std::string(4096, '\0'), std::string("PK\3\4\63\0\1\0\143\0", 10) + "and so on"}) {
+        Save(InDocs("x.zip"), bytes);
+        EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("x.zip")); }), L"The container is damaged: its records are not whole") << bytes.size();
     }
     EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("missing.zip")); }), L"no reader");
 

@@ -409,6 +409,27 @@ TEST_F(SavingAnEditedFile, TheUserMayPickAnotherPlace) {
     EXPECT_EQ("edit", Stored(L"Docs\\a.txt"));
 }
 
+TEST_F(SavingAnEditedFile, AHandleDescribesItsOwnFile) {
+    MakePlain(L"Plain\\a.txt.zip", "an ordinary file beside it");
+    for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, TRUNCATE_EXISTING}) {
+        SCOPED_TRACE(disposition);
+        void* const hFile = MustOpen(L"Plain\\a.txt", kReadWrite, disposition);
+        VirtFindData record{};
+        EXPECT_TRUE(volume()->GetFileInfo(hFile, &record));
+        EXPECT_STREQ(L"a.txt", record.fileName);
+        EXPECT_EQ(0, record.fileSize);
+        EXPECT_OK(Write(hFile, "content"));
+        Close(hFile);
+    }
+    void* const hFile = MustOpen(L"Plain\\a.txt");
+    Touch(NativePath(L"Plain\\a.txt"));
+    const auto writeTime = Record(L"Plain\\a.txt").lastWriteTime;
+    const VirtFindData keepAll{};
+    EXPECT_OK(volume()->SetFileInfo(hFile, 0xFFFFFFFF, &keepAll));
+    Close(hFile);
+    EXPECT_EQ(writeTime, Record(L"Plain\\a.txt").lastWriteTime) << "what is to be kept is what is there now";
+}
+
 // Whatever keeps a waiting edit from being opened, saved or deleted with its document, it stays.
 TEST_F(SavingAnEditedFile, AWaitingEditIsNotForgotten) {
     LeaveUnsavedEdit(L"Docs\\a.txt", "edit");

@@ -44,6 +44,13 @@ void AddLocks(CLI::App& app, Session& session);
 void AddServe(CLI::App& app, Session& session);
 void AddRecover(CLI::App& app, Session& session);
 void AddClean(CLI::App& app, Session& session);
+void AddInit(CLI::App& app, Session& session);
+void AddKey(CLI::App& app, Session& session);
+void AddRekey(CLI::App& app, Session& session);
+void AddStatus(CLI::App& app, Session& session);
+void AddVerify(CLI::App& app, Session& session);
+void AddEncrypt(CLI::App& app, Session& session);
+void AddDecrypt(CLI::App& app, Session& session);
 
 // Parse for arguments of the command line, which are UTF-8.
 VolumePath PathArgument(const std::string& text);

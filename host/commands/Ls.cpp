@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "commands/Commands.h"
+#include "core/Checks.h"
 #include "core/Text.h"
 
 namespace {
@@ -48,7 +49,17 @@ void PrintLong(const std::vector<Entry>& entries) {
     PrintOut(text);
 }
 
+// Of the folders that are listed; nobody is asked for a password to see names.
+void TellProblems(const Volume& volume, const VolumePath& listed) {
+    for (const FolderProblem& problem : ProblemsOf(RequireMountFolders(volume), false)) {
+        VolumePath mount;
+        if (listed.IsRoot() || listed.IsInside(mount.Child(BoundedText(problem.mount.name))))
+            PrintError("quelvol: " + problem.text + "\n");
+    }
+}
+
 void List(Session& session, const Options& options) {
+    TellProblems(session.GetVolume(), VolumePath::Parse(ToUtf16(options.path), VolumePath::Wildcards::InLastComponent));
     const std::vector<Entry> entries = Listed(session.GetVolume(), options.path);
     if (options.longForm)
         return PrintLong(entries);

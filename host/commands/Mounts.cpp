@@ -2,7 +2,7 @@
 #include <algorithm>
 
 #include "commands/Commands.h"
-#include "core/Environment.h"
+#include "core/Checks.h"
 #include "core/Text.h"
 
 namespace {
@@ -16,11 +16,7 @@ std::string TypeStr(ProtectedFolderType type) {
 }
 
 void ListMounts(Session& session) {
-    const std::vector<VirtMountInfo> folders = session.GetVolume().MountFolders();
-    if (folders.empty()) {
-        const std::wstring config = GetVariable(L"QUELCRYPT_CONFIG");
-        throw HostError("no mount folders: the configuration " + (config.empty() ? "" : ToShown(config) + " ") + "protects none");
-    }
+    const std::vector<VirtMountInfo> folders = RequireMountFolders(session.GetVolume());
     std::size_t nameWidth = 0, typeWidth = 0;
     for (const VirtMountInfo& folder : folders) {
         nameWidth = std::max(nameWidth, BoundedText(folder.name).size());

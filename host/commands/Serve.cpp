@@ -4,6 +4,8 @@
 #include <windows.h>
 
 #include "commands/Commands.h"
+#include "core/Checks.h"
+#include "core/Companion.h"
 #include "core/Environment.h"
 #include "core/Interrupt.h"
 #include "core/LeftBehind.h"
@@ -71,10 +73,26 @@ void LeaveTheScreen() {
         SetProcessWindowStation(station);
 }
 
+// A server asks nobody later, so passwords are asked for now.
+void TellProblems(const Volume& volume) {
+    const std::vector<VirtMountInfo> mounts = RequireMountFolders(volume);
+    const std::vector<FolderProblem> problems = ProblemsOf(mounts, true);
+    std::size_t unusable = 0;
+    for (const FolderProblem& problem : problems) {
+        PrintError("quelvol: " + problem.text + "\n");
+        unusable += problem.isUsable ? 0 : 1;
+    }
+    if (unusable == mounts.size())
+        throw HostError("no folder can be served");
+    ForbidPasswordQuestions();
+    WarnOfReadableConfiguration();
+}
+
 void Serve(Session& session, const Options& options) {
-    LeaveTheScreen();
     webdav::AccessRules rules = MakeRules(options);
     const Volume& volume = session.GetVolume();
+    TellProblems(volume);
+    LeaveTheScreen();
     TellWhatIsLeft(volume);
     webdav::Site site(volume, std::move(rules));
     const auto answer = [&site](const webdav::Request& request, webdav::RequestBody& body, webdav::Response& response) {

@@ -2,6 +2,7 @@
 
 #include <windows.h>
 
+#include "core/Companion.h"
 #include "core/Text.h"
 
 namespace {
@@ -38,6 +39,14 @@ constexpr StatusRow c_statuses[] = {
     {VVS_GeneralError, "VVS_GeneralError", "the operation failed; --trace shows where"},
 };
 
+// What the companion library found out stands in the meaning's place.
+std::string WithReason(VirtualVolumeStatus status) {
+    if (status != VSS_EncryptError && status != VSS_DecryptError)
+        return StatusText(status);
+    const std::string reason = LastContainerProblem();
+    return reason.empty() ? StatusText(status) : std::string(status == VSS_EncryptError ? "VSS_EncryptError" : "VSS_DecryptError") + " (" + reason + ")";
+}
+
 }  // namespace
 
 std::string StatusText(VirtualVolumeStatus status) {
@@ -48,7 +57,7 @@ std::string StatusText(VirtualVolumeStatus status) {
 }
 
 StatusError::StatusError(std::string_view shownPath, VirtualVolumeStatus status)
-    : HostError(std::string(shownPath) + ": " + StatusText(status)), m_status(status) {}
+    : HostError(std::string(shownPath) + ": " + WithReason(status)), m_status(status) {}
 
 std::string SystemMessage(unsigned long error) {
     wchar_t text[512];

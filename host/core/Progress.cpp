@@ -39,6 +39,10 @@ void Progress::Advance(std::uint64_t bytes) {
     Show(Line(std::chrono::duration<double>(now - m_start).count()));
 }
 
+void Progress::SetLabel(const std::string& label) {
+    m_label = ToShown(ToUtf16(label));
+}
+
 void Progress::Say(const std::string& what) {
     if (m_onTerminal && (m_shown || m_total >= c_longStep))
         Show(m_label + "  " + what);

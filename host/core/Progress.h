@@ -15,6 +15,8 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     void Advance(std::uint64_t bytes);
+    // What is at work now: "12 of 340 files".
+    void SetLabel(const std::string& label);
     // What the volume is about to do in one step that cannot be measured; shown when it will take long.
     void Say(const std::string& what);
 

@@ -1,0 +1,216 @@
+#include "PasswordProof.h"
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string_view>
+
+#include <windows.h>
+
+#include "Boundary.h"
+#include "ContainerContent.h"
+#include "ContainerFile.h"
+#include "ContainerWriter.h"
+#include "KeyRing.h"
+#include "Paths.h"
+#include "Text.h"
+
+namespace companion {
+namespace {
+
+constexpr const wchar_t* checkFolder = L"\\.HalvaneCloud";
+constexpr const wchar_t* checkName = L"\\password.zip";
+
+std::wstring CheckPath(const KeyFolder& folder) {
+    return folder.path + checkFolder + checkName;
+}
+
+enum class Proof { None, For, Against };
+
+bool Opens(const std::wstring& path, const Secret& password) {
+    try {
+        ContainerFile file(path);
+        return file.OpenError() == 0 && file.Zip() && IsWholeUnder(file, password);
+    } catch (const CQuelcryptErrorException&) {
+        return false;
+    }
+}
+
+bool OpensWithAnother(const Settings& settings, const std::wstring& path, const std::string& key) {
+    for (const auto& [other, source] : settings.passwords) {
+        try {
+            const auto password = other == key ? std::nullopt : PasswordOf(settings, other, Asking::Forbidden);
+            if (password && Opens(path, *password))
+                return true;
+        } catch (const CQuelcryptErrorException&) {
+            // One that cannot be had opens nothing.
+        }
+    }
+    return false;
+}
+
+// Looks through a folder's containers until some prove something.
+class Search {
+public:
+    Search(const Settings& settings, const KeyFolder& folder, const Secret& password)
+        : m_settings(settings), m_folder(folder), m_password(password) {}
+
+    Proof Look(const std::wstring& containerPath) {
+        if (containerPath.empty() || !IsOfFolder(FolderOf(containerPath)))
+            return Below(m_folder.path, 0), Result();
+        Container(containerPath);
+        if (!IsOver())
+            Files(FolderOf(containerPath));
+        if (!IsOver())
+            Below(m_folder.path, 0);
+        return Result();
+    }
+
+private:
+    static constexpr std::uint64_t largestRead = 4 << 20;
+    static constexpr int enoughAgainst = 8;
+    static constexpr int mostEntries = 100'000;
+    static constexpr int mostDepth = 128;
+
+    bool IsOver() const { return m_isFor || m_against >= enoughAgainst || m_entries >= mostEntries; }
+    Proof Result() const { return m_isFor ? Proof::For : m_against > 0 ? Proof::Against : Proof::None; }
+
+    bool IsOfFolder(const std::wstring& path) const {
+        const auto holder = m_settings.KeyFolderOf(path);
+        return holder && holder->path == m_folder.path;
+    }
+
+    // The password's two check bytes tell nearly all wrong ones apart; what passes them counts when it is whole.
+    void Container(const std::wstring& path) {
+        try {
+            ContainerFile file(path);
+            if (file.OpenError() != 0 || !file.Zip() || file.Zip()->keyBytes == 0)
+                return;
+            if (ContainerContent::CipherFor(file, m_password.Text()))
+                m_isFor = file.Zip()->storedBytes > largestRead || IsWholeUnder(file, m_password);
+            else if (!OpensWithAnother(m_settings, path, m_folder.key))
+                ++m_against;
+        } catch (const CQuelcryptErrorException&) {
+            // Damaged, or held by somebody.
+        }
+    }
+
+    template <class Use>
+    void Entries(const std::wstring& pattern, Use use) {
+        WIN32_FIND_DATAW found;
+        const HANDLE search = FindFirstFileW(OpenablePath(pattern).c_str(), &found);
+        if (search == INVALID_HANDLE_VALUE)
+            return;
+        do {
+            ++m_entries;
+            use(found);
+        } while (!IsOver() && FindNextFileW(search, &found));
+        FindClose(search);
+    }
+
+    void Files(const std::wstring& folder) {
+        Entries(folder + L"\\*.zip", [&](const WIN32_FIND_DATAW& found) {
+            if (!(found.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)))
+                Container(folder + L'\\' + found.cFileName);
+        });
+    }
+
+    void Below(const std::wstring& folder, int depth) {
+        Files(folder);
+        if (IsOver() || depth == mostDepth)
+            return;
+        Entries(folder + L"\\*", [&](const WIN32_FIND_DATAW& found) {
+            const std::wstring_view name = found.cFileName;
+            const bool isFolder = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
+            const std::wstring path = folder + L'\\' + found.cFileName;
+            if (isFolder && name != L"." && name != L".." && name != checkFolder + 1 && IsOfFolder(path))
+                Below(path, depth + 1);
+        });
+    }
+
+    const Settings& m_settings;
+    const KeyFolder& m_folder;
+    const Secret& m_password;
+    bool m_isFor = false;
+    int m_against = 0;
+    int m_entries = 0;
+};
+
+void MakeCheckContainer(const KeyFolder& folder, const Secret& password, IfThere ifThere) {
+    const std::wstring place = folder.path + checkFolder;
+    if (!CreateDirectoryW(OpenablePath(place).c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
+        FailWithError(L"The folder " + folder.path + L" cannot be written", GetLastError());
+    constexpr std::string_view text = "This file opens with the password of the folder it is in, by which quelvol knows it.\r\n";
+    const auto writer = NewContainer(CheckPath(folder), L"password.txt", password, ifThere);
+    writer->Write(text.data(), static_cast<std::uint32_t>(text.size()));
+    writer->Finish(true);
+}
+
+// 0 of a missing file.
+std::uint64_t StampOf(const std::wstring& path) {
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (!GetFileAttributesExW(OpenablePath(path).c_str(), GetFileExInfoStandard, &data))
+        return 0;
+    return (static_cast<std::uint64_t>(data.ftLastWriteTime.dwHighDateTime) << 32) | data.ftLastWriteTime.dwLowDateTime;
+}
+
+[[noreturn]] void Refuse(const KeyFolder& folder) {
+    Fail(L"This is not the password of " + folder.name);
+}
+
+void Prove(const Settings& settings, const KeyFolder& folder, const Secret& password, const std::wstring& containerPath, bool isMade) {
+    CheckResult check = OpensCheckContainer(folder, password);
+    if (check == CheckResult::Missing && Search(settings, folder, password).Look(containerPath) == Proof::Against)
+        Refuse(folder);
+    if (check == CheckResult::Missing && isMade) {
+        try {
+            MakeCheckContainer(folder, password, IfThere::Keep);
+        } catch (const CQuelcryptErrorException&) {
+            // Another process was quicker; or the folder cannot be written, as the writer will find out.
+        }
+        check = OpensCheckContainer(folder, password);
+    }
+    if (check == CheckResult::Refused)
+        Refuse(folder);
+}
+
+struct Proven {
+    Secret password;
+    std::uint64_t stamp = 0;  // of the check container
+};
+
+}  // namespace
+
+CheckResult OpensCheckContainer(const KeyFolder& folder, const Secret& password) {
+    ContainerFile file(CheckPath(folder));
+    if (file.OpenError() != 0 || !file.Zip() || file.Zip()->keyBytes == 0)
+        return CheckResult::Missing;
+    return IsWholeUnder(file, password) ? CheckResult::Opened : CheckResult::Refused;
+}
+
+void ReplaceCheckContainer(const KeyFolder& folder, const Secret& password) {
+    MakeCheckContainer(folder, password, IfThere::Replace);
+}
+
+void ProvePassword(const Settings& settings, const KeyFolder& folder, const Secret& password, const std::wstring& containerPath,
+                   BeforeWriting beforeWriting) {
+    static std::mutex mutex;
+    static std::map<std::wstring, Proven> proven;
+    const auto source = settings.passwords.find(folder.key);
+    const bool isPlain = source != settings.passwords.end() && source->second.kind == PasswordSource::Kind::Plain;
+    const bool isMade = beforeWriting == BeforeWriting::Yes && !isPlain;
+    // What stands in the configuration changes with it alone.
+    const auto stamp = [&] { return isPlain ? 0 : StampOf(CheckPath(folder)); };
+    {
+        const std::lock_guard guard(mutex);
+        const auto known = proven.find(folder.path);
+        const bool isSame = known != proven.end() && known->second.password == password && known->second.stamp == stamp();
+        if (isSame && (!isMade || known->second.stamp != 0))
+            return;
+    }
+    Prove(settings, folder, password, containerPath, isMade);
+    const std::lock_guard guard(mutex);
+    proven[folder.path] = {password, stamp()};
+}
+
+}  // namespace companion

@@ -1,0 +1,85 @@
+// init FOLDER: protects a folder, from nothing to ready.
+#include <memory>
+
+#include "commands/Commands.h"
+#include "commands/PasswordOptions.h"
+#include "companion/Paths.h"
+#include "companion/PasswordProof.h"
+#include "companion/SettingsFile.h"
+#include "companion/Terminal.h"
+#include "core/Text.h"
+
+using companion::SettingsFile;
+
+namespace {
+
+struct Options {
+    std::string folder, name;
+    PasswordChoice password;
+};
+
+std::wstring NameFor(const Options& options, const std::wstring& path) {
+    const std::wstring suggested = path.substr(path.find_last_of(L'\\') + 1);
+    if (!options.name.empty())
+        return ToUtf16(options.name);
+    const bool isAsked = companion::HasTerminal() && !options.password.generate && options.password.environment.empty() && options.password.command.empty();
+    const auto typed = isAsked ? companion::AskForLine(L"Name of the folder in the volume [" + suggested + L"]: ") : std::nullopt;
+    if (isAsked && !typed)
+        throw HostError("broken off; nothing was changed", Exit_Interrupted);
+    return typed.value_or(L"").empty() ? suggested : *typed;
+}
+
+void RequireUnprotected(const SettingsFile& file, const std::wstring& path) {
+    for (const companion::ConfiguredFolder& folder : file.Get().folders)
+        if (companion::IsWithin(path, folder.path) || companion::IsWithin(folder.path, path))
+            throw HostError(ToUtf8(path) + ": " + (path.size() == folder.path.size() ? "it is" : "it overlaps with " + ToUtf8(folder.path) + ", which is") +
+                            " protected already" + (folder.name.empty() ? "" : ", as " + folder.name));
+}
+
+void MakeFolder(const std::wstring& path) {
+    const std::wstring openable = companion::OpenablePath(path);
+    const DWORD attributes = GetFileAttributesW(openable.c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES ? !CreateDirectoryW(openable.c_str(), nullptr) : !(attributes & FILE_ATTRIBUTE_DIRECTORY))
+        throw LocalError(path, attributes == INVALID_FILE_ATTRIBUTES ? GetLastError() : ERROR_DIRECTORY);
+}
+
+void Init(const Options& options) {
+    const std::wstring path = companion::FullPath(ToUtf16(options.folder));
+    SettingsFile file(companion::SettingsPath());
+    RequireUnprotected(file, path);
+    const std::wstring name = NameFor(options, path);
+    if (const char* problem = VolumePath::ComponentProblem(name))
+        throw HostError(ToUtf8(name) + ": no name for a folder of the volume: " + problem);
+    std::string key = ToUtf8(name);
+    while (file.Get().passwords.contains(key))
+        key += "+";
+    file.AddFolder(name, path, key);
+    const NewPassword password = ChoosePassword(options.password, ToUtf8(name));
+    file.SetPassword(key, password.source);
+    MakeFolder(path);
+    const companion::KeyFolder folder{path, key, name};
+    companion::ProvePassword(file.Get(), folder, password.secret, {}, companion::BeforeWriting::No);
+    // First the configuration: a check container alone would be in the way of the next attempt with another password.
+    file.Save();
+    if (companion::OpensCheckContainer(folder, password.secret) == companion::CheckResult::Missing)
+        companion::ReplaceCheckContainer(folder, password.secret);
+    const std::string shown = ToShown(name);
+    PrintOut(shown + " is protected: " + ToShown(path) + "\nConfiguration: " + ToShown(file.Path()) +
+             (companion::OthersMayRead(file.Path()) ? " (others may read it)" : " (only you may read it)") + "\n" + AboutPassword(password) +
+             "\nWhat to do next:\n  quelvol status             what is in it, and what lies there unencrypted\n"
+             "  quelvol encrypt " + shown + std::string(shown.size() < 10 ? 11 - shown.size() : 1, ' ') +
+             "encrypts what lies there unencrypted\n"
+             "  quelvol serve              puts it before Explorer, Finder, browsers and office programs\n");
+}
+
+}  // namespace
+
+void AddInit(CLI::App& app, Session&) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("init", "Protect a folder: choose its password and write the configuration");
+    command->add_option("FOLDER", options->folder, "The folder on disk; a missing one is made")->required();
+    command->add_option("--name", options->name, "What it is called in the volume (default: its own name)");
+    AddPasswordOptions(*command, options->password);
+    command->footer("What lies in the folder stays as it is until 'quelvol encrypt' or the next save.");
+    command->callback([options] { Init(*options); });
+}

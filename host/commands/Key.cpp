@@ -1,0 +1,67 @@
+// key set NAME, key forget NAME: where the password of a key comes from.
+#include <memory>
+
+#include "commands/Commands.h"
+#include "commands/PasswordOptions.h"
+#include "companion/PasswordProof.h"
+#include "companion/ProtectedText.h"
+#include "companion/SettingsFile.h"
+#include "companion/Terminal.h"
+#include "core/Text.h"
+#include "quelcrypt/QuelcryptExceptions.h"
+
+using companion::SettingsFile;
+
+namespace {
+
+struct Options {
+    std::string key;
+    PasswordChoice password;
+};
+
+// The password is not a new one: it has to be that of the documents that are there.
+void RequireRight(const SettingsFile& file, const std::string& key, const companion::Secret& secret) {
+    for (const companion::ConfiguredFolder& folder : file.Get().folders)
+        if (const auto holder = file.Get().KeyFolderOf(folder.path); holder && holder->key == key)
+            companion::ProvePassword(file.Get(), *holder, secret, {}, companion::BeforeWriting::No);
+}
+
+void Set(const Options& options) {
+    SettingsFile file(companion::SettingsPath());
+    PasswordChoice choice = options.password;
+    choice.allowWeak = true;  // it is what it is; init and rekey judge it
+    const NewPassword password = ChoosePassword(choice, options.key);
+    file.SetPassword(options.key, password.source);
+    try {
+        RequireRight(file, options.key, password.secret);
+    } catch (const CQuelcryptErrorException& error) {
+        throw HostError(ToUtf8(error.GetDescription()) + "; nothing was changed. 'quelvol rekey' gives a folder a new password");
+    }
+    file.Save();
+    PrintOut(AboutPassword(password));
+}
+
+void Forget(const std::string& key) {
+    SettingsFile file(companion::SettingsPath());
+    if (!file.Get().passwords.contains(key))
+        throw HostError(key + ": the configuration has no password of this name");
+    file.SetPassword(key, {companion::PasswordSource::Kind::Prompt, {}});
+    file.Save();
+    PrintOut("The password of " + key + " is kept no more; whoever uses it is asked for it.\n");
+}
+
+}  // namespace
+
+void AddKey(CLI::App& app, Session&) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("key", "Say where the password of a key comes from, or keep it no longer");
+    command->require_subcommand(1);
+    CLI::App* const set = command->add_subcommand("set", "Take the password, prove it, and keep it");
+    set->add_option("NAME", options->key, "The key, as the configuration calls it")->required();
+    AddPasswordOptions(*set, options->password);
+    set->callback([options] { Set(*options); });
+    CLI::App* const forget = command->add_subcommand("forget", "From now on ask for it");
+    forget->add_option("NAME", options->key, "The key")->required();
+    forget->callback([options] { Forget(options->key); });
+    command->footer("This does not change the password of any document; 'quelvol rekey' does.");
+}

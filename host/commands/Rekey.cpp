@@ -1,0 +1,168 @@
+// rekey FOLDER: a new password for the documents of a folder.
+#include <memory>
+
+#include "commands/Commands.h"
+#include "commands/PasswordOptions.h"
+#include "companion/KeyRing.h"
+#include "companion/PasswordProof.h"
+#include "companion/ProtectedText.h"
+#include "companion/SettingsFile.h"
+#include "core/Checks.h"
+#include "core/Companion.h"
+#include "core/Interrupt.h"
+#include "core/Progress.h"
+#include "core/Storage.h"
+#include "core/Text.h"
+
+using companion::CheckResult;
+using companion::KeyFolder;
+using companion::Secret;
+using companion::SettingsFile;
+
+namespace {
+
+struct Options {
+    std::string folder;
+    PasswordChoice password;
+};
+
+std::string OldKey(const std::string& key) {
+    return key + " (old)";
+}
+
+Secret PasswordIn(const SettingsFile& file, const std::string& key) {
+    return *companion::PasswordOf(file.Get(), key, companion::Asking::Allowed);
+}
+
+std::vector<KeyFolder> FoldersOf(const SettingsFile& file, const std::string& key) {
+    std::vector<KeyFolder> folders;
+    for (const companion::ConfiguredFolder& folder : file.Get().folders)
+        if (const auto holder = file.Get().KeyFolderOf(folder.path); holder && holder->key == key && holder->path == folder.path)
+            folders.push_back(*holder);
+    return folders;
+}
+
+// From here to the end the configuration has both passwords, where nobody needs to be asked for them: both are read, the new one
+// is written, and a run that is broken off can be continued.
+void Begin(SettingsFile& file, const std::string& key, const NewPassword& password) {
+    const companion::PasswordSource before = file.Get().passwords.at(key);
+    const Secret old = PasswordIn(file, key);
+    for (const KeyFolder& folder : FoldersOf(file, key))
+        companion::ProvePassword(file.Get(), folder, old, {}, companion::BeforeWriting::No);
+    if (old == password.secret)
+        throw HostError("the new password is the old one; nothing was changed");
+    using Kind = companion::PasswordSource::Kind;
+    file.SetPassword(OldKey(key), before.kind == Kind::Plain ? before : companion::PasswordSource{Kind::Protected, companion::Protect(old)});
+    file.SetPassword(key, {Kind::Protected, companion::Protect(password.secret)});
+    file.Save();
+}
+
+void MoveChecks(const SettingsFile& file, const std::string& key) {
+    const Secret now = PasswordIn(file, key), old = PasswordIn(file, OldKey(key));
+    for (const KeyFolder& folder : FoldersOf(file, key)) {
+        if (companion::OpensCheckContainer(folder, now) == CheckResult::Opened)
+            continue;
+        if (companion::OpensCheckContainer(folder, old) == CheckResult::Refused)
+            throw HostError(ToUtf8(folder.name) + ": neither the old nor the new password is that of its documents");
+        companion::ReplaceCheckContainer(folder, now);
+    }
+}
+
+std::size_t HashOf(const std::wstring& container) {
+    std::size_t hash = 0xcbf29ce484222325;
+    ReadContainer(container, [&](const char* data, std::size_t size) {
+        for (std::size_t at = 0; at < size; ++at)
+            hash = (hash ^ static_cast<unsigned char>(data[at])) * 0x100000001b3;
+    });
+    return hash;
+}
+
+// Through the volume, as an edit that changes nothing: so what somebody saves meanwhile is never lost.
+void Reencrypt(const Volume& volume, const Entry& entry, const std::wstring& container) {
+    const std::size_t before = HashOf(container);
+    {
+        const FileHandle file = volume.Open(entry.path, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, OPEN_EXISTING);
+        char byte = 0;
+        std::uint32_t count = 0;
+        Check(volume->ReadFile(file.Get(), 0, &byte, 1, &count, nullptr), entry.path);
+        Check(volume->WriteFile(file.Get(), 0, &byte, count, &count, nullptr), entry.path);
+        constexpr std::uint32_t c_keepAttributes = 0xFFFFFFFF;
+        Check(volume->SetFileInfo(file.Get(), c_keepAttributes, &entry.data), entry.path);
+    }
+    if (ExamineContainer(container, [](std::uint64_t) { return true; }).state != ContainerState::Whole)
+        throw StatusError(entry.path.Shown(), VSS_EncryptError);
+    if (HashOf(container) != before)
+        throw HostError(entry.path.Shown() + ": somebody changed it meanwhile; run the command again");
+}
+
+// How many stay under the old password.
+std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsFile& file, const std::string& key) {
+    std::vector<Entry> files;
+    ForEachFile(volume, {}, [&](const Entry& entry, Stored stored) {
+        const auto holder = file.Get().KeyFolderOf(ConfiguredPath(volume, entry));
+        if (holder && holder->key == key && (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged))
+            files.push_back(entry);
+    });
+    std::size_t left = 0, done = 0;
+    Progress progress("re-encrypting", 0);
+    for (const Entry& entry : files) {
+        progress.SetLabel(std::to_string(&entry - files.data() + 1) + " of " + std::to_string(files.size()) + " documents");
+        try {
+            StopIfInterrupted();
+            const std::wstring container = ConfiguredPath(volume, entry);
+            const Verdict verdict = ExamineContainer(container, [](std::uint64_t) { return !Interrupted(); });
+            if (verdict.state == ContainerState::OtherKey)
+                Reencrypt(volume, entry, container), ++done;
+            else if (verdict.state != ContainerState::Whole)
+                throw HostError(entry.path.Parent().Child(entry.Name()).Shown() + ": left as it is: " + verdict.reason);
+            progress.Advance(static_cast<std::uint64_t>(entry.data.fileSize));
+        } catch (const HostError& error) {
+            session.Report(error);
+            ++left;
+            if (error.Code() == Exit_Interrupted)
+                return left;
+        }
+    }
+    PrintOut(std::to_string(done) + (done == 1 ? " document was" : " documents were") + " encrypted anew\n");
+    return left;
+}
+
+void Rekey(Session& session, const Options& options) {
+    SettingsFile file(companion::SettingsPath());
+    const Volume& volume = session.GetVolume();
+    RequireMountFolders(volume);
+    const VolumePath path = PathArgument(options.folder);
+    volume.RequireFolder(path);
+    const auto holder = file.Get().KeyFolderOf(ConfiguredPath(volume, path));
+    if (!holder)
+        throw HostError(path.Shown() + ": it has no password");
+    const std::string key = holder->key;
+    NewPassword password;
+    const bool isContinued = file.Get().passwords.contains(OldKey(key));
+    if (isContinued) {
+        PrintOut("Continuing what was broken off, with the new password that was chosen then.\n");
+        password.source = file.Get().passwords.at(key);
+    } else {
+        password = ChoosePassword(options.password, ToUtf8(holder->name));
+        Begin(file, key, password);
+        PrintOut(AboutPassword(password));
+    }
+    MoveChecks(file, key);
+    if (const std::size_t left = ReencryptAll(session, volume, file, key))
+        throw HostError("not finished: " + std::to_string(left) + " or more are under the old password, which can be read until all are done; run the command again");
+    file.SetPassword(key, password.source);
+    file.RemovePassword(OldKey(key));
+    file.Save();
+    PrintOut("Every document has the new password now. Copies made earlier (backups, a cloud's older versions) still open with the old one.\n");
+}
+
+}  // namespace
+
+void AddRekey(CLI::App& app, Session& session) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("rekey", "Give the documents of a folder a new password");
+    command->add_option("FOLDER", options->folder, "The folder; all that have the same key get the new password")->required();
+    AddPasswordOptions(*command, options->password);
+    command->footer("May be broken off and run again: until it is done, documents under the old and the new password are both read.");
+    command->callback([&session, options] { Rekey(session, *options); });
+}

@@ -1,0 +1,97 @@
+// encrypt PATH, decrypt PATH: what lies there is turned in place.
+#include <map>
+#include <memory>
+
+#include "commands/Commands.h"
+#include "core/Checks.h"
+#include "core/Companion.h"
+#include "core/Interrupt.h"
+#include "core/Progress.h"
+#include "core/Storage.h"
+#include "core/Text.h"
+#include "core/Turn.h"
+
+namespace {
+
+struct Options {
+    std::string path;
+    bool dryRun = false;
+};
+
+struct Work {
+    std::vector<Entry> files;
+    std::uint64_t bytes = 0;
+    std::map<Stored, std::size_t> left;  // what stays as it is, and why
+};
+
+bool IsToBeTurned(Stored stored, bool encrypt) {
+    return encrypt ? stored == Stored::InClear : stored == Stored::Encrypted || stored == Stored::ConflictCopy;
+}
+
+Work FindWork(const Volume& volume, const VolumePath& path, bool encrypt) {
+    Work work;
+    ForEachFile(volume, path, [&](const Entry& entry, Stored stored) {
+        if (!IsToBeTurned(stored, encrypt)) {
+            ++work.left[stored];
+            return;
+        }
+        work.files.push_back(entry);
+        work.bytes += static_cast<std::uint64_t>(entry.data.fileSize);
+    });
+    return work;
+}
+
+std::string Files(std::size_t count) {
+    return std::to_string(count) + (count == 1 ? " file" : " files");
+}
+
+void TurnAll(Session& session, const Options& options, bool encrypt) {
+    const Volume& volume = session.GetVolume();
+    RequireMountFolders(volume);
+    const Work work = FindWork(volume, PathArgument(options.path), encrypt);
+    Progress progress(Files(work.files.size()), options.dryRun ? 0 : 2 * work.bytes);  // each is read a second time, to compare
+    std::size_t done = 0;
+    for (const Entry& entry : work.files) {
+        const std::string shown = entry.path.Parent().Child(entry.Name()).Shown();
+        try {
+            StopIfInterrupted();
+            progress.SetLabel(std::to_string(done + 1) + " of " + Files(work.files.size()));
+            if (options.dryRun)
+                PrintOut(shown + "\n");
+            else
+                (encrypt ? EncryptInPlace : DecryptInPlace)(ConfiguredPath(volume, entry), [&](std::uint64_t bytes) { progress.Advance(bytes); });
+            ++done;
+        } catch (const HostError& error) {
+            session.Report(error);
+            if (error.Code() == Exit_Interrupted)
+                break;
+        }
+    }
+    PrintOut((options.dryRun ? "would be " : "") + std::string(encrypt ? "encrypted: " : "decrypted: ") + Files(done) + "\n");
+    for (const auto& [stored, count] : work.left)
+        PrintOut("left as they are: " + Files(count) + ", " + StoredReason(stored) + "\n");
+    if (done < work.files.size())
+        PrintOut("not done: " + Files(work.files.size() - done) + "; run the command again\n");
+}
+
+void Add(CLI::App& app, Session& session, bool encrypt) {
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand(encrypt ? "encrypt" : "decrypt", encrypt ? "Encrypt in place what lies unencrypted in a protected folder"
+                                                                                          : "Turn documents into ordinary, unencrypted files in place");
+    command->add_option("PATH", options->path, "A file, or a folder with all below it")->required();
+    command->add_flag("--dry-run", options->dryRun, "Only tell what would be done");
+    command->footer(std::string("Each file is compared with its new form before the old one goes. What was broken off is continued by\n"
+                                "running the command again.") +
+                    (encrypt ? " What the deleted files leave on the disk may be readable with\nspecial tools until it is written over." : ""));
+    command->callback([&session, options, encrypt] { TurnAll(session, *options, encrypt); });
+}
+
+}  // namespace
+
+void AddEncrypt(CLI::App& app, Session& session) {
+    Add(app, session, true);
+}
+
+void AddDecrypt(CLI::App& app, Session& session) {
+    Add(app, session, false);
+}

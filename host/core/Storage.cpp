@@ -1,0 +1,102 @@
+#include "core/Storage.h"
+
+#include "core/Companion.h"
+#include "core/HostError.h"
+#include "core/Interrupt.h"
+#include "core/Text.h"
+
+namespace {
+
+constexpr std::wstring_view c_containerEnd = L".zip";
+
+struct StoredRow {
+    Stored stored;
+    const char* word;
+    const char* reason;
+};
+constexpr StoredRow c_rows[] = {
+    {Stored::Encrypted, "encrypted", "encrypted"},
+    {Stored::ConflictCopy, "conflict", "a conflict copy, encrypted"},
+    {Stored::Damaged, "damaged", "a damaged container"},
+    {Stored::NoPolicy, "plain", "not encrypted: its folder is not to be"},
+    {Stored::Excluded, "plain", "not encrypted: the configuration excludes its name"},
+    {Stored::NoExtension, "plain", "not encrypted: its name has no extension"},
+    {Stored::InClear, "plain", "not encrypted yet; 'quelvol encrypt' does it"},
+};
+
+const StoredRow& RowOf(Stored stored) {
+    return c_rows[static_cast<std::size_t>(stored)];
+}
+
+}  // namespace
+
+const char* StoredWord(Stored stored) {
+    return RowOf(stored).word;
+}
+
+const char* StoredReason(Stored stored) {
+    return RowOf(stored).reason;
+}
+
+Storage::Storage(const Volume& volume, const VolumePath& folder)
+    : m_folder(ConfiguredPath(volume, folder)), m_hasPolicy(FolderHasPolicy(m_folder).value_or(false)) {}
+
+Stored Storage::Of(const Entry& entry) const {
+    if (entry.IsConflict())
+        return Stored::ConflictCopy;
+    if (entry.data.itemType == VIT_EncryptedFile)
+        return Stored::Encrypted;
+    if (!m_hasPolicy)
+        return Stored::NoPolicy;
+    const std::wstring name = entry.NameOnDisk();
+    if (EndsWithNoCase(name, c_containerEnd) && ExamineContainer(m_folder + L'\\' + name).state == ContainerState::Damaged)
+        return Stored::Damaged;
+    if (IsNameExcluded(name))
+        return Stored::Excluded;
+    return name.find(L'.') == name.npos ? Stored::NoExtension : Stored::InClear;
+}
+
+Stored StoredAs(const Volume& volume, const Entry& entry) {
+    return Storage(volume, entry.path.Parent()).Of(entry);
+}
+
+std::wstring ConfiguredPath(const Volume& volume, const VolumePath& path) {
+    VirtMountInfo mount{};
+    if (path.IsRoot() || !volume->GetMountInfoByVolumePath(path.Str(), &mount))
+        return {};
+    return std::wstring(BoundedText(mount.path)) + std::wstring(path.Str()).substr(BoundedText(mount.name).size());
+}
+
+std::wstring ConfiguredPath(const Volume& volume, const Entry& entry) {
+    return ConfiguredPath(volume, entry.path.Parent()) + L'\\' + entry.NameOnDisk();
+}
+
+void ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use) {
+    StopIfInterrupted();
+    if (path.Depth() > c_maxPathComponents)
+        throw HostError(path.Shown() + ": too many folders in each other");
+    if (!path.IsRoot()) {
+        const Entry entry = volume.Require(path);
+        if (!entry.IsFolder())
+            return use(entry, StoredAs(volume, entry));
+    }
+    const Storage storage(volume, path);
+    for (const Entry& entry : SortedEntries(volume, path)) {
+        if (!volume.IsItself(entry))
+            continue;
+        if (entry.IsFolder())
+            ForEachFile(volume, entry.path, use);
+        else
+            use(entry, storage.Of(entry));
+    }
+}
+
+void RequireUndamaged(const Volume& volume, const VolumePath& path) {
+    if (path.IsRoot() || path.IsMountFolder() || volume.Find(path))
+        return;
+    const VolumePath container = path.Parent().Child(path.Name() + std::wstring(c_containerEnd));
+    const std::optional<Entry> entry = volume.Find(container);
+    if (entry && StoredAs(volume, *entry) == Stored::Damaged)
+        throw HostError(path.Shown() + ": its container " + container.Shown() + " is damaged: " +
+                        ExamineContainer(ConfiguredPath(volume, *entry)).reason);
+}

@@ -1,0 +1,38 @@
+// How what the volume lists is stored on disk, and why: what a person must know of each file.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "core/Volume.h"
+
+enum class Stored { Encrypted, ConflictCopy, Damaged, NoPolicy, Excluded, NoExtension, InClear };
+
+// "encrypted", "conflict", "damaged"; of everything else "plain".
+const char* StoredWord(Stored stored);
+// "not encrypted: its name has no extension"; of Encrypted "encrypted".
+const char* StoredReason(Stored stored);
+
+// For the files of one folder, whose policy is asked for once.
+class Storage {
+public:
+    Storage(const Volume& volume, const VolumePath& folder);
+    // A ZIP file that is none is opened to tell it from a damaged container; nothing else is. Not for folders.
+    Stored Of(const Entry& entry) const;
+
+private:
+    std::wstring m_folder;
+    bool m_hasPolicy;
+};
+Stored StoredAs(const Volume& volume, const Entry& entry);
+
+// The path on disk by the configuration's own words, as the companion library knows it. Empty for the root.
+std::wstring ConfiguredPath(const Volume& volume, const VolumePath& path);
+// Of the file on disk that holds the entry.
+std::wstring ConfiguredPath(const Volume& volume, const Entry& entry);
+
+// Hands out the files at path and, of a folder, below it, in order; links are left out. Throws HostError.
+void ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use);
+// For a document that Find does not find: throws HostError when its container is there, damaged.
+void RequireUndamaged(const Volume& volume, const VolumePath& path);
