@@ -99,7 +99,12 @@ std::optional<std::wstring> Volume::FolderOnDisk(const VolumePath& folder) const
 
 bool Volume::HasRoomFor(std::uint64_t bytes, const VolumePath& folder) const {
     const auto onDisk = PathOnDisk(folder);
-    return HasRoom(m_temp.Path().native(), bytes) && (!onDisk || HasRoom(*onDisk, bytes));
+    if (onDisk && !HasRoom(*onDisk, bytes))
+        return false;
+    if (HasRoom(m_temp.Path().native(), bytes))
+        return true;
+    m_temp.ForgetCopies();  // those that are kept in case they are read again
+    return HasRoom(m_temp.Path().native(), bytes);
 }
 
 bool Volume::HoldsMountFolder(const VolumePath& folder) const {
@@ -162,7 +167,10 @@ std::optional<Entry> Volume::FindByShortName(const VolumePath& path) const {
         const std::wstring own = folder ? LongName(*folder + L'\\' + name + end) : std::wstring();
         if (own.empty() || EqualNoCase(own, name + end) || !EndsWithNoCase(own, end))
             continue;
-        const VolumePath ownPath = path.Parent().Child(own.substr(0, own.size() - end.size()));
+        const std::wstring shown = own.substr(0, own.size() - end.size());
+        if (VolumePath::ComponentProblem(shown))  // that of a name which the volume keeps for itself
+            continue;
+        const VolumePath ownPath = path.Parent().Child(shown);
         Entry entry{ownPath};
         if (m_volume->FindFile(ownPath.Str(), &entry.data) && EqualNoCase(entry.Name(), ownPath.Name()) && IsItself(entry))
             return entry;
