@@ -197,8 +197,9 @@ void SideFile::Remove() noexcept {
             m_path.clear();
         }
         // Fails, as it should, while it holds anything.
-        if (!IsLink(m_folderPath))
+        if (!m_folderPath.empty() && !IsLink(m_folderPath))
             RemoveDirectoryW(OpenablePath(m_folderPath).c_str());
+        m_folderPath.clear();
     } catch (...) {
         // No memory for the path: the file stays aside, where nothing takes it for a container.
     }

@@ -242,6 +242,19 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
         EXPECT_EQ("saved under the lock", Get(path));
     }
     EXPECT_EQ("the plain one", ReadRaw(NativePath(L"Docs\\b.txt")));
+
+    // An empty one has no record of its own to be read.
+    const std::wstring first = Lock(L"Docs\\new.txt");
+    void* const hFile = MustOpen(L"Docs\\new.txt");
+    for (int reads = 0; reads < 2; ++reads) {
+        VirtFindData record{};
+        EXPECT_TRUE(volume()->GetFileInfo(hFile, &record));
+        EXPECT_STREQ(L"new.txt", record.fileName);
+        EXPECT_EQ(VIT_EncryptedFile, record.itemType);
+        EXPECT_EQ("", Read(hFile));
+    }
+    Close(hFile);
+    Unlock(L"Docs\\new.txt", first);
 }
 
 // They all work on the one file that the lock holds.

@@ -297,6 +297,20 @@ TEST_F(MovingAFile, OntoItselfTakesTheFormOfItsFolder) {
     EXPECT_EQ(Names{}, FilesHolding(temp(), "content")) << "nothing stays of what was clear";
 }
 
+TEST_F(MovingAFile, OrDeletingItTakesPathsInTheirLongForm) {
+    const auto longForm = [this](const wchar_t* volumePath) { return L"\\\\?\\" + NativePath(volumePath); };
+    for (const auto& [from, to, last] : {std::tuple{L"Docs\\a.txt", L"Docs\\b.txt", L"Other\\c.txt"},
+                                         std::tuple{L"Plain\\a", L"Plain\\b", L"Plain\\c"}}) {
+        Put(from, "content");
+        EXPECT_OK(Move(longForm(from), longForm(to)));
+        EXPECT_OK(Copy(longForm(to), longForm(last)));
+        Delete(longForm(to));
+        EXPECT_EQ("content", Get(last));
+        Delete(longForm(last));
+    }
+    EXPECT_EQ(0u, Disk().size());
+}
+
 // The right to delete is asked for at the open, also under a lock, which shares its own handle.
 TEST_F(MovingAFile, OrDeletingItTakesTheRightTo) {
     MakePlain(L"Plain\\a.txt", "content");

@@ -1,8 +1,9 @@
 // What operations cost, in the one form that is the same on every machine: the file system calls that the volume and its companion
-// library make. The budgets are what the code needs today, with a dozen more where that changes with the clock's ticks; who makes an
-// operation cheaper lowers its budget with it.
+// library make. The budgets are what the code needs today; who makes an operation cheaper lowers its budget with it.
 // "./run bench --calls" prints the table.
+#include <chrono>
 #include <cstdio>
+#include <filesystem>
 
 #include "harness/CallCounts.h"
 #include "harness/VolumeFixture.h"
@@ -13,6 +14,9 @@ protected:
 };
 
 TEST_F(PlatformCalls, StayWithinTheirBudgets) {
+    // A configuration that was written a moment ago is read again for each look at it.
+    std::filesystem::last_write_time(NativePath(L"quelcrypt.json"),
+                                     std::filesystem::file_time_type::clock::now() - std::chrono::hours(1));
     for (int number = 0; number < 10; ++number)
         MakeEncrypted(L"Docs\\d" + std::to_wstring(number) + L".txt", "content");
     MakePlain(L"Plain\\p", "content");
@@ -38,20 +42,20 @@ TEST_F(PlatformCalls, StayWithinTheirBudgets) {
         {"describe a document, again", 3, [&] { Find(L"Docs\\d1.txt", &findData); }},
         {"describe what is not there", 3, [&] { Find(L"Docs\\missing.txt", &findData); }},
         {"list ten documents, again", 15, [&] { List(L"Docs\\*"); }},
-        {"read a document, first", 81, [&] { readAll(L"Docs\\d2.txt"); }},
-        {"read a document, again", 23, [&] { readAll(L"Docs\\d2.txt"); }},
-        {"save a new document", 102, [&] { save(L"Docs\\new.txt", CREATE_NEW); }},
-        {"save a document that is there", 99, [&] { save(L"Docs\\new.txt", OPEN_EXISTING); }},
-        {"copy a document", 93, [&] { EXPECT_OK(Copy(L"Docs\\new.txt", L"Docs\\copy.txt")); }},
-        {"rename a document", 141, [&] { EXPECT_OK(Move(L"Docs\\new.txt", L"Docs\\named.txt")); }},
-        {"move a document to a folder of another key", 148, [&] { EXPECT_OK(Move(L"Docs\\named.txt", L"Other\\named.txt")); }},
-        {"delete a document", 31, [&] { Delete(L"Docs\\copy.txt"); }},
+        {"read a document, first", 64, [&] { readAll(L"Docs\\d2.txt"); }},
+        {"read a document, again", 22, [&] { readAll(L"Docs\\d2.txt"); }},
+        {"save a new document", 75, [&] { save(L"Docs\\new.txt", CREATE_NEW); }},
+        {"save a document that is there", 80, [&] { save(L"Docs\\new.txt", OPEN_EXISTING); }},
+        {"copy a document", 66, [&] { EXPECT_OK(Copy(L"Docs\\new.txt", L"Docs\\copy.txt")); }},
+        {"rename a document", 121, [&] { EXPECT_OK(Move(L"Docs\\new.txt", L"Docs\\named.txt")); }},
+        {"move a document to a folder of another key", 132, [&] { EXPECT_OK(Move(L"Docs\\named.txt", L"Other\\named.txt")); }},
+        {"delete a document", 30, [&] { Delete(L"Docs\\copy.txt"); }},
         {"lock a document", 7, [&] { token = Lock(L"Docs\\d3.txt"); }},
         {"unlock it", 4, [&] { Unlock(L"Docs\\d3.txt", token); }},
         {"read a plain file", 5, [&] { readAll(L"Plain\\p"); }},
         {"save a plain file", 5, [&] { save(L"Plain\\p", OPEN_EXISTING); }},
         {"move a plain file", 14, [&] { EXPECT_OK(Move(L"Plain\\p", L"Plain\\q")); }},
-        {"turn it into a document", 121, [&] { EXPECT_OK(Move(L"Plain\\q", L"Docs\\q.txt")); }},
+        {"turn it into a document", 88, [&] { EXPECT_OK(Move(L"Plain\\q", L"Docs\\q.txt")); }},
     };
     CallCounts counts{L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"};
     for (const auto& row : rows) {

@@ -397,11 +397,37 @@ TEST_F(SavingAnEditedFile, TheUserMayPickAnotherPlace) {
     }
     EXPECT_EQ(L"Saving modified file \"a.txt\" to HalvaneCloud failed. Please select another folder for its backup",
               prompts::g_title);
+    const HWINSTA desktop = GetProcessWindowStation();
+    ASSERT_TRUE(SetProcessWindowStation(CreateWindowStationW(nullptr, 0, WINSTA_ALL_ACCESS, nullptr)));
+    LeaveUnsavedEdit(L"Docs\\a.txt", "unseen");
+    EXPECT_EQ(3, prompts::g_count) << "nobody would see it there";
+    ASSERT_TRUE(SetProcessWindowStation(desktop));
     prompts::Pick(backups + L"\\missing");
     LeaveUnsavedEdit(L"Docs\\a.txt", "edit");
     EXPECT_EQ(1u, TrackedEdits().size()) << "a place that refuses the backup counts as none";
     EXPECT_EQ(0u, CallsDuring("Quelcrypt_FileReaderFactory", [&] { EXPECT_EQ("edit", Get(L"Docs\\a.txt")); }));
     EXPECT_EQ("edit", Stored(L"Docs\\a.txt"));
+}
+
+TEST_F(SavingAnEditedFile, AHandleDescribesItsOwnFile) {
+    MakePlain(L"Plain\\a.txt.zip", "an ordinary file beside it");
+    for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, TRUNCATE_EXISTING}) {
+        SCOPED_TRACE(disposition);
+        void* const hFile = MustOpen(L"Plain\\a.txt", kReadWrite, disposition);
+        VirtFindData record{};
+        EXPECT_TRUE(volume()->GetFileInfo(hFile, &record));
+        EXPECT_STREQ(L"a.txt", record.fileName);
+        EXPECT_EQ(0, record.fileSize);
+        EXPECT_OK(Write(hFile, "content"));
+        Close(hFile);
+    }
+    void* const hFile = MustOpen(L"Plain\\a.txt");
+    Touch(NativePath(L"Plain\\a.txt"));
+    const auto writeTime = Record(L"Plain\\a.txt").lastWriteTime;
+    const VirtFindData keepAll{};
+    EXPECT_OK(volume()->SetFileInfo(hFile, 0xFFFFFFFF, &keepAll));
+    Close(hFile);
+    EXPECT_EQ(writeTime, Record(L"Plain\\a.txt").lastWriteTime) << "what is to be kept is what is there now";
 }
 
 // Whatever keeps a waiting edit from being opened, saved or deleted with its document, it stays.

@@ -257,11 +257,12 @@ TEST_F(WorkingWithFolders, StayWhileTheyAreNeeded) {
         EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hFile, nullptr));
         Close(hFile);
     };
-    for (const std::wstring& path : {std::wstring(L"Docs"), std::wstring(L"Plain"), NativePath(L"Docs"), root()})
+    for (const std::wstring& path : {std::wstring(L"Docs"), std::wstring(L"Plain"), NativePath(L"Docs"), NativePath(L"Docs\\"), root()})
         stays(path);
     void* const hFile = MustOpen(L"Docs\\tree\\deep\\b.txt");
     EXPECT_OK(Write(hFile, "ENCRYPTED"));
-    stays(L"Docs\\tree");
+    for (const std::wstring& path : {std::wstring(L"Docs\\tree"), NativePath(L"Docs\\tree\\"), NativePath(L"Docs//tree/")})
+        stays(path);
     Close(hFile);
     const std::wstring token = Lock(L"Docs\\tree\\a.txt");
     stays(L"Docs\\tree");

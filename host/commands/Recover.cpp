@@ -48,8 +48,10 @@ const char* SinceWords(const LeftEdit& edit) {
 }
 
 std::string Description(const LeftEdit& edit) {
-    if (edit.state == FileState{})
+    if (edit.isGone)
         return "its content is gone; clean removes the rest";
+    if (edit.state == FileState{})
+        return "its content cannot be opened: it is a link, or this system does not take its name";
     std::string text = SinceWords(edit);
     if (!edit.UploadedName().empty())
         text = "an upload that was broken off, perhaps not all of it: save stores it beside the document";
@@ -150,14 +152,13 @@ void CleanEdits(Session& session) {
     std::size_t kept = 0;
     for (const LeftEdit& edit : left.Edits(volume.Get())) {
         try {
-            const bool gone = edit.state == FileState{};
-            const std::optional<VolumePath> saved = gone ? std::nullopt : FindSaved(volume, edit);
-            if (!gone && !saved) {
+            const std::optional<VolumePath> saved = edit.isGone ? std::nullopt : FindSaved(volume, edit);
+            if (!edit.isGone && !saved) {
                 ++kept;
                 continue;
             }
             DeleteEdit(edit);
-            PrintOut(edit.id + (gone ? " had no content any more\n" : " is deleted: " + saved->Shown() + " has its content\n"));
+            PrintOut(edit.id + (edit.isGone ? " had no content any more\n" : " is deleted: " + saved->Shown() + " has its content\n"));
         } catch (const HostError& error) {
             session.Report(error);
             if (error.Code() == Exit_Interrupted)

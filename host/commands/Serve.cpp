@@ -1,6 +1,8 @@
 // serve: the volume for any program that speaks WebDAV.
 #include <memory>
 
+#include <windows.h>
+
 #include "commands/Commands.h"
 #include "core/Checks.h"
 #include "core/Companion.h"
@@ -65,6 +67,12 @@ void TellWhatIsLeft(const Volume& volume) {
                    (edits.size() == 1 ? " edit" : " edits") + " that may be unsaved; 'quelvol recover' lists them\n");
 }
 
+// Nobody sits before a server: in a window station without a screen the volume prompts nobody, and the edit waits.
+void LeaveTheScreen() {
+    if (const HWINSTA station = CreateWindowStationW(nullptr, 0, WINSTA_ALL_ACCESS, nullptr))
+        SetProcessWindowStation(station);
+}
+
 // A server asks nobody later, so passwords are asked for now.
 void TellProblems(const Volume& volume) {
     const std::vector<VirtMountInfo> mounts = RequireMountFolders(volume);
@@ -84,6 +92,7 @@ void Serve(Session& session, const Options& options) {
     webdav::AccessRules rules = MakeRules(options);
     const Volume& volume = session.GetVolume();
     TellProblems(volume);
+    LeaveTheScreen();
     TellWhatIsLeft(volume);
     webdav::Site site(volume, std::move(rules));
     const auto answer = [&site](const webdav::Request& request, webdav::RequestBody& body, webdav::Response& response) {

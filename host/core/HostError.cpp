@@ -69,5 +69,5 @@ std::string SystemMessage(unsigned long error) {
 }
 
 HostError LocalError(std::wstring_view localPath, unsigned long error) {
-    return HostError(ToUtf8(localPath) + ": " + SystemMessage(error));
+    return HostError(ToShown(localPath) + ": " + SystemMessage(error));
 }

@@ -74,12 +74,14 @@ std::string IdOf(const fs::path& file) {
     return digits;
 }
 
-LeftEdit EditOf(const fs::path& trackingFile, IVirtualVolume* volume) {
+LeftEdit EditOf(const fs::path& folder, const std::wstring& name, const std::vector<std::wstring>& names, IVirtualVolume* volume) {
     LeftEdit edit;
-    edit.file = fs::path(trackingFile).replace_extension();
+    const std::wstring fileName = fs::path(name).replace_extension().native();
+    edit.file = folder / fileName;
     edit.id = IdOf(edit.file);
     edit.state = StateOfItself(edit.file);
-    edit.tracking = ReadTracking(trackingFile);
+    edit.isGone = std::none_of(names.begin(), names.end(), [&](const std::wstring& other) { return EqualNoCase(other, fileName); });
+    edit.tracking = ReadTracking(folder / name);
     if (edit.tracking && edit.tracking->IsContainerKnown() && MayBeAskedFor(edit.tracking->container, volume))
         edit.container = edit.tracking->container;
     return edit;
@@ -103,7 +105,7 @@ std::vector<std::string> OtherPrograms() {
     process.dwSize = sizeof(process);
     for (BOOL more = processes && Process32FirstW(processes.get(), &process); more; more = Process32NextW(processes.get(), &process))
         if (!EqualNoCase(process.szExeFile, L"quelvol.exe") && UsesVolume(process.th32ProcessID))
-            programs.push_back(ToUtf8(process.szExeFile) + " (process " + std::to_string(process.th32ProcessID) + ")");
+            programs.push_back(ToShown(process.szExeFile) + " (process " + std::to_string(process.th32ProcessID) + ")");
     return programs;
 }
 
@@ -143,7 +145,7 @@ LeftBehind::LeftBehind(const fs::path& own) {
     if (programs.empty())
         AddCopyFolders(base);
     for (const std::string& program : programs)
-        m_inUse.push_back(program + " uses " + ToUtf8(OrdinaryPath(base / c_copiesFolder)));
+        m_inUse.push_back(program + " uses " + ToShown(OrdinaryPath(base / c_copiesFolder)));
     for (const std::wstring& name : NamesIn(base.native()))
         if (IsRunFolder(name) && !EqualNoCase(name, own.filename().native()))
             Claim(base / name);
@@ -158,7 +160,7 @@ void LeftBehind::Claim(const fs::path& runFolder) {
     const HANDLE mark = OpenRunMark(runFolder, OPEN_EXISTING);
     if (mark == INVALID_HANDLE_VALUE) {
         if (GetLastError() == ERROR_SHARING_VIOLATION)
-            m_inUse.push_back("another run of quelvol uses " + ToUtf8(OrdinaryPath(runFolder)));
+            m_inUse.push_back("another run of quelvol uses " + ToShown(OrdinaryPath(runFolder)));
         return;
     }
     m_marks.push_back(mark);
@@ -173,10 +175,12 @@ void LeftBehind::AddCopyFolders(const fs::path& base) {
 
 std::vector<LeftEdit> LeftBehind::Edits(IVirtualVolume* volume) const {
     std::vector<LeftEdit> edits;
-    for (const fs::path& folder : m_copyFolders)
-        for (const std::wstring& name : NamesIn(folder.native()))
+    for (const fs::path& folder : m_copyFolders) {
+        const std::vector<std::wstring> names = NamesIn(folder.native());
+        for (const std::wstring& name : names)
             if (IsTrackingFile(name))
-                edits.push_back(EditOf(folder / name, volume));
+                edits.push_back(EditOf(folder, name, names, volume));
+    }
     std::sort(edits.begin(), edits.end(),
               [](const LeftEdit& left, const LeftEdit& right) { return left.state.lastWriteTime < right.state.lastWriteTime; });
     return edits;
@@ -203,9 +207,11 @@ void DeleteEdit(const LeftEdit& edit) {
             throw LocalError(OrdinaryPath(edit.file), GetLastError());
         const FileState now = StateOf(edit.file);
         if (now.lastWriteTime != edit.state.lastWriteTime || now.size != edit.state.size)
-            throw HostError(ToUtf8(OrdinaryPath(edit.file)) + ": it was changed just now, and stays");
+            throw HostError(ToShown(OrdinaryPath(edit.file)) + ": it was changed just now, and stays");
         if (!DeleteOpen(file))
             throw LocalError(OrdinaryPath(edit.file), GetLastError());
+    } else if (!edit.isGone && !DeleteItself(edit.file.native())) {
+        throw LocalError(OrdinaryPath(edit.file), GetLastError());
     }
     const fs::path trackingFile = edit.file.native() + std::wstring(c_trackingEnd);
     if (!DeleteItself(trackingFile.native()))

@@ -19,7 +19,8 @@
 struct LeftEdit {
     std::string id;  // eight hexadecimal digits, the same at every look
     std::filesystem::path file;        // a real path, see OnDisk.h
-    FileState state;                   // of file, now; all 0 when it is gone
+    FileState state;                   // of file, now; all 0 when it is gone or cannot be opened
+    bool isGone = false;               // nothing is listed in its place
     std::optional<Tracking> tracking;  // nothing: the tracking file cannot be read
     std::filesystem::path container;   // on disk, or where it was; empty when that is not known for certain
 

@@ -22,7 +22,7 @@ LocalSource::LocalSource(const std::wstring& path) : m_path(path), m_isStandardI
         return;
     }
     if (IsLocalFolder(path))
-        throw HostError(ToUtf8(path) + ": a folder; one file at a time is put");
+        throw HostError(ToShown(path) + ": a folder; one file at a time is put");
     m_file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     TakeSize();
 }
@@ -55,7 +55,7 @@ std::size_t LocalSource::Read(void* buffer, std::size_t capacity) {
     }
     m_done += count;
     if (count == 0 && m_done < m_size)
-        throw HostError(ToUtf8(m_path) + ": it ends after " + std::to_string(m_done) + " of " + std::to_string(m_size) +
+        throw HostError(ToShown(m_path) + ": it ends after " + std::to_string(m_done) + " of " + std::to_string(m_size) +
                         " bytes");
     return count;
 }

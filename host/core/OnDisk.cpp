@@ -117,7 +117,7 @@ bool HasRoom(const std::wstring& folder, std::uint64_t bytes) {
 
 DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition) {
     DiskHandle item = Open(realPath, access, share, disposition, FILE_FLAG_OPEN_REPARSE_POINT);
-    if (item && !EqualNoCase(RealPath(item.get()), realPath)) {
+    if (item && (!EqualNoCase(RealPath(item.get()), realPath) || GetFileType(item.get()) != FILE_TYPE_DISK)) {
         item.reset();
         SetLastError(ERROR_CANT_ACCESS_FILE);
     }

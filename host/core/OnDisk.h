@@ -40,7 +40,7 @@ std::wstring LongName(const std::wstring& path);
 bool HasRoom(const std::wstring& folder, std::uint64_t bytes);
 
 // Opens the file or folder that stands at a real path, and no other that a link there leads to. Null: it failed, and
-// GetLastError tells why; ERROR_CANT_ACCESS_FILE when it is a link that this platform cannot open itself.
+// GetLastError tells why; ERROR_CANT_ACCESS_FILE when it is a link that this platform cannot open itself, or no file of a disk.
 DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING);
 
 // Opens the folder so that nobody can rename, move or delete it, nor on Windows any above it, as long as it is open: the platform

@@ -17,7 +17,7 @@ constexpr const wchar_t* c_conflictWords = L" (HalvaneCloud conflicted edit ";
 constexpr std::wstring_view c_containerEnd = L".zip";
 
 std::string Shown(const LeftEdit& edit) {
-    return ToUtf8(OrdinaryPath(edit.file));
+    return ToShown(OrdinaryPath(edit.file));
 }
 
 void ReadOpen(const Volume& volume, void* file, const std::string& shown,
@@ -117,14 +117,19 @@ void ReadEdit(const Volume& volume, const LeftEdit& edit, const std::function<vo
 bool HasContent(const Volume& volume, const VolumePath& path, const LeftEdit& edit) {
     volume.Temp().ForgetCopies();
     const FileHandle stored = volume.Open(path, GENERIC_READ, c_shareAll, OPEN_EXISTING);
+    VirtFindData data{};
+    if (!volume->GetFileInfo(stored.Get(), &data))
+        throw StatusError(path.Shown(), VVS_GeneralError);
+    if (!edit.IsContainer() && static_cast<std::uint64_t>(data.fileSize) != edit.state.size)
+        return false;  // before all of it is read, which may be long
     std::vector<char> part(c_partSize);
     bool same = true;
-    const auto compare = [&](const char* data, std::size_t size) {
+    const auto compare = [&](const char* read, std::size_t size) {
         for (std::size_t done = 0; same && done < size;) {
             std::uint32_t count = 0;
             Check(volume->ReadFile(stored.Get(), c_currentPosition, part.data(), static_cast<std::uint32_t>(size - done), &count, nullptr),
                   path);
-            same = count > 0 && std::equal(part.begin(), part.begin() + count, data + done);
+            same = count > 0 && std::equal(part.begin(), part.begin() + count, read + done);
             done += count;
         }
     };
@@ -158,6 +163,8 @@ VolumePath SaveEdit(const Volume& volume, const LeftEdit& edit, const std::optio
     const std::optional<VolumePath> document = given ? given : DocumentOf(volume, edit);
     if (!document)
         throw HostError(Shown(edit) + ": its document is not known or in no mount folder; --to says where it goes");
+    if (!volume.HasRoomFor(edit.state.size, document->Parent()))
+        throw HostError(Shown(edit) + ": there is no room for it, in the folder of its document or in the temp folder");
     bool aside = !given && GoesAside(volume, *document, edit);
     for (;;) {
         const VolumePath target = aside ? FreeConflictPath(volume, *document) : *document;

@@ -5,6 +5,7 @@
 #include "core/Environment.h"
 #include "core/HostError.h"
 #include "core/OnDisk.h"
+#include "core/Patience.h"
 #include "core/Text.h"
 
 namespace fs = std::filesystem;
@@ -107,15 +108,14 @@ TempFolder::TempFolder() : m_originalTmp(GetVariable(L"TMP")), m_originalTemp(Ge
 TempFolder::~TempFolder() {
     UseOriginal();
     CloseHandle(m_mark);
-    constexpr int c_tries = 50;
     // Another run that starts at this moment removes it as well, and each is in the other's way.
-    for (int tries = 0; tries < c_tries; ++tries, Sleep(20)) {
+    const auto remove = [this] {
         RemoveCopies(m_realPath);
-        if (StandingAt(m_realPath.native()) == Standing::Nothing)
-            return;
-        if (HoldsEdit(m_realPath))
-            break;
-    }
+        return HoldsEdit(m_realPath) || StandingAt(m_realPath.native()) == Standing::Nothing;
+    };
+    const bool isDone = TryForAMoment(remove, Patience::Always);
+    if (isDone && StandingAt(m_realPath.native()) == Standing::Nothing)
+        return;
     if (HoldsEdit(m_realPath))
         PrintError("quelvol: an edit that could not be saved is kept below " + ToUtf8(m_path.native()) + "; 'quelvol recover' shows it\n");
     else

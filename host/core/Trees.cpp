@@ -10,23 +10,31 @@ void RefuseTooDeep(const VolumePath& path) {
         throw HostError(path.Shown() + ": too many folders in each other");
 }
 
-}  // namespace
-
-void RemoveTree(const Volume& volume, const Entry& entry) {
+void Remove(const Volume& volume, const Entry& entry) {
     StopIfInterrupted();
     RefuseTooDeep(entry.path);
     if (!volume.IsItself(entry) && volume.RemoveLink(entry.path))
         return;
-    if (entry.IsFolder())
-        for (const Entry& child : SortedEntries(volume, entry.path))
-            RemoveTree(volume, child);
+    if (entry.IsFolder()) {
+        Search search(volume, entry.path);
+        for (Entry child; search.Next(child);)
+            Remove(volume, child);
+    }
     {
         const FileHandle file = volume.Open(entry.path, DELETE, c_shareAll, OPEN_EXISTING);
         Check(volume->Delete(file.Get(), nullptr), entry.path);
     }
     // The deletion happens at the close, which reports nothing.
-    if (volume.FindAgain(entry))
+    if (!volume.WaitUntilGone(entry))
         throw HostError(entry.path.Shown() + ": it could not be deleted; another program may hold it");
+}
+
+}  // namespace
+
+void RemoveTree(const Volume& volume, const Entry& entry) {
+    if (entry.IsFolder() && volume.HoldsMountFolder(entry.path))
+        throw HostError(entry.path.Shown() + ": a mount folder stands there or inside; it is removed in the configuration");
+    Remove(volume, entry);
 }
 
 void CopyTree(const Volume& volume, const Entry& source, const VolumePath& target) {
@@ -37,6 +45,7 @@ void CopyTree(const Volume& volume, const Entry& source, const VolumePath& targe
     if (!source.IsFolder())
         return volume.Copy(source.path, target);
     volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder);
-    for (const Entry& child : SortedEntries(volume, source.path))
+    Search search(volume, source.path);
+    for (Entry child; search.Next(child);)
         CopyTree(volume, child, FreeTarget(volume, target, child));
 }

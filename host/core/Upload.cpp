@@ -84,11 +84,18 @@ void Upload::Place(const VirtFindData& times, const wchar_t* lockToken) {
     Verify();
 }
 
-void Upload::Verify() const {
-    const std::optional<Entry> stored = m_volume.Find(m_target);
+void Upload::Verify() {
+    std::optional<Entry> stored = m_volume.Find(m_target);
+    const bool hasOwnName = stored.has_value();
+    Entry other{m_target};
+    if (!hasOwnName && m_volume->FindFile(m_target.Str(), &other.data))
+        stored = m_volume.Find(m_target.Parent().Child(other.Name()));
     if (!stored)
         throw HostError(m_target.Shown() + ": it was stored, but the volume does not show it");
-    if (static_cast<std::uint64_t>(stored->data.fileSize) != m_written)
+    if (!hasOwnName)
+        m_target = m_target.Parent().Child(stored->Name());
+    const bool isAsWritten = hasOwnName || m_encrypted;  // of a container as content, the size of what is in it is shown
+    if (isAsWritten && static_cast<std::uint64_t>(stored->data.fileSize) != m_written)
         throw HostError(m_target.Shown() + ": the volume shows " + std::to_string(stored->data.fileSize) + " bytes where " +
                         std::to_string(m_written) + " were stored");
 }

@@ -18,7 +18,8 @@ public:
     Upload& operator=(const Upload&) = delete;
 
     void Write(const void* data, std::size_t size);
-    // Where the content goes.
+    // Where the content goes; once it is placed, the path that it is listed under: what is itself a container, and what took the place
+    // of a locked conflict copy, is listed under another name.
     const VolumePath& Target() const { return m_target; }
     // Puts the content in the target's place with the times of findData (0: now) and makes sure that the volume shows it
     // there. lockToken may be null: then it goes under the lock that this process holds on the target, if any. Throws
@@ -28,7 +29,7 @@ public:
 private:
     bool IsEncrypted() const;
     void RequireFit(const std::optional<Entry>& existing) const;
-    void Verify() const;
+    void Verify();
 
     const Volume& m_volume;
     VolumePath m_target;

@@ -4,6 +4,7 @@
 
 #include "core/HostError.h"
 #include "core/OnDisk.h"
+#include "core/Patience.h"
 #include "core/Text.h"
 
 namespace {
@@ -19,6 +20,10 @@ std::wstring ProgramFolder() {
 // The volume does not resolve the name it lists a conflict copy under; its container is "<stem>.zip".
 VolumePath ConflictPath(const VolumePath& folder, std::wstring_view name) {
     return folder.Child(std::wstring(name.substr(0, name.size() - c_conflictEnd.size())) + L".zip");
+}
+
+bool IsAtOrInside(const std::wstring& path, const std::wstring& folder) {
+    return !folder.empty() && EqualNoCase(path.substr(0, folder.size()), folder) && (path.size() == folder.size() || path[folder.size()] == L'\\');
 }
 
 VolumePath EntryPath(const VolumePath& folder, const VirtFindData& data) {
@@ -97,6 +102,15 @@ bool Volume::HasRoomFor(std::uint64_t bytes, const VolumePath& folder) const {
     return HasRoom(m_temp.Path().native(), bytes) && (!onDisk || HasRoom(*onDisk, bytes));
 }
 
+bool Volume::HoldsMountFolder(const VolumePath& folder) const {
+    const auto place = PathOnDisk(folder);
+    const std::vector<VirtMountInfo> mounts = MountFolders();
+    return place && std::any_of(mounts.begin(), mounts.end(), [&](const VirtMountInfo& mount) {
+        const std::wstring path(BoundedText(mount.path));
+        return IsAtOrInside(RealMountPath(path.c_str()), *place) || IsAtOrInside(L"\\\\?\\" + path, *place);
+    });
+}
+
 VolumePath Volume::Key(const VolumePath& path) const {
     VirtMountInfo mount{};
     if (path.IsRoot() || !m_volume->GetMountInfoByVolumePath(path.Str(), &mount))
@@ -105,9 +119,7 @@ VolumePath Volume::Key(const VolumePath& path) const {
     std::wstring outermost(BoundedText(mount.name)), outermostReal = real;
     for (const VirtMountInfo& other : MountFolders()) {
         const std::wstring name(BoundedText(other.name)), place = RealMountPath(std::wstring(BoundedText(other.path)).c_str());
-        const bool holds = !place.empty() && EqualNoCase(real.substr(0, place.size()), place) &&
-                           (real.size() == place.size() || real[place.size()] == L'\\');
-        if (holds && (place.size() < outermostReal.size() || (place.size() == outermostReal.size() && name < outermost))) {
+        if (IsAtOrInside(real, place) && (place.size() < outermostReal.size() || (place.size() == outermostReal.size() && name < outermost))) {
             outermost = name;
             outermostReal = place;
         }
@@ -136,6 +148,8 @@ std::optional<std::wstring> Volume::LinkAt(const VolumePath& path) const {
 
 bool Volume::RemoveLink(const VolumePath& path) const {
     const auto link = LinkAt(path);
+    if (link && HoldsMountFolder(path))
+        throw HostError(path.Shown() + ": a mount folder, which is removed in the configuration");
     if (link && !RemoveItself(*link))
         throw HostError(path.Shown() + ": a link, which cannot be deleted without what it leads to");
     return link.has_value();
@@ -178,6 +192,10 @@ std::optional<Entry> Volume::FindAgain(const Entry& entry) const {
     // Behind a file that is gone another may come to light, as the container does behind a plain file of the same name.
     const bool same = found && now.data.itemType == entry.data.itemType && EqualNoCase(now.Name(), entry.Name());
     return same ? std::optional(now) : std::nullopt;
+}
+
+bool Volume::WaitUntilGone(const Entry& entry) const {
+    return TryForAMoment([&] { return !FindAgain(entry); });
 }
 
 void Volume::RequireFree(const VolumePath& path, bool encrypted) const {

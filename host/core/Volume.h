@@ -104,10 +104,14 @@ public:
     std::optional<std::wstring> FolderOnDisk(const VolumePath& folder) const;
     // Have the temp folder's disk and that of folder room for content of so many bytes? The copies in clear go to the first.
     bool HasRoomFor(std::uint64_t bytes, const VolumePath& folder = {}) const;
+    // Does a mount folder stand there, or inside? Nothing here moves or deletes one.
+    bool HoldsMountFolder(const VolumePath& folder) const;
     // The path by which all paths of one file can be compared: in the outermost mount folder that it lies in.
     VolumePath Key(const VolumePath& path) const;
     // The item as it is now, found the way it is opened; nothing when it is gone.
     std::optional<Entry> FindAgain(const Entry& entry) const;
+    // A deletion is done when nobody has the item open any more. False: after a moment it is still there.
+    bool WaitUntilGone(const Entry& entry) const;
     // Call before storing anything under a path that Find does not find. Throws HostError when it would take the file on
     // disk of an item with another name, or the place of a link. An encrypted "f.txt" would take a foreign "f.txt.zip", a
     // plain one stands beside it: who does not know which it will be leaves that to the volume.

@@ -6,6 +6,7 @@
 
 #include "webdav/Http.h"
 #include "webdav/Limits.h"
+#include "webdav/Turns.h"
 
 namespace webdav {
 
@@ -34,8 +35,11 @@ bool Claims::IsDisturbed(const std::vector<ClaimedPath>& paths) {
 
 Claim::Claim(Claims& claims, std::vector<ClaimedPath> paths) : m_claims(claims), m_paths(std::move(paths)) {
     std::unique_lock guard(m_claims.m_mutex);
-    if (!m_claims.m_released.wait_for(guard, limits::claimPatience, [this] { return !m_claims.IsDisturbed(m_paths); }))
-        throw HttpError(503, "the file is being used by another request", {}, {{"Retry-After", "10"}});
+    if (m_claims.IsDisturbed(m_paths)) {
+        const Waiting waiting;
+        if (!m_claims.m_released.wait_for(guard, limits::claimPatience, [this] { return !m_claims.IsDisturbed(m_paths); }))
+            throw HttpError(503, "the file is being used by another request", {}, {{"Retry-After", "10"}});
+    }
     m_claims.m_held.push_back(this);
 }
 

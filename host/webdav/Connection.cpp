@@ -29,7 +29,7 @@ constexpr std::chrono::milliseconds c_turn{200};
 // moves on with every byte, so that a slow client may take long, but not for ever.
 class TimedSocket {
 public:
-    TimedSocket(tcp::socket& socket, ConnectionState& state) : m_socket(socket), m_mustLeave(state.mustLeave), m_isSlow(state.isSlow) {
+    TimedSocket(tcp::socket& socket, ConnectionState& state) : m_socket(socket), m_state(state) {
         ErrorCode ignored;
         m_socket.set_option(tcp::no_delay(true), ignored);
         m_socket.non_blocking(true, ignored);
@@ -68,7 +68,7 @@ public:
     void Leave() {
         ErrorCode error;
         m_socket.shutdown(tcp::socket::shutdown_send, error);
-        ExpectWithin(m_mustLeave ? Clock::duration() : limits::lingerTime);
+        ExpectWithin(m_state.mustLeave ? Clock::duration() : limits::lingerTime);
         m_isLeaving = true;
         char dropped[4096];
         while (!error)
@@ -88,10 +88,13 @@ private:
             const Clock::time_point now = Clock::now();
             return {now + stall, stall, bytesPerSecond, now};
         }
+        std::chrono::seconds Elapsed() const { return std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start); }
+        std::int64_t Rate() const {
+            const bool isKnown = bytesPerSecond != 0 && Elapsed() > limits::rateAfter;
+            return isKnown ? static_cast<std::int64_t>(bytes) / Elapsed().count() : -1;
+        }
         bool IsSlow() const {
-            const auto elapsed = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - start);
-            return bytesPerSecond != 0 && elapsed > limits::slowAfter &&
-                   bytes < static_cast<std::uint64_t>(elapsed.count()) * limits::slowBytesPerSecond;
+            return Elapsed() > limits::slowAfter && Rate() >= 0 && Rate() < static_cast<std::int64_t>(limits::slowBytesPerSecond);
         }
     };
 
@@ -108,12 +111,13 @@ private:
     std::size_t WhenReady(Deadline& deadline, bool mayBeToldToLeave, Operation operation, ErrorCode& error) {
         const bool forReading = &deadline == &m_reading;
         for (;;) {
-            const bool leaves = mayBeToldToLeave && m_mustLeave;
+            const bool leaves = mayBeToldToLeave && m_state.mustLeave;
             if (leaves || Clock::now() >= deadline.time) {
                 error = leaves ? boost::asio::error::operation_aborted : boost::asio::error::timed_out;
                 return 0;
             }
-            m_isSlow = deadline.IsSlow();
+            m_state.isSlow = deadline.IsSlow();
+            m_state.rate = deadline.Rate();
             if (!Wait(deadline.time, forReading))
                 continue;
             error = {};
@@ -125,7 +129,8 @@ private:
                 deadline.time = std::min(deadline.time + earned, Clock::now() + deadline.stall);
                 deadline.bytes += count;
             }
-            m_isSlow = false;  // what is done with the bytes takes as long as it takes
+            m_state.rate = -1;
+            m_state.isSlow = false;  // what is done with the bytes takes as long as it takes
             return count;
         }
     }
@@ -142,8 +147,7 @@ private:
     }
 
     tcp::socket& m_socket;
-    const std::atomic<bool>& m_mustLeave;
-    std::atomic<bool>& m_isSlow;
+    ConnectionState& m_state;
     Deadline m_reading{}, m_writing{};
     bool m_isLeaving = false;
     std::uint64_t m_bytesSent = 0, m_bytesReceived = 0;

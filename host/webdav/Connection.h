@@ -2,6 +2,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 
 #include <boost/asio/ip/tcp.hpp>
 
@@ -15,6 +16,7 @@ struct ConnectionState {
     std::atomic<bool> mustLeave{false};  // nothing more is read; what is being answered is the last
     std::atomic<bool> isWaiting{true};   // for a request, whose header may have begun to come in
     std::atomic<bool> isSlow{false};     // takes or sends very little for some time
+    std::atomic<std::int64_t> rate{-1};  // bytes a second of the body or answer for which the client is waited for; -1: it is not
     std::atomic<bool> wasLetIn{false};
 };
 

@@ -210,12 +210,15 @@ void AnswerPut(Exchange& exchange) {
     RequireRoom(exchange, spool.Size());
     VirtFindData times{};
     times.lastWriteTime = UploadTime(exchange.request);
-    const VolumePath stored = Store(state.volume, target, spool, times);
-    state.changes.Note(target.key);
-    Fields fields{{"ETag", exchange.Tag(Locate(state.volume, stored))}};
+    const Resource stored = Locate(state.volume, Store(state.volume, target, spool, times));
+    NoteStored(state, target, stored);
+    Fields fields{{"ETag", exchange.Tag(stored)}};
+    const bool isElsewhere = !stored.path.Equals(target.path);
+    if (isElsewhere)
+        fields.emplace_back("Location", stored.Url());
     if (times.lastWriteTime != 0)
         fields.emplace_back("X-OC-Mtime", "accepted");
-    exchange.response.Send(target.Exists() ? 204 : 201, fields);
+    exchange.response.Send(target.Exists() && !isElsewhere ? 204 : 201, fields);
 }
 
 }  // namespace webdav

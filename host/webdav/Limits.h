@@ -13,6 +13,9 @@ constexpr std::size_t connections = 40;
 constexpr std::size_t connectionsOfOneAddress = 32;
 constexpr std::size_t connectionsNotLetIn = 16;   // which have not passed the checks of Access.h yet
 constexpr std::chrono::seconds freshTime{1};      // in which a newcomer makes room only when nobody else can
+constexpr std::size_t transfersKept = 12;         // bodies and answers under way whose clients are waited for;
+constexpr std::chrono::seconds rateAfter{5};      // of more than these the slowest makes room, but none before this time
+constexpr std::size_t waitingAtOnce = 12;         // requests that wait for others
 constexpr std::size_t connectionsLeaving = 8;    // told to make room, and not gone yet
 constexpr std::chrono::seconds idleTime{75};      // between two requests
 constexpr std::chrono::seconds headerTime{20};
@@ -63,6 +66,7 @@ constexpr std::size_t propertyBytes = 8 * 1024 * 1024;  // of all, their files' 
 constexpr std::size_t changeBytes = 4 * 1024 * 1024;    // of the paths of changed files, for entity tags
 constexpr std::size_t pageEntries = 12'000;      // of a folder's page in a browser
 constexpr std::size_t listingsAtOnce = 2;         // others wait
+constexpr std::size_t treesAtOnce = 4;            // folders that are deleted, copied or moved; others wait
 constexpr std::uint64_t diskReserve = 64 * 1024 * 1024;  // that an upload leaves on the temp folder's disk
 constexpr std::size_t spoolMemoryBytes = 64 * 1024;    // of an upload; the rest goes to a file
 

@@ -1,6 +1,7 @@
 #include "webdav/Methods.h"
 
 #include <algorithm>
+#include <map>
 
 #include "core/HostError.h"
 #include "webdav/Limits.h"
@@ -9,24 +10,32 @@ namespace webdav {
 
 namespace {
 
-// Does a condition of the If field hold for the resource it speaks of?
-bool Holds(const Exchange& exchange, const Resource& own, const std::string& url, const IfCondition& condition) {
-    Resource resource = own;
-    if (!url.empty()) {
-        try {
-            std::string authority;
-            const VolumePath path = ParseTarget(url, &authority);
-            if (!authority.empty() && !EqualToken(authority, exchange.request.Field("Host").value_or("")))
-                return false;
-            resource = Locate(exchange.state.volume, path);
-        } catch (const HttpError&) {
-            return false;  // it names nothing here
-        }
+// Nothing: it names nothing here.
+std::optional<Resource> ResourceOf(const Exchange& exchange, const std::string& url) {
+    try {
+        std::string authority;
+        const VolumePath path = ParseTarget(url, &authority);
+        if (authority.empty() || EqualToken(authority, exchange.request.Field("Host").value_or("")))
+            return Locate(exchange.state.volume, path);
+    } catch (const HttpError&) {
     }
+    return std::nullopt;
+}
+
+bool Holds(const Exchange& exchange, const Resource& resource, const IfCondition& condition) {
     if (condition.isTag)
         return resource.Exists() && condition.value == exchange.Tag(resource);
     const std::vector<DavLock> locks = exchange.state.locks.Covering(resource.key);
     return std::any_of(locks.begin(), locks.end(), [&](const DavLock& lock) { return lock.token == condition.value; });
+}
+
+bool IfFieldHolds(const Exchange& exchange, const Resource& own) {
+    std::map<std::string, std::optional<Resource>> resources{{"", own}};  // each is looked up once
+    return IfHolds(exchange.ifHeader, [&](const std::string& url, const IfCondition& condition) {
+        const auto known = resources.find(url);
+        const auto& resource = known != resources.end() ? known->second : resources.emplace(url, ResourceOf(exchange, url)).first->second;
+        return resource && Holds(exchange, *resource, condition);
+    });
 }
 
 // Some names cannot be given, because what stands on disk under them is listed as another file.
@@ -67,11 +76,7 @@ void CheckConditions(const Exchange& exchange, const Resource& resource) {
         if (time != 0 && resource.entry->data.lastWriteTime / c_second > time / c_second)
             throw HttpError(412, "it was changed since");
     }
-    const bool holds =
-        exchange.ifHeader.empty() || IfHolds(exchange.ifHeader, [&](const std::string& url, const IfCondition& condition) {
-            return Holds(exchange, resource, url, condition);
-        });
-    if (!holds)
+    if (!exchange.ifHeader.empty() && !IfFieldHolds(exchange, resource))
         throw HttpError(412, "the If field does not hold");
 }
 
@@ -79,7 +84,7 @@ void CheckWritable(const Exchange& exchange, const Resource& resource, bool come
     RequireTokens(exchange.state.locks, exchange.tokens, resource.key);
     if (!comesOrGoes)
         return;
-    if (resource.IsTopLevel())
+    if (resource.IsTopLevel() || (resource.IsFolder() && exchange.state.volume.HoldsMountFolder(resource.path)))
         throw HttpError(403, "mount folders are made in the configuration");
     const Resource parent = Locate(exchange.state.volume, resource.path.Parent());
     if (!parent.IsFolder())
@@ -106,6 +111,14 @@ void SendFailures(Response& response, const std::vector<MemberFailure>& failures
         xml += "<D:response><D:href>" + failure.href + "</D:href><D:status>" + StatusLine(failure.status) +
                "</D:status></D:response>";
     response.Send(207, {{"Content-Type", "application/xml; charset=utf-8"}}, xml + "</D:multistatus>");
+}
+
+void NoteStored(State& state, const Resource& target, const Resource& stored) {
+    state.changes.Note(target.key);
+    if (stored.key.Equals(target.key))
+        return;
+    state.changes.Note(stored.key);
+    state.properties.MoveTree(target.key, stored.key);
 }
 
 int HttpStatus(VirtualVolumeStatus status) {

@@ -57,6 +57,8 @@ struct MemberFailure {
 };
 // 207 with the members that failed.
 void SendFailures(Response& response, const std::vector<MemberFailure>& failures);
+// What was to be stored as target was stored, perhaps under another name: tags and properties follow.
+void NoteStored(State& state, const Resource& target, const Resource& stored);
 // The status for an answer of the volume.
 int HttpStatus(VirtualVolumeStatus status);
 

@@ -90,15 +90,15 @@ std::vector<std::wstring> Spellings(const std::wstring& name) {
     return spellings;
 }
 
-// The name of a folder on the way, in the spelling that is stored. One that is missing stays as asked for.
-std::wstring StoredName(const Volume& volume, const VolumePath& folder, const std::wstring& name) {
+// The name of a folder on the way, in the spelling that is stored; nothing when it is missing.
+std::optional<std::wstring> StoredName(const Volume& volume, const VolumePath& folder, const std::wstring& name) {
     if (IsAscii(name) && name.find(L'~') == std::wstring::npos)
         return name;
     const auto onDisk = volume.FolderOnDisk(folder);
     for (const std::wstring& spelling : Spellings(name))
         if (std::wstring stored = onDisk ? LongName(*onDisk + L'\\' + spelling) : std::wstring(); !stored.empty())
             return stored;
-    return name;
+    return std::nullopt;
 }
 
 VolumePath StoredParent(const Volume& volume, const VolumePath& path) {
@@ -106,10 +106,13 @@ VolumePath StoredParent(const Volume& volume, const VolumePath& path) {
     if (IsAscii(text) && text.find(L'~') == std::wstring::npos)
         return path.Parent();
     VolumePath stored;
+    bool isMissing = false;
     for (std::size_t begin = 0, end; begin < text.size(); begin = end + 1) {
         end = std::min(text.find(L'\\', begin), text.size());
         const std::wstring name = text.substr(begin, end - begin);
-        stored = stored.Child(stored.IsRoot() ? name : StoredName(volume, stored, name));
+        const auto own = stored.IsRoot() || isMissing ? name : StoredName(volume, stored, name);
+        isMissing = isMissing || !own;
+        stored = stored.Child(own.value_or(name));
     }
     return stored;
 }
@@ -213,8 +216,11 @@ bool ListedEntries::Has(const Entry& entry) const {
         return false;
     if (ToUtf8(name).find("\xEF\xBF\xBD") != std::string::npos && name.find(L'\xFFFD') == std::wstring::npos)
         return false;  // not valid Unicode
-    if (m_mountPathSize > 0 && m_mountPathSize + std::wcslen(entry.path.Str()) > c_surelyShort)
-        return m_volume.Find(m_folder.path.Child(name)).has_value();
+    // A plain file may have the name that a conflict copy is listed under.
+    if (entry.IsConflict() || (m_mountPathSize > 0 && m_mountPathSize + std::wcslen(entry.path.Str()) > c_surelyShort)) {
+        const auto found = m_volume.Find(m_folder.path.Child(name));
+        return found && found->path.Equals(entry.path);
+    }
     if (!m_onDisk.empty())
         return StandingAt(m_onDisk + L'\\' + entry.NameOnDisk()) == Standing::Itself;
     const bool mayBeLink = (entry.data.fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;

@@ -89,7 +89,8 @@ bool HasTimes(const VirtFindData& data, const VirtFindData& wanted) {
 }
 
 // The times of an encrypted file are inside of its container, which is written anew for them.
-void StoreAgain(const Volume& volume, const Resource& file, const VirtFindData& times) {
+void StoreAgain(State& state, Resource& file, const VirtFindData& times) {
+    const Volume& volume = state.volume;
     if (!volume.HasRoomFor(static_cast<std::uint64_t>(file.entry->data.fileSize), file.path.Parent()))
         throw HttpError(507, "the disk has no room for it");
     FileReader source(volume, file.entry->path);
@@ -98,9 +99,13 @@ void StoreAgain(const Volume& volume, const Resource& file, const VirtFindData& 
     for (std::string_view part; !(part = source.Read(done, c_partSize)).empty(); done += part.size())
         upload.Write(part.data(), part.size());
     upload.Place(times);
+    Resource stored = Locate(volume, upload.Target());
+    NoteStored(state, file, stored);
+    file = std::move(stored);
 }
 
-void SetTimes(State& state, const Resource& resource, VirtFindData times) {
+// A conflict copy becomes an ordinary file, which resource then is.
+void SetTimes(State& state, Resource& resource, VirtFindData times) {
     const VirtFindData& data = resource.entry->data;
     if (HasTimes(data, times) || resource.IsTopLevel())
         return;
@@ -108,14 +113,14 @@ void SetTimes(State& state, const Resource& resource, VirtFindData times) {
         for (const auto time : {&VirtFindData::creationTime, &VirtFindData::lastAccessTime, &VirtFindData::lastWriteTime})
             if (times.*time == 0)
                 times.*time = data.*time;
-        StoreAgain(state.volume, resource, times);
+        StoreAgain(state, resource, times);
     } else {
         const FileHandle file =
             state.volume.Open(resource.entry->path, GENERIC_READ | FILE_WRITE_ATTRIBUTES, c_shareAll, OPEN_EXISTING);
         Check(state.volume->SetFileInfo(file.Get(), c_keepAttributes, &times), resource.path);
+        if (!resource.IsFolder())
+            state.changes.Note(resource.key);
     }
-    if (!resource.IsFolder())
-        state.changes.Note(resource.key);
 }
 
 void SendResult(Response& response, const Resource& resource, const Changes& changes) {
@@ -139,7 +144,7 @@ void SendResult(Response& response, const Resource& resource, const Changes& cha
 void AnswerProppatch(Exchange& exchange) {
     const Changes changes = ParseChanges(ReadXmlBody(exchange.body));
     const Claim claim(exchange.state.claims, {{exchange.key, Use::Change}});
-    const Resource resource = exchange.Find();
+    Resource resource = exchange.Find();
     if (!resource.Exists())
         throw HttpError(404, "there is no such file or folder");
     CheckConditions(exchange, resource);

@@ -82,7 +82,8 @@ public:
 
 private:
     // At most limit places, the newcomer's included, may be of the kind. Of those that wait for a request the ones that were
-    // not let in go first, then the others, then who is slow, and who came just now only then; the oldest of each.
+    // not let in go first, then the others, then who is slow, and who came just now only then; the oldest of each. Of many transfers
+    // the slowest goes last of all.
     template <class IsOfKind>
     bool MakeRoom(std::size_t limit, IsOfKind isOfKind) {
         const auto counts = [&](const Place& place) { return !place.state.mustLeave && isOfKind(place); };
@@ -98,14 +99,22 @@ private:
         for (const auto& isOfTheseFirst : kinds) {
             const auto found = std::find_if(m_places.begin(), last,
                                             [&](const Place& place) { return counts(place) && isOfTheseFirst(place); });
-            if (found == last)
-                continue;
-            found->state.mustLeave = true;
-            boost::system::error_code ignored;
-            found->socket.shutdown(tcp::socket::shutdown_both, ignored);
-            return true;
+            if (found != last)
+                return TellToLeave(*found);
         }
-        return false;
+        const auto isTransfer = [&](const Place& place) { return counts(place) && place.state.rate >= 0; };
+        if (static_cast<std::size_t>(std::count_if(m_places.begin(), last, isTransfer)) <= limits::transfersKept)
+            return false;
+        return TellToLeave(*std::min_element(m_places.begin(), last, [&](const Place& left, const Place& right) {
+            return isTransfer(left) && (!isTransfer(right) || left.state.rate < right.state.rate);
+        }));
+    }
+
+    static bool TellToLeave(Place& place) {
+        place.state.mustLeave = true;
+        boost::system::error_code ignored;
+        place.socket.shutdown(tcp::socket::shutdown_both, ignored);
+        return true;
     }
 
     // Those told to leave do so soon, but a flood of newcomers must not be quicker.

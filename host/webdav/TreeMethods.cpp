@@ -4,6 +4,7 @@
 #include "core/HostError.h"
 #include "webdav/Methods.h"
 #include "webdav/TreeWork.h"
+#include "webdav/Turns.h"
 
 namespace webdav {
 
@@ -158,6 +159,9 @@ void AnswerTransfer(Exchange& exchange, bool isMove) {
         return;
     if (transfer.target.Exists() && !MembersAreOpen(exchange, transfer.target))
         return;
+    TreeTurn turn;
+    if (transfer.source.IsFolder() || transfer.target.IsFolder())
+        turn.emplace(g_treeTurns);
     CarryOut(exchange, transfer);
 }
 
@@ -191,6 +195,9 @@ void AnswerDelete(Exchange& exchange) {
     CheckWritable(exchange, resource, true);
     if (!MembersAreOpen(exchange, resource))
         return;
+    TreeTurn turn;
+    if (resource.IsFolder())
+        turn.emplace(g_treeTurns);
     SuspendedLocks locks(state.locks, resource.key);
     std::vector<MemberFailure> failures;
     const bool gone = RemoveTree(state.volume, resource, failures);

@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "core/HostError.h"
+#include "core/Interrupt.h"
+#include "core/Patience.h"
 #include "core/Text.h"
 #include "core/Trees.h"
 #include "webdav/Limits.h"
@@ -21,7 +23,7 @@ bool Try(const Resource& item, std::vector<MemberFailure>& failures, Step step) 
     } catch (const StatusError& error) {
         failures.push_back({item.Url(), HttpStatus(error.Status())});
     } catch (const HostError& error) {
-        failures.push_back({item.Url(), 500});
+        failures.push_back({item.Url(), error.Code() == Exit_Interrupted ? 503 : 500});
     }
     return false;
 }
@@ -37,7 +39,7 @@ void Delete(const Volume& volume, const Entry& item) {
 
 void DeleteAndVerify(const Volume& volume, const Entry& item) {
     Delete(volume, item);
-    if (volume.FindAgain(item))
+    if (!volume.WaitUntilGone(item))
         throw StatusError(item.path.Shown(), VVS_Locked);
 }
 
@@ -65,23 +67,42 @@ bool IsTooDeep(const Resource& item, std::vector<MemberFailure>& failures, const
     return true;
 }
 
-bool Empty(const Volume& volume, const Resource& folder, std::vector<MemberFailure>& failures) {
-    const std::size_t before = failures.size();
-    for (const Entry& child : SortedEntries(volume, folder.entry->path)) {
-        if (HasFailedTooOften(failures))
-            return false;
-        const Resource item = Listed(folder, child);
-        if (child.IsFolder() || !volume.IsItself(child))
-            RemoveTree(volume, item, failures);
-        else
-            Try(item, failures, [&] { Delete(volume, child); });
+// Calls take with one member of the folder after the other: a folder may have more of them than fit into memory. True: all of them
+// were taken.
+template <class Take>
+bool ForEachMember(const Volume& volume, const Resource& folder, std::vector<MemberFailure>& failures, Take take) {
+    bool whole = true;
+    const bool wasListed = Try(folder, failures, [&] {
+        Search search(volume, folder.entry->path);
+        for (Entry member; !HasFailedTooOften(failures) && search.Next(member);) {
+            StopIfInterrupted();
+            whole = take(Listed(folder, member)) && whole;
+        }
+    });
+    return wasListed && whole && !HasFailedTooOften(failures);
+}
+
+bool IsEmpty(const Volume& volume, const Resource& folder) {
+    Entry member;
+    try {
+        return !Search(volume, folder.entry->path).Next(member);
+    } catch (const StatusError&) {
+        return false;  // what is wrong shows when the folder is deleted
     }
-    if (failures.size() > before)
+}
+
+bool Empty(const Volume& volume, const Resource& folder, std::vector<MemberFailure>& failures) {
+    const bool areDeleted = ForEachMember(volume, folder, failures, [&](const Resource& item) {
+        if (item.IsFolder() || !volume.IsItself(*item.entry))
+            return RemoveTree(volume, item, failures);
+        return Try(item, failures, [&] { Delete(volume, *item.entry); });
+    });
+    if (!areDeleted || TryForAMoment([&] { return IsEmpty(volume, folder); }))
+        return areDeleted;
+    return ForEachMember(volume, folder, failures, [&](const Resource& left) {
+        failures.push_back({left.Url(), HttpStatus(VVS_Locked)});
         return false;
-    for (const Entry& left : SortedEntries(volume, folder.entry->path))
-        if (!HasFailedTooOften(failures))
-            failures.push_back({Listed(folder, left).Url(), HttpStatus(VVS_Locked)});
-    return failures.size() == before;
+    });
 }
 
 // Calls transfer with the item's place in a folder that was just made, unless something came to stand there before it.
@@ -124,15 +145,10 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
         return Try(source, failures, [&] { volume.Copy(source.entry->path, target); });
     if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
         return false;
-    bool whole = true;
-    if (!shallow)
-        for (const Entry& child : SortedEntries(volume, source.entry->path)) {
-            const Resource item = Listed(source, child);
-            whole = ToFreePlace(volume, item, target, failures,
-                                [&](const VolumePath& place) { return CopyTree(volume, item, place, false, failures); }) &&
-                    whole;
-        }
-    return whole;
+    return shallow || ForEachMember(volume, source, failures, [&](const Resource& item) {
+        return ToFreePlace(volume, item, target, failures,
+                           [&](const VolumePath& place) { return CopyTree(volume, item, place, false, failures); });
+    });
 }
 
 bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, std::vector<MemberFailure>& failures) {
@@ -148,19 +164,14 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
     }
     if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
         return false;
-    bool whole = true;
-    for (const Entry& child : SortedEntries(volume, source.entry->path)) {
-        const Resource item = Listed(source, child);
-        whole = ToFreePlace(volume, item, target, failures,
-                            [&](const VolumePath& place) { return MoveTree(volume, item, place, failures); }) &&
-                whole;
-    }
+    const bool whole = ForEachMember(volume, source, failures, [&](const Resource& item) {
+        return ToFreePlace(volume, item, target, failures, [&](const VolumePath& place) { return MoveTree(volume, item, place, failures); });
+    });
     return whole && Try(source, failures, [&] { DeleteAndVerify(volume, *source.entry); });
 }
 
 SetAside::SetAside(const Volume& volume, const Resource& item)
-    : m_volume(volume), m_path(item.entry->path),
-      m_asidePath(item.entry->path.Parent().Child(item.entry->path.Name().substr(0, 64) + L".~" + UniqueSuffix())) {
+    : m_volume(volume), m_path(item.entry->path), m_asidePath(item.entry->path.Aside()) {
     Rename(volume, m_path, m_asidePath);
 }
 

@@ -1,6 +1,8 @@
-// What takes much memory is done by few requests at once; the others wait for their turn.
+// What takes much memory or long is done by few requests at once; the others wait for their turn.
 #pragma once
 
+#include <atomic>
+#include <optional>
 #include <semaphore>
 
 #include "webdav/Http.h"
@@ -10,15 +12,38 @@ namespace webdav {
 
 inline std::counting_semaphore<limits::xmlAtOnce> g_xmlTurns(limits::xmlAtOnce);
 inline std::counting_semaphore<limits::listingsAtOnce> g_listingTurns(limits::listingsAtOnce);
+inline std::counting_semaphore<limits::treesAtOnce> g_treeTurns(limits::treesAtOnce);
+inline std::atomic<std::size_t> g_waiting{0};
 
-// A turn, as long as the object lives.
+[[noreturn]] inline void ThrowBusy() {
+    throw HttpError(503, "the server is busy", {}, {{"Retry-After", "10"}});
+}
+
+// A request that waits for others, as long as the object lives. Each holds a connection, so that only some may. Throws HttpError 503.
+class Waiting {
+public:
+    Waiting() {
+        if (++g_waiting > limits::waitingAtOnce) {
+            --g_waiting;
+            ThrowBusy();
+        }
+    }
+    ~Waiting() { --g_waiting; }
+    Waiting(const Waiting&) = delete;
+    Waiting& operator=(const Waiting&) = delete;
+};
+
+// A turn, as long as the object lives. Claims are taken before it, so that who has one waits for nobody.
 template <class Turns>
 class Turn {
 public:
     // Throws HttpError 503 when it takes longer than a client waits.
     explicit Turn(Turns& turns) : m_turns(turns) {
+        if (turns.try_acquire())
+            return;
+        const Waiting waiting;
         if (!turns.try_acquire_for(limits::claimPatience))
-            throw HttpError(503, "the server is busy", {}, {{"Retry-After", "10"}});
+            ThrowBusy();
     }
     ~Turn() { m_turns.release(); }
     Turn(const Turn&) = delete;
@@ -27,5 +52,8 @@ public:
 private:
     Turns& m_turns;
 };
+
+// For what goes through a tree.
+using TreeTurn = std::optional<Turn<decltype(g_treeTurns)>>;
 
 }  // namespace webdav

@@ -1,8 +1,9 @@
 // What a host compiles against: the volume that QuelcryptVol64.dll hands out, and the records that cross to it.
 //
 // A volume path is a relative Windows path whose first component names a mount folder ("Docs\Reports\a.txt"); the empty
-// path is the root. Slots 10, 15, 16 and 23 to 26 also take an absolute path, which is a native path and is used as it
-// stands: a host that serves untrusted callers checks their paths first. Every operation may be called on any thread at
+// path is the root. Below a mount folder whose name has one unit no volume path leads, for that would be a drive's. Slots 10, 15, 16
+// and 23 to 26 also take an absolute path, which is a native path and is used as it is, doubled and trailing separators aside: a
+// host that serves untrusted callers checks their paths first. Every operation may be called on any thread at
 // any time, also on one handle: calls on one file handle, and on one search handle, are carried out one after the other, and of
 // two threads that step through one search each gets other entries. A handle that one thread ends while another uses it ends when
 // that call is done; later calls find no file handle, and must not be made with a search handle. No slot throws. Besides the statuses
@@ -23,7 +24,7 @@ enum VirtualVolumeStatus : std::uint32_t {
     VVS_PathAlreadyExists = 2,
     VVS_MountFolderNotFound = 3,  // the path resolves to no mount folder, or to one that is not on disk
     VVS_QuelcryptException = 4,   // an exception was caught; the trace log says where
-    VVS_Locked = 5,               // held by a lock whose token was not given, or by another process
+    VVS_Locked = 5,               // held by a lock whose token was not given, by another process, or by a handle of the host's own
     VVS_LockScopeViolation = 6,   // an exclusive lock beside another lock
     VVS_LockTokenNotFound = 7,
     VVS_FileNotLocked = 8,
@@ -120,7 +121,8 @@ public:
     // 4: starts a search over the mount folders whose names match searchSpec (null: "*"). Null when none matches. The
     // handle stands at the first match, which the first call of slot 5 returns. End it with FindClose.
     virtual void* FindFirstMountFolder(const wchar_t* searchSpec) = 0;
-    // 5: stores the next match. False leaves *mountInfo as it was: no more matches, or not a handle of slot 4.
+    // 5: stores the next match; a name of 64 to 127 units is cut to 63, and folders with longer names, or paths that the record cannot
+    // hold, are left out. False leaves *mountInfo as it was: no more matches, or not a handle of slot 4.
     virtual bool FindNextMountFolder(void* hFind, VirtMountInfo* mountInfo) = 0;
 
     // 6: describes one entry. False when there is none. The path of a container ("a.txt.zip") finds it too.
@@ -137,19 +139,25 @@ public:
     // are Windows bits, openDisposition as above. When the target existed and findData is given, *findData receives its
     // record. Without a token the open runs under the lock that the target has, if any. A failure leaves *hFile null.
     // An encrypted file is decrypted at its first read, write or size change, not here. CREATE_ALWAYS, OPEN_ALWAYS and
-    // TRUNCATE_EXISTING start it empty: the stored content goes only when something was written or the size set.
+    // TRUNCATE_EXISTING start it empty: the stored content is replaced only when something was written or the size set. It is not
+    // shared by shareMode, and may be written whatever access was asked for.
+    // A plain file that the platform refuses (no access, or somebody's sharing mode) is opened for reading where it exists and need not
+    // be made: success does not say that it may be written, nor that TRUNCATE_EXISTING has emptied it.
     // VVS_InvalidParameter: a new name that could never be saved (no room for ".zip" and the names of conflict copies, or no
     // well-formed UTF-16).
     virtual VirtualVolumeStatus OpenFile(void** hFile, const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                          std::uint32_t openDisposition, const wchar_t* lockToken, VirtFindData* findData) = 0;
-    // 11: closes the item. A changed encrypted file is encrypted here, on this thread; when that fails a folder for a
-    // backup is asked for, and failing that the edit stays in its temp file, to be tried again at the next close. When the
-    // container is not the one any more that this handle's user knows, the edit is saved beside it under a conflict name, and
-    // a deletion leaves it; the trace says so.
+    // 11: closes the item. A changed encrypted file is encrypted here, on this thread; when that fails, and the file is not locked, a
+    // folder for a backup is asked for, on a screen that somebody sees: not while the process's window station is invisible, as a
+    // service's is or as a server may choose (SetProcessWindowStation). Failing that the edit stays in its temp file, to be tried again
+    // at the next close. When the container is not the one any more that this handle's user knows, or was locked since the open, the
+    // edit is saved beside it under a conflict name, and a deletion leaves it; the trace says so.
     // In this slot and up to 19, findData may be null and only serves the trace log; it is never written.
     virtual void CloseFile(void* hFile, VirtFindData* findData) = 0;
-    // 12, 13: mark the item for deletion at its close, and take the mark back. Until then the item can only be described, undeleted
-    // and closed. A plain file must have been opened with DELETE (VVS_AccessDenied).
+    // 12, 13: mark the item for deletion at its close, and take the mark back. Until then a file can only be described, undeleted
+    // and closed. A plain file must have been opened with DELETE (VVS_AccessDenied, also in slot 14). A file that is open under a lock
+    // goes with the last unlock; listings may show it until then, though it cannot be opened (VVS_FileNotFound). A folder must be
+    // empty (VVS_GeneralError).
     virtual VirtualVolumeStatus Delete(void* hFile, VirtFindData* findData) = 0;
     virtual VirtualVolumeStatus Undelete(void* hFile, VirtFindData* findData) = 0;
     // 14: gives the open item another path, in place of what is there; the handle stays usable at the new path.
@@ -162,8 +170,9 @@ public:
     // there (VSS_EncryptError), also not by slot 14. A failure leaves the source whole.
     // A file that is not stored as its folder's policy says takes that form when it is moved onto its own path; a copy onto the own
     // path is VVS_PathAlreadyExists. A folder goes only where the target key and the owner are the same, and where neither has a key,
-    // to another with a policy or without, as itself (VVS_GeneralError); not while something in it is open or locked, nor when a mount
-    // folder lies in it (VVS_AccessDenied); and never in another's place (VVS_PathAlreadyExists).
+    // to another with a policy or without, as itself (VVS_GeneralError). It is not moved while something in it is open or locked, nor
+    // when a mount folder lies in it (VVS_AccessDenied), and never to another's place (VVS_PathAlreadyExists). A copy goes into a
+    // folder that is there, replaces files of the same names, and may end half done.
     virtual VirtualVolumeStatus MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
                                           const wchar_t* newFileLockToken) = 0;
     virtual VirtualVolumeStatus CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
@@ -176,18 +185,20 @@ public:
                                           std::uint32_t* actualSize, VirtFindData* findData) = 0;
     // 19: cuts or extends the file to fileSize bytes.
     virtual VirtualVolumeStatus SetFileSize(void* hFile, std::uint64_t fileSize, VirtFindData* findData) = 0;
-    // 20: writes what the platform has buffered. An encrypted file reaches its container at CloseFile only.
+    // 20: writes what the platform has buffered of a file that was opened to be written. An encrypted file reaches its container at
+    // CloseFile only, and before its first access there is nothing to write (VVS_GeneralError).
     virtual VirtualVolumeStatus Flush(void* hFile) = 0;
     // 21: stores the item's record. False leaves it undefined.
     virtual bool GetFileInfo(void* hFile, VirtFindData* findData) = 0;
-    // 22: sets attributes (0xFFFFFFFF: keep) and the record's three times (0: keep). findData must be given. Ignored with
-    // success by an encrypted item whose content was not accessed yet.
+    // 22: sets attributes (0xFFFFFFFF: keep) and the record's three times (0: keep). findData must be given. An encrypted item takes
+    // them, with success, for its open content: they are stored with the next edit, and are lost without one.
     virtual VirtualVolumeStatus SetFileInfo(void* hFile, std::uint32_t fileAttributes, const VirtFindData* findData) = 0;
 
     // 23: takes a lock (scope, type, timeout and owner are read); lockInfo->token receives its token. A missing file is
     // created empty and goes with its last lock unless something was, or is then, written. While locked, the file is held open
-    // against writers of other processes. VVS_LockScopeViolation beside an exclusive lock, VVS_Locked or
-    // VVS_Unauthorized when the file cannot be held, VVS_BadRequest for a folder.
+    // against other writers; open handles that write or delete a plain file, the host's own too, refuse the lock. An encrypted file's
+    // handle that was opened before does not know the lock: its edit is saved under a conflict name. VVS_LockScopeViolation beside an
+    // exclusive lock, VVS_Locked or VVS_Unauthorized when the file cannot be held, VVS_BadRequest for a folder.
     virtual VirtualVolumeStatus Lock(const wchar_t* filePath, LockInfo* lockInfo) = 0;
     // 24: releases the lock with exactly this token.
     virtual VirtualVolumeStatus Unlock(const wchar_t* filePath, const wchar_t* lockToken) = 0;

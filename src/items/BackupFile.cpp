@@ -34,6 +34,13 @@ CriticalSection& PromptSection() {
     return s_section;
 }
 
+// A service's window station, and one that a host without a user chose, shows nothing: a prompt there would wait for ever
+// ("SetProcessWindowStation", "Window Stations").
+bool CanSomebodyAnswer() {
+    USEROBJECTFLAGS flags{};
+    return GetUserObjectInformationW(GetProcessWindowStation(), UOI_FLAGS, &flags, sizeof(flags), nullptr) && (flags.dwFlags & WSF_VISIBLE);
+}
+
 bool PickFolderForBackup(const std::wstring& zipFilePath, std::wstring& folderPath) {
     QC_TRACE(L"VirtualFile::PickFolderForBackup");
     std::wstring shownName = PathStripPathStr(zipFilePath);
@@ -70,8 +77,8 @@ bool BackupTempFile(const std::wstring& srcFilePath, const std::wstring& zipFile
                     const std::wstring& description) {
     QC_TRACE(L"VirtualFile::BackupTempFile", L"srcFilePath[%s], %s", srcFilePath, description);
     std::wstring backupFolderPath;
-    bool folderForBackupIsPicked = false;
-    {
+    bool folderForBackupIsPicked = CanSomebodyAnswer();
+    if (folderForBackupIsPicked) {
         const SectionGuard guard(PromptSection());
         const ComForPrompt com;
         folderForBackupIsPicked = PickFolderForBackup(zipFilePath, backupFolderPath);

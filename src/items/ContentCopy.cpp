@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "diagnostics/Trace.h"
+#include "items/VirtualItem.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
@@ -119,6 +120,19 @@ bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAsi
     if (!*isTorn && isTimeKnown && SetFileTime(hFileDest, nullptr, nullptr, &lastWrite))
         dest.content->isTimeSet = true;  // by another time it would count as changed by somebody else
     return qcLog.Leave(false);
+}
+
+VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path) {
+    QC_TRACE(L"CopyToNewFile", L"destFilePath[%s]", path);
+    UniqueHandle hFile;
+    QC_CHECK_STATUS(VirtualItem::CreateFileW(path, kFullContentAccess, FILE_SHARE_READ, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hFile),
+                    L"CreateFileW(newFilePath, desiredAccess, 0x00000001, 1, 0x80, hNewFile) =>%s, ");
+    QC_CHECK(CopyFileW(hSource, hFile.Get()), StatusFromLastError(), L"CopyFileW(m_hFile, hNewFile) =>false%s, ");
+    BY_HANDLE_FILE_INFORMATION info{};
+    if (GetFileInformationByHandle(hSource, &info))
+        SetFileTime(hFile.Get(), &info.ftCreationTime, &info.ftLastAccessTime, &info.ftLastWriteTime);
+    QC_CHECK(FlushFileBuffers(hFile.Get()), StatusFromLastError(), L"FlushFileBuffers(hNewFile) =>FALSE%s, ");
+    return qcLog.Leave(VVS_Success);
 }
 
 bool MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags) {

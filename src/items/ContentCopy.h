@@ -26,6 +26,10 @@ bool CopyFileW(HANDLE hFileSrc, HANDLE hFileDest);
 // content is gone all the same.
 bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAside, bool* isTorn);
 
+// Copies content and times of an open file into a new file, and waits until they are on the disk. What a failure leaves of the new
+// file is the caller's to remove.
+VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path);
+
 // flags are MoveFileEx's; 0 neither replaces nor leaves the disk.
 bool MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags);
 

@@ -155,7 +155,8 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
     if (decrypt) {  // what is known of the item now speaks of this content
         m_base = copy.container;
         m_isBaseKnown = true;
-        m_state.findData = copy.unsaved ? std::nullopt : std::optional(copy.findData);
+        const bool isRecordKnown = !copy.unsaved && copy.findData.fileName[0] != L'\0';
+        m_state.findData = isRecordKnown ? std::optional(copy.findData) : std::nullopt;
     }
     m_copy.Make(std::move(copy), std::move(hFile), decrypt);
     if (!SaveTrackerFileItem())
@@ -188,7 +189,8 @@ VirtualVolumeStatus EncryptedContent::FillTempFile(std::optional<FileVersion> be
                  L"HasSize(hFile, findData.fileSize) =>false%s,  %s", L"findData[%s]", FormatFindDataStr(&findData));
         copy.container = before;
         copy.unsaved = false;
-        copy.findData = isKnown ? findData : m_state.findData.value_or(VirtFindData{});
+        // An empty container has no record that could be read.
+        copy.findData = isKnown && findData.itemType != VIT_PlainFile ? findData : m_state.findData.value_or(VirtFindData{});
         ApplyTimes(copy.tempFilePath, copy.findData);
         return qcLog.Leave(VVS_Success);
     }

@@ -3,6 +3,7 @@
 #include "diagnostics/Trace.h"
 #include "items/ContentCopy.h"
 #include "items/EncryptedContent.h"
+#include "items/HeldSource.h"
 #include "items/PlainContent.h"
 #include "items/SaveNames.h"
 #include "items/VirtualItem.h"
@@ -29,56 +30,6 @@ bool IsLocked(const std::wstring& path) {
 VirtualVolumeStatus CheckDeletable(const std::wstring& path) {
     UniqueHandle hFile;
     return VirtualItem::CreateFileW(path, DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
-}
-
-// Holds a plain source so that others can only read it, for as long as it lives: what they wrote after it was copied would never
-// be saved, so who has it open for writing stops the move. The item's own handle, which may write, is closed meanwhile, and opened
-// again unless the item moved.
-class HeldSource {
-public:
-    explicit HeldSource(PlainContent& source) : m_source(source), m_shared(source.Shared()) {}
-    ~HeldSource() {
-        const OnExit reopen([this] {
-            m_hFile.Reset();
-            if (!m_isMoved)
-                m_source.Reopen(false);
-        });
-    }
-    HeldSource(const HeldSource&) = delete;
-    HeldSource& operator=(const HeldSource&) = delete;
-
-    VirtualVolumeStatus Hold(const std::wstring& path) {
-        m_source.CloseFile();
-        return VirtualItem::CreateFileW(path, GENERIC_READ | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING,
-                                        FILE_ATTRIBUTE_NORMAL, m_hFile);
-    }
-    HANDLE File() const { return m_hFile.Get(); }
-    VirtualVolumeStatus MarkForDeletion() const { return StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), true)); }
-    // The item stands elsewhere now; its old content may be gone.
-    void Moved() {
-        m_isMoved = true;
-        m_hFile.Reset();
-    }
-
-private:
-    PlainContent& m_source;
-    const std::shared_ptr<LockedContent> m_shared;
-    UniqueHandle m_hFile;
-    bool m_isMoved = false;
-};
-
-// Copies the content and the times of an open file into a new file.
-VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path) {
-    QC_TRACE(L"CopyToNewFile", L"destFilePath[%s]", path);
-    UniqueHandle hFile;
-    QC_CHECK_STATUS(VirtualItem::CreateFileW(path, kFullContentAccess, FILE_SHARE_READ, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hFile),
-                    L"CreateFileW(newFilePath, desiredAccess, 0x00000001, 1, 0x80, hNewFile) =>%s, ");
-    QC_CHECK(file_content::CopyFileW(hSource, hFile.Get()), StatusFromLastError(), L"CopyFileW(m_hFile, hNewFile) =>false%s, ");
-    BY_HANDLE_FILE_INFORMATION info{};
-    if (GetFileInformationByHandle(hSource, &info))
-        SetFileTime(hFile.Get(), &info.ftCreationTime, &info.ftLastAccessTime, &info.ftLastWriteTime);
-    QC_CHECK(FlushFileBuffers(hFile.Get()), StatusFromLastError(), L"FlushFileBuffers(hNewFile) =>FALSE%s, ");
-    return qcLog.Leave(VVS_Success);
 }
 
 }  // namespace
@@ -150,7 +101,7 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
     const bool isOwnPath = m_sameFile || EqualNoCase(m_newFilePath, m_state.Path());  // perhaps in the other form
     if (isOwnPath && m_keepSrcFile)
         return qcLog.Leave(VVS_PathAlreadyExists);
-    if (m_sameFile && ( m_content->IsEncrypted() != destEncrypted || isBesidePlainFile))
+    if (m_sameFile && (m_content->IsEncrypted() != destEncrypted || isBesidePlainFile))
         return qcLog.Leave(VVS_PathAlreadyExists);
     isDone = m_sameFile && m_newFilePath == m_state.Path();
     if (isDone)
@@ -482,7 +433,7 @@ VirtualVolumeStatus FileMove::PutCopyInPlace(HANDLE hSource) {
     QC_TRACE_THIS(L"FileMove::PutCopyInPlace");
     const std::wstring sidePath = SidePathStr(m_newFilePath);
     const OnExit removeUnfinished([&] { DeleteFileW(PlatformPath(sidePath).c_str()); });  // when it is in place, there is none
-    QC_CHECK_STATUS(CopyToNewFile(hSource, sidePath), L"CopyToNewFile(hSource, sidePath) =>%s, ");
+    QC_CHECK_STATUS(file_content::CopyToNewFile(hSource, sidePath), L"CopyToNewFile(hSource, sidePath) =>%s, ");
     QC_CHECK_STATUS(LookAgain(), L"LookAgain() =>%s, ");
     QC_CHECK_STATUS(StatusOfCall(PutInPlace(sidePath, m_newFilePath, !MayReplace())), L"PutInPlace(sidePath, newFilePath) =>%s, ");
     RememberWritten();

@@ -4,12 +4,6 @@
 #include "items/VirtualItem.h"
 #include "policy/FileUtils.h"
 
-namespace {
-
-bool Truncates(std::uint32_t openDisposition) { return openDisposition == CREATE_ALWAYS || openDisposition == TRUNCATE_EXISTING; }
-
-}  // namespace
-
 VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                        std::uint32_t openDisposition, const wchar_t* lockToken) {
     QC_TRACE_THIS(L"VirtualFile::OpenPlainFile", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,

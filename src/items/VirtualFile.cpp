@@ -36,7 +36,10 @@ VirtualVolumeStatus VirtualFile::Open(const wchar_t* filePath, std::uint32_t des
                                  VirtualTempFileDispenser::HoldsUnsavedEdit(PathRemoveExtensionStr(filePath));
     const bool isEncrypted = findData ? findData->itemType != VIT_PlainFile || IsEmptyContainerOf(filePath, *findData)
                                       : isContainerPath || VirtualTempFileDispenser::HoldsUnsavedEdit(filePath);
-    if (findData && isEncrypted == (findData->itemType != VIT_PlainFile))
+    // What is found for a plain name may be an ordinary ZIP file beside it, and what an open cuts is not as it was found.
+    const bool isOwnRecord = findData && isEncrypted == (findData->itemType != VIT_PlainFile) &&
+                             (isEncrypted || (EqualNoCase(findData->fileName, PathStripPathStr(filePath)) && !Truncates(openDisposition)));
+    if (isOwnRecord)
         m_state.findData = *findData;
     VirtualVolumeStatus status = VVS_Success;
     if (isEncrypted || (creates && ShouldFileBeEncrypted(filePath))) {
@@ -172,6 +175,7 @@ VirtualVolumeStatus VirtualFile::SetFileInfo(const VirtFindData* virtFindData) {
     QC_CHECK(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
     if (!m_content->IsOpen())
         return qcLog.Leave(VVS_Success);
+    m_state.findData.reset();  // what is to stay is taken from the file as it is now
     const VirtualVolumeStatus status = VirtualItem::SetFileInfo(virtFindData);
     if (status == VVS_Success && virtFindData->lastWriteTime != 0)
         m_content->TimeWasSet();

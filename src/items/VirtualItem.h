@@ -22,6 +22,9 @@ inline bool CreatesFiles(std::uint32_t openDisposition) {
     return openDisposition == CREATE_NEW || openDisposition == CREATE_ALWAYS || openDisposition == OPEN_ALWAYS;
 }
 
+// Does an open cut a plain file that is there?
+inline bool Truncates(std::uint32_t openDisposition) { return openDisposition == CREATE_ALWAYS || openDisposition == TRUNCATE_EXISTING; }
+
 class VirtualItem {
 public:
     VirtualItem() = default;

@@ -120,14 +120,13 @@ bool MakeUniqueFolder(std::wstring& folder) {
     std::wstring base;
     if (!BaseFolder(base))
         return qcLog.Leave(false);
-    int errCode = ERROR_PATH_NOT_FOUND;
     for (int attempt = 0; attempt < kFolderAttempts; ++attempt) {
         wchar_t name[MAX_PATH + 1];
         if (GetTempFileNameW(base.c_str(), L"hvc", 0, name) == 0)
             break;
         DeleteFileW(name);
-        errCode = SHCreateDirectoryExW(nullptr, name, nullptr);
-        if (errCode == 0) {
+        // Not through the shell, which looks into every folder above.
+        if (CreateDirectoryW(name, nullptr)) {
             folder = name;
             return qcLog.Leave(true);
         }

@@ -123,6 +123,7 @@ bool CopyByName(MountFolderState& state, const std::wstring& name, MountFolderIn
 
 // Is path the folder, or below it?
 bool Contains(std::wstring_view folder, std::wstring_view path) {
+    folder = folder.substr(0, folder.find_last_not_of(L"\\/") + 1);  // "D:\\" has the separator already
     const std::size_t length = folder.size();
     return path.size() >= length && EqualNoCase(path.substr(0, length), folder) && (path.size() == length || path[length] == L'\\');
 }

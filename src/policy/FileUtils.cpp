@@ -244,6 +244,22 @@ std::wstring PathAppendStr(std::wstring_view folder, std::wstring_view name) {
     return path.append(name);
 }
 
+std::wstring TidyPathStr(std::wstring_view path) {
+    const bool isLongForm = path.starts_with(L"\\\\?\\");
+    std::wstring tidy;
+    tidy.reserve(path.size());
+    for (const wchar_t unit : path) {
+        const bool isDoubled = IsSeparator(unit) && tidy.size() > 1 && tidy.back() == L'\\';
+        if (isLongForm)
+            tidy += unit;
+        else if (!isDoubled)
+            tidy += IsSeparator(unit) ? L'\\' : unit;
+    }
+    while (tidy.size() > 1 && tidy.back() == L'\\' && tidy[tidy.size() - 2] != L':')
+        tidy.pop_back();
+    return tidy;
+}
+
 bool IsPathBelow(std::wstring_view path, std::wstring_view folder) {
     return path.size() > folder.size() && IsSeparator(path[folder.size()]) && EqualNoCase(path.substr(0, folder.size()), folder);
 }

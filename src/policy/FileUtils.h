@@ -91,6 +91,8 @@ std::wstring PathRemoveFileSpecStr(std::wstring_view path);  // "C:\a\b.txt" -> 
 std::wstring PathAddExtensionStr(std::wstring_view path, std::wstring_view extension);  // appended whatever is there
 std::wstring PathRemoveExtensionStr(std::wstring_view path);                            // "a.txt.zip" -> "a.txt"
 std::wstring PathAppendStr(std::wstring_view folder, std::wstring_view name);
+// With single separators "\" and none at the end, but a root's; a path in its long form ("\\?\") has no others.
+std::wstring TidyPathStr(std::wstring_view path);
 // Letter case does not matter. A folder is not below itself.
 bool IsPathBelow(std::wstring_view path, std::wstring_view folder);
 

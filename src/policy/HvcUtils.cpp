@@ -231,6 +231,9 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     const bool isLongForm = path.starts_with(L"\\\\?\\");
     // The shell would take these for patterns, and everything that matches would go.
     QC_CHECK(path.find_first_of(L"*?<>\"|", isLongForm ? 4 : 0) == path.npos, DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    const auto deleteFile = [&path] { return DeleteFileW(PlatformPath(path).c_str()) && !PathExists(path); };
+    if (deleteFile())  // nearly always an ordinary file
+        return qcLog.Leave(DeleteResult::Deleted);
     const DWORD attributes = GetFileAttributesW(PlatformPath(path).c_str());
     const bool isMissing =
         attributes == INVALID_FILE_ATTRIBUTES && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND);
@@ -241,7 +244,7 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     // The shell is for trees, and for files that others still have open. It takes no long paths.
     const bool isFile = !(attributes & FILE_ATTRIBUTE_DIRECTORY);
     const bool isTooLong = isLongForm || path.size() >= MAX_PATH;
-    const bool isGone = (isFile && DeleteFileW(PlatformPath(path).c_str()) && !PathExists(path)) || (!isTooLong && DeleteThroughShell(path));
+    const bool isGone = (isFile && deleteFile()) || (!isTooLong && DeleteThroughShell(path));
     QC_CHECK(isGone, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     return qcLog.Leave(DeleteResult::Deleted);
 }

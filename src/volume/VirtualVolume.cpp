@@ -57,7 +57,7 @@ std::uint64_t VirtualVolume::GetSpace(std::uint64_t* totalBytes, std::uint64_t* 
 bool VirtualVolume::GetFullFilePath(const wchar_t* filePath, std::wstring& fullFilePath) {
     QC_TRACE(L"VirtualVolume::GetFullFilePath", L"filePath[%s]", filePath);
     if (filePath && !PathIsRelativeW(filePath)) {
-        fullFilePath = filePath;
+        fullFilePath = TidyPathStr(filePath);
         return qcLog.Leave(true);
     }
     MountFolderInfo mountFolderInfo;

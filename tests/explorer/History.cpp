@@ -26,6 +26,7 @@ struct Opener : Edit {
     int disposition = 0;
     bool mayOnlyRead = false;
     bool isPlain = false;
+    bool sharesLock = false;  // with the lock's handle, also when that is released
     bool isAccessed = false;  // an encrypted one: its temp file is made
     bool isDirty = false;     // its temp file holds what is not stored
     bool isDeleted = false;
@@ -159,6 +160,7 @@ bool History::Open(const Step& step, Opener& opener) {
     if (process::Volume()->OpenFile(&opener.file, OpenPathOf(kHome).c_str(), access, 7, static_cast<std::uint32_t>(opener.disposition),
                                     step.withToken ? m_token.c_str() : nullptr, nullptr) != VVS_Success)
         return false;
+    opener.sharesLock = m_isLocked;
     if (m_isLocked)
         m_doomedPlaces.erase(kHome);
     m_mayBeBare |= !opener.mayOnlyRead;
@@ -402,7 +404,7 @@ void History::Do(const Step& step) {
     Check(step, now);
     // A file that was replaced or moved away while a lock or another opener holds it goes with that, later.
     const Opener& other = m_openers[1 - step.actor];
-    m_doomed |= m_isLocked || (other.file && other.isPlain) ? m_mayReplace : 0;
+    m_doomed |= m_isLocked || (other.file && (other.isPlain || other.sharesLock)) ? m_mayReplace : 0;
     look = now;
     std::erase_if(m_waiting, [&](const auto& waiting) { return !IsTracked(waiting.second.word); });
     if (!isRefused)

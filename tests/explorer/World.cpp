@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cwctype>
+#include <filesystem>
 
 #include "explorer/Container.h"
 #include "explorer/Control.h"
@@ -40,16 +41,28 @@ std::vector<std::wstring> NamesIn(const std::wstring& folder) {
     return names;
 }
 
-void MakeTree() {
-    static const std::wstring root = [] {
+// The folder of this run, which no run before it had.
+struct Root {
+    std::wstring path;
+
+    Root() {
         wchar_t temp[MAX_PATH];
         GetTempPathW(MAX_PATH, temp);
-        const std::wstring path = std::wstring(temp) + L"explorer-" + std::to_wstring(GetCurrentProcessId());
-        CreateDirectoryW(path.c_str(), nullptr);
+        int number = 0;
+        do
+            path = std::wstring(temp) + L"explorer-" + std::to_wstring(++number);
+        while (!CreateDirectoryW(path.c_str(), nullptr) && GetLastError() == ERROR_ALREADY_EXISTS);
         Explorer_SetRoot(path.c_str());
-        return path;
-    }();
-    g_tree = root + L"\\" + std::to_wstring(++g_trees);
+    }
+    ~Root() {
+        std::error_code error;
+        std::filesystem::remove_all(path, error);
+    }
+};
+
+void MakeTree() {
+    static const Root root;
+    g_tree = root.path + L"\\" + std::to_wstring(++g_trees);
     for (const wchar_t* folder : {L"", L"\\K1", L"\\K2", L"\\Plain", L"\\HalvaneCloud"})
         CreateDirectoryW((g_tree + folder).c_str(), nullptr);
     SetEnvironmentVariableW(L"TMP", g_tree.c_str());

@@ -4,6 +4,7 @@ import re
 import socket
 import subprocess
 import threading
+import time
 import urllib.parse
 import xml.etree.ElementTree as ElementTree
 
@@ -208,6 +209,32 @@ def a_tree_keeps_its_members_apart(dav):
         dav('DELETE', path)
 
 
+def a_mount_folder_inside_another_stays(dav):
+    status(dav('PUT', '/Inner/kept.txt', b'kept'), 201)
+    for method, path, target in (('DELETE', '/Other/inner/', '/'), ('MOVE', '/Other/inner/', '/Docs/moved/'), ('COPY', '/Plain/', '/Other/inner/')):
+        status(dav(method, path, Destination=dav.url(target)), 403)
+    expect(status(dav('GET', '/Inner/kept.txt'), 200).body == b'kept', 'it is empty')
+
+
+def it_is_told_where_something_is_stored(dav):
+    status(dav('PUT', '/Docs/a.txt', b'content'), 201, 204)
+    with open(dav.folder + '/Docs/a.txt.zip', 'rb') as container:
+        answer = status(dav('PUT', '/Plain/b.txt.zip', container.read()), 201)
+    path = answer.headers['Location']
+    expect(path == '/Plain/b.txt.HvcConflicted' and dav('GET', path).body == b'content', path)
+    with open(dav.folder + path, 'wb') as planted:
+        planted.write(b'planted')
+    expect(dav.listing('/Plain/').count(path) == 1, 'two of one name are listed')
+    status(dav('DELETE', path), 204)
+    os.rename(dav.folder + '/Plain/b.txt.zip', dav.folder + '/Docs/b.txt.zip')
+    path, other = '/Docs/b.txt.HvcConflicted', '/Docs/b.txt'
+    token = token_of(dav.lock(path))
+    status(dav('PUT', path, b'new', If=f'({token})'), 204)
+    status(dav('UNLOCK', path, Lock_Token=token), 204)
+    expect(dav('GET', other).body == b'new', 'lost')
+    status(dav('DELETE', other), 204)
+
+
 def slow_and_idle_clients_hold_up_nobody(dav):
     status(dav('PUT', '/Plain/large.bin', b'1' * 30_000_000), 201, 204)
     reader = socket.create_connection(('127.0.0.1', dav.port))
@@ -239,6 +266,25 @@ def slow_and_idle_clients_hold_up_nobody(dav):
         expect(memory() - before < MOST_MEMORY, f'{number} connections: {memory() - before} bytes more')
         for connection in waiting:
             connection.close()
+    uploads = [socket.create_connection(('127.0.0.1', dav.port), timeout=30) for _ in range(34)]
+    for connection in uploads:
+        connection.sendall(b'PUT /Plain/upload.bin' + HEAD + b'Content-Length: 90000000\r\n\r\n')
+    for _ in range(100):
+        for connection in uploads:
+            try:
+                connection.sendall(b'x' * 20_000)
+            except OSError:
+                pass
+        try:
+            if dav('GET', '/').status == 200:
+                break
+        except OSError:
+            pass
+        time.sleep(0.2)
+    else:
+        expect(False, 'uploads that are not slow take all places')
+    for connection in uploads:
+        connection.close()
 
 
 def a_full_disk_is_told(dav):
@@ -285,4 +331,5 @@ def the_limits_are_as_told(_):
 
 if __name__ == '__main__':
     run((everything_is_refused, what_is_kept_is_limited, links_lead_nowhere, a_name_is_the_file_that_it_stands_for,
-         long_paths_are_paths_like_others, a_tree_keeps_its_members_apart, slow_and_idle_clients_hold_up_nobody, a_full_disk_is_told, listed_is_what_can_be_asked_for, the_limits_are_as_told))
+         long_paths_are_paths_like_others, a_tree_keeps_its_members_apart, a_mount_folder_inside_another_stays,
+         it_is_told_where_something_is_stored, slow_and_idle_clients_hold_up_nobody, a_full_disk_is_told, listed_is_what_can_be_asked_for, the_limits_are_as_told))

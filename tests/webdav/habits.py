@@ -374,7 +374,7 @@ def a_replaced_folder_is_not_lost(dav):
         else:
             expect(len(kept) == 2, f'{kept}')
             content(dav, target + '/good.txt', b'good')
-            kept = [path for path in kept if '.~' in path]
+            kept = [path for path in kept if '~' in path]
         content(dav, kept[0] + 'kept.txt', b'kept')
         expect(source + 'bad.txt' in dav.listing(source), 'what could not be copied is gone')
         dav('DELETE', kept[0])

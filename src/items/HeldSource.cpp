@@ -1,0 +1,25 @@
+#include "items/HeldSource.h"
+
+#include "items/VirtualItem.h"
+#include "policy/FileUtils.h"
+
+HeldSource::~HeldSource() {
+    const OnExit reopen([this] {
+        m_hFile.Reset();
+        if (!m_isMoved)
+            m_source.Reopen(false);
+    });
+}
+
+VirtualVolumeStatus HeldSource::Hold(const std::wstring& path) {
+    m_source.CloseFile();
+    return VirtualItem::CreateFileW(path, GENERIC_READ | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING,
+                                    FILE_ATTRIBUTE_NORMAL, m_hFile);
+}
+
+VirtualVolumeStatus HeldSource::MarkForDeletion() const { return StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), true)); }
+
+void HeldSource::Moved() {
+    m_isMoved = true;
+    m_hFile.Reset();
+}
