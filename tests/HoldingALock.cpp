@@ -243,6 +243,18 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     }
     EXPECT_EQ("the plain one", ReadRaw(NativePath(L"Docs\\b.txt")));
 
+    // A document that is a container itself is described as such, not by what that holds.
+    const std::string container = ReadRaw(ContainerPath(L"Docs\\b.txt"));
+    const std::wstring outer = Lock(L"Docs\\x.zip");
+    void* const writer = MustOpen(L"Docs\\x.zip");
+    EXPECT_OK(Write(writer, container));
+    VirtFindData written{};
+    EXPECT_TRUE(volume()->GetFileInfo(writer, &written));
+    EXPECT_EQ(container.size(), static_cast<std::size_t>(written.fileSize));
+    Close(writer);
+    EXPECT_EQ(container.size(), static_cast<std::size_t>(Record(L"Docs\\x.zip").fileSize));
+    Unlock(L"Docs\\x.zip", outer);
+
     // An empty one has no record of its own to be read.
     const std::wstring first = Lock(L"Docs\\new.txt");
     void* const hFile = MustOpen(L"Docs\\new.txt");
