@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cwchar>
 #include <string>
+#include <string_view>
 
 #include "Boundary.h"
 #include "ContainerReader.h"
@@ -25,6 +26,12 @@ void Store(const std::wstring& text, wchar_t* reason, std::uint32_t capacity) {
     reason[length] = L'\0';
 }
 
+// The verdict says it already.
+std::wstring WithoutDamaged(const std::wstring& reason) {
+    constexpr std::wstring_view beginning = L"The container is damaged: ";
+    return reason.starts_with(beginning) ? reason.substr(beginning.size()) : reason;
+}
+
 // What a body throws becomes a verdict and its reason.
 template <class Body>
 CompanionVerdict Judged(CompanionVerdict failure, wchar_t* reason, std::uint32_t capacity, Body body) noexcept {
@@ -32,7 +39,7 @@ CompanionVerdict Judged(CompanionVerdict failure, wchar_t* reason, std::uint32_t
         Store({}, reason, capacity);
         return body();
     } catch (const CQuelcryptErrorException& error) {
-        Store(error.GetDescription(), reason, capacity);
+        Store(WithoutDamaged(error.GetDescription()), reason, capacity);
     } catch (...) {
         Store(L"Out of memory", reason, capacity);
         return Companion_Unreadable;
@@ -73,7 +80,7 @@ CompanionVerdict Companion_Examine(const wchar_t* containerPath, bool (*step)(vo
         if (!file.Zip() && !file.IsBroken())
             return Companion_NoContainer;
         if (!file.Zip())
-            Fail(L"Its records are not whole");
+            Fail(L"its records are not whole");
         return step ? ReadToItsEnd(file, path, step, context, reason, capacity) : Companion_Whole;
     });
 }

@@ -38,9 +38,9 @@ std::wstring UserSid() {
     return LocalPtr<wchar_t>(text).get();
 }
 
-// For the user and the system alone; what is made in a folder of this kind is so as well.
+// For the user alone; what is made in a folder of this kind is so as well.
 LocalPtr<void> PrivateRights() {
-    const std::wstring rights = L"D:P(A;OICI;FA;;;" + UserSid() + L")(A;OICI;FA;;;SY)";
+    const std::wstring rights = L"D:P(A;OICI;FA;;;" + UserSid() + L")";
     void* descriptor = nullptr;
     if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(rights.c_str(), SDDL_REVISION_1, &descriptor, nullptr))
         FailWithError(L"Access rights cannot be made", GetLastError());

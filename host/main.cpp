@@ -49,7 +49,17 @@ void ApplyGlobalOptions(const std::string& config, bool trace, const Session& se
         SetVariable(L"QUELCRYPT_TRACE", L"1");
 }
 
+// The library takes an unknown command for an argument too many.
+std::string UnknownCommand(const CLI::App& app, const CLI::ParseError& error) {
+    if (!dynamic_cast<const CLI::ExtrasError*>(&error) || !app.get_subcommands().empty())
+        return {};
+    const std::string text = error.what();
+    return "quelvol: " + text.substr(text.rfind(": ") + 2) + ": there is no such command; 'quelvol --help' lists them\n";
+}
+
 void PrintHelpOrUsageError(const CLI::App& app, const CLI::ParseError& error) {
+    if (const std::string unknown = UnknownCommand(app, error); !unknown.empty())
+        return PrintError(unknown);
     std::ostringstream out, err;
     app.exit(error, out, err);
     PrintOut(out.str());
@@ -74,6 +84,7 @@ int RunCommandLine(std::vector<std::string> arguments, Session& session) {
     std::string config;
     bool trace = false;
     app.add_option("--config", config, "The configuration to use (default: the variable QUELCRYPT_CONFIG)")->type_name("FILE");
+    app.set_version_flag("--version", "quelvol " QUELVOL_VERSION);
     app.add_flag("--trace", trace, "Show on standard error what the volume does");
     app.parse_complete_callback([&] { ApplyGlobalOptions(config, trace, session); });
 

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include <CLI/CLI.hpp>
+#include <nlohmann/json_fwd.hpp>
 
 #include "core/HostError.h"
 #include "core/Volume.h"
@@ -52,6 +53,8 @@ void AddVerify(CLI::App& app, Session& session);
 void AddEncrypt(CLI::App& app, Session& session);
 void AddDecrypt(CLI::App& app, Session& session);
 
+// What --json tells of an item.
+nlohmann::ordered_json JsonOf(const Volume& volume, const Entry& entry);
 // Parse for arguments of the command line, which are UTF-8.
 VolumePath PathArgument(const std::string& text);
 // "root", "mount", "folder", "plain", "encrypted", "conflict".

@@ -6,6 +6,7 @@
 #include "core/Interrupt.h"
 #include "core/LocalFile.h"
 #include "core/Progress.h"
+#include "core/Storage.h"
 #include "core/Text.h"
 
 namespace {
@@ -50,6 +51,7 @@ void CopyOut(const Volume& volume, const Entry& entry, LocalTarget& target) {
 
 void Get(Session& session, const Options& options) {
     const Volume& volume = session.GetVolume();
+    RequireUndamaged(volume, PathArgument(options.path));
     const Entry entry = volume.Require(PathArgument(options.path));
     if (entry.IsFolder())
         throw HostError(entry.path.Shown() + ": a folder; get takes one file");
@@ -58,6 +60,8 @@ void Get(Session& session, const Options& options) {
     LocalTarget target(LocalPath(options.local, entry.Name()));
     CopyOut(volume, entry, target);
     target.Finish(entry.data.lastWriteTime);
+    if (StoredAs(volume, entry) == Stored::Damaged)
+        PrintError("quelvol: " + entry.path.Shown() + ": a damaged container, which was copied as it is\n");
 }
 
 }  // namespace

@@ -3,9 +3,12 @@
 #include <vector>
 
 #include "commands/Commands.h"
+#include "core/Checks.h"
 #include "core/Interrupt.h"
 #include "core/LocalFile.h"
+#include "core/OnDisk.h"
 #include "core/Progress.h"
+#include "core/Storage.h"
 #include "core/Text.h"
 #include "core/Upload.h"
 
@@ -27,10 +30,29 @@ VolumePath Target(const Volume& volume, const Options& options, const LocalSourc
     return target;
 }
 
+void RequireAnother(const Volume& volume, const VolumePath& target, const Options& options) {
+    const std::optional<Entry> existing = volume.Find(target);
+    if (existing && EqualNoCase(RealPath(ConfiguredPath(volume, *existing)), RealPath(ToUtf16(options.local))))
+        throw HostError(options.local + ": this is the file that " + target.Shown() + " is stored in; it cannot be stored in itself" +
+                        (existing->data.itemType == VIT_PlainFile ? ". 'quelvol encrypt' encrypts it in place" : ""));
+}
+
+void TellIfInClear(const Volume& volume, const VolumePath& target) {
+    const std::optional<Entry> entry = volume.Find(target);
+    const Stored stored = entry ? StoredAs(volume, *entry) : Stored::Encrypted;
+    if (stored != Stored::Encrypted && stored != Stored::ConflictCopy)
+        PrintError("quelvol: " + target.Shown() + ": stored " + StoredReason(stored) + "\n");
+}
+
 void Put(Session& session, const Options& options) {
     LocalSource source(ToUtf16(options.local));
     const Volume& volume = session.GetVolume();
+    RequireMountFolders(volume);
     const VolumePath target = Target(volume, options, source);
+    if (!target.IsRoot() && target.Depth() > 2 && !volume.Find(target.Parent()))
+        throw HostError(StatusError(target.Parent().Shown(), VVS_FileNotFound).what() + std::string("; 'quelvol mkdir -p ") +
+                        target.Parent().Shown() + "' makes it");
+    RequireAnother(volume, target, options);
     Upload upload(volume, target);
     Progress progress(target.Shown(), source.Size());
     std::vector<char> buffer(1 << 20);
@@ -43,6 +65,7 @@ void Put(Session& session, const Options& options) {
     VirtFindData times{};
     source.ReadTimes(times);
     upload.Place(times);
+    TellIfInClear(volume, upload.Target());
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 #include <algorithm>
 #include <memory>
 
+#include <nlohmann/json.hpp>
+
 #include "commands/Commands.h"
 #include "core/LocalFile.h"
 #include "core/Recovery.h"
@@ -66,10 +68,17 @@ std::string ShownDocument(const Volume& volume, const LeftEdit& edit) {
     return ToShown(edit.container.empty() ? edit.file.filename().native() : edit.container.native());
 }
 
-void List(Session& session) {
+void List(Session& session, bool json) {
     const Volume& volume = session.GetVolume();
     const LeftBehind left(volume.Temp().Path());
     const std::vector<LeftEdit> edits = left.Edits(volume.Get());
+    if (json) {
+        nlohmann::ordered_json all = nlohmann::ordered_json::array();
+        for (const LeftEdit& edit : edits)
+            all.push_back({{"id", edit.id}, {"changed", TimeStr(edit.state.lastWriteTime)}, {"size", edit.state.size},
+                           {"document", ShownDocument(volume, edit)}, {"state", Description(edit)}});
+        return PrintOut(all.dump(2) + "\n");
+    }
     for (const LeftEdit& edit : edits)
         PrintOut(edit.id + "  " + TimeStr(edit.state.lastWriteTime) + "  " + std::to_string(edit.state.size) + "  " +
                  ShownDocument(volume, edit) + "\n          " + Description(edit) + "\n");
@@ -193,6 +202,8 @@ void AddRecover(CLI::App& app, Session& session) {
     CLI::App* const command = app.add_subcommand("recover", "List, save or export edits that a crash or a failed save left behind");
     command->require_subcommand(0, 1);
     command->footer(c_footer);
+    const auto json = std::make_shared<bool>(false);
+    command->add_flag("--json", *json, "A list of objects: id, changed, size, document, state");
 
     CLI::App* const show = command->add_subcommand("show", "Print the content of an edit");
     show->add_option("ID", options->id, "Which")->required();
@@ -216,9 +227,9 @@ void AddRecover(CLI::App& app, Session& session) {
     discard->add_option("ID", options->ids, "Which, or all")->required();
     discard->callback([&session, options] { Discard(session, *options); });
 
-    command->callback([&session, command] {
+    command->callback([&session, command, json] {
         if (command->get_subcommands().empty())
-            List(session);
+            List(session, *json);
     });
 }
 

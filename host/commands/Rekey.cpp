@@ -10,6 +10,7 @@
 #include "core/Checks.h"
 #include "core/Companion.h"
 #include "core/Interrupt.h"
+#include "core/OnDisk.h"
 #include "core/Progress.h"
 #include "core/Storage.h"
 #include "core/Text.h"
@@ -127,7 +128,16 @@ std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsF
     return left;
 }
 
+// Two at once would take each other's work for somebody's edits.
+DiskHandle OnlyOne() {
+    DiskHandle mutex(CreateMutexW(nullptr, FALSE, L"quelvol-rekey"));
+    if (GetLastError() == ERROR_ALREADY_EXISTS)
+        throw HostError("another 'quelvol rekey' is running; wait for its end");
+    return mutex;
+}
+
 void Rekey(Session& session, const Options& options) {
+    const DiskHandle onlyOne = OnlyOne();
     SettingsFile file(companion::SettingsPath());
     const Volume& volume = session.GetVolume();
     RequireMountFolders(volume);

@@ -1,7 +1,10 @@
 // stat PATH: everything the volume says of one item.
 #include <memory>
 
+#include <nlohmann/json.hpp>
+
 #include "commands/Commands.h"
+#include "core/Storage.h"
 #include "core/Text.h"
 
 namespace {
@@ -17,13 +20,18 @@ std::string AttributesStr(std::uint32_t attributes) {
     return text.empty() ? "none" : text;
 }
 
-void Stat(Session& session, const std::string& argument) {
+void Stat(Session& session, const std::string& argument, bool json) {
     const Volume& volume = session.GetVolume();
+    RequireUndamaged(volume, PathArgument(argument));
     const Entry entry = volume.Require(PathArgument(argument));
+    if (json)
+        return PrintOut(JsonOf(volume, entry).dump(2) + "\n");
     std::string text = "Name:        " + ToShown(entry.Name()) + "\n";
     text += "Type:        " + std::string(TypeWord(entry.data.itemType)) + "\n";
     if (!entry.IsFolder())
         text += "Size:        " + std::to_string(entry.data.fileSize) + "\n";
+    if (!entry.IsFolder())
+        text += "Stored:      " + std::string(StoredReason(StoredAs(volume, entry))) + "\n";
     text += "Changed:     " + TimeStr(entry.data.lastWriteTime) + "\n";
     text += "Accessed:    " + TimeStr(entry.data.lastAccessTime) + "\n";
     text += "Created:     " + TimeStr(entry.data.creationTime) + "\n";
@@ -40,5 +48,7 @@ void AddStat(CLI::App& app, Session& session) {
     const auto path = std::make_shared<std::string>();
     CLI::App* const command = app.add_subcommand("stat", "Describe one file or folder");
     command->add_option("PATH", *path, "What to describe")->required();
-    command->callback([&session, path] { Stat(session, *path); });
+    const auto json = std::make_shared<bool>(false);
+    command->add_flag("--json", *json, "For programs: path, kind, size, changed, stored");
+    command->callback([&session, path, json] { Stat(session, *path, *json); });
 }

@@ -141,8 +141,10 @@ tcp::acceptor Listen(boost::asio::io_context& context, const ServerOptions& opti
     if (!acceptor.open(endpoint.protocol(), error) && !acceptor.bind(endpoint, error) && !acceptor.listen(64, error) &&
         !acceptor.non_blocking(true, error))
         return acceptor;
-    throw HostError(options.address + " port " + std::to_string(options.port) +
-                    ": cannot be listened on: " + SystemMessage(static_cast<unsigned long>(error.value())));
+    const std::string shown = options.address + " port " + std::to_string(options.port);
+    if (error == boost::asio::error::address_in_use)
+        throw HostError(shown + ": another program listens there, perhaps another 'quelvol serve'; end that, or take another port with --port N (0: any)");
+    throw HostError(shown + ": cannot be listened on: " + SystemMessage(static_cast<unsigned long>(error.value())));
 }
 
 bool WaitForClient(tcp::acceptor& acceptor) {
