@@ -109,7 +109,7 @@ void SendFolderPage(Exchange& exchange, const Resource& folder) {
         {"Content-Security-Policy", "default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'"}};
     if (exchange.request.method == "HEAD")
         return exchange.response.Begin(200, fields, std::nullopt);
-    Spool page;
+    Spool page(exchange.state.volume.Temp());
     WritePage(exchange, folder, page);
     exchange.response.Begin(200, fields, page.Size());
     page.ForEach([&](std::string_view part) { exchange.response.Write(part); });
