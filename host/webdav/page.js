@@ -48,16 +48,13 @@ async function refresh() {
   dress();
 }
 
-// Does it, tells how it went, and shows the folder as it is then.
+// Does it, shows the folder as it is then, and tells how it went.
 async function act(doing, done, action) {
   say(doing);
-  try {
-    await action();
-    say(done);
-  } catch (error) {
-    say(doing.replace(/…$/, '') + ': ' + error.message, true);
-  }
-  await refresh().catch(() => say('The server does not answer any more.', true));
+  const problem = await action().then(() => null, error => error.message);
+  const isShown = await refresh().then(() => true, () => false);
+  if (problem) say(doing.replace(/…$/, '') + ': ' + problem, true);
+  else say(isShown ? done : 'The server does not answer any more.', !isShown);
 }
 
 const fits = name => name && !/[\\/:*?"<>|]/.test(name) && name !== '.' && name !== '..';
