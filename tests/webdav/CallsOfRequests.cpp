@@ -55,7 +55,7 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
     SetEnvironmentVariableW(L"QUELCRYPT_CONFIG", (work / "quelcrypt.json").c_str());
     {
         const Volume volume;
-        webdav::Site site(volume, {});
+        webdav::Site site(volume, {}, {});
         CallCounts counts[] = {CallCounts{nullptr}, CallCounts{L"QuelcryptVol64.dll"}, CallCounts{L"QuelcryptLib64.dll"}};
         const Row rows[] = {
             {"PUT", "new.txt", 160}, {"PUT", "new.txt", 162}, {"HEAD", "new.txt", 8}, {"GET", "new.txt", 42}, {"GET", "missing.txt", 5},
