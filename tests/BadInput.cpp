@@ -1,6 +1,5 @@
 // Paths, handles, sizes and outputs that are none: each gets a status, and nothing changes.
-#include <algorithm>
-#include <iterator>
+#include <cstring>
 #include <set>
 
 #include "harness/VolumeFixture.h"
@@ -144,11 +143,27 @@ TEST_F(BadInput, MissingOutputsAndUnknownDispositionsAreRefused) {
     EXPECT_EQ(VVS_InvalidParameter, volume()->WriteFile(hFile, 0, nullptr, 10, nullptr, nullptr));
     EXPECT_EQ(VVS_InvalidParameter, volume()->SetFileInfo(hFile, 0, nullptr));
     EXPECT_FALSE(volume()->GetFileInfo(hFile, nullptr));
-    VirtFindData unterminated{};
-    std::fill(std::begin(unterminated.fileName), std::end(unterminated.fileName), L'x');
-    EXPECT_OK(volume()->Delete(hFile, &unterminated));
-    EXPECT_OK(volume()->Undelete(hFile, &unterminated));
+    // A record full of what was there before, at whose end readable memory ends.
+    constexpr std::size_t kPage = 4096;
+    auto* const pages = static_cast<char*>(VirtualAlloc(nullptr, 2 * kPage, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+    DWORD before = 0;
+    ASSERT_TRUE(VirtualProtect(pages + kPage, kPage, PAGE_NOACCESS, &before));
+    const auto record = [&]<class Record>(Record*) {
+        return static_cast<Record*>(std::memset(static_cast<void*>(pages + kPage - sizeof(Record)), 'x', sizeof(Record)));
+    };
+    VirtFindData* const unterminated = record(static_cast<VirtFindData*>(nullptr));
+    EXPECT_OK(volume()->Delete(hFile, unterminated));
+    EXPECT_OK(volume()->Undelete(hFile, unterminated));
+    EXPECT_EQ(VVS_InvalidParameter, volume()->SetFileInfo(nullptr, 0, unterminated));
+    EXPECT_TRUE(volume()->GetFileInfo(hFile, unterminated));
     Close(hFile);
+    LockInfo* const lockInfo = record(static_cast<LockInfo*>(nullptr));
+    EXPECT_NE(VVS_Success, volume()->Lock(L"Nowhere\\a.txt", lockInfo));
+    lockInfo->scope = LockScope_Exclusive;
+    lockInfo->type = LockType_Write;
+    EXPECT_OK(volume()->Lock(L"Docs\\a.txt", lockInfo));
+    Unlock(L"Docs\\a.txt", lockInfo->token);
+    VirtualFree(pages, 0, MEM_RELEASE);
     EXPECT_EQ("content", Stored(L"Docs\\a.txt"));
 }
 

@@ -3,7 +3,6 @@
 #include <functional>
 #include <random>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "CompanionFixture.h"
@@ -110,21 +109,6 @@ TEST_F(ContainersAreOrdinaryZips, GiveBackWhatWasPutIn) {
     EXPECT_TRUE(SameTime(information->lastWrite, {2060, 1, 4, 1, 0, 0, 0, 0}));
     EXPECT_TRUE(SameTime(information->lastAccess, {1970, 1, 4, 1, 0, 0, 1, 0}));
     EXPECT_TRUE(SameTime(information->creation, {2106, 2, 0, 7, 6, 28, 15, 0}));
-}
-
-TEST_F(ContainersAreOrdinaryZips, GiveBackEverySize) {
-    const Path container = InDocs("a.txt.zip");
-    Encrypt(container, "x");
-    const std::size_t before = Load(container).find("PK\1\2") - 11;  // what stands in the first block before the content
-    constexpr std::size_t block = 256 * 1024;
-    for (const std::size_t border : {std::size_t{1}, std::size_t{16}, std::size_t{16384}, std::size_t{32768}, block - before,
-                                     block, 2 * block - before, 2 * block}) {
-        for (const std::size_t size : {border - 1, border, border + 1}) {
-            const std::string content = RandomBytes(size);
-            Encrypt(container, content);
-            EXPECT_TRUE(Decrypt(container) == content) << size;
-        }
-    }
 }
 
 // Nobody has the patience for a real container of these sizes.
@@ -355,17 +339,6 @@ TEST_F(ContainersAreOrdinaryZips, AreReplacedWholeOrNotAtAll) {
         EXPECT_NE(ErrorOf([&] { refused->Finish(true); }), L"");
     }
     EXPECT_TRUE(stillOld()) << "while it was held";
-
-    // A reader, or a sync client, lets go of it in time.
-    CHvcStringWImpl path(container.c_str());
-    Owned<IFileReader> reader(companion::MakeReader(&path));
-    std::thread letsGo([&reader] {
-        Sleep(100);
-        reader.reset();
-    });
-    Encrypt(container, "new");
-    letsGo.join();
-    EXPECT_EQ(Decrypt(container), "new");
 }
 
 TEST_F(ContainersAreOrdinaryZips, KeepTheAttributesOfTheFileOnDisk) {
@@ -385,27 +358,6 @@ TEST_F(ContainersAreOrdinaryZips, KeepTheAttributesOfTheFileOnDisk) {
     SetFileAttributesW(container.c_str(), FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(ErrorOf([&] { writer->Finish(true); }), L"The container is read-only");
     EXPECT_EQ(Decrypt(container), "new");
-}
-
-TEST_F(ContainersAreOrdinaryZips, AreWrittenByManyAtOnce) {
-    std::vector<std::thread> threads;
-    for (int thread = 0; thread < 4; ++thread) {
-        threads.emplace_back([&, thread] {
-            const Path own = InDocs(std::to_string(thread) + ".txt.zip");
-            for (int round = 0; round < 15; ++round) {
-                const std::string content = std::string(1000, static_cast<char>('a' + thread)) + std::to_string(round);
-                EXPECT_EQ(ErrorOf([&] {
-                    Encrypt(own, content);
-                    Encrypt(InDocs("shared.zip"), content);
-                    EXPECT_EQ(Decrypt(own), content);
-                }), L"");
-            }
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    const std::string shared = Decrypt(InDocs("shared.zip"));
-    EXPECT_EQ(shared.find_first_not_of(shared[0]), 1000u) << "one writer's content, whole";
 }
 
 TEST_F(ContainersAreOrdinaryZips, AreNeverTakenFromWhatACrashLeft) {
@@ -451,20 +403,6 @@ TEST_F(ContainersAreOrdinaryZips, AreOpenedOnceForAllListings) {
     WIN32_FIND_DATAW changed = entry;
     ++changed.ftLastWriteTime.dwLowDateTime;
     EXPECT_FALSE(Inform(container, changed)) << "it cannot be opened now";
-}
-
-TEST_F(ContainersAreOrdinaryZips, MayLieDeep) {
-    Path deep = InDocs(std::wstring(120, L'd'));
-    deep /= std::wstring(120, L'e');
-    const auto extended = [](const Path& path) { return Path(L"\\\\?\\" + path.wstring()); };
-    ASSERT_TRUE(CreateDirectoryW(extended(deep.parent_path()).c_str(), nullptr));
-    ASSERT_TRUE(CreateDirectoryW(extended(deep).c_str(), nullptr));
-    const Path container = deep / (std::wstring(200, L'f') + L".zip");
-    Encrypt(container, "deep");
-    EXPECT_EQ(Decrypt(container), "deep");
-    EXPECT_TRUE(Inform(container, RawEntry(extended(container))));
-    DeleteFileW(extended(container).c_str());
-    RemoveDirectoryW(extended(deep).c_str());
 }
 
 TEST_F(ContainersAreOrdinaryZips, GetTheKeyOfThePlaceTheyAreFor) {

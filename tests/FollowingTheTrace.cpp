@@ -134,51 +134,6 @@ TEST_F(FollowingTheTrace, LeaveLinesSayHowLongItTookAndWhatCameOfIt) {
     EXPECT_EQ("true", leave("VirtualFindFile::FindFile").message);
 }
 
-TEST_F(FollowingTheTrace, LeaveLinesHaveResults) {
-    Put(L"Docs\\a.txt", "first");
-    VirtMountInfo mountInfo{};
-    LockInfo lockInfo = NewLock();
-    ExpectUnsavedEdits(1);
-    std::map<std::string, std::set<std::string>> results;  // of each function
-    for (const TraceLine& line : ParseAll(LinesDuring([&] {
-             volume()->FindClose(volume()->FindFirstMountFolder(L"Docs"));
-             EXPECT_FALSE(volume()->FindNextMountFolder(this, &mountInfo));
-             EXPECT_EQ(VVS_InvalidParameter, volume()->Flush(this));
-             List(L"*"), List(L"Docs\\*"), List(L"Docs\\missing*");
-             const std::wstring token = Lock(L"Docs\\a.txt");
-             volume()->FindClose(volume()->FindFirstLock(L"Docs\\a.txt", &lockInfo));
-             Unlock(L"Docs\\a.txt", token);
-             EXPECT_EQ(nullptr, volume()->FindFirstLock(L"Docs", &lockInfo));
-             Put(L"Docs\\b.txt", "second");
-             Delete(L"Docs\\b.txt");
-             MakeFolder(L"Docs\\f");
-             EXPECT_OK(Move(L"Docs\\f", L"Docs\\g"));
-             Failing("IFileWriter::Finish", Fault::Null, [&] { Put(L"Docs\\c.txt", "third"); });
-         })))
-        if (line.kind == "LEAVE")
-            results[line.function].insert(line.message.substr(0, 2) == "0x" ? "0x" : line.message);
-    const std::set<std::string> handles{"0x", "<NULL>"};
-    const std::pair<const char*, std::set<std::string>> rows[] = {
-        {"VirtualVolume::FindFirstMountFolder", {"0x"}},
-        {"VirtualVolume::FindNextMountFolder", {"false"}},
-        {"VirtualVolume::Flush", {"VVS_InvalidParameter"}},
-        {"VirtualVolume::FindFirstFileW", handles},
-        {"VirtualVolume::FindFirstLock", handles},
-        {"VirtualVolume::CloseFile", {"VVS_Success", "VSS_EncryptError", "VVS_GeneralError"}},
-        {"VirtualMountFolder::FindFirstFolder", {"0x"}},
-        {"VirtualFindFile::FindFirstFileW", handles},
-        {"GetHalvaneFileData", {"VIT_EncryptedFile"}},
-        {"GetOwnerId", {"O1"}},
-        {"GetFolderTargetKeyId", {"K1"}},
-        {"DeleteFileOrFolder", {"SUCCESS"}},
-        {"MakeFolder", {"true"}},
-    };
-    for (const auto& [function, expected] : rows)
-        EXPECT_TRUE(std::ranges::includes(expected, results[function]) && !results[function].empty())
-            << function << " " << ::testing::PrintToString(results[function]);
-    EXPECT_LT(1u, results["VirtualVolume::CloseFile"].size()) << "one save failed";
-}
-
 // The line that names the status is the slot's own, inside its nesting; errors alone say what the slot was called with.
 TEST_F(FollowingTheTrace, ExceptionsAreToldByTheirSlot) {
     const auto fail = [](const wchar_t*) -> void* { throw std::bad_alloc(); };
@@ -202,17 +157,6 @@ TEST_F(FollowingTheTrace, ExceptionsAreToldByTheirSlot) {
     EXPECT_EQ("errorStatus =>VSS_OutMemory, ", status.message);
 }
 
-TEST_F(FollowingTheTrace, AMoveIsToldWhenItsSourceIsClosed) {
-    WriteRaw(NativePath(L"Plain\\a.txt"), "content");
-    std::vector<std::string> order;
-    for (const TraceLine& line : ParseAll(LinesDuring([&] { EXPECT_OK(volume()->MoveFileW(L"Plain\\a.txt", L"Docs\\b.txt", nullptr)); })))
-        if (line.kind == "LEAVE" && line.function.ends_with("CloseFile"))
-            order.push_back("closed");
-        else if (line.message.starts_with("SUCCESS. existingFilePath[Plain\\a.txt], newFilePath[Docs\\b.txt], keepExistingFile["))
-            order.push_back("told");
-    EXPECT_EQ((std::vector<std::string>{"closed", "told"}), order);
-}
-
 TEST_F(FollowingTheTrace, TheLevelIsAskedSeldomAndObeyed) {
     Put(L"Docs\\a.txt", "first");
     LetTheLevelBeReadAgain();
@@ -231,32 +175,6 @@ TEST_F(FollowingTheTrace, TheLevelIsAskedSeldomAndObeyed) {
     EXPECT_EQ(lines.size(), CountOf(lines, LogLevel_Error));
     for (const TraceLine& line : ParseAll(lines))
         EXPECT_EQ(0u, line.indent) << line.message;
-
-    // It may change at any moment: what had entered silently leaves silently, and the nesting is what it was.
-    const auto changeTo = [&](std::uint32_t level) {
-        LetTheLevelBeReadAgain();
-        Touch(NativePath(L"Docs"));
-        std::vector<LogLine> changed;
-        Before("Quelcrypt_GetFileInformation",
-               [level] {
-                   LetTheLevelBeReadAgain();
-                   TestCompanion_SetLevel(level);
-               },
-               [&] { changed = LinesDuring([&] { List(L"Docs\\*"); }); });
-        return ParseAll(changed);
-    };
-    const auto louder = changeTo(LogLevel_Trace);
-    ASSERT_FALSE(louder.empty());
-    EXPECT_EQ(0u, louder.front().indent);
-    EXPECT_EQ(std::count_if(louder.begin(), louder.end(), [](const TraceLine& line) { return line.kind == "ENTER"; }),
-              std::count_if(louder.begin(), louder.end(), [](const TraceLine& line) { return line.kind == "LEAVE"; }));
-    changeTo(0);
-    EXPECT_EQ(0u, LinesDuring([&] { List(L"Nowhere\\*"); }).size());
-    TestCompanion_SetLevel(LogLevel_Trace);
-    LetTheLevelBeReadAgain();
-    const auto again = ParseAll(LinesDuring([&] { List(L"*"); }));
-    ASSERT_FALSE(again.empty());
-    EXPECT_EQ(0u, again.front().indent);
 }
 
 TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
@@ -280,24 +198,15 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
          "VirtualFile::CreteFileWithReadOnlyFallback (lastError == 5L || lastError == 32L) && !needToCreateFile =>false, "},
         {[&] { volume()->ReadFile(nullptr, 0, data, 8, nullptr, nullptr); },
          "VirtualVolume::ReadFile hFile->Read(fileOffset, data, requestedSize, outActualSize) =>VVS_InvalidParameter, "},
-        {[&] { volume()->SetFileInfo(nullptr, 0, nullptr); }, "VirtualVolume::SetFileInfo virtFindData != 0 =>false, "},
-        {[&] { Rename(nullptr, L"Docs\\b.txt"); },
-         "VirtualVolume::RenameFile hFile->Rename(newFilePath, newLockTokenAlways ) =>VVS_InvalidParameter, "},
         {[&] { Move(L"Plain\\b", L"Docs\\a.txt"); },
          "VirtualVolume::MoveOrCopyFile virtualItemExisting->Move(fullNewFilePath, keepExistingFile, newFileLockTokenAlways) "
          "=>VVS_PathAlreadyExists, "},
         {[&] { volume()->GetMountInfoByNativePath(nullptr, &mountInfo); },
          "VirtualMountFolder::GetMountFolderInfoByNativePath nativeFilePath != 0 && &nativeFilePath =>false, "},
         {[&] { volume()->Lock(L"Plain\\b", &lockInfo); }, "FileLocker::Lock lockInfo->lockScope == LockScope_Shared =>false, "},
-        {[&] { volume()->Lock(L"Plain\\b", &lockInfo); },
-         "VirtualVolume::Lock FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>VVS_LockScopeViolation, "},
-        {[&] { volume()->Lock(L"Docs", &lockInfo); },
-         "VirtualVolume::Lock !fileExists || (fileExists && !IsDir(virtFindData)) =>false, "},
         {[&] { volume()->Unlock(L"Plain\\b", L"{other}"); }, "FileLocker::Unlock foundIdx >= 0 =>false, "},
         {[&] { volume()->FindNextLock(&findData, &lockInfo); },
          "FileLocker::FindNextLock ( 0 != hFind && *(DWORD*)hFind == 'MLFF') =>false, "},
-        {[&] { ending("Quelcrypt_GetProtectedFolderEnum"), List(L"*"); },
-         "VirtualMountFolder::LoadFolders protectedFolders.Ptr() != 0 =>false, "},
         {[&] { ending("Quelcrypt_GetHalvaneBoxConfig"), Open(&hFile, L"Docs\\new\\n.txt", kReadWrite, CREATE_NEW); },
          "DoesFolderHavePolicy Quelcrypt_GetHalvaneBoxConfig( Utf8EncodeStr(folderPath, (DWORD)wcslen(folderPath)), cnfg.GetAddr(), 0, 0) "
          "!= 0 =>false, "},
@@ -312,19 +221,6 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
         EXPECT_EQ(nullptr, hFile);
     }
     EXPECT_OK(volume()->Unlock(L"Plain\\b", token.c_str()));
-}
-
-TEST_F(FollowingTheTrace, SearchesSayWhatTheyMissed) {
-    const auto missing = MessagesDuring(LogLevel_Error, [&] { List(L"Docs\\missing\\*"); });
-    ASSERT_EQ(1u, missing.size());
-    EXPECT_EQ(0u, missing[0].find("VirtualFindFile::FindFirstFileW hFind != ((HANDLE)(LONG_PTR)-1) || GetLastError() == 2L =>FALSE,  "
-                                  "filePathSearch[" + Narrow(NativePath(L"Docs\\missing\\*")) + "]. Error["))
-        << missing[0];
-    EXPECT_NE(std::string::npos, missing[0].find("Error code: 3]")) << missing[0];
-    Configure(R"({"folders": []})");
-    VirtFindData findData{};
-    EXPECT_EQ((std::vector<std::string>{"VirtualVolume::FindRoot Virtual volume is empty!"}),
-              MessagesDuring(LogLevel_Warning, [&] { volume()->FindFile(L"", &findData); }));
 }
 
 TEST_F(FollowingTheTrace, OrdinaryUseLeavesNoErrorsAndNoContent) {

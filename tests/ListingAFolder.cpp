@@ -1,10 +1,8 @@
 #include "harness/VolumeFixture.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cwchar>
 #include <map>
-#include <thread>
 
 class ListingAFolder : public VolumeFixture {
 protected:
@@ -130,15 +128,6 @@ TEST_F(ListingAFolder, AsksTheCompanionOnceAndThenRemembers) {
     EXPECT_EQ(20u, CallsDuring(kCall, [&] { List(L"Docs\\*"); })) << "a changed folder is read anew";
     Touch(NativePath(L"Docs\\f5.txt.zip"));
     EXPECT_EQ(1u, CallsDuring(kCall, [&] { List(L"Docs\\*"); })) << "a changed container alone";
-}
-
-TEST_F(ListingAFolder, ShowsNamesAsTheyStandOnDiskWhateverWasAskedForBefore) {
-    Container(L"b.zip", L"c");
-    CreateDirectoryW(NativePath(L"Docs\\sub.zip").c_str(), nullptr);
-    VirtFindData findData{};
-    EXPECT_TRUE(Find(L"Docs\\B", &findData));
-    EXPECT_TRUE(Find(L"Docs\\SUB", &findData));
-    EXPECT_EQ((Names{L"b.HvcConflicted", L"sub.zip"}), List(L"Docs\\*"));
 }
 
 TEST_F(ListingAFolder, RemembersTheLastThousandOrSo) {
@@ -309,15 +298,4 @@ TEST_F(ListingAFolder, TellsItsHandlesApart) {
         EXPECT_FALSE(volume()->FindClose(hFind)) << "it is none any more";
     }
     EXPECT_OK(volume()->Unlock(L"Docs\\README", token.c_str()));
-
-    for (int round = 0; round < 100; ++round) {
-        void* const hFind = volume()->FindFirstFileW(L"Docs\\*", &findData);
-        std::atomic<int> closed = 0;
-        std::vector<std::thread> threads;
-        for (int thread = 0; thread < 3; ++thread)
-            threads.emplace_back([&] { closed += volume()->FindClose(hFind); });
-        for (std::thread& thread : threads)
-            thread.join();
-        ASSERT_EQ(1, closed) << "one of those who close a handle does";
-    }
 }

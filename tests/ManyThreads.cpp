@@ -78,28 +78,6 @@ TEST_F(ManyThreads, LoseNobodysWord) {
             EXPECT_NE(std::string::npos, everything.find(WordOf(thread, round))) << WordOf(thread, round) << "is lost";
 }
 
-TEST_F(ManyThreads, SaveOneFileAtOnce) {
-    for (int round = 0; round < 5; ++round) {
-        SCOPED_TRACE(round);
-        const std::wstring name = std::to_wstring(round) + L".txt";
-        Put(L"Docs\\" + name, "base");
-        void* handles[kThreads];
-        std::set<std::string> written, found;
-        for (int thread = 0; thread < kThreads; ++thread) {
-            handles[thread] = MustOpen(L"Docs\\" + name);
-            EXPECT_OK(Write(handles[thread], WordOf(thread, round)));
-            written.insert(WordOf(thread, round));
-        }
-        AtOnce([&](int thread) { Close(handles[thread]); });
-        for (const std::wstring& container : FilesBelow(NativePath(L"Docs")))
-            found.insert(ContainerContent(container));
-        EXPECT_EQ(written, found);
-        for (int number = 1; number < kThreads; ++number)
-            EXPECT_NE("<none>", Stored(L"Docs\\" + ConflictName(name, number))) << "one under the file's name, the others beside it";
-        EmptyFolders();
-    }
-}
-
 TEST_F(ManyThreads, UseOneHandle) {
     constexpr std::size_t block = 4096;
     constexpr int rounds = 60;
@@ -126,33 +104,4 @@ TEST_F(ManyThreads, UseOneHandle) {
               }))
         << "whoever comes first, it is decrypted once";
     EXPECT_TRUE(expected == Stored(L"Docs\\a.bin")) << "all that was written before the close was saved";
-}
-
-// One holds a lock on a name that is missing, another opens it with the token and writes; the first lets go at any moment.
-TEST_F(ManyThreads, LetGoOfALockedFileThatIsBeingWritten) {
-    for (const auto& [path, rounds] : {std::pair{L"Plain\\a.txt", 300}, {L"Docs\\a.txt", 40}}) {
-        int words = 0;
-        for (int round = 0; round < rounds; ++round) {
-            const std::wstring token = Lock(path);
-            bool isTaken = false;
-            std::atomic<bool> isOpen{false};
-            std::thread writer([&] {
-                void* hFile = nullptr;
-                const bool hasFile = Open(&hFile, path, kReadWrite, OPEN_EXISTING, token.c_str()) == VVS_Success;
-                isOpen = true;
-                isTaken = hasFile && WriteIn(hFile, "word");
-                Close(hFile);
-            });
-            while (round % 4 != 0 && !isOpen)
-                std::this_thread::yield();
-            for (int pause = round * 7 % 40; pause > 0; --pause)
-                std::this_thread::yield();
-            Unlock(path, token);
-            writer.join();
-            ASSERT_EQ(isTaken ? "word" : "<none>", Stored(path)) << Narrow(path) << ", round " << round;
-            words += isTaken;
-            DeleteFileW(StoredPath(path).c_str());
-        }
-        EXPECT_LT(0, words);
-    }
 }

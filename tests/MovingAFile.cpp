@@ -222,22 +222,6 @@ TEST_F(MovingAFile, LeavesAloneWhatOnlyLooksLikeIt) {
     EXPECT_EQ("the plain one", ReadRaw(NativePath(L"Docs\\both.txt")));
 }
 
-// Whether the disk then shows the new case is the platform's affair for a plain file; an encrypted one stores its name.
-TEST_F(MovingAFile, ToAnotherLetterCaseKeepsContentAndLock) {
-    for (const std::wstring path : {L"Docs\\a.txt", L"Plain\\a.txt"}) {
-        Store(path, "content");
-        const std::wstring folder = path.substr(0, path.find(L'\\') + 1);
-        EXPECT_OK(Move(path, folder + L"A.txt"));
-        EXPECT_OK(Rename(path, folder + L"a.TXT"));
-        const std::wstring token = Lock(path);
-        EXPECT_OK(Move(path, folder + L"A.TxT"));
-        Unlock(path, token);
-        EXPECT_EQ("content", Get(path));
-        EXPECT_EQ(1u, List(folder + L"*").size());
-    }
-    EXPECT_EQ(Names{L"A.TxT"}, List(L"Docs\\*"));
-}
-
 // A host that writes piece after piece goes on where it was, whatever form the file takes meanwhile.
 TEST_F(MovingAFile, KeepsThePlaceInTheFile) {
     for (const wchar_t* from : {L"Docs\\a.txt", L"Plain\\a.txt"})
@@ -257,27 +241,6 @@ TEST_F(MovingAFile, KeepsThePlaceInTheFile) {
                 Delete(to);
                 EXPECT_TRUE(Disk().empty());
             }
-}
-
-TEST_F(MovingAFile, ANewFileIsStoredUnderItsNewNameAlone) {
-    // Nothing written yet: the new name is where the first save goes, and without one nothing comes into being.
-    void* hFile = MustOpen(L"Docs\\new.txt", kReadWrite, CREATE_NEW);
-    EXPECT_OK(Rename(hFile, L"Docs\\named.txt"));
-    EXPECT_TRUE(Disk().empty());
-    EXPECT_OK(Write(hFile, "content"));
-    Close(hFile);
-    EXPECT_EQ(Names{L"named.txt.zip"}, NamesBelow(L"Docs"));
-
-    // Written: stored at once, so that the caller learns whether it was; in place of what is there.
-    for (const wchar_t* to : {L"Docs\\other.txt", L"Docs\\named.txt", L"Other\\n.txt", L"Plain\\n.txt", L"Plain\\n.txt"}) {
-        SCOPED_TRACE(Narrow(to));
-        hFile = MustOpen(L"Docs\\new.txt", kReadWrite, CREATE_NEW);
-        EXPECT_OK(Write(hFile, "newer content"));
-        EXPECT_OK(Rename(hFile, to));
-        EXPECT_EQ("newer content", Stored(to));
-        EXPECT_EQ(0u, CallsDuring("Quelcrypt_FileWriterFactory", [&] { Close(hFile); })) << "stored already";
-    }
-    EXPECT_EQ(4u, Disk().size());
 }
 
 // A file that was stored before its folder got a policy, or lost it. A move onto its own path brings it into the form of the
@@ -331,23 +294,4 @@ TEST_F(MovingAFile, OrDeletingItTakesTheRightTo) {
     EXPECT_OK(volume()->Delete(hFile, nullptr));
     EXPECT_EQ(VVS_GeneralError, volume()->Flush(hFile)) << "of a deleted file nothing is written any more";
     Close(hFile);
-}
-
-// Who has a plain file open for writing would lose what he writes after it became a container; who only reads it does not.
-TEST_F(MovingAFile, APlainFileInUseBecomesNoContainer) {
-    MakePlain(L"Plain\\a.txt", "first");
-    void* const writer = MustOpen(L"Plain\\a.txt", GENERIC_READ | GENERIC_WRITE);
-    EXPECT_EQ(VSS_SharingViolation, Move(L"Plain\\a.txt", L"Docs\\b.txt"));
-    EXPECT_OK(Write(writer, "later"));
-    Close(writer);
-    void* const reader = MustOpen(L"Plain\\a.txt", GENERIC_READ);
-    EXPECT_OK(Move(L"Plain\\a.txt", L"Plain\\c.txt"));
-    EXPECT_OK(Move(L"Plain\\c.txt", L"Docs\\b.txt"));
-    EXPECT_EQ("later", Read(reader));
-    Close(reader);
-    EXPECT_EQ("later", Stored(L"Docs\\b.txt"));
-    EXPECT_EQ(1u, Disk().size());
-    EXPECT_EQ(Names{}, FilesHolding(temp(), "later"));
-    EXPECT_EQ("later", Get(L"Docs\\b.txt"));
-    EXPECT_EQ(1u, TempFolders()) << "that of what somebody still read went with the next one made";
 }

@@ -34,6 +34,7 @@ TEST_F(PlatformCalls, StayWithinTheirBudgets) {
     VirtFindData findData{};
     List(L"Docs\\*");
     readAll(L"Docs\\d0.txt");
+    save(L"Other\\first.txt", CREATE_NEW);  // the first document that is stored below a folder proves its password
     const struct {
         const char* operation;
         std::uint64_t budget;

@@ -1,99 +1,53 @@
-// The volume through its raw function table, as a host of another compiler sees it.
+// The function table, the exports and the module, as a host of another compiler sees them.
 #include "harness/VolumeFixture.h"
 
 #include <algorithm>
+#include <cstring>
 #include <span>
 
+namespace {
 
-class RawSlotTable : public VolumeFixture {
-protected:
-    template <class Result, class... Args>
-    Result Call(std::size_t slot, Args... args) {
-        void* const object = volume();
-        void** const table = *static_cast<void***>(object);
-        return reinterpret_cast<Result (*)(void*, Args...)>(table[slot])(object, args...);
-    }
-};
-
-TEST_F(RawSlotTable, EachSlotStandsWhereItMust) {
-    WriteRaw(NativePath(L"Plain\\a"), "content");
-    VirtFindData findData{};
-    VirtFindData* const noData = nullptr;
-    VirtMountInfo mountInfo{};
-    const std::wstring native = NativePath(L"Plain\\a");
-    EXPECT_TRUE((Call<bool>(2, L"Plain\\a", &mountInfo)));
-    EXPECT_TRUE((Call<bool>(3, native.c_str(), &mountInfo)));
-    void* const hMounts = Call<void*>(4, L"Pl*");
-    ASSERT_NE(nullptr, hMounts);
-    EXPECT_TRUE((Call<bool>(5, hMounts, &mountInfo)));
-    EXPECT_STREQ(L"Plain", mountInfo.name);
-    EXPECT_TRUE((Call<bool>(9, hMounts)));
-    EXPECT_TRUE((Call<bool>(6, L"Plain\\a", &findData)));
-    void* const hFiles = Call<void*>(7, L"Plain\\*", &findData);
-    ASSERT_NE(nullptr, hFiles);
-    EXPECT_FALSE((Call<bool>(8, hFiles, &findData)));
-    EXPECT_TRUE((Call<bool>(9, hFiles)));
-
-    void* hFile = nullptr;
-    const wchar_t* const noToken = nullptr;
-    ASSERT_OK((Call<VirtualVolumeStatus>(10, &hFile, L"Plain\\a", kReadWrite, kShareAll, 3u, noToken, &findData)));
-    EXPECT_EQ(VIT_PlainFile, findData.itemType);
-    EXPECT_OK((Call<VirtualVolumeStatus>(12, hFile, noData)));
-    EXPECT_OK((Call<VirtualVolumeStatus>(13, hFile, noData)));
-    EXPECT_OK((Call<VirtualVolumeStatus>(14, hFile, noData, L"Plain\\b", noToken)));
-    char data[8] = "";
-    std::uint32_t done = 0;
-    EXPECT_OK((Call<VirtualVolumeStatus>(17, hFile, std::uint64_t{3}, static_cast<void*>(data), 4u, &done, noData)));
-    EXPECT_EQ("tent", std::string(data, done));
-    EXPECT_OK((Call<VirtualVolumeStatus>(18, hFile, std::uint64_t{0}, static_cast<const void*>("CON"), 3u, &done, noData)));
-    EXPECT_EQ(3u, done);
-    EXPECT_OK((Call<VirtualVolumeStatus>(19, hFile, std::uint64_t{5}, noData)));
-    EXPECT_OK((Call<VirtualVolumeStatus>(20, hFile)));
-    EXPECT_TRUE((Call<bool>(21, hFile, &findData)));
-    EXPECT_EQ(5, findData.fileSize);
-    EXPECT_OK((Call<VirtualVolumeStatus>(22, hFile, 0xFFFFFFFFu, static_cast<const VirtFindData*>(&findData))));
-    Call<void>(11, hFile, noData);
-    EXPECT_EQ("CONte", ReadRaw(NativePath(L"Plain\\b")));
-    EXPECT_OK((Call<VirtualVolumeStatus>(16, L"Plain\\b", L"Plain\\c", noToken)));
-    EXPECT_OK((Call<VirtualVolumeStatus>(15, L"Plain\\c", L"Plain\\d", noToken)));
-    EXPECT_EQ((std::vector<std::wstring>{L"b", L"d"}), List(L"Plain\\*"));
-
+// Where a slot stands in the table: compilers keep a pointer to a virtual function as one more than its place in bytes ("Itanium C++ ABI":
+// member function pointers).
+template <class Slot>
+std::size_t PlaceOf(Slot slot) {
+    std::size_t place = 0;
+    std::memcpy(&place, &slot, sizeof(place));
+    return (place - 1) / sizeof(void*);
 }
 
-TEST_F(RawSlotTable, SoDoThoseOfLocksAndOfTheObjectItself) {
-    WriteRaw(NativePath(L"Plain\\b"), "CONte");
-    const wchar_t* const noToken = nullptr;
-    VirtFindData* const noData = nullptr;
-    LockInfo lockInfo = NewLock(LockScope_Shared);
-    ASSERT_OK((Call<VirtualVolumeStatus>(23, L"Plain\\b", &lockInfo)));
-    const std::wstring token = lockInfo.token;
-    EXPECT_EQ(38u, token.size());
-    EXPECT_OK((Call<VirtualVolumeStatus>(25, L"Plain\\b", noToken, &lockInfo)));
-    void* const hLocks = Call<void*>(26, L"Plain\\b", &lockInfo);
-    ASSERT_NE(nullptr, hLocks);
-    EXPECT_EQ(VVS_FileNotLocked, (Call<VirtualVolumeStatus>(27, hLocks, &lockInfo)));
-    EXPECT_TRUE((Call<bool>(9, hLocks)));
-    EXPECT_OK((Call<VirtualVolumeStatus>(24, L"Plain\\b", token.c_str())));
+}  // namespace
 
-    EXPECT_FALSE(Call<bool>(28));
-    EXPECT_EQ(0u, Call<std::uint32_t>(29));
-    Call<void>(30, noData, noData);
-    EXPECT_FALSE(Call<bool>(31));
+using RawSlotTable = VolumeFixture;
+
+TEST_F(RawSlotTable, EachSlotStandsWhereItMust) {
+    using V = IVirtualVolume;
+    const auto placesOf = [](auto... slots) { return std::vector<std::size_t>{PlaceOf(slots)...}; };
+    const auto places = placesOf(
+        &V::Destroy, &V::Release, &V::GetMountInfoByVolumePath, &V::GetMountInfoByNativePath, &V::FindFirstMountFolder, &V::FindNextMountFolder,
+        &V::FindFile, &V::FindFirstFileW, &V::FindNextFileW, &V::FindClose, &V::OpenFile, &V::CloseFile, &V::Delete, &V::Undelete,
+        &V::RenameFile, &V::MoveFileW, &V::CopyFileW, &V::ReadFile, &V::WriteFile, &V::SetFileSize, &V::Flush, &V::GetFileInfo, &V::SetFileInfo,
+        &V::Lock, &V::Unlock, &V::FindLock, &V::FindFirstLock, &V::FindNextLock, &V::ReservedQuery28, &V::ReservedQuery29,
+        &V::ReservedNoOp30, &V::ReservedQuery31, &V::GetSpace);
+    ASSERT_EQ(33u, places.size());
+    for (std::size_t slot = 0; slot < places.size(); ++slot)
+        EXPECT_EQ(slot, places[slot]);
+
+    EXPECT_FALSE(volume()->ReservedQuery28() || volume()->ReservedQuery29() || volume()->ReservedQuery31());
+    volume()->ReservedNoOp30(nullptr, nullptr);
     std::uint64_t total = 0;
-    std::uint64_t* const notAsked = nullptr;
-    EXPECT_EQ(0xFFFFFFFFFFu, (Call<std::uint64_t>(32, &total, notAsked)));
+    EXPECT_EQ(0xFFFFFFFFFFu, volume()->GetSpace(&total, nullptr));
     EXPECT_EQ(0xFFFFFFFFFFu, total);
-
     // 0 destroys and, asked to, frees; 1 does both. What one object opened, another closes.
+    WriteRaw(NativePath(L"Plain\\b"), "content");
     IVirtualVolume* const first = NewVolume();
     IVirtualVolume* const second = NewVolume();
     void* hFile = nullptr;
     ASSERT_OK(first->OpenFile(&hFile, L"Plain\\b", GENERIC_READ, kShareAll, OPEN_EXISTING, nullptr, nullptr));
-    void** const table = *reinterpret_cast<void***>(first);
-    EXPECT_EQ(first, reinterpret_cast<void* (*)(void*, std::uint32_t)>(table[0])(first, 1));
-    EXPECT_EQ("CONte", Read(hFile));
+    EXPECT_EQ(first, first->Destroy(1));
+    EXPECT_EQ("content", Read(hFile));
     second->CloseFile(hFile, nullptr);
-    reinterpret_cast<void (*)(void*)>(table[1])(second);
+    second->Release();
 }
 
 TEST_F(RawSlotTable, TheModuleIsFoundByItsThreeExportsAndCanBeUnloaded) {

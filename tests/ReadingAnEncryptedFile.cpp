@@ -41,32 +41,6 @@ protected:
     }
 };
 
-TEST_F(ReadingAnEncryptedFile, DecryptsOnceAtTheFirstAccessToTheContent) {
-    const std::string content = Numbers(100'000);
-    const std::function<void(void*)> accesses[] = {
-        [&](void* hFile) { EXPECT_EQ(content.substr(50'000, 10), Read(hFile, 50'000, 10)); },
-        [&](void* hFile) { EXPECT_OK(Write(hFile, content.substr(3, 10), 3)); },
-        [&](void* hFile) { EXPECT_OK(SetSize(hFile, content.size())); },
-    };
-    for (const auto& access : accesses) {
-        MakeEncrypted(L"Docs\\a.txt", content);
-        Touch(ContainerPath(L"Docs\\a.txt"));
-        void* hFile = nullptr;
-        VirtFindData record{};
-        EXPECT_EQ(0u, ReaderCallsDuring([&] {
-                      hFile = MustOpen(L"Docs\\a.txt");
-                      EXPECT_TRUE(volume()->GetFileInfo(hFile, &record));
-                  }))
-            << "opening is not an access to the content";
-        EXPECT_EQ(100'000, record.fileSize);
-        EXPECT_EQ(0u, TempFolders());
-        EXPECT_EQ(1u, ReaderCallsDuring([&] { access(hFile); }));
-        EXPECT_EQ(0u, ReaderCallsDuring([&] { EXPECT_TRUE(content == Read(hFile)); }));
-        Close(hFile);
-        Delete(L"Docs\\a.txt");
-    }
-}
-
 // One body for both kinds of file, the plain one being the measure.
 TEST_F(ReadingAnEncryptedFile, ReadsAtEveryPositionAsAPlainFileDoes) {
     const std::string content = Numbers(70'000);

@@ -138,16 +138,6 @@ TEST_F(SavingAnEditedFile, ConflictCopiesHaveTheirNames) {
         EXPECT_EQ("mine " + std::to_string(number), Stored(L"Docs\\" + ConflictName(L"a.txt", number)));
     }
     EXPECT_EQ(5u, Disk().size());
-
-    // With none left the edit waits, until there is one.
-    for (int number = 5; number <= 1000; ++number)  // an empty one may be another's beginning
-        WriteRaw(ContainerPath(L"Docs\\" + ConflictName(L"a.txt", number)), number < 1000 ? "taken" : "");
-    CloseInConflict(L"Docs\\a.txt", "the last", "theirs at last");
-    EXPECT_EQ(1u, TrackedEdits().size());
-    EXPECT_TRUE(DeleteFileW(ContainerPath(L"Docs\\" + ConflictName(L"a.txt", 500)).c_str()));
-    EXPECT_EQ("theirs at last", Get(L"Docs\\a.txt"));
-    EXPECT_EQ("the last", Stored(L"Docs\\" + ConflictName(L"a.txt", 500)));
-    EXPECT_EQ("taken", ReadRaw(ContainerPath(L"Docs\\" + ConflictName(L"a.txt", 999))));
 }
 
 // Encrypting takes long: what others store meanwhile is found before the new container is put in place.
@@ -353,35 +343,6 @@ TEST_F(SavingAnEditedFile, OpensAPlainFileInUseForReadingOnly) {
     }
     const Held held(NativePath(L"Plain\\a.txt"));
     EXPECT_EQ(VSS_SharingViolation, TryOpen(L"Plain\\a.txt"));
-}
-
-TEST_F(SavingAnEditedFile, TheTrackingFileTellsWhoseEditWaits) {
-    struct {
-        const wchar_t* name;
-        const char* shown;  // in the system's narrow character set
-    } const rows[] = {{L"a.txt", "a.txt"},
-                      {L"r\xe9sum\xe9.docx", "r\xe9sum\xe9.docx"},
-                      {L"Q&A ]].txt", "Q&A ]].txt"},
-                      {L"\x4e2d\x6587.txt", "??.txt"}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(Narrow(row.name));
-        const std::wstring path = std::wstring(L"Docs\\") + row.name;
-        MakeEncrypted(path, "base");
-        WIN32_FILE_ATTRIBUTE_DATA source{};
-        ASSERT_TRUE(GetFileAttributesExW(ContainerPath(path).c_str(), GetFileExInfoStandard, &source));
-        LeaveUnsavedEdit(path, "edit");
-        ASSERT_EQ(1u, TrackedEdits().size());
-        const std::wstring copy = TrackedEdits()[0];
-        const std::string tracking = ReadRaw(copy + L".hvf");
-        const auto name = [](const std::string& text) { return "<name><![CDATA[" + text + "]]></name>\r\n<attributes>"; };
-        const std::string expected = name(Narrow(NativePath(L"Docs\\")) + row.shown + ".zip") +
-                                     std::to_string(source.dwFileAttributes) + "</attributes>\r\n<writetime>" +
-                                     std::to_string(Number(source.ftLastWriteTime)) + "</writetime>\r\n<size>" +
-                                     std::to_string(source.nFileSizeLow) + "</size>";
-        EXPECT_NE(tracking.npos, tracking.find(expected)) << tracking;
-        EXPECT_NE(tracking.npos, tracking.find(name(Narrow(copy.substr(0, copy.rfind(L'\\') + 1)) + row.shown))) << tracking;
-        EXPECT_EQ("edit", Get(path));
-    }
 }
 
 TEST_F(SavingAnEditedFile, TheUserMayPickAnotherPlace) {

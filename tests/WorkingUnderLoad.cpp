@@ -1,7 +1,6 @@
 // Threads that work at once while the companion library fails now and then. Each knows what documents of its own hold, which must
 // be so at any moment; documents that all share stay whole versions. QUELCRYPT_TEST_SEED and QUELCRYPT_TEST_STEPS set other ones.
 #include "harness/VolumeFixture.h"
-#include "load/Documents.h"
 
 #include <atomic>
 #include <cstdlib>
@@ -12,12 +11,29 @@
 namespace {
 
 constexpr int kThreads = 4;
-constexpr int kShared = 3;  // documents 0 to 2
-constexpr int kOwn = 3;     // documents of each thread
+constexpr int kShared = 3;  // documents 0 to 2; each thread has three more
+using Random = std::minstd_rand;
 
 unsigned Setting(const char* name, unsigned otherwise) {
     const char* const given = std::getenv(name);
     return given ? static_cast<unsigned>(std::strtoul(given, nullptr, 10)) : otherwise;
+}
+
+// The last place has no policy: what is written there stands where it is written.
+std::wstring PathOf(int document, unsigned place) {
+    static const wchar_t* const places[] = {L"Docs\\", L"Docs\\sub\\", L"Other\\", L"Plain\\"};
+    return places[place % 4] + (L"d" + std::to_wstring(document)) + L".txt";
+}
+
+// Tells what it is: a mixture, a part or a foreign content shows.
+std::string Version(int document, int version) {
+    return std::to_string(document) + " version " + std::to_string(version) + ";" +
+           std::string(static_cast<std::size_t>(1000 + version * 7919 % 90'000), static_cast<char>('a' + version % 26)) + ".";
+}
+bool IsVersionOf(int document, const std::string& content) {
+    int number = -1, version = -1;
+    return content.empty() || (std::sscanf(content.c_str(), "%d version %d;", &number, &version) == 2 && number == document &&
+                               content == Version(document, version));
 }
 
 }  // namespace
@@ -31,132 +47,110 @@ protected:
         std::wstring path;  // empty: it does not exist
         std::string content;
     };
-    using Random = std::minstd_rand;
-
-    static std::wstring AnyPath(int document, Random& random) {
-        return DocumentPath(document, static_cast<int>(random() % kPlaces));
-    }
-    VirtualVolumeStatus MoveIt(const std::wstring& from, const std::wstring& to, bool isRename) {
-        if (!isRename)
-            return Move(from, to);
-        void* const hFile = OpenDocument(volume(), from, kReadWrite);
-        const VirtualVolumeStatus status = hFile ? Rename(hFile, to) : VVS_GeneralError;
-        Close(hFile);
-        return status;
-    }
     // What was written counts as the content once the volume has taken it, whatever becomes of the save.
-    void Save(Document& own, Random& random, bool isLocked) {
-        const bool isNew = own.path.empty();
-        const std::wstring path = isNew ? AnyPath(own.number, random) : own.path;
-        LockInfo lockInfo = NewLock();
-        if (isLocked && (isNew || volume()->Lock(path.c_str(), &lockInfo) != VVS_Success))
-            return;
-        if (void* const hFile = OpenDocument(volume(), path, kReadWrite, isNew ? CREATE_NEW : OPEN_EXISTING, lockInfo.token)) {
-            const std::string content = Version(own.number, ++m_versions);
-            if (Replace(volume(), hFile, content))
-                own = {own.number, path, content};
-            else if (isNew)
-                volume()->Delete(hFile, nullptr);
-            Close(hFile);
-        }
-        for (int attempt = 0; isLocked && attempt < 2; ++attempt)  // the first one may be failed
-            isLocked = volume()->Unlock(path.c_str(), lockInfo.token) != VVS_Success;
+    bool Save(const std::wstring& path, const std::string& content, std::uint32_t disposition = OPEN_EXISTING) {
+        void* hFile = nullptr;
+        Open(&hFile, path, kReadWrite, disposition);
+        const bool isTaken = SetSize(hFile, content.size()) == VVS_Success && Write(hFile, content) == VVS_Success;
+        if (!isTaken && disposition == CREATE_NEW)
+            volume()->Delete(hFile, nullptr);
+        Close(hFile);
+        return isTaken;
     }
-    void DeleteIt(Document& own) {
-        void* const hFile = OpenDocument(volume(), own.path, DELETE);
+    bool MoveIt(const std::wstring& from, const std::wstring& to, bool isRename) {
+        if (!isRename)
+            return Move(from, to) == VVS_Success;
+        void* hFile = nullptr;
+        Open(&hFile, from);
+        const bool isDone = Rename(hFile, to) == VVS_Success;
+        Close(hFile);
+        return isDone;
+    }
+    bool DeleteIt(const std::wstring& path) {
+        void* hFile = nullptr;
+        Open(&hFile, path, DELETE);
         const bool isDone = volume()->Delete(hFile, nullptr) == VVS_Success;
         Close(hFile);
-        if (isDone)
+        return isDone;
+    }
+    void Step(Document& own, Random& random) {
+        const int shared = static_cast<int>(random() % kShared);
+        const std::wstring path = own.path.empty() ? PathOf(own.number, random()) : own.path, to = PathOf(own.number, random());
+        const std::string content = Version(own.number, ++m_versions);
+        LockInfo lockInfo = NewLock();
+        const unsigned what = own.path.empty() ? 9 : random() % 10;
+        if (what == 0 && DeleteIt(path))
             own.path.clear();
+        else if ((what == 1 || what == 2) && MoveIt(path, to, what == 1))
+            own.path = to;
+        else if (what == 3)
+            MoveIt(PathOf(shared, random()), PathOf(shared, random()), random() % 2);
+        else if (what == 4)
+            Save(PathOf(shared, 0), Version(shared, m_versions));
+        else if (what == 5 && volume()->Lock(path.c_str(), &lockInfo) == VVS_Success) {
+            own.content = Save(path, content) ? content : own.content;
+            for (int attempt = 0; attempt < 2 && volume()->Unlock(path.c_str(), lockInfo.token) != VVS_Success; ++attempt) {
+            }  // the first one may be failed
+        } else if (what == 6)
+            Check(own);
+        else if (what > 6 && Save(path, content, own.path.empty() ? CREATE_NEW : OPEN_EXISTING))
+            own = {own.number, path, content};
     }
     // A failure may keep it from being read; something else is never read.
     void Check(const Document& own) {
-        void* const hFile = OpenDocument(volume(), own.path, GENERIC_READ);
+        void* hFile = nullptr;
+        Open(&hFile, own.path, GENERIC_READ);
         const std::string content = Read(hFile);
         Close(hFile);
         const std::lock_guard guard(m_mutex);
         if (!content.starts_with("<V") && content != own.content)
             m_problems.push_back(Narrow(own.path) + " reads " + content.substr(0, 40) + ", not " + own.content.substr(0, 40));
     }
-    void Step(Document& own, Random& random) {
-        const int shared = static_cast<int>(random() % kShared);
-        const unsigned what = own.path.empty() ? 9 : random() % 10;
-        if (what == 0)
-            DeleteIt(own);
-        else if (const std::wstring to = AnyPath(own.number, random); what < 3 && MoveIt(own.path, to, what == 1) == VVS_Success)
-            own.path = to;
-        else if (what == 3)
-            MoveIt(AnyPath(shared, random), AnyPath(shared, random), random() % 2);
-        else if (void* const hFile = what == 4 ? OpenDocument(volume(), DocumentPath(shared, 0), kReadWrite) : nullptr)
-            Replace(volume(), hFile, Version(shared, ++m_versions)), Close(hFile);
-        else if (what < 7)
-            Check(own);
-        else
-            Save(own, random, what == 7);
-    }
-    void ExpectWholeVersions();
 
     std::atomic<int> m_versions{1000};
     std::mutex m_mutex;
     std::vector<std::string> m_problems;  // the test framework takes no reports from other threads here
 };
 
-// Everything that stands in the folders is one version of its document whole, and no shared document is missing.
-void WorkingUnderLoad::ExpectWholeVersions() {
-    bool isThere[kShared] = {};
-    for (const auto& [file, bytes] : Disk()) {
-        const std::string content = file.ends_with(L".zip") ? ContainerContent(file) : bytes;
-        const int document = DocumentOf(content);
-        EXPECT_TRUE(content.empty() || VersionOf(content) >= 0) << Narrow(file) << " holds " << content.substr(0, 60);
-        EXPECT_TRUE(content.empty() || file.find(L"\\d" + std::to_wstring(document)) != file.npos) << Narrow(file);
-        if (document >= 0 && document < kShared)
-            isThere[document] = true;
-    }
-    for (const std::wstring& edit : TrackedEdits())  // of documents that were in use when they were to be deleted
-        EXPECT_LE(0, VersionOf(ReadRaw(edit))) << ReadRaw(edit).substr(0, 40) << "... waits";
-    ExpectUnsavedEdits(TrackedEdits().size());
-    for (int document = 0; document < kShared; ++document)
-        EXPECT_TRUE(isThere[document]) << "document " << document << " is lost";
-}
-
 TEST_F(WorkingUnderLoad, EqualsTheModelWhateverFails) {
     const unsigned seed = Setting("QUELCRYPT_TEST_SEED", 1), steps = Setting("QUELCRYPT_TEST_STEPS", 100);
     MakeFolder(L"Docs\\sub");
     for (int document = 0; document < kShared; ++document)
-        MakeEncrypted(DocumentPath(document, 0), Version(document, 0));
-    std::vector<std::vector<Document>> own(kThreads);
+        MakeEncrypted(PathOf(document, 0), Version(document, 0));
     std::vector<std::thread> threads;
-    std::atomic<int> left{kThreads};
-    for (int thread = 0; thread < kThreads; ++thread) {
-        for (int number = 0; number < kOwn; ++number)
-            own[thread].push_back({kShared + thread * kOwn + number, {}, {}});
+    std::vector<Document> own(kThreads * 3);
+    for (int thread = 0; thread < kThreads; ++thread)
         threads.emplace_back([&, thread, random = Random(seed + static_cast<unsigned>(thread))]() mutable {
-            for (unsigned step = 0; step < steps; ++step)
-                Step(own[thread][random() % kOwn], random);
-            --left;
+            constexpr Fault faults[] = {Fault::None, Fault::Null, Fault::Raise, Fault::Error, Fault::OutOfMemory};
+            for (unsigned step = 0; step < steps; ++step) {
+                const unsigned which = static_cast<unsigned>(thread) * 3 + random() % 3;
+                own[which].number = kShared + static_cast<int>(which);
+                TestCompanion_FailNth(nullptr, 1 + random() % 40, faults[random() % 5], random() % 16 == 0);
+                Step(own[which], random);
+            }
         });
-    }
-    constexpr Fault faults[] = {Fault::Null, Fault::Raise, Fault::Error, Fault::OutOfMemory};
-    for (Random random(seed); left > 0; Sleep(random() % 60)) {
-        TestCompanion_FailNth(nullptr, 1 + random() % 40, faults[random() % 4], random() % 8 == 0);
-        Sleep(random() % 60);
-        TestCompanion_FailNth(nullptr, 0, Fault::None, false);
-    }
     for (std::thread& thread : threads)
         thread.join();
+    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
     Configure(std::string(DefaultConfiguration()) + " ");  // an enumeration that ended early is believed until then
     for (const std::string& problem : m_problems)
         ADD_FAILURE() << problem;
-    for (const auto& documents : own)
-        for (const Document& document : documents)
-            if (!document.path.empty()) {  // reading it also saves the edit that waits for it
-                EXPECT_TRUE(document.content == Get(document.path)) << Narrow(document.path);
-                const std::string plain = ReadRaw(NativePath(document.path));
-                EXPECT_TRUE(document.content == (plain == "<none>" ? ContainerContent(ContainerPath(document.path)) : plain));
-            }
+    for (const Document& document : own)
+        if (!document.path.empty()) {  // reading it also saves the edit that waits for it
+            EXPECT_TRUE(document.content == Get(document.path)) << Narrow(document.path);
+            const std::string plain = ReadRaw(NativePath(document.path));
+            EXPECT_TRUE(document.content == (plain == "<none>" ? ContainerContent(ContainerPath(document.path)) : plain));
+        }
+    std::string names;
+    for (const std::wstring& edit : TrackedEdits())  // of documents that were in use when they were to be deleted
+        names += Narrow(edit);
+    ExpectUnsavedEdits(TrackedEdits().size());
+    for (const auto& [file, bytes] : Disk()) {
+        const int document = _wtoi(file.c_str() + file.rfind(L"\\d") + 2);
+        EXPECT_TRUE(IsVersionOf(document, file.ends_with(L".zip") ? ContainerContent(file) : bytes)) << Narrow(file);
+        names += Narrow(file);
+    }
     for (int document = 0; document < kShared; ++document)
-        for (int place = 0; place < kPlaces; ++place)
-            Get(DocumentPath(document, place));
-    ExpectWholeVersions();
-    std::printf("seed %u, %u steps of %d threads, %d versions written\n", seed, steps, kThreads, m_versions - 1000);
+        EXPECT_NE(names.npos, names.find("\\d" + std::to_string(document))) << "document " << document << " is lost";
+    std::printf("seed %u, %u steps of %d threads, %d versions\n", seed, steps, kThreads, m_versions - 1000);
 }

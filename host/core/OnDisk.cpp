@@ -14,10 +14,14 @@ DiskHandle Open(const std::wstring& path, DWORD access, DWORD share, DWORD dispo
 }
 
 std::wstring RealPathAs(HANDLE file, DWORD form) {
-    const DWORD size = GetFinalPathNameByHandleW(file, nullptr, 0, form);
-    std::wstring path(size, L'\0');
-    const DWORD length = size == 0 ? 0 : GetFinalPathNameByHandleW(file, path.data(), size, form);
-    path.resize(length < size ? length : 0);
+    constexpr std::size_t c_usual = 512;
+    std::wstring path(c_usual, L'\0');
+    DWORD length = GetFinalPathNameByHandleW(file, path.data(), c_usual, form);
+    if (length >= c_usual) {
+        path.resize(length);
+        length = GetFinalPathNameByHandleW(file, path.data(), static_cast<DWORD>(path.size()), form);
+    }
+    path.resize(length < path.size() ? length : 0);
     return path;
 }
 
@@ -97,7 +101,10 @@ Standing StandingAt(const std::wstring& realPath) {
     const DWORD attributes = GetFileAttributesW(realPath.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES)
         return Standing::Nothing;
-    return attributes & FILE_ATTRIBUTE_REPARSE_POINT ? Standing::Link : Standing::Itself;
+    const std::size_t separator = realPath.rfind(L'\\');
+    const std::wstring folder = RealPath(realPath.substr(0, separator + 1));
+    const bool isFolderReal = EqualNoCase(folder.substr(0, folder.find_last_not_of(L'\\') + 1), realPath.substr(0, separator));
+    return !isFolderReal || (attributes & FILE_ATTRIBUTE_REPARSE_POINT) ? Standing::Link : Standing::Itself;
 }
 
 std::wstring LongName(const std::wstring& path) {

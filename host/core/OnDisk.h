@@ -31,7 +31,8 @@ std::wstring OrdinaryPath(const std::filesystem::path& realPath);
 bool AreLinksMarked();
 
 enum class Standing { Nothing, Itself, Link };
-// What stands at a real path. What is no file of a disk (a pipe) counts as a link.
+// What stands at a path that is real unless a link stands there or on the way to it. What is no file of a disk (a pipe) counts as a
+// link. Nothing says nothing of the folders on the way.
 Standing StandingAt(const std::wstring& realPath);
 // The long name of what stands there; empty when nothing does.
 std::wstring LongName(const std::wstring& path);

@@ -10,15 +10,21 @@ namespace {
 
 constexpr std::uint32_t c_keepAttributes = 0xFFFFFFFF;
 
-}  // namespace
-
-Upload::Upload(const Volume& volume, const VolumePath& target) : m_volume(volume), m_target(target) {
+std::optional<Entry> FindReplaced(const Volume& volume, const VolumePath& target) {
     if (target.IsRoot() || target.IsMountFolder())
         throw HostError(target.Shown() + ": files live inside of mount folders");
     volume.RequireFolder(target.Parent());
-    const std::optional<Entry> existing = volume.Find(target);
+    std::optional<Entry> existing = volume.Find(target);
     if (existing && existing->IsFolder())
         throw HostError(target.Shown() + ": a folder");
+    return existing;
+}
+
+}  // namespace
+
+Upload::Upload(const Volume& volume, const VolumePath& target) : Upload(volume, target, FindReplaced(volume, target)) {}
+
+Upload::Upload(const Volume& volume, const VolumePath& target, const std::optional<Entry>& existing) : m_volume(volume), m_target(target) {
     if (existing)
         m_target = existing->path;
 
@@ -92,6 +98,7 @@ void Upload::Verify() {
         stored = m_volume.Find(m_target.Parent().Child(other.Name()));
     if (!stored)
         throw HostError(m_target.Shown() + ": it was stored, but the volume does not show it");
+    m_stored = *stored;
     if (!hasOwnName)
         m_target = m_target.Parent().Child(stored->Name());
     const bool isAsWritten = hasOwnName || m_encrypted;  // of a container as content, the size of what is in it is shown

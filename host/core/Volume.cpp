@@ -98,8 +98,8 @@ std::optional<std::wstring> Volume::FolderOnDisk(const VolumePath& folder) const
 }
 
 bool Volume::HasRoomFor(std::uint64_t bytes, const VolumePath& folder) const {
-    const auto onDisk = FolderOnDisk(folder);
-    return HasRoom(m_temp.Path().native(), bytes) && (!onDisk || HasRoom(*onDisk, bytes));
+    const auto onDisk = PathOnDisk(folder);
+    return (!onDisk || HasRoom(*onDisk, bytes)) && m_temp.HasRoomFor(bytes);
 }
 
 bool Volume::HoldsMountFolder(const VolumePath& folder) const {
@@ -132,7 +132,7 @@ VolumePath Volume::Key(const VolumePath& path) const {
 bool Volume::IsItself(const Entry& entry) const {
     if (entry.path.IsRoot() || entry.path.IsMountFolder())
         return true;
-    const auto folder = FolderOnDisk(entry.path.Parent());
+    const auto folder = PathOnDisk(entry.path.Parent());
     return folder && StandingAt(*folder + L'\\' + entry.NameOnDisk()) == Standing::Itself;
 }
 
@@ -162,7 +162,10 @@ std::optional<Entry> Volume::FindByShortName(const VolumePath& path) const {
         const std::wstring own = folder ? LongName(*folder + L'\\' + name + end) : std::wstring();
         if (own.empty() || EqualNoCase(own, name + end) || !EndsWithNoCase(own, end))
             continue;
-        const VolumePath ownPath = path.Parent().Child(own.substr(0, own.size() - end.size()));
+        const std::wstring shown = own.substr(0, own.size() - end.size());
+        if (VolumePath::ComponentProblem(shown))  // that of a name which the volume keeps for itself
+            continue;
+        const VolumePath ownPath = path.Parent().Child(shown);
         Entry entry{ownPath};
         if (m_volume->FindFile(ownPath.Str(), &entry.data) && EqualNoCase(entry.Name(), ownPath.Name()) && IsItself(entry))
             return entry;

@@ -49,8 +49,9 @@ void Volume::RequireInPlace(const VolumePath& path, void* file) const {
 }
 
 bool Volume::LeadsAway(const Entry& entry) const {
-    const auto folder = FolderOnDisk(entry.path.Parent());
-    return !folder || StandingAt(*folder + L'\\' + entry.NameOnDisk()) == Standing::Link;
+    const auto folder = PathOnDisk(entry.path.Parent());
+    const Standing standing = folder ? StandingAt(*folder + L'\\' + entry.NameOnDisk()) : Standing::Link;
+    return standing == Standing::Link || (standing == Standing::Nothing && !FolderOnDisk(entry.path.Parent()));
 }
 
 bool Volume::LeadsAway(const VolumePath& path) const {

@@ -44,18 +44,6 @@ TEST(APathFromTheUser, ReachesTheVolumeWithOneKindOfSeparator) {
     EXPECT_THROW(parse(L"Docs/*:x"), UsageError);
 }
 
-TEST(APath, KnowsItsParts) {
-    const VolumePath file = VolumePath::Parse(L"Docs/Sub/a.txt"), folder = file.Parent();
-    EXPECT_EQ(L"a.txt", file.Name());
-    EXPECT_STREQ(L"Docs\\Sub", folder.Str());
-    EXPECT_TRUE(folder.Parent().IsMountFolder() && folder.Parent().Parent().IsRoot() && VolumePath().Parent().IsRoot());
-    EXPECT_EQ("/", VolumePath().Shown());
-    EXPECT_EQ("Docs/Sub/a.txt", file.Shown());
-    // Inside is a matter of whole names, without regard to letter case.
-    EXPECT_TRUE(file.IsInside(VolumePath::Parse(L"docs/SUB")) && file.IsInside(VolumePath()));
-    EXPECT_FALSE(VolumePath::Parse(L"Docs/Subway").IsInside(folder) || file.IsInside(file));
-}
-
 TEST(ATrackingFile, NamesItsDocumentInItsLastLineOrNotForCertain) {
     const std::wstring start = L"<halvanecloud><filetracking><srcfile><name><![CDATA[C:\\?ir\\??.txt.zip]]></name><attributes>32</attributes>"
                                L"<writetime>1</writetime><size>2</size></srcfile><filespec><name><![CDATA[??.txt]]></name></filespec>"

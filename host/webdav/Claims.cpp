@@ -47,6 +47,8 @@ void Claim::Release() {
     if (!std::exchange(m_held, false))
         return;
     const std::lock_guard guard(m_claims.m_mutex);
+    if (std::any_of(m_paths.begin(), m_paths.end(), [](const ClaimedPath& claimed) { return claimed.use != Use::Read; }))
+        ++m_claims.m_changes;
     m_claims.m_held.remove(this);
     m_claims.m_released.notify_all();
 }

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <cstdint>
 #include <list>
 #include <mutex>
 #include <vector>
@@ -22,11 +23,17 @@ struct ClaimedPath {
 class Claim;
 
 class Claims {
+public:
+    // How many claims that may change something have ended. What was looked up when it was the same is as it was, unless another
+    // program changed it.
+    std::uint64_t Changes() const { return m_changes; }
+
 private:
     friend class Claim;
     // Lets those who are in the way know.
     bool IsDisturbed(const std::vector<ClaimedPath>& paths);
 
+    std::atomic<std::uint64_t> m_changes{0};
     std::mutex m_mutex;
     std::condition_variable m_released;
     std::list<Claim*> m_held;

@@ -3,8 +3,8 @@
 
 #include "core/HostError.h"
 #include "core/Text.h"
-#include "core/Upload.h"
 #include "webdav/FileReader.h"
+#include "webdav/Limits.h"
 #include "webdav/Methods.h"
 #include "webdav/Spool.h"
 
@@ -55,7 +55,8 @@ bool RangeIsWanted(const Exchange& exchange, const Resource& file) {
 // What is left of the range as it is now, kept aside for a client that may take long.
 class KeptAside {
 public:
-    KeptAside(const Exchange& exchange, const Resource& file, FileReader& reader, std::uint64_t first, std::uint64_t length) {
+    KeptAside(const Exchange& exchange, const Resource& file, FileReader& reader, std::uint64_t first, std::uint64_t length)
+        : m_spool(exchange.state.volume.Temp()) {
         if (!exchange.state.volume.HasRoomFor(length))
             throw HttpError(507, "the disk of the temp folder is full");
         for (std::uint64_t done = 0; done < length;) {
@@ -150,7 +151,7 @@ std::uint64_t UploadTime(const Request& request) {
 }
 
 void RequireRoom(const Exchange& exchange, std::uint64_t bytes) {
-    if (!exchange.state.volume.HasRoomFor(bytes, exchange.path.Parent()))
+    if (!exchange.state.volume.HasRoomFor(bytes, exchange.found.path.Parent()))
         throw HttpError(507, "the disk has no room for it");
 }
 
@@ -158,28 +159,20 @@ void CheckPut(const Exchange& exchange, const Resource& target) {
     if (target.IsFolder())
         throw HttpError(405, "a folder has no content", {}, {{"Allow", "OPTIONS, GET, HEAD, PROPFIND"}});
     CheckConditions(exchange, target);
-    CheckWritable(exchange, target, !target.Exists());
 }
 
-// Where it is then: a conflict copy gets the ordinary name of its container.
-VolumePath Store(const Volume& volume, const Resource& target, Spool& spool, const VirtFindData& times) {
-    std::optional<Upload> upload;
-    try {
-        upload.emplace(volume, target.path);
-    } catch (const StatusError&) {
-        throw;
-    } catch (const HostError& error) {
-        throw HttpError(409, error.what());  // it would cost another file its place, or this one its encryption
-    }
+// What is there then: a conflict copy gets the ordinary name of its container.
+Resource Store(const Volume& volume, const Resource& target, Spool& spool, const VirtFindData& times) {
+    const std::unique_ptr<Upload> upload = StartUpload(volume, target);
     spool.ForEach([&](std::string_view data) { upload->Write(data.data(), data.size()); });
     upload->Place(times);
-    return upload->Target();
+    return StoredAs(target, *upload);
 }
 
 }  // namespace
 
 void AnswerGet(Exchange& exchange) {
-    Claim claim(exchange.state.claims, {{exchange.key, Use::Read}});
+    Claim claim(exchange.state.claims, {{exchange.found.key, Use::Read}});
     const Resource resource = exchange.Find();
     if (!resource.Exists())
         throw HttpError(404, "there is no such file or folder");
@@ -196,21 +189,26 @@ void AnswerGet(Exchange& exchange) {
 void AnswerPut(Exchange& exchange) {
     if (exchange.request.Field("Content-Range"))
         throw HttpError(400, "a part of a file cannot be stored");
-    CheckPut(exchange, exchange.Find());  // before the client sends it all
-    RequireRoom(exchange, ParseNumber(exchange.request.Field("Content-Length").value_or("")).value_or(0));
-    Spool spool;
+    // Before the client sends it all.
+    CheckPut(exchange, exchange.found);
+    CheckWritable(exchange, exchange.found, !exchange.found.Exists());
+    const std::uint64_t announced = ParseNumber(exchange.request.Field("Content-Length").value_or("")).value_or(0);
+    if (announced > limits::spoolMemoryBytes)
+        RequireRoom(exchange, announced);
+    Spool spool(exchange.state.volume.Temp());
     std::vector<char> part(c_partSize);
     while (const std::size_t count = exchange.body.Read(part.data(), part.size()))
         spool.Append({part.data(), count});
 
     State& state = exchange.state;
-    const Claim claim(state.claims, {{exchange.key, Use::Change}});
-    const Resource target = exchange.Find();
+    const Claim claim(state.claims, {{exchange.found.key, Use::Change}});
+    const Resource target = Locate(state.volume, exchange.found.path);  // the body may have been long in coming
     CheckPut(exchange, target);
+    CheckLocks(exchange, target, !target.Exists());
     RequireRoom(exchange, spool.Size());
     VirtFindData times{};
     times.lastWriteTime = UploadTime(exchange.request);
-    const Resource stored = Locate(state.volume, Store(state.volume, target, spool, times));
+    const Resource stored = Store(state.volume, target, spool, times);
     NoteStored(state, target, stored);
     Fields fields{{"ETag", exchange.Tag(stored)}};
     const bool isElsewhere = !stored.path.Equals(target.path);

@@ -2,7 +2,6 @@
 #include <algorithm>
 
 #include "core/HostError.h"
-#include "core/Upload.h"
 #include "webdav/Limits.h"
 #include "webdav/Methods.h"
 #include "webdav/TreeWork.h"
@@ -72,7 +71,7 @@ void TakeLock(Exchange& exchange, DavLock lock) {
     if (depth == Depth::One)
         throw HttpError(400, "a lock is of depth 0 or infinity");
     State& state = exchange.state;
-    const Claim claim(state.claims, {{exchange.key, Use::Change}});
+    const Claim claim(state.claims, {{exchange.found.key, Use::Change}});
     Resource resource = exchange.Find();
     if (resource.IsFolder() && resource.path.IsRoot() && depth == Depth::Infinity)
         throw HttpError(403, "the whole volume cannot be locked");
@@ -81,9 +80,10 @@ void TakeLock(Exchange& exchange, DavLock lock) {
     if (isNew) {
         CheckWritable(exchange, resource, true);
         // Made by itself and not by the volume's lock, whose files go with it when they are still empty.
-        Upload(state.volume, resource.path).Place({});
+        const std::unique_ptr<Upload> upload = StartUpload(state.volume, resource);
+        upload->Place({});
         state.changes.Note(resource.key);
-        resource = exchange.Find();
+        resource = StoredAs(resource, *upload);
     }
     lock.root = resource.path;
     lock.key = resource.key;
@@ -93,7 +93,7 @@ void TakeLock(Exchange& exchange, DavLock lock) {
     lock.timeoutSeconds = ParseTimeout(exchange.request);
     try {
         lock = state.locks.Add(std::move(lock));
-    } catch (const HttpError&) {
+    } catch (...) {
         std::vector<MemberFailure> ignored;
         if (isNew)
             RemoveTree(state.volume, resource, ignored);
@@ -118,8 +118,8 @@ void AnswerUnlock(Exchange& exchange) {
     const std::string_view text = Trimmed(field);
     if (text.size() < 3 || text.front() != '<' || text.back() != '>')
         throw HttpError(400, "the request names no lock");
-    const Claim claim(exchange.state.claims, {{exchange.key, Use::Change}});
-    if (!exchange.state.locks.Remove(std::string(text.substr(1, text.size() - 2)), exchange.key))
+    const Claim claim(exchange.state.claims, {{exchange.found.key, Use::Change}});
+    if (!exchange.state.locks.Remove(std::string(text.substr(1, text.size() - 2)), exchange.found.key))
         throw HttpError(409, "there is no such lock on it", "<D:lock-token-matches-request-uri/>");
     exchange.response.Send(204);
 }

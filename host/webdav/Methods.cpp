@@ -4,6 +4,7 @@
 #include <map>
 
 #include "core/HostError.h"
+#include "core/Text.h"
 #include "webdav/Limits.h"
 
 namespace webdav {
@@ -36,15 +37,6 @@ bool IfFieldHolds(const Exchange& exchange, const Resource& own) {
         const auto& resource = known != resources.end() ? known->second : resources.emplace(url, ResourceOf(exchange, url)).first->second;
         return resource && Holds(exchange, *resource, condition);
     });
-}
-
-// Some names cannot be given, because what stands on disk under them is listed as another file.
-void RequireFree(const Volume& volume, const VolumePath& path) {
-    try {
-        volume.RequireFree(path, false);  // what is encrypted is checked by who stores it
-    } catch (const HostError& error) {
-        throw HttpError(409, error.what());
-    }
 }
 
 }  // namespace
@@ -80,18 +72,18 @@ void CheckConditions(const Exchange& exchange, const Resource& resource) {
         throw HttpError(412, "the If field does not hold");
 }
 
-void CheckWritable(const Exchange& exchange, const Resource& resource, bool comesOrGoes) {
+void CheckLocks(const Exchange& exchange, const Resource& resource, bool comesOrGoes) {
     RequireTokens(exchange.state.locks, exchange.tokens, resource.key);
-    if (!comesOrGoes)
-        return;
-    if (resource.IsTopLevel() || (resource.IsFolder() && exchange.state.volume.HoldsMountFolder(resource.path)))
+    if (comesOrGoes)
+        RequireTokens(exchange.state.locks, exchange.tokens, resource.key.Parent());
+}
+
+void CheckWritable(const Exchange& exchange, const Resource& resource, bool comesOrGoes) {
+    if (comesOrGoes && (resource.IsTopLevel() || (resource.IsFolder() && exchange.state.volume.HoldsMountFolder(resource.path))))
         throw HttpError(403, "mount folders are made in the configuration");
-    const Resource parent = Locate(exchange.state.volume, resource.path.Parent());
-    if (!parent.IsFolder())
+    if (comesOrGoes && !resource.Exists() && !Locate(exchange.state.volume, resource.path.Parent()).IsFolder())
         throw HttpError(409, "the folder it is to be in does not exist");
-    RequireTokens(exchange.state.locks, exchange.tokens, parent.key);
-    if (!resource.Exists())
-        RequireFree(exchange.state.volume, resource.path);
+    CheckLocks(exchange, resource, comesOrGoes);
 }
 
 std::string ReadXmlBody(RequestBody& body) {
@@ -111,6 +103,33 @@ void SendFailures(Response& response, const std::vector<MemberFailure>& failures
         xml += "<D:response><D:href>" + failure.href + "</D:href><D:status>" + StatusLine(failure.status) +
                "</D:status></D:response>";
     response.Send(207, {{"Content-Type", "application/xml; charset=utf-8"}}, xml + "</D:multistatus>");
+}
+
+void RequireFree(const Volume& volume, const Resource& resource) {
+    try {
+        if (!resource.Exists())
+            volume.RequireFree(resource.path, false);  // what is encrypted is checked by who stores it
+    } catch (const HostError& error) {
+        throw HttpError(409, error.what());
+    }
+}
+
+std::unique_ptr<Upload> StartUpload(const Volume& volume, const Resource& target) {
+    try {
+        return std::make_unique<Upload>(volume, target.path, target.entry);
+    } catch (const StatusError& error) {
+        if (error.Status() == VVS_PathNotFound)
+            throw HttpError(409, "the folder it is to be in does not exist");
+        throw;
+    } catch (const HostError& error) {
+        throw HttpError(409, error.what());
+    }
+}
+
+Resource StoredAs(const Resource& target, const Upload& upload) {
+    const std::wstring name = upload.Target().Name();
+    const bool hasOwnName = EqualNoCase(name, target.path.Name());
+    return {hasOwnName ? target.path : upload.Target(), hasOwnName ? target.key : target.key.Parent().Child(name), upload.Stored()};
 }
 
 void NoteStored(State& state, const Resource& target, const Resource& stored) {

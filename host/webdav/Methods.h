@@ -1,9 +1,11 @@
 // The methods of HTTP and WebDAV over the volume, a function each. All throw HttpError, HostError and ConnectionLost.
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "core/Upload.h"
 #include "webdav/Claims.h"
 #include "webdav/Conditions.h"
 #include "webdav/Http.h"
@@ -31,12 +33,16 @@ struct Exchange {
     const Request& request;
     RequestBody& body;
     Response& response;
-    VolumePath path;                  // of the request, in the spelling that is stored
-    VolumePath key;                   // of the request's resource; see Resource
+    std::uint64_t changes;            // Claims::Changes when the request came in
+    Resource found;                   // what the request's path named then
     IfHeader ifHeader;                // empty: the field is missing
     std::vector<std::string> tokens;  // which the client submitted
 
-    Resource Find() const { return Locate(state.volume, path); }
+    // What was found is found again, by another look when other requests changed something meanwhile.
+    Resource FindAgain(const Resource& known) const {
+        return state.claims.Changes() == changes ? known : Locate(state.volume, known.path);
+    }
+    Resource Find() const { return FindAgain(found); }
     std::string Tag(const Resource& resource) const { return EntityTag(state.changes, resource); }
 };
 
@@ -46,8 +52,9 @@ Depth ParseDepth(const Request& request, Depth missing);
 // If, If-Match, If-None-Match and If-Unmodified-Since against what is there. Throws HttpError 412. Those that only save a
 // transfer are for GET to see to.
 void CheckConditions(const Exchange& exchange, const Resource& resource);
-// May the resource be written? Its locks must be opened, and those of its folder when it comes or goes. Throws HttpError:
-// 403 for the root and mount folders, 409 without a parent, 423.
+// Throws HttpError 423 unless the locks of the resource are opened, and those of its folder when it comes or goes.
+void CheckLocks(const Exchange& exchange, const Resource& resource, bool comesOrGoes);
+// The same, and may it be written? Throws HttpError 403 for the root and mount folders, 409 without a parent.
 void CheckWritable(const Exchange& exchange, const Resource& resource, bool comesOrGoes);
 // The whole body as a small XML document, within its limit; an empty text when there is none. Throws HttpError 413.
 std::string ReadXmlBody(RequestBody& body);
@@ -58,6 +65,13 @@ struct MemberFailure {
 };
 // 207 with the members that failed.
 void SendFailures(Response& response, const std::vector<MemberFailure>& failures);
+// Throws HttpError 409 for a new resource when what stands on disk under its name is listed as another file. An Upload asks itself.
+void RequireFree(const Volume& volume, const Resource& resource);
+// Starts to store target, a file or nothing yet. Throws HttpError 409 without a folder, and when it would cost another file its place or
+// this one its encryption.
+std::unique_ptr<Upload> StartUpload(const Volume& volume, const Resource& target);
+// What stands where the upload for target was placed.
+Resource StoredAs(const Resource& target, const Upload& upload);
 // What was to be stored as target was stored, perhaps under another name: tags and properties follow.
 void NoteStored(State& state, const Resource& target, const Resource& stored);
 // The status for an answer of the volume.

@@ -148,7 +148,7 @@ void WritePage(Exchange& exchange, const Resource& folder, Spool& page) {
 void SendFolderPage(Exchange& exchange, const Resource& folder) {
     if (exchange.request.method == "HEAD")
         return exchange.response.Begin(200, c_pageFields, std::nullopt);
-    Spool page;
+    Spool page(exchange.state.volume.Temp());
     WritePage(exchange, folder, page);
     exchange.response.Begin(200, c_pageFields, page.Size());
     page.ForEach([&](std::string_view part) { exchange.response.Write(part); });

@@ -85,7 +85,7 @@ std::wstring Normalized(const std::wstring& text, NORM_FORM form) {
 std::vector<std::wstring> Spellings(const std::wstring& name) {
     std::vector<std::wstring> spellings{name};
     for (const NORM_FORM form : {NormalizationC, NormalizationD})
-        if (std::wstring other = IsAscii(name) ? std::wstring() : Normalized(name, form); !other.empty() && other != name)
+        if (std::wstring other = IsAscii(name) ? std::wstring() : Normalized(name, form); other != name && !VolumePath::ComponentProblem(other))
             spellings.push_back(std::move(other));
     return spellings;
 }
@@ -96,7 +96,7 @@ std::optional<std::wstring> StoredName(const Volume& volume, const VolumePath& f
         return name;
     const auto onDisk = volume.FolderOnDisk(folder);
     for (const std::wstring& spelling : Spellings(name))
-        if (std::wstring stored = onDisk ? LongName(*onDisk + L'\\' + spelling) : std::wstring(); !stored.empty())
+        if (std::wstring stored = onDisk ? LongName(*onDisk + L'\\' + spelling) : std::wstring(); !VolumePath::ComponentProblem(stored))
             return stored;
     return std::nullopt;
 }

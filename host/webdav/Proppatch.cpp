@@ -3,7 +3,6 @@
 #include <set>
 
 #include "core/HostError.h"
-#include "core/Upload.h"
 #include "webdav/FileReader.h"
 #include "webdav/Limits.h"
 #include "webdav/Methods.h"
@@ -94,12 +93,12 @@ void StoreAgain(State& state, Resource& file, const VirtFindData& times) {
     if (!volume.HasRoomFor(static_cast<std::uint64_t>(file.entry->data.fileSize), file.path.Parent()))
         throw HttpError(507, "the disk has no room for it");
     FileReader source(volume, file.entry->path);
-    Upload upload(volume, file.path);
+    const std::unique_ptr<Upload> upload = StartUpload(volume, file);
     std::uint64_t done = 0;
     for (std::string_view part; !(part = source.Read(done, c_partSize)).empty(); done += part.size())
-        upload.Write(part.data(), part.size());
-    upload.Place(times);
-    Resource stored = Locate(volume, upload.Target());
+        upload->Write(part.data(), part.size());
+    upload->Place(times);
+    Resource stored = StoredAs(file, *upload);
     NoteStored(state, file, stored);
     file = std::move(stored);
 }
@@ -143,7 +142,7 @@ void SendResult(Response& response, const Resource& resource, const Changes& cha
 
 void AnswerProppatch(Exchange& exchange) {
     const Changes changes = ParseChanges(ReadXmlBody(exchange.body));
-    const Claim claim(exchange.state.claims, {{exchange.key, Use::Change}});
+    const Claim claim(exchange.state.claims, {{exchange.found.key, Use::Change}});
     Resource resource = exchange.Find();
     if (!resource.Exists())
         throw HttpError(404, "there is no such file or folder");

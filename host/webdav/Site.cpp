@@ -80,8 +80,8 @@ void Site::Dispatch(const Request& request, RequestBody& body, Response& respons
         const VolumePath path = isWhole ? VolumePath() : ParseTarget(request.target, &authority);
         if (!authority.empty() && !EqualToken(authority, request.Field("Host").value_or("")))
             throw HttpError(400, "the request is for more than one host");
-        const Resource resource = Locate(m_state.volume, path);
-        Exchange exchange{m_state, request, body, response, resource.path, resource.key, {}, {}};
+        const std::uint64_t changes = m_state.claims.Changes();
+        Exchange exchange{m_state, request, body, response, changes, Locate(m_state.volume, path), {}, {}};
         if (const auto field = request.Field("If")) {
             exchange.ifHeader = ParseIf(*field);
             exchange.tokens = SubmittedTokens(exchange.ifHeader);

@@ -63,8 +63,8 @@ bool IsRespelling(const Transfer& transfer, const VolumePath& destination) {
            destination.Name() != transfer.source.path.Name() && AreSpellings(destination.Name(), transfer.source.path.Name());
 }
 
-Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, bool isMove) {
-    Transfer transfer{exchange.Find(), Locate(exchange.state.volume, destination), isMove, false};
+Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, const Resource& foundThere, bool isMove) {
+    Transfer transfer{exchange.Find(), exchange.FindAgain(foundThere), isMove, false};
     const Resource& source = transfer.source;
     Resource& target = transfer.target;
     if (!source.Exists())
@@ -85,8 +85,10 @@ Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, 
     CheckConditions(exchange, source);
     if (isMove)
         CheckWritable(exchange, source, true);
-    if (!isRespelling)
+    if (!isRespelling) {
         CheckWritable(exchange, target, !transfer.ReplacesFileByFile());
+        RequireFree(exchange.state.volume, target);
+    }
     if (target.Exists() && !MayOverwrite(exchange.request))
         throw HttpError(412, "something is there already");
     return transfer;
@@ -150,11 +152,11 @@ void AnswerTransfer(Exchange& exchange, bool isMove) {
     if (exchange.body.IsExpected())
         throw HttpError(415, "no body is understood here");
     const VolumePath destination = DestinationPath(exchange);
-    const Resource source = exchange.Find();
+    const Resource &source = exchange.found, target = Locate(exchange.state.volume, destination);
     const bool sourceIsFile = source.Exists() && !source.IsFolder();
     const Claim claim(exchange.state.claims, {{source.key, isMove || !sourceIsFile ? Use::ChangeTree : Use::Read},
-                                              {Locate(exchange.state.volume, destination).key, Use::ChangeTree}});
-    const Transfer transfer = CheckTransfer(exchange, destination, isMove);
+                                              {target.key, Use::ChangeTree}});
+    const Transfer transfer = CheckTransfer(exchange, destination, target, isMove);
     if (isMove && !MembersAreOpen(exchange, transfer.source))
         return;
     if (transfer.target.Exists() && !MembersAreOpen(exchange, transfer.target))
@@ -185,7 +187,7 @@ void DeleteLink(Exchange& exchange, const Resource& resource) {
 
 void AnswerDelete(Exchange& exchange) {
     State& state = exchange.state;
-    const Claim claim(state.claims, {{exchange.key, Use::ChangeTree}});
+    const Claim claim(state.claims, {{exchange.found.key, Use::ChangeTree}});
     const Resource resource = exchange.Find();
     if (!resource.Exists())
         return DeleteLink(exchange, resource);
@@ -212,12 +214,13 @@ void AnswerDelete(Exchange& exchange) {
 void AnswerMkcol(Exchange& exchange) {
     if (exchange.body.IsExpected())
         throw HttpError(415, "no body is understood here");
-    const Claim claim(exchange.state.claims, {{exchange.key, Use::Change}});
+    const Claim claim(exchange.state.claims, {{exchange.found.key, Use::Change}});
     const Resource resource = exchange.Find();
     if (resource.Exists())
         throw HttpError(405, "it is there already", {}, {{"Allow", "OPTIONS, PROPFIND, DELETE"}});
     CheckConditions(exchange, resource);
     CheckWritable(exchange, resource, true);
+    RequireFree(exchange.state.volume, resource);
     exchange.state.volume.Open(resource.path, GENERIC_READ, c_shareAll, CreateNewFolder);
     exchange.state.changes.Note(resource.key);
     exchange.response.Send(201);

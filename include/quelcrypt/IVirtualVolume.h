@@ -186,18 +186,19 @@ public:
     // 19: cuts or extends the file to fileSize bytes.
     virtual VirtualVolumeStatus SetFileSize(void* hFile, std::uint64_t fileSize, VirtFindData* findData) = 0;
     // 20: writes what the platform has buffered of a file that was opened to be written. An encrypted file reaches its container at
-    // CloseFile only, and before its first access there is nothing to write (VVS_GeneralError).
+    // CloseFile only, and before its first access there is nothing to write (VVS_GeneralError), nor of most folders.
     virtual VirtualVolumeStatus Flush(void* hFile) = 0;
     // 21: stores the item's record. False leaves it undefined.
     virtual bool GetFileInfo(void* hFile, VirtFindData* findData) = 0;
     // 22: sets attributes (0xFFFFFFFF: keep) and the record's three times (0: keep). findData must be given. An encrypted item takes
-    // them, with success, for its open content: they are stored with the next edit, and are lost without one.
+    // them, with success, for its open content: they are stored with its edit, and are lost without one, or before the first access.
     virtual VirtualVolumeStatus SetFileInfo(void* hFile, std::uint32_t fileAttributes, const VirtFindData* findData) = 0;
 
     // 23: takes a lock (scope, type, timeout and owner are read); lockInfo->token receives its token. A missing file is
     // created empty and goes with its last lock unless something was, or is then, written. While locked, the file is held open
-    // against other writers; open handles that write or delete a plain file, the host's own too, refuse the lock. An encrypted file's
-    // handle that was opened before does not know the lock: its edit is saved under a conflict name. VVS_LockScopeViolation beside an
+    // against other writers. Open handles that write or delete a plain file, the host's own too, and those that are left of an earlier
+    // lock refuse the lock (VVS_Locked). An encrypted file's handle that was opened before does not know the lock: its edit is saved
+    // under a conflict name. VVS_LockScopeViolation beside an
     // exclusive lock, VVS_Locked or VVS_Unauthorized when the file cannot be held, VVS_BadRequest for a folder.
     virtual VirtualVolumeStatus Lock(const wchar_t* filePath, LockInfo* lockInfo) = 0;
     // 24: releases the lock with exactly this token.

@@ -9,6 +9,7 @@
 #include "items/VirtualTempFileDispenser.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
+#include "namespace/VirtualFindFile.h"
 #include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
@@ -95,7 +96,7 @@ void UpdateLockRecord(QuelcryptLog& qcLog, const std::wstring& zipFilePath, cons
                       const std::wstring& srcFilePath) noexcept {
     try {
         VirtFindData source{};
-        if (VirtualItem::ReadFindData(srcFilePath, VIT_EncryptedFile, &source)) {
+        if (VirtualFindFile::DescribeOnDisk(srcFilePath, VIT_EncryptedFile, &source)) {
             CopyBounded(source.fileName, virtualFileSpec);
             bool isKnown = false;
             VirtFindData shown{};

@@ -239,7 +239,7 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
 
 bool EncryptedContent::GetFileInfo(VirtFindData* virtFindData) {
     if (m_copy.IsMade())
-        return VirtualItem::ReadFindData(m_copy.Path(), VIT_EncryptedFile, virtFindData);
+        return VirtualFindFile::DescribeOnDisk(m_copy.Path(), VIT_EncryptedFile, virtFindData);
     if (!VirtualFindFile::FindFile(StoredPath().c_str(), virtFindData))
         return false;
     m_state.findData = *virtFindData;

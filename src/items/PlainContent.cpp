@@ -2,6 +2,7 @@
 
 #include "diagnostics/Trace.h"
 #include "items/VirtualItem.h"
+#include "namespace/VirtualFindFile.h"
 #include "policy/FileUtils.h"
 
 VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
@@ -148,7 +149,7 @@ VirtualVolumeStatus PlainContent::Close(bool) {
 }
 
 bool PlainContent::GetFileInfo(VirtFindData* virtFindData) {
-    return VirtualItem::ReadFindData(m_state.Path(), VIT_PlainFile, virtFindData);
+    return VirtualFindFile::DescribeOnDisk(m_state.Path(), VIT_PlainFile, virtFindData);
 }
 
 void PlainContent::TimeWasSet() {

@@ -137,7 +137,7 @@ bool VirtualFolder::GetFileInfo(VirtFindData* virtFindData) {
     QC_TRACE_THIS(L"VirtualFolder::GetFileInfo");
     if (!m_state.findData) {
         VirtFindData findData{};
-        if (!ReadFindData(m_state.Path(), VIT_Folder, &findData))
+        if (!VirtualFindFile::DescribeOnDisk(m_state.Path(), VIT_Folder, &findData))
             return qcLog.Leave(false);
         m_state.findData = findData;
     }

@@ -7,7 +7,6 @@
 #include "diagnostics/Trace.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
-#include "namespace/VirtualFindFile.h"
 #include "policy/FileUtils.h"
 
 namespace {
@@ -101,13 +100,6 @@ VirtualVolumeStatus VirtualItem::RenameItem(HANDLE hFile, ItemState& state, cons
                     L"ZwSetInformationFile( m_hFile, fileRenameInfo.get(), len, ((FILE_INFORMATION_CLASS)10)) =>%s, ");
     state.findData.reset();
     return qcLog.Leave(VVS_Success);
-}
-
-bool VirtualItem::ReadFindData(const std::wstring& path, VirtualItemType itemType, VirtFindData* virtFindData) {
-    if (!VirtualFindFile::FindFile(path.c_str(), virtFindData))
-        return false;
-    virtFindData->itemType = itemType;
-    return true;
 }
 
 VirtualVolumeStatus VirtualItem::SetFileInfo(const VirtFindData* virtFindData) {

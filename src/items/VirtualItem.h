@@ -68,8 +68,6 @@ public:
     static VirtualVolumeStatus SetFileSize(HANDLE hFile, std::uint64_t size);
     // Gives an open file or folder another path on the same disk, in place of a file there. The state's path stays.
     static VirtualVolumeStatus RenameItem(HANDLE hFile, ItemState& state, const std::wstring& newFilePath);
-    // The record of path with the given type.
-    static bool ReadFindData(const std::wstring& path, VirtualItemType itemType, VirtFindData* virtFindData);
 
 protected:
     // The native handle that times, attributes and flushes go to; may be null.

@@ -150,6 +150,16 @@ bool FindKnownContainer(const FolderView& view, const std::wstring& containerFil
     return VirtualFileInfoCache::Find(containerFilePath, raw, view.folderWriteTime, virtFindData);
 }
 
+// All but the type.
+void StoreRecord(const WIN32_FIND_DATAW& raw, VirtFindData* virtFindData) {
+    virtFindData->fileAttributes = raw.dwFileAttributes;
+    virtFindData->creationTime = FileTimeNumber(raw.ftCreationTime);
+    virtFindData->lastAccessTime = FileTimeNumber(raw.ftLastAccessTime);
+    virtFindData->lastWriteTime = FileTimeNumber(raw.ftLastWriteTime);
+    virtFindData->fileSize = static_cast<std::int64_t>(static_cast<std::uint64_t>(raw.nFileSizeHigh) << 32 | raw.nFileSizeLow);
+    CopyBounded(virtFindData->fileName, raw.cFileName);
+}
+
 void BuildVirtFindData(const FolderView& view, bool containerFlag, const WIN32_FIND_DATAW& rawOnDisk, VirtFindData* virtFindData) {
     QC_TRACE(L"BuildVirtFindData", L"folderPath[%s], containerFlag[%s], fileName[%s]", view.folderPath,
              FormatBoolStr(containerFlag), rawOnDisk.cFileName);
@@ -159,12 +169,7 @@ void BuildVirtFindData(const FolderView& view, bool containerFlag, const WIN32_F
         return;
     WIN32_FIND_DATAW raw = rawOnDisk;
     virtFindData->itemType = IsFolder(raw) ? VIT_Folder : GetHalvaneFileData(view, containerFlag, containerFilePath, raw);
-    virtFindData->fileAttributes = raw.dwFileAttributes;
-    virtFindData->creationTime = FileTimeNumber(raw.ftCreationTime);
-    virtFindData->lastAccessTime = FileTimeNumber(raw.ftLastAccessTime);
-    virtFindData->lastWriteTime = FileTimeNumber(raw.ftLastWriteTime);
-    virtFindData->fileSize = static_cast<std::int64_t>(static_cast<std::uint64_t>(raw.nFileSizeHigh) << 32 | raw.nFileSizeLow);
-    CopyBounded(virtFindData->fileName, raw.cFileName);
+    StoreRecord(raw, virtFindData);
     // What could not be read is asked for again: a document must not stay hidden because of one moment. And a name that
     // follows the path asked for must not show in listings; the stored name does not.
     const bool isRealName = view.namesAreFromDisk || virtFindData->itemType == VIT_EncryptedFile;
@@ -231,6 +236,17 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
     }
     *virtFindData = {};
     BuildVirtFindData({folderPath, folderWriteTime, nullptr, plainIsMissing, false}, containerFlag, raw, virtFindData);
+    return qcLog.Leave(true);
+}
+
+bool VirtualFindFile::DescribeOnDisk(const std::wstring& path, VirtualItemType itemType, VirtFindData* virtFindData) {
+    QC_TRACE(L"VirtualFindFile::DescribeOnDisk", L"filePath[%s]", path);
+    WIN32_FIND_DATAW raw{};
+    if (!ReadRawEntry(path, raw))
+        return qcLog.Leave(false);
+    *virtFindData = {};
+    virtFindData->itemType = itemType;
+    StoreRecord(raw, virtFindData);
     return qcLog.Leave(true);
 }
 

@@ -37,6 +37,9 @@ public:
     // Describes the item at filePath, or else the container filePath + ".zip". False: neither exists.
     static bool FindFile(const wchar_t* filePath, VirtFindData* virtFindData);
 
+    // Describes a file or folder as the disk does, whatever is in it: a document may itself be a container.
+    static bool DescribeOnDisk(const std::wstring& path, VirtualItemType itemType, VirtFindData* virtFindData);
+
     // Describes the container at this path as it is on disk: not, while it is locked, by the record that its lock keeps.
     static bool FindContainerOnDisk(const std::wstring& containerPath, VirtFindData* virtFindData);
 

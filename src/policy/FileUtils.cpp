@@ -255,7 +255,8 @@ std::wstring TidyPathStr(std::wstring_view path) {
         else if (!isDoubled)
             tidy += IsSeparator(unit) ? L'\\' : unit;
     }
-    while (tidy.size() > 1 && tidy.back() == L'\\' && tidy[tidy.size() - 2] != L':')
+    const auto isRoot = [&] { return tidy.ends_with(L":\\") || (isLongForm && tidy.ends_with(L"}\\")); };  // "C:\", "\\?\Volume{...}\"
+    while (tidy.size() > 1 && tidy.back() == L'\\' && !isRoot())
         tidy.pop_back();
     return tidy;
 }

@@ -147,9 +147,7 @@ private:
 
 struct CountedText final : Counted<IQuelcryptText> {
     explicit CountedText(IQuelcryptText* inner) : Counted(inner) {}
-    bool HasText(std::int32_t zero) override {
-        return Do("IQuelcryptText::HasText", [&] { return m_inner->HasText(zero); });
-    }
+    bool HasText(std::int32_t zero) override { return Do("IQuelcryptText::HasText", [&] { return m_inner->HasText(zero); }); }
     const char* GetText(std::int32_t zero) override {
         return Do("IQuelcryptText::GetText", [&] { return m_inner->GetText(zero); });
     }
@@ -190,15 +188,9 @@ struct CountedFolderEnum final : Counted<IProtectedFolderEnum> {
 
 struct CountedReader final : Counted<IFileReader> {
     explicit CountedReader(IFileReader* inner) : Counted(inner) {}
-    std::uint32_t Advance() override {
-        return Do("IFileReader::Advance", [&] { return m_inner->Advance(); });
-    }
-    const void* GetData() override {
-        return Do("IFileReader::GetData", [&] { return m_inner->GetData(); });
-    }
-    std::uint32_t GetDataLength() override {
-        return Do("IFileReader::GetDataLength", [&] { return m_inner->GetDataLength(); });
-    }
+    std::uint32_t Advance() override { return Do("IFileReader::Advance", [&] { return m_inner->Advance(); }); }
+    const void* GetData() override { return Do("IFileReader::GetData", [&] { return m_inner->GetData(); }); }
+    std::uint32_t GetDataLength() override { return Do("IFileReader::GetDataLength", [&] { return m_inner->GetDataLength(); }); }
 };
 
 struct CountedWriter final : Counted<IFileWriter> {
@@ -206,9 +198,7 @@ struct CountedWriter final : Counted<IFileWriter> {
     bool Write(const void* data, std::uint32_t length) override {
         return Do("IFileWriter::Write", [&] { return m_inner->Write(data, length); });
     }
-    bool Finish(bool commit) override {
-        return Do("IFileWriter::Finish", [&] { return m_inner->Finish(commit); });
-    }
+    bool Finish(bool commit) override { return Do("IFileWriter::Finish", [&] { return m_inner->Finish(commit); }); }
 };
 
 class CapturingLogger final : public IFileLogger {

@@ -1,6 +1,6 @@
 // Goes through every order, to a depth, of what can be done to one document, and then at random through longer ones.
 //
-// explorer [START...] [--depth N] [--part N --parts N] [--seconds N] [--length N] [--seed N]
+// explorer [START...] [--depth N] [--part N --parts N] [--walks N] [--length N] [--seed N]
 // explorer --history "START: STEP; STEP; ..."    explorer --starts
 //
 // Enumerated is all that Next (History.cpp) offers after a history: A and then B open the document (each disposition, and to read), read,
@@ -20,8 +20,7 @@
 //
 // Walks take any of the steps, refused ones too, and let the nth call to the companion library fail or throw now and then.
 //
-// Ends with 1 when a history failed. A failing one is shortened to the least that still fails in the same way; what has those
-// steps in that order besides others is then only counted.
+// Ends with 1 when a history failed. Of those that fail in one way the first is told, and the others are counted.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -80,8 +79,8 @@ public:
     }
 
     void Report() const {
-        for (const auto& [shortest, count] : m_failures)
-            std::printf("%s\n    %s; %d times\n", TextOf(m_start, shortest.second).c_str(), shortest.first.c_str(), count);
+        for (const auto& [kind, first] : m_failures)
+            std::printf("%s\n    %s; %d times\n", TextOf(m_start, first.first).c_str(), kind.c_str(), first.second);
     }
     bool HasFailed() const { return !m_failures.empty(); }
     int Histories() const { return m_histories; }
@@ -123,8 +122,8 @@ private:
     Outcome Judge(const Steps& steps) {
         ++m_histories;
         const Outcome outcome = Run(m_start, steps);
-        if (!outcome.failure.empty() && !IsKnown(outcome.failure, steps))
-            ++m_failures[{Kind(outcome.failure), Shortened(steps, Kind(outcome.failure))}];
+        if (!outcome.failure.empty())
+            ++m_failures.try_emplace(Kind(outcome.failure), steps, 0).first->second.second;
         return outcome;
     }
 
@@ -133,51 +132,11 @@ private:
         return failure.starts_with("word ") ? "a word is lost" : failure.substr(0, failure.find(" ("));
     }
 
-    bool IsKnown(const std::string& failure, const Steps& steps) {
-        for (auto& [shortest, count] : m_failures) {
-            std::size_t found = 0;
-            for (const Step& step : steps)
-                found += found < shortest.second.size() && AreAlike(step, shortest.second[found]);
-            if (found == shortest.second.size() && Kind(failure) == shortest.first)
-                return ++count, true;
-        }
-        return false;
-    }
-
-    // Steps that fail for one reason most times: the first one is told, the others when it is mended.
-    static bool AreAlike(const Step& left, const Step& right) {
-        const auto likeness = [](const Step& step) {
-            const bool keeps = step.argument == OPEN_EXISTING || step.argument == kOpenToRead;
-            const Op op = step.op == Op::StoreInPlace ? Op::Store : step.op == Op::Cut ? Op::Write : step.op == Op::Copy ? Op::Move : step.op;
-            return std::tuple(op, step.actor, step.op == Op::Open ? keeps : step.op == Op::Rename && step.argument == kCase, step.failing != Failing::None);
-        };
-        return likeness(left) == likeness(right);
-    }
-
-    // Drops steps one by one, and what makes calls fail, while it still fails.
-    Steps Shortened(Steps steps, const std::string& kind) const {
-        const auto fails = [&](const Steps& fewer) { return Kind(Run(m_start, fewer).failure) == kind; };
-        for (std::size_t at = 0; at < steps.size();) {
-            Steps fewer = steps;
-            fewer.erase(fewer.begin() + static_cast<std::ptrdiff_t>(at));
-            Steps plainer = steps;
-            plainer[at].failing = Failing::None;
-            plainer[at].nth = plainer[at].withToken = 0;
-            if (fails(fewer))
-                steps = fewer, at = 0;
-            else if (plainer != steps && fails(plainer))
-                steps = plainer;
-            else
-                ++at;
-        }
-        return steps;
-    }
-
     const Start& m_start;
     const int m_part, m_parts;
     int m_shares = 0;
     Steps m_next;
-    std::map<std::pair<std::string, Steps>, int> m_failures;
+    std::map<std::string, std::pair<Steps, int>> m_failures;  // the first of each kind, and how often
     int m_histories = 0;
 };
 
@@ -214,7 +173,7 @@ LONG WINAPI TellOfCrash(EXCEPTION_POINTERS* info) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::map<std::string, int> numbers{{"--depth", 3}, {"--part", 0}, {"--parts", 1}, {"--seconds", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
+    std::map<std::string, int> numbers{{"--depth", 3}, {"--part", 0}, {"--parts", 1}, {"--walks", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
     std::vector<std::string> names;
     SetUnhandledExceptionFilter(TellOfCrash);
     CreateThread(nullptr, 0, TellOfHang, nullptr, 0, nullptr);
@@ -241,14 +200,13 @@ int main(int argc, char** argv) {
             continue;
         Explorer explorer(start, numbers["--part"], numbers["--parts"]);
         Steps steps;
-        auto begin = Clock::now();
+        const auto begin = Clock::now();
         if (numbers["--depth"] > 0)
             explorer.Deepen(steps, numbers["--depth"]);
         std::printf("%s: %d histories in %.1f s", start.name, explorer.Histories(), SecondsSince(begin));
-        begin = Clock::now();
-        while (SecondsSince(begin) < numbers["--seconds"])
+        for (int walk = 0; walk < numbers["--walks"]; ++walk)
             explorer.Walk(random, numbers["--length"]);
-        std::printf("%s\n", numbers["--seconds"] > 0 ? (", with walks of seed " + std::to_string(numbers["--seed"]) + " " + std::to_string(explorer.Histories())).c_str() : "");
+        std::printf(", with walks of seed %d %d\n", numbers["--seed"], explorer.Histories());
         explorer.Report();
         std::fflush(stdout);
         hasFailed |= explorer.HasFailed();

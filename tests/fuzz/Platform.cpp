@@ -1,10 +1,7 @@
 // What the pure parts ask of the platform, for running them natively: plain stand-ins, with letter case of ASCII alone.
 #include <algorithm>
 
-#include "Paths.h"
-#include "Text.h"
 #include "core/Text.h"
-#include "quelcrypt/QuelcryptExceptions.h"
 #include "webdav/Http.h"
 
 namespace {
@@ -62,35 +59,3 @@ std::optional<std::uint64_t> ParseNumber(std::string_view text) {
     return text.empty() ? std::nullopt : std::optional(number);
 }
 }  // namespace webdav
-
-namespace companion {
-std::wstring FromUtf8(std::string_view text) {
-    if (text.find('\xff') != std::string_view::npos)
-        throw CQuelcryptErrorException(L"Cannot decode");
-    return {text.begin(), text.end()};
-}
-std::wstring FromUtf8Lossy(std::string_view text) {
-    return {text.begin(), text.end()};
-}
-std::string ToUtf8(std::wstring_view text) {
-    return {text.begin(), text.end()};
-}
-std::string ToAnsi(std::wstring_view text) {
-    return {text.begin(), text.end()};
-}
-std::wstring FromAnsi(std::string_view text) {
-    return {text.begin(), text.end()};
-}
-bool EqualIgnoringCase(std::wstring_view left, std::wstring_view right) {
-    return Equal(left, right);
-}
-std::wstring FullPath(const std::wstring& path, const std::wstring& base) {
-    return base.empty() ? path : base + L'\\' + path;
-}
-std::wstring FolderOf(const std::wstring& path) {
-    return path.substr(0, path.find_last_of(L'\\') == std::wstring::npos ? 0 : path.find_last_of(L'\\'));
-}
-bool IsWithin(std::wstring_view path, std::wstring_view folder) {
-    return Equal(path.substr(0, folder.size()), folder) && (path.size() == folder.size() || path[folder.size()] == L'\\');
-}
-}  // namespace companion

@@ -1,11 +1,9 @@
 // The texts that come with a request, taken apart as the standards say.
 #include <gtest/gtest.h>
 
-#include "webdav/Access.h"
 #include "webdav/Conditions.h"
 #include "webdav/Http.h"
 #include "webdav/Paths.h"
-#include "webdav/Xml.h"
 
 namespace webdav {
 
@@ -117,49 +115,6 @@ TEST(TextsOfRequests, PathsStayInside) {
     std::string authority;
     ParseTarget("HTTP://host:8080/x", &authority);
     EXPECT_EQ(authority, "host:8080");
-}
-
-TEST(TextsOfRequests, Xml) {
-    // A property keeps its value, namespaces, attributes and language, wherever its prefixes were declared.
-    const XmlNode document = ParseXml("<a xmlns='DAV:' xmlns:z='urn:z'><z:p xml:lang='de' z:x='1' y='&lt;&#9;&#10;&#13;'>t &amp; <z:q/><e xmlns=''>u</e></z:p></a>");
-    const XmlNode again = ParseXml("<w xmlns:D='DAV:'>" + Serialized(document.children.at(0)) + "</w>");
-    const XmlNode& property = again.children.at(0);
-    EXPECT_EQ(property.name, (XmlName{"urn:z", "p"}));
-    EXPECT_EQ(property.attributes, document.children.at(0).attributes);
-    EXPECT_EQ(property.Text(), "t & ");
-    EXPECT_EQ(property.children.at(1).name, (XmlName{"urn:z", "q"}));
-    EXPECT_EQ(property.children.at(2).name, (XmlName{"", "e"}));
-
-    std::string deep = "<a>", closing = "</a>";
-    for (int i = 0; i < 200; ++i) {
-        deep += "<a>";
-        closing += "</a>";
-    }
-    for (const std::string& broken : {std::string(), std::string("text"), std::string("<a>"), std::string("<a></b>"), std::string("<x:a/>"),
-                                      std::string("<a xmlns:x=''/>"), std::string("<!DOCTYPE a><a/>"), std::string("<a/><b/>"), deep + closing})
-        EXPECT_EQ(StatusOf([&] { ParseXml(broken); }), 400) << broken.substr(0, 40);
-}
-
-TEST(TextsOfRequests, DatesAndNumbers) {
-    const std::uint64_t time = ParseHttpDate("Mon, 03 Feb 2020 04:05:06 GMT");
-    EXPECT_EQ(HttpDate(time), "Mon, 03 Feb 2020 04:05:06 GMT");
-    EXPECT_EQ(IsoDate(time), "2020-02-03T04:05:06Z");
-    for (const char* broken : {"", "yesterday", "Mon, 99 Feb 2020 04:05:06 GMT", "Mon, 03 Xyz 2020 04:05:06 GMT"})
-        EXPECT_EQ(ParseHttpDate(broken), 0u) << broken;
-    EXPECT_EQ(ParseNumber("18446744073709551616"), std::nullopt);
-    EXPECT_EQ(ParseNumber("-1"), std::nullopt);
-    EXPECT_EQ(ParseNumber("0042"), 42u);
-}
-
-TEST(TextsOfRequests, Credentials) {
-    EXPECT_EQ(DecodeBase64("YW5uOnF1aWV0IHJpdmVy"), "ann:quiet river");
-    EXPECT_EQ(DecodeBase64("YW5uOg=="), "ann:");
-    EXPECT_EQ(DecodeBase64("%%%"), "");
-    EXPECT_EQ(HostName("LOCALHOST:8080"), "localhost");
-    EXPECT_EQ(HostName("[::1]:8080"), "[::1]");
-    EXPECT_TRUE(EqualInConstantTime("secret", "secret"));
-    for (const char* wrong : {"", "secre", "secrets", "Secret"})
-        EXPECT_FALSE(EqualInConstantTime(wrong, "secret")) << wrong;
 }
 
 }  // namespace webdav

@@ -101,19 +101,6 @@ def locked_files_move_and_go_with_their_token(dav):
         status(dav('GET', b), 404)
 
 
-def lock_before_the_file_exists(dav):
-    for folder in (fresh(dav, 'before'), '/Plain/'):
-        path = folder + 'fresh.txt'
-        dav('DELETE', path)
-        answer = status(dav.lock(path), 201)
-        token = token_of(answer)
-        status(dav('PUT', path, b'', If=f'({token})'), 204)
-        status(dav('UNLOCK', path, Lock_Token=token), 204)
-        content(dav, path, b'')  # an empty file that was meant stays
-        status(dav('DELETE', path), 204)
-    status(dav.lock('/Docs/nowhere/a.txt'), 409)
-
-
 def an_expired_lock_blocks_nobody(dav):
     path = fresh(dav, 'expired') + 'a.txt'
     status(dav('PUT', path, b'one'), 201)
@@ -140,18 +127,6 @@ def an_expired_lock_blocks_nobody(dav):
         time.sleep(0.1)
     status(dav('LOCK', refreshed, If=f'({token})', Timeout='Second-9'), 200)
     status(dav('UNLOCK', refreshed, Lock_Token=token), 204)
-
-
-def shared_locks_and_refresh(dav):
-    path = fresh(dav, 'shared') + 'a.txt'
-    status(dav('PUT', path, b'one'), 201)
-    first, second = token_of(dav.lock(path, 'shared')), token_of(dav.lock(path, 'shared', owner='Bob &amp; Co'))
-    status(dav('PUT', path, b'two', If=f'({second})'), 204)
-    found = status(dav('PROPFIND', path, '<propfind xmlns="DAV:"><prop><lockdiscovery/></prop></propfind>', Depth='0'), 207).body
-    expect(found.count(b'<D:activelock>') == 2 and b'Bob &amp; Co' in found, found)
-    expect(b'Second-77<' in status(dav('LOCK', path, If=f'({first})', Timeout='Second-77'), 200).body, 'a lock is not refreshed')
-    for token in (first, second):
-        status(dav('UNLOCK', path, Lock_Token=token), 204)
 
 
 def folder_locks(dav):
@@ -452,6 +427,6 @@ def large_folders(dav):
 
 if __name__ == '__main__':
     run((explorer_saves, word_and_excel_save, moving_onto_a_locked_file, locked_files_move_and_go_with_their_token,
-         lock_before_the_file_exists, an_expired_lock_blocks_nobody, shared_locks_and_refresh, folder_locks, names, refused_paths,
+         an_expired_lock_blocks_nobody, folder_locks, names, refused_paths,
          foreign_requests, bodies_without_a_clear_end, conditions, broken_uploads, large_and_parallel, copies_and_moves,
          a_replaced_folder_is_not_lost, whatever_is_listed_can_be_used, properties, large_folders))

@@ -1,0 +1,100 @@
+// What requests cost, in the one form that is the same on every machine: the file system calls of the server, the volume and its
+// companion library. The budgets are what the code needs today; who makes a request cheaper lowers its budget with it. Only a
+// listing costs more in a larger folder.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include "harness/CallCounts.h"
+#include "webdav/Site.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+struct Body : webdav::RequestBody {
+    std::string_view rest;
+    bool IsExpected() const override { return !rest.empty(); }
+    std::size_t Read(char* buffer, std::size_t capacity) override {
+        const std::size_t count = rest.copy(buffer, capacity);
+        rest.remove_prefix(count);
+        return count;
+    }
+};
+
+struct Answer : webdav::Response {
+    int status = 0;
+    void Begin(int theStatus, const webdav::Fields&, std::optional<std::uint64_t>) override { status = theStatus; }
+    void Write(std::string_view) override {}
+    bool HasBegun() const override { return status != 0; }
+    void CloseAfterwards() override {}
+    void LetIn() override {}
+};
+
+struct Row {
+    const char *method, *name;
+    std::uint64_t budget;
+};
+
+constexpr std::string_view c_lock =
+    R"(<lockinfo xmlns="DAV:"><lockscope><shared/></lockscope><locktype><write/></locktype></lockinfo>)";
+
+}  // namespace
+
+TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
+    const fs::path work = fs::temp_directory_path() / "calls-of-requests";
+    fs::remove_all(work);
+    for (const char* folder : {"small", "large"})
+        for (int number = 0; number < (folder[0] == 's' ? 10 : 1000); ++number)
+            fs::create_directories(work / "Docs" / folder), std::ofstream(work / "Docs" / folder / ("plain file " + std::to_string(number)));
+    std::ofstream(work / "quelcrypt.json") << R"({"folders": [{"name": "Docs", "path": "Docs", "owner": "me", "policy": "encrypt", "targetKey": "one"}],
+                                                  "passwords": {"one": "first password"}})";
+    fs::last_write_time(work / "quelcrypt.json", fs::file_time_type::clock::now() - std::chrono::hours(1));
+    SetEnvironmentVariableW(L"QUELCRYPT_CONFIG", (work / "quelcrypt.json").c_str());
+    {
+        const Volume volume;
+        webdav::Site site(volume, {});
+        CallCounts counts[] = {CallCounts{nullptr}, CallCounts{L"QuelcryptVol64.dll"}, CallCounts{L"QuelcryptLib64.dll"}};
+        const Row rows[] = {
+            {"PUT", "new.txt", 160}, {"PUT", "new.txt", 162}, {"HEAD", "new.txt", 8}, {"GET", "new.txt", 42}, {"GET", "missing.txt", 5},
+            {"PROPFIND", "new.txt", 8}, {"LOCK", "new.txt", 23}, {"COPY", "new.txt", 133}, {"MOVE", "copy.txt", 199}, {"DELETE", "moved.txt", 45},
+            {"PUT", "plain", 70}, {"PUT", "plain", 74}, {"GET", "plain", 22}, {"DELETE", "plain", 23}, {"MKCOL", "folder/", 36},
+            {"DELETE", "folder/", 41},
+        };
+        for (const std::string folder : {"small", "large"}) {
+            const auto send = [&](const Row& row, const char* depth = "0") {
+                const std::string method = row.method, target = "/Docs/" + folder + '/';
+                const webdav::Request request{method, target + row.name, {{"Host", "localhost"}, {"Depth", method == "DELETE" ? "infinity" : depth},
+                                                                          {"Destination", target + (method == "COPY" ? "copy.txt" : "moved.txt")}}};
+                Body body;
+                body.rest = method == "PUT" ? "content" : method == "LOCK" ? c_lock : "";
+                Answer answer;
+                site.Answer(request, body, answer);
+                return answer.status;
+            };
+            send({"PROPFIND", "", 0}, "1");
+            send({"PUT", "first.txt", 0});  // proves the password
+            for (const Row& row : rows) {
+                for (CallCounts& module : counts)
+                    module.Take();
+                const int status = send(row);
+                std::uint64_t total = 0;
+                std::string names;
+                for (CallCounts& module : counts) {
+                    std::uint64_t ofModule = 0;
+                    std::string its;
+                    for (const auto& [name, count] : module.Take())
+                        ofModule += count, its += " " + name + " " + std::to_string(count);
+                    total += ofModule;
+                    names += "\n      " + std::to_string(ofModule) + ":" + its;
+                }
+                std::printf("%s %-9s %-12s %d %4llu of %4llu%s\n", folder.c_str(), row.method, row.name, status, static_cast<unsigned long long>(total),
+                            static_cast<unsigned long long>(row.budget), names.c_str());
+                EXPECT_LE(total, row.budget) << row.method << ' ' << row.name << ' ' << status << names;
+            }
+        }
+    }
+    fs::remove_all(work);
+}
