@@ -7,6 +7,7 @@
 #include "companion/PasswordProof.h"
 #include "companion/SettingsFile.h"
 #include "companion/Terminal.h"
+#include "core/Environment.h"
 #include "core/Text.h"
 
 using companion::SettingsFile;
@@ -63,13 +64,12 @@ void Init(const Options& options) {
     file.Save();
     if (companion::OpensCheckContainer(folder, password.secret) == companion::CheckResult::Missing)
         companion::ReplaceCheckContainer(folder, password.secret);
-    const std::string shown = ToShown(name);
+    const std::string shown = ToShown(name), called = ToUtf8(GetVariable(L"QUELVOL_COMMAND"));
+    const std::string program = "\n  " + (called.empty() ? "quelvol" : called) + " ";
     PrintOut(shown + " is protected: " + ToShown(path) + "\nConfiguration: " + ToShown(file.Path()) +
              (companion::OthersMayRead(file.Path()) ? " (others may read it)" : " (only you may read it)") + "\n" + AboutPassword(password) +
-             "\nWhat to do next:\n  quelvol status             what is in it, and what lies there unencrypted\n"
-             "  quelvol encrypt " + shown + std::string(shown.size() < 10 ? 11 - shown.size() : 1, ' ') +
-             "encrypts what lies there unencrypted\n"
-             "  quelvol serve              puts it before Explorer, Finder, browsers and office programs\n");
+             "\nWhat to do next:" + program + "status: what is in it, and what lies there unencrypted" + program + "encrypt \"" + shown +
+             "\": encrypts what lies there unencrypted" + program + "serve: puts it before Explorer, Finder, browsers and office programs\n");
 }
 
 }  // namespace

@@ -60,11 +60,14 @@ webdav::AccessRules MakeRules(const Options& options) {
 }
 
 // Whoever starts the server learns of what waits for a decision; the server itself decides nothing.
-void TellWhatIsLeft(const Volume& volume) {
+std::vector<std::string> TellWhatIsLeft(const Volume& volume) {
     const std::vector<LeftEdit> edits = LeftBehind(volume.Temp().Path()).Edits(volume.Get());
-    if (!edits.empty())
-        PrintError("quelvol: earlier runs left " + std::to_string(edits.size()) +
-                   (edits.size() == 1 ? " edit" : " edits") + " that may be unsaved; 'quelvol recover' lists them\n");
+    if (edits.empty())
+        return {};
+    const std::string text = "earlier runs left " + std::to_string(edits.size()) + (edits.size() == 1 ? " edit" : " edits") +
+                             " that may be unsaved; 'quelvol recover' lists them";
+    PrintError("quelvol: " + text + "\n");
+    return {"On the machine of the server, " + text + "."};
 }
 
 // Nobody sits before a server: in a window station without a screen the volume prompts nobody, and the edit waits.
@@ -93,8 +96,7 @@ void Serve(Session& session, const Options& options) {
     const Volume& volume = session.GetVolume();
     TellProblems(volume);
     LeaveTheScreen();
-    TellWhatIsLeft(volume);
-    webdav::Site site(volume, std::move(rules));
+    webdav::Site site(volume, std::move(rules), TellWhatIsLeft(volume));
     const auto answer = [&site](const webdav::Request& request, webdav::RequestBody& body, webdav::Response& response) {
         site.Answer(request, body, response);
     };

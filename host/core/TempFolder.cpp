@@ -124,7 +124,15 @@ TempFolder::~TempFolder() {
 
 void TempFolder::ForgetCopies() const {
     for (const std::wstring& name : NamesIn((m_realPath / c_copiesFolder).native()))
-        RemoveItself((m_realPath / c_copiesFolder / name).native(), IsPartOfEdit);
+        if (const fs::path copy = m_realPath / c_copiesFolder / name; !NamesIn(copy.native()).empty())  // an empty one is just made
+            RemoveItself(copy.native(), IsPartOfEdit);
+}
+
+bool TempFolder::HasRoomFor(std::uint64_t bytes) const {
+    if (HasRoom(m_realPath.native(), bytes))
+        return true;
+    ForgetCopies();
+    return HasRoom(m_realPath.native(), bytes);
 }
 
 void TempFolder::UseOwn() const {

@@ -4,6 +4,7 @@
 // What a killed run left is removed by the next one, copy by copy. No link is followed.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 
@@ -31,8 +32,10 @@ public:
     TempFolder& operator=(const TempFolder&) = delete;
 
     const std::filesystem::path& Path() const { return m_path; }
-    // Deletes the copies that the volume keeps for the next open, so that the next one decrypts anew. No file may be open.
+    // Deletes the copies that the volume keeps for the next open, so that the next one decrypts anew. Those of open files stay.
     void ForgetCopies() const;
+    // Has its disk room for so many bytes? If not, these copies go.
+    bool HasRoomFor(std::uint64_t bytes) const;
 
     // Which temp folder this process names to programs that it starts.
     void UseOwn() const;

@@ -99,12 +99,7 @@ std::optional<std::wstring> Volume::FolderOnDisk(const VolumePath& folder) const
 
 bool Volume::HasRoomFor(std::uint64_t bytes, const VolumePath& folder) const {
     const auto onDisk = PathOnDisk(folder);
-    if (onDisk && !HasRoom(*onDisk, bytes))
-        return false;
-    if (HasRoom(m_temp.Path().native(), bytes))
-        return true;
-    m_temp.ForgetCopies();  // those that are kept in case they are read again
-    return HasRoom(m_temp.Path().native(), bytes);
+    return (!onDisk || HasRoom(*onDisk, bytes)) && m_temp.HasRoomFor(bytes);
 }
 
 bool Volume::HoldsMountFolder(const VolumePath& folder) const {

@@ -55,7 +55,8 @@ bool RangeIsWanted(const Exchange& exchange, const Resource& file) {
 // What is left of the range as it is now, kept aside for a client that may take long.
 class KeptAside {
 public:
-    KeptAside(const Exchange& exchange, const Resource& file, FileReader& reader, std::uint64_t first, std::uint64_t length) {
+    KeptAside(const Exchange& exchange, const Resource& file, FileReader& reader, std::uint64_t first, std::uint64_t length)
+        : m_spool(exchange.state.volume.Temp()) {
         if (!exchange.state.volume.HasRoomFor(length))
             throw HttpError(507, "the disk of the temp folder is full");
         for (std::uint64_t done = 0; done < length;) {
@@ -194,7 +195,7 @@ void AnswerPut(Exchange& exchange) {
     const std::uint64_t announced = ParseNumber(exchange.request.Field("Content-Length").value_or("")).value_or(0);
     if (announced > limits::spoolMemoryBytes)
         RequireRoom(exchange, announced);
-    Spool spool;
+    Spool spool(exchange.state.volume.Temp());
     std::vector<char> part(c_partSize);
     while (const std::size_t count = exchange.body.Read(part.data(), part.size()))
         spool.Append({part.data(), count});

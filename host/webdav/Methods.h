@@ -24,6 +24,7 @@ struct State {
     DeadProperties properties;
     ChangeNumbers changes;
     Claims claims;
+    std::vector<std::string> notices;  // for whoever looks at a page; set before the first request
 };
 
 // One request on its way.
@@ -90,5 +91,10 @@ void AnswerUnlock(Exchange& exchange);
 
 // The page for a folder.
 void SendFolderPage(Exchange& exchange, const Resource& folder);
+// Is the request for the pages' script or style sheet? Then it is answered.
+bool SendPageFile(const Request& request, Response& response);
+// Does a person look at the answer, who would want a page?
+bool WantsPage(const Request& request);
+void SendErrorPage(Response& response, int status, const std::string& text, Fields fields);
 
 }  // namespace webdav

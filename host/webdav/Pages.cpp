@@ -1,10 +1,13 @@
-// The page that a browser gets for a folder.
+// The pages that a browser gets: of a folder, and of an error.
 #include <algorithm>
 #include <cstdio>
 
+#include "core/Companion.h"
+#include "core/Storage.h"
 #include "core/Text.h"
 #include "webdav/Limits.h"
 #include "webdav/Methods.h"
+#include "webdav/PageFiles.h"
 #include "webdav/Spool.h"
 #include "webdav/Turns.h"
 
@@ -12,23 +15,31 @@ namespace webdav {
 
 namespace {
 
-constexpr const char* c_style = R"(
-:root{color-scheme:light dark}
-body{font:16px/1.5 system-ui,sans-serif;margin:0 auto;max-width:60rem;padding:1.5rem 1rem}
-h1{font-size:1.25rem;font-weight:600;overflow-wrap:anywhere}
-a{color:inherit;text-decoration:none}a:hover,a:focus{text-decoration:underline}
-h1 a{color:#2563a8}
-table{border-collapse:collapse;width:100%}
-th{text-align:left;font-weight:600;font-size:.85rem;color:#777}
-th,td{padding:.4rem .6rem;border-bottom:1px solid #8883}
-td:first-child{overflow-wrap:anywhere}
-.n{text-align:right;white-space:nowrap;font-variant-numeric:tabular-nums}
-.t{white-space:nowrap;font-variant-numeric:tabular-nums;color:#777}
-.k{white-space:nowrap;font-size:.85rem;color:#777}
-.enc{color:#15803d}.conflict{color:#b45309;font-weight:600}
-p{color:#777;font-size:.85rem}
-@media(max-width:36rem){.t{display:none}}
+// Everything comes from this server, and nothing that stands in the page itself runs.
+const Fields c_pageFields{
+    {"Content-Type", "text/html; charset=utf-8"},
+    {"Cache-Control", "private, no-cache"},
+    {"X-Content-Type-Options", "nosniff"},
+    {"X-Frame-Options", "DENY"},
+    {"Referrer-Policy", "no-referrer"},
+    {"Content-Security-Policy", "default-src 'none'; style-src 'self'; script-src 'self'; connect-src 'self'; base-uri 'none'; "
+                                "form-action 'none'; frame-ancestors 'none'"}};
+
+constexpr const char* c_tools = R"(<div id=tools hidden>
+<button type=button id=upload>Upload files</button><button type=button id=uploadFolder>Upload a folder</button>
+<button type=button id=newFolder>New folder</button>
+<input type=search id=filter aria-label="Filter by name" placeholder="Filter">
+<input type=file id=files multiple hidden><input type=file id=folder webkitdirectory hidden></div>
+<div id=state role=status aria-live=polite></div><progress id=progress max=1 hidden aria-label="Upload"></progress>
+<dialog id=ask><form method=dialog><p id=question></p><input aria-labelledby=question>
+<div><button value=yes>Yes</button><button value=no formnovalidate>Cancel</button></div></form></dialog>
 )";
+
+std::string Beginning(const std::string& title, bool isRoot) {
+    return "<!DOCTYPE html>\n<html lang=en><head><meta charset=utf-8><meta name=viewport content=\"width=device-width,initial-scale=1\"><title>" +
+           title + "</title><link rel=stylesheet href=\"/?page.css\"><script src=\"/?page.js\" defer></script></head><body" +
+           (isRoot ? " data-root" : "") + ">\n";
+}
 
 std::string SizeText(std::int64_t bytes) {
     static constexpr const char* c_units[] = {"B", "kB", "MB", "GB", "TB"};
@@ -41,23 +52,58 @@ std::string SizeText(std::int64_t bytes) {
     return text;
 }
 
-const char* KindMarkup(VirtualItemType type) {
-    switch (type) {
-    case VIT_EncryptedFile: return "<span class=enc>encrypted</span>";
-    case VIT_EncryptedFileInConflict: return "<span class=conflict>conflict copy</span>";
-    case VIT_PlainFile: return "not encrypted";
-    default: return "folder";
+// Of what the client said about itself, the words alone; it is escaped already.
+std::string OwnerText(const std::string& ownerXml) {
+    std::string text;
+    bool isTag = false;
+    for (const char unit : ownerXml) {
+        isTag = isTag || unit == '<';
+        if (!isTag)
+            text += unit;
+        isTag = isTag && unit != '>';
     }
+    text = std::string(Trimmed(text));
+    return text.empty() ? text : " by " + text;
 }
 
-std::string Row(const Resource& item) {
+// How it is stored, and what is special about it.
+std::string Marks(const Exchange& exchange, const Resource& item, const Storage& storage) {
+    if (item.IsFolder())
+        return "folder";
+    const Stored stored = storage.Of(*item.entry);
+    std::string marks;
+    if (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged)
+        marks = "<span class=" + std::string(StoredWord(stored)) + ">" +
+                (stored == Stored::ConflictCopy ? "conflict copy" : stored == Stored::Damaged ? "DAMAGED" : "encrypted") + "</span>";
+    else
+        marks = "<span class=plain title=\"" + Escaped(StoredReason(stored)) + "\">NOT encrypted</span>";
+    for (const DavLock& lock : exchange.state.locks.Covering(item.key))
+        marks += " <span class=locked>locked" + OwnerText(lock.ownerXml) + "</span>";
+    return marks;
+}
+
+std::string Row(const Exchange& exchange, const Resource& item, const Storage& storage) {
     const VirtFindData& data = item.entry->data;
     const bool isFolder = item.IsFolder();
-    const std::string time = data.lastWriteTime ? IsoDate(data.lastWriteTime) : "";
-    return "<tr><td><a href=\"" + Escaped(item.Url()) + "\">" + Escaped(ToUtf8(item.path.Name())) + (isFolder ? "/" : "") +
-           "</a></td><td class=n>" + (isFolder ? "" : SizeText(data.fileSize)) + "</td><td class=t>" +
+    const std::string time = data.lastWriteTime ? IsoDate(data.lastWriteTime) : "", name = Escaped(ToUtf8(item.path.Name()));
+    return std::string("<tr data-kind=") + (isFolder ? "folder" : "file") + " data-name=\"" + name + "\" data-size=" +
+           std::to_string(isFolder ? 0 : data.fileSize) + " data-time=\"" + time + "\"><td><a href=\"" + Escaped(item.Url()) + "\">" + name +
+           (isFolder ? "/" : "") + "</a></td><td class=n>" + (isFolder ? "" : SizeText(data.fileSize)) + "</td><td class=t>" +
            (time.empty() ? "" : "<time datetime=\"" + time + "\">" + time.substr(0, 10) + ' ' + time.substr(11, 5) + "</time>") +
-           "</td><td class=k>" + KindMarkup(data.itemType) + "</td></tr>\n";
+           "</td><td class=k>" + Marks(exchange, item, storage) + "</td></tr>\n";
+}
+
+// What whoever looks at the folder must know before anything else.
+std::string Notices(const Exchange& exchange, const Resource& folder) {
+    std::string text;
+    for (const std::string& notice : exchange.state.notices)
+        text += "<p class=notice role=note>" + Escaped(notice) + "</p>\n";
+    if (!folder.path.IsRoot()) {
+        const Verdict verdict = CheckFolderPassword(ConfiguredPath(exchange.state.volume, folder.entry->path), false);
+        if (verdict.state == ContainerState::WrongKey)
+            text += "<p class=notice role=alert>Nothing can be stored here: " + Escaped(verdict.reason) + ".</p>\n";
+    }
+    return text;
 }
 
 // "volume / Docs / Reports", each a link.
@@ -84,35 +130,50 @@ void WritePage(Exchange& exchange, const Resource& folder, Spool& page) {
     std::sort(entries.begin(), entries.end(), IsBefore);
     std::stable_partition(entries.begin(), entries.end(), [](const Entry& entry) { return entry.IsFolder(); });
     const std::string title = folder.path.IsRoot() ? "Volume" : Escaped(ToUtf8(folder.path.Name()));
-    page.Append("<!DOCTYPE html>\n<html lang=en><head><meta charset=utf-8><meta name=viewport content=\"width=device-width\"><title>" +
-                title + "</title><style>" + c_style + "</style></head><body>\n<h1>" + Trail(folder.path) + "</h1>\n");
+    page.Append(Beginning(title, folder.path.IsRoot()) + "<h1>" + Trail(folder.path) + "</h1>\n" + c_tools + "<main>\n" + Notices(exchange, folder));
     page.Append(entries.empty() ? "<p>This folder is empty.</p>\n"
                                 : "<table><thead><tr><th>Name</th><th class=n>Size</th><th class=t>Changed "
                                   "(UTC)</th><th>Stored</th></tr></thead><tbody>\n");
+    const Storage storage(exchange.state.volume, folder.entry->path);
     for (const Entry& entry : entries)
-        page.Append(Row(Listed(folder, entry)));
+        page.Append(Row(exchange, Listed(folder, entry), storage));
     if (!entries.empty())
         page.Append("</tbody></table>\n<p>" + std::to_string(entries.size()) + (entries.size() == 1 ? " entry" : " entries") +
                     (isWhole ? "" : "; there are more, which a page does not show") + "</p>\n");
-    page.Append("</body></html>\n");
+    page.Append("</main></body></html>\n");
 }
 
 }  // namespace
 
 void SendFolderPage(Exchange& exchange, const Resource& folder) {
-    const Fields fields{
-        {"Content-Type", "text/html; charset=utf-8"},
-        {"Cache-Control", "private, no-cache"},
-        {"X-Content-Type-Options", "nosniff"},
-        {"X-Frame-Options", "DENY"},
-        {"Referrer-Policy", "no-referrer"},
-        {"Content-Security-Policy", "default-src 'none'; style-src 'unsafe-inline'; base-uri 'none'; form-action 'none'"}};
     if (exchange.request.method == "HEAD")
-        return exchange.response.Begin(200, fields, std::nullopt);
-    Spool page;
+        return exchange.response.Begin(200, c_pageFields, std::nullopt);
+    Spool page(exchange.state.volume.Temp());
     WritePage(exchange, folder, page);
-    exchange.response.Begin(200, fields, page.Size());
+    exchange.response.Begin(200, c_pageFields, page.Size());
     page.ForEach([&](std::string_view part) { exchange.response.Write(part); });
+}
+
+bool SendPageFile(const Request& request, Response& response) {
+    const bool isScript = request.target == "/?page.js";
+    if ((!isScript && request.target != "/?page.css") || (request.method != "GET" && request.method != "HEAD"))
+        return false;
+    response.Send(200, {{"Content-Type", isScript ? "text/javascript; charset=utf-8" : "text/css; charset=utf-8"},
+                        {"Cache-Control", "private, no-cache"},
+                        {"X-Content-Type-Options", "nosniff"}},
+                  isScript ? c_pageScript : c_pageStyle);
+    return true;
+}
+
+bool WantsPage(const Request& request) {
+    return request.method == "GET" && request.Field("Accept").value_or("").find("text/html") != std::string::npos;
+}
+
+void SendErrorPage(Response& response, int status, const std::string& text, Fields fields) {
+    fields.insert(fields.end(), c_pageFields.begin(), c_pageFields.end());
+    const std::string words = StatusLine(status).substr(std::string_view("HTTP/1.1 404 ").size());
+    response.Send(status, fields, Beginning(words, true) + "<h1>" + words + "</h1>\n<main><p>" + Escaped(text) +
+                                      "</p>\n<p><a href=\"./\">To the folder</a> or <a href=\"/\">to the beginning</a></p></main></body></html>\n");
 }
 
 }  // namespace webdav

@@ -229,7 +229,7 @@ void AnswerPropfind(Exchange& exchange) {
     if (depth == Depth::Infinity && resource.IsFolder())
         throw HttpError(403, "one folder at a time is listed", "<D:propfind-finite-depth/>");
     // Made at once, so that a slow client holds no search of a large folder open.
-    Spool spool;
+    Spool spool(exchange.state.volume.Temp());
     const auto append = [&spool](const std::string& xml) {
         if (spool.Size() + xml.size() > limits::answerBytes)
             throw HttpError(507, "the answer would be too long; ask for fewer properties");

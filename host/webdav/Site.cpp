@@ -21,10 +21,12 @@ constexpr MethodRow c_methods[] = {
     {"LOCK", AnswerLock},         {"UNLOCK", AnswerUnlock},
 };
 
-void SendError(Response& response, int status, const std::string& text, const std::string& condition, Fields fields) {
+void SendError(const Request& request, Response& response, int status, const std::string& text, const std::string& condition, Fields fields) {
     if (response.HasBegun())
         throw ConnectionLost(text);  // the client sees that the answer is cut short
     std::string body;
+    if (WantsPage(request) && status >= 400)
+        return SendErrorPage(response, status, text, std::move(fields));
     if (!condition.empty()) {
         body = R"(<?xml version="1.0" encoding="utf-8"?><D:error xmlns:D="DAV:">)" + condition + "</D:error>";
         fields.emplace_back("Content-Type", "application/xml; charset=utf-8");
@@ -48,15 +50,15 @@ void Site::Answer(const Request& request, RequestBody& body, Response& response)
     } catch (const ConnectionLost&) {
         throw;
     } catch (const HttpError& error) {
-        SendError(response, error.Status(), error.what(), error.Condition(), error.ExtraFields());
+        SendError(request, response, error.Status(), error.what(), error.Condition(), error.ExtraFields());
     } catch (const StatusError& error) {
         const int status = HttpStatus(error.Status());
         if (status >= 500)
             LogFailure(request, error.what());
-        SendError(response, status, error.what(), {}, {});
+        SendError(request, response, status, error.what(), {}, {});
     } catch (const std::exception& error) {
         LogFailure(request, error.what());
-        SendError(response, 500, error.what(), {}, {});
+        SendError(request, response, 500, error.what(), {}, {});
     }
 }
 
@@ -68,6 +70,8 @@ void Site::Dispatch(const Request& request, RequestBody& body, Response& respons
         throw;
     }
     response.LetIn();
+    if (SendPageFile(request, response))
+        return;
     for (const MethodRow& row : c_methods) {
         if (request.method != row.name)
             continue;

@@ -9,7 +9,10 @@ namespace webdav {
 
 class Site {
 public:
-    Site(const Volume& volume, AccessRules rules) : m_state(volume), m_rules(std::move(rules)) {}
+    // notices: lines that every page shows.
+    Site(const Volume& volume, AccessRules rules, std::vector<std::string> notices) : m_state(volume), m_rules(std::move(rules)) {
+        m_state.notices = std::move(notices);
+    }
 
     // Any thread may call. Throws ConnectionLost only, also when an answer that has begun cannot be finished.
     void Answer(const Request& request, RequestBody& body, Response& response);

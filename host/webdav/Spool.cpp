@@ -1,7 +1,6 @@
 #include "webdav/Spool.h"
 
 #include "core/HostError.h"
-#include "core/OnDisk.h"
 #include "core/Text.h"
 #include "webdav/Http.h"
 #include "webdav/Limits.h"
@@ -18,18 +17,8 @@ constexpr std::size_t c_partSize = 64 * 1024;
                     "the upload could not be kept: " + SystemMessage(error));
 }
 
-std::wstring TempPath() {
-    wchar_t folder[MAX_PATH + 2];
-    const DWORD length = GetTempPathW(static_cast<DWORD>(std::size(folder)), folder);
-    if (length == 0)
-        ThrowFileError();
-    if (length >= std::size(folder))  // it is then not stored at all
-        throw HttpError(500, "the upload could not be kept: the path of the temp folder is too long");
-    return folder;
-}
-
-HANDLE CreateSpoolFile() {
-    const std::wstring path = TempPath() + L"upload-" + UniqueSuffix();
+HANDLE CreateSpoolFile(const TempFolder& temp) {
+    const std::wstring path = (temp.Path() / (L"upload-" + UniqueSuffix())).native();
     const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                     FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
     if (file == INVALID_HANDLE_VALUE)
@@ -51,7 +40,7 @@ void Spool::Append(std::string_view data) {
         return;
     }
     if (m_file == INVALID_HANDLE_VALUE) {
-        m_file = CreateSpoolFile();
+        m_file = CreateSpoolFile(m_temp);
         WriteToFile({m_memory.data(), m_memory.size()});
         std::vector<char>().swap(m_memory);
     }
@@ -62,7 +51,7 @@ void Spool::Append(std::string_view data) {
 // Asked now and then: an upload may come without a length.
 void Spool::RequireRoom(std::size_t newBytes) const {
     constexpr std::uint64_t c_step = 4 << 20;
-    if (m_size / c_step != (m_size - newBytes) / c_step && !HasRoom(TempPath(), limits::diskReserve))
+    if (m_size / c_step != (m_size - newBytes) / c_step && !m_temp.HasRoomFor(limits::diskReserve))
         throw HttpError(507, "the disk of the temp folder is full");
 }
 

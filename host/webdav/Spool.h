@@ -9,11 +9,13 @@
 
 #include <windows.h>
 
+#include "core/TempFolder.h"
+
 namespace webdav {
 
 class Spool {
 public:
-    Spool() = default;
+    explicit Spool(const TempFolder& temp) : m_temp(temp) {}
     ~Spool();
     Spool(const Spool&) = delete;
     Spool& operator=(const Spool&) = delete;
@@ -28,6 +30,7 @@ private:
     void RequireRoom(std::size_t newBytes) const;
     void WriteToFile(std::string_view data);
 
+    const TempFolder& m_temp;
     std::uint64_t m_size = 0;
     std::vector<char> m_memory;
     HANDLE m_file = INVALID_HANDLE_VALUE;

@@ -258,8 +258,9 @@ VirtFindMountFolderHandlePtr VirtualMountFolder::FindFirstFolder(const wchar_t* 
     handle->folderSearchSpec = SpecOrAll(folderSearchSpec);
     MountFolderState& state = State();
     const SectionGuard guard(state.section);
+    VirtMountInfo fitting{};  // what the record cannot hold is no match
     for (const MountFolderInfo* folder : state.table.InOrder())
-        if (MatchesSpec(qcLog, handle->folderSearchSpec.c_str(), *folder)) {
+        if (GetMatchedMountFolderVirtMountInfo(handle->folderSearchSpec.c_str(), *folder, &fitting)) {
             handle->nextName = folder->name;
             return qcLog.Leave(std::move(handle));
         }

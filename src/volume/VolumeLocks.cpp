@@ -67,11 +67,11 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
             virtFindData = RecordOfMissingFile(fullFilePath);
             halvaneVirtFindData = &virtFindData;
         }
-        LockInfo earlier{};
-        const bool isFirst = FileLocker::FindLock(filePathToLock.c_str(), nullptr, &earlier) == VVS_FileNotLocked;
+        bool isLockedBefore = false;
+        FileLocker::GetEncryptedInfo(filePathToLock.c_str(), &isLockedBefore, nullptr);
         QC_CHECK_STATUS(FileLocker::Lock(filePathToLock.c_str(), halvaneVirtFindData, lockInfo),
                         L"FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>%s, ");
-        if (isFirst && fileExists && halvaneVirtFindData)
+        if (!isLockedBefore && fileExists && halvaneVirtFindData)
             FollowHeldContainer(filePathToLock, virtFindData.itemType);
         return qcLog.Leave(VVS_Success);
     });

@@ -73,6 +73,8 @@ void VolumeFixture::LoadVolume() {
     m_module = LoadLibraryW(L"QuelcryptVol64.dll");
     ASSERT_NE(nullptr, m_module);
     ASSERT_TRUE(prompts::TakeOver(m_module));
+    prompts::g_count = 0;
+    prompts::Pick({});
     m_volume = NewVolume();
     ASSERT_NE(nullptr, m_volume);
 }
@@ -92,7 +94,7 @@ void VolumeFixture::TearDown() {
     TestCompanion_FailNth(nullptr, 0, Fault::None, false);
     TestCompanion_SetHook(nullptr, nullptr, nullptr);
     if (m_volume)
-        m_volume->Release();
+        UnloadVolume();
     EXPECT_EQ(0, TestCompanion_LiveObjects());
     for (const std::wstring& file : FilesBelow(m_root))
         EXPECT_TRUE(OpensUnshared(file)) << Narrow(file) << " is held";

@@ -421,7 +421,7 @@ def large_folders(dav):
         expect(len(answer.body) / count <= 400, f'{len(answer.body) / count} bytes an entry')
     names = ''.join(f'<{"n" * 500}{number}/>' for number in range(31))  # an answer that repeats them all would be too long
     status(dav('PROPFIND', folder, f'<propfind xmlns="DAV:"><prop>{names}</prop></propfind>', Depth='1'), 507)
-    expect(dav('GET', folder).body.count(b'<tr>') == 10001, 'page')
+    expect(dav('GET', folder).body.count(b'<tr') == 10001, 'page')
     shutil.rmtree(dav.folder + '/Docs/many')
 
 

@@ -1,0 +1,38 @@
+# "cmake --install" gives a host's author all there is to build against; "--target package" puts that, quelvol, the tests and the
+# licence texts of what is linked in into a ZIP file for Windows.
+include(CMakePackageConfigHelpers)
+
+install(DIRECTORY include/quelcrypt DESTINATION include)
+install(TARGETS QuelcryptVol64 RUNTIME DESTINATION bin)
+install(TARGETS QuelcryptLib64 quelvol RUNTIME DESTINATION bin)
+# Both compilers link with it; where another linker does not, the .def file makes one: lib /def:QuelcryptVol64.def /machine:x64
+install(FILES $<TARGET_LINKER_FILE:QuelcryptVol64> DESTINATION lib RENAME QuelcryptVol64.lib)
+install(FILES src/QuelcryptVol64.def DESTINATION lib)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/QuelcryptVolConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES cmake/QuelcryptVolConfig.cmake ${PROJECT_BINARY_DIR}/QuelcryptVolConfigVersion.cmake
+    DESTINATION lib/cmake/QuelcryptVol)
+install(DIRECTORY examples DESTINATION .)
+install(DIRECTORY docs/ DESTINATION docs FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
+
+# Where Debian, and the source packages, keep what each library asks to be passed on with it.
+foreach(package libz-mingw-w64-dev libboost1.81-dev nlohmann-json3-dev libcli11-dev mingw-w64-common gcc-mingw-w64-base googletest)
+    install(FILES /usr/share/doc/${package}/copyright DESTINATION licences RENAME ${package}.txt)
+endforeach()
+foreach(source nettle expat)
+    install(FILES ${PROJECT_SOURCE_DIR}/build/third-party/sources/${source}/debian/copyright DESTINATION licences RENAME ${source}.txt)
+endforeach()
+
+if(BUILD_TESTING)
+    install(TARGETS volume_tests unit_tests TestCompanion RUNTIME DESTINATION tests)
+    install(TARGETS companion_tests host_tests webdav_tests RUNTIME DESTINATION tests/parts)
+    install(FILES $<TARGET_FILE:QuelcryptVol64> DESTINATION tests)
+    install(TARGETS explorer ExplorerCompanion RUNTIME DESTINATION tests/explorer)
+    install(FILES $<TARGET_FILE:QuelcryptVol64> DESTINATION tests/explorer)
+    install(FILES tests/windows/run-tests.cmd DESTINATION tests)
+endif()
+
+set(CPACK_GENERATOR ZIP)
+set(CPACK_PACKAGE_FILE_NAME QuelcryptVol-${PROJECT_VERSION}-win64)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_VERBATIM_VARIABLES ON)
+include(CPack)

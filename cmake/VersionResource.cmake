@@ -1,0 +1,10 @@
+# add_version_resource(<target> <file name> <description>): what the properties of the file show on Windows.
+function(add_version_resource target name description)
+    get_target_property(kind ${target} TYPE)
+    set(type VFT_DLL)
+    if(kind STREQUAL EXECUTABLE)
+        set(type VFT_APP)
+    endif()
+    configure_file(${PROJECT_SOURCE_DIR}/cmake/version.rc.in ${CMAKE_CURRENT_BINARY_DIR}/${target}-version.rc @ONLY)
+    target_sources(${target} PRIVATE ${CMAKE_CURRENT_BINARY_DIR}/${target}-version.rc)
+endfunction()

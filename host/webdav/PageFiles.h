@@ -1,0 +1,9 @@
+// The script and the style sheet of the pages, which the build puts in from page.js and page.css.
+#pragma once
+
+namespace webdav {
+
+extern const char* const c_pageScript;
+extern const char* const c_pageStyle;
+
+}  // namespace webdav
