@@ -25,7 +25,14 @@ function ask(text, yes, value) {
     const dot = value.lastIndexOf('.');
     field.setSelectionRange(0, dot > 0 ? dot : value.length);
   } else $('[value=no]', dialog).focus();
-  return new Promise(done => dialog.addEventListener('close', () => done(dialog.returnValue === 'yes' ? field.value : null), { once: true }));
+  return new Promise(done => {
+    const closed = () => {
+      if (dialog.open) return;  // that was the question before
+      dialog.removeEventListener('close', closed);
+      done(dialog.returnValue === 'yes' ? field.value : null);
+    };
+    dialog.addEventListener('close', closed);
+  });
 }
 
 // Throws what the server says.
