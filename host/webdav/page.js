@@ -18,20 +18,16 @@ function ask(text, yes, value) {
   $('[value=yes]', dialog).textContent = yes;
   field.hidden = value === undefined;
   field.value = value ?? '';
-  dialog.returnValue = '';
   dialog.showModal();
   if (value !== undefined) {
     field.focus();
     const dot = value.lastIndexOf('.');
     field.setSelectionRange(0, dot > 0 ? dot : value.length);
   } else $('[value=no]', dialog).focus();
+  // Not by the event of closing, which may come when the next question is open already.
   return new Promise(done => {
-    const closed = () => {
-      if (dialog.open) return;  // that was the question before
-      dialog.removeEventListener('close', closed);
-      done(dialog.returnValue === 'yes' ? field.value : null);
-    };
-    dialog.addEventListener('close', closed);
+    $('form', dialog).onsubmit = event => done(event.submitter.value === 'yes' ? field.value : null);
+    dialog.oncancel = () => done(null);
   });
 }
 
