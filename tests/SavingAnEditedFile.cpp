@@ -389,6 +389,14 @@ TEST_F(SavingAnEditedFile, AHandleDescribesItsOwnFile) {
     EXPECT_OK(volume()->SetFileInfo(hFile, 0xFFFFFFFF, &keepAll));
     Close(hFile);
     EXPECT_EQ(writeTime, Record(L"Plain\\a.txt").lastWriteTime) << "what is to be kept is what is there now";
+
+    void* const renamed = MustOpen(L"Docs\\c.txt", kReadWrite, CREATE_NEW);
+    EXPECT_OK(Write(renamed, "content"));
+    EXPECT_OK(Rename(renamed, L"Docs\\d.txt"));
+    VirtFindData record{};
+    EXPECT_TRUE(volume()->GetFileInfo(renamed, &record));
+    EXPECT_STREQ(L"d.txt", record.fileName);
+    Close(renamed);
 }
 
 // Whatever keeps a waiting edit from being opened, saved or deleted with its document, it stays.

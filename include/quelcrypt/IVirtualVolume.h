@@ -196,10 +196,10 @@ public:
 
     // 23: takes a lock (scope, type, timeout and owner are read); lockInfo->token receives its token. A missing file is
     // created empty and goes with its last lock unless something was, or is then, written. While locked, the file is held open
-    // against other writers. Open handles that write or delete a plain file, the host's own too, and those that are left of an earlier
-    // lock refuse the lock (VVS_Locked). An encrypted file's handle that was opened before does not know the lock: its edit is saved
-    // under a conflict name. VVS_LockScopeViolation beside an
-    // exclusive lock, VVS_Locked or VVS_Unauthorized when the file cannot be held, VVS_BadRequest for a folder.
+    // against other writers. Open handles that write or delete a plain file or do not share that, the host's own too, and those that are
+    // left of an earlier lock refuse the lock (VVS_Locked). An encrypted file's handle that was opened before does not know the lock:
+    // its edit is saved under a conflict name. VVS_LockScopeViolation beside an exclusive lock, VVS_Locked or VVS_Unauthorized when the
+    // file cannot be held, VVS_BadRequest for a folder.
     virtual VirtualVolumeStatus Lock(const wchar_t* filePath, LockInfo* lockInfo) = 0;
     // 24: releases the lock with exactly this token.
     virtual VirtualVolumeStatus Unlock(const wchar_t* filePath, const wchar_t* lockToken) = 0;

@@ -238,8 +238,11 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
 }
 
 bool EncryptedContent::GetFileInfo(VirtFindData* virtFindData) {
-    if (m_copy.IsMade())
-        return VirtualFindFile::DescribeOnDisk(m_copy.Path(), VIT_EncryptedFile, virtFindData);
+    if (m_copy.IsMade()) {
+        const bool isDescribed = VirtualFindFile::DescribeOnDisk(m_copy.Path(), VIT_EncryptedFile, virtFindData);
+        CopyBounded(virtFindData->fileName, m_state.Name());  // the copy keeps the name that it was made under
+        return isDescribed;
+    }
     if (!VirtualFindFile::FindFile(StoredPath().c_str(), virtFindData))
         return false;
     m_state.findData = *virtFindData;

@@ -177,7 +177,8 @@ VirtualVolumeStatus VirtualFile::SetFileInfo(const VirtFindData* virtFindData) {
         return qcLog.Leave(VVS_Success);
     m_state.findData.reset();  // what is to stay is taken from the file as it is now
     const VirtualVolumeStatus status = VirtualItem::SetFileInfo(virtFindData);
-    if (status == VVS_Success && virtFindData->lastWriteTime != 0)
+    // A plain file's time is set even where it is to stay as it is, and the platform updates it no more.
+    if (status == VVS_Success && (virtFindData->lastWriteTime != 0 || !m_content->IsEncrypted()))
         m_content->TimeWasSet();
     return qcLog.Leave(status);
 }
