@@ -1,19 +1,16 @@
 #include "InformationMemory.h"
 
+#include "Halves.h"
+
 namespace companion {
 namespace {
 
 constexpr std::size_t mostKept = 20'000;
 
-std::uint64_t Joined(DWORD high, DWORD low) {
-    return (static_cast<std::uint64_t>(high) << 32) | low;
-}
-
 }  // namespace
 
 InformationMemory::Stamp InformationMemory::StampOf(const WIN32_FIND_DATAW& rawEntry) {
-    return {Joined(rawEntry.ftCreationTime.dwHighDateTime, rawEntry.ftCreationTime.dwLowDateTime),
-            Joined(rawEntry.ftLastWriteTime.dwHighDateTime, rawEntry.ftLastWriteTime.dwLowDateTime),
+    return {FileTimeNumber(rawEntry.ftCreationTime), FileTimeNumber(rawEntry.ftLastWriteTime),
             Joined(rawEntry.nFileSizeHigh, rawEntry.nFileSizeLow)};
 }
 

@@ -88,11 +88,8 @@ Verdict CheckInFolders(const Settings& settings, const std::string& key, const S
 // The names of the folders that the key is for, for the question.
 std::wstring FoldersOf(const Settings& settings, const std::string& key) {
     std::wstring names;
-    for (const ConfiguredFolder& folder : settings.folders) {
-        const auto holder = settings.KeyFolderOf(folder.path);
-        if (holder && holder->key == key && holder->path == folder.path)
-            names += (names.empty() ? L"" : L", ") + holder->name;
-    }
+    for (const KeyFolder& folder : settings.FoldersOfKey(key))
+        names += (names.empty() ? L"" : L", ") + folder.name;
     return names.empty() ? L"the key " + FromUtf8Lossy(key) : names;
 }
 

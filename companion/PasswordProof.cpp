@@ -11,6 +11,7 @@
 #include "ContainerContent.h"
 #include "ContainerFile.h"
 #include "ContainerWriter.h"
+#include "Halves.h"
 #include "KeyRing.h"
 #include "Paths.h"
 #include "Text.h"
@@ -151,7 +152,7 @@ std::uint64_t StampOf(const std::wstring& path) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (!GetFileAttributesExW(OpenablePath(path).c_str(), GetFileExInfoStandard, &data))
         return 0;
-    return (static_cast<std::uint64_t>(data.ftLastWriteTime.dwHighDateTime) << 32) | data.ftLastWriteTime.dwLowDateTime;
+    return FileTimeNumber(data.ftLastWriteTime);
 }
 
 [[noreturn]] void Refuse(const KeyFolder& folder) {

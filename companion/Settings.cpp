@@ -272,6 +272,14 @@ std::optional<KeyFolder> Settings::KeyFolderOfAnsi(const std::wstring& fullPath)
     return NearestKey(Ancestors(folders, fullPath, ThroughAnsi), defaultKey);
 }
 
+std::vector<KeyFolder> Settings::FoldersOfKey(const std::string& key) const {
+    std::vector<KeyFolder> found;
+    for (const ConfiguredFolder& folder : folders)
+        if (const auto holder = KeyFolderOf(folder.path); holder && holder->key == key && holder->path == folder.path)
+            found.push_back(*holder);
+    return found;
+}
+
 Settings ParseSettings(std::string_view text, const std::wstring& baseFolder) {
     const PlacedJson document(text);
     return SettingsReader(document, baseFolder).Read();

@@ -68,6 +68,8 @@ struct Settings {
     // The same two for a path that was written in the machine's ANSI code page, and perhaps lost letters there.
     std::optional<BoxSettings> BoxOfAnsi(const std::wstring& fullPath) const;
     std::optional<KeyFolder> KeyFolderOfAnsi(const std::wstring& fullPath) const;
+    // The folders that say that they, and what is below them, have this key.
+    std::vector<KeyFolder> FoldersOfKey(const std::string& key) const;
 };
 
 // Paths in text count from baseFolder. Throws SettingsError.

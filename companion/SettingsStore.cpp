@@ -7,6 +7,7 @@
 #include <windows.h>
 
 #include "Boundary.h"
+#include "Halves.h"
 #include "Logger.h"
 #include "Paths.h"
 #include "SettingsFile.h"
@@ -52,10 +53,6 @@ std::wstring PathBesideThisModule(const wchar_t* fileName) {
     }
 }
 
-std::uint64_t Joined(DWORD high, DWORD low) {
-    return (static_cast<std::uint64_t>(high) << 32) | low;
-}
-
 FileStamp StampOf(const std::wstring& path) {
     FileStamp stamp{path};
     WIN32_FILE_ATTRIBUTE_DATA data;
@@ -63,7 +60,7 @@ FileStamp StampOf(const std::wstring& path) {
         stamp.error = GetLastError();
         return stamp;
     }
-    stamp.writeTime = Joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime);
+    stamp.writeTime = FileTimeNumber(data.ftLastWriteTime);
     stamp.sizeBytes = Joined(data.nFileSizeHigh, data.nFileSizeLow);
     return stamp;
 }
@@ -73,7 +70,7 @@ bool IsFresh(const FileStamp& stamp) {
     constexpr std::uint64_t clockStep = 1'000'000;  // 100 ms in FILETIME units
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
-    return Joined(now.dwHighDateTime, now.dwLowDateTime) < stamp.writeTime + clockStep;
+    return FileTimeNumber(now) < stamp.writeTime + clockStep;
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Boundary.h"
+#include "Halves.h"
 #include "Paths.h"
 
 namespace companion {
@@ -40,9 +41,6 @@ bool IsLink(const std::wstring& folder) {
 // Those of dead processes. A living writer's is younger than a day or open, and an open one cannot be deleted.
 void RemoveStaleFiles(const std::wstring& folder) {
     constexpr std::uint64_t dayLength = 864'000'000'000;  // in FILETIME units
-    const auto joined = [](const FILETIME& time) {
-        return (static_cast<std::uint64_t>(time.dwHighDateTime) << 32) | time.dwLowDateTime;
-    };
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
     WIN32_FIND_DATAW found;
@@ -50,7 +48,7 @@ void RemoveStaleFiles(const std::wstring& folder) {
     if (search == INVALID_HANDLE_VALUE)
         return;
     do {
-        if (joined(found.ftLastWriteTime) + dayLength < joined(now))
+        if (FileTimeNumber(found.ftLastWriteTime) + dayLength < FileTimeNumber(now))
             DeleteFileW(OpenablePath(folder + L'\\' + found.cFileName).c_str());
     } while (FindNextFileW(search, &found));
     FindClose(search);

@@ -103,7 +103,7 @@ void List(Session& session, const Options& options) {
 }  // namespace
 
 nlohmann::ordered_json JsonOf(const Volume& volume, const Entry& entry) {
-    return {{"path", ToUtf8(entry.path.Parent().Child(entry.Name()).Str())},
+    return {{"path", ToUtf8(entry.ListedPath().Str())},
             {"kind", KindWord(volume, entry)},
             {"size", entry.IsFolder() ? nlohmann::ordered_json() : nlohmann::ordered_json(entry.data.fileSize)},
             {"changed", TimeStr(entry.data.lastWriteTime)},

@@ -35,20 +35,12 @@ Secret PasswordIn(const SettingsFile& file, const std::string& key) {
     return *companion::PasswordOf(file.Get(), key, companion::Asking::Allowed);
 }
 
-std::vector<KeyFolder> FoldersOf(const SettingsFile& file, const std::string& key) {
-    std::vector<KeyFolder> folders;
-    for (const companion::ConfiguredFolder& folder : file.Get().folders)
-        if (const auto holder = file.Get().KeyFolderOf(folder.path); holder && holder->key == key && holder->path == folder.path)
-            folders.push_back(*holder);
-    return folders;
-}
-
 // From here to the end the configuration has both passwords, where nobody needs to be asked for them: both are read, the new one
 // is written, and a run that is broken off can be continued.
 void Begin(SettingsFile& file, const std::string& key, const NewPassword& password) {
     const companion::PasswordSource before = file.Get().passwords.at(key);
     const Secret old = PasswordIn(file, key);
-    for (const KeyFolder& folder : FoldersOf(file, key))
+    for (const KeyFolder& folder : file.Get().FoldersOfKey(key))
         companion::ProvePassword(file.Get(), folder, old, {}, companion::BeforeWriting::No);
     if (old == password.secret)
         throw HostError("the new password is the old one; nothing was changed");
@@ -60,7 +52,7 @@ void Begin(SettingsFile& file, const std::string& key, const NewPassword& passwo
 
 void MoveChecks(const SettingsFile& file, const std::string& key) {
     const Secret now = PasswordIn(file, key), old = PasswordIn(file, OldKey(key));
-    for (const KeyFolder& folder : FoldersOf(file, key)) {
+    for (const KeyFolder& folder : file.Get().FoldersOfKey(key)) {
         if (companion::OpensCheckContainer(folder, now) == CheckResult::Opened)
             continue;
         if (companion::OpensCheckContainer(folder, old) == CheckResult::Refused)
@@ -115,7 +107,7 @@ std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsF
             if (verdict.state == ContainerState::OtherKey)
                 Reencrypt(volume, entry, container), ++done;
             else if (verdict.state != ContainerState::Whole)
-                throw HostError(entry.path.Parent().Child(entry.Name()).Shown() + ": left as it is: " + verdict.reason);
+                throw HostError(entry.ListedPath().Shown() + ": left as it is: " + verdict.reason);
             progress.Advance(static_cast<std::uint64_t>(entry.data.fileSize));
         } catch (const HostError& error) {
             session.Report(error);

@@ -43,7 +43,7 @@ Census Count(const Volume& volume, const VolumePath& folder) {
         ++census.counts[stored];
         auto& names = census.names[stored];
         if (names.size() < c_mostNamed)
-            names.push_back(entry.path.Parent().Child(entry.Name()).Shown());
+            names.push_back(entry.ListedPath().Shown());
     });
     return census;
 }

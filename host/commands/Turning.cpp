@@ -52,7 +52,7 @@ void TurnAll(Session& session, const Options& options, bool encrypt) {
     Progress progress(Files(work.files.size()), options.dryRun ? 0 : 2 * work.bytes);  // each is read a second time, to compare
     std::size_t done = 0;
     for (const Entry& entry : work.files) {
-        const std::string shown = entry.path.Parent().Child(entry.Name()).Shown();
+        const std::string shown = entry.ListedPath().Shown();
         try {
             StopIfInterrupted();
             progress.SetLabel(std::to_string(done + 1) + " of " + Files(work.files.size()));

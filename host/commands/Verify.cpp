@@ -63,7 +63,7 @@ void Verify(Session& session, const Options& options) {
             throw HostError("this companion library cannot examine containers");
         const StateRow& row = RowOf(verdict.state);
         ++counts[row.state];
-        const std::string shown = entry.path.Parent().Child(entry.Name()).Shown();
+        const std::string shown = entry.ListedPath().Shown();
         found.push_back({{"path", shown}, {"state", row.word}, {"reason", verdict.reason}});
         if (row.state != ContainerState::Whole)
             session.exitCode = Exit_Failed;

@@ -17,7 +17,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::wstring_view c_trackingEnd = L".hvf";
-constexpr std::wstring_view c_containerEnd = L".zip";
 constexpr std::size_t c_trackingLimit = 1 << 20;  // bytes; far more than any path needs
 
 std::uint64_t Number(DWORD high, DWORD low) {

@@ -7,9 +7,13 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <windows.h>
+
+// What follows a document's name in the name of its container.
+inline constexpr std::wstring_view c_containerEnd = L".zip";
 
 struct DiskHandleCloser {
     using pointer = HANDLE;

@@ -14,7 +14,6 @@ namespace {
 
 constexpr std::uint32_t c_partSize = 1 << 20;
 constexpr const wchar_t* c_conflictWords = L" (HalvaneCloud conflicted edit ";
-constexpr std::wstring_view c_containerEnd = L".zip";
 
 std::string Shown(const LeftEdit& edit) {
     return ToShown(OrdinaryPath(edit.file));

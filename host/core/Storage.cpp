@@ -3,11 +3,10 @@
 #include "core/Companion.h"
 #include "core/HostError.h"
 #include "core/Interrupt.h"
+#include "core/OnDisk.h"
 #include "core/Text.h"
 
 namespace {
-
-constexpr std::wstring_view c_containerEnd = L".zip";
 
 struct StoredRow {
     Stored stored;

@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr std::wstring_view c_containerEnd = L".zip";
 constexpr DWORD c_blockSize = 256 * 1024;
 
 // The old form, held. Nobody else can write, rename or delete it.

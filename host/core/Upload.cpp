@@ -56,7 +56,7 @@ void Upload::RequireFit(const std::optional<Entry>& existing) const {
         throw HostError(m_target.Shown() + ": it is stored encrypted, but new content would not be: the rules of its folder have "
                                            "changed. Remove it first, or use another name");
     else if (existing->IsConflict() && m_volume.Find(m_target))
-        throw HostError(existing->path.Parent().Child(existing->Name()).Shown() + ": a conflict copy, to be stored as " +
+        throw HostError(existing->ListedPath().Shown() + ": a conflict copy, to be stored as " +
                         m_target.Shown() + ", which is there as well; use another name");
 }
 

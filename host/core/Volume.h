@@ -73,6 +73,7 @@ struct Entry {
     bool IsConflict() const { return data.itemType == VIT_EncryptedFileInConflict; }
     // As listed. A conflict copy's differs from the last name of its path.
     std::wstring Name() const;
+    VolumePath ListedPath() const { return path.Parent().Child(Name()); }
     // Of the file or folder on disk that the path stands for.
     std::wstring NameOnDisk() const;
 };
