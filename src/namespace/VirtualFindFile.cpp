@@ -227,7 +227,8 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
         path = PathAddExtensionStr(path, kContainerExtension);
         containerFlag = true;
         plainIsMissing = true;
-        if (!filePath || !ReadRawEntry(path, raw)) {
+        // A folder "y.zip" is no container: it must not be opened, moved or deleted in place of a missing "y".
+        if (!filePath || !ReadRawEntry(path, raw) || IsFolder(raw)) {
             QC_LOG(L"filePath[%s] is Not Found", filePath);
             return qcLog.Leave(false);
         }
