@@ -21,7 +21,7 @@ function(add_clang_check target)
             OUTPUT ${mark}
             COMMAND ${CLANG_CXX} --target=x86_64-w64-mingw32 -std=c++20 -fsyntax-only
                 -nostdinc++ -nostdlibinc ${clang_check_headers} ${definitions}
-                -I${CMAKE_CURRENT_SOURCE_DIR} -I${PROJECT_SOURCE_DIR}/include ${project_warnings} -Wthread-safety
+                -I${CMAKE_CURRENT_SOURCE_DIR} -I${PROJECT_SOURCE_DIR} -I${PROJECT_SOURCE_DIR}/include ${project_warnings} -Wthread-safety
                 -MD -MF ${mark}.d -MT ${mark} ${source}
             COMMAND ${CMAKE_COMMAND} -E touch ${mark}
             DEPENDS ${source}

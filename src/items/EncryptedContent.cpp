@@ -1,4 +1,5 @@
 // Opening an encrypted file, and the copy that it is worked on in. How it ends is in EncryptedContentSave.cpp.
+#include "common/Halves.h"
 #include "items/EncryptedContent.h"
 
 #include "diagnostics/Trace.h"

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "common/Halves.h"
 #include "library/Locks.h"
 #include "library/Owners.h"
 #include "library/PlatformPath.h"
@@ -49,12 +50,6 @@ bool HaveOneId(const FileVersion& left, const FileVersion& right) {
 
 }  // namespace
 
-std::uint64_t FileTimeNumber(const FILETIME& time) {
-    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-}
-
-FILETIME FileTimeOf(std::uint64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
-
 std::optional<FileStamp> ReadOpenFileStamp(HANDLE hFile) {
     FILE_BASIC_INFO info{};
     LARGE_INTEGER size{};
@@ -68,7 +63,7 @@ std::optional<FileStamp> ReadFileStamp(const std::wstring& path) {
     if (!GetFileAttributesExW(PlatformPath(path).c_str(), GetFileExInfoStandard, &data))
         return std::nullopt;
     return FileStamp{data.dwFileAttributes, static_cast<std::int64_t>(FileTimeNumber(data.ftLastWriteTime)),
-                     static_cast<std::int64_t>(static_cast<std::uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow)};
+                     static_cast<std::int64_t>(Joined(data.nFileSizeHigh, data.nFileSizeLow))};
 }
 
 bool IsMovedVersion(const FileVersion& renamed, const FileVersion& arrived) {
