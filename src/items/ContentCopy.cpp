@@ -135,13 +135,14 @@ VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path) {
     return qcLog.Leave(VVS_Success);
 }
 
-bool MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags) {
+Win32Error MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags) {
     QC_TRACE(L"VirtualFile::MoveFileW", L"srcFilePath[%s], destFilePath[%s]", srcFilePath, destFilePath);
     if (MoveFileExW(PlatformPath(srcFilePath).c_str(), PlatformPath(destFilePath).c_str(), flags))
-        return qcLog.Leave(true);
+        return qcLog.Leave(Win32Error::None);
+    const Win32Error error = LastWin32Error();
     QC_LOG_AT(LogLevel_Error, L"srcFilePath[%s], destFilePath[%s]. Error[%s]", srcFilePath, destFilePath,
-              SystemErrorStr(GetLastError()));
-    return qcLog.Leave(false);
+              SystemErrorStr(static_cast<DWORD>(error)));
+    return qcLog.Leave(error);
 }
 
 }  // namespace file_content
