@@ -108,10 +108,13 @@ bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAsi
                       FlushFileBuffers(hFileDest);
     dest.content->isWritten = dest.content->isWritten || hasRoom;
     if (done) {
+        // Now, by hand: the platform's own may come when the lock's handle is closed ("WriteFile", Remarks), and would make another version.
         FILETIME now{};
         GetSystemTimeAsFileTime(&now);
-        if (dest.content->isTimeSet)
-            SetFileTime(hFileDest, nullptr, nullptr, &now);
+        FileBasicInformation times{};
+        times.lastWriteTime = times.changeTime = static_cast<std::int64_t>(FileTimeNumber(now));
+        if (ZwSetInformationFile(hFileDest, &times, sizeof(times), kFileBasicInformation) == Win32Error::None)
+            dest.content->isTimeSet = true;
         return qcLog.Leave(true);
     }
     const LastErrorKeeper keeper;

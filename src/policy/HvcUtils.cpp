@@ -41,7 +41,8 @@ Result AskLibrary(QuelcryptLog& qcLog, const wchar_t* checkText, Result otherwis
 // One text of a box configuration as UTF-8; its length is not trusted.
 std::string ReadConfigText(IHalvaneBoxConfig* config, std::uint32_t (IHalvaneBoxConfig::*getter)(char*, std::uint32_t)) {
     char buffer[kConfigValueBytes] = {};
-    return std::string(buffer, std::min((config->*getter)(buffer, kConfigValueBytes), kConfigValueBytes));
+    const std::uint32_t length = CallCompanion([&] { return (config->*getter)(buffer, kConfigValueBytes); });
+    return std::string(buffer, std::min(length, kConfigValueBytes));
 }
 
 // Empty, and not known, when it cannot be decoded.
@@ -83,7 +84,8 @@ Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, bool* 
         LibraryPtr<IHalvaneBoxConfig> config;
         const auto ask = [](const std::wstring& path, LibraryPtr<IHalvaneBoxConfig>& answer) {
             const std::string utf8 = Utf8EncodeStr(path.c_str(), static_cast<DWORD>(path.size()));
-            return Quelcrypt_GetHalvaneBoxConfig(utf8.c_str(), answer.GetAddr(), nullptr, nullptr) != 0;
+            IHalvaneBoxConfig** const place = answer.GetAddr();
+            return CallCompanion([&] { return Quelcrypt_GetHalvaneBoxConfig(utf8.c_str(), place, nullptr, nullptr); }) != 0;
         };
         const auto hasPolicy = [](const LibraryPtr<IHalvaneBoxConfig>& answer) {
             return answer && !ReadConfigText(answer.Get(), &IHalvaneBoxConfig::GetPolicy).empty();
@@ -119,8 +121,9 @@ bool IsExcludedName(QuelcryptLog& qcLog, const std::wstring& fileSpec) {
     if (fileSpec.find(L'.') == fileSpec.npos)
         return true;
     return AskLibrary(qcLog, L"Quelcrypt_GetQuelcryptConfig(0, 0) != 0 =>false%s, ", false, nullptr, [&] {
-        const LibraryPtr<IQuelcryptConfig> config(Quelcrypt_GetQuelcryptConfig(nullptr, nullptr));
-        return config && config->IsExcluded(Utf8EncodeStr(fileSpec.c_str(), static_cast<DWORD>(fileSpec.size())).c_str(), 0);
+        const LibraryPtr<IQuelcryptConfig> config(CallCompanion([] { return Quelcrypt_GetQuelcryptConfig(nullptr, nullptr); }));
+        const std::string name = Utf8EncodeStr(fileSpec.c_str(), static_cast<DWORD>(fileSpec.size()));
+        return config && CallCompanion([&] { return config->IsExcluded(name.c_str(), 0); });
     });
 }
 

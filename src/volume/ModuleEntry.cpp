@@ -7,6 +7,7 @@
 
 #include "diagnostics/QuelcryptLog.h"
 #include "diagnostics/QuelcryptLogControl.h"
+#include "library/CompanionCall.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
@@ -28,10 +29,10 @@ QuelcryptLogControl* s_control = nullptr;
 // The volume works as well without its log.
 void StartLog() {
     try {
-        IFileLogger* const logger = Quelcrypt_GetFileLogger(1);
+        IFileLogger* const logger = CallCompanion([] { return Quelcrypt_GetFileLogger(1); });
         if (!logger)
             return;
-        const std::uint32_t componentIndex = Quelcrypt_GetLoggerComponentIndex("QuelcryptVol");
+        const std::uint32_t componentIndex = CallCompanion([] { return Quelcrypt_GetLoggerComponentIndex("QuelcryptVol"); });
         auto control = std::make_unique<QuelcryptLogControl>();
         control->Parse();
         s_control = control.release();
@@ -62,7 +63,7 @@ bool Attach(HMODULE self) {
     try {
         if (!IsCompanionBesideThis(self))
             return false;
-        Quelcrypt_Initialize(&RaiseInterfaceException);
+        CallCompanion([] { Quelcrypt_Initialize(&RaiseInterfaceException); });
         s_isInitialized = true;
         StartLog();
         return true;
@@ -78,7 +79,7 @@ void Detach(bool processEnds) {
     QuelcryptLog::SetProcessControl(nullptr);
     QuelcryptVolLog::SetModuleLogger(nullptr, 0);
     try {
-        Quelcrypt_Uninitialize();
+        CallCompanion([] { Quelcrypt_Uninitialize(); });
     } catch (...) {  // nothing is left to tell
     }
     if (processEnds)
