@@ -44,7 +44,7 @@ std::wstring Entry::NameOnDisk() const {
 
 Volume::Volume() {
     const std::wstring library = ProgramFolder() + L"\\QuelcryptVol64.dll";
-    m_module = LoadLibraryExW(library.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    m_module = LoadLibraryExW(library.c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
     if (!m_module)
         throw HostError(ToUtf8(library) + ": could not be loaded: " + SystemMessage(GetLastError()), Exit_NoVolume);
     const FARPROC address = GetProcAddress(m_module, "Quelcrypt_VolumeFactory");

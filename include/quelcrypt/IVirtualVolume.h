@@ -128,7 +128,8 @@ public:
     // 6: describes one entry. False when there is none. The path of a container ("a.txt.zip") finds it too.
     virtual bool FindFile(const wchar_t* filePath, VirtFindData* findData) = 0;
     // 7: starts a search and stores the first entry; filePath may end in a pattern ("Docs\*"). At the root ("", "*",
-    // "Doc*", "Docs") mount folders are searched. Null when nothing matches. End it with FindClose.
+    // "Doc*", "Docs") mount folders are searched. Null when nothing matches: GetLastError is then ERROR_FILE_NOT_FOUND or
+    // ERROR_NO_MORE_FILES; anything else says why the folder could not be searched. End it with FindClose.
     virtual void* FindFirstFileW(const wchar_t* filePath, VirtFindData* findData) = 0;
     // 8: stores the next entry of a search of slot 7; false when there are no more.
     virtual bool FindNextFileW(void* hVirtFind, VirtFindData* findData) = 0;

@@ -150,8 +150,8 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
     std::optional<WritableMeanwhile> writable;
     if (retained)
         writable.emplace(copy.tempFilePath);
-    QC_CHECK_STATUS(VirtualItem::CreateFileW(copy.tempFilePath, kFullContentAccess, kShareAll, retained ? OPEN_ALWAYS : CREATE_ALWAYS,
-                                             FILE_ATTRIBUTE_NORMAL, hFile),
+    QC_CHECK_STATUS(VirtualItem::CreateFileInAMoment(copy.tempFilePath, kFullContentAccess, kShareAll,
+                                                     retained ? OPEN_ALWAYS : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, hFile),
                     L"CreateFileW(tempFilePath, desiredAccess, shareMode, createDisposition, 0x80, hFile) =>%s, ");
     reused = retained && GetLastError() == ERROR_ALREADY_EXISTS;
     if (decrypt && !reused) {

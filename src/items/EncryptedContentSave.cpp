@@ -230,8 +230,8 @@ VirtualVolumeStatus EncryptedContent::CheckMayGo() {
     if (status != VVS_Success || m_lock.locked)
         return status;
     UniqueHandle hFile;  // what a move deletes at its end must not turn out to be held then, or to be written
-    const VirtualVolumeStatus mayDelete =
-        VirtualItem::CreateFileW(StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
+    const VirtualVolumeStatus mayDelete = VirtualItem::CreateFileInAMoment(
+        StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
     return mayDelete == VVS_FileNotFound ? VVS_Success : mayDelete;  // there may be none yet
 }
 

@@ -54,7 +54,8 @@ VirtualVolumeStatus VirtualFile::Open(const wchar_t* filePath, std::uint32_t des
             m_content = std::move(content);
     } else {
         auto content = std::make_unique<PlainContent>(m_state);
-        status = content->Open(filePath, desiredAccess, shareMode, openDisposition, lockToken);
+        const bool isLink = findData && (findData->fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(filePath);
+        status = content->Open(filePath, isLink, desiredAccess, shareMode, openDisposition, lockToken);
         if (status == VVS_Success)
             m_content = std::move(content);
     }

@@ -101,10 +101,13 @@ bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePa
     try {
         const std::string path = Utf8EncodeStr(containerFilePath.c_str(), static_cast<DWORD>(containerFilePath.size()));
         LibraryPtr<IHvcStringW> storedName;
-        succeeded = Quelcrypt_GetFileInformation(path.c_str(), storedName.GetAddr(), &info.plainSize, &raw, &info.lastWrite,
-                                                 &info.lastAccess, &info.creation, nullptr) == 1;
+        IHvcStringW** const place = storedName.GetAddr();
+        succeeded = CallCompanion([&] {
+            return Quelcrypt_GetFileInformation(path.c_str(), place, &info.plainSize, &raw, &info.lastWrite, &info.lastAccess, &info.creation,
+                                                nullptr);
+        }) == 1;
         succeeded = succeeded && storedName;
-        const wchar_t* const name = succeeded ? storedName->GetString() : nullptr;
+        const wchar_t* const name = succeeded ? CallCompanion([&] { return storedName->GetString(); }) : nullptr;
         info.storedName = name ? name : L"";  // an empty one is null
     } catch (const CQuelcryptErrorException& exception) {
         succeeded = false;

@@ -7,6 +7,9 @@
 
 #include "diagnostics/QuelcryptLog.h"
 #include "diagnostics/QuelcryptLogControl.h"
+#include "library/CompanionCall.h"
+#include "library/Text.h"
+#include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 #ifdef __GLIBCXX__
@@ -26,10 +29,10 @@ QuelcryptLogControl* s_control = nullptr;
 // The volume works as well without its log.
 void StartLog() {
     try {
-        IFileLogger* const logger = Quelcrypt_GetFileLogger(1);
+        IFileLogger* const logger = CallCompanion([] { return Quelcrypt_GetFileLogger(1); });
         if (!logger)
             return;
-        const std::uint32_t componentIndex = Quelcrypt_GetLoggerComponentIndex("QuelcryptVol");
+        const std::uint32_t componentIndex = CallCompanion([] { return Quelcrypt_GetLoggerComponentIndex("QuelcryptVol"); });
         auto control = std::make_unique<QuelcryptLogControl>();
         control->Parse();
         s_control = control.release();
@@ -39,12 +42,28 @@ void StartLog() {
     }
 }
 
+std::wstring FolderOf(HMODULE module) {
+    constexpr std::size_t kLongestPath = 32'767;  // units ("Maximum Path Length Limitation")
+    std::wstring path(kLongestPath, L'\0');
+    path.resize(GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size())));
+    return PathRemoveFileSpecStr(path);
+}
+
+// The loader takes an import from where the host's program lies, or from the current folder ("Dynamic-Link Library Search Order"). Only
+// the library beside this module gets passwords and content.
+bool IsCompanionBesideThis(HMODULE self) {
+    const std::wstring own = FolderOf(self), companions = FolderOf(GetModuleHandleW(L"QuelcryptLib64.dll"));
+    return EqualNoCase(own, companions) || AreSameFile(own, companions);
+}
+
 // A failed attach is followed by a detach: the library is ended only if it began, and once.
 bool s_isInitialized = false;
 
-bool Attach() {
+bool Attach(HMODULE self) {
     try {
-        Quelcrypt_Initialize(&RaiseInterfaceException);
+        if (!IsCompanionBesideThis(self))
+            return false;
+        CallCompanion([] { Quelcrypt_Initialize(&RaiseInterfaceException); });
         s_isInitialized = true;
         StartLog();
         return true;
@@ -60,7 +79,7 @@ void Detach(bool processEnds) {
     QuelcryptLog::SetProcessControl(nullptr);
     QuelcryptVolLog::SetModuleLogger(nullptr, 0);
     try {
-        Quelcrypt_Uninitialize();
+        CallCompanion([] { Quelcrypt_Uninitialize(); });
     } catch (...) {  // nothing is left to tell
     }
     if (processEnds)
@@ -73,12 +92,12 @@ void Detach(bool processEnds) {
 
 }  // namespace
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID processEnds) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE self, DWORD reason, LPVOID processEnds) {
     const int cleanBoot = GetSystemMetrics(kCleanBootMetric);
     if (cleanBoot == 1 || cleanBoot == 2)
         return FALSE;
     if (reason == DLL_PROCESS_ATTACH)
-        return Attach();
+        return Attach(self);
     if (reason == DLL_PROCESS_DETACH)
         Detach(processEnds != nullptr);
     return TRUE;

@@ -1,5 +1,6 @@
 #include "common/Halves.h"
 #include "library/Owners.h"
+#include "library/Patience.h"
 #include "library/Text.h"
 #include "locks/FileLocker.h"
 #include "namespace/VirtualFindFile.h"
@@ -70,8 +71,12 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
         }
         bool isLockedBefore = false;
         FileLocker::GetEncryptedInfo(filePathToLock.c_str(), &isLockedBefore, nullptr);
-        QC_CHECK_STATUS(FileLocker::Lock(filePathToLock.c_str(), halvaneVirtFindData, lockInfo),
-                        L"FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>%s, ");
+        VirtualVolumeStatus locked = VVS_Success;
+        TryForAMoment([&] {
+            locked = FileLocker::Lock(filePathToLock.c_str(), halvaneVirtFindData, lockInfo);
+            return locked == VVS_Locked ? static_cast<Win32Error>(ERROR_SHARING_VIOLATION) : Win32Error::None;
+        });
+        QC_CHECK_STATUS(locked, L"FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>%s, ");
         if (!isLockedBefore && fileExists && halvaneVirtFindData)
             FollowHeldContainer(filePathToLock, virtFindData.itemType);
         return qcLog.Leave(VVS_Success);
