@@ -225,6 +225,8 @@ protected:
     ~IVirtualVolume() = default;  // not virtual: compilers disagree on the slots of a virtual destructor
 };
 
+// The module imports QuelcryptLib64.dll, which gets passwords and content. A host that loads it at run time names its full path and
+// LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32 (LoadLibraryEx), so that only the library beside it is taken.
 extern "C" {
 // Makes a volume object; the caller releases it through slot 1. Null when memory is short.
 IVirtualVolume* Quelcrypt_VolumeFactory();
