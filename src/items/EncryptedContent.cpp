@@ -236,7 +236,10 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
         QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_copy.File(), deleteFile)), checkText);
     if (m_lock.locked) {
         const SectionGuard guard(m_lock.content->section);
-        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile)), lockedCheckText);
+        const VirtualVolumeStatus status = StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile));
+        if (status != VVS_Success && m_copy.IsMade())
+            DeleteUndeleteFile(m_copy.File(), !deleteFile);
+        QC_CHECK_STATUS(status, lockedCheckText);
         m_lock.content->isDeleted = deleteFile;
     }
     m_deletedVersion = version;

@@ -208,6 +208,7 @@ VirtualVolumeStatus FileMove::WithLockedSource(const std::function<VirtualVolume
     QC_CHECK_STATUS(source.OpenForReading(hSecond, hSource), L"OpenForReading(hSource) =>%s, ");
     const std::shared_ptr<LockedContent> shared = source.Shared();
     const SectionGuard guard(shared->section);
+    QC_CHECK(!shared->isDeleted, VVS_GeneralError, L"!shared->isDeleted =>false%s, ");
     const VirtualVolumeStatus status = write(hSource);
     if (status != VVS_Success || m_keepSrcFile)
         return qcLog.Leave(status);

@@ -11,10 +11,13 @@ VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, bool isLink
                   FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition));
     m_state.SetPath(filePath);  // before anything is created or cut: it needs memory
     // What is deleted or moved is a link itself; what it leads to is only read and written.
-    if (isLink && desiredAccess == DELETE)
+    if (isLink && desiredAccess == DELETE) {
         m_openFlags = FILE_FLAG_OPEN_REPARSE_POINT;
-    else if (isLink)
-        desiredAccess &= ~static_cast<std::uint32_t>(DELETE);
+    } else if (isLink) {
+        if (desiredAccess & GENERIC_ALL)
+            desiredAccess |= GENERIC_READ | GENERIC_WRITE;
+        desiredAccess &= ~static_cast<std::uint32_t>(DELETE | GENERIC_ALL);
+    }
     m_wantedAccess = desiredAccess;
     m_grantedAccess = desiredAccess;
     m_shareMode = shareMode;

@@ -137,10 +137,8 @@ VirtualVolumeStatus VirtualFile::Delete() {
     QC_TRACE_THIS(L"VirtualFile::Delete", L"this:itemFullPath[%s]", m_state.Path());
     if (!m_deleted) {
         const VirtualVolumeStatus status = m_content->MarkForDeletion(true);
-        if (status != VVS_Success) {
-            m_content->MarkForDeletion(false);
+        if (status != VVS_Success)
             return qcLog.Leave(status);
-        }
         m_deleted = true;
     }
     return qcLog.Leave(VVS_Success);
