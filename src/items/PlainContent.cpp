@@ -89,7 +89,7 @@ void PlainContent::Reopen(bool withFullAccess) {
 // Who held the file when it was opened may have let go of it since.
 bool PlainContent::MayDelete() {
     constexpr std::uint32_t kMayDelete = DELETE | GENERIC_ALL;
-    if (!(m_grantedAccess & kMayDelete) && (m_wantedAccess & kMayDelete) && !m_lock.locked) {
+    if (!(m_grantedAccess & kMayDelete) && (m_wantedAccess & kMayDelete) && !m_lock.locked && IsAtItsPath()) {
         m_hFile.Reset();
         const VirtualVolumeStatus status = VirtualItem::CreateFileInAMoment(m_state.Path(), m_wantedAccess, m_shareMode, OPEN_EXISTING,
                                                                             FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile);
@@ -103,6 +103,13 @@ bool PlainContent::MayDelete() {
 bool PlainContent::IsReadOnly() const {
     const std::optional<FileStamp> stamp = ReadOpenFileStamp(m_hFile.Get());
     return stamp && (stamp->attributes & FILE_ATTRIBUTE_READONLY);
+}
+
+bool PlainContent::IsAtItsPath() const {
+    const std::optional<FileVersion> own = ReadOpenFileVersion(m_hFile.Get(), m_state.Path());
+    const std::optional<FileVersion> there = ReadFileVersion(m_state.Path());
+    const bool isOtherForm = m_openFlags & FILE_FLAG_OPEN_REPARSE_POINT;  // a link itself, where the path leads to its target
+    return isOtherForm || (own && there && AreOneFile(*own, *there).value_or(true));
 }
 
 VirtualVolumeStatus PlainContent::OpenForReading(UniqueHandle& hSecond, HANDLE& hSource) const {
@@ -151,7 +158,9 @@ VirtualVolumeStatus PlainContent::BeginWrite() {
         m_lock.content->goesUnlessWritten = false;
     }
     m_lock.content->isWritten = true;
-    return VVS_Success;
+    const VirtualVolumeStatus status = m_startsEmpty ? VirtualItem::SetFileSize(m_hFile.Get(), 0) : VVS_Success;
+    m_startsEmpty = m_startsEmpty && status != VVS_Success;
+    return status;
 }
 
 VirtualVolumeStatus PlainContent::MarkForDeletion(bool deleteFile) {
@@ -174,7 +183,8 @@ bool PlainContent::GetFileInfo(VirtFindData* virtFindData) {
     return VirtualFindFile::DescribeOnDisk(m_state.Path(), VIT_PlainFile, virtFindData);
 }
 
-void PlainContent::TimeWasSet() {
+// Even where the time is to stay as it is, it is set.
+void PlainContent::InfoWasSet(bool) {
     const SectionGuard guard(m_lock.content->section);
     m_lock.content->isTimeSet = true;
 }
