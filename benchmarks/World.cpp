@@ -84,7 +84,7 @@ void World::Load() {
 void World::Unload() {
     m_volume->Release();
     FreeLibrary(m_module);
-    Must(!GetModuleHandleW(L"QuelcryptVol64.dll"), "unloading QuelcryptVol64.dll");
+    Must(!GetModuleHandleW(L"QuelcryptVol64.dll") && !GetModuleHandleW(L"QuelcryptLib64.dll"), "unloading both libraries");
 }
 
 void World::Reload() {

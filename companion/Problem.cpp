@@ -1,29 +1,25 @@
 #include "Problem.h"
 
+#include <iterator>
+
 namespace companion {
 namespace {
 
-std::wstring& Noted() {
-    thread_local std::wstring text;
-    return text;
-}
+// An object with a destructor would keep the library loaded until the thread ends.
+thread_local wchar_t t_text[1024];  // ends with zero
 
 }  // namespace
 
 void ForgetProblem() noexcept {
-    Noted().clear();
+    t_text[0] = L'\0';
 }
 
 void NoteProblem(const std::wstring& text) noexcept {
-    try {
-        Noted() = text;
-    } catch (...) {
-        ForgetProblem();
-    }
+    t_text[text.copy(t_text, std::size(t_text) - 1)] = L'\0';
 }
 
 std::wstring LastProblem() {
-    return Noted();
+    return t_text;
 }
 
 }  // namespace companion

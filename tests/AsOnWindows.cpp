@@ -40,7 +40,9 @@ TEST_F(AsOnWindows, AScannerMakesNothingFail) {
 }
 
 // A companion library of another compiler may raise that compiler's exceptions: they end where it is called, as its other failures do.
-TEST_F(AsOnWindows, AnExceptionOfAnotherCompilerFailsTheCallAndHoldsNothing) {
+class OtherCompilers : public VolumeFixture {};
+
+TEST_F(OtherCompilers, AnExceptionOfAnotherCompilerFailsTheCallAndHoldsNothing) {
     const auto raise = [] {
         constexpr DWORD kOtherCompilers = 0xE06D7363;  // "What is the 0xE06D7363 exception code?"
         RaiseException(kOtherCompilers, EXCEPTION_NONCONTINUABLE, 0, nullptr);

@@ -22,6 +22,7 @@ TEST_F(ListingAFolder, ShowsContainersUnderTheirStoredNames) {
     Plain(L"broken.txt.zip", "this is no container");
     Folder(L"sub");
     Folder(L"y.zip");
+    MakeFolder(L"Plain\\y.zip");
     EXPECT_EQ((Names{L"README", L"a.txt", L"b.HvcConflicted", L"broken.txt.zip", L"letter.txt", L"sub", L"y.zip", L"Überblick 日本.txt"}),
               List(L"Docs\\*"));
 
@@ -33,6 +34,13 @@ TEST_F(ListingAFolder, ShowsContainersUnderTheirStoredNames) {
     EXPECT_EQ(VIT_PlainFile, Record(L"Docs\\broken.txt.zip").itemType) << "a broken container stays visible as what it is on disk";
     EXPECT_EQ(VIT_Folder, Record(L"Docs\\sub").itemType);
     EXPECT_EQ(VIT_Folder, Record(L"Docs\\y.zip").itemType);
+    for (const wchar_t* name : {L"Docs\\y", L"Plain\\y"}) {
+        Put(name, "not the folder");
+        EXPECT_EQ("not the folder", Get(name));
+    }
+    EXPECT_EQ(VIT_Folder, Record(L"Docs\\y.zip").itemType);
+    Folder(L"z.txt.zip");
+    EXPECT_EQ(VVS_PathAlreadyExists, TryOpen(L"Docs\\z.txt", kReadWrite, CREATE_ALWAYS)) << "its container could not be stored";
     EXPECT_EQ(VIT_EncryptedFileInConflict, Record(L"Docs\\b.zip").itemType);
     EXPECT_FALSE(volume()->FindFile(L"Docs\\missing.txt", nullptr));
 }

@@ -41,22 +41,22 @@ TEST_F(PlatformCalls, StayWithinTheirBudgets) {
         std::function<void()> action;
     } rows[] = {
         {"describe a document, again", 3, [&] { Find(L"Docs\\d1.txt", &findData); }},
-        {"describe what is not there", 3, [&] { Find(L"Docs\\missing.txt", &findData); }},
+        {"describe what is not there", 2, [&] { Find(L"Docs\\missing.txt", &findData); }},
         {"list ten documents, again", 15, [&] { List(L"Docs\\*"); }},
         {"read a document, first", 65, [&] { readAll(L"Docs\\d2.txt"); }},
         {"read a document, again", 22, [&] { readAll(L"Docs\\d2.txt"); }},
         {"save a new document", 76, [&] { save(L"Docs\\new.txt", CREATE_NEW); }},
         {"save a document that is there", 80, [&] { save(L"Docs\\new.txt", OPEN_EXISTING); }},
         {"copy a document", 66, [&] { EXPECT_OK(Copy(L"Docs\\new.txt", L"Docs\\copy.txt")); }},
-        {"rename a document", 121, [&] { EXPECT_OK(Move(L"Docs\\new.txt", L"Docs\\named.txt")); }},
+        {"rename a document", 122, [&] { EXPECT_OK(Move(L"Docs\\new.txt", L"Docs\\named.txt")); }},
         {"move a document to a folder of another key", 132, [&] { EXPECT_OK(Move(L"Docs\\named.txt", L"Other\\named.txt")); }},
-        {"delete a document", 30, [&] { Delete(L"Docs\\copy.txt"); }},
-        {"lock a document", 7, [&] { token = Lock(L"Docs\\d3.txt"); }},
-        {"unlock it", 4, [&] { Unlock(L"Docs\\d3.txt", token); }},
-        {"read a plain file", 5, [&] { readAll(L"Plain\\p"); }},
-        {"save a plain file", 5, [&] { save(L"Plain\\p", OPEN_EXISTING); }},
-        {"move a plain file", 14, [&] { EXPECT_OK(Move(L"Plain\\p", L"Plain\\q")); }},
-        {"turn it into a document", 90, [&] { EXPECT_OK(Move(L"Plain\\q", L"Docs\\q.txt")); }},
+        {"delete a document", 31, [&] { Delete(L"Docs\\copy.txt"); }},
+        {"lock a document", 8, [&] { token = Lock(L"Docs\\d3.txt"); }},
+        {"unlock it", 3, [&] { Unlock(L"Docs\\d3.txt", token); }},
+        {"read a plain file", 4, [&] { readAll(L"Plain\\p"); }},
+        {"save a plain file", 4, [&] { save(L"Plain\\p", OPEN_EXISTING); }},
+        {"move a plain file", 13, [&] { EXPECT_OK(Move(L"Plain\\p", L"Plain\\q")); }},
+        {"turn it into a document", 89, [&] { EXPECT_OK(Move(L"Plain\\q", L"Docs\\q.txt")); }},
     };
     CallCounts counts{L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"};
     for (const auto& row : rows) {

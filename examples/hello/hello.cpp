@@ -1,11 +1,40 @@
 // Stores a document through the volume and lists its folder. "Docs" is a mount folder of the configuration in use.
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <string>
 
 #include <windows.h>
 
 #include "quelcrypt/IVirtualVolume.h"
 
+namespace fs = std::filesystem;
+
+// The volume decrypts into the temp folder of its process, and leaves there what it could not encrypt, with a tracking file. A
+// program that has a temp folder of its own leaves no decrypted copy behind.
+class OwnTempFolder {
+public:
+    OwnTempFolder() : m_path(fs::temp_directory_path() / ("hello-" + std::to_string(GetCurrentProcessId()))) {
+        fs::create_directory(m_path);
+        SetEnvironmentVariableW(L"TMP", m_path.c_str());
+    }
+    const fs::path& Path() const { return m_path; }
+    bool HoldsUnsavedEdit() const {
+        const fs::recursive_directory_iterator entries(m_path);
+        return std::any_of(begin(entries), end(entries), [](const auto& entry) { return entry.path().extension() == ".hvf"; });
+    }
+    ~OwnTempFolder() {
+        std::error_code error;
+        if (!HoldsUnsavedEdit())
+            fs::remove_all(m_path, error);
+    }
+
+private:
+    const fs::path m_path;
+};
+
 int main() {
+    const OwnTempFolder temp;
     IVirtualVolume* const volume = Quelcrypt_VolumeFactory();
     if (!volume)
         return 1;
@@ -16,7 +45,7 @@ int main() {
         volume->OpenFile(&file, L"Docs\\hello.txt", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS, nullptr, nullptr);
     if (status == VVS_Success) {
         status = volume->WriteFile(file, 0, "hello", 5, nullptr, nullptr);
-        volume->CloseFile(file, nullptr);  // encrypts
+        volume->CloseFile(file, nullptr);  // encrypts, and says nothing of it
     }
 
     VirtFindData entry;
@@ -29,5 +58,7 @@ int main() {
     volume->Release();
     if (status != VVS_Success)
         std::fprintf(stderr, "hello: Docs\\hello.txt could not be stored (status %u)\n", static_cast<unsigned>(status));
-    return static_cast<int>(status);
+    else if (temp.HoldsUnsavedEdit())
+        std::fprintf(stderr, "hello: Docs\\hello.txt could not be encrypted; what was written is in %ls\n", temp.Path().c_str());
+    return status == VVS_Success && !temp.HoldsUnsavedEdit() ? 0 : 1;
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "common/Halves.h"
 #include "diagnostics/Trace.h"
 #include "items/VirtualItem.h"
 #include "library/PlatformPath.h"

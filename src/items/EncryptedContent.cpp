@@ -1,4 +1,5 @@
 // Opening an encrypted file, and the copy that it is worked on in. How it ends is in EncryptedContentSave.cpp.
+#include "common/Halves.h"
 #include "items/EncryptedContent.h"
 
 #include "diagnostics/Trace.h"
@@ -59,6 +60,11 @@ private:
 
 std::wstring EncryptedContent::StoredPath() const { return ZipPathStr(m_state.Path()); }
 
+// A file that a lock made and that goes with it is still read by who opened it under the lock, but no longer found by its path.
+std::optional<FileVersion> EncryptedContent::StoredVersion() const {
+    return m_lock.locked ? ReadOpenFileVersion(m_lock.hFile.Get(), StoredPath()) : ReadFileVersion(StoredPath());
+}
+
 std::wstring EncryptedContent::TrackingPath() const { return TrackingFilePathStr(m_copy.Path()); }
 
 std::wstring EncryptedContent::DescriptionStr() const {
@@ -82,8 +88,9 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     QC_CHECK(fileName.find_first_of(L"*?<>|\":") == std::wstring::npos, VVS_InvalidParameter,
              L"PathStripPathStr(filePath).find_first_of(L\"*?<>|\\\":\") == std::wstring::npos =>false%s, ");
     if (creates && !exists) {
-        // Not this file's container, then, but another file that saving would overwrite: a conflict copy, an ordinary ZIP file.
-        QC_CHECK(isMissing || !PathExists(containerPath), VVS_PathAlreadyExists, L"!PathExists(containerPath) =>false%s, ");
+        // Not this file's container, then, but what saving would overwrite or could not: a conflict copy, an ordinary ZIP file, a folder.
+        QC_CHECK(isMissing ? !IsExistingFolder(containerPath) : !PathExists(containerPath), VVS_PathAlreadyExists,
+                 L"!PathExists(containerPath) =>false%s, ");
         // Nor may it get the name under which another document is shown.
         QC_CHECK(!PathExists(ZipPathStr(containerPath)), VVS_PathAlreadyExists, L"!PathExists(ZipPathStr(containerPath)) =>false%s, ");
         // The container is made at the close only, which would be too late to find out that it cannot be.
@@ -111,7 +118,7 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
 
 void EncryptedContent::Adopt(LockedFile lock) {
     m_lock = std::move(lock);
-    m_base = ReadFileVersion(StoredPath());
+    m_base = StoredVersion();
     m_isBaseKnown = true;
 }
 
@@ -120,7 +127,7 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
         return VVS_Success;
     QC_TRACE_THIS(L"VirtualFile::MakeSureTempFileOpenIfNeeded", L"%s", DescriptionStr());
     const bool mayNeedContainer = !m_startsEmpty || content == TempContent::OfContainer;
-    const std::optional<FileVersion> container = mayNeedContainer ? ReadFileVersion(StoredPath()) : std::nullopt;
+    const std::optional<FileVersion> container = mayNeedContainer ? StoredVersion() : std::nullopt;
     const bool decrypt = !m_startsEmpty || (content == TempContent::OfContainer && container);
     RetainedCopy copy;
     const bool retained = VirtualTempFileDispenser::Dispense(m_state.Path(), decrypt, m_state.findData ? &*m_state.findData : nullptr,
@@ -169,7 +176,7 @@ VirtualVolumeStatus EncryptedContent::FillTempFile(std::optional<FileVersion> be
     QC_TRACE_THIS(L"VirtualFile::FillTempFile", L"%s", DescriptionStr());
     for (int attempt = 0; attempt < kDecryptAttempts; ++attempt) {
         if (!before)
-            before = ReadFileVersion(StoredPath());
+            before = StoredVersion();
         QC_CHECK(before.has_value(), StatusFromLastError(), L"ReadFileVersion(GetZipFilePath()) =>false%s, ");
         QC_CHECK_STATUS(VirtualItem::SetFileSize(hFile, 0), L"VirtualItem::SetFileSize(hFile, 0) =>%s, ");
         // A lock makes containers of 0 bytes, which no reader would accept.
@@ -177,7 +184,7 @@ VirtualVolumeStatus EncryptedContent::FillTempFile(std::optional<FileVersion> be
             before->stamp.size > 0 ? container_cipher::DecryptToFile(StoredPath(), m_lock, copy.tempFilePath, hFile) : VVS_Success;
         VirtFindData findData{};
         const bool isKnown = VirtualFindFile::FindContainerOnDisk(StoredPath(), &findData);
-        const std::optional<FileVersion> after = ReadFileVersion(StoredPath());
+        const std::optional<FileVersion> after = StoredVersion();
         if (!after || !(*after == *before)) {
             before = after;
             continue;

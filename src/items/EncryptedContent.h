@@ -70,6 +70,7 @@ private:
     // before: the container as it was just seen, if it was.
     VirtualVolumeStatus FillTempFile(std::optional<FileVersion> before, RetainedCopy& copy, HANDLE hFile);
     bool IsSourceChanged() const { return !IsStillVersion(m_base, ReadFileVersion(StoredPath())); }
+    std::optional<FileVersion> StoredVersion() const;
     std::wstring TrackingPath() const;
 
     // The end (EncryptedContentSave.cpp)

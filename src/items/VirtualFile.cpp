@@ -176,7 +176,6 @@ VirtualVolumeStatus VirtualFile::SetFileInfo(const VirtFindData* virtFindData) {
     QC_CHECK(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
     if (!m_content->IsOpen())
         return qcLog.Leave(VVS_Success);
-    m_state.findData.reset();  // what is to stay is taken from the file as it is now
     const VirtualVolumeStatus status = VirtualItem::SetFileInfo(virtFindData);
     // A plain file's time is set even where it is to stay as it is, and the platform updates it no more.
     if (status == VVS_Success && (virtFindData->lastWriteTime != 0 || !m_content->IsEncrypted()))

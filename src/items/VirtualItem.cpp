@@ -122,6 +122,7 @@ VirtualVolumeStatus VirtualItem::RenameItem(HANDLE hFile, ItemState& state, cons
 
 VirtualVolumeStatus VirtualItem::SetFileInfo(const VirtFindData* virtFindData) {
     QC_TRACE_THIS(L"VirtualItem::SetFileInfo", L"this:itemFullPath[%s]", m_state.Path());
+    m_state.findData.reset();  // what is to stay is taken from the item as it is now
     VirtFindData current{};
     QC_CHECK(GetFileInfo(&current), VVS_GeneralError, L"GetFileInfo(&current) =>false%s, ");
     FileBasicInformation info{};

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "common/Halves.h"
 #include "library/Locks.h"
 #include "library/Owners.h"
 #include "library/PlatformPath.h"
@@ -38,12 +39,6 @@ bool HaveOneId(const FileVersion& left, const FileVersion& right) {
 
 }  // namespace
 
-std::uint64_t FileTimeNumber(const FILETIME& time) {
-    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-}
-
-FILETIME FileTimeOf(std::uint64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
-
 bool FileVersion::HasKnownId() const {
     const bool isZero = (fileId[0] | fileId[1]) == 0;
     const bool isAllOnes = (fileId[0] & fileId[1]) == UINT64_MAX;  // "no id", as some file systems say it
@@ -63,7 +58,7 @@ std::optional<FileStamp> ReadFileStamp(const std::wstring& path) {
     if (!GetFileAttributesExW(PlatformPath(path).c_str(), GetFileExInfoStandard, &data))
         return std::nullopt;
     return FileStamp{data.dwFileAttributes, static_cast<std::int64_t>(FileTimeNumber(data.ftLastWriteTime)),
-                     static_cast<std::int64_t>(static_cast<std::uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow)};
+                     static_cast<std::int64_t>(Joined(data.nFileSizeHigh, data.nFileSizeLow))};
 }
 
 bool IsMovedVersion(const FileVersion& renamed, const FileVersion& arrived) {

@@ -8,9 +8,6 @@
 
 #include <windows.h>
 
-std::uint64_t FileTimeNumber(const FILETIME& time);
-FILETIME FileTimeOf(std::uint64_t number);
-
 // A file as a directory lists it: attribute bits, last-write time (FILETIME) and size in bytes.
 struct FileStamp {
     std::uint32_t attributes = 0;

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "common/Halves.h"
 #include "diagnostics/Trace.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
@@ -13,14 +14,11 @@
 
 namespace {
 
-constexpr const wchar_t* kConflictExtension = L".HvcConflicted";
-
 // The folder whose entries are turned into records, and what was read of it for all of them.
 struct FolderView {
     const std::wstring& folderPath;
     std::uint64_t& folderWriteTime;  // 0: not read yet
     PlainNameFilter* plainNames;     // null when a single name is asked for, which a look-up answers faster
-    bool plainIsMissing = false;     // that look-up was made already, in vain
     bool namesAreFromDisk = true;    // false: in the letter case in which somebody asked
     bool showsLocked = true;         // a locked container is described by its lock
 };
@@ -66,9 +64,7 @@ bool ShouldSearchForExtraZip(const std::wstring& filePathSearch, std::wstring& n
 }
 
 bool PlainNameExists(const FolderView& view, const std::wstring& plainPath, const std::wstring& stem) {
-    if (view.plainIsMissing || (view.plainNames && !view.plainNames->MayContain(view.folderPath, stem)))
-        return false;
-    return PathExists(plainPath);
+    return (!view.plainNames || view.plainNames->MayContain(view.folderPath, stem)) && PathExists(plainPath);
 }
 
 // True: the stored name is the one to show. False: name is the conflict name. Throws for a container without a stem.
@@ -83,7 +79,8 @@ bool GetVirtualFileNameWithConflictResolved(const FolderView& view, const std::w
     if (EqualNoCase(name, stem) && !PlainNameExists(view, plainPath, stem))
         return qcLog.Leave(true);
     QC_LOG(L"Virtual fileName[%s] is in conflict, zipFilePath[%s]", name, containerFilePath);
-    name = FormatStr(L"%s%s", stem, kConflictExtension);
+    name = stem;
+    name += kConflictExtension;
     if (name.size() >= std::size(VirtFindData{}.fileName))  // would be cut: its own name is one to open it by, too
         name = PathStripPathStr(containerFilePath);
     return qcLog.Leave(false);
@@ -159,7 +156,7 @@ void StoreRecord(const WIN32_FIND_DATAW& raw, VirtFindData* virtFindData) {
     virtFindData->creationTime = FileTimeNumber(raw.ftCreationTime);
     virtFindData->lastAccessTime = FileTimeNumber(raw.ftLastAccessTime);
     virtFindData->lastWriteTime = FileTimeNumber(raw.ftLastWriteTime);
-    virtFindData->fileSize = static_cast<std::int64_t>(static_cast<std::uint64_t>(raw.nFileSizeHigh) << 32 | raw.nFileSizeLow);
+    virtFindData->fileSize = static_cast<std::int64_t>(Joined(raw.nFileSizeHigh, raw.nFileSizeLow));
     CopyBounded(virtFindData->fileName, raw.cFileName);
 }
 
@@ -222,15 +219,11 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
     std::wstring path = filePath ? filePath : L"";
     WIN32_FIND_DATAW raw{};
     bool containerFlag = false;
-    bool plainIsMissing = false;
-    const std::wstring folderPath = PathRemoveFileSpecStr(path);
-    // Before the look for a plain file: one that comes up later changes the time, so that "none" is not remembered for it.
-    std::uint64_t folderWriteTime = ReadFolderWriteTime(folderPath);
     if (path.empty() || !ReadRawEntry(path, raw)) {
         path = PathAddExtensionStr(path, kContainerExtension);
         containerFlag = true;
-        plainIsMissing = true;
-        if (!filePath || !ReadRawEntry(path, raw)) {
+        // A folder "y.zip" is no container: it must not be opened, moved or deleted in place of a missing "y".
+        if (!filePath || !ReadRawEntry(path, raw) || IsFolder(raw)) {
             QC_LOG(L"filePath[%s] is Not Found", filePath);
             return qcLog.Leave(false);
         }
@@ -238,7 +231,10 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
         containerFlag = !IsFolder(raw) && HasContainerName(raw.cFileName);
     }
     *virtFindData = {};
-    BuildVirtFindData({folderPath, folderWriteTime, nullptr, plainIsMissing, false}, containerFlag, raw, virtFindData);
+    // A container that is not remembered has its plain name looked up again, now that the folder's time is known: a plain file
+    // that comes up later changes the time, so that "none" is not remembered for it.
+    std::uint64_t folderWriteTime = 0;
+    BuildVirtFindData({PathRemoveFileSpecStr(path), folderWriteTime, nullptr, false}, containerFlag, raw, virtFindData);
     return qcLog.Leave(true);
 }
 
@@ -255,13 +251,12 @@ bool VirtualFindFile::DescribeOnDisk(const std::wstring& path, VirtualItemType i
 
 bool VirtualFindFile::FindContainerOnDisk(const std::wstring& containerPath, VirtFindData* virtFindData) {
     QC_TRACE(L"VirtualFindFile::FindContainerOnDisk", L"filePath[%s]", containerPath);
-    const std::wstring folderPath = PathRemoveFileSpecStr(containerPath);
-    std::uint64_t folderWriteTime = ReadFolderWriteTime(folderPath);
     WIN32_FIND_DATAW raw{};
     if (!ReadRawEntry(containerPath, raw))
         return qcLog.Leave(false);
     *virtFindData = {};
-    BuildVirtFindData({folderPath, folderWriteTime, nullptr, false, false, false}, !IsFolder(raw), raw, virtFindData);
+    std::uint64_t folderWriteTime = 0;
+    BuildVirtFindData({PathRemoveFileSpecStr(containerPath), folderWriteTime, nullptr, false, false}, !IsFolder(raw), raw, virtFindData);
     return qcLog.Leave(true);
 }
 

@@ -35,18 +35,6 @@ std::size_t LastSeparator(std::wstring_view path) { return path.find_last_of(L"\
 
 DWORD AttributesOf(const std::wstring& path) { return GetFileAttributesW(PlatformPath(path).c_str()); }
 
-// The platform opens a device for these names in every folder, whatever extension follows; one of a serial line may wait for ever.
-bool IsDeviceName(std::wstring_view name) {
-    name = name.substr(0, name.find(L'.'));
-    name = name.substr(0, name.find_last_not_of(L' ') + 1);
-    for (const std::wstring_view device : {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"})
-        if (EqualNoCase(name, device))
-            return true;
-    const std::wstring_view port = name.substr(0, 3);
-    return name.size() == 4 && (EqualNoCase(port, L"COM") || EqualNoCase(port, L"LPT")) &&
-           std::wstring_view(L"0123456789\u00b9\u00b2\u00b3").find(name[3]) != name.npos;
-}
-
 }  // namespace
 
 VirtualVolumeStatus StatusFromWin32(Win32Error error) {

@@ -16,8 +16,6 @@
 
 namespace {
 
-constexpr std::array<std::wstring_view, 4> kReservedNames{L".HalvaneBox", L"- HalvaneCloud Readme -.htm", L".HalvaneCloud",
-                                                          L"policy.hvc"};
 constexpr std::uint32_t kConfigValueBytes = 120;
 // Where containers are built before they take their places: nothing in it belongs to a document.
 constexpr std::wstring_view kSideFolder = L".HalvaneCloud";
@@ -191,11 +189,6 @@ Win32Error CopyTree(const std::wstring& source, const std::wstring& destination,
 }
 
 }  // namespace
-
-bool IsReservedName(std::wstring_view fileName) {
-    return std::any_of(kReservedNames.begin(), kReservedNames.end(),
-                       [&](std::wstring_view reserved) { return EqualNoCase(fileName, reserved); });
-}
 
 bool ShouldFileBeEncrypted(const std::wstring& filePath, bool* isKnown) {
     QC_TRACE(L"ShouldFileBeEncrypted", L"filePath[%s]", filePath);

@@ -1,3 +1,4 @@
+#include "common/Halves.h"
 #include "library/Owners.h"
 #include "library/Patience.h"
 #include "library/Text.h"
