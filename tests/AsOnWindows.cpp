@@ -8,6 +8,10 @@ protected:
         SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", L"1");
         VolumeFixture::SetUp();
     }
+    void TearDown() override {
+        VolumeFixture::TearDown();
+        SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", nullptr);
+    }
 };
 
 // Of each file that is written, somebody else has it open for a moment after its close.

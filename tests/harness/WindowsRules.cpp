@@ -51,6 +51,8 @@ void Pass(int calls) {
 // Scanners and indexers look at a file when its writer is done; every second one does not let others delete or rename it meanwhile
 // ("CreateFile", dwShareMode).
 void Scan(const std::wstring& path) {
+    if (!windows_rules::AreOn())  // any more
+        return;
     const DWORD share = g_state.scans++ % 2 ? kShareAll : kShareAll & ~static_cast<DWORD>(FILE_SHARE_DELETE);
     const HANDLE handle = REAL(CreateFileW)(path.c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle != INVALID_HANDLE_VALUE)
@@ -59,7 +61,7 @@ void Scan(const std::wstring& path) {
 
 // A path without the long form's prefix ends at 259 units, that of a new folder at 247 ("Maximum Path Length Limitation").
 bool IsTooLong(const wchar_t* path, std::size_t longest = MAX_PATH - 1) {
-    const bool isTooLong = path && std::wcsncmp(path, L"\\\\?\\", 4) != 0 && std::wcslen(path) > longest;
+    const bool isTooLong = windows_rules::AreOn() && path && std::wcsncmp(path, L"\\\\?\\", 4) != 0 && std::wcslen(path) > longest;
     if (isTooLong)
         SetLastError(ERROR_PATH_NOT_FOUND);
     return isTooLong;
