@@ -5,7 +5,7 @@
 class AsOnWindows : public VolumeFixture {
 protected:
     void SetUp() override {
-        SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", L"1");
+        SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", L"abcdef");
         VolumeFixture::SetUp();
     }
     void TearDown() override {

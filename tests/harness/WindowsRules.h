@@ -4,7 +4,9 @@
 
 namespace windows_rules {
 
-bool AreOn();
+// Is this rule on? The letters stand in the variable: "a" long paths, "b" scanners, "c" bits of others, "d" no identities, "e" files to be
+// deleted, "f" write times.
+bool Has(char rule);
 // From now on the loaded modules meet the rules; to be called again when one was loaded anew.
 void TakeOver();
 // What somebody else still holds is released.
