@@ -33,7 +33,7 @@ public:
 
     // For moves.
     bool IsLocked() const { return m_lock.locked; }
-    bool MayDelete();
+    bool MayDelete() { return IsGranted(DELETE | GENERIC_ALL); }
     std::shared_ptr<LockedContent> Shared() const { return m_lock.content; }
     // A file that is read-only cannot be marked for deletion.
     bool IsReadOnly() const;
@@ -50,6 +50,8 @@ public:
 private:
     VirtualVolumeStatus CreteFileWithReadOnlyFallback(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                                       std::uint32_t openDisposition);
+    // Any of the rights? What was refused at the open because others held the file is asked for again, for a moment.
+    bool IsGranted(std::uint32_t access);
     VirtualVolumeStatus DoRead(std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) override;
     VirtualVolumeStatus DoWrite(std::uint64_t place, const void* data, std::uint32_t dataSize, std::uint32_t* count) override;
     // Before a change of the content: may it be changed, and will it stay?

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "harness/Prompts.h"
+#include "harness/WindowsRules.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 namespace fs = std::filesystem;
@@ -73,6 +74,7 @@ void VolumeFixture::LoadVolume() {
     m_module = LoadLibraryW(L"QuelcryptVol64.dll");
     ASSERT_NE(nullptr, m_module);
     ASSERT_TRUE(prompts::TakeOver(m_module));
+    windows_rules::TakeOver();
     prompts::g_count = 0;
     prompts::Pick({});
     m_volume = NewVolume();
@@ -82,6 +84,7 @@ void VolumeFixture::LoadVolume() {
 void VolumeFixture::UnloadVolume() {
     m_volume->Release();
     m_volume = nullptr;
+    windows_rules::Release();
     EXPECT_TRUE(FreeLibrary(m_module));
 }
 
