@@ -8,29 +8,8 @@
 #include <thread>
 #include <utility>
 
-namespace {
-
-// Called once, when the volume is about to open a file that may be missing, as a lock does.
-std::function<void()> g_beforeHold;
-decltype(&CreateFileW) g_createFile = nullptr;
-
-HANDLE WINAPI CreateFileAfter(const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security, DWORD disposition, DWORD flags,
-                              HANDLE likeFile) {
-    if (disposition == OPEN_ALWAYS && g_beforeHold)
-        std::exchange(g_beforeHold, nullptr)();
-    return g_createFile(path, access, share, security, disposition, flags, likeFile);
-}
-
-// Called once, when the volume is about to read a file.
-std::function<void()> g_beforeRead;
-
-BOOL WINAPI ReadFileAfter(HANDLE file, LPVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
-    if (g_beforeRead)
-        std::exchange(g_beforeRead, nullptr)();
-    return ReadFile(file, data, size, done, place);
-}
-
-}  // namespace
+// Called once, when the volume is about to open a file that may be missing, as a lock does; or about to read a file.
+static std::function<void()> g_beforeHold, g_beforeRead;
 
 class HoldingALock : public VolumeFixture {
 protected:
@@ -40,9 +19,6 @@ protected:
     VirtualVolumeStatus TryFind(const std::wstring& path, const std::wstring& token = L"") {
         LockInfo lockInfo{};
         return volume()->FindLock(path.c_str(), token.c_str(), &lockInfo);
-    }
-    VirtualVolumeStatus TryOpenWith(const std::wstring& path, std::uint32_t access, const wchar_t* token) {
-        return TryOpen(path, access, OPEN_EXISTING, token);
     }
     // What somebody outside the volume may do with a file.
     static bool OpensOutside(const std::wstring& nativePath, std::uint32_t access) {
@@ -62,16 +38,16 @@ TEST_F(HoldingALock, KeepsOthersFromWriting) {
         EXPECT_FALSE(OpensOutside(file, GENERIC_WRITE));
         EXPECT_FALSE(OpensOutside(file, DELETE));
         // A wrong token opens nothing, none means the one that is there.
-        EXPECT_EQ(VVS_Locked, TryOpenWith(path, GENERIC_READ, L"{no such token}"));
-        EXPECT_EQ(VVS_Locked, TryOpenWith(path, kReadWrite, L"{no such token}"));
-        EXPECT_OK(TryOpenWith(path, kReadWrite, token.c_str()));
+        EXPECT_EQ(VVS_Locked, TryOpen(path, GENERIC_READ, OPEN_EXISTING, L"{no such token}"));
+        EXPECT_EQ(VVS_Locked, TryOpen(path, kReadWrite, OPEN_EXISTING, L"{no such token}"));
+        EXPECT_OK(TryOpen(path, kReadWrite, OPEN_EXISTING, token.c_str()));
         EXPECT_EQ(VSS_FileExists, TryOpen(path, kReadWrite, CREATE_NEW));
         Put(path, "written");
         EXPECT_FALSE(OpensOutside(file, GENERIC_WRITE)) << "saving keeps the lock";
         Unlock(path, token);
         EXPECT_TRUE(OpensOutside(file, GENERIC_WRITE));
         EXPECT_EQ("written", Stored(path));
-        EXPECT_OK(TryOpenWith(path, kReadWrite, L"{no such token}")) << "without a lock a token says nothing";
+        EXPECT_OK(TryOpen(path, kReadWrite, OPEN_EXISTING, L"{no such token}")) << "without a lock a token says nothing";
     }
 }
 
@@ -89,10 +65,10 @@ TEST_F(HoldingALock, IsExclusiveOrShared) {
     const std::wstring second = Lock(L"Docs\\a.txt", LockScope_Shared);
     EXPECT_NE(first, second);
     EXPECT_EQ(VVS_LockScopeViolation, TryLock(L"Docs\\a.txt", LockScope_Exclusive));
-    EXPECT_OK(TryOpenWith(L"Docs\\a.txt", kReadWrite, first.c_str()));
+    EXPECT_OK(TryOpen(L"Docs\\a.txt", kReadWrite, OPEN_EXISTING, first.c_str()));
     Unlock(L"Docs\\a.txt", first);
-    EXPECT_EQ(VVS_Locked, TryOpenWith(L"Docs\\a.txt", GENERIC_READ, first.c_str()));
-    EXPECT_OK(TryOpenWith(L"Docs\\a.txt", kReadWrite, second.c_str()));
+    EXPECT_EQ(VVS_Locked, TryOpen(L"Docs\\a.txt", GENERIC_READ, OPEN_EXISTING, first.c_str()));
+    EXPECT_OK(TryOpen(L"Docs\\a.txt", kReadWrite, OPEN_EXISTING, second.c_str()));
     Unlock(L"Docs\\a.txt", second);
     EXPECT_EQ(VVS_FileNotLocked, TryFind(L"Docs\\a.txt"));
 }
@@ -207,7 +183,7 @@ TEST_F(HoldingALock, IsFoundThoughTheFormOfTheFileChanges) {
     const std::wstring plain = Lock(L"Docs\\a.txt"), copy = Lock(L"Docs\\a.txt.zip");
     EXPECT_EQ("conflict copy", Get(L"Docs\\a.txt.zip"));
     EXPECT_EQ(VVS_LockTokenNotFound, TryUnlock(L"Docs\\a.txt", copy));
-    EXPECT_EQ(VVS_Locked, TryOpenWith(L"Docs\\a.txt", GENERIC_READ, copy.c_str()));
+    EXPECT_EQ(VVS_Locked, TryOpen(L"Docs\\a.txt", GENERIC_READ, OPEN_EXISTING, copy.c_str()));
     Unlock(L"Docs\\a.txt", plain);
     Unlock(L"Docs\\a.txt.zip", copy);
 }
@@ -215,9 +191,12 @@ TEST_F(HoldingALock, IsFoundThoughTheFormOfTheFileChanges) {
 TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     // Exchanged between the look at it and the hold of it.
     MakeEncrypted(L"Docs\\a.txt", "old");
-    g_createFile = reinterpret_cast<decltype(g_createFile)>(
-        ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "CreateFileW", reinterpret_cast<void*>(&CreateFileAfter)));
-    ASSERT_NE(nullptr, g_createFile);
+    const auto create = +[](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE like) {
+        if (how == OPEN_ALWAYS && g_beforeHold)
+            std::exchange(g_beforeHold, nullptr)();
+        return CreateFileW(path, access, share, security, how, flags, like);
+    };
+    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "CreateFileW", reinterpret_cast<void*>(create));
     g_beforeHold = SaverElsewhere(L"Docs\\a.txt", "newer content");
     const std::wstring token = Lock(L"Docs\\a.txt");
     EXPECT_FALSE(g_beforeHold);
@@ -246,11 +225,8 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     // A document that is a container itself is described as such, not by what that holds.
     const std::string container = ReadRaw(ContainerPath(L"Docs\\b.txt"));
     const std::wstring outer = Lock(L"Docs\\x.zip");
-    void* const writer = MustOpen(L"Docs\\x.zip");
-    EXPECT_OK(Write(writer, container));
-    VirtFindData written{};
-    EXPECT_TRUE(volume()->GetFileInfo(writer, &written));
-    EXPECT_EQ(container.size(), static_cast<std::size_t>(written.fileSize));
+    void* const writer = OpenEdited(L"Docs\\x.zip", container);
+    EXPECT_EQ(container.size(), static_cast<std::size_t>(InfoOf(writer).fileSize));
     Close(writer);
     EXPECT_EQ(container.size(), static_cast<std::size_t>(Record(L"Docs\\x.zip").fileSize));
     Unlock(L"Docs\\x.zip", outer);
@@ -259,10 +235,8 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     const std::wstring first = Lock(L"Docs\\new.txt");
     void* const hFile = MustOpen(L"Docs\\new.txt");
     for (int reads = 0; reads < 2; ++reads) {
-        VirtFindData record{};
-        EXPECT_TRUE(volume()->GetFileInfo(hFile, &record));
-        EXPECT_STREQ(L"new.txt", record.fileName);
-        EXPECT_EQ(VIT_EncryptedFile, record.itemType);
+        EXPECT_STREQ(L"new.txt", InfoOf(hFile).fileName);
+        EXPECT_EQ(VIT_EncryptedFile, InfoOf(hFile).itemType);
         EXPECT_EQ("", Read(hFile));
     }
     Close(hFile);
@@ -273,15 +247,13 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
 TEST_F(HoldingALock, ItsOpenersHavePositionsOfTheirOwn) {
     MakePlain(L"Plain\\a.txt", "0123456789");
     const std::wstring token = Lock(L"Plain\\a.txt");
-    void* const first = MustOpen(L"Plain\\a.txt", kReadWrite, OPEN_EXISTING, token.c_str());
-    void* const second = MustOpen(L"Plain\\a.txt", kReadWrite, OPEN_EXISTING, token.c_str());
+    void *const first = MustOpen(L"Plain\\a.txt"), *const second = MustOpen(L"Plain\\a.txt");
     EXPECT_EQ("012", Read(first, kHere, 3));
     EXPECT_EQ("0123", Read(second, kHere, 4));
     EXPECT_OK(Write(first, "X", kHere));
     EXPECT_EQ("45", Read(second, kHere, 2));
     EXPECT_OK(SetSize(second, 8));
     EXPECT_EQ("4567", Read(first, kHere, 9));
-    EXPECT_EQ("012X4567", Read(second));
     Close(first);
     Close(second);
     Unlock(L"Plain\\a.txt", token);
@@ -292,13 +264,17 @@ TEST_F(HoldingALock, ItsOpenersHavePositionsOfTheirOwn) {
 TEST_F(HoldingALock, IsNotWrittenWhileItIsRead) {
     MakeEncrypted(L"Docs\\a.txt", "old content");
     const std::wstring token = Lock(L"Docs\\a.txt");
-    void* const writer = MustOpen(L"Docs\\a.txt");
     void* const reader = MustOpen(L"Docs\\a.txt", GENERIC_READ);
-    EXPECT_OK(Write(writer, "new content"));
+    void* const writer = OpenEdited(L"Docs\\a.txt", "new content");
     std::atomic<bool> isSaved{false};
     bool wasSavedMeanwhile = false;
     std::thread saver;
-    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "ReadFile", reinterpret_cast<void*>(&ReadFileAfter));
+    const auto readAfter = +[](HANDLE file, LPVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
+        if (g_beforeRead)
+            std::exchange(g_beforeRead, nullptr)();
+        return ReadFile(file, data, size, done, place);
+    };
+    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "ReadFile", reinterpret_cast<void*>(readAfter));
     g_beforeRead = [&] {
         saver = std::thread([&] {
             Close(writer);

@@ -21,9 +21,8 @@ enum class Fault : std::uint32_t {
 using LineVisitor = void (*)(void* context, std::uint32_t level, std::uint32_t threadId, const wchar_t* text);
 
 extern "C" {
+// By any name but the logger's when it is null.
 std::uint32_t TestCompanion_Calls(const char* name);
-// All calls by any name.
-std::uint32_t TestCompanion_AllCalls();
 std::int32_t TestCompanion_LiveObjects();
 // From now on the nth call (from 1) of name fails, or when null of any name but the logger's; with repeat, the later ones too.
 // Fault::None ends it.

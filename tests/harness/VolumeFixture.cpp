@@ -29,6 +29,13 @@ std::string Narrow(std::wstring_view text) {
     return narrow;
 }
 
+std::string TextOf(std::size_t bytes, const std::string& first) {
+    std::string text;
+    while (text.size() < bytes)
+        text += first + std::to_string(text.size() * 7919) + "\n";
+    return text.substr(0, bytes);
+}
+
 std::wstring ConflictName(const std::wstring& name, int number, const wchar_t* what) {
     SYSTEMTIME now{};
     GetLocalTime(&now);
@@ -132,6 +139,12 @@ void* VolumeFixture::MustOpen(const std::wstring& volumePath, std::uint32_t acce
     return hFile;
 }
 
+void* VolumeFixture::OpenEdited(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition) {
+    void* const hFile = MustOpen(volumePath, kReadWrite, disposition);
+    EXPECT_OK(Write(hFile, content));
+    return hFile;
+}
+
 VirtualVolumeStatus VolumeFixture::Write(void* hFile, std::string_view content, std::uint64_t offset) {
     std::uint32_t written = 0;
     const VirtualVolumeStatus status =
@@ -214,6 +227,12 @@ Names VolumeFixture::List(const std::wstring& volumePathSpec) {
 VirtFindData VolumeFixture::Record(const std::wstring& volumePath) {
     VirtFindData findData{};
     EXPECT_TRUE(Find(volumePath, &findData)) << Narrow(volumePath);
+    return findData;
+}
+
+VirtFindData VolumeFixture::InfoOf(void* hFile) {
+    VirtFindData findData{};
+    EXPECT_TRUE(volume()->GetFileInfo(hFile, &findData));
     return findData;
 }
 
@@ -392,13 +411,6 @@ std::uint32_t VolumeFixture::CallsDuring(const char* name, const std::function<v
     return TestCompanion_Calls(name) - before;
 }
 
-std::uint32_t VolumeFixture::AllCallsDuring(const std::function<void()>& action) {
-    const auto calls = [] { return TestCompanion_AllCalls() - TestCompanion_Calls("IFileLogger::GetLevel"); };
-    const std::uint32_t before = calls();
-    action();
-    return calls() - before;
-}
-
 std::vector<LogLine> VolumeFixture::LinesDuring(const std::function<void()>& action) {
     TestCompanion_ClearLines();
     action();
@@ -448,5 +460,5 @@ std::wstring VolumeFixture::Lock(const std::wstring& volumePath, LockScope scope
 }
 
 void VolumeFixture::Unlock(const std::wstring& volumePath, const std::wstring& token) {
-    EXPECT_OK(volume()->Unlock(volumePath.c_str(), token.c_str())) << Narrow(volumePath);
+    EXPECT_TRUE(token.empty() || volume()->Unlock(volumePath.c_str(), token.c_str()) == VVS_Success) << Narrow(volumePath);
 }

@@ -23,6 +23,8 @@ const char* StatusName(VirtualVolumeStatus status);
 void PrintTo(VirtualVolumeStatus status, std::ostream* out);
 
 std::string Narrow(std::wstring_view text);  // UTF-8, for messages
+// So many bytes in which every place is recognisable, the first in each line.
+std::string TextOf(std::size_t bytes, const std::string& first = "");
 
 // "a.txt" -> "a (HalvaneCloud conflicted edit 2024-05-01).txt", with " (2)" for number 2. what: "conflicted", "backup".
 std::wstring ConflictName(const std::wstring& name, int number = 1, const wchar_t* what = L"conflicted");
@@ -86,6 +88,8 @@ protected:
                                 std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr);
     void* MustOpen(const std::wstring& volumePath, std::uint32_t access = kReadWrite, std::uint32_t disposition = OPEN_EXISTING,
                    const wchar_t* lockToken = nullptr);
+    // Opens and writes at the start.
+    void* OpenEdited(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition = OPEN_EXISTING);
     VirtualVolumeStatus Write(void* hFile, std::string_view content, std::uint64_t offset = 0);
     std::string Read(void* hFile, std::uint64_t offset = 0, std::uint32_t size = 1 << 20);
     VirtualVolumeStatus SetSize(void* hFile, std::uint64_t size) { return volume()->SetFileSize(hFile, size, nullptr); }
@@ -106,11 +110,12 @@ protected:
     std::vector<VirtFindData> ListRecords(const std::wstring& volumePathSpec);
     bool Find(const std::wstring& volumePath, VirtFindData* findData) { return volume()->FindFile(volumePath.c_str(), findData); }
     VirtFindData Record(const std::wstring& volumePath);  // which must be found
+    VirtFindData InfoOf(void* hFile);
     LockInfo NewLock(LockScope scope = LockScope_Exclusive) const;
     VirtualVolumeStatus TryLock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive);
     // Takes a lock, which must succeed, and returns its token.
     std::wstring Lock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive);
-    void Unlock(const std::wstring& volumePath, const std::wstring& token);
+    void Unlock(const std::wstring& volumePath, const std::wstring& token);  // nothing without a token
 
     // Behind the volume's back, on disk.
     void MakeFolder(const std::wstring& volumePath) const;
@@ -150,9 +155,8 @@ protected:
     // An edit whose save failed waits for a document; one with "base" is made when it is missing.
     void LeaveUnsavedEdit(const std::wstring& volumePath, std::string_view edit);
 
-    // The companion library's side.
+    // The companion library's side. Null: all calls but the logger's.
     static std::uint32_t CallsDuring(const char* name, const std::function<void()>& action);
-    static std::uint32_t AllCallsDuring(const std::function<void()>& action);
     static std::vector<LogLine> LinesDuring(const std::function<void()>& action);
     static bool HasLine(const std::vector<LogLine>& lines, std::wstring_view part);
     // Every call of the name fails during action, which must make one.
