@@ -116,8 +116,7 @@ TEST_F(BadInput, SizesAndOffsetsOutOfReachChangeNothing) {
             EXPECT_NE(VVS_Success, volume()->WriteFile(hFile, beyond, data, 16, &done, nullptr)) << beyond;
             EXPECT_NE(VVS_Success, SetSize(hFile, beyond)) << beyond;
         }
-        VirtFindData findData{};
-        ASSERT_TRUE(volume()->GetFileInfo(hFile, &findData));
+        VirtFindData findData = InfoOf(hFile);
         EXPECT_EQ(7, findData.fileSize);
         findData.lastWriteTime = 1ull << 63;
         EXPECT_NE(VVS_Success, volume()->SetFileInfo(hFile, 0xFFFFFFFF, &findData)) << "a time before all time";

@@ -11,15 +11,6 @@ namespace {
 
 constexpr const char* kReader = "Quelcrypt_FileReaderFactory";
 
-// Text in which every place is recognisable.
-std::string Numbers(std::size_t size) {
-    std::string text;
-    for (int number = 0; text.size() < size; ++number)
-        text += std::to_string(number) + ' ';
-    text.resize(size);
-    return text;
-}
-
 // The shell's takes most of the time of a close.
 int WINAPI DeleteAtOnce(SHFILEOPSTRUCTW* operation) {
     std::error_code error;
@@ -43,7 +34,7 @@ protected:
 
 // One body for both kinds of file, the plain one being the measure.
 TEST_F(ReadingAnEncryptedFile, ReadsAtEveryPositionAsAPlainFileDoes) {
-    const std::string content = Numbers(70'000);
+    const std::string content = TextOf(70'000);
     for (const wchar_t* path : {L"Plain\\a.txt", L"Docs\\a.txt"}) {
         SCOPED_TRACE(Narrow(path));
         Store(path, content);
@@ -105,7 +96,7 @@ TEST_F(ReadingAnEncryptedFile, ReusesTheCopyOfAClosedFile) {
 }
 
 TEST_F(ReadingAnEncryptedFile, DecryptsAgainWhenTheContainerChangesMeanwhile) {
-    const std::string newer = Numbers(300'000);
+    const std::string newer = TextOf(300'000);
     MakeEncrypted(L"Docs\\made.txt", newer);
     const std::string newerBytes = ReadRaw(ContainerPath(L"Docs\\made.txt"));
     EmptyFolders();
@@ -150,7 +141,7 @@ TEST_F(ReadingAnEncryptedFile, DecryptsAgainWhenTheContainerChangesMeanwhile) {
 
 TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
     // Without the right password it is listed, and can be neither read nor written.
-    const std::string content = Numbers(100'000);
+    const std::string content = TextOf(100'000);
     MakeEncrypted(L"Docs\\a.txt", content);
     std::string configuration = DefaultConfiguration();
     configuration.replace(configuration.find("first secret"), 12, "wrong secret");

@@ -8,12 +8,6 @@ protected:
     void* OpenFolder(const std::wstring& path, std::uint32_t disposition = OPEN_EXISTING) {
         return MustOpen(path, GENERIC_READ | DELETE, disposition);
     }
-    VirtualVolumeStatus RenameFolder(const std::wstring& from, const std::wstring& to) {
-        void* const hFile = OpenFolder(from);
-        const VirtualVolumeStatus status = Rename(hFile, to);
-        Close(hFile);
-        return status;
-    }
     // A folder with one encrypted and one plain file and a folder of its own with an encrypted one.
     void MakeTree(const std::wstring& path) {
         MakeFolder(path + L"\\deep");
@@ -65,8 +59,7 @@ TEST_F(WorkingWithFolders, AreMadeAndOpened) {
 
 TEST_F(WorkingWithFolders, HaveARecordAndNoContent) {
     void* const hFile = OpenFolder(L"Docs\\new", CreateNewFolder);
-    VirtFindData findData{};
-    ASSERT_TRUE(volume()->GetFileInfo(hFile, &findData));
+    VirtFindData findData = InfoOf(hFile);
     EXPECT_EQ(VIT_Folder, findData.itemType);
     EXPECT_TRUE(findData.fileAttributes & FILE_ATTRIBUTE_DIRECTORY);
     EXPECT_STREQ(L"new", findData.fileName);
@@ -89,20 +82,18 @@ TEST_F(WorkingWithFolders, AreRenamedAndMovedWithAllTheyHold) {
     EXPECT_EQ(0u, CallsDuring("Quelcrypt_FileWriterFactory", [&] {
                   void* const hFile = OpenFolder(L"Docs\\tree");
                   EXPECT_OK(Rename(hFile, L"Docs\\renamed"));
-                  VirtFindData findData{};
-                  EXPECT_TRUE(volume()->GetFileInfo(hFile, &findData));
-                  EXPECT_STREQ(L"renamed", findData.fileName) << "the handle is at the new path";
+                  EXPECT_STREQ(L"renamed", InfoOf(hFile).fileName) << "the handle is at the new path";
                   EXPECT_OK(Rename(hFile, L"Docs\\sub\\again"));
                   Close(hFile);
                   ExpectTree(L"Docs\\sub\\again");
                   EXPECT_OK(Move(L"Docs\\sub\\again", L"Docs\\tree"));
                   EXPECT_OK(Move(L"Docs\\tree", L"Docs\\tree"));
-                  EXPECT_OK(RenameFolder(L"Docs\\tree", L"Docs\\tree"));
+                  EXPECT_OK(Rename(L"Docs\\tree", L"Docs\\tree"));
               }));
     EXPECT_TRUE(before == DiskBelow(L"Docs\\tree")) << "the containers' bytes are as they were";
     EXPECT_EQ(before.size(), Disk().size());
     EXPECT_OK(Move(L"Docs\\tree", L"Docs\\Tree"));
-    EXPECT_OK(RenameFolder(L"Docs\\tree", L"Docs\\TREE"));
+    EXPECT_OK(Rename(L"Docs\\tree", L"Docs\\TREE"));
     ExpectTree(L"Docs\\tree");
 
     // An edit that waits below it goes along, and its tracking file says where.
@@ -197,7 +188,7 @@ TEST_F(WorkingWithFolders, TakeNobodysPlace) {
     for (const auto& row : rows) {
         SCOPED_TRACE(Narrow(row.to));
         EXPECT_PRED2(agrees, row.moved, Move(L"Docs\\tree", row.to));
-        EXPECT_PRED2(agrees, row.moved, RenameFolder(L"Docs\\tree", row.to));
+        EXPECT_PRED2(agrees, row.moved, Rename(L"Docs\\tree", row.to));
         if (row.copied != VVS_Success)
             EXPECT_PRED2(agrees, row.copied, Copy(L"Docs\\tree", row.to));
         EXPECT_TRUE(before == Disk());
@@ -252,21 +243,20 @@ TEST_F(WorkingWithFolders, StayWhileTheyAreNeeded) {
         SCOPED_TRACE(Narrow(path));
         EXPECT_EQ(VVS_AccessDenied, Move(path, L"Plain\\moved"));
         EXPECT_EQ(VVS_AccessDenied, Move(path, L"Docs\\moved"));
-        EXPECT_EQ(VVS_AccessDenied, RenameFolder(path, L"Plain\\renamed"));
+        EXPECT_EQ(VVS_AccessDenied, Rename(path, L"Plain\\renamed"));
         void* const hFile = OpenFolder(path);
         EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hFile, nullptr));
         Close(hFile);
     };
     for (const std::wstring& path : {std::wstring(L"Docs"), std::wstring(L"Plain"), NativePath(L"Docs"), NativePath(L"Docs\\"), root()})
         stays(path);
-    void* const hFile = MustOpen(L"Docs\\tree\\deep\\b.txt");
-    EXPECT_OK(Write(hFile, "ENCRYPTED"));
+    void* const hFile = OpenEdited(L"Docs\\tree\\deep\\b.txt", "ENCRYPTED");
     for (const std::wstring& path : {std::wstring(L"Docs\\tree"), NativePath(L"Docs\\tree\\"), NativePath(L"Docs//tree/")})
         stays(path);
     Close(hFile);
     const std::wstring token = Lock(L"Docs\\tree\\a.txt");
     stays(L"Docs\\tree");
     Unlock(L"Docs\\tree\\a.txt", token);
-    EXPECT_OK(RenameFolder(L"Docs\\tree", L"Docs\\moved")) << "its own handle is no obstacle";
+    EXPECT_OK(Rename(L"Docs\\tree", L"Docs\\moved")) << "its own handle is no obstacle";
     EXPECT_EQ("ENCRYPTED b", Get(L"Docs\\moved\\deep\\b.txt"));
 }

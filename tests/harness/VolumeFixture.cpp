@@ -145,6 +145,18 @@ void* VolumeFixture::OpenEdited(const std::wstring& volumePath, std::string_view
     return hFile;
 }
 
+bool VolumeFixture::Takes(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition) {
+    void* hFile = nullptr;
+    VirtFindData info{};
+    const bool isWritten = Open(&hFile, volumePath, kReadWrite, disposition) == VVS_Success && Write(hFile, content) == VVS_Success;
+    const bool isLonger = isWritten && volume()->GetFileInfo(hFile, &info) && info.fileSize > static_cast<std::int64_t>(content.size());
+    const bool isTaken = isWritten && (!isLonger || SetSize(hFile, content.size()) == VVS_Success);
+    if (hFile && !isTaken && disposition == CREATE_NEW)
+        volume()->Delete(hFile, nullptr);
+    Close(hFile);
+    return isTaken;
+}
+
 VirtualVolumeStatus VolumeFixture::Write(void* hFile, std::string_view content, std::uint64_t offset) {
     std::uint32_t written = 0;
     const VirtualVolumeStatus status =
@@ -197,8 +209,8 @@ void VolumeFixture::Delete(const std::wstring& volumePath) {
 }
 
 VirtualVolumeStatus VolumeFixture::Rename(const std::wstring& from, const std::wstring& to) {
-    void* const hFile = MustOpen(from);
-    const VirtualVolumeStatus status = Rename(hFile, to);
+    void* hFile = nullptr;
+    const VirtualVolumeStatus opened = Open(&hFile, from), status = opened == VVS_Success ? Rename(hFile, to) : opened;
     Close(hFile);
     return status;
 }

@@ -90,6 +90,8 @@ protected:
                    const wchar_t* lockToken = nullptr);
     // Opens and writes at the start.
     void* OpenEdited(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition = OPEN_EXISTING);
+    // Whether the volume took the content; a close tells nobody what becomes of it.
+    bool Takes(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition = OPEN_EXISTING);
     VirtualVolumeStatus Write(void* hFile, std::string_view content, std::uint64_t offset = 0);
     std::string Read(void* hFile, std::uint64_t offset = 0, std::uint32_t size = 1 << 20);
     VirtualVolumeStatus SetSize(void* hFile, std::uint64_t size) { return volume()->SetFileSize(hFile, size, nullptr); }
