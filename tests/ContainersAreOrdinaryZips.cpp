@@ -109,34 +109,17 @@ TEST_F(ContainersAreOrdinaryZips, TellOthersWhatTheyMustKnow) {
     Plain plain;
     plain.name = L"\u00E9.txt";
     Encrypt(InDocs("e.zip"), "x", plain);
-    const std::string bytes = Load(InDocs("e.zip"));
+    const std::string bytes = ReadRaw(InDocs("e.zip"));
     EXPECT_NE(bytes.find(std::string("\1\x99\7\0\2\0AE\3\0\0", 11)), std::string::npos);
     EXPECT_EQ(bytes.substr(14, 4), std::string(4, '\0'));
     EXPECT_EQ(bytes.substr(30, 6), "\xC3\xA9.txt");
     EXPECT_TRUE(bytes[7] & 0x08);
-    Save(InDocs("x.zip"), kDeflated);
+    WriteRaw(InDocs("x.zip"), kDeflated);
     EXPECT_EQ(Decrypt(InDocs("x.zip")), std::string(1000, 'x'));
     const auto information = Inform(InDocs("x.zip"));
     ASSERT_TRUE(information);
     EXPECT_EQ(information->name, L"a.txt");
     EXPECT_EQ(information->plainSize, 1000u);
-}
-
-TEST_F(ContainersAreOrdinaryZips, AreReadWithAnyConfiguredPasswordThatFits) {
-    const Path container = InDocs("a.txt.zip");
-    Encrypt(container, "written with the first");
-    Configure(R"({"folders": [{"name": "Docs", "path": "docs", "targetKey": "new"}],
-                  "passwords": {"new": "second secret", "old": "first secret", "third": "x"}})");
-    EXPECT_EQ(Decrypt(container), "written with the first");
-    Encrypt(container, "written with the second");
-
-    Configure(R"({"folders": [{"name": "Docs", "path": "docs"}], "passwords": {"home": "first secret"}})");
-    EXPECT_EQ(ErrorOf([&] { Decrypt(container); }), wrongPassword);
-    Configure(R"({"passwords": {"a": "first secret", "b": "First secret"}})");
-    EXPECT_EQ(ErrorOf([&] { Decrypt(container); }), wrongPassword);
-    Configure("{}");
-    EXPECT_EQ(ErrorOf([&] { Decrypt(container); }), wrongPassword);
-    EXPECT_TRUE(Inform(container)) << "a listing needs no password";
 }
 
 // The format checks a password with two bytes; "other 51704" was searched for to agree in them with this container's own.
@@ -148,26 +131,26 @@ TEST_F(ContainersAreOrdinaryZips, AreNotTakenForDamagedWhenAWrongPasswordSeemsTo
         "00504b01022d032d00090063000000a1581475cab4210000000500000001002b000000000000000000a48100000000725554"
         "0d000700863166008631660086316675780b0001040000000004000000000199070001004145030000504b05060000000001"
         "0001005a000000970000000000");
-    Save(InDocs("r.zip"), bytes);
+    WriteRaw(InDocs("r.zip"), bytes);
     Configure(R"({"folders": [{"path": "docs", "targetKey": "own"}], "passwords": {"own": "other 51704"}})");
     EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("r.zip")); }).substr(0, damaged.size()), damaged);
     Configure(R"({"folders": [{"path": "docs", "targetKey": "own"}],
                   "passwords": {"own": "other 51704", "old": "secret-1"}})");
     EXPECT_EQ(Decrypt(InDocs("r.zip")), "right");
     ++bytes[bytes.rfind("PK\1\2") + 16];  // the checksum, which newer containers lack
-    Save(InDocs("r.zip"), bytes);
+    WriteRaw(InDocs("r.zip"), bytes);
     EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("r.zip")); }).substr(0, damaged.size()), damaged);
 }
 
 TEST_F(ContainersAreOrdinaryZips, SayWhenTheyAreDamaged) {
     const Path container = InDocs("a.txt.zip");
     Encrypt(container, "the content of a small file");
-    const std::string stored = Load(container);
+    const std::string stored = ReadRaw(container);
     for (const std::string& whole : {stored, kDeflated}) {
-        Save(container, whole);
+        WriteRaw(container, whole);
         const std::string expected = Decrypt(container);
         const auto readsWrong = [&](const std::string& bytes) {
-            Save(container, bytes);
+            WriteRaw(container, bytes);
             Inform(container);
             std::string read = expected;
             ErrorOf([&] { read = Decrypt(container); });
@@ -187,9 +170,9 @@ TEST_F(ContainersAreOrdinaryZips, SayWhenTheyAreDamaged) {
     // In a container of many blocks the failure comes late, and asking again does not turn it into an end.
     const std::string large = RandomBytes(1'000'000);
     Encrypt(container, large);
-    std::string bytes = Load(container);
+    std::string bytes = ReadRaw(container);
     bytes[999'000] = static_cast<char>(bytes[999'000] ^ 1);
-    Save(container, bytes);
+    WriteRaw(container, bytes);
     CHvcStringWImpl path(container.c_str());
     const Owned<IFileReader> reader(companion::MakeReader(&path));
     ASSERT_TRUE(reader);
@@ -205,10 +188,10 @@ TEST_F(ContainersAreOrdinaryZips, SayWhenTheyAreDamaged) {
 TEST_F(ContainersAreOrdinaryZips, HandOutTheSizeThatTheyTellAndNoOther) {
     const Path container = InDocs("a.zip");
     Encrypt(container, RandomBytes(1'000'000));
-    for (auto [bytes, size] : {std::pair(Load(container), 1'000'000u), std::pair(kDeflated, 1000u)}) {
+    for (auto [bytes, size] : {std::pair(ReadRaw(container), 1'000'000u), std::pair(kDeflated, 1000u)}) {
         for (const std::uint32_t told : {0u, 5u, size - 1, size + 1}) {
             bytes.replace(bytes.rfind("PK\1\2") + 24, 4, reinterpret_cast<const char*>(&told), 4);
-            Save(container, bytes);
+            WriteRaw(container, bytes);
             CHvcStringWImpl path(container.c_str());
             const Owned<IFileReader> reader(companion::MakeReader(&path));
             std::size_t handedOut = 0;
@@ -239,14 +222,14 @@ TEST_F(ContainersAreOrdinaryZips, AreToldFromOtherFiles) {
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        Save(InDocs("x.zip"), row.bytes);
+        WriteRaw(InDocs("x.zip"), row.bytes);
         EXPECT_FALSE(Inform(InDocs("x.zip")));
         const std::wstring expected = L"The file is not a container";
         EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("x.zip")); }).substr(0, expected.size()), expected);
     }
     // What is left of a container after a crash is told from these.
     for (const std::string& bytes : {std::string(), std::string(4096, '\0'), std::string("PK\3\4\63\0\1\0\143\0", 10) + "and so on"}) {
-        Save(InDocs("x.zip"), bytes);
+        WriteRaw(InDocs("x.zip"), bytes);
         EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("x.zip")); }), L"The container is damaged: its records are not whole") << bytes.size();
     }
     EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("missing.zip")); }), L"no reader");
@@ -273,25 +256,19 @@ TEST_F(ContainersAreOrdinaryZips, AreReplacedWholeOrNotAtAll) {
         EXPECT_TRUE(fs::exists(InDocs(".HalvaneCloud")));
     }
     EXPECT_TRUE(stillOld()) << "released without Finish";
-
-    const auto givenUp = Writer(container);
+    const auto givenUp = Writer(container), failed = Writer(container);
     EXPECT_TRUE(Put(*givenUp, "new") && givenUp->Finish(false));
-    EXPECT_TRUE(stillOld()) << "Finish(false)";
     EXPECT_FALSE(givenUp->Finish(true));
-    EXPECT_TRUE(stillOld()) << "Finish(true) after Finish(false)";
-
-    const auto failed = Writer(container);
     EXPECT_TRUE(Put(*failed, "new"));
     EXPECT_EQ(ErrorOf([&] { failed->Write(nullptr, 5); }), L"Invalid argument");
-    EXPECT_TRUE(stillOld()) << "after a failed Write";
     EXPECT_FALSE(failed->Write("new", 3) || failed->Finish(true));
-    EXPECT_TRUE(stillOld()) << "after a failed Write and Finish(true)";
+    EXPECT_TRUE(stillOld()) << "after what failed, or was not to be finished";
 
     // Somebody keeps the container to himself.
     const auto refused = Writer(container);
     EXPECT_TRUE(Put(*refused, "new"));
     {
-        const Held held = Hold(container);
+        const Held held(container);
         EXPECT_NE(ErrorOf([&] { refused->Finish(true); }), L"");
     }
     EXPECT_TRUE(stillOld()) << "while it was held";
@@ -320,7 +297,7 @@ TEST_F(ContainersAreOrdinaryZips, AreNeverTakenFromWhatACrashLeft) {
     const Path aside = InDocs(".HalvaneCloud");
     fs::create_directory(aside);
     for (const char* name : {"container-1-1-1.part", "container-2-2-2.part", "notes.txt"})
-        Save(aside / name, "not whole");
+        WriteRaw(aside / name, "not whole");
     const auto longAgo = fs::last_write_time(aside / "notes.txt") - std::chrono::hours(48);
     fs::last_write_time(aside / "container-1-1-1.part", longAgo);
     fs::last_write_time(aside / "notes.txt", longAgo);
@@ -333,7 +310,7 @@ TEST_F(ContainersAreOrdinaryZips, AreNeverTakenFromWhatACrashLeft) {
     fs::remove_all(aside);
 
     // A folder that cannot hold a side file is said to be so at once.
-    Save(aside, "a file in its place");
+    WriteRaw(aside, "a file in its place");
     EXPECT_NE(ErrorOf([&] { Writer(InDocs("a.txt.zip")); }), L"");
     EXPECT_EQ(Decrypt(InDocs("a.txt.zip")), "whole");
     fs::remove(aside);
@@ -343,22 +320,23 @@ TEST_F(ContainersAreOrdinaryZips, AreNeverTakenFromWhatACrashLeft) {
 TEST_F(ContainersAreOrdinaryZips, AreOpenedOnceForAllListings) {
     const Path container = InDocs("a.txt.zip");
     Encrypt(container, "1234");
-    const WIN32_FIND_DATAW entry = RawEntry(container);
+    WIN32_FIND_DATAW entry = {};
+    FindClose(FindFirstFileW(container.c_str(), &entry));
 
     // Only the placeholder of a sync client is here: asking would fetch it.
     WIN32_FIND_DATAW placeholder = entry;
     placeholder.dwFileAttributes |= 0x00400000;
-    EXPECT_FALSE(Inform(container, placeholder));
-    ASSERT_TRUE(Inform(container, entry));
-    EXPECT_TRUE(Inform(container, placeholder)) << "known already";
+    EXPECT_FALSE(Inform(container, &placeholder));
+    ASSERT_TRUE(Inform(container, &entry));
+    EXPECT_TRUE(Inform(container, &placeholder)) << "known already";
 
-    const Held held = Hold(container);
-    const auto again = Inform(container, entry);
+    const Held held(container);
+    const auto again = Inform(container, &entry);
     ASSERT_TRUE(again);
     EXPECT_EQ(again->plainSize, 4u);
     WIN32_FIND_DATAW changed = entry;
     ++changed.ftLastWriteTime.dwLowDateTime;
-    EXPECT_FALSE(Inform(container, changed)) << "it cannot be opened now";
+    EXPECT_FALSE(Inform(container, &changed)) << "it cannot be opened now";
 }
 
 TEST_F(ContainersAreOrdinaryZips, GetTheKeyOfThePlaceTheyAreFor) {
@@ -367,7 +345,7 @@ TEST_F(ContainersAreOrdinaryZips, GetTheKeyOfThePlaceTheyAreFor) {
     const std::string folders = R"("folders": [{"path": "docs", "targetKey": "home"}, {"path": "team", "targetKey": "team"},
                                                {"path": "unknown", "targetKey": "not here"}])";
     const Path tracked = m_folder / "temp" / "tracked.txt";
-    Save(tracked.wstring() + L".hvf", "<halvanecloud>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n</process>\r\n<srcfile>\r\n"
+    WriteRaw(tracked.wstring() + L".hvf", "<halvanecloud>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n</process>\r\n<srcfile>\r\n"
                                       "<name><![CDATA[" + Utf8(m_folder / "team" / "tracked.txt.zip") + "]]></name>\r\n");
     const struct {
         const char* what;

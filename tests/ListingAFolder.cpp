@@ -81,7 +81,7 @@ TEST_F(ListingAFolder, LosesNoEntryToAContainerThatCannotBeRead) {
     for (const wchar_t* name : {L"a.txt", L"b.txt", L"c.txt"})
         Container(std::wstring(name) + L".zip", name);
     Plain(L"plain");
-    for (const Fault fault : {Fault::Null, Fault::Raise, Fault::Error, Fault::WrongPassword, Fault::OutOfMemory}) {
+    for (const Fault fault : {Fault::Null, Fault::Raise, Fault::Error, Fault::OutOfMemory}) {
         SCOPED_TRACE(static_cast<int>(fault));
         Touch(NativePath(L"Docs"));
         TestCompanion_FailNth("Quelcrypt_GetFileInformation", 2, fault, false);

@@ -142,6 +142,10 @@ TEST_F(MovingAFile, RefusesWhatCannotBe) {
         {{How::Move, How::Copy}, L"Nowhere\\a.txt", L"Docs\\b.txt", VVS_MountFolderNotFound},
         {all, L"Docs\\a.txt", L"Nowhere\\b.txt", VVS_MountFolderNotFound},
         {all, L"Docs\\a.txt", L"Docs\\..\\..\\b.txt", VVS_MountFolderNotFound},
+        {all, L"Docs\\a.txt", L"", VVS_MountFolderNotFound},
+        {all, L"Plain\\a.txt", L"Docs\\a|b", VVS_InvalidParameter},
+        {all, L"Docs\\a.txt", L"Docs\\a:stream", VVS_MountFolderNotFound},
+        {all, L"Docs\\a.txt", L"Plain\\a*b", VVS_InvalidParameter},
         {all, L"Docs\\a.txt", L"Plain", VVS_PathAlreadyExists},
         {{How::Move, How::Rename}, L"Docs\\a.txt", L"Docs\\a.txt", VVS_Success},  // where it is
         {{How::Move, How::Rename}, L"Plain\\a.txt", L"Plain\\a.txt", VVS_Success},

@@ -8,13 +8,6 @@ namespace {
 
 using OneFileConfiguresTheCompanion = CompanionTest;
 
-struct ListedFolder {
-    std::string name;
-    std::string path;
-    std::uint32_t type = 0;
-    bool operator==(const ListedFolder&) const = default;
-};
-
 std::string TextOf(bool (IProtectedFolder::*get)(IQuelcryptText**), IProtectedFolder& folder) {
     IQuelcryptText* text = nullptr;
     EXPECT_TRUE((folder.*get)(&text));
@@ -22,18 +15,20 @@ std::string TextOf(bool (IProtectedFolder::*get)(IQuelcryptText**), IProtectedFo
     return owned->HasText(0) ? owned->GetText(0) : "";
 }
 
-std::vector<ListedFolder> Folders(std::uint32_t* changeCounter = nullptr) {
+// "name|path|type" of each.
+std::vector<std::string> Folders(std::uint32_t* changeCounter = nullptr) {
     IProtectedFolderEnum* folders = nullptr;
     EXPECT_NE(companion::MakeProtectedFolderEnum(&folders), 0);
     const Owned<IProtectedFolderEnum> owned(folders);
     if (changeCounter)
         *changeCounter = owned->GetChangeCounter();
-    std::vector<ListedFolder> listed;
+    std::vector<std::string> listed;
     for (IProtectedFolder* folder = nullptr; owned->Next(&folder);) {
         const Owned<IProtectedFolder> ownedFolder(folder);
         ProtectedFolderRecord record = {};
         folder->GetRecord(&record);
-        listed.push_back({TextOf(&IProtectedFolder::GetName, *folder), TextOf(&IProtectedFolder::GetPath, *folder), record.type});
+        listed.push_back(TextOf(&IProtectedFolder::GetName, *folder) + "|" + TextOf(&IProtectedFolder::GetPath, *folder) + "|" +
+                         (record.type == PFT_General ? "general" : record.type == PFT_Dropbox ? "dropbox" : "?"));
     }
     return listed;
 }
@@ -62,28 +57,21 @@ bool IsExcluded(const char* name) {
 }
 
 TEST_F(OneFileConfiguresTheCompanion, NamesTheProtectedFolders) {
-    std::uint32_t first = 0;
-    EXPECT_EQ(Folders(&first), (std::vector<ListedFolder>{{"Docs", Utf8(m_folder / "docs"), PFT_General}}));
-    EXPECT_NE(first, 0u);
-
-    std::uint32_t same = 0;
-    Folders(&same);
-    EXPECT_EQ(same, first);
-
-    // Another folder set of the same size, at once.
-    Configure(R"({"folders": [{"name": "Dox\u00e9", "path": "C:\\a\\.\\b\\..\\", "type": "dropbox"}, {"path": "elsewhere"},
-                              {"name": "Root", "path": "C:/"}, {"name": "Rooted", "path": "/x/y"}]})");
+    using Listed = std::vector<std::string>;
     const std::string drive = Utf8(m_folder).substr(0, 2);
-    std::uint32_t second = 0;
-    EXPECT_EQ(Folders(&second), (std::vector<ListedFolder>{{"Dox\xC3\xA9", "C:\\a", PFT_Dropbox},
-                                                           {"Root", "C:\\", PFT_General},
-                                                           {"Rooted", drive + "\\x\\y", PFT_General}}));
-    EXPECT_NE(second, first);
-    Configure(R"({"folders": [{"name": "Dox\u00e8", "path": "C:\\a\\.\\b\\..\\", "type": "dropbox"}, {"path": "elsewhere"},
-                              {"name": "Root", "path": "C:/"}, {"name": "Rooted", "path": "/x/y"}]})");
-    std::uint32_t third = 0;
-    EXPECT_EQ(Folders(&third)[0].name, "Dox\xC3\xA8");
-    EXPECT_NE(third, second);
+    std::uint32_t before = 0, counter = 0;
+    EXPECT_EQ(Folders(&before), Listed{"Docs|" + Utf8(m_folder / "docs") + "|general"});
+    EXPECT_NE(before, 0u);
+    Folders(&counter);
+    EXPECT_EQ(counter, before);
+    // Other folders of the same number and length, at once.
+    for (const auto& [letter, shown] : {std::pair("\\u00e9", "\xC3\xA9"), std::pair("\\u00e8", "\xC3\xA8")}) {
+        Configure(R"({"folders": [{"name": "Dox)" + std::string(letter) + R"(", "path": "C:\\a\\.\\b\\..\\", "type": "dropbox"},
+                      {"path": "elsewhere"}, {"name": "Root", "path": "C:/"}, {"name": "Rooted", "path": "/x/y"}]})");
+        EXPECT_EQ(Folders(&counter), (Listed{"Dox" + std::string(shown) + "|C:\\a|dropbox", "Root|C:\\|general", "Rooted|" + drive + "\\x\\y|general"}));
+        EXPECT_NE(counter, before);
+        before = counter;
+    }
 }
 
 TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
@@ -182,7 +170,7 @@ TEST_F(OneFileConfiguresTheCompanion, StaysInForceWhileTheNextIsBroken) {
     EXPECT_EQ(Folders(&during).size(), 1u);
     EXPECT_EQ(Folders().size(), 1u);
     EXPECT_EQ(during, before);
-    const std::string logged = Load(m_folder / "quelcrypt.log");
+    const std::string logged = ReadRaw(m_folder / "quelcrypt.log");
     const std::string place = "quelcrypt.json(1,34): syntax error";
     EXPECT_NE(logged.find(place), std::string::npos) << logged;
     EXPECT_EQ(logged.find(place), logged.rfind(place)) << "reported once";
@@ -190,7 +178,7 @@ TEST_F(OneFileConfiguresTheCompanion, StaysInForceWhileTheNextIsBroken) {
     {
         // Somebody has the file to himself, and lets go of it without another change.
         Configure("{" + log + "}");
-        const Held held = Hold(m_folder / "quelcrypt.json");
+        const Held held(m_folder / "quelcrypt.json");
         EXPECT_EQ(Folders().size(), 1u);
         Sleep(150);
         EXPECT_EQ(Folders().size(), 1u);
@@ -215,7 +203,7 @@ TEST_F(OneFileConfiguresTheCompanion, ChoosesTheLog) {
 
     logger->Write(component, LogLevel_Error, L"caf\u00E9 %s\nsecond\r\n", nullptr);
     logger->Write(component, LogLevel_Trace, L"not at this level", nullptr);
-    EXPECT_EQ(Load(m_folder / "quelcrypt.log"), "caf\xC3\xA9 %s second\r\n");
+    EXPECT_EQ(ReadRaw(m_folder / "quelcrypt.log"), "caf\xC3\xA9 %s second\r\n");
 
     // Without one nothing is asked for, unless the environment asks for the trace.
     Configure("{}");

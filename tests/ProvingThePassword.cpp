@@ -58,18 +58,18 @@ TEST_F(ProvingThePassword, RefusesOneThatOpensNothing) {
     std::filesystem::create_directories(InDocs("Sub"));
     std::filesystem::create_directories(InDocs("Team"));
     Encrypt(InDocs("Sub/a.zip"), "old");
-    const std::string before = Load(InDocs("Sub/a.zip"));
+    const std::string before = ReadRaw(InDocs("Sub/a.zip"));
     UseSource("\"first sekret\"");
     EXPECT_EQ(ErrorOfWriting("Sub/a.zip"), refused);
     EXPECT_EQ(ErrorOfWriting("new.zip"), refused);
-    EXPECT_EQ(Load(InDocs("Sub/a.zip")), before);
+    EXPECT_EQ(ReadRaw(InDocs("Sub/a.zip")), before);
 
     // A folder with its own password, copies under another known one and what is broken prove nothing against it.
     std::filesystem::rename(InDocs("Sub/a.zip"), InDocs("Team/a.zip"));
     Encrypt(InDocs("Sub/b.zip"), "new");
     std::filesystem::remove(InDocs("Sub/b.zip"));
     UseVariable(L"another");
-    Save(InDocs("broken.zip"), before.substr(0, before.size() - 30));
+    WriteRaw(InDocs("broken.zip"), before.substr(0, before.size() - 30));
     Encrypt(InDocs("c.zip"), "new");
     EXPECT_TRUE(std::filesystem::exists(CheckContainer() / "password.zip")) << "from now on it is known without a search";
 }

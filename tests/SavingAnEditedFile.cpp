@@ -67,7 +67,7 @@ TEST_F(SavingAnEditedFile, SavesEverySizeWhole) {
             EXPECT_TRUE(TextOf(size) == Stored(L"Docs\\a.bin"));
             EXPECT_TRUE(TextOf(size) == Get(L"Docs\\a.bin"));
             EXPECT_EQ(static_cast<std::int64_t>(size), Record(L"Docs\\a.bin").fileSize);
-            EXPECT_EQ(isLocked, !OpensUnshared(ContainerPath(L"Docs\\a.bin")));
+            EXPECT_EQ(isLocked, !Held(ContainerPath(L"Docs\\a.bin")));
             EXPECT_EQ(1u, RetainedCopies().size());
         }
         Unlock(L"Docs\\a.bin", token);

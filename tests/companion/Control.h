@@ -10,10 +10,8 @@ enum class Fault : std::uint32_t {
     Null,          // returns null, 0 or false
     Raise,         // calls the callback that the volume registered
     Error,         // throws CQuelcryptErrorException
-    WrongPassword, // throws CQuelcryptErrorException "Cannot recover password"
     OutOfMemory,   // throws std::bad_alloc
     OverLong,      // of texts with a capacity: a length beyond it
-    NoData,        // of a reader's data: null, with a length
     NoText,        // of texts with a capacity: bytes that are no UTF-8
 };
 
@@ -24,7 +22,8 @@ extern "C" {
 // By any name but the logger's when it is null.
 std::uint32_t TestCompanion_Calls(const char* name);
 std::int32_t TestCompanion_LiveObjects();
-// From now on the nth call (from 1) of name fails, or when null of any name but the logger's; with repeat, the later ones too.
+// From now on the nth call (from 1) of a name with that part fails, or when null of any name but the logger's; with repeat, the later
+// ones too.
 // Fault::None ends it.
 void TestCompanion_FailNth(const char* name, std::uint32_t nth, Fault fault, bool repeat);
 // Has the fault set last been reached?

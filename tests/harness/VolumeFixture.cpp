@@ -45,11 +45,6 @@ std::wstring ConflictName(const std::wstring& name, int number, const wchar_t* w
     return name.substr(0, dot) + suffix + (number > 1 ? L" (" + std::to_wstring(number) + L")" : L"") + name.substr(dot);
 }
 
-Held::Held(const std::wstring& nativePath, DWORD shareMode)
-    : m_handle(CreateFileW(nativePath.c_str(), GENERIC_READ, shareMode, nullptr, OPEN_EXISTING, 0, nullptr)) {
-    EXPECT_NE(INVALID_HANDLE_VALUE, m_handle) << Narrow(nativePath);
-}
-
 const char* VolumeFixture::DefaultConfiguration() {
     return R"({
   "folders": [
@@ -104,7 +99,7 @@ void VolumeFixture::TearDown() {
         UnloadVolume();
     EXPECT_EQ(0, TestCompanion_LiveObjects());
     for (const std::wstring& file : FilesBelow(m_root))
-        EXPECT_TRUE(OpensUnshared(file)) << Narrow(file) << " is held";
+        EXPECT_TRUE(Held(file)) << Narrow(file) << " is held";
     for (const wchar_t* folder : {L"Docs", L"Other", L"Theirs", L"Plain"})
         for (const auto& entry : fs::recursive_directory_iterator(m_root + L"\\" + folder))
             EXPECT_NE(L".HalvaneCloud", entry.path().filename().wstring()) << "a writer's side folder was left behind";
@@ -314,30 +309,8 @@ std::string VolumeFixture::ContainerContent(const std::wstring& nativeContainerP
     return content;
 }
 
-void VolumeFixture::WriteRaw(const std::wstring& nativePath, std::string_view bytes) {
-    std::ofstream(fs::path(nativePath), std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-// Shares everything: what a lock or an item holds open is to be looked at too.
-std::string VolumeFixture::ReadRaw(const std::wstring& nativePath) {
-    const HANDLE hFile = CreateFileW(nativePath.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (hFile == INVALID_HANDLE_VALUE)
-        return "<none>";
-    std::string bytes(GetFileSize(hFile, nullptr), '\0');
-    DWORD done = 0;
-    EXPECT_TRUE(::ReadFile(hFile, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr) && done == bytes.size())
-        << Narrow(nativePath);
-    CloseHandle(hFile);
-    return bytes;
-}
-
 bool VolumeFixture::Exists(const std::wstring& nativePath) {
     return GetFileAttributesW(nativePath.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-bool VolumeFixture::OpensUnshared(const std::wstring& nativePath) {
-    const HANDLE hFile = CreateFileW(nativePath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    return hFile != INVALID_HANDLE_VALUE && CloseHandle(hFile);
 }
 
 Names VolumeFixture::FilesBelow(const std::wstring& nativeFolder) {

@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "companion/Control.h"
+#include "harness/Files.h"
 #include "quelcrypt/IVirtualVolume.h"
 #include "quelcrypt/QuelcryptLib.h"
 
@@ -37,24 +38,11 @@ struct LogLine {
 using Names = std::vector<std::wstring>;
 using Snapshot = std::map<std::wstring, std::string>;  // files and their bytes
 
-// As long as it lives others can open the file only as shareMode says.
-class Held {
-public:
-    explicit Held(const std::wstring& nativePath, DWORD shareMode = 0);
-    ~Held() { CloseHandle(m_handle); }
-    Held(const Held&) = delete;
-    Held& operator=(const Held&) = delete;
-
-private:
-    HANDLE m_handle;
-};
-
 // Mount folders: "Docs" (policy, key K1, owner O1), "Other" (policy, key K2, owner O1), "Theirs" (policy, key K1, owner O2),
 // "Plain" (no policy). Names like *.tmp are excluded from encryption. The user cancels prompts (harness/Prompts.h).
 class VolumeFixture : public ::testing::Test {
 protected:
     static constexpr std::uint32_t kReadWrite = GENERIC_READ | GENERIC_WRITE | DELETE;
-    static constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     static constexpr std::uint64_t kHere = 0xFFFFFFFF;  // the handle's own position
 
     // What the trace is asked to tell: everything costs more than all else.
@@ -135,10 +123,7 @@ protected:
     std::function<void()> SaverElsewhere(const std::wstring& volumePath, std::string_view content);
     // "<none>" when there is no container, "<unreadable>" when the companion cannot read it.
     std::string ContainerContent(const std::wstring& nativeContainerPath);
-    static void WriteRaw(const std::wstring& nativePath, std::string_view bytes);
-    static std::string ReadRaw(const std::wstring& nativePath);  // "<none>" when there is no file
     static bool Exists(const std::wstring& nativePath);
-    static bool OpensUnshared(const std::wstring& nativePath);
     // Every file below a folder whose bytes hold the text.
     static Names FilesHolding(const std::wstring& nativeFolder, std::string_view text);
     static Names FilesBelow(const std::wstring& nativeFolder);
