@@ -1,6 +1,7 @@
 // Paths, handles, sizes and outputs that are none: each gets a status, and nothing changes.
 #include <cstring>
 #include <set>
+#include <tuple>
 
 #include "harness/VolumeFixture.h"
 
@@ -41,10 +42,7 @@ TEST_F(BadInput, PathsThatAreNoneChangeNothing) {
 
 // A container is made at the close, where nobody can be told: what cannot be made is refused when it is opened.
 TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
-    const struct {
-        std::wstring path;
-        VirtualVolumeStatus status;
-    } rows[] = {
+    const std::tuple<std::wstring, VirtualVolumeStatus> rows[] = {
         {L"Docs\\no folder\\a.txt", VVS_PathNotFound},
         {L"Docs\\" + std::wstring(248, L'n') + L".txt", VVS_InvalidParameter},  // its container has 256 units
         {kOverLong + L".txt", VVS_InvalidParameter},
@@ -55,9 +53,9 @@ TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
         {L"Docs\\com1", VVS_InvalidParameter},
         {L"Plain\\AUX.log", VVS_InvalidParameter},
     };
-    for (const auto& row : rows)
+    for (const auto& [path, status] : rows)
         for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_ALWAYS})
-            EXPECT_EQ(row.status, TryOpen(row.path, kReadWrite, disposition)) << Narrow(row.path.substr(0, 40));
+            EXPECT_EQ(status, TryOpen(path, kReadWrite, disposition)) << Narrow(path.substr(0, 40));
     EXPECT_TRUE(Disk().empty());
     const std::wstring longest = L"Docs\\" + std::wstring(247, L'n') + L".txt";
     Put(longest, "content");

@@ -1,6 +1,7 @@
 // A container is a ZIP file that other programs open, that gives back exactly what was put in or says that it cannot, and
 // that is replaced as a whole or not at all.
 #include <random>
+#include <tuple>
 
 #include "CompanionFixture.h"
 #include "companion/ZipFormat.h"
@@ -43,29 +44,26 @@ const std::string kDeflated = FromHex(
 using ContainersAreOrdinaryZips = CompanionTest;
 
 TEST_F(ContainersAreOrdinaryZips, GiveBackWhatWasPutIn) {
-    const struct {
-        std::size_t size;
-        const wchar_t* name;
-    } rows[] = {
+    const std::tuple<std::size_t, const wchar_t*> rows[] = {
         {0, L"empty.txt"},
         {19, L"b.tar.gz"},
         {32768, L"\u00DCbergr\u00F6\u00DFe \u2013 \u65E5\u672C\u8A9E \U0001F600.docx"},
         {65536 * 4 + 26, L"Cafe\u0301.pdf"},  // with a decomposed accent
         {3 * 1024 * 1024 + 7, L"~$weird #%&{}.bin"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(Utf8(row.name));
-        const Path container = InDocs(std::wstring(row.name) + L".zip");
-        const std::string content = RandomBytes(row.size);
+    for (const auto& [size, name] : rows) {
+        SCOPED_TRACE(Utf8(name));
+        const Path container = InDocs(std::wstring(name) + L".zip");
+        const std::string content = RandomBytes(size);
         Plain plain;
-        plain.name = row.name;
+        plain.name = name;
         Encrypt(container, content, plain);
         EXPECT_TRUE(Decrypt(container) == content);
 
         const auto information = Inform(container);
         ASSERT_TRUE(information);
-        EXPECT_EQ(information->name, row.name);
-        EXPECT_EQ(information->plainSize, row.size);
+        EXPECT_EQ(information->name, name);
+        EXPECT_EQ(information->plainSize, size);
         EXPECT_TRUE(SameTime(information->lastWrite, plain.lastWrite));
         EXPECT_TRUE(SameTime(information->lastAccess, plain.lastAccess));
         EXPECT_TRUE(SameTime(information->creation, plain.creation));
@@ -212,17 +210,14 @@ TEST_F(ContainersAreOrdinaryZips, AreToldFromOtherFiles) {
                               "\0\0\0\0\0\0\0\0\244\201\0\0\0\0a",
                               47);
     const std::string end("PK\5\6\0\0\0\0\1\0\1\0\57\0\0\0\40\0\0\0\0\0", 22);
-    const struct {
-        const char* name;
-        std::string bytes;
-    } rows[] = {
+    const std::tuple<const char*, std::string> rows[] = {
         {"text", "just a text that was named wrongly, long enough"},
         {"not encrypted", local + central + end},
         {"an archive of nothing", std::string("PK\5\6", 4) + std::string(18, '\0')},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        WriteRaw(InDocs("x.zip"), row.bytes);
+    for (const auto& [name, bytes] : rows) {
+        SCOPED_TRACE(name);
+        WriteRaw(InDocs("x.zip"), bytes);
         EXPECT_FALSE(Inform(InDocs("x.zip")));
         const std::wstring expected = L"The file is not a container";
         EXPECT_EQ(ErrorOf([&] { Decrypt(InDocs("x.zip")); }).substr(0, expected.size()), expected);
@@ -347,12 +342,7 @@ TEST_F(ContainersAreOrdinaryZips, GetTheKeyOfThePlaceTheyAreFor) {
     const Path tracked = m_folder / "temp" / "tracked.txt";
     WriteRaw(tracked.wstring() + L".hvf", "<halvanecloud>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n</process>\r\n<srcfile>\r\n"
                                       "<name><![CDATA[" + Utf8(m_folder / "team" / "tracked.txt.zip") + "]]></name>\r\n");
-    const struct {
-        const char* what;
-        Path container;
-        Path source;
-        const char* password;  // null: there is no writer
-    } rows[] = {
+    const std::tuple<const char*, Path, Path, const char*> rows[] = {  // null: there is no writer
         {"in a folder with a key", InDocs("a.zip"), tracked, "h"},
         {"aside, for the container that the tracking file names", m_folder / "temp" / "a.zip", tracked, "t"},
         {"aside, for a plain file of a folder with a key", m_folder / "temp" / "a.zip", m_folder / "team" / "p.txt", "t"},
@@ -360,18 +350,18 @@ TEST_F(ContainersAreOrdinaryZips, GetTheKeyOfThePlaceTheyAreFor) {
         {"no source", m_folder / "temp" / "a.zip", {}, "d"},
         {"key without a password", m_folder / "unknown" / "a.zip", tracked, nullptr},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
+    for (const auto& [what, container, source, password] : rows) {
+        SCOPED_TRACE(what);
         Configure("{" + folders + R"(, "passwords": {"home": "h", "team": "t", "default": "d"}, "defaultKey": "default"})");
         Plain plain;
-        plain.source = row.source;
-        auto writer = Writer(row.container, plain);
-        ASSERT_EQ(writer != nullptr, row.password != nullptr);
+        plain.source = source;
+        auto writer = Writer(container, plain);
+        ASSERT_EQ(writer != nullptr, password != nullptr);
         if (!writer)
             continue;
         EXPECT_TRUE(Put(*writer, "x") && writer->Finish(true));
-        Configure(R"({"passwords": {"only": ")" + std::string(row.password) + "\"}}");
-        EXPECT_EQ(ErrorOf([&] { EXPECT_EQ(Decrypt(row.container), "x"); }), L"");
+        Configure(R"({"passwords": {"only": ")" + std::string(password) + "\"}}");
+        EXPECT_EQ(ErrorOf([&] { EXPECT_EQ(Decrypt(container), "x"); }), L"");
     }
     Configure("{}");
     EXPECT_FALSE(Writer(InDocs("a.zip"))) << "no key at all";

@@ -2,6 +2,7 @@
 #include "harness/VolumeFixture.h"
 
 #include <filesystem>
+#include <tuple>
 
 class DecidingWhatIsEncrypted : public VolumeFixture {
 protected:
@@ -36,10 +37,7 @@ TEST_F(DecidingWhatIsEncrypted, GoesByNameAndFolder) {
   "passwords": {"K1": "first secret"},
   "exclude": ["*.tmp", "~$*", "ö*.übergehen"]
 })");
-    const struct {
-        const wchar_t* path;
-        const char* stored;
-    } rows[] = {
+    const std::tuple<const wchar_t*, const char*> rows[] = {
         {L"Docs\\a.txt", "encrypted"},
         {L"Docs\\Überblick 日本.TXT", "encrypted"},
         {L"Docs\\.txt", "encrypted"},
@@ -64,8 +62,8 @@ TEST_F(DecidingWhatIsEncrypted, GoesByNameAndFolder) {
         {L"Docs\\sub\\open\\closed\\a.txt", "encrypted"},
         {L"Plain\\a.txt", "plain"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.stored, Stored(row.path)) << Narrow(row.path);
+    for (const auto& [path, stored] : rows)
+        EXPECT_EQ(stored, Stored(path)) << Narrow(path);
 }
 
 TEST_F(DecidingWhatIsEncrypted, AFailingCompanionIsNoPolicyAndNoExclusion) {

@@ -7,6 +7,7 @@
 #include <regex>
 #include <set>
 #include <thread>
+#include <tuple>
 
 namespace {
 
@@ -159,10 +160,7 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
     VirtMountInfo mountInfo{};
     char data[8];
     const auto ending = [](const char* calls) { TestCompanion_FailNth(calls, 1, Fault::Null, true); };
-    const struct {
-        std::function<void()> action;
-        std::string line;
-    } rows[] = {
+    const std::tuple<std::function<void()>, std::string> rows[] = {
         {[&] { TryOpen(L"Nowhere\\a.txt"); },
          "VirtualVolume::OpenFile VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false,  filePath[Nowhere\\a.txt]"},
         {[&] { TryOpen(L"Plain\\missing"); },
@@ -184,11 +182,11 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
         {[&] { ending("Quelcrypt_FileReaderFactory"), Get(L"Docs\\c.txt"); },
          "VirtualFile::DecryptContainer reader != 0 =>false, "},
     };
-    for (const auto& row : rows) {
-        const auto errors = ErrorsDuring(row.action);
+    for (const auto& [action, line] : rows) {
+        const auto errors = ErrorsDuring(action);
         TestCompanion_FailNth(nullptr, 0, Fault::None, false);
-        EXPECT_NE(errors.end(), std::find(errors.begin(), errors.end(), row.line))
-            << row.line << "\nis not among\n" << ::testing::PrintToString(errors);
+        EXPECT_NE(errors.end(), std::find(errors.begin(), errors.end(), line))
+            << line << "\nis not among\n" << ::testing::PrintToString(errors);
     }
     Unlock(L"Plain\\b", token);
     Failing("IFileLogger::Write", Fault::Error, [&] { EXPECT_EQ("first", Get(L"Docs\\a.txt")) << "no log, and nothing else"; });

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <iterator>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 // Called once, when the volume is about to open a file that may be missing, as a lock does; or about to read a file.
@@ -93,11 +94,7 @@ TEST_F(HoldingALock, IsFoundAndReleasedByItsToken) {
     for (wchar_t& unit : otherCase)
         unit = unit >= L'A' && unit <= L'F' ? static_cast<wchar_t>(unit + 32) : unit;
     const Held held(NativePath(L"Plain\\held.txt"));
-    const struct {
-        const wchar_t* path;
-        std::wstring token;
-        VirtualVolumeStatus lock, find, unlock;
-    } rows[] = {
+    const std::tuple<const wchar_t*, std::wstring, VirtualVolumeStatus, VirtualVolumeStatus, VirtualVolumeStatus> rows[] = {
         {L"Docs\\a.txt", L"{no such token}", VVS_LockScopeViolation, VVS_LockTokenNotFound, VVS_LockTokenNotFound},
         {L"Docs\\a.txt", otherCase, VVS_LockScopeViolation, VVS_LockTokenNotFound, VVS_LockTokenNotFound},
         {L"Docs\\a.txt", L"", VVS_LockScopeViolation, VVS_Success, VVS_InvalidParameter},
@@ -108,11 +105,11 @@ TEST_F(HoldingALock, IsFoundAndReleasedByItsToken) {
         {L"Nowhere\\a.txt", token, VVS_MountFolderNotFound, VVS_MountFolderNotFound, VVS_MountFolderNotFound},
         {L"", token, VVS_MountFolderNotFound, VVS_MountFolderNotFound, VVS_MountFolderNotFound},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(Narrow(row.path) + " " + Narrow(row.token));
-        EXPECT_EQ(row.lock, TryLock(row.path));
-        EXPECT_EQ(row.find, TryFind(row.path, row.token));
-        EXPECT_EQ(row.unlock, TryUnlock(row.path, row.token));
+    for (const auto& [path, itsToken, lock, find, unlock] : rows) {
+        SCOPED_TRACE(Narrow(path) + " " + Narrow(itsToken));
+        EXPECT_EQ(lock, TryLock(path));
+        EXPECT_EQ(find, TryFind(path, itsToken));
+        EXPECT_EQ(unlock, TryUnlock(path, itsToken));
     }
     EXPECT_EQ(VVS_InvalidParameter, volume()->FindLock(L"Docs\\a.txt", token.c_str(), nullptr));
     Unlock(L"DOCS\\a.TXT", token);

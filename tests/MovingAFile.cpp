@@ -2,6 +2,7 @@
 #include "harness/VolumeFixture.h"
 
 #include <filesystem>
+#include <tuple>
 
 enum class How { Move, Copy, Rename };
 
@@ -85,12 +86,7 @@ TEST_F(MovingAFile, WhatComesUpMeanwhileStays) {
     constexpr const char* kWrite = "IFileWriter::Write";
     constexpr const char* kFinish = "IFileWriter::Finish";
     const std::wstring a = L"Docs\\a.txt", b = L"Docs\\b.txt", p = L"Plain\\a.txt", q = L"Plain\\b.txt", other = L"Other\\b.txt";
-    const struct {
-        How how;
-        std::wstring from, to, exchanged;
-        const char* during;
-        VirtualVolumeStatus status;
-    } rows[] = {
+    const std::tuple<How, std::wstring, std::wstring, std::wstring, const char*, VirtualVolumeStatus> rows[] = {
         {How::Move, a, b, a, kFinish, VSS_SharingViolation},
         {How::Move, a, other, a, kFinish, VSS_SharingViolation},
         {How::Move, a, b, a, kRead, VVS_Success},  // in time: the newer one is moved
@@ -111,33 +107,26 @@ TEST_F(MovingAFile, WhatComesUpMeanwhileStays) {
         {How::Rename, a, q, q, kRead, VSS_SharingViolation},
         {How::Copy, a, q, q, kRead, VSS_SharingViolation},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::to_string(int(row.how)) + ": " + Narrow(row.from) + " to " + Narrow(row.to) + ", " +
-                     Narrow(row.exchanged) + " during " + row.during);
-        Store(row.from, "mine");
-        if (row.how != How::Move)
-            Store(row.to, "what was there");
+    for (const auto& [how, from, to, exchanged, during, expected] : rows) {
+        SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(from) + " to " + Narrow(to) + ", " + Narrow(exchanged) + " during " + during);
+        Store(from, "mine");
+        if (how != How::Move)
+            Store(to, "what was there");
         VirtualVolumeStatus status = VVS_GeneralError;
-        Before(row.during, SaverElsewhere(row.exchanged, "somebody's newer content"),
-               [&] { status = Do(row.how, row.from, row.to); });
-        EXPECT_EQ(row.status, status);
+        Before(during, SaverElsewhere(exchanged, "somebody's newer content"), [&] { status = Do(how, from, to); });
+        EXPECT_EQ(expected, status);
         const bool isMoved = status == VVS_Success;
-        EXPECT_EQ("somebody's newer content", Stored(isMoved ? row.to : row.exchanged));
-        EXPECT_EQ(isMoved ? "<none>" : row.exchanged == row.from ? "somebody's newer content" : "mine", Stored(row.from));
-        EXPECT_EQ(isMoved || row.exchanged == row.from ? 1u : 2u, Disk().size()) << "nothing is left beside";
+        EXPECT_EQ("somebody's newer content", Stored(isMoved ? to : exchanged));
+        EXPECT_EQ(isMoved ? "<none>" : exchanged == from ? "somebody's newer content" : "mine", Stored(from));
+        EXPECT_EQ(isMoved || exchanged == from ? 1u : 2u, Disk().size()) << "nothing is left beside";
         EmptyFolders();
     }
 }
 
 TEST_F(MovingAFile, RefusesWhatCannotBe) {
     MakeLookalikes();
-    const auto all = {How::Move, How::Copy, How::Rename};
-    const struct {
-        std::initializer_list<How> hows;
-        const wchar_t* from;
-        const wchar_t* to;
-        VirtualVolumeStatus status;
-    } rows[] = {
+    const std::vector<How> all{How::Move, How::Copy, How::Rename};
+    const std::tuple<std::vector<How>, const wchar_t*, const wchar_t*, VirtualVolumeStatus> rows[] = {
         {all, L"Docs\\missing.txt", L"Docs\\b.txt", VVS_FileNotFound},
         {{How::Move, How::Copy}, L"Nowhere\\a.txt", L"Docs\\b.txt", VVS_MountFolderNotFound},
         {all, L"Docs\\a.txt", L"Nowhere\\b.txt", VVS_MountFolderNotFound},
@@ -166,10 +155,10 @@ TEST_F(MovingAFile, RefusesWhatCannotBe) {
     MakePlain(L"Docs\\held.txt", "plain");
     const std::wstring token = Lock(L"Docs\\held.txt");
     const Snapshot before = Disk();
-    for (const auto& row : rows)
-        for (const How how : row.hows) {
-            SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(row.from) + " to " + Narrow(row.to));
-            EXPECT_EQ(row.status, Do(how, row.from, row.to));
+    for (const auto& [hows, from, to, status] : rows)
+        for (const How how : hows) {
+            SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(from) + " to " + Narrow(to));
+            EXPECT_EQ(status, Do(how, from, to));
             EXPECT_TRUE(before == Disk());
         }
     Unlock(L"Docs\\held.txt", token);

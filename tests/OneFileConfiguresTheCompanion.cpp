@@ -4,6 +4,8 @@
 #include "CompanionFixture.h"
 #include "companion/Settings.h"
 
+#include <tuple>
+
 namespace {
 
 using OneFileConfiguresTheCompanion = CompanionTest;
@@ -81,10 +83,7 @@ TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
         {"path": "docs/team", "owner": "b\u00f6b"},
         {"path": "docs/open", "policy": ""},
         {"path": "long", "owner": "0123456789\u20ac"}]})");
-    const struct {
-        const char* folder;
-        const char* expected;
-    } rows[] = {
+    const std::tuple<const char*, const char*> rows[] = {
         {"docs", "anna|all|home"},
         {"DOCS\\Sub\\", "anna|all|home"},
         {"docs2", "none"},
@@ -94,8 +93,8 @@ TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
         {"docs\\open\\x", "anna||home"},
         {".", "none"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(BoxOf(m_folder / row.folder), row.expected) << row.folder;
+    for (const auto& [folder, expected] : rows)
+        EXPECT_EQ(BoxOf(m_folder / folder), expected) << folder;
 
     // A buffer that is too small is filled up to a character's end, never beyond its own.
     EXPECT_EQ(BoxOf(m_folder / "long", 13), "0123456789\xE2\x82\xAC||");
@@ -116,10 +115,7 @@ TEST_F(OneFileConfiguresTheCompanion, ExcludesNamesByPattern) {
 }
 
 TEST_F(OneFileConfiguresTheCompanion, IsRefusedWithPlaceAndReason) {
-    const struct {
-        const char* text;
-        const char* problem;
-    } rows[] = {
+    const std::tuple<const char*, const char*> rows[] = {
         {"", "(1,1): syntax error while parsing value - unexpected end of input; expected '[', '{', or a literal"},
         {"{\n  \"folders\": [\n    {\"path\": \"a\",}\n]}",
          "(3,18): syntax error while parsing object key - unexpected '}'; expected string literal"},
@@ -148,13 +144,13 @@ TEST_F(OneFileConfiguresTheCompanion, IsRefusedWithPlaceAndReason) {
          "(1,29): log.level: the level is \"off\", \"error\", \"warning\", \"information\" or \"trace\""},
         {"{\"exclude\": [],\n\"exclude\": []}", "(2,9): \"exclude\" is given twice"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
+    for (const auto& [text, problem] : rows) {
+        SCOPED_TRACE(text);
         try {
-            companion::ParseSettings(row.text, L"C:\\base");
+            companion::ParseSettings(text, L"C:\\base");
             ADD_FAILURE() << "accepted";
         } catch (const companion::SettingsError& error) {
-            EXPECT_STREQ(error.what(), row.problem);
+            EXPECT_STREQ(error.what(), problem);
         }
     }
 }

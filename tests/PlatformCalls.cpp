@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
+#include <tuple>
 
 #include "harness/CallCounts.h"
 #include "harness/VolumeFixture.h"
@@ -35,11 +36,7 @@ TEST_F(PlatformCalls, StayWithinTheirBudgets) {
     List(L"Docs\\*");
     readAll(L"Docs\\d0.txt");
     save(L"Other\\first.txt", CREATE_NEW);  // the first document that is stored below a folder proves its password
-    const struct {
-        const char* operation;
-        std::uint64_t budget;
-        std::function<void()> action;
-    } rows[] = {
+    const std::tuple<const char*, std::uint64_t, std::function<void()>> rows[] = {
         {"describe a document, again", 3, [&] { Find(L"Docs\\d1.txt", &findData); }},
         {"describe what is not there", 2, [&] { Find(L"Docs\\missing.txt", &findData); }},
         {"list ten documents, again", 15, [&] { List(L"Docs\\*"); }},
@@ -59,15 +56,15 @@ TEST_F(PlatformCalls, StayWithinTheirBudgets) {
         {"turn it into a document", 87, [&] { EXPECT_OK(Move(L"Plain\\q", L"Docs\\q.txt")); }},
     };
     CallCounts counts{L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"};
-    for (const auto& row : rows) {
+    for (const auto& [operation, budget, action] : rows) {
         counts.Take();
-        row.action();
+        action();
         std::uint64_t total = 0;
         std::string names;
         for (const auto& [name, count] : counts.Take())
             total += count, names += " " + name + " " + std::to_string(count);
-        std::printf("%-44s %4llu of %4llu:%s\n", row.operation, static_cast<unsigned long long>(total),
-                    static_cast<unsigned long long>(row.budget), names.c_str());
-        EXPECT_LE(total, row.budget) << row.operation << names;
+        std::printf("%-44s %4llu of %4llu:%s\n", operation, static_cast<unsigned long long>(total),
+                    static_cast<unsigned long long>(budget), names.c_str());
+        EXPECT_LE(total, budget) << operation << names;
     }
 }

@@ -4,6 +4,8 @@
 #include "companion/Problem.h"
 #include "companion/ProtectedText.h"
 
+#include <tuple>
+
 namespace {
 
 class ProvingThePassword : public CompanionTest {
@@ -41,16 +43,14 @@ TEST_F(ProvingThePassword, TakesItFromWhereTheConfigurationSays) {
         EXPECT_EQ(Decrypt(InDocs("a.zip")), "old");
         Encrypt(InDocs("b.zip"), "new");
     }
-    const struct {
-        const char* source;
-        const wchar_t* error;
-    } failing[] = {{R"({"environment": "QUELVOL_TEST_NONE"})", L"the environment variable QUELVOL_TEST_NONE is not set"},
-                   {R"({"command": "cmd /c exit 3"})", L"its command \"cmd /c exit 3\" ended with 3"},
-                   {R"({"protected": "AAAA"})", L"Only the user who stored it"}};
-    for (const auto& row : failing) {
-        UseSource(row.source);
-        EXPECT_FALSE(Writer(InDocs("b.zip"))) << row.source;
-        EXPECT_NE(companion::LastProblem().find(row.error), std::wstring::npos) << row.source << " said otherwise";
+    const std::tuple<const char*, const wchar_t*> failing[] = {
+        {R"({"environment": "QUELVOL_TEST_NONE"})", L"the environment variable QUELVOL_TEST_NONE is not set"},
+        {R"({"command": "cmd /c exit 3"})", L"its command \"cmd /c exit 3\" ended with 3"},
+        {R"({"protected": "AAAA"})", L"Only the user who stored it"}};
+    for (const auto& [source, error] : failing) {
+        UseSource(source);
+        EXPECT_FALSE(Writer(InDocs("b.zip"))) << source;
+        EXPECT_NE(companion::LastProblem().find(error), std::wstring::npos) << source << " said otherwise";
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <filesystem>
+#include <tuple>
 
 constexpr const char* kWriter = "Quelcrypt_FileWriterFactory";
 constexpr std::uint32_t kKeep = 0xFFFFFFFF;
@@ -125,14 +126,7 @@ TEST_F(SavingAnEditedFile, TakesEveryDispositionLikeAPlainFile) {
     enum Action { Nothing, WriteAt3, SetSize0 };
     constexpr VirtualVolumeStatus ok = VVS_Success;
     const std::string gap = std::string(3, '\0') + "abc", old = "0123456789", none = "<none>";
-    struct {
-        std::uint32_t disposition;
-        bool exists;
-        Action action;
-        VirtualVolumeStatus status;
-        std::string plain;
-        std::string encrypted;
-    } const rows[] = {
+    const std::tuple<std::uint32_t, bool, Action, VirtualVolumeStatus, std::string, std::string> rows[] = {
         {CREATE_NEW, false, WriteAt3, ok, gap, gap},         {CREATE_NEW, false, Nothing, ok, "", none},
         {CREATE_NEW, false, SetSize0, ok, "", ""},           {CREATE_NEW, true, WriteAt3, VSS_FileExists, old, old},
         {CREATE_ALWAYS, false, WriteAt3, ok, gap, gap},      {CREATE_ALWAYS, true, WriteAt3, ok, gap, gap},
@@ -147,23 +141,23 @@ TEST_F(SavingAnEditedFile, TakesEveryDispositionLikeAPlainFile) {
     MakeFolder(L"Plain\\locked");
     MakeFolder(L"Docs\\locked");
     int number = 0;
-    for (const auto& row : rows) {
+    for (const auto& [disposition, exists, action, status, plain, encrypted] : rows) {
         ++number;
         for (const std::wstring mount : {L"Plain", L"Docs", L"Plain\\locked", L"Docs\\locked"}) {
             SCOPED_TRACE(Narrow(mount) + ", row " + std::to_string(number));
-            const bool isLocked = row.exists && mount.ends_with(L"locked");
+            const bool isLocked = exists && mount.ends_with(L"locked");
             const std::wstring path = mount + L"\\" + std::to_wstring(number) + L".txt";
-            if (row.exists)
+            if (exists)
                 Store(path, old);
             const std::wstring token = isLocked ? Lock(path) : L"";
             void* hFile = nullptr;
-            EXPECT_EQ(row.status, Open(&hFile, path, kReadWrite, row.disposition));
-            EXPECT_EQ(row.status == ok, hFile != nullptr);
-            if (hFile && row.action != Nothing)
-                EXPECT_OK(row.action == WriteAt3 ? Write(hFile, "abc", 3) : SetSize(hFile, 0));
+            EXPECT_EQ(status, Open(&hFile, path, kReadWrite, disposition));
+            EXPECT_EQ(status == ok, hFile != nullptr);
+            if (hFile && action != Nothing)
+                EXPECT_OK(action == WriteAt3 ? Write(hFile, "abc", 3) : SetSize(hFile, 0));
             Close(hFile);
             Unlock(path, token);
-            EXPECT_EQ(mount[0] == L'D' ? row.encrypted : row.plain, Stored(path));
+            EXPECT_EQ(mount[0] == L'D' ? encrypted : plain, Stored(path));
         }
     }
 }

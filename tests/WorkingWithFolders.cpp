@@ -2,6 +2,7 @@
 #include "harness/VolumeFixture.h"
 
 #include <filesystem>
+#include <tuple>
 
 class WorkingWithFolders : public VolumeFixture {
 protected:
@@ -27,11 +28,7 @@ TEST_F(WorkingWithFolders, AreMadeAndOpened) {
     MakeEncrypted(L"Docs\\a.txt", "a document");
     MakePlain(L"Docs\\README", "plain");
     MakePlain(L"Docs\\zip.zip", "an ordinary ZIP file");
-    const struct {
-        const wchar_t* path;
-        std::uint32_t disposition;
-        VirtualVolumeStatus status;
-    } rows[] = {
+    const std::tuple<const wchar_t*, std::uint32_t, VirtualVolumeStatus> rows[] = {
         {L"Docs\\new", OPEN_EXISTING, VVS_FileNotFound},
         {L"Docs\\new", CreateNewFolder, VVS_Success},
         {L"Docs\\new", CreateNewFolder, VVS_PathAlreadyExists},
@@ -51,8 +48,8 @@ TEST_F(WorkingWithFolders, AreMadeAndOpened) {
         {L"Nowhere", CreateNewFolder, VVS_MountFolderNotFound},
         {L"", OPEN_EXISTING, VVS_MountFolderNotFound},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.status, TryOpen(row.path, GENERIC_READ, row.disposition)) << Narrow(row.path) << ", disposition " << row.disposition;
+    for (const auto& [path, disposition, status] : rows)
+        EXPECT_EQ(status, TryOpen(path, GENERIC_READ, disposition)) << Narrow(path) << ", disposition " << disposition;
     EXPECT_EQ((Names{L"README", L"a.txt", L"new", L"zip", L"zip.zip"}), List(L"Docs\\*"));
     EXPECT_EQ("a document", Get(L"Docs\\a.txt"));
 }
@@ -119,11 +116,7 @@ TEST_F(WorkingWithFolders, StayWithTheirKeyAndOwner) {
     MakeFolder(L"Plain\\p");
     MakePlain(L"Plain\\p\\x.txt", "clear text");
     const Snapshot before = Disk();
-    const struct {
-        const wchar_t* from;
-        const wchar_t* to;
-        bool isFile;
-    } rows[] = {
+    const std::tuple<const wchar_t*, const wchar_t*, bool> rows[] = {
         {L"Docs\\tree", L"Other\\tree", false},   // another key
         {L"Docs\\tree", L"Theirs\\tree", false},  // another owner
         {L"Docs\\tree", L"Plain\\tree", false},
@@ -141,17 +134,17 @@ TEST_F(WorkingWithFolders, StayWithTheirKeyAndOwner) {
         {"IHalvaneBoxConfig::GetOwnerId", Fault::NoText},
     };
     for (const auto& [failing, fault] : failures)
-        for (const auto& row : rows) {
+        for (const auto& [from, to, isFile] : rows) {
             const bool tellsNoPolicy = failing == std::string_view("Quelcrypt_GetHalvaneBoxConfig");
-            if (row.isFile && !tellsNoPolicy)
+            if (isFile && !tellsNoPolicy)
                 continue;
-            SCOPED_TRACE(Narrow(row.from) + " to " + Narrow(row.to) + " without " + failing);
+            SCOPED_TRACE(Narrow(from) + " to " + Narrow(to) + " without " + failing);
             TestCompanion_FailNth(failing, 1, fault, true);
-            for (const VirtualVolumeStatus status : {Move(row.from, row.to), Copy(row.from, row.to), Rename(row.from, row.to)})
+            for (const VirtualVolumeStatus status : {Move(from, to), Copy(from, to), Rename(from, to)})
                 EXPECT_TRUE(status == VSS_EncryptError || (status == VVS_GeneralError && !tellsNoPolicy)) << StatusName(status);
             TestCompanion_FailNth(nullptr, 0, Fault::None, false);
             EXPECT_TRUE(before == Disk());
-            EXPECT_FALSE(Exists(NativePath(row.to)));
+            EXPECT_FALSE(Exists(NativePath(to)));
         }
     // Two empty keys are no common key, unless both folders have a policy or neither has.
     Configure(R"({"folders": [{"name": "Docs", "path": "Docs", "type": "general", "policy": "encrypt"},
@@ -169,10 +162,7 @@ TEST_F(WorkingWithFolders, TakeNobodysPlace) {
     MakeFolder(L"Docs\\full");
     MakeEncrypted(L"Docs\\full\\a.txt", "another a");
     const Snapshot before = Disk();
-    const struct {
-        const wchar_t* to;
-        VirtualVolumeStatus moved, copied;  // Success: not tried
-    } rows[] = {
+    const std::tuple<const wchar_t*, VirtualVolumeStatus, VirtualVolumeStatus> rows[] = {  // Success: not tried
         {L"Docs\\empty", VVS_PathAlreadyExists, VVS_Success},
         {L"Docs\\full", VVS_PathAlreadyExists, VVS_Success},
         {L"Other", VVS_PathAlreadyExists, VVS_Success},
@@ -180,12 +170,12 @@ TEST_F(WorkingWithFolders, TakeNobodysPlace) {
         {L"Docs\\README", VVS_PathAlreadyExists, VVS_PathAlreadyExists},
         {L"Docs\\missing\\tree", VVS_PathNotFound, VVS_PathNotFound},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(Narrow(row.to));
-        EXPECT_EQ(row.moved, Move(L"Docs\\tree", row.to));
-        EXPECT_EQ(row.moved, Rename(L"Docs\\tree", row.to));
-        if (row.copied != VVS_Success)
-            EXPECT_EQ(row.copied, Copy(L"Docs\\tree", row.to));
+    for (const auto& [to, moved, copied] : rows) {
+        SCOPED_TRACE(Narrow(to));
+        EXPECT_EQ(moved, Move(L"Docs\\tree", to));
+        EXPECT_EQ(moved, Rename(L"Docs\\tree", to));
+        if (copied != VVS_Success)
+            EXPECT_EQ(copied, Copy(L"Docs\\tree", to));
         EXPECT_TRUE(before == Disk());
     }
     for (const std::wstring inside : {L"Docs\\tree\\deep\\inside", L"Docs\\tree\\inside"})

@@ -4,12 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 TEST(TraceLines, NumbersAndFlagsShowTheirNames) {
-    const struct {
-        std::wstring (*render)(std::uint32_t);
-        std::uint32_t value;
-        const wchar_t* text;
-    } rows[] = {
+    const std::tuple<std::wstring (*)(std::uint32_t), std::uint32_t, const wchar_t*> rows[] = {
         // Flags name the broadest, and what is left over.
         {FormatShareModeStr, 0, L"(0x0)"},
         {FormatShareModeStr, 3, L"FILE_SHARE_READ|FILE_SHARE_WRITE(0x3)"},
@@ -31,8 +29,8 @@ TEST(TraceLines, NumbersAndFlagsShowTheirNames) {
         {FormatStatusStr, 21, L"VSS_EncryptError"}, {FormatStatusStr, 22, L"VVS_GeneralError"},
         {FormatStatusStr, 23, L"<Unknown:23>"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.text, row.render(row.value)) << row.value;
+    for (const auto& [render, value, text] : rows)
+        EXPECT_EQ(text, render(value)) << value;
     EXPECT_EQ(L"E_ACCESSDENIED", FormatHResultStr(static_cast<HRESULT>(0x80070005)));
     EXPECT_EQ(L"0x0000000080070020", FormatHResultStr(static_cast<HRESULT>(0x80070020)));
     EXPECT_EQ(L"0x00000000000000ff", FormatHexStr(255, true, true));
@@ -43,10 +41,7 @@ TEST(TraceLines, NumbersAndFlagsShowTheirNames) {
 }
 
 TEST(TraceLines, TemplatesAreSplitAtTheirPlaceholders) {
-    const struct {
-        const wchar_t* text;
-        const wchar_t* fragments;
-    } rows[] = {
+    const std::tuple<const wchar_t*, const wchar_t*> rows[] = {
         {L"", L""},
         {L"plain", L"{plain:1}"},
         {L"%TIME%", L"{%s:20}"},
@@ -62,11 +57,11 @@ TEST(TraceLines, TemplatesAreSplitAtTheirPlaceholders) {
         {L"%%TIME%%", L"{%%%s:20}{%:1}"},
         {L"%TIME% %d", L"{%s:20}{ %d:1}"},  // no value, so no format
     };
-    for (const auto& row : rows) {
+    for (const auto& [text, fragments] : rows) {
         std::wstring shown;
-        for (const LogTemplatePiece& piece : ParseLogTemplate(row.text))
+        for (const LogTemplatePiece& piece : ParseLogTemplate(text))
             shown += FormatStr(L"{%s:%x}", piece.fragment, static_cast<std::uint32_t>(piece.value));
-        EXPECT_EQ(row.fragments, shown) << ::testing::PrintToString(row.text);
+        EXPECT_EQ(fragments, shown) << ::testing::PrintToString(text);
     }
     EXPECT_EQ(L"16", FormatExecutionTimeStr(169'999, 10'000));
     EXPECT_EQ(L"!!!SLOW!!! 17", FormatExecutionTimeStr(170'000, 10'000));
