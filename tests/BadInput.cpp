@@ -1,7 +1,4 @@
 // Paths, handles, sizes and outputs that are none: each gets a status, and nothing changes.
-#include <cstring>
-#include <set>
-#include <tuple>
 
 #include "harness/VolumeFixture.h"
 
@@ -156,8 +153,15 @@ TEST_F(BadInput, StaleAndForeignFileHandlesAreRefused) {
     VirtFindData findData{};
     VirtMountInfo mountInfo{};
     LockInfo lockInfo{};
-    void* const hFind = volume()->FindFirstFileW(L"Docs\\*", &findData);
-    for (void* handle : {static_cast<void*>(nullptr), stale, hFind, reinterpret_cast<void*>(static_cast<std::uintptr_t>(0x10))}) {
+    const std::wstring token = Lock(L"Docs\\a.txt");
+    void *const hFiles = volume()->FindFirstFileW(L"Docs\\*", &findData), *const hMounts = volume()->FindFirstMountFolder(L"*"),
+               *const hLocks = volume()->FindFirstLock(L"Docs\\a.txt", &lockInfo);
+    ASSERT_TRUE(hFiles && hMounts && hLocks);
+    EXPECT_EQ(0x4D464646u, *static_cast<std::uint32_t*>(hFiles));
+    EXPECT_EQ(0x4D4D4646u, *static_cast<std::uint32_t*>(hMounts));
+    EXPECT_EQ(0x4D4C4646u, *static_cast<std::uint32_t*>(hLocks));
+    std::uint32_t none[16] = {0x12345678};
+    for (void* handle : {static_cast<void*>(nullptr), stale, static_cast<void*>(none), reinterpret_cast<void*>(std::uintptr_t{0x10}), hFiles, hMounts, hLocks}) {
         EXPECT_EQ("<VVS_InvalidParameter>", Read(handle));
         for (const VirtualVolumeStatus status :
              {Write(handle, "x"), SetSize(handle, 0), volume()->Flush(handle), volume()->Delete(handle, nullptr), volume()->Undelete(handle, nullptr),
@@ -165,14 +169,13 @@ TEST_F(BadInput, StaleAndForeignFileHandlesAreRefused) {
             EXPECT_EQ(VVS_InvalidParameter, status);
         EXPECT_FALSE(volume()->GetFileInfo(handle, &findData));
         Close(handle);
-        if (handle == hFind)
-            continue;
-        EXPECT_FALSE(volume()->FindNextFileW(handle, &findData));
-        EXPECT_FALSE(volume()->FindNextMountFolder(handle, &mountInfo));
-        EXPECT_EQ(VVS_FileNotLocked, volume()->FindNextLock(handle, &lockInfo));
-        EXPECT_FALSE(volume()->FindClose(handle));
+        EXPECT_FALSE(handle != hFiles && handle != hMounts && volume()->FindNextFileW(handle, &findData));
+        EXPECT_FALSE(handle != hMounts && volume()->FindNextMountFolder(handle, &mountInfo));
+        EXPECT_EQ(VVS_FileNotLocked, volume()->FindNextLock(handle, &lockInfo)) << "it held one lock";
+        EXPECT_EQ(handle == hFiles || handle == hMounts || handle == hLocks, volume()->FindClose(handle));
+        EXPECT_FALSE(volume()->FindClose(handle)) << "it is none any more";
     }
-    EXPECT_TRUE(volume()->FindClose(hFind));
+    Unlock(L"Docs\\a.txt", token);
     EXPECT_EQ("content", Stored(L"Docs\\a.txt"));
 
     // A closed handle does not soon stand for another file.

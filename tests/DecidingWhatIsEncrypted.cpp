@@ -1,9 +1,6 @@
 // Which files a folder's policy has stored encrypted, also while the companion library cannot say.
 #include "harness/VolumeFixture.h"
 
-#include <filesystem>
-#include <tuple>
-
 class DecidingWhatIsEncrypted : public VolumeFixture {
 protected:
     // How a new file comes to be stored: "encrypted", "plain", or the status of the open that failed. It is gone afterwards.
@@ -25,8 +22,8 @@ protected:
 };
 
 TEST_F(DecidingWhatIsEncrypted, GoesByNameAndFolder) {
-    std::filesystem::create_directories(NativePath(L"Docs\\sub\\open\\closed"));
-    std::filesystem::create_directories(NativePath(L"Docs\\.HalvaneBox"));
+    fs::create_directories(NativePath(L"Docs\\sub\\open\\closed"));
+    fs::create_directories(NativePath(L"Docs\\.HalvaneBox"));
     Configure(R"({
   "folders": [
     {"name": "Docs", "path": "Docs", "owner": "O1", "policy": "encrypt", "targetKey": "K1"},
@@ -35,7 +32,7 @@ TEST_F(DecidingWhatIsEncrypted, GoesByNameAndFolder) {
     {"name": "Plain", "path": "Plain"}
   ],
   "passwords": {"K1": "first secret"},
-  "exclude": ["*.tmp", "~$*", "ö*.übergehen"]
+  "exclude": ["*.tmp", "~$*", "ö*.übergehen", "?é.*", "thumbs.db"]
 })");
     const std::tuple<const wchar_t*, const char*> rows[] = {
         {L"Docs\\a.txt", "encrypted"},
@@ -56,6 +53,11 @@ TEST_F(DecidingWhatIsEncrypted, GoesByNameAndFolder) {
         {L"Docs\\a.TMP", "plain"},
         {L"Docs\\a.tmp.txt", "encrypted"},
         {L"Docs\\~$a.docx", "plain"},
+        {L"Docs\\a~$.docx", "encrypted"},
+        {L"Docs\\Thumbs.db", "plain"},
+        {L"Docs\\thumbs.db.txt", "encrypted"},
+        {L"Docs\\xÉ.doc", "plain"},
+        {L"Docs\\é.doc", "encrypted"},
         {L"Docs\\öffentlich.übergehen", "plain"},
         {L"Docs\\sub\\a.txt", "encrypted"},  // inherited
         {L"Docs\\sub\\open\\a.txt", "plain"},

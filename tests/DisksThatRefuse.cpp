@@ -3,13 +3,7 @@
 #include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
-#include <algorithm>
-#include <filesystem>
-#include <utility>
-
 namespace {
-
-namespace fs = std::filesystem;
 
 const std::string kOld = TextOf(70'000, "old ");
 const std::string kNew = TextOf(100'000, "new ");

@@ -2,12 +2,7 @@
 #include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
-#include <algorithm>
-#include <map>
 #include <regex>
-#include <set>
-#include <thread>
-#include <tuple>
 
 namespace {
 
@@ -70,7 +65,9 @@ TEST_F(FollowingTheTrace, EveryEnterHasItsLeaveAndIndentsWhatHappensBetween) {
         Get(L"Docs\\" + name);
         List(L"Docs\\*");
         Move(L"Docs\\" + name, L"Plain\\" + name);
-        Unlock(L"Plain\\" + name, Lock(L"Plain\\" + name));
+        LockInfo lockInfo = NewLock();
+        volume()->Lock((L"Plain\\" + name).c_str(), &lockInfo);
+        volume()->Unlock((L"Plain\\" + name).c_str(), lockInfo.token);
         TryOpen(L"Nowhere\\" + name);
         Delete(L"Plain\\" + name);
     };

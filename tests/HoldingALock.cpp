@@ -2,13 +2,6 @@
 #include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
-#include <algorithm>
-#include <atomic>
-#include <iterator>
-#include <thread>
-#include <tuple>
-#include <utility>
-
 // Called once, when the volume is about to open a file that may be missing, as a lock does; or about to read a file.
 static std::function<void()> g_beforeHold, g_beforeRead;
 
@@ -164,7 +157,6 @@ TEST_F(HoldingALock, IsFoundThoughTheFormOfTheFileChanges) {
     const std::wstring other = Lock(L"Plain\\b.txt");
     EXPECT_TRUE(Held(NativePath(L"Plain\\b.txt.zip"), kShareAll, GENERIC_WRITE));
     EXPECT_FALSE(Held(NativePath(L"Plain\\b.txt"), kShareAll, GENERIC_WRITE));
-    Unlock(L"Plain\\b.txt", other);
 }
 
 TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
@@ -219,7 +211,6 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
         EXPECT_EQ("", Read(hFile));
     }
     Close(hFile);
-    Unlock(L"Docs\\new.txt", first);
 }
 
 // They all work on the one file that the lock holds.
@@ -288,6 +279,4 @@ TEST_F(HoldingALock, IsEnumeratedAsItWas) {
     EXPECT_EQ(second, lockInfo.token) << "as they were when the search began";
     EXPECT_EQ(VVS_FileNotLocked, volume()->FindNextLock(hFind, &lockInfo));
     EXPECT_TRUE(volume()->FindClose(hFind));
-    Unlock(L"Docs\\a.txt", first);
-    Unlock(L"Docs\\a.txt", third);
 }

@@ -1,9 +1,5 @@
 #include "harness/VolumeFixture.h"
 
-#include <algorithm>
-#include <cwchar>
-#include <map>
-
 class ListingAFolder : public VolumeFixture {
 protected:
     void Container(const std::wstring& name, const std::wstring& storedName, std::string_view content = "content") {
@@ -158,21 +154,16 @@ TEST_F(ListingAFolder, RemembersTheLastThousandOrSo) {
 
 TEST_F(ListingAFolder, ShowsMountFoldersAtTheRoot) {
     const Names all{L"Docs", L"Other", L"Plain", L"Theirs"};
-    EXPECT_EQ(all, List(L"*"));
-    EXPECT_EQ(all, List(L""));
-    EXPECT_EQ((Names{L"Docs"}), List(L"Doc*"));
-    EXPECT_EQ((Names{L"Docs"}), List(L"docs"));
-    EXPECT_EQ(Names{}, List(L"Nowhere"));
-    for (const VirtFindData& record : ListRecords(L"*"))
-        EXPECT_EQ(VIT_MountFolder, record.itemType);
+    for (const auto& [spec, names] : {std::pair(L"*", all), {L"", all}, {L"Doc*", {L"Docs"}}, {L"docs", {L"Docs"}}, {L"Nowhere", {}}})
+        EXPECT_EQ(names, List(spec)) << Narrow(spec);
     const VirtFindData root = Record(L"");
     EXPECT_EQ(VIT_Root, root.itemType);
     EXPECT_EQ(FILE_ATTRIBUTE_DIRECTORY, root.fileAttributes);
     EXPECT_EQ(L"", std::wstring(root.fileName));
     EXPECT_NE(0u, root.lastWriteTime);
-    EXPECT_EQ(VIT_MountFolder, Record(L"Docs").itemType);
     std::uint64_t created = UINT64_MAX, written = 0;
     for (const VirtFindData& record : ListRecords(L"*")) {
+        EXPECT_EQ(VIT_MountFolder, record.itemType);
         created = std::min(created, record.creationTime);
         written = std::max(written, record.lastWriteTime);
     }
@@ -256,22 +247,19 @@ TEST_F(ListingAFolder, ResolvesPathsWithinTheirMountFolderOnly) {
     WriteRaw(root() + L"\\outside", "secret");
     VirtFindData findData{};
     VirtMountInfo mountInfo{};
-    EXPECT_FALSE(Find(L"Docs\\..\\outside", &findData));
-    EXPECT_FALSE(Find(L"Docs\\sub\\..\\..\\outside", &findData));
-    EXPECT_EQ(Names{}, List(L"Docs\\..\\*"));
+    WriteRaw(NativePath(L"Docs.zip"), "beside the mount folder");
     EXPECT_TRUE(Find(L"Docs\\sub\\..\\README", &findData)) << "dots are resolved without asking the disk";
     EXPECT_TRUE(Find(L"Docs\\README. .", &findData)) << "trailing dots and blanks do not count";
-    EXPECT_FALSE(Find(L"D\\README", &findData)) << "one-letter names are no volume paths";
-    EXPECT_FALSE(Find(L"Docs:README", &findData));
-    EXPECT_EQ(Names{}, List(L"Docs\\sub\\..\\..\\*"));
+    for (const std::wstring& nowhere : {std::wstring(L"Docs\\..\\outside"), std::wstring(L"Docs\\sub\\..\\..\\outside"), std::wstring(L"D\\README"),
+                                        std::wstring(L"Docs:README"), root() + L"\\outside"}) {  // native paths are for opening
+        EXPECT_FALSE(Find(nowhere, &findData)) << Narrow(nowhere);
+        EXPECT_EQ(Names{}, List(nowhere)) << Narrow(nowhere);
+    }
+    for (const wchar_t* spec : {L"Docs\\..\\*", L"Docs\\sub\\..\\..\\*", L"Docs\\."})
+        EXPECT_EQ(Names{}, List(spec)) << Narrow(spec);
     Folder(L"sub");
     EXPECT_EQ(VIT_Folder, Record(L"Docs\\sub\\").itemType);
-    WriteRaw(NativePath(L"Docs.zip"), "beside the mount folder");
-    EXPECT_EQ(Names{}, List(L"Docs\\."));
     EXPECT_EQ((Names{L"README", L"sub"}), List(L"Docs\\.\\*"));
-    const std::wstring outside = root() + L"\\outside";
-    EXPECT_FALSE(Find(outside, &findData)) << "native paths are for opening";
-    EXPECT_EQ(Names{}, List(outside));
 
     EXPECT_TRUE(volume()->GetMountInfoByNativePath(NativePath(L"docs\\any\\thing").c_str(), &mountInfo));
     EXPECT_EQ(L"Docs", std::wstring(mountInfo.name));
@@ -281,29 +269,4 @@ TEST_F(ListingAFolder, ResolvesPathsWithinTheirMountFolderOnly) {
     EXPECT_TRUE(volume()->GetMountInfoByNativePath(NativePath(L"Plain").c_str(), &mountInfo));
     EXPECT_EQ(NativePath(L"Plain"), mountInfo.path);
     EXPECT_TRUE(volume()->GetMountInfoByVolumePath(L"OTHER\\not\\there", &mountInfo)) << "the folder counts, not what is below it";
-}
-
-TEST_F(ListingAFolder, TellsItsHandlesApart) {
-    Plain(L"README");
-    VirtFindData findData{};
-    VirtMountInfo mountInfo{};
-    LockInfo lockInfo{};
-    const std::wstring token = Lock(L"Docs\\README");
-    void* const hFiles = volume()->FindFirstFileW(L"Docs\\*", &findData);
-    void* const hMounts = volume()->FindFirstMountFolder(L"*");
-    void* const hLocks = volume()->FindFirstLock(L"Docs\\README", &lockInfo);
-    ASSERT_TRUE(hFiles && hMounts && hLocks);
-    EXPECT_EQ(0x4D464646u, *static_cast<std::uint32_t*>(hFiles));
-    EXPECT_EQ(0x4D4D4646u, *static_cast<std::uint32_t*>(hMounts));
-    EXPECT_EQ(0x4D4C4646u, *static_cast<std::uint32_t*>(hLocks));
-    EXPECT_FALSE(volume()->FindNextFileW(hLocks, &findData)) << "locks are listed by FindNextLock alone";
-    EXPECT_FALSE(volume()->FindNextMountFolder(hFiles, &mountInfo));
-    EXPECT_EQ(VVS_FileNotLocked, volume()->FindNextLock(hFiles, &lockInfo));
-    std::uint32_t noHandle[16] = {0x12345678};
-    EXPECT_FALSE(volume()->FindClose(noHandle));
-    for (void* hFind : {hFiles, hMounts, hLocks}) {
-        EXPECT_TRUE(volume()->FindClose(hFind));
-        EXPECT_FALSE(volume()->FindClose(hFind)) << "it is none any more";
-    }
-    Unlock(L"Docs\\README", token);
 }

@@ -2,11 +2,6 @@
 #include "harness/Prompts.h"
 #include "harness/VolumeFixture.h"
 
-#include <atomic>
-#include <mutex>
-#include <set>
-#include <thread>
-
 class ManyThreads : public VolumeFixture {
 protected:
     ManyThreads() : VolumeFixture(LogLevel_Error) {}

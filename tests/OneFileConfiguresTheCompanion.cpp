@@ -53,11 +53,6 @@ std::string BoxOf(const std::filesystem::path& folder, std::uint32_t capacity = 
     return owner + "|" + policy + "|" + taken(owned->GetTargetKeyId(buffer.data(), capacity));
 }
 
-bool IsExcluded(const char* name) {
-    const Owned<IQuelcryptConfig> config(companion::MakeQuelcryptConfig());
-    return config->IsExcluded(name, 0);
-}
-
 TEST_F(OneFileConfiguresTheCompanion, NamesTheProtectedFolders) {
     using Listed = std::vector<std::string>;
     const std::string drive = Utf8(m_folder).substr(0, 2);
@@ -104,14 +99,6 @@ TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
     IHalvaneBoxConfig* config = nullptr;
     EXPECT_EQ(companion::MakeHalvaneBoxConfig(nullptr, &config), 0);
     EXPECT_EQ(ErrorOf([&] { companion::MakeHalvaneBoxConfig("C:\\\xFF", &config); }), L"Cannot decode");
-}
-
-TEST_F(OneFileConfiguresTheCompanion, ExcludesNamesByPattern) {
-    Configure(R"({"exclude": ["*.tmp", "~$*", "thumbs.db", "?\u00e9.*"]})");
-    for (const char* name : {"a.tmp", "A.B.TMP", "~$report.docx", "Thumbs.db", "x\xC3\x89.doc"})
-        EXPECT_TRUE(IsExcluded(name)) << name;
-    for (const char* name : {"a.tmpx", "report~$.docx", "thumbs.db.txt", "\xC3\xA9.doc"})
-        EXPECT_FALSE(IsExcluded(name)) << name;
 }
 
 TEST_F(OneFileConfiguresTheCompanion, IsRefusedWithPlaceAndReason) {

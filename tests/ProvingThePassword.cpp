@@ -55,8 +55,8 @@ TEST_F(ProvingThePassword, TakesItFromWhereTheConfigurationSays) {
 }
 
 TEST_F(ProvingThePassword, RefusesOneThatOpensNothing) {
-    std::filesystem::create_directories(InDocs("Sub"));
-    std::filesystem::create_directories(InDocs("Team"));
+    for (const char* folder : {"Sub", "Team"})
+        std::filesystem::create_directories(InDocs(folder));
     Encrypt(InDocs("Sub/a.zip"), "old");
     const std::string before = ReadRaw(InDocs("Sub/a.zip"));
     UseSource("\"first sekret\"");

@@ -1,8 +1,6 @@
 // The function table, the exports and the module, as a host of another compiler sees them.
 #include "harness/VolumeFixture.h"
 
-#include <algorithm>
-#include <cstring>
 #include <span>
 
 namespace {

@@ -2,9 +2,6 @@
 #include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
-#include <filesystem>
-#include <utility>
-
 #include <shellapi.h>
 
 namespace {
@@ -14,7 +11,7 @@ constexpr const char* kReader = "Quelcrypt_FileReaderFactory";
 // The shell's takes most of the time of a close.
 int WINAPI DeleteAtOnce(SHFILEOPSTRUCTW* operation) {
     std::error_code error;
-    std::filesystem::remove_all(operation->pFrom, error);
+    fs::remove_all(operation->pFrom, error);
     return error.value();
 }
 
@@ -165,7 +162,7 @@ TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
     // One bit in the middle is noticed.
     std::string damaged = ReadRaw(ContainerPath(L"Docs\\a.txt"));
     damaged[damaged.size() / 2] ^= 1;
-    std::filesystem::remove_all(temp() + L"\\HalvaneCloud");
+    fs::remove_all(temp() + L"\\HalvaneCloud");
     Overwrite(ContainerPath(L"Docs\\a.txt"), damaged);
     expectUnreadable(false);
 
@@ -191,7 +188,7 @@ TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
         }
     MakeEncrypted(L"Docs\\old\\waits.txt", "stored in the old one");
     EXPECT_EQ("stored in the old one", Get(L"Docs\\old\\waits.txt"));
-    std::filesystem::remove_all(NativePath(L"Docs\\new"));
+    fs::remove_all(NativePath(L"Docs\\new"));
     EXPECT_OK(Rename(L"Docs\\old", L"Docs\\new"));
     EXPECT_EQ(5u, TempFolders()) << "four copies and the edit";
     EXPECT_EQ(1u, TrackedEdits().size());

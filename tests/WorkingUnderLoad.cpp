@@ -2,11 +2,8 @@
 // be so at any moment; documents that all share stay whole versions. QUELCRYPT_TEST_SEED and QUELCRYPT_TEST_STEPS set other ones.
 #include "harness/VolumeFixture.h"
 
-#include <atomic>
 #include <cstdlib>
-#include <mutex>
 #include <random>
-#include <thread>
 
 namespace {
 

@@ -22,12 +22,9 @@ std::int64_t ChangeTimeOf(const std::wstring& path) {
 
 std::vector<std::wstring> NamesIn(const std::wstring& folder) {
     std::vector<std::wstring> names;
-    WIN32_FIND_DATAW entry;
-    const HANDLE find = FindFirstFileExW((folder + L"\\*").c_str(), FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr, 0);
-    while (find != INVALID_HANDLE_VALUE && FindNextFileW(find, &entry))  // the first is "."
-        if (entry.cFileName != std::wstring(L".."))
-            names.emplace_back(entry.cFileName);
-    FindClose(find);
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error))
+        names.push_back(entry.path().filename().wstring());
     return names;
 }
 
@@ -36,12 +33,9 @@ struct Root {
     std::wstring path;
 
     Root() {
-        wchar_t temp[MAX_PATH];
-        GetTempPathW(MAX_PATH, temp);
-        int number = 0;
-        do
-            path = std::wstring(temp) + L"explorer-" + std::to_wstring(++number);
-        while (!CreateDirectoryW(path.c_str(), nullptr) && GetLastError() == ERROR_ALREADY_EXISTS);
+        const std::wstring temp = std::filesystem::temp_directory_path().wstring();
+        for (int number = 0; path.empty() || !CreateDirectoryW(path.c_str(), nullptr);)
+            path = temp + L"explorer-" + std::to_wstring(++number);
         SetEnvironmentVariableW(L"EXPLORER_ROOT", path.c_str());
     }
     ~Root() {

@@ -1,14 +1,10 @@
 #include "harness/VolumeFixture.h"
 
-#include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "harness/Prompts.h"
 #include "quelcrypt/QuelcryptExceptions.h"
-
-namespace fs = std::filesystem;
 
 const char* StatusName(VirtualVolumeStatus status) {
     static const char* const names[] = {
@@ -95,6 +91,8 @@ IVirtualVolume* VolumeFixture::NewVolume() const {
 void VolumeFixture::TearDown() {
     TestCompanion_FailNth(nullptr, 0, Fault::None, false);
     TestCompanion_SetHook(nullptr, nullptr, nullptr);
+    for (const auto& [token, path] : m_locks)
+        m_volume->Unlock(path.c_str(), token.c_str());
     if (m_volume)
         UnloadVolume();
     EXPECT_EQ(0, TestCompanion_LiveObjects());
@@ -316,9 +314,9 @@ bool VolumeFixture::Exists(const std::wstring& nativePath) {
 Names VolumeFixture::FilesBelow(const std::wstring& nativeFolder) {
     Names files;
     std::error_code error;
-    for (fs::recursive_directory_iterator entry(nativeFolder, error), end; entry != end; entry.increment(error))
-        if (entry->is_regular_file())
-            files.push_back(entry->path().wstring());
+    for (const auto& entry : fs::recursive_directory_iterator(nativeFolder, error))
+        if (entry.is_regular_file())
+            files.push_back(entry.path().wstring());
     std::sort(files.begin(), files.end());
     return files;
 }
@@ -329,24 +327,11 @@ Names VolumeFixture::FilesHolding(const std::wstring& nativeFolder, std::string_
     return files;
 }
 
-Names VolumeFixture::NamesBelow(const std::wstring& volumePath) const {
-    Names names = FilesBelow(NativePath(volumePath));
-    for (std::wstring& name : names)
-        name = fs::path(name).filename().wstring();
-    return names;
-}
-
-Snapshot VolumeFixture::DiskBelow(const std::wstring& volumePath) const {
-    Snapshot snapshot;
-    for (const std::wstring& file : FilesBelow(NativePath(volumePath)))
-        snapshot[file] = ReadRaw(file);
-    return snapshot;
-}
-
 Snapshot VolumeFixture::Disk() const {
     Snapshot snapshot;
     for (const wchar_t* mount : {L"Docs", L"Other", L"Theirs", L"Plain"})
-        snapshot.merge(DiskBelow(mount));
+        for (const std::wstring& file : FilesBelow(NativePath(mount)))
+            snapshot[file] = ReadRaw(file);
     return snapshot;
 }
 
@@ -441,9 +426,11 @@ VirtualVolumeStatus VolumeFixture::TryLock(const std::wstring& volumePath, LockS
 std::wstring VolumeFixture::Lock(const std::wstring& volumePath, LockScope scope) {
     LockInfo lockInfo = NewLock(scope);
     EXPECT_OK(volume()->Lock(volumePath.c_str(), &lockInfo)) << Narrow(volumePath);
+    m_locks[lockInfo.token] = volumePath;
     return lockInfo.token;
 }
 
 void VolumeFixture::Unlock(const std::wstring& volumePath, const std::wstring& token) {
+    m_locks.erase(token);
     EXPECT_TRUE(token.empty() || volume()->Unlock(volumePath.c_str(), token.c_str()) == VVS_Success) << Narrow(volumePath);
 }

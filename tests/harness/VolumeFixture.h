@@ -2,12 +2,22 @@
 // it, and plain words for what hosts do. Each test runs as a process of its own, so the module's tables begin empty.
 #pragma once
 
+// What the tests are written with.
+#include <algorithm>
+#include <atomic>
 #include <cstdint>
+#include <cstring>
+#include <filesystem>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <ostream>
+#include <set>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <windows.h>
@@ -103,7 +113,7 @@ protected:
     VirtFindData InfoOf(void* hFile);
     LockInfo NewLock(LockScope scope = LockScope_Exclusive) const;
     VirtualVolumeStatus TryLock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive);
-    // Takes a lock, which must succeed, and returns its token.
+    // Takes a lock, which must succeed, and returns its token. The teardown releases what is held then.
     std::wstring Lock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive);
     void Unlock(const std::wstring& volumePath, const std::wstring& token);  // nothing without a token
 
@@ -127,8 +137,6 @@ protected:
     // Every file below a folder whose bytes hold the text.
     static Names FilesHolding(const std::wstring& nativeFolder, std::string_view text);
     static Names FilesBelow(const std::wstring& nativeFolder);
-    Names NamesBelow(const std::wstring& volumePath) const;
-    Snapshot DiskBelow(const std::wstring& volumePath) const;
     Snapshot Disk() const;  // of all mount folders
     void EmptyFolders() const;
     // Moves a file's write time, so that it differs from what it was.
@@ -156,7 +164,9 @@ private:
     HMODULE m_module = nullptr;
     IVirtualVolume* m_volume = nullptr;
     std::size_t m_expectedUnsaved = 0;
+    std::map<std::wstring, std::wstring> m_locks;  // the paths of tokens
 };
+namespace fs = std::filesystem;
 
 // In a test: what a call returned, by name.
 #define EXPECT_OK(expression) EXPECT_EQ(VVS_Success, (expression))
