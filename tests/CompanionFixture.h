@@ -28,7 +28,7 @@ inline std::string Utf8(const std::filesystem::path& path) {
     return {text.begin(), text.end()};
 }
 
-// What the writer is told of the plain file.
+// What the writer is told of the plain file, and a listing shows.
 struct Plain {
     std::wstring name = L"a.txt";
     std::filesystem::path source;
@@ -36,6 +36,7 @@ struct Plain {
     SYSTEMTIME lastWrite = {2024, 5, 3, 1, 12, 30, 15, 0};
     SYSTEMTIME lastAccess = {2024, 6, 6, 2, 1, 2, 3, 0};
     SYSTEMTIME creation = {2020, 2, 6, 29, 23, 59, 59, 0};
+    std::uint64_t plainSize = 0;
 };
 
 class CompanionTest : public ::testing::Test {
@@ -112,17 +113,9 @@ protected:
         }
     }
 
-    struct Information {
-        std::wstring name;
-        std::uint64_t plainSize = 0;
-        SYSTEMTIME lastWrite = {};
-        SYSTEMTIME lastAccess = {};
-        SYSTEMTIME creation = {};
-    };
-
-    static std::optional<Information> Inform(const Path& container, const WIN32_FIND_DATAW* entry = nullptr) {
+    static std::optional<Plain> Inform(const Path& container, const WIN32_FIND_DATAW* entry = nullptr) {
         IHvcStringW* name = nullptr;
-        Information information;
+        Plain information;
         const auto result = companion::GetFileInformation(Utf8(container).c_str(), &name, &information.plainSize, entry,
                                                           &information.lastWrite, &information.lastAccess, &information.creation);
         const Owned<IHvcStringW> owned(name);

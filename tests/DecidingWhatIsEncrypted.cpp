@@ -97,10 +97,10 @@ TEST_F(DecidingWhatIsEncrypted, AFailingCompanionIsNoPolicyAndNoExclusion) {
     };
     for (const auto& [call, fault, ofText, ofExcluded] : rows) {
         SCOPED_TRACE(std::string(call) + ", fault " + std::to_string(static_cast<int>(fault)));
-        TestCompanion_FailNth(call, 1, fault, true);
+        Companion().FailNth(call, 1, fault, true);
         EXPECT_EQ(ofText, Stored(L"Docs\\a.txt"));
         EXPECT_EQ(ofExcluded, Stored(L"Docs\\a.tmp"));
-        TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+        Companion().FailNth();
     }
     EXPECT_EQ("encrypted", Stored(L"Docs\\a.txt"));
     EXPECT_EQ("plain", Stored(L"Docs\\a.tmp"));

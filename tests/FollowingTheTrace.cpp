@@ -71,7 +71,7 @@ TEST_F(FollowingTheTrace, EveryEnterHasItsLeaveAndIndentsWhatHappensBetween) {
         TryOpen(L"Nowhere\\" + name);
         Delete(L"Plain\\" + name);
     };
-    TestCompanion_SetHook("Quelcrypt_FileWriterFactory", [](void*) { Sleep(40); }, nullptr);
+    Companion().SetHook("Quelcrypt_FileWriterFactory", [] { Sleep(40); });
     const auto lines = LinesDuring([&] {
         std::vector<std::thread> threads;
         for (const wchar_t* name : {L"a.txt", L"b.txt", L"c.txt"})
@@ -133,7 +133,7 @@ TEST_F(FollowingTheTrace, TheLevelIsAskedSeldomAndObeyed) {
     LetTheLevelBeReadAgain();
     EXPECT_EQ(1u, CallsDuring("IFileLogger::GetLevel", [&] { List(L"*"); })) << "one question for many lines";
     EXPECT_EQ(0u, CallsDuring("IFileLogger::GetLevel", [&] { List(L"*"); }));
-    TestCompanion_SetLevel(LogLevel_Error);
+    Companion().level = LogLevel_Error;
     EXPECT_LT(0u, LinesDuring([&] { List(L"*"); }).size()) << "the new level is not known yet";
     LetTheLevelBeReadAgain();
     const auto lines = ParseAll(LinesDuring([&] {
@@ -156,7 +156,7 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
     VirtFindData findData{};
     VirtMountInfo mountInfo{};
     char data[8];
-    const auto ending = [](const char* calls) { TestCompanion_FailNth(calls, 1, Fault::Null, true); };
+    const auto ending = [](const char* calls) { Companion().FailNth(calls, 1, Fault::Null, true); };
     const std::tuple<std::function<void()>, std::string> rows[] = {
         {[&] { TryOpen(L"Nowhere\\a.txt"); },
          "VirtualVolume::OpenFile VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false,  filePath[Nowhere\\a.txt]"},
@@ -181,7 +181,7 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
     };
     for (const auto& [action, line] : rows) {
         const auto errors = ErrorsDuring(action);
-        TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+        Companion().FailNth();
         EXPECT_NE(errors.end(), std::find(errors.begin(), errors.end(), line))
             << line << "\nis not among\n" << ::testing::PrintToString(errors);
     }

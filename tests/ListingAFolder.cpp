@@ -80,9 +80,9 @@ TEST_F(ListingAFolder, LosesNoEntryToAContainerThatCannotBeRead) {
     for (const Fault fault : {Fault::Null, Fault::Raise, Fault::Error, Fault::OutOfMemory}) {
         SCOPED_TRACE(static_cast<int>(fault));
         Touch(NativePath(L"Docs"));
-        TestCompanion_FailNth("Quelcrypt_GetFileInformation", 2, fault, false);
+        Companion().FailNth("Quelcrypt_GetFileInformation", 2, fault, false);
         const Names once = List(L"Docs\\*");
-        EXPECT_TRUE(TestCompanion_FaultWasHit());
+        EXPECT_TRUE(Companion().wasHit);
         EXPECT_EQ(4u, once.size());
         EXPECT_EQ(1, std::count_if(once.begin(), once.end(), [](const std::wstring& name) { return name.ends_with(L".zip"); }));
         EXPECT_EQ(all, List(L"Docs\\*")) << "it is asked for again";
@@ -186,11 +186,11 @@ TEST_F(ListingAFolder, ShowsMountFoldersAtTheRoot) {
             if (fault == Fault::Null && *call == 'I')
                 continue;  // a folder without a text is left out
             Configure(DefaultConfiguration());
-            TestCompanion_FailNth(call, 1, fault, true);
+            Companion().FailNth(call, 1, fault, true);
             List(L"*");
-            EXPECT_TRUE(TestCompanion_FaultWasHit());
+            EXPECT_TRUE(Companion().wasHit);
             EXPECT_EQ(VIT_MountFolder, Record(L"Letters").itemType) << call;
-            TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+            Companion().FailNth();
             Configure(R"({"folders": [{"name": "Letters", "path": "Docs"}]})");
             EXPECT_EQ((Names{L"Letters"}), List(L"*"));
         }

@@ -34,18 +34,18 @@ void MovingAFile::MoveWhole(How how, const std::wstring& from, const std::wstrin
         Store(to, std::string(32768, 'o'));
     const std::wstring fromToken = isFromLocked ? Lock(from) : L"", toToken = isToLocked ? Lock(to) : L"";
     bool wasClear = false;
-    std::function<void()> look = [&] {
+    const auto look = [&] {
         for (const wchar_t* mount : {L"Docs", L"Other"})
             wasClear = wasClear || !FilesHolding(NativePath(mount), "what is moved").empty();
     };
-    TestCompanion_SetHook("IFileWriter::Finish", [](void* call) { (*static_cast<std::function<void()>*>(call))(); }, &look);
+    Companion().SetHook("IFileWriter::Finish", look);
     void* const hFile = how == How::Rename ? MustOpen(from) : nullptr;
     EXPECT_TRUE(!hFile || content.substr(0, 40'000) == Read(hFile, kHere, 40'000));
     const std::string stored = ReadRaw(StoredPath(from));
     EXPECT_OK(hFile ? Rename(hFile, to, toToken.c_str()) : Do(how, from, to, toToken.c_str()));
     if (to == L"Docs\\sub\\a.txt" && from[0] == L'D' && how != How::Copy && !isFromLocked && !isToLocked)
         EXPECT_TRUE(stored == ReadRaw(StoredPath(to))) << "under its name and key the container just moves";
-    TestCompanion_SetHook(nullptr, nullptr, nullptr);
+    Companion().SetHook();
     look();
     EXPECT_FALSE(wasClear);
     if (hFile) {

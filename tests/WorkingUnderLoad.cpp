@@ -106,13 +106,13 @@ TEST_F(WorkingUnderLoad, EqualsTheModelWhateverFails) {
             for (unsigned step = 0; step < steps; ++step) {
                 const unsigned which = static_cast<unsigned>(thread) * 3 + random() % 3;
                 own[which].number = kShared + static_cast<int>(which);
-                TestCompanion_FailNth(nullptr, 1 + random() % 40, faults[random() % 5], random() % 16 == 0);
+                Companion().FailNth(nullptr, 1 + random() % 40, faults[random() % 5], random() % 16 == 0);
                 Step(own[which], random);
             }
         });
     for (std::thread& thread : threads)
         thread.join();
-    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+    Companion().FailNth();
     Configure(std::string(DefaultConfiguration()) + " ");  // an enumeration that ended early is believed until then
     for (const std::string& problem : m_problems)
         ADD_FAILURE() << problem;

@@ -133,10 +133,10 @@ TEST_F(WorkingWithFolders, StayWithTheirKeyAndOwner) {
             if (isFile && !tellsNoPolicy)
                 continue;
             SCOPED_TRACE(Narrow(from) + " to " + Narrow(to) + " without " + failing);
-            TestCompanion_FailNth(failing, 1, fault, true);
+            Companion().FailNth(failing, 1, fault, true);
             for (const VirtualVolumeStatus status : {Move(from, to), Copy(from, to), Rename(from, to)})
                 EXPECT_TRUE(status == VSS_EncryptError || (status == VVS_GeneralError && !tellsNoPolicy)) << StatusName(status);
-            TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+            Companion().FailNth();
             EXPECT_TRUE(before == Disk());
             EXPECT_FALSE(Exists(NativePath(to)));
         }

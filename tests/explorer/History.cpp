@@ -96,7 +96,7 @@ private:
     std::set<int> m_doomedPlaces;   // of plain files that are not locked: the platform deletes them with their last handle
     bool m_mayBeBare = false;       // somebody may have wanted an empty file
     bool m_mayLitter = false;       // a temp folder can go only when the volume does not think of it any more
-    const std::int32_t m_liveBefore = TestCompanion_LiveObjects();
+    const std::int32_t m_liveBefore = Companion().liveObjects;
 };
 
 History::History(const Start& begin) : Document(begin) {
@@ -406,10 +406,10 @@ void History::Do(const Step& step) {
         m_touched.insert(step.argument == kCase ? kHome : step.argument);
     m_hasActed[step.actor] |= step.op > Op::Open && step.op <= Op::Close;
     const auto [call, fault] = kFailures[static_cast<int>(step.failing)];
-    TestCompanion_FailNth(call, static_cast<std::uint32_t>(step.nth), fault, step.nth == 0);
+    Companion().FailNth(call, static_cast<std::uint32_t>(step.nth), fault, step.nth == 0);
     isRefused = !Call(step);
-    wasFailed = TestCompanion_FaultWasHit();
-    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+    wasFailed = Companion().wasHit;
+    Companion().FailNth();
     const Look now = world.LookAround();
     Check(step, now);
     // A file that was replaced or moved away while a lock or another opener holds it goes with that, later.
@@ -462,7 +462,7 @@ void History::End() {
         OpenAnew(place);
     m_step = "at the end";
     Expect(!process::HoldsHandles(), "the volume holds a handle");
-    Expect(TestCompanion_LiveObjects() == m_liveBefore, "a companion object lives");
+    Expect(Companion().liveObjects == m_liveBefore, "a companion object lives");
     Expect(!look.hasLitter || m_mayLitter, "a temp folder without an owner");
     for (const auto& [path, file] : look.files) {
         Expect(path.find(L'~') == path.npos && !path.ends_with(L".side"), "an unfinished file is left");

@@ -96,7 +96,7 @@ IVirtualVolume* process::Volume() {
         std::printf("The volume cannot be loaded: %lu\n", GetLastError());
         std::exit(2);
     }
-    TestCompanion_SetLevel(0);
+    Companion().level = 0;
     NoteWhatIsHeld();
     LeaveOutWhatTakesTime();
     const auto factory = reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory")));

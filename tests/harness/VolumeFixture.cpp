@@ -89,13 +89,13 @@ IVirtualVolume* VolumeFixture::NewVolume() const {
 }
 
 void VolumeFixture::TearDown() {
-    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
-    TestCompanion_SetHook(nullptr, nullptr, nullptr);
+    Companion().FailNth();
+    Companion().SetHook();
     for (const auto& [token, path] : m_locks)
         m_volume->Unlock(path.c_str(), token.c_str());
     if (m_volume)
         UnloadVolume();
-    EXPECT_EQ(0, TestCompanion_LiveObjects());
+    EXPECT_EQ(0, Companion().liveObjects);
     for (const std::wstring& file : FilesBelow(m_root))
         EXPECT_TRUE(Held(file)) << Narrow(file) << " is held";
     for (const wchar_t* folder : {L"Docs", L"Other", L"Theirs", L"Plain"})
@@ -376,21 +376,15 @@ void VolumeFixture::LeaveUnsavedEdit(const std::wstring& volumePath, std::string
 }
 
 std::uint32_t VolumeFixture::CallsDuring(const char* name, const std::function<void()>& action) {
-    const std::uint32_t before = TestCompanion_Calls(name);
+    const std::uint32_t before = Companion().Calls(name);
     action();
-    return TestCompanion_Calls(name) - before;
+    return Companion().Calls(name) - before;
 }
 
 std::vector<LogLine> VolumeFixture::LinesDuring(const std::function<void()>& action) {
-    TestCompanion_ClearLines();
+    Companion().lines.clear();
     action();
-    std::vector<LogLine> lines;
-    TestCompanion_VisitLines(
-        [](void* context, std::uint32_t level, std::uint32_t threadId, const wchar_t* text) {
-            static_cast<std::vector<LogLine>*>(context)->push_back({level, threadId, text});
-        },
-        &lines);
-    return lines;
+    return Companion().lines;
 }
 
 bool VolumeFixture::HasLine(const std::vector<LogLine>& lines, std::wstring_view part) {
@@ -398,16 +392,16 @@ bool VolumeFixture::HasLine(const std::vector<LogLine>& lines, std::wstring_view
 }
 
 void VolumeFixture::Failing(const char* call, Fault fault, const std::function<void()>& action) {
-    TestCompanion_FailNth(call, 1, fault, true);
+    Companion().FailNth(call, 1, fault, true);
     action();
-    EXPECT_TRUE(TestCompanion_FaultWasHit()) << call;
-    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+    EXPECT_TRUE(Companion().wasHit) << call;
+    Companion().FailNth();
 }
 
 void VolumeFixture::Before(const char* call, std::function<void()> act, const std::function<void()>& action) {
-    TestCompanion_SetHook(call, [](void* context) { (*static_cast<std::function<void()>*>(context))(); }, &act);
+    Companion().SetHook(call, std::move(act));
     EXPECT_LT(0u, CallsDuring(call, action)) << call;
-    TestCompanion_SetHook(nullptr, nullptr, nullptr);
+    Companion().SetHook();
 }
 
 LockInfo VolumeFixture::NewLock(LockScope scope) const {

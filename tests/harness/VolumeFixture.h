@@ -40,11 +40,6 @@ std::string TextOf(std::size_t bytes, const std::string& first = "");
 // "a.txt" -> "a (HalvaneCloud conflicted edit 2024-05-01).txt", with " (2)" for number 2. what: "conflicted", "backup".
 std::wstring ConflictName(const std::wstring& name, int number = 1, const wchar_t* what = L"conflicted");
 
-struct LogLine {
-    std::uint32_t level;
-    std::uint32_t threadId;
-    std::wstring text;
-};
 using Names = std::vector<std::wstring>;
 using Snapshot = std::map<std::wstring, std::string>;  // files and their bytes
 
@@ -56,7 +51,7 @@ protected:
     static constexpr std::uint64_t kHere = 0xFFFFFFFF;  // the handle's own position
 
     // What the trace is asked to tell: everything costs more than all else.
-    explicit VolumeFixture(std::uint32_t logLevel = LogLevel_Trace) { TestCompanion_SetLevel(logLevel); }
+    explicit VolumeFixture(std::uint32_t logLevel = LogLevel_Trace) { Companion().level = logLevel; }
     void SetUp() override;
     // No live companion object, every real file can be opened unshared, no temp folder that nobody owns: a retained copy
     // stands alone, an unsaved edit beside its tracking file, and of those there are as many as the test expects.
