@@ -31,8 +31,8 @@ std::wstring InFormOf(const std::wstring& containerPath, const std::wstring& sto
     constexpr std::size_t extensionUnits = 4;  // ".zip"
     const std::wstring fileName = containerPath.substr(FolderOf(containerPath).size() + 1);
     const std::wstring stem = fileName.substr(0, fileName.size() - std::min(fileName.size(), extensionUnits));
-    const bool sameName = EqualIgnoringCase(stem, storedName);
-    return !sameName && EqualIgnoringCase(Composed(stem), Composed(storedName)) ? stem : storedName;
+    const bool sameName = EqualNoCase(stem, storedName);
+    return !sameName && EqualNoCase(Composed(stem), Composed(storedName)) ? stem : storedName;
 }
 
 // Sets certain to false when nothing is known: the file could not be read just now.

@@ -1,6 +1,7 @@
 #include "InformationMemory.h"
 
-#include "Halves.h"
+#include "common/Halves.h"
+
 
 namespace companion {
 namespace {

@@ -11,10 +11,10 @@
 #include "ContainerContent.h"
 #include "ContainerFile.h"
 #include "ContainerWriter.h"
-#include "Halves.h"
 #include "KeyRing.h"
 #include "Paths.h"
 #include "Text.h"
+#include "common/Halves.h"
 
 namespace companion {
 namespace {

@@ -71,7 +71,7 @@ std::wstring FolderOf(const std::wstring& fullPath) {
 }
 
 bool IsWithin(std::wstring_view path, std::wstring_view folder) {
-    if (folder.empty() || path.size() < folder.size() || !EqualIgnoringCase(path.substr(0, folder.size()), folder))
+    if (folder.empty() || path.size() < folder.size() || !EqualNoCase(path.substr(0, folder.size()), folder))
         return false;
     return path.size() == folder.size() || path[folder.size()] == L'\\';
 }

@@ -109,7 +109,7 @@ private:
             Complain(Member(value, "path") ? Below(path, "path") : path, "a folder must have a path");
         folder.path = FullPath(FromUtf8(folderPath), m_baseFolder);
         for (const ConfiguredFolder& other : m_settings.folders) {
-            if (EqualIgnoringCase(other.path, folder.path))
+            if (EqualNoCase(other.path, folder.path))
                 Complain(Below(path, "path"), "this path has an entry already");
         }
         if (Member(value, "type"))
@@ -128,7 +128,7 @@ private:
         if (name.find_first_of("\\/:*?\"<>|") != std::string::npos)
             Complain(path, "a name cannot contain any of \\ / : * ? \" < > |");
         for (const ConfiguredFolder& other : m_settings.folders) {
-            if (EqualIgnoringCase(FromUtf8(other.name), FromUtf8(name)))
+            if (EqualNoCase(FromUtf8(other.name), FromUtf8(name)))
                 Complain(path, "another folder has this name");
         }
     }

@@ -7,12 +7,12 @@
 #include <windows.h>
 
 #include "Boundary.h"
-#include "Halves.h"
 #include "Logger.h"
 #include "Paths.h"
 #include "SettingsFile.h"
 #include "Text.h"
 #include "WholeFile.h"
+#include "common/Halves.h"
 
 namespace companion {
 namespace {

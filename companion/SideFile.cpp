@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "Boundary.h"
-#include "Halves.h"
 #include "Paths.h"
+#include "common/Halves.h"
 
 namespace companion {
 namespace {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <ctime>
 
+#include "common/Halves.h"
+
 namespace companion {
 namespace {
 
@@ -18,15 +20,13 @@ std::optional<std::int64_t> StoredTime(const SYSTEMTIME* time) {
     FILETIME fileTime;
     if (!time || !SystemTimeToFileTime(time, &fileTime))
         return std::nullopt;
-    const std::int64_t units = (static_cast<std::int64_t>(fileTime.dwHighDateTime) << 32) | fileTime.dwLowDateTime;
+    const std::int64_t units = static_cast<std::int64_t>(FileTimeNumber(fileTime));
     return std::clamp(units / unitsPerSecond - secondsFrom1601To1970, earliest, latest);
 }
 
 SYSTEMTIME SystemTimeOf(std::int64_t storedTime) {
     const std::int64_t units = (std::clamp(storedTime, earliest, latest) + secondsFrom1601To1970) * unitsPerSecond;
-    FILETIME fileTime;
-    fileTime.dwHighDateTime = static_cast<DWORD>(units >> 32);
-    fileTime.dwLowDateTime = static_cast<DWORD>(units);
+    const FILETIME fileTime = FileTimeOf(static_cast<std::uint64_t>(units));
     SYSTEMTIME time = {};
     FileTimeToSystemTime(&fileTime, &time);
     return time;

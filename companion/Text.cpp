@@ -83,13 +83,6 @@ std::wstring SystemErrorText(std::uint32_t error) {
     return result + L"Error code: " + std::to_wstring(error);
 }
 
-bool EqualIgnoringCase(std::wstring_view left, std::wstring_view right) {
-    // Upper- and lower-case letters pair off one to one here, so lengths must agree; views need no terminator.
-    return left.size() == right.size() &&
-           CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(), static_cast<int>(right.size()),
-                                TRUE) == CSTR_EQUAL;
-}
-
 std::wstring Composed(const std::wstring& text) {
     const auto isAscii = [](wchar_t unit) { return unit < 0x80; };
     if (std::all_of(text.begin(), text.end(), isAscii))

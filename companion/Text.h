@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/Names.h"
+
 namespace companion {
 
 // These two throw CQuelcryptErrorException, "Cannot decode" and "Cannot encode".
@@ -23,9 +25,6 @@ std::wstring FromOem(std::string_view text);
 
 // "Access denied. Error code: 5"
 std::wstring SystemErrorText(std::uint32_t error);
-
-// Do two names, or paths, mean the same file? Letter case does not count.
-bool EqualIgnoringCase(std::wstring_view left, std::wstring_view right);
 
 // With every accent in its letter, where there is such a letter (Unicode's form C).
 std::wstring Composed(const std::wstring& text);

@@ -1,5 +1,7 @@
 // serve: the volume for any program that speaks WebDAV.
+#include <chrono>
 #include <memory>
+#include <mutex>
 
 #include <windows.h>
 
@@ -59,16 +61,33 @@ webdav::AccessRules MakeRules(const Options& options) {
     return rules;
 }
 
-// Whoever starts the server learns of what waits for a decision; the server itself decides nothing.
-std::vector<std::string> TellWhatIsLeft(const Volume& volume) {
-    const std::vector<LeftEdit> edits = LeftBehind(volume.Temp().Path()).Edits(volume.Get());
-    if (edits.empty())
-        return {};
-    const std::string text = "earlier runs left " + std::to_string(edits.size()) + (edits.size() == 1 ? " edit" : " edits") +
-                             " that may be unsaved; 'quelvol recover' lists them";
-    PrintError("quelvol: " + text + "\n");
-    return {"On the machine of the server, " + text + "."};
-}
+// What earlier runs left, for whoever starts the server and for those who look at its pages. The server itself decides nothing.
+class LeftEdits {
+public:
+    explicit LeftEdits(const Volume& volume) : m_volume(volume) {}
+
+    // Nothing, or one sentence. Somebody may have decided meanwhile: looks again, but not for each of a browser's requests.
+    std::vector<std::string> Sentence() {
+        constexpr std::chrono::seconds lookEvery{10};
+        const std::lock_guard guard(m_mutex);
+        const auto now = std::chrono::steady_clock::now();
+        if (now < m_lookAgain)
+            return m_sentence;
+        const std::size_t count = LeftBehind(m_volume.Temp().Path()).Edits(m_volume.Get()).size();
+        m_sentence.clear();
+        if (count > 0)
+            m_sentence.push_back("Earlier runs left " + std::to_string(count) + (count == 1 ? " edit" : " edits") +
+                                 " that may be unsaved; 'quelvol recover', on the machine of the server, lists them.");
+        m_lookAgain = now + lookEvery;
+        return m_sentence;
+    }
+
+private:
+    const Volume& m_volume;
+    std::mutex m_mutex;
+    std::vector<std::string> m_sentence;
+    std::chrono::steady_clock::time_point m_lookAgain{};
+};
 
 // Nobody sits before a server: in a window station without a screen the volume prompts nobody, and the edit waits.
 void LeaveTheScreen() {
@@ -96,7 +115,10 @@ void Serve(Session& session, const Options& options) {
     const Volume& volume = session.GetVolume();
     TellProblems(volume);
     LeaveTheScreen();
-    webdav::Site site(volume, std::move(rules), TellWhatIsLeft(volume));
+    LeftEdits leftEdits(volume);
+    for (const std::string& sentence : leftEdits.Sentence())
+        PrintError("quelvol: " + sentence + "\n");
+    webdav::Site site(volume, std::move(rules), [&leftEdits] { return leftEdits.Sentence(); });
     const auto answer = [&site](const webdav::Request& request, webdav::RequestBody& body, webdav::Response& response) {
         site.Answer(request, body, response);
     };

@@ -7,6 +7,7 @@
 
 #include <tlhelp32.h>
 
+#include "common/Halves.h"
 #include "core/HostError.h"
 #include "core/OnDisk.h"
 #include "core/TempFolder.h"
@@ -19,16 +20,12 @@ namespace {
 constexpr std::wstring_view c_trackingEnd = L".hvf";
 constexpr std::size_t c_trackingLimit = 1 << 20;  // bytes; far more than any path needs
 
-std::uint64_t Number(DWORD high, DWORD low) {
-    return static_cast<std::uint64_t>(high) << 32 | low;
-}
-
 FileState StateOf(const fs::path& file) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (!GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data))
         return {};
-    return {data.dwFileAttributes, Number(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime),
-            Number(data.nFileSizeHigh, data.nFileSizeLow)};
+    return {data.dwFileAttributes, FileTimeNumber(data.ftLastWriteTime),
+            Joined(data.nFileSizeHigh, data.nFileSizeLow)};
 }
 
 FileState StateOfItself(const fs::path& file) {
@@ -111,7 +108,7 @@ std::vector<std::string> OtherPrograms() {
 }  // namespace
 
 bool LeftEdit::IsContainer() const {
-    return tracking && EqualNoCase(file.filename().native(), tracking->name + std::wstring(c_containerEnd));
+    return tracking && EqualNoCase(file.filename().native(), tracking->name + std::wstring(kContainerExtension));
 }
 
 std::wstring LeftEdit::UploadedName() const {

@@ -2,16 +2,13 @@
 
 #include <utility>
 
+#include "common/Halves.h"
 #include "core/HostError.h"
 #include "core/Text.h"
 
 namespace {
 
 constexpr const wchar_t* c_standardStream = L"-";
-
-std::uint64_t Number(const FILETIME& time) {
-    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-}
 
 }  // namespace
 
@@ -64,9 +61,9 @@ void LocalSource::ReadTimes(VirtFindData& findData) const {
     FILETIME created, accessed, written;
     if (m_isStandardInput || !GetFileTime(m_file, &created, &accessed, &written))
         return;
-    findData.creationTime = Number(created);
-    findData.lastAccessTime = Number(accessed);
-    findData.lastWriteTime = Number(written);
+    findData.creationTime = FileTimeNumber(created);
+    findData.lastAccessTime = FileTimeNumber(accessed);
+    findData.lastWriteTime = FileTimeNumber(written);
 }
 
 LocalTarget::LocalTarget(const std::wstring& path) : m_path(path), m_isStandardOutput(path == c_standardStream) {

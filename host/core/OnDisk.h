@@ -12,9 +12,6 @@
 
 #include <windows.h>
 
-// What follows a document's name in the name of its container.
-inline constexpr std::wstring_view c_containerEnd = L".zip";
-
 struct DiskHandleCloser {
     using pointer = HANDLE;
     void operator()(HANDLE handle) const { CloseHandle(handle); }

@@ -82,9 +82,9 @@ std::optional<VolumePath> DocumentOf(const Volume& volume, const LeftEdit& edit)
     if (container.empty() || !volume->GetMountInfoByNativePath(container.c_str(), &mount))
         return std::nullopt;
     const std::size_t folderSize = BoundedText(mount.path).size();
-    if (container.size() <= folderSize + c_containerEnd.size() || !EndsWithNoCase(container, c_containerEnd))
+    if (container.size() <= folderSize + kContainerExtension.size() || !EndsWithNoCase(container, kContainerExtension))
         return std::nullopt;
-    const std::wstring below = container.substr(folderSize, container.size() - folderSize - c_containerEnd.size());
+    const std::wstring below = container.substr(folderSize, container.size() - folderSize - kContainerExtension.size());
     try {
         const VolumePath path = VolumePath::Parse(std::wstring(BoundedText(mount.name)) + L'\\' + below);
         const std::wstring uploaded = edit.UploadedName();

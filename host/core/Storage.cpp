@@ -48,7 +48,7 @@ Stored Storage::Of(const Entry& entry) const {
     if (!m_hasPolicy)
         return Stored::NoPolicy;
     const std::wstring name = entry.NameOnDisk();
-    if (EndsWithNoCase(name, c_containerEnd) && ExamineContainer(m_folder + L'\\' + name).state == ContainerState::Damaged)
+    if (EndsWithNoCase(name, kContainerExtension) && ExamineContainer(m_folder + L'\\' + name).state == ContainerState::Damaged)
         return Stored::Damaged;
     if (IsNameExcluded(name))
         return Stored::Excluded;
@@ -93,7 +93,7 @@ void ForEachFile(const Volume& volume, const VolumePath& path, const std::functi
 void RequireUndamaged(const Volume& volume, const VolumePath& path) {
     if (path.IsRoot() || path.IsMountFolder() || volume.Find(path))
         return;
-    const VolumePath container = path.Parent().Child(path.Name() + std::wstring(c_containerEnd));
+    const VolumePath container = path.Parent().Child(path.Name() + std::wstring(kContainerExtension));
     const std::optional<Entry> entry = volume.Find(container);
     if (entry && StoredAs(volume, *entry) == Stored::Damaged)
         throw HostError(path.Shown() + ": its container " + container.Shown() + " is damaged: " +

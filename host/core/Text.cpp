@@ -74,16 +74,6 @@ std::wstring ToUtf16(std::string_view utf8) {
     return text;
 }
 
-bool EqualNoCase(std::wstring_view left, std::wstring_view right) {
-    return left.size() == right.size() &&
-           CompareStringOrdinal(left.data(), static_cast<int>(left.size()), right.data(), static_cast<int>(right.size()), TRUE) ==
-               CSTR_EQUAL;
-}
-
-bool EndsWithNoCase(std::wstring_view text, std::wstring_view end) {
-    return text.size() >= end.size() && EqualNoCase(text.substr(text.size() - end.size()), end);
-}
-
 std::wstring UniqueSuffix() {
     std::random_device source;
     wchar_t digits[9];

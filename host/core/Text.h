@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "common/Names.h"
+
 // Strict: throws HostError when text is not valid UTF-16 (a lone surrogate), for arguments, where a guess would name
 // another file.
 std::string ArgumentToUtf8(std::wstring_view text);
@@ -13,10 +15,6 @@ std::string ArgumentToUtf8(std::wstring_view text);
 std::string ToUtf8(std::wstring_view text);
 // Throws HostError when text is not valid UTF-8.
 std::wstring ToUtf16(std::string_view utf8);
-
-// As file names are compared.
-bool EqualNoCase(std::wstring_view left, std::wstring_view right);
-bool EndsWithNoCase(std::wstring_view text, std::wstring_view end);
 
 // Text in a fixed buffer, which may lack its terminator.
 template <std::size_t Capacity>

@@ -116,7 +116,7 @@ void SetTimes(const std::wstring& plainPath, const std::wstring& containerPath) 
 }  // namespace
 
 void EncryptInPlace(const std::wstring& plainPath, const ByteCount& count) {
-    const std::wstring containerPath = plainPath + std::wstring(c_containerEnd);
+    const std::wstring containerPath = plainPath + std::wstring(kContainerExtension);
     HeldFile plain(plainPath);
     const bool wasThere = IsThere(containerPath);
     if (!wasThere)
@@ -130,7 +130,7 @@ void EncryptInPlace(const std::wstring& plainPath, const ByteCount& count) {
 }
 
 void DecryptInPlace(const std::wstring& containerPath, const ByteCount& count) {
-    const std::wstring plainPath = containerPath.substr(0, containerPath.size() - c_containerEnd.size());
+    const std::wstring plainPath = containerPath.substr(0, containerPath.size() - kContainerExtension.size());
     HeldFile container(containerPath);
     const bool wasThere = IsThere(plainPath);
     if (!wasThere)

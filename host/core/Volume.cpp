@@ -9,7 +9,6 @@
 
 namespace {
 
-constexpr std::wstring_view c_conflictEnd = L".HvcConflicted";
 
 std::wstring ProgramFolder() {
     std::wstring path(32'767, L'\0');
@@ -19,7 +18,7 @@ std::wstring ProgramFolder() {
 
 // The volume does not resolve the name it lists a conflict copy under; its container is "<stem>.zip".
 VolumePath ConflictPath(const VolumePath& folder, std::wstring_view name) {
-    return folder.Child(std::wstring(name.substr(0, name.size() - c_conflictEnd.size())) + L".zip");
+    return folder.Child(std::wstring(name.substr(0, name.size() - kConflictExtension.size())) + L".zip");
 }
 
 bool IsAtOrInside(const std::wstring& path, const std::wstring& folder) {
@@ -28,7 +27,7 @@ bool IsAtOrInside(const std::wstring& path, const std::wstring& folder) {
 
 VolumePath EntryPath(const VolumePath& folder, const VirtFindData& data) {
     const std::wstring_view name = BoundedText(data.fileName);
-    if (data.itemType == VIT_EncryptedFileInConflict && EndsWithNoCase(name, c_conflictEnd))
+    if (data.itemType == VIT_EncryptedFileInConflict && EndsWithNoCase(name, kConflictExtension))
         return ConflictPath(folder, name);
     return folder.Child(name);
 }
@@ -45,7 +44,7 @@ std::wstring Entry::NameOnDisk() const {
 
 Volume::Volume() {
     const std::wstring library = ProgramFolder() + L"\\QuelcryptVol64.dll";
-    m_module = LoadLibraryExW(library.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    m_module = LoadLibraryExW(library.c_str(), nullptr, LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
     if (!m_module)
         throw HostError(ToUtf8(library) + ": could not be loaded: " + SystemMessage(GetLastError()), Exit_NoVolume);
     const FARPROC address = GetProcAddress(m_module, "Quelcrypt_VolumeFactory");
@@ -182,7 +181,7 @@ std::optional<Entry> Volume::Find(const VolumePath& path) const {
     if (isThere)
         if (std::optional<Entry> own = FindByShortName(path))
             return own;
-    if (!EndsWithNoCase(name, c_conflictEnd))
+    if (!EndsWithNoCase(name, kConflictExtension))
         return std::nullopt;
     entry.path = ConflictPath(path.Parent(), name);
     const bool found = m_volume->FindFile(entry.path.Str(), &entry.data) && IsItself(entry);
@@ -261,7 +260,7 @@ std::vector<Entry> SortedEntries(const Volume& volume, const VolumePath& folder,
 }
 
 bool IsBefore(const Entry& left, const Entry& right) {
-    return CompareStringOrdinal(left.data.fileName, -1, right.data.fileName, -1, TRUE) == CSTR_LESS_THAN;
+    return LessNoCase(left.data.fileName, right.data.fileName);
 }
 
 void Check(VirtualVolumeStatus status, const VolumePath& path) {

@@ -15,26 +15,6 @@ bool IsSeparator(wchar_t unit) {
     return unit == L'/' || unit == L'\\';
 }
 
-// The platform opens a device for these names in every folder, whatever extension follows.
-bool IsDeviceName(std::wstring_view name) {
-    std::wstring_view base = name.substr(0, name.find(L'.'));
-    while (!base.empty() && base.back() == L' ')
-        base.remove_suffix(1);
-    for (const wchar_t* device : {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"})
-        if (EqualNoCase(base, device))
-            return true;
-    const bool numbered = base.size() == 4 && (EqualNoCase(base.substr(0, 3), L"COM") || EqualNoCase(base.substr(0, 3), L"LPT"));
-    return numbered && std::wstring_view(L"0123456789\u00b9\u00b2\u00b3").find(base[3]) != std::wstring_view::npos;
-}
-
-// Names that the volume keeps for itself in every folder: it never lists them, stores them in clear, and may need their place.
-bool IsReservedName(std::wstring_view name) {
-    for (const wchar_t* reserved : {L".HalvaneBox", L".HalvaneCloud", L"policy.hvc", L"- HalvaneCloud Readme -.htm"})
-        if (EqualNoCase(name, reserved))
-            return true;
-    return false;
-}
-
 const char* PathProblem(std::wstring_view text) {
     if (!text.empty() && IsSeparator(text[0]))
         return "an absolute path; a path of the volume begins with a mount folder, as in Docs/a.txt";

@@ -6,6 +6,8 @@
 
 #include <windows.h>
 
+#include "common/Halves.h"
+
 namespace webdav {
 
 namespace {
@@ -144,13 +146,13 @@ std::uint64_t ParseHttpDate(std::string_view text) {
     FILETIME time{};
     if (found == std::end(c_months) || !SystemTimeToFileTime(&parts, &time))
         return 0;
-    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+    return FileTimeNumber(time);
 }
 
 std::uint64_t Now() {
     FILETIME time{};
     GetSystemTimeAsFileTime(&time);
-    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+    return FileTimeNumber(time);
 }
 
 }  // namespace webdav

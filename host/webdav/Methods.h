@@ -1,6 +1,7 @@
 // The methods of HTTP and WebDAV over the volume, a function each. All throw HttpError, HostError and ConnectionLost.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -24,7 +25,7 @@ struct State {
     DeadProperties properties;
     ChangeNumbers changes;
     Claims claims;
-    std::vector<std::string> notices;  // for whoever looks at a page; set before the first request
+    std::function<std::vector<std::string>()> notices;  // lines that every page shows; may be empty; set before the first request
 };
 
 // One request on its way.

@@ -96,7 +96,7 @@ std::string Row(const Exchange& exchange, const Resource& item, const Storage& s
 // What whoever looks at the folder must know before anything else.
 std::string Notices(const Exchange& exchange, const Resource& folder) {
     std::string text;
-    for (const std::string& notice : exchange.state.notices)
+    for (const std::string& notice : exchange.state.notices ? exchange.state.notices() : std::vector<std::string>())
         text += "<p class=notice role=note>" + Escaped(notice) + "</p>\n";
     if (!folder.path.IsRoot()) {
         const Verdict verdict = CheckFolderPassword(ConfiguredPath(exchange.state.volume, folder.entry->path), false);

@@ -120,7 +120,7 @@ VolumePath StoredParent(const Volume& volume, const VolumePath& path) {
 }  // namespace
 
 bool PathLess::operator()(const VolumePath& left, const VolumePath& right) const {
-    return CompareStringOrdinal(left.Str(), -1, right.Str(), -1, TRUE) == CSTR_LESS_THAN;
+    return LessNoCase(left.Str(), right.Str());
 }
 
 bool IsAtOrInside(const VolumePath& path, const VolumePath& folder) {

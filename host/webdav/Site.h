@@ -9,8 +9,9 @@ namespace webdav {
 
 class Site {
 public:
-    // notices: lines that every page shows.
-    Site(const Volume& volume, AccessRules rules, std::vector<std::string> notices) : m_state(volume), m_rules(std::move(rules)) {
+    // notices: the lines that every page shows; asked for on any thread, at each page.
+    Site(const Volume& volume, AccessRules rules, std::function<std::vector<std::string>()> notices)
+        : m_state(volume), m_rules(std::move(rules)) {
         m_state.notices = std::move(notices);
     }
 

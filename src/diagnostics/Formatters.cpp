@@ -10,6 +10,7 @@
 #include <objbase.h>
 #include <shlwapi.h>
 
+#include "common/Halves.h"
 #include "library/Text.h"
 
 namespace {
@@ -92,10 +93,6 @@ const wchar_t* FindName(std::span<const NamedValue> table, std::uint32_t value, 
 
 // C libraries of the platform may refuse later ones, and a file may claim any time.
 constexpr int kLatestYear = 9999;
-
-std::uint64_t AsNumber(const FILETIME& time) {
-    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
-}
 
 }  // namespace
 
@@ -198,11 +195,11 @@ std::wstring FormatFindDataStr(const VirtFindData* findData) {
 std::wstring FormatRawFindDataStr(const WIN32_FIND_DATAW* findData) {
     if (!findData)
         return L"<NULL>";
-    const auto size = static_cast<std::int64_t>(static_cast<std::uint64_t>(findData->nFileSizeHigh) << 32 | findData->nFileSizeLow);
+    const auto size = static_cast<std::int64_t>(Joined(findData->nFileSizeHigh, findData->nFileSizeLow));
     return FormatStr(L"Name:%s, Size:%s, Attr:%s, Create:%s, Write:%s, Access:%s", std::wstring(BoundedText(findData->cFileName)),
                      FormatInt64Str(size), FormatFileAttributesStr(findData->dwFileAttributes),
-                     FormatFileTimeStr(AsNumber(findData->ftCreationTime)), FormatFileTimeStr(AsNumber(findData->ftLastWriteTime)),
-                     FormatFileTimeStr(AsNumber(findData->ftLastAccessTime)));
+                     FormatFileTimeStr(FileTimeNumber(findData->ftCreationTime)), FormatFileTimeStr(FileTimeNumber(findData->ftLastWriteTime)),
+                     FormatFileTimeStr(FileTimeNumber(findData->ftLastAccessTime)));
 }
 
 std::wstring FormatMountInfoStr(std::uint32_t type, const wchar_t* name, const wchar_t* path) {

@@ -89,7 +89,7 @@ std::uint32_t QuelcryptLog::GetLogLevel() noexcept {
     std::uint32_t level = 0;
     try {
         if (IFileLogger* const logger = GetLogger())
-            level = logger->GetLevel(GetComponentIndex());
+            level = CallCompanion([&] { return logger->GetLevel(GetComponentIndex()); });
     } catch (...) {  // a logger that cannot tell its level gets no lines
     }
     s_level.store({level, now}, std::memory_order_relaxed);
@@ -192,7 +192,7 @@ void QuelcryptLog::WriteLine(const Line& line) noexcept {
             return;
         IFileLogger* const logger = GetLogger();
         if (logger && line.level <= GetLogLevel())
-            logger->Write(GetComponentIndex(), line.level, text.c_str(), nullptr);
+            CallCompanion([&] { logger->Write(GetComponentIndex(), line.level, text.c_str(), nullptr); });
         if (control && control->m_alwaysOn)
             OutputDebugStringW(text.c_str());
     } catch (...) {  // a line lost is better than an operation failed for it

@@ -62,14 +62,14 @@ VirtualVolumeStatus DecryptContainer(const std::wstring& containerPath, const st
     QC_TRACE(L"VirtualFile::DecryptContainer", L"srcFilePath[%s], destFilePath[%s]", containerPath, destFilePath);
     try {
         const LibraryString path = MakeLibraryString(containerPath);
-        const LibraryPtr<IFileReader> reader(Quelcrypt_FileReaderFactory(path.Get()));
+        const LibraryPtr<IFileReader> reader(CallCompanion([&] { return Quelcrypt_FileReaderFactory(path.Get()); }));
         QC_CHECK(static_cast<bool>(reader), VSS_DecryptError, L"reader != 0 =>false%s, ");
         FilePointer filePointer(hDestFile, 0);
         QC_CHECK(filePointer.PointerWasSet(), StatusFromLastError(), L"filePointer.PointerWasSet() =>false%s, ");
         QC_LOG(L"Dest file original pos[%s]", FormatInt64Str(filePointer.OriginalPosition()));
-        while (reader->Advance() != 0) {
-            const DWORD length = reader->GetDataLength();
-            const void* const data = reader->GetData();
+        while (CallCompanion([&] { return reader->Advance(); }) != 0) {
+            const DWORD length = CallCompanion([&] { return reader->GetDataLength(); });
+            const void* const data = CallCompanion([&] { return reader->GetData(); });
             QC_CHECK(data != nullptr || length == 0, VSS_DecryptError, L"reader->GetData() != 0 =>false%s, ");
             DWORD bytesWritten = 0;
             QC_CHECK(length == 0 || (file_content::WriteFile(destFilePath, hDestFile, data, length, &bytesWritten) && bytesWritten == length),
@@ -126,7 +126,7 @@ VirtualVolumeStatus WriteAll(IFileWriter& writer, const container_cipher::PlainS
                  L"ReadFile(openedFilePath, m_hFile, writeBuffer, (sizeof(*RtlpNumberOf(writeBuffer))), &bytesToWrite) =>false%s, ");
         if (bytesToWrite == 0)
             return qcLog.Leave(VVS_Success);
-        QC_CHECK(writer.Write(writeBuffer.get(), bytesToWrite), VSS_EncryptError,
+        QC_CHECK(CallCompanion([&] { return writer.Write(writeBuffer.get(), bytesToWrite); }), VSS_EncryptError,
                  L"writer->Write(writeBuffer, bytesToWrite) =>false%s, ");
     }
 }
@@ -173,16 +173,17 @@ VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, con
         const LibraryString zipPath = MakeLibraryString(zipFilePath);
         const LibraryString fileSpec = MakeLibraryString(virtualFileSpec);
         const LibraryString sourcePath = MakeLibraryString(source.path);
-        const LibraryPtr<IFileWriter> writer(
-            Quelcrypt_FileWriterFactory(zipPath.Get(), fileSpec.Get(), sourcePath.Get(), fileInfo.dwFileAttributes, &lastWrite, &lastAccess,
-                                        &creation, kWriterMode, file_content::kChunkBytes, nullptr));
+        const LibraryPtr<IFileWriter> writer(CallCompanion([&] {
+            return Quelcrypt_FileWriterFactory(zipPath.Get(), fileSpec.Get(), sourcePath.Get(), fileInfo.dwFileAttributes, &lastWrite,
+                                               &lastAccess, &creation, kWriterMode, file_content::kChunkBytes, nullptr);
+        }));
         QC_CHECK(static_cast<bool>(writer), VSS_EncryptError, L"writer != 0 =>false%s, ");
         const VirtualVolumeStatus written = WriteAll(*writer.Get(), source);
         if (written != VVS_Success)
             return qcLog.Leave(written);
         QC_CHECK_STATUS(lastLook(), L"lastLook() =>%s, ");
         SaveCount count(zipFilePath);
-        QC_CHECK(writer->Finish(true), VSS_EncryptError, L"writer->Finish(true) =>false%s, ");
+        QC_CHECK(CallCompanion([&] { return writer->Finish(true); }), VSS_EncryptError, L"writer->Finish(true) =>false%s, ");
         count.Keep();
         return qcLog.Leave(VVS_Success);
     } catch (const CQuelcryptErrorException& exception) {

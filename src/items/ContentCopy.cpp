@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <memory>
 
+#include "common/Halves.h"
 #include "diagnostics/Trace.h"
 #include "items/VirtualItem.h"
 #include "library/PlatformPath.h"
@@ -108,10 +109,13 @@ bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAsi
                       FlushFileBuffers(hFileDest);
     dest.content->isWritten = dest.content->isWritten || hasRoom;
     if (done) {
+        // Now, by hand: the platform's own may come when the lock's handle is closed ("WriteFile", Remarks), and would make another version.
         FILETIME now{};
         GetSystemTimeAsFileTime(&now);
-        if (dest.content->isTimeSet)
-            SetFileTime(hFileDest, nullptr, nullptr, &now);
+        FileBasicInformation times{};
+        times.lastWriteTime = times.changeTime = static_cast<std::int64_t>(FileTimeNumber(now));
+        if (ZwSetInformationFile(hFileDest, &times, sizeof(times), kFileBasicInformation) == Win32Error::None)
+            dest.content->isTimeSet = true;
         return qcLog.Leave(true);
     }
     const LastErrorKeeper keeper;
@@ -135,13 +139,14 @@ VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path) {
     return qcLog.Leave(VVS_Success);
 }
 
-bool MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags) {
+Win32Error MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags) {
     QC_TRACE(L"VirtualFile::MoveFileW", L"srcFilePath[%s], destFilePath[%s]", srcFilePath, destFilePath);
     if (MoveFileExW(PlatformPath(srcFilePath).c_str(), PlatformPath(destFilePath).c_str(), flags))
-        return qcLog.Leave(true);
+        return qcLog.Leave(Win32Error::None);
+    const Win32Error error = LastWin32Error();
     QC_LOG_AT(LogLevel_Error, L"srcFilePath[%s], destFilePath[%s]. Error[%s]", srcFilePath, destFilePath,
-              SystemErrorStr(GetLastError()));
-    return qcLog.Leave(false);
+              SystemErrorStr(static_cast<DWORD>(error)));
+    return qcLog.Leave(error);
 }
 
 }  // namespace file_content

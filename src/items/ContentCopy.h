@@ -7,6 +7,7 @@
 
 #include <windows.h>
 
+#include "library/Win32Error.h"
 #include "locks/FileLocker.h"
 
 namespace file_content {
@@ -31,6 +32,6 @@ bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAsi
 VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path);
 
 // flags are MoveFileEx's; 0 neither replaces nor leaves the disk.
-bool MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags);
+Win32Error MoveFileW(const std::wstring& srcFilePath, const std::wstring& destFilePath, DWORD flags);
 
 }  // namespace file_content

@@ -1,4 +1,5 @@
 // Opening an encrypted file, and the copy that it is worked on in. How it ends is in EncryptedContentSave.cpp.
+#include "common/Halves.h"
 #include "items/EncryptedContent.h"
 
 #include "diagnostics/Trace.h"
@@ -149,8 +150,8 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
     std::optional<WritableMeanwhile> writable;
     if (retained)
         writable.emplace(copy.tempFilePath);
-    QC_CHECK_STATUS(VirtualItem::CreateFileW(copy.tempFilePath, kFullContentAccess, kShareAll, retained ? OPEN_ALWAYS : CREATE_ALWAYS,
-                                             FILE_ATTRIBUTE_NORMAL, hFile),
+    QC_CHECK_STATUS(VirtualItem::CreateFileInAMoment(copy.tempFilePath, kFullContentAccess, kShareAll,
+                                                     retained ? OPEN_ALWAYS : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, hFile),
                     L"CreateFileW(tempFilePath, desiredAccess, shareMode, createDisposition, 0x80, hFile) =>%s, ");
     reused = retained && GetLastError() == ERROR_ALREADY_EXISTS;
     if (decrypt && !reused) {
@@ -235,7 +236,10 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
         QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_copy.File(), deleteFile)), checkText);
     if (m_lock.locked) {
         const SectionGuard guard(m_lock.content->section);
-        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile)), lockedCheckText);
+        const VirtualVolumeStatus status = StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile));
+        if (status != VVS_Success && m_copy.IsMade())
+            DeleteUndeleteFile(m_copy.File(), !deleteFile);
+        QC_CHECK_STATUS(status, lockedCheckText);
         m_lock.content->isDeleted = deleteFile;
     }
     m_deletedVersion = version;

@@ -167,7 +167,7 @@ VirtualVolumeStatus EncryptedContent::EncryptOpenFileUnlocked() {
     const VirtualVolumeStatus status =
         container_cipher::EncryptOpenFileInternal(
         StoredPath(), m_state.Name(), {m_copy.Path(), m_copy.File()},
-        [this] { return container_cipher::LookAtReplaced(StoredPath(), m_base); });
+        [this] { return IsLockedByOthers() ? VVS_PathAlreadyExists : container_cipher::LookAtReplaced(StoredPath(), m_base); });
     if (status == VVS_Success)
         RememberSavedState();
     if (status == VVS_Success || status == VVS_PathAlreadyExists || !m_mayAskUser)
@@ -227,11 +227,15 @@ void EncryptedContent::SaveOvertakenEdit() {
 
 VirtualVolumeStatus EncryptedContent::CheckMayGo() {
     const VirtualVolumeStatus status = CheckBase();
-    if (status != VVS_Success || m_lock.locked)
+    if (status != VVS_Success)
         return status;
+    if (m_lock.locked) {
+        const SectionGuard guard(m_lock.content->section);
+        return m_lock.content->isDeleted ? VVS_GeneralError : VVS_Success;
+    }
     UniqueHandle hFile;  // what a move deletes at its end must not turn out to be held then, or to be written
-    const VirtualVolumeStatus mayDelete =
-        VirtualItem::CreateFileW(StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
+    const VirtualVolumeStatus mayDelete = VirtualItem::CreateFileInAMoment(
+        StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
     return mayDelete == VVS_FileNotFound ? VVS_Success : mayDelete;  // there may be none yet
 }
 

@@ -7,6 +7,7 @@
 #include "items/PlainContent.h"
 #include "items/SaveNames.h"
 #include "items/VirtualItem.h"
+#include "library/Patience.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
@@ -29,7 +30,7 @@ bool IsLocked(const std::wstring& path) {
 // What a move deletes at its end must not turn out to be held then, or to be written.
 VirtualVolumeStatus CheckDeletable(const std::wstring& path) {
     UniqueHandle hFile;
-    return VirtualItem::CreateFileW(path, DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
+    return VirtualItem::CreateFileInAMoment(path, DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
 }
 
 }  // namespace
@@ -95,7 +96,7 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
     m_replaced = ReadFileVersion(m_destPath);
     m_wasThere = m_replaced.has_value();
     QC_CHECK(m_wasThere || GetLastError() != ERROR_PATH_NOT_FOUND, VVS_PathNotFound, L"ReadFileVersion(newFilePath) =>false%s, ");
-    m_sameFile = EqualNoCase(sourcePath, m_destPath) || (m_wasThere && AreSameFile(sourcePath, m_destPath));
+    m_sameFile = m_wasThere && sourcePath != m_destPath ? AreSameFile(sourcePath, m_destPath) : EqualNoCase(sourcePath, m_destPath);
     // A conflict copy's own path is another file's.
     const bool isBesidePlainFile = m_content->IsEncrypted() && PathExists(m_state.Path());
     const bool isOwnPath = m_sameFile || EqualNoCase(m_newFilePath, m_state.Path());  // perhaps in the other form
@@ -125,8 +126,8 @@ VirtualVolumeStatus FileMove::CheckDestination(bool destEncrypted) {
         return VVS_PathAlreadyExists;
     if (m_sameFile)
         return VVS_Success;
-    const bool plainIsThere = plain && (m_content->IsEncrypted() || !EqualNoCase(m_newFilePath, sourcePath));
-    const bool zipIsThere = (destEncrypted ? m_wasThere : PathExists(newZipPath)) && !EqualNoCase(newZipPath, sourcePath);
+    const bool plainIsThere = plain && (m_content->IsEncrypted() || !destEncrypted || !EqualNoCase(m_newFilePath, sourcePath));
+    const bool zipIsThere = destEncrypted ? m_wasThere : PathExists(newZipPath) && !EqualNoCase(newZipPath, sourcePath);
     const bool containerIsThere = zipIsThere && (m_newFile.locked || TypeOf(newZipPath) == VIT_EncryptedFile);
     if (!MayReplace() && (plainIsThere || containerIsThere) && !m_newFile.locked)
         return VVS_PathAlreadyExists;
@@ -173,8 +174,9 @@ VirtualVolumeStatus FileMove::MoveFromPlainToPlainUnlocked() {
     QC_TRACE_THIS(L"VirtualFile::MoveFromPlainToPlainUnlocked", L"%s", LogStr());
     PlainContent& source = Plain();
     if (m_sameFile || (m_renameSrcFile && !source.IsLocked())) {
-        QC_CHECK_STATUS(m_sameFile ? VVS_Success : LookAgain(), L"LookAgain() =>%s, ");
-        QC_CHECK_STATUS(VirtualItem::RenameItem(source.WorkingFile(), m_state, m_newFilePath), L"VirtualItem::RenameItem(newFilePath) =>%s, ");
+        const auto lastLook = [this] { return m_sameFile ? VVS_Success : LookAgain(); };
+        QC_CHECK_STATUS(VirtualItem::RenameItem(source.WorkingFile(), m_state, m_newFilePath, lastLook),
+                        L"VirtualItem::RenameItem(newFilePath) =>%s, ");
         SaveCount(m_destPath).Keep();
         m_state.SetPath(m_newFilePath);
         return qcLog.Leave(VVS_Success);
@@ -206,6 +208,7 @@ VirtualVolumeStatus FileMove::WithLockedSource(const std::function<VirtualVolume
     QC_CHECK_STATUS(source.OpenForReading(hSecond, hSource), L"OpenForReading(hSource) =>%s, ");
     const std::shared_ptr<LockedContent> shared = source.Shared();
     const SectionGuard guard(shared->section);
+    QC_CHECK(!shared->isDeleted, VVS_GeneralError, L"!shared->isDeleted =>false%s, ");
     const VirtualVolumeStatus status = write(hSource);
     if (status != VVS_Success || m_keepSrcFile)
         return qcLog.Leave(status);
@@ -220,16 +223,16 @@ VirtualVolumeStatus FileMove::WithLockedSource(const std::function<VirtualVolume
 VirtualVolumeStatus FileMove::MovePlainFile() {
     QC_TRACE_THIS(L"VirtualFile::MovePlainFile");
     Plain().CloseFile();
-    const bool isRenamed = file_content::MoveFileW(m_state.Path(), m_newFilePath, 0);
-    if (!isRenamed && GetLastError() == ERROR_NOT_SAME_DEVICE)
+    const Win32Error error = TryForAMoment([this] { return file_content::MoveFileW(m_state.Path(), m_newFilePath, 0); });
+    if (error == static_cast<Win32Error>(ERROR_NOT_SAME_DEVICE))
         return qcLog.Leave(MoveToOtherDisk());
-    const VirtualVolumeStatus status = isRenamed ? VVS_Success : StatusFromLastError();
+    const bool isRenamed = error == Win32Error::None;
     if (isRenamed)
         m_state.SetPath(m_newFilePath);
     else
-        QC_REPORT(L"MoveFileW(m_itemFullPath, newFilePath) != 0 =>false%s,  %s", L"Error[%s]", SystemErrorStr(GetLastError()));
+        QC_REPORT(L"MoveFileW(m_itemFullPath, newFilePath) != 0 =>false%s,  %s", L"Error[%s]", SystemErrorStr(static_cast<DWORD>(error)));
     Plain().Reopen(isRenamed);
-    return qcLog.Leave(status);
+    return qcLog.Leave(StatusOfCall(error));
 }
 
 // To another disk there is no rename, and the platform's own copy could be left half-written under the new name.
@@ -373,11 +376,15 @@ VirtualVolumeStatus FileMove::MoveFromHalvaneToHalvane() {
 VirtualVolumeStatus FileMove::MoveContainer() {
     QC_TRACE_THIS(L"VirtualFile::MoveContainer");
     const DWORD flags = MOVEFILE_WRITE_THROUGH | (m_renameSrcFile ? MOVEFILE_REPLACE_EXISTING : 0);
-    QC_CHECK_STATUS(LookAgain(), L"LookAgain() =>%s, ");
-    const bool moved = file_content::MoveFileW(m_content->StoredPath(), m_destPath, flags);
-    if (!moved && GetLastError() == ERROR_NOT_SAME_DEVICE)
+    VirtualVolumeStatus looked = VVS_Success;
+    const Win32Error error = TryForAMoment([&] {
+        looked = LookAgain();
+        return looked == VVS_Success ? file_content::MoveFileW(m_content->StoredPath(), m_destPath, flags) : Win32Error::None;
+    });
+    QC_CHECK_STATUS(looked, L"LookAgain() =>%s, ");
+    if (error == static_cast<Win32Error>(ERROR_NOT_SAME_DEVICE))
         return qcLog.Leave(ReencryptTo());  // to another disk there is no rename; a copy could be left half-written
-    QC_CHECK(moved, StatusFromLastError(), L"MoveFileW(GetZipFilePath(), newZipFilePath) =>false%s, ");
+    QC_CHECK(error == Win32Error::None, StatusOfCall(error), L"MoveFileW(GetZipFilePath(), newZipFilePath) =>false%s, ");
     SaveCount(m_destPath).Keep();
     Encrypted().RenamedTo(m_newFilePath);
     return qcLog.Leave(VVS_Success);
@@ -435,7 +442,8 @@ VirtualVolumeStatus FileMove::PutCopyInPlace(HANDLE hSource) {
     const OnExit removeUnfinished([&] { DeleteFileW(PlatformPath(sidePath).c_str()); });  // when it is in place, there is none
     QC_CHECK_STATUS(file_content::CopyToNewFile(hSource, sidePath), L"CopyToNewFile(hSource, sidePath) =>%s, ");
     QC_CHECK_STATUS(LookAgain(), L"LookAgain() =>%s, ");
-    QC_CHECK_STATUS(StatusOfCall(PutInPlace(sidePath, m_newFilePath, !MayReplace())), L"PutInPlace(sidePath, newFilePath) =>%s, ");
+    QC_CHECK_STATUS(StatusOfCall(PutInPlace(sidePath, m_newFilePath, !MayReplace(), MayReplace() ? &m_replaced : nullptr)),
+                    L"PutInPlace(sidePath, newFilePath) =>%s, ");
     RememberWritten();
     return qcLog.Leave(VVS_Success);
 }

@@ -12,9 +12,11 @@ HeldSource::~HeldSource() {
 }
 
 VirtualVolumeStatus HeldSource::Hold(const std::wstring& path) {
+    if (IsLink(path))  // what it leads to would be deleted at the end
+        return VSS_NotImplemented;
     m_source.CloseFile();
-    return VirtualItem::CreateFileW(path, GENERIC_READ | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING,
-                                    FILE_ATTRIBUTE_NORMAL, m_hFile);
+    return VirtualItem::CreateFileInAMoment(path, GENERIC_READ | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING,
+                                            FILE_ATTRIBUTE_NORMAL, m_hFile);
 }
 
 VirtualVolumeStatus HeldSource::MarkForDeletion() const { return StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), true)); }

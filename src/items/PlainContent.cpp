@@ -5,11 +5,20 @@
 #include "namespace/VirtualFindFile.h"
 #include "policy/FileUtils.h"
 
-VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
+VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, bool isLink, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                        std::uint32_t openDisposition, const wchar_t* lockToken) {
     QC_TRACE_THIS(L"VirtualFile::OpenPlainFile", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,
                   FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition));
     m_state.SetPath(filePath);  // before anything is created or cut: it needs memory
+    // What is deleted or moved is a link itself; what it leads to is only read and written.
+    if (isLink && desiredAccess == DELETE) {
+        m_openFlags = FILE_FLAG_OPEN_REPARSE_POINT;
+    } else if (isLink) {
+        if (desiredAccess & GENERIC_ALL)
+            desiredAccess |= GENERIC_READ | GENERIC_WRITE;
+        desiredAccess &= ~static_cast<std::uint32_t>(DELETE | GENERIC_ALL);
+    }
+    m_wantedAccess = desiredAccess;
     m_grantedAccess = desiredAccess;
     m_shareMode = shareMode;
     LockedFile lock;
@@ -23,7 +32,7 @@ VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, std::uint32
     }
     const VirtualVolumeStatus status =
         m_lock.locked ? OpenLocked(openDisposition)
-                      : CreteFileWithReadOnlyFallback(filePath, desiredAccess, shareMode, openDisposition, m_grantedAccess, m_hFile);
+                      : CreteFileWithReadOnlyFallback(filePath, desiredAccess, shareMode, openDisposition);
     return qcLog.Leave(status);
 }
 
@@ -44,20 +53,19 @@ VirtualVolumeStatus PlainContent::OpenLocked(std::uint32_t openDisposition) {
 }
 
 VirtualVolumeStatus PlainContent::CreteFileWithReadOnlyFallback(const std::wstring& filePath, std::uint32_t desiredAccess,
-                                                                std::uint32_t shareMode, std::uint32_t openDisposition,
-                                                                std::uint32_t& grantedAccess, UniqueHandle& hFile) {
+                                                                std::uint32_t shareMode, std::uint32_t openDisposition) {
     QC_TRACE(L"VirtualFile::CreteFileWithReadOnlyFallback");
-    grantedAccess = desiredAccess;
+    m_grantedAccess = desiredAccess;
     const VirtualVolumeStatus status =
-        VirtualItem::CreateFileW(filePath, desiredAccess, shareMode, openDisposition, FILE_ATTRIBUTE_NORMAL, hFile);
+        VirtualItem::CreateFileW(filePath, desiredAccess, shareMode, openDisposition, FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile);
     if (status == VVS_Success)
         return qcLog.Leave(status);
     const DWORD lastError = GetLastError();
     const bool needToCreateFile = openDisposition == CREATE_NEW || openDisposition == CREATE_ALWAYS;
     QC_CHECK((lastError == ERROR_ACCESS_DENIED || lastError == ERROR_SHARING_VIOLATION) && !needToCreateFile, status,
              L"(lastError == 5L || lastError == 32L) && !needToCreateFile =>false%s, ");
-    grantedAccess = GENERIC_READ;
-    return qcLog.Leave(VirtualItem::CreateFileW(filePath, GENERIC_READ, shareMode, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile));
+    m_grantedAccess = GENERIC_READ;
+    return qcLog.Leave(VirtualItem::CreateFileW(filePath, GENERIC_READ, shareMode, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile));
 }
 
 void PlainContent::Adopt(LockedFile lock) {
@@ -75,7 +83,21 @@ void PlainContent::Reopen(bool withFullAccess) {
         m_grantedAccess = kFullContentAccess;
         m_shareMode = kShareAll;
     }
-    CreteFileWithReadOnlyFallback(m_state.Path(), m_grantedAccess, m_shareMode, OPEN_EXISTING, m_grantedAccess, m_hFile);
+    CreteFileWithReadOnlyFallback(m_state.Path(), m_grantedAccess, m_shareMode, OPEN_EXISTING);
+}
+
+// Who held the file when it was opened may have let go of it since.
+bool PlainContent::MayDelete() {
+    constexpr std::uint32_t kMayDelete = DELETE | GENERIC_ALL;
+    if (!(m_grantedAccess & kMayDelete) && (m_wantedAccess & kMayDelete) && !m_lock.locked) {
+        m_hFile.Reset();
+        const VirtualVolumeStatus status = VirtualItem::CreateFileInAMoment(m_state.Path(), m_wantedAccess, m_shareMode, OPEN_EXISTING,
+                                                                            FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile);
+        m_grantedAccess = status == VVS_Success ? m_wantedAccess : m_grantedAccess;
+        if (status != VVS_Success)
+            Reopen(false);
+    }
+    return m_grantedAccess & kMayDelete;
 }
 
 bool PlainContent::IsReadOnly() const {

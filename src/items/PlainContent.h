@@ -12,8 +12,9 @@ class PlainContent final : public FileContent {
 public:
     using FileContent::FileContent;
 
-    // Opens or creates the file at filePath, read-only where more is refused. A file that was deleted under its lock is missing.
-    VirtualVolumeStatus Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
+    // Opens or creates the file at filePath, read-only where more is refused. A file that was deleted under its lock is missing. A link
+    // is opened itself for DELETE alone; else what it leads to, which then cannot be deleted or moved.
+    VirtualVolumeStatus Open(const std::wstring& filePath, bool isLink, std::uint32_t desiredAccess, std::uint32_t shareMode,
                              std::uint32_t openDisposition, const wchar_t* lockToken);
     // Takes a file that exists at the item's path: through the handle that a lock handed out, or by opening it.
     void Adopt(LockedFile lock);
@@ -32,7 +33,7 @@ public:
 
     // For moves.
     bool IsLocked() const { return m_lock.locked; }
-    bool MayDelete() const { return m_grantedAccess & (DELETE | GENERIC_ALL); }
+    bool MayDelete();
     std::shared_ptr<LockedContent> Shared() const { return m_lock.content; }
     // A file that is read-only cannot be marked for deletion.
     bool IsReadOnly() const;
@@ -43,9 +44,8 @@ public:
     void Reopen(bool withFullAccess);
 
 private:
-    static VirtualVolumeStatus CreteFileWithReadOnlyFallback(const std::wstring& filePath, std::uint32_t desiredAccess,
-                                                             std::uint32_t shareMode, std::uint32_t openDisposition,
-                                                             std::uint32_t& grantedAccess, UniqueHandle& hFile);
+    VirtualVolumeStatus CreteFileWithReadOnlyFallback(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
+                                                      std::uint32_t openDisposition);
     VirtualVolumeStatus DoRead(std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) override;
     VirtualVolumeStatus DoWrite(std::uint64_t place, const void* data, std::uint32_t dataSize, std::uint32_t* count) override;
     // Before a change of the content: may it be changed, and will it stay?
@@ -53,7 +53,9 @@ private:
     VirtualVolumeStatus OpenLocked(std::uint32_t openDisposition);
 
     UniqueHandle m_hFile;
+    std::uint32_t m_wantedAccess = 0;
     std::uint32_t m_grantedAccess = 0;
     std::uint32_t m_shareMode = 0;
+    DWORD m_openFlags = 0;
     LockedFile m_lock{false, {}, std::make_shared<LockedContent>()};  // its handle is m_hFile; unlocked, the content is ours alone
 };

@@ -57,7 +57,7 @@ bool HasSaveNames(const std::wstring& itemName) {
 // One folder may be reached under several paths, through links or other spellings; its identity is one.
 std::wstring SaveGate::FolderKeyOf(const std::wstring& folderPath) {
     const std::optional<FileVersion> folder = ReadFileVersion(folderPath);
-    if (!folder || (folder->fileId[0] | folder->fileId[1]) == 0)
+    if (!folder || !folder->HasKnownId())
         return folderPath;
     return FormatStr(L"%I64x:%I64x:%I64x", folder->volumeSerial, folder->fileId[0], folder->fileId[1]);
 }

@@ -2,6 +2,7 @@
 
 #include "diagnostics/Trace.h"
 #include "library/Owners.h"
+#include "library/Patience.h"
 #include "library/PlatformPath.h"
 
 namespace {
@@ -87,11 +88,13 @@ bool WriteTrackingFile(const std::wstring& path, const TrackingRecord& record) {
     if (isLossy)
         text += "<!-- utf8: " + AsPercentEncodedUtf8(record.sourceName) + " | " + AsPercentEncodedUtf8(record.tempName) + " | " +
                 AsPercentEncodedUtf8(record.fileSpec) + " -->\r\n";
-    const UniqueHandle hFile([&] {
+    UniqueHandle hFile;
+    TryForAMoment([&] {
         const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_ALWAYS,
                                             FILE_ATTRIBUTE_NORMAL, nullptr);
-        return handle == INVALID_HANDLE_VALUE ? nullptr : handle;
-    }());
+        hFile.Reset(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+        return hFile ? Win32Error::None : LastWin32Error();
+    });
     DWORD written = 0;
     const bool complete = hFile && ::WriteFile(hFile.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) &&
                           written == text.size();

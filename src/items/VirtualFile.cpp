@@ -54,7 +54,8 @@ VirtualVolumeStatus VirtualFile::Open(const wchar_t* filePath, std::uint32_t des
             m_content = std::move(content);
     } else {
         auto content = std::make_unique<PlainContent>(m_state);
-        status = content->Open(filePath, desiredAccess, shareMode, openDisposition, lockToken);
+        const bool isLink = findData && (findData->fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(filePath);
+        status = content->Open(filePath, isLink, desiredAccess, shareMode, openDisposition, lockToken);
         if (status == VVS_Success)
             m_content = std::move(content);
     }
@@ -136,10 +137,8 @@ VirtualVolumeStatus VirtualFile::Delete() {
     QC_TRACE_THIS(L"VirtualFile::Delete", L"this:itemFullPath[%s]", m_state.Path());
     if (!m_deleted) {
         const VirtualVolumeStatus status = m_content->MarkForDeletion(true);
-        if (status != VVS_Success) {
-            m_content->MarkForDeletion(false);
+        if (status != VVS_Success)
             return qcLog.Leave(status);
-        }
         m_deleted = true;
     }
     return qcLog.Leave(VVS_Success);

@@ -23,7 +23,13 @@ VirtualVolumeStatus VirtualFolder::Open(const wchar_t* filePath, std::uint32_t d
     QC_CHECK(folderCreated, StatusFromLastError(), L"folderCreated =>FALSE%s,  %s", L"filePath[%s]. Error[%s]", filePath,
              SystemErrorStr(GetLastError()));
     const std::uint32_t access = desiredAccess & DELETE ? desiredAccess : desiredAccess | FILE_WRITE_ATTRIBUTES;
-    QC_CHECK_STATUS(CreateFileW(filePath, access, shareMode, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, m_hFile),
+    // What is deleted or moved is a link itself, never what it leads to.
+    const bool isLink = (access & (DELETE | GENERIC_ALL)) && findData && (findData->fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(filePath);
+    const std::uint32_t flags = FILE_FLAG_BACKUP_SEMANTICS | (isLink ? FILE_FLAG_OPEN_REPARSE_POINT : 0);
+    VirtualVolumeStatus status = CreateFileW(filePath, access, shareMode, OPEN_EXISTING, flags, m_hFile);
+    if (status == VVS_AccessDenied && access != GENERIC_READ)  // as files that may only be read
+        status = CreateFileW(filePath, GENERIC_READ, shareMode, OPEN_EXISTING, flags, m_hFile);
+    QC_CHECK_STATUS(status,
                     L"CreateFileW( filePath, desiredAccess, shareMode, 3, 0x02000000, m_hFile ) =>%s, ");
     m_state.SetPath(filePath);
     return qcLog.Leave(VVS_Success);
@@ -40,7 +46,7 @@ VirtualVolumeStatus VirtualFolder::CheckDestination(const wchar_t* newFilePath, 
     VirtFindData existing{};
     if (!IsExistingFolder(PathRemoveFileSpecStr(newFilePath)))
         return VVS_PathNotFound;
-    if (EqualNoCase(newFilePath, m_state.Path()) || !VirtualFindFile::FindFile(newFilePath, &existing))
+    if (!VirtualFindFile::FindFile(newFilePath, &existing) || AreSameFile(newFilePath, m_state.Path()))
         return VVS_Success;
     const bool isOrdinaryZip = existing.itemType == VIT_PlainFile && !PathExists(newFilePath);
     return isOrdinaryZip || (mayBeFolder && existing.itemType == VIT_Folder) ? VVS_Success : VVS_PathAlreadyExists;

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "diagnostics/Trace.h"
+#include "library/Patience.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
@@ -42,6 +43,17 @@ VirtualVolumeStatus VirtualItem::CreateFileW(const std::wstring& file, std::uint
     return qcLog.Leave(VVS_Success);
 }
 
+VirtualVolumeStatus VirtualItem::CreateFileInAMoment(const std::wstring& file, std::uint32_t desiredAccess, std::uint32_t shareMode,
+                                                     std::uint32_t creationDisposition, std::uint32_t flagsAndAttributes,
+                                                     UniqueHandle& hFile) {
+    VirtualVolumeStatus status = VVS_Success;
+    TryForAMoment([&] {
+        status = CreateFileW(file, desiredAccess, shareMode, creationDisposition, flagsAndAttributes, hFile);
+        return status == VSS_SharingViolation ? LastWin32Error() : Win32Error::None;
+    });
+    return status;
+}
+
 VirtualVolumeStatus VirtualItem::ReadFile(HANDLE hFile, std::uint64_t offset, void* data, std::uint32_t dataSize,
                                           std::uint32_t* bytesRead) {
     QC_TRACE(L"VirtualItem::ReadFile");
@@ -77,7 +89,8 @@ VirtualVolumeStatus VirtualItem::SetFileSize(HANDLE hFile, std::uint64_t size) {
     return qcLog.Leave(VVS_Success);
 }
 
-VirtualVolumeStatus VirtualItem::RenameItem(HANDLE hFile, ItemState& state, const std::wstring& newFilePath) {
+VirtualVolumeStatus VirtualItem::RenameItem(HANDLE hFile, ItemState& state, const std::wstring& newFilePath,
+                                            const std::function<VirtualVolumeStatus()>& lastLook) {
     QC_TRACE(L"VirtualItem::RenameItem", L"in:newFilePath[%s], this:itemFullPath[%s]", newFilePath, state.Path());
     const std::wstring newName = PathStripPathStr(newFilePath);
     UniqueHandle hFolder;
@@ -95,7 +108,12 @@ VirtualVolumeStatus VirtualItem::RenameItem(HANDLE hFile, ItemState& state, cons
     info->rootDirectory = hFolder.Get();
     info->fileNameLength = static_cast<ULONG>(nameBytes);
     std::wmemcpy(info->fileName, newName.c_str(), newName.size() + 1);
-    const Win32Error error = ZwSetInformationFile(hFile, info, len, kFileRenameInformation);
+    VirtualVolumeStatus looked = VVS_Success;
+    const Win32Error error = TryForAMoment([&] {
+        looked = lastLook ? lastLook() : VVS_Success;
+        return looked == VVS_Success ? ZwSetInformationFile(hFile, info, len, kFileRenameInformation) : Win32Error::None;
+    });
+    QC_CHECK_STATUS(looked, L"lastLook() =>%s, ");
     QC_CHECK_STATUS(StatusOfCall(error),
                     L"ZwSetInformationFile( m_hFile, fileRenameInfo.get(), len, ((FILE_INFORMATION_CLASS)10)) =>%s, ");
     state.findData.reset();

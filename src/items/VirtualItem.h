@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include <windows.h>
@@ -60,14 +61,19 @@ public:
     // Opens a native handle, and hands it out only on success.
     static VirtualVolumeStatus CreateFileW(const std::wstring& file, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                            std::uint32_t creationDisposition, std::uint32_t flagsAndAttributes, UniqueHandle& hFile);
+    // The same, tried again for a moment while others hold the file (Patience.h).
+    static VirtualVolumeStatus CreateFileInAMoment(const std::wstring& file, std::uint32_t desiredAccess, std::uint32_t shareMode,
+                                                   std::uint32_t creationDisposition, std::uint32_t flagsAndAttributes, UniqueHandle& hFile);
     // Synchronous, at offset. The count (may be null) is stored on success. Reading at or past the end is a success of 0 bytes.
     static VirtualVolumeStatus ReadFile(HANDLE hFile, std::uint64_t offset, void* data, std::uint32_t dataSize, std::uint32_t* bytesRead);
     static VirtualVolumeStatus WriteFile(HANDLE hFile, std::uint64_t offset, const void* data, std::uint32_t dataSize,
                                          std::uint32_t* bytesWritten);
     // Cuts or extends; the handle's position stays.
     static VirtualVolumeStatus SetFileSize(HANDLE hFile, std::uint64_t size);
-    // Gives an open file or folder another path on the same disk, in place of a file there. The state's path stays.
-    static VirtualVolumeStatus RenameItem(HANDLE hFile, ItemState& state, const std::wstring& newFilePath);
+    // Gives an open file or folder another path on the same disk, in place of a file there. The state's path stays. Tried again for a
+    // moment; lastLook, if given, has the last word before each try.
+    static VirtualVolumeStatus RenameItem(HANDLE hFile, ItemState& state, const std::wstring& newFilePath,
+                                          const std::function<VirtualVolumeStatus()>& lastLook = {});
 
 protected:
     // The native handle that times, attributes and flushes go to; may be null.

@@ -1,10 +1,12 @@
 #include "items/VirtualTempFileDispenser.h"
 
+#include <cstddef>
 #include <list>
 #include <optional>
 #include <unordered_map>
 #include <vector>
 
+#include <sddl.h>
 #include <shlobj.h>
 
 #include "diagnostics/Trace.h"
@@ -112,6 +114,35 @@ void RemoveLeftFolders() {
     state.leftFolders.insert(state.leftFolders.end(), folders.begin(), folders.end());
 }
 
+// Rights to a folder for this user and the system alone, in a temp folder that users share, as services do, where another one may have
+// made the folder above. Null, and the folder's own rights apply, when they cannot be made.
+class OwnRights {
+public:
+    OwnRights() {
+        UniqueHandle token;
+        if (!OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.GetAddr()) &&
+            !OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.GetAddr()))
+            return;
+        alignas(TOKEN_USER) std::byte user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+        DWORD size = 0;
+        wchar_t* sid = nullptr;
+        if (!GetTokenInformation(token.Get(), TokenUser, user, sizeof(user), &size) ||
+            !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user)->User.Sid, &sid))
+            return;
+        const std::wstring rights = FormatStr(L"D:P(A;OICI;FA;;;%s)(A;OICI;FA;;;SY)", sid);
+        LocalFree(sid);
+        ConvertStringSecurityDescriptorToSecurityDescriptorW(rights.c_str(), SDDL_REVISION_1, &m_attributes.lpSecurityDescriptor, nullptr);
+    }
+    ~OwnRights() { LocalFree(m_attributes.lpSecurityDescriptor); }
+    OwnRights(const OwnRights&) = delete;
+    OwnRights& operator=(const OwnRights&) = delete;
+
+    SECURITY_ATTRIBUTES* Get() { return m_attributes.lpSecurityDescriptor ? &m_attributes : nullptr; }
+
+private:
+    SECURITY_ATTRIBUTES m_attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
+};
+
 // A folder that nobody else has: the platform makes a unique file, which gives way to a folder of its name. When another
 // process was quicker in between, creating the folder fails and another name is tried.
 bool MakeUniqueFolder(std::wstring& folder) {
@@ -120,13 +151,14 @@ bool MakeUniqueFolder(std::wstring& folder) {
     std::wstring base;
     if (!BaseFolder(base))
         return qcLog.Leave(false);
+    OwnRights rights;
     for (int attempt = 0; attempt < kFolderAttempts; ++attempt) {
         wchar_t name[MAX_PATH + 1];
         if (GetTempFileNameW(base.c_str(), L"hvc", 0, name) == 0)
             break;
         DeleteFileW(name);
         // Not through the shell, which looks into every folder above.
-        if (CreateDirectoryW(name, nullptr)) {
+        if (CreateDirectoryW(name, rights.Get())) {
             folder = name;
             return qcLog.Leave(true);
         }

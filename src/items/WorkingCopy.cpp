@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "common/Halves.h"
+
 void WorkingCopy::Make(RetainedCopy copy, UniqueHandle hFile, bool isOfContainer) {
     m_state = copy.unsaved ? State::Waiting : isOfContainer ? State::Containers : State::Unneeded;
     m_copy = std::move(copy);

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <unordered_map>
 
+#include "common/Halves.h"
 #include "library/Locks.h"
 #include "library/Owners.h"
 #include "library/PlatformPath.h"
@@ -10,14 +11,9 @@
 
 namespace {
 
-// The platform's "File Attribute Constants"; not every compiler's headers know the newer ones.
-constexpr std::uint32_t kRecallOnOpen = 0x40000;
-constexpr std::uint32_t kPinned = 0x80000;
-constexpr std::uint32_t kUnpinned = 0x100000;
-constexpr std::uint32_t kRecallOnDataAccess = 0x400000;
-constexpr std::uint32_t kAttributesOfOthers = FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_OFFLINE | FILE_ATTRIBUTE_SPARSE_FILE |
-                                              FILE_ATTRIBUTE_REPARSE_POINT | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED |
-                                              FILE_ATTRIBUTE_NORMAL | kRecallOnOpen | kPinned | kUnpinned | kRecallOnDataAccess;
+// All others change on their own: by sync clients, backups, indexers and compression ("File Attribute Constants").
+constexpr std::uint32_t kAttributesOfUsers =
+    FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_DIRECTORY;
 
 // Paths by their hash, which is all that is kept of each: two paths with one hash would at worst make a conflict copy.
 struct SaveCounts {
@@ -37,23 +33,17 @@ std::uint64_t SavesOf(const std::wstring& path) {
     return found == counts.saves.end() ? 0 : found->second;
 }
 
-bool IsIdKnown(const FileVersion& version) {
-    const bool isZero = (version.fileId[0] | version.fileId[1]) == 0;
-    const bool isAllOnes = (version.fileId[0] & version.fileId[1]) == UINT64_MAX;  // "no id", as some file systems say it
-    return !isZero && !isAllOnes;
-}
-
 bool HaveOneId(const FileVersion& left, const FileVersion& right) {
     return left.volumeSerial == right.volumeSerial && left.fileId[0] == right.fileId[0] && left.fileId[1] == right.fileId[1];
 }
 
 }  // namespace
 
-std::uint64_t FileTimeNumber(const FILETIME& time) {
-    return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+bool FileVersion::HasKnownId() const {
+    const bool isZero = (fileId[0] | fileId[1]) == 0;
+    const bool isAllOnes = (fileId[0] & fileId[1]) == UINT64_MAX;  // "no id", as some file systems say it
+    return !isZero && !isAllOnes;
 }
-
-FILETIME FileTimeOf(std::uint64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
 
 std::optional<FileStamp> ReadOpenFileStamp(HANDLE hFile) {
     FILE_BASIC_INFO info{};
@@ -68,13 +58,13 @@ std::optional<FileStamp> ReadFileStamp(const std::wstring& path) {
     if (!GetFileAttributesExW(PlatformPath(path).c_str(), GetFileExInfoStandard, &data))
         return std::nullopt;
     return FileStamp{data.dwFileAttributes, static_cast<std::int64_t>(FileTimeNumber(data.ftLastWriteTime)),
-                     static_cast<std::int64_t>(static_cast<std::uint64_t>(data.nFileSizeHigh) << 32 | data.nFileSizeLow)};
+                     static_cast<std::int64_t>(Joined(data.nFileSizeHigh, data.nFileSizeLow))};
 }
 
 bool IsMovedVersion(const FileVersion& renamed, const FileVersion& arrived) {
     const std::uint32_t changedBits = renamed.stamp.attributes ^ arrived.stamp.attributes;
-    return !(changedBits & ~kAttributesOfOthers) && renamed.stamp.writeTime == arrived.stamp.writeTime &&
-           renamed.stamp.size == arrived.stamp.size && (!IsIdKnown(renamed) || !IsIdKnown(arrived) || HaveOneId(renamed, arrived));
+    return !(changedBits & kAttributesOfUsers) && renamed.stamp.writeTime == arrived.stamp.writeTime &&
+           renamed.stamp.size == arrived.stamp.size && (!renamed.HasKnownId() || !arrived.HasKnownId() || HaveOneId(renamed, arrived));
 }
 
 bool operator==(const FileVersion& left, const FileVersion& right) {
@@ -119,6 +109,10 @@ std::optional<FileVersion> ReadFileVersion(const std::wstring& path) {
     const std::optional<FileStamp> stamp = ReadFileStamp(path);
     version.stamp = stamp.value_or(FileStamp{});
     return stamp ? std::optional(version) : std::nullopt;
+}
+
+std::optional<bool> AreOneFile(const FileVersion& left, const FileVersion& right) {
+    return left.HasKnownId() && right.HasKnownId() ? std::optional(HaveOneId(left, right)) : std::nullopt;
 }
 
 FileVersion AtOtherPath(FileVersion version, const std::wstring& path) {

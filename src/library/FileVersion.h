@@ -8,9 +8,6 @@
 
 #include <windows.h>
 
-std::uint64_t FileTimeNumber(const FILETIME& time);
-FILETIME FileTimeOf(std::uint64_t number);
-
 // A file as a directory lists it: attribute bits, last-write time (FILETIME) and size in bytes.
 struct FileStamp {
     std::uint32_t attributes = 0;
@@ -28,18 +25,23 @@ std::optional<FileStamp> ReadOpenFileStamp(HANDLE hFile);
 struct FileVersion {
     FileStamp stamp;
     std::uint64_t volumeSerial = 0;
-    std::uint64_t fileId[2] = {};  // both 0: not known
+    std::uint64_t fileId[2] = {};  // both 0, or all ones: not known ("FILE_ID_INFO")
     std::int64_t changeTime = 0;   // 0: not known
     std::uint64_t saves = 0;
+
+    bool HasKnownId() const;
 };
-// Attribute bits that backup, indexing and synchronisation change on their own make no other version; nor does a change time
-// that such a bit explains.
+// Of the attribute bits only those that people set make another version: read-only, hidden, system. A change time that another bit
+// explains makes none.
 bool operator==(const FileVersion& left, const FileVersion& right);
 
 // Nothing when there is no file, or it cannot be looked at; the last error says why.
 std::optional<FileVersion> ReadFileVersion(const std::wstring& path);
 // The same of a file at path that is open.
 std::optional<FileVersion> ReadOpenFileVersion(HANDLE hFile, const std::wstring& path);
+
+// Whether two versions are of one file, which may have several names. Nothing when its file system gives files no identity.
+std::optional<bool> AreOneFile(const FileVersion& left, const FileVersion& right);
 
 // The same version after a folder above its file was moved.
 FileVersion AtOtherPath(FileVersion version, const std::wstring& path);

@@ -7,6 +7,8 @@
 #include <windows.h>
 #include <objbase.h>
 
+#include "library/CompanionCall.h"
+
 // Puts the calling thread's last error back when it ends, so that logging and closing never disturb a caller's check.
 class LastErrorKeeper {
 public:
@@ -76,7 +78,7 @@ struct LibraryObjectPolicy {
     static Interface* Empty() { return nullptr; }
     static void Close(Interface* object) {
         try {
-            object->Release();
+            CallCompanion([object] { object->Release(); });
         } catch (...) {  // nothing can be done about it, and the object counts as released
         }
     }

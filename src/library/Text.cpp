@@ -53,24 +53,3 @@ std::wstring SystemErrorStr(DWORD error) {
     std::erase_if(text, [](wchar_t unit) { return unit == L'\n' || unit == L'\r'; });
     return text + L" " + codeText;
 }
-
-wchar_t UpperUnit(wchar_t unit) {
-    if (unit < 0x80)
-        return unit >= L'a' && unit <= L'z' ? static_cast<wchar_t>(unit - (L'a' - L'A')) : unit;
-    // A pointer whose high half is zero stands for a single unit.
-    return static_cast<wchar_t>(reinterpret_cast<ULONG_PTR>(CharUpperW(reinterpret_cast<wchar_t*>(static_cast<ULONG_PTR>(unit)))));
-}
-
-bool EqualNoCase(std::wstring_view left, std::wstring_view right) {
-    return std::equal(left.begin(), left.end(), right.begin(), right.end(),
-                      [](wchar_t a, wchar_t b) { return a == b || UpperUnit(a) == UpperUnit(b); });
-}
-
-bool LessNoCase(std::wstring_view left, std::wstring_view right) {
-    return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end(),
-                                        [](wchar_t a, wchar_t b) { return UpperUnit(a) < UpperUnit(b); });
-}
-
-bool EndsWithNoCase(std::wstring_view text, std::wstring_view end) {
-    return text.size() >= end.size() && EqualNoCase(text.substr(text.size() - end.size()), end);
-}

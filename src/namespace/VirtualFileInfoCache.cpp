@@ -3,6 +3,7 @@
 #include <list>
 #include <unordered_map>
 
+#include "common/Halves.h"
 #include "diagnostics/Trace.h"
 #include "library/Locks.h"
 #include "library/Text.h"

@@ -2,6 +2,7 @@
 
 #include <optional>
 
+#include "common/Halves.h"
 #include "diagnostics/Trace.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
@@ -12,8 +13,6 @@
 #include "quelcrypt/QuelcryptExceptions.h"
 
 namespace {
-
-constexpr const wchar_t* kConflictExtension = L".HvcConflicted";
 
 // The folder whose entries are turned into records, and what was read of it for all of them.
 struct FolderView {
@@ -80,7 +79,8 @@ bool GetVirtualFileNameWithConflictResolved(const FolderView& view, const std::w
     if (EqualNoCase(name, stem) && !PlainNameExists(view, plainPath, stem))
         return qcLog.Leave(true);
     QC_LOG(L"Virtual fileName[%s] is in conflict, zipFilePath[%s]", name, containerFilePath);
-    name = FormatStr(L"%s%s", stem, kConflictExtension);
+    name = stem;
+    name += kConflictExtension;
     if (name.size() >= std::size(VirtFindData{}.fileName))  // would be cut: its own name is one to open it by, too
         name = PathStripPathStr(containerFilePath);
     return qcLog.Leave(false);
@@ -101,10 +101,13 @@ bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePa
     try {
         const std::string path = Utf8EncodeStr(containerFilePath.c_str(), static_cast<DWORD>(containerFilePath.size()));
         LibraryPtr<IHvcStringW> storedName;
-        succeeded = Quelcrypt_GetFileInformation(path.c_str(), storedName.GetAddr(), &info.plainSize, &raw, &info.lastWrite,
-                                                 &info.lastAccess, &info.creation, nullptr) == 1;
+        IHvcStringW** const place = storedName.GetAddr();
+        succeeded = CallCompanion([&] {
+            return Quelcrypt_GetFileInformation(path.c_str(), place, &info.plainSize, &raw, &info.lastWrite, &info.lastAccess, &info.creation,
+                                                nullptr);
+        }) == 1;
         succeeded = succeeded && storedName;
-        const wchar_t* const name = succeeded ? storedName->GetString() : nullptr;
+        const wchar_t* const name = succeeded ? CallCompanion([&] { return storedName->GetString(); }) : nullptr;
         info.storedName = name ? name : L"";  // an empty one is null
     } catch (const CQuelcryptErrorException& exception) {
         succeeded = false;
@@ -153,7 +156,7 @@ void StoreRecord(const WIN32_FIND_DATAW& raw, VirtFindData* virtFindData) {
     virtFindData->creationTime = FileTimeNumber(raw.ftCreationTime);
     virtFindData->lastAccessTime = FileTimeNumber(raw.ftLastAccessTime);
     virtFindData->lastWriteTime = FileTimeNumber(raw.ftLastWriteTime);
-    virtFindData->fileSize = static_cast<std::int64_t>(static_cast<std::uint64_t>(raw.nFileSizeHigh) << 32 | raw.nFileSizeLow);
+    virtFindData->fileSize = static_cast<std::int64_t>(Joined(raw.nFileSizeHigh, raw.nFileSizeLow));
     CopyBounded(virtFindData->fileName, raw.cFileName);
 }
 

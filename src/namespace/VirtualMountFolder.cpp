@@ -67,9 +67,11 @@ MountFolderState& State() {
 // One text of a protected folder; empty when it is absent or cannot be decoded.
 std::wstring ReadFolderText(IProtectedFolder* folder, bool (IProtectedFolder::*getter)(IQuelcryptText**)) {
     LibraryPtr<IQuelcryptText> text;
-    if (!(folder->*getter)(text.GetAddr()) || !text || !text->HasText(0))
+    IQuelcryptText** const place = text.GetAddr();
+    const bool isThere = CallCompanion([&] { return (folder->*getter)(place); });
+    if (!isThere || !text || !CallCompanion([&] { return text->HasText(0); }))
         return {};
-    const char* const utf8 = text->GetText(0);
+    const char* const utf8 = CallCompanion([&] { return text->GetText(0); });
     try {
         return utf8 ? Utf8DecodeStr(utf8) : std::wstring();
     } catch (const CQuelcryptErrorException&) {
@@ -80,11 +82,15 @@ std::wstring ReadFolderText(IProtectedFolder* folder, bool (IProtectedFolder::*g
 FolderTable ReadFolders(QuelcryptLog& qcLog, IProtectedFolderEnum* protectedFolders) {
     FolderTable table;
     LibraryPtr<IProtectedFolder> folder;
-    while (protectedFolders->Next(folder.GetAddr()) != 0) {
+    const auto next = [&] {
+        IProtectedFolder** const place = folder.GetAddr();
+        return CallCompanion([&] { return protectedFolders->Next(place); }) != 0;
+    };
+    while (next()) {
         if (!folder)
             throw CQuelcryptErrorException(L"A protected folder is missing");  // the table stays as it was
         ProtectedFolderRecord record{PFT_Invalid};
-        folder->GetRecord(&record);
+        CallCompanion([&] { folder->GetRecord(&record); });
         MountFolderInfo info{static_cast<ProtectedFolderType>(record.type), ReadFolderText(folder.Get(), &IProtectedFolder::GetName),
                              ReadFolderText(folder.Get(), &IProtectedFolder::GetPath)};
         if (!info.name.empty() && !info.path.empty())
@@ -98,12 +104,13 @@ FolderTable ReadFolders(QuelcryptLog& qcLog, IProtectedFolderEnum* protectedFold
 // Throws what the library throws.
 void Reload(QuelcryptLog& qcLog, MountFolderState& state) REQUIRES(state.section) {
     LibraryPtr<IProtectedFolderEnum> protectedFolders;
-    const bool asked = Quelcrypt_GetProtectedFolderEnum(0, protectedFolders.GetAddr()) != 0;
+    IProtectedFolderEnum** const place = protectedFolders.GetAddr();
+    const bool asked = CallCompanion([&] { return Quelcrypt_GetProtectedFolderEnum(0, place); }) != 0;
     if (!asked || !protectedFolders) {
         QC_REPORT(L"protectedFolders.Ptr() != 0 =>false%s, ");
         return;
     }
-    const std::uint32_t changeCounter = protectedFolders->GetChangeCounter();
+    const std::uint32_t changeCounter = CallCompanion([&] { return protectedFolders->GetChangeCounter(); });
     if (state.changeCounter != 0 && state.changeCounter == changeCounter)
         return;
     state.table = ReadFolders(qcLog, protectedFolders.Get());

@@ -7,6 +7,7 @@
 
 #include "diagnostics/Trace.h"
 #include "library/Owners.h"
+#include "library/Patience.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
 
@@ -32,26 +33,7 @@ bool IsSeparator(wchar_t unit) { return unit == L'\\' || unit == L'/'; }
 
 std::size_t LastSeparator(std::wstring_view path) { return path.find_last_of(L"\\/"); }
 
-bool ReadIdentity(const std::wstring& path, BY_HANDLE_FILE_INFORMATION& info) {
-    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), 0, kShareAll, nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
-    return hFile && GetFileInformationByHandle(hFile.Get(), &info);
-}
-
 DWORD AttributesOf(const std::wstring& path) { return GetFileAttributesW(PlatformPath(path).c_str()); }
-
-// The platform opens a device for these names in every folder, whatever extension follows; one of a serial line may wait for ever.
-bool IsDeviceName(std::wstring_view name) {
-    name = name.substr(0, name.find(L'.'));
-    name = name.substr(0, name.find_last_not_of(L' ') + 1);
-    for (const std::wstring_view device : {L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"})
-        if (EqualNoCase(name, device))
-            return true;
-    const std::wstring_view port = name.substr(0, 3);
-    return name.size() == 4 && (EqualNoCase(port, L"COM") || EqualNoCase(port, L"LPT")) &&
-           std::wstring_view(L"0123456789\u00b9\u00b2\u00b3").find(name[3]) != name.npos;
-}
 
 }  // namespace
 
@@ -148,13 +130,17 @@ std::wstring SidePathStr(const std::wstring& filePath) {
 Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists,
                       const std::optional<FileVersion>* known) {
     QC_TRACE(L"PutInPlace", L"srcFilePath[%s], destFilePath[%s]", sidePath, filePath);
-    Win32Error error = static_cast<Win32Error>(ERROR_SHARING_VIOLATION);
-    if (!known || IsStillVersion(*known, ReadFileVersion(filePath))) {
-        const DWORD flags = MOVEFILE_WRITE_THROUGH | (failIfExists ? 0 : MOVEFILE_REPLACE_EXISTING);
-        if (MoveFileExW(PlatformPath(sidePath).c_str(), PlatformPath(filePath).c_str(), flags))
-            return qcLog.Leave(Win32Error::None);
-        error = LastWin32Error();
-    }
+    const DWORD flags = MOVEFILE_WRITE_THROUGH | (failIfExists ? 0 : MOVEFILE_REPLACE_EXISTING);
+    bool isOther = false;
+    Win32Error error = TryForAMoment([&] {
+        isOther = known && !IsStillVersion(*known, ReadFileVersion(filePath));
+        const bool isDone = isOther || MoveFileExW(PlatformPath(sidePath).c_str(), PlatformPath(filePath).c_str(), flags);
+        return isDone ? Win32Error::None : LastWin32Error();
+    });
+    if (isOther)
+        error = static_cast<Win32Error>(ERROR_SHARING_VIOLATION);
+    if (error == Win32Error::None)
+        return qcLog.Leave(error);
     SetFileAttributesW(PlatformPath(sidePath).c_str(), FILE_ATTRIBUTE_NORMAL);  // a read-only copy could not be deleted
     DeleteFileW(PlatformPath(sidePath).c_str());
     return qcLog.Leave(error);
@@ -169,10 +155,11 @@ Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& de
     const bool isReadOnly = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_READONLY);
     if (isReadOnly)
         SetFileAttributesW(dest.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
-    const HANDLE handle = ::CreateFileW(dest.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
-    const Win32Error error = hFile && FlushFileBuffers(hFile.Get()) ? Win32Error::None : LastWin32Error();
-    hFile.Reset();
+    const Win32Error error = TryForAMoment([&] {
+        const HANDLE handle = ::CreateFileW(dest.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+        return hFile && FlushFileBuffers(hFile.Get()) ? Win32Error::None : LastWin32Error();
+    });
     if (isReadOnly)
         SetFileAttributesW(dest.c_str(), attributes);
     return error;
@@ -189,11 +176,9 @@ Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& dest
 }
 
 bool AreSameFile(const std::wstring& left, const std::wstring& right) {
-    BY_HANDLE_FILE_INFORMATION leftInfo{};
-    BY_HANDLE_FILE_INFORMATION rightInfo{};
-    return PathExists(right) && ReadIdentity(left, leftInfo) && ReadIdentity(right, rightInfo) &&
-           leftInfo.dwVolumeSerialNumber == rightInfo.dwVolumeSerialNumber &&
-           leftInfo.nFileIndexHigh == rightInfo.nFileIndexHigh && leftInfo.nFileIndexLow == rightInfo.nFileIndexLow;
+    const std::optional<FileVersion> rightVersion = ReadFileVersion(right);
+    const std::optional<FileVersion> leftVersion = rightVersion ? ReadFileVersion(left) : std::nullopt;
+    return leftVersion && AreOneFile(*leftVersion, *rightVersion).value_or(EqualNoCase(left, right));
 }
 
 bool PathExists(const std::wstring& path) { return AttributesOf(path) != INVALID_FILE_ATTRIBUTES; }
@@ -206,6 +191,16 @@ bool IsExistingFile(const std::wstring& path) {
 bool IsExistingFolder(const std::wstring& path) {
     const DWORD attributes = AttributesOf(path);
     return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
+}
+
+bool IsLink(const std::wstring& path) {
+    const DWORD attributes = AttributesOf(path);
+    if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_REPARSE_POINT))
+        return false;
+    WIN32_FIND_DATAW entry{};
+    const UniqueFindHandle find(::FindFirstFileW(PlatformPath(path).c_str(), &entry));
+    const bool isTagKnown = find && (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && entry.dwReserved0 != 0;
+    return !isTagKnown || IsReparseTagNameSurrogate(entry.dwReserved0);
 }
 
 std::wstring PathStripPathStr(std::wstring_view path) {

@@ -77,13 +77,18 @@ Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& de
 Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists = false,
                        const std::optional<FileVersion>* known = nullptr);
 
-// Do two paths, perhaps spelled differently or through an alias, lead to one existing file?
+// Do two paths, perhaps spelled differently or through an alias, lead to one existing file? Where letter case counts, "a" and "A" are
+// two; where files have no identity, an alias counts as another file.
 bool AreSameFile(const std::wstring& left, const std::wstring& right);
 
 // Is there a file or folder at path? Folders count.
 bool PathExists(const std::wstring& path);
 bool IsExistingFile(const std::wstring& path);
 bool IsExistingFolder(const std::wstring& path);
+
+// Is it a link, which leads elsewhere: a symbolic link, a junction, a mounted disk? What sync clients mark in the same way is none
+// ("Reparse Point Tags", IsReparseTagNameSurrogate).
+bool IsLink(const std::wstring& path);
 
 // Paths as text; the disk is not asked. Components may be separated by "\" or "/".
 std::wstring PathStripPathStr(std::wstring_view path);       // "C:\a\b.txt" -> "b.txt"

@@ -8,6 +8,7 @@
 
 #include "diagnostics/Trace.h"
 #include "library/Owners.h"
+#include "library/Patience.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
@@ -15,8 +16,6 @@
 
 namespace {
 
-constexpr std::array<std::wstring_view, 4> kReservedNames{L".HalvaneBox", L"- HalvaneCloud Readme -.htm", L".HalvaneCloud",
-                                                          L"policy.hvc"};
 constexpr std::uint32_t kConfigValueBytes = 120;
 // Where containers are built before they take their places: nothing in it belongs to a document.
 constexpr std::wstring_view kSideFolder = L".HalvaneCloud";
@@ -40,7 +39,8 @@ Result AskLibrary(QuelcryptLog& qcLog, const wchar_t* checkText, Result otherwis
 // One text of a box configuration as UTF-8; its length is not trusted.
 std::string ReadConfigText(IHalvaneBoxConfig* config, std::uint32_t (IHalvaneBoxConfig::*getter)(char*, std::uint32_t)) {
     char buffer[kConfigValueBytes] = {};
-    return std::string(buffer, std::min((config->*getter)(buffer, kConfigValueBytes), kConfigValueBytes));
+    const std::uint32_t length = CallCompanion([&] { return (config->*getter)(buffer, kConfigValueBytes); });
+    return std::string(buffer, std::min(length, kConfigValueBytes));
 }
 
 // Empty, and not known, when it cannot be decoded.
@@ -54,15 +54,50 @@ std::wstring DecodeValue(const std::string& text, bool* isKnown = nullptr) {
     }
 }
 
-// Hands the folder's configuration to read and returns what it makes of it; a default value when there is none.
+// The path that the folder has without short names, substituted drives, junctions and links on the way, as far as it exists; empty when
+// that cannot be told ("GetFinalPathNameByHandle").
+std::wstring FinalPathStr(const std::wstring& folderPath) {
+    const HANDLE handle = ::CreateFileW(PlatformPath(folderPath).c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                        nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    const UniqueHandle hFolder(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    if (!hFolder) {
+        const std::wstring parent = PathRemoveFileSpecStr(folderPath);
+        const std::wstring finalParent = parent.size() < folderPath.size() && !parent.empty() ? FinalPathStr(parent) : std::wstring();
+        return finalParent.empty() ? finalParent : PathAppendStr(finalParent, PathStripPathStr(folderPath));
+    }
+    std::wstring path(GetFinalPathNameByHandleW(hFolder.Get(), nullptr, 0, VOLUME_NAME_DOS), L'\0');
+    path.resize(GetFinalPathNameByHandleW(hFolder.Get(), path.data(), static_cast<DWORD>(path.size()), VOLUME_NAME_DOS));
+    if (path.starts_with(L"\\\\?\\UNC\\"))
+        return L"\\" + path.substr(7);
+    return path.starts_with(L"\\\\?\\") && path.size() > 6 && path[5] == L':' ? TidyPathStr(path.substr(4)) : std::wstring();
+}
+
+// Hands the folder's configuration to read and returns what it makes of it; a default value when there is none. The policy of
+// its own path decides, where that differs from the path given; it is looked for where the latter has none, or may be a short name.
 template <class Result, class Read>
 Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, bool* isKnown, Read read) {
     constexpr const wchar_t* kCheckText =
         L"Quelcrypt_GetHalvaneBoxConfig( Utf8EncodeStr(folderPath, (DWORD)wcslen(folderPath)), cnfg.GetAddr(), 0, 0) != 0 =>false%s, ";
     return AskLibrary(qcLog, kCheckText, Result(), isKnown, [&] {
         LibraryPtr<IHalvaneBoxConfig> config;
-        const std::string path = Utf8EncodeStr(folderPath.c_str(), static_cast<DWORD>(folderPath.size()));
-        if (Quelcrypt_GetHalvaneBoxConfig(path.c_str(), config.GetAddr(), nullptr, nullptr) == 0) {
+        const auto ask = [](const std::wstring& path, LibraryPtr<IHalvaneBoxConfig>& answer) {
+            const std::string utf8 = Utf8EncodeStr(path.c_str(), static_cast<DWORD>(path.size()));
+            IHalvaneBoxConfig** const place = answer.GetAddr();
+            return CallCompanion([&] { return Quelcrypt_GetHalvaneBoxConfig(utf8.c_str(), place, nullptr, nullptr); }) != 0;
+        };
+        const auto hasPolicy = [](const LibraryPtr<IHalvaneBoxConfig>& answer) {
+            return answer && !ReadConfigText(answer.Get(), &IHalvaneBoxConfig::GetPolicy).empty();
+        };
+        bool isAnswered = ask(folderPath, config);
+        if (isAnswered && (folderPath.find(L'~') != folderPath.npos || !hasPolicy(config))) {
+            const std::wstring finalPath = FinalPathStr(folderPath);
+            LibraryPtr<IHalvaneBoxConfig> finals;
+            if (!finalPath.empty() && !EqualNoCase(finalPath, folderPath))
+                isAnswered = ask(finalPath, finals);
+            if (hasPolicy(finals))
+                config = std::move(finals);
+        }
+        if (!isAnswered) {
             QC_REPORT(kCheckText);
             if (isKnown)
                 *isKnown = false;
@@ -84,8 +119,9 @@ bool IsExcludedName(QuelcryptLog& qcLog, const std::wstring& fileSpec) {
     if (fileSpec.find(L'.') == fileSpec.npos)
         return true;
     return AskLibrary(qcLog, L"Quelcrypt_GetQuelcryptConfig(0, 0) != 0 =>false%s, ", false, nullptr, [&] {
-        const LibraryPtr<IQuelcryptConfig> config(Quelcrypt_GetQuelcryptConfig(nullptr, nullptr));
-        return config && config->IsExcluded(Utf8EncodeStr(fileSpec.c_str(), static_cast<DWORD>(fileSpec.size())).c_str(), 0);
+        const LibraryPtr<IQuelcryptConfig> config(CallCompanion([] { return Quelcrypt_GetQuelcryptConfig(nullptr, nullptr); }));
+        const std::string name = Utf8EncodeStr(fileSpec.c_str(), static_cast<DWORD>(fileSpec.size()));
+        return config && CallCompanion([&] { return config->IsExcluded(name.c_str(), 0); });
     });
 }
 
@@ -104,48 +140,39 @@ bool ForEachEntry(const std::wstring& folder, Visit visit) {
     return GetLastError() == ERROR_NO_MORE_FILES;
 }
 
-bool IsRealFolder(DWORD attributes) {
-    return (attributes & FILE_ATTRIBUTE_DIRECTORY) && !(attributes & FILE_ATTRIBUTE_REPARSE_POINT);
-}
-
 // The shell's file operation leaves read-only files, and on some systems says nothing of it.
 void ClearReadOnly(const std::wstring& path, DWORD attributes) {
     if (attributes & FILE_ATTRIBUTE_READONLY)
         SetFileAttributesW(PlatformPath(path).c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
-    if (IsRealFolder(attributes))
+    if ((attributes & FILE_ATTRIBUTE_DIRECTORY) && !IsLink(path))
         ForEachEntry(path, [](const std::wstring& child, const WIN32_FIND_DATAW& entry) {
             ClearReadOnly(child, entry.dwFileAttributes);
             return true;
         });
 }
 
-// Whether nothing is at path any more. While listings, virus scanners or sync clients have a file open it may refuse to go,
-// or go only when they are done; they are given a moment.
+// Whether nothing is at path any more. What others have open may refuse to go, or go only when they are done.
 bool DeleteThroughShell(const std::wstring& path) {
-    constexpr DWORD pausesMs[] = {5, 10, 20, 40, 80, 150, 300, 0};
     const std::wstring doublyTerminated = path + L'\0';
-    for (const DWORD pauseMs : pausesMs) {
+    return TryForAMoment([&] {
         SHFILEOPSTRUCTW operation{};
         operation.wFunc = FO_DELETE;
         operation.pFrom = doublyTerminated.c_str();
         // Without the last, the shell would delete "page_files" along with "page.htm" ("SHFILEOPSTRUCT", FOF_NO_CONNECTED_ELEMENTS).
         operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI | FOF_NO_CONNECTED_ELEMENTS;
         SHFileOperationW(&operation);
-        if (!PathExists(path))
-            return true;
-        Sleep(pauseMs);
-    }
-    return false;
+        return PathExists(path) ? static_cast<Win32Error>(ERROR_SHARING_VIOLATION) : Win32Error::None;
+    }) == Win32Error::None;
 }
 
 Win32Error CopyTree(const std::wstring& source, const std::wstring& destination, bool failIfExists) {
     const DWORD attributes = GetFileAttributesW(PlatformPath(source).c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES)
         return LastWin32Error();
+    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(source))
+        return static_cast<Win32Error>(ERROR_NOT_SUPPORTED);  // it may lead anywhere, also back up
     if (!(attributes & FILE_ATTRIBUTE_DIRECTORY))
         return CopyInPlace(source, destination, failIfExists);
-    if (!IsRealFolder(attributes))
-        return static_cast<Win32Error>(ERROR_NOT_SUPPORTED);  // a junction may lead anywhere, also back up
     if (!CreateDirectoryW(PlatformPath(destination).c_str(), nullptr)) {
         const Win32Error error = LastWin32Error();
         if (failIfExists || error != static_cast<Win32Error>(ERROR_ALREADY_EXISTS) || !IsExistingFolder(destination))
@@ -162,11 +189,6 @@ Win32Error CopyTree(const std::wstring& source, const std::wstring& destination,
 }
 
 }  // namespace
-
-bool IsReservedName(std::wstring_view fileName) {
-    return std::any_of(kReservedNames.begin(), kReservedNames.end(),
-                       [&](std::wstring_view reserved) { return EqualNoCase(fileName, reserved); });
-}
 
 bool ShouldFileBeEncrypted(const std::wstring& filePath, bool* isKnown) {
     QC_TRACE(L"ShouldFileBeEncrypted", L"filePath[%s]", filePath);
@@ -244,16 +266,21 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     // The shell is for trees, and for files that others still have open. It takes no long paths.
     const bool isFile = !(attributes & FILE_ATTRIBUTE_DIRECTORY);
     const bool isTooLong = isLongForm || path.size() >= MAX_PATH;
-    const bool isGone = (isFile && deleteFile()) || (!isTooLong && DeleteThroughShell(path));
+    const auto deleteFolder = [&path] { return RemoveDirectoryW(PlatformPath(path).c_str()) && !PathExists(path); };  // or a link to one
+    const bool isGone = (isFile ? deleteFile() : deleteFolder()) || (!isTooLong && DeleteThroughShell(path));
     QC_CHECK(isGone, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     return qcLog.Leave(DeleteResult::Deleted);
 }
 
+// By one handle, which lets nobody write meanwhile: what a network share says of a path may be some seconds old.
 void DeleteIfEmpty(const std::wstring& path) {
     const LastErrorKeeper keeper;
-    const std::optional<FileStamp> stamp = ReadFileStamp(path);
+    const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), DELETE | FILE_READ_DATA | FILE_READ_ATTRIBUTES,
+                                        FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+    const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    const std::optional<FileStamp> stamp = hFile ? ReadOpenFileStamp(hFile.Get()) : std::nullopt;
     if (stamp && stamp->size == 0)
-        DeleteFileOrFolder(path);
+        DeleteUndeleteFile(hFile.Get(), true);
 }
 
 Win32Error qcCopyFileOrFolder(const std::wstring& source, const std::wstring& destination, bool failIfExists) {

@@ -7,15 +7,11 @@
 #include <string>
 #include <string_view>
 
+#include "common/Names.h"
 #include "library/Win32Error.h"
-
-// The ending of a container's name.
-inline constexpr std::wstring_view kContainerExtension = L".zip";
 
 // Is a file at this path to be stored as a container? Decided by its name and by its folder's policy; it need not exist.
 bool ShouldFileBeEncrypted(const std::wstring& filePath, bool* isKnown = nullptr);
-// Names that the product keeps for itself in protected folders: never shown, never encrypted. Letter case does not matter.
-bool IsReservedName(std::wstring_view fileName);
 bool DoesFolderHavePolicy(const std::wstring& folderPath, bool* isKnown = nullptr);
 // Empty when unknown.
 std::wstring GetOwnerId(const std::wstring& folderPath, bool* isKnown = nullptr);

@@ -7,6 +7,7 @@
 
 #include "diagnostics/QuelcryptLog.h"
 #include "diagnostics/QuelcryptLogControl.h"
+#include "library/CompanionCall.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 #ifdef __GLIBCXX__
@@ -26,10 +27,10 @@ QuelcryptLogControl* s_control = nullptr;
 // The volume works as well without its log.
 void StartLog() {
     try {
-        IFileLogger* const logger = Quelcrypt_GetFileLogger(1);
+        IFileLogger* const logger = CallCompanion([] { return Quelcrypt_GetFileLogger(1); });
         if (!logger)
             return;
-        const std::uint32_t componentIndex = Quelcrypt_GetLoggerComponentIndex("QuelcryptVol");
+        const std::uint32_t componentIndex = CallCompanion([] { return Quelcrypt_GetLoggerComponentIndex("QuelcryptVol"); });
         auto control = std::make_unique<QuelcryptLogControl>();
         control->Parse();
         s_control = control.release();
@@ -44,7 +45,7 @@ bool s_isInitialized = false;
 
 bool Attach() {
     try {
-        Quelcrypt_Initialize(&RaiseInterfaceException);
+        CallCompanion([] { Quelcrypt_Initialize(&RaiseInterfaceException); });
         s_isInitialized = true;
         StartLog();
         return true;
@@ -60,7 +61,7 @@ void Detach(bool processEnds) {
     QuelcryptLog::SetProcessControl(nullptr);
     QuelcryptVolLog::SetModuleLogger(nullptr, 0);
     try {
-        Quelcrypt_Uninitialize();
+        CallCompanion([] { Quelcrypt_Uninitialize(); });
     } catch (...) {  // nothing is left to tell
     }
     if (processEnds)

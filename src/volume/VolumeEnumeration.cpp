@@ -79,8 +79,8 @@ void* VirtualVolume::FindFirstFileW(const wchar_t* filePath, VirtFindData* findD
         void* hFind = nullptr;
         if (findFilePath)
             hFind = SearchHandles::Add(VirtualFindFile::FindFirstFileW(findFilePath->c_str(), findData));
-        else
-            hFind = SearchHandles::Add(VirtualMountFolder::FindFirstFolder(filePath ? filePath : L"", findData));
+        else if (!(hFind = SearchHandles::Add(VirtualMountFolder::FindFirstFolder(filePath ? filePath : L"", findData))))
+            SetLastError(ERROR_FILE_NOT_FOUND);
         if (hFind)
             QC_LOG(L"findFilePath[%s], hFind[%p], virtFindData[%s]", findFilePath.value_or(filePath ? filePath : L""), hFind,
                    FormatFindDataStr(findData));

@@ -24,9 +24,6 @@ std::string ToUtf8(std::wstring_view text) {
 std::wstring ToUtf16(std::string_view text) {
     return {text.begin(), text.end()};
 }
-bool EqualNoCase(std::wstring_view left, std::wstring_view right) {
-    return Equal(left, right);
-}
 std::wstring UniqueSuffix() {
     return L"1a2b3c4d";
 }

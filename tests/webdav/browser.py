@@ -82,6 +82,11 @@ class Browser:
         node = self.ask("DOM.querySelector", nodeId=root, selector=selector)["nodeId"]
         self.ask("DOM.setFileInputFiles", nodeId=node, files=[str(file) for file in files])
 
+    def drop(self, *files):
+        for kind in ("dragEnter", "dragOver", "drop"):
+            data = {"items": [], "files": [str(file) for file in files], "dragOperationsMask": 1}
+            self.ask("Input.dispatchDragEvent", type=kind, x=200, y=300, data=data)
+
     def answer(self, yes, text=None):
         self.until("document.querySelector('#ask').open")
         if text is not None:
@@ -127,8 +132,10 @@ for name in ("first one.txt", "zweite Größe.txt", "today.log", "Trip/plan.txt"
 subprocess.run(["curl", "-sf", "-X", "MKCOL", base + "/Docs/Work/"], check=True)
 browser = Browser()
 browser.open("/Docs/Work/")
-browser.choose("#files", *(local / name for name in ("first one.txt", "zweite Größe.txt", "today.log")))
-browser.said("3 files stored.")
+browser.choose("#files", *(local / name for name in ("first one.txt", "zweite Größe.txt")))
+browser.said("2 files stored.")
+browser.drop(local / "today.log")
+browser.said("1 file stored.")
 browser.choose("#folder", local / "Trip")
 browser.said("2 files stored.")
 expect(browser.names(), ["Trip", "first one.txt", "today.log", "zweite Größe.txt"], "after the uploads")
