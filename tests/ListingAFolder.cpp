@@ -201,10 +201,7 @@ TEST_F(ListingAFolder, FollowsTheConfiguration) {
     const std::wstring name63(63, L'n'), name64(64, L'm'), name127(127, L'l'), name128(128, L'k');
     const auto longPath = [&](std::size_t units) { return root() + L"\\" + std::wstring(units - root().size() - 1, L'p'); };
     const auto folder = [](const std::wstring& name, const std::wstring& path) {
-        std::string json = R"({"name": ")" + Narrow(name) + R"(", "path": ")" + Narrow(path) + R"("})";
-        for (std::size_t at = json.find('\\'); at != json.npos; at = json.find('\\', at + 1))
-            json[at] = '/';
-        return json;
+        return R"({"name": ")" + Narrow(name) + R"(", "path": ")" + Narrow(fs::path(path).generic_wstring()) + R"("})";
     };
     Configure(R"({"folders": [)" + folder(name63, L"Docs") + ", " + folder(name64, L"Other") + ", " + folder(name127, L"Plain") + ", " +
               folder(name128, L"Theirs") + ", " + folder(L"Fits", longPath(259)) + ", " + folder(L"Longer", longPath(260)) + "]}");

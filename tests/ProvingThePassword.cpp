@@ -60,8 +60,8 @@ TEST_F(ProvingThePassword, RefusesOneThatOpensNothing) {
     Encrypt(InDocs("Sub/a.zip"), "old");
     const std::string before = ReadRaw(InDocs("Sub/a.zip"));
     UseSource("\"first sekret\"");
-    EXPECT_EQ(ErrorOfWriting("Sub/a.zip"), refused);
-    EXPECT_EQ(ErrorOfWriting("new.zip"), refused);
+    for (const char* name : {"Sub/a.zip", "new.zip"})
+        EXPECT_EQ(ErrorOfWriting(name), refused);
     EXPECT_EQ(ReadRaw(InDocs("Sub/a.zip")), before);
 
     // A folder with its own password, copies under another known one and what is broken prove nothing against it.
