@@ -62,13 +62,13 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     const bool wasEncrypted = m_content->IsEncrypted();
     // The destination's other form, if it is a container, may be deleted as well.
     const SaveGates gates(ZipPathStr(m_state.Path()), ZipPathStr(m_newFilePath));
-    const bool startsEmpty = wasEncrypted && Encrypted().StartsEmpty() && !Encrypted().HoldsEdit();
+    const bool startsEmpty = wasEncrypted && Encrypted().StartsEmpty();
     const std::optional<FileVersion> base = startsEmpty ? Encrypted().Base() : std::nullopt;
     bool isMoved = false;
-    const OnExit startEmptyAgain([&] {
-        if (startsEmpty && !isMoved)
-            Encrypted().StartEmptyAgain(base);
-        else if (startsEmpty && !m_content->IsEncrypted())
+    const OnExit startEmptyAgain([&] {  // what is stored was moved, or an edit that waits; the handle holds nothing still
+        if (startsEmpty && m_content->IsEncrypted())
+            Encrypted().StartEmptyAgain(isMoved ? Encrypted().Base() : base);
+        else if (startsEmpty)
             Plain().StartEmpty();
     });
     bool isDone = false;
@@ -406,7 +406,6 @@ VirtualVolumeStatus FileMove::MoveContainer() {
 VirtualVolumeStatus FileMove::ReencryptTo() {
     QC_TRACE_THIS(L"VirtualFile::ReencryptTo");
     EncryptedContent& source = Encrypted();
-    const bool holdsEdit = source.HoldsEdit();
     QC_CHECK_STATUS(source.PrepareContent(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
     QC_CHECK_STATUS(EncryptTo({source.WorkingPath(), source.WorkingFile()}),
                     L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_tempFilePath, newFileLocked, hNewFile) =>%s, ");
@@ -415,8 +414,6 @@ VirtualVolumeStatus FileMove::ReencryptTo() {
     if (!m_sameFile)
         QC_CHECK_STATUS(DeleteSource(), L"DeleteOldContainer() =>%s, ");
     source.SavedAt(m_newFilePath, m_sameFile ? nullptr : &m_newFile);
-    if (!holdsEdit && source.StartsEmpty())
-        source.DiscardCopy();  // the item still is to start empty, at its next access
     return qcLog.Leave(VVS_Success);
 }
 
