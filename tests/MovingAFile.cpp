@@ -248,3 +248,61 @@ TEST_F(MovingAFile, OrDeletingItTakesTheRightTo) {
     EXPECT_EQ(VVS_GeneralError, volume()->Flush(hFile)) << "of a deleted file nothing is written any more";
     Close(hFile);
 }
+
+// Whatever moves of a handle that was opened to start empty come to, its first write replaces all, and what it wrote stays.
+TEST_F(MovingAFile, LeavesAHandleThatStartsEmptyAsItWas) {
+    for (const std::wstring to : {L"Docs\\b.txt", L"Other\\b.txt", L"Plain\\b.txt"})
+        for (const bool isWritten : {false, true})
+            for (const bool fails : {false, true}) {
+                SCOPED_TRACE(Narrow(to) + (isWritten ? ", written" : "") + (fails ? ", fails" : ""));
+                Put(L"Docs\\a.txt", "a long old content");
+                void* const hFile = MustOpen(L"Docs\\a.txt", kReadWrite | DELETE, CREATE_ALWAYS);
+                if (isWritten)
+                    EXPECT_OK(Write(hFile, "written"));
+                const bool isPlain = to[0] == L'P';
+                if (fails) {  // what cannot be moved: the writer fails, or a folder has the name
+                    TestCompanion_FailNth("Quelcrypt_FileWriterFactory", 1, Fault::Null, true);
+                    EXPECT_NE(VVS_Success, Rename(hFile, isPlain ? L"Docs\\b.txt" : to));
+                    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+                } else {
+                    EXPECT_OK(Rename(hFile, to));
+                    EXPECT_OK(Rename(hFile, to.substr(0, to.size() - 5) + L"c.txt"));
+                }
+                EXPECT_OK(Write(hFile, "new"));
+                Close(hFile);
+                const std::wstring now = fails ? L"Docs\\a.txt" : to.substr(0, to.size() - 5) + L"c.txt";
+                EXPECT_EQ(isWritten ? "newtten" : "new", Get(now));
+                Delete(now);
+                EXPECT_EQ(0u, Disk().size());
+            }
+}
+
+// A handle moves the file that it has open, not one that somebody put in its place.
+TEST_F(MovingAFile, TakesItsOwnFileOnly) {
+    for (const wchar_t* to : {L"Docs\\c.txt", L"Plain\\c"}) {
+        MakePlain(L"Plain\\a", "own");
+        void* const hFile = MustOpen(L"Plain\\a");
+        ASSERT_TRUE(MoveFileW(NativePath(L"Plain\\a").c_str(), NativePath(L"Plain\\b").c_str()));
+        MakePlain(L"Plain\\a", "a newcomer");
+        EXPECT_EQ(VSS_SharingViolation, Rename(hFile, to));
+        Close(hFile);
+        EXPECT_EQ("a newcomer", Get(L"Plain\\a"));
+        EXPECT_EQ("own", Get(L"Plain\\b"));
+        Delete(L"Plain\\b");
+    }
+}
+
+// Under a lock its openers share the mark: who may not delete does not take back the deletion of one who may.
+TEST_F(MovingAFile, OrDeletingItIsNotUndoneByWhoMayNot) {
+    MakePlain(L"Plain\\a.txt", "content");
+    const std::wstring token = Lock(L"Plain\\a.txt");
+    void* const hDeletes = MustOpen(L"Plain\\a.txt", GENERIC_READ | DELETE, OPEN_EXISTING, token.c_str());
+    void* const hReads = MustOpen(L"Plain\\a.txt", GENERIC_READ, OPEN_EXISTING, token.c_str());
+    EXPECT_OK(volume()->Delete(hDeletes, nullptr));
+    EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hReads, nullptr));
+    EXPECT_EQ(VVS_AccessDenied, Rename(hReads, L"Plain\\b.txt"));
+    Close(hDeletes);
+    Close(hReads);
+    Unlock(L"Plain\\a.txt", token);
+    EXPECT_EQ(0u, Disk().size());
+}

@@ -189,7 +189,7 @@ void EncryptedContent::RememberSavedState() {
         m_base = ReadFileVersion(StoredPath());
         VirtFindData stored{};
         LARGE_INTEGER copySize{};
-        const bool agrees = m_base && VirtualFindFile::FindFile(StoredPath().c_str(), &stored) &&
+        const bool agrees = m_base && VirtualFindFile::FindContainerOnDisk(StoredPath(), &stored) &&
                             GetFileSizeEx(m_copy.File(), &copySize) && stored.fileSize == copySize.QuadPart;
         if (agrees)
             m_copy.WasSaved(&stored);

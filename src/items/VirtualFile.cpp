@@ -175,8 +175,7 @@ VirtualVolumeStatus VirtualFile::SetFileInfo(const VirtFindData* virtFindData) {
     if (!m_content->IsOpen())
         return qcLog.Leave(VVS_Success);
     const VirtualVolumeStatus status = VirtualItem::SetFileInfo(virtFindData);
-    // A plain file's time is set even where it is to stay as it is, and the platform updates it no more.
-    if (status == VVS_Success && (virtFindData->lastWriteTime != 0 || !m_content->IsEncrypted()))
-        m_content->TimeWasSet();
+    if (status == VVS_Success)
+        m_content->InfoWasSet(virtFindData->lastWriteTime != 0);
     return qcLog.Leave(status);
 }

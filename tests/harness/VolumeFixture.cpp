@@ -4,6 +4,7 @@
 #include <iterator>
 
 #include "harness/Prompts.h"
+#include "harness/WindowsRules.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 const char* StatusName(VirtualVolumeStatus status) {
@@ -71,6 +72,7 @@ void VolumeFixture::LoadVolume() {
     m_module = LoadLibraryW(L"QuelcryptVol64.dll");
     ASSERT_NE(nullptr, m_module);
     ASSERT_TRUE(prompts::TakeOver(m_module));
+    windows_rules::TakeOver();
     prompts::g_count = 0;
     prompts::Pick({});
     m_volume = NewVolume();
@@ -80,6 +82,7 @@ void VolumeFixture::LoadVolume() {
 void VolumeFixture::UnloadVolume() {
     m_volume->Release();
     m_volume = nullptr;
+    windows_rules::Release();
     EXPECT_TRUE(FreeLibrary(m_module));
 }
 
