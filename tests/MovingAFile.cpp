@@ -261,9 +261,9 @@ TEST_F(MovingAFile, LeavesAHandleThatStartsEmptyAsItWas) {
                     EXPECT_OK(Write(hFile, "written"));
                 const bool isPlain = to[0] == L'P';
                 if (fails) {  // what cannot be moved: the writer fails, or a folder has the name
-                    TestCompanion_FailNth("Quelcrypt_FileWriterFactory", 1, Fault::Null, true);
+                    Companion().FailNth("Quelcrypt_FileWriterFactory", 1, Fault::Null, true);
                     EXPECT_NE(VVS_Success, Rename(hFile, isPlain ? L"Docs\\b.txt" : to));
-                    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+                    Companion().FailNth();
                 } else {
                     EXPECT_OK(Rename(hFile, to));
                     EXPECT_OK(Rename(hFile, to.substr(0, to.size() - 5) + L"c.txt"));

@@ -3,10 +3,8 @@
 // explorer [START...] [--depth N] [--part N --parts N] [--walks N] [--length N] [--seed N]
 // explorer --history "START: STEP; STEP; ..."    explorer --starts
 //
-// Enumerated is all that Next (History.cpp) offers after a history: A and then B open the document (each disposition, and to read), read,
-// write a word over all there is, cut, delete, undelete, rename to each place, close, close while one call of the save fails; move and copy by
-// path to each place; lock and unlock; somebody stores anew by a rename or in place, or deletes; the process ends. Each step but the
-// deepest is done once more for every call that it makes to the companion library, which then fails, or throws. Left out is
+// Enumerated is all that Next (History.cpp) offers after a history. Each step but the deepest is done once more for every call about
+// containers that it makes to the companion library, which then fails, or throws. Left out is
 // - what comes to the same: calls on closed handles, an undelete without a delete, two reads in a row, B before A has acted (they are
 //   alike), as the last step a read, an open that starts nothing, or the close that follows anyway;
 // - what another start begins with: steps after others from outside or by path alone, and after the end of the process (but temp
