@@ -8,7 +8,6 @@
 #include "items/SaveNames.h"
 #include "items/VirtualItem.h"
 #include "library/Patience.h"
-#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
 #include "policy/FileUtils.h"
@@ -451,7 +450,7 @@ VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& sou
 VirtualVolumeStatus FileMove::PutCopyInPlace(HANDLE hSource) {
     QC_TRACE_THIS(L"FileMove::PutCopyInPlace");
     const std::wstring sidePath = SidePathStr(m_newFilePath);
-    const OnExit removeUnfinished([&] { DeleteFileW(PlatformPath(sidePath).c_str()); });  // when it is in place, there is none
+    const OnExit removeUnfinished([&] { DeleteSideFile(sidePath); });  // when it is in place, there is none
     QC_CHECK_STATUS(file_content::CopyToNewFile(hSource, sidePath), L"CopyToNewFile(hSource, sidePath) =>%s, ");
     QC_CHECK_STATUS(LookAgain(), L"LookAgain() =>%s, ");
     QC_CHECK_STATUS(StatusOfCall(PutInPlace(sidePath, m_newFilePath, !MayReplace(), MayReplace() ? &m_replaced : nullptr)),
