@@ -83,8 +83,14 @@ LeftEdit EditOf(const fs::path& folder, const std::wstring& name, const std::vec
     return edit;
 }
 
+// Also true of a program of this user whose modules cannot be looked at, as those of an elevated one: of other users' programs not even
+// this much is told ("Process Security and Access Rights").
 bool UsesVolume(DWORD processId) {
     const DiskHandle modules = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, processId));
+    if (!modules && GetLastError() == ERROR_ACCESS_DENIED) {
+        const HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId);
+        return process && CloseHandle(process);
+    }
     MODULEENTRY32W module{};
     module.dwSize = sizeof(module);
     for (BOOL more = modules && Module32FirstW(modules.get(), &module); more; more = Module32NextW(modules.get(), &module))
@@ -132,7 +138,11 @@ LeftEdit::Since LeftEdit::ContainerSince() const {
     const FileState now = StateOf(container);
     if (now == FileState{})
         return tracking->containerState == FileState{} ? Since::New : Since::Gone;
-    return now == tracking->containerState ? Since::Same : Since::Changed;
+    // Other attributes change on their own ("File Attribute Constants").
+    constexpr std::uint32_t usersBits = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+    const FileState& then = tracking->containerState;
+    const bool isSame = now.lastWriteTime == then.lastWriteTime && now.size == then.size && !((now.attributes ^ then.attributes) & usersBits);
+    return isSame ? Since::Same : Since::Changed;
 }
 
 LeftBehind::LeftBehind(const fs::path& own) {

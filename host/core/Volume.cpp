@@ -231,9 +231,14 @@ void Volume::RequireFolder(const VolumePath& path) const {
 Search::Search(const Volume& volume, const VolumePath& folder, const wchar_t* pattern) : m_volume(volume), m_folder(folder) {
     try {
         DiskHandle held = volume.Hold(folder);
-        m_handle = FindHandle(volume.Get(), volume->FindFirstFileW(folder.Child(pattern).Str(), &m_data), std::move(held));
+        void* const found = volume->FindFirstFileW(folder.Child(pattern).Str(), &m_data);
+        const DWORD error = GetLastError();
+        m_handle = FindHandle(volume.Get(), found, std::move(held));
+        const bool isEmpty = error == ERROR_FILE_NOT_FOUND || error == ERROR_NO_MORE_FILES || error == ERROR_PATH_NOT_FOUND;
+        if (!m_handle && !isEmpty)
+            throw StatusError(folder.Shown(), error == ERROR_ACCESS_DENIED ? VVS_AccessDenied : VVS_GeneralError);
     } catch (const StatusError& error) {
-        if (error.Status() == VSS_SharingViolation)
+        if (error.Status() != VVS_PathNotFound && error.Status() != VVS_MountFolderNotFound)
             throw;
     }
 }

@@ -162,7 +162,7 @@ private:
 // Goes through the entries of a folder that match a pattern, one at a time.
 class Search {
 public:
-    // Finds nothing in a folder that is missing or no real one.
+    // Finds nothing in a folder that is missing or no real one. Throws StatusError for one that cannot be looked into.
     Search(const Volume& volume, const VolumePath& folder, const wchar_t* pattern = L"*");
     // False: there are no more. Throws StatusError at the end when the folder is not where it was at the beginning.
     bool Next(Entry& entry);

@@ -29,8 +29,10 @@ DiskHandle Volume::Hold(const VolumePath& folder) const {
     if (folder.IsMountFolder())
         return {};  // it stays where it is, and the root of a disk is not opened as a folder is
     DiskHandle handle = HoldFolder(*path);
-    if (!handle)
-        throw StatusError(folder.Shown(), GetLastError() == ERROR_SHARING_VIOLATION ? VSS_SharingViolation : VVS_PathNotFound);
+    if (const DWORD error = GetLastError(); !handle)
+        throw StatusError(folder.Shown(), error == ERROR_SHARING_VIOLATION ? VSS_SharingViolation
+                                          : error == ERROR_ACCESS_DENIED   ? VVS_AccessDenied
+                                                                           : VVS_PathNotFound);
     return handle;
 }
 
