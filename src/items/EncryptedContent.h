@@ -41,7 +41,7 @@ public:
     VirtualVolumeStatus PrepareContent();
     // Does the handle still hold nothing, by its disposition, whatever is stored?
     bool StartsEmpty() const { return m_startsEmpty && !m_wasWritten; }
-    // A move that came to nothing had filled the copy: the handle holds nothing again, and what waited there waits on.
+    // A move had filled the copy with what is stored, or waits: the handle holds nothing again, and what waited there waits on.
     void StartEmptyAgain(const std::optional<FileVersion>& base);
     const std::optional<FileVersion>& Base() const { return m_base; }
     bool HoldsEdit() const { return m_copy.HoldsEdit(); }

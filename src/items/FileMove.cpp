@@ -8,7 +8,6 @@
 #include "items/SaveNames.h"
 #include "items/VirtualItem.h"
 #include "library/Patience.h"
-#include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
 #include "policy/FileUtils.h"
@@ -62,13 +61,13 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     const bool wasEncrypted = m_content->IsEncrypted();
     // The destination's other form, if it is a container, may be deleted as well.
     const SaveGates gates(ZipPathStr(m_state.Path()), ZipPathStr(m_newFilePath));
-    const bool startsEmpty = wasEncrypted && Encrypted().StartsEmpty() && !Encrypted().HoldsEdit();
+    const bool startsEmpty = wasEncrypted && Encrypted().StartsEmpty();
     const std::optional<FileVersion> base = startsEmpty ? Encrypted().Base() : std::nullopt;
     bool isMoved = false;
-    const OnExit startEmptyAgain([&] {
-        if (startsEmpty && !isMoved)
-            Encrypted().StartEmptyAgain(base);
-        else if (startsEmpty && !m_content->IsEncrypted())
+    const OnExit startEmptyAgain([&] {  // what is stored was moved, or an edit that waits; the handle holds nothing still
+        if (startsEmpty && m_content->IsEncrypted())
+            Encrypted().StartEmptyAgain(isMoved ? Encrypted().Base() : base);
+        else if (startsEmpty)
             Plain().StartEmpty();
     });
     bool isDone = false;
@@ -406,7 +405,6 @@ VirtualVolumeStatus FileMove::MoveContainer() {
 VirtualVolumeStatus FileMove::ReencryptTo() {
     QC_TRACE_THIS(L"VirtualFile::ReencryptTo");
     EncryptedContent& source = Encrypted();
-    const bool holdsEdit = source.HoldsEdit();
     QC_CHECK_STATUS(source.PrepareContent(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
     QC_CHECK_STATUS(EncryptTo({source.WorkingPath(), source.WorkingFile()}),
                     L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_tempFilePath, newFileLocked, hNewFile) =>%s, ");
@@ -415,8 +413,6 @@ VirtualVolumeStatus FileMove::ReencryptTo() {
     if (!m_sameFile)
         QC_CHECK_STATUS(DeleteSource(), L"DeleteOldContainer() =>%s, ");
     source.SavedAt(m_newFilePath, m_sameFile ? nullptr : &m_newFile);
-    if (!holdsEdit && source.StartsEmpty())
-        source.DiscardCopy();  // the item still is to start empty, at its next access
     return qcLog.Leave(VVS_Success);
 }
 
@@ -454,7 +450,7 @@ VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& sou
 VirtualVolumeStatus FileMove::PutCopyInPlace(HANDLE hSource) {
     QC_TRACE_THIS(L"FileMove::PutCopyInPlace");
     const std::wstring sidePath = SidePathStr(m_newFilePath);
-    const OnExit removeUnfinished([&] { DeleteFileW(PlatformPath(sidePath).c_str()); });  // when it is in place, there is none
+    const OnExit removeUnfinished([&] { DeleteSideFile(sidePath); });  // when it is in place, there is none
     QC_CHECK_STATUS(file_content::CopyToNewFile(hSource, sidePath), L"CopyToNewFile(hSource, sidePath) =>%s, ");
     QC_CHECK_STATUS(LookAgain(), L"LookAgain() =>%s, ");
     QC_CHECK_STATUS(StatusOfCall(PutInPlace(sidePath, m_newFilePath, !MayReplace(), MayReplace() ? &m_replaced : nullptr)),

@@ -127,6 +127,11 @@ std::wstring SidePathStr(const std::wstring& filePath) {
     return PathAppendStr(PathRemoveFileSpecStr(filePath), L"~" + FormatGuidStr(guid) + L".tmp");
 }
 
+void DeleteSideFile(const std::wstring& sidePath) {
+    const LastErrorKeeper keeper;
+    TryForAMoment([&] { return DeleteFileW(PlatformPath(sidePath).c_str()) ? Win32Error::None : LastWin32Error(); });
+}
+
 Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists,
                       const std::optional<FileVersion>* known) {
     QC_TRACE(L"PutInPlace", L"srcFilePath[%s], destFilePath[%s]", sidePath, filePath);
@@ -142,7 +147,7 @@ Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath
     if (error == Win32Error::None)
         return qcLog.Leave(error);
     SetFileAttributesW(PlatformPath(sidePath).c_str(), FILE_ATTRIBUTE_NORMAL);  // a read-only copy could not be deleted
-    DeleteFileW(PlatformPath(sidePath).c_str());
+    DeleteSideFile(sidePath);
     return qcLog.Leave(error);
 }
 
@@ -171,7 +176,7 @@ Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& dest
     const Win32Error error = CopyWholeFile(srcFilePath, sidePath);
     if (error == Win32Error::None)
         return PutInPlace(sidePath, destFilePath, failIfExists, known);
-    DeleteFileW(PlatformPath(sidePath).c_str());
+    DeleteSideFile(sidePath);
     return error;
 }
 

@@ -67,6 +67,8 @@ private:
 
 // A path in the same folder that nothing has, for building a file aside.
 std::wstring SidePathStr(const std::wstring& filePath);
+// Deletes it, if it is still there; keeps the last error.
+void DeleteSideFile(const std::wstring& sidePath);
 // Puts a file built aside in its place in one step, over a file that is there unless told to fail. known is the version that
 // it may replace, null when it may replace any; another one makes it ERROR_SHARING_VIOLATION. On failure the side file is deleted.
 Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath, bool failIfExists = false,

@@ -15,8 +15,12 @@
 
 namespace {
 
-// The platform's own: what this program imports is led through ReleaseScanners.
-#define REAL(function) reinterpret_cast<decltype(&function)>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), #function)))
+// The platform's own: what this program imports is led through Release. Looked up once, since the loader's lock is taken for it.
+#define REAL(function)                                                                                          \
+    ([] {                                                                                                       \
+        static const FARPROC s_found = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), #function);            \
+        return reinterpret_cast<decltype(&function)>(reinterpret_cast<void*>(s_found));                         \
+    }())
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr DWORD kWrites = GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA;
