@@ -61,10 +61,12 @@ TEST_F(OneFileConfiguresTheCompanion, NamesTheProtectedFolders) {
     EXPECT_NE(before, 0u);
     Folders(&counter);
     EXPECT_EQ(counter, before);
-    // Other folders of the same number and length, at once.
+    // Other folders of the same number and length, at once: within one step of the clock, as it seems.
+    const auto now = std::filesystem::last_write_time(m_folder / "quelcrypt.json") + std::chrono::hours(1);
     for (const auto& [letter, shown] : {std::pair("\\u00e9", "\xC3\xA9"), std::pair("\\u00e8", "\xC3\xA8")}) {
         Configure(R"({"folders": [{"name": "Dox)" + std::string(letter) + R"(", "path": "C:\\a\\.\\b\\..\\", "type": "dropbox"},
                       {"path": "elsewhere"}, {"name": "Root", "path": "C:/"}, {"name": "Rooted", "path": "/x/y"}]})");
+        std::filesystem::last_write_time(m_folder / "quelcrypt.json", now);
         EXPECT_EQ(Folders(&counter), (Listed{"Dox" + std::string(shown) + "|C:\\a|dropbox", "Root|C:\\|general", "Rooted|" + drive + "\\x\\y|general"}));
         EXPECT_NE(counter, before);
         before = counter;
