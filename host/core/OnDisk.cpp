@@ -116,6 +116,14 @@ std::wstring LongName(const std::wstring& path) {
     return entry.cFileName;
 }
 
+DiskVersion VersionAt(const std::wstring& path) {
+    const DiskHandle item = Open(path, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0);
+    FILE_BASIC_INFO info{};
+    if (!item || !GetFileInformationByHandleEx(item.get(), FileBasicInfo, &info, sizeof(info)))
+        return {};
+    return {static_cast<std::uint64_t>(info.ChangeTime.QuadPart), static_cast<std::uint64_t>(info.LastWriteTime.QuadPart)};
+}
+
 bool HasRoom(const std::wstring& folder, std::uint64_t bytes) {
     constexpr std::uint64_t alittle = 1 << 20;
     ULARGE_INTEGER free{};

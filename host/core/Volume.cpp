@@ -135,6 +135,17 @@ bool Volume::IsItself(const Entry& entry) const {
     return folder && StandingAt(*folder + L'\\' + entry.NameOnDisk()) == Standing::Itself;
 }
 
+DiskVersion Volume::VersionOf(const Entry& entry) const {
+    const auto folder = PathOnDisk(entry.path.Parent());
+    return folder ? VersionAt(*folder + L'\\' + entry.NameOnDisk()) : DiskVersion();
+}
+
+bool Volume::HasTwin(const Entry& entry, const std::wstring& name) const {
+    const auto folder = PathOnDisk(entry.path.Parent());
+    const std::wstring own = entry.NameOnDisk(), twin = name + own.substr(entry.path.Name().size());
+    return folder && LongName(*folder + L'\\' + twin) == twin && LongName(*folder + L'\\' + own) != twin;
+}
+
 std::optional<std::wstring> Volume::LinkAt(const VolumePath& path) const {
     const auto folder = path.IsMountFolder() ? std::nullopt : FolderOnDisk(path.Parent());
     for (const wchar_t* end : {L"", L".zip"}) {

@@ -172,14 +172,15 @@ std::uint64_t ChangeNumbers::Of(const VolumePath& path) const {
     return number;
 }
 
-std::string EntityTag(const ChangeNumbers& changes, const Resource& resource) {
+std::string EntityTag(const Volume& volume, const ChangeNumbers& changes, const Resource& resource) {
     if (!resource.entry || resource.IsFolder())
         return {};
     const VirtFindData& data = resource.entry->data;
-    char tag[64];
+    char tag[96];
     // Containers keep times in milliseconds; a file must not get another tag by being locked or unlocked.
-    std::snprintf(tag, sizeof(tag), "\"%llx-%llx", static_cast<unsigned long long>(data.lastWriteTime / c_millisecond),
-                  static_cast<unsigned long long>(data.fileSize));
+    std::snprintf(tag, sizeof(tag), "\"%llx-%llx-%llx", static_cast<unsigned long long>(data.lastWriteTime / c_millisecond),
+                  static_cast<unsigned long long>(data.fileSize),
+                  static_cast<unsigned long long>(volume.VersionOf(*resource.entry).changed / c_millisecond));
     std::string text = tag;
     if (const std::uint64_t number = changes.Of(resource.key)) {
         std::snprintf(tag, sizeof(tag), "-%llx", static_cast<unsigned long long>(number));

@@ -43,6 +43,8 @@ VolumePath DestinationPath(const Exchange& exchange) {
     const auto field = exchange.request.Field("Destination");
     if (!field)
         throw HttpError(400, "the request has no destination");
+    if (field->find('?') != std::string::npos)
+        throw HttpError(400, "the destination has a query; in a name, '?' is not possible");
     std::string authority;
     const VolumePath path = ParseTarget(*field, &authority);
     if (!authority.empty() && !EqualToken(authority, exchange.request.Field("Host").value_or("")))
@@ -70,6 +72,8 @@ Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, 
     if (!source.Exists())
         throw HttpError(404, "there is no such file or folder");
     const bool isRespelling = IsRespelling(transfer, destination);
+    if (isRespelling && exchange.state.volume.HasTwin(*source.entry, destination.Name()))
+        throw HttpError(MayOverwrite(exchange.request) ? 409 : 412, "another file differs from it in letter case alone; delete that one first");
     if (isRespelling)
         target = {target.path.Parent().Child(destination.Name()), target.key.Parent().Child(destination.Name()), std::nullopt};
     else if (target.key.Equals(source.key))

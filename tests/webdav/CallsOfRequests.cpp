@@ -66,7 +66,7 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
         for (const std::string folder : {"small", "large"}) {
             const auto send = [&](const Row& row, const char* depth = "0") {
                 const std::string method = row.method, target = "/Docs/" + folder + '/';
-                const webdav::Request request{method, target + row.name, {{"Host", "localhost"}, {"Depth", method == "DELETE" ? "infinity" : depth},
+                const webdav::Request request{method, target + row.name, {{"Host", "localhost"}, {"Content-Length", "7"}, {"Depth", method == "DELETE" ? "infinity" : depth},
                                                                           {"Destination", target + (method == "COPY" ? "copy.txt" : "moved.txt")}}};
                 Body body;
                 body.rest = method == "PUT" ? "content" : method == "LOCK" ? c_lock : "";

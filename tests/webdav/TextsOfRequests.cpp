@@ -65,6 +65,15 @@ TEST(TextsOfRequests, EntityTags) {
     }
 }
 
+TEST(TextsOfRequests, Dates) {
+    constexpr std::uint64_t time = 124'285'853'770'000'000;
+    for (const char* form : {"Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun Nov  6 08:49:37 1994"})
+        EXPECT_EQ(ParseHttpDate(form), time) << form;
+    EXPECT_EQ(HttpDate(time), "Sun, 06 Nov 1994 08:49:37 GMT");
+    for (const char* broken : {"", "Sun, 06 Nov 1994", "Sunday, 06-Foo-94 08:49:37 GMT", "Sun Nov 31 08:49:37 1994", "784111777"})
+        EXPECT_EQ(ParseHttpDate(broken), 0u) << broken;
+}
+
 TEST(TextsOfRequests, Ranges) {
     const struct {
         const char* text;

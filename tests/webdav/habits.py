@@ -242,7 +242,8 @@ def conditions(dav):
     answer = status(dav('GET', path, Range='bytes=-3'), 206)
     expect(answer.body == b'210' and answer.headers['Content-Range'] == 'bytes 7-9/10', f'{answer.body!r}')
     status(dav('GET', path, Range='bytes=2-4', If_Range=tag), 206)
-    status(dav('GET', path, Range='bytes=2-4', If_Range='"other"'), 200)
+    for other in ('"other"', dav('HEAD', path).headers['Last-Modified']):  # two versions may have one date
+        status(dav('GET', path, Range='bytes=2-4', If_Range=other), 200)
     status(dav('PUT', path, b'part', Content_Range='bytes 0-3/10'), 400)
 
 
