@@ -91,22 +91,43 @@ bool IsRemovalOfTheFolder(DWORD error) {
            error == ERROR_DELETE_PENDING;
 }
 
-// A Win32 error; 0 when the target is replaced. Virus scanners, indexers, sync clients and readers hold a file for moments.
-DWORD PutAt(const std::wstring& from, const std::wstring& to, IfThere ifThere) {
+// Virus scanners, indexers, sync clients and readers hold a file for moments. Calls attempt until it returns 0 or a Win32 error that
+// they do not make; returns that.
+template <class Attempt>
+DWORD TryForAMoment(Attempt attempt) {
     constexpr DWORD pausesMs[] = {10, 20, 40, 80, 150, 300, 500, 1000, 0};
     DWORD error = 0;
     for (const DWORD pauseMs : pausesMs) {
-        const DWORD replacing = ifThere == IfThere::Replace ? MOVEFILE_REPLACE_EXISTING : 0;
-        if (MoveFileExW(from.c_str(), to.c_str(), replacing | MOVEFILE_WRITE_THROUGH))
-            return 0;
-        error = GetLastError();
+        error = attempt();
         if (error != ERROR_SHARING_VIOLATION && error != ERROR_LOCK_VIOLATION && error != ERROR_ACCESS_DENIED)
             break;
-        if (replacing && ReplaceOpened(from, to))
-            return 0;
         Sleep(pauseMs);
     }
     return error;
+}
+
+// A Win32 error; 0 when the target is replaced.
+DWORD PutAt(const std::wstring& from, const std::wstring& to, IfThere ifThere) {
+    return TryForAMoment([&]() -> DWORD {
+        const DWORD replacing = ifThere == IfThere::Replace ? MOVEFILE_REPLACE_EXISTING : 0;
+        if (MoveFileExW(from.c_str(), to.c_str(), replacing | MOVEFILE_WRITE_THROUGH))
+            return 0;
+        const DWORD error = GetLastError();
+        const bool isHeld = error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
+        return isHeld && replacing && ReplaceOpened(from, to) ? 0 : error;
+    });
+}
+
+// Until its name is free.
+void DeleteAside(const std::wstring& path) {
+    TryForAMoment([&]() -> DWORD {
+        if (!DeleteFileW(path.c_str()) && GetLastError() == ERROR_ACCESS_DENIED) {
+            SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
+            DeleteFileW(path.c_str());
+        }
+        const bool isGone = GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES && GetLastError() != ERROR_ACCESS_DENIED;
+        return isGone ? 0 : ERROR_SHARING_VIOLATION;
+    });
 }
 
 }  // namespace
@@ -187,11 +208,7 @@ void SideFile::Remove() noexcept {
     m_file.Close();
     try {
         if (!m_path.empty()) {
-            const std::wstring path = OpenablePath(m_path);
-            if (!DeleteFileW(path.c_str()) && GetLastError() == ERROR_ACCESS_DENIED) {
-                SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
-                DeleteFileW(path.c_str());
-            }
+            DeleteAside(OpenablePath(m_path));
             m_path.clear();
         }
         // Fails, as it should, while it holds anything.

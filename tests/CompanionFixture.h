@@ -4,9 +4,7 @@
 
 #include <atomic>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
 #include <optional>
 #include <string>
 
@@ -15,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "companion/Library.h"
+#include "harness/Files.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 template <class Interface>
@@ -29,7 +28,7 @@ inline std::string Utf8(const std::filesystem::path& path) {
     return {text.begin(), text.end()};
 }
 
-// What the writer is told of the plain file.
+// What the writer is told of the plain file, and a listing shows.
 struct Plain {
     std::wstring name = L"a.txt";
     std::filesystem::path source;
@@ -37,6 +36,7 @@ struct Plain {
     SYSTEMTIME lastWrite = {2024, 5, 3, 1, 12, 30, 15, 0};
     SYSTEMTIME lastAccess = {2024, 6, 6, 2, 1, 2, 3, 0};
     SYSTEMTIME creation = {2020, 2, 6, 29, 23, 59, 59, 0};
+    std::uint64_t plainSize = 0;
 };
 
 class CompanionTest : public ::testing::Test {
@@ -57,7 +57,7 @@ protected:
         for (const auto& entry : std::filesystem::recursive_directory_iterator(m_folder)) {
             EXPECT_NE(entry.path().filename(), L".HalvaneCloud");
             if (entry.is_regular_file() && entry.path().extension() != L".log") {
-                EXPECT_TRUE(Hold(entry.path())) << entry.path() << " is still open";
+                EXPECT_TRUE(Held(entry.path())) << entry.path() << " is still open";
             }
             SetFileAttributesW(entry.path().c_str(), FILE_ATTRIBUTE_NORMAL);
         }
@@ -65,24 +65,8 @@ protected:
         std::filesystem::remove_all(m_folder);
     }
 
-    void Configure(const std::string& json) { Save(m_folder / "quelcrypt.json", json); }
+    void Configure(const std::string& json) { WriteRaw(m_folder / "quelcrypt.json", json); }
     Path InDocs(const Path& name) const { return m_folder / "docs" / name; }
-
-    static void Save(const Path& path, const std::string& bytes) { std::ofstream(path, std::ios::binary) << bytes; }
-    static std::string Load(const Path& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
-    // A handle that shares nothing; empty when somebody else has the file open.
-    struct CloseHandleOf {
-        void operator()(void* handle) const { CloseHandle(handle); }
-    };
-    using Held = std::unique_ptr<void, CloseHandleOf>;
-    static Held Hold(const Path& path) {
-        const HANDLE handle = CreateFileW(path.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-        return Held(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
-    }
 
     static Owned<IFileWriter> Writer(const Path& container, const Plain& plain = {}) {
         CHvcStringWImpl path(container.c_str());
@@ -129,35 +113,17 @@ protected:
         }
     }
 
-    struct Information {
-        std::wstring name;
-        std::uint64_t plainSize = 0;
-        SYSTEMTIME lastWrite = {};
-        SYSTEMTIME lastAccess = {};
-        SYSTEMTIME creation = {};
-    };
-
-    static WIN32_FIND_DATAW RawEntry(const Path& container) {
-        WIN32_FIND_DATAW entry = {};
-        const HANDLE search = FindFirstFileW(container.c_str(), &entry);
-        EXPECT_NE(search, INVALID_HANDLE_VALUE) << container;
-        FindClose(search);
-        return entry;
-    }
-
-    static std::optional<Information> Inform(const Path& container, const WIN32_FIND_DATAW& entry) {
+    static std::optional<Plain> Inform(const Path& container, const WIN32_FIND_DATAW* entry = nullptr) {
         IHvcStringW* name = nullptr;
-        Information information;
-        const auto result =
-            companion::GetFileInformation(Utf8(container).c_str(), &name, &information.plainSize, &entry,
-                                          &information.lastWrite, &information.lastAccess, &information.creation);
+        Plain information;
+        const auto result = companion::GetFileInformation(Utf8(container).c_str(), &name, &information.plainSize, entry,
+                                                          &information.lastWrite, &information.lastAccess, &information.creation);
         const Owned<IHvcStringW> owned(name);
         if (result != 1)
             return std::nullopt;
         information.name = name->GetString();
         return information;
     }
-    static std::optional<Information> Inform(const Path& container) { return Inform(container, RawEntry(container)); }
 
     Path m_folder;
 };

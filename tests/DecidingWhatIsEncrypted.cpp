@@ -1,8 +1,6 @@
 // Which files a folder's policy has stored encrypted, also while the companion library cannot say.
 #include "harness/VolumeFixture.h"
 
-#include <filesystem>
-
 class DecidingWhatIsEncrypted : public VolumeFixture {
 protected:
     // How a new file comes to be stored: "encrypted", "plain", or the status of the open that failed. It is gone afterwards.
@@ -24,8 +22,8 @@ protected:
 };
 
 TEST_F(DecidingWhatIsEncrypted, GoesByNameAndFolder) {
-    std::filesystem::create_directories(NativePath(L"Docs\\sub\\open\\closed"));
-    std::filesystem::create_directories(NativePath(L"Docs\\.HalvaneBox"));
+    fs::create_directories(NativePath(L"Docs\\sub\\open\\closed"));
+    fs::create_directories(NativePath(L"Docs\\.HalvaneBox"));
     Configure(R"({
   "folders": [
     {"name": "Docs", "path": "Docs", "owner": "O1", "policy": "encrypt", "targetKey": "K1"},
@@ -34,12 +32,9 @@ TEST_F(DecidingWhatIsEncrypted, GoesByNameAndFolder) {
     {"name": "Plain", "path": "Plain"}
   ],
   "passwords": {"K1": "first secret"},
-  "exclude": ["*.tmp", "~$*", "ö*.übergehen"]
+  "exclude": ["*.tmp", "~$*", "ö*.übergehen", "?é.*", "thumbs.db"]
 })");
-    const struct {
-        const wchar_t* path;
-        const char* stored;
-    } rows[] = {
+    const std::tuple<const wchar_t*, const char*> rows[] = {
         {L"Docs\\a.txt", "encrypted"},
         {L"Docs\\Überblick 日本.TXT", "encrypted"},
         {L"Docs\\.txt", "encrypted"},
@@ -58,14 +53,19 @@ TEST_F(DecidingWhatIsEncrypted, GoesByNameAndFolder) {
         {L"Docs\\a.TMP", "plain"},
         {L"Docs\\a.tmp.txt", "encrypted"},
         {L"Docs\\~$a.docx", "plain"},
+        {L"Docs\\a~$.docx", "encrypted"},
+        {L"Docs\\Thumbs.db", "plain"},
+        {L"Docs\\thumbs.db.txt", "encrypted"},
+        {L"Docs\\xÉ.doc", "plain"},
+        {L"Docs\\é.doc", "encrypted"},
         {L"Docs\\öffentlich.übergehen", "plain"},
         {L"Docs\\sub\\a.txt", "encrypted"},  // inherited
         {L"Docs\\sub\\open\\a.txt", "plain"},
         {L"Docs\\sub\\open\\closed\\a.txt", "encrypted"},
         {L"Plain\\a.txt", "plain"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.stored, Stored(row.path)) << Narrow(row.path);
+    for (const auto& [path, stored] : rows)
+        EXPECT_EQ(stored, Stored(path)) << Narrow(path);
 }
 
 TEST_F(DecidingWhatIsEncrypted, AFailingCompanionIsNoPolicyAndNoExclusion) {
@@ -97,10 +97,10 @@ TEST_F(DecidingWhatIsEncrypted, AFailingCompanionIsNoPolicyAndNoExclusion) {
     };
     for (const auto& [call, fault, ofText, ofExcluded] : rows) {
         SCOPED_TRACE(std::string(call) + ", fault " + std::to_string(static_cast<int>(fault)));
-        TestCompanion_FailNth(call, 1, fault, true);
+        Companion().FailNth(call, 1, fault, true);
         EXPECT_EQ(ofText, Stored(L"Docs\\a.txt"));
         EXPECT_EQ(ofExcluded, Stored(L"Docs\\a.tmp"));
-        TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+        Companion().FailNth();
     }
     EXPECT_EQ("encrypted", Stored(L"Docs\\a.txt"));
     EXPECT_EQ("plain", Stored(L"Docs\\a.tmp"));

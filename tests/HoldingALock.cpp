@@ -2,35 +2,8 @@
 #include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
-#include <algorithm>
-#include <atomic>
-#include <iterator>
-#include <thread>
-#include <utility>
-
-namespace {
-
-// Called once, when the volume is about to open a file that may be missing, as a lock does.
-std::function<void()> g_beforeHold;
-decltype(&CreateFileW) g_createFile = nullptr;
-
-HANDLE WINAPI CreateFileAfter(const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security, DWORD disposition, DWORD flags,
-                              HANDLE likeFile) {
-    if (disposition == OPEN_ALWAYS && g_beforeHold)
-        std::exchange(g_beforeHold, nullptr)();
-    return g_createFile(path, access, share, security, disposition, flags, likeFile);
-}
-
-// Called once, when the volume is about to read a file.
-std::function<void()> g_beforeRead;
-
-BOOL WINAPI ReadFileAfter(HANDLE file, LPVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
-    if (g_beforeRead)
-        std::exchange(g_beforeRead, nullptr)();
-    return ReadFile(file, data, size, done, place);
-}
-
-}  // namespace
+// Called once, when the volume is about to open a file that may be missing, as a lock does; or about to read a file.
+static std::function<void()> g_beforeHold, g_beforeRead;
 
 class HoldingALock : public VolumeFixture {
 protected:
@@ -41,14 +14,6 @@ protected:
         LockInfo lockInfo{};
         return volume()->FindLock(path.c_str(), token.c_str(), &lockInfo);
     }
-    VirtualVolumeStatus TryOpenWith(const std::wstring& path, std::uint32_t access, const wchar_t* token) {
-        return TryOpen(path, access, OPEN_EXISTING, token);
-    }
-    // What somebody outside the volume may do with a file.
-    static bool OpensOutside(const std::wstring& nativePath, std::uint32_t access) {
-        const HANDLE hFile = CreateFileW(nativePath.c_str(), access, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
-        return hFile != INVALID_HANDLE_VALUE && CloseHandle(hFile);
-    }
 };
 
 TEST_F(HoldingALock, KeepsOthersFromWriting) {
@@ -58,20 +23,20 @@ TEST_F(HoldingALock, KeepsOthersFromWriting) {
         const std::wstring file = StoredPath(path);
         const std::wstring token = Lock(path);
         EXPECT_EQ(38u, token.size());
-        EXPECT_TRUE(OpensOutside(file, GENERIC_READ));
-        EXPECT_FALSE(OpensOutside(file, GENERIC_WRITE));
-        EXPECT_FALSE(OpensOutside(file, DELETE));
+        EXPECT_TRUE(Held(file, kShareAll, GENERIC_READ));
+        EXPECT_FALSE(Held(file, kShareAll, GENERIC_WRITE));
+        EXPECT_FALSE(Held(file, kShareAll, DELETE));
         // A wrong token opens nothing, none means the one that is there.
-        EXPECT_EQ(VVS_Locked, TryOpenWith(path, GENERIC_READ, L"{no such token}"));
-        EXPECT_EQ(VVS_Locked, TryOpenWith(path, kReadWrite, L"{no such token}"));
-        EXPECT_OK(TryOpenWith(path, kReadWrite, token.c_str()));
+        EXPECT_EQ(VVS_Locked, TryOpen(path, GENERIC_READ, OPEN_EXISTING, L"{no such token}"));
+        EXPECT_EQ(VVS_Locked, TryOpen(path, kReadWrite, OPEN_EXISTING, L"{no such token}"));
+        EXPECT_OK(TryOpen(path, kReadWrite, OPEN_EXISTING, token.c_str()));
         EXPECT_EQ(VSS_FileExists, TryOpen(path, kReadWrite, CREATE_NEW));
         Put(path, "written");
-        EXPECT_FALSE(OpensOutside(file, GENERIC_WRITE)) << "saving keeps the lock";
+        EXPECT_FALSE(Held(file, kShareAll, GENERIC_WRITE)) << "saving keeps the lock";
         Unlock(path, token);
-        EXPECT_TRUE(OpensOutside(file, GENERIC_WRITE));
+        EXPECT_TRUE(Held(file, kShareAll, GENERIC_WRITE));
         EXPECT_EQ("written", Stored(path));
-        EXPECT_OK(TryOpenWith(path, kReadWrite, L"{no such token}")) << "without a lock a token says nothing";
+        EXPECT_OK(TryOpen(path, kReadWrite, OPEN_EXISTING, L"{no such token}")) << "without a lock a token says nothing";
     }
 }
 
@@ -89,10 +54,10 @@ TEST_F(HoldingALock, IsExclusiveOrShared) {
     const std::wstring second = Lock(L"Docs\\a.txt", LockScope_Shared);
     EXPECT_NE(first, second);
     EXPECT_EQ(VVS_LockScopeViolation, TryLock(L"Docs\\a.txt", LockScope_Exclusive));
-    EXPECT_OK(TryOpenWith(L"Docs\\a.txt", kReadWrite, first.c_str()));
+    EXPECT_OK(TryOpen(L"Docs\\a.txt", kReadWrite, OPEN_EXISTING, first.c_str()));
     Unlock(L"Docs\\a.txt", first);
-    EXPECT_EQ(VVS_Locked, TryOpenWith(L"Docs\\a.txt", GENERIC_READ, first.c_str()));
-    EXPECT_OK(TryOpenWith(L"Docs\\a.txt", kReadWrite, second.c_str()));
+    EXPECT_EQ(VVS_Locked, TryOpen(L"Docs\\a.txt", GENERIC_READ, OPEN_EXISTING, first.c_str()));
+    EXPECT_OK(TryOpen(L"Docs\\a.txt", kReadWrite, OPEN_EXISTING, second.c_str()));
     Unlock(L"Docs\\a.txt", second);
     EXPECT_EQ(VVS_FileNotLocked, TryFind(L"Docs\\a.txt"));
 }
@@ -122,11 +87,7 @@ TEST_F(HoldingALock, IsFoundAndReleasedByItsToken) {
     for (wchar_t& unit : otherCase)
         unit = unit >= L'A' && unit <= L'F' ? static_cast<wchar_t>(unit + 32) : unit;
     const Held held(NativePath(L"Plain\\held.txt"));
-    const struct {
-        const wchar_t* path;
-        std::wstring token;
-        VirtualVolumeStatus lock, find, unlock;
-    } rows[] = {
+    const std::tuple<const wchar_t*, std::wstring, VirtualVolumeStatus, VirtualVolumeStatus, VirtualVolumeStatus> rows[] = {
         {L"Docs\\a.txt", L"{no such token}", VVS_LockScopeViolation, VVS_LockTokenNotFound, VVS_LockTokenNotFound},
         {L"Docs\\a.txt", otherCase, VVS_LockScopeViolation, VVS_LockTokenNotFound, VVS_LockTokenNotFound},
         {L"Docs\\a.txt", L"", VVS_LockScopeViolation, VVS_Success, VVS_InvalidParameter},
@@ -137,11 +98,11 @@ TEST_F(HoldingALock, IsFoundAndReleasedByItsToken) {
         {L"Nowhere\\a.txt", token, VVS_MountFolderNotFound, VVS_MountFolderNotFound, VVS_MountFolderNotFound},
         {L"", token, VVS_MountFolderNotFound, VVS_MountFolderNotFound, VVS_MountFolderNotFound},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(Narrow(row.path) + " " + Narrow(row.token));
-        EXPECT_EQ(row.lock, TryLock(row.path));
-        EXPECT_EQ(row.find, TryFind(row.path, row.token));
-        EXPECT_EQ(row.unlock, TryUnlock(row.path, row.token));
+    for (const auto& [path, itsToken, lock, find, unlock] : rows) {
+        SCOPED_TRACE(Narrow(path) + " " + Narrow(itsToken));
+        EXPECT_EQ(lock, TryLock(path));
+        EXPECT_EQ(find, TryFind(path, itsToken));
+        EXPECT_EQ(unlock, TryUnlock(path, itsToken));
     }
     EXPECT_EQ(VVS_InvalidParameter, volume()->FindLock(L"Docs\\a.txt", token.c_str(), nullptr));
     Unlock(L"DOCS\\a.TXT", token);
@@ -174,26 +135,6 @@ TEST_F(HoldingALock, MayBeginBeforeTheFileExists) {
     }
 }
 
-// While a container cannot be asked what it is, a lock is still on it; where nothing is encrypted, a ZIP file is just another.
-TEST_F(HoldingALock, IsTheContainersAlsoWhileThatCannotBeRead) {
-    MakeEncrypted(L"Docs\\a.txt", "content");
-    MakePlain(L"Plain\\b.txt.zip", "an ordinary ZIP file");
-    std::wstring token;
-    Failing("Quelcrypt_GetFileInformation", Fault::Null, [&] { token = Lock(L"Docs\\a.txt"); });
-    EXPECT_FALSE(Exists(NativePath(L"Docs\\a.txt"))) << "nothing that could be written in clear";
-    EXPECT_FALSE(OpensOutside(ContainerPath(L"Docs\\a.txt"), GENERIC_WRITE));
-    EXPECT_OK(TryFind(L"Docs\\a.txt", token));
-    Put(L"Docs\\a.txt", "saved", token.c_str());
-    Unlock(L"Docs\\a.txt", token);
-    EXPECT_EQ("saved", Stored(L"Docs\\a.txt"));
-
-    const std::wstring plain = Lock(L"Plain\\b.txt");
-    EXPECT_TRUE(OpensOutside(NativePath(L"Plain\\b.txt.zip"), GENERIC_WRITE));
-    EXPECT_FALSE(OpensOutside(NativePath(L"Plain\\b.txt"), GENERIC_WRITE));
-    Unlock(L"Plain\\b.txt", plain);
-    EXPECT_FALSE(Exists(NativePath(L"Plain\\b.txt")));
-}
-
 TEST_F(HoldingALock, IsFoundThoughTheFormOfTheFileChanges) {
     // Taken for the container to be, while a plain file of the name appears: it is found there and released.
     const std::wstring token = Lock(L"Docs\\a.txt");
@@ -207,17 +148,26 @@ TEST_F(HoldingALock, IsFoundThoughTheFormOfTheFileChanges) {
     const std::wstring plain = Lock(L"Docs\\a.txt"), copy = Lock(L"Docs\\a.txt.zip");
     EXPECT_EQ("conflict copy", Get(L"Docs\\a.txt.zip"));
     EXPECT_EQ(VVS_LockTokenNotFound, TryUnlock(L"Docs\\a.txt", copy));
-    EXPECT_EQ(VVS_Locked, TryOpenWith(L"Docs\\a.txt", GENERIC_READ, copy.c_str()));
+    EXPECT_EQ(VVS_Locked, TryOpen(L"Docs\\a.txt", GENERIC_READ, OPEN_EXISTING, copy.c_str()));
     Unlock(L"Docs\\a.txt", plain);
     Unlock(L"Docs\\a.txt.zip", copy);
+
+    // Where nothing is encrypted, a ZIP file is just another.
+    MakePlain(L"Plain\\b.txt.zip", "an ordinary ZIP file");
+    const std::wstring other = Lock(L"Plain\\b.txt");
+    EXPECT_TRUE(Held(NativePath(L"Plain\\b.txt.zip"), kShareAll, GENERIC_WRITE));
+    EXPECT_FALSE(Held(NativePath(L"Plain\\b.txt"), kShareAll, GENERIC_WRITE));
 }
 
 TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     // Exchanged between the look at it and the hold of it.
     MakeEncrypted(L"Docs\\a.txt", "old");
-    g_createFile = reinterpret_cast<decltype(g_createFile)>(
-        ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "CreateFileW", reinterpret_cast<void*>(&CreateFileAfter)));
-    ASSERT_NE(nullptr, g_createFile);
+    const auto create = +[](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE like) {
+        if (how == OPEN_ALWAYS && g_beforeHold)
+            std::exchange(g_beforeHold, nullptr)();
+        return CreateFileW(path, access, share, security, how, flags, like);
+    };
+    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "CreateFileW", reinterpret_cast<void*>(create));
     g_beforeHold = SaverElsewhere(L"Docs\\a.txt", "newer content");
     const std::wstring token = Lock(L"Docs\\a.txt");
     EXPECT_FALSE(g_beforeHold);
@@ -246,11 +196,8 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     // A document that is a container itself is described as such, not by what that holds.
     const std::string container = ReadRaw(ContainerPath(L"Docs\\b.txt"));
     const std::wstring outer = Lock(L"Docs\\x.zip");
-    void* const writer = MustOpen(L"Docs\\x.zip");
-    EXPECT_OK(Write(writer, container));
-    VirtFindData written{};
-    EXPECT_TRUE(volume()->GetFileInfo(writer, &written));
-    EXPECT_EQ(container.size(), static_cast<std::size_t>(written.fileSize));
+    void* const writer = OpenEdited(L"Docs\\x.zip", container);
+    EXPECT_EQ(container.size(), static_cast<std::size_t>(InfoOf(writer).fileSize));
     Close(writer);
     EXPECT_EQ(container.size(), static_cast<std::size_t>(Record(L"Docs\\x.zip").fileSize));
     Unlock(L"Docs\\x.zip", outer);
@@ -259,29 +206,24 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     const std::wstring first = Lock(L"Docs\\new.txt");
     void* const hFile = MustOpen(L"Docs\\new.txt");
     for (int reads = 0; reads < 2; ++reads) {
-        VirtFindData record{};
-        EXPECT_TRUE(volume()->GetFileInfo(hFile, &record));
-        EXPECT_STREQ(L"new.txt", record.fileName);
-        EXPECT_EQ(VIT_EncryptedFile, record.itemType);
+        EXPECT_STREQ(L"new.txt", InfoOf(hFile).fileName);
+        EXPECT_EQ(VIT_EncryptedFile, InfoOf(hFile).itemType);
         EXPECT_EQ("", Read(hFile));
     }
     Close(hFile);
-    Unlock(L"Docs\\new.txt", first);
 }
 
 // They all work on the one file that the lock holds.
 TEST_F(HoldingALock, ItsOpenersHavePositionsOfTheirOwn) {
     MakePlain(L"Plain\\a.txt", "0123456789");
     const std::wstring token = Lock(L"Plain\\a.txt");
-    void* const first = MustOpen(L"Plain\\a.txt", kReadWrite, OPEN_EXISTING, token.c_str());
-    void* const second = MustOpen(L"Plain\\a.txt", kReadWrite, OPEN_EXISTING, token.c_str());
+    void *const first = MustOpen(L"Plain\\a.txt"), *const second = MustOpen(L"Plain\\a.txt");
     EXPECT_EQ("012", Read(first, kHere, 3));
     EXPECT_EQ("0123", Read(second, kHere, 4));
     EXPECT_OK(Write(first, "X", kHere));
     EXPECT_EQ("45", Read(second, kHere, 2));
     EXPECT_OK(SetSize(second, 8));
     EXPECT_EQ("4567", Read(first, kHere, 9));
-    EXPECT_EQ("012X4567", Read(second));
     Close(first);
     Close(second);
     Unlock(L"Plain\\a.txt", token);
@@ -292,13 +234,17 @@ TEST_F(HoldingALock, ItsOpenersHavePositionsOfTheirOwn) {
 TEST_F(HoldingALock, IsNotWrittenWhileItIsRead) {
     MakeEncrypted(L"Docs\\a.txt", "old content");
     const std::wstring token = Lock(L"Docs\\a.txt");
-    void* const writer = MustOpen(L"Docs\\a.txt");
     void* const reader = MustOpen(L"Docs\\a.txt", GENERIC_READ);
-    EXPECT_OK(Write(writer, "new content"));
+    void* const writer = OpenEdited(L"Docs\\a.txt", "new content");
     std::atomic<bool> isSaved{false};
     bool wasSavedMeanwhile = false;
     std::thread saver;
-    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "ReadFile", reinterpret_cast<void*>(&ReadFileAfter));
+    const auto readAfter = +[](HANDLE file, LPVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
+        if (g_beforeRead)
+            std::exchange(g_beforeRead, nullptr)();
+        return ReadFile(file, data, size, done, place);
+    };
+    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "ReadFile", reinterpret_cast<void*>(readAfter));
     g_beforeRead = [&] {
         saver = std::thread([&] {
             Close(writer);
@@ -333,6 +279,4 @@ TEST_F(HoldingALock, IsEnumeratedAsItWas) {
     EXPECT_EQ(second, lockInfo.token) << "as they were when the search began";
     EXPECT_EQ(VVS_FileNotLocked, volume()->FindNextLock(hFind, &lockInfo));
     EXPECT_TRUE(volume()->FindClose(hFind));
-    Unlock(L"Docs\\a.txt", first);
-    Unlock(L"Docs\\a.txt", third);
 }

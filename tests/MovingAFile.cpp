@@ -1,8 +1,6 @@
 // What moving, copying and renaming a file does, wherever it stands and wherever it goes: content, form on disk, clear text.
 #include "harness/VolumeFixture.h"
 
-#include <filesystem>
-
 enum class How { Move, Copy, Rename };
 
 class MovingAFile : public VolumeFixture {
@@ -13,13 +11,6 @@ protected:
         return how == How::Move ? Move(from, to, token) : how == How::Copy ? Copy(from, to, token) : Rename(from, to);
     }
     void MoveWhole(How how, const std::wstring& from, const std::wstring& to, bool isFromLocked, bool isToLocked);
-    // A word that shows where it is in clear, in pieces as large as what is copied at a time, and one byte.
-    static std::string Content() {
-        std::string content;
-        while (content.size() < 2 * 32768)
-            content += "what is moved, at " + std::to_string(content.size()) + "\n";
-        return content.substr(0, 2 * 32768) + "!";
-    }
     // Two documents, and beside them what only looks like some.
     void MakeLookalikes() {
         MakeEncrypted(L"Docs\\a.txt", "kept");
@@ -35,38 +26,38 @@ protected:
 };
 
 void MovingAFile::MoveWhole(How how, const std::wstring& from, const std::wstring& to, bool isFromLocked, bool isToLocked) {
-    std::string content = Content();
+    // A word that shows where it is in clear, in pieces as large as what is copied at a time, and one byte.
+    const std::string before = TextOf(2 * 32768 + 1, "what is moved, at ");
+    std::string content = before;
     Store(from, content);
     if (isToLocked)
         Store(to, std::string(32768, 'o'));
     const std::wstring fromToken = isFromLocked ? Lock(from) : L"", toToken = isToLocked ? Lock(to) : L"";
     bool wasClear = false;
-    std::function<void()> look = [&] {
+    const auto look = [&] {
         for (const wchar_t* mount : {L"Docs", L"Other"})
             wasClear = wasClear || !FilesHolding(NativePath(mount), "what is moved").empty();
     };
-    TestCompanion_SetHook("IFileWriter::Finish", [](void* call) { (*static_cast<std::function<void()>*>(call))(); }, &look);
+    Companion().SetHook("IFileWriter::Finish", look);
     void* const hFile = how == How::Rename ? MustOpen(from) : nullptr;
+    EXPECT_TRUE(!hFile || content.substr(0, 40'000) == Read(hFile, kHere, 40'000));
     const std::string stored = ReadRaw(StoredPath(from));
     EXPECT_OK(hFile ? Rename(hFile, to, toToken.c_str()) : Do(how, from, to, toToken.c_str()));
     if (to == L"Docs\\sub\\a.txt" && from[0] == L'D' && how != How::Copy && !isFromLocked && !isToLocked)
         EXPECT_TRUE(stored == ReadRaw(StoredPath(to))) << "under its name and key the container just moves";
-    TestCompanion_SetHook(nullptr, nullptr, nullptr);
+    Companion().SetHook();
     look();
     EXPECT_FALSE(wasClear);
     if (hFile) {
-        EXPECT_TRUE(content == Read(hFile)) << "the handle is at the new path";
-        EXPECT_OK(Write(hFile, "changed", 40'000));
+        EXPECT_OK(Write(hFile, "changed", kHere)) << "the handle is at the new path, and where it was in the file";
         content.replace(40'000, 7, "changed");
         Close(hFile);
     }
     EXPECT_TRUE(content == Get(to));
-    if (isToLocked)
-        Unlock(to, toToken);
-    if (isFromLocked)
-        Unlock(from, fromToken);
+    Unlock(to, toToken);
+    Unlock(from, fromToken);
     EXPECT_TRUE(content == Stored(to));
-    EXPECT_TRUE((how == How::Copy ? Content() : "<none>") == Stored(from));
+    EXPECT_TRUE((how == How::Copy ? before : "<none>") == Stored(from));
     EXPECT_EQ(how == How::Copy ? 2u : 1u, Disk().size());
     EmptyFolders();
 }
@@ -92,12 +83,7 @@ TEST_F(MovingAFile, WhatComesUpMeanwhileStays) {
     constexpr const char* kWrite = "IFileWriter::Write";
     constexpr const char* kFinish = "IFileWriter::Finish";
     const std::wstring a = L"Docs\\a.txt", b = L"Docs\\b.txt", p = L"Plain\\a.txt", q = L"Plain\\b.txt", other = L"Other\\b.txt";
-    const struct {
-        How how;
-        std::wstring from, to, exchanged;
-        const char* during;
-        VirtualVolumeStatus status;
-    } rows[] = {
+    const std::tuple<How, std::wstring, std::wstring, std::wstring, const char*, VirtualVolumeStatus> rows[] = {
         {How::Move, a, b, a, kFinish, VSS_SharingViolation},
         {How::Move, a, other, a, kFinish, VSS_SharingViolation},
         {How::Move, a, b, a, kRead, VVS_Success},  // in time: the newer one is moved
@@ -118,37 +104,34 @@ TEST_F(MovingAFile, WhatComesUpMeanwhileStays) {
         {How::Rename, a, q, q, kRead, VSS_SharingViolation},
         {How::Copy, a, q, q, kRead, VSS_SharingViolation},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::to_string(int(row.how)) + ": " + Narrow(row.from) + " to " + Narrow(row.to) + ", " +
-                     Narrow(row.exchanged) + " during " + row.during);
-        Store(row.from, "mine");
-        if (row.how != How::Move)
-            Store(row.to, "what was there");
+    for (const auto& [how, from, to, exchanged, during, expected] : rows) {
+        SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(from) + " to " + Narrow(to) + ", " + Narrow(exchanged) + " during " + during);
+        Store(from, "mine");
+        if (how != How::Move)
+            Store(to, "what was there");
         VirtualVolumeStatus status = VVS_GeneralError;
-        Before(row.during, SaverElsewhere(row.exchanged, "somebody's newer content"),
-               [&] { status = Do(row.how, row.from, row.to); });
-        EXPECT_EQ(row.status, status);
+        Before(during, SaverElsewhere(exchanged, "somebody's newer content"), [&] { status = Do(how, from, to); });
+        EXPECT_EQ(expected, status);
         const bool isMoved = status == VVS_Success;
-        EXPECT_EQ("somebody's newer content", Stored(isMoved ? row.to : row.exchanged));
-        EXPECT_EQ(isMoved ? "<none>" : row.exchanged == row.from ? "somebody's newer content" : "mine", Stored(row.from));
-        EXPECT_EQ(isMoved || row.exchanged == row.from ? 1u : 2u, Disk().size()) << "nothing is left beside";
+        EXPECT_EQ("somebody's newer content", Stored(isMoved ? to : exchanged));
+        EXPECT_EQ(isMoved ? "<none>" : exchanged == from ? "somebody's newer content" : "mine", Stored(from));
+        EXPECT_EQ(isMoved || exchanged == from ? 1u : 2u, Disk().size()) << "nothing is left beside";
         EmptyFolders();
     }
 }
 
 TEST_F(MovingAFile, RefusesWhatCannotBe) {
     MakeLookalikes();
-    const auto all = {How::Move, How::Copy, How::Rename};
-    const struct {
-        std::initializer_list<How> hows;
-        const wchar_t* from;
-        const wchar_t* to;
-        VirtualVolumeStatus status;
-    } rows[] = {
+    const std::vector<How> all{How::Move, How::Copy, How::Rename};
+    const std::tuple<std::vector<How>, const wchar_t*, const wchar_t*, VirtualVolumeStatus> rows[] = {
         {all, L"Docs\\missing.txt", L"Docs\\b.txt", VVS_FileNotFound},
         {{How::Move, How::Copy}, L"Nowhere\\a.txt", L"Docs\\b.txt", VVS_MountFolderNotFound},
         {all, L"Docs\\a.txt", L"Nowhere\\b.txt", VVS_MountFolderNotFound},
         {all, L"Docs\\a.txt", L"Docs\\..\\..\\b.txt", VVS_MountFolderNotFound},
+        {all, L"Docs\\a.txt", L"", VVS_MountFolderNotFound},
+        {all, L"Plain\\a.txt", L"Docs\\a|b", VVS_InvalidParameter},
+        {all, L"Docs\\a.txt", L"Docs\\a:stream", VVS_MountFolderNotFound},
+        {all, L"Docs\\a.txt", L"Plain\\a*b", VVS_InvalidParameter},
         {all, L"Docs\\a.txt", L"Plain", VVS_PathAlreadyExists},
         {{How::Move, How::Rename}, L"Docs\\a.txt", L"Docs\\a.txt", VVS_Success},  // where it is
         {{How::Move, How::Rename}, L"Plain\\a.txt", L"Plain\\a.txt", VVS_Success},
@@ -169,19 +152,12 @@ TEST_F(MovingAFile, RefusesWhatCannotBe) {
     MakePlain(L"Docs\\held.txt", "plain");
     const std::wstring token = Lock(L"Docs\\held.txt");
     const Snapshot before = Disk();
-    for (const auto& row : rows)
-        for (const How how : row.hows) {
-            SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(row.from) + " to " + Narrow(row.to));
-            void* hFile = nullptr;
-            VirtualVolumeStatus status = how == How::Rename ? Open(&hFile, row.from) : Do(how, row.from, row.to);
-            if (hFile)
-                status = Rename(hFile, row.to);
-            Close(hFile);
-            EXPECT_EQ(row.status, status);
+    for (const auto& [hows, from, to, status] : rows)
+        for (const How how : hows) {
+            SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(from) + " to " + Narrow(to));
+            EXPECT_EQ(status, Do(how, from, to));
             EXPECT_TRUE(before == Disk());
         }
-    EXPECT_EQ(VVS_InvalidParameter, Rename(nullptr, L"Docs\\b.txt"));
-    Unlock(L"Docs\\held.txt", token);
 }
 
 TEST_F(MovingAFile, ReplacesTheDocumentInWhicheverFormItWas) {
@@ -209,8 +185,7 @@ TEST_F(MovingAFile, LeavesAloneWhatOnlyLooksLikeIt) {
     }
     // A document may have a container's name, but no document's container may then get it.
     Put(L"Docs\\n.txt.zip", "a document");
-    void* hFile = nullptr;
-    EXPECT_EQ(VVS_PathAlreadyExists, Open(&hFile, L"Docs\\n.txt", kReadWrite, CREATE_NEW));
+    EXPECT_EQ(VVS_PathAlreadyExists, TryOpen(L"Docs\\n.txt", kReadWrite, CREATE_NEW));
     EXPECT_EQ(VVS_PathAlreadyExists, Copy(L"Docs\\a.txt", L"Docs\\n.txt"));
     EXPECT_EQ("a document", Get(L"Docs\\n.txt.zip"));
     Delete(L"Docs\\n.txt.zip");
@@ -220,27 +195,6 @@ TEST_F(MovingAFile, LeavesAloneWhatOnlyLooksLikeIt) {
     EXPECT_OK(Move(L"Docs\\both.txt.zip", L"Docs\\d.txt"));
     EXPECT_EQ("the conflict copy", Stored(L"Docs\\d.txt"));
     EXPECT_EQ("the plain one", ReadRaw(NativePath(L"Docs\\both.txt")));
-}
-
-// A host that writes piece after piece goes on where it was, whatever form the file takes meanwhile.
-TEST_F(MovingAFile, KeepsThePlaceInTheFile) {
-    for (const wchar_t* from : {L"Docs\\a.txt", L"Plain\\a.txt"})
-        for (const wchar_t* to : {L"Docs\\b.txt", L"Other\\a.txt", L"Plain\\b.txt"})
-            for (const bool locked : {false, true}) {
-                SCOPED_TRACE(Narrow(from) + " to " + Narrow(to) + (locked ? ", locked" : ""));
-                const std::wstring token = locked ? Lock(from) : L"";
-                void* const hFile = MustOpen(from, kReadWrite, locked ? OPEN_EXISTING : CREATE_NEW);
-                EXPECT_OK(Write(hFile, "first, ", kHere));
-                EXPECT_OK(Write(hFile, "second, ", kHere));
-                EXPECT_OK(Rename(hFile, to));
-                EXPECT_OK(Write(hFile, "third", kHere));
-                Close(hFile);
-                EXPECT_EQ("first, second, third", Get(to));
-                if (locked)
-                    Unlock(from, token);
-                Delete(to);
-                EXPECT_TRUE(Disk().empty());
-            }
 }
 
 // A file that was stored before its folder got a policy, or lost it. A move onto its own path brings it into the form of the
@@ -255,7 +209,7 @@ TEST_F(MovingAFile, OntoItselfTakesTheFormOfItsFolder) {
         EXPECT_TRUE(before == Disk());
         EXPECT_OK(Move(path, path));
         EXPECT_EQ("content", Stored(path));
-        EXPECT_EQ(1u, NamesBelow(path.substr(0, path.find(L'\\'))).size());
+        EXPECT_EQ(2u, Disk().size());
     }
     EXPECT_EQ(Names{}, FilesHolding(temp(), "content")) << "nothing stays of what was clear";
 }
@@ -285,8 +239,7 @@ TEST_F(MovingAFile, OrDeletingItTakesTheRightTo) {
         for (const wchar_t* to : {L"Plain\\b.txt", L"Docs\\b.txt"})
             EXPECT_EQ(VVS_AccessDenied, Rename(hFile, to)) << Narrow(to);
         Close(hFile);
-        if (isLocked)
-            Unlock(L"Plain\\a.txt", token);
+        Unlock(L"Plain\\a.txt", token);
         EXPECT_EQ(1u, Disk().size());
         EXPECT_EQ("content", ReadRaw(NativePath(L"Plain\\a.txt")));
     }
@@ -294,4 +247,62 @@ TEST_F(MovingAFile, OrDeletingItTakesTheRightTo) {
     EXPECT_OK(volume()->Delete(hFile, nullptr));
     EXPECT_EQ(VVS_GeneralError, volume()->Flush(hFile)) << "of a deleted file nothing is written any more";
     Close(hFile);
+}
+
+// Whatever moves of a handle that was opened to start empty come to, its first write replaces all, and what it wrote stays.
+TEST_F(MovingAFile, LeavesAHandleThatStartsEmptyAsItWas) {
+    for (const std::wstring to : {L"Docs\\b.txt", L"Other\\b.txt", L"Plain\\b.txt"})
+        for (const bool isWritten : {false, true})
+            for (const bool fails : {false, true}) {
+                SCOPED_TRACE(Narrow(to) + (isWritten ? ", written" : "") + (fails ? ", fails" : ""));
+                Put(L"Docs\\a.txt", "a long old content");
+                void* const hFile = MustOpen(L"Docs\\a.txt", kReadWrite | DELETE, CREATE_ALWAYS);
+                if (isWritten)
+                    EXPECT_OK(Write(hFile, "written"));
+                const bool isPlain = to[0] == L'P';
+                if (fails) {  // what cannot be moved: the writer fails, or a folder has the name
+                    TestCompanion_FailNth("Quelcrypt_FileWriterFactory", 1, Fault::Null, true);
+                    EXPECT_NE(VVS_Success, Rename(hFile, isPlain ? L"Docs\\b.txt" : to));
+                    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+                } else {
+                    EXPECT_OK(Rename(hFile, to));
+                    EXPECT_OK(Rename(hFile, to.substr(0, to.size() - 5) + L"c.txt"));
+                }
+                EXPECT_OK(Write(hFile, "new"));
+                Close(hFile);
+                const std::wstring now = fails ? L"Docs\\a.txt" : to.substr(0, to.size() - 5) + L"c.txt";
+                EXPECT_EQ(isWritten ? "newtten" : "new", Get(now));
+                Delete(now);
+                EXPECT_EQ(0u, Disk().size());
+            }
+}
+
+// A handle moves the file that it has open, not one that somebody put in its place.
+TEST_F(MovingAFile, TakesItsOwnFileOnly) {
+    for (const wchar_t* to : {L"Docs\\c.txt", L"Plain\\c"}) {
+        MakePlain(L"Plain\\a", "own");
+        void* const hFile = MustOpen(L"Plain\\a");
+        ASSERT_TRUE(MoveFileW(NativePath(L"Plain\\a").c_str(), NativePath(L"Plain\\b").c_str()));
+        MakePlain(L"Plain\\a", "a newcomer");
+        EXPECT_EQ(VSS_SharingViolation, Rename(hFile, to));
+        Close(hFile);
+        EXPECT_EQ("a newcomer", Get(L"Plain\\a"));
+        EXPECT_EQ("own", Get(L"Plain\\b"));
+        Delete(L"Plain\\b");
+    }
+}
+
+// Under a lock its openers share the mark: who may not delete does not take back the deletion of one who may.
+TEST_F(MovingAFile, OrDeletingItIsNotUndoneByWhoMayNot) {
+    MakePlain(L"Plain\\a.txt", "content");
+    const std::wstring token = Lock(L"Plain\\a.txt");
+    void* const hDeletes = MustOpen(L"Plain\\a.txt", GENERIC_READ | DELETE, OPEN_EXISTING, token.c_str());
+    void* const hReads = MustOpen(L"Plain\\a.txt", GENERIC_READ, OPEN_EXISTING, token.c_str());
+    EXPECT_OK(volume()->Delete(hDeletes, nullptr));
+    EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hReads, nullptr));
+    EXPECT_EQ(VVS_AccessDenied, Rename(hReads, L"Plain\\b.txt"));
+    Close(hDeletes);
+    Close(hReads);
+    Unlock(L"Plain\\a.txt", token);
+    EXPECT_EQ(0u, Disk().size());
 }

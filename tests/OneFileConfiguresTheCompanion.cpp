@@ -4,16 +4,11 @@
 #include "CompanionFixture.h"
 #include "companion/Settings.h"
 
+#include <tuple>
+
 namespace {
 
 using OneFileConfiguresTheCompanion = CompanionTest;
-
-struct ListedFolder {
-    std::string name;
-    std::string path;
-    std::uint32_t type = 0;
-    bool operator==(const ListedFolder&) const = default;
-};
 
 std::string TextOf(bool (IProtectedFolder::*get)(IQuelcryptText**), IProtectedFolder& folder) {
     IQuelcryptText* text = nullptr;
@@ -22,18 +17,20 @@ std::string TextOf(bool (IProtectedFolder::*get)(IQuelcryptText**), IProtectedFo
     return owned->HasText(0) ? owned->GetText(0) : "";
 }
 
-std::vector<ListedFolder> Folders(std::uint32_t* changeCounter = nullptr) {
+// "name|path|type" of each.
+std::vector<std::string> Folders(std::uint32_t* changeCounter = nullptr) {
     IProtectedFolderEnum* folders = nullptr;
     EXPECT_NE(companion::MakeProtectedFolderEnum(&folders), 0);
     const Owned<IProtectedFolderEnum> owned(folders);
     if (changeCounter)
         *changeCounter = owned->GetChangeCounter();
-    std::vector<ListedFolder> listed;
+    std::vector<std::string> listed;
     for (IProtectedFolder* folder = nullptr; owned->Next(&folder);) {
         const Owned<IProtectedFolder> ownedFolder(folder);
         ProtectedFolderRecord record = {};
         folder->GetRecord(&record);
-        listed.push_back({TextOf(&IProtectedFolder::GetName, *folder), TextOf(&IProtectedFolder::GetPath, *folder), record.type});
+        listed.push_back(TextOf(&IProtectedFolder::GetName, *folder) + "|" + TextOf(&IProtectedFolder::GetPath, *folder) + "|" +
+                         (record.type == PFT_General ? "general" : record.type == PFT_Dropbox ? "dropbox" : "?"));
     }
     return listed;
 }
@@ -56,34 +53,22 @@ std::string BoxOf(const std::filesystem::path& folder, std::uint32_t capacity = 
     return owner + "|" + policy + "|" + taken(owned->GetTargetKeyId(buffer.data(), capacity));
 }
 
-bool IsExcluded(const char* name) {
-    const Owned<IQuelcryptConfig> config(companion::MakeQuelcryptConfig());
-    return config->IsExcluded(name, 0);
-}
-
 TEST_F(OneFileConfiguresTheCompanion, NamesTheProtectedFolders) {
-    std::uint32_t first = 0;
-    EXPECT_EQ(Folders(&first), (std::vector<ListedFolder>{{"Docs", Utf8(m_folder / "docs"), PFT_General}}));
-    EXPECT_NE(first, 0u);
-
-    std::uint32_t same = 0;
-    Folders(&same);
-    EXPECT_EQ(same, first);
-
-    // Another folder set of the same size, at once.
-    Configure(R"({"folders": [{"name": "Dox\u00e9", "path": "C:\\a\\.\\b\\..\\", "type": "dropbox"}, {"path": "elsewhere"},
-                              {"name": "Root", "path": "C:/"}, {"name": "Rooted", "path": "/x/y"}]})");
+    using Listed = std::vector<std::string>;
     const std::string drive = Utf8(m_folder).substr(0, 2);
-    std::uint32_t second = 0;
-    EXPECT_EQ(Folders(&second), (std::vector<ListedFolder>{{"Dox\xC3\xA9", "C:\\a", PFT_Dropbox},
-                                                           {"Root", "C:\\", PFT_General},
-                                                           {"Rooted", drive + "\\x\\y", PFT_General}}));
-    EXPECT_NE(second, first);
-    Configure(R"({"folders": [{"name": "Dox\u00e8", "path": "C:\\a\\.\\b\\..\\", "type": "dropbox"}, {"path": "elsewhere"},
-                              {"name": "Root", "path": "C:/"}, {"name": "Rooted", "path": "/x/y"}]})");
-    std::uint32_t third = 0;
-    EXPECT_EQ(Folders(&third)[0].name, "Dox\xC3\xA8");
-    EXPECT_NE(third, second);
+    std::uint32_t before = 0, counter = 0;
+    EXPECT_EQ(Folders(&before), Listed{"Docs|" + Utf8(m_folder / "docs") + "|general"});
+    EXPECT_NE(before, 0u);
+    Folders(&counter);
+    EXPECT_EQ(counter, before);
+    // Other folders of the same number and length, at once.
+    for (const auto& [letter, shown] : {std::pair("\\u00e9", "\xC3\xA9"), std::pair("\\u00e8", "\xC3\xA8")}) {
+        Configure(R"({"folders": [{"name": "Dox)" + std::string(letter) + R"(", "path": "C:\\a\\.\\b\\..\\", "type": "dropbox"},
+                      {"path": "elsewhere"}, {"name": "Root", "path": "C:/"}, {"name": "Rooted", "path": "/x/y"}]})");
+        EXPECT_EQ(Folders(&counter), (Listed{"Dox" + std::string(shown) + "|C:\\a|dropbox", "Root|C:\\|general", "Rooted|" + drive + "\\x\\y|general"}));
+        EXPECT_NE(counter, before);
+        before = counter;
+    }
 }
 
 TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
@@ -93,10 +78,7 @@ TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
         {"path": "docs/team", "owner": "b\u00f6b"},
         {"path": "docs/open", "policy": ""},
         {"path": "long", "owner": "0123456789\u20ac"}]})");
-    const struct {
-        const char* folder;
-        const char* expected;
-    } rows[] = {
+    const std::tuple<const char*, const char*> rows[] = {
         {"docs", "anna|all|home"},
         {"DOCS\\Sub\\", "anna|all|home"},
         {"docs2", "none"},
@@ -106,8 +88,8 @@ TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
         {"docs\\open\\x", "anna||home"},
         {".", "none"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(BoxOf(m_folder / row.folder), row.expected) << row.folder;
+    for (const auto& [folder, expected] : rows)
+        EXPECT_EQ(BoxOf(m_folder / folder), expected) << folder;
 
     // A buffer that is too small is filled up to a character's end, never beyond its own.
     EXPECT_EQ(BoxOf(m_folder / "long", 13), "0123456789\xE2\x82\xAC||");
@@ -119,19 +101,8 @@ TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
     EXPECT_EQ(ErrorOf([&] { companion::MakeHalvaneBoxConfig("C:\\\xFF", &config); }), L"Cannot decode");
 }
 
-TEST_F(OneFileConfiguresTheCompanion, ExcludesNamesByPattern) {
-    Configure(R"({"exclude": ["*.tmp", "~$*", "thumbs.db", "?\u00e9.*"]})");
-    for (const char* name : {"a.tmp", "A.B.TMP", "~$report.docx", "Thumbs.db", "x\xC3\x89.doc"})
-        EXPECT_TRUE(IsExcluded(name)) << name;
-    for (const char* name : {"a.tmpx", "report~$.docx", "thumbs.db.txt", "\xC3\xA9.doc"})
-        EXPECT_FALSE(IsExcluded(name)) << name;
-}
-
 TEST_F(OneFileConfiguresTheCompanion, IsRefusedWithPlaceAndReason) {
-    const struct {
-        const char* text;
-        const char* problem;
-    } rows[] = {
+    const std::tuple<const char*, const char*> rows[] = {
         {"", "(1,1): syntax error while parsing value - unexpected end of input; expected '[', '{', or a literal"},
         {"{\n  \"folders\": [\n    {\"path\": \"a\",}\n]}",
          "(3,18): syntax error while parsing object key - unexpected '}'; expected string literal"},
@@ -160,13 +131,13 @@ TEST_F(OneFileConfiguresTheCompanion, IsRefusedWithPlaceAndReason) {
          "(1,29): log.level: the level is \"off\", \"error\", \"warning\", \"information\" or \"trace\""},
         {"{\"exclude\": [],\n\"exclude\": []}", "(2,9): \"exclude\" is given twice"},
     };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
+    for (const auto& [text, problem] : rows) {
+        SCOPED_TRACE(text);
         try {
-            companion::ParseSettings(row.text, L"C:\\base");
+            companion::ParseSettings(text, L"C:\\base");
             ADD_FAILURE() << "accepted";
         } catch (const companion::SettingsError& error) {
-            EXPECT_STREQ(error.what(), row.problem);
+            EXPECT_STREQ(error.what(), problem);
         }
     }
 }
@@ -182,7 +153,7 @@ TEST_F(OneFileConfiguresTheCompanion, StaysInForceWhileTheNextIsBroken) {
     EXPECT_EQ(Folders(&during).size(), 1u);
     EXPECT_EQ(Folders().size(), 1u);
     EXPECT_EQ(during, before);
-    const std::string logged = Load(m_folder / "quelcrypt.log");
+    const std::string logged = ReadRaw(m_folder / "quelcrypt.log");
     const std::string place = "quelcrypt.json(1,34): syntax error";
     EXPECT_NE(logged.find(place), std::string::npos) << logged;
     EXPECT_EQ(logged.find(place), logged.rfind(place)) << "reported once";
@@ -190,7 +161,7 @@ TEST_F(OneFileConfiguresTheCompanion, StaysInForceWhileTheNextIsBroken) {
     {
         // Somebody has the file to himself, and lets go of it without another change.
         Configure("{" + log + "}");
-        const Held held = Hold(m_folder / "quelcrypt.json");
+        const Held held(m_folder / "quelcrypt.json");
         EXPECT_EQ(Folders().size(), 1u);
         Sleep(150);
         EXPECT_EQ(Folders().size(), 1u);
@@ -215,17 +186,11 @@ TEST_F(OneFileConfiguresTheCompanion, ChoosesTheLog) {
 
     logger->Write(component, LogLevel_Error, L"caf\u00E9 %s\nsecond\r\n", nullptr);
     logger->Write(component, LogLevel_Trace, L"not at this level", nullptr);
-    EXPECT_EQ(Load(m_folder / "quelcrypt.log"), "caf\xC3\xA9 %s second\r\n");
+    EXPECT_EQ(ReadRaw(m_folder / "quelcrypt.log"), "caf\xC3\xA9 %s second\r\n");
 
-    // Without one nothing is asked for, unless the environment asks for the trace.
+    // Without one nothing is asked for.
     Configure("{}");
     Folders();
-    EXPECT_EQ(logger->GetLevel(component), 0u);
-    SetEnvironmentVariableW(L"QUELCRYPT_TRACE", L"1");
-    companion::Initialize(nullptr);
-    EXPECT_EQ(logger->GetLevel(component), static_cast<std::uint32_t>(LogLevel_Trace));
-    SetEnvironmentVariableW(L"QUELCRYPT_TRACE", nullptr);
-    companion::Initialize(nullptr);
     EXPECT_EQ(logger->GetLevel(component), 0u);
 }
 

@@ -4,6 +4,8 @@
 #include "companion/Problem.h"
 #include "companion/ProtectedText.h"
 
+#include <tuple>
+
 namespace {
 
 class ProvingThePassword : public CompanionTest {
@@ -41,35 +43,33 @@ TEST_F(ProvingThePassword, TakesItFromWhereTheConfigurationSays) {
         EXPECT_EQ(Decrypt(InDocs("a.zip")), "old");
         Encrypt(InDocs("b.zip"), "new");
     }
-    const struct {
-        const char* source;
-        const wchar_t* error;
-    } failing[] = {{R"({"environment": "QUELVOL_TEST_NONE"})", L"the environment variable QUELVOL_TEST_NONE is not set"},
-                   {R"({"command": "cmd /c exit 3"})", L"its command \"cmd /c exit 3\" ended with 3"},
-                   {R"({"protected": "AAAA"})", L"Only the user who stored it"}};
-    for (const auto& row : failing) {
-        UseSource(row.source);
-        EXPECT_FALSE(Writer(InDocs("b.zip"))) << row.source;
-        EXPECT_NE(companion::LastProblem().find(row.error), std::wstring::npos) << row.source << " said otherwise";
+    const std::tuple<const char*, const wchar_t*> failing[] = {
+        {R"({"environment": "QUELVOL_TEST_NONE"})", L"the environment variable QUELVOL_TEST_NONE is not set"},
+        {R"({"command": "cmd /c exit 3"})", L"its command \"cmd /c exit 3\" ended with 3"},
+        {R"({"protected": "AAAA"})", L"Only the user who stored it"}};
+    for (const auto& [source, error] : failing) {
+        UseSource(source);
+        EXPECT_FALSE(Writer(InDocs("b.zip"))) << source;
+        EXPECT_NE(companion::LastProblem().find(error), std::wstring::npos) << source << " said otherwise";
     }
 }
 
 TEST_F(ProvingThePassword, RefusesOneThatOpensNothing) {
-    std::filesystem::create_directories(InDocs("Sub"));
-    std::filesystem::create_directories(InDocs("Team"));
+    for (const char* folder : {"Sub", "Team"})
+        std::filesystem::create_directories(InDocs(folder));
     Encrypt(InDocs("Sub/a.zip"), "old");
-    const std::string before = Load(InDocs("Sub/a.zip"));
+    const std::string before = ReadRaw(InDocs("Sub/a.zip"));
     UseSource("\"first sekret\"");
-    EXPECT_EQ(ErrorOfWriting("Sub/a.zip"), refused);
-    EXPECT_EQ(ErrorOfWriting("new.zip"), refused);
-    EXPECT_EQ(Load(InDocs("Sub/a.zip")), before);
+    for (const char* name : {"Sub/a.zip", "new.zip"})
+        EXPECT_EQ(ErrorOfWriting(name), refused);
+    EXPECT_EQ(ReadRaw(InDocs("Sub/a.zip")), before);
 
     // A folder with its own password, copies under another known one and what is broken prove nothing against it.
     std::filesystem::rename(InDocs("Sub/a.zip"), InDocs("Team/a.zip"));
     Encrypt(InDocs("Sub/b.zip"), "new");
     std::filesystem::remove(InDocs("Sub/b.zip"));
     UseVariable(L"another");
-    Save(InDocs("broken.zip"), before.substr(0, before.size() - 30));
+    WriteRaw(InDocs("broken.zip"), before.substr(0, before.size() - 30));
     Encrypt(InDocs("c.zip"), "new");
     EXPECT_TRUE(std::filesystem::exists(CheckContainer() / "password.zip")) << "from now on it is known without a search";
 }

@@ -2,28 +2,16 @@
 #include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
-#include <filesystem>
-#include <utility>
-
 #include <shellapi.h>
 
 namespace {
 
 constexpr const char* kReader = "Quelcrypt_FileReaderFactory";
 
-// Text in which every place is recognisable.
-std::string Numbers(std::size_t size) {
-    std::string text;
-    for (int number = 0; text.size() < size; ++number)
-        text += std::to_string(number) + ' ';
-    text.resize(size);
-    return text;
-}
-
 // The shell's takes most of the time of a close.
 int WINAPI DeleteAtOnce(SHFILEOPSTRUCTW* operation) {
     std::error_code error;
-    std::filesystem::remove_all(operation->pFrom, error);
+    fs::remove_all(operation->pFrom, error);
     return error.value();
 }
 
@@ -33,7 +21,6 @@ class ReadingAnEncryptedFile : public VolumeFixture {
 protected:
     ReadingAnEncryptedFile() : VolumeFixture(LogLevel_Error) {}
 
-    std::uint32_t ReaderCallsDuring(const std::function<void()>& action) { return CallsDuring(kReader, action); }
     // In place, as some sync clients write.
     static void Overwrite(const std::wstring& path, const std::string& bytes) {
         WriteRaw(path, bytes);
@@ -43,7 +30,7 @@ protected:
 
 // One body for both kinds of file, the plain one being the measure.
 TEST_F(ReadingAnEncryptedFile, ReadsAtEveryPositionAsAPlainFileDoes) {
-    const std::string content = Numbers(70'000);
+    const std::string content = TextOf(70'000);
     for (const wchar_t* path : {L"Plain\\a.txt", L"Docs\\a.txt"}) {
         SCOPED_TRACE(Narrow(path));
         Store(path, content);
@@ -67,7 +54,7 @@ TEST_F(ReadingAnEncryptedFile, ReusesTheCopyOfAClosedFile) {
     const Names copies = RetainedCopies();
     ASSERT_EQ(1u, copies.size());
     EXPECT_TRUE(copies[0].ends_with(L"\\a.txt")) << "applications show this name";
-    EXPECT_EQ(0u, ReaderCallsDuring([&] {
+    EXPECT_EQ(0u, CallsDuring(kReader, [&] {
                   for (const wchar_t* path : {L"Docs\\a.txt", L"DOCS\\A.TXT", L"Docs\\a.txt.zip"})
                       EXPECT_EQ("content", Get(path));
               }));
@@ -77,22 +64,22 @@ TEST_F(ReadingAnEncryptedFile, ReusesTheCopyOfAClosedFile) {
 
     // What was saved is kept as well; a copy that vanished, or is another version's, is made anew.
     Put(L"Docs\\a.txt", "changed");
-    EXPECT_EQ(0u, ReaderCallsDuring([&] { EXPECT_EQ("changed", Get(L"Docs\\a.txt")); }));
+    EXPECT_EQ(0u, CallsDuring(kReader, [&] { EXPECT_EQ("changed", Get(L"Docs\\a.txt")); }));
     for (const std::wstring& copy : RetainedCopies())
         EXPECT_TRUE(DeleteFileW(copy.c_str()));
-    EXPECT_EQ(1u, ReaderCallsDuring([&] { EXPECT_EQ("changed", Get(L"Docs\\a.txt")); }));
+    EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("changed", Get(L"Docs\\a.txt")); }));
     SaveElsewhere(L"Docs\\a.txt", "CHANGED");
-    EXPECT_EQ(1u, ReaderCallsDuring([&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); }));
+    EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); }));
     EXPECT_EQ(2u, TempFolders()) << "outdated copies are deleted";
     for (const std::wstring& copy : RetainedCopies())
         Overwrite(copy, "somebody's");
-    EXPECT_EQ(1u, ReaderCallsDuring([&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); })) << "nor are copies used that others changed";
+    EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); })) << "nor are copies used that others changed";
 
     // Of two openers each has a copy of its own.
     void* const first = MustOpen(L"Docs\\a.txt");
     void* const second = MustOpen(L"Docs\\a.txt");
-    EXPECT_EQ(0u, ReaderCallsDuring([&] { Read(first); })) << "the kept copy goes to the first";
-    EXPECT_EQ(1u, ReaderCallsDuring([&] { Read(second); })) << "and to nobody else";
+    EXPECT_EQ(0u, CallsDuring(kReader, [&] { Read(first); })) << "the kept copy goes to the first";
+    EXPECT_EQ(1u, CallsDuring(kReader, [&] { Read(second); })) << "and to nobody else";
     EXPECT_EQ(3u, TempFolders());
     Close(second);
     Close(first);
@@ -105,7 +92,7 @@ TEST_F(ReadingAnEncryptedFile, ReusesTheCopyOfAClosedFile) {
 }
 
 TEST_F(ReadingAnEncryptedFile, DecryptsAgainWhenTheContainerChangesMeanwhile) {
-    const std::string newer = Numbers(300'000);
+    const std::string newer = TextOf(300'000);
     MakeEncrypted(L"Docs\\made.txt", newer);
     const std::string newerBytes = ReadRaw(ContainerPath(L"Docs\\made.txt"));
     EmptyFolders();
@@ -120,7 +107,7 @@ TEST_F(ReadingAnEncryptedFile, DecryptsAgainWhenTheContainerChangesMeanwhile) {
             if (!std::exchange(isDone, true))
                 Overwrite(ContainerPath(path), newerBytes);
         };
-        EXPECT_EQ(2u, ReaderCallsDuring([&] { Before(moment, exchangeOnce, [&] { EXPECT_TRUE(newer == Read(hFile)); }); }));
+        EXPECT_EQ(2u, CallsDuring(kReader, [&] { Before(moment, exchangeOnce, [&] { EXPECT_TRUE(newer == Read(hFile)); }); }));
         EXPECT_OK(Write(hFile, "edit"));
         Close(hFile);
         EXPECT_TRUE("edit" + newer.substr(4) == Stored(path)) << "what was read is what the edit is based on";
@@ -150,7 +137,7 @@ TEST_F(ReadingAnEncryptedFile, DecryptsAgainWhenTheContainerChangesMeanwhile) {
 
 TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
     // Without the right password it is listed, and can be neither read nor written.
-    const std::string content = Numbers(100'000);
+    const std::string content = TextOf(100'000);
     MakeEncrypted(L"Docs\\a.txt", content);
     std::string configuration = DefaultConfiguration();
     configuration.replace(configuration.find("first secret"), 12, "wrong secret");
@@ -175,7 +162,7 @@ TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
     // One bit in the middle is noticed.
     std::string damaged = ReadRaw(ContainerPath(L"Docs\\a.txt"));
     damaged[damaged.size() / 2] ^= 1;
-    std::filesystem::remove_all(temp() + L"\\HalvaneCloud");
+    fs::remove_all(temp() + L"\\HalvaneCloud");
     Overwrite(ContainerPath(L"Docs\\a.txt"), damaged);
     expectUnreadable(false);
 
@@ -201,11 +188,11 @@ TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
         }
     MakeEncrypted(L"Docs\\old\\waits.txt", "stored in the old one");
     EXPECT_EQ("stored in the old one", Get(L"Docs\\old\\waits.txt"));
-    std::filesystem::remove_all(NativePath(L"Docs\\new"));
+    fs::remove_all(NativePath(L"Docs\\new"));
     EXPECT_OK(Rename(L"Docs\\old", L"Docs\\new"));
     EXPECT_EQ(5u, TempFolders()) << "four copies and the edit";
     EXPECT_EQ(1u, TrackedEdits().size());
-    EXPECT_EQ(0u, ReaderCallsDuring([&] { EXPECT_EQ("old", Get(L"Docs\\new\\1.txt")); }));
+    EXPECT_EQ(0u, CallsDuring(kReader, [&] { EXPECT_EQ("old", Get(L"Docs\\new\\1.txt")); }));
 
     MakeContainer(NativePath(name(0)), L"0", "content");
     for (int number = 1; number <= limit; ++number)
@@ -213,13 +200,13 @@ TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
     for (int number = 0; number < limit - 4; ++number)
         ASSERT_EQ("content", Get(name(number)));
     EXPECT_EQ(limit + 1u, TempFolders());
-    EXPECT_EQ(0u, ReaderCallsDuring([&] { EXPECT_EQ("old", Get(L"Docs\\new\\2.txt")); })) << "nothing had to leave yet";
-    EXPECT_EQ(0u, ReaderCallsDuring([&] { EXPECT_EQ("old", Get(L"Docs\\new\\3.txt")); })) << "using the oldest makes it the newest";
+    EXPECT_EQ(0u, CallsDuring(kReader, [&] { EXPECT_EQ("old", Get(L"Docs\\new\\2.txt")); })) << "nothing had to leave yet";
+    EXPECT_EQ(0u, CallsDuring(kReader, [&] { EXPECT_EQ("old", Get(L"Docs\\new\\3.txt")); })) << "using the oldest makes it the newest";
     EXPECT_EQ("content", Get(name(limit)));
     EXPECT_EQ(limit + 1u, TempFolders()) << "the oldest left, with its folder";
     for (const std::wstring& kept : {std::wstring(L"Docs\\new\\3.txt"), name(0)})
-        EXPECT_EQ(0u, ReaderCallsDuring([&] { EXPECT_NE("", Get(kept)); }));
-    EXPECT_EQ(1u, ReaderCallsDuring([&] { EXPECT_EQ("old", Get(L"Docs\\new\\4.txt")); })) << "it was the oldest";
+        EXPECT_EQ(0u, CallsDuring(kReader, [&] { EXPECT_NE("", Get(kept)); }));
+    EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("old", Get(L"Docs\\new\\4.txt")); })) << "it was the oldest";
 
     ASSERT_EQ(1u, TrackedEdits().size());
     EXPECT_EQ("stored in the old one", Get(L"Docs\\new\\waits.txt"));

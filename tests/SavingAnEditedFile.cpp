@@ -3,32 +3,8 @@
 #include "harness/Prompts.h"
 #include "harness/VolumeFixture.h"
 
-#include <cstring>
-#include <filesystem>
-#include <iterator>
-
-namespace {
-
 constexpr const char* kWriter = "Quelcrypt_FileWriterFactory";
 constexpr std::uint32_t kKeep = 0xFFFFFFFF;
-
-std::string Letters(std::size_t size) {
-    std::string text(size, 'a');
-    for (std::size_t index = 0; index < size; ++index)
-        text[index] = static_cast<char>('a' + (index * 7 + index / 1000) % 23);
-    return text;
-}
-
-std::uint64_t Number(const FILETIME& time) { return static_cast<std::uint64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime; }
-
-std::uint64_t FileTimeAt(WORD year, WORD second) {
-    const SYSTEMTIME time{year, 5, 0, 17, 9, 41, second, 0};
-    FILETIME fileTime{};
-    SystemTimeToFileTime(&time, &fileTime);
-    return Number(fileTime);
-}
-
-}  // namespace
 
 class SavingAnEditedFile : public VolumeFixture {
 protected:
@@ -40,16 +16,9 @@ protected:
         wanted.lastWriteTime = lastWrite;
         return volume()->SetFileInfo(hFile, attributes, &wanted);
     }
-    VirtFindData InfoOf(void* hFile) {
-        VirtFindData record{};
-        EXPECT_TRUE(volume()->GetFileInfo(hFile, &record));
-        return record;
-    }
     // Closes a handle that edited a document, which somebody else stored anew meanwhile.
     void CloseInConflict(const std::wstring& path, const std::string& mine, const std::string& theirs) {
-        void* const hFile = MustOpen(path);
-        EXPECT_OK(SetSize(hFile, 0));
-        EXPECT_OK(Write(hFile, mine));
+        void* const hFile = OpenEdited(path, mine, CREATE_ALWAYS);
         SaveElsewhere(path, theirs);
         EXPECT_GE(1u, CallsDuring(kWriter, [&] { Close(hFile); })) << "not encrypted for a place that it cannot have";
         EXPECT_EQ(theirs, Stored(path));
@@ -60,32 +29,26 @@ TEST_F(SavingAnEditedFile, EncryptsAChangedFileOnceAndAnUnchangedOneNever) {
     const std::wstring container = ContainerPath(L"Docs\\a.txt");
     MakeEncrypted(L"Docs\\a.txt", "a secret that was there before");
     Touch(container);
-    WIN32_FILE_ATTRIBUTE_DATA before{}, after{};
-    ASSERT_TRUE(GetFileAttributesExW(container.c_str(), GetFileExInfoStandard, &before));
+    const auto before = fs::last_write_time(container);
     const std::string bytes = ReadRaw(container);
     void* hFile = nullptr;
     EXPECT_EQ(0u, CallsDuring(kWriter, [&] {
                   hFile = MustOpen(L"Docs\\a.txt");
                   Read(hFile);
-                  EXPECT_EQ(1u, TrackedEdits().size()) << "while it is open, its tracking file tells whose copy it is";
                   EXPECT_OK(volume()->Flush(hFile));
                   Close(hFile);
-                  EXPECT_EQ(0u, TrackedEdits().size());
                   for (const std::uint32_t disposition : {OPEN_EXISTING, CREATE_ALWAYS, OPEN_ALWAYS, TRUNCATE_EXISTING})
                       Close(MustOpen(L"Docs\\a.txt", kReadWrite, disposition));
-                  hFile = MustOpen(L"Docs\\a.txt");
-                  EXPECT_OK(Write(hFile, "the plan", 2));
+                  hFile = OpenEdited(L"Docs\\a.txt", "the plan");
                   EXPECT_OK(SetSize(hFile, 20));
                   EXPECT_OK(Write(hFile, "!", 30));
                   EXPECT_OK(volume()->Flush(hFile));
               }));
-    ASSERT_TRUE(GetFileAttributesExW(container.c_str(), GetFileExInfoStandard, &after));
-    EXPECT_EQ(0, CompareFileTime(&before.ftLastWriteTime, &after.ftLastWriteTime));
+    EXPECT_TRUE(before == fs::last_write_time(container));
     EXPECT_EQ(bytes, ReadRaw(container));
     EXPECT_EQ(1u, CallsDuring(kWriter, [&] { Close(hFile); }));
-    EXPECT_EQ(std::string("a the planhat was th") + std::string(10, '\0') + "!", Stored(L"Docs\\a.txt"));
-    EXPECT_EQ(Names{L"a.txt.zip"}, NamesBelow(L"Docs"));
-    EXPECT_TRUE(FilesHolding(NativePath(L"Docs"), "the plan").empty()) << "nothing in plain";
+    EXPECT_EQ(std::string("the plan that was th") + std::string(10, '\0') + "!", Stored(L"Docs\\a.txt"));
+    EXPECT_EQ(Names{container}, FilesBelow(NativePath(L"Docs"))) << "nothing in plain";
     EXPECT_EQ(31, Record(L"Docs\\a.txt").fileSize);
 }
 
@@ -96,17 +59,16 @@ TEST_F(SavingAnEditedFile, SavesEverySizeWhole) {
         const std::wstring token = isLocked ? Lock(L"Docs\\a.bin") : L"";
         for (const std::size_t size : {200'000, 0, 1, 32767, 32768, 32769, 1'000'000, 65536, 10}) {
             SCOPED_TRACE(std::to_string(size) + (isLocked ? ", locked" : ""));
-            EXPECT_EQ(1u, CallsDuring(kWriter, [&] { Put(L"Docs\\a.bin", Letters(size)); }));
-            EXPECT_TRUE(Letters(size) == Stored(L"Docs\\a.bin"));
-            EXPECT_TRUE(Letters(size) == Get(L"Docs\\a.bin"));
+            EXPECT_EQ(1u, CallsDuring(kWriter, [&] { Put(L"Docs\\a.bin", TextOf(size)); }));
+            EXPECT_TRUE(TextOf(size) == Stored(L"Docs\\a.bin"));
+            EXPECT_TRUE(TextOf(size) == Get(L"Docs\\a.bin"));
             EXPECT_EQ(static_cast<std::int64_t>(size), Record(L"Docs\\a.bin").fileSize);
-            EXPECT_EQ(isLocked, !OpensUnshared(ContainerPath(L"Docs\\a.bin")));
+            EXPECT_EQ(isLocked, !Held(ContainerPath(L"Docs\\a.bin")));
             EXPECT_EQ(1u, RetainedCopies().size());
         }
-        if (isLocked)
-            Unlock(L"Docs\\a.bin", token);
+        Unlock(L"Docs\\a.bin", token);
     }
-    EXPECT_EQ(Names{L"a.bin.zip"}, NamesBelow(L"Docs"));
+    EXPECT_EQ(1u, Disk().size());
 }
 
 TEST_F(SavingAnEditedFile, ConflictCopiesHaveTheirNames) {
@@ -146,8 +108,7 @@ TEST_F(SavingAnEditedFile, LeavesWhatSomebodyElseSavesMeanwhileAlone) {
         SCOPED_TRACE(Narrow(path));
         if (path[5] == L'a')
             MakeEncrypted(path, "base");
-        void* const hFile = MustOpen(path, kReadWrite, OPEN_ALWAYS);
-        EXPECT_OK(Write(hFile, "mine"));
+        void* const hFile = OpenEdited(path, "mine", OPEN_ALWAYS);
         Before("IFileWriter::Write", SaverElsewhere(path, "theirs"), [&] { Close(hFile); });
         EXPECT_EQ("theirs", Stored(path));
         EXPECT_EQ("mine", Stored(L"Docs\\" + ConflictName(path + 5)));
@@ -160,14 +121,7 @@ TEST_F(SavingAnEditedFile, TakesEveryDispositionLikeAPlainFile) {
     enum Action { Nothing, WriteAt3, SetSize0 };
     constexpr VirtualVolumeStatus ok = VVS_Success;
     const std::string gap = std::string(3, '\0') + "abc", old = "0123456789", none = "<none>";
-    struct {
-        std::uint32_t disposition;
-        bool exists;
-        Action action;
-        VirtualVolumeStatus status;
-        std::string plain;
-        std::string encrypted;
-    } const rows[] = {
+    const std::tuple<std::uint32_t, bool, Action, VirtualVolumeStatus, std::string, std::string> rows[] = {
         {CREATE_NEW, false, WriteAt3, ok, gap, gap},         {CREATE_NEW, false, Nothing, ok, "", none},
         {CREATE_NEW, false, SetSize0, ok, "", ""},           {CREATE_NEW, true, WriteAt3, VSS_FileExists, old, old},
         {CREATE_ALWAYS, false, WriteAt3, ok, gap, gap},      {CREATE_ALWAYS, true, WriteAt3, ok, gap, gap},
@@ -182,24 +136,23 @@ TEST_F(SavingAnEditedFile, TakesEveryDispositionLikeAPlainFile) {
     MakeFolder(L"Plain\\locked");
     MakeFolder(L"Docs\\locked");
     int number = 0;
-    for (const auto& row : rows) {
+    for (const auto& [disposition, exists, action, status, plain, encrypted] : rows) {
         ++number;
         for (const std::wstring mount : {L"Plain", L"Docs", L"Plain\\locked", L"Docs\\locked"}) {
             SCOPED_TRACE(Narrow(mount) + ", row " + std::to_string(number));
-            const bool isLocked = row.exists && mount.ends_with(L"locked");
+            const bool isLocked = exists && mount.ends_with(L"locked");
             const std::wstring path = mount + L"\\" + std::to_wstring(number) + L".txt";
-            if (row.exists)
+            if (exists)
                 Store(path, old);
             const std::wstring token = isLocked ? Lock(path) : L"";
             void* hFile = nullptr;
-            EXPECT_EQ(row.status, Open(&hFile, path, kReadWrite, row.disposition));
-            EXPECT_EQ(row.status == ok, hFile != nullptr);
-            if (hFile && row.action != Nothing)
-                EXPECT_OK(row.action == WriteAt3 ? Write(hFile, "abc", 3) : SetSize(hFile, 0));
+            EXPECT_EQ(status, Open(&hFile, path, kReadWrite, disposition));
+            EXPECT_EQ(status == ok, hFile != nullptr);
+            if (hFile && action != Nothing)
+                EXPECT_OK(action == WriteAt3 ? Write(hFile, "abc", 3) : SetSize(hFile, 0));
             Close(hFile);
-            if (isLocked)
-                Unlock(path, token);
-            EXPECT_EQ(mount[0] == L'D' ? row.encrypted : row.plain, Stored(path));
+            Unlock(path, token);
+            EXPECT_EQ(mount[0] == L'D' ? encrypted : plain, Stored(path));
         }
     }
 }
@@ -210,17 +163,14 @@ TEST_F(SavingAnEditedFile, ADeletedFileIsNoneUntilItIsSpared) {
             SCOPED_TRACE(Narrow(path) + (isLocked ? ", locked" : ""));
             Store(path, "base");
             const std::wstring token = isLocked ? Lock(path) : L"";
-            void* const hFile = MustOpen(path);
-            EXPECT_OK(Write(hFile, "edit"));
+            void* const hFile = OpenEdited(path, "edit");
             EXPECT_OK(volume()->Undelete(hFile, nullptr)) << "nothing to take back";
             for (const bool isLast : {false, true}) {
                 EXPECT_OK(volume()->Delete(hFile, nullptr));
                 EXPECT_OK(volume()->Delete(hFile, nullptr)) << "it is already";
                 EXPECT_EQ("<VVS_GeneralError>", Read(hFile));
-                EXPECT_EQ(VVS_GeneralError, Write(hFile, "x"));
-                EXPECT_EQ(VVS_GeneralError, SetSize(hFile, 0));
-                EXPECT_EQ(VVS_GeneralError, SetInfo(hFile, kKeep, 0, 0));
-                EXPECT_EQ(VVS_GeneralError, Rename(hFile, L"Docs\\b.txt"));
+                for (const VirtualVolumeStatus status : {Write(hFile, "x"), SetSize(hFile, 0), SetInfo(hFile, kKeep, 0, 0), Rename(hFile, L"Docs\\b.txt")})
+                    EXPECT_EQ(VVS_GeneralError, status);
                 if (!isLast) {
                     EXPECT_OK(volume()->Undelete(hFile, nullptr));
                     EXPECT_EQ("edit", Read(hFile));
@@ -228,8 +178,7 @@ TEST_F(SavingAnEditedFile, ADeletedFileIsNoneUntilItIsSpared) {
             }
             Close(hFile);
             EXPECT_EQ("<VVS_FileNotFound>", Get(path)) << "also while the lock still holds it";
-            if (isLocked)
-                Unlock(path, token);
+            Unlock(path, token);
         }
     EXPECT_TRUE(Disk().empty());
     EXPECT_EQ(0u, RetainedCopies().size()) << "of deleted files nothing is kept";
@@ -237,8 +186,7 @@ TEST_F(SavingAnEditedFile, ADeletedFileIsNoneUntilItIsSpared) {
     // A deletion that the container refuses does not take the edit with it either.
     MakeEncrypted(L"Docs\\a.txt", "base");
     const std::wstring token = Lock(L"Docs\\a.txt");
-    void* const hFile = MustOpen(L"Docs\\a.txt");
-    EXPECT_OK(Write(hFile, "edit"));
+    void* const hFile = OpenEdited(L"Docs\\a.txt", "edit");
     SetFileAttributesW(ContainerPath(L"Docs\\a.txt").c_str(), FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hFile, nullptr));
     SetFileAttributesW(ContainerPath(L"Docs\\a.txt").c_str(), FILE_ATTRIBUTE_ARCHIVE);
@@ -249,7 +197,7 @@ TEST_F(SavingAnEditedFile, ADeletedFileIsNoneUntilItIsSpared) {
 }
 
 TEST_F(SavingAnEditedFile, TellsAndSetsTimesAndAttributes) {
-    const std::uint64_t early = FileTimeAt(2019, 24), late = FileTimeAt(2023, 48);
+    const std::uint64_t early = 132'000'000'000'000'000, late = 133'000'000'000'000'000;
     // An encrypted file whose content was not accessed tells what a listing tells, and ignores what is set.
     MakeEncrypted(L"Docs\\a.txt", "content");
     const std::string bytes = ReadRaw(ContainerPath(L"Docs\\a.txt"));
@@ -269,8 +217,7 @@ TEST_F(SavingAnEditedFile, TellsAndSetsTimesAndAttributes) {
     MakePlain(L"Plain\\a.txt", "content");
     for (const wchar_t* path : {L"Plain\\a.txt", L"Docs\\a.txt"}) {
         SCOPED_TRACE(Narrow(path));
-        hFile = MustOpen(path);
-        EXPECT_OK(Write(hFile, "changed content"));
+        hFile = OpenEdited(path, "changed content");
         record = InfoOf(hFile);
         EXPECT_EQ(15, record.fileSize);
         EXPECT_LT(late, record.lastWriteTime) << "the time of the change";
@@ -285,9 +232,7 @@ TEST_F(SavingAnEditedFile, TellsAndSetsTimesAndAttributes) {
             Close(hFile);
         }
         // An edit that does not set it has the time of the edit.
-        hFile = MustOpen(path);
-        EXPECT_OK(Write(hFile, "again"));
-        Close(hFile);
+        Close(OpenEdited(path, "again"));
         EXPECT_LT(late, Record(path).lastWriteTime);
     }
 
@@ -297,11 +242,31 @@ TEST_F(SavingAnEditedFile, TellsAndSetsTimesAndAttributes) {
     EXPECT_OK(Write(hFile, "12"));
     EXPECT_EQ(2, InfoOf(hFile).fileSize);
     Close(hFile);
+    hFile = OpenEdited(L"Docs\\c.txt", "content", CREATE_NEW);
+    EXPECT_OK(Rename(hFile, L"Docs\\d.txt"));
+    EXPECT_STREQ(L"d.txt", InfoOf(hFile).fileName);
+    Close(hFile);
     MakeContainer(ContainerPath(L"Docs\\other.txt"), L"stored.txt", "content");
     hFile = MustOpen(L"Docs\\other.txt.zip");
     EXPECT_STREQ(L"other.txt.HvcConflicted", InfoOf(hFile).fileName);
     EXPECT_EQ(VIT_EncryptedFileInConflict, InfoOf(hFile).itemType);
     Close(hFile);
+
+    // A plain file is not taken for the ordinary file beside it, and keeps the time that it was given meanwhile.
+    MakePlain(L"Plain\\b.txt.zip", "an ordinary file");
+    for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, TRUNCATE_EXISTING}) {
+        hFile = MustOpen(L"Plain\\b.txt", kReadWrite, disposition);
+        EXPECT_STREQ(L"b.txt", InfoOf(hFile).fileName);
+        EXPECT_EQ(0, InfoOf(hFile).fileSize);
+        EXPECT_OK(Write(hFile, "content"));
+        Close(hFile);
+    }
+    hFile = MustOpen(L"Plain\\b.txt");
+    Touch(NativePath(L"Plain\\b.txt"));
+    const auto touched = Record(L"Plain\\b.txt").lastWriteTime;
+    EXPECT_OK(SetInfo(hFile, kKeep, 0, 0));
+    Close(hFile);
+    EXPECT_EQ(touched, Record(L"Plain\\b.txt").lastWriteTime);
 }
 
 TEST_F(SavingAnEditedFile, ReachesPlacesBeyondFourGibibytes) {
@@ -370,35 +335,6 @@ TEST_F(SavingAnEditedFile, TheUserMayPickAnotherPlace) {
     EXPECT_EQ("edit", Stored(L"Docs\\a.txt"));
 }
 
-TEST_F(SavingAnEditedFile, AHandleDescribesItsOwnFile) {
-    MakePlain(L"Plain\\a.txt.zip", "an ordinary file beside it");
-    for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, TRUNCATE_EXISTING}) {
-        SCOPED_TRACE(disposition);
-        void* const hFile = MustOpen(L"Plain\\a.txt", kReadWrite, disposition);
-        VirtFindData record{};
-        EXPECT_TRUE(volume()->GetFileInfo(hFile, &record));
-        EXPECT_STREQ(L"a.txt", record.fileName);
-        EXPECT_EQ(0, record.fileSize);
-        EXPECT_OK(Write(hFile, "content"));
-        Close(hFile);
-    }
-    void* const hFile = MustOpen(L"Plain\\a.txt");
-    Touch(NativePath(L"Plain\\a.txt"));
-    const auto writeTime = Record(L"Plain\\a.txt").lastWriteTime;
-    const VirtFindData keepAll{};
-    EXPECT_OK(volume()->SetFileInfo(hFile, 0xFFFFFFFF, &keepAll));
-    Close(hFile);
-    EXPECT_EQ(writeTime, Record(L"Plain\\a.txt").lastWriteTime) << "what is to be kept is what is there now";
-
-    void* const renamed = MustOpen(L"Docs\\c.txt", kReadWrite, CREATE_NEW);
-    EXPECT_OK(Write(renamed, "content"));
-    EXPECT_OK(Rename(renamed, L"Docs\\d.txt"));
-    VirtFindData record{};
-    EXPECT_TRUE(volume()->GetFileInfo(renamed, &record));
-    EXPECT_STREQ(L"d.txt", record.fileName);
-    Close(renamed);
-}
-
 // Whatever keeps a waiting edit from being opened, saved or deleted with its document, it stays.
 TEST_F(SavingAnEditedFile, AWaitingEditIsNotForgotten) {
     LeaveUnsavedEdit(L"Docs\\a.txt", "edit");
@@ -409,11 +345,7 @@ TEST_F(SavingAnEditedFile, AWaitingEditIsNotForgotten) {
         EXPECT_EQ("<VSS_SharingViolation>", Get(L"Docs\\a.txt"));
     }
     for (const std::string mine : {"edit", "of the handle that deletes"}) {
-        void* const hFile = MustOpen(L"Docs\\a.txt");
-        if (mine != "edit") {
-            EXPECT_OK(SetSize(hFile, 0));
-            EXPECT_OK(Write(hFile, mine));
-        }
+        void* const hFile = mine == "edit" ? MustOpen(L"Docs\\a.txt") : OpenEdited(L"Docs\\a.txt", mine);
         EXPECT_OK(volume()->Delete(hFile, nullptr));
         {
             const Held held(ContainerPath(L"Docs\\a.txt"), FILE_SHARE_READ);

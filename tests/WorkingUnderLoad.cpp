@@ -2,11 +2,8 @@
 // be so at any moment; documents that all share stay whole versions. QUELCRYPT_TEST_SEED and QUELCRYPT_TEST_STEPS set other ones.
 #include "harness/VolumeFixture.h"
 
-#include <atomic>
 #include <cstdlib>
-#include <mutex>
 #include <random>
-#include <thread>
 
 namespace {
 
@@ -47,24 +44,8 @@ protected:
         std::wstring path;  // empty: it does not exist
         std::string content;
     };
-    // What was written counts as the content once the volume has taken it, whatever becomes of the save.
-    bool Save(const std::wstring& path, const std::string& content, std::uint32_t disposition = OPEN_EXISTING) {
-        void* hFile = nullptr;
-        Open(&hFile, path, kReadWrite, disposition);
-        const bool isTaken = SetSize(hFile, content.size()) == VVS_Success && Write(hFile, content) == VVS_Success;
-        if (!isTaken && disposition == CREATE_NEW)
-            volume()->Delete(hFile, nullptr);
-        Close(hFile);
-        return isTaken;
-    }
     bool MoveIt(const std::wstring& from, const std::wstring& to, bool isRename) {
-        if (!isRename)
-            return Move(from, to) == VVS_Success;
-        void* hFile = nullptr;
-        Open(&hFile, from);
-        const bool isDone = Rename(hFile, to) == VVS_Success;
-        Close(hFile);
-        return isDone;
+        return (isRename ? Rename(from, to) : Move(from, to)) == VVS_Success;
     }
     bool DeleteIt(const std::wstring& path) {
         void* hFile = nullptr;
@@ -86,14 +67,14 @@ protected:
         else if (what == 3)
             MoveIt(PathOf(shared, random()), PathOf(shared, random()), random() % 2);
         else if (what == 4)
-            Save(PathOf(shared, 0), Version(shared, m_versions));
+            Takes(PathOf(shared, 0), Version(shared, m_versions));
         else if (what == 5 && volume()->Lock(path.c_str(), &lockInfo) == VVS_Success) {
-            own.content = Save(path, content) ? content : own.content;
+            own.content = Takes(path, content) ? content : own.content;
             for (int attempt = 0; attempt < 2 && volume()->Unlock(path.c_str(), lockInfo.token) != VVS_Success; ++attempt) {
             }  // the first one may be failed
         } else if (what == 6)
             Check(own);
-        else if (what > 6 && Save(path, content, own.path.empty() ? CREATE_NEW : OPEN_EXISTING))
+        else if (what > 6 && Takes(path, content, own.path.empty() ? CREATE_NEW : OPEN_EXISTING))
             own = {own.number, path, content};
     }
     // A failure may keep it from being read; something else is never read.
@@ -125,13 +106,13 @@ TEST_F(WorkingUnderLoad, EqualsTheModelWhateverFails) {
             for (unsigned step = 0; step < steps; ++step) {
                 const unsigned which = static_cast<unsigned>(thread) * 3 + random() % 3;
                 own[which].number = kShared + static_cast<int>(which);
-                TestCompanion_FailNth(nullptr, 1 + random() % 40, faults[random() % 5], random() % 16 == 0);
+                Companion().FailNth(nullptr, 1 + random() % 40, faults[random() % 5], random() % 16 == 0);
                 Step(own[which], random);
             }
         });
     for (std::thread& thread : threads)
         thread.join();
-    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+    Companion().FailNth();
     Configure(std::string(DefaultConfiguration()) + " ");  // an enumeration that ended early is believed until then
     for (const std::string& problem : m_problems)
         ADD_FAILURE() << problem;

@@ -125,7 +125,8 @@ public:
     // hold, are left out. False leaves *mountInfo as it was: no more matches, or not a handle of slot 4.
     virtual bool FindNextMountFolder(void* hFind, VirtMountInfo* mountInfo) = 0;
 
-    // 6: describes one entry. False when there is none. The path of a container ("a.txt.zip") finds it too.
+    // 6: describes one entry. False when there is none. The path of a container ("a.txt.zip") finds it too; a folder with such a
+    // name stands for no document.
     virtual bool FindFile(const wchar_t* filePath, VirtFindData* findData) = 0;
     // 7: starts a search and stores the first entry; filePath may end in a pattern ("Docs\*"). At the root ("", "*",
     // "Doc*", "Docs") mount folders are searched. Null when nothing matches: GetLastError is then ERROR_FILE_NOT_FOUND or
@@ -156,7 +157,8 @@ public:
     // In this slot and up to 19, findData may be null and only serves the trace log; it is never written.
     virtual void CloseFile(void* hFile, VirtFindData* findData) = 0;
     // 12, 13: mark the item for deletion at its close, and take the mark back. Until then a file can only be described, undeleted
-    // and closed. A plain file must have been opened with DELETE (VVS_AccessDenied, also in slot 14). A file that is open under a lock
+    // and closed. A plain file must have been opened with DELETE (VVS_AccessDenied, also in slot 14), a link with
+    // DELETE alone: the link itself is then deleted or moved, never what it leads to. A file that is open under a lock
     // goes with the last unlock; listings may show it until then, though it cannot be opened (VVS_FileNotFound). A folder must be
     // empty (VVS_GeneralError).
     virtual VirtualVolumeStatus Delete(void* hFile, VirtFindData* findData) = 0;
@@ -200,7 +202,8 @@ public:
     // against other writers. Open handles that write or delete a plain file or do not share that, the host's own too, and those that are
     // left of an earlier lock refuse the lock (VVS_Locked). An encrypted file's handle that was opened before does not know the lock:
     // its edit is saved under a conflict name. VVS_LockScopeViolation beside an exclusive lock, VVS_Locked or VVS_Unauthorized when the
-    // file cannot be held, VVS_BadRequest for a folder.
+    // file cannot be held, VVS_BadRequest for a folder or a link, VVS_InvalidParameter for a missing file whose name
+    // could not be stored. Waits for up to two seconds for others who hold the file.
     virtual VirtualVolumeStatus Lock(const wchar_t* filePath, LockInfo* lockInfo) = 0;
     // 24: releases the lock with exactly this token.
     virtual VirtualVolumeStatus Unlock(const wchar_t* filePath, const wchar_t* lockToken) = 0;
@@ -225,6 +228,8 @@ protected:
     ~IVirtualVolume() = default;  // not virtual: compilers disagree on the slots of a virtual destructor
 };
 
+// The module imports QuelcryptLib64.dll, which gets passwords and content. A host that loads it at run time names its full path and
+// LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32 (LoadLibraryEx), so that only the library beside it is taken.
 extern "C" {
 // Makes a volume object; the caller releases it through slot 1. Null when memory is short.
 IVirtualVolume* Quelcrypt_VolumeFactory();

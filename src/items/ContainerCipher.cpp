@@ -7,6 +7,7 @@
 #include "items/TrackingFile.h"
 #include "items/VirtualItem.h"
 #include "items/VirtualTempFileDispenser.h"
+#include "library/Patience.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
@@ -149,11 +150,15 @@ VirtualVolumeStatus DecryptToFile(const std::wstring& containerPath, const Locke
 
 // A writer's time and size may not show yet; that he has the file open does, when an open that denies writers is refused.
 VirtualVolumeStatus LookAtReplaced(const std::wstring& filePath, const std::optional<FileVersion>& known) {
-    const HANDLE handle = ::CreateFileW(PlatformPath(filePath).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
-                                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    const bool isBeingWritten = handle == INVALID_HANDLE_VALUE && GetLastError() == ERROR_SHARING_VIOLATION;
-    const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
-    if (isBeingWritten)
+    UniqueHandle hFile;
+    const Win32Error error = TryForAMoment([&] {
+        const HANDLE handle = ::CreateFileW(PlatformPath(filePath).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        hFile.Reset(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+        const bool isBeingWritten = !hFile && GetLastError() == ERROR_SHARING_VIOLATION;
+        return isBeingWritten ? LastWin32Error() : Win32Error::None;
+    });
+    if (error != Win32Error::None)
         return VSS_SharingViolation;
     const std::optional<FileVersion> now = hFile ? ReadOpenFileVersion(hFile.Get(), filePath) : ReadFileVersion(filePath);
     return IsStillVersion(known, now) ? VVS_Success : VVS_PathAlreadyExists;

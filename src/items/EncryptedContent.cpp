@@ -213,7 +213,7 @@ VirtualVolumeStatus EncryptedContent::DoWrite(std::uint64_t place, const void* d
     m_copy.WillBeWritten();
     const VirtualVolumeStatus status = WriteFileAt(m_copy.File(), place, data, dataSize, count);
     if (status == VVS_Success)
-        m_copy.WasWritten();
+        WasWritten();
     return status;
 }
 
@@ -221,8 +221,13 @@ VirtualVolumeStatus EncryptedContent::SetSize(std::uint64_t size) {
     m_copy.WillBeWritten();
     const VirtualVolumeStatus status = VirtualItem::SetFileSize(m_copy.File(), size);
     if (status == VVS_Success)
-        m_copy.WasWritten();
+        WasWritten();
     return status;
+}
+
+void EncryptedContent::WasWritten() {
+    m_copy.WasWritten();
+    m_wasWritten = true;
 }
 
 VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
@@ -236,7 +241,10 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
         QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_copy.File(), deleteFile)), checkText);
     if (m_lock.locked) {
         const SectionGuard guard(m_lock.content->section);
-        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile)), lockedCheckText);
+        const VirtualVolumeStatus status = StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile));
+        if (status != VVS_Success && m_copy.IsMade())
+            DeleteUndeleteFile(m_copy.File(), !deleteFile);
+        QC_CHECK_STATUS(status, lockedCheckText);
         m_lock.content->isDeleted = deleteFile;
     }
     m_deletedVersion = version;
@@ -274,6 +282,13 @@ VirtualVolumeStatus EncryptedContent::PrepareContent() {
         m_copy.Discard();
     m_copy.SettleTime();
     return MakeSureTempFileOpenIfNeeded(TempContent::OfContainer);
+}
+
+void EncryptedContent::StartEmptyAgain(const std::optional<FileVersion>& base) {
+    if (m_copy.IsMade() && !m_copy.HoldsEdit())
+        DeleteFileOrFolder(TrackingPath());
+    m_copy.GiveBack(m_state.Path(), m_base);
+    m_base = base;
 }
 
 VirtualVolumeStatus EncryptedContent::CheckBase() {

@@ -33,13 +33,17 @@ public:
     VirtualVolumeStatus Close(bool isDeleted) override;
     bool GetFileInfo(VirtFindData* virtFindData) override;
     bool IsOpen() const override { return m_copy.IsMade(); }
-    void TimeWasSet() override { m_copy.TimeWasSet(); }
+    void InfoWasSet(bool withWriteTime) override { m_copy.InfoWasSet(withWriteTime); }
 
     // For moves.
     const LockedFile& Lock() const { return m_lock; }
     // Makes the copy hold what the document holds, whatever the disposition says.
     VirtualVolumeStatus PrepareContent();
-    bool StartsEmpty() const { return m_startsEmpty; }
+    // Does the handle still hold nothing, by its disposition, whatever is stored?
+    bool StartsEmpty() const { return m_startsEmpty && !m_wasWritten; }
+    // A move that came to nothing had filled the copy: the handle holds nothing again, and what waited there waits on.
+    void StartEmptyAgain(const std::optional<FileVersion>& base);
+    const std::optional<FileVersion>& Base() const { return m_base; }
     bool HoldsEdit() const { return m_copy.HoldsEdit(); }
     // A new file, of which nothing was stored and nothing is written yet.
     bool IsOnlyNamed() const;
@@ -66,6 +70,7 @@ private:
     VirtualVolumeStatus DoWrite(std::uint64_t place, const void* data, std::uint32_t dataSize, std::uint32_t* count) override;
 
     // The copy (EncryptedContent.cpp)
+    void WasWritten();
     VirtualVolumeStatus MakeSureTempFileOpenIfNeeded(TempContent content);
     // before: the container as it was just seen, if it was.
     VirtualVolumeStatus FillTempFile(std::optional<FileVersion> before, RetainedCopy& copy, HANDLE hFile);
@@ -89,6 +94,7 @@ private:
     WorkingCopy m_copy;
     LockedFile m_lock;
     bool m_startsEmpty = false;                     // by its disposition; the stored content goes only with a save
+    bool m_wasWritten = false;
     bool m_isBaseKnown = false;
     bool m_mayAskUser = true;                       // for a folder to put a backup in
     bool m_isBackedUp = false;

@@ -167,7 +167,7 @@ VirtualVolumeStatus EncryptedContent::EncryptOpenFileUnlocked() {
     const VirtualVolumeStatus status =
         container_cipher::EncryptOpenFileInternal(
         StoredPath(), m_state.Name(), {m_copy.Path(), m_copy.File()},
-        [this] { return container_cipher::LookAtReplaced(StoredPath(), m_base); });
+        [this] { return IsLockedByOthers() ? VVS_PathAlreadyExists : container_cipher::LookAtReplaced(StoredPath(), m_base); });
     if (status == VVS_Success)
         RememberSavedState();
     if (status == VVS_Success || status == VVS_PathAlreadyExists || !m_mayAskUser)
@@ -189,7 +189,7 @@ void EncryptedContent::RememberSavedState() {
         m_base = ReadFileVersion(StoredPath());
         VirtFindData stored{};
         LARGE_INTEGER copySize{};
-        const bool agrees = m_base && VirtualFindFile::FindFile(StoredPath().c_str(), &stored) &&
+        const bool agrees = m_base && VirtualFindFile::FindContainerOnDisk(StoredPath(), &stored) &&
                             GetFileSizeEx(m_copy.File(), &copySize) && stored.fileSize == copySize.QuadPart;
         if (agrees)
             m_copy.WasSaved(&stored);
@@ -227,8 +227,12 @@ void EncryptedContent::SaveOvertakenEdit() {
 
 VirtualVolumeStatus EncryptedContent::CheckMayGo() {
     const VirtualVolumeStatus status = CheckBase();
-    if (status != VVS_Success || m_lock.locked)
+    if (status != VVS_Success)
         return status;
+    if (m_lock.locked) {
+        const SectionGuard guard(m_lock.content->section);
+        return m_lock.content->isDeleted ? VVS_GeneralError : VVS_Success;
+    }
     UniqueHandle hFile;  // what a move deletes at its end must not turn out to be held then, or to be written
     const VirtualVolumeStatus mayDelete = VirtualItem::CreateFileInAMoment(
         StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);

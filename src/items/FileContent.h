@@ -46,9 +46,9 @@ public:
     virtual VirtualVolumeStatus Close(bool isDeleted) = 0;
 
     virtual bool GetFileInfo(VirtFindData* virtFindData) = 0;
-    // The write time was set on the working file by hand. The platform's own updates may end with that (FILE_BASIC_INFO), so later
-    // writes set the time themselves.
-    virtual void TimeWasSet() = 0;
+    // Attributes and times were set on the working file by hand. The platform's own updates of the write time may end with that
+    // (FILE_BASIC_INFO), so later writes set it themselves.
+    virtual void InfoWasSet(bool withWriteTime) = 0;
 
 protected:
     virtual VirtualVolumeStatus DoRead(std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) = 0;

@@ -60,16 +60,27 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     m_destPath = destEncrypted ? ZipPathStr(m_newFilePath) : m_newFilePath;
     const std::wstring oldPath = m_state.Path();
     const bool wasEncrypted = m_content->IsEncrypted();
-    const SaveGates gates(m_content->StoredPath(), m_destPath);
+    // The destination's other form, if it is a container, may be deleted as well.
+    const SaveGates gates(ZipPathStr(m_state.Path()), ZipPathStr(m_newFilePath));
+    const bool startsEmpty = wasEncrypted && Encrypted().StartsEmpty() && !Encrypted().HoldsEdit();
+    const std::optional<FileVersion> base = startsEmpty ? Encrypted().Base() : std::nullopt;
+    bool isMoved = false;
+    const OnExit startEmptyAgain([&] {
+        if (startsEmpty && !isMoved)
+            Encrypted().StartEmptyAgain(base);
+        else if (startsEmpty && !m_content->IsEncrypted())
+            Plain().StartEmpty();
+    });
     bool isDone = false;
     VirtualVolumeStatus status = Check(newFileLockToken, destEncrypted, isDone);
     if (status != VVS_Success || isDone)
         return qcLog.Leave(status);
     status = Dispatch(destEncrypted);
-    if (status != VVS_Success)
+    isMoved = status == VVS_Success;
+    if (!isMoved)
         return qcLog.Leave(status);
     const OnExit tidyUp([&] {  // the move is done, whatever comes of this
-        if (!m_otherFormPath.empty() && IsStillVersion(m_otherForm, ReadFileVersion(m_otherFormPath)))
+        if (!m_otherFormPath.empty() && container_cipher::LookAtReplaced(m_otherFormPath, m_otherForm) == VVS_Success)
             DeleteFileOrFolder(m_otherFormPath);
         if (wasEncrypted && !m_keepSrcFile)
             VirtualTempFileDispenser::Remove(oldPath, true);
@@ -174,7 +185,8 @@ VirtualVolumeStatus FileMove::MoveFromPlainToPlainUnlocked() {
     QC_TRACE_THIS(L"VirtualFile::MoveFromPlainToPlainUnlocked", L"%s", LogStr());
     PlainContent& source = Plain();
     if (m_sameFile || (m_renameSrcFile && !source.IsLocked())) {
-        const auto lastLook = [this] { return m_sameFile ? VVS_Success : LookAgain(); };
+        // Some systems rename what is at the path that the handle was opened by.
+        const auto lastLook = [&] { return m_sameFile ? VVS_Success : source.IsAtItsPath() ? LookAgain() : VSS_SharingViolation; };
         QC_CHECK_STATUS(VirtualItem::RenameItem(source.WorkingFile(), m_state, m_newFilePath, lastLook),
                         L"VirtualItem::RenameItem(newFilePath) =>%s, ");
         SaveCount(m_destPath).Keep();
@@ -208,6 +220,7 @@ VirtualVolumeStatus FileMove::WithLockedSource(const std::function<VirtualVolume
     QC_CHECK_STATUS(source.OpenForReading(hSecond, hSource), L"OpenForReading(hSource) =>%s, ");
     const std::shared_ptr<LockedContent> shared = source.Shared();
     const SectionGuard guard(shared->section);
+    QC_CHECK(!shared->isDeleted, VVS_GeneralError, L"!shared->isDeleted =>false%s, ");
     const VirtualVolumeStatus status = write(hSource);
     if (status != VVS_Success || m_keepSrcFile)
         return qcLog.Leave(status);
@@ -221,6 +234,7 @@ VirtualVolumeStatus FileMove::WithLockedSource(const std::function<VirtualVolume
 // Moved is moved: should the file then not open again, later calls on the item say so.
 VirtualVolumeStatus FileMove::MovePlainFile() {
     QC_TRACE_THIS(L"VirtualFile::MovePlainFile");
+    QC_CHECK(Plain().IsAtItsPath(), VSS_SharingViolation, L"Plain().IsAtItsPath() =>false%s, ");
     Plain().CloseFile();
     const Win32Error error = TryForAMoment([this] { return file_content::MoveFileW(m_state.Path(), m_newFilePath, 0); });
     if (error == static_cast<Win32Error>(ERROR_NOT_SAME_DEVICE))
@@ -412,8 +426,10 @@ VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& sou
     QC_TRACE_THIS(L"VirtualFile::EncryptTo");
     const std::wstring virtualFileSpec = PathStripPathStr(m_newFilePath);
     const LockedFile& dest = m_sameFile && m_content->IsEncrypted() ? Encrypted().Lock() : m_newFile;
-    if (dest.locked)
+    if (dest.locked) {
+        QC_CHECK_STATUS(LookAgain(), L"LookAgain() =>%s, ");
         return qcLog.Leave(container_cipher::EncryptOpenFileLocked(m_destPath, virtualFileSpec, source, dest));
+    }
     const bool isHeld = !MayReplace() && !m_sameFile;
     if (isHeld) {
         UniqueHandle hHeld;

@@ -14,6 +14,8 @@ HeldSource::~HeldSource() {
 VirtualVolumeStatus HeldSource::Hold(const std::wstring& path) {
     if (IsLink(path))  // what it leads to would be deleted at the end
         return VSS_NotImplemented;
+    if (!m_source.IsAtItsPath())
+        return VSS_SharingViolation;
     m_source.CloseFile();
     return VirtualItem::CreateFileInAMoment(path, GENERIC_READ | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING,
                                             FILE_ATTRIBUTE_NORMAL, m_hFile);

@@ -11,10 +11,13 @@ VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, bool isLink
                   FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition));
     m_state.SetPath(filePath);  // before anything is created or cut: it needs memory
     // What is deleted or moved is a link itself; what it leads to is only read and written.
-    if (isLink && desiredAccess == DELETE)
+    if (isLink && desiredAccess == DELETE) {
         m_openFlags = FILE_FLAG_OPEN_REPARSE_POINT;
-    else if (isLink)
-        desiredAccess &= ~static_cast<std::uint32_t>(DELETE);
+    } else if (isLink) {
+        if (desiredAccess & GENERIC_ALL)
+            desiredAccess |= GENERIC_READ | GENERIC_WRITE;
+        desiredAccess &= ~static_cast<std::uint32_t>(DELETE | GENERIC_ALL);
+    }
     m_wantedAccess = desiredAccess;
     m_grantedAccess = desiredAccess;
     m_shareMode = shareMode;
@@ -53,8 +56,8 @@ VirtualVolumeStatus PlainContent::CreteFileWithReadOnlyFallback(const std::wstri
                                                                 std::uint32_t shareMode, std::uint32_t openDisposition) {
     QC_TRACE(L"VirtualFile::CreteFileWithReadOnlyFallback");
     m_grantedAccess = desiredAccess;
-    const VirtualVolumeStatus status =
-        VirtualItem::CreateFileW(filePath, desiredAccess, shareMode, openDisposition, FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile);
+    const auto create = Truncates(openDisposition) ? VirtualItem::CreateFileInAMoment : VirtualItem::CreateFileW;
+    const VirtualVolumeStatus status = create(filePath, desiredAccess, shareMode, openDisposition, FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile);
     if (status == VVS_Success)
         return qcLog.Leave(status);
     const DWORD lastError = GetLastError();
@@ -62,6 +65,8 @@ VirtualVolumeStatus PlainContent::CreteFileWithReadOnlyFallback(const std::wstri
     QC_CHECK((lastError == ERROR_ACCESS_DENIED || lastError == ERROR_SHARING_VIOLATION) && !needToCreateFile, status,
              L"(lastError == 5L || lastError == 32L) && !needToCreateFile =>false%s, ");
     m_grantedAccess = GENERIC_READ;
+    if (Truncates(openDisposition))
+        m_wantedAccess = GENERIC_READ;  // later writes would leave what was not cut
     return qcLog.Leave(VirtualItem::CreateFileW(filePath, GENERIC_READ, shareMode, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile));
 }
 
@@ -84,22 +89,29 @@ void PlainContent::Reopen(bool withFullAccess) {
 }
 
 // Who held the file when it was opened may have let go of it since.
-bool PlainContent::MayDelete() {
-    constexpr std::uint32_t kMayDelete = DELETE | GENERIC_ALL;
-    if (!(m_grantedAccess & kMayDelete) && (m_wantedAccess & kMayDelete) && !m_lock.locked) {
+bool PlainContent::IsGranted(std::uint32_t access) {
+    if (!(m_grantedAccess & access) && (m_wantedAccess & access) && !m_lock.locked && IsAtItsPath()) {
         m_hFile.Reset();
         const VirtualVolumeStatus status = VirtualItem::CreateFileInAMoment(m_state.Path(), m_wantedAccess, m_shareMode, OPEN_EXISTING,
                                                                             FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile);
-        m_grantedAccess = status == VVS_Success ? m_wantedAccess : m_grantedAccess;
-        if (status != VVS_Success)
+        if (status == VVS_Success)
+            m_grantedAccess = m_wantedAccess;
+        else
             Reopen(false);
     }
-    return m_grantedAccess & kMayDelete;
+    return m_grantedAccess & access;
 }
 
 bool PlainContent::IsReadOnly() const {
     const std::optional<FileStamp> stamp = ReadOpenFileStamp(m_hFile.Get());
     return stamp && (stamp->attributes & FILE_ATTRIBUTE_READONLY);
+}
+
+bool PlainContent::IsAtItsPath() const {
+    const std::optional<FileVersion> own = ReadOpenFileVersion(m_hFile.Get(), m_state.Path());
+    const std::optional<FileVersion> there = ReadFileVersion(m_state.Path());
+    const bool isOtherForm = m_openFlags & FILE_FLAG_OPEN_REPARSE_POINT;  // a link itself, where the path leads to its target
+    return isOtherForm || (own && there && AreOneFile(*own, *there).value_or(true));
 }
 
 VirtualVolumeStatus PlainContent::OpenForReading(UniqueHandle& hSecond, HANDLE& hSource) const {
@@ -139,7 +151,7 @@ VirtualVolumeStatus PlainContent::BeginWrite() {
     if (m_lock.content->isDeleted)
         return VVS_GeneralError;
     // Of a duplicated handle some systems check this for writes, but not for cuts.
-    if (m_lock.locked && !(m_grantedAccess & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA)))
+    if (!IsGranted(GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA) && m_lock.locked)
         return VVS_AccessDenied;
     if (m_lock.content->goesUnlessWritten) {
         const Win32Error error = DeleteUndeleteFile(m_hFile.Get(), false);
@@ -148,7 +160,9 @@ VirtualVolumeStatus PlainContent::BeginWrite() {
         m_lock.content->goesUnlessWritten = false;
     }
     m_lock.content->isWritten = true;
-    return VVS_Success;
+    const VirtualVolumeStatus status = m_startsEmpty ? VirtualItem::SetFileSize(m_hFile.Get(), 0) : VVS_Success;
+    m_startsEmpty = m_startsEmpty && status != VVS_Success;
+    return status;
 }
 
 VirtualVolumeStatus PlainContent::MarkForDeletion(bool deleteFile) {
@@ -171,7 +185,8 @@ bool PlainContent::GetFileInfo(VirtFindData* virtFindData) {
     return VirtualFindFile::DescribeOnDisk(m_state.Path(), VIT_PlainFile, virtFindData);
 }
 
-void PlainContent::TimeWasSet() {
+// Even where the time is to stay as it is, it is set.
+void PlainContent::InfoWasSet(bool) {
     const SectionGuard guard(m_lock.content->section);
     m_lock.content->isTimeSet = true;
 }

@@ -29,14 +29,18 @@ public:
     VirtualVolumeStatus MarkForDeletion(bool deleteFile) override;
     VirtualVolumeStatus Close(bool isDeleted) override;
     bool GetFileInfo(VirtFindData* virtFindData) override;
-    void TimeWasSet() override;
+    void InfoWasSet(bool withWriteTime) override;
 
     // For moves.
     bool IsLocked() const { return m_lock.locked; }
-    bool MayDelete();
+    bool MayDelete() { return IsGranted(DELETE | GENERIC_ALL); }
     std::shared_ptr<LockedContent> Shared() const { return m_lock.content; }
     // A file that is read-only cannot be marked for deletion.
     bool IsReadOnly() const;
+    // Is the file that is open still the one at the item's path? Where files have no identity, it counts as the one.
+    bool IsAtItsPath() const;
+    // The handle was opened to start empty: what is in the file goes with the first change.
+    void StartEmpty() { m_startsEmpty = true; }
     // The own handle where it may read, else a second one, which a lock allows too.
     VirtualVolumeStatus OpenForReading(UniqueHandle& hSecond, HANDLE& hSource) const;
     void CloseFile() { m_hFile.Reset(); }
@@ -46,6 +50,8 @@ public:
 private:
     VirtualVolumeStatus CreteFileWithReadOnlyFallback(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                                       std::uint32_t openDisposition);
+    // Any of the rights? What was refused at the open because others held the file is asked for again, for a moment.
+    bool IsGranted(std::uint32_t access);
     VirtualVolumeStatus DoRead(std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) override;
     VirtualVolumeStatus DoWrite(std::uint64_t place, const void* data, std::uint32_t dataSize, std::uint32_t* count) override;
     // Before a change of the content: may it be changed, and will it stay?
@@ -57,5 +63,6 @@ private:
     std::uint32_t m_grantedAccess = 0;
     std::uint32_t m_shareMode = 0;
     DWORD m_openFlags = 0;
+    bool m_startsEmpty = false;
     LockedFile m_lock{false, {}, std::make_shared<LockedContent>()};  // its handle is m_hFile; unlocked, the content is ours alone
 };

@@ -137,10 +137,8 @@ VirtualVolumeStatus VirtualFile::Delete() {
     QC_TRACE_THIS(L"VirtualFile::Delete", L"this:itemFullPath[%s]", m_state.Path());
     if (!m_deleted) {
         const VirtualVolumeStatus status = m_content->MarkForDeletion(true);
-        if (status != VVS_Success) {
-            m_content->MarkForDeletion(false);
+        if (status != VVS_Success)
             return qcLog.Leave(status);
-        }
         m_deleted = true;
     }
     return qcLog.Leave(VVS_Success);
@@ -177,8 +175,7 @@ VirtualVolumeStatus VirtualFile::SetFileInfo(const VirtFindData* virtFindData) {
     if (!m_content->IsOpen())
         return qcLog.Leave(VVS_Success);
     const VirtualVolumeStatus status = VirtualItem::SetFileInfo(virtFindData);
-    // A plain file's time is set even where it is to stay as it is, and the platform updates it no more.
-    if (status == VVS_Success && (virtFindData->lastWriteTime != 0 || !m_content->IsEncrypted()))
-        m_content->TimeWasSet();
+    if (status == VVS_Success)
+        m_content->InfoWasSet(virtFindData->lastWriteTime != 0);
     return qcLog.Leave(status);
 }

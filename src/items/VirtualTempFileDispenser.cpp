@@ -12,6 +12,7 @@
 #include "diagnostics/Trace.h"
 #include "items/TrackingFile.h"
 #include "library/Locks.h"
+#include "library/Patience.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "policy/FileUtils.h"
@@ -33,7 +34,7 @@ struct CacheState {
     CacheList entries GUARDED_BY(section);
     std::unordered_map<std::wstring, CacheList::iterator, NoCaseHash, NoCaseEqual> byKey GUARDED_BY(section);
     std::size_t savedCount GUARDED_BY(section) = 0;
-    std::vector<std::wstring> leftFolders GUARDED_BY(section);  // of files that others had open when they were deleted
+    std::vector<std::wstring> leftFiles GUARDED_BY(section);  // that others had open when they were deleted
 
     const RetainedCopy* Find(const std::wstring& key) REQUIRES(section) {
         const auto found = byKey.find(key);
@@ -101,17 +102,25 @@ bool BaseFolder(std::wstring& folder) {
     return MakeFolder(folder);
 }
 
-// Folders whose file others had open when it was deleted: it is gone by now, perhaps.
-void RemoveLeftFolders() {
+// The files that are known by name, so that paths are no longer than the platform takes.
+bool DeleteNow(const std::wstring& tempFilePath) {
+    DeleteFileW(PlatformPath(tempFilePath).c_str());
+    DeleteFileW(PlatformPath(TrackingFilePathStr(tempFilePath)).c_str());
+    const std::wstring folder = PathRemoveFileSpecStr(tempFilePath);
+    return RemoveDirectoryW(PlatformPath(folder).c_str()) || !PathExists(folder);
+}
+
+// What others had open when it was deleted: they are done by now, perhaps.
+void DeleteLeftFiles() {
     CacheState& state = State();
-    std::vector<std::wstring> folders;
+    std::vector<std::wstring> files;
     {
         const SectionGuard guard(state.section);
-        folders.swap(state.leftFolders);
+        files.swap(state.leftFiles);
     }
-    std::erase_if(folders, [](const std::wstring& folder) { return RemoveDirectoryW(PlatformPath(folder).c_str()) || !PathExists(folder); });
+    std::erase_if(files, DeleteNow);
     const SectionGuard guard(state.section);
-    state.leftFolders.insert(state.leftFolders.end(), folders.begin(), folders.end());
+    state.leftFiles.insert(state.leftFiles.end(), files.begin(), files.end());
 }
 
 // Rights to a folder for this user and the system alone, in a temp folder that users share, as services do, where another one may have
@@ -147,7 +156,7 @@ private:
 // process was quicker in between, creating the folder fails and another name is tried.
 bool MakeUniqueFolder(std::wstring& folder) {
     QC_TRACE(L"MakeUniqueFolder");
-    RemoveLeftFolders();
+    DeleteLeftFiles();
     std::wstring base;
     if (!BaseFolder(base))
         return qcLog.Leave(false);
@@ -313,14 +322,14 @@ void VirtualTempFileDispenser::MoveFolder(const std::wstring& oldFolderPath, con
                                                PathStripPathStr(entry.key)));
 }
 
-// The files that are known by name, so that paths are no longer than the platform takes; then what else may be there.
+// The files that are known by name; then what else may be there.
 void VirtualTempFileDispenser::DeleteTempFolder(const std::wstring& tempFilePath) {
-    const std::wstring folder = PathRemoveFileSpecStr(tempFilePath);
-    DeleteFileW(PlatformPath(tempFilePath).c_str());
-    DeleteFileW(PlatformPath(TrackingFilePathStr(tempFilePath)).c_str());
-    if (RemoveDirectoryW(PlatformPath(folder).c_str()) || DeleteFileOrFolder(folder) == DeleteResult::Deleted)
+    const Win32Error deleted = TryForAMoment([&] {
+        return DeleteNow(tempFilePath) ? Win32Error::None : static_cast<Win32Error>(ERROR_SHARING_VIOLATION);
+    });
+    if (deleted == Win32Error::None || DeleteFileOrFolder(PathRemoveFileSpecStr(tempFilePath)) == DeleteResult::Deleted)
         return;
     CacheState& state = State();
     const SectionGuard guard(state.section);
-    state.leftFolders.push_back(folder);
+    state.leftFiles.push_back(tempFilePath);
 }

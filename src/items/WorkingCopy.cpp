@@ -20,6 +20,12 @@ void WorkingCopy::WasWritten() {
     GetSystemTimeAsFileTime(&m_writeTime);
 }
 
+void WorkingCopy::InfoWasSet(bool withWriteTime) {
+    WillBeWritten();
+    if (withWriteTime)
+        m_writeTime = {};
+}
+
 void WorkingCopy::WasSaved(const VirtFindData* readBack) {
     m_state = readBack ? State::Containers : State::Unneeded;
     if (readBack)

@@ -43,7 +43,8 @@ public:
     // Gives the file the time of its last write, unless another one was set by hand since: of a file that is still open for
     // writing, the platform may report an earlier one ("WriteFile", Remarks). For who stores the content with its time.
     void SettleTime();
-    void TimeWasSet() { m_writeTime = {}; }
+    // Attributes or times were set by hand, which are the container's only with an edit: Containers -> Unneeded.
+    void InfoWasSet(bool withWriteTime);
 
 private:
     RetainedCopy m_copy;

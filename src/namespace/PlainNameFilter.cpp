@@ -37,8 +37,10 @@ void PlainNameFilter::Fill(const std::wstring& folderPath) {
 bool PlainNameFilter::MayContain(const std::wstring& folderPath, std::wstring_view name) {
     if (!m_bits)
         Fill(folderPath);
+    // The platform takes these for other names: short ones, and those that lose their end.
+    const bool isOtherName = name.find(L'~') != name.npos || name.ends_with(L'.') || name.ends_with(L' ');
     bool mayContain = true;
-    if (!m_isUseless)
+    if (!m_isUseless && !isOtherName)
         ForEachBit(name, kBits, [&](std::size_t bit) { mayContain = mayContain && (m_bits[bit / 64] >> bit % 64 & 1); });
     return mayContain;
 }

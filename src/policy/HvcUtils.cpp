@@ -253,8 +253,12 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     const bool isLongForm = path.starts_with(L"\\\\?\\");
     // The shell would take these for patterns, and everything that matches would go.
     QC_CHECK(path.find_first_of(L"*?<>\"|", isLongForm ? 4 : 0) == path.npos, DeleteResult::Failed, kCheckText, L"path[%s]", path);
-    const auto deleteFile = [&path] { return DeleteFileW(PlatformPath(path).c_str()) && !PathExists(path); };
-    if (deleteFile())  // nearly always an ordinary file
+    const auto deleteFile = [&path] {
+        if (!DeleteFileW(PlatformPath(path).c_str()))
+            return LastWin32Error();
+        return PathExists(path) ? static_cast<Win32Error>(ERROR_SHARING_VIOLATION) : Win32Error::None;
+    };
+    if (deleteFile() == Win32Error::None)  // nearly always an ordinary file
         return qcLog.Leave(DeleteResult::Deleted);
     const DWORD attributes = GetFileAttributesW(PlatformPath(path).c_str());
     const bool isMissing =
@@ -263,11 +267,11 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
         return qcLog.Leave(DeleteResult::Deleted);
     QC_CHECK(attributes != INVALID_FILE_ATTRIBUTES, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     ClearReadOnly(path, attributes);
-    // The shell is for trees, and for files that others still have open. It takes no long paths.
     const bool isFile = !(attributes & FILE_ATTRIBUTE_DIRECTORY);
-    const bool isTooLong = isLongForm || path.size() >= MAX_PATH;
+    const bool isTooLong = isLongForm || path.size() >= MAX_PATH;  // for the shell, which is for trees
     const auto deleteFolder = [&path] { return RemoveDirectoryW(PlatformPath(path).c_str()) && !PathExists(path); };  // or a link to one
-    const bool isGone = (isFile ? deleteFile() : deleteFolder()) || (!isTooLong && DeleteThroughShell(path));
+    const bool isGone = isFile ? TryForAMoment(deleteFile) == Win32Error::None || !PathExists(path)
+                               : deleteFolder() || (!isTooLong && DeleteThroughShell(path));
     QC_CHECK(isGone, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     return qcLog.Leave(DeleteResult::Deleted);
 }

@@ -8,8 +8,6 @@
 #include "diagnostics/QuelcryptLog.h"
 #include "diagnostics/QuelcryptLogControl.h"
 #include "library/CompanionCall.h"
-#include "library/Text.h"
-#include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 #ifdef __GLIBCXX__
@@ -42,27 +40,11 @@ void StartLog() {
     }
 }
 
-std::wstring FolderOf(HMODULE module) {
-    constexpr std::size_t kLongestPath = 32'767;  // units ("Maximum Path Length Limitation")
-    std::wstring path(kLongestPath, L'\0');
-    path.resize(GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size())));
-    return PathRemoveFileSpecStr(path);
-}
-
-// The loader takes an import from where the host's program lies, or from the current folder ("Dynamic-Link Library Search Order"). Only
-// the library beside this module gets passwords and content.
-bool IsCompanionBesideThis(HMODULE self) {
-    const std::wstring own = FolderOf(self), companions = FolderOf(GetModuleHandleW(L"QuelcryptLib64.dll"));
-    return EqualNoCase(own, companions) || AreSameFile(own, companions);
-}
-
 // A failed attach is followed by a detach: the library is ended only if it began, and once.
 bool s_isInitialized = false;
 
-bool Attach(HMODULE self) {
+bool Attach() {
     try {
-        if (!IsCompanionBesideThis(self))
-            return false;
         CallCompanion([] { Quelcrypt_Initialize(&RaiseInterfaceException); });
         s_isInitialized = true;
         StartLog();
@@ -92,12 +74,12 @@ void Detach(bool processEnds) {
 
 }  // namespace
 
-extern "C" BOOL WINAPI DllMain(HINSTANCE self, DWORD reason, LPVOID processEnds) {
+extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, LPVOID processEnds) {
     const int cleanBoot = GetSystemMetrics(kCleanBootMetric);
     if (cleanBoot == 1 || cleanBoot == 2)
         return FALSE;
     if (reason == DLL_PROCESS_ATTACH)
-        return Attach(self);
+        return Attach();
     if (reason == DLL_PROCESS_DETACH)
         Detach(processEnds != nullptr);
     return TRUE;

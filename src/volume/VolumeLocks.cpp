@@ -1,4 +1,5 @@
 #include "common/Halves.h"
+#include "items/SaveNames.h"
 #include "library/Owners.h"
 #include "library/Patience.h"
 #include "library/Text.h"
@@ -59,16 +60,22 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
         const bool fileExists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
         QC_CHECK(!fileExists || !IsDir(virtFindData), VVS_BadRequest,
                  L"!fileExists || (fileExists && !IsDir(virtFindData)) =>false%s, ");
+        QC_CHECK(fileExists || IsWellFormed(fullFilePath), VVS_InvalidParameter, L"IsWellFormed(fullFilePath) =>false%s, ");
         std::wstring filePathToLock = fullFilePath;
         const VirtFindData* halvaneVirtFindData = nullptr;
         if (fileExists) {
             filePathToLock = PathToLock(fullFilePath, virtFindData);
             halvaneVirtFindData = virtFindData.itemType != VIT_PlainFile ? &virtFindData : nullptr;
         } else if (ShouldFileBeEncrypted(fullFilePath)) {
+            QC_CHECK(HasSaveNames(PathStripPathStr(fullFilePath)), VVS_InvalidParameter,
+                     L"HasSaveNames(PathStripPathStr(fullFilePath)) =>false%s, ");
             filePathToLock = ZipPathStr(fullFilePath);
             virtFindData = RecordOfMissingFile(fullFilePath);
             halvaneVirtFindData = &virtFindData;
         }
+        // Through the lock, what it leads to could be deleted or moved.
+        const bool isLink = fileExists && (virtFindData.fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(filePathToLock);
+        QC_CHECK(!isLink, VVS_BadRequest, L"!IsLink(filePathToLock) =>false%s, ");
         bool isLockedBefore = false;
         FileLocker::GetEncryptedInfo(filePathToLock.c_str(), &isLockedBefore, nullptr);
         VirtualVolumeStatus locked = VVS_Success;
@@ -77,7 +84,7 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
             return locked == VVS_Locked ? static_cast<Win32Error>(ERROR_SHARING_VIOLATION) : Win32Error::None;
         });
         QC_CHECK_STATUS(locked, L"FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>%s, ");
-        if (!isLockedBefore && fileExists && halvaneVirtFindData)
+        if (!isLockedBefore && halvaneVirtFindData)
             FollowHeldContainer(filePathToLock, virtFindData.itemType);
         return qcLog.Leave(VVS_Success);
     });

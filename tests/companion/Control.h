@@ -3,6 +3,13 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "quelcrypt/QuelcryptLib.h"
 
 // What a failing call does instead of its work.
 enum class Fault : std::uint32_t {
@@ -10,31 +17,51 @@ enum class Fault : std::uint32_t {
     Null,          // returns null, 0 or false
     Raise,         // calls the callback that the volume registered
     Error,         // throws CQuelcryptErrorException
-    WrongPassword, // throws CQuelcryptErrorException "Cannot recover password"
     OutOfMemory,   // throws std::bad_alloc
     OverLong,      // of texts with a capacity: a length beyond it
-    NoData,        // of a reader's data: null, with a length
     NoText,        // of texts with a capacity: bytes that are no UTF-8
 };
 
-// The lines of the log, in order, with their levels.
-using LineVisitor = void (*)(void* context, std::uint32_t level, std::uint32_t threadId, const wchar_t* text);
+struct LogLine {
+    std::uint32_t level;
+    std::uint32_t threadId;
+    std::wstring text;
+};
 
-extern "C" {
-std::uint32_t TestCompanion_Calls(const char* name);
-// All calls by any name.
-std::uint32_t TestCompanion_AllCalls();
-std::int32_t TestCompanion_LiveObjects();
-// From now on the nth call (from 1) of name fails, or when null of any name but the logger's; with repeat, the later ones too.
-// Fault::None ends it.
-void TestCompanion_FailNth(const char* name, std::uint32_t nth, Fault fault, bool repeat);
-// Has the fault set last been reached?
-bool TestCompanion_FaultWasHit();
-// The name of the call that it hit last; "" when it was not reached.
-const char* TestCompanion_FaultedCall();
-void TestCompanion_SetLevel(std::uint32_t level);
-void TestCompanion_ClearLines();
-void TestCompanion_VisitLines(LineVisitor visit, void* context);
-// Called at the start of each call of name; null ends it. The hook may do anything but call the companion library.
-void TestCompanion_SetHook(const char* name, void (*hook)(void*), void* context);
-}
+// What it has counted and kept, and what it is to do.
+struct TestCompanion {
+    // Of calls by any name but the logger's when it is null.
+    std::uint32_t Calls(const char* name) {
+        const std::lock_guard guard(mutex);
+        return name ? calls[name] : allCalls;
+    }
+    // From now on the nth call (from 1) of a name with that part fails, or when null of any name but the logger's; with repeat, the later
+    // ones too. Without arguments none does.
+    void FailNth(const char* name = nullptr, std::uint32_t nth = 0, Fault withFault = Fault::None, bool andLater = false) {
+        const std::lock_guard guard(mutex);
+        failName = name ? name : "";
+        failIn = nth, fault = withFault, repeat = andLater;
+        wasHit = false;
+    }
+    // Called at the start of each call of name. It may do anything but call the companion library.
+    void SetHook(const char* name = "", std::function<void()> call = {}) {
+        const std::lock_guard guard(mutex);
+        hookName = name, hook = std::move(call);
+    }
+
+    std::recursive_mutex mutex;  // guards all
+    std::map<std::string, std::uint32_t> calls;
+    std::uint32_t allCalls = 0;
+    std::int32_t liveObjects = 0;
+    bool wasHit = false;  // was the fault set last reached?
+    std::uint32_t level = LogLevel_Trace;
+    std::vector<LogLine> lines;  // of the log, in order
+
+    std::string failName;
+    std::uint32_t failIn = 0;
+    Fault fault = Fault::None;
+    bool repeat = false;
+    std::string hookName;
+    std::function<void()> hook;
+};
+extern "C" TestCompanion& Companion();

@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-#include <windows.h>
+#include "harness/Files.h"
 
 struct ContainerHeader {
     char magic[8] = {'c', 'o', 'n', 't', 'a', 'i', 'n', 's'};
@@ -44,26 +44,4 @@ inline std::optional<Container> ContainerOf(const std::string& bytes) {
     container.name.assign(reinterpret_cast<const wchar_t*>(bytes.data() + sizeof(ContainerHeader)), container.header.nameUnits);
     container.content = bytes.substr(contentAt);
     return container;
-}
-
-// Small files, in one call; sharing everything.
-inline std::optional<std::string> ReadWhole(const std::wstring& path) {
-    const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ, 7, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return std::nullopt;
-    std::string bytes(4096, '\0');
-    DWORD length = 0;
-    ReadFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &length, nullptr);
-    CloseHandle(file);
-    bytes.resize(length);
-    return bytes;
-}
-inline bool WriteWhole(const std::wstring& path, DWORD disposition, const std::string& bytes) {
-    const HANDLE file = CreateFileW(path.c_str(), GENERIC_WRITE, 7, nullptr, disposition, 0, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return false;
-    DWORD written = 0;
-    WriteFile(file, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr);
-    CloseHandle(file);
-    return written == bytes.size();
 }

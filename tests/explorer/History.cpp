@@ -6,10 +6,18 @@
 
 #include <windows.h>
 
+#include "companion/Control.h"
 #include "explorer/Document.h"
 #include "explorer/Process.h"
 
 namespace {
+
+constexpr struct {
+    const char* call;
+    Fault fault;
+} kFailures[] = {{"", Fault::None}, {"Quelcrypt_FileWriterFactory", Fault::Null}, {"Quelcrypt_FileWriterFactory", Fault::Error},
+                 {"IFileWriter::Write", Fault::Null}, {"IFileWriter::Finish", Fault::Null}, {"Quelcrypt_GetFileInformation", Fault::Null},
+                 {"File", Fault::Null}, {"File", Fault::Error}};
 
 // The content that somebody has, and what he knew when he made it.
 struct Edit {
@@ -88,7 +96,7 @@ private:
     std::set<int> m_doomedPlaces;   // of plain files that are not locked: the platform deletes them with their last handle
     bool m_mayBeBare = false;       // somebody may have wanted an empty file
     bool m_mayLitter = false;       // a temp folder can go only when the volume does not think of it any more
-    const std::int32_t m_liveBefore = Explorer_LiveObjects();
+    const std::int32_t m_liveBefore = Companion().liveObjects;
 };
 
 History::History(const Start& begin) : Document(begin) {
@@ -397,9 +405,11 @@ void History::Do(const Step& step) {
     if (step.op == Op::Rename || IsByPath(step.op))
         m_touched.insert(step.argument == kCase ? kHome : step.argument);
     m_hasActed[step.actor] |= step.op > Op::Open && step.op <= Op::Close;
-    Explorer_Fail(step.failing, step.nth);
+    const auto [call, fault] = kFailures[static_cast<int>(step.failing)];
+    Companion().FailNth(call, static_cast<std::uint32_t>(step.nth), fault, step.nth == 0);
     isRefused = !Call(step);
-    wasFailed = Explorer_Fail(Failing::None) && step.failing != Failing::None;
+    wasFailed = Companion().wasHit;
+    Companion().FailNth();
     const Look now = world.LookAround();
     Check(step, now);
     // A file that was replaced or moved away while a lock or another opener holds it goes with that, later.
@@ -452,7 +462,7 @@ void History::End() {
         OpenAnew(place);
     m_step = "at the end";
     Expect(!process::HoldsHandles(), "the volume holds a handle");
-    Expect(Explorer_LiveObjects() == m_liveBefore, "a companion object lives");
+    Expect(Companion().liveObjects == m_liveBefore, "a companion object lives");
     Expect(!look.hasLitter || m_mayLitter, "a temp folder without an owner");
     for (const auto& [path, file] : look.files) {
         Expect(path.find(L'~') == path.npos && !path.ends_with(L".side"), "an unfinished file is left");

@@ -9,6 +9,7 @@
 #include <shellapi.h>
 #include <shlobj.h>
 
+#include "companion/Control.h"
 #include "harness/Imports.h"
 
 namespace {
@@ -95,6 +96,7 @@ IVirtualVolume* process::Volume() {
         std::printf("The volume cannot be loaded: %lu\n", GetLastError());
         std::exit(2);
     }
+    Companion().level = 0;
     NoteWhatIsHeld();
     LeaveOutWhatTakesTime();
     const auto factory = reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory")));

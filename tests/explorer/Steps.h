@@ -7,8 +7,6 @@
 #include <utility>
 #include <vector>
 
-#include "explorer/Control.h"
-
 enum class Op { Open, Read, Write, Cut, Delete, Undelete, Rename, Close, Move, Copy, Lock, Unlock, Store, StoreInPlace, Remove, EndProcess };
 inline bool IsOutside(Op op) { return op >= Op::Store; }  // by somebody outside, or by nobody
 inline bool IsByPath(Op op) { return op == Op::Move || op == Op::Copy; }
@@ -17,6 +15,9 @@ inline bool IsByPath(Op op) { return op == Op::Move || op == Op::Copy; }
 // its home in another letter case.
 enum Place { kHome, kOther, kKey2, kAcross, kCase, kPlaces };
 inline constexpr int kOpenToRead = 6;  // beside the dispositions 1 to 5: OPEN_EXISTING with read access alone
+
+// Which calls of the step fail: these return null, false or 0, or throw. Of the last two the nth call that is about containers.
+enum class Failing { None, NoWriter, ThrowingWriter, Write, Finish, Information, Nth, NthThrows };
 
 struct Step {
     Op op;

@@ -5,39 +5,26 @@
 #include <filesystem>
 
 #include "explorer/Container.h"
-#include "explorer/Control.h"
 
 namespace {
 
-constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 const wchar_t* const kFolders[] = {L"\\K1", L"\\K2", L"\\Plain"};
 
 // The folders of all worlds of this process, one after the other; when one was not left empty, they are made anew.
 std::wstring g_tree;
 int g_trees = 0;
 
-// Calls use(handle) with the file opened for what only needs its attributes.
-template <class Use>
-void WithFile(const std::wstring& path, DWORD access, Use use) {
-    const HANDLE file = CreateFileW(path.c_str(), access, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
-    use(file);
-    CloseHandle(file);
-}
-
 std::int64_t ChangeTimeOf(const std::wstring& path) {
     FILE_BASIC_INFO info{};
-    WithFile(path, FILE_READ_ATTRIBUTES, [&](HANDLE file) { GetFileInformationByHandleEx(file, FileBasicInfo, &info, sizeof(info)); });
+    GetFileInformationByHandleEx(Held(path, kShareAll, FILE_READ_ATTRIBUTES).handle, FileBasicInfo, &info, sizeof(info));
     return info.ChangeTime.QuadPart;
 }
 
 std::vector<std::wstring> NamesIn(const std::wstring& folder) {
     std::vector<std::wstring> names;
-    WIN32_FIND_DATAW entry;
-    const HANDLE find = FindFirstFileExW((folder + L"\\*").c_str(), FindExInfoBasic, &entry, FindExSearchNameMatch, nullptr, 0);
-    while (find != INVALID_HANDLE_VALUE && FindNextFileW(find, &entry))  // the first is "."
-        if (entry.cFileName != std::wstring(L".."))
-            names.emplace_back(entry.cFileName);
-    FindClose(find);
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(folder, error))
+        names.push_back(entry.path().filename().wstring());
     return names;
 }
 
@@ -46,13 +33,10 @@ struct Root {
     std::wstring path;
 
     Root() {
-        wchar_t temp[MAX_PATH];
-        GetTempPathW(MAX_PATH, temp);
-        int number = 0;
-        do
-            path = std::wstring(temp) + L"explorer-" + std::to_wstring(++number);
-        while (!CreateDirectoryW(path.c_str(), nullptr) && GetLastError() == ERROR_ALREADY_EXISTS);
-        Explorer_SetRoot(path.c_str());
+        const std::wstring temp = std::filesystem::temp_directory_path().wstring();
+        for (int number = 0; path.empty() || !CreateDirectoryW(path.c_str(), nullptr);)
+            path = temp + L"explorer-" + std::to_wstring(++number);
+        SetEnvironmentVariableW(L"EXPLORER_ROOT", path.c_str());
     }
     ~Root() {
         std::error_code error;
@@ -92,14 +76,14 @@ std::string World::TextOf(Word word) const {
 std::wstring World::VolumePath(const std::wstring& path) const { return L"Docs\\" + std::to_wstring(g_trees) + L"\\" + path; }
 
 StoredFile World::FileAt(const std::wstring& path) const {
-    const std::optional<std::string> bytes = ReadWhole(path);
-    const std::optional<Container> container = ContainerOf(bytes.value_or(""));
-    if (!bytes || (BeginsLikeContainer(*bytes) && !container))
+    const std::string bytes = ReadRaw(path);
+    const std::optional<Container> container = ContainerOf(bytes);
+    if (BeginsLikeContainer(bytes) && !container)
         return {kTorn};
-    const std::string& content = container ? container->content : *bytes;
+    const std::string& content = container ? container->content : bytes;
     for (Word word = kNothing; word < m_words; ++word)
         if (content == TextOf(word))
-            return {word, bytes->empty()};
+            return {word, bytes.empty()};
     return {kTorn};
 }
 
@@ -149,7 +133,7 @@ bool World::Store(const std::wstring& path, bool asContainer, Word word, How how
     const std::int64_t before = m_isEqual ? ChangeTimeOf(fullPath) : 0;
     bool isDone = false;
     do {  // a change that not even the platform shows nobody could tell
-        isDone = WriteWhole(side, how == How::InPlace ? TRUNCATE_EXISTING : CREATE_ALWAYS, bytes);
+        isDone = WriteRaw(side, bytes, how == How::InPlace ? TRUNCATE_EXISTING : CREATE_ALWAYS);
         if (isDone && how == How::ByRename && !MoveFileExW(side.c_str(), fullPath.c_str(), MOVEFILE_REPLACE_EXISTING))
             isDone = !DeleteFileW(side.c_str());
         if (m_isEqual && isDone)
@@ -164,7 +148,7 @@ void World::EqualiseTimes() const {
     const FILETIME time{0x10000000, 0x01DA0000};
     for (const std::wstring folder : kFolders)
         for (const std::wstring& name : NamesIn(g_tree + folder))
-            WithFile(g_tree + folder + L"\\" + name, FILE_WRITE_ATTRIBUTES, [&](HANDLE file) { SetFileTime(file, &time, &time, &time); });
+            SetFileTime(Held(g_tree + folder + L"\\" + name, kShareAll, FILE_WRITE_ATTRIBUTES).handle, &time, &time, &time);
 }
 
 bool World::Clear() {

@@ -17,8 +17,6 @@
 
 class CallCounts {
 public:
-    using ByName = std::map<std::string, std::uint64_t>;
-
     // From now on; the modules must stay loaded.
     explicit CallCounts(std::initializer_list<const wchar_t*> modules) {
         m_memory = static_cast<Counter*>(VirtualAlloc(nullptr, kMost * sizeof(Counter), MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
@@ -31,13 +29,19 @@ public:
     CallCounts(const CallCounts&) = delete;
     CallCounts& operator=(const CallCounts&) = delete;
 
-    // Since the last time.
-    ByName Take() {
-        ByName counts;
+    // Since the last time; names says which.
+    std::uint64_t Take(std::string* names = nullptr) {
+        std::map<std::string, std::uint64_t> counts;
         for (std::size_t at = 0; at < m_names.size(); ++at)
             if (const LONG64 count = InterlockedExchange64(&m_memory[at].count, 0))
                 counts[m_names[at]] += static_cast<std::uint64_t>(count);
-        return counts;
+        std::uint64_t total = 0;
+        for (const auto& [name, count] : counts) {
+            total += count;
+            if (names)
+                *names += " " + name + " " + std::to_string(count);
+        }
+        return total;
     }
 
 private:

@@ -1,14 +1,11 @@
 #include "harness/VolumeFixture.h"
 
-#include <algorithm>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 
 #include "harness/Prompts.h"
+#include "harness/WindowsRules.h"
 #include "quelcrypt/QuelcryptExceptions.h"
-
-namespace fs = std::filesystem;
 
 const char* StatusName(VirtualVolumeStatus status) {
     static const char* const names[] = {
@@ -29,6 +26,13 @@ std::string Narrow(std::wstring_view text) {
     return narrow;
 }
 
+std::string TextOf(std::size_t bytes, const std::string& first) {
+    std::string text;
+    while (text.size() < bytes)
+        text += first + std::to_string(text.size() * 7919) + "\n";
+    return text.substr(0, bytes);
+}
+
 std::wstring ConflictName(const std::wstring& name, int number, const wchar_t* what) {
     SYSTEMTIME now{};
     GetLocalTime(&now);
@@ -36,11 +40,6 @@ std::wstring ConflictName(const std::wstring& name, int number, const wchar_t* w
     swprintf(suffix, std::size(suffix), L" (HalvaneCloud %ls edit %04d-%02d-%02d)", what, now.wYear, now.wMonth, now.wDay);
     const std::size_t dot = std::min(name.rfind(L'.'), name.size());
     return name.substr(0, dot) + suffix + (number > 1 ? L" (" + std::to_wstring(number) + L")" : L"") + name.substr(dot);
-}
-
-Held::Held(const std::wstring& nativePath, DWORD shareMode)
-    : m_handle(CreateFileW(nativePath.c_str(), GENERIC_READ, shareMode, nullptr, OPEN_EXISTING, 0, nullptr)) {
-    EXPECT_NE(INVALID_HANDLE_VALUE, m_handle) << Narrow(nativePath);
 }
 
 const char* VolumeFixture::DefaultConfiguration() {
@@ -73,6 +72,7 @@ void VolumeFixture::LoadVolume() {
     m_module = LoadLibraryW(L"QuelcryptVol64.dll");
     ASSERT_NE(nullptr, m_module);
     ASSERT_TRUE(prompts::TakeOver(m_module));
+    windows_rules::TakeOver();
     prompts::g_count = 0;
     prompts::Pick({});
     m_volume = NewVolume();
@@ -82,6 +82,7 @@ void VolumeFixture::LoadVolume() {
 void VolumeFixture::UnloadVolume() {
     m_volume->Release();
     m_volume = nullptr;
+    windows_rules::Release();
     EXPECT_TRUE(FreeLibrary(m_module));
 }
 
@@ -91,13 +92,15 @@ IVirtualVolume* VolumeFixture::NewVolume() const {
 }
 
 void VolumeFixture::TearDown() {
-    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
-    TestCompanion_SetHook(nullptr, nullptr, nullptr);
+    Companion().FailNth();
+    Companion().SetHook();
+    for (const auto& [token, path] : m_locks)
+        m_volume->Unlock(path.c_str(), token.c_str());
     if (m_volume)
         UnloadVolume();
-    EXPECT_EQ(0, TestCompanion_LiveObjects());
+    EXPECT_EQ(0, Companion().liveObjects);
     for (const std::wstring& file : FilesBelow(m_root))
-        EXPECT_TRUE(OpensUnshared(file)) << Narrow(file) << " is held";
+        EXPECT_TRUE(Held(file)) << Narrow(file) << " is held";
     for (const wchar_t* folder : {L"Docs", L"Other", L"Theirs", L"Plain"})
         for (const auto& entry : fs::recursive_directory_iterator(m_root + L"\\" + folder))
             EXPECT_NE(L".HalvaneCloud", entry.path().filename().wstring()) << "a writer's side folder was left behind";
@@ -130,6 +133,24 @@ void* VolumeFixture::MustOpen(const std::wstring& volumePath, std::uint32_t acce
     void* hFile = nullptr;
     EXPECT_OK(Open(&hFile, volumePath, access, disposition, lockToken)) << Narrow(volumePath);
     return hFile;
+}
+
+void* VolumeFixture::OpenEdited(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition) {
+    void* const hFile = MustOpen(volumePath, kReadWrite, disposition);
+    EXPECT_OK(Write(hFile, content));
+    return hFile;
+}
+
+bool VolumeFixture::Takes(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition) {
+    void* hFile = nullptr;
+    VirtFindData info{};
+    const bool isWritten = Open(&hFile, volumePath, kReadWrite, disposition) == VVS_Success && Write(hFile, content) == VVS_Success;
+    const bool isLonger = isWritten && volume()->GetFileInfo(hFile, &info) && info.fileSize > static_cast<std::int64_t>(content.size());
+    const bool isTaken = isWritten && (!isLonger || SetSize(hFile, content.size()) == VVS_Success);
+    if (hFile && !isTaken && disposition == CREATE_NEW)
+        volume()->Delete(hFile, nullptr);
+    Close(hFile);
+    return isTaken;
 }
 
 VirtualVolumeStatus VolumeFixture::Write(void* hFile, std::string_view content, std::uint64_t offset) {
@@ -184,8 +205,8 @@ void VolumeFixture::Delete(const std::wstring& volumePath) {
 }
 
 VirtualVolumeStatus VolumeFixture::Rename(const std::wstring& from, const std::wstring& to) {
-    void* const hFile = MustOpen(from);
-    const VirtualVolumeStatus status = Rename(hFile, to);
+    void* hFile = nullptr;
+    const VirtualVolumeStatus opened = Open(&hFile, from), status = opened == VVS_Success ? Rename(hFile, to) : opened;
     Close(hFile);
     return status;
 }
@@ -214,6 +235,12 @@ Names VolumeFixture::List(const std::wstring& volumePathSpec) {
 VirtFindData VolumeFixture::Record(const std::wstring& volumePath) {
     VirtFindData findData{};
     EXPECT_TRUE(Find(volumePath, &findData)) << Narrow(volumePath);
+    return findData;
+}
+
+VirtFindData VolumeFixture::InfoOf(void* hFile) {
+    VirtFindData findData{};
+    EXPECT_TRUE(volume()->GetFileInfo(hFile, &findData));
     return findData;
 }
 
@@ -283,38 +310,16 @@ std::string VolumeFixture::ContainerContent(const std::wstring& nativeContainerP
     return content;
 }
 
-void VolumeFixture::WriteRaw(const std::wstring& nativePath, std::string_view bytes) {
-    std::ofstream(fs::path(nativePath), std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-}
-
-// Shares everything: what a lock or an item holds open is to be looked at too.
-std::string VolumeFixture::ReadRaw(const std::wstring& nativePath) {
-    const HANDLE hFile = CreateFileW(nativePath.c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (hFile == INVALID_HANDLE_VALUE)
-        return "<none>";
-    std::string bytes(GetFileSize(hFile, nullptr), '\0');
-    DWORD done = 0;
-    EXPECT_TRUE(::ReadFile(hFile, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr) && done == bytes.size())
-        << Narrow(nativePath);
-    CloseHandle(hFile);
-    return bytes;
-}
-
 bool VolumeFixture::Exists(const std::wstring& nativePath) {
     return GetFileAttributesW(nativePath.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
-
-bool VolumeFixture::OpensUnshared(const std::wstring& nativePath) {
-    const HANDLE hFile = CreateFileW(nativePath.c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
-    return hFile != INVALID_HANDLE_VALUE && CloseHandle(hFile);
 }
 
 Names VolumeFixture::FilesBelow(const std::wstring& nativeFolder) {
     Names files;
     std::error_code error;
-    for (fs::recursive_directory_iterator entry(nativeFolder, error), end; entry != end; entry.increment(error))
-        if (entry->is_regular_file())
-            files.push_back(entry->path().wstring());
+    for (const auto& entry : fs::recursive_directory_iterator(nativeFolder, error))
+        if (entry.is_regular_file())
+            files.push_back(entry.path().wstring());
     std::sort(files.begin(), files.end());
     return files;
 }
@@ -325,24 +330,11 @@ Names VolumeFixture::FilesHolding(const std::wstring& nativeFolder, std::string_
     return files;
 }
 
-Names VolumeFixture::NamesBelow(const std::wstring& volumePath) const {
-    Names names = FilesBelow(NativePath(volumePath));
-    for (std::wstring& name : names)
-        name = fs::path(name).filename().wstring();
-    return names;
-}
-
-Snapshot VolumeFixture::DiskBelow(const std::wstring& volumePath) const {
-    Snapshot snapshot;
-    for (const std::wstring& file : FilesBelow(NativePath(volumePath)))
-        snapshot[file] = ReadRaw(file);
-    return snapshot;
-}
-
 Snapshot VolumeFixture::Disk() const {
     Snapshot snapshot;
     for (const wchar_t* mount : {L"Docs", L"Other", L"Theirs", L"Plain"})
-        snapshot.merge(DiskBelow(mount));
+        for (const std::wstring& file : FilesBelow(NativePath(mount)))
+            snapshot[file] = ReadRaw(file);
     return snapshot;
 }
 
@@ -387,28 +379,15 @@ void VolumeFixture::LeaveUnsavedEdit(const std::wstring& volumePath, std::string
 }
 
 std::uint32_t VolumeFixture::CallsDuring(const char* name, const std::function<void()>& action) {
-    const std::uint32_t before = TestCompanion_Calls(name);
+    const std::uint32_t before = Companion().Calls(name);
     action();
-    return TestCompanion_Calls(name) - before;
-}
-
-std::uint32_t VolumeFixture::AllCallsDuring(const std::function<void()>& action) {
-    const auto calls = [] { return TestCompanion_AllCalls() - TestCompanion_Calls("IFileLogger::GetLevel"); };
-    const std::uint32_t before = calls();
-    action();
-    return calls() - before;
+    return Companion().Calls(name) - before;
 }
 
 std::vector<LogLine> VolumeFixture::LinesDuring(const std::function<void()>& action) {
-    TestCompanion_ClearLines();
+    Companion().lines.clear();
     action();
-    std::vector<LogLine> lines;
-    TestCompanion_VisitLines(
-        [](void* context, std::uint32_t level, std::uint32_t threadId, const wchar_t* text) {
-            static_cast<std::vector<LogLine>*>(context)->push_back({level, threadId, text});
-        },
-        &lines);
-    return lines;
+    return Companion().lines;
 }
 
 bool VolumeFixture::HasLine(const std::vector<LogLine>& lines, std::wstring_view part) {
@@ -416,16 +395,16 @@ bool VolumeFixture::HasLine(const std::vector<LogLine>& lines, std::wstring_view
 }
 
 void VolumeFixture::Failing(const char* call, Fault fault, const std::function<void()>& action) {
-    TestCompanion_FailNth(call, 1, fault, true);
+    Companion().FailNth(call, 1, fault, true);
     action();
-    EXPECT_TRUE(TestCompanion_FaultWasHit()) << call;
-    TestCompanion_FailNth(nullptr, 0, Fault::None, false);
+    EXPECT_TRUE(Companion().wasHit) << call;
+    Companion().FailNth();
 }
 
 void VolumeFixture::Before(const char* call, std::function<void()> act, const std::function<void()>& action) {
-    TestCompanion_SetHook(call, [](void* context) { (*static_cast<std::function<void()>*>(context))(); }, &act);
+    Companion().SetHook(call, std::move(act));
     EXPECT_LT(0u, CallsDuring(call, action)) << call;
-    TestCompanion_SetHook(nullptr, nullptr, nullptr);
+    Companion().SetHook();
 }
 
 LockInfo VolumeFixture::NewLock(LockScope scope) const {
@@ -444,9 +423,11 @@ VirtualVolumeStatus VolumeFixture::TryLock(const std::wstring& volumePath, LockS
 std::wstring VolumeFixture::Lock(const std::wstring& volumePath, LockScope scope) {
     LockInfo lockInfo = NewLock(scope);
     EXPECT_OK(volume()->Lock(volumePath.c_str(), &lockInfo)) << Narrow(volumePath);
+    m_locks[lockInfo.token] = volumePath;
     return lockInfo.token;
 }
 
 void VolumeFixture::Unlock(const std::wstring& volumePath, const std::wstring& token) {
-    EXPECT_OK(volume()->Unlock(volumePath.c_str(), token.c_str())) << Narrow(volumePath);
+    m_locks.erase(token);
+    EXPECT_TRUE(token.empty() || volume()->Unlock(volumePath.c_str(), token.c_str()) == VVS_Success) << Narrow(volumePath);
 }

@@ -2,12 +2,22 @@
 // it, and plain words for what hosts do. Each test runs as a process of its own, so the module's tables begin empty.
 #pragma once
 
+// What the tests are written with.
+#include <algorithm>
+#include <atomic>
 #include <cstdint>
+#include <cstring>
+#include <filesystem>
 #include <functional>
 #include <map>
+#include <mutex>
 #include <ostream>
+#include <set>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include <windows.h>
@@ -15,6 +25,7 @@
 #include <gtest/gtest.h>
 
 #include "companion/Control.h"
+#include "harness/Files.h"
 #include "quelcrypt/IVirtualVolume.h"
 #include "quelcrypt/QuelcryptLib.h"
 
@@ -23,40 +34,24 @@ const char* StatusName(VirtualVolumeStatus status);
 void PrintTo(VirtualVolumeStatus status, std::ostream* out);
 
 std::string Narrow(std::wstring_view text);  // UTF-8, for messages
+// So many bytes in which every place is recognisable, the first in each line.
+std::string TextOf(std::size_t bytes, const std::string& first = "");
 
 // "a.txt" -> "a (HalvaneCloud conflicted edit 2024-05-01).txt", with " (2)" for number 2. what: "conflicted", "backup".
 std::wstring ConflictName(const std::wstring& name, int number = 1, const wchar_t* what = L"conflicted");
 
-struct LogLine {
-    std::uint32_t level;
-    std::uint32_t threadId;
-    std::wstring text;
-};
 using Names = std::vector<std::wstring>;
 using Snapshot = std::map<std::wstring, std::string>;  // files and their bytes
-
-// As long as it lives others can open the file only as shareMode says.
-class Held {
-public:
-    explicit Held(const std::wstring& nativePath, DWORD shareMode = 0);
-    ~Held() { CloseHandle(m_handle); }
-    Held(const Held&) = delete;
-    Held& operator=(const Held&) = delete;
-
-private:
-    HANDLE m_handle;
-};
 
 // Mount folders: "Docs" (policy, key K1, owner O1), "Other" (policy, key K2, owner O1), "Theirs" (policy, key K1, owner O2),
 // "Plain" (no policy). Names like *.tmp are excluded from encryption. The user cancels prompts (harness/Prompts.h).
 class VolumeFixture : public ::testing::Test {
 protected:
     static constexpr std::uint32_t kReadWrite = GENERIC_READ | GENERIC_WRITE | DELETE;
-    static constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     static constexpr std::uint64_t kHere = 0xFFFFFFFF;  // the handle's own position
 
     // What the trace is asked to tell: everything costs more than all else.
-    explicit VolumeFixture(std::uint32_t logLevel = LogLevel_Trace) { TestCompanion_SetLevel(logLevel); }
+    explicit VolumeFixture(std::uint32_t logLevel = LogLevel_Trace) { Companion().level = logLevel; }
     void SetUp() override;
     // No live companion object, every real file can be opened unshared, no temp folder that nobody owns: a retained copy
     // stands alone, an unsaved edit beside its tracking file, and of those there are as many as the test expects.
@@ -86,6 +81,10 @@ protected:
                                 std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr);
     void* MustOpen(const std::wstring& volumePath, std::uint32_t access = kReadWrite, std::uint32_t disposition = OPEN_EXISTING,
                    const wchar_t* lockToken = nullptr);
+    // Opens and writes at the start.
+    void* OpenEdited(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition = OPEN_EXISTING);
+    // Whether the volume took the content; a close tells nobody what becomes of it.
+    bool Takes(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition = OPEN_EXISTING);
     VirtualVolumeStatus Write(void* hFile, std::string_view content, std::uint64_t offset = 0);
     std::string Read(void* hFile, std::uint64_t offset = 0, std::uint32_t size = 1 << 20);
     VirtualVolumeStatus SetSize(void* hFile, std::uint64_t size) { return volume()->SetFileSize(hFile, size, nullptr); }
@@ -106,11 +105,12 @@ protected:
     std::vector<VirtFindData> ListRecords(const std::wstring& volumePathSpec);
     bool Find(const std::wstring& volumePath, VirtFindData* findData) { return volume()->FindFile(volumePath.c_str(), findData); }
     VirtFindData Record(const std::wstring& volumePath);  // which must be found
+    VirtFindData InfoOf(void* hFile);
     LockInfo NewLock(LockScope scope = LockScope_Exclusive) const;
     VirtualVolumeStatus TryLock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive);
-    // Takes a lock, which must succeed, and returns its token.
+    // Takes a lock, which must succeed, and returns its token. The teardown releases what is held then.
     std::wstring Lock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive);
-    void Unlock(const std::wstring& volumePath, const std::wstring& token);
+    void Unlock(const std::wstring& volumePath, const std::wstring& token);  // nothing without a token
 
     // Behind the volume's back, on disk.
     void MakeFolder(const std::wstring& volumePath) const;
@@ -128,15 +128,10 @@ protected:
     std::function<void()> SaverElsewhere(const std::wstring& volumePath, std::string_view content);
     // "<none>" when there is no container, "<unreadable>" when the companion cannot read it.
     std::string ContainerContent(const std::wstring& nativeContainerPath);
-    static void WriteRaw(const std::wstring& nativePath, std::string_view bytes);
-    static std::string ReadRaw(const std::wstring& nativePath);  // "<none>" when there is no file
     static bool Exists(const std::wstring& nativePath);
-    static bool OpensUnshared(const std::wstring& nativePath);
     // Every file below a folder whose bytes hold the text.
     static Names FilesHolding(const std::wstring& nativeFolder, std::string_view text);
     static Names FilesBelow(const std::wstring& nativeFolder);
-    Names NamesBelow(const std::wstring& volumePath) const;
-    Snapshot DiskBelow(const std::wstring& volumePath) const;
     Snapshot Disk() const;  // of all mount folders
     void EmptyFolders() const;
     // Moves a file's write time, so that it differs from what it was.
@@ -150,9 +145,8 @@ protected:
     // An edit whose save failed waits for a document; one with "base" is made when it is missing.
     void LeaveUnsavedEdit(const std::wstring& volumePath, std::string_view edit);
 
-    // The companion library's side.
+    // The companion library's side. Null: all calls but the logger's.
     static std::uint32_t CallsDuring(const char* name, const std::function<void()>& action);
-    static std::uint32_t AllCallsDuring(const std::function<void()>& action);
     static std::vector<LogLine> LinesDuring(const std::function<void()>& action);
     static bool HasLine(const std::vector<LogLine>& lines, std::wstring_view part);
     // Every call of the name fails during action, which must make one.
@@ -165,7 +159,9 @@ private:
     HMODULE m_module = nullptr;
     IVirtualVolume* m_volume = nullptr;
     std::size_t m_expectedUnsaved = 0;
+    std::map<std::wstring, std::wstring> m_locks;  // the paths of tokens
 };
+namespace fs = std::filesystem;
 
 // In a test: what a call returned, by name.
 #define EXPECT_OK(expression) EXPECT_EQ(VVS_Success, (expression))

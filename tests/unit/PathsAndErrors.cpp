@@ -1,6 +1,7 @@
 // Paths as text, platform errors as statuses, and the names and records of files that are saved aside.
 #include <fstream>
 #include <iterator>
+#include <tuple>
 
 #include <gtest/gtest.h>
 
@@ -11,10 +12,7 @@
 #include "policy/HvcUtils.h"
 
 TEST(PathsAndErrors, EveryErrorHasItsStatus) {
-    const struct {
-        DWORD error;
-        VirtualVolumeStatus status;
-    } rows[] = {
+    const std::tuple<DWORD, VirtualVolumeStatus> rows[] = {
         {2, VVS_FileNotFound},      {3, VVS_PathNotFound},     {15, VVS_PathNotFound},     {53, VVS_PathNotFound},
         {67, VVS_PathNotFound},     {161, VVS_PathNotFound},   {5, VVS_AccessDenied},      {19, VVS_AccessDenied},
         {8, VSS_OutMemory},         {14, VSS_OutMemory},       {32, VSS_SharingViolation}, {33, VSS_LockViolation},
@@ -22,17 +20,13 @@ TEST(PathsAndErrors, EveryErrorHasItsStatus) {
         {123, VVS_InvalidParameter}, {183, VVS_PathAlreadyExists}, {0, VVS_GeneralError},  {1, VVS_GeneralError},
         {38, VVS_GeneralError},     {112, VVS_GeneralError},   {0xFFFFFFFF, VVS_GeneralError},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.status, StatusFromWin32(static_cast<Win32Error>(row.error))) << row.error;
+    for (const auto& [error, status] : rows)
+        EXPECT_EQ(status, StatusFromWin32(static_cast<Win32Error>(error))) << error;
     EXPECT_EQ(VVS_Success, StatusOfCall(Win32Error::None));
 }
 
 TEST(PathsAndErrors, JoiningNeverLeavesTheFolder) {
-    const struct {
-        const wchar_t* folder;
-        const wchar_t* relative;
-        std::optional<std::wstring> joined;
-    } rows[] = {
+    const std::tuple<const wchar_t*, const wchar_t*, std::optional<std::wstring>> rows[] = {
         {L"C:\\m", L"a\\b.txt", L"C:\\m\\a\\b.txt"},
         {L"C:\\m\\", L"\\a\\\\b\\", L"C:\\m\\a\\b"},
         {L"C:\\", L"a", L"C:\\a"},
@@ -55,8 +49,8 @@ TEST(PathsAndErrors, JoiningNeverLeavesTheFolder) {
         {L"C:\\m", L"LPT\u00b2.txt", std::nullopt},
         {L"C:\\m", L"com10\\console.txt\\nullify", L"C:\\m\\com10\\console.txt\\nullify"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(row.joined, PathJoinBelow(row.folder, row.relative)) << ::testing::PrintToString(row.relative);
+    for (const auto& [folder, relative, joined] : rows)
+        EXPECT_EQ(joined, PathJoinBelow(folder, relative)) << ::testing::PrintToString(relative);
     const std::wstring longName(40'000, L'x');
     EXPECT_EQ(L"C:\\m\\" + longName, PathJoinBelow(L"C:\\m", longName));
 }
@@ -110,9 +104,7 @@ TEST(PathsAndErrors, TrackingFilesHaveTheirWholeShape) {
 
 TEST(PathsAndErrors, LongPathsGoToThePlatformInItsLongForm) {
     const std::wstring name(240, L'n');
-    const struct {
-        std::wstring path, handed;
-    } rows[] = {
+    const std::tuple<std::wstring, std::wstring> rows[] = {
         {L"C:\\a\\.\\b", L"C:\\a\\.\\b"},  // short ones are the platform's affair
         {L"C:\\" + name + L"\\abc", L"C:\\" + name + L"\\abc"},
         {L"C:\\" + name + L"\\abcd", L"\\\\?\\C:\\" + name + L"\\abcd"},
@@ -124,20 +116,16 @@ TEST(PathsAndErrors, LongPathsGoToThePlatformInItsLongForm) {
         {L"\\\\?\\UNC\\server\\share\\" + name, L"\\\\?\\UNC\\server\\share\\" + name},
         {L"\\\\.\\pipe\\" + name + L"\\abcd", L"\\\\.\\pipe\\" + name + L"\\abcd"},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(row.handed, PlatformPath(row.path).c_str()) << ::testing::PrintToString(row.path);
-        EXPECT_EQ(row.handed, PlatformPath(row.path.c_str()).c_str());
+    for (const auto& [path, handed] : rows) {
+        EXPECT_EQ(handed, PlatformPath(path).c_str()) << ::testing::PrintToString(path);
+        EXPECT_EQ(handed, PlatformPath(path.c_str()).c_str());
     }
 }
 
 TEST(PathsAndErrors, WhatMakesAnotherVersion) {
     const FileVersion base{{FILE_ATTRIBUTE_ARCHIVE, 1000, 10}, 5, {1, 2}, 2000, 3};
     using Change = void (*)(FileVersion&);
-    const struct {
-        const char* what;
-        Change change;
-        bool isAnother;
-    } rows[] = {
+    const std::tuple<const char*, Change, bool> rows[] = {
         {"nothing", [](FileVersion&) {}, false},
         {"size", [](FileVersion& v) { ++v.stamp.size; }, true},
         {"write time", [](FileVersion& v) { ++v.stamp.writeTime; }, true},
@@ -157,12 +145,12 @@ TEST(PathsAndErrors, WhatMakesAnotherVersion) {
         {"a change time that pinning explains", [](FileVersion& v) { ++v.changeTime, v.stamp.attributes |= 0x80000; }, false},
         {"saves", [](FileVersion& v) { ++v.saves; }, true},
     };
-    for (const auto& row : rows) {
+    for (const auto& [what, change, isAnother] : rows) {
         FileVersion changed = base;
-        row.change(changed);
-        EXPECT_EQ(!row.isAnother, base == changed) << row.what;
-        EXPECT_EQ(!row.isAnother, changed == base) << row.what;
-        EXPECT_EQ(!row.isAnother, IsStillVersion(base, changed)) << row.what;
+        change(changed);
+        EXPECT_EQ(!isAnother, base == changed) << what;
+        EXPECT_EQ(!isAnother, changed == base) << what;
+        EXPECT_EQ(!isAnother, IsStillVersion(base, changed)) << what;
     }
     FileVersion empty = base;
     empty.stamp.size = 0;

@@ -84,12 +84,8 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
                 std::uint64_t total = 0;
                 std::string names;
                 for (CallCounts& module : counts) {
-                    std::uint64_t ofModule = 0;
-                    std::string its;
-                    for (const auto& [name, count] : module.Take())
-                        ofModule += count, its += " " + name + " " + std::to_string(count);
-                    total += ofModule;
-                    names += "\n      " + std::to_string(ofModule) + ":" + its;
+                    names += "\n     ";
+                    total += module.Take(&names);
                 }
                 std::printf("%s %-9s %-12s %d %4llu of %4llu%s\n", folder.c_str(), row.method, row.name, status, static_cast<unsigned long long>(total),
                             static_cast<unsigned long long>(row.budget), names.c_str());

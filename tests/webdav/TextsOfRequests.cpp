@@ -5,6 +5,8 @@
 #include "webdav/Http.h"
 #include "webdav/Paths.h"
 
+#include <tuple>
+
 namespace webdav {
 
 namespace {
@@ -29,20 +31,16 @@ bool HoldsHere(const std::string& resource, const IfCondition& condition) {
 }  // namespace
 
 TEST(TextsOfRequests, IfField) {
-    const struct {
-        const char* text;
-        bool holds;
-    } rows[] = {
+    const std::tuple<const char*, bool> rows[] = {
         {"(<t1>)", true}, {"(<t3>)", false}, {"(Not <t3>)", true}, {"(<t1> Not <t1>)", false}, {"(<t3>) (<t2>)", true},
         {"([\"tag\"])", true}, {"([W/\"tag\"])", false}, {"(<t1> [\"tag\"])", true}, {"(<t1> [\"other\"])", false},
         {"</b> (<t1>)", false}, {"</b> (<t1>) (<t2>)", true}, {"</b> (<t1>) </a> (<t1>)", true}, {"(not<t3>[\"tag\"])", true},
         {"  ( <t1>\t[\"tag\"] )  ", true}, {"(Not <DAV:no-lock>)", true}, {"([\"a ) > quoted\"] <t1>) (<t1>)", true},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(IfHolds(ParseIf(row.text), HoldsHere), row.holds) << row.text;
+    for (const auto& [text, holds] : rows)
+        EXPECT_EQ(IfHolds(ParseIf(text), HoldsHere), holds) << text;
 
-    for (const char* broken : {"", "()", "(<t1>", "<t1>", "(t1)", "</a>", "</a> </b> (<t1>)", "(<t1>) x", "(<t1", "([\"tag)", "([tag])",
-                               "(Not)", "<> (<t1>)", ")"})
+    for (const char* broken : {"", "()", "(<t1>", "</a> </b> (<t1>)", "(<t1>) x", "([\"tag)", "([tag])", "(Not)", "<> (<t1>)"})
         EXPECT_EQ(StatusOf([&] { ParseIf(broken); }), 400) << broken;
 
     // Submitted is what is named without "Not", wherever it stands.
@@ -52,16 +50,13 @@ TEST(TextsOfRequests, IfField) {
 
 TEST(TextsOfRequests, EntityTags) {
     const std::string tag = "\"a,b\"";
-    const struct {
-        const char* list;
-        bool strong, weak;
-    } rows[] = {
+    const std::tuple<const char*, bool, bool> rows[] = {
         {"*", true, true},       {" * ", true, true},     {"\"a,b\"", true, true}, {"\"x\", \"a,b\"", true, true}, {"W/\"a,b\"", false, true},
         {"\"a\"", false, false}, {"a,b", false, false},   {"", false, false},      {"\"a,b", false, false},       {"\"x\",W/\"y\"", false, false},
     };
-    for (const auto& row : rows) {
-        EXPECT_EQ(TagListMatches(row.list, tag), row.strong) << row.list;
-        EXPECT_EQ(TagListMatches(row.list, tag, true), row.weak) << row.list;
+    for (const auto& [list, strong, weak] : rows) {
+        EXPECT_EQ(TagListMatches(list, tag), strong) << list;
+        EXPECT_EQ(TagListMatches(list, tag, true), weak) << list;
     }
 }
 
@@ -75,12 +70,7 @@ TEST(TextsOfRequests, Dates) {
 }
 
 TEST(TextsOfRequests, Ranges) {
-    const struct {
-        const char* text;
-        std::uint64_t size;
-        RangeKind kind;
-        std::uint64_t first, length;
-    } rows[] = {
+    const std::tuple<const char*, std::uint64_t, RangeKind, std::uint64_t, std::uint64_t> rows[] = {
         {"bytes=0-0", 10, RangeKind::Part, 0, 1},        {"bytes=3-", 10, RangeKind::Part, 3, 7},
         {"bytes=-4", 10, RangeKind::Part, 6, 4},         {"bytes=-40", 10, RangeKind::Part, 0, 10},
         {"bytes=2-400", 10, RangeKind::Part, 2, 8},      {"bytes=10-", 10, RangeKind::Unsatisfiable, 0, 0},
@@ -90,21 +80,18 @@ TEST(TextsOfRequests, Ranges) {
         {"bytes=a-b", 10, RangeKind::Whole, 0, 0},       {"bytes=0-99999999999999999999", 10, RangeKind::Whole, 0, 0},
         {"bytes=4294967295-4294967296", 5'000'000'000, RangeKind::Part, 4'294'967'295, 2},
     };
-    for (const auto& row : rows) {
+    for (const auto& [text, size, kind, first, length] : rows) {
         ByteRange range;
-        ASSERT_EQ(ParseRange(row.text, row.size, range), row.kind) << row.text;
-        if (row.kind == RangeKind::Part) {
-            EXPECT_EQ(range.first, row.first) << row.text;
-            EXPECT_EQ(range.length, row.length) << row.text;
+        ASSERT_EQ(ParseRange(text, size, range), kind) << text;
+        if (kind == RangeKind::Part) {
+            EXPECT_EQ(range.first, first) << text;
+            EXPECT_EQ(range.length, length) << text;
         }
     }
 }
 
 TEST(TextsOfRequests, PathsStayInside) {
-    const struct {
-        const char* target;
-        int status;
-    } rows[] = {
+    const std::tuple<const char*, int> rows[] = {
         {"/Docs/a.txt", 0}, {"/", 0}, {"//", 0}, {"http://host:8080/Docs/", 0}, {"/Docs/~$a.docx", 0},
         {"/Docs/a%23%25%26.txt", 0}, {"/Docs/..", 400}, {"/Docs/%2E%2e/x", 400}, {"/Docs/.", 400}, {"/Docs/a%2fb", 400},
         {"/Docs/a%5Cb", 400}, {"/Docs/a\\b", 400}, {"/C:/x", 400}, {"/Docs/a:b", 400}, {"/Docs/a%3Astream", 400},
@@ -112,8 +99,8 @@ TEST(TextsOfRequests, PathsStayInside) {
         {"/Docs/%C3%28", 400}, {"/Docs/%ED%A0%80", 400}, {"/Docs/a.", 400}, {"/Docs/a ", 400}, {"/Docs/a*b", 400},
         {"/Docs/a#fragment", 400}, {"Docs/a.txt", 400}, {"", 400}, {"ftp://host/a", 400}, {"/Docs/%E2%80%A6", 0},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(StatusOf([&] { ParseTarget(row.target); }), row.status) << row.target;
+    for (const auto& [target, status] : rows)
+        EXPECT_EQ(StatusOf([&] { ParseTarget(target); }), status) << target;
 
     // What is parsed comes back as it was, whatever is in it.
     for (const char* href : {"/Docs/a%23%25%26%20%C3%BC.txt", "/Docs/it's%20(1)%20+,;=.txt"}) {

@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
 """browser.py: what a person does on the server's page, in the real browser, driven through its debugging pipe.
 
-Uploads, renames, deletes, sorts and filters by the page's own controls in the folder Docs, sees the marks, and keeps pictures in FOLDER."""
+Uploads, renames, deletes, sorts and filters by the page's own controls in the folder Docs, sees the marks, follows the links, and keeps
+pictures in FOLDER."""
 import base64
 import json
 import os
 import pathlib
+import shutil
 import subprocess
 import sys
+import urllib.request
 
 base = f"http://127.0.0.1:{os.environ['PORT']}"
 folder = pathlib.Path(os.environ["FOLDER"])
@@ -126,6 +129,7 @@ local = folder / "upload"
 (local / "Trip" / "Day 1").mkdir(parents=True)
 for name in ("first one.txt", "zweite Größe.txt", "today.log", "Trip/plan.txt", "Trip/Day 1/notes.txt"):
     (local / name).write_text(f"content of {name}\n" * 100)
+subprocess.run(["curl", "-sf", "-X", "MKCOL", base + "/Docs/Work/"], check=True)
 browser = Browser()
 browser.open("/Docs/Work/")
 browser.choose("#files", *(local / name for name in ("first one.txt", "zweite Größe.txt")))
@@ -162,6 +166,11 @@ browser.open("/Docs/Work/")
 kinds = {name: browser.value(browser.row(name) + ".querySelector('.k').textContent") for name in browser.names()}
 expect(kinds, {"New & old": "folder", "Trip": "folder", "cut.txt.zip": "DAMAGED", "renamed 100% (laptop).txt.HvcConflicted": "conflict copy",
                "renamed 100%.txt": "encrypted locked by Anna & laptop", "today.log": "NOT encrypted"}, "marks")
+shown = browser.value("document.querySelector('main, body').innerText")
+for text in ("New & old/", "2.5 kB", "today.log"):
+    expect(text in shown, True, f"the page shows {text}")
+for link in browser.value("[...document.links].map(link => link.href)"):
+    urllib.request.urlopen(link).close()  # each leads to what it names
 for scheme in ("light", "dark"):
     browser.picture(f"page-{scheme}", 1000, 640, scheme)
     expect(browser.value(CONTRAST), [], f"texts with too little contrast, {scheme}")
@@ -172,9 +181,13 @@ sizes = browser.value("[...document.querySelectorAll('tbody tr[data-kind=file]')
 expect(sizes, sorted(sizes, reverse=True), "the largest first")
 browser.value("document.querySelector('#filter').value = 'TODAY', document.querySelector('#filter').dispatchEvent(new Event('input'))")
 expect(browser.names(), ["today.log"], "filtered")
+subprocess.run(["curl", "-sf", "-T", "-", base + "/Docs/evil.html"], input=b"<script>document.title = 'scripts run'</script>", check=True)
+browser.go("/Docs/evil.html")
+expect(browser.value("document.title === 'scripts run'"), False, "a stored page runs scripts in the name of the server")
 browser.go("/Docs/nothing.txt")
 browser.until("document.querySelector('h1').textContent === 'Not Found' && document.querySelector('a[href=\"./\"]')")
 browser.picture("page-error", 1000, 400, "light")
 expect(browser.trouble, [], "exceptions in the page")
 browser.ask("Browser.close")
 browser.process.wait()
+shutil.rmtree(folder / "driven")

@@ -1,0 +1,83 @@
+// What is documented of Windows and Wine does not do by itself: see harness/WindowsRules.h.
+#include "harness/VolumeFixture.h"
+#include "harness/WindowsRules.h"
+
+class AsOnWindows : public VolumeFixture {
+protected:
+    void SetUp() override {
+        SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", L"abcdef");
+        VolumeFixture::SetUp();
+    }
+    void TearDown() override {
+        VolumeFixture::TearDown();
+        SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", nullptr);
+    }
+};
+
+// Of each file that is written, somebody else has it open for a moment after its close.
+TEST_F(AsOnWindows, AScannerMakesNothingFail) {
+    for (const std::wstring& folder : {std::wstring(L"Docs\\"), std::wstring(L"Plain\\")})
+        for (int round = 0; round < 6; ++round) {
+            SCOPED_TRACE(Narrow(folder) + " round " + std::to_string(round));
+            const std::wstring a = folder + L"a.txt", b = folder + L"b.txt", c = folder + L"c.txt";
+            const std::wstring other = (folder == L"Docs\\" ? L"Plain\\" : L"Docs\\") + std::wstring(L"a.txt");
+            for (int at = 0; at <= round; ++at)  // who scans which one
+                Put(folder + L"before" + std::to_wstring(at) + L".tmp", "written");
+            Put(a, "first");
+            Put(a, "second");
+            EXPECT_OK(Move(a, b));
+            EXPECT_OK(Copy(b, a));
+            EXPECT_OK(Rename(a, b));
+            Put(a, "third");
+            EXPECT_OK(Move(a, other));
+            EXPECT_OK(Rename(other, c));
+            const std::wstring token = Lock(c);
+            Put(c, "fourth", token.c_str());
+            Unlock(c, token);
+            EXPECT_EQ("fourth", Get(c));
+            EXPECT_EQ("second", Get(b));
+            Delete(b);
+            Delete(c);
+            windows_rules::Release();  // a plain file's name stays until then
+            EXPECT_EQ(0u, List(folder + L"?.txt").size());
+        }
+}
+
+// A companion library of another compiler may raise that compiler's exceptions: they end where it is called, as its other failures do.
+class OtherCompilers : public VolumeFixture {};
+
+TEST_F(OtherCompilers, AnExceptionOfAnotherCompilerFailsTheCallAndHoldsNothing) {
+    const auto raise = [] {
+        constexpr DWORD kOtherCompilers = 0xE06D7363;  // "What is the 0xE06D7363 exception code?"
+        RaiseException(kOtherCompilers, EXCEPTION_NONCONTINUABLE, 0, nullptr);
+    };
+    for (const char* const call :
+         {"Quelcrypt_GetFileInformation", "Quelcrypt_FileReaderFactory", "IFileReader::Advance", "IFileReader::GetData", "IFileReader::GetDataLength",
+          "Quelcrypt_FileWriterFactory", "IFileWriter::Write", "IFileWriter::Finish", "Quelcrypt_GetHalvaneBoxConfig",
+          "IHalvaneBoxConfig::GetPolicy", "IHalvaneBoxConfig::GetTargetKeyId", "IHalvaneBoxConfig::GetOwnerId", "Quelcrypt_GetQuelcryptConfig",
+          "IQuelcryptConfig::IsExcluded", "Quelcrypt_GetProtectedFolderEnum", "IProtectedFolderEnum::Next", "IProtectedFolder::GetRecord",
+          "IProtectedFolder::GetName", "IQuelcryptText::HasText", "IQuelcryptText::GetText"}) {
+        SCOPED_TRACE(call);
+        UnloadVolume();  // a new module asks for everything
+        LoadVolume();
+        const std::wstring name = L"Docs\\" + std::wstring(call, call + 9) + L".txt";
+        MakeEncrypted(name, "content");
+        MakeFolder(L"Docs\\folder");
+        const auto work = [&] {
+            void* hFile = nullptr;
+            if (Open(&hFile, name) == VVS_Success) {
+                Read(hFile);
+                Write(hFile, "edit");
+                Close(hFile);
+            }
+            Move(L"Docs\\folder", L"Docs\\folder2");
+            Move(L"Docs\\folder2", L"Docs\\folder");
+            TryOpen(L"Docs\\new.txt", kReadWrite, CREATE_NEW);
+            List(L"*");
+        };
+        Before(call, raise, work);
+        work();  // nothing is locked, and what waited is saved
+        EXPECT_EQ("editent", ContainerContent(ContainerPath(name)));
+        EXPECT_EQ(4u, List(L"*").size());
+    }
+}

@@ -1,0 +1,43 @@
+// Files as others see them, whatever holds them open: each call shares everything, and none reads or writes more than 4 GiB.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include <windows.h>
+
+// As long as it lives others can open the file only as shareMode says.
+class Held {
+public:
+    explicit Held(const std::wstring& nativePath, DWORD shareMode = 0, DWORD access = GENERIC_READ, DWORD disposition = OPEN_EXISTING)
+        : handle(CreateFileW(nativePath.c_str(), access, shareMode, nullptr, disposition, 0, nullptr)) {}
+    ~Held() {
+        if (*this)
+            CloseHandle(handle);
+    }
+    Held(const Held&) = delete;
+    Held& operator=(const Held&) = delete;
+    explicit operator bool() const { return handle != INVALID_HANDLE_VALUE; }
+
+    const HANDLE handle;
+};
+
+inline constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+
+inline bool WriteRaw(const std::wstring& nativePath, std::string_view bytes, DWORD disposition = CREATE_ALWAYS) {
+    const Held file(nativePath, kShareAll, GENERIC_WRITE, disposition);
+    DWORD done = 0;
+    return file && WriteFile(file.handle, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr) && done == bytes.size();
+}
+
+// "<none>" when there is no file.
+inline std::string ReadRaw(const std::wstring& nativePath) {
+    const Held file(nativePath, kShareAll);
+    std::string bytes(file ? GetFileSize(file.handle, nullptr) : 0, '\0');
+    DWORD done = 0;
+    if (!file || !ReadFile(file.handle, bytes.data(), static_cast<DWORD>(bytes.size()), &done, nullptr))
+        return file ? "<unreadable>" : "<none>";
+    bytes.resize(done);
+    return bytes;
+}

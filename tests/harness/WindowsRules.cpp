@@ -1,0 +1,311 @@
+#include "harness/WindowsRules.h"
+
+#include <algorithm>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <windows.h>
+
+#include "harness/Imports.h"
+
+namespace {
+
+// The platform's own: what this program imports is led through ReleaseScanners.
+#define REAL(function) reinterpret_cast<decltype(&function)>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), #function)))
+
+constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD kWrites = GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA;
+constexpr int kScannersCalls = 12;  // that the module makes while a scanner holds a file; a pause counts as four
+
+struct Opened {
+    std::wstring path;
+    bool isWriter;
+    std::int64_t timeBefore;             // of a writer's file; 0: there was none
+    std::optional<FILETIME> timeByHand;  // set on the handle
+};
+struct Scanner {
+    HANDLE handle;
+    std::wstring path;
+    int callsLeft;
+};
+struct State {
+    std::recursive_mutex mutex;
+    std::map<HANDLE, Opened> opened;  // by the modules
+    std::vector<Scanner> scanners;
+    std::set<std::wstring> toBeDeleted, pinned;
+    unsigned scans = 0;
+};
+State& g_state = *new State;
+
+// All paths here are without the long form's prefix, in lower case.
+std::wstring KeyOf(std::wstring path) {
+    path = path.starts_with(L"\\\\?\\") ? path.substr(4) : path;
+    CharLowerW(path.data());
+    return path;
+}
+
+bool IsHeld(const std::wstring& key) {
+    const auto holds = [&](const auto& holder) { return holder.path == key; };
+    return std::ranges::any_of(g_state.scanners, holds) || std::ranges::any_of(g_state.opened, [&](const auto& open) { return holds(open.second); });
+}
+
+// Nobody can open a file that is marked for deletion; its name stays until its last handle is closed ("FILE_DISPOSITION_INFO", "DeleteFile").
+void SetToBeDeleted(const std::wstring& key, bool isMarked) {
+    if (windows_rules::Has('e') && isMarked && IsHeld(key))
+        g_state.toBeDeleted.insert(key);
+    else
+        g_state.toBeDeleted.erase(key);
+}
+bool IsToBeDeleted(const wchar_t* path) {
+    const std::lock_guard guard(g_state.mutex);
+    const bool isMarked = path && !g_state.toBeDeleted.empty() && g_state.toBeDeleted.contains(KeyOf(path));
+    if (isMarked)
+        SetLastError(ERROR_ACCESS_DENIED);
+    return isMarked;
+}
+
+void CloseScanners(int calls) {
+    const DWORD error = GetLastError();
+    const std::lock_guard guard(g_state.mutex);
+    std::set<std::wstring> released;
+    std::erase_if(g_state.scanners, [&](Scanner& scanner) {
+        return (scanner.callsLeft -= calls) <= 0 && REAL(CloseHandle)(scanner.handle) && released.insert(scanner.path).second | true;
+    });
+    for (const std::wstring& key : released)
+        if (!IsHeld(key))
+            SetToBeDeleted(key, false);
+    SetLastError(error);
+}
+
+// Scanners and indexers look at a file when its writer is done; every second one does not let others delete or rename it meanwhile
+// ("CreateFile", dwShareMode).
+void Scan(const std::wstring& key) {
+    if (!windows_rules::Has('b'))
+        return;
+    const DWORD share = g_state.scans++ % 2 ? kShareAll : kShareAll & ~static_cast<DWORD>(FILE_SHARE_DELETE);
+    const HANDLE handle = REAL(CreateFileW)((L"\\\\?\\" + key).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (handle != INVALID_HANDLE_VALUE)
+        g_state.scanners.push_back({handle, key, kScannersCalls});
+}
+
+// A path without the long form's prefix ends at 259 units, that of a new folder at 247 ("Maximum Path Length Limitation").
+bool IsTooLong(const wchar_t* path, std::size_t longest = MAX_PATH - 1) {
+    const bool isTooLong = windows_rules::Has('a') && path && std::wcsncmp(path, L"\\\\?\\", 4) != 0 && std::wcslen(path) > longest;
+    if (isTooLong)
+        SetLastError(ERROR_PATH_NOT_FOUND);
+    return isTooLong;
+}
+bool IsRefused(const wchar_t* path) { return IsTooLong(path) || IsToBeDeleted(path); }
+
+std::int64_t Number(const FILETIME& time) { return static_cast<std::int64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime; }
+FILETIME TimeOf(std::int64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
+
+// What is told of a file. Bits that are set by who synchronises or indexes it come up when its writer is done ("File Attribute Constants");
+// its write time is told anew only then ("WriteFile", Remarks), and in steps of two seconds on some disks ("File Times").
+void Tell(const std::wstring& key, DWORD& attributes, std::int64_t& writeTime) {
+    constexpr DWORD kPinned = 0x80000;
+    constexpr std::int64_t kTwoSeconds = 20'000'000;
+    const std::lock_guard guard(g_state.mutex);
+    if (g_state.pinned.contains(key))
+        attributes = (attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_ARCHIVE)) | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | kPinned;
+    if (!windows_rules::Has('f'))
+        return;
+    for (const auto& [handle, file] : g_state.opened)
+        if (file.isWriter && file.path == key && file.timeBefore != 0 && !file.timeByHand)
+            writeTime = file.timeBefore;
+    writeTime -= writeTime % kTwoSeconds;
+}
+
+HANDLE WINAPI OpenFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE like) {
+    CloseScanners(1);
+    if (IsRefused(path))
+        return INVALID_HANDLE_VALUE;
+    WIN32_FILE_ATTRIBUTE_DATA before{};
+    const bool isWriter = (access & kWrites) && !(flags & FILE_FLAG_BACKUP_SEMANTICS);
+    if (isWriter)
+        REAL(GetFileAttributesExW)(path, GetFileExInfoStandard, &before);
+    const HANDLE file = REAL(CreateFileW)(path, access, share, security, how, flags, like);
+    const DWORD error = GetLastError();
+    if (file != INVALID_HANDLE_VALUE) {
+        const std::lock_guard guard(g_state.mutex);
+        g_state.opened[file] = {KeyOf(path), isWriter, how == OPEN_EXISTING ? Number(before.ftLastWriteTime) : 0, {}};
+    }
+    SetLastError(error);
+    return file;
+}
+
+BOOL WINAPI CloseFile(HANDLE handle) {
+    const std::lock_guard guard(g_state.mutex);
+    const auto opened = g_state.opened.extract(handle);
+    // A time set on a handle stops later updates through it ("FILE_BASIC_INFO").
+    if (opened && opened.mapped().timeByHand && windows_rules::Has('f'))
+        REAL(SetFileTime)(handle, nullptr, nullptr, &*opened.mapped().timeByHand);
+    const BOOL isClosed = REAL(CloseHandle)(handle);
+    const DWORD error = GetLastError();
+    if (opened && opened.mapped().isWriter) {
+        if (windows_rules::Has('c'))
+            g_state.pinned.insert(opened.mapped().path);
+        Scan(opened.mapped().path);
+    }
+    if (opened && !IsHeld(opened.mapped().path))
+        SetToBeDeleted(opened.mapped().path, false);
+    SetLastError(error);
+    return isClosed;
+}
+
+BOOL WINAPI TellOfOpen(HANDLE handle, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID data, DWORD size) {
+    if (!REAL(GetFileInformationByHandleEx)(handle, kind, data, size))
+        return FALSE;
+    const std::lock_guard guard(g_state.mutex);
+    const auto opened = g_state.opened.find(handle);
+    if (kind == FileBasicInfo && opened != g_state.opened.end()) {
+        auto* const info = static_cast<FILE_BASIC_INFO*>(data);
+        Tell(opened->second.path, info->FileAttributes, info->LastWriteTime.QuadPart);
+        if (windows_rules::Has('f'))
+            info->ChangeTime.QuadPart = 0;  // such a disk has none
+    }
+    if (kind == FileIdInfo && windows_rules::Has('d'))  // nor identities, which it tells in two ways ("FILE_ID_INFO")
+        std::memset(&static_cast<FILE_ID_INFO*>(data)->FileId, g_state.scans % 2 ? 0xFF : 0, sizeof(FILE_ID_128));
+    return TRUE;
+}
+
+using SetInformation = LONG(NTAPI*)(HANDLE, void*, void*, ULONG, int);
+SetInformation g_setInformation = nullptr;
+LONG NTAPI SetInformationOf(HANDLE handle, void* status, void* data, ULONG size, int kind) {
+    constexpr int kBasic = 4, kDisposition = 13;
+    const LONG result = g_setInformation(handle, status, data, size, kind);
+    const std::lock_guard guard(g_state.mutex);
+    const auto opened = g_state.opened.find(handle);
+    if (result < 0 || opened == g_state.opened.end())
+        return result;
+    if (kind == kDisposition)
+        SetToBeDeleted(opened->second.path, *static_cast<BOOLEAN*>(data) != 0);
+    if (const auto* const basic = static_cast<FILE_BASIC_INFO*>(data); kind == kBasic && basic->LastWriteTime.QuadPart > 0)
+        opened->second.timeByHand = TimeOf(basic->LastWriteTime.QuadPart);
+    return result;
+}
+
+template <class Function>
+void Replace(HMODULE module, const char* name, Function* function) {
+    ReplaceImport(module, name, reinterpret_cast<void*>(function));
+}
+
+void ReplaceIn(HMODULE module) {
+    Replace(module, "CreateFileW", OpenFile);
+    Replace(module, "CloseHandle", CloseFile);
+    Replace(module, "DuplicateHandle", +[](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) -> BOOL {
+        const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
+        const std::lock_guard guard(g_state.mutex);
+        if (const auto opened = g_state.opened.find(file); isDone && opened != g_state.opened.end())
+            g_state.opened[*copy] = opened->second;
+        return isDone;
+    });
+    Replace(module, "GetFileInformationByHandleEx", TellOfOpen);
+    Replace(module, "GetProcAddress", +[](HMODULE from, LPCSTR name) -> FARPROC {
+        const FARPROC function = GetProcAddress(from, name);
+        if (std::strcmp(name, "ZwSetInformationFile") != 0)
+            return function;
+        g_setInformation = reinterpret_cast<SetInformation>(reinterpret_cast<void*>(function));
+        return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(SetInformationOf));
+    });
+    Replace(module, "SetFileTime", +[](HANDLE handle, const FILETIME* made, const FILETIME* read, const FILETIME* written) -> BOOL {
+        const std::lock_guard guard(g_state.mutex);
+        if (const auto opened = g_state.opened.find(handle); written && opened != g_state.opened.end())
+            opened->second.timeByHand = *written;
+        return REAL(SetFileTime)(handle, made, read, written);
+    });
+    Replace(module, "Sleep", +[](DWORD) { CloseScanners(4); });
+    Replace(module, "GetFileAttributesW", +[](LPCWSTR path) -> DWORD { return IsRefused(path) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(path); });
+    Replace(module, "GetFileAttributesExW", +[](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) -> BOOL {
+        if (IsRefused(path) || !REAL(GetFileAttributesExW)(path, level, data))
+            return FALSE;
+        auto* const told = static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
+        std::int64_t writeTime = Number(told->ftLastWriteTime);
+        Tell(KeyOf(path), told->dwFileAttributes, writeTime);
+        told->ftLastWriteTime = TimeOf(writeTime);
+        return TRUE;
+    });
+    Replace(module, "SetFileAttributesW", +[](LPCWSTR path, DWORD attributes) -> BOOL { return !IsRefused(path) && REAL(SetFileAttributesW)(path, attributes); });
+    Replace(module, "FindFirstFileW", +[](LPCWSTR path, LPWIN32_FIND_DATAW data) { return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileW)(path, data); });
+    Replace(module, "FindFirstFileExW", +[](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data, FINDEX_SEARCH_OPS op, LPVOID filter, DWORD flags) {
+        return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileExW)(path, level, data, op, filter, flags);
+    });
+    Replace(module, "DeleteFileW", +[](LPCWSTR path) -> BOOL {
+        CloseScanners(1);
+        if (IsRefused(path) || !REAL(DeleteFileW)(path))
+            return FALSE;
+        const std::lock_guard guard(g_state.mutex);
+        SetToBeDeleted(KeyOf(path), true);
+        return TRUE;
+    });
+    Replace(module, "MoveFileExW", +[](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
+        return CloseScanners(1), !IsRefused(from) && !IsRefused(to) && REAL(MoveFileExW)(from, to, flags);
+    });
+    Replace(module, "CopyFileW", +[](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL {
+        CloseScanners(1);
+        if (IsRefused(from) || IsRefused(to) || !REAL(CopyFileW)(from, to, isNew))
+            return FALSE;
+        const std::lock_guard guard(g_state.mutex);
+        Scan(KeyOf(to));
+        return TRUE;
+    });
+    Replace(module, "CreateDirectoryW", +[](LPCWSTR path, LPSECURITY_ATTRIBUTES rights) -> BOOL { return !IsTooLong(path, 247) && REAL(CreateDirectoryW)(path, rights); });
+    Replace(module, "RemoveDirectoryW", +[](LPCWSTR path) -> BOOL { return CloseScanners(1), !IsTooLong(path) && REAL(RemoveDirectoryW)(path); });
+}
+
+// What the tests do on disk themselves comes when the scanners are done: each of their imports releases them first and goes on.
+struct Stub {
+    void (*release)();
+    void* function;
+    unsigned char code[48];
+
+    // push rcx, rdx, r8, r9; sub rsp, 40; call [release]; add rsp, 40; pop r9, r8, rdx, rcx; jmp [function] ("Intel 64 Software
+    // Developer's Manual", volume 2)
+    void* Lead(void* to) {
+        constexpr unsigned char kCode[] = {0x51, 0x52, 0x41, 0x50, 0x41, 0x51, 0x48, 0x83, 0xEC, 0x28, 0xFF, 0x15, 0xE0, 0xFF, 0xFF, 0xFF, 0x48,
+                                           0x83, 0xC4, 0x28, 0x41, 0x59, 0x41, 0x58, 0x5A, 0x59, 0xFF, 0x25, 0xD8, 0xFF, 0xFF, 0xFF};
+        release = windows_rules::Release;
+        function = to;
+        std::memcpy(code, kCode, sizeof(kCode));
+        return code;
+    }
+};
+static_assert(offsetof(Stub, code) == 16);
+
+void LeadTests() {
+    constexpr std::size_t kMost = 128;
+    static auto* const s_stubs = static_cast<Stub*>(VirtualAlloc(nullptr, kMost * sizeof(Stub), MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
+    static std::size_t s_count = 0;
+    if (s_count != 0)
+        return;
+    ForEachImport(GetModuleHandleW(nullptr), [](const char* name, void** entry) {
+        const std::string_view function = name;
+        for (const std::string_view part : {"FileW", "FileExW", "Directory", "open", "find", "stat", "remove", "unlink"})
+            if (function.find(part) != function.npos && s_count < kMost) {
+                SetImport(entry, s_stubs[s_count++].Lead(*entry));
+                break;
+            }
+    });
+}
+
+}  // namespace
+
+bool windows_rules::Has(char rule) {
+    wchar_t rules[16] = L"";
+    return GetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", rules, 16) != 0 && std::wcschr(rules, static_cast<wchar_t>(rule));
+}
+
+void windows_rules::TakeOver() {
+    if (GetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", nullptr, 0) == 0)
+        return;
+    for (const wchar_t* module : {L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"})
+        ReplaceIn(GetModuleHandleW(module));
+    LeadTests();
+}
+
+void windows_rules::Release() { CloseScanners(kScannersCalls); }
