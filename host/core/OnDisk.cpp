@@ -44,7 +44,7 @@ bool IsRealFolder(const DiskHandle& file) {
            (info.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !(info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
 }
 
-bool Remove(const std::wstring& path, bool (*stays)(const std::wstring&), std::size_t depth) {
+bool Remove(const std::wstring& path, FilesStay stay, bool filesStay, std::size_t depth) {
     if (depth > c_deepest)
         return false;
     {
@@ -54,11 +54,13 @@ bool Remove(const std::wstring& path, bool (*stays)(const std::wstring&), std::s
         const bool isFolder = IsRealFolder(item);
         if (isFolder && !(item = HoldFolder(path)))
             return false;
-        if (!isFolder && stays && stays(path))
+        if (!isFolder && filesStay)
             return false;
+        const std::vector<std::wstring> names = isFolder ? NamesIn(path) : std::vector<std::wstring>();
+        const bool itsFilesStay = stay && stay(names);
         bool isEmpty = true;
-        for (const std::wstring& name : isFolder ? NamesIn(path) : std::vector<std::wstring>())
-            isEmpty = Remove(path + L'\\' + name, stays, depth + 1) && isEmpty;
+        for (const std::wstring& name : names)
+            isEmpty = Remove(path + L'\\' + name, stay, itsFilesStay, depth + 1) && isEmpty;
         if (!isEmpty)
             return false;
     }
@@ -174,6 +176,6 @@ bool DeleteItself(const std::wstring& realPath) {
     return item && DeleteOpen(item);
 }
 
-bool RemoveItself(const std::wstring& realPath, bool (*stays)(const std::wstring& file)) {
-    return Remove(realPath, stays, 0);
+bool RemoveItself(const std::wstring& realPath, FilesStay stay) {
+    return Remove(realPath, stay, false, 0);
 }

@@ -64,5 +64,6 @@ std::vector<std::wstring> NamesIn(const std::wstring& realFolder);
 bool DeleteOpen(const DiskHandle& item);
 // Deletes the file or link that stands at a real path, or the folder if it is empty; not while anybody has it open.
 bool DeleteItself(const std::wstring& realPath);
-// The same with all that is in a folder, but for the files that stay says yes to. False: something stays.
-bool RemoveItself(const std::wstring& realPath, bool (*stays)(const std::wstring& file) = nullptr);
+// The same with all that is in a folder, but for the files of folders whose names stay says yes to. False: something stays.
+using FilesStay = bool (*)(const std::vector<std::wstring>& names);
+bool RemoveItself(const std::wstring& realPath, FilesStay stay = nullptr);

@@ -165,6 +165,13 @@ bool Volume::RemoveLink(const VolumePath& path) const {
     return link.has_value();
 }
 
+void Volume::RemoveReserved(const VolumePath& folder) const {
+    const auto onDisk = FolderOnDisk(folder);
+    for (const std::wstring& name : onDisk ? NamesIn(*onDisk) : std::vector<std::wstring>())
+        if (IsReservedName(name))
+            RemoveItself(*onDisk + L'\\' + name);
+}
+
 std::optional<Entry> Volume::FindByShortName(const VolumePath& path) const {
     const std::wstring name = path.Name();
     const auto folder = path.IsMountFolder() || name.find(L'~') == std::wstring::npos ? std::nullopt : FolderOnDisk(path.Parent());

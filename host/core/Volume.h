@@ -105,6 +105,8 @@ public:
     // Deletes the link that stands under this name. False: there is none. Throws HostError when it cannot be deleted
     // without what it leads to.
     bool RemoveLink(const VolumePath& path) const;
+    // Deletes what the volume keeps for itself in a folder that is to go, as far as nobody uses it.
+    void RemoveReserved(const VolumePath& folder) const;
     // A folder on disk, if it is a real one: itself, and reached by the own names of folders and through no link.
     std::optional<std::wstring> FolderOnDisk(const VolumePath& folder) const;
     // Have the temp folder's disk and that of folder room for content of so many bytes? The copies in clear go to the first.
