@@ -38,20 +38,13 @@ bool IsLink(const std::wstring& folder) {
            (found.dwReserved0 == 0 || IsReparseTagNameSurrogate(found.dwReserved0));
 }
 
-// Those of dead processes. A living writer's is younger than a day or open, and an open one cannot be deleted.
-void RemoveStaleFiles(const std::wstring& folder) {
-    constexpr std::uint64_t dayLength = 864'000'000'000;  // in FILETIME units
-    FILETIME now;
-    GetSystemTimeAsFileTime(&now);
-    WIN32_FIND_DATAW found;
-    const HANDLE search = FindFirstFileW(OpenablePath(folder + L'\\' + sideFilePattern).c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE)
-        return;
-    do {
-        if (FileTimeNumber(found.ftLastWriteTime) + dayLength < FileTimeNumber(now))
-            DeleteFileW(OpenablePath(folder + L'\\' + found.cFileName).c_str());
-    } while (FindNextFileW(search, &found));
-    FindClose(search);
+// Its number is in the name. One of another machine may be the same; a day is then enough for any writer.
+bool HasEnded(const wchar_t* sideFile) {
+    const DWORD process = std::wcstoul(sideFile + std::wcslen(L"container-"), nullptr, 16);
+    const HANDLE opened = OpenProcess(SYNCHRONIZE, FALSE, process);
+    if (!opened)
+        return GetLastError() == ERROR_INVALID_PARAMETER;
+    return WaitForSingleObject(Handle(opened).Get(), 0) == WAIT_OBJECT_0;
 }
 
 // Throws when the target is one that must not be replaced. The attributes to keep; 0 when there is no target.
@@ -132,6 +125,33 @@ void DeleteAside(const std::wstring& path) {
 
 }  // namespace
 
+std::vector<std::wstring> LeftSideFiles(const std::wstring& folder) {
+    constexpr std::uint64_t dayLength = 864'000'000'000;  // in FILETIME units
+    FILETIME now;
+    GetSystemTimeAsFileTime(&now);
+    const std::wstring sideFolder = folder + L'\\' + sideFolderName;
+    std::vector<std::wstring> left;
+    WIN32_FIND_DATAW found;
+    const HANDLE search = IsLink(sideFolder) ? INVALID_HANDLE_VALUE : FindFirstFileW(OpenablePath(sideFolder + L'\\' + sideFilePattern).c_str(), &found);
+    if (search == INVALID_HANDLE_VALUE)
+        return left;
+    do {
+        if (FileTimeNumber(found.ftLastWriteTime) + dayLength < FileTimeNumber(now) || HasEnded(found.cFileName))
+            left.push_back(sideFolder + L'\\' + found.cFileName);
+    } while (FindNextFileW(search, &found));
+    FindClose(search);
+    return left;
+}
+
+std::size_t RemoveLeftSideFiles(const std::wstring& folder) {
+    std::size_t removed = 0;
+    for (const std::wstring& path : LeftSideFiles(folder))
+        removed += DeleteFileW(OpenablePath(path).c_str()) ? 1 : 0;  // not one that is open
+    if (removed > 0)
+        RemoveDirectoryW(OpenablePath(folder + L'\\' + sideFolderName).c_str());
+    return removed;
+}
+
 SideFile::SideFile(const std::wstring& targetPath)
     : m_targetPath(targetPath), m_folderPath(FolderOf(targetPath) + L'\\' + sideFolderName) {
     AttributesToKeep(targetPath);
@@ -164,7 +184,7 @@ DWORD SideFile::TryToCreateAside() {
             return error;
         if (IsLink(m_folderPath))
             return ERROR_CANT_ACCESS_FILE;
-        RemoveStaleFiles(m_folderPath);
+        RemoveLeftSideFiles(FolderOf(m_targetPath));
     }
     const std::wstring path = m_folderPath + L'\\' + NewSideFileName();
     m_file = Handle(CreateFileW(OpenablePath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,

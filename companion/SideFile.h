@@ -1,16 +1,22 @@
 // A file that is written aside and then put in place of its target by one rename, so that the target is always the old
 // file or the new one, whole. Aside is the folder ".HalvaneCloud" beside the target: on the same disk, and under a name
-// that is never listed. A side file that a dead process left there is never read; the next writer removes it.
+// that is never listed. A side file that a dead process left there is never read, and nobody's only copy; the next writer removes it.
 #pragma once
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "Handle.h"
 
 namespace companion {
 
 enum class IfThere { Replace, Keep };
+
+// The paths of the side files in a folder that were left by processes which have ended, as far as can be told.
+std::vector<std::wstring> LeftSideFiles(const std::wstring& folder);
+// Deletes them. Returns how many.
+std::size_t RemoveLeftSideFiles(const std::wstring& folder);
 
 class SideFile {
 public:

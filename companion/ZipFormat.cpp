@@ -6,6 +6,8 @@
 
 #include <zlib.h>
 
+#include "ContentCipher.h"
+
 namespace companion {
 namespace {
 
@@ -219,6 +221,14 @@ struct Directory {
     U64 endsAt;  // where the record begins that tells all this
 };
 
+// The size that a container tells is believed before its content is proven: in listings, and for room on the disk.
+bool CanBeTrue(const ZipEntry& entry) {
+    constexpr U64 mostOfOneByte = 1032;  // that deflate makes
+    const U64 added = entry.keyBytes == 0 ? 0 : ContentCipher::AddedBytes(entry.keyBytes);
+    const U64 stored = entry.storedBytes - added;
+    return entry.storedBytes >= added && (entry.compression == 0 ? entry.plainBytes == stored : entry.plainBytes / mostOfOneByte <= stored);
+}
+
 // at is the offset in the file of the first of these bytes.
 std::optional<Directory> FindDirectory(std::string_view end, U64 at) {
     const std::string signature = Bytes(endSignature);
@@ -298,7 +308,7 @@ std::optional<ZipEntry> OnlyEntry(std::string_view end, std::uint64_t fileBytes)
         return std::nullopt;
     auto entry = CentralHeader(end.substr(static_cast<std::size_t>(directory->at - endAt),
                                           static_cast<std::size_t>(directory->sizeBytes)));
-    if (entry && (entry->headerAt > directory->at || entry->storedBytes > directory->at - entry->headerAt))
+    if (entry && (entry->headerAt > directory->at || entry->storedBytes > directory->at - entry->headerAt || !CanBeTrue(*entry)))
         return std::nullopt;
     return entry;
 }

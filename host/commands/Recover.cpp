@@ -5,8 +5,10 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/Commands.h"
+#include "companion/SideFile.h"
 #include "core/LocalFile.h"
 #include "core/Recovery.h"
+#include "core/Storage.h"
 #include "core/Text.h"
 
 namespace {
@@ -182,7 +184,7 @@ void Discard(Session& session, const Options& options) {
     }
 }
 
-void CleanCopies() {
+void CleanCopies(Session& session) {
     const LeftBehind left{std::filesystem::path()};
     std::size_t kept = 0;
     const std::size_t deleted = left.DeleteCopies(kept), edits = left.Edits(nullptr).size();
@@ -193,6 +195,13 @@ void CleanCopies() {
         PrintOut(std::to_string(edits) + " edits that may be unsaved stay; 'quelvol recover' lists them\n");
     for (const std::string& line : left.InUse())
         PrintOut("Left alone: " + line + "\n");
+    std::size_t removed = 0;
+    const Volume& volume = session.GetVolume();
+    ForEachFile(volume, {}, [](const Entry&, Stored) {}, [&](const VolumePath& folder) {
+        removed += folder.IsRoot() ? 0 : companion::RemoveLeftSideFiles(ConfiguredPath(volume, folder));
+    });
+    if (removed > 0)
+        PrintOut(std::to_string(removed) + " that killed runs had begun in the mount folders, too\n");
 }
 
 }  // namespace
@@ -233,8 +242,8 @@ void AddRecover(CLI::App& app, Session& session) {
     });
 }
 
-void AddClean(CLI::App& app, Session&) {
-    CLI::App* const command = app.add_subcommand("clean", "Delete the decrypted copies that programs kept in the temp folder");
+void AddClean(CLI::App& app, Session& session) {
+    CLI::App* const command = app.add_subcommand("clean", "Delete the decrypted copies that programs kept in the temp folder, and what killed runs had begun in mount folders");
     command->footer("What may be an unsaved edit stays (see 'recover'), and what a running program has in use.");
-    command->callback(CleanCopies);
+    command->callback([&session] { CleanCopies(session); });
 }

@@ -88,15 +88,39 @@ void Reencrypt(const Volume& volume, const Entry& entry, const std::wstring& con
         throw HostError(entry.path.Shown() + ": somebody changed it meanwhile; run the command again");
 }
 
+// Containers under names that the volume cannot take: nobody can read one but after renaming it, and it would need the old password.
+std::size_t ReportUnreachable(Session& session, const Volume& volume, const VolumePath& folder) {
+    std::size_t count = 0;
+    const auto onDisk = volume.FolderOnDisk(folder);
+    for (const std::wstring& name : onDisk ? NamesIn(*onDisk) : std::vector<std::wstring>()) {
+        const std::wstring shown = EndsWithNoCase(name, kContainerExtension) ? name.substr(0, name.size() - kContainerExtension.size()) : std::wstring();
+        if (shown.empty() || IsReservedName(shown) || !VolumePath::ComponentProblem(shown))
+            continue;
+        const std::wstring path = ConfiguredPath(volume, folder) + L'\\' + name;
+        if (!IsDeviceName(name) && ExamineContainer(path).state == ContainerState::NoContainer)
+            continue;
+        session.Report(HostError(ToShown(path) + ": the volume cannot take this name; rename or remove it"));
+        ++count;
+    }
+    return count;
+}
+
 // How many stay under the old password.
 std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsFile& file, const std::string& key) {
     std::vector<Entry> files;
-    ForEachFile(volume, {}, [&](const Entry& entry, Stored stored) {
-        const auto holder = file.Get().KeyFolderOf(ConfiguredPath(volume, entry));
-        if (holder && holder->key == key && (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged))
-            files.push_back(entry);
-    });
     std::size_t left = 0, done = 0;
+    const auto isOfKey = [&](const std::wstring& path) {
+        const auto holder = file.Get().KeyFolderOf(path);
+        return holder && holder->key == key;
+    };
+    const auto enter = [&](const VolumePath& folder) {
+        if (isOfKey(ConfiguredPath(volume, folder)))
+            left += ReportUnreachable(session, volume, folder);
+    };
+    ForEachFile(volume, {}, [&](const Entry& entry, Stored stored) {
+        if (isOfKey(ConfiguredPath(volume, entry)) && (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged))
+            files.push_back(entry);
+    }, enter);
     Progress progress("re-encrypting", 0);
     for (const Entry& entry : files) {
         progress.SetLabel(std::to_string(&entry - files.data() + 1) + " of " + std::to_string(files.size()) + " documents");

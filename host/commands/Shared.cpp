@@ -42,6 +42,8 @@ VolumePath ResolveTarget(const Volume& volume, const Entry& source, const Volume
     const bool isSource = source.IsConflict() && target.Equals(OrdinaryPath(source));
     if (!existing && !isSource)
         volume.RequireFree(target);
+    if (existing && target.Equals(source.path) && volume.HasTwin(source, target.Name()))
+        throw HostError(target.Shown() + ": another file, which differs in letter case alone, is there already; remove it first");
     if (existing && !target.Equals(source.path)) {
         if (existing->IsConflict())
             throw HostError(target.Parent().Child(existing->Name()).Shown() + ": a conflict copy; remove it first");

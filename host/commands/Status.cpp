@@ -1,10 +1,12 @@
 // status: what is in each folder, and what wants attention.
+#include <algorithm>
 #include <map>
 #include <memory>
 
 #include <nlohmann/json.hpp>
 
 #include "commands/Commands.h"
+#include "companion/SideFile.h"
 #include "core/Checks.h"
 #include "core/LeftBehind.h"
 #include "core/Storage.h"
@@ -33,18 +35,29 @@ constexpr Row c_rows[] = {
 };
 
 struct Census {
+    std::vector<std::string> leftOver;                 // by what was broken off
     std::map<Stored, std::vector<std::string>> names;  // the first few of each that wants attention
     std::map<Stored, std::size_t> counts;
 };
 
 Census Count(const Volume& volume, const VolumePath& folder) {
     Census census;
+    const auto noteAside = [&](const VolumePath& path) {
+        if (!path.IsMountFolder() && !VolumePath::NameBeforeAside(path.Name()).empty())
+            census.leftOver.push_back(path.Shown());
+    };
+    const auto enter = [&](const VolumePath& entered) {
+        noteAside(entered);
+        for (const std::wstring& path : companion::LeftSideFiles(ConfiguredPath(volume, entered)))
+            census.leftOver.push_back(ToShown(path) + "; 'quelvol clean' deletes it");
+    };
     ForEachFile(volume, folder, [&](const Entry& entry, Stored stored) {
+        noteAside(entry.path);
         ++census.counts[stored];
         auto& names = census.names[stored];
         if (names.size() < c_mostNamed)
             names.push_back(entry.ListedPath().Shown());
-    });
+    }, enter);
     return census;
 }
 
@@ -61,6 +74,10 @@ std::string Report(Census& census) {
         if (row.wantsAttention && count > c_mostNamed)
             text += "      and " + std::to_string(count - c_mostNamed) + " more\n";
     }
+    if (!census.leftOver.empty())
+        text += "  " + std::to_string(census.leftOver.size()) + " left over from what was broken off, and may be unencrypted\n";
+    for (std::size_t index = 0; index < std::min(census.leftOver.size(), c_mostNamed); ++index)
+        text += "      " + census.leftOver[index] + "\n";
     return text;
 }
 
@@ -86,6 +103,8 @@ void Status(Session& session, bool json) {
             folder[row.word] = census.counts[row.stored];
             wantsAttention = wantsAttention || (row.wantsAttention && census.counts[row.stored] > 0);
         }
+        folder["leftOver"] = census.leftOver.size();
+        wantsAttention = wantsAttention || !census.leftOver.empty();
         all.push_back(folder);
         if (!json)
             PrintOut(text + (isThere ? Report(census) : ""));

@@ -59,7 +59,7 @@ void TurnAll(Session& session, const Options& options, bool encrypt) {
             if (options.dryRun)
                 PrintOut(shown + "\n");
             else
-                (encrypt ? EncryptInPlace : DecryptInPlace)(ConfiguredPath(volume, entry), [&](std::uint64_t bytes) { progress.Advance(bytes); });
+                (encrypt ? EncryptInPlace : DecryptInPlace)(volume, entry, [&](std::uint64_t bytes) { progress.Advance(bytes); });
             ++done;
         } catch (const HostError& error) {
             session.Report(error);

@@ -12,6 +12,7 @@
 #include "core/OnDisk.h"
 #include "core/TempFolder.h"
 #include "core/Text.h"
+#include "core/VolumePath.h"
 
 namespace fs = std::filesystem;
 
@@ -120,16 +121,7 @@ bool LeftEdit::IsContainer() const {
 std::wstring LeftEdit::UploadedName() const {
     if (!tracking || tracking->containerState != FileState{})  // an upload's own file is always a new one
         return {};
-    const std::wstring name = file.filename().native();
-    constexpr std::size_t suffixSize = 9;  // "~1a2b3c4d"
-    const std::size_t tilde = name.rfind(L'~');
-    if (tilde == std::wstring::npos || tilde == 0 || name.size() < tilde + suffixSize)
-        return {};
-    const std::wstring digits = name.substr(tilde + 1, suffixSize - 1), rest = name.substr(tilde + suffixSize);
-    const bool hasDot = name[tilde - 1] == L'.';
-    if (digits.find_first_not_of(L"0123456789abcdef") != std::wstring::npos || hasDot != rest.starts_with(L'.'))
-        return {};
-    return name.substr(0, hasDot ? tilde - 1 : tilde) + rest;
+    return VolumePath::NameBeforeAside(file.filename().native());
 }
 
 LeftEdit::Since LeftEdit::ContainerSince() const {

@@ -44,7 +44,7 @@ bool IsRealFolder(const DiskHandle& file) {
            (info.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !(info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
 }
 
-bool Remove(const std::wstring& path, bool (*stays)(const std::wstring&), std::size_t depth) {
+bool Remove(const std::wstring& path, FilesStay stay, bool filesStay, std::size_t depth) {
     if (depth > c_deepest)
         return false;
     {
@@ -54,11 +54,13 @@ bool Remove(const std::wstring& path, bool (*stays)(const std::wstring&), std::s
         const bool isFolder = IsRealFolder(item);
         if (isFolder && !(item = HoldFolder(path)))
             return false;
-        if (!isFolder && stays && stays(path))
+        if (!isFolder && filesStay)
             return false;
+        const std::vector<std::wstring> names = isFolder ? NamesIn(path) : std::vector<std::wstring>();
+        const bool itsFilesStay = stay && stay(names);
         bool isEmpty = true;
-        for (const std::wstring& name : isFolder ? NamesIn(path) : std::vector<std::wstring>())
-            isEmpty = Remove(path + L'\\' + name, stays, depth + 1) && isEmpty;
+        for (const std::wstring& name : names)
+            isEmpty = Remove(path + L'\\' + name, stay, itsFilesStay, depth + 1) && isEmpty;
         if (!isEmpty)
             return false;
     }
@@ -116,6 +118,14 @@ std::wstring LongName(const std::wstring& path) {
     return entry.cFileName;
 }
 
+DiskVersion VersionAt(const std::wstring& path) {
+    const DiskHandle item = Open(path, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0);
+    FILE_BASIC_INFO info{};
+    if (!item || !GetFileInformationByHandleEx(item.get(), FileBasicInfo, &info, sizeof(info)))
+        return {};
+    return {static_cast<std::uint64_t>(info.ChangeTime.QuadPart), static_cast<std::uint64_t>(info.LastWriteTime.QuadPart)};
+}
+
 bool HasRoom(const std::wstring& folder, std::uint64_t bytes) {
     constexpr std::uint64_t alittle = 1 << 20;
     ULARGE_INTEGER free{};
@@ -166,6 +176,6 @@ bool DeleteItself(const std::wstring& realPath) {
     return item && DeleteOpen(item);
 }
 
-bool RemoveItself(const std::wstring& realPath, bool (*stays)(const std::wstring& file)) {
-    return Remove(realPath, stays, 0);
+bool RemoveItself(const std::wstring& realPath, FilesStay stay) {
+    return Remove(realPath, stay, false, 0);
 }

@@ -38,6 +38,14 @@ Standing StandingAt(const std::wstring& realPath);
 // The long name of what stands there; empty when nothing does.
 std::wstring LongName(const std::wstring& path);
 
+// What the disk says of a file: another one for each content that ever stood there, whatever time somebody gave it.
+struct DiskVersion {
+    std::uint64_t changed = 0;  // 0: the disk does not keep it, or nothing is there
+    std::uint64_t written = 0;
+    bool operator==(const DiskVersion&) const = default;
+};
+DiskVersion VersionAt(const std::wstring& path);
+
 // Has the disk of this folder room for so many bytes, and a little more? Also true when it does not say.
 bool HasRoom(const std::wstring& folder, std::uint64_t bytes);
 
@@ -56,5 +64,6 @@ std::vector<std::wstring> NamesIn(const std::wstring& realFolder);
 bool DeleteOpen(const DiskHandle& item);
 // Deletes the file or link that stands at a real path, or the folder if it is empty; not while anybody has it open.
 bool DeleteItself(const std::wstring& realPath);
-// The same with all that is in a folder, but for the files that stay says yes to. False: something stays.
-bool RemoveItself(const std::wstring& realPath, bool (*stays)(const std::wstring& file) = nullptr);
+// The same with all that is in a folder, but for the files of folders whose names stay says yes to. False: something stays.
+using FilesStay = bool (*)(const std::vector<std::wstring>& names);
+bool RemoveItself(const std::wstring& realPath, FilesStay stay = nullptr);

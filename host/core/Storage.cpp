@@ -70,7 +70,8 @@ std::wstring ConfiguredPath(const Volume& volume, const Entry& entry) {
     return ConfiguredPath(volume, entry.path.Parent()) + L'\\' + entry.NameOnDisk();
 }
 
-void ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use) {
+void ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use,
+                 const std::function<void(const VolumePath&)>& enter) {
     StopIfInterrupted();
     if (path.Depth() > c_maxPathComponents)
         throw HostError(path.Shown() + ": too many folders in each other");
@@ -79,12 +80,14 @@ void ForEachFile(const Volume& volume, const VolumePath& path, const std::functi
         if (!entry.IsFolder())
             return use(entry, StoredAs(volume, entry));
     }
+    if (enter)
+        enter(path);
     const Storage storage(volume, path);
     for (const Entry& entry : SortedEntries(volume, path)) {
         if (!volume.IsItself(entry))
             continue;
         if (entry.IsFolder())
-            ForEachFile(volume, entry.path, use);
+            ForEachFile(volume, entry.path, use, enter);
         else
             use(entry, storage.Of(entry));
     }

@@ -32,7 +32,8 @@ std::wstring ConfiguredPath(const Volume& volume, const VolumePath& path);
 // Of the file on disk that holds the entry.
 std::wstring ConfiguredPath(const Volume& volume, const Entry& entry);
 
-// Hands out the files at path and, of a folder, below it, in order; links are left out. Throws HostError.
-void ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use);
+// Hands out the files at path and, of a folder, below it, in order; links are left out. Each folder is told of before. Throws HostError.
+void ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use,
+                 const std::function<void(const VolumePath&)>& enter = nullptr);
 // For a document that Find does not find: throws HostError when its container is there, damaged.
 void RequireUndamaged(const Volume& volume, const VolumePath& path);

@@ -1,5 +1,7 @@
 #include "core/TempFolder.h"
 
+#include <algorithm>
+
 #include <sddl.h>
 
 #include "core/Environment.h"
@@ -17,18 +19,14 @@ constexpr const wchar_t* c_mark = L"in-use";
 constexpr std::wstring_view c_trackingEnd = L".hvf";
 
 // The volume keeps a tracking file "<temp file>.hvf" beside a decrypted copy until the copy is saved or unchanged.
-bool IsPartOfEdit(const std::wstring& file) {
-    for (const std::wstring& name : NamesIn(file.substr(0, file.rfind(L'\\'))))
-        if (EndsWithNoCase(name, c_trackingEnd))
-            return true;
-    return false;
+bool HoldEdit(const std::vector<std::wstring>& names) {
+    return std::any_of(names.begin(), names.end(), [](const std::wstring& name) { return EndsWithNoCase(name, c_trackingEnd); });
 }
 
 bool HoldsEdit(const fs::path& run) {
     for (const std::wstring& copy : NamesIn((run / c_copiesFolder).native()))
-        for (const std::wstring& name : NamesIn((run / c_copiesFolder / copy).native()))
-            if (EndsWithNoCase(name, c_trackingEnd))
-                return true;
+        if (HoldEdit(NamesIn((run / c_copiesFolder / copy).native())))
+            return true;
     return false;
 }
 
@@ -40,10 +38,10 @@ void RemoveCopies(const fs::path& run) {
     bool whole = true;
     for (const std::wstring& name : NamesIn(run.native()))
         if (name != c_mark)
-            whole = RemoveItself((run / name).native(), IsPartOfEdit) && whole;
+            whole = !EndsWithNoCase(name, c_trackingEnd) && RemoveItself((run / name).native(), HoldEdit) && whole;
     mark.reset();
     if (whole)
-        RemoveItself(run.native(), IsPartOfEdit);
+        RemoveItself(run.native(), HoldEdit);
 }
 
 // A folder that only this user may look into.
@@ -125,7 +123,7 @@ TempFolder::~TempFolder() {
 void TempFolder::ForgetCopies() const {
     for (const std::wstring& name : NamesIn((m_realPath / c_copiesFolder).native()))
         if (const fs::path copy = m_realPath / c_copiesFolder / name; !NamesIn(copy.native()).empty())  // an empty one is just made
-            RemoveItself(copy.native(), IsPartOfEdit);
+            RemoveItself(copy.native(), HoldEdit);
 }
 
 bool TempFolder::HasRoomFor(std::uint64_t bytes) const {

@@ -19,6 +19,7 @@ void Remove(const Volume& volume, const Entry& entry) {
         Search search(volume, entry.path);
         for (Entry child; search.Next(child);)
             Remove(volume, child);
+        volume.RemoveReserved(entry.path);
     }
     {
         const FileHandle file = volume.Open(entry.path, DELETE, c_shareAll, OPEN_EXISTING);

@@ -11,6 +11,7 @@
 #include "core/HostError.h"
 #include "core/Interrupt.h"
 #include "core/OnDisk.h"
+#include "core/Storage.h"
 #include "core/Text.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
@@ -18,13 +19,39 @@ namespace {
 
 constexpr DWORD c_blockSize = 256 * 1024;
 
-// The old form, held. Nobody else can write, rename or delete it.
+// One of the two forms of a document. Its real path decides what stands there; the companion library chooses the password by the other.
+struct Form {
+    std::wstring path;  // by the configuration's own words
+    std::wstring real;
+
+    Form With(std::wstring_view end) const { return {path + std::wstring(end), real + std::wstring(end)}; }
+    Form Without(std::wstring_view end) const { return {path.substr(0, path.size() - end.size()), real.substr(0, real.size() - end.size())}; }
+    std::wstring Name() const { return path.substr(path.rfind(L'\\') + 1); }
+    std::string Shown() const { return ToUtf8(path); }
+
+    // Throws for a link: equal content behind it may go at any time.
+    bool IsThere() const {
+        const Standing standing = StandingAt(real);
+        if (standing == Standing::Link)
+            throw HostError(Shown() + ": a link stands there, which is not followed");
+        return standing == Standing::Itself;
+    }
+};
+
+Form FormOf(const Volume& volume, const Entry& entry) {
+    const auto folder = volume.FolderOnDisk(entry.path.Parent());
+    if (!folder)
+        throw StatusError(entry.ListedPath().Shown(), VVS_PathNotFound);
+    return {ConfiguredPath(volume, entry), *folder + L'\\' + entry.NameOnDisk()};
+}
+
+// A form that was opened itself. Nobody else can write, rename or delete it.
 class HeldFile {
 public:
-    explicit HeldFile(const std::wstring& path)
-        : m_path(path), m_file(OpenItself(RealPath(path), GENERIC_READ | DELETE | FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ)) {
+    explicit HeldFile(const Form& form)
+        : m_form(form), m_file(OpenItself(form.real, GENERIC_READ | DELETE | FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ)) {
         if (!m_file || !GetFileInformationByHandle(m_file.get(), &m_information))
-            throw LocalError(m_path, GetLastError());
+            throw LocalError(m_form.path, GetLastError());
     }
     const BY_HANDLE_FILE_INFORMATION& Information() const { return m_information; }
 
@@ -32,31 +59,40 @@ public:
     std::size_t Read(char* buffer, std::size_t size) {
         DWORD read = 0;
         if (!ReadFile(m_file.get(), buffer, static_cast<DWORD>(size), &read, nullptr))
-            throw LocalError(m_path, GetLastError());
+            throw LocalError(m_form.path, GetLastError());
         return read;
     }
     void Rewind() { SetFilePointer(m_file.get(), 0, nullptr, FILE_BEGIN); }
-    void Delete() {
+    // Those of the document, as its container tells them. Without them it is still the content.
+    void TakeTimesOf(const Form& container) {
+        SYSTEMTIME times[3];
+        if (!ContainerTimes(container.path, times[0], times[1], times[2]))
+            return;
+        FILETIME fileTimes[3];
+        for (int index = 0; index < 3; ++index)
+            SystemTimeToFileTime(&times[index], &fileTimes[index]);
+        SetFileTime(m_file.get(), &fileTimes[2], &fileTimes[1], &fileTimes[0]);
+    }
+    // Throws unless the other form stands beside it still.
+    void DeleteFor(const Form& other) {
+        if (!m_form.IsThere() || !other.IsThere())
+            throw HostError(m_form.Shown() + ": something took its place meanwhile; nothing was deleted");
         if (!DeleteOpen(m_file))
-            throw LocalError(m_path, GetLastError());
+            throw LocalError(m_form.path, GetLastError());
     }
 
 private:
-    std::wstring m_path;
+    Form m_form;
     DiskHandle m_file;
     BY_HANDLE_FILE_INFORMATION m_information{};
 };
 
-bool IsThere(const std::wstring& path) {
-    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES || GetLastError() == ERROR_ACCESS_DENIED;
-}
-
 // Does the container hold exactly what the plain file does? The file is read from its beginning.
-bool HaveOneContent(const std::wstring& containerPath, HeldFile& plain, const ByteCount& count) {
+bool HaveOneContent(const Form& container, HeldFile& plain, const ByteCount& count) {
     bool isSame = true;
     std::vector<char> buffer(c_blockSize);
     plain.Rewind();
-    ReadContainer(containerPath, [&](const char* data, std::size_t size) {
+    ReadContainer(container.path, [&](const char* data, std::size_t size) {
         StopIfInterrupted();
         count(size);
         while (isSame && size > 0) {
@@ -69,80 +105,71 @@ bool HaveOneContent(const std::wstring& containerPath, HeldFile& plain, const By
     return isSame && plain.Read(buffer.data(), 1) == 0;
 }
 
-[[noreturn]] void ThrowBoth(const std::wstring& plainPath, const std::wstring& containerPath) {
-    throw HostError(ToUtf8(plainPath) + " and " + ToUtf8(containerPath) + ": both are there, with different content; remove or rename one of them");
+[[noreturn]] void ThrowBoth(const Form& plain, const Form& container) {
+    throw HostError(plain.Shown() + " and " + container.Shown() + ": both are there, with different content; remove or rename one of them");
 }
 
-void WriteContainer(const std::wstring& plainPath, const std::wstring& containerPath, HeldFile& plain, const ByteCount& count) {
-    NewContainer container(containerPath, plainPath.substr(plainPath.rfind(L'\\') + 1), plainPath, plain.Information());
+void WriteContainer(const Form& plain, const Form& container, HeldFile& content, const ByteCount& count) {
+    NewContainer writer(container.path, plain.Name(), plain.path, content.Information());
     std::vector<char> buffer(c_blockSize);
-    while (const std::size_t size = plain.Read(buffer.data(), buffer.size())) {
+    while (const std::size_t size = content.Read(buffer.data(), buffer.size())) {
         StopIfInterrupted();
-        container.Write(buffer.data(), size);
+        writer.Write(buffer.data(), size);
         count(size);
     }
-    if (IsThere(containerPath))  // since it was last looked for
-        ThrowBoth(plainPath, containerPath);
-    container.Finish();
+    if (container.IsThere())  // since it was last looked for
+        ThrowBoth(plain, container);
+    writer.Finish();
 }
 
-void WritePlain(const std::wstring& plainPath, const std::wstring& containerPath, const HeldFile& container, const ByteCount& count) {
+void WritePlain(const Form& plain, const Form& container, const HeldFile& held, const ByteCount& count) {
     try {
-        companion::SideFile file(plainPath);
-        ReadContainer(containerPath, [&](const char* data, std::size_t size) {
+        companion::SideFile file(plain.path);
+        ReadContainer(container.path, [&](const char* data, std::size_t size) {
             StopIfInterrupted();
             if (const DWORD error = file.Write(data, size))
-                throw LocalError(plainPath, error);
+                throw LocalError(plain.path, error);
             count(size);
         });
-        file.PutInPlace(container.Information().dwFileAttributes, companion::IfThere::Keep);
+        if (plain.IsThere())
+            ThrowBoth(plain, container);
+        file.PutInPlace(held.Information().dwFileAttributes, companion::IfThere::Keep);
     } catch (const CQuelcryptErrorException& error) {
-        throw HostError(ToUtf8(plainPath) + ": " + ToUtf8(error.GetDescription()));
+        throw HostError(plain.Shown() + ": " + ToUtf8(error.GetDescription()));
     }
 }
 
-// Those of the document, as the container tells them. Without them it is still the content.
-void SetTimes(const std::wstring& plainPath, const std::wstring& containerPath) {
-    SYSTEMTIME times[3];
-    if (!ContainerTimes(containerPath, times[0], times[1], times[2]))
+// isNew: which of the two reasons to tell for different content.
+void RequireOneContent(const Form& plain, const Form& container, HeldFile& content, bool isNew, const Form& made, const ByteCount& count) {
+    if (HaveOneContent(container, content, count))
         return;
-    FILETIME fileTimes[3];
-    for (int index = 0; index < 3; ++index)
-        SystemTimeToFileTime(&times[index], &fileTimes[index]);
-    if (const DiskHandle file = OpenItself(RealPath(plainPath), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE))
-        SetFileTime(file.get(), &fileTimes[2], &fileTimes[1], &fileTimes[0]);
+    if (!isNew)
+        ThrowBoth(plain, container);
+    throw HostError(made.Shown() + ": it was written, but reading it back gives other content; the old form is left as it was");
 }
 
 }  // namespace
 
-void EncryptInPlace(const std::wstring& plainPath, const ByteCount& count) {
-    const std::wstring containerPath = plainPath + std::wstring(kContainerExtension);
-    HeldFile plain(plainPath);
-    const bool wasThere = IsThere(containerPath);
-    if (!wasThere)
-        WriteContainer(plainPath, containerPath, plain, count);
-    if (!HaveOneContent(containerPath, plain, count)) {
-        if (wasThere)
-            ThrowBoth(plainPath, containerPath);
-        throw HostError(ToUtf8(containerPath) + ": it was written, but reading it back gives other content; the file is left as it was");
-    }
-    plain.Delete();
+void EncryptInPlace(const Volume& volume, const Entry& entry, const ByteCount& count) {
+    const DiskHandle folder = volume.Hold(entry.path.Parent());
+    const Form plain = FormOf(volume, entry), container = plain.With(kContainerExtension);
+    HeldFile content(plain);
+    const bool isNew = !container.IsThere();
+    if (isNew)
+        WriteContainer(plain, container, content, count);
+    RequireOneContent(plain, container, content, isNew, container, count);
+    content.DeleteFor(container);
 }
 
-void DecryptInPlace(const std::wstring& containerPath, const ByteCount& count) {
-    const std::wstring plainPath = containerPath.substr(0, containerPath.size() - kContainerExtension.size());
-    HeldFile container(containerPath);
-    const bool wasThere = IsThere(plainPath);
-    if (!wasThere)
-        WritePlain(plainPath, containerPath, container, count);
-    {
-        HeldFile plain(plainPath);
-        if (!HaveOneContent(containerPath, plain, count)) {
-            if (wasThere)
-                ThrowBoth(plainPath, containerPath);
-            throw HostError(ToUtf8(plainPath) + ": it was written, but reading it back gives other content; the container is left as it was");
-        }
-    }
-    SetTimes(plainPath, containerPath);
-    container.Delete();
+void DecryptInPlace(const Volume& volume, const Entry& entry, const ByteCount& count) {
+    const DiskHandle folder = volume.Hold(entry.path.Parent());
+    const Form container = FormOf(volume, entry), plain = container.Without(kContainerExtension);
+    HeldFile held(container);
+    const bool isNew = !plain.IsThere();
+    if (isNew)
+        WritePlain(plain, container, held, count);
+    HeldFile content(plain);
+    RequireOneContent(plain, container, content, isNew, plain, count);
+    content.TakeTimesOf(container);
+    held.DeleteFor(plain);
 }

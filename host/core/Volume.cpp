@@ -135,6 +135,17 @@ bool Volume::IsItself(const Entry& entry) const {
     return folder && StandingAt(*folder + L'\\' + entry.NameOnDisk()) == Standing::Itself;
 }
 
+DiskVersion Volume::VersionOf(const Entry& entry) const {
+    const auto folder = PathOnDisk(entry.path.Parent());
+    return folder ? VersionAt(*folder + L'\\' + entry.NameOnDisk()) : DiskVersion();
+}
+
+bool Volume::HasTwin(const Entry& entry, const std::wstring& name) const {
+    const auto folder = PathOnDisk(entry.path.Parent());
+    const std::wstring own = entry.NameOnDisk(), twin = name + own.substr(entry.path.Name().size());
+    return folder && LongName(*folder + L'\\' + twin) == twin && LongName(*folder + L'\\' + own) != twin;
+}
+
 std::optional<std::wstring> Volume::LinkAt(const VolumePath& path) const {
     const auto folder = path.IsMountFolder() ? std::nullopt : FolderOnDisk(path.Parent());
     for (const wchar_t* end : {L"", L".zip"}) {
@@ -152,6 +163,13 @@ bool Volume::RemoveLink(const VolumePath& path) const {
     if (link && !RemoveItself(*link))
         throw HostError(path.Shown() + ": a link, which cannot be deleted without what it leads to");
     return link.has_value();
+}
+
+void Volume::RemoveReserved(const VolumePath& folder) const {
+    const auto onDisk = FolderOnDisk(folder);
+    for (const std::wstring& name : onDisk ? NamesIn(*onDisk) : std::vector<std::wstring>())
+        if (IsReservedName(name))
+            RemoveItself(*onDisk + L'\\' + name);
 }
 
 std::optional<Entry> Volume::FindByShortName(const VolumePath& path) const {

@@ -98,9 +98,15 @@ public:
     std::optional<Entry> Find(const VolumePath& path) const;
     // Is the item, from a listing, no link, and not reached through one?
     bool IsItself(const Entry& entry) const;
+    // Of the file on disk that holds the entry.
+    DiskVersion VersionOf(const Entry& entry) const;
+    // On a disk that tells letter cases apart: does another file stand beside the item that has exactly this name?
+    bool HasTwin(const Entry& entry, const std::wstring& name) const;
     // Deletes the link that stands under this name. False: there is none. Throws HostError when it cannot be deleted
     // without what it leads to.
     bool RemoveLink(const VolumePath& path) const;
+    // Deletes what the volume keeps for itself in a folder that is to go, as far as nobody uses it.
+    void RemoveReserved(const VolumePath& folder) const;
     // A folder on disk, if it is a real one: itself, and reached by the own names of folders and through no link.
     std::optional<std::wstring> FolderOnDisk(const VolumePath& folder) const;
     // Have the temp folder's disk and that of folder room for content of so many bytes? The copies in clear go to the first.
@@ -126,6 +132,8 @@ public:
     // the folder that an item stands in is held, and after the call it is looked once more whether everything still stands where
     // it was asked for. If not, they throw StatusError, and what was made goes. docs/security.md tells where that ends.
 
+    // As HoldFolder; null for the root and mount folders. Throws StatusError when it is missing, no real folder, or about to go.
+    DiskHandle Hold(const VolumePath& folder) const;
     // Throws StatusError. Access, sharing and disposition are those of IVirtualVolume::OpenFile.
     FileHandle Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const;
     // Throws StatusError unless path's item, which is open as file, still stands there itself. An encrypted file is first looked
@@ -140,8 +148,6 @@ public:
 
 private:
     friend class Search;
-    // As HoldFolder; null for the root and mount folders. Throws StatusError when it is missing, no real folder, or about to go.
-    DiskHandle Hold(const VolumePath& folder) const;
     std::optional<std::wstring> PathOnDisk(const VolumePath& folder) const;
     // Throws StatusError.
     void RequireRealFolder(const VolumePath& folder) const;

@@ -114,6 +114,18 @@ VolumePath VolumePath::Aside() const {
     return Parent().Child(stem + (hasDot ? L".~" : L"~") + UniqueSuffix() + (hasDot ? name.substr(dot) : L""));
 }
 
+std::wstring VolumePath::NameBeforeAside(std::wstring_view name) {
+    constexpr std::size_t suffixSize = 9;  // "~1a2b3c4d"
+    const std::size_t tilde = name.rfind(L'~');
+    if (tilde == std::wstring_view::npos || tilde == 0 || name.size() < tilde + suffixSize)
+        return {};
+    const std::wstring_view digits = name.substr(tilde + 1, suffixSize - 1), rest = name.substr(tilde + suffixSize);
+    const bool hasDot = name[tilde - 1] == L'.';
+    if (digits.find_first_not_of(L"0123456789abcdef") != std::wstring_view::npos || hasDot != rest.starts_with(L'.') || (!hasDot && !rest.empty()))
+        return {};
+    return std::wstring(name.substr(0, hasDot ? tilde - 1 : tilde)) + std::wstring(rest);
+}
+
 bool VolumePath::Equals(const VolumePath& other) const {
     return EqualNoCase(m_path, other.m_path);
 }

@@ -36,6 +36,8 @@ public:
     VolumePath Child(std::wstring_view name) const;
     // A name of its own beside this one, for what is to take its place.
     VolumePath Aside() const;
+    // The name that such a one stands beside; empty for any other.
+    static std::wstring NameBeforeAside(std::wstring_view name);
     // Are they the same item, or is this inside folder?
     bool Equals(const VolumePath& other) const;
     bool IsInside(const VolumePath& folder) const;

@@ -1,6 +1,7 @@
 #include "webdav/Conditions.h"
 
 #include <algorithm>
+#include <set>
 
 #include "webdav/Http.h"
 #include "webdav/Limits.h"
@@ -72,11 +73,14 @@ IfHeader ParseIf(std::string_view text) {
     std::string resource;
     bool tagIsUsed = true;
     std::size_t conditions = 0;
+    std::set<std::string> resources;
     while (!scanner.AtEnd()) {
         if (scanner.Take('<')) {
             resource = scanner.TakeUpTo('>');
             if (!std::exchange(tagIsUsed, false) || resource.empty())
                 throw HttpError(400, "the If field has a resource without a list");
+            if (resources.insert(resource).second && resources.size() > limits::ifResources)
+                throw HttpError(400, "the If field names too many resources");
             continue;
         }
         if (!scanner.Take('('))

@@ -40,16 +40,14 @@ bool ClientHasIt(const Exchange& exchange, const Resource& file) {
         return TagListMatches(*noneMatch, exchange.Tag(file), true);
     const auto since = exchange.request.Field("If-Modified-Since");
     const std::uint64_t time = since ? ParseHttpDate(*since) : 0;
-    return time != 0 && file.entry->data.lastWriteTime / c_second <= time / c_second;
+    // A version with an earlier time may have been put back.
+    return time != 0 && file.entry->data.lastWriteTime / c_second == time / c_second;
 }
 
 // A range of what may have changed meanwhile is of no use: then the client gets the whole.
 bool RangeIsWanted(const Exchange& exchange, const Resource& file) {
     const auto ifRange = exchange.request.Field("If-Range");
-    if (!ifRange)
-        return true;
-    return ifRange->find('"') != std::string::npos ? *ifRange == exchange.Tag(file)
-                                                   : *ifRange == HttpDate(file.entry->data.lastWriteTime);
+    return !ifRange || *ifRange == exchange.Tag(file);  // of two versions with one date a date would make a mixture
 }
 
 // What is left of the range as it is now, kept aside for a client that may take long.
@@ -150,6 +148,16 @@ std::uint64_t UploadTime(const Request& request) {
     return seconds && *seconds < 100'000'000'000 ? (*seconds + c_unixEpoch) * c_second : 0;
 }
 
+// What is stored must be the file as it is, all of it, and known to be all.
+void RequireWholeContent(const Request& request) {
+    if (request.Field("Content-Range"))
+        throw HttpError(400, "a part of a file cannot be stored");
+    if (!EqualToken(request.Field("Content-Encoding").value_or("identity"), "identity"))
+        throw HttpError(415, "content is stored as it is, and not decoded");
+    if (!request.Field("Content-Length") && !request.Field("Transfer-Encoding"))
+        throw HttpError(411, "the request does not tell how long its content is");
+}
+
 void RequireRoom(const Exchange& exchange, std::uint64_t bytes) {
     if (!exchange.state.volume.HasRoomFor(bytes, exchange.found.path.Parent()))
         throw HttpError(507, "the disk has no room for it");
@@ -161,11 +169,42 @@ void CheckPut(const Exchange& exchange, const Resource& target) {
     CheckConditions(exchange, target);
 }
 
+// What a conditional request was checked against has to stand there until the new content takes its place, which may take long to write.
+class RequiredVersion {
+public:
+    RequiredVersion(const Exchange& exchange, const Resource& target)
+        : m_volume(exchange.state.volume), m_target(target) {
+        for (const char* field : {"If", "If-Match", "If-None-Match", "If-Unmodified-Since"})
+            m_isRequired = m_isRequired || exchange.request.Field(field);
+        if (m_isRequired)
+            m_version = VersionNow();
+    }
+    void Check() const {
+        if (m_isRequired && (VersionNow() != m_version || (!m_target.Exists() && m_volume.Find(m_target.path))))
+            throw HttpError(412, "it was changed meanwhile");
+    }
+
+private:
+    DiskVersion VersionNow() const { return m_target.Exists() ? m_volume.VersionOf(*m_target.entry) : DiskVersion(); }
+
+    const Volume& m_volume;
+    const Resource& m_target;
+    DiskVersion m_version;
+    bool m_isRequired = false;
+};
+
 // What is there then: a conflict copy gets the ordinary name of its container.
-Resource Store(const Volume& volume, const Resource& target, Spool& spool, const VirtFindData& times) {
+Resource Store(const Volume& volume, const Resource& target, Spool& spool, const VirtFindData& times, const RequiredVersion& required) {
     const std::unique_ptr<Upload> upload = StartUpload(volume, target);
     spool.ForEach([&](std::string_view data) { upload->Write(data.data(), data.size()); });
-    upload->Place(times);
+    required.Check();
+    try {
+        upload->Place(times);
+    } catch (const StatusError& error) {
+        if (error.Status() == VSS_SharingViolation)  // also the word for another version
+            required.Check();
+        throw;
+    }
     return StoredAs(target, *upload);
 }
 
@@ -187,8 +226,7 @@ void AnswerGet(Exchange& exchange) {
 }
 
 void AnswerPut(Exchange& exchange) {
-    if (exchange.request.Field("Content-Range"))
-        throw HttpError(400, "a part of a file cannot be stored");
+    RequireWholeContent(exchange.request);
     // Before the client sends it all.
     CheckPut(exchange, exchange.found);
     CheckWritable(exchange, exchange.found, !exchange.found.Exists());
@@ -203,12 +241,13 @@ void AnswerPut(Exchange& exchange) {
     State& state = exchange.state;
     const Claim claim(state.claims, {{exchange.found.key, Use::Change}});
     const Resource target = Locate(state.volume, exchange.found.path);  // the body may have been long in coming
+    const RequiredVersion required(exchange, target);
     CheckPut(exchange, target);
     CheckLocks(exchange, target, !target.Exists());
     RequireRoom(exchange, spool.Size());
     VirtFindData times{};
     times.lastWriteTime = UploadTime(exchange.request);
-    const Resource stored = Store(state.volume, target, spool, times);
+    const Resource stored = Store(state.volume, target, spool, times, required);
     NoteStored(state, target, stored);
     Fields fields{{"ETag", exchange.Tag(stored)}};
     const bool isElsewhere = !stored.path.Equals(target.path);

@@ -129,12 +129,19 @@ std::string IsoDate(std::uint64_t fileTime) {
     return text;
 }
 
-std::uint64_t ParseHttpDate(std::string_view text) {
+std::uint64_t ParseHttpDate(std::string_view value) {
+    const std::string text(value);
     char month[4] = {};
     unsigned day = 0, year = 0, hour = 0, minute = 0, second = 0;
-    if (std::sscanf(std::string(text).c_str(), "%*3s, %2u %3s %4u %2u:%2u:%2u GMT", &day, month, &year, &hour, &minute,
-                    &second) != 6)
+    const auto isForm = [&](const char* form, auto*... parts) { return std::sscanf(text.c_str(), form, parts...) == 6; };
+    if (isForm("%*[A-Za-z], %2u-%3s-%2u %2u:%2u:%2u GMT", &day, month, &year, &hour, &minute, &second)) {
+        const unsigned now = SystemTimeOf(Now()).wYear;
+        year += now - now % 100;
+        year -= year > now + 50 ? 100 : 0;
+    } else if (!isForm("%*3s, %2u %3s %4u %2u:%2u:%2u GMT", &day, month, &year, &hour, &minute, &second) &&
+               !isForm("%*3s %3s %2u %2u:%2u:%2u %4u", month, &day, &hour, &minute, &second, &year)) {
         return 0;
+    }
     const auto found = std::find(std::begin(c_months), std::end(c_months), std::string_view(month));
     SYSTEMTIME parts{};
     parts.wYear = static_cast<WORD>(year);

@@ -83,7 +83,8 @@ std::string StatusLine(int status);
 // Times are FILETIMEs: 100 ns steps since 1601, UTC.
 std::string HttpDate(std::uint64_t fileTime);  // "Sat, 21 Nov 2026 08:10:04 GMT"
 std::string IsoDate(std::uint64_t fileTime);   // "2026-11-21T08:10:04Z"
-// Takes the first form only, which everybody sends; 0 for anything else.
+// Takes the first form, which everybody sends, and the two old ones, "Saturday, 21-Nov-26 08:10:04 GMT" and "Sat Nov 21 08:10:04 2026";
+// 0 for anything else.
 std::uint64_t ParseHttpDate(std::string_view text);
 std::uint64_t Now();
 constexpr std::uint64_t c_second = 10'000'000;

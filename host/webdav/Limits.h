@@ -40,6 +40,7 @@ constexpr std::size_t targetBytes = 16 * 1024;
 constexpr std::size_t pathComponents = 128;
 constexpr std::size_t treeFailures = 100;  // of the members of a tree; then it is given up
 constexpr std::size_t ifConditions = 200;
+constexpr std::size_t ifResources = 16;  // each is looked up
 constexpr std::size_t xmlBytes = 128 * 1024;
 constexpr std::size_t xmlDepth = 64;
 constexpr std::size_t xmlNodes = 4000;            // elements, attributes and pieces of text together

@@ -12,12 +12,12 @@ namespace webdav {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
 constexpr std::uint32_t c_longestGrace = 120;  // seconds
 
 // A client that refreshes at the last moment, over a slow line, still finds its lock.
-std::uint64_t ExpiryOf(const DavLock& lock) {
-    const std::uint32_t grace = std::min(lock.timeoutSeconds / 10 + 1, c_longestGrace);
-    return lock.expires + grace * c_second;
+Clock::time_point ExpiryOf(const DavLock& lock) {
+    return lock.expires + std::chrono::seconds(std::min(lock.timeoutSeconds / 10 + 1, c_longestGrace));
 }
 
 // "{0F8FAD5B-...}" as the volume has it.
@@ -98,7 +98,7 @@ DavLock LockTable::Add(DavLock wanted) {
                 "<D:no-conflicting-lock><D:href>" + Href(lock.root, lock.isFolder) + "</D:href></D:no-conflicting-lock>");
     Hold(wanted);
     wanted.token = wanted.isFolder ? NewToken() : TokenOf(wanted.volumeToken);
-    wanted.expires = Now() + wanted.timeoutSeconds * c_second;
+    wanted.expires = Clock::now() + std::chrono::seconds(wanted.timeoutSeconds);
     m_locks.push_back(wanted);
     return wanted;
 }
@@ -109,7 +109,7 @@ std::optional<DavLock> LockTable::Refresh(const std::string& token, const Volume
         if (lock.token != token || !lock.Covers(path))
             continue;
         lock.timeoutSeconds = timeoutSeconds;
-        lock.expires = Now() + timeoutSeconds * c_second;
+        lock.expires = Clock::now() + std::chrono::seconds(timeoutSeconds);
         return lock;
     }
     return std::nullopt;
@@ -130,7 +130,7 @@ void LockTable::RemoveExpired() {
     const std::unique_lock guard(m_mutex, std::try_to_lock);
     if (!guard)
         return;  // whoever has it may take long, and the server must still hear Ctrl-C
-    std::erase_if(m_locks, [this, now = Now()](const DavLock& lock) {
+    std::erase_if(m_locks, [this, now = Clock::now()](const DavLock& lock) {
         if (ExpiryOf(lock) > now)
             return false;
         LetGo(lock);

@@ -2,6 +2,7 @@
 // of a folder, and of a file as part of a folder, lives here alone. All of it ends with the program. Any thread may call.
 #pragma once
 
+#include <chrono>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -20,7 +21,7 @@ struct DavLock {
     LockScope scope = LockScope_Exclusive;
     std::string ownerXml;  // what the client sent inside of its owner element
     std::uint32_t timeoutSeconds = 0;
-    std::uint64_t expires = 0;  // a FILETIME
+    std::chrono::steady_clock::time_point expires;  // whatever becomes of the time of day
 
     VolumePath storedPath;  // for the volume's lock, of files only
     std::wstring volumeToken;

@@ -56,12 +56,11 @@ Depth ParseDepth(const Request& request, Depth missing) {
 
 void CheckConditions(const Exchange& exchange, const Resource& resource) {
     const Request& request = exchange.request;
-    const std::string tag = exchange.Tag(resource);
-    if (const auto match = request.Field("If-Match"); match && (!resource.Exists() || !TagListMatches(*match, tag)))
+    if (const auto match = request.Field("If-Match"); match && (!resource.Exists() || !TagListMatches(*match, exchange.Tag(resource))))
         throw HttpError(412, "it is not what If-Match asks for");
     const bool onlySavesTransfer = request.method == "GET" || request.method == "HEAD";
     if (const auto noneMatch = request.Field("If-None-Match"); noneMatch && !onlySavesTransfer)
-        if (resource.Exists() && TagListMatches(*noneMatch, tag, true))
+        if (resource.Exists() && TagListMatches(*noneMatch, exchange.Tag(resource), true))
             throw HttpError(412, "it is what If-None-Match excludes");
     if (const auto since = request.Field("If-Unmodified-Since"); since && resource.Exists() && !request.Field("If-Match")) {
         const std::uint64_t time = ParseHttpDate(*since);

@@ -44,7 +44,7 @@ struct Exchange {
         return state.claims.Changes() == changes ? known : Locate(state.volume, known.path);
     }
     Resource Find() const { return FindAgain(found); }
-    std::string Tag(const Resource& resource) const { return EntityTag(state.changes, resource); }
+    std::string Tag(const Resource& resource) const { return EntityTag(state.volume, state.changes, resource); }
 };
 
 enum class Depth { Zero, One, Infinity };

@@ -209,6 +209,20 @@ ListedEntries::ListedEntries(const Volume& volume, const Resource& folder) : m_v
         m_onDisk = volume.FolderOnDisk(folder.path).value_or(std::wstring());
 }
 
+// Behind a plain file or document of the name that a conflict copy is listed under. The folder is read once for all of its copies.
+bool ListedEntries::IsHidden(const std::wstring& conflictName) const {
+    if (!m_hiding) {
+        m_hiding.emplace(&LessNoCase);
+        const auto folder = m_volume.FolderOnDisk(m_folder.path);
+        for (const std::wstring& name : folder ? NamesIn(*folder) : std::vector<std::wstring>()) {
+            const std::wstring shown = EndsWithNoCase(name, kContainerExtension) ? name.substr(0, name.size() - kContainerExtension.size()) : name;
+            if (EndsWithNoCase(shown, kConflictExtension) && StandingAt(*folder + L'\\' + name) == Standing::Itself)
+                m_hiding->insert(shown);
+        }
+    }
+    return m_hiding->contains(conflictName);
+}
+
 bool ListedEntries::Has(const Entry& entry) const {
     constexpr std::size_t c_surelyShort = 250;  // units; from 260 on, the platform's limit counts
     const std::wstring name = entry.Name();
@@ -216,8 +230,9 @@ bool ListedEntries::Has(const Entry& entry) const {
         return false;
     if (ToUtf8(name).find("\xEF\xBF\xBD") != std::string::npos && name.find(L'\xFFFD') == std::wstring::npos)
         return false;  // not valid Unicode
-    // A plain file may have the name that a conflict copy is listed under.
-    if (entry.IsConflict() || (m_mountPathSize > 0 && m_mountPathSize + std::wcslen(entry.path.Str()) > c_surelyShort)) {
+    if (entry.IsConflict() && IsHidden(name))
+        return false;
+    if (m_mountPathSize > 0 && m_mountPathSize + std::wcslen(entry.path.Str()) > c_surelyShort) {
         const auto found = m_volume.Find(m_folder.path.Child(name));
         return found && found->path.Equals(entry.path);
     }

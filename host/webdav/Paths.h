@@ -3,9 +3,11 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
+#include "common/Names.h"
 #include "core/Volume.h"
 
 namespace webdav {
@@ -57,8 +59,11 @@ public:
     bool Has(const Entry& entry) const;
 
 private:
+    bool IsHidden(const std::wstring& conflictName) const;
+
     const Volume& m_volume;
     const Resource& m_folder;
+    mutable std::optional<std::set<std::wstring, decltype(&LessNoCase)>> m_hiding;  // names of files like those of conflict copies
     std::size_t m_mountPathSize = 0;  // units
     std::wstring m_onDisk;            // where every entry has to be looked at; else empty
 };

@@ -172,14 +172,16 @@ std::uint64_t ChangeNumbers::Of(const VolumePath& path) const {
     return number;
 }
 
-std::string EntityTag(const ChangeNumbers& changes, const Resource& resource) {
+std::string EntityTag(const Volume& volume, const ChangeNumbers& changes, const Resource& resource) {
     if (!resource.entry || resource.IsFolder())
         return {};
     const VirtFindData& data = resource.entry->data;
-    char tag[64];
-    // Containers keep times in milliseconds; a file must not get another tag by being locked or unlocked.
-    std::snprintf(tag, sizeof(tag), "\"%llx-%llx", static_cast<unsigned long long>(data.lastWriteTime / c_millisecond),
-                  static_cast<unsigned long long>(data.fileSize));
+    // Containers keep times in milliseconds; a file must not get another tag by being locked or unlocked. What the disk says of the change
+    // is told from that time on: most often few digits, of which a listing has many.
+    const std::uint64_t written = data.lastWriteTime / c_millisecond, changed = volume.VersionOf(*resource.entry).changed / c_millisecond;
+    char tag[96];
+    std::snprintf(tag, sizeof(tag), "\"%llx-%llx-%llx", static_cast<unsigned long long>(written), static_cast<unsigned long long>(data.fileSize),
+                  static_cast<unsigned long long>(changed - written));
     std::string text = tag;
     if (const std::uint64_t number = changes.Of(resource.key)) {
         std::snprintf(tag, sizeof(tag), "-%llx", static_cast<unsigned long long>(number));

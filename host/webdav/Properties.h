@@ -54,8 +54,8 @@ private:
     PathMap<std::uint64_t> m_numbers;
 };
 
-// A strong entity tag, quotation marks included; empty for folders.
-std::string EntityTag(const ChangeNumbers& changes, const Resource& resource);
+// A strong entity tag, quotation marks included; empty for folders. Those of one content stay over restarts, and come again for no other.
+std::string EntityTag(const Volume& volume, const ChangeNumbers& changes, const Resource& resource);
 // By the name's extension; null when it tells nothing.
 const char* ContentType(std::wstring_view name);
 std::string LockDiscoveryXml(const std::vector<DavLock>& locks);

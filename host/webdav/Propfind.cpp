@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <set>
 
+#include "core/Interrupt.h"
 #include "core/Text.h"
 #include "webdav/Limits.h"
 #include "webdav/Methods.h"
@@ -241,9 +242,11 @@ void AnswerPropfind(Exchange& exchange) {
         const Turn turn(g_listingTurns);
         const ListedEntries listed(exchange.state.volume, resource);
         Search search(exchange.state.volume, resource.entry->path);
-        for (Entry entry; search.Next(entry);)
+        for (Entry entry; search.Next(entry);) {
+            StopIfInterrupted();
             if (listed.Has(entry))
                 append(listing.Entry(Listed(resource, entry)));
+        }
     }
     append("</D:multistatus>\n");
     exchange.response.Begin(207, {{"Content-Type", "application/xml; charset=utf-8"}}, spool.Size());

@@ -10,15 +10,14 @@ namespace {
 struct MethodRow {
     const char* name;
     void (*answer)(Exchange&);
+    bool onlyReads = false;
 };
 
 constexpr MethodRow c_methods[] = {
-    {"OPTIONS", AnswerOptions},   {"GET", AnswerGet},
-    {"HEAD", AnswerGet},          {"PUT", AnswerPut},
-    {"DELETE", AnswerDelete},     {"MKCOL", AnswerMkcol},
-    {"COPY", AnswerCopy},         {"MOVE", AnswerMove},
-    {"PROPFIND", AnswerPropfind}, {"PROPPATCH", AnswerProppatch},
-    {"LOCK", AnswerLock},         {"UNLOCK", AnswerUnlock},
+    {"OPTIONS", AnswerOptions, true},   {"GET", AnswerGet, true}, {"HEAD", AnswerGet, true},
+    {"PROPFIND", AnswerPropfind, true}, {"PUT", AnswerPut},       {"DELETE", AnswerDelete},
+    {"MKCOL", AnswerMkcol},             {"COPY", AnswerCopy},     {"MOVE", AnswerMove},
+    {"PROPPATCH", AnswerProppatch},     {"LOCK", AnswerLock},     {"UNLOCK", AnswerUnlock},
 };
 
 void SendError(const Request& request, Response& response, int status, const std::string& text, const std::string& condition, Fields fields) {
@@ -75,6 +74,9 @@ void Site::Dispatch(const Request& request, RequestBody& body, Response& respons
     for (const MethodRow& row : c_methods) {
         if (request.method != row.name)
             continue;
+        // A client that left the '?' of a name unescaped means another file than the one before it.
+        if (!row.onlyReads && request.target.find('?') != std::string::npos)
+            throw HttpError(400, "a query changes nothing here; in a name, '?' is not possible");
         std::string authority;
         const bool isWhole = request.target == "*" && request.method == "OPTIONS";
         const VolumePath path = isWhole ? VolumePath() : ParseTarget(request.target, &authority);

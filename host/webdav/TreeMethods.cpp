@@ -43,6 +43,8 @@ VolumePath DestinationPath(const Exchange& exchange) {
     const auto field = exchange.request.Field("Destination");
     if (!field)
         throw HttpError(400, "the request has no destination");
+    if (field->find('?') != std::string::npos)
+        throw HttpError(400, "the destination has a query; in a name, '?' is not possible");
     std::string authority;
     const VolumePath path = ParseTarget(*field, &authority);
     if (!authority.empty() && !EqualToken(authority, exchange.request.Field("Host").value_or("")))
@@ -70,6 +72,8 @@ Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, 
     if (!source.Exists())
         throw HttpError(404, "there is no such file or folder");
     const bool isRespelling = IsRespelling(transfer, destination);
+    if (isRespelling && exchange.state.volume.HasTwin(*source.entry, destination.Name()))
+        throw HttpError(MayOverwrite(exchange.request) ? 409 : 412, "another file differs from it in letter case alone; delete that one first");
     if (isRespelling)
         target = {target.path.Parent().Child(destination.Name()), target.key.Parent().Child(destination.Name()), std::nullopt};
     else if (target.key.Equals(source.key))
@@ -114,9 +118,24 @@ void RemovePart(const Volume& volume, const VolumePath& copy) {
         RemoveTree(volume, item, failures);
 }
 
+// A copy that is not whole, or does not get there, goes.
+void TakePlace(const Volume& volume, bool whole, const VolumePath& copy, const Resource& target, const VolumePath& place,
+               std::optional<SetAside>& replaced) {
+    if (!whole)
+        return RemovePart(volume, copy);
+    try {
+        replaced.emplace(volume, target);
+        Rename(volume, copy, place);
+    } catch (...) {
+        RemovePart(volume, copy);
+        throw;
+    }
+}
+
 void CarryOut(Exchange& exchange, const Transfer& transfer) {
     State& state = exchange.state;
     const auto& [source, target, isMove, shallow] = transfer;
+    const std::uint64_t began = Now();
     // A lock on a file stays where a file takes its place: programs save that way under their lock.
     std::optional<SuspendedLocks> sourceLocks, targetLocks;
     std::optional<SetAside> replaced;
@@ -124,21 +143,24 @@ void CarryOut(Exchange& exchange, const Transfer& transfer) {
         state.properties.RequireRoomForCopy(source.key);
     if (isMove)
         sourceLocks.emplace(state.locks, source.key);
-    if (target.Exists() && !transfer.ReplacesFileByFile()) {
+    const bool replaces = target.Exists() && !transfer.ReplacesFileByFile();
+    if (replaces)
         targetLocks.emplace(state.locks, target.key);
+    if (replaces && isMove)
         replaced.emplace(state.volume, target);
-    }
     const VolumePath& place = transfer.ReplacesFileByFile() ? target.entry->path : target.path;
+    // A copy is made aside, and takes the place of what is there when it is whole.
+    const VolumePath made = replaces && !isMove ? place.Aside() : place;
     std::vector<MemberFailure> failures;
-    const bool whole = isMove ? MoveTree(state.volume, source, place, failures)
-                              : CopyTree(state.volume, source, place, shallow, failures);
-    if (!whole && !isMove && replaced)
-        RemovePart(state.volume, place);
-    if (!whole && !state.volume.Find(place))
-        return AnswerForFailures(exchange, failures, source);  // what was to be replaced comes back
+    const bool whole = isMove ? MoveTree(state.volume, source, made, failures)
+                              : CopyTree(state.volume, source, made, shallow, failures);
+    if (replaces && !isMove)
+        TakePlace(state.volume, whole, made, target, place, replaced);
+    if (!whole && (!made.Equals(place) || !state.volume.Find(place)))
+        return AnswerForFailures(exchange, failures, source);  // what was to be replaced stays, or comes back
     NoteTransfer(state, transfer);
     if (whole && replaced)
-        replaced->Discard();
+        replaced->Discard(began);
     if (targetLocks)
         targetLocks->Forget();
     if (!whole)

@@ -1,7 +1,6 @@
 #include "webdav/TreeWork.h"
 
 #include <optional>
-#include <utility>
 
 #include "core/HostError.h"
 #include "core/Interrupt.h"
@@ -114,11 +113,16 @@ bool ToFreePlace(const Volume& volume, const Resource& item, const VolumePath& f
     return transfer(*place);
 }
 
-void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) {
-    // Through a handle, because that takes the place of an existing file in one step.
-    const FileHandle file = volume.Open(from, GENERIC_READ | DELETE, c_shareAll, OPEN_EXISTING);
-    volume.Rename(file, to);
-    volume.RequireInPlace(to, file.Get());
+// Did a file come there, or change, since that time?
+bool HasChanged(const Volume& volume, const Resource& item, std::uint64_t since) {
+    if (!item.IsFolder() || !volume.IsItself(*item.entry))
+        return volume.VersionOf(*item.entry).changed > since;
+    bool changed = item.path.Depth() > limits::pathComponents;
+    std::vector<MemberFailure> ignored;
+    return !ForEachMember(volume, item, ignored, [&](const Resource& member) {
+        changed = changed || HasChanged(volume, member, since);
+        return !changed;
+    });
 }
 
 }  // namespace
@@ -130,6 +134,8 @@ bool RemoveTree(const Volume& volume, const Resource& item, std::vector<MemberFa
         return Try(item, failures, [&] { RemoveLink(volume, *item.entry); });
     if (item.IsFolder() && !Empty(volume, item, failures))
         return false;
+    if (item.IsFolder())
+        volume.RemoveReserved(item.entry->path);
     return Try(item, failures, [&] { DeleteAndVerify(volume, *item.entry); });
 }
 
@@ -154,8 +160,12 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
 bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, std::vector<MemberFailure>& failures) {
     if (IsTooDeep(source, failures, target) || IsLink(volume, source, failures))
         return false;
-    if (!source.IsFolder())
-        return Try(source, failures, [&] { Rename(volume, source.entry->path, target); });
+    if (!source.IsFolder()) {
+        const bool isMoved = Try(source, failures, [&] { Rename(volume, source.entry->path, target); });
+        if (!isMoved && failures.back().status == 500 && !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent()))
+            failures.back().status = 507;
+        return isMoved;
+    }
     try {
         volume.Move(source.entry->path, target);
         return true;
@@ -168,6 +178,13 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
         return ToFreePlace(volume, item, target, failures, [&](const VolumePath& place) { return MoveTree(volume, item, place, failures); });
     });
     return whole && Try(source, failures, [&] { DeleteAndVerify(volume, *source.entry); });
+}
+
+void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) {
+    // Through a handle, because that takes the place of an existing file in one step.
+    const FileHandle file = volume.Open(from, GENERIC_READ | DELETE, c_shareAll, OPEN_EXISTING);
+    volume.Rename(file, to);
+    volume.RequireInPlace(to, file.Get());
 }
 
 SetAside::SetAside(const Volume& volume, const Resource& item)
@@ -186,15 +203,20 @@ SetAside::~SetAside() {
     } catch (const HostError&) {
         // It is whole, under the other name, which is told below.
     }
+    Tell();
+}
+
+void SetAside::Tell() const {
     PrintError("quelvol: what was at " + m_path.Shown() + " is kept at " + m_asidePath.Shown() + "\n");
 }
 
-void SetAside::Discard() {
+void SetAside::Discard(std::uint64_t since) {
     std::vector<MemberFailure> failures;
-    const VolumePath path = std::exchange(m_asidePath, VolumePath());
-    const Resource item = Locate(m_volume, path);
-    if (item.Exists() && !RemoveTree(m_volume, item, failures))
-        PrintError("quelvol: a part of " + path.Shown() + " could not be deleted\n");
+    const Resource item = Locate(m_volume, m_asidePath);
+    const bool hasChanged = item.IsFolder() && HasChanged(m_volume, item, since);  // a file changes by being renamed
+    if (item.Exists() && (hasChanged || !RemoveTree(m_volume, item, failures)))
+        Tell();
+    m_asidePath = VolumePath();
 }
 
 }  // namespace webdav

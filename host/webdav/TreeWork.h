@@ -17,6 +17,9 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
 // key or owner is copied and then removed. What could not be moved is whole where it was.
 bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, std::vector<MemberFailure>& failures);
 
+// Gives an item another name or place; the place of a file that is there is taken in one step.
+void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to);
+
 // Keeps what stands in the way of a copy or move under another name beside it, and puts it back unless the new item has
 // taken its place.
 class SetAside {
@@ -25,10 +28,12 @@ public:
     ~SetAside();
     SetAside(const SetAside&) = delete;
     SetAside& operator=(const SetAside&) = delete;
-    // Deletes it for good.
-    void Discard();
+    // Deletes it for good, unless a file came there or changed since that time.
+    void Discard(std::uint64_t since);
 
 private:
+    void Tell() const;
+
     const Volume& m_volume;
     VolumePath m_path, m_asidePath;
 };

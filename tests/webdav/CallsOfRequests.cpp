@@ -58,15 +58,15 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
         webdav::Site site(volume, {}, {});
         CallCounts counts[] = {CallCounts{nullptr}, CallCounts{L"QuelcryptVol64.dll"}, CallCounts{L"QuelcryptLib64.dll"}};
         const Row rows[] = {
-            {"PUT", "new.txt", 160}, {"PUT", "new.txt", 162}, {"HEAD", "new.txt", 8}, {"GET", "new.txt", 42}, {"GET", "missing.txt", 5},
-            {"PROPFIND", "new.txt", 8}, {"LOCK", "new.txt", 23}, {"COPY", "new.txt", 133}, {"MOVE", "copy.txt", 199}, {"DELETE", "moved.txt", 45},
-            {"PUT", "plain", 70}, {"PUT", "plain", 74}, {"GET", "plain", 22}, {"DELETE", "plain", 23}, {"MKCOL", "folder/", 36},
-            {"DELETE", "folder/", 41},
+            {"PUT", "new.txt", 154}, {"PUT", "new.txt", 165}, {"HEAD", "new.txt", 11}, {"GET", "new.txt", 44}, {"GET", "missing.txt", 5},
+            {"PROPFIND", "new.txt", 11}, {"LOCK", "new.txt", 23}, {"COPY", "new.txt", 133}, {"MOVE", "copy.txt", 199}, {"DELETE", "moved.txt", 45},
+            {"PUT", "plain", 72}, {"PUT", "plain", 80}, {"GET", "plain", 23}, {"DELETE", "plain", 23}, {"MKCOL", "folder/", 36},
+            {"DELETE", "folder/", 48},
         };
         for (const std::string folder : {"small", "large"}) {
             const auto send = [&](const Row& row, const char* depth = "0") {
                 const std::string method = row.method, target = "/Docs/" + folder + '/';
-                const webdav::Request request{method, target + row.name, {{"Host", "localhost"}, {"Depth", method == "DELETE" ? "infinity" : depth},
+                const webdav::Request request{method, target + row.name, {{"Host", "localhost"}, {"Content-Length", "7"}, {"Depth", method == "DELETE" ? "infinity" : depth},
                                                                           {"Destination", target + (method == "COPY" ? "copy.txt" : "moved.txt")}}};
                 Body body;
                 body.rest = method == "PUT" ? "content" : method == "LOCK" ? c_lock : "";

@@ -60,6 +60,15 @@ TEST(TextsOfRequests, EntityTags) {
     }
 }
 
+TEST(TextsOfRequests, Dates) {
+    constexpr std::uint64_t time = 124'285'853'770'000'000;
+    for (const char* form : {"Sun, 06 Nov 1994 08:49:37 GMT", "Sunday, 06-Nov-94 08:49:37 GMT", "Sun Nov  6 08:49:37 1994"})
+        EXPECT_EQ(ParseHttpDate(form), time) << form;
+    EXPECT_EQ(HttpDate(time), "Sun, 06 Nov 1994 08:49:37 GMT");
+    for (const char* broken : {"", "Sun, 06 Nov 1994", "Sunday, 06-Foo-94 08:49:37 GMT", "Sun Nov 31 08:49:37 1994", "784111777"})
+        EXPECT_EQ(ParseHttpDate(broken), 0u) << broken;
+}
+
 TEST(TextsOfRequests, Ranges) {
     const std::tuple<const char*, std::uint64_t, RangeKind, std::uint64_t, std::uint64_t> rows[] = {
         {"bytes=0-0", 10, RangeKind::Part, 0, 1},        {"bytes=3-", 10, RangeKind::Part, 3, 7},
