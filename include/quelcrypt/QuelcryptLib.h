@@ -4,7 +4,8 @@
 // Objects are owned by whoever received them and released once, through slot 1; the logger is never released. Strings
 // handed in are read during the call only. Every function may be called on any thread. Any of them may throw an
 // exception of the CQuelcryptException family (QuelcryptExceptions.h), or call the registered callback to have one
-// thrown; nothing else may leave them.
+// thrown; nothing else may leave them. When another compiler built the library, an exception of its own ends at the call and counts
+// as a failure without a description; the callback's keeps it.
 #pragma once
 
 #include <cstdint>
