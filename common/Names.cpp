@@ -39,6 +39,10 @@ bool EndsWithNoCase(std::wstring_view text, std::wstring_view end) {
     return text.size() >= end.size() && EqualNoCase(text.substr(text.size() - end.size()), end);
 }
 
+std::wstring_view WithoutContainerExtension(std::wstring_view name) {
+    return EndsWithNoCase(name, kContainerExtension) ? name.substr(0, name.size() - kContainerExtension.size()) : name;
+}
+
 bool IsReservedName(std::wstring_view name) { return Contains(kReservedNames, name); }
 
 bool IsDeviceName(std::wstring_view name) {

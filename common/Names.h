@@ -15,6 +15,9 @@ bool EqualNoCase(std::wstring_view left, std::wstring_view right);
 bool LessNoCase(std::wstring_view left, std::wstring_view right);
 bool EndsWithNoCase(std::wstring_view text, std::wstring_view end);
 
+// "report.docx.zip" -> "report.docx"; what has another ending as it is.
+std::wstring_view WithoutContainerExtension(std::wstring_view name);
+
 // For tables keyed by paths or names that differ in letter case only: h = h * 33 + upper-case unit, from 0.
 struct NoCaseHash {
     using is_transparent = void;

@@ -10,6 +10,7 @@
 #include "Boundary.h"
 #include "Paths.h"
 #include "common/Halves.h"
+#include "common/Patience.h"
 
 namespace companion {
 namespace {
@@ -84,18 +85,18 @@ bool IsRemovalOfTheFolder(DWORD error) {
            error == ERROR_DELETE_PENDING;
 }
 
-// Virus scanners, indexers, sync clients and readers hold a file for moments. Calls attempt until it returns 0 or a Win32 error that
-// they do not make; returns that.
+bool IsHeld(DWORD error) {
+    return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
+}
+
+// Calls attempt until it returns 0 or another Win32 error than those of a file that is held; returns that.
 template <class Attempt>
 DWORD TryForAMoment(Attempt attempt) {
-    constexpr DWORD pausesMs[] = {10, 20, 40, 80, 150, 300, 500, 1000, 0};
     DWORD error = 0;
-    for (const DWORD pauseMs : pausesMs) {
+    RepeatForAMoment([&] {
         error = attempt();
-        if (error != ERROR_SHARING_VIOLATION && error != ERROR_LOCK_VIOLATION && error != ERROR_ACCESS_DENIED)
-            break;
-        Sleep(pauseMs);
-    }
+        return !IsHeld(error);
+    });
     return error;
 }
 
@@ -106,8 +107,7 @@ DWORD PutAt(const std::wstring& from, const std::wstring& to, IfThere ifThere) {
         if (MoveFileExW(from.c_str(), to.c_str(), replacing | MOVEFILE_WRITE_THROUGH))
             return 0;
         const DWORD error = GetLastError();
-        const bool isHeld = error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
-        return isHeld && replacing && ReplaceOpened(from, to) ? 0 : error;
+        return IsHeld(error) && replacing && ReplaceOpened(from, to) ? 0 : error;
     });
 }
 

@@ -93,8 +93,8 @@ std::size_t ReportUnreachable(Session& session, const Volume& volume, const Volu
     std::size_t count = 0;
     const auto onDisk = volume.FolderOnDisk(folder);
     for (const std::wstring& name : onDisk ? NamesIn(*onDisk) : std::vector<std::wstring>()) {
-        const std::wstring shown = EndsWithNoCase(name, kContainerExtension) ? name.substr(0, name.size() - kContainerExtension.size()) : std::wstring();
-        if (shown.empty() || IsReservedName(shown) || !VolumePath::ComponentProblem(shown))
+        const std::wstring shown(WithoutContainerExtension(name));
+        if (shown.empty() || shown.size() == name.size() || IsReservedName(shown) || !VolumePath::ComponentProblem(shown))
             continue;
         const std::wstring path = ConfiguredPath(volume, folder) + L'\\' + name;
         if (!IsDeviceName(name) && ExamineContainer(path).state == ContainerState::NoContainer)

@@ -8,5 +8,5 @@ enum class Patience {
     Always,  // what has to be done at the program's end
 };
 
-// Calls attempt until it returns true, up to ten times within two seconds. False: it never did.
+// Calls attempt until it returns true, as RepeatForAMoment. False: it never did.
 bool TryForAMoment(const std::function<bool()>& attempt, Patience patience = Patience::UntilInterrupted);

@@ -215,7 +215,7 @@ bool ListedEntries::IsHidden(const std::wstring& conflictName) const {
         m_hiding.emplace(&LessNoCase);
         const auto folder = m_volume.FolderOnDisk(m_folder.path);
         for (const std::wstring& name : folder ? NamesIn(*folder) : std::vector<std::wstring>()) {
-            const std::wstring shown = EndsWithNoCase(name, kContainerExtension) ? name.substr(0, name.size() - kContainerExtension.size()) : name;
+            const std::wstring shown(WithoutContainerExtension(name));
             if (EndsWithNoCase(shown, kConflictExtension) && StandingAt(*folder + L'\\' + name) == Standing::Itself)
                 m_hiding->insert(shown);
         }

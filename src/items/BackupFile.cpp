@@ -43,9 +43,7 @@ bool CanSomebodyAnswer() {
 
 bool PickFolderForBackup(const std::wstring& zipFilePath, std::wstring& folderPath) {
     QC_TRACE(L"VirtualFile::PickFolderForBackup");
-    std::wstring shownName = PathStripPathStr(zipFilePath);
-    if (EndsWithNoCase(shownName, kContainerExtension))
-        shownName.resize(shownName.size() - kContainerExtension.size());
+    const std::wstring shownName(WithoutContainerExtension(PathStripPathStr(zipFilePath)));
     const std::wstring title = std::wstring(L"Saving modified file ") + L"\"" + shownName + L"\"" +
                                L" to HalvaneCloud failed. Please select another folder for its backup";
     BROWSEINFOW browseInfo{};

@@ -44,7 +44,6 @@ public:
     // A move had filled the copy with what is stored, or waits: the handle holds nothing again, and what waited there waits on.
     void StartEmptyAgain(const std::optional<FileVersion>& base);
     const std::optional<FileVersion>& Base() const { return m_base; }
-    bool HoldsEdit() const { return m_copy.HoldsEdit(); }
     // A new file, of which nothing was stored and nothing is written yet.
     bool IsOnlyNamed() const;
     // Unless the item's user knows a stored version already, the one that is there now becomes the base.

@@ -108,10 +108,11 @@ bool PlainContent::IsReadOnly() const {
 }
 
 bool PlainContent::IsAtItsPath() const {
+    if (m_openFlags & FILE_FLAG_OPEN_REPARSE_POINT)  // a link itself, where the path leads to its target
+        return true;
     const std::optional<FileVersion> own = ReadOpenFileVersion(m_hFile.Get(), m_state.Path());
     const std::optional<FileVersion> there = ReadFileVersion(m_state.Path());
-    const bool isOtherForm = m_openFlags & FILE_FLAG_OPEN_REPARSE_POINT;  // a link itself, where the path leads to its target
-    return isOtherForm || (own && there && AreOneFile(*own, *there).value_or(true));
+    return own && there && AreOneFile(*own, *there).value_or(true);
 }
 
 VirtualVolumeStatus PlainContent::OpenForReading(UniqueHandle& hSecond, HANDLE& hSource) const {

@@ -1,7 +1,7 @@
-// Scanners, indexers, sync clients and readers hold a file for moments after it was closed. What they make fail is tried again here;
-// this is the one place that says for how long.
+// Which errors of the platform are those of a file that others hold for a moment, and what fails with them tried again.
 #pragma once
 
+#include "common/Patience.h"
 #include "library/Win32Error.h"
 
 // Might what failed with this error succeed in a moment? A file that others have open is refused by the first two, replacing it, or
@@ -13,15 +13,13 @@ inline bool MayPass(Win32Error error) {
     return false;
 }
 
-// Calls attempt until it returns None or an error that does not pass, up to ten times within two seconds. What must be true at the
-// last moment is for attempt to ask.
+// Calls attempt until it returns None or an error that does not pass, as RepeatForAMoment. Returns the last one.
 template <class Attempt>
 Win32Error TryForAMoment(Attempt attempt) {
-    for (const DWORD pauseMs : {5, 10, 20, 40, 80, 150, 300, 500, 900}) {
-        const Win32Error error = attempt();
-        if (!MayPass(error))
-            return error;
-        Sleep(pauseMs);
-    }
-    return attempt();
+    Win32Error error = Win32Error::None;
+    RepeatForAMoment([&] {
+        error = attempt();
+        return !MayPass(error);
+    });
+    return error;
 }

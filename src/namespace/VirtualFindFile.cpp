@@ -40,7 +40,7 @@ bool ShouldEnumerateFindData(const WIN32_FIND_DATAW& raw) {
         return false;
     // A container with such a name in it would be shown under that name.
     const bool isContainer = HasContainerName(name) && !IsFolder(raw);
-    if (!IsReservedName(isContainer ? name.substr(0, name.size() - kContainerExtension.size()) : name))
+    if (!IsReservedName(isContainer ? WithoutContainerExtension(name) : name))
         return true;
     QC_TRACE(L"ShouldEnumerateFindData", L"fileName[%s]", raw.cFileName);
     QC_LOG(L"fileName[%s] is Reserved and will be Skipped in current enumeration", raw.cFileName);
