@@ -291,6 +291,7 @@ TEST_F(SavingAnEditedFile, ReachesPlacesBeyondFourGibibytes) {
 }
 
 TEST_F(SavingAnEditedFile, OpensAPlainFileInUseForReadingOnly) {
+    TryAgainAtOnce();
     MakePlain(L"Plain\\a.txt", "content");
     {
         const Held held(NativePath(L"Plain\\a.txt"), FILE_SHARE_READ);
@@ -337,6 +338,7 @@ TEST_F(SavingAnEditedFile, TheUserMayPickAnotherPlace) {
 
 // Whatever keeps a waiting edit from being opened, saved or deleted with its document, it stays.
 TEST_F(SavingAnEditedFile, AWaitingEditIsNotForgotten) {
+    TryAgainAtOnce();
     LeaveUnsavedEdit(L"Docs\\a.txt", "edit");
     const Names waiting = TrackedEdits();
     ASSERT_EQ(1u, waiting.size());

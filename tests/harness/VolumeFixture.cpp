@@ -3,6 +3,7 @@
 #include <fstream>
 #include <iterator>
 
+#include "harness/Imports.h"
 #include "harness/Prompts.h"
 #include "harness/WindowsRules.h"
 #include "quelcrypt/QuelcryptExceptions.h"
@@ -341,6 +342,11 @@ Snapshot VolumeFixture::Disk() const {
 void VolumeFixture::EmptyFolders() const {
     for (const auto& [file, bytes] : Disk())
         fs::remove(file);
+}
+
+void VolumeFixture::TryAgainAtOnce() {
+    for (const wchar_t* module : {L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"})
+        ReplaceImport(GetModuleHandleW(module), "Sleep", reinterpret_cast<void*>(+[](DWORD) {}));
 }
 
 void VolumeFixture::Touch(const std::wstring& nativePath) {
