@@ -52,8 +52,7 @@ struct Opened {
 
     std::wstring FileBehind(const std::wstring& volumePath) {
         Must(Read(item.Get(), 0, block.get(), 4096), "the first read");  // decrypts
-        return volumePath.starts_with(L"Docs") ? The().TempFileOf(volumePath.substr(volumePath.find(L'\\') + 1))
-                                               : The().Native(volumePath);
+        return volumePath.starts_with(L"Docs") ? The().TempFileOf(volumePath.substr(volumePath.find(L'\\') + 1)) : The().Native(volumePath);
     }
 
     std::uint64_t sizeBytes;
@@ -69,18 +68,18 @@ struct Opened {
 
 Pair Transfers(const wchar_t* path) {
     const auto open = std::make_shared<Opened>(path, 16 * kMiB, kReadWrite);
-    return {{[=] {
-                const std::uint64_t at = open->Next();
-                Must(RawRead(open->file.Get(), at, open->block.get(), kBlockBytes) &&
-                         RawWrite(open->file.Get(), at, open->block.get(), kBlockBytes),
-                     "ReadFile and WriteFile");
-            }},
-            {[=] {
-                const std::uint64_t at = open->Next();
-                Must(Read(open->item.Get(), at, open->block.get(), kBlockBytes) &&
-                         Write(open->item.Get(), at, open->block.get(), kBlockBytes),
-                     "reading and writing through the volume");
-            }}};
+    return {
+        {[=] {
+            const std::uint64_t at = open->Next();
+            Must(RawRead(open->file.Get(), at, open->block.get(), kBlockBytes) &&
+                     RawWrite(open->file.Get(), at, open->block.get(), kBlockBytes),
+                 "ReadFile and WriteFile");
+        }},
+        {[=] {
+            const std::uint64_t at = open->Next();
+            Must(Read(open->item.Get(), at, open->block.get(), kBlockBytes) && Write(open->item.Get(), at, open->block.get(), kBlockBytes),
+                 "reading and writing through the volume");
+        }}};
 }
 
 Pair RandomReads(const wchar_t* path) {
@@ -93,8 +92,7 @@ Pair SecondReads(const wchar_t* path, std::uint64_t size) {
     const auto block = std::make_shared<std::vector<char>>(kBlockBytes);
     const auto readAll = [=](auto read) {
         for (std::uint64_t at = 0; at < size; at += kBlockBytes)
-            Must(read(at, block->data(), static_cast<std::uint32_t>(std::min<std::uint64_t>(kBlockBytes, size - at))),
-                 "reading all");
+            Must(read(at, block->data(), static_cast<std::uint32_t>(std::min<std::uint64_t>(kBlockBytes, size - at))), "reading all");
     };
     const auto readItem = [=, name = The().File(path, size)] {
         const Item item(name);
@@ -146,6 +144,8 @@ Pair OneAndTwoThreads(ReadBlock readBlock) {
 
 }  // namespace
 
+// Rows read as a table; the formatter takes them apart.
+// clang-format off
 Row TransfersAtRisingOffsets() {
     return {"read and write 64 KiB at rising offsets, open item (plain; encrypted once decrypted)",
             "1.03",
@@ -234,3 +234,4 @@ Row TwoThreads() {
               },
               true}}};
 }
+// clang-format on

@@ -135,9 +135,7 @@ void PrintRow(const Row& row, const std::map<const Part*, Samples>& measured, st
 class ProgressReporter final : public benchmark::BenchmarkReporter {
 public:
     bool ReportContext(const Context&) override { return true; }
-    void ReportRuns(const std::vector<Run>& runs) override {
-        std::fprintf(stderr, "%s\n", runs.front().benchmark_name().c_str());
-    }
+    void ReportRuns(const std::vector<Run>& runs) override { std::fprintf(stderr, "%s\n", runs.front().benchmark_name().c_str()); }
 };
 
 }  // namespace
@@ -153,9 +151,8 @@ void RunRows(const std::vector<Row>& rows, const std::string& csvPath) {
     std::map<const Part*, Samples> measured;
     for (const Row& row : rows)
         for (const Part& part : row.parts)
-            benchmark::RegisterBenchmark(
-                BenchmarkName(row, part).c_str(),
-                [&part, &measured](benchmark::State& state) { MeasurePart(state, part, measured[&part]); })
+            benchmark::RegisterBenchmark(BenchmarkName(row, part).c_str(),
+                                         [&part, &measured](benchmark::State& state) { MeasurePart(state, part, measured[&part]); })
                 ->Iterations(part.pairs)
                 ->UseManualTime()
                 ->Unit(benchmark::kMicrosecond);

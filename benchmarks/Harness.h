@@ -18,9 +18,9 @@ struct Pair {
 };
 
 struct Part {
-    const char* name;            // empty when the row has no other part
-    int pairs;                   // how often each side is measured
-    int batch;                   // `run` is called so often for one measurement, and does so much
+    const char* name;  // empty when the row has no other part
+    int pairs;         // how often each side is measured
+    int batch;         // `run` is called so often for one measurement, and does so much
     std::function<Pair()> prepare;
     bool isAside = false;  // shown below the row, no part of its figures
 };

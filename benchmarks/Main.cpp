@@ -24,8 +24,8 @@ int main(int argc, char** argv) {
     if (benchmark::ReportUnrecognizedArguments(otherCount, others.data()))
         return 1;
     RunRows({TransfersAtRisingOffsets(), ReadsAtRandomOffsets(), OpeningPlain(), OpeningEncrypted(), Finding(), ListingPlain(),
-             ListingWarm(), ListingCold(), FirstRead(), CloseOfAChange(), ContainersAlone(), SecondRead(), Locking(),
-             TracingNothing(), TwoThreads(), CompanionAlone()},
+             ListingWarm(), ListingCold(), FirstRead(), CloseOfAChange(), ContainersAlone(), SecondRead(), Locking(), TracingNothing(),
+             TwoThreads(), CompanionAlone()},
             csvPath);
     return 0;
 }

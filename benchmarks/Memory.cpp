@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
-#include <windows.h>
 #include <psapi.h>
+#include <windows.h>
 
 #include "Harness.h"
 #include "World.h"
@@ -30,8 +30,7 @@ void Save(const wchar_t* path, int mebibytes) {
     IVirtualVolume* const volume = World::The().volume();
     static const std::string block(1 << 20, 'x');
     void* file = nullptr;
-    Must(volume->OpenFile(&file, path, GENERIC_READ | GENERIC_WRITE, World::kShareAll, CREATE_ALWAYS, nullptr, nullptr) ==
-             VVS_Success,
+    Must(volume->OpenFile(&file, path, GENERIC_READ | GENERIC_WRITE, World::kShareAll, CREATE_ALWAYS, nullptr, nullptr) == VVS_Success,
          "OpenFile");
     for (int i = 0; i < mebibytes; ++i)
         Must(volume->WriteFile(file, static_cast<std::uint64_t>(i) << 20, block.data(), 1 << 20, nullptr, nullptr) == VVS_Success,

@@ -87,6 +87,8 @@ Pair ColdListing(int count, bool isSearchedTwice = false) {
 
 }  // namespace
 
+// Rows read as a table; the formatter takes them apart.
+// clang-format off
 Row OpeningPlain() {
     return {"OpenFile + CloseFile of an existing plain file", "1.2", Figure::Ratio, {{"", 400, 4, [] {
                 const std::wstring native = World::The().Native(PlainFile());
@@ -204,3 +206,4 @@ Row CompanionAlone() {
              {"the same, remembered", 20, 1, alone(1000, false)},
              {"of 10,000, remembered", 5, 1, alone(10000, false)}}};
 }
+// clang-format on

@@ -164,9 +164,8 @@ std::wstring World::File(const std::wstring& volumePath, std::uint64_t sizeBytes
 void World::Encrypt(const std::wstring& plainPath, const std::wstring& containerPath, const std::wstring& storedName) const {
     const ::File plain(plainPath);
     const SYSTEMTIME time{2024, 5, 3, 1, 12, 30, 14, 0};
-    const Owned<IFileWriter> writer(m_companion.makeWriter(Text(containerPath).get(), Text(storedName).get(),
-                                                           Text(plainPath).get(), FILE_ATTRIBUTE_ARCHIVE, &time, &time, &time, 2,
-                                                           kChunkBytes, nullptr));
+    const Owned<IFileWriter> writer(m_companion.makeWriter(Text(containerPath).get(), Text(storedName).get(), Text(plainPath).get(),
+                                                           FILE_ATTRIBUTE_ARCHIVE, &time, &time, &time, 2, kChunkBytes, nullptr));
     Must(writer != nullptr, "making a writer");
     const auto buffer = std::make_unique<char[]>(kChunkBytes);
     for (DWORD done = 0; ::ReadFile(plain.Get(), buffer.get(), kChunkBytes, &done, nullptr) && done > 0;)
@@ -190,7 +189,6 @@ File::File(const std::wstring& path, DWORD access, DWORD disposition)
 }
 
 Item::Item(const std::wstring& path, DWORD access) {
-    Must(World::The().volume()->OpenFile(&m_handle, path.c_str(), access, World::kShareAll, OPEN_EXISTING, nullptr, nullptr) ==
-             VVS_Success,
+    Must(World::The().volume()->OpenFile(&m_handle, path.c_str(), access, World::kShareAll, OPEN_EXISTING, nullptr, nullptr) == VVS_Success,
          "OpenFile");
 }

@@ -7,8 +7,7 @@
 
 namespace {
 
-constexpr std::array<std::wstring_view, 4> kReservedNames{L".HalvaneBox", L"- HalvaneCloud Readme -.htm", L".HalvaneCloud",
-                                                          L"policy.hvc"};
+constexpr std::array<std::wstring_view, 4> kReservedNames{L".HalvaneBox", L"- HalvaneCloud Readme -.htm", L".HalvaneCloud", L"policy.hvc"};
 constexpr std::array<std::wstring_view, 6> kDeviceNames{L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"};
 
 template <std::size_t Count>

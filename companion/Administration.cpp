@@ -104,9 +104,7 @@ CompanionVerdict Companion_CheckPassword(const wchar_t* folderPath, bool mayAsk,
     });
 }
 
-void Companion_ForbidAsking() {
-    ForbidAsking();
-}
+void Companion_ForbidAsking() { ForbidAsking(); }
 
 void Companion_LastProblem(wchar_t* reason, std::uint32_t capacity) {
     Judged(Companion_Whole, reason, capacity, [&] {

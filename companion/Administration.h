@@ -7,13 +7,13 @@
 
 enum CompanionVerdict : std::int32_t {
     Companion_Whole = 0,
-    Companion_OtherKey = 1,      // whole, but under another configured key than its folder's
-    Companion_WrongKey = 2,      // no configured password opens it
+    Companion_OtherKey = 1,  // whole, but under another configured key than its folder's
+    Companion_WrongKey = 2,  // no configured password opens it
     Companion_Damaged = 3,
-    Companion_NoContainer = 4,   // a file of another kind
-    Companion_Unreadable = 5,    // the file cannot be opened or read just now
-    Companion_Stopped = 6,       // step said so
-    Companion_NotProven = 7,     // a password would have to be asked for, and asking is forbidden
+    Companion_NoContainer = 4,  // a file of another kind
+    Companion_Unreadable = 5,   // the file cannot be opened or read just now
+    Companion_Stopped = 6,      // step said so
+    Companion_NotProven = 7,    // a password would have to be asked for, and asking is forbidden
 };
 
 extern "C" {

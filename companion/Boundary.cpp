@@ -19,9 +19,7 @@ std::atomic<void (*)()> g_raise{nullptr};
 
 }  // namespace
 
-void SetRaiseCallback(void (*raise)()) noexcept {
-    g_raise = raise;
-}
+void SetRaiseCallback(void (*raise)()) noexcept { g_raise = raise; }
 
 void RethrowForCaller() {
     try {
@@ -42,12 +40,8 @@ void RethrowForCaller() {
     }
 }
 
-void Fail(const std::wstring& description) {
-    throw CQuelcryptErrorException(description.c_str());
-}
+void Fail(const std::wstring& description) { throw CQuelcryptErrorException(description.c_str()); }
 
-void FailWithError(const std::wstring& description, std::uint32_t error) {
-    Fail(description + L": " + SystemErrorText(error));
-}
+void FailWithError(const std::wstring& description, std::uint32_t error) { Fail(description + L": " + SystemErrorText(error)); }
 
 }  // namespace companion

@@ -21,8 +21,7 @@ bool IsElsewhere(const WIN32_FIND_DATAW& rawEntry) {
 
 bool CanBeContainer(const WIN32_FIND_DATAW& rawEntry) {
     constexpr DWORD smallestZip = 22;
-    return !(rawEntry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) &&
-           (rawEntry.nFileSizeHigh != 0 || rawEntry.nFileSizeLow > smallestZip);
+    return !(rawEntry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && (rawEntry.nFileSizeHigh != 0 || rawEntry.nFileSizeLow > smallestZip);
 }
 
 // Every stored name is handed out with composed accents. When the file itself has the same name with decomposed ones, as
@@ -69,8 +68,7 @@ std::optional<ContainerEntry> Information(const char* containerPathUtf8, const W
 }  // namespace
 
 std::int32_t GetFileInformation(const char* containerPathUtf8, IHvcStringW** storedName, std::uint64_t* plainSize,
-                                const WIN32_FIND_DATAW* rawEntry, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess,
-                                SYSTEMTIME* creation) {
+                                const WIN32_FIND_DATAW* rawEntry, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess, SYSTEMTIME* creation) {
     return AtBoundary([&] {
         if (!containerPathUtf8 || !*containerPathUtf8 || !storedName || !plainSize || !lastWrite || !lastAccess || !creation)
             return 0;

@@ -39,9 +39,8 @@ std::unique_ptr<ContentCipher> FittingCipher(ContainerFile& file, const std::wst
         return nullptr;
     // The format's own check of a password is two bytes, which a wrong one passes once in 65,536 times: when several pass, only
     // reading everything can tell.
-    const auto whole = std::find_if(fitting.begin(), fitting.end(), [&](const Fitting& one) {
-        return fitting.size() > 1 && IsWholeUnder(file, one.password);
-    });
+    const auto whole = std::find_if(fitting.begin(), fitting.end(),
+                                    [&](const Fitting& one) { return fitting.size() > 1 && IsWholeUnder(file, one.password); });
     Fitting& chosen = whole == fitting.end() ? fitting.front() : *whole;
     key = chosen.key;
     return std::move(chosen.cipher);
@@ -56,7 +55,8 @@ public:
             return;
         if (m_file.ReadError() != 0)
             FailWithError(L"The container cannot be read", m_file.ReadError());
-        const std::wstring problem = m_file.IsBroken() ? L"The container is damaged: its records are not whole" : L"The file is not a container";
+        const std::wstring problem =
+            m_file.IsBroken() ? L"The container is damaged: its records are not whole" : L"The file is not a container";
         NoteProblem(problem);
         Fail(problem);
     }

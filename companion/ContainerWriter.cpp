@@ -121,9 +121,7 @@ private:
         Check(m_file->WriteBeginning(header.data(), header.size()));
     }
 
-    void Append(const std::string& record) {
-        Append(std::span(reinterpret_cast<const std::uint8_t*>(record.data()), record.size()));
-    }
+    void Append(const std::string& record) { Append(std::span(reinterpret_cast<const std::uint8_t*>(record.data()), record.size())); }
 
     void Append(std::span<const std::uint8_t> bytes, ContentCipher* cipher = nullptr) {
         while (!bytes.empty()) {
@@ -138,9 +136,7 @@ private:
         }
     }
 
-    void WriteBlock() {
-        Check(m_file->Write(m_block.data(), std::exchange(m_inBlock, 0)));
-    }
+    void WriteBlock() { Check(m_file->Write(m_block.data(), std::exchange(m_inBlock, 0))); }
 
     static void Check(DWORD error) {
         if (error != 0)
@@ -152,7 +148,7 @@ private:
     Secret m_password;
     std::optional<SideFile> m_file;
     IfThere m_ifThere;
-    std::unique_ptr<ContentCipher> m_cipher;  // from the first byte of content on
+    std::unique_ptr<ContentCipher> m_cipher;                                    // from the first byte of content on
     std::vector<std::uint8_t> m_block = std::vector<std::uint8_t>(blockBytes);  // to be written
     std::size_t m_inBlock = 0;
     bool m_isOver = false;
@@ -197,9 +193,8 @@ std::unique_ptr<IFileWriter, Releaser> NewContainer(const std::wstring& path, co
     return std::unique_ptr<IFileWriter, Releaser>(new ContainerWriter(path, std::move(entry), 0, password, ifThere));
 }
 
-IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
-                        std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
-                        const SYSTEMTIME* creation) {
+IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath, std::uint32_t sourceAttributes,
+                        const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation) {
     return AtBoundary([&]() -> IFileWriter* {
         const wchar_t* const path = containerPath ? containerPath->GetString() : nullptr;
         const wchar_t* const name = virtualFileSpec ? virtualFileSpec->GetString() : nullptr;
@@ -208,8 +203,7 @@ IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec
             throw CQuelcryptInvalidArgumentException();
         const std::wstring fullPath = FullPath(path);
         return Noting(fullPath, [&]() -> IFileWriter* {
-            const auto password =
-                PasswordToWrite(CurrentSettings()->settings, fullPath, source ? FullPath(source) : std::wstring());
+            const auto password = PasswordToWrite(CurrentSettings()->settings, fullPath, source ? FullPath(source) : std::wstring());
             if (!password)
                 return nullptr;
             return new ContainerWriter(fullPath, EntryFor(name, sourceAttributes, lastWrite, lastAccess, creation), sourceAttributes,

@@ -22,8 +22,8 @@ ContentCipher::ContentCipher(const std::string& password, std::span<const std::u
     : m_aes(AesOf(keyBytes)) {
     // The key to encrypt with, the key to authenticate with, the verifier.
     std::vector<std::uint8_t> derived(2 * keyBytes + m_verifier.size());
-    pbkdf2_hmac_sha1(password.size(), reinterpret_cast<const std::uint8_t*>(password.data()), keyRounds, salt.size(),
-                     salt.data(), derived.size(), derived.data());
+    pbkdf2_hmac_sha1(password.size(), reinterpret_cast<const std::uint8_t*>(password.data()), keyRounds, salt.size(), salt.data(),
+                     derived.size(), derived.data());
     m_aes.set_encrypt_key(&m_key, derived.data());
     hmac_sha1_set_key(&m_hmac, keyBytes, derived.data() + keyBytes);
     std::copy_n(derived.end() - m_verifier.size(), m_verifier.size(), m_verifier.begin());

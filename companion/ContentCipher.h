@@ -24,9 +24,7 @@ public:
 
     static constexpr std::size_t SaltBytes(std::size_t keyBytes) { return keyBytes / 2; }
     // What encryption adds to a content: salt, verifier and authentication code.
-    static constexpr std::size_t AddedBytes(std::size_t keyBytes) {
-        return SaltBytes(keyBytes) + std::tuple_size_v<Verifier> + codeBytes;
-    }
+    static constexpr std::size_t AddedBytes(std::size_t keyBytes) { return SaltBytes(keyBytes) + std::tuple_size_v<Verifier> + codeBytes; }
 
     // keyBytes is 16, 24 or 32; the salt has SaltBytes(keyBytes). Takes about a millisecond.
     ContentCipher(const std::string& password, std::span<const std::uint8_t> salt, std::size_t keyBytes);

@@ -2,25 +2,15 @@
 
 extern "C" {
 
-void Quelcrypt_Initialize(void (*raise)()) {
-    companion::Initialize(raise);
-}
+void Quelcrypt_Initialize(void (*raise)()) { companion::Initialize(raise); }
 
-void Quelcrypt_Uninitialize() {
-    companion::Uninitialize();
-}
+void Quelcrypt_Uninitialize() { companion::Uninitialize(); }
 
-IFileLogger* Quelcrypt_GetFileLogger(std::int32_t) {
-    return companion::FileLogger();
-}
+IFileLogger* Quelcrypt_GetFileLogger(std::int32_t) { return companion::FileLogger(); }
 
-std::uint32_t Quelcrypt_GetLoggerComponentIndex(const char* componentName) {
-    return companion::LoggerComponentIndex(componentName);
-}
+std::uint32_t Quelcrypt_GetLoggerComponentIndex(const char* componentName) { return companion::LoggerComponentIndex(componentName); }
 
-IQuelcryptConfig* Quelcrypt_GetQuelcryptConfig(void*, void*) {
-    return companion::MakeQuelcryptConfig();
-}
+IQuelcryptConfig* Quelcrypt_GetQuelcryptConfig(void*, void*) { return companion::MakeQuelcryptConfig(); }
 
 std::int32_t Quelcrypt_GetHalvaneBoxConfig(const char* folderPathUtf8, IHalvaneBoxConfig** config, void*, void*) {
     return companion::MakeHalvaneBoxConfig(folderPathUtf8, config);
@@ -36,14 +26,11 @@ std::int32_t Quelcrypt_GetFileInformation(const char* containerPathUtf8, IHvcStr
     return companion::GetFileInformation(containerPathUtf8, storedName, plainSize, rawEntry, lastWrite, lastAccess, creation);
 }
 
-IFileReader* Quelcrypt_FileReaderFactory(IHvcStringW* containerPath) {
-    return companion::MakeReader(containerPath);
-}
+IFileReader* Quelcrypt_FileReaderFactory(IHvcStringW* containerPath) { return companion::MakeReader(containerPath); }
 
 IFileWriter* Quelcrypt_FileWriterFactory(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
-                                         std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite,
-                                         const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation, std::int32_t, std::uint32_t,
-                                         void*) {
+                                         std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
+                                         const SYSTEMTIME* creation, std::int32_t, std::uint32_t, void*) {
     return companion::MakeWriter(containerPath, virtualFileSpec, sourcePath, sourceAttributes, lastWrite, lastAccess, creation);
 }
 }

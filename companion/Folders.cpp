@@ -91,9 +91,7 @@ public:
     explicit HandedBoxConfig(BoxSettings box) : m_box(std::move(box)) {}
 
     void Reserved2() override {}
-    std::uint32_t GetTargetKeyId(char* buffer, std::uint32_t capacity) override {
-        return Fill(m_box.targetKey, buffer, capacity);
-    }
+    std::uint32_t GetTargetKeyId(char* buffer, std::uint32_t capacity) override { return Fill(m_box.targetKey, buffer, capacity); }
     void Reserved4() override {}
     std::uint32_t GetOwnerId(char* buffer, std::uint32_t capacity) override { return Fill(m_box.owner, buffer, capacity); }
     void Reserved6() override {}
@@ -127,9 +125,8 @@ public:
                 throw CQuelcryptInvalidArgumentException();
             const std::wstring name = FromUtf8(fileNameUtf8);
             const auto& patterns = m_inForce->settings.excluded;
-            return std::any_of(patterns.begin(), patterns.end(), [&name](const std::wstring& pattern) {
-                return PathMatchSpecW(name.c_str(), pattern.c_str()) != FALSE;
-            });
+            return std::any_of(patterns.begin(), patterns.end(),
+                               [&name](const std::wstring& pattern) { return PathMatchSpecW(name.c_str(), pattern.c_str()) != FALSE; });
         });
     }
 

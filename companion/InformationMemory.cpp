@@ -2,7 +2,6 @@
 
 #include "common/Halves.h"
 
-
 namespace companion {
 namespace {
 
@@ -24,8 +23,7 @@ std::optional<std::optional<ContainerEntry>> InformationMemory::Find(std::string
     return found->second->entry;
 }
 
-void InformationMemory::Keep(std::string_view path, const WIN32_FIND_DATAW& rawEntry,
-                             const std::optional<ContainerEntry>& entry) {
+void InformationMemory::Keep(std::string_view path, const WIN32_FIND_DATAW& rawEntry, const std::optional<ContainerEntry>& entry) {
     const std::lock_guard guard(m_mutex);
     if (const auto known = m_byPath.find(path); known != m_byPath.end()) {
         known->second->stamp = StampOf(rawEntry);

@@ -37,7 +37,7 @@ private:
     static Stamp StampOf(const WIN32_FIND_DATAW& rawEntry);
 
     std::mutex m_mutex;
-    std::list<Kept> m_kept;  // the last used first
+    std::list<Kept> m_kept;                                                    // the last used first
     std::unordered_map<std::string_view, std::list<Kept>::iterator> m_byPath;  // keys live in m_kept
 };
 

@@ -22,9 +22,7 @@ void Uninitialize() noexcept {
     SetRaiseCallback(nullptr);
 }
 
-IFileLogger* FileLogger() noexcept {
-    return Logger();
-}
+IFileLogger* FileLogger() noexcept { return Logger(); }
 
 std::uint32_t LoggerComponentIndex(const char* componentName) {
     return AtBoundary([&] { return ComponentIndex(componentName); });

@@ -27,8 +27,7 @@ std::int32_t MakeProtectedFolderEnum(IProtectedFolderEnum** folders);
 // with exactly one entry, AES-encrypted or empty), or its content is not on this machine: a placeholder is never fetched
 // for a listing. rawEntry may be null; with it, what was read is remembered by path, times and size.
 std::int32_t GetFileInformation(const char* containerPathUtf8, IHvcStringW** storedName, std::uint64_t* plainSize,
-                                const WIN32_FIND_DATAW* rawEntry, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess,
-                                SYSTEMTIME* creation);
+                                const WIN32_FIND_DATAW* rawEntry, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess, SYSTEMTIME* creation);
 
 // Null when the file cannot be opened. Throws when it is not a container. The passwords are tried at the first Advance,
 // which throws "Cannot recover password" when none fits. Damage is found at the latest by the Advance that would have
@@ -37,8 +36,7 @@ IFileReader* MakeReader(IHvcStringW* containerPath);
 
 // Null when no password is configured for the container. Throws when its folder cannot be written or the container that
 // stands there is read-only. Any of the three times may be null.
-IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
-                        std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
-                        const SYSTEMTIME* creation);
+IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath, std::uint32_t sourceAttributes,
+                        const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation);
 
 }  // namespace companion

@@ -41,8 +41,8 @@ std::wstring Stamped(LogLevel level, const std::wstring& text) {
     SYSTEMTIME now;
     GetSystemTime(&now);
     wchar_t stamp[64];
-    _snwprintf(stamp, std::size(stamp), L"%04u-%02u-%02u %02u:%02u:%02u.%03u %lx %lx QuelcryptLib ", now.wYear, now.wMonth,
-               now.wDay, now.wHour, now.wMinute, now.wSecond, now.wMilliseconds, GetCurrentProcessId(), GetCurrentThreadId());
+    _snwprintf(stamp, std::size(stamp), L"%04u-%02u-%02u %02u:%02u:%02u.%03u %lx %lx QuelcryptLib ", now.wYear, now.wMonth, now.wDay,
+               now.wHour, now.wMinute, now.wSecond, now.wMilliseconds, GetCurrentProcessId(), GetCurrentThreadId());
     return stamp + (names[level] + (L" " + text));
 }
 
@@ -98,9 +98,8 @@ private:
     }
 
     void Open() {
-        m_file = Handle(CreateFileW(OpenablePath(m_path).c_str(), FILE_APPEND_DATA,
-                                    FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
-                                    FILE_ATTRIBUTE_NORMAL, nullptr));
+        m_file = Handle(CreateFileW(OpenablePath(m_path).c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
         if (!m_file) {
             const std::wstring reason = SystemErrorText(GetLastError());
             WriteWhole(GetStdHandle(STD_ERROR_HANDLE), AsLine(L"The log file " + m_path + L" cannot be written: " + reason));
@@ -120,9 +119,7 @@ LogFile& TheLog() noexcept {
 
 }  // namespace
 
-IFileLogger* Logger() noexcept {
-    return &TheLog();
-}
+IFileLogger* Logger() noexcept { return &TheLog(); }
 
 std::uint32_t ComponentIndex(const char* componentName) {
     static std::mutex mutex;
@@ -145,9 +142,7 @@ void ConfigureLogger(const std::wstring& file, std::uint32_t level) noexcept {
     }
 }
 
-void CloseLogger() noexcept {
-    TheLog().Close();
-}
+void CloseLogger() noexcept { TheLog().Close(); }
 
 void LogLine(LogLevel level, const std::wstring& text) noexcept {
     try {

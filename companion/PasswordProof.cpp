@@ -22,9 +22,7 @@ namespace {
 constexpr const wchar_t* checkFolder = L"\\.HalvaneCloud";
 constexpr const wchar_t* checkName = L"\\password.zip";
 
-std::wstring CheckPath(const KeyFolder& folder) {
-    return folder.path + checkFolder + checkName;
-}
+std::wstring CheckPath(const KeyFolder& folder) { return folder.path + checkFolder + checkName; }
 
 enum class Proof { None, For, Against };
 
@@ -122,7 +120,8 @@ private:
             return;
         Entries(folder + L"\\*", [&](const WIN32_FIND_DATAW& found) {
             const std::wstring_view name = found.cFileName;
-            const bool isFolder = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
+            const bool isFolder =
+                (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
             const std::wstring path = folder + L'\\' + found.cFileName;
             if (isFolder && name != L"." && name != L".." && name != checkFolder + 1 && IsOfFolder(path))
                 Below(path, depth + 1);
@@ -155,9 +154,7 @@ std::uint64_t StampOf(const std::wstring& path) {
     return FileTimeNumber(data.ftLastWriteTime);
 }
 
-[[noreturn]] void Refuse(const KeyFolder& folder) {
-    Fail(L"This is not the password of " + folder.name);
-}
+[[noreturn]] void Refuse(const KeyFolder& folder) { Fail(L"This is not the password of " + folder.name); }
 
 void Prove(const Settings& settings, const KeyFolder& folder, const Secret& password, const std::wstring& containerPath, bool isMade) {
     CheckResult check = OpensCheckContainer(folder, password);
@@ -189,9 +186,7 @@ CheckResult OpensCheckContainer(const KeyFolder& folder, const Secret& password)
     return IsWholeUnder(file, password) ? CheckResult::Opened : CheckResult::Refused;
 }
 
-void ReplaceCheckContainer(const KeyFolder& folder, const Secret& password) {
-    MakeCheckContainer(folder, password, IfThere::Replace);
-}
+void ReplaceCheckContainer(const KeyFolder& folder, const Secret& password) { MakeCheckContainer(folder, password, IfThere::Replace); }
 
 void ProvePassword(const Settings& settings, const KeyFolder& folder, const Secret& password, const std::wstring& containerPath,
                    BeforeWriting beforeWriting) {

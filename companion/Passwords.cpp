@@ -95,8 +95,9 @@ std::optional<Secret> PasswordToWrite(const Settings& settings, const std::wstri
     const auto password = PasswordIfAny(settings, folder->key, Asking::Allowed);
     if (!password) {
         const std::wstring problem = LastProblem();
-        return NoPassword(problem.empty() ? L"The password of the key \"" + FromUtf8Lossy(folder->key) + L"\" would have to be typed"
-                                          : problem, containerPath);
+        return NoPassword(
+            problem.empty() ? L"The password of the key \"" + FromUtf8Lossy(folder->key) + L"\" would have to be typed" : problem,
+            containerPath);
     }
     if (!folder->path.empty())
         ProvePassword(settings, *folder, *password, containerPath, BeforeWriting::Yes);

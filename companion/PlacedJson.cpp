@@ -62,27 +62,25 @@ public:
 
     void See(json::parse_event_t event, const json& parsed, std::size_t end) {
         switch (event) {
-        case json::parse_event_t::key:
-            m_path.back() = parsed.get<std::string>();
-            if (!m_places.emplace(m_path, LineAndColumn(m_text, end)).second)
-                throw SettingsError(LineAndColumn(m_text, end) + "\"" + m_path.back() + "\" is given twice");
-            break;
-        case json::parse_event_t::object_start:
-        case json::parse_event_t::array_start:
-            StartValue(end);
-            m_path.emplace_back();
-            m_inArray.push_back(event == json::parse_event_t::array_start);
-            m_index.push_back(0);
-            break;
-        case json::parse_event_t::object_end:
-        case json::parse_event_t::array_end:
-            m_path.pop_back();
-            m_inArray.pop_back();
-            m_index.pop_back();
-            break;
-        case json::parse_event_t::value:
-            StartValue(end);
-            break;
+            case json::parse_event_t::key:
+                m_path.back() = parsed.get<std::string>();
+                if (!m_places.emplace(m_path, LineAndColumn(m_text, end)).second)
+                    throw SettingsError(LineAndColumn(m_text, end) + "\"" + m_path.back() + "\" is given twice");
+                break;
+            case json::parse_event_t::object_start:
+            case json::parse_event_t::array_start:
+                StartValue(end);
+                m_path.emplace_back();
+                m_inArray.push_back(event == json::parse_event_t::array_start);
+                m_index.push_back(0);
+                break;
+            case json::parse_event_t::object_end:
+            case json::parse_event_t::array_end:
+                m_path.pop_back();
+                m_inArray.pop_back();
+                m_index.pop_back();
+                break;
+            case json::parse_event_t::value: StartValue(end); break;
         }
     }
 

@@ -19,8 +19,7 @@ using nlohmann::json;
 // Reads the values of one document; every complaint names its place.
 class SettingsReader {
 public:
-    SettingsReader(const PlacedJson& document, const std::wstring& baseFolder)
-        : m_document(document), m_baseFolder(baseFolder) {}
+    SettingsReader(const PlacedJson& document, const std::wstring& baseFolder) : m_document(document), m_baseFolder(baseFolder) {}
 
     Settings Read() {
         const json& root = m_document.root;
@@ -33,9 +32,8 @@ public:
             if (!m_settings.defaultKey.empty() && !m_settings.passwords.contains(m_settings.defaultKey))
                 Complain({"defaultKey"}, "no password is given for this key");
         }
-        ForEach(root, {}, "exclude", [this](const json& value, const JsonPath& path) {
-            m_settings.excluded.push_back(FromUtf8(AsText(value, path)));
-        });
+        ForEach(root, {}, "exclude",
+                [this](const json& value, const JsonPath& path) { m_settings.excluded.push_back(FromUtf8(AsText(value, path))); });
         if (const json* log = Member(root, "log"))
             ReadLog(*log, {"log"});
         return std::move(m_settings);
@@ -208,12 +206,8 @@ private:
 };
 
 using PathForm = std::wstring (*)(const std::wstring&);
-std::wstring AsItIs(const std::wstring& path) {
-    return path;
-}
-std::wstring ThroughAnsi(const std::wstring& path) {
-    return FromAnsi(ToAnsi(path));
-}
+std::wstring AsItIs(const std::wstring& path) { return path; }
+std::wstring ThroughAnsi(const std::wstring& path) { return FromAnsi(ToAnsi(path)); }
 
 // The configured folders that the path is in, the nearest first. asCompared gives a folder's path the form that fullPath has.
 std::vector<const ConfiguredFolder*> Ancestors(const std::vector<ConfiguredFolder>& folders, const std::wstring& fullPath,
@@ -223,9 +217,8 @@ std::vector<const ConfiguredFolder*> Ancestors(const std::vector<ConfiguredFolde
         if (IsWithin(fullPath, asCompared(folder.path)))
             ancestors.push_back(&folder);
     }
-    std::stable_sort(ancestors.begin(), ancestors.end(), [](const ConfiguredFolder* left, const ConfiguredFolder* right) {
-        return left->path.size() > right->path.size();
-    });
+    std::stable_sort(ancestors.begin(), ancestors.end(),
+                     [](const ConfiguredFolder* left, const ConfiguredFolder* right) { return left->path.size() > right->path.size(); });
     return ancestors;
 }
 
@@ -239,8 +232,7 @@ std::optional<BoxSettings> NearestBox(const std::vector<const ConfiguredFolder*>
         }
         return std::string();
     };
-    return BoxSettings{nearest(&ConfiguredFolder::owner), nearest(&ConfiguredFolder::policy),
-                       nearest(&ConfiguredFolder::targetKey)};
+    return BoxSettings{nearest(&ConfiguredFolder::owner), nearest(&ConfiguredFolder::policy), nearest(&ConfiguredFolder::targetKey)};
 }
 
 std::optional<KeyFolder> NearestKey(const std::vector<const ConfiguredFolder*>& ancestors, const std::string& defaultKey) {
@@ -256,9 +248,7 @@ std::optional<KeyFolder> NearestKey(const std::vector<const ConfiguredFolder*>& 
 
 }  // namespace
 
-std::optional<BoxSettings> Settings::BoxOf(const std::wstring& fullPath) const {
-    return NearestBox(Ancestors(folders, fullPath, AsItIs));
-}
+std::optional<BoxSettings> Settings::BoxOf(const std::wstring& fullPath) const { return NearestBox(Ancestors(folders, fullPath, AsItIs)); }
 
 std::optional<BoxSettings> Settings::BoxOfAnsi(const std::wstring& fullPath) const {
     return NearestBox(Ancestors(folders, fullPath, ThroughAnsi));

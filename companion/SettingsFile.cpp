@@ -54,9 +54,7 @@ void MakeFolders(const std::wstring& folder, SECURITY_ATTRIBUTES& rights) {
     CreateDirectoryW(OpenablePath(folder).c_str(), &rights);
 }
 
-ordered_json TextOf(const std::wstring& text) {
-    return ToUtf8(text);
-}
+ordered_json TextOf(const std::wstring& text) { return ToUtf8(text); }
 
 }  // namespace
 
@@ -101,7 +99,8 @@ void SettingsFile::Change(const ordered_json& changed) {
 
 void SettingsFile::AddFolder(const std::wstring& name, const std::wstring& path, const std::string& key) {
     ordered_json changed = *m_root;
-    changed["folders"].push_back({{"name", TextOf(name)}, {"path", TextOf(path)}, {"owner", key}, {"policy", "encrypt"}, {"targetKey", key}});
+    changed["folders"].push_back(
+        {{"name", TextOf(name)}, {"path", TextOf(path)}, {"owner", key}, {"policy", "encrypt"}, {"targetKey", key}});
     Change(changed);
 }
 

@@ -146,8 +146,7 @@ private:
         if (problem == m_lastProblem)
             return;
         m_lastProblem = problem;
-        ReportProblem(L"Configuration: " + problem +
-                      (m_loaded ? L" (what was read before stays in force)" : L" (there are no folders)"));
+        ReportProblem(L"Configuration: " + problem + (m_loaded ? L" (what was read before stays in force)" : L" (there are no folders)"));
     }
 
     std::mutex m_mutex;

@@ -23,8 +23,8 @@ std::wstring NewSideFileName() {
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
     wchar_t name[64];
-    swprintf(name, std::size(name), L"container-%lx-%lx%08lx-%x.part", GetCurrentProcessId(), now.dwHighDateTime,
-             now.dwLowDateTime, ++counter);
+    swprintf(name, std::size(name), L"container-%lx-%lx%08lx-%x.part", GetCurrentProcessId(), now.dwHighDateTime, now.dwLowDateTime,
+             ++counter);
     return name;
 }
 
@@ -81,13 +81,10 @@ bool ReplaceOpened(const std::wstring& from, const std::wstring& to) {
 
 // Another writer may remove the empty folder between our making it and using it; or its removal is still under way.
 bool IsRemovalOfTheFolder(DWORD error) {
-    return error == ERROR_PATH_NOT_FOUND || error == ERROR_FILE_NOT_FOUND || error == ERROR_ACCESS_DENIED ||
-           error == ERROR_DELETE_PENDING;
+    return error == ERROR_PATH_NOT_FOUND || error == ERROR_FILE_NOT_FOUND || error == ERROR_ACCESS_DENIED || error == ERROR_DELETE_PENDING;
 }
 
-bool IsHeld(DWORD error) {
-    return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED;
-}
+bool IsHeld(DWORD error) { return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED; }
 
 // Calls attempt until it returns 0 or another Win32 error than those of a file that is held; returns that.
 template <class Attempt>
@@ -132,7 +129,8 @@ std::vector<std::wstring> LeftSideFiles(const std::wstring& folder) {
     const std::wstring sideFolder = folder + L'\\' + sideFolderName;
     std::vector<std::wstring> left;
     WIN32_FIND_DATAW found;
-    const HANDLE search = IsLink(sideFolder) ? INVALID_HANDLE_VALUE : FindFirstFileW(OpenablePath(sideFolder + L'\\' + sideFilePattern).c_str(), &found);
+    const HANDLE search =
+        IsLink(sideFolder) ? INVALID_HANDLE_VALUE : FindFirstFileW(OpenablePath(sideFolder + L'\\' + sideFilePattern).c_str(), &found);
     if (search == INVALID_HANDLE_VALUE)
         return left;
     do {
@@ -152,15 +150,12 @@ std::size_t RemoveLeftSideFiles(const std::wstring& folder) {
     return removed;
 }
 
-SideFile::SideFile(const std::wstring& targetPath)
-    : m_targetPath(targetPath), m_folderPath(FolderOf(targetPath) + L'\\' + sideFolderName) {
+SideFile::SideFile(const std::wstring& targetPath) : m_targetPath(targetPath), m_folderPath(FolderOf(targetPath) + L'\\' + sideFolderName) {
     AttributesToKeep(targetPath);
     CreateAside();
 }
 
-SideFile::~SideFile() {
-    Remove();
-}
+SideFile::~SideFile() { Remove(); }
 
 void SideFile::CreateAside() {
     constexpr int attempts = 20;
@@ -187,8 +182,8 @@ DWORD SideFile::TryToCreateAside() {
         RemoveLeftSideFiles(FolderOf(m_targetPath));
     }
     const std::wstring path = m_folderPath + L'\\' + NewSideFileName();
-    m_file = Handle(CreateFileW(OpenablePath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW,
-                                FILE_ATTRIBUTE_NORMAL, nullptr));
+    m_file = Handle(
+        CreateFileW(OpenablePath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!m_file)
         return GetLastError();
     m_path = path;

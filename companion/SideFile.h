@@ -32,8 +32,9 @@ public:
     // Writes over the file's beginning. What is written next comes behind it.
     DWORD WriteBeginning(const void* data, std::size_t length);
 
-    // Replaces the target, after everything has reached the disk; with IfThere::Keep a target that is there is a failure. The target keeps the hidden, system and read-only
-    // attributes that it has and gets those of attributes. Throws CQuelcryptErrorException, and the target is as it was.
+    // Replaces the target, after everything has reached the disk; with IfThere::Keep a target that is there is a failure. The target keeps
+    // the hidden, system and read-only attributes that it has and gets those of attributes. Throws CQuelcryptErrorException, and the target
+    // is as it was.
     void PutInPlace(std::uint32_t attributes, IfThere ifThere = IfThere::Replace);
 
 private:

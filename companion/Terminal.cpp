@@ -53,9 +53,7 @@ void TellAtTerminal(const std::wstring& text) {
         Show(output, text + L"\r\n");
 }
 
-std::optional<std::wstring> AskForLine(const std::wstring& question) {
-    return Ask(question, false);
-}
+std::optional<std::wstring> AskForLine(const std::wstring& question) { return Ask(question, false); }
 
 std::optional<Secret> AskForPassword(const std::wstring& question) {
     std::optional<std::wstring> line = Ask(question, true);

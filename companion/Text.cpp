@@ -43,33 +43,19 @@ constexpr const wchar_t* cannotEncode = L"Cannot encode";
 
 }  // namespace
 
-std::wstring FromUtf8(std::string_view text) {
-    return Widened(text, CP_UTF8, MB_ERR_INVALID_CHARS, cannotDecode);
-}
+std::wstring FromUtf8(std::string_view text) { return Widened(text, CP_UTF8, MB_ERR_INVALID_CHARS, cannotDecode); }
 
-std::string ToUtf8(std::wstring_view text) {
-    return Narrowed(text, CP_UTF8, WC_ERR_INVALID_CHARS, cannotEncode);
-}
+std::string ToUtf8(std::wstring_view text) { return Narrowed(text, CP_UTF8, WC_ERR_INVALID_CHARS, cannotEncode); }
 
-std::wstring FromUtf8Lossy(std::string_view text) {
-    return Widened(text, CP_UTF8, 0, cannotDecode);
-}
+std::wstring FromUtf8Lossy(std::string_view text) { return Widened(text, CP_UTF8, 0, cannotDecode); }
 
-std::string ToUtf8Lossy(std::wstring_view text) {
-    return Narrowed(text, CP_UTF8, 0, cannotEncode);
-}
+std::string ToUtf8Lossy(std::wstring_view text) { return Narrowed(text, CP_UTF8, 0, cannotEncode); }
 
-std::wstring FromAnsi(std::string_view text) {
-    return Widened(text, CP_ACP, 0, cannotDecode);
-}
+std::wstring FromAnsi(std::string_view text) { return Widened(text, CP_ACP, 0, cannotDecode); }
 
-std::string ToAnsi(std::wstring_view text) {
-    return Narrowed(text, CP_ACP, 0, cannotEncode);
-}
+std::string ToAnsi(std::wstring_view text) { return Narrowed(text, CP_ACP, 0, cannotEncode); }
 
-std::wstring FromOem(std::string_view text) {
-    return Widened(text, CP_OEMCP, 0, cannotDecode);
-}
+std::wstring FromOem(std::string_view text) { return Widened(text, CP_OEMCP, 0, cannotDecode); }
 
 std::wstring SystemErrorText(std::uint32_t error) {
     wchar_t text[512];

@@ -46,9 +46,7 @@ constexpr U32 dosFolder = 0x10;
 constexpr U16 elsewhere16 = 0xFFFF;
 constexpr U32 elsewhere32 = 0xFFFFFFFF;
 
-U32 Narrowed(U64 number) {
-    return static_cast<U32>(std::min<U64>(number, elsewhere32));
-}
+U32 Narrowed(U64 number) { return static_cast<U32>(std::min<U64>(number, elsewhere32)); }
 
 template <class... Numbers>
 std::string Bytes(Numbers... numbers) {
@@ -267,11 +265,9 @@ std::optional<Directory> FindDirectory(std::string_view end, U64 at) {
 }  // namespace
 
 std::string LocalHeader(const ZipEntry& entry) {
-    const std::string extra =
-        Field(zip64Field, Bytes(entry.plainBytes, entry.storedBytes)) + TimesField(entry) + AesField(entry);
+    const std::string extra = Field(zip64Field, Bytes(entry.plainBytes, entry.storedBytes)) + TimesField(entry) + AesField(entry);
     return Bytes(localSignature) + CommonPart(entry) +
-           Bytes(elsewhere32, elsewhere32, static_cast<U16>(entry.name.size()), static_cast<U16>(extra.size())) + entry.name +
-           extra;
+           Bytes(elsewhere32, elsewhere32, static_cast<U16>(entry.name.size()), static_cast<U16>(extra.size())) + entry.name + extra;
 }
 
 std::string CentralDirectory(const ZipEntry& entry, std::uint64_t at) {
@@ -282,21 +278,18 @@ std::string CentralDirectory(const ZipEntry& entry, std::uint64_t at) {
     }
     const std::string extra = Field(zip64Field, zip64) + TimesField(entry) + AesField(entry);
     const U32 permissions = entry.isReadOnly ? 0444 : 0644;
-    const std::string header =
-        Bytes(centralSignature, static_cast<U16>(madeByUnix << 8 | versionOfAes)) + CommonPart(entry) +
-        Bytes(Narrowed(entry.storedBytes), Narrowed(entry.plainBytes), static_cast<U16>(entry.name.size()),
-              static_cast<U16>(extra.size()), U16{0}, U16{0}, U16{0}, (regularFile | permissions) << 16, U32{0}) +
-        entry.name + extra;
+    const std::string header = Bytes(centralSignature, static_cast<U16>(madeByUnix << 8 | versionOfAes)) + CommonPart(entry) +
+                               Bytes(Narrowed(entry.storedBytes), Narrowed(entry.plainBytes), static_cast<U16>(entry.name.size()),
+                                     static_cast<U16>(extra.size()), U16{0}, U16{0}, U16{0}, (regularFile | permissions) << 16, U32{0}) +
+                               entry.name + extra;
 
     std::string end64;
     if (at >= elsewhere32) {
         const U64 bytesThatFollow = end64Bytes - sizeof(U32) - sizeof(U64);
-        end64 = Bytes(end64Signature, bytesThatFollow, versionOfAes, versionOfAes, U32{0}, U32{0}, U64{1}, U64{1},
-                      U64{header.size()}, at) +
+        end64 = Bytes(end64Signature, bytesThatFollow, versionOfAes, versionOfAes, U32{0}, U32{0}, U64{1}, U64{1}, U64{header.size()}, at) +
                 Bytes(locator64Signature, U32{0}, at + header.size(), U32{1});
     }
-    return header + end64 +
-           Bytes(endSignature, U16{0}, U16{0}, U16{1}, U16{1}, static_cast<U32>(header.size()), Narrowed(at), U16{0});
+    return header + end64 + Bytes(endSignature, U16{0}, U16{0}, U16{1}, U16{1}, static_cast<U32>(header.size()), Narrowed(at), U16{0});
 }
 
 std::optional<ZipEntry> OnlyEntry(std::string_view end, std::uint64_t fileBytes) {
@@ -306,8 +299,7 @@ std::optional<ZipEntry> OnlyEntry(std::string_view end, std::uint64_t fileBytes)
     if (!directory || directory->entries != 1 || directory->at < endAt || directory->at > directory->endsAt ||
         directory->sizeBytes != directory->endsAt - directory->at)
         return std::nullopt;
-    auto entry = CentralHeader(end.substr(static_cast<std::size_t>(directory->at - endAt),
-                                          static_cast<std::size_t>(directory->sizeBytes)));
+    auto entry = CentralHeader(end.substr(static_cast<std::size_t>(directory->at - endAt), static_cast<std::size_t>(directory->sizeBytes)));
     if (entry && (entry->headerAt > directory->at || entry->storedBytes > directory->at - entry->headerAt || !CanBeTrue(*entry)))
         return std::nullopt;
     return entry;

@@ -16,14 +16,14 @@ namespace companion {
 struct ZipEntry {
     std::string name;  // as stored: UTF-8, or in the code page of the program that wrote it
     bool isNameUtf8 = true;
-    bool isReadOnly = false;         // written only
-    std::size_t keyBytes = 0;        // 16, 24 or 32 for AES-128, -192 or -256; 0: not encrypted, and empty
-    std::uint16_t compression = 0;   // below the encryption; only 0 (stored) is written
+    bool isReadOnly = false;                // written only
+    std::size_t keyBytes = 0;               // 16, 24 or 32 for AES-128, -192 or -256; 0: not encrypted, and empty
+    std::uint16_t compression = 0;          // below the encryption; only 0 (stored) is written
     std::optional<std::uint32_t> checksum;  // CRC-32 of the plain content (AE-1); never written, for it would tell about the content
     std::uint64_t plainBytes = 0;
-    std::uint64_t storedBytes = 0;   // with salt, verifier and authentication code
-    std::uint64_t headerAt = 0;      // where the local header begins; 0 when written
-    std::uint32_t dosTime = 0;       // last write, local time: date in the upper half
+    std::uint64_t storedBytes = 0;  // with salt, verifier and authentication code
+    std::uint64_t headerAt = 0;     // where the local header begins; 0 when written
+    std::uint32_t dosTime = 0;      // last write, local time: date in the upper half
     // Seconds since 1970, UTC; 0: absent.
     std::uint32_t lastWrite = 0;
     std::uint32_t lastAccess = 0;

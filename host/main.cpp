@@ -77,7 +77,7 @@ void Session::Report(const HostError& error) {
 int RunCommandLine(std::vector<std::string> arguments, Session& session) {
     CLI::App app{"Lists, reads and changes the files of an encrypted volume.", "quelvol"};
     app.allow_windows_style_options(false);  // '/' begins paths, not options
-    app.require_subcommand(0, 1);  // with 1 an unknown command would be reported as a missing one
+    app.require_subcommand(0, 1);            // with 1 an unknown command would be reported as a missing one
     app.fallthrough();
     app.footer(c_footer);
 
@@ -88,8 +88,9 @@ int RunCommandLine(std::vector<std::string> arguments, Session& session) {
     app.add_flag("--trace", trace, "Show on standard error what the volume does");
     app.parse_complete_callback([&] { ApplyGlobalOptions(config, trace, session); });
 
-    for (const auto add : {AddLs, AddStat, AddGet, AddPut, AddRm, AddMounts, AddMkdir, AddMv, AddCp, AddLock, AddUnlock, AddLocks,
-                           AddServe, AddRecover, AddClean, AddInit, AddKey, AddRekey, AddStatus, AddVerify, AddEncrypt, AddDecrypt})
+    for (const auto add :
+         {AddLs,    AddStat,  AddGet,     AddPut,   AddRm,   AddMounts, AddMkdir, AddMv,     AddCp,     AddLock,    AddUnlock,
+          AddLocks, AddServe, AddRecover, AddClean, AddInit, AddKey,    AddRekey, AddStatus, AddVerify, AddEncrypt, AddDecrypt})
         add(app, session);
 
     session.exitCode = Exit_Success;

@@ -13,8 +13,17 @@ TEST_F(BadInput, PathsThatAreNoneChangeNothing) {
     LockInfo lockInfo = NewLock();
     VirtFindData findData{};
     VirtMountInfo mountInfo{};
-    const wchar_t* const noSources[] = {nullptr,           L"",           L"x",               L"Nowhere\\a.txt",  L"Docs\\..\\..\\a", L"a\\b.txt",
-                                        kOverLong.c_str(), L"Docs\\a|b",  L"Docs\\<>\"?*",    L"Docs\\a:stream",  L"Docs\\\xD800.txt",
+    const wchar_t* const noSources[] = {nullptr,
+                                        L"",
+                                        L"x",
+                                        L"Nowhere\\a.txt",
+                                        L"Docs\\..\\..\\a",
+                                        L"a\\b.txt",
+                                        kOverLong.c_str(),
+                                        L"Docs\\a|b",
+                                        L"Docs\\<>\"?*",
+                                        L"Docs\\a:stream",
+                                        L"Docs\\\xD800.txt",
                                         L"Docs\\%s%n%x"};
     for (const wchar_t* path : noSources) {
         SCOPED_TRACE(path ? Narrow(std::wstring_view(path).substr(0, 40)) : "<null>");
@@ -155,17 +164,18 @@ TEST_F(BadInput, StaleAndForeignFileHandlesAreRefused) {
     LockInfo lockInfo{};
     const std::wstring token = Lock(L"Docs\\a.txt");
     void *const hFiles = volume()->FindFirstFileW(L"Docs\\*", &findData), *const hMounts = volume()->FindFirstMountFolder(L"*"),
-               *const hLocks = volume()->FindFirstLock(L"Docs\\a.txt", &lockInfo);
+                *const hLocks = volume()->FindFirstLock(L"Docs\\a.txt", &lockInfo);
     ASSERT_TRUE(hFiles && hMounts && hLocks);
     EXPECT_EQ(0x4D464646u, *static_cast<std::uint32_t*>(hFiles));
     EXPECT_EQ(0x4D4D4646u, *static_cast<std::uint32_t*>(hMounts));
     EXPECT_EQ(0x4D4C4646u, *static_cast<std::uint32_t*>(hLocks));
     std::uint32_t none[16] = {0x12345678};
-    for (void* handle : {static_cast<void*>(nullptr), stale, static_cast<void*>(none), reinterpret_cast<void*>(std::uintptr_t{0x10}), hFiles, hMounts, hLocks}) {
+    for (void* handle : {static_cast<void*>(nullptr), stale, static_cast<void*>(none), reinterpret_cast<void*>(std::uintptr_t{0x10}),
+                         hFiles, hMounts, hLocks}) {
         EXPECT_EQ("<VVS_InvalidParameter>", Read(handle));
         for (const VirtualVolumeStatus status :
-             {Write(handle, "x"), SetSize(handle, 0), volume()->Flush(handle), volume()->Delete(handle, nullptr), volume()->Undelete(handle, nullptr),
-              volume()->SetFileInfo(handle, 0, &findData), Rename(handle, L"Docs\\b.txt")})
+             {Write(handle, "x"), SetSize(handle, 0), volume()->Flush(handle), volume()->Delete(handle, nullptr),
+              volume()->Undelete(handle, nullptr), volume()->SetFileInfo(handle, 0, &findData), Rename(handle, L"Docs\\b.txt")})
             EXPECT_EQ(VVS_InvalidParameter, status);
         EXPECT_FALSE(volume()->GetFileInfo(handle, &findData));
         Close(handle);

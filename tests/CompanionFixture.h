@@ -72,8 +72,8 @@ protected:
         CHvcStringWImpl path(container.c_str());
         CHvcStringWImpl name(plain.name.c_str());
         CHvcStringWImpl source(plain.source.c_str());
-        return Owned<IFileWriter>(companion::MakeWriter(&path, &name, &source, plain.attributes, &plain.lastWrite,
-                                                        &plain.lastAccess, &plain.creation));
+        return Owned<IFileWriter>(
+            companion::MakeWriter(&path, &name, &source, plain.attributes, &plain.lastWrite, &plain.lastAccess, &plain.creation));
     }
 
     static bool Put(IFileWriter& writer, const std::string& content) {

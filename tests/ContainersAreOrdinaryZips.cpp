@@ -206,9 +206,10 @@ TEST_F(ContainersAreOrdinaryZips, HandOutTheSizeThatTheyTellAndNoOther) {
 TEST_F(ContainersAreOrdinaryZips, AreToldFromOtherFiles) {
     // A plain ZIP file with the one entry "a" of content "b", stored.
     const std::string local("PK\3\4\12\0\0\0\0\0\0\0\41\0\371\357\276\161\1\0\0\0\1\0\0\0\1\0\0\0ab", 32);
-    const std::string central("PK\1\2\12\3\12\0\0\0\0\0\0\0\41\0\371\357\276\161\1\0\0\0\1\0\0\0\1\0\0\0"
-                              "\0\0\0\0\0\0\0\0\244\201\0\0\0\0a",
-                              47);
+    const std::string central(
+        "PK\1\2\12\3\12\0\0\0\0\0\0\0\41\0\371\357\276\161\1\0\0\0\1\0\0\0\1\0\0\0"
+        "\0\0\0\0\0\0\0\0\244\201\0\0\0\0a",
+        47);
     const std::string end("PK\5\6\0\0\0\0\1\0\1\0\57\0\0\0\40\0\0\0\0\0", 22);
     const std::tuple<const char*, std::string> rows[] = {
         {"text", "just a text that was named wrongly, long enough"},
@@ -293,7 +294,8 @@ TEST_F(ContainersAreOrdinaryZips, AreNeverTakenFromWhatACrashLeft) {
     fs::create_directory(aside);
     char process[16];
     std::snprintf(process, sizeof(process), "%lx", GetCurrentProcessId());
-    const std::string own = "container-" + std::string(process), living = own + "-2-2.part", old = own + "-1-1.part", ended = "container-7ffffff0-1-1.part";
+    const std::string own = "container-" + std::string(process), living = own + "-2-2.part", old = own + "-1-1.part",
+                      ended = "container-7ffffff0-1-1.part";
     for (const std::string& name : {living, old, ended, std::string("notes.txt")})
         WriteRaw(aside / name, "not whole");
     const auto longAgo = fs::last_write_time(aside / "notes.txt") - std::chrono::hours(48);
@@ -344,9 +346,12 @@ TEST_F(ContainersAreOrdinaryZips, GetTheKeyOfThePlaceTheyAreFor) {
     const std::string folders = R"("folders": [{"path": "docs", "targetKey": "home"}, {"path": "team", "targetKey": "team"},
                                                {"path": "unknown", "targetKey": "not here"}])";
     const Path tracked = m_folder / "temp" / "tracked.txt";
-    WriteRaw(tracked.wstring() + L".hvf", "<halvanecloud>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n</process>\r\n<srcfile>\r\n"
-                                      "<name><![CDATA[" + Utf8(m_folder / "team" / "tracked.txt.zip") + "]]></name>\r\n");
-    const std::tuple<const char*, Path, Path, const char*> rows[] = {  // null: there is no writer
+    WriteRaw(tracked.wstring() + L".hvf",
+             "<halvanecloud>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n</process>\r\n<srcfile>\r\n"
+             "<name><![CDATA[" +
+                 Utf8(m_folder / "team" / "tracked.txt.zip") + "]]></name>\r\n");
+    const std::tuple<const char*, Path, Path, const char*> rows[] = {
+        // null: there is no writer
         {"in a folder with a key", InDocs("a.zip"), tracked, "h"},
         {"aside, for the container that the tracking file names", m_folder / "temp" / "a.zip", tracked, "t"},
         {"aside, for a plain file of a folder with a key", m_folder / "temp" / "a.zip", m_folder / "team" / "p.txt", "t"},

@@ -28,31 +28,42 @@ void NoteWhatIsDone() {
         for (const wchar_t* module : {L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"})
             ReplaceImport(GetModuleHandleW(module), name, reinterpret_cast<void*>(function));
     };
-    replace("WriteFile", +[](HANDLE file, LPCVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) -> BOOL {
-        if (!Refuses('w'))
-            return WriteFile(file, data, size, done, place);
-        if (g_done.size() == g_failing)
-            WriteFile(file, data, size / 2, done, place);
-        SetLastError(ERROR_DISK_FULL);
-        return FALSE;
-    });
-    replace("CopyFileW", +[](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL { return !Refuses('w') && CopyFileW(from, to, isNew); });
-    replace("FlushFileBuffers", +[](HANDLE file) -> BOOL { return !Refuses('f') && FlushFileBuffers(file); });
-    replace("MoveFileExW", +[](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL { return !Refuses('m') && MoveFileExW(from, to, flags); });
-    replace("SetEndOfFile", +[](HANDLE file) -> BOOL { return !Refuses('c') && SetEndOfFile(file); });
-    replace("DeleteFileW", +[](LPCWSTR file) -> BOOL { return !Refuses('c') && DeleteFileW(file); });
-    replace("CreateDirectoryW", +[](LPCWSTR folder, LPSECURITY_ATTRIBUTES how) -> BOOL { return !Refuses('c') && CreateDirectoryW(folder, how); });
-    replace("SetFileInformationByHandle", +[](HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID data, DWORD size) -> BOOL {
-        return !Refuses('c') && SetFileInformationByHandle(file, kind, data, size);
-    });
-    replace("Sleep", +[](DWORD ms) {
-        if (g_failing == 0 || g_ending == Ending::DiskFull)
-            Sleep(ms);
-    });
-    replace("CreateFileW", +[](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE like) {
-        const bool changes = how != OPEN_EXISTING && (access & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA)) != 0;
-        return changes && Refuses('c') ? INVALID_HANDLE_VALUE : CreateFileW(path, access, share, security, how, flags, like);
-    });
+    replace(
+        "WriteFile", +[](HANDLE file, LPCVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) -> BOOL {
+            if (!Refuses('w'))
+                return WriteFile(file, data, size, done, place);
+            if (g_done.size() == g_failing)
+                WriteFile(file, data, size / 2, done, place);
+            SetLastError(ERROR_DISK_FULL);
+            return FALSE;
+        });
+    replace(
+        "CopyFileW", +[](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL { return !Refuses('w') && CopyFileW(from, to, isNew); });
+    replace(
+        "FlushFileBuffers", +[](HANDLE file) -> BOOL { return !Refuses('f') && FlushFileBuffers(file); });
+    replace(
+        "MoveFileExW", +[](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL { return !Refuses('m') && MoveFileExW(from, to, flags); });
+    replace(
+        "SetEndOfFile", +[](HANDLE file) -> BOOL { return !Refuses('c') && SetEndOfFile(file); });
+    replace(
+        "DeleteFileW", +[](LPCWSTR file) -> BOOL { return !Refuses('c') && DeleteFileW(file); });
+    replace(
+        "CreateDirectoryW",
+        +[](LPCWSTR folder, LPSECURITY_ATTRIBUTES how) -> BOOL { return !Refuses('c') && CreateDirectoryW(folder, how); });
+    replace(
+        "SetFileInformationByHandle", +[](HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID data, DWORD size) -> BOOL {
+            return !Refuses('c') && SetFileInformationByHandle(file, kind, data, size);
+        });
+    replace(
+        "Sleep", +[](DWORD ms) {
+            if (g_failing == 0 || g_ending == Ending::DiskFull)
+                Sleep(ms);
+        });
+    replace(
+        "CreateFileW", +[](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE like) {
+            const bool changes = how != OPEN_EXISTING && (access & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA)) != 0;
+            return changes && Refuses('c') ? INVALID_HANDLE_VALUE : CreateFileW(path, access, share, security, how, flags, like);
+        });
 }
 
 }  // namespace
@@ -122,8 +133,8 @@ std::size_t DisksThatRefuse::FailInTheMidst(const Operation& operation, const st
     EXPECT_TRUE(found.hasNew || !(operation.takesNew && isDone)) << "what was written is lost";
     // What is locked is written where it stands: whole is what it is written from, which stays for "quelvol recover".
     const Names waiting = TrackedEdits();
-    const bool isForRecovery = ending == Ending::ProcessEnds ||
-                               std::ranges::any_of(waiting, [](const std::wstring& file) { return file.ends_with(L".zip"); });
+    const bool isForRecovery =
+        ending == Ending::ProcessEnds || std::ranges::any_of(waiting, [](const std::wstring& file) { return file.ends_with(L".zip"); });
     EXPECT_FALSE(found.hasHalf && !(operation.isLocked && isForRecovery)) << "half a content";
     Unlock(path, token);
     // A power failure may take what the disk has not written yet, but not what something else has given way to.
@@ -153,12 +164,16 @@ TEST_F(DisksThatRefuse, LoseNothingWhicheverCallFails) {
         {"save under a lock", L"Docs\\", true, false, true, [&](Text path, Text) { return Takes(path, kNew); }},
         {"rename", L"Docs\\", false, false, false, [&](Text path, Text name) { return Move(path, L"Docs\\second" + name) == VVS_Success; }},
         {"copy", L"Docs\\", false, false, false, [&](Text path, Text name) { return Copy(path, L"Docs\\second" + name) == VVS_Success; }},
-        {"copy a plain file", L"Plain\\", false, false, false, [&](Text path, Text name) { return Copy(path, L"Plain\\second" + name) == VVS_Success; }},
-        {"move to another key", L"Docs\\", false, false, false, [&](Text path, Text name) { return Move(path, L"Other\\" + name) == VVS_Success; }},
+        {"copy a plain file", L"Plain\\", false, false, false,
+         [&](Text path, Text name) { return Copy(path, L"Plain\\second" + name) == VVS_Success; }},
+        {"move to another key", L"Docs\\", false, false, false,
+         [&](Text path, Text name) { return Move(path, L"Other\\" + name) == VVS_Success; }},
         {"decrypt", L"Docs\\", false, false, false, [&](Text path, Text name) { return Move(path, L"Plain\\" + name) == VVS_Success; }},
         {"encrypt", L"Plain\\", false, false, false, [&](Text path, Text name) { return Move(path, L"Docs\\" + name) == VVS_Success; }},
-        {"copy into a locked document", L"Docs\\", true, true, true, [&](Text path, Text name) { return Copy(L"Docs\\second" + name, path) == VVS_Success; }},
-        {"copy into a locked plain file", L"Plain\\", true, true, true, [&](Text path, Text name) { return Copy(L"Docs\\second" + name, path) == VVS_Success; }},
+        {"copy into a locked document", L"Docs\\", true, true, true,
+         [&](Text path, Text name) { return Copy(L"Docs\\second" + name, path) == VVS_Success; }},
+        {"copy into a locked plain file", L"Plain\\", true, true, true,
+         [&](Text path, Text name) { return Copy(L"Docs\\second" + name, path) == VVS_Success; }},
     };
     NoteWhatIsDone();
     int number = 0;
@@ -203,9 +218,9 @@ TEST_F(DisksThatRefuse, AFileHeldByOthersStands) {
         for (const wchar_t* to : {L"Docs\\b.txt", L"Plain\\b.txt"})
             EXPECT_NE(VVS_Success, Move(L"Docs\\a.txt", to));
         EXPECT_EQ(VVS_Locked, TryLock(L"Docs\\a.txt"));
-        for (const VirtualVolumeStatus status : {Move(L"Plain\\p.txt", L"Plain\\r.txt"), Move(L"Plain\\p.txt", L"Docs\\p.txt"),
-                                                 Copy(L"Plain\\p.txt", L"Plain\\r.txt"), Copy(L"Plain\\q.txt", L"Plain\\p.txt"),
-                                                 Rename(L"Docs\\a.txt", L"Plain\\p.txt")})
+        for (const VirtualVolumeStatus status :
+             {Move(L"Plain\\p.txt", L"Plain\\r.txt"), Move(L"Plain\\p.txt", L"Docs\\p.txt"), Copy(L"Plain\\p.txt", L"Plain\\r.txt"),
+              Copy(L"Plain\\q.txt", L"Plain\\p.txt"), Rename(L"Docs\\a.txt", L"Plain\\p.txt")})
             EXPECT_NE(VVS_Success, status);
         ExpectEditWaits();
     }

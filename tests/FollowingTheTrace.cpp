@@ -102,8 +102,8 @@ TEST_F(FollowingTheTrace, EveryEnterHasItsLeaveAndIndentsWhatHappensBetween) {
     EXPECT_EQ(3u, open.size());
     for (const auto& [threadId, functions] : open)
         EXPECT_TRUE(functions.empty()) << functions.back() << " was never left";
-    for (const char* told : {"VirtualVolume::OpenFile VVS_MountFolderNotFound", "VirtualFile::Open VVS_Success", "VirtualFile::Close !!!SLOW!!! VVS_Success",
-                             "VirtualFindFile::FindFile true"})
+    for (const char* told : {"VirtualVolume::OpenFile VVS_MountFolderNotFound", "VirtualFile::Open VVS_Success",
+                             "VirtualFile::Close !!!SLOW!!! VVS_Success", "VirtualFindFile::FindFile true"})
         EXPECT_EQ(1u, left.count(told)) << told << " is not among\n" << ::testing::PrintToString(left);
 }
 
@@ -159,14 +159,13 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
         {[&] { volume()->ReadFile(nullptr, 0, data, 8, nullptr, nullptr); },
          "VirtualVolume::ReadFile hFile->Read(fileOffset, data, requestedSize, outActualSize) =>VVS_InvalidParameter, "},
         {[&] { volume()->Unlock(L"Plain\\b", L"{other}"); }, "FileLocker::Unlock foundIdx >= 0 =>false, "},
-        {[&] { ending("Quelcrypt_FileReaderFactory"), Get(L"Docs\\c.txt"); },
-         "VirtualFile::DecryptContainer reader != 0 =>false, "},
+        {[&] { ending("Quelcrypt_FileReaderFactory"), Get(L"Docs\\c.txt"); }, "VirtualFile::DecryptContainer reader != 0 =>false, "},
     };
     for (const auto& [action, line] : rows) {
         const auto errors = ErrorsDuring(action);
         Companion().FailNth();
-        EXPECT_NE(errors.end(), std::find(errors.begin(), errors.end(), line))
-            << line << "\nis not among\n" << ::testing::PrintToString(errors);
+        EXPECT_NE(errors.end(), std::find(errors.begin(), errors.end(), line)) << line << "\nis not among\n"
+                                                                               << ::testing::PrintToString(errors);
     }
     Failing("IFileLogger::Write", Fault::Error, [&] { EXPECT_EQ("first", Get(L"Docs\\a.txt")) << "no log, and nothing else"; });
 }

@@ -98,9 +98,9 @@ TEST_F(ListingAFolder, TakesEveryPatternAsAPlainFolderDoes) {
     for (const wchar_t* path : {L"Docs\\ac.txt", L"Plain\\ac.txt"})
         MakePlain(path, "plain in both");
     for (const std::wstring pattern :
-         {L" *", L" b*", L" *.txt", L"*;*", L"b;c.txt", L"b*;c.txt", L"b*;c*", L"a.txt;b*", L"a?.txt", L"a??.txt", L"??.txt", L"?", L"*.", L"*.?", L"*.t?t",
-          L"*.TXT", L"*.*.*", L"*t",
-          L"*x*", L"a*.*", L"no*.", L"noext.", L"a.txt ", L"**", L"?*?"}) {
+         {L" *",      L" b*",    L" *.txt", L"*;*",    L"b;c.txt", L"b*;c.txt", L"b*;c*", L"a.txt;b*", L"a?.txt",
+          L"a??.txt", L"??.txt", L"?",      L"*.",     L"*.?",     L"*.t?t",    L"*.TXT", L"*.*.*",    L"*t",
+          L"*x*",     L"a*.*",   L"no*.",   L"noext.", L"a.txt ",  L"**",       L"?*?"}) {
         Names expected;
         WIN32_FIND_DATAW entry{};
         const HANDLE hFind = FindFirstFileW(NativePath(L"Plain\\" + pattern).c_str(), &entry);
@@ -171,7 +171,8 @@ TEST_F(ListingAFolder, ShowsMountFoldersAtTheRoot) {
     EXPECT_EQ(written, root.lastWriteTime);
 
     // A folder that is gone from disk hides no other; one that was renamed shows under its mounted name.
-    Configure(R"({"folders": [{"name": "Gone", "path": "Gone"}, {"name": "Letters", "path": "Docs"}, {"name": "Plain", "path": "Plain"}]})");
+    Configure(
+        R"({"folders": [{"name": "Gone", "path": "Gone"}, {"name": "Letters", "path": "Docs"}, {"name": "Plain", "path": "Plain"}]})");
     EXPECT_EQ((Names{L"Letters", L"Plain"}), List(L"*"));
     EXPECT_EQ(L"Letters", std::wstring(Record(L"LETTERS").fileName));
     EXPECT_EQ(VIT_MountFolder, Record(L"Letters\\").itemType);
@@ -247,8 +248,9 @@ TEST_F(ListingAFolder, ResolvesPathsWithinTheirMountFolderOnly) {
     WriteRaw(NativePath(L"Docs.zip"), "beside the mount folder");
     EXPECT_TRUE(Find(L"Docs\\sub\\..\\README", &findData)) << "dots are resolved without asking the disk";
     EXPECT_TRUE(Find(L"Docs\\README. .", &findData)) << "trailing dots and blanks do not count";
-    for (const std::wstring& nowhere : {std::wstring(L"Docs\\..\\outside"), std::wstring(L"Docs\\sub\\..\\..\\outside"), std::wstring(L"D\\README"),
-                                        std::wstring(L"Docs:README"), root() + L"\\outside"}) {  // native paths are for opening
+    for (const std::wstring& nowhere :
+         {std::wstring(L"Docs\\..\\outside"), std::wstring(L"Docs\\sub\\..\\..\\outside"), std::wstring(L"D\\README"),
+          std::wstring(L"Docs:README"), root() + L"\\outside"}) {  // native paths are for opening
         EXPECT_FALSE(Find(nowhere, &findData)) << Narrow(nowhere);
         EXPECT_EQ(Names{}, List(nowhere)) << Narrow(nowhere);
     }

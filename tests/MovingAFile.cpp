@@ -216,8 +216,8 @@ TEST_F(MovingAFile, OntoItselfTakesTheFormOfItsFolder) {
 
 TEST_F(MovingAFile, OrDeletingItTakesPathsInTheirLongForm) {
     const auto longForm = [this](const wchar_t* volumePath) { return L"\\\\?\\" + NativePath(volumePath); };
-    for (const auto& [from, to, last] : {std::tuple{L"Docs\\a.txt", L"Docs\\b.txt", L"Other\\c.txt"},
-                                         std::tuple{L"Plain\\a", L"Plain\\b", L"Plain\\c"}}) {
+    for (const auto& [from, to, last] :
+         {std::tuple{L"Docs\\a.txt", L"Docs\\b.txt", L"Other\\c.txt"}, std::tuple{L"Plain\\a", L"Plain\\b", L"Plain\\c"}}) {
         Put(from, "content");
         EXPECT_OK(Move(longForm(from), longForm(to)));
         EXPECT_OK(Copy(longForm(to), longForm(last)));

@@ -30,7 +30,9 @@ std::vector<std::string> Folders(std::uint32_t* changeCounter = nullptr) {
         ProtectedFolderRecord record = {};
         folder->GetRecord(&record);
         listed.push_back(TextOf(&IProtectedFolder::GetName, *folder) + "|" + TextOf(&IProtectedFolder::GetPath, *folder) + "|" +
-                         (record.type == PFT_General ? "general" : record.type == PFT_Dropbox ? "dropbox" : "?"));
+                         (record.type == PFT_General   ? "general"
+                          : record.type == PFT_Dropbox ? "dropbox"
+                                                       : "?"));
     }
     return listed;
 }
@@ -67,7 +69,8 @@ TEST_F(OneFileConfiguresTheCompanion, NamesTheProtectedFolders) {
         Configure(R"({"folders": [{"name": "Dox)" + std::string(letter) + R"(", "path": "C:\\a\\.\\b\\..\\", "type": "dropbox"},
                       {"path": "elsewhere"}, {"name": "Root", "path": "C:/"}, {"name": "Rooted", "path": "/x/y"}]})");
         std::filesystem::last_write_time(m_folder / "quelcrypt.json", now);
-        EXPECT_EQ(Folders(&counter), (Listed{"Dox" + std::string(shown) + "|C:\\a|dropbox", "Root|C:\\|general", "Rooted|" + drive + "\\x\\y|general"}));
+        EXPECT_EQ(Folders(&counter),
+                  (Listed{"Dox" + std::string(shown) + "|C:\\a|dropbox", "Root|C:\\|general", "Rooted|" + drive + "\\x\\y|general"}));
         EXPECT_NE(counter, before);
         before = counter;
     }
@@ -84,8 +87,12 @@ TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
         {"docs", "anna|all|home"},
         {"DOCS\\Sub\\", "anna|all|home"},
         {"docs2", "none"},
-        {"docs\\team", "b\xC3\xB6" "b|all|home"},
-        {"docs\\team\\x\\..\\inner\\y", "b\xC3\xB6" "b|all|inner"},
+        {"docs\\team",
+         "b\xC3\xB6"
+         "b|all|home"},
+        {"docs\\team\\x\\..\\inner\\y",
+         "b\xC3\xB6"
+         "b|all|inner"},
         {"docs\\teamwork", "anna|all|home"},
         {"docs\\open\\x", "anna||home"},
         {".", "none"},
@@ -118,8 +125,7 @@ TEST_F(OneFileConfiguresTheCompanion, IsRefusedWithPlaceAndReason) {
          "(1,33): folders[0].name: a name cannot contain any of \\ / : * ? \" < > |"},
         {"{\"folders\": [{\"path\": \"a\", \"name\": \"nn\"}, {\"path\": \"b\", \"name\": \"NN\"}]}",
          "(1,62): folders[1].name: another folder has this name"},
-        {"{\"folders\": [{\"path\": \"a\", \"type\": \"usb\"}]}",
-         "(1,33): folders[0].type: the type is \"general\" or \"dropbox\""},
+        {"{\"folders\": [{\"path\": \"a\", \"type\": \"usb\"}]}", "(1,33): folders[0].type: the type is \"general\" or \"dropbox\""},
         {"{\"passwords\": {\"k\": \"\"}}", "(1,18): passwords.k: the password is empty"},
         {"{\"passwords\": {\"k\": {\"prompt\": 1}}}", "(1,29): passwords.k.prompt: only true is expected here"},
         {"{\"passwords\": {\"k\": {}}}",

@@ -14,8 +14,7 @@ protected:
 
 TEST_F(PlatformCalls, StayWithinTheirBudgets) {
     // A configuration that was written a moment ago is read again for each look at it.
-    fs::last_write_time(NativePath(L"quelcrypt.json"),
-                                     fs::file_time_type::clock::now() - std::chrono::hours(1));
+    fs::last_write_time(NativePath(L"quelcrypt.json"), fs::file_time_type::clock::now() - std::chrono::hours(1));
     for (int number = 0; number < 10; ++number)
         MakeEncrypted(L"Docs\\d" + std::to_wstring(number) + L".txt", "content");
     MakePlain(L"Plain\\p", "content");
@@ -59,8 +58,8 @@ TEST_F(PlatformCalls, StayWithinTheirBudgets) {
         action();
         std::string names;
         const std::uint64_t total = counts.Take(&names);
-        std::printf("%-44s %4llu of %4llu:%s\n", operation, static_cast<unsigned long long>(total),
-                    static_cast<unsigned long long>(budget), names.c_str());
+        std::printf("%-44s %4llu of %4llu:%s\n", operation, static_cast<unsigned long long>(total), static_cast<unsigned long long>(budget),
+                    names.c_str());
         EXPECT_LE(total, budget) << operation << names;
     }
 }

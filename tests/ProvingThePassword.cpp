@@ -14,7 +14,8 @@ protected:
     void UseSource(const std::string& source) {
         Configure(R"({"folders": [{"name": "Docs", "path": "docs", "policy": "all", "targetKey": "home"},
                                   {"path": "docs/Team", "targetKey": "team"}],
-                      "passwords": {"team": "of the team", "home": )" + source + "}}");
+                      "passwords": {"team": "of the team", "home": )" +
+                  source + "}}");
     }
     void UseVariable(const wchar_t* password) {
         SetEnvironmentVariableW(L"QUELVOL_TEST_PASSWORD", password);

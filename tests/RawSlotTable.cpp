@@ -21,12 +21,12 @@ using RawSlotTable = VolumeFixture;
 TEST_F(RawSlotTable, EachSlotStandsWhereItMust) {
     using V = IVirtualVolume;
     const auto placesOf = [](auto... slots) { return std::vector<std::size_t>{PlaceOf(slots)...}; };
-    const auto places = placesOf(
-        &V::Destroy, &V::Release, &V::GetMountInfoByVolumePath, &V::GetMountInfoByNativePath, &V::FindFirstMountFolder, &V::FindNextMountFolder,
-        &V::FindFile, &V::FindFirstFileW, &V::FindNextFileW, &V::FindClose, &V::OpenFile, &V::CloseFile, &V::Delete, &V::Undelete,
-        &V::RenameFile, &V::MoveFileW, &V::CopyFileW, &V::ReadFile, &V::WriteFile, &V::SetFileSize, &V::Flush, &V::GetFileInfo, &V::SetFileInfo,
-        &V::Lock, &V::Unlock, &V::FindLock, &V::FindFirstLock, &V::FindNextLock, &V::ReservedQuery28, &V::ReservedQuery29,
-        &V::ReservedNoOp30, &V::ReservedQuery31, &V::GetSpace);
+    const auto places =
+        placesOf(&V::Destroy, &V::Release, &V::GetMountInfoByVolumePath, &V::GetMountInfoByNativePath, &V::FindFirstMountFolder,
+                 &V::FindNextMountFolder, &V::FindFile, &V::FindFirstFileW, &V::FindNextFileW, &V::FindClose, &V::OpenFile, &V::CloseFile,
+                 &V::Delete, &V::Undelete, &V::RenameFile, &V::MoveFileW, &V::CopyFileW, &V::ReadFile, &V::WriteFile, &V::SetFileSize,
+                 &V::Flush, &V::GetFileInfo, &V::SetFileInfo, &V::Lock, &V::Unlock, &V::FindLock, &V::FindFirstLock, &V::FindNextLock,
+                 &V::ReservedQuery28, &V::ReservedQuery29, &V::ReservedNoOp30, &V::ReservedQuery31, &V::GetSpace);
     ASSERT_EQ(33u, places.size());
     for (std::size_t slot = 0; slot < places.size(); ++slot)
         EXPECT_EQ(slot, places[slot]);

@@ -119,8 +119,9 @@ TEST_F(ReadingAnEncryptedFile, DecryptsAgainWhenTheContainerChangesMeanwhile) {
     void* const hFile = MustOpen(L"Docs\\restless.txt");
     const std::size_t folders = TempFolders();
     int count = 0;
-    Before(kReader, [&] { Overwrite(ContainerPath(L"Docs\\restless.txt"), newerBytes + (++count % 2 ? " " : "")); },
-           [&] { EXPECT_EQ("<VSS_SharingViolation>", Read(hFile)); });
+    Before(
+        kReader, [&] { Overwrite(ContainerPath(L"Docs\\restless.txt"), newerBytes + (++count % 2 ? " " : "")); },
+        [&] { EXPECT_EQ("<VSS_SharingViolation>", Read(hFile)); });
     EXPECT_EQ(folders, TempFolders());
     Overwrite(ContainerPath(L"Docs\\restless.txt"), newerBytes);
     EXPECT_TRUE(newer == Read(hFile));

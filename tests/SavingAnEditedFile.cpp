@@ -122,16 +122,26 @@ TEST_F(SavingAnEditedFile, TakesEveryDispositionLikeAPlainFile) {
     constexpr VirtualVolumeStatus ok = VVS_Success;
     const std::string gap = std::string(3, '\0') + "abc", old = "0123456789", none = "<none>";
     const std::tuple<std::uint32_t, bool, Action, VirtualVolumeStatus, std::string, std::string> rows[] = {
-        {CREATE_NEW, false, WriteAt3, ok, gap, gap},         {CREATE_NEW, false, Nothing, ok, "", none},
-        {CREATE_NEW, false, SetSize0, ok, "", ""},           {CREATE_NEW, true, WriteAt3, VSS_FileExists, old, old},
-        {CREATE_ALWAYS, false, WriteAt3, ok, gap, gap},      {CREATE_ALWAYS, true, WriteAt3, ok, gap, gap},
-        {CREATE_ALWAYS, true, SetSize0, ok, "", ""},         {CREATE_ALWAYS, true, Nothing, ok, "", old},
-        {CREATE_ALWAYS, false, Nothing, ok, "", none},       {OPEN_EXISTING, false, Nothing, VVS_FileNotFound, none, none},
-        {OPEN_EXISTING, true, WriteAt3, ok, "012abc6789", "012abc6789"}, {OPEN_EXISTING, true, SetSize0, ok, "", ""},
-        {OPEN_ALWAYS, false, WriteAt3, ok, gap, gap},        {OPEN_ALWAYS, true, WriteAt3, ok, "012abc6789", gap},
-        {OPEN_ALWAYS, true, Nothing, ok, old, old},          {TRUNCATE_EXISTING, false, Nothing, VVS_FileNotFound, none, none},
-        {TRUNCATE_EXISTING, true, WriteAt3, ok, gap, gap},   {TRUNCATE_EXISTING, true, Nothing, ok, "", old},
-        {0, true, Nothing, VVS_InvalidParameter, old, old},  {6, true, Nothing, VVS_InvalidParameter, old, old},
+        {CREATE_NEW, false, WriteAt3, ok, gap, gap},
+        {CREATE_NEW, false, Nothing, ok, "", none},
+        {CREATE_NEW, false, SetSize0, ok, "", ""},
+        {CREATE_NEW, true, WriteAt3, VSS_FileExists, old, old},
+        {CREATE_ALWAYS, false, WriteAt3, ok, gap, gap},
+        {CREATE_ALWAYS, true, WriteAt3, ok, gap, gap},
+        {CREATE_ALWAYS, true, SetSize0, ok, "", ""},
+        {CREATE_ALWAYS, true, Nothing, ok, "", old},
+        {CREATE_ALWAYS, false, Nothing, ok, "", none},
+        {OPEN_EXISTING, false, Nothing, VVS_FileNotFound, none, none},
+        {OPEN_EXISTING, true, WriteAt3, ok, "012abc6789", "012abc6789"},
+        {OPEN_EXISTING, true, SetSize0, ok, "", ""},
+        {OPEN_ALWAYS, false, WriteAt3, ok, gap, gap},
+        {OPEN_ALWAYS, true, WriteAt3, ok, "012abc6789", gap},
+        {OPEN_ALWAYS, true, Nothing, ok, old, old},
+        {TRUNCATE_EXISTING, false, Nothing, VVS_FileNotFound, none, none},
+        {TRUNCATE_EXISTING, true, WriteAt3, ok, gap, gap},
+        {TRUNCATE_EXISTING, true, Nothing, ok, "", old},
+        {0, true, Nothing, VVS_InvalidParameter, old, old},
+        {6, true, Nothing, VVS_InvalidParameter, old, old},
     };
     MakeFolder(L"Plain\\locked");
     MakeFolder(L"Docs\\locked");
@@ -169,7 +179,8 @@ TEST_F(SavingAnEditedFile, ADeletedFileIsNoneUntilItIsSpared) {
                 EXPECT_OK(volume()->Delete(hFile, nullptr));
                 EXPECT_OK(volume()->Delete(hFile, nullptr)) << "it is already";
                 EXPECT_EQ("<VVS_GeneralError>", Read(hFile));
-                for (const VirtualVolumeStatus status : {Write(hFile, "x"), SetSize(hFile, 0), SetInfo(hFile, kKeep, 0, 0), Rename(hFile, L"Docs\\b.txt")})
+                for (const VirtualVolumeStatus status :
+                     {Write(hFile, "x"), SetSize(hFile, 0), SetInfo(hFile, kKeep, 0, 0), Rename(hFile, L"Docs\\b.txt")})
                     EXPECT_EQ(VVS_GeneralError, status);
                 if (!isLast) {
                     EXPECT_OK(volume()->Undelete(hFile, nullptr));
@@ -205,8 +216,7 @@ TEST_F(SavingAnEditedFile, TellsAndSetsTimesAndAttributes) {
     void* hFile = MustOpen(L"Docs\\a.txt");
     VirtFindData record = InfoOf(hFile);
     EXPECT_EQ(0, memcmp(&listed, &record, sizeof(record)));
-    EXPECT_EQ(0u,
-              CallsDuring("Quelcrypt_FileReaderFactory", [&] { EXPECT_OK(SetInfo(hFile, FILE_ATTRIBUTE_HIDDEN, early, late)); }));
+    EXPECT_EQ(0u, CallsDuring("Quelcrypt_FileReaderFactory", [&] { EXPECT_OK(SetInfo(hFile, FILE_ATTRIBUTE_HIDDEN, early, late)); }));
     EXPECT_EQ("content", Read(hFile));
     EXPECT_EQ(listed.lastWriteTime, InfoOf(hFile).lastWriteTime) << "reading changes nothing";
     Close(hFile);
@@ -322,8 +332,7 @@ TEST_F(SavingAnEditedFile, TheUserMayPickAnotherPlace) {
         EXPECT_EQ(0u, TrackedEdits().size()) << "it is safe there";
         EXPECT_EQ("base", Get(L"Docs\\a.txt"));
     }
-    EXPECT_EQ(L"Saving modified file \"a.txt\" to HalvaneCloud failed. Please select another folder for its backup",
-              prompts::g_title);
+    EXPECT_EQ(L"Saving modified file \"a.txt\" to HalvaneCloud failed. Please select another folder for its backup", prompts::g_title);
     const HWINSTA desktop = GetProcessWindowStation();
     ASSERT_TRUE(SetProcessWindowStation(CreateWindowStationW(nullptr, 0, WINSTA_ALL_ACCESS, nullptr)));
     LeaveUnsavedEdit(L"Docs\\a.txt", "unseen");

@@ -92,7 +92,8 @@ TEST_F(WorkingWithFolders, AreRenamedAndMovedWithAllTheyHold) {
     EXPECT_OK(Move(L"Docs\\tree", L"Docs\\moved"));
     ASSERT_EQ(1u, TrackedEdits().size());
     const std::string tracking = ReadRaw(TrackedEdits()[0] + L".hvf");
-    EXPECT_NE(tracking.npos, tracking.find("<srcfile>\r\n<name><![CDATA[" + Narrow(ContainerPath(L"Docs\\moved\\a.txt")) + "]]>")) << tracking;
+    EXPECT_NE(tracking.npos, tracking.find("<srcfile>\r\n<name><![CDATA[" + Narrow(ContainerPath(L"Docs\\moved\\a.txt")) + "]]>"))
+        << tracking;
     EXPECT_EQ("edit", Get(L"Docs\\moved\\a.txt")) << "shown, and saved at the close";
     EXPECT_EQ("edit", Stored(L"Docs\\moved\\a.txt"));
 
@@ -113,10 +114,8 @@ TEST_F(WorkingWithFolders, StayWithTheirKeyAndOwner) {
     const std::tuple<const wchar_t*, const wchar_t*, bool> rows[] = {
         {L"Docs\\tree", L"Other\\tree", false},   // another key
         {L"Docs\\tree", L"Theirs\\tree", false},  // another owner
-        {L"Docs\\tree", L"Plain\\tree", false},
-        {L"Plain\\p", L"Docs\\p", false},
-        {L"Docs\\tree\\a.txt", L"Docs\\b.txt", true},
-        {L"Docs\\tree\\a.txt", L"Other\\b.txt", true},
+        {L"Docs\\tree", L"Plain\\tree", false},       {L"Plain\\p", L"Docs\\p", false},
+        {L"Docs\\tree\\a.txt", L"Docs\\b.txt", true}, {L"Docs\\tree\\a.txt", L"Other\\b.txt", true},
         {L"Plain\\p\\x.txt", L"Docs\\b.txt", true},
     };
     const std::pair<const char*, Fault> failures[] = {
@@ -156,7 +155,8 @@ TEST_F(WorkingWithFolders, TakeNobodysPlace) {
     MakeFolder(L"Docs\\full");
     MakeEncrypted(L"Docs\\full\\a.txt", "another a");
     const Snapshot before = Disk();
-    const std::tuple<const wchar_t*, VirtualVolumeStatus, VirtualVolumeStatus> rows[] = {  // Success: not tried
+    const std::tuple<const wchar_t*, VirtualVolumeStatus, VirtualVolumeStatus> rows[] = {
+        // Success: not tried
         {L"Docs\\empty", VVS_PathAlreadyExists, VVS_Success},
         {L"Docs\\full", VVS_PathAlreadyExists, VVS_Success},
         {L"Other", VVS_PathAlreadyExists, VVS_Success},

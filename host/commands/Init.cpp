@@ -3,8 +3,8 @@
 
 #include "commands/Commands.h"
 #include "commands/PasswordOptions.h"
-#include "companion/Paths.h"
 #include "companion/PasswordProof.h"
+#include "companion/Paths.h"
 #include "companion/SettingsFile.h"
 #include "companion/Terminal.h"
 #include "core/Environment.h"
@@ -23,7 +23,8 @@ std::wstring NameFor(const Options& options, const std::wstring& path) {
     const std::wstring suggested = path.substr(path.find_last_of(L'\\') + 1);
     if (!options.name.empty())
         return ToUtf16(options.name);
-    const bool isAsked = companion::HasTerminal() && !options.password.generate && options.password.environment.empty() && options.password.command.empty();
+    const bool isAsked =
+        companion::HasTerminal() && !options.password.generate && options.password.environment.empty() && options.password.command.empty();
     const auto typed = isAsked ? companion::AskForLine(L"Name of the folder in the volume [" + suggested + L"]: ") : std::nullopt;
     if (isAsked && !typed)
         throw HostError("broken off; nothing was changed", Exit_Interrupted);
@@ -33,7 +34,8 @@ std::wstring NameFor(const Options& options, const std::wstring& path) {
 void RequireUnprotected(const SettingsFile& file, const std::wstring& path) {
     for (const companion::ConfiguredFolder& folder : file.Get().folders)
         if (companion::IsWithin(path, folder.path) || companion::IsWithin(folder.path, path))
-            throw HostError(ToUtf8(path) + ": " + (path.size() == folder.path.size() ? "it is" : "it overlaps with " + ToUtf8(folder.path) + ", which is") +
+            throw HostError(ToUtf8(path) + ": " +
+                            (path.size() == folder.path.size() ? "it is" : "it overlaps with " + ToUtf8(folder.path) + ", which is") +
                             " protected already" + (folder.name.empty() ? "" : ", as " + folder.name));
 }
 
@@ -67,9 +69,10 @@ void Init(const Options& options) {
     const std::string shown = ToShown(name), called = ToUtf8(GetVariable(L"QUELVOL_COMMAND"));
     const std::string program = "\n  " + (called.empty() ? "quelvol" : called) + " ";
     PrintOut(shown + " is protected: " + ToShown(path) + "\nConfiguration: " + ToShown(file.Path()) +
-             (companion::OthersMayRead(file.Path()) ? " (others may read it)" : " (only you may read it)") + "\n" + AboutPassword(password) +
-             "\nWhat to do next:" + program + "status: what is in it, and what lies there unencrypted" + program + "encrypt \"" + shown +
-             "\": encrypts what lies there unencrypted" + program + "serve: puts it before Explorer, Finder, browsers and office programs\n");
+             (companion::OthersMayRead(file.Path()) ? " (others may read it)" : " (only you may read it)") + "\n" +
+             AboutPassword(password) + "\nWhat to do next:" + program + "status: what is in it, and what lies there unencrypted" + program +
+             "encrypt \"" + shown + "\": encrypts what lies there unencrypted" + program +
+             "serve: puts it before Explorer, Finder, browsers and office programs\n");
 }
 
 }  // namespace

@@ -37,8 +37,7 @@ int RunProgram(const Volume& volume, const std::vector<std::string>& command) {
     startup.cb = sizeof(startup);
     PROCESS_INFORMATION process{};
     volume.Temp().UseOriginal();
-    const BOOL started =
-        CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
+    const BOOL started = CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process);
     const DWORD error = GetLastError();
     volume.Temp().UseOwn();
     if (!started)
@@ -89,8 +88,9 @@ void AddLock(CLI::App& app, Session& session) {
     command->add_option("--owner", options->owner, "Who holds it, up to 63 characters")->type_name("TEXT")->capture_default_str();
     command->add_option("PATH", options->path, "The file; a missing one can be locked before it is stored")->required();
     command->add_option("COMMAND", options->command, "After --: the program and its arguments")->required();
-    command->footer("While the command runs nobody else can change the file; QUELVOL_LOCK_TOKEN holds the lock's token. A\n"
-                    "command of quelvol is carried out in the same process and so may change the file; any other program\n"
-                    "is a stranger to the volume and can only read it.");
+    command->footer(
+        "While the command runs nobody else can change the file; QUELVOL_LOCK_TOKEN holds the lock's token. A\n"
+        "command of quelvol is carried out in the same process and so may change the file; any other program\n"
+        "is a stranger to the volume and can only read it.");
     command->callback([&session, options] { Hold(session, *options); });
 }

@@ -33,9 +33,7 @@ std::vector<Entry> Listed(const Volume& volume, const VolumePath& path) {
     return entry.IsFolder() ? SortedEntries(volume, path) : std::vector<Entry>{entry};
 }
 
-std::string ShownName(const Entry& entry) {
-    return ToShown(entry.Name()) + (entry.IsFolder() ? "/" : "");
-}
+std::string ShownName(const Entry& entry) { return ToShown(entry.Name()) + (entry.IsFolder() ? "/" : ""); }
 
 // What kind of thing it is, in one word.
 std::string KindWord(const Volume& volume, const Entry& entry) {

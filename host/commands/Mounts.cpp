@@ -9,9 +9,9 @@ namespace {
 
 std::string TypeStr(ProtectedFolderType type) {
     switch (type) {
-    case PFT_Dropbox: return "Dropbox";
-    case PFT_General: return "general";
-    default: return "type " + std::to_string(type);
+        case PFT_Dropbox: return "Dropbox";
+        case PFT_General: return "general";
+        default: return "type " + std::to_string(type);
     }
 }
 

@@ -40,11 +40,11 @@ const char* SinceWords(const LeftEdit& edit) {
     if (!edit.tracking)
         return "its tracking file cannot be read; save needs --to";
     switch (edit.ContainerSince()) {
-    case LeftEdit::Since::Same: return "the document is as it was";
-    case LeftEdit::Since::Changed: return "the document was changed since: save stores it beside that";
-    case LeftEdit::Since::Gone: return "the document is gone: save stores it anew";
-    case LeftEdit::Since::New: return "a new document";
-    case LeftEdit::Since::Unknown: break;
+        case LeftEdit::Since::Same: return "the document is as it was";
+        case LeftEdit::Since::Changed: return "the document was changed since: save stores it beside that";
+        case LeftEdit::Since::Gone: return "the document is gone: save stores it anew";
+        case LeftEdit::Since::New: return "a new document";
+        case LeftEdit::Since::Unknown: break;
     }
     return "its document is not known; save needs --to";
 }
@@ -77,8 +77,11 @@ void List(Session& session, bool json) {
     if (json) {
         nlohmann::ordered_json all = nlohmann::ordered_json::array();
         for (const LeftEdit& edit : edits)
-            all.push_back({{"id", edit.id}, {"changed", TimeStr(edit.state.lastWriteTime)}, {"size", edit.state.size},
-                           {"document", ShownDocument(volume, edit)}, {"state", Description(edit)}});
+            all.push_back({{"id", edit.id},
+                           {"changed", TimeStr(edit.state.lastWriteTime)},
+                           {"size", edit.state.size},
+                           {"document", ShownDocument(volume, edit)},
+                           {"state", Description(edit)}});
         return PrintOut(all.dump(2) + "\n");
     }
     for (const LeftEdit& edit : edits)
@@ -197,9 +200,9 @@ void CleanCopies(Session& session) {
         PrintOut("Left alone: " + line + "\n");
     std::size_t removed = 0;
     const Volume& volume = session.GetVolume();
-    ForEachFile(volume, {}, [](const Entry&, Stored) {}, [&](const VolumePath& folder) {
-        removed += folder.IsRoot() ? 0 : companion::RemoveLeftSideFiles(ConfiguredPath(volume, folder));
-    });
+    ForEachFile(
+        volume, {}, [](const Entry&, Stored) {},
+        [&](const VolumePath& folder) { removed += folder.IsRoot() ? 0 : companion::RemoveLeftSideFiles(ConfiguredPath(volume, folder)); });
     if (removed > 0)
         PrintOut(std::to_string(removed) + " that killed runs had begun in the mount folders, too\n");
 }
@@ -243,7 +246,8 @@ void AddRecover(CLI::App& app, Session& session) {
 }
 
 void AddClean(CLI::App& app, Session& session) {
-    CLI::App* const command = app.add_subcommand("clean", "Delete the decrypted copies that programs kept in the temp folder, and what killed runs had begun in mount folders");
+    CLI::App* const command = app.add_subcommand(
+        "clean", "Delete the decrypted copies that programs kept in the temp folder, and what killed runs had begun in mount folders");
     command->footer("What may be an unsaved edit stays (see 'recover'), and what a running program has in use.");
     command->callback([&session] { CleanCopies(session); });
 }

@@ -27,9 +27,7 @@ struct Options {
     PasswordChoice password;
 };
 
-std::string OldKey(const std::string& key) {
-    return key + " (old)";
-}
+std::string OldKey(const std::string& key) { return key + " (old)"; }
 
 Secret PasswordIn(const SettingsFile& file, const std::string& key) {
     return *companion::PasswordOf(file.Get(), key, companion::Asking::Allowed);
@@ -45,7 +43,8 @@ void Begin(SettingsFile& file, const std::string& key, const NewPassword& passwo
     if (old == password.secret)
         throw HostError("the new password is the old one; nothing was changed");
     using Kind = companion::PasswordSource::Kind;
-    file.SetPassword(OldKey(key), before.kind == Kind::Plain ? before : companion::PasswordSource{Kind::Protected, companion::Protect(old)});
+    file.SetPassword(OldKey(key),
+                     before.kind == Kind::Plain ? before : companion::PasswordSource{Kind::Protected, companion::Protect(old)});
     file.SetPassword(key, {Kind::Protected, companion::Protect(password.secret)});
     file.Save();
 }
@@ -117,10 +116,14 @@ std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsF
         if (isOfKey(ConfiguredPath(volume, folder)))
             left += ReportUnreachable(session, volume, folder);
     };
-    ForEachFile(volume, {}, [&](const Entry& entry, Stored stored) {
-        if (isOfKey(ConfiguredPath(volume, entry)) && (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged))
-            files.push_back(entry);
-    }, enter);
+    ForEachFile(
+        volume, {},
+        [&](const Entry& entry, Stored stored) {
+            if (isOfKey(ConfiguredPath(volume, entry)) &&
+                (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged))
+                files.push_back(entry);
+        },
+        enter);
     Progress progress("re-encrypting", 0);
     for (const Entry& entry : files) {
         progress.SetLabel(std::to_string(&entry - files.data() + 1) + " of " + std::to_string(files.size()) + " documents");
@@ -175,11 +178,13 @@ void Rekey(Session& session, const Options& options) {
     }
     MoveChecks(file, key);
     if (const std::size_t left = ReencryptAll(session, volume, file, key))
-        throw HostError("not finished: " + std::to_string(left) + " or more are under the old password, which can be read until all are done; run the command again");
+        throw HostError("not finished: " + std::to_string(left) +
+                        " or more are under the old password, which can be read until all are done; run the command again");
     file.SetPassword(key, password.source);
     file.RemovePassword(OldKey(key));
     file.Save();
-    PrintOut("Every document has the new password now. Copies made earlier (backups, a cloud's older versions) still open with the old one.\n");
+    PrintOut(
+        "Every document has the new password now. Copies made earlier (backups, a cloud's older versions) still open with the old one.\n");
 }
 
 }  // namespace

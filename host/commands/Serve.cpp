@@ -44,16 +44,15 @@ std::string ReadCredentials(const std::string& file) {
     return text;
 }
 
-bool IsLoopback(const std::string& address) {
-    return address.starts_with("127.") || address == "::1";
-}
+bool IsLoopback(const std::string& address) { return address.starts_with("127.") || address == "::1"; }
 
 webdav::AccessRules MakeRules(const Options& options) {
     webdav::AccessRules rules;
     rules.credentials = ReadCredentials(options.credentialsFile);
     rules.anyAddress = !IsLoopback(options.server.address);
     if (rules.anyAddress && rules.credentials.empty())
-        throw UsageError(options.server.address + ": other machines can reach that address, so a user and a password are needed: "
+        throw UsageError(options.server.address +
+                         ": other machines can reach that address, so a user and a password are needed: "
                          "name a file with --credentials, or set QUELVOL_CREDENTIALS");
     for (const std::string& host : options.hosts)
         rules.hosts.push_back(webdav::HostName(host));
@@ -142,11 +141,14 @@ void AddServe(CLI::App& app, Session& session) {
     CLI::App* const command = app.add_subcommand("serve", "Put the volume on the network as WebDAV, for this machine alone by default");
     command->add_option("--port", options->server.port, "The port; 0 takes a free one")->capture_default_str();
     command->add_option("--address", options->server.address, "The address to listen on")->capture_default_str();
-    command->add_option("--credentials", options->credentialsFile,
-                        "A file with user:password, asked of everybody (or the variable QUELVOL_CREDENTIALS)")->type_name("FILE");
+    command
+        ->add_option("--credentials", options->credentialsFile,
+                     "A file with user:password, asked of everybody (or the variable QUELVOL_CREDENTIALS)")
+        ->type_name("FILE");
     command->add_option("--host", options->hosts, "Another name that clients reach this server by")->type_name("NAME");
     command->add_flag("-v,--verbose", options->server.logRequests, "A line for each request on standard error");
-    command->footer("Clients open http://127.0.0.1:8080/; a browser shows pages. Ctrl-C finishes what is under way and stores it.\n"
-                    "An address other than the loopback needs credentials, and sends them and all content unencrypted.");
+    command->footer(
+        "Clients open http://127.0.0.1:8080/; a browser shows pages. Ctrl-C finishes what is under way and stores it.\n"
+        "An address other than the loopback needs credentials, and sends them and all content unencrypted.");
     command->callback([&session, options] { Serve(session, *options); });
 }

@@ -2,18 +2,16 @@
 #include "core/Conflicts.h"
 #include "core/Text.h"
 
-VolumePath PathArgument(const std::string& text) {
-    return VolumePath::Parse(ToUtf16(text));
-}
+VolumePath PathArgument(const std::string& text) { return VolumePath::Parse(ToUtf16(text)); }
 
 const char* TypeWord(VirtualItemType type) {
     switch (type) {
-    case VIT_Root: return "root";
-    case VIT_MountFolder: return "mount";
-    case VIT_Folder: return "folder";
-    case VIT_PlainFile: return "plain";
-    case VIT_EncryptedFile: return "encrypted";
-    case VIT_EncryptedFileInConflict: return "conflict";
+        case VIT_Root: return "root";
+        case VIT_MountFolder: return "mount";
+        case VIT_Folder: return "folder";
+        case VIT_PlainFile: return "plain";
+        case VIT_EncryptedFile: return "encrypted";
+        case VIT_EncryptedFileInConflict: return "conflict";
     }
     return "unknown";
 }

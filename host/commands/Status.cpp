@@ -51,13 +51,16 @@ Census Count(const Volume& volume, const VolumePath& folder) {
         for (const std::wstring& path : companion::LeftSideFiles(ConfiguredPath(volume, entered)))
             census.leftOver.push_back(ToShown(path) + "; 'quelvol clean' deletes it");
     };
-    ForEachFile(volume, folder, [&](const Entry& entry, Stored stored) {
-        noteAside(entry.path);
-        ++census.counts[stored];
-        auto& names = census.names[stored];
-        if (names.size() < c_mostNamed)
-            names.push_back(entry.ListedPath().Shown());
-    }, enter);
+    ForEachFile(
+        volume, folder,
+        [&](const Entry& entry, Stored stored) {
+            noteAside(entry.path);
+            ++census.counts[stored];
+            auto& names = census.names[stored];
+            if (names.size() < c_mostNamed)
+                names.push_back(entry.ListedPath().Shown());
+        },
+        enter);
     return census;
 }
 

@@ -41,9 +41,7 @@ Work FindWork(const Volume& volume, const VolumePath& path, bool encrypt) {
     return work;
 }
 
-std::string Files(std::size_t count) {
-    return std::to_string(count) + (count == 1 ? " file" : " files");
-}
+std::string Files(std::size_t count) { return std::to_string(count) + (count == 1 ? " file" : " files"); }
 
 void TurnAll(Session& session, const Options& options, bool encrypt) {
     const Volume& volume = session.GetVolume();
@@ -76,22 +74,20 @@ void TurnAll(Session& session, const Options& options, bool encrypt) {
 
 void Add(CLI::App& app, Session& session, bool encrypt) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand(encrypt ? "encrypt" : "decrypt", encrypt ? "Encrypt in place what lies unencrypted in a protected folder"
-                                                                                          : "Turn documents into ordinary, unencrypted files in place");
+    CLI::App* const command =
+        app.add_subcommand(encrypt ? "encrypt" : "decrypt", encrypt ? "Encrypt in place what lies unencrypted in a protected folder"
+                                                                    : "Turn documents into ordinary, unencrypted files in place");
     command->add_option("PATH", options->path, "A file, or a folder with all below it")->required();
     command->add_flag("--dry-run", options->dryRun, "Only tell what would be done");
-    command->footer(std::string("Each file is compared with its new form before the old one goes. What was broken off is continued by\n"
-                                "running the command again.") +
-                    (encrypt ? " What the deleted files leave on the disk may be readable with\nspecial tools until it is written over." : ""));
+    command->footer(
+        std::string("Each file is compared with its new form before the old one goes. What was broken off is continued by\n"
+                    "running the command again.") +
+        (encrypt ? " What the deleted files leave on the disk may be readable with\nspecial tools until it is written over." : ""));
     command->callback([&session, options, encrypt] { TurnAll(session, *options, encrypt); });
 }
 
 }  // namespace
 
-void AddEncrypt(CLI::App& app, Session& session) {
-    Add(app, session, true);
-}
+void AddEncrypt(CLI::App& app, Session& session) { Add(app, session, true); }
 
-void AddDecrypt(CLI::App& app, Session& session) {
-    Add(app, session, false);
-}
+void AddDecrypt(CLI::App& app, Session& session) { Add(app, session, false); }

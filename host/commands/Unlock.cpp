@@ -27,7 +27,8 @@ void AddUnlock(CLI::App& app, Session& session) {
     CLI::App* const command = app.add_subcommand("unlock", "Release a lock early");
     command->add_option("PATH", *path, "The locked file")->required();
     command->add_option("TOKEN", *token, "The lock's token (default: the variable QUELVOL_LOCK_TOKEN)");
-    command->footer("Locks live in the process that took them. This command is of use as the command of 'quelvol lock';\n"
-                    "a lock of another process ends when the command that took it does.");
+    command->footer(
+        "Locks live in the process that took them. This command is of use as the command of 'quelvol lock';\n"
+        "a lock of another process ends when the command that took it does.");
     command->callback([&session, path, token] { Release(session.GetVolume(), *path, *token); });
 }

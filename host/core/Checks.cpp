@@ -34,7 +34,8 @@ std::vector<FolderProblem> ProblemsOf(const std::vector<VirtMountInfo>& mounts, 
         const std::string name = ToShown(BoundedText(mount.name));
         const DWORD attributes = GetFileAttributesW(path.c_str());
         if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
-            problems.push_back({mount, name + ": its folder " + ToShown(path) + " is not there; connect its disk, or correct the configuration", false});
+            problems.push_back(
+                {mount, name + ": its folder " + ToShown(path) + " is not there; connect its disk, or correct the configuration", false});
             continue;
         }
         const Verdict verdict = CheckFolderPassword(path, mayAsk);

@@ -18,13 +18,9 @@ Function* Find(const char* name) {
     return library ? reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(library, name))) : nullptr;
 }
 
-Verdict VerdictOf(CompanionVerdict verdict, const wchar_t* reason) {
-    return {static_cast<ContainerState>(verdict), ToUtf8(reason)};
-}
+Verdict VerdictOf(CompanionVerdict verdict, const wchar_t* reason) { return {static_cast<ContainerState>(verdict), ToUtf8(reason)}; }
 
-bool CallStep(void* context, std::uint64_t bytes) {
-    return (*static_cast<const std::function<bool(std::uint64_t)>*>(context))(bytes);
-}
+bool CallStep(void* context, std::uint64_t bytes) { return (*static_cast<const std::function<bool(std::uint64_t)>*>(context))(bytes); }
 
 template <class Object>
 struct Owner {
@@ -94,7 +90,8 @@ NewContainer::NewContainer(const std::wstring& path, const std::wstring& name, c
     Do([&] {
         constexpr std::int32_t mode = 2;
         constexpr std::uint32_t chunk = 32768;
-        m_writer = make ? make(&containerText, &nameText, &sourceText, of.dwFileAttributes, &lastWrite, &lastAccess, &creation, mode, chunk, nullptr)
+        m_writer = make ? make(&containerText, &nameText, &sourceText, of.dwFileAttributes, &lastWrite, &lastAccess, &creation, mode, chunk,
+                               nullptr)
                         : nullptr;
         return m_writer != nullptr;
     });

@@ -28,7 +28,8 @@ VolumePath CopyTarget(const Volume& volume, const VolumePath& folder, const Entr
     const std::size_t dot = std::min(name.rfind(L'.'), name.size());
     VolumePath target = folder.Child(name);
     for (int number = 1; volume.Find(target); ++number)
-        target = folder.Child(name.substr(0, dot) + (number == 1 ? L" (conflict)" : L" (conflict " + std::to_wstring(number) + L")") + name.substr(dot));
+        target = folder.Child(name.substr(0, dot) + (number == 1 ? L" (conflict)" : L" (conflict " + std::to_wstring(number) + L")") +
+                              name.substr(dot));
     return target;
 }
 

@@ -14,6 +14,4 @@ inline std::wstring GetVariable(const wchar_t* name) {
 }
 
 // Sets the platform's copy and the C library's; an empty value removes the variable.
-inline void SetVariable(const wchar_t* name, const std::wstring& value) {
-    _wputenv_s(name, value.c_str());
-}
+inline void SetVariable(const wchar_t* name, const std::wstring& value) { _wputenv_s(name, value.c_str()); }

@@ -44,7 +44,8 @@ std::string WithReason(VirtualVolumeStatus status) {
     if (status != VSS_EncryptError && status != VSS_DecryptError)
         return StatusText(status);
     const std::string reason = LastContainerProblem();
-    return reason.empty() ? StatusText(status) : std::string(status == VSS_EncryptError ? "VSS_EncryptError" : "VSS_DecryptError") + " (" + reason + ")";
+    return reason.empty() ? StatusText(status)
+                          : std::string(status == VSS_EncryptError ? "VSS_EncryptError" : "VSS_DecryptError") + " (" + reason + ")";
 }
 
 }  // namespace

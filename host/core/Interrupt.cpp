@@ -20,13 +20,9 @@ BOOL WINAPI OnConsoleEvent(DWORD event) {
 
 }  // namespace
 
-void CatchInterrupts() {
-    SetConsoleCtrlHandler(OnConsoleEvent, TRUE);
-}
+void CatchInterrupts() { SetConsoleCtrlHandler(OnConsoleEvent, TRUE); }
 
-bool Interrupted() {
-    return g_interrupted;
-}
+bool Interrupted() { return g_interrupted; }
 
 void StopIfInterrupted() {
     if (g_interrupted)

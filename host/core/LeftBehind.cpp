@@ -25,17 +25,12 @@ FileState StateOf(const fs::path& file) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (!GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data))
         return {};
-    return {data.dwFileAttributes, FileTimeNumber(data.ftLastWriteTime),
-            Joined(data.nFileSizeHigh, data.nFileSizeLow)};
+    return {data.dwFileAttributes, FileTimeNumber(data.ftLastWriteTime), Joined(data.nFileSizeHigh, data.nFileSizeLow)};
 }
 
-FileState StateOfItself(const fs::path& file) {
-    return StandingAt(file.native()) == Standing::Itself ? StateOf(file) : FileState{};
-}
+FileState StateOfItself(const fs::path& file) { return StandingAt(file.native()) == Standing::Itself ? StateOf(file) : FileState{}; }
 
-bool IsTrackingFile(const std::wstring& name) {
-    return EndsWithNoCase(name, c_trackingEnd);
-}
+bool IsTrackingFile(const std::wstring& name) { return EndsWithNoCase(name, c_trackingEnd); }
 
 std::wstring FromNarrow(std::string_view text) {
     const int bytes = static_cast<int>(text.size());
@@ -133,7 +128,8 @@ LeftEdit::Since LeftEdit::ContainerSince() const {
     // Other attributes change on their own ("File Attribute Constants").
     constexpr std::uint32_t usersBits = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
     const FileState& then = tracking->containerState;
-    const bool isSame = now.lastWriteTime == then.lastWriteTime && now.size == then.size && !((now.attributes ^ then.attributes) & usersBits);
+    const bool isSame =
+        now.lastWriteTime == then.lastWriteTime && now.size == then.size && !((now.attributes ^ then.attributes) & usersBits);
     return isSame ? Since::Same : Since::Changed;
 }
 

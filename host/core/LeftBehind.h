@@ -17,7 +17,7 @@
 
 // A copy with a tracking file.
 struct LeftEdit {
-    std::string id;  // eight hexadecimal digits, the same at every look
+    std::string id;                    // eight hexadecimal digits, the same at every look
     std::filesystem::path file;        // a real path, see OnDisk.h
     FileState state;                   // of file, now; all 0 when it is gone or cannot be opened
     bool isGone = false;               // nothing is listed in its place

@@ -24,9 +24,7 @@ LocalSource::LocalSource(const std::wstring& path) : m_path(path), m_isStandardI
     TakeSize();
 }
 
-LocalSource::LocalSource(HANDLE file, const std::wstring& path) : m_path(path), m_file(file), m_isStandardInput(false) {
-    TakeSize();
-}
+LocalSource::LocalSource(HANDLE file, const std::wstring& path) : m_path(path), m_file(file), m_isStandardInput(false) { TakeSize(); }
 
 void LocalSource::TakeSize() {
     LARGE_INTEGER size{};
@@ -52,8 +50,7 @@ std::size_t LocalSource::Read(void* buffer, std::size_t capacity) {
     }
     m_done += count;
     if (count == 0 && m_done < m_size)
-        throw HostError(ToShown(m_path) + ": it ends after " + std::to_string(m_done) + " of " + std::to_string(m_size) +
-                        " bytes");
+        throw HostError(ToShown(m_path) + ": it ends after " + std::to_string(m_done) + " of " + std::to_string(m_size) + " bytes");
     return count;
 }
 

@@ -15,9 +15,7 @@ HeldLock::~HeldLock() {
     m_volume->Unlock(m_path.Str(), m_info.token);  // a failure means that 'unlock' was there first
 }
 
-std::wstring HeldLock::Token() const {
-    return std::wstring(BoundedText(m_info.token));
-}
+std::wstring HeldLock::Token() const { return std::wstring(BoundedText(m_info.token)); }
 
 std::vector<LockInfo> LocksHeldHere(const Volume& volume, const VolumePath& path) {
     std::vector<LockInfo> locks;

@@ -20,13 +20,15 @@ void RefuseWeak(const Secret& secret) {
     const double bits = StrengthBits(text);
     companion::Wipe(text);
     if (bits < c_weakBits)
-        throw HostError("the password is weak: it has about " + std::to_string(std::lround(bits)) + " bits, which one graphics card guesses in " +
-                        GuessingTime(bits) + ". Take six random words or more, or let one be made (an empty answer, or --generate); --weak insists on it");
+        throw HostError("the password is weak: it has about " + std::to_string(std::lround(bits)) +
+                        " bits, which one graphics card guesses in " + GuessingTime(bits) +
+                        ". Take six random words or more, or let one be made (an empty answer, or --generate); --weak insists on it");
 }
 
 Secret Ask(const PasswordChoice& choice, const std::string& whose, bool& isMade) {
     if (!companion::HasTerminal())
-        throw HostError("there is no terminal to ask for the password at; --generate makes one, --environment and --command say where it comes from");
+        throw HostError(
+            "there is no terminal to ask for the password at; --generate makes one, --environment and --command say where it comes from");
     const std::wstring question = ToUtf16("New password of " + whose + " (nothing: one is made for you): ");
     for (;;) {
         std::optional<Secret> typed = companion::AskForPassword(question);
@@ -61,7 +63,8 @@ PasswordSource SourceOf(const PasswordChoice& choice, const Secret& secret) {
 NewPassword ChoosePassword(const PasswordChoice& choice, const std::string& whose) {
     NewPassword password;
     if (!choice.environment.empty() || !choice.command.empty()) {
-        password.source = choice.environment.empty() ? PasswordSource{Kind::Command, choice.command} : PasswordSource{Kind::Environment, choice.environment};
+        password.source = choice.environment.empty() ? PasswordSource{Kind::Command, choice.command}
+                                                     : PasswordSource{Kind::Environment, choice.environment};
         companion::Settings settings;
         settings.passwords.emplace(whose, password.source);
         password.secret = *companion::PasswordOf(settings, whose, companion::Asking::Forbidden);
@@ -78,15 +81,17 @@ NewPassword ChoosePassword(const PasswordChoice& choice, const std::string& whos
 std::string AboutPassword(const NewPassword& password) {
     std::string text;
     if (password.isMade)
-        text += "The password, which is shown this once; write it down or put it in a password manager:\n\n    " + password.secret.Text() + "\n\n";
+        text += "The password, which is shown this once; write it down or put it in a password manager:\n\n    " + password.secret.Text() +
+                "\n\n";
     switch (password.source.kind) {
         case Kind::Plain: text += "It stands readable in the configuration.\n"; break;
         case Kind::Prompt: text += "It is kept nowhere: whoever uses the folder is asked for it.\n"; break;
         case Kind::Environment: text += "It is taken from the environment variable " + password.source.value + ".\n"; break;
         case Kind::Command: text += "It is taken from what the command prints: " + password.source.value + "\n"; break;
         case Kind::Protected:
-            text += companion::IsWine() ? "It is kept in the configuration, hidden but not safe: under Wine whoever may read that file can find it out.\n"
-                                        : "It is kept in your protected store: only your own logon on this machine can use it.\n";
+            text += companion::IsWine()
+                        ? "It is kept in the configuration, hidden but not safe: under Wine whoever may read that file can find it out.\n"
+                        : "It is kept in your protected store: only your own logon on this machine can use it.\n";
     }
     return text + "Without the password nobody can open the documents, and nobody can bring it back. Keep it in a second place.\n";
 }

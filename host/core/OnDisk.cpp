@@ -69,9 +69,7 @@ bool Remove(const std::wstring& path, FilesStay stay, bool filesStay, std::size_
 
 }  // namespace
 
-DiskHandle OwnHandle(HANDLE handle) {
-    return DiskHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
-}
+DiskHandle OwnHandle(HANDLE handle) { return DiskHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle); }
 
 std::wstring RealPath(HANDLE file) {
     if (std::wstring path = RealPathAs(file, VOLUME_NAME_DOS); !path.empty())
@@ -176,6 +174,4 @@ bool DeleteItself(const std::wstring& realPath) {
     return item && DeleteOpen(item);
 }
 
-bool RemoveItself(const std::wstring& realPath, FilesStay stay) {
-    return Remove(realPath, stay, false, 0);
-}
+bool RemoveItself(const std::wstring& realPath, FilesStay stay) { return Remove(realPath, stay, false, 0); }

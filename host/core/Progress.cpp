@@ -39,9 +39,7 @@ void Progress::Advance(std::uint64_t bytes) {
     Show(Line(std::chrono::duration<double>(now - m_start).count()));
 }
 
-void Progress::SetLabel(const std::string& label) {
-    m_label = ToShown(ToUtf16(label));
-}
+void Progress::SetLabel(const std::string& label) { m_label = ToShown(ToUtf16(label)); }
 
 void Progress::Say(const std::string& what) {
     if (m_onTerminal && (m_shown || m_total >= c_longStep))
@@ -58,8 +56,8 @@ std::string Progress::Line(double seconds) const {
     const double part = std::min(1.0, static_cast<double>(m_done) / static_cast<double>(m_total));
     const int filled = static_cast<int>(part * c_barWidth);
     const int left = static_cast<int>(std::min(5999.0, seconds / std::max(part, 1e-6) - seconds));
-    std::snprintf(text, sizeof(text), "] %3d%%  %.1f MB/s  %d:%02d left", static_cast<int>(part * 100), megabytes / seconds,
-                  left / 60, left % 60);
+    std::snprintf(text, sizeof(text), "] %3d%%  %.1f MB/s  %d:%02d left", static_cast<int>(part * 100), megabytes / seconds, left / 60,
+                  left % 60);
     return m_label + "  [" + std::string(static_cast<std::size_t>(filled), '#') +
            std::string(static_cast<std::size_t>(c_barWidth - filled), '.') + text;
 }

@@ -15,12 +15,9 @@ namespace {
 constexpr std::uint32_t c_partSize = 1 << 20;
 constexpr const wchar_t* c_conflictWords = L" (HalvaneCloud conflicted edit ";
 
-std::string Shown(const LeftEdit& edit) {
-    return ToShown(OrdinaryPath(edit.file));
-}
+std::string Shown(const LeftEdit& edit) { return ToShown(OrdinaryPath(edit.file)); }
 
-void ReadOpen(const Volume& volume, void* file, const std::string& shown,
-              const std::function<void(const char*, std::size_t)>& take) {
+void ReadOpen(const Volume& volume, void* file, const std::string& shown, const std::function<void(const char*, std::size_t)>& take) {
     std::vector<char> part(c_partSize);
     for (std::uint32_t count = 1; count != 0;) {
         StopIfInterrupted();
@@ -44,9 +41,7 @@ FileHandle OpenContainer(const Volume& volume, const LeftEdit& edit) {
     return FileHandle(volume.Get(), handle);
 }
 
-std::wstring Stem(const std::wstring& name) {
-    return name.substr(0, name.rfind(L'.'));
-}
+std::wstring Stem(const std::wstring& name) { return name.substr(0, name.rfind(L'.')); }
 
 // As the volume names what it saves beside a changed container.
 VolumePath FreeConflictPath(const Volume& volume, const VolumePath& document) {

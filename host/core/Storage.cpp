@@ -23,19 +23,13 @@ constexpr StoredRow c_rows[] = {
     {Stored::InClear, "plain", "not encrypted yet; 'quelvol encrypt' does it"},
 };
 
-const StoredRow& RowOf(Stored stored) {
-    return c_rows[static_cast<std::size_t>(stored)];
-}
+const StoredRow& RowOf(Stored stored) { return c_rows[static_cast<std::size_t>(stored)]; }
 
 }  // namespace
 
-const char* StoredWord(Stored stored) {
-    return RowOf(stored).word;
-}
+const char* StoredWord(Stored stored) { return RowOf(stored).word; }
 
-const char* StoredReason(Stored stored) {
-    return RowOf(stored).reason;
-}
+const char* StoredReason(Stored stored) { return RowOf(stored).reason; }
 
 Storage::Storage(const Volume& volume, const VolumePath& folder)
     : m_folder(ConfiguredPath(volume, folder)), m_hasPolicy(FolderHasPolicy(m_folder).value_or(false)) {}
@@ -55,9 +49,7 @@ Stored Storage::Of(const Entry& entry) const {
     return name.find(L'.') == name.npos ? Stored::NoExtension : Stored::InClear;
 }
 
-Stored StoredAs(const Volume& volume, const Entry& entry) {
-    return Storage(volume, entry.path.Parent()).Of(entry);
-}
+Stored StoredAs(const Volume& volume, const Entry& entry) { return Storage(volume, entry.path.Parent()).Of(entry); }
 
 std::wstring ConfiguredPath(const Volume& volume, const VolumePath& path) {
     VirtMountInfo mount{};
@@ -99,6 +91,6 @@ void RequireUndamaged(const Volume& volume, const VolumePath& path) {
     const VolumePath container = path.Parent().Child(path.Name() + std::wstring(kContainerExtension));
     const std::optional<Entry> entry = volume.Find(container);
     if (entry && StoredAs(volume, *entry) == Stored::Damaged)
-        throw HostError(path.Shown() + ": its container " + container.Shown() + " is damaged: " +
-                        ExamineContainer(ConfiguredPath(volume, *entry)).reason);
+        throw HostError(path.Shown() + ": its container " + container.Shown() +
+                        " is damaged: " + ExamineContainer(ConfiguredPath(volume, *entry)).reason);
 }

@@ -22,9 +22,7 @@ double LetterBits(std::size_t count, bool mixesCases) {
     return std::min(random, static_cast<double>(words) * (c_wordBits + (mixesCases ? 1.5 : 0)));
 }
 
-bool Continues(wchar_t before, wchar_t unit) {
-    return std::abs(static_cast<int>(unit) - static_cast<int>(before)) <= 1;
-}
+bool Continues(wchar_t before, wchar_t unit) { return std::abs(static_cast<int>(unit) - static_cast<int>(before)) <= 1; }
 
 }  // namespace
 

@@ -70,9 +70,7 @@ bool CreatePrivateFolder(const std::wstring& path) {
 
 }  // namespace
 
-bool IsRunFolder(const fs::path& folder) {
-    return folder.filename().native().starts_with(c_prefix);
-}
+bool IsRunFolder(const fs::path& folder) { return folder.filename().native().starts_with(c_prefix); }
 
 HANDLE OpenRunMark(const fs::path& folder, DWORD disposition) {
     const DiskHandle::pointer mark = OpenItself((folder / c_mark).native(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, 0, disposition).release();

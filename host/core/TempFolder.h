@@ -43,6 +43,6 @@ public:
 
 private:
     std::filesystem::path m_path, m_realPath;  // the second as OnDisk.h has it
-    HANDLE m_mark;  // on a file that nobody else can open while this run lives
+    HANDLE m_mark;                             // on a file that nobody else can open while this run lives
     std::wstring m_originalTmp, m_originalTemp;
 };

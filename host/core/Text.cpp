@@ -45,7 +45,8 @@ std::string Printable(std::string_view utf8) {
     const int bytes = static_cast<int>(utf8.size());
     std::wstring text(utf8.size(), L'\0');  // what is not valid becomes U+FFFD
     text.resize(static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, text.data(), bytes)));
-    std::replace_if(text.begin(), text.end(), [](wchar_t unit) { return unit != L'\n' && unit != L'\t' && IsActedOn(unit); }, L'\xFFFD');
+    std::replace_if(
+        text.begin(), text.end(), [](wchar_t unit) { return unit != L'\n' && unit != L'\t' && IsActedOn(unit); }, L'\xFFFD');
     return ToUtf8(text);
 }
 
@@ -87,8 +88,8 @@ std::string TimeStr(std::uint64_t fileTime) {
     if (fileTime == 0 || !FileTimeToSystemTime(&time, &utc) || !SystemTimeToTzSpecificLocalTime(nullptr, &utc, &local))
         return "-";
     char text[32];
-    std::snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d", local.wYear, local.wMonth, local.wDay, local.wHour,
-                  local.wMinute, local.wSecond);
+    std::snprintf(text, sizeof(text), "%04d-%02d-%02d %02d:%02d:%02d", local.wYear, local.wMonth, local.wDay, local.wHour, local.wMinute,
+                  local.wSecond);
     return text;
 }
 
@@ -103,10 +104,6 @@ void PrintOut(std::string_view utf8) {
         throw HostError("standard output: " + SystemMessage(GetLastError()));
 }
 
-void PrintError(std::string_view utf8) {
-    WriteAll(GetStdHandle(STD_ERROR_HANDLE), Printable(utf8));
-}
+void PrintError(std::string_view utf8) { WriteAll(GetStdHandle(STD_ERROR_HANDLE), Printable(utf8)); }
 
-void DrawOnTerminal(std::string_view text) {
-    WriteAll(GetStdHandle(STD_ERROR_HANDLE), text);
-}
+void DrawOnTerminal(std::string_view text) { WriteAll(GetStdHandle(STD_ERROR_HANDLE), text); }

@@ -114,8 +114,8 @@ void TakeFullNames(std::wstring_view line, Tracking& tracking) {
     const auto container = Decoded(line.substr(0, first)), name = Decoded(line.substr(second + bar.size())),
                copy = Decoded(line.substr(first + bar.size(), second - first - bar.size()));
     const auto isName = [](const std::optional<std::wstring>& text) { return text && text->find_first_of(L"<>") == text->npos; };
-    if (!isName(container) || !isName(copy) || !isName(name) || !IsNarrowForm(tracking.container, *container) || !IsNarrowForm(tracking.copy, *copy) ||
-        !IsNarrowForm(tracking.name, *name))
+    if (!isName(container) || !isName(copy) || !isName(name) || !IsNarrowForm(tracking.container, *container) ||
+        !IsNarrowForm(tracking.copy, *copy) || !IsNarrowForm(tracking.name, *name))
         return;
     tracking.container = *container;
     tracking.copy = *copy;
@@ -133,9 +133,8 @@ std::optional<Tracking> ParseTracking(std::wstring_view text) {
     Tracking tracking;
     const bool whole = TakeBetween(text, L"<filetracking>", L"<srcfile>") && TakeName(text, tracking.container) &&
                        TakeState(text, tracking.containerState) && TakeBetween(text, L"</srcfile>", L"<filespec>") &&
-                       TakeName(text, tracking.name) && TakeBetween(text, L"</filespec>", L"<tempfile>") &&
-                       TakeName(text, tracking.copy) && TakeState(text, tracking.copyState) &&
-                       TakeBetween(text, L"</halvanecloud>", L"");
+                       TakeName(text, tracking.name) && TakeBetween(text, L"</filespec>", L"<tempfile>") && TakeName(text, tracking.copy) &&
+                       TakeState(text, tracking.copyState) && TakeBetween(text, L"</halvanecloud>", L"");
     if (whole)
         TakeFullNames(text, tracking);
     return whole && !tracking.container.empty() ? std::optional(std::move(tracking)) : std::nullopt;

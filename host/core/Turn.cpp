@@ -25,7 +25,9 @@ struct Form {
     std::wstring real;
 
     Form With(std::wstring_view end) const { return {path + std::wstring(end), real + std::wstring(end)}; }
-    Form Without(std::wstring_view end) const { return {path.substr(0, path.size() - end.size()), real.substr(0, real.size() - end.size())}; }
+    Form Without(std::wstring_view end) const {
+        return {path.substr(0, path.size() - end.size()), real.substr(0, real.size() - end.size())};
+    }
     std::wstring Name() const { return path.substr(path.rfind(L'\\') + 1); }
     std::string Shown() const { return ToUtf8(path); }
 

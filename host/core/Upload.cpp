@@ -53,11 +53,12 @@ void Upload::RequireFit(const std::optional<Entry>& existing) const {
     if (!existing)
         m_volume.RequireFree(m_target, m_encrypted);
     else if (existing->data.itemType != VIT_PlainFile && !m_encrypted)
-        throw HostError(m_target.Shown() + ": it is stored encrypted, but new content would not be: the rules of its folder have "
-                                           "changed. Remove it first, or use another name");
+        throw HostError(m_target.Shown() +
+                        ": it is stored encrypted, but new content would not be: the rules of its folder have "
+                        "changed. Remove it first, or use another name");
     else if (existing->IsConflict() && m_volume.Find(m_target))
-        throw HostError(existing->ListedPath().Shown() + ": a conflict copy, to be stored as " +
-                        m_target.Shown() + ", which is there as well; use another name");
+        throw HostError(existing->ListedPath().Shown() + ": a conflict copy, to be stored as " + m_target.Shown() +
+                        ", which is there as well; use another name");
 }
 
 bool Upload::IsEncrypted() const {

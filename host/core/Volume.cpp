@@ -9,7 +9,6 @@
 
 namespace {
 
-
 std::wstring ProgramFolder() {
     std::wstring path(32'767, L'\0');
     path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
@@ -22,7 +21,8 @@ VolumePath ConflictPath(const VolumePath& folder, std::wstring_view name) {
 }
 
 bool IsAtOrInside(const std::wstring& path, const std::wstring& folder) {
-    return !folder.empty() && EqualNoCase(path.substr(0, folder.size()), folder) && (path.size() == folder.size() || path[folder.size()] == L'\\');
+    return !folder.empty() && EqualNoCase(path.substr(0, folder.size()), folder) &&
+           (path.size() == folder.size() || path[folder.size()] == L'\\');
 }
 
 VolumePath EntryPath(const VolumePath& folder, const VirtFindData& data) {
@@ -34,13 +34,9 @@ VolumePath EntryPath(const VolumePath& folder, const VirtFindData& data) {
 
 }  // namespace
 
-std::wstring Entry::Name() const {
-    return std::wstring(BoundedText(data.fileName));
-}
+std::wstring Entry::Name() const { return std::wstring(BoundedText(data.fileName)); }
 
-std::wstring Entry::NameOnDisk() const {
-    return path.Name() + (data.itemType == VIT_EncryptedFile ? L".zip" : L"");
-}
+std::wstring Entry::NameOnDisk() const { return path.Name() + (data.itemType == VIT_EncryptedFile ? L".zip" : L""); }
 
 Volume::Volume() {
     const std::wstring library = ProgramFolder() + L"\\QuelcryptVol64.dll";
@@ -105,9 +101,9 @@ bool Volume::HoldsMountFolder(const VolumePath& folder) const {
     const auto place = PathOnDisk(folder);
     const std::vector<VirtMountInfo> mounts = MountFolders();
     return place && std::any_of(mounts.begin(), mounts.end(), [&](const VirtMountInfo& mount) {
-        const std::wstring path(BoundedText(mount.path));
-        return IsAtOrInside(RealMountPath(path.c_str()), *place) || IsAtOrInside(L"\\\\?\\" + path, *place);
-    });
+               const std::wstring path(BoundedText(mount.path));
+               return IsAtOrInside(RealMountPath(path.c_str()), *place) || IsAtOrInside(L"\\\\?\\" + path, *place);
+           });
 }
 
 VolumePath Volume::Key(const VolumePath& path) const {
@@ -118,7 +114,8 @@ VolumePath Volume::Key(const VolumePath& path) const {
     std::wstring outermost(BoundedText(mount.name)), outermostReal = real;
     for (const VirtMountInfo& other : MountFolders()) {
         const std::wstring name(BoundedText(other.name)), place = RealMountPath(std::wstring(BoundedText(other.path)).c_str());
-        if (IsAtOrInside(real, place) && (place.size() < outermostReal.size() || (place.size() == outermostReal.size() && name < outermost))) {
+        if (IsAtOrInside(real, place) &&
+            (place.size() < outermostReal.size() || (place.size() == outermostReal.size() && name < outermost))) {
             outermost = name;
             outermostReal = place;
         }
@@ -282,9 +279,7 @@ std::vector<Entry> SortedEntries(const Volume& volume, const VolumePath& folder,
     return entries;
 }
 
-bool IsBefore(const Entry& left, const Entry& right) {
-    return LessNoCase(left.data.fileName, right.data.fileName);
-}
+bool IsBefore(const Entry& left, const Entry& right) { return LessNoCase(left.data.fileName, right.data.fileName); }
 
 void Check(VirtualVolumeStatus status, const VolumePath& path) {
     if (status != VVS_Success)

@@ -55,12 +55,8 @@ private:
     DiskHandle m_folder;
 };
 
-inline void CloseVolumeFile(IVirtualVolume* volume, void* handle) {
-    volume->CloseFile(handle, nullptr);
-}
-inline void CloseVolumeSearch(IVirtualVolume* volume, void* handle) {
-    volume->FindClose(handle);
-}
+inline void CloseVolumeFile(IVirtualVolume* volume, void* handle) { volume->CloseFile(handle, nullptr); }
+inline void CloseVolumeSearch(IVirtualVolume* volume, void* handle) { volume->FindClose(handle); }
 using FileHandle = VolumeHandle<CloseVolumeFile>;
 using FindHandle = VolumeHandle<CloseVolumeSearch>;
 
@@ -160,7 +156,7 @@ private:
 
     mutable std::mutex m_mutex;
     mutable std::map<std::wstring, std::wstring> m_realPaths;  // of mount folders, which stay where they are
-    TempFolder m_temp;  // before the module: what is decrypted goes last
+    TempFolder m_temp;                                         // before the module: what is decrypted goes last
     HMODULE m_module = nullptr;
     IVirtualVolume* m_volume = nullptr;
 };

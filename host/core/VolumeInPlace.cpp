@@ -6,9 +6,7 @@
 
 namespace {
 
-[[noreturn]] void ThrowLeftItsPlace(const VolumePath& path) {
-    throw StatusError(path.Shown(), VVS_PathNotFound);
-}
+[[noreturn]] void ThrowLeftItsPlace(const VolumePath& path) { throw StatusError(path.Shown(), VVS_PathNotFound); }
 
 // The answer for an operation that somebody who has the file open for a moment may stand against.
 template <class Operation>

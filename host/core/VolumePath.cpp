@@ -7,13 +7,11 @@
 
 namespace {
 
-constexpr std::size_t c_maxName = 255;     // units; what the file system stores
+constexpr std::size_t c_maxName = 255;      // units; what the file system stores
 constexpr std::size_t c_maxAsideStem = 64;  // units; leaves room in the folder of the decrypted copies
-constexpr std::size_t c_maxPath = 32'000;  // units; leaves room for the native path of the mount folder
+constexpr std::size_t c_maxPath = 32'000;   // units; leaves room for the native path of the mount folder
 
-bool IsSeparator(wchar_t unit) {
-    return unit == L'/' || unit == L'\\';
-}
+bool IsSeparator(wchar_t unit) { return unit == L'/' || unit == L'\\'; }
 
 const char* PathProblem(std::wstring_view text) {
     if (!text.empty() && IsSeparator(text[0]))
@@ -80,13 +78,12 @@ std::size_t VolumePath::Depth() const {
 std::string VolumePath::Shown() const {
     std::wstring text = IsRoot() ? L"/" : m_path;
     std::replace(text.begin(), text.end(), L'\\', L'/');
-    std::replace_if(text.begin(), text.end(), [](wchar_t unit) { return unit < 32; }, L'\xFFFD');  // a name is one line
+    std::replace_if(
+        text.begin(), text.end(), [](wchar_t unit) { return unit < 32; }, L'\xFFFD');  // a name is one line
     return ToUtf8(text);
 }
 
-std::wstring VolumePath::Name() const {
-    return m_path.substr(m_path.rfind(L'\\') + 1);
-}
+std::wstring VolumePath::Name() const { return m_path.substr(m_path.rfind(L'\\') + 1); }
 
 VolumePath VolumePath::Parent() const {
     VolumePath parent;
@@ -121,14 +118,13 @@ std::wstring VolumePath::NameBeforeAside(std::wstring_view name) {
         return {};
     const std::wstring_view digits = name.substr(tilde + 1, suffixSize - 1), rest = name.substr(tilde + suffixSize);
     const bool hasDot = name[tilde - 1] == L'.';
-    if (digits.find_first_not_of(L"0123456789abcdef") != std::wstring_view::npos || hasDot != rest.starts_with(L'.') || (!hasDot && !rest.empty()))
+    if (digits.find_first_not_of(L"0123456789abcdef") != std::wstring_view::npos || hasDot != rest.starts_with(L'.') ||
+        (!hasDot && !rest.empty()))
         return {};
     return std::wstring(name.substr(0, hasDot ? tilde - 1 : tilde)) + std::wstring(rest);
 }
 
-bool VolumePath::Equals(const VolumePath& other) const {
-    return EqualNoCase(m_path, other.m_path);
-}
+bool VolumePath::Equals(const VolumePath& other) const { return EqualNoCase(m_path, other.m_path); }
 
 bool VolumePath::IsInside(const VolumePath& folder) const {
     return m_path.size() > folder.m_path.size() && EqualNoCase(m_path.substr(0, folder.m_path.size()), folder.m_path) &&

@@ -63,16 +63,14 @@ void CheckAccess(const AccessRules& rules, Guesses& guesses, const Request& requ
         return;
     if (isBasic)
         guesses.NoteWrong();
-    throw HttpError(401, "a user and a password are needed", {},
-                    {{"WWW-Authenticate", "Basic realm=\"quelvol\", charset=\"UTF-8\""}});
+    throw HttpError(401, "a user and a password are needed", {}, {{"WWW-Authenticate", "Basic realm=\"quelvol\", charset=\"UTF-8\""}});
 }
 
 std::string HostName(std::string_view authority) {
     const std::size_t afterAddress = authority.starts_with('[') ? authority.find(']') : 0;
     const std::size_t colon = authority.find(':', std::min(afterAddress, authority.size()));
     std::string name(authority.substr(0, colon));
-    std::transform(name.begin(), name.end(), name.begin(),
-                   [](char unit) { return unit >= 'A' && unit <= 'Z' ? char(unit + 32) : unit; });
+    std::transform(name.begin(), name.end(), name.begin(), [](char unit) { return unit >= 'A' && unit <= 'Z' ? char(unit + 32) : unit; });
     return name;
 }
 

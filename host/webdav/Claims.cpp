@@ -12,9 +12,7 @@ namespace webdav {
 
 namespace {
 
-bool Covers(const ClaimedPath& tree, const VolumePath& path) {
-    return tree.use == Use::ChangeTree && IsAtOrInside(path, tree.path);
-}
+bool Covers(const ClaimedPath& tree, const VolumePath& path) { return tree.use == Use::ChangeTree && IsAtOrInside(path, tree.path); }
 
 bool Disturb(const ClaimedPath& left, const ClaimedPath& right) {
     if (left.use == Use::Read && right.use == Use::Read)

@@ -41,7 +41,8 @@ public:
 
     template <class Buffers>
     std::size_t read_some(const Buffers& buffers, ErrorCode& error) {
-        const std::size_t count = WhenReady(m_reading, !m_isLeaving, [&] { return m_socket.read_some(buffers, error); }, error);
+        const std::size_t count = WhenReady(
+            m_reading, !m_isLeaving, [&] { return m_socket.read_some(buffers, error); }, error);
         m_bytesReceived += count;
         return count;
     }
@@ -52,7 +53,8 @@ public:
 
     template <class Buffers>
     std::size_t write_some(const Buffers& buffers, ErrorCode& error) {
-        const std::size_t count = WhenReady(m_writing, false, [&] { return m_socket.write_some(buffers, error); }, error);
+        const std::size_t count = WhenReady(
+            m_writing, false, [&] { return m_socket.write_some(buffers, error); }, error);
         m_bytesSent += count;
         return count;
     }
@@ -157,14 +159,16 @@ using Parser = http::request_parser<http::buffer_body>;
 
 // The client is there and sends what is not HTTP; rather than that it is gone.
 bool IsMalformed(const ErrorCode& error) {
-    return error && error.category() == http::make_error_code(http::error::bad_version).category() &&
-           error != http::error::need_buffer && error != http::error::end_of_stream && error != http::error::partial_message;
+    return error && error.category() == http::make_error_code(http::error::bad_version).category() && error != http::error::need_buffer &&
+           error != http::error::end_of_stream && error != http::error::partial_message;
 }
 
 class BeastBody : public RequestBody {
 public:
     BeastBody(TimedSocket& socket, beast::flat_buffer& buffer, Parser& parser)
-        : m_socket(socket), m_buffer(buffer), m_parser(parser),
+        : m_socket(socket),
+          m_buffer(buffer),
+          m_parser(parser),
           m_awaitsContinue(EqualToken(parser.get()[http::field::expect], "100-continue")),
           m_receivedBefore(socket.BytesReceived() - buffer.size()) {
         m_socket.ExpectBody();

@@ -74,8 +74,7 @@ private:
 };
 
 // An open handle of a locked file would outlast the lock and stand against the next.
-void SendLockedContent(Exchange& exchange, const Resource& file, const ByteRange& range, int status, const Fields& fields,
-                       Claim& claim) {
+void SendLockedContent(Exchange& exchange, const Resource& file, const ByteRange& range, int status, const Fields& fields, Claim& claim) {
     std::optional<FileReader> reader(std::in_place, exchange.state.volume, file.entry->path);
     KeptAside content(exchange, file, *reader, range.first, range.length);
     reader.reset();
@@ -113,8 +112,8 @@ void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
     if (kind == RangeKind::Unsatisfiable)
         throw HttpError(416, {}, {}, {{"Content-Range", "bytes */" + std::to_string(size)}});
     if (kind == RangeKind::Part)
-        fields.emplace_back("Content-Range", "bytes " + std::to_string(range.first) + "-" +
-                                                 std::to_string(range.first + range.length - 1) + "/" + std::to_string(size));
+        fields.emplace_back("Content-Range", "bytes " + std::to_string(range.first) + "-" + std::to_string(range.first + range.length - 1) +
+                                                 "/" + std::to_string(size));
     const int status = kind == RangeKind::Part ? 206 : 200;
     if (exchange.request.method == "HEAD" || range.length == 0)
         return exchange.response.Begin(status, fields, range.length);
@@ -172,8 +171,7 @@ void CheckPut(const Exchange& exchange, const Resource& target) {
 // What a conditional request was checked against has to stand there until the new content takes its place, which may take long to write.
 class RequiredVersion {
 public:
-    RequiredVersion(const Exchange& exchange, const Resource& target)
-        : m_volume(exchange.state.volume), m_target(target) {
+    RequiredVersion(const Exchange& exchange, const Resource& target) : m_volume(exchange.state.volume), m_target(target) {
         for (const char* field : {"If", "If-Match", "If-None-Match", "If-Unmodified-Since"})
             m_isRequired = m_isRequired || exchange.request.Field(field);
         if (m_isRequired)

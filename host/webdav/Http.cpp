@@ -59,9 +59,7 @@ SYSTEMTIME SystemTimeOf(std::uint64_t fileTime) {
     return parts;
 }
 
-char Lower(char unit) {
-    return unit >= 'A' && unit <= 'Z' ? static_cast<char>(unit + 32) : unit;
-}
+char Lower(char unit) { return unit >= 'A' && unit <= 'Z' ? static_cast<char>(unit + 32) : unit; }
 
 }  // namespace
 
@@ -124,8 +122,8 @@ std::string HttpDate(std::uint64_t fileTime) {
 std::string IsoDate(std::uint64_t fileTime) {
     const SYSTEMTIME time = SystemTimeOf(fileTime);
     char text[64];
-    std::snprintf(text, sizeof(text), "%04u-%02u-%02uT%02u:%02u:%02uZ", time.wYear, time.wMonth, time.wDay, time.wHour,
-                  time.wMinute, time.wSecond);
+    std::snprintf(text, sizeof(text), "%04u-%02u-%02uT%02u:%02u:%02uZ", time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute,
+                  time.wSecond);
     return text;
 }
 

@@ -46,8 +46,7 @@ DavLock ParseLockInfo(const std::string& text) {
 }
 
 void SendLock(Response& response, int status, const DavLock& lock) {
-    const std::string xml =
-        R"(<?xml version="1.0" encoding="utf-8"?><D:prop xmlns:D="DAV:">)" + LockDiscoveryXml({lock}) + "</D:prop>";
+    const std::string xml = R"(<?xml version="1.0" encoding="utf-8"?><D:prop xmlns:D="DAV:">)" + LockDiscoveryXml({lock}) + "</D:prop>";
     response.Send(status,
                   {{"Content-Type", "application/xml; charset=utf-8"},
                    {"Lock-Token", "<" + lock.token + ">"},

@@ -36,8 +36,7 @@ std::string NewToken() {
 }
 
 bool InConflict(const DavLock& left, const DavLock& right) {
-    return (left.scope == LockScope_Exclusive || right.scope == LockScope_Exclusive) &&
-           (left.Covers(right.key) || right.Covers(left.key));
+    return (left.scope == LockScope_Exclusive || right.scope == LockScope_Exclusive) && (left.Covers(right.key) || right.Covers(left.key));
 }
 
 bool Opens(const std::vector<std::string>& submitted, const DavLock& lock) {
@@ -93,9 +92,8 @@ DavLock LockTable::Add(DavLock wanted) {
     RequireRoom(wanted);
     for (const DavLock& lock : m_locks)
         if (InConflict(lock, wanted))
-            throw HttpError(
-                423, "another lock stands against it",
-                "<D:no-conflicting-lock><D:href>" + Href(lock.root, lock.isFolder) + "</D:href></D:no-conflicting-lock>");
+            throw HttpError(423, "another lock stands against it",
+                            "<D:no-conflicting-lock><D:href>" + Href(lock.root, lock.isFolder) + "</D:href></D:no-conflicting-lock>");
     Hold(wanted);
     wanted.token = wanted.isFolder ? NewToken() : TokenOf(wanted.volumeToken);
     wanted.expires = Clock::now() + std::chrono::seconds(wanted.timeoutSeconds);
@@ -117,8 +115,8 @@ std::optional<DavLock> LockTable::Refresh(const std::string& token, const Volume
 
 bool LockTable::Remove(const std::string& token, const VolumePath& path) {
     const std::lock_guard guard(m_mutex);
-    const auto found = std::find_if(m_locks.begin(), m_locks.end(),
-                                    [&](const DavLock& lock) { return lock.token == token && lock.Covers(path); });
+    const auto found =
+        std::find_if(m_locks.begin(), m_locks.end(), [&](const DavLock& lock) { return lock.token == token && lock.Covers(path); });
     if (found == m_locks.end())
         return false;
     LetGo(*found);
@@ -141,8 +139,7 @@ void LockTable::RemoveExpired() {
 std::vector<DavLock> LockTable::Covering(const VolumePath& path) const {
     const std::lock_guard guard(m_mutex);
     std::vector<DavLock> found;
-    std::copy_if(m_locks.begin(), m_locks.end(), std::back_inserter(found),
-                 [&](const DavLock& lock) { return lock.Covers(path); });
+    std::copy_if(m_locks.begin(), m_locks.end(), std::back_inserter(found), [&](const DavLock& lock) { return lock.Covers(path); });
     return found;
 }
 
@@ -184,19 +181,16 @@ void RequireTokens(const LockTable& table, const std::vector<std::string>& submi
     const std::vector<DavLock> locks = table.Covering(path);
     if (locks.empty() || std::any_of(locks.begin(), locks.end(), [&](const DavLock& lock) { return Opens(submitted, lock); }))
         return;
-    throw HttpError(
-        423, "it is locked",
-        "<D:lock-token-submitted><D:href>" + Href(locks[0].root, locks[0].isFolder) + "</D:href></D:lock-token-submitted>");
+    throw HttpError(423, "it is locked",
+                    "<D:lock-token-submitted><D:href>" + Href(locks[0].root, locks[0].isFolder) + "</D:href></D:lock-token-submitted>");
 }
 
-std::vector<DavLock> ClosedLocksInside(const LockTable& table, const std::vector<std::string>& submitted,
-                                       const VolumePath& path) {
+std::vector<DavLock> ClosedLocksInside(const LockTable& table, const std::vector<std::string>& submitted, const VolumePath& path) {
     const std::vector<DavLock> locks = table.Inside(path);
     std::vector<DavLock> closed;
     for (const DavLock& lock : locks) {
-        const bool opened = std::any_of(locks.begin(), locks.end(), [&](const DavLock& other) {
-            return other.key.Equals(lock.key) && Opens(submitted, other);
-        });
+        const bool opened = std::any_of(locks.begin(), locks.end(),
+                                        [&](const DavLock& other) { return other.key.Equals(lock.key) && Opens(submitted, other); });
         if (!opened)
             closed.push_back(lock);
     }

@@ -14,8 +14,8 @@ namespace webdav {
 
 struct DavLock {
     std::string token;  // "opaquelocktoken:..."
-    VolumePath root;  // as the client knows it
-    VolumePath key;   // of what is locked; paths that are asked about are keys (see Resource)
+    VolumePath root;    // as the client knows it
+    VolumePath key;     // of what is locked; paths that are asked about are keys (see Resource)
     bool isFolder = false;
     bool infinite = false;  // holds everything below root as well
     LockScope scope = LockScope_Exclusive;

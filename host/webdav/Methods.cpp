@@ -99,8 +99,7 @@ std::string ReadXmlBody(RequestBody& body) {
 void SendFailures(Response& response, const std::vector<MemberFailure>& failures) {
     std::string xml = R"(<?xml version="1.0" encoding="utf-8"?><D:multistatus xmlns:D="DAV:">)";
     for (const MemberFailure& failure : failures)
-        xml += "<D:response><D:href>" + failure.href + "</D:href><D:status>" + StatusLine(failure.status) +
-               "</D:status></D:response>";
+        xml += "<D:response><D:href>" + failure.href + "</D:href><D:status>" + StatusLine(failure.status) + "</D:status></D:response>";
     response.Send(207, {{"Content-Type", "application/xml; charset=utf-8"}}, xml + "</D:multistatus>");
 }
 
@@ -141,25 +140,25 @@ void NoteStored(State& state, const Resource& target, const Resource& stored) {
 
 int HttpStatus(VirtualVolumeStatus status) {
     switch (status) {
-    case VVS_Success: return 200;
-    case VVS_PathNotFound:
-    case VVS_FileNotFound:
-    case VVS_MountFolderNotFound: return 404;
-    case VVS_PathAlreadyExists:
-    case VSS_FileExists: return 409;
-    case VVS_Locked:
-    case VVS_LockScopeViolation:
-    case VVS_LockTokenNotFound:
-    case VSS_LockViolation:
-    case VSS_SharingViolation: return 423;
-    case VVS_AccessDenied:
-    case VVS_Unauthorized: return 403;
-    case VVS_InvalidParameter:
-    case VVS_BadRequest: return 400;
-    case VVS_PreConditionFailed: return 412;
-    case VSS_NotImplemented: return 501;
-    case VSS_OutMemory: return 507;
-    default: return 500;
+        case VVS_Success: return 200;
+        case VVS_PathNotFound:
+        case VVS_FileNotFound:
+        case VVS_MountFolderNotFound: return 404;
+        case VVS_PathAlreadyExists:
+        case VSS_FileExists: return 409;
+        case VVS_Locked:
+        case VVS_LockScopeViolation:
+        case VVS_LockTokenNotFound:
+        case VSS_LockViolation:
+        case VSS_SharingViolation: return 423;
+        case VVS_AccessDenied:
+        case VVS_Unauthorized: return 403;
+        case VVS_InvalidParameter:
+        case VVS_BadRequest: return 400;
+        case VVS_PreConditionFailed: return 412;
+        case VSS_NotImplemented: return 501;
+        case VSS_OutMemory: return 507;
+        default: return 500;
     }
 }
 

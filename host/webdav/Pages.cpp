@@ -17,14 +17,14 @@ namespace webdav {
 namespace {
 
 // Everything comes from this server, and nothing that stands in the page itself runs.
-const Fields c_pageFields{
-    {"Content-Type", "text/html; charset=utf-8"},
-    {"Cache-Control", "private, no-cache"},
-    {"X-Content-Type-Options", "nosniff"},
-    {"X-Frame-Options", "DENY"},
-    {"Referrer-Policy", "no-referrer"},
-    {"Content-Security-Policy", "default-src 'none'; style-src 'self'; script-src 'self'; connect-src 'self'; base-uri 'none'; "
-                                "form-action 'none'; frame-ancestors 'none'"}};
+const Fields c_pageFields{{"Content-Type", "text/html; charset=utf-8"},
+                          {"Cache-Control", "private, no-cache"},
+                          {"X-Content-Type-Options", "nosniff"},
+                          {"X-Frame-Options", "DENY"},
+                          {"Referrer-Policy", "no-referrer"},
+                          {"Content-Security-Policy",
+                           "default-src 'none'; style-src 'self'; script-src 'self'; connect-src 'self'; base-uri 'none'; "
+                           "form-action 'none'; frame-ancestors 'none'"}};
 
 constexpr const char* c_tools = R"(<div id=tools hidden>
 <button type=button id=upload>Upload files</button><button type=button id=uploadFolder>Upload a folder</button>
@@ -37,7 +37,8 @@ constexpr const char* c_tools = R"(<div id=tools hidden>
 )";
 
 std::string Beginning(const std::string& title, bool isRoot) {
-    return "<!DOCTYPE html>\n<html lang=en><head><meta charset=utf-8><meta name=viewport content=\"width=device-width,initial-scale=1\"><title>" +
+    return "<!DOCTYPE html>\n<html lang=en><head><meta charset=utf-8><meta name=viewport "
+           "content=\"width=device-width,initial-scale=1\"><title>" +
            title + "</title><link rel=stylesheet href=\"/?page.css\"><script src=\"/?page.js\" defer></script></head><body" +
            (isRoot ? " data-root" : "") + ">\n";
 }
@@ -75,7 +76,10 @@ std::string Marks(const Exchange& exchange, const Resource& item, const Storage&
     std::string marks;
     if (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged)
         marks = "<span class=" + std::string(StoredWord(stored)) + ">" +
-                (stored == Stored::ConflictCopy ? "conflict copy" : stored == Stored::Damaged ? "DAMAGED" : "encrypted") + "</span>";
+                (stored == Stored::ConflictCopy ? "conflict copy"
+                 : stored == Stored::Damaged    ? "DAMAGED"
+                                                : "encrypted") +
+                "</span>";
     else
         marks = "<span class=plain title=\"" + Escaped(StoredReason(stored)) + "\">NOT encrypted</span>";
     for (const DavLock& lock : exchange.state.locks.Covering(item.key))
@@ -87,9 +91,10 @@ std::string Row(const Exchange& exchange, const Resource& item, const Storage& s
     const VirtFindData& data = item.entry->data;
     const bool isFolder = item.IsFolder();
     const std::string time = data.lastWriteTime ? IsoDate(data.lastWriteTime) : "", name = Escaped(ToUtf8(item.path.Name()));
-    return std::string("<tr data-kind=") + (isFolder ? "folder" : "file") + " data-name=\"" + name + "\" data-size=" +
-           std::to_string(isFolder ? 0 : data.fileSize) + " data-time=\"" + time + "\"><td><a href=\"" + Escaped(item.Url()) + "\">" + name +
-           (isFolder ? "/" : "") + "</a></td><td class=n>" + (isFolder ? "" : SizeText(data.fileSize)) + "</td><td class=t>" +
+    return std::string("<tr data-kind=") + (isFolder ? "folder" : "file") + " data-name=\"" + name +
+           "\" data-size=" + std::to_string(isFolder ? 0 : data.fileSize) + " data-time=\"" + time + "\"><td><a href=\"" +
+           Escaped(item.Url()) + "\">" + name + (isFolder ? "/" : "") + "</a></td><td class=n>" +
+           (isFolder ? "" : SizeText(data.fileSize)) + "</td><td class=t>" +
            (time.empty() ? "" : "<time datetime=\"" + time + "\">" + time.substr(0, 10) + ' ' + time.substr(11, 5) + "</time>") +
            "</td><td class=k>" + Marks(exchange, item, storage) + "</td></tr>\n";
 }
@@ -124,8 +129,12 @@ struct Line {
     std::uint64_t time;
 
     explicit Line(const Entry& entry)
-        : name(entry.Name()), stored(entry.IsConflict() ? entry.path.Name() : std::wstring()), attributes(entry.data.fileAttributes),
-          type(entry.data.itemType), size(entry.data.fileSize), time(entry.data.lastWriteTime) {}
+        : name(entry.Name()),
+          stored(entry.IsConflict() ? entry.path.Name() : std::wstring()),
+          attributes(entry.data.fileAttributes),
+          type(entry.data.itemType),
+          size(entry.data.fileSize),
+          time(entry.data.lastWriteTime) {}
     bool IsFolder() const { return (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
     Entry In(const VolumePath& folder) const {
         Entry entry{folder.Child(stored.empty() ? name : stored)};
@@ -157,10 +166,11 @@ void WritePage(Exchange& exchange, const Resource& folder, Spool& page) {
         return left.IsFolder() != right.IsFolder() ? left.IsFolder() : LessNoCase(left.name, right.name);
     });
     const std::string title = folder.path.IsRoot() ? "Volume" : Escaped(ToUtf8(folder.path.Name()));
-    page.Append(Beginning(title, folder.path.IsRoot()) + "<h1>" + Trail(folder.path) + "</h1>\n" + c_tools + "<main>\n" + Notices(exchange, folder));
+    page.Append(Beginning(title, folder.path.IsRoot()) + "<h1>" + Trail(folder.path) + "</h1>\n" + c_tools + "<main>\n" +
+                Notices(exchange, folder));
     page.Append(lines.empty() ? "<p>This folder is empty.</p>\n"
-                                : "<table><thead><tr><th>Name</th><th class=n>Size</th><th class=t>Changed "
-                                  "(UTC)</th><th>Stored</th></tr></thead><tbody>\n");
+                              : "<table><thead><tr><th>Name</th><th class=n>Size</th><th class=t>Changed "
+                                "(UTC)</th><th>Stored</th></tr></thead><tbody>\n");
     const Storage storage(exchange.state.volume, folder.entry->path);
     for (const Line& line : lines)
         page.Append(Row(exchange, Listed(folder, line.In(folder.entry->path)), storage));
@@ -185,9 +195,10 @@ bool SendPageFile(const Request& request, Response& response) {
     const bool isScript = request.target == "/?page.js";
     if ((!isScript && request.target != "/?page.css") || (request.method != "GET" && request.method != "HEAD"))
         return false;
-    response.Send(200, {{"Content-Type", isScript ? "text/javascript; charset=utf-8" : "text/css; charset=utf-8"},
-                        {"Cache-Control", "private, no-cache"},
-                        {"X-Content-Type-Options", "nosniff"}},
+    response.Send(200,
+                  {{"Content-Type", isScript ? "text/javascript; charset=utf-8" : "text/css; charset=utf-8"},
+                   {"Cache-Control", "private, no-cache"},
+                   {"X-Content-Type-Options", "nosniff"}},
                   isScript ? c_pageScript : c_pageStyle);
     return true;
 }
@@ -199,8 +210,9 @@ bool WantsPage(const Request& request) {
 void SendErrorPage(Response& response, int status, const std::string& text, Fields fields) {
     fields.insert(fields.end(), c_pageFields.begin(), c_pageFields.end());
     const std::string words = StatusLine(status).substr(std::string_view("HTTP/1.1 404 ").size());
-    response.Send(status, fields, Beginning(words, true) + "<h1>" + words + "</h1>\n<main><p>" + Escaped(text) +
-                                      "</p>\n<p><a href=\"./\">To the folder</a> or <a href=\"/\">to the beginning</a></p></main></body></html>\n");
+    response.Send(status, fields,
+                  Beginning(words, true) + "<h1>" + words + "</h1>\n<main><p>" + Escaped(text) +
+                      "</p>\n<p><a href=\"./\">To the folder</a> or <a href=\"/\">to the beginning</a></p></main></body></html>\n");
 }
 
 }  // namespace webdav

@@ -69,15 +69,13 @@ std::wstring DecodedName(std::string_view component) {
 }
 
 bool IsAscii(std::wstring_view text) {
-    return text.find_first_not_of(
-               L"\t !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~") ==
+    return text.find_first_not_of(L"\t !\"#$%&'()*+,-./0123456789:;<=>?@ABCDEFGHIJKLMNOPQRSTUVWXYZ[\\]^_`abcdefghijklmnopqrstuvwxyz{|}~") ==
            std::wstring_view::npos;
 }
 
 std::wstring Normalized(const std::wstring& text, NORM_FORM form) {
     std::wstring result(text.size() * 4 + 16, L'\0');
-    const int length =
-        NormalizeString(form, text.data(), static_cast<int>(text.size()), result.data(), static_cast<int>(result.size()));
+    const int length = NormalizeString(form, text.data(), static_cast<int>(text.size()), result.data(), static_cast<int>(result.size()));
     result.resize(static_cast<std::size_t>(std::max(length, 0)));
     return result;
 }
@@ -85,7 +83,8 @@ std::wstring Normalized(const std::wstring& text, NORM_FORM form) {
 std::vector<std::wstring> Spellings(const std::wstring& name) {
     std::vector<std::wstring> spellings{name};
     for (const NORM_FORM form : {NormalizationC, NormalizationD})
-        if (std::wstring other = IsAscii(name) ? std::wstring() : Normalized(name, form); other != name && !VolumePath::ComponentProblem(other))
+        if (std::wstring other = IsAscii(name) ? std::wstring() : Normalized(name, form);
+            other != name && !VolumePath::ComponentProblem(other))
             spellings.push_back(std::move(other));
     return spellings;
 }
@@ -119,9 +118,7 @@ VolumePath StoredParent(const Volume& volume, const VolumePath& path) {
 
 }  // namespace
 
-bool PathLess::operator()(const VolumePath& left, const VolumePath& right) const {
-    return LessNoCase(left.Str(), right.Str());
-}
+bool PathLess::operator()(const VolumePath& left, const VolumePath& right) const { return LessNoCase(left.Str(), right.Str()); }
 
 bool IsAtOrInside(const VolumePath& path, const VolumePath& folder) {
     return folder.IsRoot() || path.Equals(folder) || path.IsInside(folder);

@@ -64,8 +64,8 @@ private:
     const Volume& m_volume;
     const Resource& m_folder;
     mutable std::optional<std::set<std::wstring, decltype(&LessNoCase)>> m_hiding;  // names of files like those of conflict copies
-    std::size_t m_mountPathSize = 0;  // units
-    std::wstring m_onDisk;            // where every entry has to be looked at; else empty
+    std::size_t m_mountPathSize = 0;                                                // units
+    std::wstring m_onDisk;                                                          // where every entry has to be looked at; else empty
 };
 
 }  // namespace webdav

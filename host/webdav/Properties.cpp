@@ -14,9 +14,7 @@ namespace {
 
 constexpr std::uint64_t c_millisecond = c_second / 1000;
 
-std::size_t SizeOf(const VolumePath& path) {
-    return std::wcslen(path.Str()) * sizeof(wchar_t) + 64;
-}
+std::size_t SizeOf(const VolumePath& path) { return std::wcslen(path.Str()) * sizeof(wchar_t) + 64; }
 
 std::size_t SizeOf(const PropertyTexts& texts) {
     std::size_t size = 0;
@@ -77,8 +75,8 @@ void DeadProperties::Change(const VolumePath& path, const std::map<XmlName, std:
             texts.erase(name);
     }
     const std::size_t ownBytes = SizeOf(texts), bytes = m_bytes - oldSize + (texts.empty() ? 0 : SizeOf(path) + ownBytes);
-    const bool isTooMuch = bytes > limits::propertyBytes || ownBytes > limits::propertyBytesOfOneFile ||
-                           texts.size() > limits::propertiesOfOneFile;
+    const bool isTooMuch =
+        bytes > limits::propertyBytes || ownBytes > limits::propertyBytesOfOneFile || texts.size() > limits::propertiesOfOneFile;
     if (isTooMuch && bytes > m_bytes)
         throw HttpError(507, "too many properties are kept already");
     m_bytes = bytes;
@@ -180,8 +178,8 @@ std::string EntityTag(const Volume& volume, const ChangeNumbers& changes, const 
     // is told from that time on: most often few digits, of which a listing has many.
     const std::uint64_t written = data.lastWriteTime / c_millisecond, changed = volume.VersionOf(*resource.entry).changed / c_millisecond;
     char tag[96];
-    std::snprintf(tag, sizeof(tag), "\"%llx-%llx-%llx", static_cast<unsigned long long>(written), static_cast<unsigned long long>(data.fileSize),
-                  static_cast<unsigned long long>(changed - written));
+    std::snprintf(tag, sizeof(tag), "\"%llx-%llx-%llx", static_cast<unsigned long long>(written),
+                  static_cast<unsigned long long>(data.fileSize), static_cast<unsigned long long>(changed - written));
     std::string text = tag;
     if (const std::uint64_t number = changes.Of(resource.key)) {
         std::snprintf(tag, sizeof(tag), "-%llx", static_cast<unsigned long long>(number));
@@ -208,8 +206,7 @@ std::string LockDiscoveryXml(const std::vector<DavLock>& locks) {
         if (!lock.ownerXml.empty())
             xml += "<D:owner>" + lock.ownerXml + "</D:owner>";
         xml += "<D:timeout>Second-" + std::to_string(lock.timeoutSeconds) + "</D:timeout><D:locktoken><D:href>" + lock.token +
-               "</D:href></D:locktoken><D:lockroot><D:href>" + Href(lock.root, lock.isFolder) +
-               "</D:href></D:lockroot></D:activelock>";
+               "</D:href></D:locktoken><D:lockroot><D:href>" + Href(lock.root, lock.isFolder) + "</D:href></D:lockroot></D:activelock>";
     }
     return xml + "</D:lockdiscovery>";
 }

@@ -52,9 +52,7 @@ constexpr LiveProperty c_live[] = {
          return item.IsFolder() ? std::nullopt : Element("getcontentlength", std::to_string(item.entry->data.fileSize));
      }},
     {c_dav, "getlastmodified", true,
-     [](const Exchange&, const Resource& item) {
-         return DateElement("getlastmodified", item.entry->data.lastWriteTime, HttpDate);
-     }},
+     [](const Exchange&, const Resource& item) { return DateElement("getlastmodified", item.entry->data.lastWriteTime, HttpDate); }},
     {c_dav, "creationdate", true,
      [](const Exchange&, const Resource& item) { return DateElement("creationdate", item.entry->data.creationTime, IsoDate); }},
     {c_dav, "getetag", true,
@@ -71,9 +69,7 @@ constexpr LiveProperty c_live[] = {
          return item.path.IsRoot() ? std::nullopt : Element("displayname", Escaped(ToUtf8(item.path.Name())));
      }},
     {c_dav, "lockdiscovery", false,
-     [](const Exchange& exchange, const Resource& item) -> Value {
-         return LockDiscoveryXml(exchange.state.locks.Covering(item.key));
-     }},
+     [](const Exchange& exchange, const Resource& item) -> Value { return LockDiscoveryXml(exchange.state.locks.Covering(item.key)); }},
     {c_dav, "supportedlock", false,
      [](const Exchange&, const Resource&) -> Value {
          return "<D:supportedlock><D:lockentry><D:lockscope><D:exclusive/></D:lockscope><D:locktype><D:write/></D:locktype>"
@@ -197,8 +193,7 @@ private:
             found += LockDiscoveryXml(locks);
     }
 
-    void AddOne(const Resource& item, const PropertyTexts& dead, const XmlName& name, std::string& found,
-                std::string& missing) const {
+    void AddOne(const Resource& item, const PropertyTexts& dead, const XmlName& name, std::string& found, std::string& missing) const {
         const LiveProperty* const live = FindLive(name);
         const auto kept = dead.find(name);
         const Value value = kept != dead.end() ? kept->second : live ? live->value(m_exchange, item) : std::nullopt;

@@ -15,8 +15,8 @@ namespace {
 constexpr std::string_view c_windows = "urn:schemas-microsoft-com:";
 constexpr std::uint64_t c_partSize = 256 * 1024;
 constexpr std::uint32_t c_keepAttributes = 0xFFFFFFFF;
-constexpr const char* c_protected[] = {"creationdate", "getcontentlength", "getcontenttype", "getetag",
-                                       "getlastmodified", "lockdiscovery", "resourcetype", "supportedlock"};
+constexpr const char* c_protected[] = {"creationdate",    "getcontentlength", "getcontenttype", "getetag",
+                                       "getlastmodified", "lockdiscovery",    "resourcetype",   "supportedlock"};
 
 struct Changes {
     std::vector<XmlName> order;  // as they are answered for
@@ -114,8 +114,7 @@ void SetTimes(State& state, Resource& resource, VirtFindData times) {
                 times.*time = data.*time;
         StoreAgain(state, resource, times);
     } else {
-        const FileHandle file =
-            state.volume.Open(resource.entry->path, GENERIC_READ | FILE_WRITE_ATTRIBUTES, c_shareAll, OPEN_EXISTING);
+        const FileHandle file = state.volume.Open(resource.entry->path, GENERIC_READ | FILE_WRITE_ATTRIBUTES, c_shareAll, OPEN_EXISTING);
         Check(state.volume->SetFileInfo(file.Get(), c_keepAttributes, &times), resource.path);
         if (!resource.IsFolder())
             state.changes.Note(resource.key);
@@ -130,8 +129,7 @@ void SendResult(Response& response, const Resource& resource, const Changes& cha
     std::string xml = R"(<?xml version="1.0" encoding="utf-8"?><D:multistatus xmlns:D="DAV:"><D:response><D:href>)" +
                       Escaped(resource.Url()) + "</D:href>";
     if (!done.empty())
-        xml +=
-            "<D:propstat><D:prop>" + done + "</D:prop><D:status>" + StatusLine(refused ? 424 : 200) + "</D:status></D:propstat>";
+        xml += "<D:propstat><D:prop>" + done + "</D:prop><D:status>" + StatusLine(refused ? 424 : 200) + "</D:status></D:propstat>";
     if (!failed.empty())
         xml += "<D:propstat><D:prop>" + failed + "</D:prop><D:status>" + StatusLine(403) +
                "</D:status><D:error><D:cannot-modify-protected-property/></D:error></D:propstat>";

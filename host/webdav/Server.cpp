@@ -45,8 +45,7 @@ public:
         const auto place = m_places.emplace(m_places.end(), std::move(socket));
         const auto ofOneAddress = [&](const Place& other) { return other.state.peer == place->state.peer; };
         const auto notLetIn = [](const Place& other) { return !other.state.wasLetIn; };
-        const bool fits = MakeRoom(limits::connectionsOfOneAddress, ofOneAddress) &&
-                          MakeRoom(limits::connectionsNotLetIn, notLetIn) &&
+        const bool fits = MakeRoom(limits::connectionsOfOneAddress, ofOneAddress) && MakeRoom(limits::connectionsNotLetIn, notLetIn) &&
                           MakeRoom(limits::connections, [](const Place&) { return true; });
         if (!fits || !WaitUntilSomeLeft(guard)) {
             RefuseConnection(place->socket);
@@ -97,8 +96,8 @@ private:
             [](const Place& place) { return place.state.isWaiting.load(); },
         };
         for (const auto& isOfTheseFirst : kinds) {
-            const auto found = std::find_if(m_places.begin(), last,
-                                            [&](const Place& place) { return counts(place) && isOfTheseFirst(place); });
+            const auto found =
+                std::find_if(m_places.begin(), last, [&](const Place& place) { return counts(place) && isOfTheseFirst(place); });
             if (found != last)
                 return TellToLeave(*found);
         }
@@ -143,7 +142,9 @@ tcp::acceptor Listen(boost::asio::io_context& context, const ServerOptions& opti
         return acceptor;
     const std::string shown = options.address + " port " + std::to_string(options.port);
     if (error == boost::asio::error::address_in_use)
-        throw HostError(shown + ": another program listens there, perhaps another 'quelvol serve'; end that, or take another port with --port N (0: any)");
+        throw HostError(
+            shown +
+            ": another program listens there, perhaps another 'quelvol serve'; end that, or take another port with --port N (0: any)");
     throw HostError(shown + ": cannot be listened on: " + SystemMessage(static_cast<unsigned long>(error.value())));
 }
 

@@ -14,13 +14,22 @@ struct MethodRow {
 };
 
 constexpr MethodRow c_methods[] = {
-    {"OPTIONS", AnswerOptions, true},   {"GET", AnswerGet, true}, {"HEAD", AnswerGet, true},
-    {"PROPFIND", AnswerPropfind, true}, {"PUT", AnswerPut},       {"DELETE", AnswerDelete},
-    {"MKCOL", AnswerMkcol},             {"COPY", AnswerCopy},     {"MOVE", AnswerMove},
-    {"PROPPATCH", AnswerProppatch},     {"LOCK", AnswerLock},     {"UNLOCK", AnswerUnlock},
+    {"OPTIONS", AnswerOptions, true},
+    {"GET", AnswerGet, true},
+    {"HEAD", AnswerGet, true},
+    {"PROPFIND", AnswerPropfind, true},
+    {"PUT", AnswerPut},
+    {"DELETE", AnswerDelete},
+    {"MKCOL", AnswerMkcol},
+    {"COPY", AnswerCopy},
+    {"MOVE", AnswerMove},
+    {"PROPPATCH", AnswerProppatch},
+    {"LOCK", AnswerLock},
+    {"UNLOCK", AnswerUnlock},
 };
 
-void SendError(const Request& request, Response& response, int status, const std::string& text, const std::string& condition, Fields fields) {
+void SendError(const Request& request, Response& response, int status, const std::string& text, const std::string& condition,
+               Fields fields) {
     if (response.HasBegun())
         throw ConnectionLost(text);  // the client sees that the answer is cut short
     std::string body;
@@ -37,9 +46,7 @@ void SendError(const Request& request, Response& response, int status, const std
 }
 
 // What went wrong inside is for the one who runs the server, too.
-void LogFailure(const Request& request, const char* text) {
-    PrintError("quelvol: " + request.method + " failed: " + text + "\n");
-}
+void LogFailure(const Request& request, const char* text) { PrintError("quelvol: " + request.method + " failed: " + text + "\n"); }
 
 }  // namespace
 

@@ -61,8 +61,8 @@ bool MayOverwrite(const Request& request) {
 
 // Only the spelling changes: the letter case, or how accents are composed. The target is then found as the source.
 bool IsRespelling(const Transfer& transfer, const VolumePath& destination) {
-    return transfer.isMove && transfer.target.path.Equals(transfer.source.path) &&
-           destination.Name() != transfer.source.path.Name() && AreSpellings(destination.Name(), transfer.source.path.Name());
+    return transfer.isMove && transfer.target.path.Equals(transfer.source.path) && destination.Name() != transfer.source.path.Name() &&
+           AreSpellings(destination.Name(), transfer.source.path.Name());
 }
 
 Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, const Resource& foundThere, bool isMove) {
@@ -73,7 +73,8 @@ Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, 
         throw HttpError(404, "there is no such file or folder");
     const bool isRespelling = IsRespelling(transfer, destination);
     if (isRespelling && exchange.state.volume.HasTwin(*source.entry, destination.Name()))
-        throw HttpError(MayOverwrite(exchange.request) ? 409 : 412, "another file differs from it in letter case alone; delete that one first");
+        throw HttpError(MayOverwrite(exchange.request) ? 409 : 412,
+                        "another file differs from it in letter case alone; delete that one first");
     if (isRespelling)
         target = {target.path.Parent().Child(destination.Name()), target.key.Parent().Child(destination.Name()), std::nullopt};
     else if (target.key.Equals(source.key))
@@ -152,8 +153,7 @@ void CarryOut(Exchange& exchange, const Transfer& transfer) {
     // A copy is made aside, and takes the place of what is there when it is whole.
     const VolumePath made = replaces && !isMove ? place.Aside() : place;
     std::vector<MemberFailure> failures;
-    const bool whole = isMove ? MoveTree(state.volume, source, made, failures)
-                              : CopyTree(state.volume, source, made, shallow, failures);
+    const bool whole = isMove ? MoveTree(state.volume, source, made, failures) : CopyTree(state.volume, source, made, shallow, failures);
     if (replaces && !isMove)
         TakePlace(state.volume, whole, made, target, place, replaced);
     if (!whole && (!made.Equals(place) || !state.volume.Find(place)))
@@ -176,8 +176,8 @@ void AnswerTransfer(Exchange& exchange, bool isMove) {
     const VolumePath destination = DestinationPath(exchange);
     const Resource &source = exchange.found, target = Locate(exchange.state.volume, destination);
     const bool sourceIsFile = source.Exists() && !source.IsFolder();
-    const Claim claim(exchange.state.claims, {{source.key, isMove || !sourceIsFile ? Use::ChangeTree : Use::Read},
-                                              {target.key, Use::ChangeTree}});
+    const Claim claim(exchange.state.claims,
+                      {{source.key, isMove || !sourceIsFile ? Use::ChangeTree : Use::Read}, {target.key, Use::ChangeTree}});
     const Transfer transfer = CheckTransfer(exchange, destination, target, isMove);
     if (isMove && !MembersAreOpen(exchange, transfer.source))
         return;
@@ -248,12 +248,8 @@ void AnswerMkcol(Exchange& exchange) {
     exchange.response.Send(201);
 }
 
-void AnswerCopy(Exchange& exchange) {
-    AnswerTransfer(exchange, false);
-}
+void AnswerCopy(Exchange& exchange) { AnswerTransfer(exchange, false); }
 
-void AnswerMove(Exchange& exchange) {
-    AnswerTransfer(exchange, true);
-}
+void AnswerMove(Exchange& exchange) { AnswerTransfer(exchange, true); }
 
 }  // namespace webdav

@@ -106,7 +106,8 @@ bool Empty(const Volume& volume, const Resource& folder, std::vector<MemberFailu
 
 // Calls transfer with the item's place in a folder that was just made, unless something came to stand there before it.
 template <class Transfer>
-bool ToFreePlace(const Volume& volume, const Resource& item, const VolumePath& folder, std::vector<MemberFailure>& failures, Transfer transfer) {
+bool ToFreePlace(const Volume& volume, const Resource& item, const VolumePath& folder, std::vector<MemberFailure>& failures,
+                 Transfer transfer) {
     std::optional<VolumePath> place;
     if (HasFailedTooOften(failures) || !Try(item, failures, [&] { place = FreeTarget(volume, folder, *item.entry); }))
         return false;
@@ -139,8 +140,7 @@ bool RemoveTree(const Volume& volume, const Resource& item, std::vector<MemberFa
     return Try(item, failures, [&] { DeleteAndVerify(volume, *item.entry); });
 }
 
-bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow,
-              std::vector<MemberFailure>& failures) {
+bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, std::vector<MemberFailure>& failures) {
     if (IsTooDeep(source, failures, target) || IsLink(volume, source, failures))
         return false;
     if (!source.IsFolder() && !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent())) {
@@ -152,9 +152,9 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
     if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
         return false;
     return shallow || ForEachMember(volume, source, failures, [&](const Resource& item) {
-        return ToFreePlace(volume, item, target, failures,
-                           [&](const VolumePath& place) { return CopyTree(volume, item, place, false, failures); });
-    });
+               return ToFreePlace(volume, item, target, failures,
+                                  [&](const VolumePath& place) { return CopyTree(volume, item, place, false, failures); });
+           });
 }
 
 bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, std::vector<MemberFailure>& failures) {
@@ -162,7 +162,8 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
         return false;
     if (!source.IsFolder()) {
         const bool isMoved = Try(source, failures, [&] { Rename(volume, source.entry->path, target); });
-        if (!isMoved && failures.back().status == 500 && !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent()))
+        if (!isMoved && failures.back().status == 500 &&
+            !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent()))
             failures.back().status = 507;
         return isMoved;
     }
@@ -175,7 +176,8 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
     if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
         return false;
     const bool whole = ForEachMember(volume, source, failures, [&](const Resource& item) {
-        return ToFreePlace(volume, item, target, failures, [&](const VolumePath& place) { return MoveTree(volume, item, place, failures); });
+        return ToFreePlace(volume, item, target, failures,
+                           [&](const VolumePath& place) { return MoveTree(volume, item, place, failures); });
     });
     return whole && Try(source, failures, [&] { DeleteAndVerify(volume, *source.entry); });
 }
@@ -206,9 +208,7 @@ SetAside::~SetAside() {
     Tell();
 }
 
-void SetAside::Tell() const {
-    PrintError("quelvol: what was at " + m_path.Shown() + " is kept at " + m_asidePath.Shown() + "\n");
-}
+void SetAside::Tell() const { PrintError("quelvol: what was at " + m_path.Shown() + " is kept at " + m_asidePath.Shown() + "\n"); }
 
 void SetAside::Discard(std::uint64_t since) {
     std::vector<MemberFailure> failures;

@@ -10,8 +10,7 @@ namespace webdav {
 bool RemoveTree(const Volume& volume, const Resource& item, std::vector<MemberFailure>& failures);
 
 // Copies a file, in place of the file that is there, or a folder to a place where nothing is. shallow: without its members.
-bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow,
-              std::vector<MemberFailure>& failures);
+bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, std::vector<MemberFailure>& failures);
 
 // Moves a file, in place of the file that is there, or a folder to a place where nothing is. A folder that goes to another
 // key or owner is copied and then removed. What could not be moved is whole where it was.

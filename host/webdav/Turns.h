@@ -15,9 +15,7 @@ inline std::counting_semaphore<limits::listingsAtOnce> g_listingTurns(limits::li
 inline std::counting_semaphore<limits::treesAtOnce> g_treeTurns(limits::treesAtOnce);
 inline std::atomic<std::size_t> g_waiting{0};
 
-[[noreturn]] inline void ThrowBusy() {
-    throw HttpError(503, "the server is busy", {}, {{"Retry-After", "10"}});
-}
+[[noreturn]] inline void ThrowBusy() { throw HttpError(503, "the server is busy", {}, {{"Retry-After", "10"}}); }
 
 // A request that waits for others, as long as the object lives. Each holds a connection, so that only some may. Throws HttpError 503.
 class Waiting {

@@ -103,9 +103,7 @@ void OnStart(void* data, const XML_Char* name, const XML_Char** attributes) {
     building.open.push_back(&node);
 }
 
-void OnEnd(void* data, const XML_Char*) {
-    static_cast<Building*>(data)->open.pop_back();
-}
+void OnEnd(void* data, const XML_Char*) { static_cast<Building*>(data)->open.pop_back(); }
 
 void OnText(void* data, const XML_Char* text, int length) {
     Building& building = *static_cast<Building*>(data);
@@ -124,9 +122,7 @@ void OnNamespace(void* data, const XML_Char* prefix, const XML_Char* space) {
         Refuse(*static_cast<Building*>(data));
 }
 
-void OnDocumentType(void* data, const XML_Char*, const XML_Char*, const XML_Char*, int) {
-    Refuse(*static_cast<Building*>(data));
-}
+void OnDocumentType(void* data, const XML_Char*, const XML_Char*, const XML_Char*, int) { Refuse(*static_cast<Building*>(data)); }
 
 std::string AttributesText(const XmlNode& node) {
     std::string text;
@@ -204,14 +200,14 @@ std::string Escaped(std::string_view text) {
             continue;
         }
         switch (unit) {
-        case '&': escaped += "&amp;"; break;
-        case '<': escaped += "&lt;"; break;
-        case '>': escaped += "&gt;"; break;
-        case '"': escaped += "&quot;"; break;
-        case '\t': escaped += "&#9;"; break;  // these three would be read back as blanks in an attribute
-        case '\n': escaped += "&#10;"; break;
-        case '\r': escaped += "&#13;"; break;
-        default: escaped += unit;
+            case '&': escaped += "&amp;"; break;
+            case '<': escaped += "&lt;"; break;
+            case '>': escaped += "&gt;"; break;
+            case '"': escaped += "&quot;"; break;
+            case '\t': escaped += "&#9;"; break;  // these three would be read back as blanks in an attribute
+            case '\n': escaped += "&#10;"; break;
+            case '\r': escaped += "&#13;"; break;
+            default: escaped += unit;
         }
     }
     return escaped;

@@ -80,10 +80,9 @@ struct VirtFindData {
     VirtualItemType itemType;
     wchar_t fileName[260];  // last component as shown, with its terminator
 };
-static_assert(sizeof(VirtFindData) == 568 && offsetof(VirtFindData, creationTime) == 8 &&
-              offsetof(VirtFindData, lastAccessTime) == 16 && offsetof(VirtFindData, lastWriteTime) == 24 &&
-              offsetof(VirtFindData, fileSize) == 32 && offsetof(VirtFindData, itemType) == 40 &&
-              offsetof(VirtFindData, fileName) == 44);
+static_assert(sizeof(VirtFindData) == 568 && offsetof(VirtFindData, creationTime) == 8 && offsetof(VirtFindData, lastAccessTime) == 16 &&
+              offsetof(VirtFindData, lastWriteTime) == 24 && offsetof(VirtFindData, fileSize) == 32 &&
+              offsetof(VirtFindData, itemType) == 40 && offsetof(VirtFindData, fileName) == 44);
 
 struct VirtMountInfo {
     ProtectedFolderType type;
@@ -152,9 +151,9 @@ public:
     // 11: closes the item. A changed encrypted file is encrypted here, on this thread; when that fails, and the file is not locked, a
     // folder for a backup is asked for, on a screen that somebody sees: not while the process's window station is invisible, as a
     // service's is or as a server may choose (SetProcessWindowStation). Failing that the edit stays in its temp file, to be tried again
-    // at the next close. When the container is not the one any more that this handle's user knows, or was locked since the open, the
-    // edit is saved beside it under a conflict name, and a deletion leaves it; the trace says so.
-    // In this slot and up to 19, findData may be null and only serves the trace log; it is never written.
+    // at the next close of a handle that read or wrote it. When the container is not the one any more that this handle's user knows, or was
+    // locked since the open, the edit is saved beside it under a conflict name, and a deletion leaves it; the trace says so. In this slot
+    // and up to 19, findData may be null and only serves the trace log; it is never written.
     virtual void CloseFile(void* hFile, VirtFindData* findData) = 0;
     // 12, 13: mark the item for deletion at its close, and take the mark back. Until then a file can only be described, undeleted
     // and closed. A plain file must have been opened with DELETE (VVS_AccessDenied, also in slot 14), a link with
@@ -176,10 +175,8 @@ public:
     // to another with a policy or without, as itself (VVS_GeneralError). It is not moved while something in it is open or locked, nor
     // when a mount folder lies in it (VVS_AccessDenied), and never to another's place (VVS_PathAlreadyExists). A copy goes into a
     // folder that is there, replaces files of the same names, and may end half done.
-    virtual VirtualVolumeStatus MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
-                                          const wchar_t* newFileLockToken) = 0;
-    virtual VirtualVolumeStatus CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
-                                          const wchar_t* newFileLockToken) = 0;
+    virtual VirtualVolumeStatus MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) = 0;
+    virtual VirtualVolumeStatus CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) = 0;
     // 17, 18: fileOffset in bytes; 0xFFFFFFFF means the current position. *actualSize (may be null) is zeroed first and
     // receives the bytes done. Reading at or past the end succeeds with 0 bytes.
     virtual VirtualVolumeStatus ReadFile(void* hFile, std::uint64_t fileOffset, void* data, std::uint32_t requestedSize,
@@ -200,10 +197,10 @@ public:
     // 23: takes a lock (scope, type, timeout and owner are read); lockInfo->token receives its token. A missing file is
     // created empty and goes with its last lock unless something was, or is then, written. While locked, the file is held open
     // against other writers. Open handles that write or delete a plain file or do not share that, the host's own too, and those that are
-    // left of an earlier lock refuse the lock (VVS_Locked). An encrypted file's handle that was opened before does not know the lock:
-    // its edit is saved under a conflict name. VVS_LockScopeViolation beside an exclusive lock, VVS_Locked or VVS_Unauthorized when the
-    // file cannot be held, VVS_BadRequest for a folder or a link, VVS_InvalidParameter for a missing file whose name
-    // could not be stored. Waits for up to two seconds for others who hold the file.
+    // left of an earlier lock refuse the lock (VVS_Locked; VVS_Unauthorized when that lock's end deleted the file). An encrypted file's
+    // handle that was opened before does not know the lock: its edit is saved under a conflict name. VVS_LockScopeViolation beside an
+    // exclusive lock, VVS_Locked or VVS_Unauthorized when the file cannot be held, VVS_BadRequest for a folder or a link,
+    // VVS_InvalidParameter for a missing file whose name could not be stored. Waits for up to two seconds for others who hold the file.
     virtual VirtualVolumeStatus Lock(const wchar_t* filePath, LockInfo* lockInfo) = 0;
     // 24: releases the lock with exactly this token.
     virtual VirtualVolumeStatus Unlock(const wchar_t* filePath, const wchar_t* lockToken) = 0;

@@ -45,12 +45,12 @@ protected:
 // counted) and returns how many; 0 means not set.
 class IHalvaneBoxConfig : public IQuelcryptBase {
 public:
-    virtual void Reserved2() = 0;                                                      // 2
-    virtual std::uint32_t GetTargetKeyId(char* buffer, std::uint32_t capacity) = 0;    // 3
-    virtual void Reserved4() = 0;                                                      // 4
-    virtual std::uint32_t GetOwnerId(char* buffer, std::uint32_t capacity) = 0;        // 5
-    virtual void Reserved6() = 0;                                                      // 6
-    virtual std::uint32_t GetPolicy(char* buffer, std::uint32_t capacity) = 0;         // 7
+    virtual void Reserved2() = 0;                                                    // 2
+    virtual std::uint32_t GetTargetKeyId(char* buffer, std::uint32_t capacity) = 0;  // 3
+    virtual void Reserved4() = 0;                                                    // 4
+    virtual std::uint32_t GetOwnerId(char* buffer, std::uint32_t capacity) = 0;      // 5
+    virtual void Reserved6() = 0;                                                    // 6
+    virtual std::uint32_t GetPolicy(char* buffer, std::uint32_t capacity) = 0;       // 7
 
 protected:
     ~IHalvaneBoxConfig() = default;
@@ -85,8 +85,8 @@ class IProtectedFolderEnum : public IQuelcryptBase {
 public:
     // 2: non-zero stores the next folder, which the caller releases; 0: there are no more.
     virtual std::int32_t Next(IProtectedFolder** folder) = 0;
-    virtual void Reserved3() = 0;                // 3
-    virtual void Reserved4() = 0;                // 4
+    virtual void Reserved3() = 0;                  // 3
+    virtual void Reserved4() = 0;                  // 4
     virtual std::uint32_t GetChangeCounter() = 0;  // 5: differs whenever the folder set does
 
 protected:
@@ -156,7 +156,6 @@ IFileReader* Quelcrypt_FileReaderFactory(IHvcStringW* containerPath);
 // virtualFileSpec is the name to store. sourcePath, attributes and times describe the plain file, whose content comes
 // through Write. mode is 2, chunkSize 32768. Null when the container cannot be written.
 IFileWriter* Quelcrypt_FileWriterFactory(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
-                                         std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite,
-                                         const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation, std::int32_t mode,
-                                         std::uint32_t chunkSize, void* null);
+                                         std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
+                                         const SYSTEMTIME* creation, std::int32_t mode, std::uint32_t chunkSize, void* null);
 }

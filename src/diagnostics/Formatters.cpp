@@ -19,26 +19,37 @@ struct NamedBits {
     std::uint32_t bits;
     const wchar_t* name;
 };
-#define QC_NAMED_BITS(constant) NamedBits{constant, L"" #constant}
+#define QC_NAMED_BITS(constant) \
+    NamedBits { constant, L"" #constant }
 
 constexpr std::array kAccessBits{
-    QC_NAMED_BITS(FILE_GENERIC_EXECUTE),  QC_NAMED_BITS(FILE_GENERIC_READ),      QC_NAMED_BITS(FILE_GENERIC_WRITE),
-    QC_NAMED_BITS(FILE_READ_DATA),        QC_NAMED_BITS(FILE_LIST_DIRECTORY),    QC_NAMED_BITS(FILE_WRITE_DATA),
-    QC_NAMED_BITS(FILE_ADD_FILE),         QC_NAMED_BITS(FILE_APPEND_DATA),       QC_NAMED_BITS(FILE_ADD_SUBDIRECTORY),
-    QC_NAMED_BITS(FILE_CREATE_PIPE_INSTANCE), QC_NAMED_BITS(FILE_READ_EA),       QC_NAMED_BITS(FILE_WRITE_EA),
-    QC_NAMED_BITS(FILE_EXECUTE),          QC_NAMED_BITS(FILE_TRAVERSE),          QC_NAMED_BITS(FILE_DELETE_CHILD),
-    QC_NAMED_BITS(FILE_READ_ATTRIBUTES),  QC_NAMED_BITS(FILE_WRITE_ATTRIBUTES),  QC_NAMED_BITS(GENERIC_READ),
+    QC_NAMED_BITS(FILE_GENERIC_EXECUTE),  QC_NAMED_BITS(FILE_GENERIC_READ),
+    QC_NAMED_BITS(FILE_GENERIC_WRITE),    QC_NAMED_BITS(FILE_READ_DATA),
+    QC_NAMED_BITS(FILE_LIST_DIRECTORY),   QC_NAMED_BITS(FILE_WRITE_DATA),
+    QC_NAMED_BITS(FILE_ADD_FILE),         QC_NAMED_BITS(FILE_APPEND_DATA),
+    QC_NAMED_BITS(FILE_ADD_SUBDIRECTORY), QC_NAMED_BITS(FILE_CREATE_PIPE_INSTANCE),
+    QC_NAMED_BITS(FILE_READ_EA),          QC_NAMED_BITS(FILE_WRITE_EA),
+    QC_NAMED_BITS(FILE_EXECUTE),          QC_NAMED_BITS(FILE_TRAVERSE),
+    QC_NAMED_BITS(FILE_DELETE_CHILD),     QC_NAMED_BITS(FILE_READ_ATTRIBUTES),
+    QC_NAMED_BITS(FILE_WRITE_ATTRIBUTES), QC_NAMED_BITS(GENERIC_READ),
     QC_NAMED_BITS(GENERIC_WRITE),         QC_NAMED_BITS(DELETE),
 };
 constexpr std::array kShareBits{QC_NAMED_BITS(FILE_SHARE_READ), QC_NAMED_BITS(FILE_SHARE_WRITE), QC_NAMED_BITS(FILE_SHARE_DELETE)};
 constexpr std::array kAttributeBits{
-    QC_NAMED_BITS(FILE_ATTRIBUTE_READONLY),   QC_NAMED_BITS(FILE_ATTRIBUTE_HIDDEN),
-    QC_NAMED_BITS(FILE_ATTRIBUTE_SYSTEM),     QC_NAMED_BITS(FILE_ATTRIBUTE_DIRECTORY),
-    QC_NAMED_BITS(FILE_ATTRIBUTE_ARCHIVE),    QC_NAMED_BITS(FILE_ATTRIBUTE_DEVICE),
-    QC_NAMED_BITS(FILE_ATTRIBUTE_NORMAL),     QC_NAMED_BITS(FILE_ATTRIBUTE_TEMPORARY),
-    QC_NAMED_BITS(FILE_ATTRIBUTE_SPARSE_FILE), QC_NAMED_BITS(FILE_ATTRIBUTE_REPARSE_POINT),
-    QC_NAMED_BITS(FILE_ATTRIBUTE_COMPRESSED), QC_NAMED_BITS(FILE_ATTRIBUTE_OFFLINE),
-    QC_NAMED_BITS(FILE_ATTRIBUTE_NOT_CONTENT_INDEXED), QC_NAMED_BITS(FILE_ATTRIBUTE_ENCRYPTED),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_READONLY),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_HIDDEN),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_SYSTEM),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_DIRECTORY),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_ARCHIVE),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_DEVICE),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_NORMAL),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_TEMPORARY),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_SPARSE_FILE),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_REPARSE_POINT),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_COMPRESSED),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_OFFLINE),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_NOT_CONTENT_INDEXED),
+    QC_NAMED_BITS(FILE_ATTRIBUTE_ENCRYPTED),
     QC_NAMED_BITS(FILE_ATTRIBUTE_VIRTUAL),
 };
 #undef QC_NAMED_BITS
@@ -47,26 +58,43 @@ struct NamedValue {
     std::uint32_t value;
     const wchar_t* name;
 };
-#define QC_NAMED_VALUE(constant) NamedValue{static_cast<std::uint32_t>(constant), L"" #constant}
+#define QC_NAMED_VALUE(constant) \
+    NamedValue { static_cast<std::uint32_t>(constant), L"" #constant }
 
 constexpr std::array kDispositions{NamedValue{1, L"CREATE_NEW"}, NamedValue{2, L"CREATE_ALWAYS"}, NamedValue{3, L"OPEN_EXISTING"},
                                    NamedValue{4, L"OPEN_ALWAYS"}, NamedValue{5, L"TRUNCATE_EXISTING"}};
-constexpr std::array kItemTypes{QC_NAMED_VALUE(VIT_Root),      QC_NAMED_VALUE(VIT_MountFolder),   QC_NAMED_VALUE(VIT_Folder),
-                                QC_NAMED_VALUE(VIT_PlainFile), QC_NAMED_VALUE(VIT_EncryptedFile), QC_NAMED_VALUE(VIT_EncryptedFileInConflict)};
+constexpr std::array kItemTypes{QC_NAMED_VALUE(VIT_Root),          QC_NAMED_VALUE(VIT_MountFolder),
+                                QC_NAMED_VALUE(VIT_Folder),        QC_NAMED_VALUE(VIT_PlainFile),
+                                QC_NAMED_VALUE(VIT_EncryptedFile), QC_NAMED_VALUE(VIT_EncryptedFileInConflict)};
 constexpr std::array kFolderTypes{QC_NAMED_VALUE(PFT_Root), QC_NAMED_VALUE(PFT_Dropbox), QC_NAMED_VALUE(PFT_General),
                                   QC_NAMED_VALUE(PFT_Invalid)};
 constexpr std::array kStatuses{
-    QC_NAMED_VALUE(VVS_Success),           QC_NAMED_VALUE(VVS_PathNotFound),       QC_NAMED_VALUE(VVS_PathAlreadyExists),
-    QC_NAMED_VALUE(VVS_MountFolderNotFound), QC_NAMED_VALUE(VVS_QuelcryptException), QC_NAMED_VALUE(VVS_Locked),
-    QC_NAMED_VALUE(VVS_LockScopeViolation), QC_NAMED_VALUE(VVS_LockTokenNotFound), QC_NAMED_VALUE(VVS_FileNotLocked),
-    QC_NAMED_VALUE(VVS_Unauthorized),      QC_NAMED_VALUE(VVS_BadRequest),         QC_NAMED_VALUE(VVS_PreConditionFailed),
-    QC_NAMED_VALUE(VVS_FileNotFound),      QC_NAMED_VALUE(VVS_AccessDenied),       QC_NAMED_VALUE(VVS_InvalidParameter),
-    QC_NAMED_VALUE(VSS_FileExists),        QC_NAMED_VALUE(VSS_LockViolation),      QC_NAMED_VALUE(VSS_SharingViolation),
-    QC_NAMED_VALUE(VSS_OutMemory),         QC_NAMED_VALUE(VSS_NotImplemented),     QC_NAMED_VALUE(VSS_DecryptError),
-    QC_NAMED_VALUE(VSS_EncryptError),      QC_NAMED_VALUE(VVS_GeneralError),
+    QC_NAMED_VALUE(VVS_Success),
+    QC_NAMED_VALUE(VVS_PathNotFound),
+    QC_NAMED_VALUE(VVS_PathAlreadyExists),
+    QC_NAMED_VALUE(VVS_MountFolderNotFound),
+    QC_NAMED_VALUE(VVS_QuelcryptException),
+    QC_NAMED_VALUE(VVS_Locked),
+    QC_NAMED_VALUE(VVS_LockScopeViolation),
+    QC_NAMED_VALUE(VVS_LockTokenNotFound),
+    QC_NAMED_VALUE(VVS_FileNotLocked),
+    QC_NAMED_VALUE(VVS_Unauthorized),
+    QC_NAMED_VALUE(VVS_BadRequest),
+    QC_NAMED_VALUE(VVS_PreConditionFailed),
+    QC_NAMED_VALUE(VVS_FileNotFound),
+    QC_NAMED_VALUE(VVS_AccessDenied),
+    QC_NAMED_VALUE(VVS_InvalidParameter),
+    QC_NAMED_VALUE(VSS_FileExists),
+    QC_NAMED_VALUE(VSS_LockViolation),
+    QC_NAMED_VALUE(VSS_SharingViolation),
+    QC_NAMED_VALUE(VSS_OutMemory),
+    QC_NAMED_VALUE(VSS_NotImplemented),
+    QC_NAMED_VALUE(VSS_DecryptError),
+    QC_NAMED_VALUE(VSS_EncryptError),
+    QC_NAMED_VALUE(VVS_GeneralError),
 };
 constexpr std::array kHResults{
-    QC_NAMED_VALUE(S_OK),          QC_NAMED_VALUE(E_FAIL),        QC_NAMED_VALUE(E_INVALIDARG),  QC_NAMED_VALUE(E_NOTIMPL),
+    QC_NAMED_VALUE(S_OK),          QC_NAMED_VALUE(E_FAIL),        QC_NAMED_VALUE(E_INVALIDARG), QC_NAMED_VALUE(E_NOTIMPL),
     QC_NAMED_VALUE(E_NOINTERFACE), QC_NAMED_VALUE(E_OUTOFMEMORY), QC_NAMED_VALUE(E_UNEXPECTED), QC_NAMED_VALUE(E_ACCESSDENIED),
 };
 #undef QC_NAMED_VALUE
@@ -185,21 +213,20 @@ std::wstring FormatFileTimeStr(std::uint64_t fileTime) {
 std::wstring FormatFindDataStr(const VirtFindData* findData) {
     if (!findData)
         return L"<NULL>";
-    return FormatStr(L"Name:%s, Virtual:%s, Size:%s, Attr:%s, Create:%s, Write:%s, Access:%s",
-                     std::wstring(BoundedText(findData->fileName)), FormatItemTypeStr(findData->itemType),
-                     FormatInt64Str(findData->fileSize), FormatFileAttributesStr(findData->fileAttributes),
-                     FormatFileTimeStr(findData->creationTime), FormatFileTimeStr(findData->lastWriteTime),
-                     FormatFileTimeStr(findData->lastAccessTime));
+    return FormatStr(
+        L"Name:%s, Virtual:%s, Size:%s, Attr:%s, Create:%s, Write:%s, Access:%s", std::wstring(BoundedText(findData->fileName)),
+        FormatItemTypeStr(findData->itemType), FormatInt64Str(findData->fileSize), FormatFileAttributesStr(findData->fileAttributes),
+        FormatFileTimeStr(findData->creationTime), FormatFileTimeStr(findData->lastWriteTime), FormatFileTimeStr(findData->lastAccessTime));
 }
 
 std::wstring FormatRawFindDataStr(const WIN32_FIND_DATAW* findData) {
     if (!findData)
         return L"<NULL>";
     const auto size = static_cast<std::int64_t>(Joined(findData->nFileSizeHigh, findData->nFileSizeLow));
-    return FormatStr(L"Name:%s, Size:%s, Attr:%s, Create:%s, Write:%s, Access:%s", std::wstring(BoundedText(findData->cFileName)),
-                     FormatInt64Str(size), FormatFileAttributesStr(findData->dwFileAttributes),
-                     FormatFileTimeStr(FileTimeNumber(findData->ftCreationTime)), FormatFileTimeStr(FileTimeNumber(findData->ftLastWriteTime)),
-                     FormatFileTimeStr(FileTimeNumber(findData->ftLastAccessTime)));
+    return FormatStr(
+        L"Name:%s, Size:%s, Attr:%s, Create:%s, Write:%s, Access:%s", std::wstring(BoundedText(findData->cFileName)), FormatInt64Str(size),
+        FormatFileAttributesStr(findData->dwFileAttributes), FormatFileTimeStr(FileTimeNumber(findData->ftCreationTime)),
+        FormatFileTimeStr(FileTimeNumber(findData->ftLastWriteTime)), FormatFileTimeStr(FileTimeNumber(findData->ftLastAccessTime)));
 }
 
 std::wstring FormatMountInfoStr(std::uint32_t type, const wchar_t* name, const wchar_t* path) {

@@ -14,10 +14,12 @@
 // wide texts only; a null text shows as "<NULL>".
 std::wstring FormatArgs(const wchar_t* format, ...);
 
+template <class Value>
+concept Arithmetic = std::is_arithmetic_v<Value>;
+
 inline const wchar_t* AsFormatArg(const wchar_t* text) { return text ? text : L"<NULL>"; }
 inline const wchar_t* AsFormatArg(const std::wstring& text) { return text.c_str(); }
-template <class Value>
-    requires std::is_arithmetic_v<Value>
+template <Arithmetic Value>
 Value AsFormatArg(Value value) {
     return value;
 }

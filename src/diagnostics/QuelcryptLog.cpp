@@ -58,7 +58,8 @@ private:
 
 // What clients send must not look like lines of the log.
 std::wstring OneLineStr(std::wstring text) {
-    std::replace_if(text.begin(), text.end(), [](wchar_t unit) { return unit < L' '; }, L' ');
+    std::replace_if(
+        text.begin(), text.end(), [](wchar_t unit) { return unit < L' '; }, L' ');
     return text;
 }
 
@@ -242,11 +243,11 @@ std::wstring QuelcryptLog::RenderFixed(const Line& line) const {
     const wchar_t* const functionName = m_functionName ? m_functionName : L"";
     const int depth = NestingDepth::Get() + 1;
     if (!m_thisPointer)
-        return FormatStr(L"%s[%s.%s]%s %s[%s] %s[%d] %s %s\n", m_indent, processId, threadId, time, level, m_component, line.kind,
-                         depth, functionName, OneLineStr(*line.message));
+        return FormatStr(L"%s[%s.%s]%s %s[%s] %s[%d] %s %s\n", m_indent, processId, threadId, time, level, m_component, line.kind, depth,
+                         functionName, OneLineStr(*line.message));
     const std::wstring address = FormatHexStr(reinterpret_cast<std::uintptr_t>(m_thisPointer), false, false);
-    return FormatStr(L"%s[%s.%s]%s %s[%s] %s[%d] this[%s]->%s %s\n", m_indent, processId, threadId, time, level, m_component,
-                     line.kind, depth, address, functionName, OneLineStr(*line.message));
+    return FormatStr(L"%s[%s.%s]%s %s[%s] %s[%d] this[%s]->%s %s\n", m_indent, processId, threadId, time, level, m_component, line.kind,
+                     depth, address, functionName, OneLineStr(*line.message));
 }
 
 std::wstring QuelcryptLog::ReturnResultStr() const {

@@ -18,6 +18,9 @@
 #include "library/Win32Error.h"
 #include "quelcrypt/QuelcryptLib.h"
 
+template <class Value>
+concept Enumeration = std::is_enum_v<Value>;
+
 class QuelcryptLog {
 public:
     // functionName and fileName must outlive the object; thisPointer is null for a free function. Writes nothing.
@@ -100,8 +103,7 @@ private:
     void Record(const void* handle) noexcept;
     void Record(std::int32_t result) noexcept;
     // The other enumerations that functions return: errors by number.
-    template <class Number>
-        requires std::is_enum_v<Number>
+    template <Enumeration Number>
     void Record(Number number) noexcept {
         Record(static_cast<std::int32_t>(number));
     }

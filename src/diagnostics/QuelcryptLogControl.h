@@ -46,12 +46,9 @@ public:
 
     bool m_alwaysOn = false;  // log whatever the level, to the debugger too
     std::wstring m_filter;    // empty: every line passes
-    std::wstring m_messageTemplate =
-        L"%NESTEDPADDING%[%THREADID%]%TIME%.%TIMEMILLISEC% %THIS%%FUNCNAME% %LOGMESSAGE%\n";
-    std::wstring m_enterTemplate =
-        L"%NESTEDPADDING%[%THREADID%]%TIME%.%TIMEMILLISEC% ENTER %THIS%%FUNCNAME% %LOGMESSAGE%\n";
-    std::wstring m_leaveTemplate =
-        L"%NESTEDPADDING%[%THREADID%]%TIME%.%TIMEMILLISEC% LEAVE(%EXECTIME%) %THIS%%FUNCNAME% %LOGMESSAGE%\n";
+    std::wstring m_messageTemplate = L"%NESTEDPADDING%[%THREADID%]%TIME%.%TIMEMILLISEC% %THIS%%FUNCNAME% %LOGMESSAGE%\n";
+    std::wstring m_enterTemplate = L"%NESTEDPADDING%[%THREADID%]%TIME%.%TIMEMILLISEC% ENTER %THIS%%FUNCNAME% %LOGMESSAGE%\n";
+    std::wstring m_leaveTemplate = L"%NESTEDPADDING%[%THREADID%]%TIME%.%TIMEMILLISEC% LEAVE(%EXECTIME%) %THIS%%FUNCNAME% %LOGMESSAGE%\n";
     LogTemplate m_message;
     LogTemplate m_enter;
     LogTemplate m_leave;

@@ -18,6 +18,7 @@ consteval const wchar_t* BaseName(const wchar_t* path) {
 }
 }  // namespace trace_detail
 
+// clang-format off
 // The source file that lines name. A class whose source is spread over several files names one for all of them.
 #define QC_TRACE_FILE trace_detail::BaseName(L"" __FILE__)
 #define QC_TRACE_OBJECT(object, functionName, ...)                       \
@@ -41,7 +42,7 @@ consteval const wchar_t* BaseName(const wchar_t* path) {
     qcLog.LogFailedCheck(text, [&] { return FormatStatusStr(status); }, [&] { return FormatStr(__VA_ARGS__); })
 
 // Unless condition holds: logs as QC_REPORT does and returns result, which may still ask for the last error.
-#define QC_CHECK(condition, result, text, ...)  \
+#define QC_CHECK_OR_RETURN(condition, result, text, ...)  \
     do {                                        \
         if (!(condition)) {                     \
             const auto qcResult = (result);     \
@@ -50,7 +51,7 @@ consteval const wchar_t* BaseName(const wchar_t* path) {
         }                                       \
     } while (false)
 // Unless the expression is VVS_Success: logs as QC_REPORT_STATUS does and returns the status.
-#define QC_CHECK_STATUS(expression, text, ...)                  \
+#define QC_CHECK_STATUS_OR_RETURN(expression, text, ...)                  \
     do {                                                        \
         const VirtualVolumeStatus qcStatus = (expression);      \
         if (qcStatus != VVS_Success) {                          \
@@ -58,3 +59,4 @@ consteval const wchar_t* BaseName(const wchar_t* path) {
             return qcLog.Leave(qcStatus);                       \
         }                                                       \
     } while (false)
+// clang-format on

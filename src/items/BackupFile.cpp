@@ -51,10 +51,10 @@ bool PickFolderForBackup(const std::wstring& zipFilePath, std::wstring& folderPa
     browseInfo.ulFlags = BIF_RETURNONLYFSDIRS | BIF_EDITBOX | BIF_VALIDATE | BIF_NEWDIALOGSTYLE;
     static_assert((BIF_RETURNONLYFSDIRS | BIF_EDITBOX | BIF_VALIDATE | BIF_NEWDIALOGSTYLE) == 0x71);
     const ShellMemoryPtr<ITEMIDLIST> backupFolderPidl(reinterpret_cast<ITEMIDLIST*>(SHBrowseForFolderW(&browseInfo)));
-    QC_CHECK(static_cast<bool>(backupFolderPidl), false, L"backupFolderPidl != 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(static_cast<bool>(backupFolderPidl), false, L"backupFolderPidl != 0 =>false%s, ");
     wchar_t path[MAX_PATH];
     const BOOL backupFolderRetrieved = SHGetPathFromIDListW(backupFolderPidl.Get(), path);
-    QC_CHECK(backupFolderRetrieved, false, L"backupFolderRetrieved != 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(backupFolderRetrieved, false, L"backupFolderRetrieved != 0 =>false%s, ");
     folderPath = path;
     return qcLog.Leave(true);
 }
@@ -81,12 +81,11 @@ bool BackupTempFile(const std::wstring& srcFilePath, const std::wstring& zipFile
         const ComForPrompt com;
         folderForBackupIsPicked = PickFolderForBackup(zipFilePath, backupFolderPath);
     }
-    QC_CHECK(folderForBackupIsPicked, false, L"folderForBackupIsPicked =>false%s, ");
+    QC_CHECK_OR_RETURN(folderForBackupIsPicked, false, L"folderForBackupIsPicked =>false%s, ");
     const std::wstring destFilePath = FreeBackupPath(backupFolderPath, itemName);
     const Win32Error copied = CopyWholeFile(srcFilePath, destFilePath);
-    QC_CHECK(copied == Win32Error::None, false,
-             L"::CopyFileW(srcFilePath, destFilePath, 1) != 0 =>false%s,  %s", L"Src[%s], Dest[%s], Error[%s]", srcFilePath, destFilePath,
-             SystemErrorStr(static_cast<DWORD>(copied)));
+    QC_CHECK_OR_RETURN(copied == Win32Error::None, false, L"::CopyFileW(srcFilePath, destFilePath, 1) != 0 =>false%s,  %s",
+                       L"Src[%s], Dest[%s], Error[%s]", srcFilePath, destFilePath, SystemErrorStr(static_cast<DWORD>(copied)));
     QC_LOG(L"CopyFile is Succesfull. Src[%s], Dest[%s]", srcFilePath, destFilePath);
     return qcLog.Leave(true);
 }

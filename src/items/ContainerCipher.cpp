@@ -50,12 +50,12 @@ private:
 VirtualVolumeStatus CopyLockedContainer(const LockedFile& lock, const std::wstring& tempZipFilePath) {
     QC_TRACE(L"VirtualFile::CopyLockedContainer", L"destFilePath[%s]", tempZipFilePath);
     UniqueHandle hTempZip;
-    QC_CHECK_STATUS(VirtualItem::CreateFileW(tempZipFilePath, GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL,
-                                             hTempZip),
-                    L"CreateFileW(tempZipFilePath, (0x40000000L), 0x00000001, 2, 0x80, hTempZip) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(
+        VirtualItem::CreateFileW(tempZipFilePath, GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, hTempZip),
+        L"CreateFileW(tempZipFilePath, (0x40000000L), 0x00000001, 2, 0x80, hTempZip) =>%s, ");
     const SectionGuard guard(lock.content->section);
-    QC_CHECK(file_content::CopyFileW(lock.hFile.Get(), hTempZip.Get()), StatusFromLastError(),
-             L"CopyFileW(m_hLockedFile, hTempZip) =>false%s, ");
+    QC_CHECK_OR_RETURN(file_content::CopyFileW(lock.hFile.Get(), hTempZip.Get()), StatusFromLastError(),
+                       L"CopyFileW(m_hLockedFile, hTempZip) =>false%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
@@ -64,19 +64,20 @@ VirtualVolumeStatus DecryptContainer(const std::wstring& containerPath, const st
     try {
         const LibraryString path = MakeLibraryString(containerPath);
         const LibraryPtr<IFileReader> reader(CallCompanion([&] { return Quelcrypt_FileReaderFactory(path.Get()); }));
-        QC_CHECK(static_cast<bool>(reader), VSS_DecryptError, L"reader != 0 =>false%s, ");
+        QC_CHECK_OR_RETURN(static_cast<bool>(reader), VSS_DecryptError, L"reader != 0 =>false%s, ");
         FilePointer filePointer(hDestFile, 0);
-        QC_CHECK(filePointer.PointerWasSet(), StatusFromLastError(), L"filePointer.PointerWasSet() =>false%s, ");
+        QC_CHECK_OR_RETURN(filePointer.PointerWasSet(), StatusFromLastError(), L"filePointer.PointerWasSet() =>false%s, ");
         QC_LOG(L"Dest file original pos[%s]", FormatInt64Str(filePointer.OriginalPosition()));
         while (CallCompanion([&] { return reader->Advance(); }) != 0) {
             const DWORD length = CallCompanion([&] { return reader->GetDataLength(); });
             const void* const data = CallCompanion([&] { return reader->GetData(); });
-            QC_CHECK(data != nullptr || length == 0, VSS_DecryptError, L"reader->GetData() != 0 =>false%s, ");
+            QC_CHECK_OR_RETURN(data != nullptr || length == 0, VSS_DecryptError, L"reader->GetData() != 0 =>false%s, ");
             DWORD bytesWritten = 0;
-            QC_CHECK(length == 0 || (file_content::WriteFile(destFilePath, hDestFile, data, length, &bytesWritten) && bytesWritten == length),
-                     StatusFromLastError(),
-                     L"WriteFile(destFilePath, hDestFile, reader->GetData(), reader->GetDataLength(), &bytesWritten) && bytesWritten == "
-                     L"reader->GetDataLength() =>false%s, ");
+            QC_CHECK_OR_RETURN(
+                length == 0 || (file_content::WriteFile(destFilePath, hDestFile, data, length, &bytesWritten) && bytesWritten == length),
+                StatusFromLastError(),
+                L"WriteFile(destFilePath, hDestFile, reader->GetData(), reader->GetDataLength(), &bytesWritten) && bytesWritten == "
+                L"reader->GetDataLength() =>false%s, ");
         }
         return qcLog.Leave(VVS_Success);
     } catch (const CQuelcryptErrorException& exception) {
@@ -84,9 +85,11 @@ VirtualVolumeStatus DecryptContainer(const std::wstring& containerPath, const st
             QC_LOG_AT(LogLevel_Error, L"Exception[%s], srcFilePath[%s], destFilePath[%s]", exception.GetDescription(), containerPath,
                       destFilePath);
         else
-            QC_REPORT_STATUS(VSS_DecryptError, L"VSS_DecryptError =>%s,  %s", L"Exception, srcFilePath[%s], destFilePath[%s]", containerPath, destFilePath);
+            QC_REPORT_STATUS(VSS_DecryptError, L"VSS_DecryptError =>%s,  %s", L"Exception, srcFilePath[%s], destFilePath[%s]",
+                             containerPath, destFilePath);
     } catch (...) {
-        QC_REPORT_STATUS(VSS_DecryptError, L"VSS_DecryptError =>%s,  %s", L"Exception, srcFilePath[%s], destFilePath[%s]", containerPath, destFilePath);
+        QC_REPORT_STATUS(VSS_DecryptError, L"VSS_DecryptError =>%s,  %s", L"Exception, srcFilePath[%s], destFilePath[%s]", containerPath,
+                         destFilePath);
     }
     return qcLog.Leave(VSS_DecryptError);
 }
@@ -118,17 +121,18 @@ void UpdateLockRecord(QuelcryptLog& qcLog, const std::wstring& zipFilePath, cons
 VirtualVolumeStatus WriteAll(IFileWriter& writer, const container_cipher::PlainSource& source) {
     QC_TRACE(L"WriteAll");
     FilePointer filePointer(source.hFile, 0);
-    QC_CHECK(filePointer.PointerWasSet(), StatusFromLastError(), L"filePointer.PointerWasSet() =>false%s, ");
+    QC_CHECK_OR_RETURN(filePointer.PointerWasSet(), StatusFromLastError(), L"filePointer.PointerWasSet() =>false%s, ");
     QC_LOG(L"File original pos[%s]", FormatInt64Str(filePointer.OriginalPosition()));
     const auto writeBuffer = std::make_unique<char[]>(file_content::kChunkBytes);
     for (;;) {
         DWORD bytesToWrite = 0;
-        QC_CHECK(file_content::ReadFile(source.path, source.hFile, writeBuffer.get(), &bytesToWrite), StatusFromLastError(),
-                 L"ReadFile(openedFilePath, m_hFile, writeBuffer, (sizeof(*RtlpNumberOf(writeBuffer))), &bytesToWrite) =>false%s, ");
+        QC_CHECK_OR_RETURN(
+            file_content::ReadFile(source.path, source.hFile, writeBuffer.get(), &bytesToWrite), StatusFromLastError(),
+            L"ReadFile(openedFilePath, m_hFile, writeBuffer, (sizeof(*RtlpNumberOf(writeBuffer))), &bytesToWrite) =>false%s, ");
         if (bytesToWrite == 0)
             return qcLog.Leave(VVS_Success);
-        QC_CHECK(CallCompanion([&] { return writer.Write(writeBuffer.get(), bytesToWrite); }), VSS_EncryptError,
-                 L"writer->Write(writeBuffer, bytesToWrite) =>false%s, ");
+        QC_CHECK_OR_RETURN(CallCompanion([&] { return writer.Write(writeBuffer.get(), bytesToWrite); }), VSS_EncryptError,
+                           L"writer->Write(writeBuffer, bytesToWrite) =>false%s, ");
     }
 }
 
@@ -142,8 +146,8 @@ VirtualVolumeStatus DecryptToFile(const std::wstring& containerPath, const Locke
     if (!lock.locked)
         return qcLog.Leave(DecryptContainer(containerPath, destFilePath, hDestFile));
     const TempContainer tempZip(PathStripPathStr(containerPath));
-    QC_CHECK(!tempZip.Path().empty(), VVS_GeneralError,
-             L"VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(origFilePathHalvane), tempZipFilePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(!tempZip.Path().empty(), VVS_GeneralError,
+                       L"VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(origFilePathHalvane), tempZipFilePath) =>false%s, ");
     const VirtualVolumeStatus status = CopyLockedContainer(lock, tempZip.Path());
     return qcLog.Leave(status == VVS_Success ? DecryptContainer(tempZip.Path(), destFilePath, hDestFile) : status);
 }
@@ -164,13 +168,13 @@ VirtualVolumeStatus LookAtReplaced(const std::wstring& filePath, const std::opti
     return IsStillVersion(known, now) ? VVS_Success : VVS_PathAlreadyExists;
 }
 
-VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
-                                            const PlainSource& source, const LastLook& lastLook) {
+VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec, const PlainSource& source,
+                                            const LastLook& lastLook) {
     QC_TRACE(L"VirtualFile::EncryptOpenFileInternal", L"zipFilePath[%s], virtualFileSpec[%s], srcFilePath[%s]", zipFilePath,
              virtualFileSpec, source.path);
     BY_HANDLE_FILE_INFORMATION fileInfo{};
-    QC_CHECK(GetFileInformationByHandle(source.hFile, &fileInfo), StatusFromLastError(),
-             L"GetFileInformationByHandle(m_hFile, &fileInfo) =>FALSE%s, ");
+    QC_CHECK_OR_RETURN(GetFileInformationByHandle(source.hFile, &fileInfo), StatusFromLastError(),
+                       L"GetFileInformationByHandle(m_hFile, &fileInfo) =>FALSE%s, ");
     const SYSTEMTIME lastWrite = SystemTimeOf(fileInfo.ftLastWriteTime);
     const SYSTEMTIME lastAccess = SystemTimeOf(fileInfo.ftLastAccessTime);
     const SYSTEMTIME creation = SystemTimeOf(fileInfo.ftCreationTime);
@@ -182,13 +186,13 @@ VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, con
             return Quelcrypt_FileWriterFactory(zipPath.Get(), fileSpec.Get(), sourcePath.Get(), fileInfo.dwFileAttributes, &lastWrite,
                                                &lastAccess, &creation, kWriterMode, file_content::kChunkBytes, nullptr);
         }));
-        QC_CHECK(static_cast<bool>(writer), VSS_EncryptError, L"writer != 0 =>false%s, ");
+        QC_CHECK_OR_RETURN(static_cast<bool>(writer), VSS_EncryptError, L"writer != 0 =>false%s, ");
         const VirtualVolumeStatus written = WriteAll(*writer.Get(), source);
         if (written != VVS_Success)
             return qcLog.Leave(written);
-        QC_CHECK_STATUS(lastLook(), L"lastLook() =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(lastLook(), L"lastLook() =>%s, ");
         SaveCount count(zipFilePath);
-        QC_CHECK(CallCompanion([&] { return writer->Finish(true); }), VSS_EncryptError, L"writer->Finish(true) =>false%s, ");
+        QC_CHECK_OR_RETURN(CallCompanion([&] { return writer->Finish(true); }), VSS_EncryptError, L"writer->Finish(true) =>false%s, ");
         count.Keep();
         return qcLog.Leave(VVS_Success);
     } catch (const CQuelcryptErrorException& exception) {
@@ -199,24 +203,24 @@ VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, con
     return qcLog.Leave(VSS_EncryptError);
 }
 
-VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
-                                          const PlainSource& source, const LockedFile& dest) {
-    QC_TRACE(L"VirtualFile::EncryptOpenFileLocked", L"zipFilePath[%s], virtualFileSpec[%s], srcFilePath[%s]", zipFilePath,
-             virtualFileSpec, source.path);
+VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec, const PlainSource& source,
+                                          const LockedFile& dest) {
+    QC_TRACE(L"VirtualFile::EncryptOpenFileLocked", L"zipFilePath[%s], virtualFileSpec[%s], srcFilePath[%s]", zipFilePath, virtualFileSpec,
+             source.path);
     TempContainer tempZip(PathStripPathStr(zipFilePath));
-    QC_CHECK(!tempZip.Path().empty(), VVS_GeneralError,
-             L"VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(zipFilePath), tempZipFilePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(!tempZip.Path().empty(), VVS_GeneralError,
+                       L"VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(zipFilePath), tempZipFilePath) =>false%s, ");
     // Says whose container this is: to the companion library, which has to find its key, and should it be left behind.
-    const TrackingRecord aside = TrackingRecordOf(zipFilePath, ReadFileStamp(zipFilePath).value_or(FileStamp{}), tempZip.Path(), {},
-                                                  virtualFileSpec);
+    const TrackingRecord aside =
+        TrackingRecordOf(zipFilePath, ReadFileStamp(zipFilePath).value_or(FileStamp{}), tempZip.Path(), {}, virtualFileSpec);
     if (!WriteTrackingFile(TrackingFilePathStr(tempZip.Path()), aside))
         QC_REPORT(L"WriteTrackingFile(tempZipFilePath) =>false%s, ");
-    QC_CHECK_STATUS(EncryptOpenFileInternal(tempZip.Path(), virtualFileSpec, source, [] { return VVS_Success; }),
-                    L"EncryptOpenFileInternal(tempZipFilePath, virtualFileSpec, srcFilePath) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(EncryptOpenFileInternal(tempZip.Path(), virtualFileSpec, source, [] { return VVS_Success; }),
+                              L"EncryptOpenFileInternal(tempZipFilePath, virtualFileSpec, srcFilePath) =>%s, ");
     UniqueHandle hTempFile;
-    QC_CHECK_STATUS(VirtualItem::CreateFileW(tempZip.Path(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL,
-                                             hTempFile),
-                    L"CreateFileW(tempZipFilePath, (0x80000000L), 0x00000001, 3, 0x80, hTempFile) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(
+        VirtualItem::CreateFileW(tempZip.Path(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hTempFile),
+        L"CreateFileW(tempZipFilePath, (0x80000000L), 0x00000001, 3, 0x80, hTempFile) =>%s, ");
     bool isTorn = true;
     tempZip.Keep(isTorn);  // there may be no other whole container then
     const bool isCopied = file_content::CopyIntoLockedFile(hTempFile.Get(), dest, nullptr, &isTorn);
@@ -224,7 +228,7 @@ VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const
     tempZip.Keep(isTorn);
     if (isCopied || isTorn)
         SaveCount(zipFilePath).Keep();
-    QC_CHECK(isCopied, StatusFromWin32(static_cast<Win32Error>(error)), L"CopyFileW(hTempFile, hDestFile) =>false%s, ");
+    QC_CHECK_OR_RETURN(isCopied, StatusFromWin32(static_cast<Win32Error>(error)), L"CopyFileW(hTempFile, hDestFile) =>false%s, ");
     hTempFile.Reset();
     UpdateLockRecord(qcLog, zipFilePath, virtualFileSpec, source.path);
     return qcLog.Leave(VVS_Success);

@@ -29,15 +29,15 @@ struct PlainSource {
 // Encrypts into a container at zipFilePath, to be shown as virtualFileSpec. lastLook is called when the new container is complete,
 // and has the last word: unless it answers VVS_Success, what is at zipFilePath stays, and its answer is returned.
 using LastLook = std::function<VirtualVolumeStatus()>;
-VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
-                                            const PlainSource& source, const LastLook& lastLook);
+VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec, const PlainSource& source,
+                                            const LastLook& lastLook);
 
 // The look at what a container's saver or mover is about to replace. known is the version that it may replace.
 // VVS_PathAlreadyExists: another one is there. VSS_SharingViolation: somebody is writing it at this moment.
 VirtualVolumeStatus LookAtReplaced(const std::wstring& filePath, const std::optional<FileVersion>& known);
 
 // The same into a container that a lock holds: the new one is built aside and copied in, and the lock's record follows it.
-VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
-                                          const PlainSource& source, const LockedFile& dest);
+VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const std::wstring& virtualFileSpec, const PlainSource& source,
+                                          const LockedFile& dest);
 
 }  // namespace container_cipher

@@ -74,8 +74,8 @@ bool CopyFileW(HANDLE hFileSrc, HANDLE hFileDest) {
     QC_TRACE(L"VirtualFile::CopyFileW");
     FilePointer filePointerSrc(hFileSrc, 0);
     FilePointer filePointerDest(hFileDest, 0);
-    QC_CHECK(filePointerSrc.PointerWasSet() && filePointerDest.PointerWasSet(), false,
-             L"filePointerSrc.PointerWasSet() && filePointerDest.PointerWasSet() =>false%s, ");
+    QC_CHECK_OR_RETURN(filePointerSrc.PointerWasSet() && filePointerDest.PointerWasSet(), false,
+                       L"filePointerSrc.PointerWasSet() && filePointerDest.PointerWasSet() =>false%s, ");
     const auto buffer = std::make_unique<char[]>(kChunkBytes);
     for (;;) {
         DWORD done = 0;
@@ -109,7 +109,8 @@ bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAsi
                       FlushFileBuffers(hFileDest);
     dest.content->isWritten = dest.content->isWritten || hasRoom;
     if (done) {
-        // Now, by hand: the platform's own may come when the lock's handle is closed ("WriteFile", Remarks), and would make another version.
+        // Now, by hand: the platform's own may come when the lock's handle is closed ("WriteFile", Remarks), and would make another
+        // version.
         FILETIME now{};
         GetSystemTimeAsFileTime(&now);
         FileBasicInformation times{};
@@ -129,13 +130,13 @@ bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAsi
 VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path) {
     QC_TRACE(L"CopyToNewFile", L"destFilePath[%s]", path);
     UniqueHandle hFile;
-    QC_CHECK_STATUS(VirtualItem::CreateFileW(path, kFullContentAccess, FILE_SHARE_READ, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hFile),
-                    L"CreateFileW(newFilePath, desiredAccess, 0x00000001, 1, 0x80, hNewFile) =>%s, ");
-    QC_CHECK(CopyFileW(hSource, hFile.Get()), StatusFromLastError(), L"CopyFileW(m_hFile, hNewFile) =>false%s, ");
+    QC_CHECK_STATUS_OR_RETURN(VirtualItem::CreateFileW(path, kFullContentAccess, FILE_SHARE_READ, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hFile),
+                              L"CreateFileW(newFilePath, desiredAccess, 0x00000001, 1, 0x80, hNewFile) =>%s, ");
+    QC_CHECK_OR_RETURN(CopyFileW(hSource, hFile.Get()), StatusFromLastError(), L"CopyFileW(m_hFile, hNewFile) =>false%s, ");
     BY_HANDLE_FILE_INFORMATION info{};
     if (GetFileInformationByHandle(hSource, &info))
         SetFileTime(hFile.Get(), &info.ftCreationTime, &info.ftLastAccessTime, &info.ftLastWriteTime);
-    QC_CHECK(FlushFileBuffers(hFile.Get()), StatusFromLastError(), L"FlushFileBuffers(hNewFile) =>FALSE%s, ");
+    QC_CHECK_OR_RETURN(FlushFileBuffers(hFile.Get()), StatusFromLastError(), L"FlushFileBuffers(hNewFile) =>FALSE%s, ");
     return qcLog.Leave(VVS_Success);
 }
 

@@ -1,6 +1,6 @@
 // Opening an encrypted file, and the copy that it is worked on in. How it ends is in EncryptedContentSave.cpp.
-#include "common/Halves.h"
 #include "items/EncryptedContent.h"
+#include "common/Halves.h"
 
 #include "diagnostics/Trace.h"
 #include "items/ContainerCipher.h"
@@ -84,29 +84,30 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     const std::wstring itemPath = std::wstring(WithoutContainerExtension(containerPath));
     const std::wstring fileName = PathStripPathStr(filePath);
     if (openDisposition == CREATE_NEW && !isMissing)
-        QC_CHECK(!PathExists(filePath) && !PathExists(containerPath), VSS_FileExists, L"!PathExists(containerPath) =>false%s, ");
-    QC_CHECK(fileName.find_first_of(L"*?<>|\":") == std::wstring::npos, VVS_InvalidParameter,
-             L"PathStripPathStr(filePath).find_first_of(L\"*?<>|\\\":\") == std::wstring::npos =>false%s, ");
+        QC_CHECK_OR_RETURN(!PathExists(filePath) && !PathExists(containerPath), VSS_FileExists, L"!PathExists(containerPath) =>false%s, ");
+    QC_CHECK_OR_RETURN(fileName.find_first_of(L"*?<>|\":") == std::wstring::npos, VVS_InvalidParameter,
+                       L"PathStripPathStr(filePath).find_first_of(L\"*?<>|\\\":\") == std::wstring::npos =>false%s, ");
     if (creates && !exists) {
         // Not this file's container, then, but what saving would overwrite or could not: a conflict copy, an ordinary ZIP file, a folder.
-        QC_CHECK(isMissing ? !IsExistingFolder(containerPath) : !PathExists(containerPath), VVS_PathAlreadyExists,
-                 L"!PathExists(containerPath) =>false%s, ");
+        QC_CHECK_OR_RETURN(isMissing ? !IsExistingFolder(containerPath) : !PathExists(containerPath), VVS_PathAlreadyExists,
+                           L"!PathExists(containerPath) =>false%s, ");
         // Nor may it get the name under which another document is shown.
-        QC_CHECK(!PathExists(ZipPathStr(containerPath)), VVS_PathAlreadyExists, L"!PathExists(ZipPathStr(containerPath)) =>false%s, ");
+        QC_CHECK_OR_RETURN(!PathExists(ZipPathStr(containerPath)), VVS_PathAlreadyExists,
+                           L"!PathExists(ZipPathStr(containerPath)) =>false%s, ");
         // The container is made at the close only, which would be too late to find out that it cannot be.
-        QC_CHECK(HasSaveNames(fileName), VVS_InvalidParameter, L"HasSaveNames(PathStripPathStr(filePath)) =>false%s, ");
-        QC_CHECK(IsExistingFolder(PathRemoveFileSpecStr(filePath)), VVS_PathNotFound,
-                 L"IsExistingFolder(PathRemoveFileSpecStr(filePath)) =>false%s, ");
+        QC_CHECK_OR_RETURN(HasSaveNames(fileName), VVS_InvalidParameter, L"HasSaveNames(PathStripPathStr(filePath)) =>false%s, ");
+        QC_CHECK_OR_RETURN(IsExistingFolder(PathRemoveFileSpecStr(filePath)), VVS_PathNotFound,
+                           L"IsExistingFolder(PathRemoveFileSpecStr(filePath)) =>false%s, ");
     }
     if (!creates)
-        QC_CHECK(IsExistingFile(containerPath) || VirtualTempFileDispenser::HoldsUnsavedEdit(itemPath), VVS_FileNotFound,
-                 L"IsExistingFile(containerPath) =>false%s, ");
+        QC_CHECK_OR_RETURN(IsExistingFile(containerPath) || VirtualTempFileDispenser::HoldsUnsavedEdit(itemPath), VVS_FileNotFound,
+                           L"IsExistingFile(containerPath) =>false%s, ");
     // The item works on the locked container itself, whatever the host asked for.
-    QC_CHECK_STATUS(FileLocker::GetLockedFile(containerPath.c_str(), desiredAccess, kFullContentAccess, lockToken, &m_lock),
-                    L"FileLocker::GetLockedFile(filePath + L\".zip\", desiredAccess, lockToken, m_locked, m_hLockedFile) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(FileLocker::GetLockedFile(containerPath.c_str(), desiredAccess, kFullContentAccess, lockToken, &m_lock),
+                              L"FileLocker::GetLockedFile(filePath + L\".zip\", desiredAccess, lockToken, m_locked, m_hLockedFile) =>%s, ");
     if (m_lock.locked && !creates) {
         const SectionGuard guard(m_lock.content->section);
-        QC_CHECK(!m_lock.content->isDeleted, VVS_FileNotFound, L"!m_lock.content->isDeleted =>false%s, ");
+        QC_CHECK_OR_RETURN(!m_lock.content->isDeleted, VVS_FileNotFound, L"!m_lock.content->isDeleted =>false%s, ");
     }
     m_startsEmpty = openDisposition != OPEN_EXISTING;
     m_isBaseKnown = m_startsEmpty;
@@ -130,9 +131,9 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
     const std::optional<FileVersion> container = mayNeedContainer ? StoredVersion() : std::nullopt;
     const bool decrypt = !m_startsEmpty || (content == TempContent::OfContainer && container);
     RetainedCopy copy;
-    const bool retained = VirtualTempFileDispenser::Dispense(m_state.Path(), decrypt, m_state.findData ? &*m_state.findData : nullptr,
-                                                             container, copy);
-    QC_CHECK(!copy.tempFilePath.empty(), VVS_GeneralError, L"!tempFilePath.IsEmpty() =>false%s, ");
+    const bool retained = VirtualTempFileDispenser::Dispense(m_state.Path(), decrypt,
+                                                             decrypt && m_state.findData ? &*m_state.findData : nullptr, container, copy);
+    QC_CHECK_OR_RETURN(!copy.tempFilePath.empty(), VVS_GeneralError, L"!tempFilePath.IsEmpty() =>false%s, ");
 
     UniqueHandle hFile;
     bool reused = retained;
@@ -150,9 +151,9 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
     std::optional<WritableMeanwhile> writable;
     if (retained)
         writable.emplace(copy.tempFilePath);
-    QC_CHECK_STATUS(VirtualItem::CreateFileInAMoment(copy.tempFilePath, kFullContentAccess, kShareAll,
-                                                     retained ? OPEN_ALWAYS : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, hFile),
-                    L"CreateFileW(tempFilePath, desiredAccess, shareMode, createDisposition, 0x80, hFile) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(VirtualItem::CreateFileInAMoment(copy.tempFilePath, kFullContentAccess, kShareAll,
+                                                               retained ? OPEN_ALWAYS : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, hFile),
+                              L"CreateFileW(tempFilePath, desiredAccess, shareMode, createDisposition, 0x80, hFile) =>%s, ");
     reused = retained && GetLastError() == ERROR_ALREADY_EXISTS;
     if (decrypt && !reused) {
         const VirtualVolumeStatus status = FillTempFile(container, copy, hFile.Get());
@@ -177,8 +178,8 @@ VirtualVolumeStatus EncryptedContent::FillTempFile(std::optional<FileVersion> be
     for (int attempt = 0; attempt < kDecryptAttempts; ++attempt) {
         if (!before)
             before = StoredVersion();
-        QC_CHECK(before.has_value(), StatusFromLastError(), L"ReadFileVersion(GetZipFilePath()) =>false%s, ");
-        QC_CHECK_STATUS(VirtualItem::SetFileSize(hFile, 0), L"VirtualItem::SetFileSize(hFile, 0) =>%s, ");
+        QC_CHECK_OR_RETURN(before.has_value(), StatusFromLastError(), L"ReadFileVersion(GetZipFilePath()) =>false%s, ");
+        QC_CHECK_STATUS_OR_RETURN(VirtualItem::SetFileSize(hFile, 0), L"VirtualItem::SetFileSize(hFile, 0) =>%s, ");
         // A lock makes containers of 0 bytes, which no reader would accept.
         const VirtualVolumeStatus status =
             before->stamp.size > 0 ? container_cipher::DecryptToFile(StoredPath(), m_lock, copy.tempFilePath, hFile) : VVS_Success;
@@ -192,8 +193,8 @@ VirtualVolumeStatus EncryptedContent::FillTempFile(std::optional<FileVersion> be
         if (status != VVS_Success)
             return qcLog.Leave(status);
         // A reader that ended early must not have its part taken, changed and saved for the whole.
-        QC_CHECK(!isKnown || findData.itemType == VIT_PlainFile || HasSize(hFile, findData.fileSize), VSS_DecryptError,
-                 L"HasSize(hFile, findData.fileSize) =>false%s,  %s", L"findData[%s]", FormatFindDataStr(&findData));
+        QC_CHECK_OR_RETURN(!isKnown || findData.itemType == VIT_PlainFile || HasSize(hFile, findData.fileSize), VSS_DecryptError,
+                           L"HasSize(hFile, findData.fileSize) =>false%s,  %s", L"findData[%s]", FormatFindDataStr(&findData));
         copy.container = before;
         copy.unsaved = false;
         // An empty container has no record that could be read.
@@ -232,19 +233,20 @@ void EncryptedContent::WasWritten() {
 
 VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
     QC_TRACE_THIS(L"VirtualFile::MarkForDeletion", L"%s", DescriptionStr());
-    const wchar_t* const checkText = deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
+    const wchar_t* const checkText =
+        deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
     // Before the mark: a file that is to be deleted cannot be looked at by its path on every system.
     const std::optional<FileVersion> version = deleteFile ? ReadFileVersion(StoredPath()) : std::nullopt;
     const wchar_t* const lockedCheckText =
         deleteFile ? L"DeleteUndeleteFile(m_hLockedFile, true) =>%s, " : L"DeleteUndeleteFile(m_hLockedFile, false) =>%s, ";
     if (m_copy.IsMade())
-        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_copy.File(), deleteFile)), checkText);
+        QC_CHECK_STATUS_OR_RETURN(StatusOfCall(DeleteUndeleteFile(m_copy.File(), deleteFile)), checkText);
     if (m_lock.locked) {
         const SectionGuard guard(m_lock.content->section);
         const VirtualVolumeStatus status = StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile));
         if (status != VVS_Success && m_copy.IsMade())
             DeleteUndeleteFile(m_copy.File(), !deleteFile);
-        QC_CHECK_STATUS(status, lockedCheckText);
+        QC_CHECK_STATUS_OR_RETURN(status, lockedCheckText);
         m_lock.content->isDeleted = deleteFile;
     }
     m_deletedVersion = version;
@@ -267,15 +269,13 @@ bool EncryptedContent::GetFileInfo(VirtFindData* virtFindData) {
 bool EncryptedContent::SaveTrackerFileItem() {
     QC_TRACE_THIS(L"VirtualFile::SaveTrackerFileItem");
     const std::optional<FileStamp> temp = ReadOpenFileStamp(m_copy.File());
-    QC_CHECK(temp.has_value(), false,
-             L"GetFileInformationByHandle(m_hFile, &tempFileInfo) != 0 =>false%s,  %s", L"Error[%s]", SystemErrorStr(GetLastError()));
-    return qcLog.Leave(WriteTrackingFile(TrackingPath(), TrackingRecordOf(StoredPath(), m_base.value_or(FileVersion{}).stamp, m_copy.Path(),
-                                                                         *temp, m_state.Name())));
+    QC_CHECK_OR_RETURN(temp.has_value(), false, L"GetFileInformationByHandle(m_hFile, &tempFileInfo) != 0 =>false%s,  %s", L"Error[%s]",
+                       SystemErrorStr(GetLastError()));
+    return qcLog.Leave(WriteTrackingFile(
+        TrackingPath(), TrackingRecordOf(StoredPath(), m_base.value_or(FileVersion{}).stamp, m_copy.Path(), *temp, m_state.Name())));
 }
 
-bool EncryptedContent::IsOnlyNamed() const {
-    return m_startsEmpty && !m_base && !m_copy.HoldsEdit() && !PathExists(StoredPath());
-}
+bool EncryptedContent::IsOnlyNamed() const { return m_startsEmpty && !m_base && !m_copy.HoldsEdit() && !PathExists(StoredPath()); }
 
 VirtualVolumeStatus EncryptedContent::PrepareContent() {
     if (m_copy.Get() == WorkingCopy::State::Unneeded)  // begun empty, and nothing written

@@ -92,13 +92,13 @@ private:
 
     WorkingCopy m_copy;
     LockedFile m_lock;
-    bool m_startsEmpty = false;                     // by its disposition; the stored content goes only with a save
+    bool m_startsEmpty = false;  // by its disposition; the stored content goes only with a save
     bool m_wasWritten = false;
     bool m_isBaseKnown = false;
-    bool m_mayAskUser = true;                       // for a folder to put a backup in
+    bool m_mayAskUser = true;  // for a folder to put a backup in
     bool m_isBackedUp = false;
-    std::optional<SaveGate> m_gate;                 // while it is saved
-    std::optional<FileVersion> m_base;              // nothing: there was none
-    std::optional<FileVersion> m_deletedVersion;    // what was there when the deletion was marked
-    std::wstring m_deletedEdit;                     // and the edit that waited, if it was shown
+    std::optional<SaveGate> m_gate;               // while it is saved
+    std::optional<FileVersion> m_base;            // nothing: there was none
+    std::optional<FileVersion> m_deletedVersion;  // what was there when the deletion was marked
+    std::wstring m_deletedEdit;                   // and the edit that waited, if it was shown
 };

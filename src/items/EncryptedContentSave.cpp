@@ -68,10 +68,10 @@ VirtualVolumeStatus EncryptedContent::DeleteContainer() {
     if (m_lock.locked)
         return VVS_Success;
     QC_TRACE_THIS(L"VirtualFile::DeleteContainer");
-    QC_CHECK_STATUS(IsStillVersion(m_deletedVersion, ReadFileVersion(StoredPath())) ? VVS_Success : VSS_SharingViolation,
-                    L"IsStillVersion(m_deletedVersion, container) =>%s, ");
-    QC_CHECK_STATUS(DeleteFileOrFolder(StoredPath()) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
-                    L"DeleteFileOrFolder(GetZipFilePath()) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(IsStillVersion(m_deletedVersion, ReadFileVersion(StoredPath())) ? VVS_Success : VSS_SharingViolation,
+                              L"IsStillVersion(m_deletedVersion, container) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(DeleteFileOrFolder(StoredPath()) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
+                              L"DeleteFileOrFolder(GetZipFilePath()) =>%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
@@ -80,8 +80,8 @@ VirtualVolumeStatus EncryptedContent::EncryptChangedTempFileIfNeeded() {
         return VVS_Success;
     QC_TRACE_THIS(L"VirtualFile::EncryptChangedTempFileIfNeeded", L"%s", DescriptionStr());
     if (!m_copy.HoldsEdit()) {
-        QC_CHECK_STATUS(DeleteFileOrFolder(TrackingPath()) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
-                        L"DeleteFileOrFolder(GetTempTrackingFile()) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(DeleteFileOrFolder(TrackingPath()) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
+                                  L"DeleteFileOrFolder(GetTempTrackingFile()) =>%s, ");
         return qcLog.Leave(VVS_Success);
     }
     m_copy.SettleTime();
@@ -91,7 +91,7 @@ VirtualVolumeStatus EncryptedContent::EncryptChangedTempFileIfNeeded() {
     VirtualVolumeStatus status = isTaken ? SaveUnderFreeName() : EncryptChangedTempFile();
     for (int attempt = 0; status == VVS_PathAlreadyExists && attempt < kSaveAttempts; ++attempt)
         status = SaveUnderFreeName();
-    QC_CHECK_STATUS(status, L"EncryptChangedTempFile() =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(status, L"EncryptChangedTempFile() =>%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
@@ -110,8 +110,8 @@ bool EncryptedContent::ReserveFreeName(const std::wstring& ownPath, bool& isRese
         if (PathExists(m_state.Path()) || PathExists(StoredPath()))
             continue;
         UniqueHandle hReserved;
-        isReserved = VirtualItem::CreateFileW(StoredPath(), GENERIC_WRITE, kShareAll, CREATE_NEW, FILE_ATTRIBUTE_NORMAL,
-                                              hReserved) == VVS_Success;
+        isReserved =
+            VirtualItem::CreateFileW(StoredPath(), GENERIC_WRITE, kShareAll, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hReserved) == VVS_Success;
         if (isReserved || GetLastError() != ERROR_FILE_EXISTS)
             return true;
     }
@@ -137,7 +137,7 @@ VirtualVolumeStatus EncryptedContent::SaveUnderFreeName() {
         m_base = ownBase;
         m_state.SetPath(ownPath);
     });
-    QC_CHECK(ReserveFreeName(ownPath, isReserved), VVS_GeneralError, L"number <= kMostConflictNames =>false%s, ");
+    QC_CHECK_OR_RETURN(ReserveFreeName(ownPath, isReserved), VVS_GeneralError, L"number <= kMostConflictNames =>false%s, ");
     m_base = ReadFileVersion(StoredPath());
     const VirtualVolumeStatus status = EncryptChangedTempFile();
     isSaved = status == VVS_Success && !m_isBackedUp;
@@ -156,16 +156,15 @@ VirtualVolumeStatus EncryptedContent::EncryptChangedTempFile() {
     } else {
         status = EncryptOpenFileUnlocked();
     }
-    QC_CHECK_STATUS(status, L"EncryptOpenFile(GetZipFilePath(), m_itemName, m_tempFilePath) =>%s, ");
-    QC_CHECK_STATUS(DeleteFileOrFolder(TrackingPath()) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
-                    L"DeleteFileOrFolder(GetTempTrackingFile()) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(status, L"EncryptOpenFile(GetZipFilePath(), m_itemName, m_tempFilePath) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(DeleteFileOrFolder(TrackingPath()) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
+                              L"DeleteFileOrFolder(GetTempTrackingFile()) =>%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
 VirtualVolumeStatus EncryptedContent::EncryptOpenFileUnlocked() {
     QC_TRACE_THIS(L"VirtualFile::EncryptOpenFileUnlocked");
-    const VirtualVolumeStatus status =
-        container_cipher::EncryptOpenFileInternal(
+    const VirtualVolumeStatus status = container_cipher::EncryptOpenFileInternal(
         StoredPath(), m_state.Name(), {m_copy.Path(), m_copy.File()},
         [this] { return IsLockedByOthers() ? VVS_PathAlreadyExists : container_cipher::LookAtReplaced(StoredPath(), m_base); });
     if (status == VVS_Success)
@@ -173,8 +172,8 @@ VirtualVolumeStatus EncryptedContent::EncryptOpenFileUnlocked() {
     if (status == VVS_Success || status == VVS_PathAlreadyExists || !m_mayAskUser)
         return qcLog.Leave(status);
     m_gate.reset();  // the user may take long, and others may save meanwhile
-    QC_CHECK(BackupTempFile(m_copy.Path(), StoredPath(), m_state.Name(), DescriptionStr()), VVS_GeneralError,
-             L"BackupTempFile(srcFilePath, zipFilePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(BackupTempFile(m_copy.Path(), StoredPath(), m_state.Name(), DescriptionStr()), VVS_GeneralError,
+                       L"BackupTempFile(srcFilePath, zipFilePath) =>false%s, ");
     m_copy.WasBackedUp();
     m_isBackedUp = true;
     return qcLog.Leave(VVS_Success);
@@ -234,22 +233,22 @@ VirtualVolumeStatus EncryptedContent::CheckMayGo() {
         return m_lock.content->isDeleted ? VVS_GeneralError : VVS_Success;
     }
     UniqueHandle hFile;  // what a move deletes at its end must not turn out to be held then, or to be written
-    const VirtualVolumeStatus mayDelete = VirtualItem::CreateFileInAMoment(
-        StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
+    const VirtualVolumeStatus mayDelete = VirtualItem::CreateFileInAMoment(StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                                                                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
     return mayDelete == VVS_FileNotFound ? VVS_Success : mayDelete;  // there may be none yet
 }
 
 VirtualVolumeStatus EncryptedContent::DeleteOldContainer() {
     QC_TRACE_THIS(L"VirtualFile::DeleteOldContainer");
-    QC_CHECK(!IsSourceChanged(), VSS_SharingViolation, L"!IsSourceChanged() =>false%s, ");
+    QC_CHECK_OR_RETURN(!IsSourceChanged(), VSS_SharingViolation, L"!IsSourceChanged() =>false%s, ");
     if (m_lock.locked) {
         const SectionGuard guard(m_lock.content->section);
-        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), true)),
-                        L"DeleteUndeleteFile(m_hLockedFile, true) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), true)),
+                                  L"DeleteUndeleteFile(m_hLockedFile, true) =>%s, ");
         m_lock.content->isDeleted = true;
     } else {
-        QC_CHECK(DeleteFileOrFolder(StoredPath()) == DeleteResult::Deleted, VVS_GeneralError,
-                 L"DeleteFileOrFolder(prevZipFilePath) =>false%s, ");
+        QC_CHECK_OR_RETURN(DeleteFileOrFolder(StoredPath()) == DeleteResult::Deleted, VVS_GeneralError,
+                           L"DeleteFileOrFolder(prevZipFilePath) =>false%s, ");
     }
     return qcLog.Leave(VVS_Success);
 }

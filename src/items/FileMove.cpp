@@ -26,6 +26,11 @@ bool IsLocked(const std::wstring& path) {
     return FileLocker::FindLock(path.c_str(), nullptr, &lockInfo) == VVS_Success;
 }
 
+bool IsLockedByAnother(const std::wstring& path, const wchar_t* lockToken) {
+    LockInfo lockInfo{};
+    return FileLocker::FindLock(path.c_str(), lockToken, &lockInfo) == VVS_LockTokenNotFound;
+}
+
 // What a move deletes at its end must not turn out to be held then, or to be written.
 VirtualVolumeStatus CheckDeletable(const std::wstring& path) {
     UniqueHandle hFile;
@@ -52,10 +57,10 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     bool isKnown = true;
     const bool destEncrypted = ShouldFileBeEncrypted(m_newFilePath, &isKnown);
     // What would then be unencrypted in a protected place might be synchronised before anybody saw it.
-    QC_CHECK(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
+    QC_CHECK_OR_RETURN(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
     // As at the open of a new file: what could not be saved later is refused before anything is done.
-    QC_CHECK(!destEncrypted || HasSaveNames(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
-             L"HasSaveNames(PathStripPathStr(newFilePath)) =>false%s, ");
+    QC_CHECK_OR_RETURN(!destEncrypted || HasSaveNames(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
+                       L"HasSaveNames(PathStripPathStr(newFilePath)) =>false%s, ");
     m_destPath = destEncrypted ? ZipPathStr(m_newFilePath) : m_newFilePath;
     const std::wstring oldPath = m_state.Path();
     const bool wasEncrypted = m_content->IsEncrypted();
@@ -105,7 +110,7 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
     const std::wstring sourcePath = m_content->StoredPath();
     m_replaced = ReadFileVersion(m_destPath);
     m_wasThere = m_replaced.has_value();
-    QC_CHECK(m_wasThere || GetLastError() != ERROR_PATH_NOT_FOUND, VVS_PathNotFound, L"ReadFileVersion(newFilePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(m_wasThere || GetLastError() != ERROR_PATH_NOT_FOUND, VVS_PathNotFound, L"ReadFileVersion(newFilePath) =>false%s, ");
     m_sameFile = m_wasThere && sourcePath != m_destPath ? AreSameFile(sourcePath, m_destPath) : EqualNoCase(sourcePath, m_destPath);
     // A conflict copy's own path is another file's.
     const bool isBesidePlainFile = m_content->IsEncrypted() && PathExists(m_state.Path());
@@ -117,11 +122,14 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
     isDone = m_sameFile && m_newFilePath == m_state.Path();
     if (isDone)
         return qcLog.Leave(VVS_Success);
+    QC_CHECK_OR_RETURN(!m_sameFile || !IsLockedByAnother(m_destPath, newFileLockToken), VVS_Locked,
+                       L"!IsLockedByAnother(newFilePath, newFileLockToken) =>false%s, ");
     if (!m_sameFile)
-        QC_CHECK_STATUS(FileLocker::GetLockedFile(m_destPath.c_str(), GENERIC_WRITE, GENERIC_READ | DELETE, newFileLockToken, &m_newFile),
-                        L"FileLocker::GetLockedFile(newFilePath, (0x40000000L), newFileLockToken, newFileLocked, hNewFile) =>%s, ");
-    QC_CHECK_STATUS(CheckDestination(destEncrypted), L"CheckDestination(newFilePath) =>%s, ");
-    QC_CHECK_STATUS(CheckSource(), L"CheckSource() =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(
+            FileLocker::GetLockedFile(m_destPath.c_str(), GENERIC_WRITE, GENERIC_READ | DELETE, newFileLockToken, &m_newFile),
+            L"FileLocker::GetLockedFile(newFilePath, (0x40000000L), newFileLockToken, newFileLocked, hNewFile) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(CheckDestination(destEncrypted), L"CheckDestination(newFilePath) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(CheckSource(), L"CheckSource() =>%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
@@ -130,8 +138,8 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
 VirtualVolumeStatus FileMove::CheckDestination(bool destEncrypted) {
     const std::wstring newZipPath = ZipPathStr(m_newFilePath);
     const std::wstring sourcePath = m_content->StoredPath();
-    const std::optional<FileStamp> plain = !destEncrypted   ? m_replaced ? std::optional(m_replaced->stamp) : std::nullopt
-                                                            : ReadFileStamp(m_newFilePath);
+    const std::optional<FileStamp> plain =
+        !destEncrypted ? m_replaced ? std::optional(m_replaced->stamp) : std::nullopt : ReadFileStamp(m_newFilePath);
     if (plain && (plain->attributes & FILE_ATTRIBUTE_DIRECTORY))
         return VVS_PathAlreadyExists;
     if (m_sameFile)
@@ -186,23 +194,24 @@ VirtualVolumeStatus FileMove::MoveFromPlainToPlainUnlocked() {
     if (m_sameFile || (m_renameSrcFile && !source.IsLocked())) {
         // Some systems rename what is at the path that the handle was opened by.
         const auto lastLook = [&] { return m_sameFile ? VVS_Success : source.IsAtItsPath() ? LookAgain() : VSS_SharingViolation; };
-        QC_CHECK_STATUS(VirtualItem::RenameItem(source.WorkingFile(), m_state, m_newFilePath, lastLook),
-                        L"VirtualItem::RenameItem(newFilePath) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(VirtualItem::RenameItem(source.WorkingFile(), m_state, m_newFilePath, lastLook),
+                                  L"VirtualItem::RenameItem(newFilePath) =>%s, ");
         SaveCount(m_destPath).Keep();
         m_state.SetPath(m_newFilePath);
         return qcLog.Leave(VVS_Success);
     }
     if (m_keepSrcFile && !source.IsLocked()) {
         const Win32Error error = CopyInPlace(m_state.Path(), m_newFilePath, false, &m_replaced);
-        QC_CHECK(error == Win32Error::None, StatusOfCall(error), L"::CopyFileW(m_itemFullPath, newFilePath, 0) != 0 =>false%s,  %s",
-                 L"Error[%s]", SystemErrorStr(static_cast<DWORD>(error)));
+        QC_CHECK_OR_RETURN(error == Win32Error::None, StatusOfCall(error),
+                           L"::CopyFileW(m_itemFullPath, newFilePath, 0) != 0 =>false%s,  %s", L"Error[%s]",
+                           SystemErrorStr(static_cast<DWORD>(error)));
         return qcLog.Leave(VVS_Success);
     }
     if (!source.IsLocked())
         return qcLog.Leave(MovePlainFile());
     // A locked source is held where it is: its content goes over, and the file goes with the lock.
-    QC_CHECK_STATUS(WithLockedSource([this](HANDLE hSource) { return PutCopyInPlace(hSource); }),
-                    L"PutCopyInPlace(hSource, newFilePath) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(WithLockedSource([this](HANDLE hSource) { return PutCopyInPlace(hSource); }),
+                              L"PutCopyInPlace(hSource, newFilePath) =>%s, ");
     if (!m_keepSrcFile)
         BecomePlain();
     return qcLog.Leave(VVS_Success);
@@ -213,27 +222,27 @@ VirtualVolumeStatus FileMove::MoveFromPlainToPlainUnlocked() {
 VirtualVolumeStatus FileMove::WithLockedSource(const std::function<VirtualVolumeStatus(HANDLE)>& write) {
     QC_TRACE_THIS(L"FileMove::WithLockedSource");
     PlainContent& source = Plain();
-    QC_CHECK(m_keepSrcFile || !source.IsReadOnly(), VVS_AccessDenied, L"!source.IsReadOnly() =>false%s, ");
+    QC_CHECK_OR_RETURN(m_keepSrcFile || !source.IsReadOnly(), VVS_AccessDenied, L"!source.IsReadOnly() =>false%s, ");
     UniqueHandle hSecond;
     HANDLE hSource = nullptr;
-    QC_CHECK_STATUS(source.OpenForReading(hSecond, hSource), L"OpenForReading(hSource) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(source.OpenForReading(hSecond, hSource), L"OpenForReading(hSource) =>%s, ");
     const std::shared_ptr<LockedContent> shared = source.Shared();
     const SectionGuard guard(shared->section);
-    QC_CHECK(!shared->isDeleted, VVS_GeneralError, L"!shared->isDeleted =>false%s, ");
+    QC_CHECK_OR_RETURN(!shared->isDeleted, VVS_GeneralError, L"!shared->isDeleted =>false%s, ");
     const VirtualVolumeStatus status = write(hSource);
     if (status != VVS_Success || m_keepSrcFile)
         return qcLog.Leave(status);
     const VirtualVolumeStatus marked = source.MarkForDeletion(true);
     if (marked != VVS_Success)
         TakeBackDestination();
-    QC_CHECK_STATUS(marked, L"Delete() =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(marked, L"Delete() =>%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
 // Moved is moved: should the file then not open again, later calls on the item say so.
 VirtualVolumeStatus FileMove::MovePlainFile() {
     QC_TRACE_THIS(L"VirtualFile::MovePlainFile");
-    QC_CHECK(Plain().IsAtItsPath(), VSS_SharingViolation, L"Plain().IsAtItsPath() =>false%s, ");
+    QC_CHECK_OR_RETURN(Plain().IsAtItsPath(), VSS_SharingViolation, L"Plain().IsAtItsPath() =>false%s, ");
     Plain().CloseFile();
     const Win32Error error = TryForAMoment([this] { return file_content::MoveFileW(m_state.Path(), m_newFilePath, 0); });
     if (error == static_cast<Win32Error>(ERROR_NOT_SAME_DEVICE))
@@ -252,13 +261,14 @@ VirtualVolumeStatus FileMove::MoveToOtherDisk() {
     QC_TRACE_THIS(L"MoveToOtherDisk", L"srcFilePath[%s], destFilePath[%s]", m_state.Path(), m_newFilePath);
     {
         HeldSource held(Plain());
-        QC_CHECK_STATUS(held.Hold(m_state.Path()), L"CreateFileW(srcFilePath, hSource) =>%s, ");
-        QC_CHECK_STATUS(StatusOfCall(CopyInPlace(m_state.Path(), m_newFilePath, true)), L"CopyInPlace(srcFilePath, destFilePath, true) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(held.Hold(m_state.Path()), L"CreateFileW(srcFilePath, hSource) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(StatusOfCall(CopyInPlace(m_state.Path(), m_newFilePath, true)),
+                                  L"CopyInPlace(srcFilePath, destFilePath, true) =>%s, ");
         RememberWritten();
         const VirtualVolumeStatus marked = held.MarkForDeletion();
         if (marked != VVS_Success)
             TakeBackDestination();
-        QC_CHECK_STATUS(marked, L"DeleteUndeleteFile(hSource, true) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(marked, L"DeleteUndeleteFile(hSource, true) =>%s, ");
         held.Moved();
     }
     m_state.SetPath(m_newFilePath);
@@ -269,14 +279,14 @@ VirtualVolumeStatus FileMove::MoveToOtherDisk() {
 VirtualVolumeStatus FileMove::MoveFromPlainToPlainLocked() {
     QC_TRACE_THIS(L"VirtualFile::MoveFromPlainToPlainLocked", L"%s", LogStr());
     if (m_keepSrcFile || Plain().IsLocked()) {
-        QC_CHECK_STATUS(WithLockedSource([this](HANDLE hSource) { return CopyIntoLockedPlainFile(hSource); }),
-                        L"CopyFileW(m_hFile, hNewFile) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(WithLockedSource([this](HANDLE hSource) { return CopyIntoLockedPlainFile(hSource); }),
+                                  L"CopyFileW(m_hFile, hNewFile) =>%s, ");
     } else {
-        QC_CHECK(!Plain().IsReadOnly(), VVS_AccessDenied, L"!source.IsReadOnly() =>false%s, ");
+        QC_CHECK_OR_RETURN(!Plain().IsReadOnly(), VVS_AccessDenied, L"!source.IsReadOnly() =>false%s, ");
         HeldSource held(Plain());
-        QC_CHECK_STATUS(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
-        QC_CHECK_STATUS(CopyIntoLockedPlainFile(held.File()), L"CopyFileW(m_hFile, hNewFile) =>%s, ");
-        QC_CHECK_STATUS(held.MarkForDeletion(), L"Delete() =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(CopyIntoLockedPlainFile(held.File()), L"CopyFileW(m_hFile, hNewFile) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(held.MarkForDeletion(), L"Delete() =>%s, ");
         held.Moved();
     }
     if (!m_keepSrcFile)
@@ -288,8 +298,8 @@ VirtualVolumeStatus FileMove::MoveFromPlainToPlainLocked() {
 VirtualVolumeStatus FileMove::CopyIntoLockedPlainFile(HANDLE hSource) {
     QC_TRACE_THIS(L"FileMove::CopyIntoLockedPlainFile");
     std::wstring asidePath;
-    QC_CHECK(VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(m_newFilePath), asidePath), VVS_GeneralError,
-             L"VirtualTempFileDispenser::CreateTempFileName(newFileName, asidePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(m_newFilePath), asidePath), VVS_GeneralError,
+                       L"VirtualTempFileDispenser::CreateTempFileName(newFileName, asidePath) =>false%s, ");
     UniqueHandle hAside;
     bool isTorn = false;
     const OnExit deleteAside([&] {
@@ -297,22 +307,24 @@ VirtualVolumeStatus FileMove::CopyIntoLockedPlainFile(HANDLE hSource) {
         if (!isTorn)
             VirtualTempFileDispenser::DeleteTempFolder(asidePath);
     });
-    QC_CHECK_STATUS(VirtualItem::CreateFileW(asidePath, kFullContentAccess, FILE_SHARE_READ, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hAside),
-                    L"CreateFileW(asidePath, hAside) =>%s, ");
-    QC_CHECK(file_content::CopyIntoLockedFile(hSource, m_newFile, hAside.Get(), &isTorn), StatusFromLastError(),
-             L"CopyFileW(m_hFile, hNewFile) =>false%s, ");
+    QC_CHECK_STATUS_OR_RETURN(
+        VirtualItem::CreateFileW(asidePath, kFullContentAccess, FILE_SHARE_READ, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hAside),
+        L"CreateFileW(asidePath, hAside) =>%s, ");
+    QC_CHECK_OR_RETURN(file_content::CopyIntoLockedFile(hSource, m_newFile, hAside.Get(), &isTorn), StatusFromLastError(),
+                       L"CopyFileW(m_hFile, hNewFile) =>false%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
 VirtualVolumeStatus FileMove::MoveFromHalvaneToPlain() {
     QC_TRACE_THIS(L"VirtualFile::MoveFromHalvaneToPlain", L"%s", LogStr());
-    QC_CHECK_STATUS(Encrypted().PrepareContent(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(Encrypted().PrepareContent(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
     const HANDLE hSource = m_content->WorkingFile();
-    QC_CHECK_STATUS(m_newFile.locked ? LookAgain() : VVS_Success, L"LookAgain() =>%s, ");
-    QC_CHECK_STATUS(m_newFile.locked ? CopyIntoLockedPlainFile(hSource) : PutCopyInPlace(hSource), L"CopyFileW(m_hFile, hNewFile) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(m_newFile.locked ? LookAgain() : VVS_Success, L"LookAgain() =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(m_newFile.locked ? CopyIntoLockedPlainFile(hSource) : PutCopyInPlace(hSource),
+                              L"CopyFileW(m_hFile, hNewFile) =>%s, ");
     if (m_keepSrcFile)
         return qcLog.Leave(VVS_Success);
-    QC_CHECK_STATUS(DeleteSource(), L"DeleteOldContainer() =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(DeleteSource(), L"DeleteOldContainer() =>%s, ");
     Encrypted().DiscardCopy();
     BecomePlain();
     return qcLog.Leave(VVS_Success);
@@ -321,11 +333,13 @@ VirtualVolumeStatus FileMove::MoveFromHalvaneToPlain() {
 VirtualVolumeStatus FileMove::MoveFromPlainToHalvane() {
     QC_TRACE_THIS(L"VirtualFile::MoveFromPlainToHalvane", L"%s", LogStr());
     if (!m_keepSrcFile && !Plain().IsLocked()) {
-        QC_CHECK_STATUS(TurnIntoContainer(), L"TurnIntoContainer(newFilePath) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(TurnIntoContainer(), L"TurnIntoContainer(newFilePath) =>%s, ");
         return qcLog.Leave(VVS_Success);
     }
-    QC_CHECK_STATUS(WithLockedSource([this](HANDLE hSource) { return EncryptTo({m_state.Path(), hSource}); }),
-                    L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(WithLockedSource([this](HANDLE hSource) {
+                                  return EncryptTo({m_state.Path(), hSource});
+                              }),
+                              L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
     if (!m_keepSrcFile)
         BecomeEncrypted();
     return qcLog.Leave(VVS_Success);
@@ -335,23 +349,23 @@ VirtualVolumeStatus FileMove::MoveFromPlainToHalvane() {
 VirtualVolumeStatus FileMove::TurnIntoContainer() {
     QC_TRACE_THIS(L"VirtualFile::TurnIntoContainer");
     RetainedCopy copy;
-    QC_CHECK(VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(m_newFilePath), copy.tempFilePath), VVS_GeneralError,
-             L"!tempFilePath.IsEmpty() =>false%s, ");
+    QC_CHECK_OR_RETURN(VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(m_newFilePath), copy.tempFilePath), VVS_GeneralError,
+                       L"!tempFilePath.IsEmpty() =>false%s, ");
     bool isTaken = false;
     const OnExit deleteUnlessTaken([&] {
         if (!isTaken)
             VirtualTempFileDispenser::DeleteTempFolder(copy.tempFilePath);
     });
     HeldSource held(Plain());
-    QC_CHECK_STATUS(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
-    QC_CHECK_STATUS(EncryptTo({m_state.Path(), held.File()}),
-                    L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(EncryptTo({m_state.Path(), held.File()}),
+                              L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
     // By its handle: what was encrypted goes, not what somebody may have put in its place. To another disk it cannot be renamed.
     const bool isMoved = VirtualItem::RenameItem(held.File(), m_state, copy.tempFilePath) == VVS_Success;
     const VirtualVolumeStatus status = isMoved ? VVS_Success : held.MarkForDeletion();
     if (status != VVS_Success)
         TakeBackDestination();
-    QC_CHECK_STATUS(status, L"MoveFileW(m_itemFullPath, tempFilePath) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(status, L"MoveFileW(m_itemFullPath, tempFilePath) =>%s, ");
     held.Moved();
     BecomeEncrypted();
     UniqueHandle hFile;
@@ -380,7 +394,7 @@ VirtualVolumeStatus FileMove::MoveFromHalvaneToHalvane() {
     if (isOnlyNamed)
         Encrypted().RenamedTo(m_newFilePath);
     else
-        QC_CHECK_STATUS(canJustMove ? MoveContainer() : ReencryptTo(), L"MoveFromHalvaneToHalvane(newFilePath) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(canJustMove ? MoveContainer() : ReencryptTo(), L"MoveFromHalvaneToHalvane(newFilePath) =>%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
@@ -393,10 +407,10 @@ VirtualVolumeStatus FileMove::MoveContainer() {
         looked = LookAgain();
         return looked == VVS_Success ? file_content::MoveFileW(m_content->StoredPath(), m_destPath, flags) : Win32Error::None;
     });
-    QC_CHECK_STATUS(looked, L"LookAgain() =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(looked, L"LookAgain() =>%s, ");
     if (error == static_cast<Win32Error>(ERROR_NOT_SAME_DEVICE))
         return qcLog.Leave(ReencryptTo());  // to another disk there is no rename; a copy could be left half-written
-    QC_CHECK(error == Win32Error::None, StatusOfCall(error), L"MoveFileW(GetZipFilePath(), newZipFilePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(error == Win32Error::None, StatusOfCall(error), L"MoveFileW(GetZipFilePath(), newZipFilePath) =>false%s, ");
     SaveCount(m_destPath).Keep();
     Encrypted().RenamedTo(m_newFilePath);
     return qcLog.Leave(VVS_Success);
@@ -405,13 +419,13 @@ VirtualVolumeStatus FileMove::MoveContainer() {
 VirtualVolumeStatus FileMove::ReencryptTo() {
     QC_TRACE_THIS(L"VirtualFile::ReencryptTo");
     EncryptedContent& source = Encrypted();
-    QC_CHECK_STATUS(source.PrepareContent(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
-    QC_CHECK_STATUS(EncryptTo({source.WorkingPath(), source.WorkingFile()}),
-                    L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_tempFilePath, newFileLocked, hNewFile) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(source.PrepareContent(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(EncryptTo({source.WorkingPath(), source.WorkingFile()}),
+                              L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_tempFilePath, newFileLocked, hNewFile) =>%s, ");
     if (m_keepSrcFile)
         return qcLog.Leave(VVS_Success);
     if (!m_sameFile)
-        QC_CHECK_STATUS(DeleteSource(), L"DeleteOldContainer() =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(DeleteSource(), L"DeleteOldContainer() =>%s, ");
     source.SavedAt(m_newFilePath, m_sameFile ? nullptr : &m_newFile);
     return qcLog.Leave(VVS_Success);
 }
@@ -423,7 +437,7 @@ VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& sou
     const std::wstring virtualFileSpec = PathStripPathStr(m_newFilePath);
     const LockedFile& dest = m_sameFile && m_content->IsEncrypted() ? Encrypted().Lock() : m_newFile;
     if (dest.locked) {
-        QC_CHECK_STATUS(LookAgain(), L"LookAgain() =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(LookAgain(), L"LookAgain() =>%s, ");
         return qcLog.Leave(container_cipher::EncryptOpenFileLocked(m_destPath, virtualFileSpec, source, dest));
     }
     const bool isHeld = !MayReplace() && !m_sameFile;
@@ -431,8 +445,8 @@ VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& sou
         UniqueHandle hHeld;
         const VirtualVolumeStatus held =
             VirtualItem::CreateFileW(m_destPath, GENERIC_WRITE, kShareAll, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hHeld);
-        QC_CHECK_STATUS(held == VSS_FileExists ? VVS_PathAlreadyExists : held,
-                        L"CreateFileW(newZipFilePath, (0x40000000L), 0x00000007, 1, 0x80, hHeld) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(held == VSS_FileExists ? VVS_PathAlreadyExists : held,
+                                  L"CreateFileW(newZipFilePath, (0x40000000L), 0x00000007, 1, 0x80, hHeld) =>%s, ");
     }
     const std::optional<FileVersion> known = isHeld ? ReadFileVersion(m_destPath) : m_replaced;
     const VirtualVolumeStatus status = container_cipher::EncryptOpenFileInternal(m_destPath, virtualFileSpec, source, [&] {
@@ -451,10 +465,10 @@ VirtualVolumeStatus FileMove::PutCopyInPlace(HANDLE hSource) {
     QC_TRACE_THIS(L"FileMove::PutCopyInPlace");
     const std::wstring sidePath = SidePathStr(m_newFilePath);
     const OnExit removeUnfinished([&] { DeleteSideFile(sidePath); });  // when it is in place, there is none
-    QC_CHECK_STATUS(file_content::CopyToNewFile(hSource, sidePath), L"CopyToNewFile(hSource, sidePath) =>%s, ");
-    QC_CHECK_STATUS(LookAgain(), L"LookAgain() =>%s, ");
-    QC_CHECK_STATUS(StatusOfCall(PutInPlace(sidePath, m_newFilePath, !MayReplace(), MayReplace() ? &m_replaced : nullptr)),
-                    L"PutInPlace(sidePath, newFilePath) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(file_content::CopyToNewFile(hSource, sidePath), L"CopyToNewFile(hSource, sidePath) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(LookAgain(), L"LookAgain() =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(StatusOfCall(PutInPlace(sidePath, m_newFilePath, !MayReplace(), MayReplace() ? &m_replaced : nullptr)),
+                              L"PutInPlace(sidePath, newFilePath) =>%s, ");
     RememberWritten();
     return qcLog.Leave(VVS_Success);
 }

@@ -23,16 +23,16 @@ VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, bool isLink
     m_shareMode = shareMode;
     LockedFile lock;
     // The file that they share can be marked for deletion through any handle of it, also to take a mark back. Who did not ask
-    // for that right is refused by MarkForDeletion.
-    QC_CHECK_STATUS(FileLocker::GetLockedFile(filePath.c_str(), desiredAccess, DELETE, lockToken, &lock),
-                    L"FileLocker::GetLockedFile(filePath, desiredAccess, lockToken, m_locked, m_hFile) =>%s, ");
+    // for that right is refused by MarkForDeletion. What is created may have to be cut, which BeginWrite refuses later.
+    const std::uint32_t extraAccess = CreatesFiles(openDisposition) ? DELETE | GENERIC_WRITE : DELETE;
+    QC_CHECK_STATUS_OR_RETURN(FileLocker::GetLockedFile(filePath.c_str(), desiredAccess, extraAccess, lockToken, &lock),
+                              L"FileLocker::GetLockedFile(filePath, desiredAccess, lockToken, m_locked, m_hFile) =>%s, ");
     if (lock.locked) {
         m_hFile = std::move(lock.hFile);
         m_lock = std::move(lock);
     }
     const VirtualVolumeStatus status =
-        m_lock.locked ? OpenLocked(openDisposition)
-                      : CreteFileWithReadOnlyFallback(filePath, desiredAccess, shareMode, openDisposition);
+        m_lock.locked ? OpenLocked(openDisposition) : CreteFileWithReadOnlyFallback(filePath, desiredAccess, shareMode, openDisposition);
     return qcLog.Leave(status);
 }
 
@@ -41,12 +41,12 @@ VirtualVolumeStatus PlainContent::OpenLocked(std::uint32_t openDisposition) {
     QC_TRACE_THIS(L"VirtualFile::OpenLocked");
     const SectionGuard guard(m_lock.content->section);
     const bool isMissing = m_lock.content->isDeleted;
-    QC_CHECK(!isMissing || CreatesFiles(openDisposition), VVS_FileNotFound, L"!m_lock.content->isDeleted =>false%s, ");
-    QC_CHECK(isMissing || openDisposition != CREATE_NEW, VSS_FileExists, L"openDisposition != CREATE_NEW =>false%s, ");
+    QC_CHECK_OR_RETURN(!isMissing || CreatesFiles(openDisposition), VVS_FileNotFound, L"!m_lock.content->isDeleted =>false%s, ");
+    QC_CHECK_OR_RETURN(isMissing || openDisposition != CREATE_NEW, VSS_FileExists, L"openDisposition != CREATE_NEW =>false%s, ");
     if (isMissing || Truncates(openDisposition))
-        QC_CHECK_STATUS(VirtualItem::SetFileSize(m_hFile.Get(), 0), L"SetFileSize(m_hFile, 0) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(VirtualItem::SetFileSize(m_hFile.Get(), 0), L"SetFileSize(m_hFile, 0) =>%s, ");
     if (isMissing)
-        QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), false)), L"DeleteUndeleteFile(m_hFile, false) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), false)), L"DeleteUndeleteFile(m_hFile, false) =>%s, ");
     m_lock.content->isDeleted = false;
     m_lock.content->isWritten = m_lock.content->isWritten || isMissing || Truncates(openDisposition);
     return qcLog.Leave(VVS_Success);
@@ -57,17 +57,19 @@ VirtualVolumeStatus PlainContent::CreteFileWithReadOnlyFallback(const std::wstri
     QC_TRACE(L"VirtualFile::CreteFileWithReadOnlyFallback");
     m_grantedAccess = desiredAccess;
     const auto create = Truncates(openDisposition) ? VirtualItem::CreateFileInAMoment : VirtualItem::CreateFileW;
-    const VirtualVolumeStatus status = create(filePath, desiredAccess, shareMode, openDisposition, FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile);
+    const VirtualVolumeStatus status =
+        create(filePath, desiredAccess, shareMode, openDisposition, FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile);
     if (status == VVS_Success)
         return qcLog.Leave(status);
     const DWORD lastError = GetLastError();
     const bool needToCreateFile = openDisposition == CREATE_NEW || openDisposition == CREATE_ALWAYS;
-    QC_CHECK((lastError == ERROR_ACCESS_DENIED || lastError == ERROR_SHARING_VIOLATION) && !needToCreateFile, status,
-             L"(lastError == 5L || lastError == 32L) && !needToCreateFile =>false%s, ");
+    QC_CHECK_OR_RETURN((lastError == ERROR_ACCESS_DENIED || lastError == ERROR_SHARING_VIOLATION) && !needToCreateFile, status,
+                       L"(lastError == 5L || lastError == 32L) && !needToCreateFile =>false%s, ");
     m_grantedAccess = GENERIC_READ;
     if (Truncates(openDisposition))
         m_wantedAccess = GENERIC_READ;  // later writes would leave what was not cut
-    return qcLog.Leave(VirtualItem::CreateFileW(filePath, GENERIC_READ, shareMode, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile));
+    return qcLog.Leave(
+        VirtualItem::CreateFileW(filePath, GENERIC_READ, shareMode, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile));
 }
 
 void PlainContent::Adopt(LockedFile lock) {
@@ -168,10 +170,11 @@ VirtualVolumeStatus PlainContent::BeginWrite() {
 
 VirtualVolumeStatus PlainContent::MarkForDeletion(bool deleteFile) {
     QC_TRACE_THIS(L"VirtualFile::MarkForDeletion", L"%s", DescriptionStr());
-    const wchar_t* const checkText = deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
-    QC_CHECK_STATUS(!deleteFile || MayDelete() ? VVS_Success : VVS_AccessDenied, checkText);
+    const wchar_t* const checkText =
+        deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
+    QC_CHECK_STATUS_OR_RETURN(!deleteFile || MayDelete() ? VVS_Success : VVS_AccessDenied, checkText);
     const SectionGuard guard(m_lock.content->section);
-    QC_CHECK_STATUS(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), deleteFile)), checkText);
+    QC_CHECK_STATUS_OR_RETURN(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), deleteFile)), checkText);
     m_lock.content->isDeleted = deleteFile;
     return qcLog.Leave(VVS_Success);
 }

@@ -38,8 +38,8 @@ GateTable& Table() {
 std::wstring SaveNameStr(const std::wstring& itemName, SaveName kind, int number) {
     SYSTEMTIME now{};
     GetLocalTime(&now);
-    const wchar_t* const layout = kind == SaveName::ConflictedEdit ? L" (HalvaneCloud conflicted edit %Y-%m-%d)"
-                                                                   : L" (HalvaneCloud backup edit %Y-%m-%d)";
+    const wchar_t* const layout =
+        kind == SaveName::ConflictedEdit ? L" (HalvaneCloud conflicted edit %Y-%m-%d)" : L" (HalvaneCloud backup edit %Y-%m-%d)";
     std::wstring suffix = FormatTimeStr(now, layout);
     if (number > 1)
         suffix += FormatStr(L" (%d)", number);

@@ -10,10 +10,10 @@ namespace {
 std::wstring Document(const TrackingRecord& record) {
     std::wstring text = FormatStr(L"<halvanecloud>\n<filetracking>\n<process>\n<name><![CDATA[%s]]></name>\n<id>%d</id>\n</process>\n",
                                   record.processName, record.processId);
-    text += FormatStr(L"<srcfile>\n<name><![CDATA[%s]]></name>\n<attributes>%d</attributes>\n<writetime>%I64d</writetime>\n"
-                      L"<size>%I64d</size>\n</srcfile>\n",
-                      record.sourceName, static_cast<std::int32_t>(record.source.attributes), record.source.writeTime,
-                      record.source.size);
+    text += FormatStr(
+        L"<srcfile>\n<name><![CDATA[%s]]></name>\n<attributes>%d</attributes>\n<writetime>%I64d</writetime>\n"
+        L"<size>%I64d</size>\n</srcfile>\n",
+        record.sourceName, static_cast<std::int32_t>(record.source.attributes), record.source.writeTime, record.source.size);
     text += FormatStr(L"<filespec>\n<name>\n<![CDATA[%s]]></name>\n</filespec>\n", record.fileSpec);
     text += L"<tempfile>\n";
     text += FormatStr(L"<name><![CDATA[%s]]></name>\n<attributes>%d</attributes>\n<writetime>%I64d</writetime>\n<size>%I64d</size>",
@@ -58,8 +58,8 @@ std::string AsPercentEncodedUtf8(const std::wstring& text) {
     std::string encoded;
     for (const char unit : Narrow(text, CP_UTF8, 0, nullptr)) {
         const auto byte = static_cast<unsigned char>(unit);
-        const bool isPlain = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9') ||
-                             byte == '.' || byte == '_' || byte == '-';
+        const bool isPlain = (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9') || byte == '.' ||
+                             byte == '_' || byte == '-';
         constexpr char digits[] = "0123456789ABCDEF";
         isPlain ? encoded.append(1, unit) : encoded.append({'%', digits[byte >> 4], digits[byte & 15]});
     }
@@ -90,13 +90,13 @@ bool WriteTrackingFile(const std::wstring& path, const TrackingRecord& record) {
                 AsPercentEncodedUtf8(record.fileSpec) + " -->\r\n";
     UniqueHandle hFile;
     TryForAMoment([&] {
-        const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, CREATE_ALWAYS,
-                                            FILE_ATTRIBUTE_NORMAL, nullptr);
+        const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                            CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
         hFile.Reset(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
         return hFile ? Win32Error::None : LastWin32Error();
     });
     DWORD written = 0;
-    const bool complete = hFile && ::WriteFile(hFile.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) &&
-                          written == text.size();
+    const bool complete =
+        hFile && ::WriteFile(hFile.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) && written == text.size();
     return qcLog.Leave(complete);
 }

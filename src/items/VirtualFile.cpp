@@ -30,7 +30,7 @@ VirtualVolumeStatus VirtualFile::Open(const wchar_t* filePath, std::uint32_t des
                   lockToken);
     const bool creates = CreatesFiles(openDisposition);
     // The companion library takes names as UTF-8: it could neither be asked about this one nor store it.
-    QC_CHECK(!creates || IsWellFormed(filePath), VVS_InvalidParameter, L"IsWellFormed(filePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(!creates || IsWellFormed(filePath), VVS_InvalidParameter, L"IsWellFormed(filePath) =>false%s, ");
     // An edit may wait for a container that is gone, also for one that is opened by its own path, as conflict copies are.
     const bool isContainerPath = !findData && EndsWithNoCase(filePath, kContainerExtension) &&
                                  VirtualTempFileDispenser::HoldsUnsavedEdit(PathRemoveExtensionStr(filePath));
@@ -45,10 +45,10 @@ VirtualVolumeStatus VirtualFile::Open(const wchar_t* filePath, std::uint32_t des
     if (isEncrypted || (creates && ShouldFileBeEncrypted(filePath))) {
         auto content = std::make_unique<EncryptedContent>(m_state);
         using Found = EncryptedContent::Found;
-        const Found found = isContainerPath           ? Found::WaitingContainer
-                            : !findData               ? Found::Nothing
-                            : isEncrypted             ? Found::Document
-                                                      : Found::Other;
+        const Found found = isContainerPath ? Found::WaitingContainer
+                            : !findData     ? Found::Nothing
+                            : isEncrypted   ? Found::Document
+                                            : Found::Other;
         status = content->Open(filePath, desiredAccess, shareMode, openDisposition, found, lockToken);
         if (status == VVS_Success)
             m_content = std::move(content);
@@ -74,18 +74,18 @@ VirtualVolumeStatus VirtualFile::MoveInternal(const wchar_t* newFilePath, bool r
                                               const wchar_t* newFileLockToken) {
     QC_TRACE_THIS(L"VirtualFile::MoveInternal", L"in:newFilePath[%s], in:renameSrcFile[%s], in:keepSrcFile[%s], %s", newFilePath,
                   FormatBoolStr(renameSrcFile), FormatBoolStr(keepSrcFile), m_content->DescriptionStr());
-    QC_CHECK(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
+    QC_CHECK_OR_RETURN(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
     return qcLog.Leave(FileMove(m_state, m_content, newFilePath, renameSrcFile, keepSrcFile).Run(newFileLockToken));
 }
 
 VirtualVolumeStatus VirtualFile::Read(std::uint64_t offset, void* data, std::uint32_t dataSize, std::uint32_t* readDataSize) {
     QC_TRACE_THIS(L"VirtualFile::Read", L"in:offest[%s], in:dataSize[%s], %s", FormatInt64Str(static_cast<std::int64_t>(offset)),
                   FormatInt64Str(dataSize), m_content->DescriptionStr());
-    QC_CHECK(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
-    QC_CHECK_STATUS(m_content->Prepare(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
+    QC_CHECK_OR_RETURN(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
+    QC_CHECK_STATUS_OR_RETURN(m_content->Prepare(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
     std::uint32_t count = 0;
-    QC_CHECK_STATUS(m_content->Read(offset, data, dataSize, &count, m_position),
-                    L"VirtualItem::ReadFile(m_hFile, offset, data, dataSize, readDataSize) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(m_content->Read(offset, data, dataSize, &count, m_position),
+                              L"VirtualItem::ReadFile(m_hFile, offset, data, dataSize, readDataSize) =>%s, ");
     if (readDataSize)
         *readDataSize = count;
     QC_LOG(L"out: readDataSize[%s]", FormatInt64Str(count));
@@ -95,11 +95,11 @@ VirtualVolumeStatus VirtualFile::Read(std::uint64_t offset, void* data, std::uin
 VirtualVolumeStatus VirtualFile::Write(std::uint64_t offset, const void* data, std::uint32_t dataSize, std::uint32_t* writtenSize) {
     QC_TRACE_THIS(L"VirtualFile::Write", L"in:offest[%s], in:dataSize[%s], %s", FormatInt64Str(static_cast<std::int64_t>(offset)),
                   FormatInt64Str(dataSize), m_content->DescriptionStr());
-    QC_CHECK(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
-    QC_CHECK_STATUS(m_content->Prepare(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
+    QC_CHECK_OR_RETURN(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
+    QC_CHECK_STATUS_OR_RETURN(m_content->Prepare(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
     std::uint32_t count = 0;
-    QC_CHECK_STATUS(m_content->Write(offset, data, dataSize, &count, m_position),
-                    L"VirtualItem::WriteFile(m_hFile, offset, data, dataSize, writtenSize) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(m_content->Write(offset, data, dataSize, &count, m_position),
+                              L"VirtualItem::WriteFile(m_hFile, offset, data, dataSize, writtenSize) =>%s, ");
     m_state.findData.reset();
     if (writtenSize)
         *writtenSize = count;
@@ -108,10 +108,11 @@ VirtualVolumeStatus VirtualFile::Write(std::uint64_t offset, const void* data, s
 }
 
 VirtualVolumeStatus VirtualFile::SetSize(std::uint64_t size) {
-    QC_TRACE_THIS(L"VirtualFile::SetSize", L"in:size[%s], %s", FormatInt64Str(static_cast<std::int64_t>(size)), m_content->DescriptionStr());
-    QC_CHECK(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
-    QC_CHECK_STATUS(m_content->Prepare(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
-    QC_CHECK_STATUS(m_content->SetSize(size), L"VirtualItem::SetFileSize(m_hFile, size) =>%s, ");
+    QC_TRACE_THIS(L"VirtualFile::SetSize", L"in:size[%s], %s", FormatInt64Str(static_cast<std::int64_t>(size)),
+                  m_content->DescriptionStr());
+    QC_CHECK_OR_RETURN(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
+    QC_CHECK_STATUS_OR_RETURN(m_content->Prepare(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(m_content->SetSize(size), L"VirtualItem::SetFileSize(m_hFile, size) =>%s, ");
     m_state.findData.reset();
     return qcLog.Leave(VVS_Success);
 }
@@ -157,7 +158,7 @@ VirtualVolumeStatus VirtualFile::Undelete() {
 
 VirtualVolumeStatus VirtualFile::Flush() {
     QC_TRACE_THIS(L"VirtualFile::Flush");
-    QC_CHECK(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
+    QC_CHECK_OR_RETURN(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
     return qcLog.Leave(VirtualItem::Flush());
 }
 
@@ -171,7 +172,7 @@ bool VirtualFile::GetFileInfo(VirtFindData* virtFindData) {
 
 VirtualVolumeStatus VirtualFile::SetFileInfo(const VirtFindData* virtFindData) {
     QC_TRACE_THIS(L"VirtualFile::SetFileInfo");
-    QC_CHECK(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
+    QC_CHECK_OR_RETURN(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
     if (!m_content->IsOpen())
         return qcLog.Leave(VVS_Success);
     const VirtualVolumeStatus status = VirtualItem::SetFileInfo(virtFindData);

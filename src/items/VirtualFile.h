@@ -13,8 +13,8 @@ public:
 
     // A new file is born encrypted when its folder's policy asks for it. A name that could never be saved is refused
     // (VVS_InvalidParameter).
-    VirtualVolumeStatus Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
-                             std::uint32_t openDisposition, const VirtFindData* findData, const wchar_t* lockToken) override;
+    VirtualVolumeStatus Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode, std::uint32_t openDisposition,
+                             const VirtFindData* findData, const wchar_t* lockToken) override;
     // A move refuses an existing destination (VVS_PathAlreadyExists) unless it holds the destination's lock; a rename and a
     // copy replace an existing file. An existing folder is always refused. VSS_SharingViolation: somebody else replaced the
     // source, or what the destination was, meanwhile; nothing was touched.

@@ -8,8 +8,8 @@ public:
     ~VirtualFolder() override { Close(); }
 
     // CreateNewFolder creates the folder, OpenOrCreateFolder unless it is there; every other disposition opens it.
-    VirtualVolumeStatus Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
-                             std::uint32_t openDisposition, const VirtFindData* findData, const wchar_t* lockToken) override;
+    VirtualVolumeStatus Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode, std::uint32_t openDisposition,
+                             const VirtFindData* findData, const wchar_t* lockToken) override;
     // Only between folders of the same target key and owner (VVS_GeneralError otherwise, VSS_EncryptError when the companion
     // library cannot say): containers move as they are, and nothing plain gets into an encrypted place.
     VirtualVolumeStatus Move(const wchar_t* newFilePath, bool keepSrcFile, const wchar_t* newFileLockToken) override;

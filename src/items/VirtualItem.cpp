@@ -27,16 +27,15 @@ std::int64_t ChosenTime(std::uint64_t wanted, std::uint64_t current) { return st
 }  // namespace
 
 VirtualVolumeStatus VirtualItem::CreateFileW(const std::wstring& file, std::uint32_t desiredAccess, std::uint32_t shareMode,
-                                             std::uint32_t creationDisposition, std::uint32_t flagsAndAttributes,
-                                             UniqueHandle& hFile) {
+                                             std::uint32_t creationDisposition, std::uint32_t flagsAndAttributes, UniqueHandle& hFile) {
     QC_TRACE(L"VirtualItem::CreateFileW", L"file[%s], desiredAccess[%s], shareMode[%s], creationDisposition[%s]", file,
              FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(creationDisposition));
     const HANDLE hFileTmp =
         ::CreateFileW(PlatformPath(file).c_str(), desiredAccess, shareMode, nullptr, creationDisposition, flagsAndAttributes, nullptr);
-    QC_CHECK(hFileTmp != INVALID_HANDLE_VALUE, StatusFromLastError(), L"hFileTmp != ((HANDLE)(LONG_PTR)-1) =>false%s,  %s",
-             L"file[%s], desiredAccess[%s], shareMode[%s], creationDisposition[%s]. Error[%s]", file,
-             FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(creationDisposition),
-             SystemErrorStr(GetLastError()));
+    QC_CHECK_OR_RETURN(hFileTmp != INVALID_HANDLE_VALUE, StatusFromLastError(), L"hFileTmp != ((HANDLE)(LONG_PTR)-1) =>false%s,  %s",
+                       L"file[%s], desiredAccess[%s], shareMode[%s], creationDisposition[%s]. Error[%s]", file,
+                       FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(creationDisposition),
+                       SystemErrorStr(GetLastError()));
     const DWORD alreadyExists = GetLastError();
     hFile.Reset(hFileTmp);
     SetLastError(alreadyExists);
@@ -57,12 +56,12 @@ VirtualVolumeStatus VirtualItem::CreateFileInAMoment(const std::wstring& file, s
 VirtualVolumeStatus VirtualItem::ReadFile(HANDLE hFile, std::uint64_t offset, void* data, std::uint32_t dataSize,
                                           std::uint32_t* bytesRead) {
     QC_TRACE(L"VirtualItem::ReadFile");
-    QC_CHECK(offset <= kLargestOffset, VVS_InvalidParameter, L"offset <= kLargestOffset =>false%s, ");
+    QC_CHECK_OR_RETURN(offset <= kLargestOffset, VVS_InvalidParameter, L"offset <= kLargestOffset =>false%s, ");
     OVERLAPPED overlapped = PositionAt(offset);
     DWORD count = 0;
     const bool done = ::ReadFile(hFile, data, dataSize, &count, offset != kCurrentPosition ? &overlapped : nullptr);
-    QC_CHECK(done || GetLastError() == ERROR_HANDLE_EOF, StatusFromLastError(),
-             L"::ReadFile(hFile, data, (DWORD)dataSize, &bytesRead, (offset != 0xFFFFFFFF ? &overlapped : 0)) =>FALSE%s, ");
+    QC_CHECK_OR_RETURN(done || GetLastError() == ERROR_HANDLE_EOF, StatusFromLastError(),
+                       L"::ReadFile(hFile, data, (DWORD)dataSize, &bytesRead, (offset != 0xFFFFFFFF ? &overlapped : 0)) =>FALSE%s, ");
     if (bytesRead)
         *bytesRead = done ? count : 0;
     return qcLog.Leave(VVS_Success);
@@ -71,11 +70,12 @@ VirtualVolumeStatus VirtualItem::ReadFile(HANDLE hFile, std::uint64_t offset, vo
 VirtualVolumeStatus VirtualItem::WriteFile(HANDLE hFile, std::uint64_t offset, const void* data, std::uint32_t dataSize,
                                            std::uint32_t* bytesWritten) {
     QC_TRACE(L"VirtualItem::WriteFile");
-    QC_CHECK(offset <= kLargestOffset, VVS_InvalidParameter, L"offset <= kLargestOffset =>false%s, ");
+    QC_CHECK_OR_RETURN(offset <= kLargestOffset, VVS_InvalidParameter, L"offset <= kLargestOffset =>false%s, ");
     OVERLAPPED overlapped = PositionAt(offset);
     DWORD count = 0;
-    QC_CHECK(::WriteFile(hFile, data, dataSize, &count, offset != kCurrentPosition ? &overlapped : nullptr), StatusFromLastError(),
-             L"::WriteFile(hFile, data, (DWORD)dataSize, &bytesWritten, (offset != 0xFFFFFFFF ? &overlapped : 0)) =>FALSE%s, ");
+    QC_CHECK_OR_RETURN(::WriteFile(hFile, data, dataSize, &count, offset != kCurrentPosition ? &overlapped : nullptr),
+                       StatusFromLastError(),
+                       L"::WriteFile(hFile, data, (DWORD)dataSize, &bytesWritten, (offset != 0xFFFFFFFF ? &overlapped : 0)) =>FALSE%s, ");
     if (bytesWritten)
         *bytesWritten = count;
     return qcLog.Leave(VVS_Success);
@@ -84,8 +84,8 @@ VirtualVolumeStatus VirtualItem::WriteFile(HANDLE hFile, std::uint64_t offset, c
 VirtualVolumeStatus VirtualItem::SetFileSize(HANDLE hFile, std::uint64_t size) {
     QC_TRACE(L"VirtualItem::SetFileSize");
     FilePointer filePointer(hFile, static_cast<std::int64_t>(size));
-    QC_CHECK(filePointer.PointerWasSet(), StatusFromLastError(), L"filePointer.PointerWasSet() =>false%s, ");
-    QC_CHECK(SetEndOfFile(hFile), StatusFromLastError(), L"SetEndOfFile(hFile) =>FALSE%s, ");
+    QC_CHECK_OR_RETURN(filePointer.PointerWasSet(), StatusFromLastError(), L"filePointer.PointerWasSet() =>false%s, ");
+    QC_CHECK_OR_RETURN(SetEndOfFile(hFile), StatusFromLastError(), L"SetEndOfFile(hFile) =>FALSE%s, ");
     return qcLog.Leave(VVS_Success);
 }
 
@@ -94,15 +94,15 @@ VirtualVolumeStatus VirtualItem::RenameItem(HANDLE hFile, ItemState& state, cons
     QC_TRACE(L"VirtualItem::RenameItem", L"in:newFilePath[%s], this:itemFullPath[%s]", newFilePath, state.Path());
     const std::wstring newName = PathStripPathStr(newFilePath);
     UniqueHandle hFolder;
-    QC_CHECK_STATUS(CreateFileW(PathRemoveFileSpecStr(newFilePath), GENERIC_READ | FILE_WRITE_ATTRIBUTES, kShareAll, OPEN_EXISTING,
-                                FILE_FLAG_BACKUP_SEMANTICS, hFolder),
-                    L"CreateFileW( newFileFolderPath, (0x80000000L) | ( 0x0100 ), (0x00000001 | 0x00000002 | 0x00000004), 3, "
-                    L"0x02000000, hFolder) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(CreateFileW(PathRemoveFileSpecStr(newFilePath), GENERIC_READ | FILE_WRITE_ATTRIBUTES, kShareAll,
+                                          OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, hFolder),
+                              L"CreateFileW( newFileFolderPath, (0x80000000L) | ( 0x0100 ), (0x00000001 | 0x00000002 | 0x00000004), 3, "
+                              L"0x02000000, hFolder) =>%s, ");
 
     const std::size_t nameBytes = newName.size() * sizeof(wchar_t);
     const ULONG len = static_cast<ULONG>(nameBytes + 26);
     const auto block = std::unique_ptr<std::byte[]>(new (std::nothrow) std::byte[len]());
-    QC_CHECK(block != nullptr, VSS_OutMemory, L"fileRenameInfo.get() != 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(block != nullptr, VSS_OutMemory, L"fileRenameInfo.get() != 0 =>false%s, ");
     auto* const info = reinterpret_cast<FileRenameInformation*>(block.get());
     info->replaceIfExists = TRUE;
     info->rootDirectory = hFolder.Get();
@@ -113,9 +113,9 @@ VirtualVolumeStatus VirtualItem::RenameItem(HANDLE hFile, ItemState& state, cons
         looked = lastLook ? lastLook() : VVS_Success;
         return looked == VVS_Success ? ZwSetInformationFile(hFile, info, len, kFileRenameInformation) : Win32Error::None;
     });
-    QC_CHECK_STATUS(looked, L"lastLook() =>%s, ");
-    QC_CHECK_STATUS(StatusOfCall(error),
-                    L"ZwSetInformationFile( m_hFile, fileRenameInfo.get(), len, ((FILE_INFORMATION_CLASS)10)) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(looked, L"lastLook() =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(StatusOfCall(error),
+                              L"ZwSetInformationFile( m_hFile, fileRenameInfo.get(), len, ((FILE_INFORMATION_CLASS)10)) =>%s, ");
     state.findData.reset();
     return qcLog.Leave(VVS_Success);
 }
@@ -124,7 +124,7 @@ VirtualVolumeStatus VirtualItem::SetFileInfo(const VirtFindData* virtFindData) {
     QC_TRACE_THIS(L"VirtualItem::SetFileInfo", L"this:itemFullPath[%s]", m_state.Path());
     m_state.findData.reset();  // what is to stay is taken from the item as it is now
     VirtFindData current{};
-    QC_CHECK(GetFileInfo(&current), VVS_GeneralError, L"GetFileInfo(&current) =>false%s, ");
+    QC_CHECK_OR_RETURN(GetFileInfo(&current), VVS_GeneralError, L"GetFileInfo(&current) =>false%s, ");
     FileBasicInformation info{};
     info.creationTime = ChosenTime(virtFindData->creationTime, current.creationTime);
     info.lastAccessTime = ChosenTime(virtFindData->lastAccessTime, current.lastAccessTime);
@@ -132,14 +132,14 @@ VirtualVolumeStatus VirtualItem::SetFileInfo(const VirtFindData* virtFindData) {
     info.changeTime = info.lastWriteTime;
     info.fileAttributes = virtFindData->fileAttributes != kKeepAttributes ? virtFindData->fileAttributes : current.fileAttributes;
     const Win32Error error = ZwSetInformationFile(WorkingFile(), &info, sizeof(info), kFileBasicInformation);
-    QC_CHECK_STATUS(StatusOfCall(error),
-                    L"ZwSetInformationFile(m_hFile, &fileInfo, sizeof(fileInfo), ((FILE_INFORMATION_CLASS)4)) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(StatusOfCall(error),
+                              L"ZwSetInformationFile(m_hFile, &fileInfo, sizeof(fileInfo), ((FILE_INFORMATION_CLASS)4)) =>%s, ");
     m_state.findData.reset();
     return qcLog.Leave(VVS_Success);
 }
 
 VirtualVolumeStatus VirtualItem::Flush() {
     QC_TRACE_THIS(L"VirtualItem::Flush", L"this:itemFullPath[%s]", m_state.Path());
-    QC_CHECK(FlushFileBuffers(WorkingFile()), VVS_GeneralError, L"FlushFileBuffers(m_hFile) =>FALSE%s, ");
+    QC_CHECK_OR_RETURN(FlushFileBuffers(WorkingFile()), VVS_GeneralError, L"FlushFileBuffers(m_hFile) =>FALSE%s, ");
     return qcLog.Leave(VVS_Success);
 }

@@ -89,7 +89,7 @@ bool MakeFolder(const std::wstring& folder) {
     if (IsExistingFolder(folder))
         return qcLog.Leave(true);
     const int errCode = SHCreateDirectoryExW(nullptr, folder.c_str(), nullptr);
-    QC_CHECK(errCode == 0 || IsExistingFolder(folder), false, L"errCode == 0L =>false%s, ");
+    QC_CHECK_OR_RETURN(errCode == 0 || IsExistingFolder(folder), false, L"errCode == 0L =>false%s, ");
     return qcLog.Leave(true);
 }
 
@@ -180,12 +180,11 @@ bool Agrees(const VirtFindData& left, const VirtFindData& right) {
     return left.fileAttributes == right.fileAttributes && left.lastWriteTime == right.lastWriteTime && left.fileSize == right.fileSize;
 }
 
-bool MayReuse(QuelcryptLog& qcLog, const RetainedCopy& copy, const VirtFindData* findData,
-              const std::optional<FileVersion>& container) {
+bool MayReuse(QuelcryptLog& qcLog, const RetainedCopy& copy, const VirtFindData* findData, const std::optional<FileVersion>& container) {
     QC_LOG(L"Cached temp file is Found[%s], Temp File Path[%s], Its cached Attribs[%s]", L"true", copy.tempFilePath,
            FormatFindDataStr(&copy.findData));
-    const bool isOfVersion = copy.unsaved ? IsStillVersion(copy.container, container)
-                                          : container && copy.container && *container == *copy.container;
+    const bool isOfVersion =
+        copy.unsaved ? IsStillVersion(copy.container, container) : container && copy.container && *container == *copy.container;
     const bool matched = isOfVersion && (copy.unsaved || (findData && Agrees(copy.findData, *findData)));
     QC_LOG(L"Attributes Matched[%s]", FormatBoolStr(matched));
     const std::optional<FileStamp> now = ReadFileStamp(copy.tempFilePath);
@@ -212,7 +211,8 @@ bool VirtualTempFileDispenser::Dispense(const std::wstring& filePathKey, bool co
             CacheState& state = State();
             const SectionGuard guard(state.section);
             const RetainedCopy* const found = state.Find(filePathKey);
-            const bool waitsOn = found && found->unsaved && !IsStillVersion(found->container, container);  // the document is another one now
+            const bool waitsOn =
+                found && found->unsaved && !IsStillVersion(found->container, container);  // the document is another one now
             if (!waitsOn)
                 retained = state.Take(filePathKey);
         }
@@ -224,8 +224,8 @@ bool VirtualTempFileDispenser::Dispense(const std::wstring& filePathKey, bool co
             DeleteTempFolder(retained->tempFilePath);
     }
     copy = {};
-    QC_CHECK(CreateTempFileName(PathStripPathStr(filePathKey), copy.tempFilePath), false,
-             L"CreateTempFileName(PathStripPathStr(filePathKey), tempFilePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(CreateTempFileName(PathStripPathStr(filePathKey), copy.tempFilePath), false,
+                       L"CreateTempFileName(PathStripPathStr(filePathKey), tempFilePath) =>false%s, ");
     QC_LOG(L"New tepmFilepath[%s] is dispensed", copy.tempFilePath);
     return qcLog.Leave(false);
 }
@@ -316,17 +316,16 @@ void VirtualTempFileDispenser::MoveFolder(const std::wstring& oldFolderPath, con
         DeleteTempFolder(left.tempFilePath);
     for (const CacheEntry& entry : moved)
         if (entry.copy.unsaved)
-            WriteTrackingFile(TrackingFilePathStr(entry.copy.tempFilePath),
-                              TrackingRecordOf(ZipPathStr(entry.key), entry.copy.container.value_or(FileVersion{}).stamp,
-                                               entry.copy.tempFilePath, ReadFileStamp(entry.copy.tempFilePath).value_or(FileStamp{}),
-                                               PathStripPathStr(entry.key)));
+            WriteTrackingFile(
+                TrackingFilePathStr(entry.copy.tempFilePath),
+                TrackingRecordOf(ZipPathStr(entry.key), entry.copy.container.value_or(FileVersion{}).stamp, entry.copy.tempFilePath,
+                                 ReadFileStamp(entry.copy.tempFilePath).value_or(FileStamp{}), PathStripPathStr(entry.key)));
 }
 
 // The files that are known by name; then what else may be there.
 void VirtualTempFileDispenser::DeleteTempFolder(const std::wstring& tempFilePath) {
-    const Win32Error deleted = TryForAMoment([&] {
-        return DeleteNow(tempFilePath) ? Win32Error::None : static_cast<Win32Error>(ERROR_SHARING_VIOLATION);
-    });
+    const Win32Error deleted =
+        TryForAMoment([&] { return DeleteNow(tempFilePath) ? Win32Error::None : static_cast<Win32Error>(ERROR_SHARING_VIOLATION); });
     if (deleted == Win32Error::None || DeleteFileOrFolder(PathRemoveFileSpecStr(tempFilePath)) == DeleteResult::Deleted)
         return;
     CacheState& state = State();

@@ -14,7 +14,8 @@ extern "C" bool EndsByForeignException(void (*function)(void*), void* context);
 template <class Call>
 auto CallCompanion(Call call) {
     const auto guarded = [](auto& work) {
-        const bool isForeign = EndsByForeignException([](void* context) { (*static_cast<std::decay_t<decltype(work)>*>(context))(); }, &work);
+        const bool isForeign =
+            EndsByForeignException([](void* context) { (*static_cast<std::decay_t<decltype(work)>*>(context))(); }, &work);
         if (isForeign)
             throw CQuelcryptErrorException(L"An exception of another compiler");
     };

@@ -4,8 +4,8 @@
 
 #include <utility>
 
-#include <windows.h>
 #include <objbase.h>
+#include <windows.h>
 
 #include "library/CompanionCall.h"
 

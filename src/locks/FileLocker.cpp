@@ -17,8 +17,8 @@
 namespace {
 
 // Everything a holder may do with the file, but not to its owner or permissions.
-constexpr DWORD kLockAccess = FILE_READ_DATA | FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_READ_EA | FILE_WRITE_EA |
-                              FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES | DELETE | READ_CONTROL | SYNCHRONIZE;
+constexpr DWORD kLockAccess = FILE_READ_DATA | FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_READ_EA | FILE_WRITE_EA | FILE_READ_ATTRIBUTES |
+                              FILE_WRITE_ATTRIBUTES | DELETE | READ_CONTROL | SYNCHRONIZE;
 static_assert(kLockAccess == 0x13019F);
 
 struct LockRecord {
@@ -60,7 +60,7 @@ struct LockTable {
         const auto found = entries.find(std::wstring_view(filePath));
         return found == entries.end() ? nullptr : &found->second;
     }
-    LockEntry* Insert(const wchar_t* filePath, LockEntry made) REQUIRES(section) {
+    LockEntry* Insert(const wchar_t* filePath, LockEntry&& made) REQUIRES(section) {
         LockEntry* const entry = &entries.emplace(filePath, std::move(made)).first->second;
         count = entries.size();
         return entry;
@@ -132,7 +132,14 @@ LockSearchHandle* AsSearchHandle(void* hFind) {
     return search && search->magic == kLockSearchMagic ? search : nullptr;
 }
 
-// Returns the token, empty when it has no room. Without the memory for it, an entry that has no other lock goes with its file's handle.
+// A lock that cannot be taken leaves no file behind.
+void DropCreated(const FileHandleInfo& info) {
+    if (info.created)
+        DeleteUndeleteFile(info.hFile.Get(), true);
+}
+
+// Returns the token, empty when it has no room. Without the memory for it, an entry that has no other lock is removed with its file's
+// handle.
 std::wstring MakeRecord(LockTable& table, const wchar_t* filePath, LockEntry& entry, const LockInfo& lockInfo, const GUID& guid)
     REQUIRES(table.section) {
     try {
@@ -142,8 +149,10 @@ std::wstring MakeRecord(LockTable& table, const wchar_t* filePath, LockEntry& en
         entry.lockInfoArray.push_back({lockInfo.timeout, lockInfo.scope, lockInfo.type, std::wstring(BoundedText(lockInfo.owner)), token});
         return token;
     } catch (...) {
-        if (entry.lockInfoArray.empty())
+        if (entry.lockInfoArray.empty()) {
+            DropCreated(entry.fileHandleInfo);
             table.Erase(filePath);
+        }
         throw;
     }
 }
@@ -154,42 +163,47 @@ bool HasToken(const wchar_t* lockToken) { return lockToken && *lockToken; }
 
 VirtualVolumeStatus FileLocker::Lock(const wchar_t* filePath, const VirtFindData* encryptedInfo, LockInfo* lockInfo) {
     QC_TRACE(L"FileLocker::Lock", L"filePath[%s], lockInfo[%s]", filePath, FormatLockInfoStr(lockInfo));
-    QC_CHECK(filePath != nullptr && lockInfo != nullptr, VVS_InvalidParameter, L"filePath != 0 && lockInfo != 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(filePath != nullptr && lockInfo != nullptr, VVS_InvalidParameter, L"filePath != 0 && lockInfo != 0 =>false%s, ");
 
     LockTable& table = Table();
     const SectionGuard guard(table.section);
     LockEntry* entry = table.Find(filePath);
     if (!entry) {
-        FileHandleInfo fileHandleInfo;
-        QC_CHECK_STATUS(CreateAndLockFile(filePath, fileHandleInfo), L"CreateAndLockFile(filePath, lockInfoData.fileHandleInfo) =>%s, ");
         LockEntry made;
         made.lockInfoArray.reserve(1);
-        made.fileHandleInfo = std::move(fileHandleInfo);
+        QC_CHECK_STATUS_OR_RETURN(CreateAndLockFile(filePath, made.fileHandleInfo),
+                                  L"CreateAndLockFile(filePath, lockInfoData.fileHandleInfo) =>%s, ");
         made.encryptedInfo = encryptedInfo ? *encryptedInfo : VirtFindData{};
         made.hasEncryptedInfo = encryptedInfo != nullptr;
-        entry = table.Insert(filePath, std::move(made));
+        try {
+            entry = table.Insert(filePath, std::move(made));
+        } catch (...) {
+            DropCreated(made.fileHandleInfo);
+            throw;
+        }
     } else {
-        QC_CHECK(lockInfo->scope == LockScope_Shared, VVS_LockScopeViolation,
-                 L"lockInfo->lockScope == LockScope_Shared =>false%s, ");
-        QC_CHECK(FirstRecord(entry->lockInfoArray).scope == LockScope_Shared, VVS_LockScopeViolation,
-                 L"lockInfoDataMapPair->m_value.lockInfoArray[0].lockScope == LockScope_Shared =>false%s, ");
+        QC_CHECK_OR_RETURN(lockInfo->scope == LockScope_Shared, VVS_LockScopeViolation,
+                           L"lockInfo->lockScope == LockScope_Shared =>false%s, ");
+        QC_CHECK_OR_RETURN(FirstRecord(entry->lockInfoArray).scope == LockScope_Shared, VVS_LockScopeViolation,
+                           L"lockInfoDataMapPair->m_value.lockInfoArray[0].lockScope == LockScope_Shared =>false%s, ");
     }
 
     GUID guid{};
     const HRESULT created = CoCreateGuid(&guid);
     if (FAILED(created)) {
-        qcLog.LogFailedCheck(L"CoCreateGuid(&guid) =>%s, ", [&] { return FormatHResultStr(created); }, [] { return L""; });
+        qcLog.LogFailedCheck(
+            L"CoCreateGuid(&guid) =>%s, ", [&] { return FormatHResultStr(created); }, [] { return L""; });
         return qcLog.Leave(VVS_GeneralError);
     }
     const std::wstring token = MakeRecord(table, filePath, *entry, *lockInfo, guid);
-    QC_CHECK(!token.empty(), VVS_GeneralError, L"guidStr.GetLength() < (sizeof(*RtlpNumberOf(lockInfo->lockToken))) =>false%s, ");
+    QC_CHECK_OR_RETURN(!token.empty(), VVS_GeneralError, L"guidStr.GetLength() < (sizeof(*RtlpNumberOf(lockInfo->lockToken))) =>false%s, ");
     CopyBounded(lockInfo->token, token);
     return qcLog.Leave(VVS_Success);
 }
 
 VirtualVolumeStatus FileLocker::Unlock(const wchar_t* filePath, const wchar_t* lockToken) {
     QC_TRACE(L"FileLocker::Unlock", L"filePath[%s], lockInfo[%s]", filePath, lockToken);
-    QC_CHECK(filePath != nullptr && HasToken(lockToken), VVS_InvalidParameter, L"filePath != 0 && lockToken != 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(filePath != nullptr && HasToken(lockToken), VVS_InvalidParameter, L"filePath != 0 && lockToken != 0 =>false%s, ");
 
     LockTable& table = Table();
     const std::shared_ptr<LockedContent> content = table.ContentOf(filePath);
@@ -201,7 +215,7 @@ VirtualVolumeStatus FileLocker::Unlock(const wchar_t* filePath, const wchar_t* l
     if (!entry)
         return qcLog.Leave(VVS_FileNotLocked);
     const std::ptrdiff_t foundIdx = FindToken(entry->lockInfoArray, lockToken);
-    QC_CHECK(foundIdx >= 0, VVS_LockTokenNotFound, L"foundIdx >= 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(foundIdx >= 0, VVS_LockTokenNotFound, L"foundIdx >= 0 =>false%s, ");
     entry->lockInfoArray.erase(entry->lockInfoArray.begin() + foundIdx);
     if (!entry->lockInfoArray.empty())
         return qcLog.Leave(VVS_Success);
@@ -216,7 +230,7 @@ VirtualVolumeStatus FileLocker::Unlock(const wchar_t* filePath, const wchar_t* l
 
 VirtualVolumeStatus FileLocker::FindLock(const wchar_t* filePath, const wchar_t* lockToken, LockInfo* lockInfo) {
     QC_TRACE(L"FileLocker::FindLock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
-    QC_CHECK(filePath != nullptr && lockInfo != nullptr, VVS_InvalidParameter, L"filePath != 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(filePath != nullptr && lockInfo != nullptr, VVS_InvalidParameter, L"filePath != 0 =>false%s, ");
 
     LockTable& table = Table();
     if (table.count == 0)  // the common case, asked twice at every open
@@ -227,7 +241,7 @@ VirtualVolumeStatus FileLocker::FindLock(const wchar_t* filePath, const wchar_t*
         return qcLog.Leave(VVS_FileNotLocked);
     if (HasToken(lockToken)) {
         const std::ptrdiff_t foundIdx = FindToken(entry->lockInfoArray, lockToken);
-        QC_CHECK(foundIdx >= 0, VVS_LockTokenNotFound, L"foundIdx >= 0 =>false%s, ");
+        QC_CHECK_OR_RETURN(foundIdx >= 0, VVS_LockTokenNotFound, L"foundIdx >= 0 =>false%s, ");
         StoreRecord(entry->lockInfoArray[static_cast<std::size_t>(foundIdx)], lockInfo);
     } else {
         StoreRecord(FirstRecord(entry->lockInfoArray), lockInfo);
@@ -238,8 +252,8 @@ VirtualVolumeStatus FileLocker::FindLock(const wchar_t* filePath, const wchar_t*
 
 VirtualVolumeStatus FileLocker::FindFirstLock(const wchar_t* filePath, void** hFind, LockInfo* lockInfo) {
     QC_TRACE(L"FileLocker::FindFirstLock", L"filePath[%s]", filePath);
-    QC_CHECK(filePath != nullptr && hFind != nullptr && lockInfo != nullptr, VVS_InvalidParameter,
-             L"filePath != 0 && hFind != 0 && lockInfo != 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(filePath != nullptr && hFind != nullptr && lockInfo != nullptr, VVS_InvalidParameter,
+                       L"filePath != 0 && hFind != 0 && lockInfo != 0 =>false%s, ");
     *hFind = nullptr;
 
     LockTable& table = Table();
@@ -249,7 +263,7 @@ VirtualVolumeStatus FileLocker::FindFirstLock(const wchar_t* filePath, void** hF
         QC_LOG(L"No locks are found for filePath[%s]", filePath);
         return qcLog.Leave(VVS_FileNotLocked);
     }
-    QC_CHECK(!entry->lockInfoArray.empty(), VVS_GeneralError, L"lockInfoArray.GetCount() > 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(!entry->lockInfoArray.empty(), VVS_GeneralError, L"lockInfoArray.GetCount() > 0 =>false%s, ");
     StoreRecord(entry->lockInfoArray.front(), lockInfo);
     auto search = std::make_unique<LockSearchHandle>();
     search->lockInfoArray = entry->lockInfoArray;
@@ -261,7 +275,7 @@ VirtualVolumeStatus FileLocker::FindFirstLock(const wchar_t* filePath, void** hF
 bool FileLocker::FindNextLock(void* hFind, LockInfo* lockInfo) {
     QC_TRACE(L"FileLocker::FindNextLock", L"hFind[0x%x]", hFind);
     LockSearchHandle* const search = AsSearchHandle(hFind);
-    QC_CHECK(search != nullptr && lockInfo != nullptr, false, L"( 0 != hFind && *(DWORD*)hFind == 'MLFF') =>false%s, ");
+    QC_CHECK_OR_RETURN(search != nullptr && lockInfo != nullptr, false, L"( 0 != hFind && *(DWORD*)hFind == 'MLFF') =>false%s, ");
     if (search->next >= search->lockInfoArray.size()) {
         QC_LOG(L"No more locks found");
         return qcLog.Leave(false);
@@ -274,7 +288,7 @@ bool FileLocker::FindNextLock(void* hFind, LockInfo* lockInfo) {
 bool FileLocker::FindClose(void* hFind) {
     QC_TRACE(L"FileLocker::FindClose", L"hFind[0x%x]", hFind);
     LockSearchHandle* const search = AsSearchHandle(hFind);
-    QC_CHECK(search != nullptr, false, L"( 0 != hFind && *(DWORD*)hFind == 'MLFF') =>false%s, ");
+    QC_CHECK_OR_RETURN(search != nullptr, false, L"( 0 != hFind && *(DWORD*)hFind == 'MLFF') =>false%s, ");
     search->magic = 0;
     delete search;
     return qcLog.Leave(true);
@@ -283,8 +297,7 @@ bool FileLocker::FindClose(void* hFind) {
 bool FileLocker::HoldsLockBelow(const std::wstring& folderPath) {
     LockTable& table = Table();
     const SectionGuard guard(table.section);
-    return std::any_of(table.entries.begin(), table.entries.end(),
-                       [&](const auto& entry) { return IsPathBelow(entry.first, folderPath); });
+    return std::any_of(table.entries.begin(), table.entries.end(), [&](const auto& entry) { return IsPathBelow(entry.first, folderPath); });
 }
 
 void FileLocker::GetEncryptedInfo(const wchar_t* filePath, bool* hasInfo, VirtFindData* findData) {
@@ -323,7 +336,7 @@ void FileLocker::SetEncryptedInfo(const wchar_t* filePath, const VirtFindData& f
 VirtualVolumeStatus FileLocker::GetLockedFile(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t extraAccess,
                                               const wchar_t* lockToken, LockedFile* lockedFile) {
     QC_TRACE(L"FileLocker::GetLockedFile", L"filePath[%s], lockToken[%s]", filePath, lockToken);
-    QC_CHECK(filePath != nullptr, VVS_InvalidParameter, L"filePath != 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(filePath != nullptr, VVS_InvalidParameter, L"filePath != 0 =>false%s, ");
     *lockedFile = {};
 
     LockTable& table = Table();
@@ -332,22 +345,23 @@ VirtualVolumeStatus FileLocker::GetLockedFile(const wchar_t* filePath, std::uint
     if (!entry)
         return qcLog.Leave(VVS_Success);
     if (!HasToken(lockToken)) {
-        QC_CHECK((desiredAccess & GENERIC_WRITE) == 0, VVS_Locked,
-                 L"(((0x40000000L) | ((((0x00020000L)) | ( 0x0002 ) | ( 0x0100 ) | ( 0x0010 ) | ( 0x0004 ) | (0x00100000L)) - "
-                 L"(((0x00020000L)) | ( 0x0002 ) | ( 0x0100 ) | ( 0x0010 ) | ( 0x0004 ) | (0x00100000L)))) & desiredAccess) == 0 "
-                 L"=>false%s, ");
+        QC_CHECK_OR_RETURN((desiredAccess & GENERIC_WRITE) == 0, VVS_Locked,
+                           L"(((0x40000000L) | ((((0x00020000L)) | ( 0x0002 ) | ( 0x0100 ) | ( 0x0010 ) | ( 0x0004 ) | (0x00100000L)) - "
+                           L"(((0x00020000L)) | ( 0x0002 ) | ( 0x0100 ) | ( 0x0010 ) | ( 0x0004 ) | (0x00100000L)))) & desiredAccess) == 0 "
+                           L"=>false%s, ");
         return qcLog.Leave(VVS_Success);
     }
-    QC_CHECK(FindToken(entry->lockInfoArray, lockToken) >= 0, VVS_Locked, L"foundIdx >= 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(FindToken(entry->lockInfoArray, lockToken) >= 0, VVS_Locked, L"foundIdx >= 0 =>false%s, ");
 
     UniqueHandle hFile;
     if (!DuplicateHandle(GetCurrentProcess(), entry->fileHandleInfo.hFile.Get(), GetCurrentProcess(), hFile.GetAddr(),
                          desiredAccess | extraAccess, FALSE, 0)) {
         const DWORD error = GetLastError();
-        QC_REPORT(L"DuplicateHandle(GetCurrentProcess(), fileHandleInfo.hFile, GetCurrentProcess(), &hFile.m_h, desiredAccess, 0, 0) "
-                  L"=>FALSE%s, ");
-        const bool isHeld = error == ERROR_SUCCESS || error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION ||
-                            error == ERROR_LOCK_VIOLATION;
+        QC_REPORT(
+            L"DuplicateHandle(GetCurrentProcess(), fileHandleInfo.hFile, GetCurrentProcess(), &hFile.m_h, desiredAccess, 0, 0) "
+            L"=>FALSE%s, ");
+        const bool isHeld =
+            error == ERROR_SUCCESS || error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION;
         return qcLog.Leave(isHeld ? VVS_Locked : StatusFromWin32(static_cast<Win32Error>(error)));
     }
     lockedFile->locked = true;

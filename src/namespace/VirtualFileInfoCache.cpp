@@ -48,10 +48,9 @@ CacheState& State() {
 
 }  // namespace
 
-bool VirtualFileInfoCache::Find(const std::wstring& containerFilePath, const WIN32_FIND_DATAW& rawFindData,
-                                std::uint64_t folderWriteTime, VirtFindData* virtFindData) {
-    QC_TRACE(L"VirtualFileInfoCache::Find", L"containerFilePath[%s], findData[%s]", containerFilePath,
-             FormatRawFindDataStr(&rawFindData));
+bool VirtualFileInfoCache::Find(const std::wstring& containerFilePath, const WIN32_FIND_DATAW& rawFindData, std::uint64_t folderWriteTime,
+                                VirtFindData* virtFindData) {
+    QC_TRACE(L"VirtualFileInfoCache::Find", L"containerFilePath[%s], findData[%s]", containerFilePath, FormatRawFindDataStr(&rawFindData));
     CacheState& state = State();
     const SectionGuard guard(state.section);
     const auto found = state.entries.find(containerFilePath);
@@ -66,8 +65,8 @@ bool VirtualFileInfoCache::Find(const std::wstring& containerFilePath, const WIN
     return qcLog.Leave(matches);
 }
 
-void VirtualFileInfoCache::Add(const std::wstring& containerFilePath, const WIN32_FIND_DATAW& rawFindData,
-                               const VirtFindData& virtFindData, std::uint64_t folderWriteTime) {
+void VirtualFileInfoCache::Add(const std::wstring& containerFilePath, const WIN32_FIND_DATAW& rawFindData, const VirtFindData& virtFindData,
+                               std::uint64_t folderWriteTime) {
     QC_TRACE(L"VirtualFileInfoCache::Add", L"containerFilePath[%s]", containerFilePath);
     CacheState& state = State();
     const SectionGuard guard(state.section);

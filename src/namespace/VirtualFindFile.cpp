@@ -95,17 +95,16 @@ struct ContainerInfo {
 };
 
 // A library that throws has failed; the container then shows as a plain file, which hides nothing.
-bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw,
-                        ContainerInfo& info) {
+bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw, ContainerInfo& info) {
     bool succeeded = false;
     try {
         const std::string path = Utf8EncodeStr(containerFilePath.c_str(), static_cast<DWORD>(containerFilePath.size()));
         LibraryPtr<IHvcStringW> storedName;
         IHvcStringW** const place = storedName.GetAddr();
         succeeded = CallCompanion([&] {
-            return Quelcrypt_GetFileInformation(path.c_str(), place, &info.plainSize, &raw, &info.lastWrite, &info.lastAccess, &info.creation,
-                                                nullptr);
-        }) == 1;
+                        return Quelcrypt_GetFileInformation(path.c_str(), place, &info.plainSize, &raw, &info.lastWrite, &info.lastAccess,
+                                                            &info.creation, nullptr);
+                    }) == 1;
         succeeded = succeeded && storedName;
         const wchar_t* const name = succeeded ? CallCompanion([&] { return storedName->GetString(); }) : nullptr;
         info.storedName = name ? name : L"";  // an empty one is null
@@ -161,8 +160,8 @@ void StoreRecord(const WIN32_FIND_DATAW& raw, VirtFindData* virtFindData) {
 }
 
 void BuildVirtFindData(const FolderView& view, bool containerFlag, const WIN32_FIND_DATAW& rawOnDisk, VirtFindData* virtFindData) {
-    QC_TRACE(L"BuildVirtFindData", L"folderPath[%s], containerFlag[%s], fileName[%s]", view.folderPath,
-             FormatBoolStr(containerFlag), rawOnDisk.cFileName);
+    QC_TRACE(L"BuildVirtFindData", L"folderPath[%s], containerFlag[%s], fileName[%s]", view.folderPath, FormatBoolStr(containerFlag),
+             rawOnDisk.cFileName);
     // Most entries of many folders are no containers, and need no path.
     const std::wstring containerFilePath = containerFlag ? PathAppendStr(view.folderPath, rawOnDisk.cFileName) : std::wstring();
     if (containerFlag && FindKnownContainer(view, containerFilePath, rawOnDisk, virtFindData))
@@ -200,6 +199,8 @@ bool StartExtraZipSearch(VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
     handle.containerFlag = true;
     handle.filePathSearch = newSearch;
     handle.find.Reset(::FindFirstFileW(PlatformPath(newSearch).c_str(), &raw));
+    if (!handle.find && GetLastError() == ERROR_INVALID_NAME)  // no name is so long that a container's ending does not fit
+        SetLastError(ERROR_FILE_NOT_FOUND);
     return handle.find && ShouldEnumerateFindData(handle, raw);
 }
 
@@ -269,9 +270,9 @@ VirtualFindHandlePtr VirtualFindFile::FindFirstFileW(const wchar_t* filePathSear
     *virtFindData = {};
     WIN32_FIND_DATAW raw{};
     handle->find.Reset(::FindFirstFileW(PlatformPath(filePathSearch).c_str(), &raw));
-    QC_CHECK(handle->find || GetLastError() == ERROR_FILE_NOT_FOUND, nullptr,
-             L"hFind != ((HANDLE)(LONG_PTR)-1) || GetLastError() == 2L =>FALSE%s,  %s", L"filePathSearch[%s]. Error[%s]", filePathSearch,
-             SystemErrorStr(GetLastError()));
+    QC_CHECK_OR_RETURN(handle->find || GetLastError() == ERROR_FILE_NOT_FOUND, nullptr,
+                       L"hFind != ((HANDLE)(LONG_PTR)-1) || GetLastError() == 2L =>FALSE%s,  %s", L"filePathSearch[%s]. Error[%s]",
+                       filePathSearch, SystemErrorStr(GetLastError()));
     if (handle->find && ShouldEnumerateFindData(*handle, raw)) {
         QC_LOG(L"filePathSearch[%s] is Found on first try", filePathSearch);
         handle->containerFlag = !IsFolder(raw) && HasContainerName(raw.cFileName);

@@ -27,7 +27,7 @@ struct VirtualFindHandle {
     bool extraZipSearch = false;
     bool isPattern = false;
     std::unordered_set<std::wstring> shownContainers;  // by the first search, as far as the extra one would find them again
-    std::uint64_t folderWriteTime = 0;  // 0: not read yet
+    std::uint64_t folderWriteTime = 0;                 // 0: not read yet
     PlainNameFilter plainNames;
 };
 using VirtualFindHandlePtr = std::unique_ptr<VirtualFindHandle>;

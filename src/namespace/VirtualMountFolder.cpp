@@ -55,7 +55,7 @@ private:
 struct MountFolderState {
     CriticalSection section{LockOrder::MountFolders};
     FolderTable table GUARDED_BY(section);
-    std::atomic<bool> loaded{false};  // read without the section too: nobody waits for a load that is not needed
+    std::atomic<bool> loaded{false};                      // read without the section too: nobody waits for a load that is not needed
     std::uint32_t changeCounter GUARDED_BY(section) = 0;  // as last read from the library; 0: none yet
 };
 
@@ -200,7 +200,7 @@ bool VirtualMountFolder::IsValidVirtualVolumePath(const wchar_t* path) {
 bool VirtualMountFolder::ParseFilePath(const wchar_t* path, std::wstring& mountFolderPart, std::wstring& relativePath) {
     QC_TRACE(L"VirtualMountFolder::ParseFilePath", L"path[%s]", path);
     relativePath.clear();
-    QC_CHECK(path != nullptr, false, L"mountFolderPartBuf != 0 =>false%s, ");
+    QC_CHECK_OR_RETURN(path != nullptr, false, L"mountFolderPartBuf != 0 =>false%s, ");
     const wchar_t* const separator = std::wcschr(path, L'\\');
     if (separator) {
         mountFolderPart.assign(path, separator);
@@ -235,7 +235,7 @@ bool VirtualMountFolder::GetMountFolderInfoByNativePath(const wchar_t* nativeFil
                                                         std::wstring& relativePath) {
     QC_TRACE(L"VirtualMountFolder::GetMountFolderInfoByNativePath", L"nativeFilePath[%s]", nativeFilePath);
     LoadFolders(true);
-    QC_CHECK(nativeFilePath != nullptr, false, L"nativeFilePath != 0 && &nativeFilePath =>false%s, ");
+    QC_CHECK_OR_RETURN(nativeFilePath != nullptr, false, L"nativeFilePath != 0 && &nativeFilePath =>false%s, ");
     const std::wstring_view nativePath = nativeFilePath;
     MountFolderState& state = State();
     const SectionGuard guard(state.section);
@@ -254,8 +254,7 @@ bool VirtualMountFolder::HoldsMountFolder(const std::wstring& nativePath) {
     MountFolderState& state = State();
     const SectionGuard guard(state.section);
     const auto folders = state.table.InOrder();
-    return qcLog.Leave(
-        std::any_of(folders.begin(), folders.end(), [&](const auto* folder) { return Contains(nativePath, folder->path); }));
+    return qcLog.Leave(std::any_of(folders.begin(), folders.end(), [&](const auto* folder) { return Contains(nativePath, folder->path); }));
 }
 
 VirtFindMountFolderHandlePtr VirtualMountFolder::FindFirstFolder(const wchar_t* folderSearchSpec) {
@@ -288,16 +287,14 @@ VirtFindMountFolderHandlePtr VirtualMountFolder::FindFirstFolder(const wchar_t* 
 }
 
 bool VirtualMountFolder::FindNextFolder(VirtFindMountFolderHandle& handle, VirtMountInfo* virtMountInfo) {
-    QC_TRACE(L"VirtualMountFolder::FindNextFolder", L"folderSearchSpec[%s], nextName[%s]", handle.folderSearchSpec,
-             handle.nextName);
+    QC_TRACE(L"VirtualMountFolder::FindNextFolder", L"folderSearchSpec[%s], nextName[%s]", handle.folderSearchSpec, handle.nextName);
     return qcLog.Leave(MatchNext(handle, [&](const MountFolderInfo& folder) {
         return GetMatchedMountFolderVirtMountInfo(handle.folderSearchSpec.c_str(), folder, virtMountInfo);
     }));
 }
 
 bool VirtualMountFolder::FindNextFolder(VirtFindMountFolderHandle& handle, VirtFindData* virtFindData) {
-    QC_TRACE(L"VirtualMountFolder::FindNextFolder", L"folderSearchSpec[%s], nextName[%s]", handle.folderSearchSpec,
-             handle.nextName);
+    QC_TRACE(L"VirtualMountFolder::FindNextFolder", L"folderSearchSpec[%s], nextName[%s]", handle.folderSearchSpec, handle.nextName);
     return qcLog.Leave(MatchNext(handle, [&](const MountFolderInfo& folder) {
         return GetMatchedMountFolderVirtFindData(handle.folderSearchSpec.c_str(), folder, virtFindData);
     }));
@@ -305,15 +302,14 @@ bool VirtualMountFolder::FindNextFolder(VirtFindMountFolderHandle& handle, VirtF
 
 bool VirtualMountFolder::GetMatchedMountFolderVirtMountInfo(const wchar_t* searchSpec, const MountFolderInfo& mountFolderInfo,
                                                             VirtMountInfo* virtMountInfo) {
-    QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtMountInfo", L"searchSpec[%s], name[%s]", searchSpec,
-             mountFolderInfo.name);
+    QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtMountInfo", L"searchSpec[%s], name[%s]", searchSpec, mountFolderInfo.name);
     if (!MatchesSpec(qcLog, searchSpec, mountFolderInfo))
         return qcLog.Leave(false);
     // A name may have up to twice the units that the record holds and is then cut; a path is never cut.
-    QC_CHECK(mountFolderInfo.name.size() < sizeof(virtMountInfo->name) && mountFolderInfo.path.size() < std::size(virtMountInfo->path),
-             false,
-             L"sizeof(virtMountInfo->name) > wcslen(mountFolderInfo.name) && sizeof(virtMountInfo->path) > "
-             L"wcslen(mountFolderInfo.path) =>false%s, ");
+    QC_CHECK_OR_RETURN(
+        mountFolderInfo.name.size() < sizeof(virtMountInfo->name) && mountFolderInfo.path.size() < std::size(virtMountInfo->path), false,
+        L"sizeof(virtMountInfo->name) > wcslen(mountFolderInfo.name) && sizeof(virtMountInfo->path) > "
+        L"wcslen(mountFolderInfo.path) =>false%s, ");
     CopyBounded(virtMountInfo->name, mountFolderInfo.name);
     CopyBounded(virtMountInfo->path, mountFolderInfo.path);
     virtMountInfo->type = mountFolderInfo.type;
@@ -322,16 +318,15 @@ bool VirtualMountFolder::GetMatchedMountFolderVirtMountInfo(const wchar_t* searc
 
 bool VirtualMountFolder::GetMatchedMountFolderVirtFindData(const wchar_t* searchSpec, const MountFolderInfo& mountFolderInfo,
                                                            VirtFindData* virtFindData) {
-    QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtFindData", L"searchSpec[%s], name[%s]", searchSpec,
-             mountFolderInfo.name);
+    QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtFindData", L"searchSpec[%s], name[%s]", searchSpec, mountFolderInfo.name);
     if (searchSpec && *searchSpec && !MatchesSpec(qcLog, searchSpec, mountFolderInfo))
         return qcLog.Leave(false);
     // A container beside it that has its name is another entry.
-    QC_CHECK(IsExistingFolder(mountFolderInfo.path) && VirtualFindFile::FindFile(mountFolderInfo.path.c_str(), virtFindData), false,
-             L"VirtualFindFile::FindFile(mountFolderInfo.path, virtFindData) =>false%s, ");
+    QC_CHECK_OR_RETURN(IsExistingFolder(mountFolderInfo.path) && VirtualFindFile::FindFile(mountFolderInfo.path.c_str(), virtFindData),
+                       false, L"VirtualFindFile::FindFile(mountFolderInfo.path, virtFindData) =>false%s, ");
     QC_LOG(L"Mount folder[%s] matches search spec[%s]", mountFolderInfo.name, searchSpec);
-    QC_CHECK(mountFolderInfo.name.size() < sizeof(virtFindData->fileName), false,
-             L"sizeof(virtFindData->fileName) > wcslen(mountFolderInfo.name) =>false%s, ");
+    QC_CHECK_OR_RETURN(mountFolderInfo.name.size() < sizeof(virtFindData->fileName), false,
+                       L"sizeof(virtFindData->fileName) > wcslen(mountFolderInfo.name) =>false%s, ");
     CopyBounded(virtFindData->fileName, mountFolderInfo.name);
     virtFindData->itemType = VIT_MountFolder;
     return qcLog.Leave(true);

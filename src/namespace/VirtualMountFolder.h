@@ -40,8 +40,7 @@ public:
     // The mount folder that a volume path names, and the rest of the path. False leaves mountFolderInfo as it was.
     static bool GetMountFolderInfoByVirtPath(const wchar_t* virtFilePath, MountFolderInfo& mountFolderInfo, std::wstring& relativePath);
     // The mount folder that contains a native path, and the path below it (empty for the folder itself).
-    static bool GetMountFolderInfoByNativePath(const wchar_t* nativeFilePath, MountFolderInfo& mountFolderInfo,
-                                               std::wstring& relativePath);
+    static bool GetMountFolderInfoByNativePath(const wchar_t* nativeFilePath, MountFolderInfo& mountFolderInfo, std::wstring& relativePath);
 
     // Is this native path a mount folder, or does one lie below it?
     static bool HoldsMountFolder(const std::wstring& nativePath);

@@ -65,8 +65,9 @@ Win32Error ZwSetInformationFile(HANDLE hFile, const void* info, ULONG length, in
     QC_TRACE(L"ZwSetInformationFile", L"hFile[0x%p], fileInformationClass[%d]", hFile, fileInformationClass);
     static const auto s_func = NtdllFunction<ZwSetInformationFileFunc>("ZwSetInformationFile");
     static const auto s_toDosError = NtdllFunction<RtlNtStatusToDosErrorFunc>("RtlNtStatusToDosError");
-    QC_CHECK(s_func != nullptr && s_toDosError != nullptr, static_cast<Win32Error>(ERROR_PROC_NOT_FOUND), L"s_func != 0 =>false%s,  %s",
-             L"fileInformationClass[%s]. Error[%s]", FormatInt64Str(fileInformationClass), SystemErrorStr(GetLastError()));
+    QC_CHECK_OR_RETURN(s_func != nullptr && s_toDosError != nullptr, static_cast<Win32Error>(ERROR_PROC_NOT_FOUND),
+                       L"s_func != 0 =>false%s,  %s", L"fileInformationClass[%s]. Error[%s]", FormatInt64Str(fileInformationClass),
+                       SystemErrorStr(GetLastError()));
 
     IoStatusBlock ioStatus{};
     const NtStatus status = s_func(hFile, &ioStatus, const_cast<void*>(info), length, fileInformationClass);
@@ -74,16 +75,15 @@ Win32Error ZwSetInformationFile(HANDLE hFile, const void* info, ULONG length, in
         return qcLog.Leave(Win32Error::None);
     const ULONG error = s_toDosError(status < 0 ? status : ioStatus.status);
     QC_REPORT(L"(((NTSTATUS)(status)) >= 0) && (((NTSTATUS)(IoStatusBlock.Status)) >= 0) =>false%s,  %s",
-              L"fileInformationClass[%d]. Status[0x%x], IoStatusBlock.Status[0x%x]. %s", fileInformationClass, status,
-              ioStatus.status, SystemErrorStr(error));
+              L"fileInformationClass[%d]. Status[0x%x], IoStatusBlock.Status[0x%x]. %s", fileInformationClass, status, ioStatus.status,
+              SystemErrorStr(error));
     return qcLog.Leave(static_cast<Win32Error>(error));
 }
 
 Win32Error DeleteUndeleteFile(HANDLE hFile, bool deleteFile) {
     QC_TRACE(L"DeleteUndeleteFile", L"hFile[0x%p], deleteFile[%s]", hFile, FormatBoolStr(deleteFile));
     const BOOLEAN fileDispositionInfo = deleteFile;
-    const Win32Error error =
-        ZwSetInformationFile(hFile, &fileDispositionInfo, sizeof(fileDispositionInfo), kFileDispositionInformation);
+    const Win32Error error = ZwSetInformationFile(hFile, &fileDispositionInfo, sizeof(fileDispositionInfo), kFileDispositionInformation);
     if (error != Win32Error::None)
         qcLog.LogFailedCheck(
             L"ZwSetInformationFile(hFile, &fileDispositionInfo, sizeof(fileDispositionInfo), ((FILE_INFORMATION_CLASS)13)) =>%s, ",
@@ -161,7 +161,8 @@ Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& de
     if (isReadOnly)
         SetFileAttributesW(dest.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
     const Win32Error error = TryForAMoment([&] {
-        const HANDLE handle = ::CreateFileW(dest.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+        const HANDLE handle =
+            ::CreateFileW(dest.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
         const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
         return hFile && FlushFileBuffers(hFile.Get()) ? Win32Error::None : LastWin32Error();
     });

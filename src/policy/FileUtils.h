@@ -15,9 +15,7 @@
 // The one place where platform errors become statuses. None, which a failed call may leave, is VVS_GeneralError.
 VirtualVolumeStatus StatusFromWin32(Win32Error error);
 // Of a call that returned its error: None is VVS_Success.
-inline VirtualVolumeStatus StatusOfCall(Win32Error error) {
-    return error == Win32Error::None ? VVS_Success : StatusFromWin32(error);
-}
+inline VirtualVolumeStatus StatusOfCall(Win32Error error) { return error == Win32Error::None ? VVS_Success : StatusFromWin32(error); }
 inline VirtualVolumeStatus StatusFromLastError() { return StatusFromWin32(LastWin32Error()); }
 
 // Native information classes and records: the platform's documentation of ZwSetInformationFile is the source.
@@ -93,8 +91,8 @@ bool IsExistingFolder(const std::wstring& path);
 bool IsLink(const std::wstring& path);
 
 // Paths as text; the disk is not asked. Components may be separated by "\" or "/".
-std::wstring PathStripPathStr(std::wstring_view path);       // "C:\a\b.txt" -> "b.txt"
-std::wstring PathRemoveFileSpecStr(std::wstring_view path);  // "C:\a\b.txt" -> "C:\a", "C:\a" -> "C:\"
+std::wstring PathStripPathStr(std::wstring_view path);                                  // "C:\a\b.txt" -> "b.txt"
+std::wstring PathRemoveFileSpecStr(std::wstring_view path);                             // "C:\a\b.txt" -> "C:\a", "C:\a" -> "C:\"
 std::wstring PathAddExtensionStr(std::wstring_view path, std::wstring_view extension);  // appended whatever is there
 std::wstring PathRemoveExtensionStr(std::wstring_view path);                            // "a.txt.zip" -> "a.txt"
 std::wstring PathAppendStr(std::wstring_view folder, std::wstring_view name);

@@ -57,8 +57,9 @@ std::wstring DecodeValue(const std::string& text, bool* isKnown = nullptr) {
 // The path that the folder has without short names, substituted drives, junctions and links on the way, as far as it exists; empty when
 // that cannot be told ("GetFinalPathNameByHandle").
 std::wstring FinalPathStr(const std::wstring& folderPath) {
-    const HANDLE handle = ::CreateFileW(PlatformPath(folderPath).c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                        nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    const HANDLE handle =
+        ::CreateFileW(PlatformPath(folderPath).c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     const UniqueHandle hFolder(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
     if (!hFolder) {
         const std::wstring parent = PathRemoveFileSpecStr(folderPath);
@@ -155,14 +156,14 @@ void ClearReadOnly(const std::wstring& path, DWORD attributes) {
 bool DeleteThroughShell(const std::wstring& path) {
     const std::wstring doublyTerminated = path + L'\0';
     return TryForAMoment([&] {
-        SHFILEOPSTRUCTW operation{};
-        operation.wFunc = FO_DELETE;
-        operation.pFrom = doublyTerminated.c_str();
-        // Without the last, the shell would delete "page_files" along with "page.htm" ("SHFILEOPSTRUCT", FOF_NO_CONNECTED_ELEMENTS).
-        operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI | FOF_NO_CONNECTED_ELEMENTS;
-        SHFileOperationW(&operation);
-        return PathExists(path) ? static_cast<Win32Error>(ERROR_SHARING_VIOLATION) : Win32Error::None;
-    }) == Win32Error::None;
+               SHFILEOPSTRUCTW operation{};
+               operation.wFunc = FO_DELETE;
+               operation.pFrom = doublyTerminated.c_str();
+               // Without the last, the shell would delete "page_files" along with "page.htm" ("SHFILEOPSTRUCT", FOF_NO_CONNECTED_ELEMENTS).
+               operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI | FOF_NO_CONNECTED_ELEMENTS;
+               SHFileOperationW(&operation);
+               return PathExists(path) ? static_cast<Win32Error>(ERROR_SHARING_VIOLATION) : Win32Error::None;
+           }) == Win32Error::None;
 }
 
 Win32Error CopyTree(const std::wstring& source, const std::wstring& destination, bool failIfExists) {
@@ -212,8 +213,8 @@ bool ShouldFileBeEncrypted(const std::wstring& filePath, bool* isKnown) {
 
 bool DoesFolderHavePolicy(const std::wstring& folderPath, bool* isKnown) {
     QC_TRACE(L"DoesFolderHavePolicy", L"folderPath[%s]", folderPath);
-    return qcLog.Leave(WithBoxConfig<bool>(
-        qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) { return HasPolicy(qcLog, folderPath, config); }));
+    return qcLog.Leave(
+        WithBoxConfig<bool>(qcLog, folderPath, isKnown, [&](IHalvaneBoxConfig* config) { return HasPolicy(qcLog, folderPath, config); }));
 }
 
 std::wstring GetOwnerId(const std::wstring& folderPath, bool* isKnown) {
@@ -249,10 +250,11 @@ std::wstring ContainerPathStr(const std::wstring& filePath) {
 DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     QC_TRACE(L"DeleteFileOrFolder", L"path[%s]", path);
     constexpr const wchar_t* kCheckText = L"deleteResult == 0 =>false%s,  %s";
-    QC_CHECK(!path.empty() && !PathIsRelativeW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    QC_CHECK_OR_RETURN(!path.empty() && !PathIsRelativeW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
     const bool isLongForm = path.starts_with(L"\\\\?\\");
     // The shell would take these for patterns, and everything that matches would go.
-    QC_CHECK(path.find_first_of(L"*?<>\"|", isLongForm ? 4 : 0) == path.npos, DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    QC_CHECK_OR_RETURN(path.find_first_of(L"*?<>\"|", isLongForm ? 4 : 0) == path.npos, DeleteResult::Failed, kCheckText, L"path[%s]",
+                       path);
     const auto deleteFile = [&path] {
         if (!DeleteFileW(PlatformPath(path).c_str()))
             return LastWin32Error();
@@ -265,14 +267,14 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
         attributes == INVALID_FILE_ATTRIBUTES && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND);
     if (isMissing)
         return qcLog.Leave(DeleteResult::Deleted);
-    QC_CHECK(attributes != INVALID_FILE_ATTRIBUTES, DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    QC_CHECK_OR_RETURN(attributes != INVALID_FILE_ATTRIBUTES, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     ClearReadOnly(path, attributes);
     const bool isFile = !(attributes & FILE_ATTRIBUTE_DIRECTORY);
     const bool isTooLong = isLongForm || path.size() >= MAX_PATH;  // for the shell, which is for trees
     const auto deleteFolder = [&path] { return RemoveDirectoryW(PlatformPath(path).c_str()) && !PathExists(path); };  // or a link to one
     const bool isGone = isFile ? TryForAMoment(deleteFile) == Win32Error::None || !PathExists(path)
                                : deleteFolder() || (!isTooLong && DeleteThroughShell(path));
-    QC_CHECK(isGone, DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    QC_CHECK_OR_RETURN(isGone, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     return qcLog.Leave(DeleteResult::Deleted);
 }
 

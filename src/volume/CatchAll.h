@@ -8,11 +8,11 @@
 #include "volume/VirtualVolumeImpl.h"
 
 // As QC_TRACE_THIS, first in a slot; then CatchAll or CatchAllOr takes QC_SLOT: the log, and what the slot was called with.
-#define QC_TRACE_SLOT(functionName, ...)                                      \
-    const auto qcArguments = [&] { return FormatStr(__VA_ARGS__); };          \
-    QuelcryptVolLog qcLog(this, functionName, QC_TRACE_FILE, __LINE__);       \
-    if (qcLog.IsEnabled(LogLevel_Trace))                                      \
-        qcLog.Enter(qcArguments)
+#define QC_TRACE_SLOT(functionName, ...)                                \
+    const auto qcArguments = [&] { return FormatStr(__VA_ARGS__); };    \
+    QuelcryptVolLog qcLog(this, functionName, QC_TRACE_FILE, __LINE__); \
+    if (qcLog.IsEnabled(LogLevel_Trace))                                \
+    qcLog.Enter(qcArguments)
 #define QC_SLOT qcLog, qcArguments
 
 // The status of the exception being handled; outOfMemory is the slot's own answer to a failed allocation. The lines say which slot

@@ -87,9 +87,9 @@ std::optional<std::wstring> VirtualVolume::PathIn(const MountFolderInfo& mountFo
 
 bool VirtualVolume::ConvertMountFolderInfoToVirtMountInfo(const MountFolderInfo& mountFolderInfo, VirtMountInfo* virtMountInfo) {
     QC_TRACE(L"VirtualVolume::ConvertMountFolderInfoToVirtMountInfo");
-    const bool enoughSpace = mountFolderInfo.name.size() < std::size(virtMountInfo->name) &&
-                             mountFolderInfo.path.size() < std::size(virtMountInfo->path);
-    QC_CHECK(enoughSpace, false, L"enoughSpace =>false%s, ");
+    const bool enoughSpace =
+        mountFolderInfo.name.size() < std::size(virtMountInfo->name) && mountFolderInfo.path.size() < std::size(virtMountInfo->path);
+    QC_CHECK_OR_RETURN(enoughSpace, false, L"enoughSpace =>false%s, ");
     virtMountInfo->type = mountFolderInfo.type;
     CopyBounded(virtMountInfo->name, mountFolderInfo.name);
     CopyBounded(virtMountInfo->path, mountFolderInfo.path);

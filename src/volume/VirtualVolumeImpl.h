@@ -44,14 +44,11 @@ public:
     void CloseFile(void* hFile, VirtFindData* findData) override;
     VirtualVolumeStatus Delete(void* hFile, VirtFindData* findData) override;
     VirtualVolumeStatus Undelete(void* hFile, VirtFindData* findData) override;
-    VirtualVolumeStatus RenameFile(void* hFile, VirtFindData* findData, const wchar_t* newPath,
-                                   const wchar_t* newFileLockToken) override;
-    VirtualVolumeStatus MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
-                                  const wchar_t* newFileLockToken) override;
-    VirtualVolumeStatus CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
-                                  const wchar_t* newFileLockToken) override;
-    VirtualVolumeStatus ReadFile(void* hFile, std::uint64_t fileOffset, void* data, std::uint32_t requestedSize,
-                                 std::uint32_t* actualSize, VirtFindData* findData) override;
+    VirtualVolumeStatus RenameFile(void* hFile, VirtFindData* findData, const wchar_t* newPath, const wchar_t* newFileLockToken) override;
+    VirtualVolumeStatus MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) override;
+    VirtualVolumeStatus CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) override;
+    VirtualVolumeStatus ReadFile(void* hFile, std::uint64_t fileOffset, void* data, std::uint32_t requestedSize, std::uint32_t* actualSize,
+                                 VirtFindData* findData) override;
     VirtualVolumeStatus WriteFile(void* hFile, std::uint64_t fileOffset, const void* data, std::uint32_t requestedSize,
                                   std::uint32_t* actualSize, VirtFindData* findData) override;
     VirtualVolumeStatus SetFileSize(void* hFile, std::uint64_t fileSize, VirtFindData* findData) override;

@@ -95,9 +95,8 @@ bool VirtualVolume::FindNextFileW(void* hVirtFind, VirtFindData* findData) {
     return CatchAllOr(false, QC_SLOT, [&] {
         const auto nextFile = [&](VirtualFindHandle& search) { return VirtualFindFile::FindNextFileW(search, findData); };
         const auto nextFolder = [&](VirtFindMountFolderHandle& search) { return VirtualMountFolder::FindNextFolder(search, findData); };
-        const bool found =
-            findData && (SearchHandles::With<VirtualFindHandle>(hVirtFind, kFileSearchMagic, false, nextFile) ||
-                         SearchHandles::With<VirtFindMountFolderHandle>(hVirtFind, kMountSearchMagic, false, nextFolder));
+        const bool found = findData && (SearchHandles::With<VirtualFindHandle>(hVirtFind, kFileSearchMagic, false, nextFile) ||
+                                        SearchHandles::With<VirtFindMountFolderHandle>(hVirtFind, kMountSearchMagic, false, nextFolder));
         if (found)
             QC_LOG(L"hFind[%p], virtFindData[%s]", hVirtFind, FormatFindDataStr(findData));
         else
@@ -108,7 +107,5 @@ bool VirtualVolume::FindNextFileW(void* hVirtFind, VirtFindData* findData) {
 
 bool VirtualVolume::FindClose(void* hVirtFind) {
     QC_TRACE_SLOT(L"VirtualVolume::FindClose", L"hVirtFind[%p]", hVirtFind);
-    return CatchAllOr(false, QC_SLOT, [&] {
-        return qcLog.Leave(SearchHandles::Close(hVirtFind));
-    });
+    return CatchAllOr(false, QC_SLOT, [&] { return qcLog.Leave(SearchHandles::Close(hVirtFind)); });
 }

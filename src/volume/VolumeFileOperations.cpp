@@ -49,12 +49,12 @@ VirtualVolumeStatus VirtualVolume::OpenFile(void** hFile, const wchar_t* filePat
     QC_TRACE_SLOT(L"VirtualVolume::OpenFile", L"filePath[%s], desiredAccess[0x%x], shareMode[%d], openDisposition[%d], lockToken[%s]",
                   filePath, desiredAccess, shareMode, openDisposition, lockToken);
     return CatchAll(QC_SLOT, [&] {
-        QC_CHECK(hFile != nullptr, VVS_InvalidParameter, L"hFile != 0 =>false%s, ");
+        QC_CHECK_OR_RETURN(hFile != nullptr, VVS_InvalidParameter, L"hFile != 0 =>false%s, ");
         *hFile = nullptr;
         std::wstring fullFilePath;
-        QC_CHECK(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
-                 L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
-        QC_CHECK(IsKnownDisposition(openDisposition), VVS_InvalidParameter, L"IsKnownDisposition(openDisposition) =>false%s, ");
+        QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
+                           L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
+        QC_CHECK_OR_RETURN(IsKnownDisposition(openDisposition), VVS_InvalidParameter, L"IsKnownDisposition(openDisposition) =>false%s, ");
         VirtFindData virtFindData{};
         const bool exists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
         const VirtFindData* const virtFindDataPtr = exists ? &virtFindData : nullptr;
@@ -67,10 +67,10 @@ VirtualVolumeStatus VirtualVolume::OpenFile(void** hFile, const wchar_t* filePat
         else
             virtualItem = std::make_shared<VirtualFile>();
         const std::wstring lockTokenAlways = LockTokenAlwaysStr(fullFilePath, lockToken);
-        QC_CHECK_STATUS(virtualItem->Open(fullFilePath.c_str(), desiredAccess, shareMode, openDisposition, virtFindDataPtr,
-                                          lockTokenAlways.c_str()),
-                        L"virtualItem->Open(fullFilePath, desiredAccess, shareMode, openDisposition, virtFindDataPtr, lockTokenAlways ) "
-                        L"=>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(
+            virtualItem->Open(fullFilePath.c_str(), desiredAccess, shareMode, openDisposition, virtFindDataPtr, lockTokenAlways.c_str()),
+            L"virtualItem->Open(fullFilePath, desiredAccess, shareMode, openDisposition, virtFindDataPtr, lockTokenAlways ) "
+            L"=>%s, ");
         *hFile = OpenItems::Add(std::move(virtualItem));
         if (exists && findData)
             *findData = virtFindData;
@@ -88,8 +88,8 @@ void VirtualVolume::CloseFile(void* hFile, VirtFindData*) {
 VirtualVolumeStatus VirtualVolume::Delete(void* hFile, VirtFindData* findData) {
     QC_TRACE_SLOT(L"VirtualVolume::Delete", L"hFile[0x%p], VirtFindData[%s]", hFile, FormatFindDataStr(findData));
     return CatchAll(QC_SLOT, [&] {
-        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Delete(); }),
-                        L"hFile->Delete() =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Delete(); }),
+                                  L"hFile->Delete() =>%s, ");
         QC_LOG(L"File had succesfully deleted");
         return qcLog.Leave(VVS_Success);
     });
@@ -98,8 +98,8 @@ VirtualVolumeStatus VirtualVolume::Delete(void* hFile, VirtFindData* findData) {
 VirtualVolumeStatus VirtualVolume::Undelete(void* hFile, VirtFindData* findData) {
     QC_TRACE_SLOT(L"VirtualVolume::Undelete", L"hFile[0x%p], VirtFindData[%s]", hFile, FormatFindDataStr(findData));
     return CatchAll(QC_SLOT, [&] {
-        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Undelete(); }),
-                        L"hFile->Undelete() =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Undelete(); }),
+                                  L"hFile->Undelete() =>%s, ");
         QC_LOG(L"File had succesfully undeleted");
         return qcLog.Leave(VVS_Success);
     });
@@ -110,18 +110,21 @@ VirtualVolumeStatus VirtualVolume::RenameFile(void* hFile, VirtFindData* findDat
     QC_TRACE_SLOT(L"VirtualVolume::RenameFile", L"hFile[0x%p], VirtFindData[%s], newPath[%s], newFileLockToken[%s]", hFile,
                   FormatFindDataStr(findData), newPath, newFileLockToken);
     return CatchAll(QC_SLOT, [&] {
-        QC_CHECK_STATUS(OpenItems::Find(hFile) ? VVS_Success : VVS_InvalidParameter,
-                        L"hFile->Rename(newFilePath, newLockTokenAlways ) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(OpenItems::Find(hFile) ? VVS_Success : VVS_InvalidParameter,
+                                  L"hFile->Rename(newFilePath, newLockTokenAlways ) =>%s, ");
         MountFolderInfo mountFolderInfo;
         std::wstring relativeFilePath;
-        QC_CHECK(VirtualMountFolder::GetMountFolderInfoByVirtPath(newPath, mountFolderInfo, relativeFilePath), VVS_MountFolderNotFound,
-                 L"VirtualMountFolder::GetMountFolderInfoByVirtPath(newPath, mountFolderInfo, relativeFilePath) =>false%s, ");
+        QC_CHECK_OR_RETURN(VirtualMountFolder::GetMountFolderInfoByVirtPath(newPath, mountFolderInfo, relativeFilePath),
+                           VVS_MountFolderNotFound,
+                           L"VirtualMountFolder::GetMountFolderInfoByVirtPath(newPath, mountFolderInfo, relativeFilePath) =>false%s, ");
         const std::optional<std::wstring> newFilePath = PathIn(mountFolderInfo, relativeFilePath);
-        QC_CHECK(newFilePath.has_value(), StatusOfUnresolved(newPath), L"PathJoinBelow(mountFolderInfo.path, relativeFilePath) =>false%s, ");
+        QC_CHECK_OR_RETURN(newFilePath.has_value(), StatusOfUnresolved(newPath),
+                           L"PathJoinBelow(mountFolderInfo.path, relativeFilePath) =>false%s, ");
         const std::wstring newLockTokenAlways = LockTokenAlwaysStr(*newFilePath, newFileLockToken);
-        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter,
-                                 [&](VirtualItem& item) { return item.Rename(newFilePath->c_str(), newLockTokenAlways.c_str()); }),
-                        L"hFile->Rename(newFilePath, newLockTokenAlways ) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(
+            WithItem(hFile, VVS_InvalidParameter,
+                     [&](VirtualItem& item) { return item.Rename(newFilePath->c_str(), newLockTokenAlways.c_str()); }),
+            L"hFile->Rename(newFilePath, newLockTokenAlways ) =>%s, ");
         QC_LOG(L"File had been SUCCESFULLY renamed");
         return qcLog.Leave(VVS_Success);
     });
@@ -133,23 +136,26 @@ VirtualVolumeStatus VirtualVolume::MoveOrCopyFile(const wchar_t* existingFilePat
                   newFilePath, FormatBoolStr(keepExistingFile));
     return CatchAll(QC_SLOT, [&] {
         void* hFile = nullptr;
-        QC_CHECK_STATUS(OpenFile(&hFile, existingFilePath, DELETE, kShareAll, OpenFileExisting, nullptr, nullptr),
-                        L"OpenFile(&hFile, existingFilePath, desiredAccess, shareMode, OpenFileExisting, existFileLockToken ) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(
+            OpenFile(&hFile, existingFilePath, DELETE, kShareAll, OpenFileExisting, nullptr, nullptr),
+            L"OpenFile(&hFile, existingFilePath, desiredAccess, shareMode, OpenFileExisting, existFileLockToken ) =>%s, ");
         {
             const OnExit closeExisting([&] { CloseFile(hFile, nullptr); });
             std::wstring fullNewFilePath;
-            QC_CHECK(GetFullFilePath(newFilePath, fullNewFilePath), StatusOfUnresolved(newFilePath),
-                     L"VirtualVolume::GetFullFilePath(newFilePath, fullNewFilePath) =>false%s,  %s", L"newFilePath[%s]", newFilePath);
+            QC_CHECK_OR_RETURN(GetFullFilePath(newFilePath, fullNewFilePath), StatusOfUnresolved(newFilePath),
+                               L"VirtualVolume::GetFullFilePath(newFilePath, fullNewFilePath) =>false%s,  %s", L"newFilePath[%s]",
+                               newFilePath);
             std::wstring fullExistingFilePath;
-            QC_CHECK(GetFullFilePath(existingFilePath, fullExistingFilePath), StatusOfUnresolved(existingFilePath),
-                     L"VirtualVolume::GetFullFilePath(existingFilePath, fullExistingFilePath) =>false%s,  %s", L"existingFilePath[%s]",
-                     existingFilePath);
+            QC_CHECK_OR_RETURN(GetFullFilePath(existingFilePath, fullExistingFilePath), StatusOfUnresolved(existingFilePath),
+                               L"VirtualVolume::GetFullFilePath(existingFilePath, fullExistingFilePath) =>false%s,  %s",
+                               L"existingFilePath[%s]", existingFilePath);
             const std::wstring newFileLockTokenAlways = LockTokenAlwaysStr(fullNewFilePath, newFileLockToken);
-            QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter,
-                                     [&](VirtualItem& item) {
-                                         return item.Move(fullNewFilePath.c_str(), keepExistingFile, newFileLockTokenAlways.c_str());
-                                     }),
-                            L"virtualItemExisting->Move(fullNewFilePath, keepExistingFile, newFileLockTokenAlways) =>%s, ");
+            QC_CHECK_STATUS_OR_RETURN(WithItem(hFile, VVS_InvalidParameter,
+                                               [&](VirtualItem& item) {
+                                                   return item.Move(fullNewFilePath.c_str(), keepExistingFile,
+                                                                    newFileLockTokenAlways.c_str());
+                                               }),
+                                      L"virtualItemExisting->Move(fullNewFilePath, keepExistingFile, newFileLockTokenAlways) =>%s, ");
         }
         QC_LOG(L"SUCCESS. existingFilePath[%s], newFilePath[%s], keepExistingFile[%s]", existingFilePath, newFilePath,
                FormatBoolStr(keepExistingFile));
@@ -157,13 +163,11 @@ VirtualVolumeStatus VirtualVolume::MoveOrCopyFile(const wchar_t* existingFilePat
     });
 }
 
-VirtualVolumeStatus VirtualVolume::MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
-                                             const wchar_t* newFileLockToken) {
+VirtualVolumeStatus VirtualVolume::MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) {
     return MoveOrCopyFile(existingFilePath, newFilePath, false, newFileLockToken);
 }
 
-VirtualVolumeStatus VirtualVolume::CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath,
-                                             const wchar_t* newFileLockToken) {
+VirtualVolumeStatus VirtualVolume::CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) {
     return MoveOrCopyFile(existingFilePath, newFilePath, true, newFileLockToken);
 }
 
@@ -177,8 +181,8 @@ VirtualVolumeStatus VirtualVolume::ReadFile(void* hFile, std::uint64_t fileOffse
         QC_SLOT,
         [&] {
             const auto read = [&](VirtualItem& item) { return item.Read(fileOffset, data, requestedSize, actualSize); };
-            QC_CHECK_STATUS(data || requestedSize == 0 ? WithItem(hFile, VVS_InvalidParameter, read) : VVS_InvalidParameter,
-                            L"hFile->Read(fileOffset, data, requestedSize, outActualSize) =>%s, ");
+            QC_CHECK_STATUS_OR_RETURN(data || requestedSize == 0 ? WithItem(hFile, VVS_InvalidParameter, read) : VVS_InvalidParameter,
+                                      L"hFile->Read(fileOffset, data, requestedSize, outActualSize) =>%s, ");
             return qcLog.Leave(VVS_Success);
         },
         VVS_QuelcryptException);
@@ -188,14 +192,14 @@ VirtualVolumeStatus VirtualVolume::WriteFile(void* hFile, std::uint64_t fileOffs
                                              std::uint32_t* actualSize, VirtFindData* findData) {
     if (actualSize)
         *actualSize = 0;
-    QC_TRACE_SLOT(L"VirtualVolume::WriteFile", L"hFile[0x%p], fileOffset[%d], requestedSize[%d], VirtFindData[%s]", hFile,
-                  fileOffset, requestedSize, FormatFindDataStr(findData));
+    QC_TRACE_SLOT(L"VirtualVolume::WriteFile", L"hFile[0x%p], fileOffset[%d], requestedSize[%d], VirtFindData[%s]", hFile, fileOffset,
+                  requestedSize, FormatFindDataStr(findData));
     return CatchAll(
         QC_SLOT,
         [&] {
             const auto write = [&](VirtualItem& item) { return item.Write(fileOffset, data, requestedSize, actualSize); };
-            QC_CHECK_STATUS(data || requestedSize == 0 ? WithItem(hFile, VVS_InvalidParameter, write) : VVS_InvalidParameter,
-                            L"hFile->Write(fileOffset, data, requestedSize, outActualSize) =>%s, ");
+            QC_CHECK_STATUS_OR_RETURN(data || requestedSize == 0 ? WithItem(hFile, VVS_InvalidParameter, write) : VVS_InvalidParameter,
+                                      L"hFile->Write(fileOffset, data, requestedSize, outActualSize) =>%s, ");
             return qcLog.Leave(VVS_Success);
         },
         VVS_QuelcryptException);
@@ -205,8 +209,8 @@ VirtualVolumeStatus VirtualVolume::SetFileSize(void* hFile, std::uint64_t fileSi
     QC_TRACE_SLOT(L"VirtualVolume::SetFileSize", L"hFile[0x%p], fileSize[%d], VirtFindData[%s]", hFile, fileSize,
                   FormatFindDataStr(findData));
     return CatchAll(QC_SLOT, [&] {
-        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [&](VirtualItem& item) { return item.SetSize(fileSize); }),
-                        L"hFile->SetSize(fileSize) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(WithItem(hFile, VVS_InvalidParameter, [&](VirtualItem& item) { return item.SetSize(fileSize); }),
+                                  L"hFile->SetSize(fileSize) =>%s, ");
         return qcLog.Leave(VVS_Success);
     });
 }
@@ -214,8 +218,8 @@ VirtualVolumeStatus VirtualVolume::SetFileSize(void* hFile, std::uint64_t fileSi
 VirtualVolumeStatus VirtualVolume::Flush(void* hFile) {
     QC_TRACE_SLOT(L"VirtualVolume::Flush", L"hFile[0x%p]", hFile);
     return CatchAll(QC_SLOT, [&] {
-        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Flush(); }),
-                        L"hFile->Flush() =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(WithItem(hFile, VVS_InvalidParameter, [](VirtualItem& item) { return item.Flush(); }),
+                                  L"hFile->Flush() =>%s, ");
         return qcLog.Leave(VVS_Success);
     });
 }
@@ -223,8 +227,8 @@ VirtualVolumeStatus VirtualVolume::Flush(void* hFile) {
 bool VirtualVolume::GetFileInfo(void* hFile, VirtFindData* findData) {
     QC_TRACE_SLOT(L"VirtualVolume::GetFileInfo", L"hFile[%p]", hFile);
     return CatchAllOr(false, QC_SLOT, [&] {
-        QC_CHECK(findData && WithItem(hFile, false, [&](VirtualItem& item) { return item.GetFileInfo(findData); }), false,
-                 L"hFile->GetFileInfo(virtFindData) =>false%s, ");
+        QC_CHECK_OR_RETURN(findData && WithItem(hFile, false, [&](VirtualItem& item) { return item.GetFileInfo(findData); }), false,
+                           L"hFile->GetFileInfo(virtFindData) =>false%s, ");
         return qcLog.Leave(true);
     });
 }
@@ -233,11 +237,11 @@ VirtualVolumeStatus VirtualVolume::SetFileInfo(void* hFile, std::uint32_t fileAt
     QC_TRACE_SLOT(L"VirtualVolume::SetFileInfo", L"hFile[0x%p], fileAttributes[0x%d], orig VirtFindData[%s]", hFile, fileAttributes,
                   FormatFindDataStr(virtFindData));
     return CatchAll(QC_SLOT, [&] {
-        QC_CHECK(virtFindData != nullptr, VVS_InvalidParameter, L"virtFindData != 0 =>false%s, ");
+        QC_CHECK_OR_RETURN(virtFindData != nullptr, VVS_InvalidParameter, L"virtFindData != 0 =>false%s, ");
         VirtFindData findData = *virtFindData;
         findData.fileAttributes = fileAttributes;
-        QC_CHECK_STATUS(WithItem(hFile, VVS_InvalidParameter, [&](VirtualItem& item) { return item.SetFileInfo(&findData); }),
-                        L"hFile->SetFileInfo(&findData) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(WithItem(hFile, VVS_InvalidParameter, [&](VirtualItem& item) { return item.SetFileInfo(&findData); }),
+                                  L"hFile->SetFileInfo(&findData) =>%s, ");
         return qcLog.Leave(VVS_Success);
     });
 }

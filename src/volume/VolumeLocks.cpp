@@ -20,9 +20,8 @@ bool IsDir(const VirtFindData& virtFindData) { return virtFindData.fileAttribute
 // written in clear.
 std::wstring PathToLock(const std::wstring& fullFilePath, const VirtFindData& virtFindData) {
     // Such a record has the container's name; one with the name asked for needs no second look.
-    const bool isPlain = virtFindData.itemType == VIT_PlainFile &&
-                         (EqualNoCase(virtFindData.fileName, PathStripPathStr(fullFilePath)) || PathExists(fullFilePath) ||
-                          !ShouldFileBeEncrypted(fullFilePath));
+    const bool isPlain = virtFindData.itemType == VIT_PlainFile && (EqualNoCase(virtFindData.fileName, PathStripPathStr(fullFilePath)) ||
+                                                                    PathExists(fullFilePath) || !ShouldFileBeEncrypted(fullFilePath));
     return isPlain ? fullFilePath : ContainerPathStr(fullFilePath);
 }
 
@@ -48,45 +47,50 @@ void FollowHeldContainer(const std::wstring& containerPath, VirtualItemType item
     }
 }
 
+VirtualVolumeStatus LockWhatIsThere(QuelcryptLog& qcLog, const std::wstring& fullFilePath, LockInfo* lockInfo) {
+    VirtFindData virtFindData{};
+    const bool fileExists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
+    QC_CHECK_OR_RETURN(!fileExists || !IsDir(virtFindData), VVS_BadRequest,
+                       L"!fileExists || (fileExists && !IsDir(virtFindData)) =>false%s, ");
+    QC_CHECK_OR_RETURN(fileExists || IsWellFormed(fullFilePath), VVS_InvalidParameter, L"IsWellFormed(fullFilePath) =>false%s, ");
+    std::wstring filePathToLock = fullFilePath;
+    const VirtFindData* halvaneVirtFindData = nullptr;
+    if (fileExists) {
+        filePathToLock = PathToLock(fullFilePath, virtFindData);
+        halvaneVirtFindData = virtFindData.itemType != VIT_PlainFile ? &virtFindData : nullptr;
+    } else if (ShouldFileBeEncrypted(fullFilePath)) {
+        QC_CHECK_OR_RETURN(HasSaveNames(PathStripPathStr(fullFilePath)), VVS_InvalidParameter,
+                           L"HasSaveNames(PathStripPathStr(fullFilePath)) =>false%s, ");
+        filePathToLock = ZipPathStr(fullFilePath);
+        virtFindData = RecordOfMissingFile(fullFilePath);
+        halvaneVirtFindData = &virtFindData;
+    }
+    // Through the lock, what it leads to could be deleted or moved.
+    const bool isLink = fileExists && (virtFindData.fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(filePathToLock);
+    QC_CHECK_OR_RETURN(!isLink, VVS_BadRequest, L"!IsLink(filePathToLock) =>false%s, ");
+    bool isLockedBefore = false;
+    FileLocker::GetEncryptedInfo(filePathToLock.c_str(), &isLockedBefore, nullptr);
+    QC_CHECK_STATUS_OR_RETURN(FileLocker::Lock(filePathToLock.c_str(), halvaneVirtFindData, lockInfo),
+                              L"FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>%s, ");
+    if (!isLockedBefore && halvaneVirtFindData)
+        FollowHeldContainer(filePathToLock, virtFindData.itemType);
+    return qcLog.Leave(VVS_Success);
+}
+
 }  // namespace
 
 VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockInfo) {
     QC_TRACE_SLOT(L"VirtualVolume::Lock", L"filePath[%s], lockInfo[%s]", filePath, FormatLockInfoStr(lockInfo));
     return CatchAll(QC_SLOT, [&] {
         std::wstring fullFilePath;
-        QC_CHECK(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
-                 L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
-        VirtFindData virtFindData{};
-        const bool fileExists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
-        QC_CHECK(!fileExists || !IsDir(virtFindData), VVS_BadRequest,
-                 L"!fileExists || (fileExists && !IsDir(virtFindData)) =>false%s, ");
-        QC_CHECK(fileExists || IsWellFormed(fullFilePath), VVS_InvalidParameter, L"IsWellFormed(fullFilePath) =>false%s, ");
-        std::wstring filePathToLock = fullFilePath;
-        const VirtFindData* halvaneVirtFindData = nullptr;
-        if (fileExists) {
-            filePathToLock = PathToLock(fullFilePath, virtFindData);
-            halvaneVirtFindData = virtFindData.itemType != VIT_PlainFile ? &virtFindData : nullptr;
-        } else if (ShouldFileBeEncrypted(fullFilePath)) {
-            QC_CHECK(HasSaveNames(PathStripPathStr(fullFilePath)), VVS_InvalidParameter,
-                     L"HasSaveNames(PathStripPathStr(fullFilePath)) =>false%s, ");
-            filePathToLock = ZipPathStr(fullFilePath);
-            virtFindData = RecordOfMissingFile(fullFilePath);
-            halvaneVirtFindData = &virtFindData;
-        }
-        // Through the lock, what it leads to could be deleted or moved.
-        const bool isLink = fileExists && (virtFindData.fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(filePathToLock);
-        QC_CHECK(!isLink, VVS_BadRequest, L"!IsLink(filePathToLock) =>false%s, ");
-        bool isLockedBefore = false;
-        FileLocker::GetEncryptedInfo(filePathToLock.c_str(), &isLockedBefore, nullptr);
+        QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
+                           L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
         VirtualVolumeStatus locked = VVS_Success;
-        TryForAMoment([&] {
-            locked = FileLocker::Lock(filePathToLock.c_str(), halvaneVirtFindData, lockInfo);
+        TryForAMoment([&] {  // what is there may be another file each time
+            locked = LockWhatIsThere(qcLog, fullFilePath, lockInfo);
             return locked == VVS_Locked ? static_cast<Win32Error>(ERROR_SHARING_VIOLATION) : Win32Error::None;
         });
-        QC_CHECK_STATUS(locked, L"FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>%s, ");
-        if (!isLockedBefore && halvaneVirtFindData)
-            FollowHeldContainer(filePathToLock, virtFindData.itemType);
-        return qcLog.Leave(VVS_Success);
+        return qcLog.Leave(locked);
     });
 }
 
@@ -94,11 +98,11 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
     QC_TRACE_SLOT(L"VirtualVolume::Unlock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
     return CatchAll(QC_SLOT, [&] {
         std::wstring fullFilePath;
-        QC_CHECK(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
-                 L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
+        QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
+                           L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
         VirtFindData virtFindData{};
         const bool fileExists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
-        QC_CHECK(!fileExists || !IsDir(virtFindData), VVS_BadRequest, L"!IsDir(virtFindData) =>false%s, ");
+        QC_CHECK_OR_RETURN(!fileExists || !IsDir(virtFindData), VVS_BadRequest, L"!IsDir(virtFindData) =>false%s, ");
         const bool fileEncrypted = fileExists && virtFindData.itemType != VIT_PlainFile;
         const std::wstring ownPath = fileExists ? PathToLock(fullFilePath, virtFindData) : fullFilePath;
         const VirtualVolumeStatus unlockStatus = FileLocker::Unlock(ownPath.c_str(), lockToken);
@@ -110,14 +114,14 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
             if (fileEncrypted && !EqualNoCase(ownPath, otherPath) && FileLocker::Unlock(otherPath.c_str(), lockToken) == VVS_Success)
                 return qcLog.Leave(VVS_Success);
         if (fileExists)
-            QC_CHECK(!fileEncrypted && unlockStatus == VVS_FileNotLocked, unlockStatus,
-                     L"unlockStatus == VVS_Success || !fileEncrypted && unlockStatus == VVS_FileNotLocked =>false%s, ");
+            QC_CHECK_OR_RETURN(!fileEncrypted && unlockStatus == VVS_FileNotLocked, unlockStatus,
+                               L"unlockStatus == VVS_Success || !fileEncrypted && unlockStatus == VVS_FileNotLocked =>false%s, ");
         else
-            QC_CHECK(unlockStatus == VVS_FileNotLocked, unlockStatus,
-                     L"unlockStatus == VVS_Success || unlockStatus == VVS_FileNotLocked =>false%s, ");
+            QC_CHECK_OR_RETURN(unlockStatus == VVS_FileNotLocked, unlockStatus,
+                               L"unlockStatus == VVS_Success || unlockStatus == VVS_FileNotLocked =>false%s, ");
         // The lock may have been taken while the file was, or was to be, stored encrypted.
-        QC_CHECK_STATUS(FileLocker::Unlock(containerPath.c_str(), lockToken),
-                        L"FileLocker::Unlock(PathAddExtensionStr(fullFilePath, L\".zip\"), lockToken) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(FileLocker::Unlock(containerPath.c_str(), lockToken),
+                                  L"FileLocker::Unlock(PathAddExtensionStr(fullFilePath, L\".zip\"), lockToken) =>%s, ");
         return qcLog.Leave(VVS_Success);
     });
 }
@@ -126,14 +130,14 @@ VirtualVolumeStatus VirtualVolume::FindLock(const wchar_t* filePath, const wchar
     QC_TRACE_SLOT(L"VirtualVolume::FindLock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
     return CatchAll(QC_SLOT, [&] {
         std::wstring fullFilePath;
-        QC_CHECK(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
-                 L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
+        QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
+                           L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
         VirtFindData virtFindData{};
-        QC_CHECK(VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData), VVS_FileNotFound,
-                 L"VirtualFindFile::FindFile(fullFilePath, &virtFindData) =>false%s, ");
-        QC_CHECK(!IsDir(virtFindData), VVS_BadRequest, L"!IsDir(virtFindData) =>false%s, ");
-        QC_CHECK_STATUS(FileLocker::FindLock(PathToLock(fullFilePath, virtFindData).c_str(), lockToken, lockInfo),
-                        L"FileLocker::FindLock(filePathToLock, lockToken, lockInfo) =>%s, ");
+        QC_CHECK_OR_RETURN(VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData), VVS_FileNotFound,
+                           L"VirtualFindFile::FindFile(fullFilePath, &virtFindData) =>false%s, ");
+        QC_CHECK_OR_RETURN(!IsDir(virtFindData), VVS_BadRequest, L"!IsDir(virtFindData) =>false%s, ");
+        QC_CHECK_STATUS_OR_RETURN(FileLocker::FindLock(PathToLock(fullFilePath, virtFindData).c_str(), lockToken, lockInfo),
+                                  L"FileLocker::FindLock(filePathToLock, lockToken, lockInfo) =>%s, ");
         QC_LOG(L"Lock found: filePath[%s], lockToken[%s], lockInfo[%s]", filePath, lockToken, FormatLockInfoStr(lockInfo));
         return qcLog.Leave(VVS_Success);
     });
@@ -143,12 +147,12 @@ void* VirtualVolume::FindFirstLock(const wchar_t* filePath, LockInfo* lockInfo) 
     QC_TRACE_SLOT(L"VirtualVolume::FindFirstLock", L"filePath[%s]", filePath);
     return CatchAllOr<void*>(nullptr, QC_SLOT, [&]() -> void* {
         std::wstring fullFilePath;
-        QC_CHECK(GetFullFilePath(filePath, fullFilePath), nullptr,
-                 L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s, ");
+        QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), nullptr,
+                           L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s, ");
         VirtFindData virtFindData{};
-        QC_CHECK(VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData), nullptr,
-                 L"VirtualFindFile::FindFile(fullFilePath, &virtFindData) =>false%s, ");
-        QC_CHECK(!IsDir(virtFindData), nullptr, L"!IsDir(virtFindData) =>false%s, ");
+        QC_CHECK_OR_RETURN(VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData), nullptr,
+                           L"VirtualFindFile::FindFile(fullFilePath, &virtFindData) =>false%s, ");
+        QC_CHECK_OR_RETURN(!IsDir(virtFindData), nullptr, L"!IsDir(virtFindData) =>false%s, ");
         void* hFind = nullptr;
         FileLocker::FindFirstLock(PathToLock(fullFilePath, virtFindData).c_str(), &hFind, lockInfo);
         if (hFind)

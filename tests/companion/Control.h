@@ -14,12 +14,12 @@
 // What a failing call does instead of its work.
 enum class Fault : std::uint32_t {
     None,
-    Null,          // returns null, 0 or false
-    Raise,         // calls the callback that the volume registered
-    Error,         // throws CQuelcryptErrorException
-    OutOfMemory,   // throws std::bad_alloc
-    OverLong,      // of texts with a capacity: a length beyond it
-    NoText,        // of texts with a capacity: bytes that are no UTF-8
+    Null,         // returns null, 0 or false
+    Raise,        // calls the callback that the volume registered
+    Error,        // throws CQuelcryptErrorException
+    OutOfMemory,  // throws std::bad_alloc
+    OverLong,     // of texts with a capacity: a length beyond it
+    NoText,       // of texts with a capacity: bytes that are no UTF-8
 };
 
 struct LogLine {

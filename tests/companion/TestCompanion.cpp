@@ -115,7 +115,9 @@ private:
 
 struct CountedText final : Counted<IQuelcryptText> {
     explicit CountedText(IQuelcryptText* inner) : Counted(inner) {}
-    bool HasText(std::int32_t zero) override { return Do("IQuelcryptText::HasText", [&] { return m_inner->HasText(zero); }); }
+    bool HasText(std::int32_t zero) override {
+        return Do("IQuelcryptText::HasText", [&] { return m_inner->HasText(zero); });
+    }
     const char* GetText(std::int32_t zero) override {
         return Do("IQuelcryptText::GetText", [&] { return m_inner->GetText(zero); });
     }
@@ -156,9 +158,15 @@ struct CountedFolderEnum final : Counted<IProtectedFolderEnum> {
 
 struct CountedReader final : Counted<IFileReader> {
     explicit CountedReader(IFileReader* inner) : Counted(inner) {}
-    std::uint32_t Advance() override { return Do("IFileReader::Advance", [&] { return m_inner->Advance(); }); }
-    const void* GetData() override { return Do("IFileReader::GetData", [&] { return m_inner->GetData(); }); }
-    std::uint32_t GetDataLength() override { return Do("IFileReader::GetDataLength", [&] { return m_inner->GetDataLength(); }); }
+    std::uint32_t Advance() override {
+        return Do("IFileReader::Advance", [&] { return m_inner->Advance(); });
+    }
+    const void* GetData() override {
+        return Do("IFileReader::GetData", [&] { return m_inner->GetData(); });
+    }
+    std::uint32_t GetDataLength() override {
+        return Do("IFileReader::GetDataLength", [&] { return m_inner->GetDataLength(); });
+    }
 };
 
 struct CountedWriter final : Counted<IFileWriter> {
@@ -166,7 +174,9 @@ struct CountedWriter final : Counted<IFileWriter> {
     bool Write(const void* data, std::uint32_t length) override {
         return Do("IFileWriter::Write", [&] { return m_inner->Write(data, length); });
     }
-    bool Finish(bool commit) override { return Do("IFileWriter::Finish", [&] { return m_inner->Finish(commit); }); }
+    bool Finish(bool commit) override {
+        return Do("IFileWriter::Finish", [&] { return m_inner->Finish(commit); });
+    }
 };
 
 class CapturingLogger final : public IFileLogger {
@@ -246,8 +256,8 @@ IFileReader* Quelcrypt_FileReaderFactory(IHvcStringW* containerPath) {
 }
 
 IFileWriter* Quelcrypt_FileWriterFactory(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
-                                         std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite,
-                                         const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation, std::int32_t, std::uint32_t, void*) {
+                                         std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
+                                         const SYSTEMTIME* creation, std::int32_t, std::uint32_t, void*) {
     return Do("Quelcrypt_FileWriterFactory", [&] {
         return Counting<CountedWriter>(
             companion::MakeWriter(containerPath, virtualFileSpec, sourcePath, sourceAttributes, lastWrite, lastAccess, creation));

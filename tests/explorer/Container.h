@@ -29,7 +29,8 @@ inline std::string BytesOf(Container container) {
 }
 
 inline bool BeginsLikeContainer(const std::string& bytes) {
-    return bytes.size() >= sizeof(ContainerHeader) && std::memcmp(bytes.data(), ContainerHeader{}.magic, sizeof(ContainerHeader::magic)) == 0;
+    return bytes.size() >= sizeof(ContainerHeader) &&
+           std::memcmp(bytes.data(), ContainerHeader{}.magic, sizeof(ContainerHeader::magic)) == 0;
 }
 
 // Nothing when it is not a whole one.

@@ -18,11 +18,11 @@ public:
         const std::wstring home = start.isHomePlain ? L"Plain" : L"K1";
         const std::wstring name = world.Number() + L".txt";
         switch (place) {
-        case kOther: return home + L"\\other" + name;
-        case kKey2: return L"K2\\doc" + name;
-        case kAcross: return (start.isHomePlain ? L"K1\\doc" : L"Plain\\doc") + name;
-        case kCase: return home + L"\\Doc" + name;
-        default: return home + L"\\doc" + name;
+            case kOther: return home + L"\\other" + name;
+            case kKey2: return L"K2\\doc" + name;
+            case kAcross: return (start.isHomePlain ? L"K1\\doc" : L"Plain\\doc") + name;
+            case kCase: return home + L"\\Doc" + name;
+            default: return home + L"\\doc" + name;
         }
     }
     bool IsConflictCopy(int place) const { return start.isConflictCopy && (place == kHome || place == kCase); }
@@ -37,7 +37,9 @@ public:
     const StoredFile* ContainerAt(int place) const { return FileAt(PathOf(place) + L".zip"); }
     static Word WordOf(const StoredFile* file) { return file ? file->word : kNothing; }
     // What stands under a name, in either form. Beside a conflict copy the plain file is another document.
-    WordSet WordsAt(int place) const { return Only(WordOf(ContainerAt(place))) | (IsConflictCopy(place) ? 0 : Only(WordOf(PlainAt(place)))); }
+    WordSet WordsAt(int place) const {
+        return Only(WordOf(ContainerAt(place))) | (IsConflictCopy(place) ? 0 : Only(WordOf(PlainAt(place))));
+    }
     bool IsEmptyAt(int place) const { return ContainerAt(place) && ContainerAt(place)->word == kNothing; }
     bool IsTracked(Word word) const { return word == kNothing ? look.tracksNothing : (Only(word) & look.inTemp) != 0; }
     bool IsOnlyTracked(Word word) const { return IsTracked(word) && !(Only(word) & look.inFolders); }

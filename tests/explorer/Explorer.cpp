@@ -171,7 +171,8 @@ LONG WINAPI TellOfCrash(EXCEPTION_POINTERS* info) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::map<std::string, int> numbers{{"--depth", 3}, {"--part", 0}, {"--parts", 1}, {"--walks", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
+    std::map<std::string, int> numbers{{"--depth", 3}, {"--part", 0},    {"--parts", 1},
+                                       {"--walks", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
     std::vector<std::string> names;
     SetUnhandledExceptionFilter(TellOfCrash);
     CreateThread(nullptr, 0, TellOfHang, nullptr, 0, nullptr);

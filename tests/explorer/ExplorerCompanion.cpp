@@ -87,7 +87,8 @@ public:
     }
     bool Finish(bool commit) override {
         const std::wstring side = m_path + L".side";
-        if (!commit || (WriteRaw(side, BytesOf(m_container), CREATE_NEW) && MoveFileExW(side.c_str(), m_path.c_str(), MOVEFILE_REPLACE_EXISTING)))
+        if (!commit ||
+            (WriteRaw(side, BytesOf(m_container), CREATE_NEW) && MoveFileExW(side.c_str(), m_path.c_str(), MOVEFILE_REPLACE_EXISTING)))
             return true;
         DeleteFileW(side.c_str());
         return false;

@@ -15,9 +15,14 @@ namespace {
 constexpr struct {
     const char* call;
     Fault fault;
-} kFailures[] = {{"", Fault::None}, {"Quelcrypt_FileWriterFactory", Fault::Null}, {"Quelcrypt_FileWriterFactory", Fault::Error},
-                 {"IFileWriter::Write", Fault::Null}, {"IFileWriter::Finish", Fault::Null}, {"Quelcrypt_GetFileInformation", Fault::Null},
-                 {"File", Fault::Null}, {"File", Fault::Error}};
+} kFailures[] = {{"", Fault::None},
+                 {"Quelcrypt_FileWriterFactory", Fault::Null},
+                 {"Quelcrypt_FileWriterFactory", Fault::Error},
+                 {"IFileWriter::Write", Fault::Null},
+                 {"IFileWriter::Finish", Fault::Null},
+                 {"Quelcrypt_GetFileInformation", Fault::Null},
+                 {"File", Fault::Null},
+                 {"File", Fault::Error}};
 
 // The content that somebody has, and what he knew when he made it.
 struct Edit {
@@ -86,16 +91,16 @@ private:
     Opener m_openers[2];
     bool m_hasActed[2] = {};
     bool m_hasBegun = false, m_onlyOutside = true;  // so far nothing was opened or locked
-    std::set<int> m_touched{kHome};  // places to which a step led
+    std::set<int> m_touched{kHome};                 // places to which a step led
     bool m_isLocked = false;
     std::wstring m_token;
-    std::map<int, Edit> m_waiting;  // edits that could not be saved, as long as their process lives
-    WordSet m_edits = 0;            // words that openers wrote
+    std::map<int, Edit> m_waiting;            // edits that could not be saved, as long as their process lives
+    WordSet m_edits = 0;                      // words that openers wrote
     WordSet m_mayReplace = 0, m_mayDrop = 0;  // by this step: of what is stored, of what is in temp files
-    WordSet m_doomed = 0;           // marked for deletion by somebody who has closed, or held by the lock after a move
-    std::set<int> m_doomedPlaces;   // of plain files that are not locked: the platform deletes them with their last handle
-    bool m_mayBeBare = false;       // somebody may have wanted an empty file
-    bool m_mayLitter = false;       // a temp folder can go only when the volume does not think of it any more
+    WordSet m_doomed = 0;                     // marked for deletion by somebody who has closed, or held by the lock after a move
+    std::set<int> m_doomedPlaces;             // of plain files that are not locked: the platform deletes them with their last handle
+    bool m_mayBeBare = false;                 // somebody may have wanted an empty file
+    bool m_mayLitter = false;                 // a temp folder can go only when the volume does not think of it any more
     const std::int32_t m_liveBefore = Companion().liveObjects;
 };
 
@@ -196,8 +201,8 @@ bool History::Write(Opener& opener, Word word) {
         const std::string text = world.TextOf(word);
         if (process::Volume()->SetFileSize(opener.file, text.size(), nullptr) != VVS_Success)
             return false;
-        if (word != kNothing &&
-            process::Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()), nullptr, nullptr) != VVS_Success)
+        if (word != kNothing && process::Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()), nullptr,
+                                                             nullptr) != VVS_Success)
             return false;
         opener.word = word;
         opener.known |= Only(word);
@@ -338,20 +343,20 @@ bool History::EndProcess() {
 bool History::Call(const Step& step) {
     Opener& opener = m_openers[step.actor];
     switch (step.op) {
-    case Op::Open: return Open(step, opener);
-    case Op::Read: return Read(opener);
-    case Op::Write: return Write(opener, world.NewWord());
-    case Op::Cut: return Write(opener, kNothing);
-    case Op::Delete: return Delete(opener);
-    case Op::Undelete: return Undelete(opener);
-    case Op::Rename: return Rename(opener, step.argument);
-    case Op::Close: return Close(opener);
-    case Op::Move:
-    case Op::Copy: return MoveOrCopy(step);
-    case Op::Lock: return LockOrUnlock(true);
-    case Op::Unlock: return LockOrUnlock(false);
-    case Op::EndProcess: return EndProcess();
-    default: return StoreOutside(step.op);
+        case Op::Open: return Open(step, opener);
+        case Op::Read: return Read(opener);
+        case Op::Write: return Write(opener, world.NewWord());
+        case Op::Cut: return Write(opener, kNothing);
+        case Op::Delete: return Delete(opener);
+        case Op::Undelete: return Undelete(opener);
+        case Op::Rename: return Rename(opener, step.argument);
+        case Op::Close: return Close(opener);
+        case Op::Move:
+        case Op::Copy: return MoveOrCopy(step);
+        case Op::Lock: return LockOrUnlock(true);
+        case Op::Unlock: return LockOrUnlock(false);
+        case Op::EndProcess: return EndProcess();
+        default: return StoreOutside(step.op);
     }
 }
 
@@ -443,7 +448,8 @@ void History::OpenAnew(int place) {
         process::Volume()->OpenFile(&opened, OpenPathOf(place).c_str(), GENERIC_READ, 7, OPEN_EXISTING, nullptr, nullptr) == VVS_Success &&
         process::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
     Expect(isDone, "cannot be opened");
-    Expect(!isDone || isUnsure || std::string(data, length) == world.TextOf(word), "shows something else than word " + std::to_string(word));
+    Expect(!isDone || isUnsure || std::string(data, length) == world.TextOf(word),
+           "shows something else than word " + std::to_string(word));
     process::Volume()->CloseFile(opened, nullptr);
     const Look now = world.LookAround();
     isRefused = false;
@@ -489,7 +495,8 @@ Steps History::Next() const {
             if (opener.isDeleted)
                 next.push_back({Op::Undelete, actor});
             next.push_back({Op::Close, actor});
-            for (const Failing failing : {Failing::NoWriter, Failing::ThrowingWriter, Failing::Write, Failing::Finish, Failing::Information})
+            for (const Failing failing :
+                 {Failing::NoWriter, Failing::ThrowingWriter, Failing::Write, Failing::Finish, Failing::Information})
                 if (opener.isDirty && !opener.isDeleted)
                     next.push_back({Op::Close, actor, 0, false, failing});
         }

@@ -6,11 +6,14 @@
 
 namespace {
 
-const char* const kOps[] = {"opens ", "reads", "writes", "cuts", "deletes", "undeletes", "renames to ", "closes", "move to ", "copy to ", "lock",
-                            "unlock", "somebody stores", "somebody stores in place", "somebody deletes", "the process ends"};
+const char* const kOps[] = {
+    "opens ",           "reads",           "writes",   "cuts", "deletes", "undeletes",       "renames to ",
+    "closes",           "move to ",        "copy to ", "lock", "unlock",  "somebody stores", "somebody stores in place",
+    "somebody deletes", "the process ends"};
 const char* const kDispositions[] = {"", "new", "always new", "existing", "always", "truncating", "to read"};
 const char* const kPlaceNames[] = {"home", "other", "key 2", "across", "case"};
-const char* const kFailings[] = {"", "no writer", "a writer throws", "Write fails", "Finish fails", "GetFileInformation fails", "fails", "throws"};
+const char* const kFailings[] = {"",      "no writer", "a writer throws", "Write fails", "Finish fails", "GetFileInformation fails",
+                                 "fails", "throws"};
 
 std::optional<Step> StepOf(const std::string& text) {
     for (int op = 0; op <= static_cast<int>(Op::EndProcess); ++op)
@@ -66,7 +69,9 @@ std::optional<std::pair<const Start*, Steps>> HistoryOf(const std::string& text)
 }
 
 const std::vector<Start>& Starts() {
-    const auto waiting = [](int disposition) { return Steps{{Op::Open, 0, disposition}, {Op::Write}, {Op::Close, 0, 0, false, Failing::Finish}}; };
+    const auto waiting = [](int disposition) {
+        return Steps{{Op::Open, 0, disposition}, {Op::Write}, {Op::Close, 0, 0, false, Failing::Finish}};
+    };
     static const std::vector<Start> starts{
         {.name = "missing", .stored = {}},
         {.name = "encrypted", .stored = {{kHome, true}}},
@@ -74,12 +79,17 @@ const std::vector<Start>& Starts() {
         {.name = "conflict", .isConflictCopy = true, .stored = {{kHome, false}, {kHome, true}}},
         {.name = "waiting", .stored = {{kHome, true}}, .before = waiting(OPEN_EXISTING)},
         {.name = "waiting-new", .stored = {}, .before = waiting(CREATE_NEW)},
-        {.name = "occupied", .isAbout = [](Op op) { return op == Op::Rename || IsByPath(op); }, .stored = {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}},
+        {.name = "occupied",
+         .isAbout = [](Op op) { return op == Op::Rename || IsByPath(op); },
+         .stored = {{kHome, true}, {kOther, true}, {kKey2, true}, {kAcross, false}}},
         {.name = "edited", .stored = {{kHome, true}}, .before = {{Op::Open, 0, OPEN_EXISTING}, {Op::Write}}},
         {.name = "locked", .stored = {{kHome, true}}, .before = {{Op::Lock}, {Op::Open, 0, OPEN_EXISTING}, {Op::Write}}},
         {.name = "folder-missing", .isHomePlain = true, .stored = {}},
         {.name = "folder-stored", .isHomePlain = true, .stored = {{kHome, false}}},
-        {.name = "equal", .isEqual = true, .isAbout = [](Op op) { return op == Op::Store || op == Op::StoreInPlace; }, .stored = {{kHome, true}}},
+        {.name = "equal",
+         .isEqual = true,
+         .isAbout = [](Op op) { return op == Op::Store || op == Op::StoreInPlace; },
+         .stored = {{kHome, true}}},
     };
     return starts;
 }

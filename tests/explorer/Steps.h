@@ -7,7 +7,24 @@
 #include <utility>
 #include <vector>
 
-enum class Op { Open, Read, Write, Cut, Delete, Undelete, Rename, Close, Move, Copy, Lock, Unlock, Store, StoreInPlace, Remove, EndProcess };
+enum class Op {
+    Open,
+    Read,
+    Write,
+    Cut,
+    Delete,
+    Undelete,
+    Rename,
+    Close,
+    Move,
+    Copy,
+    Lock,
+    Unlock,
+    Store,
+    StoreInPlace,
+    Remove,
+    EndProcess
+};
 inline bool IsOutside(Op op) { return op >= Op::Store; }  // by somebody outside, or by nobody
 inline bool IsByPath(Op op) { return op == Op::Move || op == Op::Copy; }
 
@@ -33,9 +50,9 @@ using Steps = std::vector<Step>;
 struct Start {
     const char* name;
     bool isHomePlain = false;
-    bool isConflictCopy = false;  // the document is the container beside a plain file of its name
-    bool isEqual = false;         // words have one length, stored files one time
-    bool (*isAbout)(Op) = nullptr;  // histories without such a step are gone through from another start
+    bool isConflictCopy = false;                 // the document is the container beside a plain file of its name
+    bool isEqual = false;                        // words have one length, stored files one time
+    bool (*isAbout)(Op) = nullptr;               // histories without such a step are gone through from another start
     std::vector<std::pair<Place, bool>> stored;  // where, and as a container?
     Steps before = {};
 };

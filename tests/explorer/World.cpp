@@ -155,7 +155,8 @@ bool World::Clear() {
     bool isFree = true;
     const auto clear = [&](const std::wstring& folder) {
         for (const std::wstring& name : NamesIn(folder)) {
-            const HANDLE file = CreateFileW((folder + L"\\" + name).c_str(), DELETE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+            const HANDLE file =
+                CreateFileW((folder + L"\\" + name).c_str(), DELETE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE, nullptr);
             isFree &= file != INVALID_HANDLE_VALUE;
             CloseHandle(file);
         }

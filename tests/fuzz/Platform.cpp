@@ -18,20 +18,12 @@ bool Equal(View left, View right) {
 
 }  // namespace
 
-std::string ToUtf8(std::wstring_view text) {
-    return {text.begin(), text.end()};
-}
-std::wstring ToUtf16(std::string_view text) {
-    return {text.begin(), text.end()};
-}
-std::wstring UniqueSuffix() {
-    return L"1a2b3c4d";
-}
+std::string ToUtf8(std::wstring_view text) { return {text.begin(), text.end()}; }
+std::wstring ToUtf16(std::string_view text) { return {text.begin(), text.end()}; }
+std::wstring UniqueSuffix() { return L"1a2b3c4d"; }
 
 namespace webdav {
-bool EqualToken(std::string_view left, std::string_view right) {
-    return Equal(left, right);
-}
+bool EqualToken(std::string_view left, std::string_view right) { return Equal(left, right); }
 std::string_view Trimmed(std::string_view text) {
     const std::size_t begin = std::min(text.find_first_not_of(" \t"), text.size());
     return text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);

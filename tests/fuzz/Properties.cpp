@@ -14,12 +14,12 @@
 #include "webdav/Http.h"
 #include "webdav/Xml.h"
 
-#define MUST(condition)                                               \
-    do {                                                              \
-        if (!(condition)) {                                           \
+#define MUST(condition)                                              \
+    do {                                                             \
+        if (!(condition)) {                                          \
             std::fprintf(stderr, "does not hold: %s\n", #condition); \
-            std::abort();                                             \
-        }                                                             \
+            std::abort();                                            \
+        }                                                            \
     } while (false)
 
 namespace {
@@ -138,7 +138,8 @@ void XmlRequests(Input input) {
 struct Property {
     const char* name;
     void (*look)(Input);
-} const c_properties[] = {{"IfFields", IfFields}, {"TrackingFiles", TrackingFiles}, {"VolumePaths", VolumePaths}, {"XmlRequests", XmlRequests}};
+} const c_properties[] = {
+    {"IfFields", IfFields}, {"TrackingFiles", TrackingFiles}, {"VolumePaths", VolumePaths}, {"XmlRequests", XmlRequests}};
 const Property* g_property = nullptr;
 
 }  // namespace

@@ -64,9 +64,10 @@ private:
     static_assert(offsetof(Counter, code) == 16);
 
     static bool IsOfFileSystem(std::string_view name) {
-        for (const std::string_view part : {"FileW", "FileExW", "FileA", "FileAttributes", "FileInformation", "FileSize", "FilePointer", "FileTime",
-                                            "FileBuffers", "EndOfFile", "ReadFile", "WriteFile", "Directory", "PathName", "DiskFreeSpace",
-                                            "CloseHandle", "DuplicateHandle", "FindClose", "SHFileOperation", "PathFileExists"})
+        for (const std::string_view part :
+             {"FileW",         "FileExW",     "FileA",           "FileAttributes", "FileInformation", "FileSize",      "FilePointer",
+              "FileTime",      "FileBuffers", "EndOfFile",       "ReadFile",       "WriteFile",       "Directory",     "PathName",
+              "DiskFreeSpace", "CloseHandle", "DuplicateHandle", "FindClose",      "SHFileOperation", "PathFileExists"})
             if (name.find(part) != name.npos && name.find("SystemTime") == name.npos)  // those convert times
                 return true;
         return false;

@@ -10,11 +10,11 @@
 
 const char* StatusName(VirtualVolumeStatus status) {
     static const char* const names[] = {
-        "VVS_Success",          "VVS_PathNotFound",       "VVS_PathAlreadyExists", "VVS_MountFolderNotFound", "VVS_QuelcryptException",
-        "VVS_Locked",           "VVS_LockScopeViolation", "VVS_LockTokenNotFound", "VVS_FileNotLocked",       "VVS_Unauthorized",
-        "VVS_BadRequest",       "VVS_PreConditionFailed", "VVS_FileNotFound",      "VVS_AccessDenied",        "VVS_InvalidParameter",
-        "VSS_FileExists",       "VSS_LockViolation",      "VSS_SharingViolation",  "VSS_OutMemory",           "VSS_NotImplemented",
-        "VSS_DecryptError",     "VSS_EncryptError",       "VVS_GeneralError"};
+        "VVS_Success",      "VVS_PathNotFound",       "VVS_PathAlreadyExists", "VVS_MountFolderNotFound", "VVS_QuelcryptException",
+        "VVS_Locked",       "VVS_LockScopeViolation", "VVS_LockTokenNotFound", "VVS_FileNotLocked",       "VVS_Unauthorized",
+        "VVS_BadRequest",   "VVS_PreConditionFailed", "VVS_FileNotFound",      "VVS_AccessDenied",        "VVS_InvalidParameter",
+        "VSS_FileExists",   "VSS_LockViolation",      "VSS_SharingViolation",  "VSS_OutMemory",           "VSS_NotImplemented",
+        "VSS_DecryptError", "VSS_EncryptError",       "VVS_GeneralError"};
     return static_cast<std::size_t>(status) < std::size(names) ? names[status] : "?";
 }
 
@@ -88,7 +88,8 @@ void VolumeFixture::UnloadVolume() {
 }
 
 IVirtualVolume* VolumeFixture::NewVolume() const {
-    const auto factory = reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(m_module, "Quelcrypt_VolumeFactory")));
+    const auto factory =
+        reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(m_module, "Quelcrypt_VolumeFactory")));
     return factory ? factory() : nullptr;
 }
 
@@ -311,9 +312,7 @@ std::string VolumeFixture::ContainerContent(const std::wstring& nativeContainerP
     return content;
 }
 
-bool VolumeFixture::Exists(const std::wstring& nativePath) {
-    return GetFileAttributesW(nativePath.c_str()) != INVALID_FILE_ATTRIBUTES;
-}
+bool VolumeFixture::Exists(const std::wstring& nativePath) { return GetFileAttributesW(nativePath.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
 Names VolumeFixture::FilesBelow(const std::wstring& nativeFolder) {
     Names files;

@@ -16,10 +16,10 @@
 namespace {
 
 // The platform's own: what this program imports is led through Release. Looked up once, since the loader's lock is taken for it.
-#define REAL(function)                                                                                          \
-    ([] {                                                                                                       \
-        static const FARPROC s_found = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), #function);            \
-        return reinterpret_cast<decltype(&function)>(reinterpret_cast<void*>(s_found));                         \
+#define REAL(function)                                                                               \
+    ([] {                                                                                            \
+        static const FARPROC s_found = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), #function); \
+        return reinterpret_cast<decltype(&function)>(reinterpret_cast<void*>(s_found));              \
     }())
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
@@ -55,10 +55,12 @@ std::wstring KeyOf(std::wstring path) {
 
 bool IsHeld(const std::wstring& key) {
     const auto holds = [&](const auto& holder) { return holder.path == key; };
-    return std::ranges::any_of(g_state.scanners, holds) || std::ranges::any_of(g_state.opened, [&](const auto& open) { return holds(open.second); });
+    return std::ranges::any_of(g_state.scanners, holds) ||
+           std::ranges::any_of(g_state.opened, [&](const auto& open) { return holds(open.second); });
 }
 
-// Nobody can open a file that is marked for deletion; its name stays until its last handle is closed ("FILE_DISPOSITION_INFO", "DeleteFile").
+// Nobody can open a file that is marked for deletion; its name stays until its last handle is closed ("FILE_DISPOSITION_INFO",
+// "DeleteFile").
 void SetToBeDeleted(const std::wstring& key, bool isMarked) {
     if (windows_rules::Has('e') && isMarked && IsHeld(key))
         g_state.toBeDeleted.insert(key);
@@ -92,7 +94,8 @@ void Scan(const std::wstring& key) {
     if (!windows_rules::Has('b'))
         return;
     const DWORD share = g_state.scans++ % 2 ? kShareAll : kShareAll & ~static_cast<DWORD>(FILE_SHARE_DELETE);
-    const HANDLE handle = REAL(CreateFileW)((L"\\\\?\\" + key).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE handle =
+        REAL(CreateFileW)((L"\\\\?\\" + key).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     if (handle != INVALID_HANDLE_VALUE)
         g_state.scanners.push_back({handle, key, kScannersCalls});
 }
@@ -202,64 +205,85 @@ void Replace(HMODULE module, const char* name, Function* function) {
 void ReplaceIn(HMODULE module) {
     Replace(module, "CreateFileW", OpenFile);
     Replace(module, "CloseHandle", CloseFile);
-    Replace(module, "DuplicateHandle", +[](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) -> BOOL {
-        const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
-        const std::lock_guard guard(g_state.mutex);
-        if (const auto opened = g_state.opened.find(file); isDone && opened != g_state.opened.end())
-            g_state.opened[*copy] = opened->second;
-        return isDone;
-    });
+    Replace(
+        module, "DuplicateHandle",
+        +[](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) -> BOOL {
+            const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
+            const std::lock_guard guard(g_state.mutex);
+            if (const auto opened = g_state.opened.find(file); isDone && opened != g_state.opened.end())
+                g_state.opened[*copy] = opened->second;
+            return isDone;
+        });
     Replace(module, "GetFileInformationByHandleEx", TellOfOpen);
-    Replace(module, "GetProcAddress", +[](HMODULE from, LPCSTR name) -> FARPROC {
-        const FARPROC function = GetProcAddress(from, name);
-        if (std::strcmp(name, "ZwSetInformationFile") != 0)
-            return function;
-        g_setInformation = reinterpret_cast<SetInformation>(reinterpret_cast<void*>(function));
-        return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(SetInformationOf));
-    });
-    Replace(module, "SetFileTime", +[](HANDLE handle, const FILETIME* made, const FILETIME* read, const FILETIME* written) -> BOOL {
-        const std::lock_guard guard(g_state.mutex);
-        if (const auto opened = g_state.opened.find(handle); written && opened != g_state.opened.end())
-            opened->second.timeByHand = *written;
-        return REAL(SetFileTime)(handle, made, read, written);
-    });
-    Replace(module, "Sleep", +[](DWORD) { CloseScanners(4); });
-    Replace(module, "GetFileAttributesW", +[](LPCWSTR path) -> DWORD { return IsRefused(path) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(path); });
-    Replace(module, "GetFileAttributesExW", +[](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) -> BOOL {
-        if (IsRefused(path) || !REAL(GetFileAttributesExW)(path, level, data))
-            return FALSE;
-        auto* const told = static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
-        std::int64_t writeTime = Number(told->ftLastWriteTime);
-        Tell(KeyOf(path), told->dwFileAttributes, writeTime);
-        told->ftLastWriteTime = TimeOf(writeTime);
-        return TRUE;
-    });
-    Replace(module, "SetFileAttributesW", +[](LPCWSTR path, DWORD attributes) -> BOOL { return !IsRefused(path) && REAL(SetFileAttributesW)(path, attributes); });
-    Replace(module, "FindFirstFileW", +[](LPCWSTR path, LPWIN32_FIND_DATAW data) { return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileW)(path, data); });
-    Replace(module, "FindFirstFileExW", +[](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data, FINDEX_SEARCH_OPS op, LPVOID filter, DWORD flags) {
-        return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileExW)(path, level, data, op, filter, flags);
-    });
-    Replace(module, "DeleteFileW", +[](LPCWSTR path) -> BOOL {
-        CloseScanners(1);
-        if (IsRefused(path) || !REAL(DeleteFileW)(path))
-            return FALSE;
-        const std::lock_guard guard(g_state.mutex);
-        SetToBeDeleted(KeyOf(path), true);
-        return TRUE;
-    });
-    Replace(module, "MoveFileExW", +[](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
-        return CloseScanners(1), !IsRefused(from) && !IsRefused(to) && REAL(MoveFileExW)(from, to, flags);
-    });
-    Replace(module, "CopyFileW", +[](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL {
-        CloseScanners(1);
-        if (IsRefused(from) || IsRefused(to) || !REAL(CopyFileW)(from, to, isNew))
-            return FALSE;
-        const std::lock_guard guard(g_state.mutex);
-        Scan(KeyOf(to));
-        return TRUE;
-    });
-    Replace(module, "CreateDirectoryW", +[](LPCWSTR path, LPSECURITY_ATTRIBUTES rights) -> BOOL { return !IsTooLong(path, 247) && REAL(CreateDirectoryW)(path, rights); });
-    Replace(module, "RemoveDirectoryW", +[](LPCWSTR path) -> BOOL { return CloseScanners(1), !IsTooLong(path) && REAL(RemoveDirectoryW)(path); });
+    Replace(
+        module, "GetProcAddress", +[](HMODULE from, LPCSTR name) -> FARPROC {
+            const FARPROC function = GetProcAddress(from, name);
+            if (std::strcmp(name, "ZwSetInformationFile") != 0)
+                return function;
+            g_setInformation = reinterpret_cast<SetInformation>(reinterpret_cast<void*>(function));
+            return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(SetInformationOf));
+        });
+    Replace(
+        module, "SetFileTime", +[](HANDLE handle, const FILETIME* made, const FILETIME* read, const FILETIME* written) -> BOOL {
+            const std::lock_guard guard(g_state.mutex);
+            if (const auto opened = g_state.opened.find(handle); written && opened != g_state.opened.end())
+                opened->second.timeByHand = *written;
+            return REAL(SetFileTime)(handle, made, read, written);
+        });
+    Replace(
+        module, "Sleep", +[](DWORD) { CloseScanners(4); });
+    Replace(
+        module, "GetFileAttributesW",
+        +[](LPCWSTR path) -> DWORD { return IsRefused(path) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(path); });
+    Replace(
+        module, "GetFileAttributesExW", +[](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) -> BOOL {
+            if (IsRefused(path) || !REAL(GetFileAttributesExW)(path, level, data))
+                return FALSE;
+            auto* const told = static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
+            std::int64_t writeTime = Number(told->ftLastWriteTime);
+            Tell(KeyOf(path), told->dwFileAttributes, writeTime);
+            told->ftLastWriteTime = TimeOf(writeTime);
+            return TRUE;
+        });
+    Replace(
+        module, "SetFileAttributesW",
+        +[](LPCWSTR path, DWORD attributes) -> BOOL { return !IsRefused(path) && REAL(SetFileAttributesW)(path, attributes); });
+    Replace(
+        module, "FindFirstFileW",
+        +[](LPCWSTR path, LPWIN32_FIND_DATAW data) { return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileW)(path, data); });
+    Replace(
+        module, "FindFirstFileExW",
+        +[](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data, FINDEX_SEARCH_OPS op, LPVOID filter, DWORD flags) {
+            return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileExW)(path, level, data, op, filter, flags);
+        });
+    Replace(
+        module, "DeleteFileW", +[](LPCWSTR path) -> BOOL {
+            CloseScanners(1);
+            if (IsRefused(path) || !REAL(DeleteFileW)(path))
+                return FALSE;
+            const std::lock_guard guard(g_state.mutex);
+            SetToBeDeleted(KeyOf(path), true);
+            return TRUE;
+        });
+    Replace(
+        module, "MoveFileExW", +[](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
+            return CloseScanners(1), !IsRefused(from) && !IsRefused(to) && REAL(MoveFileExW)(from, to, flags);
+        });
+    Replace(
+        module, "CopyFileW", +[](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL {
+            CloseScanners(1);
+            if (IsRefused(from) || IsRefused(to) || !REAL(CopyFileW)(from, to, isNew))
+                return FALSE;
+            const std::lock_guard guard(g_state.mutex);
+            Scan(KeyOf(to));
+            return TRUE;
+        });
+    Replace(
+        module, "CreateDirectoryW",
+        +[](LPCWSTR path, LPSECURITY_ATTRIBUTES rights) -> BOOL { return !IsTooLong(path, 247) && REAL(CreateDirectoryW)(path, rights); });
+    Replace(
+        module, "RemoveDirectoryW",
+        +[](LPCWSTR path) -> BOOL { return CloseScanners(1), !IsTooLong(path) && REAL(RemoveDirectoryW)(path); });
 }
 
 // What the tests do on disk themselves comes when the scanners are done: each of their imports releases them first and goes on.
@@ -271,8 +295,8 @@ struct Stub {
     // push rcx, rdx, r8, r9; sub rsp, 40; call [release]; add rsp, 40; pop r9, r8, rdx, rcx; jmp [function] ("Intel 64 Software
     // Developer's Manual", volume 2)
     void* Lead(void* to) {
-        constexpr unsigned char kCode[] = {0x51, 0x52, 0x41, 0x50, 0x41, 0x51, 0x48, 0x83, 0xEC, 0x28, 0xFF, 0x15, 0xE0, 0xFF, 0xFF, 0xFF, 0x48,
-                                           0x83, 0xC4, 0x28, 0x41, 0x59, 0x41, 0x58, 0x5A, 0x59, 0xFF, 0x25, 0xD8, 0xFF, 0xFF, 0xFF};
+        constexpr unsigned char kCode[] = {0x51, 0x52, 0x41, 0x50, 0x41, 0x51, 0x48, 0x83, 0xEC, 0x28, 0xFF, 0x15, 0xE0, 0xFF, 0xFF, 0xFF,
+                                           0x48, 0x83, 0xC4, 0x28, 0x41, 0x59, 0x41, 0x58, 0x5A, 0x59, 0xFF, 0x25, 0xD8, 0xFF, 0xFF, 0xFF};
         release = windows_rules::Release;
         function = to;
         std::memcpy(code, kCode, sizeof(kCode));
@@ -283,7 +307,8 @@ static_assert(offsetof(Stub, code) == 16);
 
 void LeadTests() {
     constexpr std::size_t kMost = 128;
-    static auto* const s_stubs = static_cast<Stub*>(VirtualAlloc(nullptr, kMost * sizeof(Stub), MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
+    static auto* const s_stubs =
+        static_cast<Stub*>(VirtualAlloc(nullptr, kMost * sizeof(Stub), MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
     static std::size_t s_count = 0;
     if (s_count != 0)
         return;

@@ -13,12 +13,12 @@
 
 TEST(PathsAndErrors, EveryErrorHasItsStatus) {
     const std::tuple<DWORD, VirtualVolumeStatus> rows[] = {
-        {2, VVS_FileNotFound},      {3, VVS_PathNotFound},     {15, VVS_PathNotFound},     {53, VVS_PathNotFound},
-        {67, VVS_PathNotFound},     {161, VVS_PathNotFound},   {5, VVS_AccessDenied},      {19, VVS_AccessDenied},
-        {8, VSS_OutMemory},         {14, VSS_OutMemory},       {32, VSS_SharingViolation}, {33, VSS_LockViolation},
-        {50, VSS_NotImplemented},   {120, VSS_NotImplemented}, {80, VSS_FileExists},       {87, VVS_InvalidParameter},
-        {123, VVS_InvalidParameter}, {183, VVS_PathAlreadyExists}, {0, VVS_GeneralError},  {1, VVS_GeneralError},
-        {38, VVS_GeneralError},     {112, VVS_GeneralError},   {0xFFFFFFFF, VVS_GeneralError},
+        {2, VVS_FileNotFound},       {3, VVS_PathNotFound},        {15, VVS_PathNotFound},         {53, VVS_PathNotFound},
+        {67, VVS_PathNotFound},      {161, VVS_PathNotFound},      {5, VVS_AccessDenied},          {19, VVS_AccessDenied},
+        {8, VSS_OutMemory},          {14, VSS_OutMemory},          {32, VSS_SharingViolation},     {33, VSS_LockViolation},
+        {50, VSS_NotImplemented},    {120, VSS_NotImplemented},    {80, VSS_FileExists},           {87, VVS_InvalidParameter},
+        {123, VVS_InvalidParameter}, {183, VVS_PathAlreadyExists}, {0, VVS_GeneralError},          {1, VVS_GeneralError},
+        {38, VVS_GeneralError},      {112, VVS_GeneralError},      {0xFFFFFFFF, VVS_GeneralError},
     };
     for (const auto& [error, status] : rows)
         EXPECT_EQ(status, StatusFromWin32(static_cast<Win32Error>(error))) << error;
@@ -87,16 +87,17 @@ TEST(PathsAndErrors, TrackingFilesHaveTheirWholeShape) {
     ASSERT_TRUE(WriteTrackingFile(path, record));
     {
         std::ifstream file(path.c_str(), std::ios::binary);
-        EXPECT_EQ("<halvanecloud>\r\n<filetracking>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n<id>0</id>\r\n</process>\r\n"
-                  "<srcfile>\r\n<name><![CDATA[C:\\d\\?]]>.txt.zip]]></name>\r\n<attributes>-2147483616</attributes>\r\n"
-                  "<writetime>133500000000000000</writetime>\r\n<size>5000000000</size>\r\n</srcfile>\r\n"
-                  "<filespec>\r\n<name>\r\n<![CDATA[a.txt]]></name>\r\n</filespec>\r\n"
-                  "<tempfile>\r\n<name><![CDATA[C:\\t\\a.txt]]></name>\r\n<attributes>32</attributes>\r\n<writetime>-1</writetime>\r\n"
-                  "<size>0</size>\r\n</tempfile>\r\n"
-                  "<ar>\r\n<fid></fid>\r\n<fv></fv>\r\n<o>\r\n<id></id>\r\n<iid></iid>\r\n<fn></fn>\r\n<ofn></ofn></o>\r\n"
-                  "<a><id></id>\r\n<iid></iid>\r\n<ifn></ifn>\r\n<ofn></ofn></a>\r\n</ar>\r\n</filetracking>\r\n</halvanecloud>\r\n"
-                  "<!-- utf8: C%3A%5Cd%5C%E6%97%A5%5D%5D%3E.txt.zip | C%3A%5Ct%5Ca.txt | a.txt -->\r\n",
-                  std::string(std::istreambuf_iterator<char>(file), {}));
+        EXPECT_EQ(
+            "<halvanecloud>\r\n<filetracking>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n<id>0</id>\r\n</process>\r\n"
+            "<srcfile>\r\n<name><![CDATA[C:\\d\\?]]>.txt.zip]]></name>\r\n<attributes>-2147483616</attributes>\r\n"
+            "<writetime>133500000000000000</writetime>\r\n<size>5000000000</size>\r\n</srcfile>\r\n"
+            "<filespec>\r\n<name>\r\n<![CDATA[a.txt]]></name>\r\n</filespec>\r\n"
+            "<tempfile>\r\n<name><![CDATA[C:\\t\\a.txt]]></name>\r\n<attributes>32</attributes>\r\n<writetime>-1</writetime>\r\n"
+            "<size>0</size>\r\n</tempfile>\r\n"
+            "<ar>\r\n<fid></fid>\r\n<fv></fv>\r\n<o>\r\n<id></id>\r\n<iid></iid>\r\n<fn></fn>\r\n<ofn></ofn></o>\r\n"
+            "<a><id></id>\r\n<iid></iid>\r\n<ifn></ifn>\r\n<ofn></ofn></a>\r\n</ar>\r\n</filetracking>\r\n</halvanecloud>\r\n"
+            "<!-- utf8: C%3A%5Cd%5C%E6%97%A5%5D%5D%3E.txt.zip | C%3A%5Ct%5Ca.txt | a.txt -->\r\n",
+            std::string(std::istreambuf_iterator<char>(file), {}));
     }
     EXPECT_TRUE(DeleteFileW(path.c_str()));
     EXPECT_FALSE(WriteTrackingFile(L"C:\\no such folder\\a.hvf", record));

@@ -38,8 +38,7 @@ struct Row {
     std::uint64_t budget;
 };
 
-constexpr std::string_view c_lock =
-    R"(<lockinfo xmlns="DAV:"><lockscope><shared/></lockscope><locktype><write/></locktype></lockinfo>)";
+constexpr std::string_view c_lock = R"(<lockinfo xmlns="DAV:"><lockscope><shared/></lockscope><locktype><write/></locktype></lockinfo>)";
 
 }  // namespace
 
@@ -48,8 +47,10 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
     fs::remove_all(work);
     for (const char* folder : {"small", "large"})
         for (int number = 0; number < (folder[0] == 's' ? 10 : 1000); ++number)
-            fs::create_directories(work / "Docs" / folder), std::ofstream(work / "Docs" / folder / ("plain file " + std::to_string(number)));
-    std::ofstream(work / "quelcrypt.json") << R"({"folders": [{"name": "Docs", "path": "Docs", "owner": "me", "policy": "encrypt", "targetKey": "one"}],
+            fs::create_directories(work / "Docs" / folder),
+                std::ofstream(work / "Docs" / folder / ("plain file " + std::to_string(number)));
+    std::ofstream(work / "quelcrypt.json")
+        << R"({"folders": [{"name": "Docs", "path": "Docs", "owner": "me", "policy": "encrypt", "targetKey": "one"}],
                                                   "passwords": {"one": "first password"}})";
     fs::last_write_time(work / "quelcrypt.json", fs::file_time_type::clock::now() - std::chrono::hours(1));
     SetEnvironmentVariableW(L"QUELCRYPT_CONFIG", (work / "quelcrypt.json").c_str());
@@ -58,16 +59,20 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
         webdav::Site site(volume, {}, {});
         CallCounts counts[] = {CallCounts{nullptr}, CallCounts{L"QuelcryptVol64.dll"}, CallCounts{L"QuelcryptLib64.dll"}};
         const Row rows[] = {
-            {"PUT", "new.txt", 154}, {"PUT", "new.txt", 165}, {"HEAD", "new.txt", 11}, {"GET", "new.txt", 44}, {"GET", "missing.txt", 5},
-            {"PROPFIND", "new.txt", 11}, {"LOCK", "new.txt", 23}, {"COPY", "new.txt", 133}, {"MOVE", "copy.txt", 199}, {"DELETE", "moved.txt", 45},
-            {"PUT", "plain", 72}, {"PUT", "plain", 80}, {"GET", "plain", 23}, {"DELETE", "plain", 23}, {"MKCOL", "folder/", 36},
-            {"DELETE", "folder/", 48},
+            {"PUT", "new.txt", 154},   {"PUT", "new.txt", 165},     {"HEAD", "new.txt", 11},  {"GET", "new.txt", 44},
+            {"GET", "missing.txt", 5}, {"PROPFIND", "new.txt", 11}, {"LOCK", "new.txt", 23},  {"COPY", "new.txt", 133},
+            {"MOVE", "copy.txt", 199}, {"DELETE", "moved.txt", 45}, {"PUT", "plain", 72},     {"PUT", "plain", 80},
+            {"GET", "plain", 23},      {"DELETE", "plain", 23},     {"MKCOL", "folder/", 36}, {"DELETE", "folder/", 48},
         };
         for (const std::string folder : {"small", "large"}) {
             const auto send = [&](const Row& row, const char* depth = "0") {
                 const std::string method = row.method, target = "/Docs/" + folder + '/';
-                const webdav::Request request{method, target + row.name, {{"Host", "localhost"}, {"Content-Length", "7"}, {"Depth", method == "DELETE" ? "infinity" : depth},
-                                                                          {"Destination", target + (method == "COPY" ? "copy.txt" : "moved.txt")}}};
+                const webdav::Request request{method,
+                                              target + row.name,
+                                              {{"Host", "localhost"},
+                                               {"Content-Length", "7"},
+                                               {"Depth", method == "DELETE" ? "infinity" : depth},
+                                               {"Destination", target + (method == "COPY" ? "copy.txt" : "moved.txt")}}};
                 Body body;
                 body.rest = method == "PUT" ? "content" : method == "LOCK" ? c_lock : "";
                 Answer answer;
@@ -87,8 +92,8 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
                     names += "\n     ";
                     total += module.Take(&names);
                 }
-                std::printf("%s %-9s %-12s %d %4llu of %4llu%s\n", folder.c_str(), row.method, row.name, status, static_cast<unsigned long long>(total),
-                            static_cast<unsigned long long>(row.budget), names.c_str());
+                std::printf("%s %-9s %-12s %d %4llu of %4llu%s\n", folder.c_str(), row.method, row.name, status,
+                            static_cast<unsigned long long>(total), static_cast<unsigned long long>(row.budget), names.c_str());
                 EXPECT_LE(total, row.budget) << row.method << ' ' << row.name << ' ' << status << names;
             }
         }
