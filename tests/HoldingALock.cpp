@@ -132,6 +132,32 @@ TEST_F(HoldingALock, MayBeginBeforeTheFileExists) {
         Unlock(path, again);
         EXPECT_EQ("", Stored(path)) << "an empty one that was meant stays";
         EmptyFolders();
+        const std::wstring unused = Lock(path);
+        void* const hFile = MustOpen(path, GENERIC_READ | DELETE, OPEN_EXISTING, unused.c_str());
+        Unlock(path, unused);
+        EXPECT_OK(volume()->Delete(hFile, nullptr));
+        EXPECT_OK(volume()->Undelete(hFile, nullptr));
+        Close(hFile);
+        EXPECT_EQ(0u, Disk().size()) << "nobody wrote it";
+    }
+    MakeContainer(ContainerPath(L"Docs\\new.txt.zip"), L"new.txt.zip", "another document, shown as new.txt.zip");
+    EXPECT_EQ(VVS_PathAlreadyExists, TryLock(L"Docs\\new.txt"));
+}
+
+TEST_F(HoldingALock, ItsFileChangesLetterCaseUnderItsTokenOnly) {
+    for (const std::wstring folder : {L"Docs\\", L"Plain\\"}) {
+        SCOPED_TRACE(Narrow(folder));
+        Store(folder + L"a.txt", "content");
+        const std::wstring token = Lock(folder + L"a.txt");
+        void* const hFile = MustOpen(folder + L"a.txt", kReadWrite | DELETE, OPEN_EXISTING, token.c_str());
+        EXPECT_EQ(VVS_Locked, Rename(hFile, folder + L"A.txt", L"{another}"));
+        EXPECT_OK(Rename(hFile, folder + L"A.txt", token.c_str()));
+        Close(hFile);
+        EXPECT_EQ("content", Stored(folder + L"A.txt"));
+        Unlock(folder + L"a.txt", token);
+        EXPECT_EQ("content", Stored(folder + L"A.txt"));
+        if (folder == L"Docs\\")  // a plain file's name is the platform's affair
+            EXPECT_STREQ(L"A.txt", Record(folder + L"a.txt").fileName);
     }
 }
 

@@ -1,3 +1,4 @@
+#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
 class ListingAFolder : public VolumeFixture {
@@ -86,6 +87,26 @@ TEST_F(ListingAFolder, LosesNoEntryToAContainerThatCannotBeRead) {
         EXPECT_EQ(4u, once.size());
         EXPECT_EQ(1, std::count_if(once.begin(), once.end(), [](const std::wstring& name) { return name.ends_with(L".zip"); }));
         EXPECT_EQ(all, List(L"Docs\\*")) << "it is asked for again";
+    }
+}
+
+TEST_F(ListingAFolder, TellsAFolderThatCannotBeReadFurtherFromItsEnd) {
+    for (const wchar_t* name : {L"a", L"b", L"c"})
+        Plain(name);
+    VirtFindData findData{};
+    for (const DWORD error : {ERROR_NO_MORE_FILES, ERROR_NETNAME_DELETED}) {
+        void* const search = volume()->FindFirstFileW(L"Docs\\?*", &findData);
+        EXPECT_TRUE(volume()->FindNextFileW(search, &findData));
+        if (error != ERROR_NO_MORE_FILES)
+            ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "FindNextFileW",
+                          reinterpret_cast<void*>(+[](HANDLE, WIN32_FIND_DATAW*) -> BOOL {
+                              SetLastError(ERROR_NETNAME_DELETED);
+                              return FALSE;
+                          }));
+        while (volume()->FindNextFileW(search, &findData)) {
+        }
+        EXPECT_EQ(error == ERROR_NO_MORE_FILES ? ERROR_FILE_NOT_FOUND : error, GetLastError());  // the search for containers found none
+        EXPECT_TRUE(volume()->FindClose(search));
     }
 }
 

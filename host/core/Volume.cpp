@@ -249,19 +249,24 @@ Search::Search(const Volume& volume, const VolumePath& folder, const wchar_t* pa
         void* const found = volume->FindFirstFileW(folder.Child(pattern).Str(), &m_data);
         const DWORD error = GetLastError();
         m_handle = FindHandle(volume.Get(), found, std::move(held));
-        const bool isEmpty = error == ERROR_FILE_NOT_FOUND || error == ERROR_NO_MORE_FILES || error == ERROR_PATH_NOT_FOUND;
-        if (!m_handle && !isEmpty)
-            throw StatusError(folder.Shown(), error == ERROR_ACCESS_DENIED ? VVS_AccessDenied : VVS_GeneralError);
+        if (!m_handle)
+            RequireEnd(error);
     } catch (const StatusError& error) {
         if (error.Status() != VVS_PathNotFound && error.Status() != VVS_MountFolderNotFound)
             throw;
     }
 }
 
+void Search::RequireEnd(DWORD error) const {
+    if (error != ERROR_FILE_NOT_FOUND && error != ERROR_NO_MORE_FILES && error != ERROR_PATH_NOT_FOUND)
+        throw StatusError(m_folder.Shown(), error == ERROR_ACCESS_DENIED ? VVS_AccessDenied : VVS_GeneralError);
+}
+
 bool Search::Next(Entry& entry) {
     if (!m_handle)
         return false;
     if (!std::exchange(m_first, false) && !m_volume->FindNextFileW(m_handle.Get(), &m_data)) {
+        RequireEnd(GetLastError());
         m_handle.Reset();
         m_volume.RequireRealFolder(m_folder);
         return false;

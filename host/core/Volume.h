@@ -170,6 +170,9 @@ public:
     bool Next(Entry& entry);
 
 private:
+    // Throws StatusError when a search ended with another error than that there are no more.
+    void RequireEnd(DWORD error) const;
+
     const Volume& m_volume;
     VolumePath m_folder;
     VirtFindData m_data{};

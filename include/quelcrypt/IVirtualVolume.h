@@ -131,7 +131,8 @@ public:
     // "Doc*", "Docs") mount folders are searched. Null when nothing matches: GetLastError is then ERROR_FILE_NOT_FOUND or
     // ERROR_NO_MORE_FILES; anything else says why the folder could not be searched. End it with FindClose.
     virtual void* FindFirstFileW(const wchar_t* filePath, VirtFindData* findData) = 0;
-    // 8: stores the next entry of a search of slot 7; false when there are no more.
+    // 8: stores the next entry of a search of slot 7. False when there are no more, or the folder could not be read further:
+    // GetLastError tells them apart as for 7.
     virtual bool FindNextFileW(void* hVirtFind, VirtFindData* findData) = 0;
     // 9: ends a search of slot 4, 7 or 26 and frees its handle. False for null or a handle of none of them.
     virtual bool FindClose(void* hVirtFind) = 0;
@@ -144,6 +145,7 @@ public:
     // shared by shareMode, and may be written whatever access was asked for.
     // A plain file that the platform refuses (no access, or somebody's sharing mode) is opened for reading where it exists and need not
     // be made: success does not say that it may be written, nor that TRUNCATE_EXISTING has emptied it.
+    // Under a lock, with the right token too, other rights than reading, writing and deleting are VVS_Locked.
     // VVS_InvalidParameter: a new name that could never be saved (no room for ".zip" and the names of conflict copies, or no
     // well-formed UTF-16).
     virtual VirtualVolumeStatus OpenFile(void** hFile, const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
@@ -202,7 +204,8 @@ public:
     // exclusive lock, VVS_Locked or VVS_Unauthorized when the file cannot be held, VVS_BadRequest for a folder or a link,
     // VVS_InvalidParameter for a missing file whose name could not be stored. Waits for up to two seconds for others who hold the file.
     virtual VirtualVolumeStatus Lock(const wchar_t* filePath, LockInfo* lockInfo) = 0;
-    // 24: releases the lock with exactly this token.
+    // 24: releases the lock with exactly this token. VVS_InvalidParameter without one, VVS_LockTokenNotFound for another,
+    // VVS_FileNotLocked when the file has no lock.
     virtual VirtualVolumeStatus Unlock(const wchar_t* filePath, const wchar_t* lockToken) = 0;
     // 25: stores the lock with this token, or without a token the file's oldest. VVS_FileNotLocked: it has none;
     // VVS_FileNotFound: there is no such file.

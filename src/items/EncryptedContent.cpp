@@ -85,7 +85,7 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     const std::wstring fileName = PathStripPathStr(filePath);
     if (openDisposition == CREATE_NEW && !isMissing)
         QC_CHECK_OR_RETURN(!PathExists(filePath) && !PathExists(containerPath), VSS_FileExists, L"!PathExists(containerPath) =>false%s, ");
-    QC_CHECK_OR_RETURN(fileName.find_first_of(L"*?<>|\":") == std::wstring::npos, VVS_InvalidParameter,
+    QC_CHECK_OR_RETURN(IsPossibleName(fileName), VVS_InvalidParameter,
                        L"PathStripPathStr(filePath).find_first_of(L\"*?<>|\\\":\") == std::wstring::npos =>false%s, ");
     if (creates && !exists) {
         // Not this file's container, then, but what saving would overwrite or could not: a conflict copy, an ordinary ZIP file, a folder.
@@ -243,7 +243,8 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
         QC_CHECK_STATUS_OR_RETURN(StatusOfCall(DeleteUndeleteFile(m_copy.File(), deleteFile)), checkText);
     if (m_lock.locked) {
         const SectionGuard guard(m_lock.content->section);
-        const VirtualVolumeStatus status = StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile));
+        const VirtualVolumeStatus status =
+            StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile || m_lock.content->goesUnlessWritten));
         if (status != VVS_Success && m_copy.IsMade())
             DeleteUndeleteFile(m_copy.File(), !deleteFile);
         QC_CHECK_STATUS_OR_RETURN(status, lockedCheckText);

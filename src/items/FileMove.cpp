@@ -45,6 +45,8 @@ FileMove::FileMove(ItemState& state, std::unique_ptr<FileContent>& content, cons
 
 PlainContent& FileMove::Plain() const { return static_cast<PlainContent&>(*m_content); }
 
+const LockedFile& FileMove::DestLock() const { return m_sameFile && m_content->IsEncrypted() ? Encrypted().Lock() : m_newFile; }
+
 EncryptedContent& FileMove::Encrypted() const { return static_cast<EncryptedContent&>(*m_content); }
 
 std::wstring FileMove::LogStr() const {
@@ -97,7 +99,7 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
 // The last look, when all that takes long is done: what is replaced is what was there when the move began, and a source that
 // is to go may still go.
 VirtualVolumeStatus FileMove::LookAgain() {
-    if (MayReplace() && !m_newFile.locked) {
+    if (MayReplace() && !DestLock().locked) {
         const VirtualVolumeStatus status = container_cipher::LookAtReplaced(m_destPath, m_replaced);
         if (status != VVS_Success)
             return VSS_SharingViolation;
@@ -173,7 +175,8 @@ VirtualVolumeStatus FileMove::CheckSource() {
         return VVS_Success;
     if (!m_content->IsEncrypted())
         return Plain().MayDelete() ? VVS_Success : VVS_AccessDenied;
-    const VirtualVolumeStatus status = m_sameFile ? Encrypted().CheckBase() : Encrypted().CheckMayGo();
+    const bool isOwnFile = m_sameFile && !DestLock().locked;
+    const VirtualVolumeStatus status = isOwnFile ? Encrypted().CheckBase() : Encrypted().CheckMayGo();
     // An edit that waits moves with its file.
     if (status == VVS_Success && VirtualTempFileDispenser::HoldsUnsavedEdit(m_state.Path()))
         return Encrypted().PrepareContent();
@@ -435,7 +438,7 @@ VirtualVolumeStatus FileMove::ReencryptTo() {
 VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& source) {
     QC_TRACE_THIS(L"VirtualFile::EncryptTo");
     const std::wstring virtualFileSpec = PathStripPathStr(m_newFilePath);
-    const LockedFile& dest = m_sameFile && m_content->IsEncrypted() ? Encrypted().Lock() : m_newFile;
+    const LockedFile& dest = DestLock();
     if (dest.locked) {
         QC_CHECK_STATUS_OR_RETURN(LookAgain(), L"LookAgain() =>%s, ");
         return qcLog.Leave(container_cipher::EncryptOpenFileLocked(m_destPath, virtualFileSpec, source, dest));

@@ -29,6 +29,8 @@ private:
     bool MayReplace() const { return m_renameSrcFile || m_keepSrcFile; }
     PlainContent& Plain() const;
     EncryptedContent& Encrypted() const;
+    // The lock of what is written: the destination's, which for a rename by letter case is the source's own.
+    const LockedFile& DestLock() const;
     std::wstring LogStr() const;
 
     VirtualVolumeStatus Check(const wchar_t* newFileLockToken, bool destEncrypted, bool& isDone);

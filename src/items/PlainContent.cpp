@@ -174,7 +174,8 @@ VirtualVolumeStatus PlainContent::MarkForDeletion(bool deleteFile) {
         deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
     QC_CHECK_STATUS_OR_RETURN(!deleteFile || MayDelete() ? VVS_Success : VVS_AccessDenied, checkText);
     const SectionGuard guard(m_lock.content->section);
-    QC_CHECK_STATUS_OR_RETURN(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), deleteFile)), checkText);
+    const bool isMarked = deleteFile || m_lock.content->goesUnlessWritten;
+    QC_CHECK_STATUS_OR_RETURN(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), isMarked)), checkText);
     m_lock.content->isDeleted = deleteFile;
     return qcLog.Leave(VVS_Success);
 }

@@ -24,8 +24,8 @@ VirtualVolumeStatus VirtualFolder::Open(const wchar_t* filePath, std::uint32_t d
                        SystemErrorStr(GetLastError()));
     const std::uint32_t access = desiredAccess & DELETE ? desiredAccess : desiredAccess | FILE_WRITE_ATTRIBUTES;
     // What is deleted or moved is a link itself, never what it leads to.
-    const bool isLink =
-        (access & (DELETE | GENERIC_ALL)) && findData && (findData->fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(filePath);
+    const bool isLink = (access & (DELETE | GENERIC_ALL | MAXIMUM_ALLOWED)) && findData &&
+                        (findData->fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(filePath);
     const std::uint32_t flags = FILE_FLAG_BACKUP_SEMANTICS | (isLink ? FILE_FLAG_OPEN_REPARSE_POINT : 0);
     VirtualVolumeStatus status = CreateFileW(filePath, access, shareMode, OPEN_EXISTING, flags, m_hFile);
     if (status == VVS_AccessDenied && access != GENERIC_READ)  // as files that may only be read

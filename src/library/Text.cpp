@@ -30,6 +30,8 @@ std::wstring Utf8DecodeStr(std::string_view text) {
     return decoded;
 }
 
+bool IsPossibleName(std::wstring_view name) { return name.find_first_of(L"*?<>|\":") == name.npos; }
+
 bool IsWellFormed(std::wstring_view text) {
     bool afterFirstHalf = false;
     for (const wchar_t unit : text) {

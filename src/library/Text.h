@@ -18,6 +18,9 @@ std::wstring Utf8DecodeStr(std::string_view text);
 // Is every surrogate in the text half of a pair? Other text has no UTF-8 form.
 bool IsWellFormed(std::wstring_view text);
 
+// Has the name of a file or folder no unit that is a pattern's, a stream's or the shell's?
+bool IsPossibleName(std::wstring_view name);
+
 // The system's message for a Win32 error on one line, followed by "Error code: <n>"; without a message the latter alone.
 std::wstring SystemErrorStr(DWORD error);
 

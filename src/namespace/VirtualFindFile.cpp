@@ -191,9 +191,12 @@ bool ReadRawEntry(const std::wstring& path, WIN32_FIND_DATAW& raw) {
 }
 
 // Begins the search for "<spec>.zip" in place of a search that is exhausted.
+// Did the search end because nothing more matches, and not because the folder cannot be read any further?
+bool IsSearchDone() { return GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_NO_MORE_FILES; }
+
 bool StartExtraZipSearch(VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
     std::wstring newSearch;
-    if (handle.extraZipSearch || !ShouldSearchForExtraZip(handle.filePathSearch, newSearch))
+    if (!IsSearchDone() || handle.extraZipSearch || !ShouldSearchForExtraZip(handle.filePathSearch, newSearch))
         return false;
     handle.extraZipSearch = true;
     handle.containerFlag = true;

@@ -94,7 +94,12 @@ bool VirtualVolume::FindNextFileW(void* hVirtFind, VirtFindData* findData) {
     QC_TRACE_SLOT(L"VirtualVolume::FindNextFileW", L"hVirtFind[%p]", hVirtFind);
     return CatchAllOr(false, QC_SLOT, [&] {
         const auto nextFile = [&](VirtualFindHandle& search) { return VirtualFindFile::FindNextFileW(search, findData); };
-        const auto nextFolder = [&](VirtFindMountFolderHandle& search) { return VirtualMountFolder::FindNextFolder(search, findData); };
+        const auto nextFolder = [&](VirtFindMountFolderHandle& search) {
+            const bool isFound = VirtualMountFolder::FindNextFolder(search, findData);
+            SetLastError(ERROR_NO_MORE_FILES);
+            return isFound;
+        };
+        SetLastError(ERROR_INVALID_HANDLE);
         const bool found = findData && (SearchHandles::With<VirtualFindHandle>(hVirtFind, kFileSearchMagic, false, nextFile) ||
                                         SearchHandles::With<VirtFindMountFolderHandle>(hVirtFind, kMountSearchMagic, false, nextFolder));
         if (found)

@@ -53,6 +53,8 @@ VirtualVolumeStatus LockWhatIsThere(QuelcryptLog& qcLog, const std::wstring& ful
     QC_CHECK_OR_RETURN(!fileExists || !IsDir(virtFindData), VVS_BadRequest,
                        L"!fileExists || (fileExists && !IsDir(virtFindData)) =>false%s, ");
     QC_CHECK_OR_RETURN(fileExists || IsWellFormed(fullFilePath), VVS_InvalidParameter, L"IsWellFormed(fullFilePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(fileExists || IsPossibleName(PathStripPathStr(fullFilePath)), VVS_InvalidParameter,
+                       L"IsPossibleName(PathStripPathStr(fullFilePath)) =>false%s, ");
     std::wstring filePathToLock = fullFilePath;
     const VirtFindData* halvaneVirtFindData = nullptr;
     if (fileExists) {
@@ -62,6 +64,9 @@ VirtualVolumeStatus LockWhatIsThere(QuelcryptLog& qcLog, const std::wstring& ful
         QC_CHECK_OR_RETURN(HasSaveNames(PathStripPathStr(fullFilePath)), VVS_InvalidParameter,
                            L"HasSaveNames(PathStripPathStr(fullFilePath)) =>false%s, ");
         filePathToLock = ZipPathStr(fullFilePath);
+        // As at the open of a new file: it must not get the name under which another document is shown.
+        QC_CHECK_OR_RETURN(!PathExists(ZipPathStr(filePathToLock)), VVS_PathAlreadyExists,
+                           L"!PathExists(ZipPathStr(filePathToLock)) =>false%s, ");
         virtFindData = RecordOfMissingFile(fullFilePath);
         halvaneVirtFindData = &virtFindData;
     }

@@ -344,8 +344,7 @@ void VolumeFixture::EmptyFolders() const {
 }
 
 void VolumeFixture::TryAgainAtOnce() {
-    for (const wchar_t* module : {L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"})
-        ReplaceImport(GetModuleHandleW(module), "Sleep", reinterpret_cast<void*>(+[](DWORD) {}));
+    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "Sleep", reinterpret_cast<void*>(+[](DWORD) {}));
 }
 
 void VolumeFixture::Touch(const std::wstring& nativePath) {

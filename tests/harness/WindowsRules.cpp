@@ -231,7 +231,7 @@ void ReplaceIn(HMODULE module) {
             return REAL(SetFileTime)(handle, made, read, written);
         });
     Replace(
-        module, "Sleep", +[](DWORD) { CloseScanners(4); });
+        module, "Sleep", +[](DWORD ms) { CloseScanners(4), Sleep(ms); });
     Replace(
         module, "GetFileAttributesW",
         +[](LPCWSTR path) -> DWORD { return IsRefused(path) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(path); });
