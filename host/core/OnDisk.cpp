@@ -148,7 +148,7 @@ std::vector<std::wstring> NamesIn(const std::wstring& folder) {
     if (StandingAt(folder) != Standing::Itself)
         return names;
     WIN32_FIND_DATAW entry{};
-    const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &entry);
+    const HANDLE search = FindFirstFileW((folder + (folder.ends_with(L'\\') ? L"*" : L"\\*")).c_str(), &entry);
     if (search == INVALID_HANDLE_VALUE)
         return names;
     do {
