@@ -182,7 +182,7 @@ bool NeedsPasswordOf(const Settings& settings, const std::wstring& containerPath
     if (const DWORD error = file.OpenError() ? file.OpenError() : file.ReadError())
         FailWithError(L"The file cannot be read", error);
     if (!file.Zip() || file.Zip()->keyBytes == 0)
-        return false;
+        return file.IsBroken();
     const auto password = PasswordOf(settings, key, Asking::Forbidden);
     return (!password || ContainerContent::CipherFor(file, password->Text())) && !OpensWithAnother(settings, containerPath, key);
 }

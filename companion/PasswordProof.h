@@ -19,8 +19,8 @@ enum class BeforeWriting { No, Yes };  // yes: a missing check container is made
 void ProvePassword(const Settings& settings, const KeyFolder& folder, const Secret& password, const std::wstring& containerPath,
                    BeforeWriting beforeWriting);
 
-// Is it a container that no other configured password opens, but perhaps this key's? Its content need not be whole. Throws
-// CQuelcryptErrorException when the file cannot be read.
+// Is it a container that no other configured password opens, but perhaps this key's? Its content need not be whole, nor, when that can be
+// told no more, its records. Throws CQuelcryptErrorException when the file cannot be read.
 bool NeedsPasswordOf(const Settings& settings, const std::wstring& containerPath, const std::string& key);
 
 enum class CheckResult { Missing, Opened, Refused };

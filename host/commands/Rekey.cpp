@@ -169,7 +169,7 @@ private:
             const bool isFolder = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
             if (isFolder)
                 LookIn(path, depth + 1);
-            else if (EndsWithNoCase(name, kContainerExtension))
+            else if (EndsWithNoCase(name, kContainerExtension) && StandingAt(path) == Standing::Itself)
                 LookAt(path);
         }
     }
@@ -177,7 +177,7 @@ private:
     void LookAt(const std::wstring& path) {
         try {
             if (companion::NeedsPasswordOf(m_settings, path, m_formerKey))
-                Report(path, "it still needs the old password; move it to where documents get the new one, rename or remove it");
+                Report(path, "it may need the old password; move it among the folder's documents, rename or remove it");
         } catch (const CQuelcryptErrorException& error) {
             Report(path, ToUtf8(error.GetDescription()));
         }
