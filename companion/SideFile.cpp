@@ -252,6 +252,8 @@ DWORD SideFile::WriteBeginning(const void* data, std::size_t length) {
 }
 
 void SideFile::Complete() {
+    if (!m_file)
+        return;
     if (!FlushFileBuffers(m_file.Get()))
         FailWithError(L"The container cannot be written", GetLastError());
     m_file.Close();
@@ -259,6 +261,7 @@ void SideFile::Complete() {
 
 void SideFile::PutInPlace(std::uint32_t attributes, IfThere ifThere) {
     constexpr std::uint32_t carried = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+    Complete();
     const std::wstring from = OpenablePath(m_path);
     const std::uint32_t wanted = AttributesToKeep(m_targetPath) | (attributes & carried);
     if (wanted != 0 && !SetFileAttributesW(from.c_str(), wanted | FILE_ATTRIBUTE_ARCHIVE))

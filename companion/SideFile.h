@@ -37,10 +37,12 @@ public:
     // Writes over the file's beginning. What is written next comes behind it.
     DWORD WriteBeginning(const void* data, std::size_t length);
 
-    // Returns when all that was written has reached the disk; nothing can be written then. Throws CQuelcryptErrorException.
+    // Returns when all that was written has reached the disk; nothing can be written then. PutInPlace does this, too: it is for who has to
+    // ask something between the two. Throws CQuelcryptErrorException.
     void Complete();
-    // After Complete: replaces the target; with IfThere::Keep a target that is there is a failure. The target keeps the hidden, system and
-    // read-only attributes that it has and gets those of attributes. Throws CQuelcryptErrorException, and the target is as it was.
+    // Replaces the target, after everything has reached the disk; with IfThere::Keep a target that is there is a failure. The target keeps
+    // the hidden, system and read-only attributes that it has and gets those of attributes. Throws CQuelcryptErrorException, and the target
+    // is as it was.
     void PutInPlace(std::uint32_t attributes, IfThere ifThere = IfThere::Replace);
 
 private:
