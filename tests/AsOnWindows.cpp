@@ -32,7 +32,7 @@ TEST_F(AsOnWindows, AScannerMakesNothingFail) {
             EXPECT_OK(Move(a, other));
             EXPECT_OK(Rename(other, c));
             const std::wstring token = Lock(c);
-            Put(c, "fourth", token.c_str());
+            Put(c, "fourth");
             Unlock(c, token);
             EXPECT_EQ("fourth", Get(c));
             EXPECT_EQ("second", Get(b));

@@ -2,10 +2,11 @@
 // teardown finds files that are still held and side files that were left behind.
 #pragma once
 
+#include <array>
 #include <atomic>
+#include <cstring>
 #include <filesystem>
 #include <functional>
-#include <optional>
 #include <string>
 
 #include <windows.h>
@@ -23,19 +24,13 @@ struct Releaser {
 template <class Interface>
 using Owned = std::unique_ptr<Interface, Releaser<Interface>>;
 
-inline std::string Utf8(const std::filesystem::path& path) {
-    const std::u8string text = path.u8string();
-    return {text.begin(), text.end()};
-}
-
 // What the writer is told of the plain file, and a listing shows.
 struct Plain {
     std::wstring name = L"a.txt";
-    std::filesystem::path source;
+    std::filesystem::path source = {};
     std::uint32_t attributes = FILE_ATTRIBUTE_NORMAL;
-    SYSTEMTIME lastWrite = {2024, 5, 3, 1, 12, 30, 15, 0};
-    SYSTEMTIME lastAccess = {2024, 6, 6, 2, 1, 2, 3, 0};
-    SYSTEMTIME creation = {2020, 2, 6, 29, 23, 59, 59, 0};
+    // Of the last write, the last access and the creation.
+    std::array<SYSTEMTIME, 3> times{{{2024, 5, 3, 1, 12, 30, 15, 0}, {2024, 6, 0, 2, 1, 2, 3, 0}, {2020, 2, 6, 29, 23, 59, 59, 0}}};
     std::uint64_t plainSize = 0;
 };
 
@@ -69,21 +64,16 @@ protected:
     Path InDocs(const Path& name) const { return m_folder / "docs" / name; }
 
     static Owned<IFileWriter> Writer(const Path& container, const Plain& plain = {}) {
-        CHvcStringWImpl path(container.c_str());
-        CHvcStringWImpl name(plain.name.c_str());
-        CHvcStringWImpl source(plain.source.c_str());
-        return Owned<IFileWriter>(
-            companion::MakeWriter(&path, &name, &source, plain.attributes, &plain.lastWrite, &plain.lastAccess, &plain.creation));
+        CHvcStringWImpl path(container.c_str()), name(plain.name.c_str()), source(plain.source.c_str());
+        const auto& [lastWrite, lastAccess, creation] = plain.times;
+        return Owned<IFileWriter>(companion::MakeWriter(&path, &name, &source, plain.attributes, &lastWrite, &lastAccess, &creation));
     }
 
     static bool Put(IFileWriter& writer, const std::string& content) {
-        constexpr std::size_t chunk = 32768;
-        for (std::size_t at = 0; at < content.size(); at += chunk) {
-            const std::string part = content.substr(at, chunk);
-            if (!writer.Write(part.data(), static_cast<std::uint32_t>(part.size())))
-                return false;
-        }
-        return true;
+        bool isWritten = true;
+        for (std::size_t at = 0; at < content.size() && isWritten; at += 32768)
+            isWritten = writer.Write(&content[at], static_cast<std::uint32_t>(std::min<std::size_t>(32768, content.size() - at)));
+        return isWritten;
     }
 
     static void Encrypt(const Path& container, const std::string& content, const Plain& plain = {}) {
@@ -113,15 +103,14 @@ protected:
         }
     }
 
-    static std::optional<Plain> Inform(const Path& container, const WIN32_FIND_DATAW* entry = nullptr) {
+    // Without a name when it says nothing.
+    static Plain Inform(const Path& container, const WIN32_FIND_DATAW* entry = nullptr) {
+        Plain information{.name = L""};
         IHvcStringW* name = nullptr;
-        Plain information;
-        const auto result = companion::GetFileInformation(Utf8(container).c_str(), &name, &information.plainSize, entry,
-                                                          &information.lastWrite, &information.lastAccess, &information.creation);
-        const Owned<IHvcStringW> owned(name);
-        if (result != 1)
-            return std::nullopt;
-        information.name = name->GetString();
+        auto& [lastWrite, lastAccess, creation] = information.times;
+        if (companion::GetFileInformation(Narrow(container).c_str(), &name, &information.plainSize, entry, &lastWrite, &lastAccess,
+                                          &creation) == 1)
+            information.name = Owned<IHvcStringW>(name)->GetString();
         return information;
     }
 

@@ -120,7 +120,7 @@ TEST_F(HoldingALock, MayBeginBeforeTheFileExists) {
         EXPECT_STREQ(L"new.txt", Record(path).fileName);
         EXPECT_EQ(0, Record(path).fileSize);
         EXPECT_EQ(0u, CallsDuring("Quelcrypt_FileReaderFactory", [&] { EXPECT_EQ("", Get(path)); }));
-        Put(path, "written", token.c_str());
+        Put(path, "written");
         EXPECT_STREQ(L"new.txt", Record(path).fileName);
         EXPECT_EQ(7, Record(path).fileSize) << "what is listed meanwhile is what was written";
         Unlock(path, token);
@@ -128,7 +128,7 @@ TEST_F(HoldingALock, MayBeginBeforeTheFileExists) {
         EXPECT_EQ(1u, Disk().size());
         EmptyFolders();
         const std::wstring again = Lock(path);
-        Put(path, "", again.c_str());
+        Put(path, "");
         Unlock(path, again);
         EXPECT_EQ("", Stored(path)) << "an empty one that was meant stays";
         EmptyFolders();

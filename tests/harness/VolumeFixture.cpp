@@ -20,13 +20,6 @@ const char* StatusName(VirtualVolumeStatus status) {
 
 void PrintTo(VirtualVolumeStatus status, std::ostream* out) { *out << StatusName(status); }
 
-std::string Narrow(std::wstring_view text) {
-    std::string narrow(text.size() * 3, '\0');
-    narrow.resize(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
-                                                               static_cast<int>(narrow.size()), nullptr, nullptr)));
-    return narrow;
-}
-
 std::string TextOf(std::size_t bytes, const std::string& first) {
     std::string text;
     while (text.size() < bytes)
@@ -145,10 +138,8 @@ void* VolumeFixture::OpenEdited(const std::wstring& volumePath, std::string_view
 
 bool VolumeFixture::Takes(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition) {
     void* hFile = nullptr;
-    VirtFindData info{};
-    const bool isWritten = Open(&hFile, volumePath, kReadWrite, disposition) == VVS_Success && Write(hFile, content) == VVS_Success;
-    const bool isLonger = isWritten && volume()->GetFileInfo(hFile, &info) && info.fileSize > static_cast<std::int64_t>(content.size());
-    const bool isTaken = isWritten && (!isLonger || SetSize(hFile, content.size()) == VVS_Success);
+    const bool isTaken = Open(&hFile, volumePath, kReadWrite, disposition) == VVS_Success && Write(hFile, content) == VVS_Success &&
+                         SetSize(hFile, content.size()) == VVS_Success;
     if (hFile && !isTaken && disposition == CREATE_NEW)
         volume()->Delete(hFile, nullptr);
     Close(hFile);
@@ -173,13 +164,9 @@ std::string VolumeFixture::Read(void* hFile, std::uint64_t offset, std::uint32_t
     return content;
 }
 
-void VolumeFixture::Put(const std::wstring& volumePath, std::string_view content, const wchar_t* lockToken) {
+void VolumeFixture::Put(const std::wstring& volumePath, std::string_view content) {
     VirtFindData findData{};
-    void* const hFile = MustOpen(volumePath, kReadWrite, Find(volumePath, &findData) ? OPEN_EXISTING : CREATE_NEW, lockToken);
-    ASSERT_NE(nullptr, hFile);
-    EXPECT_OK(SetSize(hFile, 0));
-    EXPECT_OK(Write(hFile, content));
-    Close(hFile);
+    EXPECT_TRUE(Takes(volumePath, content, Find(volumePath, &findData) ? OPEN_EXISTING : CREATE_NEW)) << Narrow(volumePath);
 }
 
 std::string VolumeFixture::Get(const std::wstring& volumePath) {
@@ -187,15 +174,7 @@ std::string VolumeFixture::Get(const std::wstring& volumePath) {
     const VirtualVolumeStatus status = Open(&hFile, volumePath, GENERIC_READ);
     if (status != VVS_Success)
         return std::string("<") + StatusName(status) + ">";
-    std::string content;
-    for (;;) {
-        const std::string part = Read(hFile, content.size());
-        if (part.empty() || part.front() == '<') {
-            content = content.empty() ? part : content;
-            break;
-        }
-        content += part;
-    }
+    const std::string content = Read(hFile);
     Close(hFile);
     return content;
 }
@@ -213,23 +192,13 @@ VirtualVolumeStatus VolumeFixture::Rename(const std::wstring& from, const std::w
     return status;
 }
 
-std::vector<VirtFindData> VolumeFixture::ListRecords(const std::wstring& volumePathSpec) {
-    std::vector<VirtFindData> records;
-    VirtFindData findData{};
-    void* const hFind = volume()->FindFirstFileW(volumePathSpec.c_str(), &findData);
-    if (!hFind)
-        return records;
-    do
-        records.push_back(findData);
-    while (volume()->FindNextFileW(hFind, &findData));
-    EXPECT_TRUE(volume()->FindClose(hFind));
-    return records;
-}
-
 Names VolumeFixture::List(const std::wstring& volumePathSpec) {
     Names names;
-    for (const VirtFindData& record : ListRecords(volumePathSpec))
-        names.emplace_back(record.fileName);
+    VirtFindData findData{};
+    void* const hFind = volume()->FindFirstFileW(volumePathSpec.c_str(), &findData);
+    for (bool isThere = hFind; isThere; isThere = volume()->FindNextFileW(hFind, &findData))
+        names.emplace_back(findData.fileName);
+    EXPECT_EQ(hFind != nullptr, volume()->FindClose(hFind));
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -298,18 +267,18 @@ std::string VolumeFixture::ContainerContent(const std::wstring& nativeContainerP
     if (!Exists(nativeContainerPath))
         return "<none>";
     CHvcStringWImpl path(nativeContainerPath.c_str());
-    std::string content = "<unreadable>";
     IFileReader* reader = nullptr;
+    std::string content;
     try {
         reader = Quelcrypt_FileReaderFactory(&path);
-        for (content = reader ? "" : content; reader && reader->Advance();)
+        while (reader && reader->Advance())
             content.append(static_cast<const char*>(reader->GetData()), reader->GetDataLength());
     } catch (const CQuelcryptException&) {
         content = "<unreadable>";
     }
     if (reader)
         reader->Release();
-    return content;
+    return reader ? content : "<unreadable>";
 }
 
 bool VolumeFixture::Exists(const std::wstring& nativePath) { return GetFileAttributesW(nativePath.c_str()) != INVALID_FILE_ATTRIBUTES; }
@@ -358,12 +327,6 @@ void VolumeFixture::Touch(const std::wstring& nativePath) {
     CloseHandle(hFile);
 }
 
-Names VolumeFixture::RetainedCopies() const {
-    Names copies = FilesBelow(temp() + L"\\HalvaneCloud");
-    std::erase_if(copies, [](const std::wstring& file) { return file.ends_with(L".hvf") || Exists(file + L".hvf"); });
-    return copies;
-}
-
 Names VolumeFixture::TrackedEdits() const {
     Names edits = FilesBelow(temp() + L"\\HalvaneCloud");
     std::erase_if(edits, [](const std::wstring& file) { return !Exists(file + L".hvf"); });
@@ -372,8 +335,7 @@ Names VolumeFixture::TrackedEdits() const {
 
 std::size_t VolumeFixture::TempFolders() const {
     std::error_code error;
-    const fs::directory_iterator folders(temp() + L"\\HalvaneCloud", error);
-    return error ? 0 : static_cast<std::size_t>(std::distance(folders, {}));
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(temp() + L"\\HalvaneCloud", error), {}));
 }
 
 void VolumeFixture::LeaveUnsavedEdit(const std::wstring& volumePath, std::string_view edit) {

@@ -33,7 +33,6 @@
 const char* StatusName(VirtualVolumeStatus status);
 void PrintTo(VirtualVolumeStatus status, std::ostream* out);
 
-std::string Narrow(std::wstring_view text);  // UTF-8, for messages
 // So many bytes in which every place is recognisable, the first in each line.
 std::string TextOf(std::size_t bytes, const std::string& first = "");
 
@@ -72,7 +71,7 @@ protected:
     static const char* DefaultConfiguration();
 
     // As a host does it. Put creates or replaces, Get reads all; failures fail the test and Get then answers "<status>".
-    void Put(const std::wstring& volumePath, std::string_view content, const wchar_t* lockToken = nullptr);
+    void Put(const std::wstring& volumePath, std::string_view content);
     std::string Get(const std::wstring& volumePath);
     VirtualVolumeStatus Open(void** hFile, const std::wstring& volumePath, std::uint32_t access = kReadWrite,
                              std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr);
@@ -100,9 +99,7 @@ protected:
         return volume()->RenameFile(hFile, nullptr, to.c_str(), token);
     }
     VirtualVolumeStatus Rename(const std::wstring& from, const std::wstring& to);
-    // The names that a search shows, sorted; records too.
-    Names List(const std::wstring& volumePathSpec);
-    std::vector<VirtFindData> ListRecords(const std::wstring& volumePathSpec);
+    Names List(const std::wstring& volumePathSpec);  // the names that a search shows, sorted
     bool Find(const std::wstring& volumePath, VirtFindData* findData) { return volume()->FindFile(volumePath.c_str(), findData); }
     VirtFindData Record(const std::wstring& volumePath);  // which must be found
     VirtFindData InfoOf(void* hFile);
@@ -139,8 +136,7 @@ protected:
     // Moves a file's write time, so that it differs from what it was.
     static void Touch(const std::wstring& nativePath);
 
-    // Temp files of items: retained copies (no tracking file beside) and edits with a tracking file.
-    Names RetainedCopies() const;
+    // Temp files of items: edits with a tracking file, and beside them retained copies, each in a folder.
     Names TrackedEdits() const;
     std::size_t TempFolders() const;
     void ExpectUnsavedEdits(std::size_t count) { m_expectedUnsaved = count; }
