@@ -51,26 +51,15 @@ TEST_F(OtherCompilers, AnExceptionOfAnotherCompilerFailsTheCallAndHoldsNothing) 
         constexpr DWORD kOtherCompilers = 0xE06D7363;  // "What is the 0xE06D7363 exception code?"
         RaiseException(kOtherCompilers, EXCEPTION_NONCONTINUABLE, 0, nullptr);
     };
-    for (const char* const call : {"Quelcrypt_GetFileInformation",
-                                   "Quelcrypt_FileReaderFactory",
-                                   "IFileReader::Advance",
-                                   "IFileReader::GetData",
-                                   "IFileReader::GetDataLength",
-                                   "Quelcrypt_FileWriterFactory",
-                                   "IFileWriter::Write",
-                                   "IFileWriter::Finish",
-                                   "Quelcrypt_GetHalvaneBoxConfig",
-                                   "IHalvaneBoxConfig::GetPolicy",
-                                   "IHalvaneBoxConfig::GetTargetKeyId",
-                                   "IHalvaneBoxConfig::GetOwnerId",
-                                   "Quelcrypt_GetQuelcryptConfig",
-                                   "IQuelcryptConfig::IsExcluded",
-                                   "Quelcrypt_GetProtectedFolderEnum",
-                                   "IProtectedFolderEnum::Next",
-                                   "IProtectedFolder::GetRecord",
-                                   "IProtectedFolder::GetName",
-                                   "IQuelcryptText::HasText",
-                                   "IQuelcryptText::GetText"}) {
+    // clang-format off
+    for (const char* const call : {
+             "Quelcrypt_GetFileInformation", "Quelcrypt_FileReaderFactory", "IFileReader::Advance", "IFileReader::GetData",
+             "IFileReader::GetDataLength", "Quelcrypt_FileWriterFactory", "IFileWriter::Write", "IFileWriter::Finish",
+             "Quelcrypt_GetHalvaneBoxConfig", "IHalvaneBoxConfig::GetPolicy", "IHalvaneBoxConfig::GetTargetKeyId",
+             "IHalvaneBoxConfig::GetOwnerId", "Quelcrypt_GetQuelcryptConfig", "IQuelcryptConfig::IsExcluded",
+             "Quelcrypt_GetProtectedFolderEnum", "IProtectedFolderEnum::Next", "IProtectedFolder::GetRecord",
+             "IProtectedFolder::GetName", "IQuelcryptText::HasText", "IQuelcryptText::GetText"}) {
+        // clang-format on
         SCOPED_TRACE(call);
         UnloadVolume();  // a new module asks for everything
         LoadVolume();

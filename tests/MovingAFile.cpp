@@ -32,6 +32,9 @@ void MovingAFile::MoveWhole(How how, const std::wstring& from, const std::wstrin
     Store(from, content);
     if (isToLocked)
         Store(to, std::string(32768, 'o'));
+    else if (how != How::Move)  // it is replaced also in the form that it would not have
+        to[0] == L'P' ? MakeEncrypted(to, "what was there") : MakePlain(to, "what was there");
+    const std::wstring form = isFromLocked || isToLocked ? L"" : L"\\\\?\\" + root() + L"\\";
     const std::wstring fromToken = isFromLocked ? Lock(from) : L"", toToken = isToLocked ? Lock(to) : L"";
     bool wasClear = false;
     const auto look = [&] {
@@ -42,7 +45,7 @@ void MovingAFile::MoveWhole(How how, const std::wstring& from, const std::wstrin
     void* const hFile = how == How::Rename ? MustOpen(from) : nullptr;
     EXPECT_TRUE(!hFile || content.substr(0, 40'000) == Read(hFile, kHere, 40'000));
     const std::string stored = ReadRaw(StoredPath(from));
-    EXPECT_OK(hFile ? Rename(hFile, to, toToken.c_str()) : Do(how, from, to, toToken.c_str()));
+    EXPECT_OK(hFile ? Rename(hFile, to, toToken.c_str()) : Do(how, form + from, form + to, toToken.c_str()));
     if (to == L"Docs\\sub\\a.txt" && from[0] == L'D' && how != How::Copy && !isFromLocked && !isToLocked)
         EXPECT_TRUE(stored == ReadRaw(StoredPath(to))) << "under its name and key the container just moves";
     Companion().SetHook();
@@ -160,19 +163,6 @@ TEST_F(MovingAFile, RefusesWhatCannotBe) {
         }
 }
 
-TEST_F(MovingAFile, ReplacesTheDocumentInWhicheverFormItWas) {
-    for (const How how : {How::Copy, How::Rename})
-        for (const std::wstring mount : {L"Docs\\", L"Plain\\"}) {
-            SCOPED_TRACE(Narrow(mount) + std::to_string(int(how)));
-            Store(mount + L"a.txt", "mine");
-            mount == L"Docs\\" ? MakePlain(L"Docs\\b.txt", "what was there") : MakeEncrypted(L"Plain\\b.txt", "what was there");
-            EXPECT_OK(Do(how, mount + L"a.txt", mount + L"b.txt"));
-            EXPECT_EQ("mine", Stored(mount + L"b.txt"));
-            EXPECT_EQ(how == How::Copy ? 2u : 1u, Disk().size()) << "nothing is left of it";
-            EmptyFolders();
-        }
-}
-
 TEST_F(MovingAFile, LeavesAloneWhatOnlyLooksLikeIt) {
     MakeLookalikes();
     const Snapshot before = Disk();
@@ -202,7 +192,7 @@ TEST_F(MovingAFile, LeavesAloneWhatOnlyLooksLikeIt) {
 TEST_F(MovingAFile, OntoItselfTakesTheFormOfItsFolder) {
     MakePlain(L"Docs\\clear.txt", "content");
     MakeEncrypted(L"Plain\\hidden.txt", "content");
-    for (const std::wstring path : {L"Docs\\clear.txt", L"Plain\\hidden.txt"}) {
+    for (const wchar_t* path : {L"Docs\\clear.txt", L"Plain\\hidden.txt"}) {
         SCOPED_TRACE(Narrow(path));
         const Snapshot before = Disk();
         EXPECT_EQ(VVS_PathAlreadyExists, Copy(path, path)) << "two files of one name";
@@ -214,66 +204,55 @@ TEST_F(MovingAFile, OntoItselfTakesTheFormOfItsFolder) {
     EXPECT_EQ(Names{}, FilesHolding(temp(), "content")) << "nothing stays of what was clear";
 }
 
-TEST_F(MovingAFile, OrDeletingItTakesPathsInTheirLongForm) {
-    const auto longForm = [this](const wchar_t* volumePath) { return L"\\\\?\\" + NativePath(volumePath); };
-    for (const auto& [from, to, last] :
-         {std::tuple{L"Docs\\a.txt", L"Docs\\b.txt", L"Other\\c.txt"}, std::tuple{L"Plain\\a", L"Plain\\b", L"Plain\\c"}}) {
-        Put(from, "content");
-        EXPECT_OK(Move(longForm(from), longForm(to)));
-        EXPECT_OK(Copy(longForm(to), longForm(last)));
-        Delete(longForm(to));
-        EXPECT_EQ("content", Get(last));
-        Delete(longForm(last));
-    }
-    EXPECT_EQ(0u, Disk().size());
-}
-
-// The right to delete is asked for at the open, also under a lock, which shares its own handle.
+// The right to delete is asked for at the open, also under a lock, whose openers share its handle and the mark of a deletion.
 TEST_F(MovingAFile, OrDeletingItTakesTheRightTo) {
-    MakePlain(L"Plain\\a.txt", "content");
+    const std::wstring path = L"Plain\\a.txt";
     for (const bool isLocked : {false, true}) {
         SCOPED_TRACE(isLocked ? "locked" : "free");
-        const std::wstring token = isLocked ? Lock(L"Plain\\a.txt") : std::wstring();
-        void* const hFile = MustOpen(L"Plain\\a.txt", GENERIC_READ, OPEN_EXISTING, token.c_str());
-        EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hFile, nullptr));
-        for (const wchar_t* to : {L"Plain\\b.txt", L"Docs\\b.txt"})
-            EXPECT_EQ(VVS_AccessDenied, Rename(hFile, to)) << Narrow(to);
-        Close(hFile);
-        Unlock(L"Plain\\a.txt", token);
+        MakePlain(path, "content");
+        const std::wstring token = isLocked ? Lock(path) : L"";
+        void* const hReads = MustOpen(path, GENERIC_READ, OPEN_EXISTING, token.c_str());
+        const auto expectDenied = [&] {
+            for (const VirtualVolumeStatus status :
+                 {volume()->Delete(hReads, nullptr), Rename(hReads, L"Plain\\b.txt"), Rename(hReads, L"Docs\\b.txt")})
+                EXPECT_EQ(VVS_AccessDenied, status);
+        };
+        expectDenied();
         EXPECT_EQ(1u, Disk().size());
-        EXPECT_EQ("content", ReadRaw(NativePath(L"Plain\\a.txt")));
+        EXPECT_EQ("content", ReadRaw(NativePath(path)));
+        void* const hDeletes = MustOpen(isLocked ? path : L"\\\\?\\" + NativePath(path), GENERIC_READ | DELETE);
+        EXPECT_OK(volume()->Delete(hDeletes, nullptr));
+        EXPECT_EQ(VVS_GeneralError, volume()->Flush(hDeletes)) << "of a deleted file nothing is written any more";
+        expectDenied();
+        Close(hDeletes);
+        Close(hReads);
+        Unlock(path, token);
+        EXPECT_EQ(0u, Disk().size());
     }
-    void* const hFile = MustOpen(L"Plain\\a.txt");
-    EXPECT_OK(volume()->Delete(hFile, nullptr));
-    EXPECT_EQ(VVS_GeneralError, volume()->Flush(hFile)) << "of a deleted file nothing is written any more";
-    Close(hFile);
 }
 
 // Whatever moves of a handle that was opened to start empty come to, its first write replaces all, and what it wrote stays.
 TEST_F(MovingAFile, LeavesAHandleThatStartsEmptyAsItWas) {
-    for (const std::wstring to : {L"Docs\\b.txt", L"Other\\b.txt", L"Plain\\b.txt"})
+    for (const std::wstring folder : {L"Docs\\", L"Other\\", L"Plain\\"})
         for (const bool isWritten : {false, true})
             for (const bool fails : {false, true}) {
-                SCOPED_TRACE(Narrow(to) + (isWritten ? ", written" : "") + (fails ? ", fails" : ""));
-                Put(L"Docs\\a.txt", "a long old content");
-                void* const hFile = MustOpen(L"Docs\\a.txt", kReadWrite | DELETE, CREATE_ALWAYS);
+                SCOPED_TRACE(Narrow(folder) + (isWritten ? ", written" : "") + (fails ? ", fails" : ""));
+                MakeEncrypted(L"Docs\\a.txt", "a long old content");
+                void* const hFile = MustOpen(L"Docs\\a.txt", kReadWrite, CREATE_ALWAYS);
                 if (isWritten)
                     EXPECT_OK(Write(hFile, "written"));
-                const bool isPlain = to[0] == L'P';
-                if (fails) {  // what cannot be moved: the writer fails, or a folder has the name
-                    Companion().FailNth("Quelcrypt_FileWriterFactory", 1, Fault::Null, true);
-                    EXPECT_NE(VVS_Success, Rename(hFile, isPlain ? L"Docs\\b.txt" : to));
-                    Companion().FailNth();
+                if (fails) {
+                    const std::wstring to = (folder == L"Plain\\" ? L"Docs\\" : folder) + L"b.txt";
+                    Failing("Quelcrypt_FileWriterFactory", Fault::Null, [&] { EXPECT_NE(VVS_Success, Rename(hFile, to)); });
                 } else {
-                    EXPECT_OK(Rename(hFile, to));
-                    EXPECT_OK(Rename(hFile, to.substr(0, to.size() - 5) + L"c.txt"));
+                    EXPECT_OK(Rename(hFile, folder + L"b.txt"));
+                    EXPECT_OK(Rename(hFile, folder + L"c.txt"));
                 }
                 EXPECT_OK(Write(hFile, "new"));
                 Close(hFile);
-                const std::wstring now = fails ? L"Docs\\a.txt" : to.substr(0, to.size() - 5) + L"c.txt";
-                EXPECT_EQ(isWritten ? "newtten" : "new", Get(now));
-                Delete(now);
-                EXPECT_EQ(0u, Disk().size());
+                EXPECT_EQ(isWritten ? "newtten" : "new", Stored(fails ? L"Docs\\a.txt" : folder + L"c.txt"));
+                EXPECT_EQ(1u, Disk().size());
+                EmptyFolders();
             }
 }
 
@@ -290,19 +269,4 @@ TEST_F(MovingAFile, TakesItsOwnFileOnly) {
         EXPECT_EQ("own", Get(L"Plain\\b"));
         Delete(L"Plain\\b");
     }
-}
-
-// Under a lock its openers share the mark: who may not delete does not take back the deletion of one who may.
-TEST_F(MovingAFile, OrDeletingItIsNotUndoneByWhoMayNot) {
-    MakePlain(L"Plain\\a.txt", "content");
-    const std::wstring token = Lock(L"Plain\\a.txt");
-    void* const hDeletes = MustOpen(L"Plain\\a.txt", GENERIC_READ | DELETE, OPEN_EXISTING, token.c_str());
-    void* const hReads = MustOpen(L"Plain\\a.txt", GENERIC_READ, OPEN_EXISTING, token.c_str());
-    EXPECT_OK(volume()->Delete(hDeletes, nullptr));
-    EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hReads, nullptr));
-    EXPECT_EQ(VVS_AccessDenied, Rename(hReads, L"Plain\\b.txt"));
-    Close(hDeletes);
-    Close(hReads);
-    Unlock(L"Plain\\a.txt", token);
-    EXPECT_EQ(0u, Disk().size());
 }

@@ -138,8 +138,11 @@ void* VolumeFixture::OpenEdited(const std::wstring& volumePath, std::string_view
 
 bool VolumeFixture::Takes(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition) {
     void* hFile = nullptr;
-    const bool isTaken = Open(&hFile, volumePath, kReadWrite, disposition) == VVS_Success && Write(hFile, content) == VVS_Success &&
-                         SetSize(hFile, content.size()) == VVS_Success;
+    VirtFindData info{};
+    const auto size = static_cast<std::int64_t>(content.size());
+    const bool isWritten = Open(&hFile, volumePath, kReadWrite, disposition) == VVS_Success && Write(hFile, content) == VVS_Success;
+    const bool isWhole = size > 0 && (!volume()->GetFileInfo(hFile, &info) || info.fileSize <= size);
+    const bool isTaken = isWritten && (isWhole || SetSize(hFile, content.size()) == VVS_Success);
     if (hFile && !isTaken && disposition == CREATE_NEW)
         volume()->Delete(hFile, nullptr);
     Close(hFile);
