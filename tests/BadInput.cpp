@@ -60,7 +60,7 @@ TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
 
 // Its disk may be away.
 TEST_F(BadInput, NothingTakesThePlaceOfAMissingMountFolder) {
-    MakeContainer(ContainerPath(L"Other\\Docs"), L"Docs", "another");
+    Encrypt(ContainerPath(L"Other\\Docs"), "another", {.name = L"Docs"});
     ASSERT_TRUE(MoveFileW(ContainerPath(L"Other\\Docs").c_str(), (root() + L"\\Docs.zip").c_str()));
     Put(L"Other\\a.txt", "content");
     ASSERT_TRUE(RemoveDirectoryW(NativePath(L"Docs").c_str()));

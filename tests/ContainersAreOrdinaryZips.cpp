@@ -18,9 +18,9 @@ std::string RandomBytes(std::size_t size) {
     return bytes;
 }
 
-void ExpectInformation(const Plain& information, const Plain& expected) {
+void ExpectInformation(const PlainFile& information, const PlainFile& expected) {
     EXPECT_EQ(information.name, expected.name);
-    EXPECT_EQ(information.plainSize, expected.plainSize);
+    EXPECT_EQ(information.size, expected.size);
     EXPECT_EQ(0, std::memcmp(&information.times, &expected.times, sizeof(expected.times)));
 }
 
@@ -55,7 +55,7 @@ TEST_F(ContainersAreOrdinaryZips, GiveBackWhatWasPutIn) {
         SCOPED_TRACE(Narrow(name));
         const Path container = InDocs(std::wstring(name) + L".zip");
         const std::string content = RandomBytes(size);
-        const Plain plain{.name = name, .plainSize = size};
+        const PlainFile plain{.name = name, .size = size};
         Encrypt(container, content, plain);
         EXPECT_TRUE(Decrypt(container) == content);
         ExpectInformation(Inform(container), plain);
@@ -64,9 +64,8 @@ TEST_F(ContainersAreOrdinaryZips, GiveBackWhatWasPutIn) {
     // Times outside what a ZIP file holds are moved to its ends, and one past 2038 is inside.
     Encrypt(InDocs("times.txt.zip"), "x",
             {.times = {{{2060, 1, 4, 1, 0, 0, 0, 999}, {1601, 1, 1, 1, 0, 0, 0, 0}, {2400, 1, 6, 1, 0, 0, 0, 0}}}});
-    ExpectInformation(
-        Inform(InDocs("times.txt.zip")),
-        {.times = {{{2060, 1, 4, 1, 0, 0, 0, 0}, {1970, 1, 4, 1, 0, 0, 1, 0}, {2106, 2, 0, 7, 6, 28, 15, 0}}}, .plainSize = 1});
+    ExpectInformation(Inform(InDocs("times.txt.zip")),
+                      {.times = {{{2060, 1, 4, 1, 0, 0, 0, 0}, {1970, 1, 4, 1, 0, 0, 1, 0}, {2106, 2, 0, 7, 6, 28, 15, 0}}}, .size = 1});
 }
 
 // Nobody has the patience for a real container of these sizes.
@@ -100,7 +99,7 @@ TEST_F(ContainersAreOrdinaryZips, TellOthersWhatTheyMustKnow) {
     WriteRaw(InDocs("x.zip"), kDeflated);
     EXPECT_EQ(Decrypt(InDocs("x.zip")), std::string(1000, 'x'));
     EXPECT_EQ(Inform(InDocs("x.zip")).name, L"a.txt");
-    EXPECT_EQ(Inform(InDocs("x.zip")).plainSize, 1000u);
+    EXPECT_EQ(Inform(InDocs("x.zip")).size, 1000u);
 }
 
 // The format checks a password with two bytes; "other 51704" was searched for to agree in them with this container's own.
@@ -152,8 +151,7 @@ TEST_F(ContainersAreOrdinaryZips, SayWhenTheyAreDamaged) {
     std::string bytes = ReadRaw(container);
     bytes[999'000] = static_cast<char>(bytes[999'000] ^ 1);
     WriteRaw(container, bytes);
-    CHvcStringWImpl path(container.c_str());
-    const Owned<IFileReader> reader(companion::MakeReader(&path));
+    const auto reader = Reader(container);
     for (int time = 0; time < 2; ++time)
         EXPECT_TRUE(SaysDamaged([&] {
             while (reader->Advance()) {
@@ -169,10 +167,9 @@ TEST_F(ContainersAreOrdinaryZips, HandOutTheSizeThatTheyTellAndNoOther) {
         for (const std::uint32_t told : {0u, 5u, size - 1, size + 1}) {
             bytes.replace(bytes.rfind("PK\1\2") + 24, 4, reinterpret_cast<const char*>(&told), 4);
             WriteRaw(container, bytes);
-            CHvcStringWImpl path(container.c_str());
             std::size_t handedOut = 0;
             EXPECT_TRUE(SaysDamaged([&] {
-                const Owned<IFileReader> reader(companion::MakeReader(&path));  // throws for a size that cannot be
+                const auto reader = Reader(container);  // throws for a size that cannot be
                 while (reader->Advance())
                     handedOut += reader->GetDataLength();
             })) << told;
@@ -217,22 +214,22 @@ TEST_F(ContainersAreOrdinaryZips, AreReplacedWholeOrNotAtAll) {
     // Until Finish(true) the old one stands, and the new one is where no listing shows it.
     {
         const auto writer = Writer(container);
-        EXPECT_TRUE(Put(*writer, RandomBytes(1'000'000)));
+        EXPECT_TRUE(WriteAll(*writer, RandomBytes(1'000'000)));
         EXPECT_EQ(Decrypt(container), "old");
         EXPECT_TRUE(fs::exists(InDocs(".HalvaneCloud")));
     }
     EXPECT_TRUE(stillOld()) << "released without Finish";
     const auto givenUp = Writer(container), failed = Writer(container);
-    EXPECT_TRUE(Put(*givenUp, "new") && givenUp->Finish(false));
+    EXPECT_TRUE(WriteAll(*givenUp, "new") && givenUp->Finish(false));
     EXPECT_FALSE(givenUp->Finish(true));
-    EXPECT_TRUE(Put(*failed, "new"));
+    EXPECT_TRUE(WriteAll(*failed, "new"));
     EXPECT_EQ(ErrorOf([&] { failed->Write(nullptr, 5); }), L"Invalid argument");
     EXPECT_FALSE(failed->Write("new", 3) || failed->Finish(true));
     EXPECT_TRUE(stillOld()) << "after what failed, or was not to be finished";
 
     // Somebody keeps the container to himself.
     const auto refused = Writer(container);
-    EXPECT_TRUE(Put(*refused, "new"));
+    EXPECT_TRUE(WriteAll(*refused, "new"));
     {
         const Held held(container);
         EXPECT_NE(ErrorOf([&] { refused->Finish(true); }), L"");
@@ -298,7 +295,7 @@ TEST_F(ContainersAreOrdinaryZips, AreOpenedOnceForAllListings) {
     EXPECT_EQ(Inform(container, &placeholder).name, L"a.txt") << "known already";
 
     const Held held(container);
-    EXPECT_EQ(Inform(container, &entry).plainSize, 4u);
+    EXPECT_EQ(Inform(container, &entry).size, 4u);
     ++entry.ftLastWriteTime.dwLowDateTime;
     EXPECT_EQ(Inform(container, &entry).name, L"") << "it cannot be opened now";
 }

@@ -52,7 +52,7 @@ TEST_F(FollowingTheTrace, EveryEnterHasItsLeaveAndIndentsWhatHappensBetween) {
         volume()->Lock((L"Plain\\" + name).c_str(), &lockInfo);
         volume()->Unlock((L"Plain\\" + name).c_str(), lockInfo.token);
         TryOpen(L"Nowhere\\" + name);
-        Delete(L"Plain\\" + name);
+        EXPECT_OK(Delete(L"Plain\\" + name));
     };
     Companion().SetHook("Quelcrypt_FileWriterFactory", [] { Sleep(40); });
     const auto lines = LinesDuring([&] {
@@ -161,7 +161,7 @@ TEST_F(FollowingTheTrace, OrdinaryUseLeavesNoErrorsAndNoContent) {
         EXPECT_EQ(nullptr, volume()->FindFirstFileW(L"Docs\\missing.txt", &findData));
         VirtMountInfo mountInfo{};
         EXPECT_FALSE(volume()->GetMountInfoByVolumePath(L"Nowhere", &mountInfo));
-        Delete(L"Docs\\100%s%n%d.txt");
+        EXPECT_OK(Delete(L"Docs\\100%s%n%d.txt"));
     });
     for (const LogLine& line : lines)
         EXPECT_LE(LogLevel_Information, line.level) << Narrow(line.text);

@@ -4,7 +4,7 @@
 class ListingAFolder : public VolumeFixture {
 protected:
     void Container(const std::wstring& name, const std::wstring& storedName, std::string_view content = "content") {
-        MakeContainer(NativePath(L"Docs\\" + name), storedName, content);
+        Encrypt(NativePath(L"Docs\\" + name), content, {.name = storedName});
     }
     void Plain(const std::wstring& name, std::string_view content = "plain") { WriteRaw(NativePath(L"Docs\\" + name), content); }
     void Folder(const std::wstring& name) { ASSERT_TRUE(CreateDirectoryW(NativePath(L"Docs\\" + name).c_str(), nullptr)); }

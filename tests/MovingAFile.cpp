@@ -2,6 +2,7 @@
 #include "harness/VolumeFixture.h"
 
 enum class How { Move, Copy, Rename };
+using Paths = std::vector<std::pair<std::wstring, std::wstring>>;  // from, to
 
 class MovingAFile : public VolumeFixture {
 protected:
@@ -18,7 +19,7 @@ protected:
         // Both forms: shown as "both.HvcConflicted" and opened as "both.txt.zip". One whose container got another name outside.
         MakeEncrypted(L"Docs\\both.txt", "the conflict copy");
         MakePlain(L"Docs\\both.txt", "the plain one");
-        MakeContainer(ContainerPath(L"Docs\\renamed.txt"), L"stored name.txt", "renamed outside");
+        Encrypt(ContainerPath(L"Docs\\renamed.txt"), "renamed outside", {.name = L"stored name.txt"});
         // A ZIP file of the user is no container: nothing takes its place, and nothing deletes it as another form of a file.
         MakePlain(L"Docs\\user.txt.zip", "PK of the user");
         MakePlain(L"Plain\\user.txt.zip", "PK of the user");
@@ -86,81 +87,65 @@ TEST_F(MovingAFile, WhatComesUpMeanwhileStays) {
     constexpr const char* kWrite = "IFileWriter::Write";
     constexpr const char* kFinish = "IFileWriter::Finish";
     const std::wstring a = L"Docs\\a.txt", b = L"Docs\\b.txt", p = L"Plain\\a.txt", q = L"Plain\\b.txt", other = L"Other\\b.txt";
-    const std::tuple<How, std::wstring, std::wstring, std::wstring, const char*, VirtualVolumeStatus> rows[] = {
-        {How::Move, a, b, a, kFinish, VSS_SharingViolation},
-        {How::Move, a, other, a, kFinish, VSS_SharingViolation},
-        {How::Move, a, b, a, kRead, VVS_Success},  // in time: the newer one is moved
-        {How::Move, a, q, a, kRead, VVS_Success},
-        {How::Move, a, b, b, kRead, VVS_PathAlreadyExists},
-        {How::Move, a, other, other, kRead, VVS_PathAlreadyExists},
-        {How::Move, a, q, q, kRead, VVS_PathAlreadyExists},
+    const std::tuple<How, Paths, bool, const char*, VirtualVolumeStatus> rows[] = {
+        {How::Move, {{a, b}, {a, other}}, true, kFinish, VSS_SharingViolation},
+        {How::Move, {{a, b}, {a, q}}, true, kRead, VVS_Success},  // in time: the newer one is moved
+        {How::Move, {{a, b}, {a, other}, {a, q}}, false, kRead, VVS_PathAlreadyExists},
         // An empty file holds the place; one that is renamed over it is somebody else's.
-        {How::Move, a, b, b, kWrite, VVS_PathAlreadyExists},
-        {How::Move, a, other, other, kWrite, VVS_PathAlreadyExists},
-        {How::Move, p, b, b, kWrite, VVS_PathAlreadyExists},
+        {How::Move, {{a, b}, {a, other}, {p, b}}, false, kWrite, VVS_PathAlreadyExists},
         // What a rename or a copy replaces must be what was there when it began.
-        {How::Rename, a, b, b, kWrite, VSS_SharingViolation},
-        {How::Rename, p, b, b, kWrite, VSS_SharingViolation},
-        {How::Copy, a, b, b, kWrite, VSS_SharingViolation},
-        {How::Copy, a, other, other, kWrite, VSS_SharingViolation},
-        {How::Copy, p, b, b, kWrite, VSS_SharingViolation},
-        {How::Rename, a, q, q, kRead, VSS_SharingViolation},
-        {How::Copy, a, q, q, kRead, VSS_SharingViolation},
+        {How::Rename, {{a, b}, {p, b}}, false, kWrite, VSS_SharingViolation},
+        {How::Copy, {{a, b}, {a, other}, {p, b}}, false, kWrite, VSS_SharingViolation},
+        {How::Rename, {{a, q}}, false, kRead, VSS_SharingViolation},
+        {How::Copy, {{a, q}}, false, kRead, VSS_SharingViolation},
     };
-    for (const auto& [how, from, to, exchanged, during, expected] : rows) {
-        SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(from) + " to " + Narrow(to) + ", " + Narrow(exchanged) + " during " + during);
-        Store(from, "mine");
-        if (how != How::Move)
-            Store(to, "what was there");
-        VirtualVolumeStatus status = VVS_GeneralError;
-        Before(during, SaverElsewhere(exchanged, "somebody's newer content"), [&] { status = Do(how, from, to); });
-        EXPECT_EQ(expected, status);
-        const bool isMoved = status == VVS_Success;
-        EXPECT_EQ("somebody's newer content", Stored(isMoved ? to : exchanged));
-        EXPECT_EQ(isMoved ? "<none>" : exchanged == from ? "somebody's newer content" : "mine", Stored(from));
-        EXPECT_EQ(isMoved || exchanged == from ? 1u : 2u, Disk().size()) << "nothing is left beside";
-        EmptyFolders();
-    }
+    for (const auto& [how, paths, isOfSource, during, expected] : rows)
+        for (const auto& [from, to] : paths) {
+            const std::wstring& exchanged = isOfSource ? from : to;
+            SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(from) + " to " + Narrow(to) + ", " + Narrow(exchanged) + " during " +
+                         during);
+            Store(from, "mine");
+            if (how != How::Move)
+                Store(to, "what was there");
+            VirtualVolumeStatus status = VVS_GeneralError;
+            Before(during, SaverElsewhere(exchanged, "somebody's newer content"), [&] { status = Do(how, from, to); });
+            EXPECT_EQ(expected, status);
+            const bool isMoved = status == VVS_Success;
+            EXPECT_EQ("somebody's newer content", Stored(isMoved ? to : exchanged));
+            EXPECT_EQ(isMoved ? "<none>" : exchanged == from ? "somebody's newer content" : "mine", Stored(from));
+            EXPECT_EQ(isMoved || exchanged == from ? 1u : 2u, Disk().size()) << "nothing is left beside";
+            EmptyFolders();
+        }
 }
 
 TEST_F(MovingAFile, RefusesWhatCannotBe) {
     MakeLookalikes();
     const std::vector<How> all{How::Move, How::Copy, How::Rename};
-    const std::tuple<std::vector<How>, const wchar_t*, const wchar_t*, VirtualVolumeStatus> rows[] = {
-        {all, L"Docs\\missing.txt", L"Docs\\b.txt", VVS_FileNotFound},
-        {{How::Move, How::Copy}, L"Nowhere\\a.txt", L"Docs\\b.txt", VVS_MountFolderNotFound},
-        {all, L"Docs\\a.txt", L"Nowhere\\b.txt", VVS_MountFolderNotFound},
-        {all, L"Docs\\a.txt", L"Docs\\..\\..\\b.txt", VVS_MountFolderNotFound},
-        {all, L"Docs\\a.txt", L"", VVS_MountFolderNotFound},
-        {all, L"Plain\\a.txt", L"Docs\\a|b", VVS_InvalidParameter},
-        {all, L"Docs\\a.txt", L"Docs\\a:stream", VVS_MountFolderNotFound},
-        {all, L"Docs\\a.txt", L"Plain\\a*b", VVS_InvalidParameter},
-        {all, L"Docs\\a.txt", L"Plain", VVS_PathAlreadyExists},
-        {{How::Move, How::Rename}, L"Docs\\a.txt", L"Docs\\a.txt", VVS_Success},  // where it is
-        {{How::Move, How::Rename}, L"Plain\\a.txt", L"Plain\\a.txt", VVS_Success},
-        {{How::Copy}, L"Docs\\a.txt", L"Docs\\A.txt", VVS_PathAlreadyExists},
-        {{How::Copy}, L"Plain\\a.txt", L"Plain\\A.txt", VVS_PathAlreadyExists},
-        {{How::Move, How::Copy}, L"Docs\\both.txt.zip", L"Docs\\both.txt", VVS_PathAlreadyExists},
-        {all, L"Docs\\a.txt", L"Docs\\both.txt", VVS_PathAlreadyExists},
-        {{How::Rename}, L"Docs\\both.txt", L"Docs\\Both.txt", VVS_PathAlreadyExists},
-        {all, L"Docs\\a.txt", L"Docs\\renamed.txt", VVS_PathAlreadyExists},
-        {all, L"Docs\\a.txt", L"Docs\\user.txt", VVS_PathAlreadyExists},
-        {all, L"Plain\\a.txt", L"Docs\\user.txt", VVS_PathAlreadyExists},
-        {all, L"Plain\\a.txt", L"Docs\\a.txt.zip", VVS_PathAlreadyExists},  // another document's container
-        {{How::Move}, L"Docs\\a.txt", L"Plain\\a.txt", VVS_PathAlreadyExists},
-        {{How::Move}, L"Plain\\a.txt", L"Docs\\a.txt", VVS_PathAlreadyExists},
-        {all, L"Plain\\a.txt", L"Docs\\missing\\b.txt", VVS_PathNotFound},
-        {{How::Copy, How::Rename}, L"Docs\\a.txt", L"Docs\\held.txt", VVS_Locked},  // in the form that it would not have
+    const std::wstring a = L"Docs\\a.txt", p = L"Plain\\a.txt", both = L"Docs\\both.txt", user = L"Docs\\user.txt";
+    const std::tuple<std::vector<How>, VirtualVolumeStatus, Paths> rows[] = {
+        {all, VVS_FileNotFound, {{L"Docs\\missing.txt", L"Docs\\b.txt"}}},
+        {all, VVS_PathNotFound, {{p, L"Docs\\missing\\b.txt"}}},
+        {all, VVS_InvalidParameter, {{p, L"Docs\\a|b"}, {a, L"Plain\\a*b"}}},
+        {all, VVS_MountFolderNotFound, {{a, L"Nowhere\\b.txt"}, {a, L"Docs\\..\\..\\b.txt"}, {a, L""}, {a, L"Docs\\a:stream"}}},
+        {{How::Move, How::Copy}, VVS_MountFolderNotFound, {{L"Nowhere\\a.txt", L"Docs\\b.txt"}}},
+        {all, VVS_PathAlreadyExists, {{a, L"Plain"}, {a, both}, {a, L"Docs\\renamed.txt"}, {a, user}, {p, user}}},
+        {all, VVS_PathAlreadyExists, {{p, L"Docs\\a.txt.zip"}}},  // another document's container
+        {{How::Copy}, VVS_PathAlreadyExists, {{a, L"Docs\\A.txt"}, {p, L"Plain\\A.txt"}, {both + L".zip", both}}},
+        {{How::Rename}, VVS_PathAlreadyExists, {{both, L"Docs\\Both.txt"}}},
+        {{How::Move}, VVS_PathAlreadyExists, {{a, p}, {p, a}, {both + L".zip", both}}},
+        {{How::Move, How::Rename}, VVS_Success, {{a, a}, {p, p}}},         // where it is
+        {{How::Copy, How::Rename}, VVS_Locked, {{a, L"Docs\\held.txt"}}},  // in the form that it would not have
     };
     MakePlain(L"Docs\\held.txt", "plain");
     const std::wstring token = Lock(L"Docs\\held.txt");
     const Snapshot before = Disk();
-    for (const auto& [hows, from, to, status] : rows)
-        for (const How how : hows) {
-            SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(from) + " to " + Narrow(to));
-            EXPECT_EQ(status, Do(how, from, to));
-            EXPECT_TRUE(before == Disk());
-        }
+    for (const auto& [hows, status, paths] : rows)
+        for (const auto& [from, to] : paths)
+            for (const How how : hows) {
+                SCOPED_TRACE(std::to_string(int(how)) + ": " + Narrow(from) + " to " + Narrow(to));
+                EXPECT_EQ(status, Do(how, from, to));
+                EXPECT_TRUE(before == Disk());
+            }
 }
 
 TEST_F(MovingAFile, LeavesAloneWhatOnlyLooksLikeIt) {
@@ -170,7 +155,7 @@ TEST_F(MovingAFile, LeavesAloneWhatOnlyLooksLikeIt) {
         EXPECT_OK(Copy(from, L"Plain\\user.txt"));
         EXPECT_OK(Rename(L"Plain\\user.txt", L"Plain\\b.txt"));
         EXPECT_OK(Move(L"Plain\\b.txt", L"Plain\\user.txt"));
-        Delete(L"Plain\\user.txt");
+        EXPECT_OK(Delete(L"Plain\\user.txt"));
         EXPECT_TRUE(before == Disk());
     }
     // A document may have a container's name, but no document's container may then get it.
@@ -178,7 +163,7 @@ TEST_F(MovingAFile, LeavesAloneWhatOnlyLooksLikeIt) {
     EXPECT_EQ(VVS_PathAlreadyExists, TryOpen(L"Docs\\n.txt", kReadWrite, CREATE_NEW));
     EXPECT_EQ(VVS_PathAlreadyExists, Copy(L"Docs\\a.txt", L"Docs\\n.txt"));
     EXPECT_EQ("a document", Get(L"Docs\\n.txt.zip"));
-    Delete(L"Docs\\n.txt.zip");
+    EXPECT_OK(Delete(L"Docs\\n.txt.zip"));
     EXPECT_TRUE(before == Disk());
     EXPECT_OK(Rename(L"Docs\\renamed.txt.zip", L"Docs\\c.txt"));
     EXPECT_EQ("renamed outside", Stored(L"Docs\\c.txt"));
@@ -267,6 +252,6 @@ TEST_F(MovingAFile, TakesItsOwnFileOnly) {
         Close(hFile);
         EXPECT_EQ("a newcomer", Get(L"Plain\\a"));
         EXPECT_EQ("own", Get(L"Plain\\b"));
-        Delete(L"Plain\\b");
+        EXPECT_OK(Delete(L"Plain\\b"));
     }
 }

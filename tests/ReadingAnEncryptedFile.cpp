@@ -28,23 +28,33 @@ protected:
     }
 };
 
-// One body for both kinds of file, the plain one being the measure.
+// One body for both kinds of file, the plain one being the measure; also beyond four gibibytes.
 TEST_F(ReadingAnEncryptedFile, ReadsAtEveryPositionAsAPlainFileDoes) {
+    constexpr std::uint64_t gibibyte = 1ull << 30;
     const std::string content = TextOf(70'000);
     for (const wchar_t* path : {L"Plain\\a.txt", L"Docs\\a.txt"}) {
         SCOPED_TRACE(Narrow(path));
         Store(path, content);
-        void* const hFile = MustOpen(path, GENERIC_READ);
+        void* const hFile = MustOpen(path);
         EXPECT_EQ(content.substr(0, 10), Read(hFile, kHere, 10));
-        EXPECT_EQ(content.substr(10, 40'000), Read(hFile, kHere, 40'000));
-        EXPECT_EQ(content.substr(69'990), Read(hFile, 69'990, 100)) << "as much as there is";
-        for (const std::uint64_t beyond : {std::uint64_t{70'000}, std::uint64_t{1} << 40, std::uint64_t{0x1FFFFFFFF}})
+        EXPECT_OK(SetSize(hFile, 69'999));
+        EXPECT_EQ(content.substr(10, 40'000), Read(hFile, kHere, 40'000)) << "setting the size leaves the position where it was";
+        EXPECT_EQ(content.substr(69'990, 9), Read(hFile, 69'990, 100)) << "as much as there is";
+        for (const std::uint64_t beyond : {std::uint64_t{69'999}, 9 * gibibyte, std::uint64_t{0x1FFFFFFFF}})
             EXPECT_EQ("", Read(hFile, beyond, 100)) << beyond;
         EXPECT_EQ("", Read(hFile, 0, 0));
         std::uint32_t count = 99;
         EXPECT_OK(volume()->ReadFile(hFile, 0, &count, 1, nullptr, nullptr)) << "the count may be left out";
+        EXPECT_OK(Write(hFile, "beyond", 5 * gibibyte + 7));
+        EXPECT_OK(Write(hFile, "here", 0x1FFFFFFFF)) << "a place, not the current one";
+        EXPECT_EQ(std::string(7, '\0') + "beyond", Read(hFile, 5 * gibibyte, 13));
+        EXPECT_EQ(static_cast<std::int64_t>(8 * gibibyte + 3), InfoOf(hFile).fileSize);
+        EXPECT_OK(SetSize(hFile, 5 * gibibyte + 9));
+        EXPECT_EQ("be", Read(hFile, 5 * gibibyte + 7, 6));
+        EXPECT_OK(volume()->Delete(hFile, nullptr));  // storing it would take minutes
         Close(hFile);
     }
+    EXPECT_TRUE(Disk().empty());
 }
 
 TEST_F(ReadingAnEncryptedFile, ReusesTheCopyOfAClosedFile) {
@@ -191,7 +201,7 @@ TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
     EXPECT_EQ(1u, TrackedEdits().size());
     EXPECT_EQ(0u, CallsDuring(kReader, [&] { EXPECT_EQ("old", Get(L"Docs\\new\\1.txt")); }));
 
-    MakeContainer(NativePath(name(0)), L"0", "content");
+    Encrypt(NativePath(name(0)), "content", {.name = L"0"});
     for (int number = 1; number <= limit; ++number)
         ASSERT_TRUE(CopyFileW(NativePath(name(0)).c_str(), NativePath(name(number)).c_str(), TRUE));
     for (int number = 0; number < limit - 4; ++number)

@@ -72,9 +72,7 @@ TEST_F(WorkingWithFolders, HaveARecordAndNoContent) {
         EXPECT_EQ(isSpared, Exists(NativePath(L"Docs\\new")));
     }
     MakeTree(L"Docs\\tree");
-    void* const hTree = OpenFolder(L"Docs\\tree");
-    EXPECT_NE(VVS_Success, volume()->Delete(hTree, nullptr));
-    Close(hTree);
+    EXPECT_NE(VVS_Success, Delete(L"Docs\\tree"));
     ExpectTree(L"Docs\\tree");
 }
 
@@ -213,12 +211,9 @@ TEST_F(WorkingWithFolders, StayWhileTheyAreNeeded) {
     MakeTree(L"Docs\\tree");
     const auto stays = [&](const std::wstring& path) {
         SCOPED_TRACE(Narrow(path));
-        EXPECT_EQ(VVS_AccessDenied, Move(path, L"Plain\\moved"));
-        EXPECT_EQ(VVS_AccessDenied, Move(path, L"Docs\\moved"));
-        EXPECT_EQ(VVS_AccessDenied, Rename(path, L"Plain\\renamed"));
-        void* const hFile = OpenFolder(path);
-        EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hFile, nullptr));
-        Close(hFile);
+        for (const VirtualVolumeStatus status :
+             {Move(path, L"Plain\\moved"), Move(path, L"Docs\\moved"), Rename(path, L"Plain\\renamed"), Delete(path)})
+            EXPECT_EQ(VVS_AccessDenied, status);
     };
     for (const std::wstring& path : {std::wstring(L"Docs"), std::wstring(L"Plain"), NativePath(L"Docs"), NativePath(L"Docs\\"), root()})
         stays(path);

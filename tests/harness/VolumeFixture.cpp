@@ -6,7 +6,6 @@
 #include "harness/Imports.h"
 #include "harness/Prompts.h"
 #include "harness/WindowsRules.h"
-#include "quelcrypt/QuelcryptExceptions.h"
 
 const char* StatusName(VirtualVolumeStatus status) {
     static const char* const names[] = {
@@ -108,8 +107,6 @@ void VolumeFixture::TearDown() {
     fs::remove_all(m_root, error);
 }
 
-void VolumeFixture::Configure(const std::string& json) const { WriteRaw(m_root + L"\\quelcrypt.json", json); }
-
 VirtualVolumeStatus VolumeFixture::Open(void** hFile, const std::wstring& volumePath, std::uint32_t access, std::uint32_t disposition,
                                         const wchar_t* lockToken) {
     return volume()->OpenFile(hFile, volumePath.c_str(), access, kShareAll, disposition, lockToken, nullptr);
@@ -182,10 +179,12 @@ std::string VolumeFixture::Get(const std::wstring& volumePath) {
     return content;
 }
 
-void VolumeFixture::Delete(const std::wstring& volumePath) {
-    void* const hFile = MustOpen(volumePath, DELETE);
-    EXPECT_OK(volume()->Delete(hFile, nullptr));
+VirtualVolumeStatus VolumeFixture::Delete(const std::wstring& volumePath) {
+    void* hFile = nullptr;
+    const VirtualVolumeStatus opened = Open(&hFile, volumePath, DELETE);
+    const VirtualVolumeStatus status = opened == VVS_Success ? volume()->Delete(hFile, nullptr) : opened;
     Close(hFile);
+    return status;
 }
 
 VirtualVolumeStatus VolumeFixture::Rename(const std::wstring& from, const std::wstring& to) {
@@ -218,35 +217,10 @@ VirtFindData VolumeFixture::InfoOf(void* hFile) {
     return findData;
 }
 
-void VolumeFixture::MakeFolder(const std::wstring& volumePath) const { fs::create_directories(NativePath(volumePath)); }
-
 void VolumeFixture::MakeEncrypted(const std::wstring& volumePath, std::string_view content) {
     const std::wstring making = NativePath(L"Docs\\making.zip");
-    MakeContainer(making, fs::path(volumePath).filename().wstring(), content);
+    Encrypt(making, content, {.name = fs::path(volumePath).filename().wstring()});
     fs::rename(making, ContainerPath(volumePath));
-}
-
-void VolumeFixture::MakeContainer(const std::wstring& nativeContainerPath, const std::wstring& storedName, std::string_view content) {
-    CHvcStringWImpl path(nativeContainerPath.c_str()), name(storedName.c_str()), source(L"");
-    const SYSTEMTIME time{2024, 5, 3, 1, 12, 30, 14, 0};
-    IFileWriter* const writer =
-        Quelcrypt_FileWriterFactory(&path, &name, &source, FILE_ATTRIBUTE_ARCHIVE, &time, &time, &time, 2, 32768, nullptr);
-    ASSERT_NE(nullptr, writer);
-    EXPECT_TRUE(content.empty() || writer->Write(content.data(), static_cast<std::uint32_t>(content.size())));
-    EXPECT_TRUE(writer->Finish(true));
-    writer->Release();
-}
-
-std::wstring VolumeFixture::StoredPath(const std::wstring& volumePath) const {
-    return volumePath.starts_with(L"Plain") ? NativePath(volumePath) : ContainerPath(volumePath);
-}
-
-std::string VolumeFixture::Stored(const std::wstring& volumePath) {
-    return volumePath.starts_with(L"Plain") ? ReadRaw(NativePath(volumePath)) : ContainerContent(ContainerPath(volumePath));
-}
-
-void VolumeFixture::Store(const std::wstring& volumePath, std::string_view content) {
-    volumePath.starts_with(L"Plain") ? MakePlain(volumePath, content) : MakeEncrypted(volumePath, content);
 }
 
 void VolumeFixture::SaveElsewhere(const std::wstring& volumePath, std::string_view content) {
@@ -267,24 +241,12 @@ std::function<void()> VolumeFixture::SaverElsewhere(const std::wstring& volumePa
 }
 
 std::string VolumeFixture::ContainerContent(const std::wstring& nativeContainerPath) {
-    if (!Exists(nativeContainerPath))
-        return "<none>";
-    CHvcStringWImpl path(nativeContainerPath.c_str());
-    IFileReader* reader = nullptr;
-    std::string content;
     try {
-        reader = Quelcrypt_FileReaderFactory(&path);
-        while (reader && reader->Advance())
-            content.append(static_cast<const char*>(reader->GetData()), reader->GetDataLength());
+        return Exists(nativeContainerPath) ? Decrypt(nativeContainerPath) : "<none>";
     } catch (const CQuelcryptException&) {
-        content = "<unreadable>";
+        return "<unreadable>";
     }
-    if (reader)
-        reader->Release();
-    return reader ? content : "<unreadable>";
 }
-
-bool VolumeFixture::Exists(const std::wstring& nativePath) { return GetFileAttributesW(nativePath.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
 Names VolumeFixture::FilesBelow(const std::wstring& nativeFolder) {
     Names files;
@@ -357,10 +319,6 @@ std::vector<LogLine> VolumeFixture::LinesDuring(const std::function<void()>& act
     Companion().lines.clear();
     action();
     return Companion().lines;
-}
-
-bool VolumeFixture::HasLine(const std::vector<LogLine>& lines, std::wstring_view part) {
-    return std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) { return line.text.find(part) != std::wstring::npos; });
 }
 
 void VolumeFixture::Failing(const char* call, Fault fault, const std::function<void()>& action) {
