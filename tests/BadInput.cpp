@@ -38,20 +38,19 @@ TEST_F(BadInput, PathsThatAreNoneChangeNothing) {
 
 // A container is made at the close, where nobody can be told: what cannot be made is refused when it is opened.
 TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
-    const std::tuple<std::wstring, VirtualVolumeStatus> rows[] = {
-        {L"Docs\\no folder\\a.txt", VVS_PathNotFound},
-        {L"Docs\\" + std::wstring(248, L'n') + L".txt", VVS_InvalidParameter},  // its container has 256 units
-        {kOverLong + L".txt", VVS_InvalidParameter},
-        {L"Docs\\a." + std::wstring(199, L'x'), VVS_InvalidParameter},  // an ending that leaves no room for a conflict name
-        {L"Docs\\\xD800.txt", VVS_InvalidParameter},                    // half a character
-        {L"Docs\\a\xDC00\xD800.txt", VVS_InvalidParameter},
-        {L"Docs\\NUL.txt", VVS_InvalidParameter},
-        {L"Docs\\com1", VVS_InvalidParameter},
-        {L"Plain\\AUX.log", VVS_InvalidParameter},
-    };
-    for (const auto& [path, status] : rows)
-        for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_ALWAYS})
-            EXPECT_EQ(status, TryOpen(path, kReadWrite, disposition)) << Narrow(path).substr(0, 40);
+    const Names paths{L"Docs\\" + std::wstring(248, L'n') + L".txt",  // its container has 256 units
+                      L"Docs\\a." + std::wstring(199, L'x'),          // an ending that leaves no room for a conflict name
+                      kOverLong + L".txt",
+                      L"Docs\\\xD800.txt",
+                      L"Docs\\a\xDC00\xD800.txt",
+                      L"Docs\\NUL.txt",
+                      L"Docs\\com1",
+                      L"Plain\\AUX.log"};
+    for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_ALWAYS}) {
+        EXPECT_EQ(VVS_PathNotFound, TryOpen(L"Docs\\no folder\\a.txt", kReadWrite, disposition));
+        for (const std::wstring& path : paths)
+            EXPECT_EQ(VVS_InvalidParameter, TryOpen(path, kReadWrite, disposition)) << Narrow(path).substr(0, 40);
+    }
     EXPECT_TRUE(Disk().empty());
     const std::wstring longest = L"Docs\\" + std::wstring(247, L'n') + L".txt";
     Put(longest, "content");

@@ -40,7 +40,12 @@ void LetTheLevelBeReadAgain() {
 
 }  // namespace
 
-using FollowingTheTrace = VolumeFixture;
+class FollowingTheTrace : public VolumeFixture {
+protected:
+    void RunOutOfMemory() {
+        Failing("Quelcrypt_GetQuelcryptConfig", Fault::OutOfMemory, [&] { TryOpen(L"Docs\\new.txt", kReadWrite, CREATE_NEW); });
+    }
+};
 
 TEST_F(FollowingTheTrace, EveryEnterHasItsLeaveAndIndentsWhatHappensBetween) {
     const auto useEverything = [&](const std::wstring& name) {
@@ -61,6 +66,7 @@ TEST_F(FollowingTheTrace, EveryEnterHasItsLeaveAndIndentsWhatHappensBetween) {
             threads.emplace_back(useEverything, name);
         for (std::thread& thread : threads)
             thread.join();
+        RunOutOfMemory();
     });
     std::map<std::uint32_t, std::vector<std::string>> open;  // functions, by thread
     std::set<std::string> left;
@@ -80,32 +86,13 @@ TEST_F(FollowingTheTrace, EveryEnterHasItsLeaveAndIndentsWhatHappensBetween) {
             functions.push_back(line.function);
         EXPECT_TRUE(line.kind.empty() || line.level == LogLevel_Trace) << line.text;
     }
-    EXPECT_EQ(3u, open.size());
+    EXPECT_EQ(4u, open.size());
     for (const auto& [threadId, functions] : open)
         EXPECT_TRUE(functions.empty()) << functions.back() << " was never left";
-    for (const char* told : {"VirtualVolume::OpenFile VVS_MountFolderNotFound", "VirtualFile::Open VVS_Success",
-                             "VirtualFile::Close !!!SLOW!!! VVS_Success", "VirtualFindFile::FindFile true"})
+    for (const char* told :
+         {"VirtualVolume::OpenFile VVS_MountFolderNotFound", "VirtualVolume::OpenFile VSS_OutMemory", "VirtualFile::Open VVS_Success",
+          "VirtualFile::Close !!!SLOW!!! VVS_Success", "VirtualFindFile::FindFile true"})
         EXPECT_EQ(1u, left.count(told)) << told << " is not among\n" << ::testing::PrintToString(left);
-}
-
-// The line that names the status is the slot's own, inside its nesting; errors alone say what the slot was called with.
-TEST_F(FollowingTheTrace, ExceptionsAreToldByTheirSlot) {
-    const auto fail = +[](const wchar_t*) -> void* { throw std::bad_alloc(); };
-    const HMODULE module = GetModuleHandleW(L"QuelcryptVol64.dll");
-    void* const before = ReplaceImport(module, "GetFileAttributesExW", reinterpret_cast<void*>(fail));
-    ASSERT_NE(nullptr, before);
-    const auto lines = Parse(LinesDuring([&] { EXPECT_EQ(VSS_OutMemory, TryLock(L"Docs\\a.txt")); }));
-    ReplaceImport(module, "GetFileAttributesExW", before);
-    ASSERT_LT(3u, lines.size());
-    const TraceLine &description = lines[lines.size() - 3], &status = lines[lines.size() - 2];
-    EXPECT_EQ("VSS_OutMemory", lines.back().message);
-    for (const TraceLine& line : {description, status}) {
-        EXPECT_EQ("VirtualVolume::Lock", line.function);
-        EXPECT_EQ(LogLevel_Error, line.level);
-        EXPECT_EQ(1u, line.indent);
-    }
-    EXPECT_TRUE(description.message.starts_with("Exception[Out of memory]. filePath[Docs\\a.txt], lockInfo[")) << description.message;
-    EXPECT_EQ("errorStatus =>VSS_OutMemory, ", status.message);
 }
 
 TEST_F(FollowingTheTrace, TheLevelIsAskedSeldomAndObeyed) {
@@ -139,6 +126,11 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
          "VirtualVolume::ReadFile hFile->Read(fileOffset, data, requestedSize, outActualSize) =>VVS_InvalidParameter, "},
         {[&] { volume()->Unlock(L"Plain\\b", L"{other}"); }, "FileLocker::Unlock foundIdx >= 0 =>false, "},
         {[&] { ending("Quelcrypt_FileReaderFactory"), Get(L"Docs\\c.txt"); }, "VirtualFile::DecryptContainer reader != 0 =>false, "},
+        // Of an exception its slot says, inside its nesting, with what it was called and which status that makes.
+        {[&] { RunOutOfMemory(); },
+         "VirtualVolume::OpenFile Exception[Out of memory]. filePath[Docs\\new.txt], desiredAccess[0xc0010000], shareMode[7], "
+         "openDisposition[1], lockToken[<NULL>]"},
+        {[&] { RunOutOfMemory(); }, "VirtualVolume::OpenFile errorStatus =>VSS_OutMemory, "},
     };
     for (const auto& [action, line] : rows) {
         std::set<std::string> errors;

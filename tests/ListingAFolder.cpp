@@ -212,9 +212,9 @@ TEST_F(ListingAFolder, FollowsTheConfiguration) {
     VirtMountInfo mountInfo{};
     EXPECT_TRUE(volume()->GetMountInfoByVolumePath((name63 + L"\\x").c_str(), &mountInfo)) << "found after one forced reload";
     EXPECT_EQ(name63, mountInfo.name);
-    EXPECT_FALSE(volume()->GetMountInfoByVolumePath(name64.c_str(), &mountInfo)) << "64 units do not fit the record";
-    EXPECT_FALSE(volume()->GetMountInfoByNativePath(NativePath(L"Other\\f").c_str(), &mountInfo));
-    EXPECT_FALSE(volume()->GetMountInfoByVolumePath(L"Longer", &mountInfo));
+    EXPECT_FALSE(volume()->GetMountInfoByVolumePath(name64.c_str(), &mountInfo) ||
+                 volume()->GetMountInfoByVolumePath(L"Longer", &mountInfo) ||
+                 volume()->GetMountInfoByNativePath(NativePath(L"Other\\f").c_str(), &mountInfo));
     EXPECT_EQ(name63, mountInfo.name) << "what does not fit leaves the record alone";
     EXPECT_TRUE(volume()->GetMountInfoByVolumePath(L"Fits", &mountInfo));
     EXPECT_EQ(longPath(259), mountInfo.path);
@@ -226,11 +226,9 @@ TEST_F(ListingAFolder, FollowsTheConfiguration) {
     while (volume()->FindNextMountFolder(hFind, &mountInfo))
         delivered[mountInfo.name] = mountInfo.path;
     EXPECT_TRUE(volume()->FindClose(hFind));
-    EXPECT_EQ((std::map<std::wstring, std::wstring>{{name127.substr(0, 63), NativePath(L"Plain")},
-                                                    {name64.substr(0, 63), NativePath(L"Other")},
-                                                    {name63, NativePath(L"Docs")},
-                                                    {L"Fits", longPath(259)}}),
-              delivered);
+    EXPECT_EQ(4u, delivered.size());
+    for (const std::wstring& name : {name127, name64, name63, std::wstring(L"Fits")})
+        EXPECT_EQ(name == L"Fits" ? longPath(259) : NativePath(paths.at(name)), delivered[name.substr(0, 63)]) << Narrow(name);
     EXPECT_EQ((Names{name128, name127, name64, name63}), List(L"*")) << "records of files have room for them";
 
     // A search whose next folder vanished ends.

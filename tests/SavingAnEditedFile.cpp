@@ -117,48 +117,39 @@ TEST_F(SavingAnEditedFile, LeavesWhatSomebodyElseSavesMeanwhileAlone) {
 TEST_F(SavingAnEditedFile, TakesEveryDispositionLikeAPlainFile) {
     enum Action { Nothing, WriteAt3, SetSize0 };
     constexpr VirtualVolumeStatus ok = VVS_Success;
-    const std::string gap = std::string(3, '\0') + "abc", old = "0123456789", none = "<none>";
-    const std::tuple<std::uint32_t, bool, Action, VirtualVolumeStatus, std::string, std::string> rows[] = {
-        {CREATE_NEW, false, WriteAt3, ok, gap, gap},
-        {CREATE_NEW, false, Nothing, ok, "", none},
-        {CREATE_NEW, false, SetSize0, ok, "", ""},
-        {CREATE_NEW, true, WriteAt3, VSS_FileExists, old, old},
-        {CREATE_ALWAYS, false, WriteAt3, ok, gap, gap},
-        {CREATE_ALWAYS, true, WriteAt3, ok, gap, gap},
-        {CREATE_ALWAYS, true, SetSize0, ok, "", ""},
-        {CREATE_ALWAYS, true, Nothing, ok, "", old},
-        {CREATE_ALWAYS, false, Nothing, ok, "", none},
-        {OPEN_EXISTING, false, Nothing, VVS_FileNotFound, none, none},
-        {OPEN_EXISTING, true, WriteAt3, ok, "012abc6789", "012abc6789"},
-        {OPEN_EXISTING, true, SetSize0, ok, "", ""},
-        {OPEN_ALWAYS, false, WriteAt3, ok, gap, gap},
-        {OPEN_ALWAYS, true, WriteAt3, ok, "012abc6789", gap},
-        {OPEN_ALWAYS, true, Nothing, ok, old, old},
-        {TRUNCATE_EXISTING, false, Nothing, VVS_FileNotFound, none, none},
-        {TRUNCATE_EXISTING, true, WriteAt3, ok, gap, gap},
-        {TRUNCATE_EXISTING, true, Nothing, ok, "", old},
+    const std::string gap = std::string(3, '\0') + "abc", old = "0123456789", part = "012abc6789", none = "<none>";
+    // What is stored then, in plain and encrypted.
+    using Stores = std::vector<std::tuple<Action, std::string, std::string>>;
+    const std::tuple<std::uint32_t, bool, VirtualVolumeStatus, Stores> rows[] = {
+        {CREATE_NEW, false, ok, {{Nothing, "", none}, {WriteAt3, gap, gap}, {SetSize0, "", ""}}},
+        {CREATE_NEW, true, VSS_FileExists, {{WriteAt3, old, old}}},
+        {CREATE_ALWAYS, false, ok, {{Nothing, "", none}, {WriteAt3, gap, gap}}},
+        {CREATE_ALWAYS, true, ok, {{Nothing, "", old}, {WriteAt3, gap, gap}, {SetSize0, "", ""}}},
+        {OPEN_EXISTING, false, VVS_FileNotFound, {{Nothing, none, none}}},
+        {OPEN_EXISTING, true, ok, {{WriteAt3, part, part}, {SetSize0, "", ""}}},
+        {OPEN_ALWAYS, false, ok, {{WriteAt3, gap, gap}}},
+        {OPEN_ALWAYS, true, ok, {{Nothing, old, old}, {WriteAt3, part, gap}}},
+        {TRUNCATE_EXISTING, false, VVS_FileNotFound, {{Nothing, none, none}}},
+        {TRUNCATE_EXISTING, true, ok, {{Nothing, "", old}, {WriteAt3, gap, gap}}},
     };
-    MakeFolder(L"Plain\\locked");
-    MakeFolder(L"Docs\\locked");
-    int number = 0;
-    for (const auto& [disposition, exists, action, status, plain, encrypted] : rows) {
-        ++number;
-        for (const std::wstring mount : {L"Plain", L"Docs", L"Plain\\locked", L"Docs\\locked"}) {
-            SCOPED_TRACE(Narrow(mount) + ", row " + std::to_string(number));
-            const bool isLocked = exists && mount.ends_with(L"locked");
-            const std::wstring path = mount + L"\\" + std::to_wstring(number) + L".txt";
-            if (exists)
-                Store(path, old);
-            const std::wstring token = isLocked ? Lock(path) : L"";
-            void* hFile = nullptr;
-            EXPECT_EQ(status, Open(&hFile, path, kReadWrite, disposition));
-            if (hFile && action != Nothing)
-                EXPECT_OK(action == WriteAt3 ? Write(hFile, "abc", 3) : SetSize(hFile, 0));
-            Close(hFile);
-            Unlock(path, token);
-            EXPECT_EQ(mount[0] == L'D' ? encrypted : plain, Stored(path));
-        }
-    }
+    for (const auto& [disposition, exists, status, stores] : rows)
+        for (const auto& [action, plain, encrypted] : stores)
+            for (const std::wstring path : {L"Plain\\a.txt", L"Docs\\a.txt"})
+                for (const bool isLocked : {false, exists}) {
+                    SCOPED_TRACE(Narrow(path) + ", disposition " + std::to_string(disposition) + (exists ? ", exists" : "") + ", action " +
+                                 std::to_string(action) + (isLocked ? ", locked" : ""));
+                    if (exists)
+                        Store(path, old);
+                    const std::wstring token = isLocked ? Lock(path) : L"";
+                    void* hFile = nullptr;
+                    EXPECT_EQ(status, Open(&hFile, path, kReadWrite, disposition));
+                    if (hFile && action != Nothing)
+                        EXPECT_OK(action == WriteAt3 ? Write(hFile, "abc", 3) : SetSize(hFile, 0));
+                    Close(hFile);
+                    Unlock(path, token);
+                    EXPECT_EQ(IsPlain(path) ? plain : encrypted, Stored(path));
+                    EmptyFolders();
+                }
 }
 
 TEST_F(SavingAnEditedFile, ADeletedFileIsNoneUntilItIsSpared) {
