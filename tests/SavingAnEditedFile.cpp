@@ -331,4 +331,10 @@ TEST_F(SavingAnEditedFile, AWaitingEditIsNotForgotten) {
     LeaveUnsavedEdit(L"Docs\\b.txt", "another");
     EXPECT_OK(Delete(L"Docs\\b.txt"));
     EXPECT_EQ(0u, TrackedEdits().size()) << "it goes with its document";
+
+    MakeFolder(L"Docs\\sub");
+    LeaveUnsavedEdit(L"Docs\\c.txt", "moved");
+    EXPECT_OK(Move(L"Docs\\c.txt", L"Docs\\sub\\c.txt"));
+    EXPECT_EQ("moved", Stored(L"Docs\\sub\\c.txt"));
+    EXPECT_EQ("<VVS_FileNotFound>", Get(L"Docs\\c.txt"));
 }

@@ -278,7 +278,7 @@ void VolumeFixture::EmptyFolders() const {
 }
 
 void VolumeFixture::TryAgainAtOnce() {
-    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "Sleep", reinterpret_cast<void*>(+[](DWORD) {}));
+    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "Sleep", reinterpret_cast<void*>(+[](DWORD) { windows_rules::Release(); }));
 }
 
 void VolumeFixture::Touch(const std::wstring& nativePath) {

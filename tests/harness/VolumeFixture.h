@@ -137,7 +137,7 @@ protected:
     static Names FilesBelow(const std::wstring& nativeFolder);
     Snapshot Disk() const;  // of all mount folders
     void EmptyFolders() const;
-    // Until the module is loaded again, it does not pause before it tries again what others make fail.
+    // Until the module is loaded again, it does not pause before it tries again what others make fail; scanners are done by then.
     static void TryAgainAtOnce();
     // Moves a file's write time, so that it differs from what it was.
     static void Touch(const std::wstring& nativePath);
