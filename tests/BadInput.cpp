@@ -2,10 +2,8 @@
 
 #include "harness/VolumeFixture.h"
 
-class BadInput : public VolumeFixture {
-protected:
-    const std::wstring kOverLong = L"Docs\\" + std::wstring(40'000, L'x');
-};
+using BadInput = VolumeFixture;
+static const std::wstring kOverLong = L"Docs\\" + std::wstring(40'000, L'x');
 
 TEST_F(BadInput, PathsThatAreNoneChangeNothing) {
     Put(L"Docs\\a.txt", "content");

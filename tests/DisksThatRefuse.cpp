@@ -89,16 +89,14 @@ protected:
             see(edit.ends_with(L".zip") ? ContainerContent(edit) : ReadRaw(edit));
         return found;
     }
-    struct Operation;
+    // On a document of kOld, and with "second" another one of kNew.
+    struct Operation {
+        const char* what;
+        std::wstring folder;
+        bool isLocked, hasSecond, takesNew;
+        std::function<bool(const std::wstring& path, const std::wstring& name)> act;  // is it done?
+    };
     std::size_t FailInTheMidst(const Operation& operation, const std::wstring& name, Ending ending, std::size_t failing);
-};
-
-// On a document of kOld, and with "second" another one of kNew.
-struct DisksThatRefuse::Operation {
-    const char* what;
-    std::wstring folder;
-    bool isLocked, hasSecond, takesNew;
-    std::function<bool(const std::wstring& path, const std::wstring& name)> act;  // is it done?
 };
 
 // How many calls it makes to a disk.

@@ -12,33 +12,24 @@ namespace {
 TestCompanion& g_state = *new TestCompanion;
 void (*g_raise)() = nullptr;
 
-// What it does with the state nobody else does meanwhile.
-template <class Use>
-auto WithState(Use use) {
-    const std::lock_guard guard(g_state.mutex);
-    return use(g_state);
-}
-
 // Counts a call and answers whether, and how, it is to fail.
-Fault Count(TestCompanion& state, std::string_view name) {
+Fault Count(std::string_view name) {
     const bool isAny = !name.starts_with("IFileLogger");  // when that is called depends on the time
-    ++state.calls[std::string(name)];
-    state.allCalls += isAny;
-    const bool isMeant = name.find(state.failName) != name.npos && (isAny || state.failName.starts_with("IFileLogger"));
-    if (state.fault == Fault::None || !isMeant || (state.failIn > 0 && --state.failIn > 0) || (state.wasHit && !state.repeat))
+    ++g_state.calls[std::string(name)];
+    g_state.allCalls += isAny;
+    const bool isMeant = name.find(g_state.failName) != name.npos && (isAny || g_state.failName.starts_with("IFileLogger"));
+    if (g_state.fault == Fault::None || !isMeant || (g_state.failIn > 0 && --g_state.failIn > 0) || (g_state.wasHit && !g_state.repeat))
         return Fault::None;
-    state.wasHit = true;
-    return state.fault;
+    g_state.wasHit = true;
+    return g_state.fault;
 }
 
 // The same, and calls the hook; exceptions are thrown here.
 Fault Enter(const char* name) {
-    std::function<void()> hook;
-    const Fault fault = WithState([&](TestCompanion& state) {
-        if (state.hookName == name)
-            hook = state.hook;
-        return Count(state, name);
-    });
+    std::unique_lock lock(g_state.mutex);
+    const std::function<void()> hook = g_state.hookName == name ? g_state.hook : nullptr;
+    const Fault fault = Count(name);
+    lock.unlock();
     if (hook)
         hook();
     switch (fault) {
@@ -73,12 +64,10 @@ Result HandOut(Result result, Interface** out) {
 template <class Interface>
 class Counted : public companion::Handed<Interface> {
 protected:
-    explicit Counted(Interface* inner) : m_inner(inner) {
-        WithState([](TestCompanion& state) { return ++state.liveObjects; });
-    }
+    explicit Counted(Interface* inner) : m_inner(inner) { ++g_state.liveObjects; }
     ~Counted() override {
         m_inner->Release();
-        WithState([](TestCompanion& state) { return --state.liveObjects; });
+        --g_state.liveObjects;
     }
     // What the own one answers, unless the call fails.
     template <class Result, class... Parameters>
@@ -177,7 +166,8 @@ class CapturingLogger final : public IFileLogger {
 public:
     void Write(std::uint32_t, std::uint32_t level, const wchar_t* text, void*) override {
         Enter("IFileLogger::Write");
-        WithState([&](TestCompanion& state) { state.lines.push_back({level, GetCurrentThreadId(), text}); });
+        const std::lock_guard guard(g_state.mutex);
+        g_state.lines.push_back({level, GetCurrentThreadId(), text});
         SetLastError(ERROR_DISK_FULL);  // which is to change nothing of what anybody is told
     }
     std::uint32_t GetLevel(std::uint32_t) override {

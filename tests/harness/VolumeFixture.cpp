@@ -92,7 +92,7 @@ void VolumeFixture::TearDown() {
         m_volume->Unlock(path.c_str(), token.c_str());
     if (m_volume)
         UnloadVolume();
-    EXPECT_EQ(0, Companion().liveObjects);
+    EXPECT_EQ(0, Companion().liveObjects.load());
     for (const std::wstring& file : FilesBelow(m_root))
         EXPECT_TRUE(Held(file)) << Narrow(file) << " is held";
     for (const wchar_t* folder : {L"Docs", L"Other", L"Theirs", L"Plain"})
