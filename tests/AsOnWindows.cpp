@@ -2,20 +2,13 @@
 #include "harness/VolumeFixture.h"
 #include "harness/WindowsRules.h"
 
-class AsOnWindows : public VolumeFixture {
-protected:
-    void SetUp() override {
-        SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", L"abcdef");
-        VolumeFixture::SetUp();
-    }
-    void TearDown() override {
-        VolumeFixture::TearDown();
-        SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", nullptr);
-    }
-};
+using AsOnWindows = VolumeFixture;
 
 // Of each file that is written, somebody else has it open for a moment after its close.
 TEST_F(AsOnWindows, AScannerMakesNothingFail) {
+    UnloadVolume();
+    SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", L"abcdef");
+    LoadVolume();
     for (const std::wstring& folder : {std::wstring(L"Docs\\"), std::wstring(L"Plain\\")})
         for (int round = 0; round < 6; ++round) {
             SCOPED_TRACE(Narrow(folder) + " round " + std::to_string(round));
@@ -32,45 +25,37 @@ TEST_F(AsOnWindows, AScannerMakesNothingFail) {
             EXPECT_OK(Move(a, other));
             EXPECT_OK(Rename(other, c));
             const std::wstring token = Lock(c);
-            Put(c, "fourth", token.c_str());
+            Put(c, "fourth");
             Unlock(c, token);
             EXPECT_EQ("fourth", Get(c));
             EXPECT_EQ("second", Get(b));
-            Delete(b);
-            Delete(c);
+            EXPECT_OK(Delete(b));
+            EXPECT_OK(Delete(c));
             windows_rules::Release();  // a plain file's name stays until then
             EXPECT_EQ(0u, List(folder + L"?.txt").size());
         }
+    UnloadVolume();
+    SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", nullptr);
+    LoadVolume();
 }
 
 // A companion library of another compiler may raise that compiler's exceptions: they end where it is called, as its other failures do.
-class OtherCompilers : public VolumeFixture {};
+using OtherCompilers = VolumeFixture;
 
 TEST_F(OtherCompilers, AnExceptionOfAnotherCompilerFailsTheCallAndHoldsNothing) {
     const auto raise = [] {
         constexpr DWORD kOtherCompilers = 0xE06D7363;  // "What is the 0xE06D7363 exception code?"
         RaiseException(kOtherCompilers, EXCEPTION_NONCONTINUABLE, 0, nullptr);
     };
-    for (const char* const call : {"Quelcrypt_GetFileInformation",
-                                   "Quelcrypt_FileReaderFactory",
-                                   "IFileReader::Advance",
-                                   "IFileReader::GetData",
-                                   "IFileReader::GetDataLength",
-                                   "Quelcrypt_FileWriterFactory",
-                                   "IFileWriter::Write",
-                                   "IFileWriter::Finish",
-                                   "Quelcrypt_GetHalvaneBoxConfig",
-                                   "IHalvaneBoxConfig::GetPolicy",
-                                   "IHalvaneBoxConfig::GetTargetKeyId",
-                                   "IHalvaneBoxConfig::GetOwnerId",
-                                   "Quelcrypt_GetQuelcryptConfig",
-                                   "IQuelcryptConfig::IsExcluded",
-                                   "Quelcrypt_GetProtectedFolderEnum",
-                                   "IProtectedFolderEnum::Next",
-                                   "IProtectedFolder::GetRecord",
-                                   "IProtectedFolder::GetName",
-                                   "IQuelcryptText::HasText",
-                                   "IQuelcryptText::GetText"}) {
+    // clang-format off
+    for (const char* const call : {
+             "Quelcrypt_GetFileInformation", "Quelcrypt_FileReaderFactory", "IFileReader::Advance", "IFileReader::GetData",
+             "IFileReader::GetDataLength", "Quelcrypt_FileWriterFactory", "IFileWriter::Write", "IFileWriter::Finish",
+             "Quelcrypt_GetHalvaneBoxConfig", "IHalvaneBoxConfig::GetPolicy", "IHalvaneBoxConfig::GetTargetKeyId",
+             "IHalvaneBoxConfig::GetOwnerId", "Quelcrypt_GetQuelcryptConfig", "IQuelcryptConfig::IsExcluded",
+             "Quelcrypt_GetProtectedFolderEnum", "IProtectedFolderEnum::Next", "IProtectedFolder::GetRecord",
+             "IProtectedFolder::GetName", "IQuelcryptText::HasText", "IQuelcryptText::GetText"}) {
+        // clang-format on
         SCOPED_TRACE(call);
         UnloadVolume();  // a new module asks for everything
         LoadVolume();

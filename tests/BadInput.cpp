@@ -2,10 +2,8 @@
 
 #include "harness/VolumeFixture.h"
 
-class BadInput : public VolumeFixture {
-protected:
-    const std::wstring kOverLong = L"Docs\\" + std::wstring(40'000, L'x');
-};
+using BadInput = VolumeFixture;
+static const std::wstring kOverLong = L"Docs\\" + std::wstring(40'000, L'x');
 
 TEST_F(BadInput, PathsThatAreNoneChangeNothing) {
     Put(L"Docs\\a.txt", "content");
@@ -13,20 +11,10 @@ TEST_F(BadInput, PathsThatAreNoneChangeNothing) {
     LockInfo lockInfo = NewLock();
     VirtFindData findData{};
     VirtMountInfo mountInfo{};
-    const wchar_t* const noSources[] = {nullptr,
-                                        L"",
-                                        L"x",
-                                        L"Nowhere\\a.txt",
-                                        L"Docs\\..\\..\\a",
-                                        L"a\\b.txt",
-                                        kOverLong.c_str(),
-                                        L"Docs\\a|b",
-                                        L"Docs\\<>\"?*",
-                                        L"Docs\\a:stream",
-                                        L"Docs\\\xD800.txt",
-                                        L"Docs\\%s%n%x"};
-    for (const wchar_t* path : noSources) {
-        SCOPED_TRACE(path ? Narrow(std::wstring_view(path).substr(0, 40)) : "<null>");
+    for (const wchar_t* path :
+         {static_cast<const wchar_t*>(nullptr), L"", L"x", L"Nowhere\\a.txt", L"Docs\\..\\..\\a", L"a\\b.txt", kOverLong.c_str(),
+          L"Docs\\a|b", L"Docs\\<>\"?*", L"Docs\\a:stream", L"Docs\\\xD800.txt", L"Docs\\%s%n%x"}) {
+        SCOPED_TRACE(path ? Narrow(path).substr(0, 40) : "<null>");
         void* hFile = this;
         EXPECT_NE(VVS_Success, volume()->OpenFile(&hFile, path, kReadWrite, kShareAll, OPEN_EXISTING, nullptr, &findData));
         EXPECT_EQ(nullptr, hFile);
@@ -48,20 +36,19 @@ TEST_F(BadInput, PathsThatAreNoneChangeNothing) {
 
 // A container is made at the close, where nobody can be told: what cannot be made is refused when it is opened.
 TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
-    const std::tuple<std::wstring, VirtualVolumeStatus> rows[] = {
-        {L"Docs\\no folder\\a.txt", VVS_PathNotFound},
-        {L"Docs\\" + std::wstring(248, L'n') + L".txt", VVS_InvalidParameter},  // its container has 256 units
-        {kOverLong + L".txt", VVS_InvalidParameter},
-        {L"Docs\\a." + std::wstring(199, L'x'), VVS_InvalidParameter},  // an ending that leaves no room for a conflict name
-        {L"Docs\\\xD800.txt", VVS_InvalidParameter},                    // half a character
-        {L"Docs\\a\xDC00\xD800.txt", VVS_InvalidParameter},
-        {L"Docs\\NUL.txt", VVS_InvalidParameter},
-        {L"Docs\\com1", VVS_InvalidParameter},
-        {L"Plain\\AUX.log", VVS_InvalidParameter},
-    };
-    for (const auto& [path, status] : rows)
-        for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_ALWAYS})
-            EXPECT_EQ(status, TryOpen(path, kReadWrite, disposition)) << Narrow(path.substr(0, 40));
+    const Names paths{L"Docs\\" + std::wstring(248, L'n') + L".txt",  // its container has 256 units
+                      L"Docs\\a." + std::wstring(199, L'x'),          // an ending that leaves no room for a conflict name
+                      kOverLong + L".txt",
+                      L"Docs\\\xD800.txt",
+                      L"Docs\\a\xDC00\xD800.txt",
+                      L"Docs\\NUL.txt",
+                      L"Docs\\com1",
+                      L"Plain\\AUX.log"};
+    for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_ALWAYS}) {
+        EXPECT_EQ(VVS_PathNotFound, TryOpen(L"Docs\\no folder\\a.txt", kReadWrite, disposition));
+        for (const std::wstring& path : paths)
+            EXPECT_EQ(VVS_InvalidParameter, TryOpen(path, kReadWrite, disposition)) << Narrow(path).substr(0, 40);
+    }
     EXPECT_TRUE(Disk().empty());
     const std::wstring longest = L"Docs\\" + std::wstring(247, L'n') + L".txt";
     Put(longest, "content");
@@ -70,17 +57,15 @@ TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
 
 // Its disk may be away.
 TEST_F(BadInput, NothingTakesThePlaceOfAMissingMountFolder) {
-    MakeContainer(ContainerPath(L"Other\\Docs"), L"Docs", "another");
+    Encrypt(ContainerPath(L"Other\\Docs"), "another", {.name = L"Docs"});
     ASSERT_TRUE(MoveFileW(ContainerPath(L"Other\\Docs").c_str(), (root() + L"\\Docs.zip").c_str()));
     Put(L"Other\\a.txt", "content");
     ASSERT_TRUE(RemoveDirectoryW(NativePath(L"Docs").c_str()));
     VirtFindData findData{};
-    LockInfo lockInfo = NewLock();
-    for (const std::uint32_t disposition : {CREATE_NEW, CREATE_ALWAYS, OPEN_EXISTING, OPEN_ALWAYS})
-        EXPECT_EQ(VVS_MountFolderNotFound, TryOpen(L"Docs", kReadWrite, disposition)) << disposition;
-    EXPECT_EQ(VVS_MountFolderNotFound, volume()->Lock(L"Docs", &lockInfo));
-    EXPECT_EQ(VVS_MountFolderNotFound, Move(L"Other\\a.txt", L"Docs"));
-    EXPECT_EQ(VVS_MountFolderNotFound, Rename(L"Other\\a.txt", L"Docs"));
+    for (const VirtualVolumeStatus status :
+         {TryOpen(L"Docs", kReadWrite, CREATE_NEW), TryOpen(L"Docs", kReadWrite, CREATE_ALWAYS), TryOpen(L"Docs"),
+          TryOpen(L"Docs", kReadWrite, OPEN_ALWAYS), TryLock(L"Docs"), Move(L"Other\\a.txt", L"Docs"), Rename(L"Other\\a.txt", L"Docs")})
+        EXPECT_EQ(VVS_MountFolderNotFound, status);
     EXPECT_FALSE(Find(L"Docs", &findData)) << "what is beside it is no mount folder";
     EXPECT_EQ((Names{L"Other", L"Plain", L"Theirs"}), List(L"*"));
     EXPECT_FALSE(Exists(NativePath(L"Docs")));
@@ -136,16 +121,15 @@ TEST_F(BadInput, MissingOutputsAndUnknownDispositionsAreRefused) {
     auto* const pages = static_cast<char*>(VirtualAlloc(nullptr, 2 * kPage, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
     DWORD before = 0;
     ASSERT_TRUE(VirtualProtect(pages + kPage, kPage, PAGE_NOACCESS, &before));
-    const auto record = [&]<class Record>(Record*) {
-        return static_cast<Record*>(std::memset(static_cast<void*>(pages + kPage - sizeof(Record)), 'x', sizeof(Record)));
-    };
-    VirtFindData* const unterminated = record(static_cast<VirtFindData*>(nullptr));
-    EXPECT_OK(volume()->Delete(hFile, unterminated));
-    EXPECT_OK(volume()->Undelete(hFile, unterminated));
-    EXPECT_EQ(VVS_InvalidParameter, volume()->SetFileInfo(nullptr, 0, unterminated));
-    EXPECT_TRUE(volume()->GetFileInfo(hFile, unterminated));
+    std::memset(pages, 'x', kPage);
+    auto* const record = reinterpret_cast<VirtFindData*>(pages + kPage - sizeof(VirtFindData));
+    EXPECT_OK(volume()->Delete(hFile, record));
+    EXPECT_OK(volume()->Undelete(hFile, record));
+    EXPECT_EQ(VVS_InvalidParameter, volume()->SetFileInfo(nullptr, 0, record));
+    EXPECT_TRUE(volume()->GetFileInfo(hFile, record));
     Close(hFile);
-    LockInfo* const lockInfo = record(static_cast<LockInfo*>(nullptr));
+    std::memset(pages, 'x', kPage);
+    auto* const lockInfo = reinterpret_cast<LockInfo*>(pages + kPage - sizeof(LockInfo));
     EXPECT_NE(VVS_Success, volume()->Lock(L"Nowhere\\a.txt", lockInfo));
     lockInfo->scope = LockScope_Exclusive;
     lockInfo->type = LockType_Write;
@@ -165,10 +149,8 @@ TEST_F(BadInput, StaleAndForeignFileHandlesAreRefused) {
     const std::wstring token = Lock(L"Docs\\a.txt");
     void *const hFiles = volume()->FindFirstFileW(L"Docs\\*", &findData), *const hMounts = volume()->FindFirstMountFolder(L"*"),
                 *const hLocks = volume()->FindFirstLock(L"Docs\\a.txt", &lockInfo);
-    ASSERT_TRUE(hFiles && hMounts && hLocks);
-    EXPECT_EQ(0x4D464646u, *static_cast<std::uint32_t*>(hFiles));
-    EXPECT_EQ(0x4D4D4646u, *static_cast<std::uint32_t*>(hMounts));
-    EXPECT_EQ(0x4D4C4646u, *static_cast<std::uint32_t*>(hLocks));
+    for (const auto& [search, mark] : {std::pair(hFiles, 0x4D464646u), {hMounts, 0x4D4D4646u}, {hLocks, 0x4D4C4646u}})
+        ASSERT_EQ(mark, *static_cast<std::uint32_t*>(search));
     std::uint32_t none[16] = {0x12345678};
     for (void* handle : {static_cast<void*>(nullptr), stale, static_cast<void*>(none), reinterpret_cast<void*>(std::uintptr_t{0x10}),
                          hFiles, hMounts, hLocks}) {
@@ -194,13 +176,12 @@ TEST_F(BadInput, StaleAndForeignFileHandlesAreRefused) {
     LoadVolume();
     std::set<void*> closed;
     for (int round = 0; round < 4; ++round) {
-        std::vector<void*> handles;
-        for (int count = 0; count < 200; ++count)
-            handles.push_back(MustOpen(L"Docs\\a.txt", GENERIC_READ));
+        std::vector<void*> handles(200);
+        for (void*& hFile : handles)
+            hFile = MustOpen(L"Docs\\a.txt", GENERIC_READ);
         for (void* const hFile : handles) {
-            EXPECT_EQ(0u, closed.count(hFile)) << "round " << round;
+            EXPECT_TRUE(closed.insert(hFile).second) << "round " << round;
             Close(hFile);
         }
-        closed.insert(handles.begin(), handles.end());
     }
 }

@@ -3,9 +3,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstring>
 #include <filesystem>
 #include <functional>
-#include <optional>
 #include <string>
 
 #include <windows.h>
@@ -13,31 +13,8 @@
 #include <gtest/gtest.h>
 
 #include "companion/Library.h"
+#include "harness/Containers.h"
 #include "harness/Files.h"
-#include "quelcrypt/QuelcryptExceptions.h"
-
-template <class Interface>
-struct Releaser {
-    void operator()(Interface* owned) const { owned->Release(); }
-};
-template <class Interface>
-using Owned = std::unique_ptr<Interface, Releaser<Interface>>;
-
-inline std::string Utf8(const std::filesystem::path& path) {
-    const std::u8string text = path.u8string();
-    return {text.begin(), text.end()};
-}
-
-// What the writer is told of the plain file, and a listing shows.
-struct Plain {
-    std::wstring name = L"a.txt";
-    std::filesystem::path source;
-    std::uint32_t attributes = FILE_ATTRIBUTE_NORMAL;
-    SYSTEMTIME lastWrite = {2024, 5, 3, 1, 12, 30, 15, 0};
-    SYSTEMTIME lastAccess = {2024, 6, 6, 2, 1, 2, 3, 0};
-    SYSTEMTIME creation = {2020, 2, 6, 29, 23, 59, 59, 0};
-    std::uint64_t plainSize = 0;
-};
 
 class CompanionTest : public ::testing::Test {
 protected:
@@ -68,41 +45,6 @@ protected:
     void Configure(const std::string& json) { WriteRaw(m_folder / "quelcrypt.json", json); }
     Path InDocs(const Path& name) const { return m_folder / "docs" / name; }
 
-    static Owned<IFileWriter> Writer(const Path& container, const Plain& plain = {}) {
-        CHvcStringWImpl path(container.c_str());
-        CHvcStringWImpl name(plain.name.c_str());
-        CHvcStringWImpl source(plain.source.c_str());
-        return Owned<IFileWriter>(
-            companion::MakeWriter(&path, &name, &source, plain.attributes, &plain.lastWrite, &plain.lastAccess, &plain.creation));
-    }
-
-    static bool Put(IFileWriter& writer, const std::string& content) {
-        constexpr std::size_t chunk = 32768;
-        for (std::size_t at = 0; at < content.size(); at += chunk) {
-            const std::string part = content.substr(at, chunk);
-            if (!writer.Write(part.data(), static_cast<std::uint32_t>(part.size())))
-                return false;
-        }
-        return true;
-    }
-
-    static void Encrypt(const Path& container, const std::string& content, const Plain& plain = {}) {
-        const auto writer = Writer(container, plain);
-        ASSERT_TRUE(writer);
-        EXPECT_TRUE(Put(*writer, content) && writer->Finish(true));
-    }
-
-    static std::string Decrypt(const Path& container) {
-        CHvcStringWImpl path(container.c_str());
-        const Owned<IFileReader> reader(companion::MakeReader(&path));
-        if (!reader)
-            throw CQuelcryptErrorException(L"no reader");
-        std::string content;
-        while (reader->Advance())
-            content.append(static_cast<const char*>(reader->GetData()), reader->GetDataLength());
-        return content;
-    }
-
     // The description of the error exception that the action throws; empty when it throws none.
     static std::wstring ErrorOf(const std::function<void()>& action) {
         try {
@@ -113,15 +55,14 @@ protected:
         }
     }
 
-    static std::optional<Plain> Inform(const Path& container, const WIN32_FIND_DATAW* entry = nullptr) {
+    // Without a name when it says nothing.
+    static PlainFile Inform(const Path& container, const WIN32_FIND_DATAW* entry = nullptr) {
+        PlainFile information{.name = L""};
         IHvcStringW* name = nullptr;
-        Plain information;
-        const auto result = companion::GetFileInformation(Utf8(container).c_str(), &name, &information.plainSize, entry,
-                                                          &information.lastWrite, &information.lastAccess, &information.creation);
-        const Owned<IHvcStringW> owned(name);
-        if (result != 1)
-            return std::nullopt;
-        information.name = name->GetString();
+        auto& [lastWrite, lastAccess, creation] = information.times;
+        if (companion::GetFileInformation(Narrow(container).c_str(), &name, &information.size, entry, &lastWrite, &lastAccess, &creation) ==
+            1)
+            information.name = Owned<IHvcStringW>(name)->GetString();
         return information;
     }
 

@@ -7,17 +7,12 @@ protected:
     std::string Stored(const std::wstring& volumePath) {
         void* hFile = nullptr;
         const VirtualVolumeStatus status = Open(&hFile, volumePath, kReadWrite, CREATE_NEW);
-        if (status != VVS_Success) {
-            EXPECT_FALSE(Exists(NativePath(volumePath)) || Exists(ContainerPath(volumePath)));
-            return StatusName(status);
-        }
-        EXPECT_OK(Write(hFile, "content"));
+        Write(hFile, "content");
         Close(hFile);
-        const bool isPlain = Exists(NativePath(volumePath));
-        EXPECT_NE(isPlain, Exists(ContainerPath(volumePath))) << Narrow(volumePath);
-        EXPECT_EQ("content", isPlain ? ReadRaw(NativePath(volumePath)) : ContainerContent(ContainerPath(volumePath)));
-        DeleteFileW(isPlain ? NativePath(volumePath).c_str() : ContainerPath(volumePath).c_str());
-        return isPlain ? "plain" : "encrypted";
+        const std::string plain = ReadRaw(NativePath(volumePath)), encrypted = ContainerContent(ContainerPath(volumePath));
+        EXPECT_EQ(status == VVS_Success ? 1u : 0u, Disk().size()) << Narrow(volumePath);
+        EmptyFolders();
+        return plain == "content" ? "plain" : encrypted == "content" ? "encrypted" : StatusName(status);
     }
 };
 
@@ -34,74 +29,40 @@ TEST_F(DecidingWhatIsEncrypted, GoesByNameAndFolder) {
   "passwords": {"K1": "first secret"},
   "exclude": ["*.tmp", "~$*", "ö*.übergehen", "?é.*", "thumbs.db"]
 })");
-    const std::tuple<const wchar_t*, const char*> rows[] = {
-        {L"Docs\\a.txt", "encrypted"},
-        {L"Docs\\Überblick 日本.TXT", "encrypted"},
-        {L"Docs\\.txt", "encrypted"},
-        {L"Docs\\a.txt.zip", "encrypted"},  // there is no such container, so this is a name like any other
-        {L"Docs\\noextension", "plain"},
-        {L"Docs\\policy.hvc", "plain"},
-        {L"Docs\\POLICY.HVC", "plain"},
-        {L"Docs\\policy.hvc. .", "plain"},  // the platform would drop what trails
-        {L"Docs\\my policy.hvc", "encrypted"},
-        {L"Docs\\policy.hvc.txt", "encrypted"},
-        {L"Docs\\- HalvaneCloud Readme -.htm", "plain"},
-        {L"Docs\\- halvanecloud readme -.HTM", "plain"},
-        {L"Docs\\.HalvaneCloud", "plain"},
-        {L"Docs\\.HalvaneBox\\a.txt", "encrypted"},  // the name of the file itself counts
-        {L"Docs\\a.tmp", "plain"},
-        {L"Docs\\a.TMP", "plain"},
-        {L"Docs\\a.tmp.txt", "encrypted"},
-        {L"Docs\\~$a.docx", "plain"},
-        {L"Docs\\a~$.docx", "encrypted"},
-        {L"Docs\\Thumbs.db", "plain"},
-        {L"Docs\\thumbs.db.txt", "encrypted"},
-        {L"Docs\\xÉ.doc", "plain"},
-        {L"Docs\\é.doc", "encrypted"},
-        {L"Docs\\öffentlich.übergehen", "plain"},
-        {L"Docs\\sub\\a.txt", "encrypted"},  // inherited
-        {L"Docs\\sub\\open\\a.txt", "plain"},
-        {L"Docs\\sub\\open\\closed\\a.txt", "encrypted"},
-        {L"Plain\\a.txt", "plain"},
+    // Of the last two encrypted ones: the name of the file itself counts, and there is no such container.
+    const std::pair<const char*, Names> rows[] = {
+        {"encrypted",
+         {L"a.txt", L"Überblick 日本.TXT", L".txt", L"my policy.hvc", L"policy.hvc.txt", L"a.tmp.txt", L"a~$.docx", L"thumbs.db.txt",
+          L"é.doc", L"sub\\a.txt", L"sub\\open\\closed\\a.txt", L".HalvaneBox\\a.txt", L"a.txt.zip"}},
+        {"plain",
+         {L"noextension", L"policy.hvc", L"POLICY.HVC", L"policy.hvc. .", L"- HalvaneCloud Readme -.htm", L"- halvanecloud readme -.HTM",
+          L".HalvaneCloud", L"a.tmp", L"a.TMP", L"~$a.docx", L"Thumbs.db", L"xÉ.doc", L"öffentlich.übergehen", L"sub\\open\\a.txt"}},
     };
-    for (const auto& [path, stored] : rows)
-        EXPECT_EQ(stored, Stored(path)) << Narrow(path);
+    for (const auto& [stored, names] : rows)
+        for (const std::wstring& name : names)
+            EXPECT_EQ(stored, Stored(L"Docs\\" + name)) << Narrow(name);
+    EXPECT_EQ("plain", Stored(L"Plain\\a.txt"));
 }
 
 TEST_F(DecidingWhatIsEncrypted, AFailingCompanionIsNoPolicyAndNoExclusion) {
-    constexpr const char* kBox = "Quelcrypt_GetHalvaneBoxConfig";
-    constexpr const char* kPolicy = "IHalvaneBoxConfig::GetPolicy";
-    constexpr const char* kConfig = "Quelcrypt_GetQuelcryptConfig";
-    constexpr const char* kExcluded = "IQuelcryptConfig::IsExcluded";
-    const struct {
-        const char* call;
-        Fault fault;
-        const char* ofText;      // a.txt, which policy wants encrypted
-        const char* ofExcluded;  // a.tmp, which is excluded
-    } rows[] = {
-        {kBox, Fault::Null, "plain", "plain"},
-        {kBox, Fault::Raise, "plain", "plain"},
-        {kBox, Fault::Error, "plain", "plain"},
-        {kBox, Fault::OutOfMemory, "VSS_OutMemory", "plain"},
-        {kPolicy, Fault::Null, "plain", "plain"},
-        {kPolicy, Fault::Raise, "plain", "plain"},
-        {kPolicy, Fault::Error, "plain", "plain"},
-        {kPolicy, Fault::OverLong, "encrypted", "plain"},
-        {kConfig, Fault::Null, "encrypted", "encrypted"},
-        {kConfig, Fault::Raise, "encrypted", "encrypted"},
-        {kConfig, Fault::Error, "encrypted", "encrypted"},
-        {kConfig, Fault::OutOfMemory, "VSS_OutMemory", "VSS_OutMemory"},
-        {kExcluded, Fault::Null, "encrypted", "encrypted"},
-        {kExcluded, Fault::Raise, "encrypted", "encrypted"},
-        {kExcluded, Fault::Error, "encrypted", "encrypted"},
+    // A text, which the policy wants encrypted, and one that is excluded; while all of the call fail, and when memory runs out.
+    const std::tuple<const char*, const char*, const char*, const char*, const char*> rows[] = {
+        {"Quelcrypt_GetHalvaneBoxConfig", "plain", "plain", "VSS_OutMemory", "plain"},
+        {"IHalvaneBoxConfig::GetPolicy", "plain", "plain", "VSS_OutMemory", "plain"},
+        {"Quelcrypt_GetQuelcryptConfig", "encrypted", "encrypted", "VSS_OutMemory", "VSS_OutMemory"},
+        {"IQuelcryptConfig::IsExcluded", "encrypted", "encrypted", "VSS_OutMemory", "VSS_OutMemory"},
     };
-    for (const auto& [call, fault, ofText, ofExcluded] : rows) {
-        SCOPED_TRACE(std::string(call) + ", fault " + std::to_string(static_cast<int>(fault)));
-        Companion().FailNth(call, 1, fault, true);
-        EXPECT_EQ(ofText, Stored(L"Docs\\a.txt"));
-        EXPECT_EQ(ofExcluded, Stored(L"Docs\\a.tmp"));
-        Companion().FailNth();
-    }
+    for (const auto& [call, ofText, ofExcluded, ofTextWithoutMemory, ofExcludedWithoutMemory] : rows)
+        for (const Fault fault : {Fault::Null, Fault::Raise, Fault::Error, Fault::OutOfMemory}) {
+            SCOPED_TRACE(std::string(call) + ", fault " + std::to_string(static_cast<int>(fault)));
+            Companion().FailNth(call, 1, fault, true);
+            EXPECT_EQ(fault == Fault::OutOfMemory ? ofTextWithoutMemory : ofText, Stored(L"Docs\\a.txt"));
+            EXPECT_EQ(fault == Fault::OutOfMemory ? ofExcludedWithoutMemory : ofExcluded, Stored(L"Docs\\a.tmp"));
+        }
+    Companion().FailNth("IHalvaneBoxConfig::GetPolicy", 1, Fault::OverLong, true);
+    EXPECT_EQ("encrypted", Stored(L"Docs\\a.txt"));
+    EXPECT_EQ("plain", Stored(L"Docs\\a.tmp"));
+    Companion().FailNth();
     EXPECT_EQ("encrypted", Stored(L"Docs\\a.txt"));
     EXPECT_EQ("plain", Stored(L"Docs\\a.tmp"));
 }

@@ -8,31 +8,24 @@ namespace {
 
 // One line taken apart: "<tabs>[thread]hh:ss.mmm [ENTER |LEAVE(time) ][this[address]->]Function message\n".
 struct TraceLine {
-    std::uint32_t level = 0;
-    std::size_t indent = 0;
+    std::uint32_t level, threadId;
+    std::size_t indent;
+    std::string text;
     std::string kind;  // "ENTER", "LEAVE" or empty
     std::string time;  // of a LEAVE line, what stands in its parentheses
-    std::string function;
-    std::string message;
+    std::string function, message;
 };
 
-bool Parse(const LogLine& line, TraceLine& parsed) {
+std::vector<TraceLine> Parse(const std::vector<LogLine>& lines) {
     static const std::regex pattern(
         "(\t*)\\[([0-9a-f]+)\\]\\d\\d:\\d\\d\\.\\d{3} (?:(ENTER) |(LEAVE)\\(([^)]*)\\) )?(?:this\\[[0-9a-f]+\\]->)?(\\S+) ([^]*)\n");
-    std::smatch parts;
-    const std::string text = Narrow(line.text);
-    if (!std::regex_match(text, parts, pattern) || std::stoul(parts[2], nullptr, 16) != line.threadId)
-        return false;
-    parsed = {line.level, static_cast<std::size_t>(parts[1].length()), parts[3].str() + parts[4].str(), parts[5], parts[6], parts[7]};
-    return true;
-}
-
-std::vector<TraceLine> ParseAll(const std::vector<LogLine>& lines) {
     std::vector<TraceLine> all;
     for (const LogLine& line : lines) {
-        TraceLine parsed;
-        EXPECT_TRUE(Parse(line, parsed)) << Narrow(line.text);
-        all.push_back(parsed);
+        std::smatch parts;
+        const std::string text = Narrow(line.text);
+        EXPECT_TRUE(std::regex_match(text, parts, pattern) && std::stoul(parts[2], nullptr, 16) == line.threadId) << text;
+        all.push_back({line.level, line.threadId, static_cast<std::size_t>(parts[1].length()), text, parts[3].str() + parts[4].str(),
+                       parts[5], parts[6], parts[7]});
     }
     return all;
 }
@@ -49,13 +42,8 @@ void LetTheLevelBeReadAgain() {
 
 class FollowingTheTrace : public VolumeFixture {
 protected:
-    // "Function message" of each.
-    std::vector<std::string> ErrorsDuring(const std::function<void()>& action) {
-        std::vector<std::string> messages;
-        for (const TraceLine& line : ParseAll(LinesDuring(action)))
-            if (line.level == LogLevel_Error)
-                messages.push_back(line.function + " " + line.message);
-        return messages;
+    void RunOutOfMemory() {
+        Failing("Quelcrypt_GetQuelcryptConfig", Fault::OutOfMemory, [&] { TryOpen(L"Docs\\new.txt", kReadWrite, CREATE_NEW); });
     }
 };
 
@@ -69,7 +57,7 @@ TEST_F(FollowingTheTrace, EveryEnterHasItsLeaveAndIndentsWhatHappensBetween) {
         volume()->Lock((L"Plain\\" + name).c_str(), &lockInfo);
         volume()->Unlock((L"Plain\\" + name).c_str(), lockInfo.token);
         TryOpen(L"Nowhere\\" + name);
-        Delete(L"Plain\\" + name);
+        EXPECT_OK(Delete(L"Plain\\" + name));
     };
     Companion().SetHook("Quelcrypt_FileWriterFactory", [] { Sleep(40); });
     const auto lines = LinesDuring([&] {
@@ -78,54 +66,33 @@ TEST_F(FollowingTheTrace, EveryEnterHasItsLeaveAndIndentsWhatHappensBetween) {
             threads.emplace_back(useEverything, name);
         for (std::thread& thread : threads)
             thread.join();
+        RunOutOfMemory();
     });
     std::map<std::uint32_t, std::vector<std::string>> open;  // functions, by thread
     std::set<std::string> left;
-    for (const LogLine& line : lines) {
-        TraceLine parsed;
-        ASSERT_TRUE(Parse(line, parsed)) << Narrow(line.text);
+    for (const TraceLine& line : Parse(lines)) {
         std::vector<std::string>& functions = open[line.threadId];
-        if (parsed.kind == "LEAVE") {
-            ASSERT_FALSE(functions.empty()) << Narrow(line.text);
-            ASSERT_EQ(functions.back(), parsed.function) << Narrow(line.text);
+        if (line.kind == "LEAVE") {
+            ASSERT_FALSE(functions.empty()) << line.text;
+            ASSERT_EQ(functions.back(), line.function) << line.text;
             functions.pop_back();
             std::smatch parts;
-            ASSERT_TRUE(std::regex_match(parsed.time, parts, std::regex("(!!!SLOW!!! )?(\\d+)s"))) << parsed.time;
-            EXPECT_EQ(std::stol(parts[2]) > 16, parts[1].matched) << Narrow(line.text);
-            left.insert(parsed.function + " " + parts[1].str() + parsed.message);
+            ASSERT_TRUE(std::regex_match(line.time, parts, std::regex("(!!!SLOW!!! )?(\\d+)s"))) << line.time;
+            EXPECT_EQ(std::stol(parts[2]) > 16, parts[1].matched) << line.text;
+            left.insert(line.function + " " + parts[1].str() + line.message);
         }
-        ASSERT_EQ(functions.size(), parsed.indent) << Narrow(line.text);
-        if (parsed.kind == "ENTER")
-            functions.push_back(parsed.function);
-        EXPECT_TRUE(parsed.kind.empty() || parsed.level == LogLevel_Trace) << Narrow(line.text);
+        ASSERT_EQ(functions.size(), line.indent) << line.text;
+        if (line.kind == "ENTER")
+            functions.push_back(line.function);
+        EXPECT_TRUE(line.kind.empty() || line.level == LogLevel_Trace) << line.text;
     }
-    EXPECT_EQ(3u, open.size());
+    EXPECT_EQ(4u, open.size());
     for (const auto& [threadId, functions] : open)
         EXPECT_TRUE(functions.empty()) << functions.back() << " was never left";
-    for (const char* told : {"VirtualVolume::OpenFile VVS_MountFolderNotFound", "VirtualFile::Open VVS_Success",
-                             "VirtualFile::Close !!!SLOW!!! VVS_Success", "VirtualFindFile::FindFile true"})
+    for (const char* told :
+         {"VirtualVolume::OpenFile VVS_MountFolderNotFound", "VirtualVolume::OpenFile VSS_OutMemory", "VirtualFile::Open VVS_Success",
+          "VirtualFile::Close !!!SLOW!!! VVS_Success", "VirtualFindFile::FindFile true"})
         EXPECT_EQ(1u, left.count(told)) << told << " is not among\n" << ::testing::PrintToString(left);
-}
-
-// The line that names the status is the slot's own, inside its nesting; errors alone say what the slot was called with.
-TEST_F(FollowingTheTrace, ExceptionsAreToldByTheirSlot) {
-    const auto fail = [](const wchar_t*) -> void* { throw std::bad_alloc(); };
-    void* const before = ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "GetFileAttributesExW",
-                                       reinterpret_cast<void*>(static_cast<void* (*)(const wchar_t*)>(fail)));
-    ASSERT_NE(nullptr, before);
-    LockInfo lockInfo = NewLock();
-    const auto lines = ParseAll(LinesDuring([&] { EXPECT_EQ(VSS_OutMemory, volume()->Lock(L"Docs\\a.txt", &lockInfo)); }));
-    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "GetFileAttributesExW", before);
-    ASSERT_LT(3u, lines.size());
-    const TraceLine &description = lines[lines.size() - 3], &status = lines[lines.size() - 2];
-    EXPECT_EQ("VSS_OutMemory", lines.back().message);
-    for (const TraceLine& line : {description, status}) {
-        EXPECT_EQ("VirtualVolume::Lock", line.function);
-        EXPECT_EQ(LogLevel_Error, line.level);
-        EXPECT_EQ(1u, line.indent);
-    }
-    EXPECT_TRUE(description.message.starts_with("Exception[Out of memory]. filePath[Docs\\a.txt], lockInfo[")) << description.message;
-    EXPECT_EQ("errorStatus =>VSS_OutMemory, ", status.message);
 }
 
 TEST_F(FollowingTheTrace, TheLevelIsAskedSeldomAndObeyed) {
@@ -136,14 +103,14 @@ TEST_F(FollowingTheTrace, TheLevelIsAskedSeldomAndObeyed) {
     Companion().level = LogLevel_Error;
     EXPECT_LT(0u, LinesDuring([&] { List(L"*"); }).size()) << "the new level is not known yet";
     LetTheLevelBeReadAgain();
-    const auto lines = ParseAll(LinesDuring([&] {
+    const auto lines = Parse(LinesDuring([&] {
         List(L"*");
         TryOpen(L"Nowhere\\a.txt");
     }));
     EXPECT_LT(0u, lines.size());
     for (const TraceLine& line : lines) {
-        EXPECT_EQ(LogLevel_Error, line.level) << line.message;
-        EXPECT_EQ(0u, line.indent) << line.message;
+        EXPECT_EQ(LogLevel_Error, line.level) << line.text;
+        EXPECT_EQ(0u, line.indent) << line.text;
     }
 }
 
@@ -151,21 +118,27 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
     Put(L"Docs\\a.txt", "first");
     MakeEncrypted(L"Docs\\c.txt", "content");
     Lock(L"Plain\\b");
-    char data[8];
     const auto ending = [](const char* calls) { Companion().FailNth(calls, 1, Fault::Null, true); };
     const std::tuple<std::function<void()>, std::string> rows[] = {
         {[&] { TryOpen(L"Nowhere\\a.txt"); },
          "VirtualVolume::OpenFile VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false,  filePath[Nowhere\\a.txt]"},
-        {[&] { volume()->ReadFile(nullptr, 0, data, 8, nullptr, nullptr); },
+        {[&] { Read(nullptr); },
          "VirtualVolume::ReadFile hFile->Read(fileOffset, data, requestedSize, outActualSize) =>VVS_InvalidParameter, "},
         {[&] { volume()->Unlock(L"Plain\\b", L"{other}"); }, "FileLocker::Unlock foundIdx >= 0 =>false, "},
         {[&] { ending("Quelcrypt_FileReaderFactory"), Get(L"Docs\\c.txt"); }, "VirtualFile::DecryptContainer reader != 0 =>false, "},
+        // Of an exception its slot says, inside its nesting, with what it was called and which status that makes.
+        {[&] { RunOutOfMemory(); },
+         "VirtualVolume::OpenFile Exception[Out of memory]. filePath[Docs\\new.txt], desiredAccess[0xc0010000], shareMode[7], "
+         "openDisposition[1], lockToken[<NULL>]"},
+        {[&] { RunOutOfMemory(); }, "VirtualVolume::OpenFile errorStatus =>VSS_OutMemory, "},
     };
     for (const auto& [action, line] : rows) {
-        const auto errors = ErrorsDuring(action);
+        std::set<std::string> errors;
+        for (const TraceLine& told : Parse(LinesDuring(action)))
+            if (told.level == LogLevel_Error)
+                errors.insert(told.function + " " + told.message);
         Companion().FailNth();
-        EXPECT_NE(errors.end(), std::find(errors.begin(), errors.end(), line)) << line << "\nis not among\n"
-                                                                               << ::testing::PrintToString(errors);
+        EXPECT_EQ(1u, errors.count(line)) << line << "\nis not among\n" << ::testing::PrintToString(errors);
     }
     Failing("IFileLogger::Write", Fault::Error, [&] { EXPECT_EQ("first", Get(L"Docs\\a.txt")) << "no log, and nothing else"; });
 }
@@ -180,7 +153,7 @@ TEST_F(FollowingTheTrace, OrdinaryUseLeavesNoErrorsAndNoContent) {
         EXPECT_EQ(nullptr, volume()->FindFirstFileW(L"Docs\\missing.txt", &findData));
         VirtMountInfo mountInfo{};
         EXPECT_FALSE(volume()->GetMountInfoByVolumePath(L"Nowhere", &mountInfo));
-        Delete(L"Docs\\100%s%n%d.txt");
+        EXPECT_OK(Delete(L"Docs\\100%s%n%d.txt"));
     });
     for (const LogLine& line : lines)
         EXPECT_LE(LogLevel_Information, line.level) << Narrow(line.text);

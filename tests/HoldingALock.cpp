@@ -3,7 +3,7 @@
 #include "harness/VolumeFixture.h"
 
 // Called once, when the volume is about to open a file that may be missing, as a lock does; or about to read a file.
-static std::function<void()> g_beforeHold, g_beforeRead;
+static std::function<void()> g_before;
 
 class HoldingALock : public VolumeFixture {
 protected:
@@ -28,12 +28,18 @@ TEST_F(HoldingALock, KeepsOthersFromWriting) {
         EXPECT_FALSE(Held(file, kShareAll, DELETE));
         // A wrong token opens nothing, none means the one that is there.
         EXPECT_EQ(VVS_Locked, TryOpen(path, GENERIC_READ, OPEN_EXISTING, L"{no such token}"));
-        EXPECT_EQ(VVS_Locked, TryOpen(path, kReadWrite, OPEN_EXISTING, L"{no such token}"));
         EXPECT_OK(TryOpen(path, kReadWrite, OPEN_EXISTING, token.c_str()));
         EXPECT_EQ(VSS_FileExists, TryOpen(path, kReadWrite, CREATE_NEW));
         Put(path, "written");
         EXPECT_FALSE(Held(file, kShareAll, GENERIC_WRITE)) << "saving keeps the lock";
+        void* const hFile = MustOpen(path, kReadWrite, OPEN_EXISTING, token.c_str());
+        const std::wstring otherCase = std::wstring(path, path + std::wcslen(path) - 5) + L"A.txt";
+        EXPECT_EQ(VVS_Locked, Rename(hFile, otherCase, L"{no such token}"));
+        EXPECT_OK(Rename(hFile, otherCase, token.c_str()));
+        Close(hFile);
         Unlock(path, token);
+        if (path[0] == L'D')  // a plain file's name is the platform's affair
+            EXPECT_STREQ(L"A.txt", Record(path).fileName);
         EXPECT_TRUE(Held(file, kShareAll, GENERIC_WRITE));
         EXPECT_EQ("written", Stored(path));
         EXPECT_OK(TryOpen(path, kReadWrite, OPEN_EXISTING, L"{no such token}")) << "without a lock a token says nothing";
@@ -41,31 +47,40 @@ TEST_F(HoldingALock, KeepsOthersFromWriting) {
 }
 
 TEST_F(HoldingALock, IsExclusiveOrShared) {
-    MakeEncrypted(L"Docs\\a.txt", "content");
+    const std::wstring path = L"Docs\\a.txt";
+    MakeEncrypted(path, "content");
+    const std::wstring exclusive = Lock(path);
     IVirtualVolume* const other = NewVolume();
-    const std::wstring exclusive = Lock(L"Docs\\a.txt");
-    EXPECT_EQ(VVS_LockScopeViolation, TryLock(L"Docs\\a.txt", LockScope_Exclusive));
     LockInfo lockInfo = NewLock(LockScope_Shared);
-    EXPECT_EQ(VVS_LockScopeViolation, other->Lock(L"Docs\\a.txt", &lockInfo)) << "whichever volume object asks";
-    EXPECT_OK(other->Unlock(L"Docs\\a.txt", exclusive.c_str()));
+    EXPECT_EQ(VVS_LockScopeViolation, TryLock(path));
+    EXPECT_EQ(VVS_LockScopeViolation, other->Lock(path.c_str(), &lockInfo)) << "whichever volume object asks";
+    EXPECT_OK(other->Unlock(path.c_str(), exclusive.c_str()));
     other->Release();
 
-    const std::wstring first = Lock(L"Docs\\a.txt", LockScope_Shared);
-    const std::wstring second = Lock(L"Docs\\a.txt", LockScope_Shared);
+    const std::wstring first = Lock(path, LockScope_Shared), second = Lock(path, LockScope_Shared);
     EXPECT_NE(first, second);
-    EXPECT_EQ(VVS_LockScopeViolation, TryLock(L"Docs\\a.txt", LockScope_Exclusive));
-    EXPECT_OK(TryOpen(L"Docs\\a.txt", kReadWrite, OPEN_EXISTING, first.c_str()));
-    Unlock(L"Docs\\a.txt", first);
-    EXPECT_EQ(VVS_Locked, TryOpen(L"Docs\\a.txt", GENERIC_READ, OPEN_EXISTING, first.c_str()));
-    EXPECT_OK(TryOpen(L"Docs\\a.txt", kReadWrite, OPEN_EXISTING, second.c_str()));
-    Unlock(L"Docs\\a.txt", second);
-    EXPECT_EQ(VVS_FileNotLocked, TryFind(L"Docs\\a.txt"));
+    EXPECT_EQ(VVS_LockScopeViolation, TryLock(path));
+    EXPECT_OK(TryOpen(path, kReadWrite, OPEN_EXISTING, first.c_str()));
+    void* const hFind = volume()->FindFirstLock(path.c_str(), &lockInfo);
+    ASSERT_NE(nullptr, hFind);
+    Unlock(path, first);
+    EXPECT_EQ(VVS_Locked, TryOpen(path, GENERIC_READ, OPEN_EXISTING, first.c_str()));
+    EXPECT_OK(TryOpen(path, kReadWrite, OPEN_EXISTING, second.c_str()));
+    Unlock(path, second);
+    EXPECT_EQ(VVS_FileNotLocked, TryFind(path));
+
+    // A search goes through the locks as they were when it began.
+    EXPECT_EQ(first, lockInfo.token);
+    EXPECT_OK(volume()->FindNextLock(hFind, &lockInfo));
+    EXPECT_EQ(second, lockInfo.token);
+    EXPECT_EQ(VVS_FileNotLocked, volume()->FindNextLock(hFind, &lockInfo));
+    EXPECT_TRUE(volume()->FindClose(hFind));
 }
 
 TEST_F(HoldingALock, IsFoundAndReleasedByItsToken) {
     MakeEncrypted(L"Docs\\a.txt", "content");
     MakePlain(L"Plain\\held.txt", "content");
-    LockInfo lockInfo = NewLock(LockScope_Shared);
+    LockInfo lockInfo = NewLock(LockScope_Shared), found{};
     lockInfo.timeout = 180;
     lockInfo.reserved = 7;
     std::fill(std::begin(lockInfo.owner), std::end(lockInfo.owner), L'o');  // not terminated
@@ -73,15 +88,11 @@ TEST_F(HoldingALock, IsFoundAndReleasedByItsToken) {
     EXPECT_EQ(7, lockInfo.reserved);
     const std::wstring token = lockInfo.token, second = Lock(L"Docs\\a.txt", LockScope_Shared);
 
-    LockInfo found{};
     found.reserved = 9;
     ASSERT_OK(volume()->FindLock(L"docs\\A.TXT", nullptr, &found)) << "whatever the letter case; without a token, the oldest";
     EXPECT_EQ(token, found.token);
     EXPECT_EQ(std::wstring(63, L'o'), found.owner);
-    EXPECT_EQ(180u, found.timeout);
-    EXPECT_EQ(LockScope_Shared, found.scope);
-    EXPECT_EQ(LockType_Write, found.type);
-    EXPECT_EQ(9, found.reserved);
+    EXPECT_EQ(std::tuple(180u, LockScope_Shared, LockType_Write, 9), std::tuple(found.timeout, found.scope, found.type, found.reserved));
 
     std::wstring otherCase = token;
     for (wchar_t& unit : otherCase)
@@ -103,6 +114,8 @@ TEST_F(HoldingALock, IsFoundAndReleasedByItsToken) {
         EXPECT_EQ(lock, TryLock(path));
         EXPECT_EQ(find, TryFind(path, itsToken));
         EXPECT_EQ(unlock, TryUnlock(path, itsToken));
+        EXPECT_EQ(path == std::wstring(L"Docs\\a.txt"), volume()->FindClose(volume()->FindFirstLock(path, &found)));
+        EXPECT_EQ(nullptr, volume()->FindFirstLock(path, nullptr));
     }
     EXPECT_EQ(VVS_InvalidParameter, volume()->FindLock(L"Docs\\a.txt", token.c_str(), nullptr));
     Unlock(L"DOCS\\a.TXT", token);
@@ -115,50 +128,42 @@ TEST_F(HoldingALock, IsFoundAndReleasedByItsToken) {
 TEST_F(HoldingALock, MayBeginBeforeTheFileExists) {
     for (const std::wstring path : {L"Docs\\new.txt", L"Plain\\new.txt"}) {
         SCOPED_TRACE(Narrow(path));
-        const std::wstring token = Lock(path);
-        EXPECT_EQ(path[0] == L'D' ? VIT_EncryptedFile : VIT_PlainFile, Record(path).itemType);
-        EXPECT_STREQ(L"new.txt", Record(path).fileName);
-        EXPECT_EQ(0, Record(path).fileSize);
-        EXPECT_EQ(0u, CallsDuring("Quelcrypt_FileReaderFactory", [&] { EXPECT_EQ("", Get(path)); }));
-        Put(path, "written", token.c_str());
-        EXPECT_STREQ(L"new.txt", Record(path).fileName);
-        EXPECT_EQ(7, Record(path).fileSize) << "what is listed meanwhile is what was written";
+        std::wstring token = Lock(path);
+        for (const std::string content : {"", "written"}) {
+            if (!content.empty())
+                Put(path, content);
+            void* hFile = MustOpen(path);
+            const auto expectRecord = [&](const VirtFindData& record) {
+                EXPECT_EQ(path[0] == L'D' ? VIT_EncryptedFile : VIT_PlainFile, record.itemType);
+                EXPECT_STREQ(L"new.txt", record.fileName);
+                EXPECT_EQ(content.size(), static_cast<std::size_t>(record.fileSize)) << "what was written";
+            };
+            expectRecord(Record(path));
+            expectRecord(InfoOf(hFile));
+            const std::uint32_t decryptions = CallsDuring("Quelcrypt_FileReaderFactory", [&] { EXPECT_EQ(content, Read(hFile)); });
+            EXPECT_TRUE(decryptions == 0 || !content.empty());
+            expectRecord(InfoOf(hFile));
+            Close(hFile);
+        }
         Unlock(path, token);
         EXPECT_EQ("written", Stored(path));
         EXPECT_EQ(1u, Disk().size());
         EmptyFolders();
-        const std::wstring again = Lock(path);
-        Put(path, "", again.c_str());
-        Unlock(path, again);
+        token = Lock(path);
+        Put(path, "");
+        Unlock(path, token);
         EXPECT_EQ("", Stored(path)) << "an empty one that was meant stays";
         EmptyFolders();
-        const std::wstring unused = Lock(path);
-        void* const hFile = MustOpen(path, GENERIC_READ | DELETE, OPEN_EXISTING, unused.c_str());
-        Unlock(path, unused);
+        token = Lock(path);
+        void* const hFile = MustOpen(path, GENERIC_READ | DELETE);
+        Unlock(path, token);
         EXPECT_OK(volume()->Delete(hFile, nullptr));
         EXPECT_OK(volume()->Undelete(hFile, nullptr));
         Close(hFile);
         EXPECT_EQ(0u, Disk().size()) << "nobody wrote it";
     }
-    MakeContainer(ContainerPath(L"Docs\\new.txt.zip"), L"new.txt.zip", "another document, shown as new.txt.zip");
+    Encrypt(ContainerPath(L"Docs\\new.txt.zip"), "another document, shown as new.txt.zip", {.name = L"new.txt.zip"});
     EXPECT_EQ(VVS_PathAlreadyExists, TryLock(L"Docs\\new.txt"));
-}
-
-TEST_F(HoldingALock, ItsFileChangesLetterCaseUnderItsTokenOnly) {
-    for (const std::wstring folder : {L"Docs\\", L"Plain\\"}) {
-        SCOPED_TRACE(Narrow(folder));
-        Store(folder + L"a.txt", "content");
-        const std::wstring token = Lock(folder + L"a.txt");
-        void* const hFile = MustOpen(folder + L"a.txt", kReadWrite | DELETE, OPEN_EXISTING, token.c_str());
-        EXPECT_EQ(VVS_Locked, Rename(hFile, folder + L"A.txt", L"{another}"));
-        EXPECT_OK(Rename(hFile, folder + L"A.txt", token.c_str()));
-        Close(hFile);
-        EXPECT_EQ("content", Stored(folder + L"A.txt"));
-        Unlock(folder + L"a.txt", token);
-        EXPECT_EQ("content", Stored(folder + L"A.txt"));
-        if (folder == L"Docs\\")  // a plain file's name is the platform's affair
-            EXPECT_STREQ(L"A.txt", Record(folder + L"a.txt").fileName);
-    }
 }
 
 TEST_F(HoldingALock, IsFoundThoughTheFormOfTheFileChanges) {
@@ -189,14 +194,14 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     // Exchanged between the look at it and the hold of it.
     MakeEncrypted(L"Docs\\a.txt", "old");
     const auto create = +[](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE like) {
-        if (how == OPEN_ALWAYS && g_beforeHold)
-            std::exchange(g_beforeHold, nullptr)();
+        if (how == OPEN_ALWAYS && g_before)
+            std::exchange(g_before, nullptr)();
         return CreateFileW(path, access, share, security, how, flags, like);
     };
     ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "CreateFileW", reinterpret_cast<void*>(create));
-    g_beforeHold = SaverElsewhere(L"Docs\\a.txt", "newer content");
+    g_before = SaverElsewhere(L"Docs\\a.txt", "newer content");
     const std::wstring token = Lock(L"Docs\\a.txt");
-    EXPECT_FALSE(g_beforeHold);
+    EXPECT_FALSE(g_before);
     EXPECT_EQ("newer content", Get(L"Docs\\a.txt"));
     EXPECT_EQ(13, Record(L"Docs\\a.txt").fileSize);
     Unlock(L"Docs\\a.txt", token);
@@ -210,11 +215,12 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
         const VirtFindData before = Record(path);
         const std::wstring held = Lock(path);
         Put(path, "saved under the lock");
-        EXPECT_STREQ(before.fileName, Record(path).fileName);
-        EXPECT_EQ(before.itemType, Record(path).itemType);
-        EXPECT_EQ(20, Record(path).fileSize);
-        Unlock(path, held);
-        EXPECT_STREQ(before.fileName, Record(path).fileName);
+        for (const std::wstring& releases : {std::wstring(), held}) {
+            Unlock(path, releases);
+            EXPECT_STREQ(before.fileName, Record(path).fileName);
+            EXPECT_EQ(before.itemType, Record(path).itemType);
+            EXPECT_EQ(20, Record(path).fileSize);
+        }
         EXPECT_EQ("saved under the lock", Get(path));
     }
     EXPECT_EQ("the plain one", ReadRaw(NativePath(L"Docs\\b.txt")));
@@ -227,16 +233,6 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     Close(writer);
     EXPECT_EQ(container.size(), static_cast<std::size_t>(Record(L"Docs\\x.zip").fileSize));
     Unlock(L"Docs\\x.zip", outer);
-
-    // An empty one has no record of its own to be read.
-    const std::wstring first = Lock(L"Docs\\new.txt");
-    void* const hFile = MustOpen(L"Docs\\new.txt");
-    for (int reads = 0; reads < 2; ++reads) {
-        EXPECT_STREQ(L"new.txt", InfoOf(hFile).fileName);
-        EXPECT_EQ(VIT_EncryptedFile, InfoOf(hFile).itemType);
-        EXPECT_EQ("", Read(hFile));
-    }
-    Close(hFile);
 }
 
 // They all work on the one file that the lock holds.
@@ -263,46 +259,26 @@ TEST_F(HoldingALock, IsNotWrittenWhileItIsRead) {
     void* const reader = MustOpen(L"Docs\\a.txt", GENERIC_READ);
     void* const writer = OpenEdited(L"Docs\\a.txt", "new content");
     std::atomic<bool> isSaved{false};
-    bool wasSavedMeanwhile = false;
     std::thread saver;
     const auto readAfter = +[](HANDLE file, LPVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
-        if (g_beforeRead)
-            std::exchange(g_beforeRead, nullptr)();
+        if (g_before)
+            std::exchange(g_before, nullptr)();
         return ReadFile(file, data, size, done, place);
     };
     ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "ReadFile", reinterpret_cast<void*>(readAfter));
-    g_beforeRead = [&] {
+    g_before = [&] {
         saver = std::thread([&] {
             Close(writer);
             isSaved = true;
         });
         for (int moment = 0; moment < 20 && !isSaved; ++moment)
             Sleep(10);
-        wasSavedMeanwhile = isSaved;
+        EXPECT_FALSE(isSaved);
     };
     const std::string read = Read(reader);
     saver.join();
-    EXPECT_FALSE(wasSavedMeanwhile);
     EXPECT_TRUE(read == "old content" || read == "new content") << read;
     Close(reader);
     Unlock(L"Docs\\a.txt", token);
     EXPECT_EQ("new content", Stored(L"Docs\\a.txt"));
-}
-
-TEST_F(HoldingALock, IsEnumeratedAsItWas) {
-    MakeEncrypted(L"Docs\\a.txt", "content");
-    LockInfo lockInfo{};
-    for (const wchar_t* path : {L"Docs\\a.txt", L"Docs\\missing.txt", L"Docs", L"Nowhere\\a.txt"})
-        EXPECT_EQ(nullptr, volume()->FindFirstLock(path, &lockInfo)) << Narrow(path);
-    const std::wstring first = Lock(L"Docs\\a.txt", LockScope_Shared), second = Lock(L"Docs\\a.txt", LockScope_Shared);
-    EXPECT_EQ(nullptr, volume()->FindFirstLock(L"Docs\\a.txt", nullptr));
-    void* const hFind = volume()->FindFirstLock(L"Docs\\a.txt", &lockInfo);
-    ASSERT_NE(nullptr, hFind);
-    const std::wstring third = Lock(L"Docs\\a.txt", LockScope_Shared);
-    Unlock(L"Docs\\a.txt", second);
-    EXPECT_EQ(first, lockInfo.token);
-    EXPECT_OK(volume()->FindNextLock(hFind, &lockInfo));
-    EXPECT_EQ(second, lockInfo.token) << "as they were when the search began";
-    EXPECT_EQ(VVS_FileNotLocked, volume()->FindNextLock(hFind, &lockInfo));
-    EXPECT_TRUE(volume()->FindClose(hFind));
 }

@@ -1,10 +1,9 @@
 // What stands in the configuration file holds from the next request on, and a mistake in it is named with its place.
+#include <tuple>
 #include <vector>
 
 #include "CompanionFixture.h"
 #include "companion/SettingsFile.h"
-
-#include <tuple>
 
 namespace {
 
@@ -40,7 +39,7 @@ std::vector<std::string> Folders(std::uint32_t* changeCounter = nullptr) {
 // "owner|policy|key", or "none" when no configuration holds for the folder.
 std::string BoxOf(const std::filesystem::path& folder, std::uint32_t capacity = 120) {
     IHalvaneBoxConfig* config = nullptr;
-    EXPECT_NE(companion::MakeHalvaneBoxConfig(Utf8(folder).c_str(), &config), 0);
+    EXPECT_NE(companion::MakeHalvaneBoxConfig(Narrow(folder).c_str(), &config), 0);
     if (!config)
         return "none";
     const Owned<IHalvaneBoxConfig> owned(config);
@@ -57,9 +56,9 @@ std::string BoxOf(const std::filesystem::path& folder, std::uint32_t capacity = 
 
 TEST_F(OneFileConfiguresTheCompanion, NamesTheProtectedFolders) {
     using Listed = std::vector<std::string>;
-    const std::string drive = Utf8(m_folder).substr(0, 2);
+    const std::string drive = Narrow(m_folder).substr(0, 2);
     std::uint32_t before = 0, counter = 0;
-    EXPECT_EQ(Folders(&before), Listed{"Docs|" + Utf8(m_folder / "docs") + "|general"});
+    EXPECT_EQ(Folders(&before), Listed{"Docs|" + Narrow(m_folder / "docs") + "|general"});
     EXPECT_NE(before, 0u);
     Folders(&counter);
     EXPECT_EQ(counter, before);
@@ -87,12 +86,8 @@ TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
         {"docs", "anna|all|home"},
         {"DOCS\\Sub\\", "anna|all|home"},
         {"docs2", "none"},
-        {"docs\\team",
-         "b\xC3\xB6"
-         "b|all|home"},
-        {"docs\\team\\x\\..\\inner\\y",
-         "b\xC3\xB6"
-         "b|all|inner"},
+        {"docs\\team", "böb|all|home"},
+        {"docs\\team\\x\\..\\inner\\y", "böb|all|inner"},
         {"docs\\teamwork", "anna|all|home"},
         {"docs\\open\\x", "anna||home"},
         {".", "none"},
@@ -116,25 +111,24 @@ TEST_F(OneFileConfiguresTheCompanion, IsRefusedWithPlaceAndReason) {
         {"{\n  \"folders\": [\n    {\"path\": \"a\",}\n]}",
          "(3,18): syntax error while parsing object key - unexpected '}'; expected string literal"},
         {"[]", "(1,1): an object is expected here"},
-        {"{\"folder\": []}", "(1,9): folder: \"folder\" is not known here"},
+        {R"({"folder": []})", "(1,9): folder: \"folder\" is not known here"},
         {"{\"folders\": [{\"path\": \"a\"},\n {\"path\": 7}]}", "(2,8): folders[1].path: a text is expected here"},
-        {"{\"folders\": [{\"path\": \"a\", \"name\": \"n\"}]}",
+        {R"({"folders": [{"path": "a", "name": "n"}]})",
          "(1,33): folders[0].name: a name must have at least two characters: one alone would be taken for a drive"},
-        {"{\"folders\": [{\"path\": \"a\"}, {\"path\": \"A/\"}]}", "(1,35): folders[1].path: this path has an entry already"},
-        {"{\"folders\": [{\"path\": \"a\", \"name\": \"b/c\"}]}",
-         "(1,33): folders[0].name: a name cannot contain any of \\ / : * ? \" < > |"},
-        {"{\"folders\": [{\"path\": \"a\", \"name\": \"nn\"}, {\"path\": \"b\", \"name\": \"NN\"}]}",
+        {R"({"folders": [{"path": "a"}, {"path": "A/"}]})", "(1,35): folders[1].path: this path has an entry already"},
+        {R"({"folders": [{"path": "a", "name": "b/c"}]})", R"((1,33): folders[0].name: a name cannot contain any of \ / : * ? " < > |)"},
+        {R"({"folders": [{"path": "a", "name": "nn"}, {"path": "b", "name": "NN"}]})",
          "(1,62): folders[1].name: another folder has this name"},
-        {"{\"folders\": [{\"path\": \"a\", \"type\": \"usb\"}]}", "(1,33): folders[0].type: the type is \"general\" or \"dropbox\""},
-        {"{\"passwords\": {\"k\": \"\"}}", "(1,18): passwords.k: the password is empty"},
-        {"{\"passwords\": {\"k\": {\"prompt\": 1}}}", "(1,29): passwords.k.prompt: only true is expected here"},
-        {"{\"passwords\": {\"k\": {}}}",
-         "(1,18): passwords.k: one of \"prompt\", \"environment\", \"command\" and \"protected\" is expected here"},
-        {"{\"defaultKey\": \"k\"}", "(1,13): defaultKey: no password is given for this key"},
-        {"{\"passwords\": {\"k\": \"p\"}, \"formerKeys\": {\"k\": \"o\"}}", "(1,44): formerKeys.k: no password is given for this key"},
-        {"{\"log\": {\"level\": \"trace\"}}", "(1,6): log: a log must have a file; \"-\" is standard error"},
-        {"{\"log\": {\"file\": \"-\", \"level\": \"loud\"}}",
-         "(1,29): log.level: the level is \"off\", \"error\", \"warning\", \"information\" or \"trace\""},
+        {R"({"folders": [{"path": "a", "type": "usb"}]})", R"((1,33): folders[0].type: the type is "general" or "dropbox")"},
+        {R"({"passwords": {"k": ""}})", "(1,18): passwords.k: the password is empty"},
+        {R"({"passwords": {"k": {"prompt": 1}}})", "(1,29): passwords.k.prompt: only true is expected here"},
+        {R"({"passwords": {"k": {}}})",
+         R"((1,18): passwords.k: one of "prompt", "environment", "command" and "protected" is expected here)"},
+        {R"({"defaultKey": "k"})", "(1,13): defaultKey: no password is given for this key"},
+        {R"({"passwords": {"k": "p"}, "formerKeys": {"k": "o"}})", "(1,44): formerKeys.k: no password is given for this key"},
+        {R"({"log": {"level": "trace"}})", R"((1,6): log: a log must have a file; "-" is standard error)"},
+        {R"({"log": {"file": "-", "level": "loud"}})",
+         R"((1,29): log.level: the level is "off", "error", "warning", "information" or "trace")"},
         {"{\"exclude\": [],\n\"exclude\": []}", "(2,9): \"exclude\" is given twice"},
     };
     for (const auto& [text, problem] : rows) {
@@ -150,12 +144,11 @@ TEST_F(OneFileConfiguresTheCompanion, IsRefusedWithPlaceAndReason) {
 
 TEST_F(OneFileConfiguresTheCompanion, StaysInForceWhileTheNextIsBroken) {
     const std::string log = R"("log": {"file": "quelcrypt.log", "level": "error"})";
-    Configure("{\"folders\": [{\"name\": \"Docs\", \"path\": \"docs\"}], " + log + "}");
-    std::uint32_t before = 0;
+    Configure(R"({"folders": [{"name": "Docs", "path": "docs"}], )" + log + "}");
+    std::uint32_t before = 0, during = 0, after = 0;
     ASSERT_EQ(Folders(&before).size(), 1u);
 
-    Configure("{\"folders\": [{\"name\": \"Docs\", \"pa");
-    std::uint32_t during = 0;
+    Configure(R"({"folders": [{"name": "Docs", "pa)");
     EXPECT_EQ(Folders(&during).size(), 1u);
     EXPECT_EQ(Folders().size(), 1u);
     EXPECT_EQ(during, before);
@@ -172,7 +165,6 @@ TEST_F(OneFileConfiguresTheCompanion, StaysInForceWhileTheNextIsBroken) {
         Sleep(150);
         EXPECT_EQ(Folders().size(), 1u);
     }
-    std::uint32_t after = 0;
     EXPECT_TRUE(Folders(&after).empty());
     EXPECT_NE(after, before);
 

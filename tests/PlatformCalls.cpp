@@ -18,16 +18,8 @@ TEST_F(PlatformCalls, StayWithinTheirBudgets) {
     for (int number = 0; number < 10; ++number)
         MakeEncrypted(L"Docs\\d" + std::to_wstring(number) + L".txt", "content");
     MakePlain(L"Plain\\p", "content");
-    const auto readAll = [this](const wchar_t* path) {
-        void* const hFile = MustOpen(path, GENERIC_READ);
-        EXPECT_EQ("content", Read(hFile));
-        Close(hFile);
-    };
-    const auto save = [this](const wchar_t* path, std::uint32_t disposition) {
-        void* const hFile = MustOpen(path, kReadWrite, disposition);
-        EXPECT_OK(Write(hFile, "content"));
-        Close(hFile);
-    };
+    const auto readAll = [this](const wchar_t* path) { EXPECT_EQ("content", Get(path)); };
+    const auto save = [this](const wchar_t* path, std::uint32_t how) { Close(OpenEdited(path, "content", how)); };
     std::wstring token;
     VirtFindData findData{};
     List(L"Docs\\*");
@@ -44,7 +36,7 @@ TEST_F(PlatformCalls, StayWithinTheirBudgets) {
         {"copy a document", 71, [&] { EXPECT_OK(Copy(L"Docs\\new.txt", L"Docs\\copy.txt")); }},
         {"rename a document", 127, [&] { EXPECT_OK(Move(L"Docs\\new.txt", L"Docs\\named.txt")); }},
         {"move a document to a folder of another key", 137, [&] { EXPECT_OK(Move(L"Docs\\named.txt", L"Other\\named.txt")); }},
-        {"delete a document", 31, [&] { Delete(L"Docs\\copy.txt"); }},
+        {"delete a document", 31, [&] { EXPECT_OK(Delete(L"Docs\\copy.txt")); }},
         {"lock a document", 8, [&] { token = Lock(L"Docs\\d3.txt"); }},
         {"unlock it", 3, [&] { Unlock(L"Docs\\d3.txt", token); }},
         {"read a plain file", 4, [&] { readAll(L"Plain\\p"); }},

@@ -34,11 +34,10 @@ protected:
 
 TEST_F(ProvingThePassword, TakesItFromWhereTheConfigurationSays) {
     SetEnvironmentVariableW(L"QUELVOL_TEST_PASSWORD", L"first secret");
-    const std::string sources[] = {R"("first secret")", R"({"environment": "QUELVOL_TEST_PASSWORD"})",
-                                   R"({"command": "cmd /c echo first secret"})",
-                                   R"({"protected": ")" + companion::Protect(companion::Secret("first secret")) + "\"}"};
+    const std::string hidden = R"({"protected": ")" + companion::Protect(companion::Secret("first secret")) + "\"}";
     Encrypt(InDocs("a.zip"), "old");
-    for (const std::string& source : sources) {
+    for (const std::string& source : {std::string(R"("first secret")"), std::string(R"({"environment": "QUELVOL_TEST_PASSWORD"})"),
+                                      std::string(R"({"command": "cmd /c echo first secret"})"), hidden}) {
         SCOPED_TRACE(source);
         UseSource(source);
         EXPECT_EQ(Decrypt(InDocs("a.zip")), "old");

@@ -28,56 +28,65 @@ protected:
     }
 };
 
-// One body for both kinds of file, the plain one being the measure.
+// One body for both kinds of file, the plain one being the measure; also beyond four gibibytes.
 TEST_F(ReadingAnEncryptedFile, ReadsAtEveryPositionAsAPlainFileDoes) {
+    constexpr std::uint64_t gibibyte = 1ull << 30;
     const std::string content = TextOf(70'000);
     for (const wchar_t* path : {L"Plain\\a.txt", L"Docs\\a.txt"}) {
         SCOPED_TRACE(Narrow(path));
         Store(path, content);
-        void* const hFile = MustOpen(path, GENERIC_READ);
+        void* const hFile = MustOpen(path);
         EXPECT_EQ(content.substr(0, 10), Read(hFile, kHere, 10));
-        EXPECT_EQ(content.substr(10, 40'000), Read(hFile, kHere, 40'000));
-        EXPECT_EQ(content.substr(69'990), Read(hFile, 69'990, 100)) << "as much as there is";
-        for (const std::uint64_t beyond : {std::uint64_t{70'000}, std::uint64_t{1} << 40, std::uint64_t{0x1FFFFFFFF}})
+        EXPECT_OK(SetSize(hFile, 69'999));
+        EXPECT_EQ(content.substr(10, 40'000), Read(hFile, kHere, 40'000)) << "setting the size leaves the position where it was";
+        EXPECT_EQ(content.substr(69'990, 9), Read(hFile, 69'990, 100)) << "as much as there is";
+        for (const std::uint64_t beyond : {std::uint64_t{69'999}, 9 * gibibyte, std::uint64_t{0x1FFFFFFFF}})
             EXPECT_EQ("", Read(hFile, beyond, 100)) << beyond;
         EXPECT_EQ("", Read(hFile, 0, 0));
         std::uint32_t count = 99;
         EXPECT_OK(volume()->ReadFile(hFile, 0, &count, 1, nullptr, nullptr)) << "the count may be left out";
+        EXPECT_OK(Write(hFile, "beyond", 5 * gibibyte + 7));
+        EXPECT_OK(Write(hFile, "here", 0x1FFFFFFFF)) << "a place, not the current one";
+        EXPECT_EQ(std::string(7, '\0') + "beyond", Read(hFile, 5 * gibibyte, 13));
+        EXPECT_EQ(static_cast<std::int64_t>(8 * gibibyte + 3), InfoOf(hFile).fileSize);
+        EXPECT_OK(SetSize(hFile, 5 * gibibyte + 9));
+        EXPECT_EQ("be", Read(hFile, 5 * gibibyte + 7, 6));
+        EXPECT_OK(volume()->Delete(hFile, nullptr));  // storing it would take minutes
         Close(hFile);
     }
+    EXPECT_TRUE(Disk().empty());
 }
 
 TEST_F(ReadingAnEncryptedFile, ReusesTheCopyOfAClosedFile) {
     MakeEncrypted(L"Docs\\a.txt", "content");
     MakeEncrypted(L"Other\\a.txt", "another");
     EXPECT_EQ("content", Get(L"Docs\\a.txt"));
-    const Names copies = RetainedCopies();
+    const Names copies = FilesBelow(temp());
     ASSERT_EQ(1u, copies.size());
     EXPECT_TRUE(copies[0].ends_with(L"\\a.txt")) << "applications show this name";
     EXPECT_EQ(0u, CallsDuring(kReader, [&] {
                   for (const wchar_t* path : {L"Docs\\a.txt", L"DOCS\\A.TXT", L"Docs\\a.txt.zip"})
                       EXPECT_EQ("content", Get(path));
               }));
-    EXPECT_EQ(copies, RetainedCopies());
+    EXPECT_EQ(copies, FilesBelow(temp()));
     EXPECT_EQ("another", Get(L"Other\\a.txt"));
-    EXPECT_EQ(2u, RetainedCopies().size());
+    EXPECT_EQ(2u, TempFolders());
 
     // What was saved is kept as well; a copy that vanished, or is another version's, is made anew.
     Put(L"Docs\\a.txt", "changed");
     EXPECT_EQ(0u, CallsDuring(kReader, [&] { EXPECT_EQ("changed", Get(L"Docs\\a.txt")); }));
-    for (const std::wstring& copy : RetainedCopies())
+    for (const std::wstring& copy : FilesBelow(temp()))
         EXPECT_TRUE(DeleteFileW(copy.c_str()));
     EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("changed", Get(L"Docs\\a.txt")); }));
     SaveElsewhere(L"Docs\\a.txt", "CHANGED");
     EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); }));
     EXPECT_EQ(2u, TempFolders()) << "outdated copies are deleted";
-    for (const std::wstring& copy : RetainedCopies())
+    for (const std::wstring& copy : FilesBelow(temp()))
         Overwrite(copy, "somebody's");
     EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); })) << "nor are copies used that others changed";
 
     // Of two openers each has a copy of its own.
-    void* const first = MustOpen(L"Docs\\a.txt");
-    void* const second = MustOpen(L"Docs\\a.txt");
+    void *const first = MustOpen(L"Docs\\a.txt"), *const second = MustOpen(L"Docs\\a.txt");
     EXPECT_EQ(0u, CallsDuring(kReader, [&] { Read(first); })) << "the kept copy goes to the first";
     EXPECT_EQ(1u, CallsDuring(kReader, [&] { Read(second); })) << "and to nobody else";
     EXPECT_EQ(3u, TempFolders());
@@ -114,26 +123,23 @@ TEST_F(ReadingAnEncryptedFile, DecryptsAgainWhenTheContainerChangesMeanwhile) {
     }
     EXPECT_EQ(2u, Disk().size()) << "so there is no conflict";
 
-    // One that never comes to rest cannot be read; nothing is left behind, and it can be read when it does.
+    // One that never comes to rest cannot be read; nothing is left behind, and it can be read when it does. One that is deleted
+    // meanwhile is not found, and closing what was only read writes nothing.
+    const std::wstring container = ContainerPath(L"Docs\\restless.txt");
     MakeEncrypted(L"Docs\\restless.txt", "old content");
-    void* const hFile = MustOpen(L"Docs\\restless.txt");
+    void *const hFile = MustOpen(L"Docs\\restless.txt"), *const gone = MustOpen(L"Docs\\restless.txt");
     const std::size_t folders = TempFolders();
     int count = 0;
-    Before(
-        kReader, [&] { Overwrite(ContainerPath(L"Docs\\restless.txt"), newerBytes + (++count % 2 ? " " : "")); },
-        [&] { EXPECT_EQ("<VSS_SharingViolation>", Read(hFile)); });
+    const auto exchange = [&] { Overwrite(container, newerBytes + (++count % 2 ? " " : "")); };
+    Before(kReader, exchange, [&] { EXPECT_EQ("<VSS_SharingViolation>", Read(hFile)); });
     EXPECT_EQ(folders, TempFolders());
-    Overwrite(ContainerPath(L"Docs\\restless.txt"), newerBytes);
+    Overwrite(container, newerBytes);
     EXPECT_TRUE(newer == Read(hFile));
     Close(hFile);
-
-    // One that is deleted meanwhile is not found, and closing what was only read writes nothing.
-    MakeEncrypted(L"Docs\\gone.txt", "content");
-    void* const gone = MustOpen(L"Docs\\gone.txt");
-    EXPECT_TRUE(DeleteFileW(ContainerPath(L"Docs\\gone.txt").c_str()));
+    EXPECT_TRUE(DeleteFileW(container.c_str()));
     EXPECT_EQ("<VVS_FileNotFound>", Read(gone));
     Close(gone);
-    EXPECT_FALSE(Exists(ContainerPath(L"Docs\\gone.txt")));
+    EXPECT_FALSE(Exists(container));
 }
 
 TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
@@ -182,10 +188,10 @@ TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
     MakeFolder(L"Docs\\old");
     MakeFolder(L"Docs\\new");
     LeaveUnsavedEdit(L"Docs\\new\\waits.txt", "edit");
-    for (const wchar_t* folder : {L"Docs\\old\\", L"Docs\\new\\"})
-        for (const wchar_t* file : {L"1.txt", L"2.txt", L"3.txt", L"4.txt"}) {
-            MakeEncrypted(folder + std::wstring(file), folder == std::wstring(L"Docs\\old\\") ? "old" : "new");
-            EXPECT_NE("", Get(folder + std::wstring(file)));
+    for (const std::wstring folder : {L"old", L"new"})
+        for (const wchar_t* file : {L"\\1.txt", L"\\2.txt", L"\\3.txt", L"\\4.txt"}) {
+            MakeEncrypted(L"Docs\\" + folder + file, Narrow(folder));
+            EXPECT_EQ(Narrow(folder), Get(L"Docs\\" + folder + file));
         }
     MakeEncrypted(L"Docs\\old\\waits.txt", "stored in the old one");
     EXPECT_EQ("stored in the old one", Get(L"Docs\\old\\waits.txt"));
@@ -195,7 +201,7 @@ TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
     EXPECT_EQ(1u, TrackedEdits().size());
     EXPECT_EQ(0u, CallsDuring(kReader, [&] { EXPECT_EQ("old", Get(L"Docs\\new\\1.txt")); }));
 
-    MakeContainer(NativePath(name(0)), L"0", "content");
+    Encrypt(NativePath(name(0)), "content", {.name = L"0"});
     for (int number = 1; number <= limit; ++number)
         ASSERT_TRUE(CopyFileW(NativePath(name(0)).c_str(), NativePath(name(number)).c_str(), TRUE));
     for (int number = 0; number < limit - 4; ++number)

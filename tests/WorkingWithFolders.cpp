@@ -58,13 +58,22 @@ TEST_F(WorkingWithFolders, HaveARecordAndNoContent) {
     EXPECT_EQ("<VSS_NotImplemented>", Read(hFile));
     EXPECT_EQ(VSS_NotImplemented, Write(hFile, "x"));
     EXPECT_EQ(VSS_NotImplemented, SetSize(hFile, 0));
-    Close(hFile);
-    // Its times can be set through a handle that may.
-    void* const hTimes = MustOpen(L"Docs\\new", GENERIC_READ);
+    // Its times can be set, and it is deleted when it is empty.
     findData.lastWriteTime -= 36'000'000'000;
-    EXPECT_OK(volume()->SetFileInfo(hTimes, 0xFFFFFFFF, &findData));
-    Close(hTimes);
-    EXPECT_EQ(findData.lastWriteTime, Record(L"Docs\\new").lastWriteTime);
+    for (const bool isSpared : {true, false}) {
+        void* const hAgain = OpenFolder(L"Docs\\new");
+        EXPECT_OK(volume()->SetFileInfo(hAgain, 0xFFFFFFFF, &findData));
+        EXPECT_EQ(findData.lastWriteTime, Record(L"Docs\\new").lastWriteTime);
+        EXPECT_OK(volume()->Delete(hAgain, nullptr));
+        if (isSpared)
+            EXPECT_OK(volume()->Undelete(hAgain, nullptr));
+        Close(hAgain);
+        Close(isSpared ? hFile : nullptr);
+        EXPECT_EQ(isSpared, Exists(NativePath(L"Docs\\new")));
+    }
+    MakeTree(L"Docs\\tree");
+    EXPECT_NE(VVS_Success, Delete(L"Docs\\tree"));
+    ExpectTree(L"Docs\\tree");
 }
 
 TEST_F(WorkingWithFolders, AreRenamedAndMovedWithAllTheyHold) {
@@ -155,22 +164,17 @@ TEST_F(WorkingWithFolders, TakeNobodysPlace) {
     MakeFolder(L"Docs\\full");
     MakeEncrypted(L"Docs\\full\\a.txt", "another a");
     const Snapshot before = Disk();
-    const std::tuple<const wchar_t*, VirtualVolumeStatus, VirtualVolumeStatus> rows[] = {
-        // Success: not tried
-        {L"Docs\\empty", VVS_PathAlreadyExists, VVS_Success},
-        {L"Docs\\full", VVS_PathAlreadyExists, VVS_Success},
-        {L"Other", VVS_PathAlreadyExists, VVS_Success},
-        {L"Docs\\file.txt", VVS_PathAlreadyExists, VVS_PathAlreadyExists},
-        {L"Docs\\README", VVS_PathAlreadyExists, VVS_PathAlreadyExists},
-        {L"Docs\\missing\\tree", VVS_PathNotFound, VVS_PathNotFound},
+    const std::tuple<const wchar_t*, VirtualVolumeStatus, bool> rows[] = {
+        {L"Docs\\empty", VVS_PathAlreadyExists, true},  // a copy goes into it
+        {L"Docs\\full", VVS_PathAlreadyExists, true},      {L"Other", VVS_PathAlreadyExists, true},
+        {L"Docs\\file.txt", VVS_PathAlreadyExists, false}, {L"Docs\\README", VVS_PathAlreadyExists, false},
+        {L"Docs\\missing\\tree", VVS_PathNotFound, false},
     };
-    for (const auto& [to, moved, copied] : rows) {
+    for (const auto& [to, status, isFolder] : rows) {
         SCOPED_TRACE(Narrow(to));
-        EXPECT_EQ(moved, Move(L"Docs\\tree", to));
-        EXPECT_EQ(moved, Rename(L"Docs\\tree", to));
-        if (copied != VVS_Success)
-            EXPECT_EQ(copied, Copy(L"Docs\\tree", to));
-        EXPECT_TRUE(before == Disk());
+        EXPECT_EQ(status, Move(L"Docs\\tree", to));
+        EXPECT_EQ(status, Rename(L"Docs\\tree", to));
+        EXPECT_EQ(status, isFolder ? status : Copy(L"Docs\\tree", to));
     }
     for (const std::wstring inside : {L"Docs\\tree\\deep\\inside", L"Docs\\tree\\inside"})
         for (const VirtualVolumeStatus status : {Move(L"Docs\\tree", inside), Rename(L"Docs\\tree", inside), Copy(L"Docs\\tree", inside)})
@@ -202,33 +206,14 @@ TEST_F(WorkingWithFolders, AreCopiedWhole) {
     EXPECT_TRUE(before == Disk());
 }
 
-TEST_F(WorkingWithFolders, AreDeletedWhenEmpty) {
-    for (const bool isSpared : {true, false}) {
-        void* const hFile = OpenFolder(L"Docs\\empty", OpenOrCreateFolder);
-        EXPECT_OK(volume()->Delete(hFile, nullptr));
-        if (isSpared)
-            EXPECT_OK(volume()->Undelete(hFile, nullptr));
-        Close(hFile);
-        EXPECT_EQ(isSpared, Exists(NativePath(L"Docs\\empty")));
-    }
-    MakeTree(L"Docs\\tree");
-    void* const hFile = OpenFolder(L"Docs\\tree");
-    EXPECT_NE(VVS_Success, volume()->Delete(hFile, nullptr));
-    Close(hFile);
-    ExpectTree(L"Docs\\tree");
-}
-
 // The volume stands on its mount folders, and what is open or locked in a folder is saved where it was opened: so they stay.
 TEST_F(WorkingWithFolders, StayWhileTheyAreNeeded) {
     MakeTree(L"Docs\\tree");
     const auto stays = [&](const std::wstring& path) {
         SCOPED_TRACE(Narrow(path));
-        EXPECT_EQ(VVS_AccessDenied, Move(path, L"Plain\\moved"));
-        EXPECT_EQ(VVS_AccessDenied, Move(path, L"Docs\\moved"));
-        EXPECT_EQ(VVS_AccessDenied, Rename(path, L"Plain\\renamed"));
-        void* const hFile = OpenFolder(path);
-        EXPECT_EQ(VVS_AccessDenied, volume()->Delete(hFile, nullptr));
-        Close(hFile);
+        for (const VirtualVolumeStatus status :
+             {Move(path, L"Plain\\moved"), Move(path, L"Docs\\moved"), Rename(path, L"Plain\\renamed"), Delete(path)})
+            EXPECT_EQ(VVS_AccessDenied, status);
     };
     for (const std::wstring& path : {std::wstring(L"Docs"), std::wstring(L"Plain"), NativePath(L"Docs"), NativePath(L"Docs\\"), root()})
         stays(path);

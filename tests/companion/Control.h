@@ -2,6 +2,7 @@
 // the log lines, and can make the nth call of a name fail. Any thread.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -52,7 +53,7 @@ struct TestCompanion {
     std::recursive_mutex mutex;  // guards all
     std::map<std::string, std::uint32_t> calls;
     std::uint32_t allCalls = 0;
-    std::int32_t liveObjects = 0;
+    std::atomic<std::int32_t> liveObjects{0};
     bool wasHit = false;  // was the fault set last reached?
     std::uint32_t level = LogLevel_Trace;
     std::vector<LogLine> lines;  // of the log, in order

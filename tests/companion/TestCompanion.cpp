@@ -12,33 +12,24 @@ namespace {
 TestCompanion& g_state = *new TestCompanion;
 void (*g_raise)() = nullptr;
 
-// What it does with the state nobody else does meanwhile.
-template <class Use>
-auto WithState(Use use) {
-    const std::lock_guard guard(g_state.mutex);
-    return use(g_state);
-}
-
 // Counts a call and answers whether, and how, it is to fail.
-Fault Count(TestCompanion& state, std::string_view name) {
+Fault Count(std::string_view name) {
     const bool isAny = !name.starts_with("IFileLogger");  // when that is called depends on the time
-    ++state.calls[std::string(name)];
-    state.allCalls += isAny;
-    const bool isMeant = name.find(state.failName) != name.npos && (isAny || state.failName.starts_with("IFileLogger"));
-    if (state.fault == Fault::None || !isMeant || (state.failIn > 0 && --state.failIn > 0) || (state.wasHit && !state.repeat))
+    ++g_state.calls[std::string(name)];
+    g_state.allCalls += isAny;
+    const bool isMeant = name.find(g_state.failName) != name.npos && (isAny || g_state.failName.starts_with("IFileLogger"));
+    if (g_state.fault == Fault::None || !isMeant || (g_state.failIn > 0 && --g_state.failIn > 0) || (g_state.wasHit && !g_state.repeat))
         return Fault::None;
-    state.wasHit = true;
-    return state.fault;
+    g_state.wasHit = true;
+    return g_state.fault;
 }
 
 // The same, and calls the hook; exceptions are thrown here.
 Fault Enter(const char* name) {
-    std::function<void()> hook;
-    const Fault fault = WithState([&](TestCompanion& state) {
-        if (state.hookName == name)
-            hook = state.hook;
-        return Count(state, name);
-    });
+    std::unique_lock lock(g_state.mutex);
+    const std::function<void()> hook = g_state.hookName == name ? g_state.hook : nullptr;
+    const Fault fault = Count(name);
+    lock.unlock();
     if (hook)
         hook();
     switch (fault) {
@@ -56,24 +47,35 @@ auto Do(const char* name, Work work) {
     return Enter(name) == Fault::None ? work() : decltype(work())();
 }
 
-// One handed-out object around the companion library's own.
-template <class Interface>
-class Counted : public companion::Handed<Interface> {
-protected:
-    explicit Counted(Interface* inner) : m_inner(inner) {
-        WithState([](TestCompanion& state) { return ++state.liveObjects; });
-    }
-    ~Counted() override {
-        m_inner->Release();
-        WithState([](TestCompanion& state) { return --state.liveObjects; });
-    }
-    Interface* m_inner;
-};
-
 template <class Object, class Interface>
 Interface* Counting(Interface* object) {
     return object ? new Object(object) : nullptr;
 }
+
+// What hands an object out stores one around the companion library's own.
+template <class Object, class Result, class Interface>
+Result HandOut(Result result, Interface** out) {
+    if (result)
+        *out = Counting<Object>(*out);
+    return result;
+}
+
+// One handed-out object around the companion library's own.
+template <class Interface>
+class Counted : public companion::Handed<Interface> {
+protected:
+    explicit Counted(Interface* inner) : m_inner(inner) { ++g_state.liveObjects; }
+    ~Counted() override {
+        m_inner->Release();
+        --g_state.liveObjects;
+    }
+    // What the own one answers, unless the call fails.
+    template <class Result, class... Parameters>
+    Result Call(const char* name, Result (Interface::*method)(Parameters...), std::type_identity_t<Parameters>... arguments) {
+        return Do(name, [&] { return (m_inner->*method)(arguments...); });
+    }
+    Interface* m_inner;
+};
 
 struct CountedString final : Counted<IHvcStringW> {
     explicit CountedString(IHvcStringW* inner) : Counted(inner) {}
@@ -81,50 +83,47 @@ struct CountedString final : Counted<IHvcStringW> {
 };
 
 struct CountedConfig final : Counted<IQuelcryptConfig> {
-    explicit CountedConfig(IQuelcryptConfig* inner) : Counted(inner) {}
+    using I = IQuelcryptConfig;
+    explicit CountedConfig(I* inner) : Counted(inner) {}
     bool IsExcluded(const char* name, std::int32_t zero) override {
-        return Do("IQuelcryptConfig::IsExcluded", [&] { return m_inner->IsExcluded(name, zero); });
+        return Call("IQuelcryptConfig::IsExcluded", &I::IsExcluded, name, zero);
     }
 };
 
 struct CountedBox final : Counted<IHalvaneBoxConfig> {
-    explicit CountedBox(IHalvaneBoxConfig* inner) : Counted(inner) {}
+    using I = IHalvaneBoxConfig;
+    explicit CountedBox(I* inner) : Counted(inner) {}
     void Reserved2() override {}
     void Reserved4() override {}
     void Reserved6() override {}
     std::uint32_t GetTargetKeyId(char* buffer, std::uint32_t capacity) override {
-        return Answer("IHalvaneBoxConfig::GetTargetKeyId", m_inner->GetTargetKeyId(buffer, capacity), buffer, capacity);
+        return Fill("IHalvaneBoxConfig::GetTargetKeyId", &I::GetTargetKeyId, buffer, capacity);
     }
     std::uint32_t GetOwnerId(char* buffer, std::uint32_t capacity) override {
-        return Answer("IHalvaneBoxConfig::GetOwnerId", m_inner->GetOwnerId(buffer, capacity), buffer, capacity);
+        return Fill("IHalvaneBoxConfig::GetOwnerId", &I::GetOwnerId, buffer, capacity);
     }
     std::uint32_t GetPolicy(char* buffer, std::uint32_t capacity) override {
-        return Answer("IHalvaneBoxConfig::GetPolicy", m_inner->GetPolicy(buffer, capacity), buffer, capacity);
+        return Fill("IHalvaneBoxConfig::GetPolicy", &I::GetPolicy, buffer, capacity);
     }
-
-private:
-    static std::uint32_t Answer(const char* name, std::uint32_t length, char* buffer, std::uint32_t capacity) {
+    std::uint32_t Fill(const char* name, std::uint32_t (I::*method)(char*, std::uint32_t), char* buffer, std::uint32_t capacity) {
         switch (Enter(name)) {
             case Fault::Null: return 0;
             case Fault::OverLong: return capacity + 1000;
-            case Fault::NoText: buffer[0] = '\xFF'; return length;
-            default: return length;
+            case Fault::NoText: buffer[0] = '\xFF'; return 1;
+            default: return (m_inner->*method)(buffer, capacity);
         }
     }
 };
 
 struct CountedText final : Counted<IQuelcryptText> {
     explicit CountedText(IQuelcryptText* inner) : Counted(inner) {}
-    bool HasText(std::int32_t zero) override {
-        return Do("IQuelcryptText::HasText", [&] { return m_inner->HasText(zero); });
-    }
-    const char* GetText(std::int32_t zero) override {
-        return Do("IQuelcryptText::GetText", [&] { return m_inner->GetText(zero); });
-    }
+    bool HasText(std::int32_t zero) override { return Call("IQuelcryptText::HasText", &IQuelcryptText::HasText, zero); }
+    const char* GetText(std::int32_t zero) override { return Call("IQuelcryptText::GetText", &IQuelcryptText::GetText, zero); }
 };
 
 struct CountedFolder final : Counted<IProtectedFolder> {
-    explicit CountedFolder(IProtectedFolder* inner) : Counted(inner) {}
+    using I = IProtectedFolder;
+    explicit CountedFolder(I* inner) : Counted(inner) {}
     void Reserved2() override {}
     void Reserved4() override {}
     void GetRecord(ProtectedFolderRecord* record) override {
@@ -132,58 +131,43 @@ struct CountedFolder final : Counted<IProtectedFolder> {
         m_inner->GetRecord(record);
     }
     bool GetName(IQuelcryptText** text) override {
-        return Do("IProtectedFolder::GetName", [&] { return m_inner->GetName(text) && (*text = Counting<CountedText>(*text)); });
+        return HandOut<CountedText>(Call("IProtectedFolder::GetName", &I::GetName, text), text);
     }
     bool GetPath(IQuelcryptText** text) override {
-        return Do("IProtectedFolder::GetPath", [&] { return m_inner->GetPath(text) && (*text = Counting<CountedText>(*text)); });
+        return HandOut<CountedText>(Call("IProtectedFolder::GetPath", &I::GetPath, text), text);
     }
 };
 
 struct CountedFolderEnum final : Counted<IProtectedFolderEnum> {
-    explicit CountedFolderEnum(IProtectedFolderEnum* inner) : Counted(inner) {}
+    using I = IProtectedFolderEnum;
+    explicit CountedFolderEnum(I* inner) : Counted(inner) {}
     std::int32_t Next(IProtectedFolder** folder) override {
-        return Do("IProtectedFolderEnum::Next", [&] {
-            const std::int32_t result = m_inner->Next(folder);
-            if (result)
-                *folder = Counting<CountedFolder>(*folder);
-            return result;
-        });
+        return HandOut<CountedFolder>(Call("IProtectedFolderEnum::Next", &I::Next, folder), folder);
     }
     void Reserved3() override {}
     void Reserved4() override {}
-    std::uint32_t GetChangeCounter() override {
-        return Do("IProtectedFolderEnum::GetChangeCounter", [&] { return m_inner->GetChangeCounter(); });
-    }
+    std::uint32_t GetChangeCounter() override { return Call("IProtectedFolderEnum::GetChangeCounter", &I::GetChangeCounter); }
 };
 
 struct CountedReader final : Counted<IFileReader> {
     explicit CountedReader(IFileReader* inner) : Counted(inner) {}
-    std::uint32_t Advance() override {
-        return Do("IFileReader::Advance", [&] { return m_inner->Advance(); });
-    }
-    const void* GetData() override {
-        return Do("IFileReader::GetData", [&] { return m_inner->GetData(); });
-    }
-    std::uint32_t GetDataLength() override {
-        return Do("IFileReader::GetDataLength", [&] { return m_inner->GetDataLength(); });
-    }
+    std::uint32_t Advance() override { return Call("IFileReader::Advance", &IFileReader::Advance); }
+    const void* GetData() override { return Call("IFileReader::GetData", &IFileReader::GetData); }
+    std::uint32_t GetDataLength() override { return Call("IFileReader::GetDataLength", &IFileReader::GetDataLength); }
 };
 
 struct CountedWriter final : Counted<IFileWriter> {
     explicit CountedWriter(IFileWriter* inner) : Counted(inner) {}
-    bool Write(const void* data, std::uint32_t length) override {
-        return Do("IFileWriter::Write", [&] { return m_inner->Write(data, length); });
-    }
-    bool Finish(bool commit) override {
-        return Do("IFileWriter::Finish", [&] { return m_inner->Finish(commit); });
-    }
+    bool Write(const void* data, std::uint32_t length) override { return Call("IFileWriter::Write", &IFileWriter::Write, data, length); }
+    bool Finish(bool commit) override { return Call("IFileWriter::Finish", &IFileWriter::Finish, commit); }
 };
 
 class CapturingLogger final : public IFileLogger {
 public:
     void Write(std::uint32_t, std::uint32_t level, const wchar_t* text, void*) override {
         Enter("IFileLogger::Write");
-        WithState([&](TestCompanion& state) { state.lines.push_back({level, GetCurrentThreadId(), text}); });
+        const std::lock_guard guard(g_state.mutex);
+        g_state.lines.push_back({level, GetCurrentThreadId(), text});
         SetLastError(ERROR_DISK_FULL);  // which is to change nothing of what anybody is told
     }
     std::uint32_t GetLevel(std::uint32_t) override {
@@ -222,46 +206,30 @@ IQuelcryptConfig* Quelcrypt_GetQuelcryptConfig(void*, void*) {
 }
 
 std::int32_t Quelcrypt_GetHalvaneBoxConfig(const char* folderPathUtf8, IHalvaneBoxConfig** config, void*, void*) {
-    return Do("Quelcrypt_GetHalvaneBoxConfig", [&] {
-        const std::int32_t result = companion::MakeHalvaneBoxConfig(folderPathUtf8, config);
-        if (result)
-            *config = Counting<CountedBox>(*config);
-        return result;
-    });
+    const auto make = [&] { return companion::MakeHalvaneBoxConfig(folderPathUtf8, config); };
+    return HandOut<CountedBox>(Do("Quelcrypt_GetHalvaneBoxConfig", make), config);
 }
 
 std::int32_t Quelcrypt_GetProtectedFolderEnum(std::int32_t, IProtectedFolderEnum** folders) {
-    return Do("Quelcrypt_GetProtectedFolderEnum", [&] {
-        const std::int32_t result = companion::MakeProtectedFolderEnum(folders);
-        if (result)
-            *folders = Counting<CountedFolderEnum>(*folders);
-        return result;
-    });
+    const auto make = [&] { return companion::MakeProtectedFolderEnum(folders); };
+    return HandOut<CountedFolderEnum>(Do("Quelcrypt_GetProtectedFolderEnum", make), folders);
 }
 
-std::int32_t Quelcrypt_GetFileInformation(const char* containerPathUtf8, IHvcStringW** storedName, std::uint64_t* plainSize,
-                                          const WIN32_FIND_DATAW* rawEntry, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess,
-                                          SYSTEMTIME* creation, void*) {
-    return Do("Quelcrypt_GetFileInformation", [&] {
-        const std::int32_t result =
-            companion::GetFileInformation(containerPathUtf8, storedName, plainSize, rawEntry, lastWrite, lastAccess, creation);
-        if (result == 1)
-            *storedName = Counting<CountedString>(*storedName);
-        return result;
-    });
+std::int32_t Quelcrypt_GetFileInformation(const char* path, IHvcStringW** name, std::uint64_t* size, const WIN32_FIND_DATAW* rawEntry,
+                                          SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess, SYSTEMTIME* creation, void*) {
+    const auto get = [&] { return companion::GetFileInformation(path, name, size, rawEntry, lastWrite, lastAccess, creation); };
+    return HandOut<CountedString>(Do("Quelcrypt_GetFileInformation", get), name);
 }
 
 IFileReader* Quelcrypt_FileReaderFactory(IHvcStringW* containerPath) {
-    return Do("Quelcrypt_FileReaderFactory", [&] { return Counting<CountedReader>(companion::MakeReader(containerPath)); });
+    return Counting<CountedReader>(Do("Quelcrypt_FileReaderFactory", [&] { return companion::MakeReader(containerPath); }));
 }
 
-IFileWriter* Quelcrypt_FileWriterFactory(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
-                                         std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
-                                         const SYSTEMTIME* creation, std::int32_t, std::uint32_t, void*) {
-    return Do("Quelcrypt_FileWriterFactory", [&] {
-        return Counting<CountedWriter>(
-            companion::MakeWriter(containerPath, virtualFileSpec, sourcePath, sourceAttributes, lastWrite, lastAccess, creation));
-    });
+IFileWriter* Quelcrypt_FileWriterFactory(IHvcStringW* path, IHvcStringW* name, IHvcStringW* source, std::uint32_t attributes,
+                                         const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation,
+                                         std::int32_t, std::uint32_t, void*) {
+    const auto make = [&] { return companion::MakeWriter(path, name, source, attributes, lastWrite, lastAccess, creation); };
+    return Counting<CountedWriter>(Do("Quelcrypt_FileWriterFactory", make));
 }
 
 __declspec(dllexport) TestCompanion& Companion() { return g_state; }

@@ -23,6 +23,14 @@ public:
     const HANDLE handle;
 };
 
+// UTF-8, for messages and for files.
+inline std::string Narrow(const std::wstring& text) {
+    std::string narrow(text.size() * 3, '\0');
+    narrow.resize(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
+                                                               static_cast<int>(narrow.size()), nullptr, nullptr)));
+    return narrow;
+}
+
 inline constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 inline bool WriteRaw(const std::wstring& nativePath, std::string_view bytes, DWORD disposition = CREATE_ALWAYS) {

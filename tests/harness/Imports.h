@@ -24,16 +24,6 @@ void ForEachImport(HMODULE module, Visit visit) {
     }
 }
 
-// Null when module does not import the function.
-inline void** FindImport(HMODULE module, const char* function) {
-    void** found = nullptr;
-    ForEachImport(module, [&](const char* name, void** entry) {
-        if (std::strcmp(name, function) == 0)
-            found = entry;
-    });
-    return found;
-}
-
 inline void SetImport(void** entry, void* address) {
     DWORD protection = 0;
     if (!VirtualProtect(entry, sizeof(*entry), PAGE_READWRITE, &protection))
@@ -44,9 +34,10 @@ inline void SetImport(void** entry, void* address) {
 
 // Returns what the module called before; null when it does not import the function.
 inline void* ReplaceImport(HMODULE module, const char* function, void* replacement) {
-    void** const entry = FindImport(module, function);
-    void* const before = entry ? *entry : nullptr;
-    if (entry)
-        SetImport(entry, replacement);
+    void* before = nullptr;
+    ForEachImport(module, [&](const char* name, void** entry) {
+        if (std::strcmp(name, function) == 0)
+            before = *entry, SetImport(entry, replacement);
+    });
     return before;
 }

@@ -6,7 +6,6 @@
 #include "harness/Imports.h"
 #include "harness/Prompts.h"
 #include "harness/WindowsRules.h"
-#include "quelcrypt/QuelcryptExceptions.h"
 
 const char* StatusName(VirtualVolumeStatus status) {
     static const char* const names[] = {
@@ -19,13 +18,6 @@ const char* StatusName(VirtualVolumeStatus status) {
 }
 
 void PrintTo(VirtualVolumeStatus status, std::ostream* out) { *out << StatusName(status); }
-
-std::string Narrow(std::wstring_view text) {
-    std::string narrow(text.size() * 3, '\0');
-    narrow.resize(static_cast<std::size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
-                                                               static_cast<int>(narrow.size()), nullptr, nullptr)));
-    return narrow;
-}
 
 std::string TextOf(std::size_t bytes, const std::string& first) {
     std::string text;
@@ -100,7 +92,7 @@ void VolumeFixture::TearDown() {
         m_volume->Unlock(path.c_str(), token.c_str());
     if (m_volume)
         UnloadVolume();
-    EXPECT_EQ(0, Companion().liveObjects);
+    EXPECT_EQ(0, Companion().liveObjects.load());
     for (const std::wstring& file : FilesBelow(m_root))
         EXPECT_TRUE(Held(file)) << Narrow(file) << " is held";
     for (const wchar_t* folder : {L"Docs", L"Other", L"Theirs", L"Plain"})
@@ -114,8 +106,6 @@ void VolumeFixture::TearDown() {
         SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
     fs::remove_all(m_root, error);
 }
-
-void VolumeFixture::Configure(const std::string& json) const { WriteRaw(m_root + L"\\quelcrypt.json", json); }
 
 VirtualVolumeStatus VolumeFixture::Open(void** hFile, const std::wstring& volumePath, std::uint32_t access, std::uint32_t disposition,
                                         const wchar_t* lockToken) {
@@ -146,9 +136,10 @@ void* VolumeFixture::OpenEdited(const std::wstring& volumePath, std::string_view
 bool VolumeFixture::Takes(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition) {
     void* hFile = nullptr;
     VirtFindData info{};
+    const auto size = static_cast<std::int64_t>(content.size());
     const bool isWritten = Open(&hFile, volumePath, kReadWrite, disposition) == VVS_Success && Write(hFile, content) == VVS_Success;
-    const bool isLonger = isWritten && volume()->GetFileInfo(hFile, &info) && info.fileSize > static_cast<std::int64_t>(content.size());
-    const bool isTaken = isWritten && (!isLonger || SetSize(hFile, content.size()) == VVS_Success);
+    const bool isWhole = size > 0 && (!volume()->GetFileInfo(hFile, &info) || info.fileSize <= size);
+    const bool isTaken = isWritten && (isWhole || SetSize(hFile, content.size()) == VVS_Success);
     if (hFile && !isTaken && disposition == CREATE_NEW)
         volume()->Delete(hFile, nullptr);
     Close(hFile);
@@ -173,13 +164,9 @@ std::string VolumeFixture::Read(void* hFile, std::uint64_t offset, std::uint32_t
     return content;
 }
 
-void VolumeFixture::Put(const std::wstring& volumePath, std::string_view content, const wchar_t* lockToken) {
+void VolumeFixture::Put(const std::wstring& volumePath, std::string_view content) {
     VirtFindData findData{};
-    void* const hFile = MustOpen(volumePath, kReadWrite, Find(volumePath, &findData) ? OPEN_EXISTING : CREATE_NEW, lockToken);
-    ASSERT_NE(nullptr, hFile);
-    EXPECT_OK(SetSize(hFile, 0));
-    EXPECT_OK(Write(hFile, content));
-    Close(hFile);
+    EXPECT_TRUE(Takes(volumePath, content, Find(volumePath, &findData) ? OPEN_EXISTING : CREATE_NEW)) << Narrow(volumePath);
 }
 
 std::string VolumeFixture::Get(const std::wstring& volumePath) {
@@ -187,23 +174,17 @@ std::string VolumeFixture::Get(const std::wstring& volumePath) {
     const VirtualVolumeStatus status = Open(&hFile, volumePath, GENERIC_READ);
     if (status != VVS_Success)
         return std::string("<") + StatusName(status) + ">";
-    std::string content;
-    for (;;) {
-        const std::string part = Read(hFile, content.size());
-        if (part.empty() || part.front() == '<') {
-            content = content.empty() ? part : content;
-            break;
-        }
-        content += part;
-    }
+    const std::string content = Read(hFile);
     Close(hFile);
     return content;
 }
 
-void VolumeFixture::Delete(const std::wstring& volumePath) {
-    void* const hFile = MustOpen(volumePath, DELETE);
-    EXPECT_OK(volume()->Delete(hFile, nullptr));
+VirtualVolumeStatus VolumeFixture::Delete(const std::wstring& volumePath) {
+    void* hFile = nullptr;
+    const VirtualVolumeStatus opened = Open(&hFile, volumePath, DELETE);
+    const VirtualVolumeStatus status = opened == VVS_Success ? volume()->Delete(hFile, nullptr) : opened;
     Close(hFile);
+    return status;
 }
 
 VirtualVolumeStatus VolumeFixture::Rename(const std::wstring& from, const std::wstring& to) {
@@ -213,23 +194,13 @@ VirtualVolumeStatus VolumeFixture::Rename(const std::wstring& from, const std::w
     return status;
 }
 
-std::vector<VirtFindData> VolumeFixture::ListRecords(const std::wstring& volumePathSpec) {
-    std::vector<VirtFindData> records;
-    VirtFindData findData{};
-    void* const hFind = volume()->FindFirstFileW(volumePathSpec.c_str(), &findData);
-    if (!hFind)
-        return records;
-    do
-        records.push_back(findData);
-    while (volume()->FindNextFileW(hFind, &findData));
-    EXPECT_TRUE(volume()->FindClose(hFind));
-    return records;
-}
-
 Names VolumeFixture::List(const std::wstring& volumePathSpec) {
     Names names;
-    for (const VirtFindData& record : ListRecords(volumePathSpec))
-        names.emplace_back(record.fileName);
+    VirtFindData findData{};
+    void* const hFind = volume()->FindFirstFileW(volumePathSpec.c_str(), &findData);
+    for (bool isThere = hFind; isThere; isThere = volume()->FindNextFileW(hFind, &findData))
+        names.emplace_back(findData.fileName);
+    EXPECT_EQ(hFind != nullptr, volume()->FindClose(hFind));
     std::sort(names.begin(), names.end());
     return names;
 }
@@ -246,35 +217,10 @@ VirtFindData VolumeFixture::InfoOf(void* hFile) {
     return findData;
 }
 
-void VolumeFixture::MakeFolder(const std::wstring& volumePath) const { fs::create_directories(NativePath(volumePath)); }
-
 void VolumeFixture::MakeEncrypted(const std::wstring& volumePath, std::string_view content) {
     const std::wstring making = NativePath(L"Docs\\making.zip");
-    MakeContainer(making, fs::path(volumePath).filename().wstring(), content);
+    Encrypt(making, content, {.name = fs::path(volumePath).filename().wstring()});
     fs::rename(making, ContainerPath(volumePath));
-}
-
-void VolumeFixture::MakeContainer(const std::wstring& nativeContainerPath, const std::wstring& storedName, std::string_view content) {
-    CHvcStringWImpl path(nativeContainerPath.c_str()), name(storedName.c_str()), source(L"");
-    const SYSTEMTIME time{2024, 5, 3, 1, 12, 30, 14, 0};
-    IFileWriter* const writer =
-        Quelcrypt_FileWriterFactory(&path, &name, &source, FILE_ATTRIBUTE_ARCHIVE, &time, &time, &time, 2, 32768, nullptr);
-    ASSERT_NE(nullptr, writer);
-    EXPECT_TRUE(content.empty() || writer->Write(content.data(), static_cast<std::uint32_t>(content.size())));
-    EXPECT_TRUE(writer->Finish(true));
-    writer->Release();
-}
-
-std::wstring VolumeFixture::StoredPath(const std::wstring& volumePath) const {
-    return volumePath.starts_with(L"Plain") ? NativePath(volumePath) : ContainerPath(volumePath);
-}
-
-std::string VolumeFixture::Stored(const std::wstring& volumePath) {
-    return volumePath.starts_with(L"Plain") ? ReadRaw(NativePath(volumePath)) : ContainerContent(ContainerPath(volumePath));
-}
-
-void VolumeFixture::Store(const std::wstring& volumePath, std::string_view content) {
-    volumePath.starts_with(L"Plain") ? MakePlain(volumePath, content) : MakeEncrypted(volumePath, content);
 }
 
 void VolumeFixture::SaveElsewhere(const std::wstring& volumePath, std::string_view content) {
@@ -295,24 +241,12 @@ std::function<void()> VolumeFixture::SaverElsewhere(const std::wstring& volumePa
 }
 
 std::string VolumeFixture::ContainerContent(const std::wstring& nativeContainerPath) {
-    if (!Exists(nativeContainerPath))
-        return "<none>";
-    CHvcStringWImpl path(nativeContainerPath.c_str());
-    std::string content = "<unreadable>";
-    IFileReader* reader = nullptr;
     try {
-        reader = Quelcrypt_FileReaderFactory(&path);
-        for (content = reader ? "" : content; reader && reader->Advance();)
-            content.append(static_cast<const char*>(reader->GetData()), reader->GetDataLength());
+        return Exists(nativeContainerPath) ? Decrypt(nativeContainerPath) : "<none>";
     } catch (const CQuelcryptException&) {
-        content = "<unreadable>";
+        return "<unreadable>";
     }
-    if (reader)
-        reader->Release();
-    return content;
 }
-
-bool VolumeFixture::Exists(const std::wstring& nativePath) { return GetFileAttributesW(nativePath.c_str()) != INVALID_FILE_ATTRIBUTES; }
 
 Names VolumeFixture::FilesBelow(const std::wstring& nativeFolder) {
     Names files;
@@ -344,7 +278,7 @@ void VolumeFixture::EmptyFolders() const {
 }
 
 void VolumeFixture::TryAgainAtOnce() {
-    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "Sleep", reinterpret_cast<void*>(+[](DWORD) {}));
+    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "Sleep", reinterpret_cast<void*>(+[](DWORD) { windows_rules::Release(); }));
 }
 
 void VolumeFixture::Touch(const std::wstring& nativePath) {
@@ -358,12 +292,6 @@ void VolumeFixture::Touch(const std::wstring& nativePath) {
     CloseHandle(hFile);
 }
 
-Names VolumeFixture::RetainedCopies() const {
-    Names copies = FilesBelow(temp() + L"\\HalvaneCloud");
-    std::erase_if(copies, [](const std::wstring& file) { return file.ends_with(L".hvf") || Exists(file + L".hvf"); });
-    return copies;
-}
-
 Names VolumeFixture::TrackedEdits() const {
     Names edits = FilesBelow(temp() + L"\\HalvaneCloud");
     std::erase_if(edits, [](const std::wstring& file) { return !Exists(file + L".hvf"); });
@@ -372,8 +300,7 @@ Names VolumeFixture::TrackedEdits() const {
 
 std::size_t VolumeFixture::TempFolders() const {
     std::error_code error;
-    const fs::directory_iterator folders(temp() + L"\\HalvaneCloud", error);
-    return error ? 0 : static_cast<std::size_t>(std::distance(folders, {}));
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(temp() + L"\\HalvaneCloud", error), {}));
 }
 
 void VolumeFixture::LeaveUnsavedEdit(const std::wstring& volumePath, std::string_view edit) {
@@ -392,10 +319,6 @@ std::vector<LogLine> VolumeFixture::LinesDuring(const std::function<void()>& act
     Companion().lines.clear();
     action();
     return Companion().lines;
-}
-
-bool VolumeFixture::HasLine(const std::vector<LogLine>& lines, std::wstring_view part) {
-    return std::any_of(lines.begin(), lines.end(), [&](const LogLine& line) { return line.text.find(part) != std::wstring::npos; });
 }
 
 void VolumeFixture::Failing(const char* call, Fault fault, const std::function<void()>& action) {

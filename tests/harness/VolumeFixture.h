@@ -25,6 +25,7 @@
 #include <gtest/gtest.h>
 
 #include "companion/Control.h"
+#include "harness/Containers.h"
 #include "harness/Files.h"
 #include "quelcrypt/IVirtualVolume.h"
 #include "quelcrypt/QuelcryptLib.h"
@@ -33,13 +34,13 @@
 const char* StatusName(VirtualVolumeStatus status);
 void PrintTo(VirtualVolumeStatus status, std::ostream* out);
 
-std::string Narrow(std::wstring_view text);  // UTF-8, for messages
 // So many bytes in which every place is recognisable, the first in each line.
 std::string TextOf(std::size_t bytes, const std::string& first = "");
 
 // "a.txt" -> "a (HalvaneCloud conflicted edit 2024-05-01).txt", with " (2)" for number 2. what: "conflicted", "backup".
 std::wstring ConflictName(const std::wstring& name, int number = 1, const wchar_t* what = L"conflicted");
 
+namespace fs = std::filesystem;
 using Names = std::vector<std::wstring>;
 using Snapshot = std::map<std::wstring, std::string>;  // files and their bytes
 
@@ -68,11 +69,11 @@ protected:
     std::wstring temp() const { return m_root + L"\\temp"; }
     std::wstring NativePath(const std::wstring& volumePath) const { return m_root + L"\\" + volumePath; }
     std::wstring ContainerPath(const std::wstring& volumePath) const { return NativePath(volumePath) + L".zip"; }
-    void Configure(const std::string& json) const;
+    void Configure(const std::string& json) const { WriteRaw(m_root + L"\\quelcrypt.json", json); }
     static const char* DefaultConfiguration();
 
     // As a host does it. Put creates or replaces, Get reads all; failures fail the test and Get then answers "<status>".
-    void Put(const std::wstring& volumePath, std::string_view content, const wchar_t* lockToken = nullptr);
+    void Put(const std::wstring& volumePath, std::string_view content);
     std::string Get(const std::wstring& volumePath);
     VirtualVolumeStatus Open(void** hFile, const std::wstring& volumePath, std::uint32_t access = kReadWrite,
                              std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr);
@@ -89,7 +90,7 @@ protected:
     std::string Read(void* hFile, std::uint64_t offset = 0, std::uint32_t size = 1 << 20);
     VirtualVolumeStatus SetSize(void* hFile, std::uint64_t size) { return volume()->SetFileSize(hFile, size, nullptr); }
     void Close(void* hFile) { volume()->CloseFile(hFile, nullptr); }
-    void Delete(const std::wstring& volumePath);
+    VirtualVolumeStatus Delete(const std::wstring& volumePath);
     VirtualVolumeStatus Move(const std::wstring& from, const std::wstring& to, const wchar_t* token = nullptr) {
         return volume()->MoveFileW(from.c_str(), to.c_str(), token);
     }
@@ -100,9 +101,7 @@ protected:
         return volume()->RenameFile(hFile, nullptr, to.c_str(), token);
     }
     VirtualVolumeStatus Rename(const std::wstring& from, const std::wstring& to);
-    // The names that a search shows, sorted; records too.
-    Names List(const std::wstring& volumePathSpec);
-    std::vector<VirtFindData> ListRecords(const std::wstring& volumePathSpec);
+    Names List(const std::wstring& volumePathSpec);  // the names that a search shows, sorted
     bool Find(const std::wstring& volumePath, VirtFindData* findData) { return volume()->FindFile(volumePath.c_str(), findData); }
     VirtFindData Record(const std::wstring& volumePath);  // which must be found
     VirtFindData InfoOf(void* hFile);
@@ -113,34 +112,37 @@ protected:
     void Unlock(const std::wstring& volumePath, const std::wstring& token);  // nothing without a token
 
     // Behind the volume's back, on disk.
-    void MakeFolder(const std::wstring& volumePath) const;
+    void MakeFolder(const std::wstring& volumePath) const { fs::create_directories(NativePath(volumePath)); }
     void MakePlain(const std::wstring& volumePath, std::string_view content) const { WriteRaw(NativePath(volumePath), content); }
     // Made where there is a key and then put in place, which may be a folder without one.
     void MakeEncrypted(const std::wstring& volumePath, std::string_view content);
-    void MakeContainer(const std::wstring& nativeContainerPath, const std::wstring& storedName, std::string_view content);
     // In the form in which a folder stores a file: plain in "Plain", encrypted elsewhere.
-    std::wstring StoredPath(const std::wstring& volumePath) const;
-    std::string Stored(const std::wstring& volumePath);
-    void Store(const std::wstring& volumePath, std::string_view content);
+    static bool IsPlain(const std::wstring& path) { return path.starts_with(L"Plain"); }
+    std::wstring StoredPath(const std::wstring& path) const { return IsPlain(path) ? NativePath(path) : ContainerPath(path); }
+    std::string Stored(const std::wstring& path) {
+        return IsPlain(path) ? ReadRaw(NativePath(path)) : ContainerContent(ContainerPath(path));
+    }
+    void Store(const std::wstring& path, std::string_view content) {
+        IsPlain(path) ? MakePlain(path, content) : MakeEncrypted(path, content);
+    }
     // As another machine does, seen here through the sync client: another version, with another time.
     void SaveElsewhere(const std::wstring& volumePath, std::string_view content);
     // Makes the same ready now and puts it in place, in one step, when it is called.
     std::function<void()> SaverElsewhere(const std::wstring& volumePath, std::string_view content);
     // "<none>" when there is no container, "<unreadable>" when the companion cannot read it.
     std::string ContainerContent(const std::wstring& nativeContainerPath);
-    static bool Exists(const std::wstring& nativePath);
+    static bool Exists(const std::wstring& nativePath) { return GetFileAttributesW(nativePath.c_str()) != INVALID_FILE_ATTRIBUTES; }
     // Every file below a folder whose bytes hold the text.
     static Names FilesHolding(const std::wstring& nativeFolder, std::string_view text);
     static Names FilesBelow(const std::wstring& nativeFolder);
     Snapshot Disk() const;  // of all mount folders
     void EmptyFolders() const;
-    // Until the module is loaded again, it does not pause before it tries again what others make fail.
+    // Until the module is loaded again, it does not pause before it tries again what others make fail; scanners are done by then.
     static void TryAgainAtOnce();
     // Moves a file's write time, so that it differs from what it was.
     static void Touch(const std::wstring& nativePath);
 
-    // Temp files of items: retained copies (no tracking file beside) and edits with a tracking file.
-    Names RetainedCopies() const;
+    // Temp files of items: edits with a tracking file, and beside them retained copies, each in a folder.
     Names TrackedEdits() const;
     std::size_t TempFolders() const;
     void ExpectUnsavedEdits(std::size_t count) { m_expectedUnsaved = count; }
@@ -150,7 +152,9 @@ protected:
     // The companion library's side. Null: all calls but the logger's.
     static std::uint32_t CallsDuring(const char* name, const std::function<void()>& action);
     static std::vector<LogLine> LinesDuring(const std::function<void()>& action);
-    static bool HasLine(const std::vector<LogLine>& lines, std::wstring_view part);
+    static bool HasLine(const std::vector<LogLine>& lines, std::wstring_view part) {
+        return std::ranges::any_of(lines, [&](const LogLine& line) { return line.text.find(part) != std::wstring::npos; });
+    }
     // Every call of the name fails during action, which must make one.
     static void Failing(const char* call, Fault fault, const std::function<void()>& action);
     // Whatever calls the name during action, which something must, is preceded by act.
@@ -163,8 +167,6 @@ private:
     std::size_t m_expectedUnsaved = 0;
     std::map<std::wstring, std::wstring> m_locks;  // the paths of tokens
 };
-namespace fs = std::filesystem;
-
 // In a test: what a call returned, by name.
 #define EXPECT_OK(expression) EXPECT_EQ(VVS_Success, (expression))
 #define ASSERT_OK(expression) ASSERT_EQ(VVS_Success, (expression))

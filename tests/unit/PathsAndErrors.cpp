@@ -1,4 +1,5 @@
 // Paths as text, platform errors as statuses, and the names and records of files that are saved aside.
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <tuple>
@@ -10,6 +11,10 @@
 #include "library/PlatformPath.h"
 #include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
+
+static std::wstring TempPath(const std::wstring& name) {
+    return std::filesystem::temp_directory_path() / (name + std::to_wstring(GetCurrentProcessId()));
+}
 
 TEST(PathsAndErrors, EveryErrorHasItsStatus) {
     const std::tuple<DWORD, VirtualVolumeStatus> rows[] = {
@@ -26,39 +31,25 @@ TEST(PathsAndErrors, EveryErrorHasItsStatus) {
 }
 
 TEST(PathsAndErrors, JoiningNeverLeavesTheFolder) {
-    const std::tuple<const wchar_t*, const wchar_t*, std::optional<std::wstring>> rows[] = {
-        {L"C:\\m", L"a\\b.txt", L"C:\\m\\a\\b.txt"},
-        {L"C:\\m\\", L"\\a\\\\b\\", L"C:\\m\\a\\b"},
-        {L"C:\\", L"a", L"C:\\a"},
-        {L"C:\\m", L"", L"C:\\m"},
-        {L"C:\\", L"", L"C:\\"},
-        {L"C:\\m", L".\\a\\.", L"C:\\m\\a"},
-        {L"C:\\m", L"a\\..\\b", L"C:\\m\\b"},
-        {L"C:\\m", L"a/../b", L"C:\\m\\b"},
-        {L"C:\\m", L"a\\..", L"C:\\m"},
-        {L"C:\\m", L"..", std::nullopt},
-        {L"C:\\m", L"a\\..\\..\\m\\b", std::nullopt},
-        {L"C:\\m", L"a. .\\b.", L"C:\\m\\a\\b"},
-        {L"C:\\m", L"...\\. .\\b", L"C:\\m\\b"},
-        {L"C:\\m", L".. \\b", L"C:\\m\\b"},
-        {L"C:\\m", L".a\\..b", L"C:\\m\\.a\\..b"},
-        {L"C:\\m", L" a", L"C:\\m\\ a"},
-        {L"C:\\m", L"NUL", std::nullopt},
-        {L"C:\\m", L"a\\com1 .tar.gz", std::nullopt},
-        {L"C:\\m", L"Aux. .\\b", std::nullopt},
-        {L"C:\\m", L"LPT\u00b2.txt", std::nullopt},
-        {L"C:\\m", L"com10\\console.txt\\nullify", L"C:\\m\\com10\\console.txt\\nullify"},
+    // clang-format off
+    const std::pair<const wchar_t*, const wchar_t*> rows[] = {
+        {L"a\\b.txt", L"\\a\\b.txt"}, {L"\\a\\\\b\\", L"\\a\\b"}, {L"", L""},      {L".\\a\\.", L"\\a"},         {L"a\\..\\b", L"\\b"},
+        {L"a/../b", L"\\b"},         {L"a\\..", L""},           {L" a", L"\\ a"}, {L"a. .\\b.", L"\\a\\b"}, {L"...\\. .\\b", L"\\b"},
+        {L".. \\b", L"\\b"},        {L".a\\..b", L"\\.a\\..b"}, {L"com10\\console.txt\\nullify", L"\\com10\\console.txt\\nullify"},
     };
-    for (const auto& [folder, relative, joined] : rows)
-        EXPECT_EQ(joined, PathJoinBelow(folder, relative)) << ::testing::PrintToString(relative);
+    // clang-format on
+    for (const auto& [relative, joined] : rows) {
+        EXPECT_EQ(std::wstring(L"C:\\m") + joined, PathJoinBelow(L"C:\\m", relative)) << ::testing::PrintToString(relative);
+        EXPECT_EQ(std::wstring(L"C:") + (*joined ? joined : L"\\"), PathJoinBelow(L"C:\\", relative)) << ::testing::PrintToString(relative);
+    }
+    for (const wchar_t* relative : {L"..", L"a\\..\\..\\m\\b", L"NUL", L"a\\com1 .tar.gz", L"Aux. .\\b", L"LPT\u00b2.txt"})
+        EXPECT_EQ(std::nullopt, PathJoinBelow(L"C:\\m", relative)) << ::testing::PrintToString(relative);
     const std::wstring longName(40'000, L'x');
     EXPECT_EQ(L"C:\\m\\" + longName, PathJoinBelow(L"C:\\m", longName));
 }
 
 TEST(PathsAndErrors, DeletingTakesOneThingByItsWholePath) {
-    wchar_t temp[MAX_PATH + 1];
-    ASSERT_NE(0u, GetTempPathW(MAX_PATH, temp));
-    const std::wstring folder = temp + (L"deleting-" + std::to_wstring(GetCurrentProcessId())), file = folder + L"\\a";
+    const std::wstring folder = TempPath(L"deleting-"), file = folder + L"\\a";
     ASSERT_TRUE(CreateDirectoryW(folder.c_str(), nullptr));
     { std::ofstream(file.c_str()) << "content"; }
     ASSERT_TRUE(SetCurrentDirectoryW(folder.c_str()));
@@ -74,9 +65,7 @@ TEST(PathsAndErrors, DeletingTakesOneThingByItsWholePath) {
 }
 
 TEST(PathsAndErrors, TrackingFilesHaveTheirWholeShape) {
-    wchar_t folder[MAX_PATH + 1];
-    ASSERT_NE(0u, GetTempPathW(MAX_PATH, folder));
-    const std::wstring path = TrackingFilePathStr(folder + (L"tracking-" + std::to_wstring(GetCurrentProcessId())));
+    const std::wstring path = TrackingFilePathStr(TempPath(L"tracking-"));
     EXPECT_TRUE(path.ends_with(L".hvf"));
     TrackingRecord record;
     record.sourceName = L"C:\\d\\\x65E5]]>.txt.zip";  // has no narrow form: it must not cut the text short

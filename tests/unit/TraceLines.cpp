@@ -4,46 +4,28 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <tuple>
 
 TEST(TraceLines, NumbersAndFlagsShowTheirNames) {
-    const std::tuple<std::wstring (*)(std::uint32_t), std::uint32_t, const wchar_t*> rows[] = {
+    const std::pair<std::wstring (*)(std::uint32_t), std::map<std::uint32_t, std::wstring>> rows[] = {
         // Flags name the broadest, and what is left over.
-        {FormatShareModeStr, 0, L"(0x0)"},
-        {FormatShareModeStr, 3, L"FILE_SHARE_READ|FILE_SHARE_WRITE(0x3)"},
-        {FormatShareModeStr, 0x80000004, L"FILE_SHARE_DELETE(0x80000004 [Unknown bits:0x80000000])"},
-        {FormatAccessMaskStr, GENERIC_READ | GENERIC_WRITE | DELETE, L"GENERIC_READ|GENERIC_WRITE|DELETE(0xc0010000)"},
-        {FormatFileAttributesStr, 0x11007,
-         L"FILE_ATTRIBUTE_READONLY|FILE_ATTRIBUTE_HIDDEN|FILE_ATTRIBUTE_SYSTEM|FILE_ATTRIBUTE_OFFLINE|"
-         L"FILE_ATTRIBUTE_VIRTUAL(0x11007)"},
-        {FormatCreationDispositionStr, 0, L"<Unknown>"},
-        {FormatCreationDispositionStr, 1, L"CREATE_NEW"},
-        {FormatCreationDispositionStr, 5, L"TRUNCATE_EXISTING"},
-        {FormatCreationDispositionStr, 10, L"<Unknown>"},
-        {FormatItemTypeStr, 0, L"VIT_Root"},
-        {FormatItemTypeStr, 5, L"VIT_EncryptedFileInConflict"},
-        {FormatItemTypeStr, 6, L""},
-        {FormatFolderTypeStr, 0, L"PFT_Root"},
-        {FormatFolderTypeStr, 1, L"PFT_Dropbox"},
-        {FormatFolderTypeStr, 2, L""},
-        {FormatFolderTypeStr, 6, L"PFT_General"},
-        {FormatFolderTypeStr, 7, L""},
-        {FormatFolderTypeStr, 10, L"PFT_Invalid"},
-        {FormatLockScopeStr, 0, L"Shared"},
-        {FormatLockScopeStr, 1, L"Exclusive"},
-        {FormatLockScopeStr, 2, L"<Invalid>"},
-        {FormatLockTypeStr, 0, L"Write"},
-        {FormatLockTypeStr, 1, L"<Invalid>"},
-        {FormatStatusStr, 0, L"VVS_Success"},
-        {FormatStatusStr, 14, L"VVS_InvalidParameter"},
-        {FormatStatusStr, 15, L"VSS_FileExists"},
-        {FormatStatusStr, 20, L"VSS_DecryptError"},
-        {FormatStatusStr, 21, L"VSS_EncryptError"},
-        {FormatStatusStr, 22, L"VVS_GeneralError"},
-        {FormatStatusStr, 23, L"<Unknown:23>"},
+        {FormatShareModeStr, {{0, L"(0x0)"}, {3, L"FILE_SHARE_READ|FILE_SHARE_WRITE(0x3)"}}},
+        {FormatShareModeStr, {{0x80000004, L"FILE_SHARE_DELETE(0x80000004 [Unknown bits:0x80000000])"}}},
+        {FormatAccessMaskStr, {{GENERIC_READ | GENERIC_WRITE | DELETE, L"GENERIC_READ|GENERIC_WRITE|DELETE(0xc0010000)"}}},
+        {FormatFileAttributesStr,
+         {{0x11003, L"FILE_ATTRIBUTE_READONLY|FILE_ATTRIBUTE_HIDDEN|FILE_ATTRIBUTE_OFFLINE|FILE_ATTRIBUTE_VIRTUAL(0x11003)"}}},
+        {FormatCreationDispositionStr, {{0, L"<Unknown>"}, {1, L"CREATE_NEW"}, {5, L"TRUNCATE_EXISTING"}, {10, L"<Unknown>"}}},
+        {FormatItemTypeStr, {{0, L"VIT_Root"}, {5, L"VIT_EncryptedFileInConflict"}, {6, L""}}},
+        {FormatFolderTypeStr, {{0, L"PFT_Root"}, {1, L"PFT_Dropbox"}, {2, L""}, {6, L"PFT_General"}, {7, L""}, {10, L"PFT_Invalid"}}},
+        {FormatLockScopeStr, {{0, L"Shared"}, {1, L"Exclusive"}, {2, L"<Invalid>"}}},
+        {FormatLockTypeStr, {{0, L"Write"}, {1, L"<Invalid>"}}},
+        {FormatStatusStr, {{0, L"VVS_Success"}, {14, L"VVS_InvalidParameter"}, {15, L"VSS_FileExists"}, {20, L"VSS_DecryptError"}}},
+        {FormatStatusStr, {{21, L"VSS_EncryptError"}, {22, L"VVS_GeneralError"}, {23, L"<Unknown:23>"}}},
     };
-    for (const auto& [render, value, text] : rows)
-        EXPECT_EQ(text, render(value)) << value;
+    for (const auto& [render, texts] : rows)
+        for (const auto& [value, text] : texts)
+            EXPECT_EQ(text, render(value)) << value;
     EXPECT_EQ(L"E_ACCESSDENIED", FormatHResultStr(static_cast<HRESULT>(0x80070005)));
     EXPECT_EQ(L"0x0000000080070020", FormatHResultStr(static_cast<HRESULT>(0x80070020)));
     EXPECT_EQ(L"0x00000000000000ff", FormatHexStr(255, true, true));
