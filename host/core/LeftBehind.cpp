@@ -140,9 +140,9 @@ LeftBehind::LeftBehind(const fs::path& own) {
         AddCopyFolders(base);
     for (const std::string& program : programs)
         m_inUse.push_back(program + " uses " + ToShown(OrdinaryPath(base / c_copiesFolder)));
-    for (const std::wstring& name : NamesIn(base.native()))
-        if (IsRunFolder(name) && !EqualNoCase(name, own.filename().native()))
-            Claim(base / name);
+    for (const fs::path& run : RunFolders())
+        if (!EqualNoCase(run.filename().native(), own.filename().native()))
+            Claim(run);
 }
 
 LeftBehind::~LeftBehind() {

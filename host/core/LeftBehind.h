@@ -38,7 +38,7 @@ struct LeftEdit {
 
 class LeftBehind {
 public:
-    // Looks below the user's temp folder. own is this run's temp folder, which does not count; it may be empty. What belongs
+    // Looks below the user's temp folder and where runs have theirs. own is this run's temp folder, which does not count; it may be empty. What belongs
     // to programs that ended is claimed as long as this object lives: no run of quelvol cleans it up meanwhile.
     explicit LeftBehind(const std::filesystem::path& own);
     ~LeftBehind();

@@ -1,6 +1,7 @@
 #include "core/TempFolder.h"
 
 #include <algorithm>
+#include <set>
 
 #include <sddl.h>
 
@@ -15,6 +16,7 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr std::wstring_view c_prefix = L"quelvol-";
+constexpr const wchar_t* c_runs = L"quelvol";  // in the user's local application data
 constexpr const wchar_t* c_mark = L"in-use";
 constexpr std::wstring_view c_trackingEnd = L".hvf";
 
@@ -68,9 +70,13 @@ bool CreatePrivateFolder(const std::wstring& path) {
     return made;
 }
 
-}  // namespace
+// Elsewhere only where there is no such place.
+fs::path FolderOfRuns() {
+    const std::wstring localData = GetVariable(L"LOCALAPPDATA");
+    return localData.empty() ? UserTempFolder() : fs::path(localData) / c_runs;
+}
 
-bool IsRunFolder(const fs::path& folder) { return folder.filename().native().starts_with(c_prefix); }
+}  // namespace
 
 HANDLE OpenRunMark(const fs::path& folder, DWORD disposition) {
     const DiskHandle::pointer mark = OpenItself((folder / c_mark).native(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, 0, disposition).release();
@@ -78,23 +84,35 @@ HANDLE OpenRunMark(const fs::path& folder, DWORD disposition) {
 }
 
 fs::path UserTempFolder() {
-    wchar_t base[MAX_PATH + 2];
-    const DWORD length = GetTempPathW(static_cast<DWORD>(std::size(base)), base);
-    if (length >= std::size(base))  // it is then not stored at all
-        throw HostError("the temp folder: its path is too long");
-    if (length == 0)
-        throw HostError("the temp folder: " + SystemMessage(GetLastError()));
-    const fs::path folder = fs::path(base).parent_path();  // without the separator at its end
-    return IsRunFolder(folder) ? folder.parent_path() : folder;
+    static const fs::path s_folder = [] {
+        wchar_t base[MAX_PATH + 2];
+        const DWORD length = GetTempPathW(static_cast<DWORD>(std::size(base)), base);
+        if (length >= std::size(base))  // it is then not stored at all
+            throw HostError("the temp folder: its path is too long");
+        if (length == 0)
+            throw HostError("the temp folder: " + SystemMessage(GetLastError()));
+        return fs::path(base).parent_path();  // without the separator at its end
+    }();
+    return s_folder;
+}
+
+std::vector<fs::path> RunFolders() {
+    std::vector<fs::path> runs;
+    for (const fs::path& folder : std::set{UserTempFolder(), FolderOfRuns()})
+        if (const std::wstring real = RealPath(folder.native()); !real.empty())
+            for (const std::wstring& name : NamesIn(real))
+                if (name.starts_with(c_prefix))
+                    runs.push_back(fs::path(real) / name);
+    return runs;
 }
 
 TempFolder::TempFolder() : m_originalTmp(GetVariable(L"TMP")), m_originalTemp(GetVariable(L"TEMP")) {
-    const fs::path base = UserTempFolder();
-    const std::wstring real = RealPath(base.native());
-    for (const std::wstring& name : NamesIn(real))
-        if (IsRunFolder(name))
-            RemoveCopies(fs::path(real) / name);
-    m_path = base / (std::wstring(c_prefix) + UniqueSuffix());
+    for (const fs::path& run : RunFolders())
+        RemoveCopies(run);
+    const fs::path folder = FolderOfRuns();
+    if (!CreatePrivateFolder(folder.native()) && GetLastError() != ERROR_ALREADY_EXISTS)
+        throw LocalError(folder.native(), GetLastError());
+    m_path = folder / (std::wstring(c_prefix) + UniqueSuffix());
     if (!CreatePrivateFolder(m_path.native()) || (m_realPath = RealPath(m_path.native())).empty() ||
         (m_mark = OpenRunMark(m_realPath, CREATE_NEW)) == INVALID_HANDLE_VALUE)
         throw LocalError(m_path.native(), GetLastError());

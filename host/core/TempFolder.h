@@ -1,22 +1,24 @@
 // A temp folder for this run alone. The volume decrypts into the temp folder and keeps copies there for the next open of
 // the same process; when a short run is over nobody would use or remove them, and they are clear text. So the run gets a
-// folder of its own, which only its user may look into and which goes with it, except for edits that could not be saved.
-// What a killed run left is removed by the next one, copy by copy. No link is followed.
+// folder of its own, which only its user may look into and which is removed with it, except for edits that could not be saved.
+// It lies in the user's local application data: temp folders are cleaned by the system, at the end of a remote session for
+// example, with the edits in them. What a killed run left is removed by the next one, copy by copy. No link is followed.
 #pragma once
 
 #include <cstdint>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include <windows.h>
 
 // The folder in a temp folder that the volume makes its copies in.
 inline constexpr const wchar_t* c_copiesFolder = L"HalvaneCloud";
 
-// The temp folder that runs share, also where a run points to its own. Throws HostError.
+// The user's temp folder, as it was before a run pointed to its own. Throws HostError.
 std::filesystem::path UserTempFolder();
-// Is this, by its name, the temp folder of a run?
-bool IsRunFolder(const std::filesystem::path& folder);
+// The temp folders of all runs, also of those that were killed, as real paths (OnDisk.h). Throws HostError.
+std::vector<std::filesystem::path> RunFolders();
 // Opens the file by which a run marks its folder, a real path, as long as it lives. INVALID_HANDLE_VALUE: the folder is in use
 // (ERROR_SHARING_VIOLATION), or no run's.
 HANDLE OpenRunMark(const std::filesystem::path& folder, DWORD disposition);
