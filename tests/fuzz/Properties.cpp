@@ -5,9 +5,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <string>
 
 #include "core/HostError.h"
+#include "core/Text.h"
 #include "core/TrackingText.h"
 #include "core/VolumePath.h"
 #include "webdav/Conditions.h"
@@ -21,6 +23,11 @@
             std::abort();                                            \
         }                                                            \
     } while (false)
+
+// Stand-ins for what asks the platform.
+std::string ToUtf8(std::wstring_view text) { return {text.begin(), text.end()}; }
+std::wstring ToUtf16(std::string_view text) { return {text.begin(), text.end()}; }
+std::wstring UniqueSuffix() { return L"1a2b3c4d"; }
 
 namespace {
 
@@ -50,18 +57,10 @@ void VolumePaths(Input input) {
     }
 }
 
-std::wstring State(const FileState& state) {
-    return L"<attributes>" + std::to_wstring(static_cast<std::int32_t>(state.attributes)) + L"</attributes>\r\n<writetime>" +
-           std::to_wstring(static_cast<std::int64_t>(state.lastWriteTime)) + L"</writetime>\r\n<size>" +
+std::wstring Written(const std::wstring& path, const FileState& state) {
+    return L"<name><![CDATA[" + path + L"]]></name><attributes>" + std::to_wstring(static_cast<std::int32_t>(state.attributes)) +
+           L"</attributes><writetime>" + std::to_wstring(static_cast<std::int64_t>(state.lastWriteTime)) + L"</writetime><size>" +
            std::to_wstring(static_cast<std::int64_t>(state.size)) + L"</size>";
-}
-
-std::wstring Written(const Tracking& tracking) {
-    const auto name = [](const std::wstring& text) { return L"<name><![CDATA[" + text + L"]]></name>\r\n"; };
-    return L"<halvanecloud>\r\n<filetracking>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n<id>0</id>\r\n</process>\r\n<srcfile>\r\n" +
-           name(tracking.container) + State(tracking.containerState) + L"\r\n</srcfile>\r\n<filespec>\r\n" + name(tracking.name) +
-           L"</filespec>\r\n<tempfile>\r\n" + name(tracking.copy) + State(tracking.copyState) +
-           L"\r\n</tempfile>\r\n<ar>\r\n</ar>\r\n</filetracking>\r\n</halvanecloud>\r\n";
 }
 
 // A tracking file that was cut or changed is refused or read, and one that is whole is read as it was written.
@@ -71,7 +70,10 @@ void TrackingFiles(Input input) {
     if (!read)
         return;
     MUST(!read->container.empty());
-    const std::optional<Tracking> again = ParseTracking(Written(*read));
+    const std::optional<Tracking> again =
+        ParseTracking(L"<halvanecloud><filetracking><srcfile>" + Written(read->container, read->containerState) +
+                      L"</srcfile><filespec><name><![CDATA[" + read->name + L"]]></name></filespec><tempfile>" +
+                      Written(read->copy, read->copyState) + L"</tempfile></filetracking></halvanecloud>\r\n");
     MUST(again && again->container == read->container && again->name == read->name && again->copy == read->copy);
     MUST(again->containerState == read->containerState && again->copyState == read->copyState);
 }
@@ -105,13 +107,8 @@ void IfFields(Input input) {
 }
 
 bool Same(const webdav::XmlNode& left, const webdav::XmlNode& right) {
-    if (left.name != right.name || left.text != right.text || left.attributes != right.attributes ||
-        left.children.size() != right.children.size())
-        return false;
-    for (std::size_t i = 0; i < left.children.size(); ++i)
-        if (!Same(left.children[i], right.children[i]))
-            return false;
-    return true;
+    return left.name == right.name && left.text == right.text && left.attributes == right.attributes &&
+           std::ranges::equal(left.children, right.children, Same);
 }
 
 int Depth(const webdav::XmlNode& node) {
@@ -135,23 +132,18 @@ void XmlRequests(Input input) {
     MUST(again.children.size() == 1 && Same(again.children[0], node));
 }
 
-struct Property {
-    const char* name;
-    void (*look)(Input);
-} const c_properties[] = {
+const std::map<std::string, void (*)(Input)> c_properties{
     {"IfFields", IfFields}, {"TrackingFiles", TrackingFiles}, {"VolumePaths", VolumePaths}, {"XmlRequests", XmlRequests}};
-const Property* g_property = nullptr;
+void (*g_property)(Input) = nullptr;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char*** values) {
-    for (const Property& property : c_properties)
-        if (std::filesystem::path(**values).filename() == property.name)
-            g_property = &property;
+    g_property = c_properties.at(std::filesystem::path(**values).filename());
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    g_property->look({data, size});
+    g_property({data, size});
     return 0;
 }

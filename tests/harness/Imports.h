@@ -50,3 +50,9 @@ inline void* ReplaceImport(HMODULE module, const char* function, void* replaceme
         SetImport(entry, replacement);
     return before;
 }
+
+// By a function of the same type, or a lambda that becomes one.
+template <class Function>
+void Replace(HMODULE module, const char* name, Function function) {
+    ReplaceImport(module, name, reinterpret_cast<void*>(+function));
+}

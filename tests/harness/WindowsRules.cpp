@@ -197,93 +197,76 @@ LONG NTAPI SetInformationOf(HANDLE handle, void* status, void* data, ULONG size,
     return result;
 }
 
-template <class Function>
-void Replace(HMODULE module, const char* name, Function* function) {
-    ReplaceImport(module, name, reinterpret_cast<void*>(function));
-}
-
 void ReplaceIn(HMODULE module) {
     Replace(module, "CreateFileW", OpenFile);
     Replace(module, "CloseHandle", CloseFile);
-    Replace(
-        module, "DuplicateHandle",
-        +[](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) -> BOOL {
-            const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
-            const std::lock_guard guard(g_state.mutex);
-            if (const auto opened = g_state.opened.find(file); isDone && opened != g_state.opened.end())
-                g_state.opened[*copy] = opened->second;
-            return isDone;
-        });
+    Replace(module, "DuplicateHandle",
+            [](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) -> BOOL {
+                const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
+                const std::lock_guard guard(g_state.mutex);
+                if (const auto opened = g_state.opened.find(file); isDone && opened != g_state.opened.end())
+                    g_state.opened[*copy] = opened->second;
+                return isDone;
+            });
     Replace(module, "GetFileInformationByHandleEx", TellOfOpen);
-    Replace(
-        module, "GetProcAddress", +[](HMODULE from, LPCSTR name) -> FARPROC {
-            const FARPROC function = GetProcAddress(from, name);
-            if (std::strcmp(name, "ZwSetInformationFile") != 0)
-                return function;
-            g_setInformation = reinterpret_cast<SetInformation>(reinterpret_cast<void*>(function));
-            return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(SetInformationOf));
-        });
-    Replace(
-        module, "SetFileTime", +[](HANDLE handle, const FILETIME* made, const FILETIME* read, const FILETIME* written) -> BOOL {
-            const std::lock_guard guard(g_state.mutex);
-            if (const auto opened = g_state.opened.find(handle); written && opened != g_state.opened.end())
-                opened->second.timeByHand = *written;
-            return REAL(SetFileTime)(handle, made, read, written);
-        });
-    Replace(
-        module, "Sleep", +[](DWORD ms) { CloseScanners(4), Sleep(ms); });
-    Replace(
-        module, "GetFileAttributesW",
-        +[](LPCWSTR path) -> DWORD { return IsRefused(path) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(path); });
-    Replace(
-        module, "GetFileAttributesExW", +[](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) -> BOOL {
-            if (IsRefused(path) || !REAL(GetFileAttributesExW)(path, level, data))
-                return FALSE;
-            auto* const told = static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
-            std::int64_t writeTime = Number(told->ftLastWriteTime);
-            Tell(KeyOf(path), told->dwFileAttributes, writeTime);
-            told->ftLastWriteTime = TimeOf(writeTime);
-            return TRUE;
-        });
-    Replace(
-        module, "SetFileAttributesW",
-        +[](LPCWSTR path, DWORD attributes) -> BOOL { return !IsRefused(path) && REAL(SetFileAttributesW)(path, attributes); });
-    Replace(
-        module, "FindFirstFileW",
-        +[](LPCWSTR path, LPWIN32_FIND_DATAW data) { return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileW)(path, data); });
-    Replace(
-        module, "FindFirstFileExW",
-        +[](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data, FINDEX_SEARCH_OPS op, LPVOID filter, DWORD flags) {
-            return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileExW)(path, level, data, op, filter, flags);
-        });
-    Replace(
-        module, "DeleteFileW", +[](LPCWSTR path) -> BOOL {
-            CloseScanners(1);
-            if (IsRefused(path) || !REAL(DeleteFileW)(path))
-                return FALSE;
-            const std::lock_guard guard(g_state.mutex);
-            SetToBeDeleted(KeyOf(path), true);
-            return TRUE;
-        });
-    Replace(
-        module, "MoveFileExW", +[](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
-            return CloseScanners(1), !IsRefused(from) && !IsRefused(to) && REAL(MoveFileExW)(from, to, flags);
-        });
-    Replace(
-        module, "CopyFileW", +[](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL {
-            CloseScanners(1);
-            if (IsRefused(from) || IsRefused(to) || !REAL(CopyFileW)(from, to, isNew))
-                return FALSE;
-            const std::lock_guard guard(g_state.mutex);
-            Scan(KeyOf(to));
-            return TRUE;
-        });
-    Replace(
-        module, "CreateDirectoryW",
-        +[](LPCWSTR path, LPSECURITY_ATTRIBUTES rights) -> BOOL { return !IsTooLong(path, 247) && REAL(CreateDirectoryW)(path, rights); });
-    Replace(
-        module, "RemoveDirectoryW",
-        +[](LPCWSTR path) -> BOOL { return CloseScanners(1), !IsTooLong(path) && REAL(RemoveDirectoryW)(path); });
+    Replace(module, "GetProcAddress", [](HMODULE from, LPCSTR name) -> FARPROC {
+        const FARPROC function = GetProcAddress(from, name);
+        if (std::strcmp(name, "ZwSetInformationFile") != 0)
+            return function;
+        g_setInformation = reinterpret_cast<SetInformation>(reinterpret_cast<void*>(function));
+        return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(SetInformationOf));
+    });
+    Replace(module, "SetFileTime", [](HANDLE handle, const FILETIME* made, const FILETIME* read, const FILETIME* written) -> BOOL {
+        const std::lock_guard guard(g_state.mutex);
+        if (const auto opened = g_state.opened.find(handle); written && opened != g_state.opened.end())
+            opened->second.timeByHand = *written;
+        return REAL(SetFileTime)(handle, made, read, written);
+    });
+    Replace(module, "Sleep", [](DWORD ms) { CloseScanners(4), Sleep(ms); });
+    Replace(module, "GetFileAttributesW",
+            [](LPCWSTR path) -> DWORD { return IsRefused(path) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(path); });
+    Replace(module, "GetFileAttributesExW", [](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) -> BOOL {
+        if (IsRefused(path) || !REAL(GetFileAttributesExW)(path, level, data))
+            return FALSE;
+        auto* const told = static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
+        std::int64_t writeTime = Number(told->ftLastWriteTime);
+        Tell(KeyOf(path), told->dwFileAttributes, writeTime);
+        told->ftLastWriteTime = TimeOf(writeTime);
+        return TRUE;
+    });
+    Replace(module, "SetFileAttributesW",
+            [](LPCWSTR path, DWORD attributes) -> BOOL { return !IsRefused(path) && REAL(SetFileAttributesW)(path, attributes); });
+    Replace(module, "FindFirstFileW", [](LPCWSTR path, LPWIN32_FIND_DATAW data) {
+        return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileW)(path, data);
+    });
+    Replace(module, "FindFirstFileExW",
+            [](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data, FINDEX_SEARCH_OPS op, LPVOID filter, DWORD flags) {
+                return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileExW)(path, level, data, op, filter, flags);
+            });
+    Replace(module, "DeleteFileW", [](LPCWSTR path) -> BOOL {
+        CloseScanners(1);
+        if (IsRefused(path) || !REAL(DeleteFileW)(path))
+            return FALSE;
+        const std::lock_guard guard(g_state.mutex);
+        SetToBeDeleted(KeyOf(path), true);
+        return TRUE;
+    });
+    Replace(module, "MoveFileExW", [](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
+        return CloseScanners(1), !IsRefused(from) && !IsRefused(to) && REAL(MoveFileExW)(from, to, flags);
+    });
+    Replace(module, "CopyFileW", [](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL {
+        CloseScanners(1);
+        if (IsRefused(from) || IsRefused(to) || !REAL(CopyFileW)(from, to, isNew))
+            return FALSE;
+        const std::lock_guard guard(g_state.mutex);
+        Scan(KeyOf(to));
+        return TRUE;
+    });
+    Replace(module, "CreateDirectoryW", [](LPCWSTR path, LPSECURITY_ATTRIBUTES rights) -> BOOL {
+        return !IsTooLong(path, 247) && REAL(CreateDirectoryW)(path, rights);
+    });
+    Replace(module, "RemoveDirectoryW",
+            [](LPCWSTR path) -> BOOL { return CloseScanners(1), !IsTooLong(path) && REAL(RemoveDirectoryW)(path); });
 }
 
 // What the tests do on disk themselves comes when the scanners are done: each of their imports releases them first and goes on.
