@@ -2,12 +2,14 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <set>
 #include <string>
 
+#include <windows.h>
+
 #include <shellapi.h>
 #include <shlobj.h>
-#include <windows.h>
 
 #include "companion/Control.h"
 #include "harness/Imports.h"
@@ -59,8 +61,8 @@ void NoteWhatIsHeld() {
     });
 }
 
-// Nobody is there to pick a folder, nothing outside lets go of a file in time, and no power fails. What the shell would do with one
-// file, or a folder of files, is done at a twentieth of the cost.
+// Nobody is there to pick a folder, nothing outside lets go of a file in time, and no power fails. What the shell would do is done at a
+// twentieth of the cost.
 void LeaveOutWhatTakesTime() {
     Replace(g_module, "SHBrowseForFolderW", [](LPBROWSEINFOW) -> PIDLIST_ABSOLUTE { return nullptr; });
     Replace(g_module, "CoInitialize", [](LPVOID) -> HRESULT { return S_FALSE; });
@@ -71,16 +73,9 @@ void LeaveOutWhatTakesTime() {
         return CreateDirectoryW(path, nullptr) ? ERROR_SUCCESS : static_cast<int>(GetLastError());
     });
     Replace(g_module, "SHFileOperationW", [](LPSHFILEOPSTRUCTW operation) -> int {
-        const std::wstring path = operation->pFrom;
-        WIN32_FIND_DATAW entry;
-        const HANDLE search = DeleteFileW(path.c_str()) ? INVALID_HANDLE_VALUE : FindFirstFileW((path + L"\\*").c_str(), &entry);
-        if (search == INVALID_HANDLE_VALUE)
-            return 0;
-        do
-            DeleteFileW((path + L"\\" + entry.cFileName).c_str());
-        while (FindNextFileW(search, &entry));
-        FindClose(search);
-        return RemoveDirectoryW(path.c_str()) ? 0 : static_cast<int>(GetLastError());
+        std::error_code error;
+        std::filesystem::remove_all(operation->pFrom, error);
+        return error.value();
     });
 }
 
@@ -97,9 +92,8 @@ IVirtualVolume* process::Volume() {
     Companion().level = 0;
     NoteWhatIsHeld();
     LeaveOutWhatTakesTime();
-    const auto factory =
-        reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory")));
-    return g_volume = factory();
+    void* const factory = reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory"));
+    return g_volume = reinterpret_cast<IVirtualVolume* (*)()>(factory)();
 }
 
 void process::End() {

@@ -45,10 +45,11 @@ constexpr std::string_view c_lock = R"(<lockinfo xmlns="DAV:"><lockscope><shared
 TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
     const fs::path work = fs::temp_directory_path() / "calls-of-requests";
     fs::remove_all(work);
-    for (const char* folder : {"small", "large"})
-        for (int number = 0; number < (folder[0] == 's' ? 10 : 1000); ++number)
-            fs::create_directories(work / "Docs" / folder),
-                std::ofstream(work / "Docs" / folder / ("plain file " + std::to_string(number)));
+    for (const auto& [folder, files] : {std::pair("small", 10), std::pair("large", 1000)}) {
+        fs::create_directories(work / "Docs" / folder);
+        for (int number = 0; number < files; ++number)
+            std::ofstream(work / "Docs" / folder / ("plain file " + std::to_string(number)));
+    }
     std::ofstream(work / "quelcrypt.json")
         << R"({"folders": [{"name": "Docs", "path": "Docs", "owner": "me", "policy": "encrypt", "targetKey": "one"}],
                                                   "passwords": {"one": "first password"}})";
@@ -67,16 +68,14 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
         for (const std::string folder : {"small", "large"}) {
             const auto send = [&](const Row& row, const char* depth = "0") {
                 const std::string method = row.method, target = "/Docs/" + folder + '/';
-                const webdav::Request request{method,
-                                              target + row.name,
-                                              {{"Host", "localhost"},
-                                               {"Content-Length", "7"},
-                                               {"Depth", method == "DELETE" ? "infinity" : depth},
-                                               {"Destination", target + (method == "COPY" ? "copy.txt" : "moved.txt")}}};
+                const webdav::Fields fields{{"Host", "localhost"},
+                                            {"Content-Length", "7"},
+                                            {"Depth", method == "DELETE" ? "infinity" : depth},
+                                            {"Destination", target + (method == "COPY" ? "copy.txt" : "moved.txt")}};
                 Body body;
                 body.rest = method == "PUT" ? "content" : method == "LOCK" ? c_lock : "";
                 Answer answer;
-                site.Answer(request, body, answer);
+                site.Answer({method, target + row.name, fields}, body, answer);
                 return answer.status;
             };
             send({"PUT", "first.txt", 0});  // a process's first save looks for a container that proves the password
