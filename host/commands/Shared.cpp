@@ -34,7 +34,7 @@ VolumePath ResolveTarget(const Volume& volume, const Entry& source, const Volume
         throw HostError(target.Shown() + ": mount folders are made in the configuration");
     if (target.Shown() == source.path.Shown())
         throw HostError(target.Shown() + ": it is there already");
-    if (target.IsInside(source.path))
+    if (volume.Key(target).IsInside(volume.Key(source.path)))
         throw HostError(target.Shown() + ": inside of what is to go there");
     volume.RequireFolder(target.Parent());
     const bool isSource = source.IsConflict() && target.Equals(OrdinaryPath(source));

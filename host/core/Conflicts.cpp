@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "core/HostError.h"
+#include "core/Storage.h"
 
 VolumePath OrdinaryPath(const Entry& conflict) {
     const std::wstring container = conflict.path.Name();
@@ -25,6 +26,9 @@ VolumePath CopyTarget(const Volume& volume, const VolumePath& folder, const Entr
     if (!entry.IsConflict())
         return folder.Child(entry.Name());
     const std::wstring name = OrdinaryPath(entry).Name();
+    if (Storage(volume, folder).Exposes(name))  // its container may have been renamed by somebody who cannot open it
+        throw HostError(entry.ListedPath().Shown() + ": a copy would be named " + folder.Child(name).Shown() +
+                        ", and not be encrypted under that name; rename its container, or copy it under another name");
     const std::size_t dot = std::min(name.rfind(L'.'), name.size());
     VolumePath target = folder.Child(name);
     for (int number = 1; volume.Find(target); ++number)

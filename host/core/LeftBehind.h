@@ -38,8 +38,8 @@ struct LeftEdit {
 
 class LeftBehind {
 public:
-    // Looks below the user's temp folder and where runs have theirs. own is this run's temp folder, which does not count; it may be empty. What belongs
-    // to programs that ended is claimed as long as this object lives: no run of quelvol cleans it up meanwhile.
+    // Looks below the user's temp folder and where runs have theirs. own is this run's temp folder, which does not count; it may be empty.
+    // What belongs to programs that ended is claimed as long as this object lives: no run of quelvol cleans it up meanwhile.
     explicit LeftBehind(const std::filesystem::path& own);
     ~LeftBehind();
     LeftBehind(const LeftBehind&) = delete;

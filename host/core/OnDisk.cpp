@@ -143,12 +143,12 @@ DiskHandle HoldFolder(const std::wstring& realPath) {
     return OpenItself(realPath, FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE);
 }
 
-std::vector<std::wstring> NamesIn(const std::wstring& folder) {
+std::vector<std::wstring> NamesIn(const std::wstring& folder, const wchar_t* pattern) {
     std::vector<std::wstring> names;
     if (StandingAt(folder) != Standing::Itself)
         return names;
     WIN32_FIND_DATAW entry{};
-    const HANDLE search = FindFirstFileW((folder + L"\\*").c_str(), &entry);
+    const HANDLE search = FindFirstFileW((folder + L'\\' + pattern).c_str(), &entry);
     if (search == INVALID_HANDLE_VALUE)
         return names;
     do {

@@ -58,7 +58,7 @@ DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, D
 DiskHandle HoldFolder(const std::wstring& realPath);
 
 // The names in a folder at a real path; none when it is a link.
-std::vector<std::wstring> NamesIn(const std::wstring& realFolder);
+std::vector<std::wstring> NamesIn(const std::wstring& realFolder, const wchar_t* pattern = L"*");
 
 // Deletes what was opened with DELETE and FILE_WRITE_ATTRIBUTES, read-only or not, once it is closed.
 bool DeleteOpen(const DiskHandle& item);

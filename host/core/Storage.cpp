@@ -44,6 +44,10 @@ Stored Storage::Of(const Entry& entry) const {
     const std::wstring name = entry.NameOnDisk();
     if (EndsWithNoCase(name, kContainerExtension) && ExamineContainer(m_folder + L'\\' + name).state == ContainerState::Damaged)
         return Stored::Damaged;
+    return ReasonInClear(name);
+}
+
+Stored Storage::ReasonInClear(const std::wstring& name) {
     if (IsNameExcluded(name))
         return Stored::Excluded;
     return name.find(L'.') == name.npos ? Stored::NoExtension : Stored::InClear;

@@ -20,8 +20,14 @@ public:
     Storage(const Volume& volume, const VolumePath& folder);
     // A ZIP file that is none is opened to tell it from a damaged container; nothing else is. Not for folders.
     Stored Of(const Entry& entry) const;
+    // Would a document that gets this name here lose its encryption, although the folder's documents have one?
+    bool Exposes(const std::wstring& name) const { return m_hasPolicy && ReasonInClear(name) != Stored::InClear; }
+    // Are its documents stored encrypted?
+    bool HasPolicy() const { return m_hasPolicy; }
 
 private:
+    static Stored ReasonInClear(const std::wstring& name);
+
     std::wstring m_folder;
     bool m_hasPolicy;
 };

@@ -251,7 +251,7 @@ void AnswerPut(Exchange& exchange) {
     const bool isElsewhere = !stored.path.Equals(target.path);
     if (isElsewhere)
         fields.emplace_back("Location", stored.Url());
-    if (times.lastWriteTime != 0)
+    if (times.lastWriteTime != 0 && stored.entry->data.lastWriteTime / c_second == times.lastWriteTime / c_second)
         fields.emplace_back("X-OC-Mtime", "accepted");
     exchange.response.Send(target.Exists() && !isElsewhere ? 204 : 201, fields);
 }

@@ -211,7 +211,8 @@ bool ListedEntries::IsHidden(const std::wstring& conflictName) const {
     if (!m_hiding) {
         m_hiding.emplace(&LessNoCase);
         const auto folder = m_volume.FolderOnDisk(m_folder.path);
-        for (const std::wstring& name : folder ? NamesIn(*folder) : std::vector<std::wstring>()) {
+        const std::wstring pattern = L'*' + std::wstring(kConflictExtension) + L'*';
+        for (const std::wstring& name : folder ? NamesIn(*folder, pattern.c_str()) : std::vector<std::wstring>()) {
             const std::wstring shown(WithoutContainerExtension(name));
             if (EndsWithNoCase(shown, kConflictExtension) && StandingAt(*folder + L'\\' + name) == Standing::Itself)
                 m_hiding->insert(shown);

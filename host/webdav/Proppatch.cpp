@@ -92,11 +92,14 @@ void StoreAgain(State& state, Resource& file, const VirtFindData& times) {
     const Volume& volume = state.volume;
     if (!volume.HasRoomFor(static_cast<std::uint64_t>(file.entry->data.fileSize), file.path.Parent()))
         throw HttpError(507, "the disk has no room for it");
+    const DiskVersion read = volume.VersionOf(*file.entry);
     FileReader source(volume, file.entry->path);
     const std::unique_ptr<Upload> upload = StartUpload(volume, file);
     std::uint64_t done = 0;
     for (std::string_view part; !(part = source.Read(done, c_partSize)).empty(); done += part.size())
         upload->Write(part.data(), part.size());
+    if (volume.VersionOf(*file.entry) != read)  // somebody else's new content must not give way to the old one
+        throw HttpError(409, "it was changed meanwhile");
     upload->Place(times);
     Resource stored = StoredAs(file, *upload);
     NoteStored(state, file, stored);

@@ -153,7 +153,9 @@ void CarryOut(Exchange& exchange, const Transfer& transfer) {
     // A copy is made aside, and takes the place of what is there when it is whole.
     const VolumePath made = replaces && !isMove ? place.Aside() : place;
     std::vector<MemberFailure> failures;
-    const bool whole = isMove ? MoveTree(state.volume, source, made, failures) : CopyTree(state.volume, source, made, shallow, failures);
+    const bool mayReplace = target.Exists() || target.key.Equals(source.key);
+    const bool whole =
+        isMove ? MoveTree(state.volume, source, made, mayReplace, failures) : CopyTree(state.volume, source, made, shallow, failures);
     if (replaces && !isMove)
         TakePlace(state.volume, whole, made, target, place, replaced);
     if (!whole && (!made.Equals(place) || !state.volume.Find(place)))

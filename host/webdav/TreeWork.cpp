@@ -5,6 +5,7 @@
 #include "core/HostError.h"
 #include "core/Interrupt.h"
 #include "core/Patience.h"
+#include "core/Storage.h"
 #include "core/Text.h"
 #include "core/Trees.h"
 #include "webdav/Limits.h"
@@ -104,6 +105,22 @@ bool Empty(const Volume& volume, const Resource& folder, std::vector<MemberFailu
     });
 }
 
+bool MoveFile(const Volume& volume, const Resource& source, const VolumePath& target, bool mayReplace,
+              std::vector<MemberFailure>& failures) {
+    // What stays plain is only renamed.
+    const bool isWritten = source.entry->data.itemType != VIT_PlainFile || Storage(volume, target.Parent()).HasPolicy();
+    if (isWritten && !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent())) {
+        failures.push_back({source.Url(), 507});
+        return false;
+    }
+    return Try(source, failures, [&] {
+        if (mayReplace)
+            Rename(volume, source.entry->path, target);
+        else  // also not what another program puts there at this moment
+            volume.Move(source.entry->path, target);
+    });
+}
+
 // Calls transfer with the item's place in a folder that was just made, unless something came to stand there before it.
 template <class Transfer>
 bool ToFreePlace(const Volume& volume, const Resource& item, const VolumePath& folder, std::vector<MemberFailure>& failures,
@@ -157,16 +174,12 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
            });
 }
 
-bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, std::vector<MemberFailure>& failures) {
+bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, bool mayReplace,
+              std::vector<MemberFailure>& failures) {
     if (IsTooDeep(source, failures, target) || IsLink(volume, source, failures))
         return false;
-    if (!source.IsFolder()) {
-        const bool isMoved = Try(source, failures, [&] { Rename(volume, source.entry->path, target); });
-        if (!isMoved && failures.back().status == 500 &&
-            !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent()))
-            failures.back().status = 507;
-        return isMoved;
-    }
+    if (!source.IsFolder())
+        return MoveFile(volume, source, target, mayReplace, failures);
     try {
         volume.Move(source.entry->path, target);
         return true;
@@ -177,7 +190,7 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
         return false;
     const bool whole = ForEachMember(volume, source, failures, [&](const Resource& item) {
         return ToFreePlace(volume, item, target, failures,
-                           [&](const VolumePath& place) { return MoveTree(volume, item, place, failures); });
+                           [&](const VolumePath& place) { return MoveTree(volume, item, place, false, failures); });
     });
     return whole && Try(source, failures, [&] { DeleteAndVerify(volume, *source.entry); });
 }

@@ -12,9 +12,10 @@ bool RemoveTree(const Volume& volume, const Resource& item, std::vector<MemberFa
 // Copies a file, in place of the file that is there, or a folder to a place where nothing is. shallow: without its members.
 bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, std::vector<MemberFailure>& failures);
 
-// Moves a file, in place of the file that is there, or a folder to a place where nothing is. A folder that goes to another
-// key or owner is copied and then removed. What could not be moved is whole where it was.
-bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, std::vector<MemberFailure>& failures);
+// Moves a file, in place of the file that is there if it may, or a folder to a place where nothing is. A folder that is moved to
+// another key or owner is copied and then removed. What could not be moved is whole where it was.
+bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, bool mayReplace,
+              std::vector<MemberFailure>& failures);
 
 // Gives an item another name or place; the place of a file that is there is taken in one step.
 void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to);
