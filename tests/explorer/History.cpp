@@ -119,11 +119,9 @@ public:
                     next.push_back({Op::Rename, actor, place});
                 if (opener.isDeleted)
                     next.push_back({Op::Undelete, actor});
-                next.push_back({Op::Close, actor});
-                for (const Failing failing :
-                     {Failing::NoWriter, Failing::ThrowingWriter, Failing::Write, Failing::Finish, Failing::Information})
-                    if (opener.isDirty && !opener.isDeleted)
-                        next.push_back({Op::Close, actor, 0, false, failing});
+                const Failing last = opener.isDirty && !opener.isDeleted ? Failing::Information : Failing::None;
+                for (Failing failing = Failing::None; failing <= last; failing = Failing(int(failing) + 1))
+                    next.push_back({Op::Close, actor, 0, false, failing});
             }
         }
         for (const Op op : {Op::Move, Op::Copy})

@@ -6,7 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <windows.h>
@@ -270,38 +270,15 @@ void ReplaceIn(HMODULE module) {
 }
 
 // What the tests do on disk themselves comes when the scanners are done: each of their imports releases them first and goes on.
-struct Stub {
-    void (*release)();
-    void* function;
-    unsigned char code[48];
-
-    // push rcx, rdx, r8, r9; sub rsp, 40; call [release]; add rsp, 40; pop r9, r8, rdx, rcx; jmp [function] ("Intel 64 Software
-    // Developer's Manual", volume 2)
-    void* Lead(void* to) {
-        constexpr unsigned char kCode[] = {0x51, 0x52, 0x41, 0x50, 0x41, 0x51, 0x48, 0x83, 0xEC, 0x28, 0xFF, 0x15, 0xE0, 0xFF, 0xFF, 0xFF,
-                                           0x48, 0x83, 0xC4, 0x28, 0x41, 0x59, 0x41, 0x58, 0x5A, 0x59, 0xFF, 0x25, 0xD8, 0xFF, 0xFF, 0xFF};
-        release = windows_rules::Release;
-        function = to;
-        std::memcpy(code, kCode, sizeof(kCode));
-        return code;
-    }
-};
-static_assert(offsetof(Stub, code) == 16);
-
 void LeadTests() {
-    constexpr std::size_t kMost = 128;
-    static auto* const s_stubs =
-        static_cast<Stub*>(VirtualAlloc(nullptr, kMost * sizeof(Stub), MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
-    static std::size_t s_count = 0;
-    if (s_count != 0)
+    static bool s_isLed = false;
+    if (std::exchange(s_isLed, true))
         return;
     ForEachImport(GetModuleHandleW(nullptr), [](const char* name, void** entry) {
-        const std::string_view function = name;
-        for (const std::string_view part : {"FileW", "FileExW", "Directory", "open", "find", "stat", "remove", "unlink"})
-            if (function.find(part) != function.npos && s_count < kMost) {
-                SetImport(entry, s_stubs[s_count++].Lead(*entry));
-                break;
-            }
+        const auto isIn = [&](const char* part) { return std::strstr(name, part) != nullptr; };
+        if (std::ranges::any_of(std::initializer_list{"FileW", "FileExW", "Directory", "open", "find", "stat", "remove", "unlink"}, isIn))
+            LeadImport(
+                entry, [](void*) { windows_rules::Release(); }, nullptr);
     });
 }
 

@@ -1,5 +1,6 @@
 """A small WebDAV client for the tests, and their bookkeeping."""
 import contextlib
+import functools
 import http.client
 import inspect
 import os
@@ -7,7 +8,7 @@ import pathlib
 import socket
 import sys
 import time
-import traceback
+import unittest
 import urllib.parse
 import xml.etree.ElementTree as ElementTree
 
@@ -108,15 +109,7 @@ def until(comes):
 def run():
     """Runs the program's functions of a server (dav) in their order, or those named as arguments, against the server of PORT."""
     server = Server(int(os.environ['PORT']), os.environ['FOLDER'])
-    failures = 0
-    for name, test in list(vars(sys.modules['__main__']).items()):
-        if not inspect.isfunction(test) or list(inspect.signature(test).parameters) != ['dav'] or sys.argv[1:] and name not in sys.argv[1:]:
-            continue
-        try:
-            test(server)
-            print('ok     ', name, flush=True)
-        except Exception:
-            failures += 1
-            print('FAILED ', name)
-            traceback.print_exc(file=sys.stdout)
-    sys.exit(1 if failures else 0)
+    tests = [unittest.FunctionTestCase(functools.update_wrapper(functools.partial(test, server), test))
+             for name, test in vars(sys.modules['__main__']).items()
+             if inspect.isfunction(test) and list(inspect.signature(test).parameters) == ['dav'] and name in (sys.argv[1:] or [name])]
+    sys.exit(not tests or not unittest.TextTestRunner(verbosity=2).run(unittest.TestSuite(tests)).wasSuccessful())
