@@ -1,9 +1,9 @@
 // What requests cost, in the one form that is the same on every machine: the file system calls of the server, the volume and its
 // companion library. The budgets are what the code needs today; who makes a request cheaper lowers its budget with it. Only a
 // listing costs more in a larger folder.
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 
 #include <gtest/gtest.h>
 
@@ -58,7 +58,7 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
     {
         const Volume volume;
         webdav::Site site(volume, {}, {});
-        CallCounts counts[] = {CallCounts{nullptr}, CallCounts{L"QuelcryptVol64.dll"}, CallCounts{L"QuelcryptLib64.dll"}};
+        CallCounts counts{nullptr, L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"};
         const Row rows[] = {
             {"PUT", "new.txt", 154},   {"PUT", "new.txt", 165},     {"HEAD", "new.txt", 11},  {"GET", "new.txt", 44},
             {"GET", "missing.txt", 5}, {"PROPFIND", "new.txt", 11}, {"LOCK", "new.txt", 23},  {"COPY", "new.txt", 133},
@@ -82,17 +82,12 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
             send({"PROPFIND", "", 0}, "1");
             send({"PUT", "first.txt", 0});  // proves the password
             for (const Row& row : rows) {
-                for (CallCounts& module : counts)
-                    module.Take();
+                counts.Take();
                 const int status = send(row);
-                std::uint64_t total = 0;
                 std::string names;
-                for (CallCounts& module : counts) {
-                    names += "\n     ";
-                    total += module.Take(&names);
-                }
-                std::printf("%s %-9s %-12s %d %4llu of %4llu%s\n", folder.c_str(), row.method, row.name, status,
-                            static_cast<unsigned long long>(total), static_cast<unsigned long long>(row.budget), names.c_str());
+                const std::uint64_t total = counts.Take(&names);
+                std::cout << folder << ' ' << row.method << ' ' << row.name << ' ' << status << ": " << total << " of " << row.budget
+                          << names << '\n';
                 EXPECT_LE(total, row.budget) << row.method << ' ' << row.name << ' ' << status << names;
             }
         }
