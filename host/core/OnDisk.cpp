@@ -94,8 +94,17 @@ bool AreLinksMarked() {
     return !isWine;
 }
 
-Standing StandingAt(const std::wstring& realPath) {
+DiskVersion VersionOf(const DiskHandle& item) {
+    FILE_BASIC_INFO info{};
+    if (!item || !GetFileInformationByHandleEx(item.get(), FileBasicInfo, &info, sizeof(info)))
+        return {};
+    return {static_cast<std::uint64_t>(info.ChangeTime.QuadPart), static_cast<std::uint64_t>(info.LastWriteTime.QuadPart)};
+}
+
+Standing StandingAt(const std::wstring& realPath, std::optional<DiskVersion>* version) {
     const DiskHandle item = Open(realPath, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0);
+    if (item && version)
+        *version = VersionOf(item);
     if (item)
         return EqualNoCase(RealPath(item.get()), realPath) && GetFileType(item.get()) == FILE_TYPE_DISK ? Standing::Itself : Standing::Link;
     const DWORD attributes = GetFileAttributesW(realPath.c_str());
@@ -116,13 +125,7 @@ std::wstring LongName(const std::wstring& path) {
     return entry.cFileName;
 }
 
-DiskVersion VersionAt(const std::wstring& path) {
-    const DiskHandle item = Open(path, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0);
-    FILE_BASIC_INFO info{};
-    if (!item || !GetFileInformationByHandleEx(item.get(), FileBasicInfo, &info, sizeof(info)))
-        return {};
-    return {static_cast<std::uint64_t>(info.ChangeTime.QuadPart), static_cast<std::uint64_t>(info.LastWriteTime.QuadPart)};
-}
+DiskVersion VersionAt(const std::wstring& path) { return VersionOf(Open(path, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0)); }
 
 bool HasRoom(const std::wstring& folder, std::uint64_t bytes) {
     constexpr std::uint64_t alittle = 1 << 20;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,20 +32,21 @@ std::wstring OrdinaryPath(const std::filesystem::path& realPath);
 // Does the platform mark each link in a listing? Wine marks only those to folders.
 bool AreLinksMarked();
 
-enum class Standing { Nothing, Itself, Link };
-// What stands at a path that is real unless a link stands there or on the way to it. What is no file of a disk (a pipe) counts as a
-// link. Nothing says nothing of the folders on the way.
-Standing StandingAt(const std::wstring& realPath);
-// The long name of what stands there; empty when nothing does.
-std::wstring LongName(const std::wstring& path);
-
 // What the disk says of a file: another one for each content that ever stood there, whatever time somebody gave it.
 struct DiskVersion {
     std::uint64_t changed = 0;  // 0: the disk does not keep it, or nothing is there
     std::uint64_t written = 0;
     bool operator==(const DiskVersion&) const = default;
 };
+DiskVersion VersionOf(const DiskHandle& item);
 DiskVersion VersionAt(const std::wstring& path);
+
+enum class Standing { Nothing, Itself, Link };
+// What stands at a path that is real unless a link stands there or on the way to it. What is no file of a disk (a pipe) counts as a
+// link. Nothing says nothing of the folders on the way. version, if it is given, receives that of what could be opened.
+Standing StandingAt(const std::wstring& realPath, std::optional<DiskVersion>* version = nullptr);
+// The long name of what stands there; empty when nothing does.
+std::wstring LongName(const std::wstring& path);
 
 // Has the disk of this folder room for so many bytes, and a little more? Also true when it does not say.
 bool HasRoom(const std::wstring& folder, std::uint64_t bytes);

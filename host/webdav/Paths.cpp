@@ -221,7 +221,7 @@ bool ListedEntries::IsHidden(const std::wstring& conflictName) const {
     return m_hiding->contains(conflictName);
 }
 
-bool ListedEntries::Has(const Entry& entry) const {
+bool ListedEntries::Has(const Entry& entry, std::optional<DiskVersion>* version) const {
     constexpr std::size_t c_surelyShort = 250;  // units; from 260 on, the platform's limit counts
     const std::wstring name = entry.Name();
     if (VolumePath::ComponentProblem(name) || entry.path.Depth() > limits::pathComponents)
@@ -235,7 +235,7 @@ bool ListedEntries::Has(const Entry& entry) const {
         return found && found->path.Equals(entry.path);
     }
     if (!m_onDisk.empty())
-        return StandingAt(m_onDisk + L'\\' + entry.NameOnDisk()) == Standing::Itself;
+        return StandingAt(m_onDisk + L'\\' + entry.NameOnDisk(), version) == Standing::Itself;
     const bool mayBeLink = (entry.data.fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0;
     return !mayBeLink || m_volume.IsItself(entry);
 }

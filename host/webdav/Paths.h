@@ -33,9 +33,10 @@ std::string Href(const VolumePath& path, bool isFolder);
 
 // What a path names.
 struct Resource {
-    VolumePath path;             // as the client knows it, in the spelling that is stored
-    VolumePath key;              // the same for all paths of one file, also through another mount folder; see Volume::Key
-    std::optional<Entry> entry;  // what is there; its path is the one to give to the volume
+    VolumePath path;                          // as the client knows it, in the spelling that is stored
+    VolumePath key;                           // the same for all paths of one file, also through another mount folder; see Volume::Key
+    std::optional<Entry> entry;               // what is there; its path is the one to give to the volume
+    std::optional<DiskVersion> version = {};  // of an entry of a listing that had to look at it
 
     bool Exists() const { return entry.has_value(); }
     bool IsFolder() const { return entry && entry->IsFolder(); }
@@ -56,7 +57,8 @@ bool AreSpellings(const std::wstring& left, const std::wstring& right);
 class ListedEntries {
 public:
     ListedEntries(const Volume& volume, const Resource& folder);
-    bool Has(const Entry& entry) const;
+    // version receives what the disk says of it, if it had to be looked at.
+    bool Has(const Entry& entry, std::optional<DiskVersion>* version = nullptr) const;
 
 private:
     bool IsHidden(const std::wstring& conflictName) const;

@@ -176,7 +176,8 @@ std::string EntityTag(const Volume& volume, const ChangeNumbers& changes, const 
     const VirtFindData& data = resource.entry->data;
     // Containers keep times in milliseconds; a file must not get another tag by being locked or unlocked. What the disk says of the change
     // is told from that time on: most often few digits, of which a listing has many.
-    const std::uint64_t written = data.lastWriteTime / c_millisecond, changed = volume.VersionOf(*resource.entry).changed / c_millisecond;
+    const DiskVersion onDisk = resource.version ? *resource.version : volume.VersionOf(*resource.entry);
+    const std::uint64_t written = data.lastWriteTime / c_millisecond, changed = onDisk.changed / c_millisecond;
     char tag[96];
     std::snprintf(tag, sizeof(tag), "\"%llx-%llx-%llx", static_cast<unsigned long long>(written),
                   static_cast<unsigned long long>(data.fileSize), static_cast<unsigned long long>(changed - written));

@@ -239,8 +239,9 @@ void AnswerPropfind(Exchange& exchange) {
         Search search(exchange.state.volume, resource.entry->path);
         for (Entry entry; search.Next(entry);) {
             StopIfInterrupted();
-            if (listed.Has(entry))
-                append(listing.Entry(Listed(resource, entry)));
+            Resource item = Listed(resource, entry);
+            if (listed.Has(entry, &item.version))
+                append(listing.Entry(item));
         }
     }
     append("</D:multistatus>\n");
