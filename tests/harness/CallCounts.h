@@ -56,5 +56,6 @@ private:
         return false;
     }
 
-    std::deque<std::pair<std::string, LONG64>> m_counts;  // of each import
+    // Of each import; never deleted, since the modules go on counting.
+    std::deque<std::pair<std::string, LONG64>>& m_counts = *new std::deque<std::pair<std::string, LONG64>>;
 };
