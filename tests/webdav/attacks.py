@@ -163,7 +163,7 @@ def short_name_of(native):
 
 
 def a_name_is_the_file_that_it_stands_for(dav):
-    folder = dav.fresh('averylongfolder', 'averylongname.log', 'averylongdocument.txt')
+    folder = dav.fresh('averylongfolder', 'averylongname.log', 'averylongdocument.txt', 'b.txt')
     short_folder = short_name_of(dav.native(folder))
     for name, ending in (('averylongname.log', ''), ('averylongdocument.txt', '.zip')):
         path, short = folder + name, short_name_of(dav.native(folder + name + ending))[:-len(ending) or None]
@@ -174,7 +174,7 @@ def a_name_is_the_file_that_it_stands_for(dav):
                 status(dav('PUT', other, b'lost', If_None_Match='*'), 412)
                 status(dav('DELETE', other), 423)
                 status(dav.lock(other), 423)
-                status(dav('MOVE', '/Docs/a.txt', to=other, Overwrite='F'), 423, 412)
+                status(dav('MOVE', folder + 'b.txt', to=other, Overwrite='F'), 423, 412)
                 dav.holds(other, name.encode())
         for other in others[:2]:
             status(dav('MOVE', path, to=other), 403)

@@ -140,7 +140,15 @@ def conditions(dav):
     status(dav('PUT', path, b'9876543210', If_Match=tag), 204)
     expect(dav('HEAD', path).headers['ETag'] != tag, 'the same tag for other content')
     status(dav('PUT', path, b'x', If=f'(Not [{tag}]) (<DAV:no-lock>)'), 204)
-    path = dav.fresh('conditions', 'a.log') + 'a.log'
+    path = dav.fresh('conditions', 'a.log') + 'b.txt'
+    with dav.connect() as upload:  # what its condition excludes comes while its body does
+        upload.sendall(f'PUT {path} HTTP/1.1\r\nHost: localhost\r\nIf-None-Match: *\r\nExpect: 100-continue\r\nContent-Length: 4\r\n\r\n'.encode())
+        expect(b' 100 ' in upload.recv(1000), 'the upload is refused too early')
+        status(dav('PUT', path, b'meanwhile'), 201)
+        upload.sendall(b'late')
+        expect(b' 412 ' in upload.recv(1000), 'the upload is stored')
+    dav.holds(path, b'meanwhile')
+    path = path.replace('b.txt', 'a.log')
     native, tag = dav.native(path), dav('HEAD', path).headers['ETag']
     before = native.stat()
     with native.open('r+b') as file:
