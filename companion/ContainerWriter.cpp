@@ -4,6 +4,7 @@
 #include <array>
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <span>
@@ -22,6 +23,7 @@
 #include "Passwords.h"
 #include "Paths.h"
 #include "Problem.h"
+#include "SettingsFile.h"
 #include "SettingsStore.h"
 #include "SideFile.h"
 #include "SystemTime.h"
@@ -39,10 +41,15 @@ constexpr std::size_t longestName = zipEndBytes / 2;  // what is longer could no
 // central directory is there.
 class ContainerWriter final : public Handed<IFileWriter> {
 public:
-    // The entry has the name and the times.
-    ContainerWriter(const std::wstring& containerPath, ZipEntry entry, std::uint32_t attributes, Secret password,
-                    IfThere ifThere = IfThere::Replace)
-        : m_entry(std::move(entry)), m_attributes(attributes), m_password(std::move(password)), m_file(containerPath), m_ifThere(ifThere) {}
+    // The entry has the name and the times. Before the container is put in place, require may refuse that by throwing.
+    ContainerWriter(const std::wstring& containerPath, ZipEntry entry, std::uint32_t attributes, Secret password, IfThere ifThere,
+                    std::function<void(const Secret&)> require)
+        : m_entry(std::move(entry)),
+          m_attributes(attributes),
+          m_password(std::move(password)),
+          m_file(containerPath),
+          m_ifThere(ifThere),
+          m_require(std::move(require)) {}
     ~ContainerWriter() override = default;
 
     bool Write(const void* data, std::uint32_t length) override {
@@ -57,6 +64,10 @@ public:
         return AsStep([&] {
             if (commit) {
                 WriteEnds();
+                m_file->Complete();
+                // So whoever changes a password finds all containers that have the one before.
+                const Handle held = HoldSettings();
+                m_require(m_password);
                 m_file->PutInPlace(m_attributes, m_ifThere);
             }
             End();
@@ -148,6 +159,7 @@ private:
     Secret m_password;
     std::optional<SideFile> m_file;
     IfThere m_ifThere;
+    std::function<void(const Secret&)> m_require;
     std::unique_ptr<ContentCipher> m_cipher;                                    // from the first byte of content on
     std::vector<std::uint8_t> m_block = std::vector<std::uint8_t>(blockBytes);  // to be written
     std::size_t m_inBlock = 0;
@@ -190,7 +202,7 @@ std::unique_ptr<IFileWriter, Releaser> NewContainer(const std::wstring& path, co
     entry.name = ToUtf8(name);
     entry.lastWrite = static_cast<std::uint32_t>(std::time(nullptr));
     entry.dosTime = DosTimeOf(entry.lastWrite);
-    return std::unique_ptr<IFileWriter, Releaser>(new ContainerWriter(path, std::move(entry), 0, password, ifThere));
+    return std::unique_ptr<IFileWriter, Releaser>(new ContainerWriter(path, std::move(entry), 0, password, ifThere, [](const Secret&) {}));
 }
 
 IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath, std::uint32_t sourceAttributes,
@@ -203,11 +215,13 @@ IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec
             throw CQuelcryptInvalidArgumentException();
         const std::wstring fullPath = FullPath(path);
         return Noting(fullPath, [&]() -> IFileWriter* {
-            const auto password = PasswordToWrite(CurrentSettings()->settings, fullPath, source ? FullPath(source) : std::wstring());
+            const std::wstring sourceFullPath = source ? FullPath(source) : std::wstring();
+            const auto password = PasswordToWrite(CurrentSettings()->settings, fullPath, sourceFullPath);
             if (!password)
                 return nullptr;
             return new ContainerWriter(fullPath, EntryFor(name, sourceAttributes, lastWrite, lastAccess, creation), sourceAttributes,
-                                       *password);
+                                       *password, IfThere::Replace,
+                                       [=](const Secret& used) { RequireStillToWrite(used, fullPath, sourceFullPath); });
         });
     });
 }

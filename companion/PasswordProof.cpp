@@ -137,9 +137,7 @@ private:
 };
 
 void MakeCheckContainer(const KeyFolder& folder, const Secret& password, IfThere ifThere) {
-    const std::wstring place = folder.path + checkFolder;
-    if (!CreateDirectoryW(OpenablePath(place).c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
-        FailWithError(L"The folder " + folder.path + L" cannot be written", GetLastError());
+    MakeSideFolder(folder.path);
     constexpr std::string_view text = "This file opens with the password of the folder it is in, by which quelvol knows it.\r\n";
     const auto writer = NewContainer(CheckPath(folder), L"password.txt", password, ifThere);
     writer->Write(text.data(), static_cast<std::uint32_t>(text.size()));
@@ -179,7 +177,19 @@ struct Proven {
 
 }  // namespace
 
+bool NeedsPasswordOf(const Settings& settings, const std::wstring& containerPath, const std::string& key) {
+    ContainerFile file(containerPath);
+    if (const DWORD error = file.OpenError() ? file.OpenError() : file.ReadError())
+        FailWithError(L"The file cannot be read", error);
+    if (!file.Zip() || file.Zip()->keyBytes == 0)
+        return file.IsBroken();
+    const auto password = PasswordOf(settings, key, Asking::Forbidden);
+    return (!password || ContainerContent::CipherFor(file, password->Text())) && !OpensWithAnother(settings, containerPath, key);
+}
+
 CheckResult OpensCheckContainer(const KeyFolder& folder, const Secret& password) {
+    if (IsSideFolderLink(folder.path))
+        return CheckResult::Missing;
     ContainerFile file(CheckPath(folder));
     if (file.OpenError() != 0 || !file.Zip() || file.Zip()->keyBytes == 0)
         return CheckResult::Missing;

@@ -19,8 +19,12 @@ enum class BeforeWriting { No, Yes };  // yes: a missing check container is made
 void ProvePassword(const Settings& settings, const KeyFolder& folder, const Secret& password, const std::wstring& containerPath,
                    BeforeWriting beforeWriting);
 
+// Is it a container that no other configured password opens, but perhaps this key's? Its content need not be whole, nor, when that can be
+// told no more, its records. Throws CQuelcryptErrorException when the file cannot be read.
+bool NeedsPasswordOf(const Settings& settings, const std::wstring& containerPath, const std::string& key);
+
 enum class CheckResult { Missing, Opened, Refused };
-// Missing also when it is there, but no container any more.
+// Missing also when it is there, but no container any more, or through a link.
 CheckResult OpensCheckContainer(const KeyFolder& folder, const Secret& password);
 
 // Makes the check container anew for this password, in place of the one that is there. Throws CQuelcryptErrorException.

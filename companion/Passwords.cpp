@@ -8,6 +8,7 @@
 #include "PasswordProof.h"
 #include "Paths.h"
 #include "Problem.h"
+#include "SettingsStore.h"
 #include "Text.h"
 #include "WholeFile.h"
 
@@ -102,6 +103,11 @@ std::optional<Secret> PasswordToWrite(const Settings& settings, const std::wstri
     if (!folder->path.empty())
         ProvePassword(settings, *folder, *password, containerPath, BeforeWriting::Yes);
     return password;
+}
+
+void RequireStillToWrite(const Secret& password, const std::wstring& containerPath, const std::wstring& sourcePath) {
+    if (PasswordToWrite(CurrentSettings()->settings, containerPath, sourcePath) != password)
+        Fail(L"The password of its folder was changed meanwhile; save it again");
 }
 
 }  // namespace companion

@@ -27,4 +27,7 @@ void ForPasswordsToRead(const Settings& settings, const std::wstring& containerP
 // there is no key or its password is not known here.
 std::optional<Secret> PasswordToWrite(const Settings& settings, const std::wstring& containerPath, const std::wstring& sourcePath);
 
+// Throws CQuelcryptErrorException unless the container would be written with this password now, too.
+void RequireStillToWrite(const Secret& password, const std::wstring& containerPath, const std::wstring& sourcePath);
+
 }  // namespace companion

@@ -58,7 +58,7 @@ std::wstring FullPath(const std::wstring& path, const std::wstring& base) {
 std::wstring OpenablePath(const std::wstring& fullPath) {
     // The platform's limit for a folder's path is the shorter one.
     constexpr std::size_t shortLimit = MAX_PATH - 12;
-    if (fullPath.size() < shortLimit)
+    if (fullPath.size() < shortLimit || fullPath.starts_with(longPrefix))
         return fullPath.ends_with(L':') ? fullPath + L'\\' : fullPath;
     if (fullPath.starts_with(L"\\\\"))
         return std::wstring(longSharePrefix) + fullPath.substr(2);

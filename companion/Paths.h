@@ -10,7 +10,7 @@ namespace companion {
 // root). A relative path counts from base, or from the current folder when base is empty. Asks no disk.
 std::wstring FullPath(const std::wstring& path, const std::wstring& base = {});
 
-// The same path in a form that the file functions take at any length. Of a full path.
+// The same path in a form that the file functions take at any length. Of a full path, or one that is in this form.
 std::wstring OpenablePath(const std::wstring& fullPath);
 
 // Without its last component. Of a full path.

@@ -23,14 +23,16 @@ public:
 
     Settings Read() {
         const json& root = m_document.root;
-        OnlyMembers(root, {}, {"folders", "passwords", "defaultKey", "exclude", "log"});
+        OnlyMembers(root, {}, {"folders", "passwords", "formerKeys", "defaultKey", "exclude", "log"});
         ForEach(root, {}, "folders", [this](const json& value, const JsonPath& path) { ReadFolder(value, path); });
         if (const json* passwords = Member(root, "passwords"))
             ReadPasswords(*passwords, {"passwords"});
+        if (const json* formerKeys = Member(root, "formerKeys"))
+            ReadFormerKeys(*formerKeys, {"formerKeys"});
         if (Member(root, "defaultKey")) {
             m_settings.defaultKey = Text(root, {}, "defaultKey");
-            if (!m_settings.defaultKey.empty() && !m_settings.passwords.contains(m_settings.defaultKey))
-                Complain({"defaultKey"}, "no password is given for this key");
+            if (!m_settings.defaultKey.empty())
+                RequirePassword(m_settings.defaultKey, {"defaultKey"});
         }
         ForEach(root, {}, "exclude",
                 [this](const json& value, const JsonPath& path) { m_settings.excluded.push_back(FromUtf8(AsText(value, path))); });
@@ -147,6 +149,23 @@ private:
             if (member.key().empty())
                 Complain(place, "a target key must have a name");
             m_settings.passwords.emplace(member.key(), Source(member.value(), place));
+        }
+    }
+
+    void RequirePassword(const std::string& key, const JsonPath& path) const {
+        if (!m_settings.passwords.contains(key))
+            Complain(path, "no password is given for this key");
+    }
+
+    void ReadFormerKeys(const json& formerKeys, const JsonPath& path) {
+        if (!formerKeys.is_object())
+            Complain(path, "an object is expected here: a key for each target key");
+        for (const auto& member : formerKeys.items()) {
+            const JsonPath place = Below(path, member.key());
+            const std::string former = AsText(member.value(), place);
+            RequirePassword(member.key(), place);
+            RequirePassword(former, place);
+            m_settings.formerKeys.emplace(member.key(), former);
         }
     }
 

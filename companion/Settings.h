@@ -55,6 +55,8 @@ struct KeyFolder {
 struct Settings {
     std::vector<ConfiguredFolder> folders;            // in the file's order
     std::map<std::string, PasswordSource> passwords;  // by target key, UTF-8
+    // Of a key whose documents get a new password: the key under which the former one is kept until all have it.
+    std::map<std::string, std::string> formerKeys;
     std::string defaultKey;
     std::vector<std::wstring> excluded;  // patterns of file names
     std::wstring logFile;                // full path; "-": standard error; empty: none

@@ -12,6 +12,7 @@
 #include "Paths.h"
 #include "Text.h"
 #include "WholeFile.h"
+#include "common/Patience.h"
 
 namespace companion {
 namespace {
@@ -56,6 +57,32 @@ void MakeFolders(const std::wstring& folder, SECURITY_ATTRIBUTES& rights) {
 
 ordered_json TextOf(const std::wstring& text) { return ToUtf8(text); }
 
+ordered_json SourceOf(const PasswordSource& source) {
+    using Kind = PasswordSource::Kind;
+    switch (source.kind) {
+        case Kind::Plain: break;
+        case Kind::Prompt: return {{"prompt", true}};
+        case Kind::Environment: return {{"environment", source.value}};
+        case Kind::Command: return {{"command", source.value}};
+        case Kind::Protected: return {{"protected", source.value}};
+    }
+    return source.value;
+}
+
+// The one new file that there can be, which is also the lock of those who change the configuration: who has it open lets nobody else
+// write or, by opening, delete it, but can rename it. One that nobody has open was left by a crash.
+Handle OnlyNewFile(const std::wstring& path, SECURITY_ATTRIBUTES& rights) {
+    Handle file;
+    RepeatForAMoment([&] {
+        Handle(CreateFileW(path.c_str(), DELETE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT,
+                           nullptr));
+        file = Handle(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, &rights, CREATE_NEW,
+                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+        return static_cast<bool>(file);
+    });
+    return file;
+}
+
 }  // namespace
 
 bool OthersMayRead(const std::wstring& path) {
@@ -92,7 +119,32 @@ SettingsFile::SettingsFile(std::wstring path) : m_path(std::move(path)), m_root(
 
 SettingsFile::~SettingsFile() = default;
 
-void SettingsFile::Change(const ordered_json& changed) {
+void SettingsFile::Change(const std::wstring& path, const std::function<void(SettingsFile&)>& change) {
+    const LocalPtr<void> rights = PrivateRights();
+    SECURITY_ATTRIBUTES attributes{sizeof(attributes), rights.get(), FALSE};
+    MakeFolders(FolderOf(path), attributes);
+    const std::wstring place = OpenablePath(path), aside = OpenablePath(path + L".new");
+    Handle file = OnlyNewFile(aside, attributes);
+    if (!file)
+        FailWithError(path + L" cannot be written, perhaps because another program changes it just now", GetLastError());
+    try {
+        SettingsFile settings(path);
+        change(settings);
+        const std::string text = settings.m_root->dump(4) + "\n";
+        DWORD written = 0;
+        const auto putInPlace = [&] {
+            return MoveFileExW(aside.c_str(), place.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE;
+        };
+        if (!WriteFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) || written != text.size() ||
+            !FlushFileBuffers(file.Get()) || !RepeatForAMoment(putInPlace))
+            FailWithError(path + L" cannot be written", GetLastError());
+    } catch (...) {
+        DeleteFileW(aside.c_str());
+        throw;
+    }
+}
+
+void SettingsFile::Take(const ordered_json& changed) {
     m_settings = ParseSettings(changed.dump(), FolderOf(m_path));
     *m_root = changed;
 }
@@ -101,43 +153,39 @@ void SettingsFile::AddFolder(const std::wstring& name, const std::wstring& path,
     ordered_json changed = *m_root;
     changed["folders"].push_back(
         {{"name", TextOf(name)}, {"path", TextOf(path)}, {"owner", key}, {"policy", "encrypt"}, {"targetKey", key}});
-    Change(changed);
+    Take(changed);
 }
 
 void SettingsFile::SetPassword(const std::string& key, const PasswordSource& source) {
-    using Kind = PasswordSource::Kind;
     ordered_json changed = *m_root;
-    ordered_json& place = changed["passwords"][key];
-    switch (source.kind) {
-        case Kind::Plain: place = source.value; break;
-        case Kind::Prompt: place = {{"prompt", true}}; break;
-        case Kind::Environment: place = {{"environment", source.value}}; break;
-        case Kind::Command: place = {{"command", source.value}}; break;
-        case Kind::Protected: place = {{"protected", source.value}}; break;
-    }
-    Change(changed);
+    changed["passwords"][key] = SourceOf(source);
+    Take(changed);
 }
 
-void SettingsFile::RemovePassword(const std::string& key) {
+void SettingsFile::BeginRekey(const std::string& key, const PasswordSource& former, const PasswordSource& source) {
+    std::string formerKey = key + " (old)";
+    while (m_settings.passwords.contains(formerKey) || !m_settings.FoldersOfKey(formerKey).empty())
+        formerKey += "+";
     ordered_json changed = *m_root;
-    changed["passwords"].erase(key);
-    Change(changed);
+    changed["passwords"][formerKey] = SourceOf(former);
+    changed["passwords"][key] = SourceOf(source);
+    changed["formerKeys"][key] = formerKey;
+    Take(changed);
 }
 
-void SettingsFile::Save() const {
-    const LocalPtr<void> rights = PrivateRights();
-    SECURITY_ATTRIBUTES attributes{sizeof(attributes), rights.get(), FALSE};
-    MakeFolders(FolderOf(m_path), attributes);
-    const std::wstring aside = m_path + L".new";
-    DeleteFileW(OpenablePath(aside).c_str());
-    Handle file(CreateFileW(OpenablePath(aside).c_str(), GENERIC_WRITE, 0, &attributes, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
-    const std::string text = m_root->dump(4) + "\n";
-    DWORD written = 0;
-    if (!file || !WriteFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr) || !FlushFileBuffers(file.Get()))
-        FailWithError(m_path + L" cannot be written", GetLastError());
-    file.Close();
-    if (!MoveFileExW(OpenablePath(aside).c_str(), OpenablePath(m_path).c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        FailWithError(m_path + L" cannot be written", GetLastError());
+void SettingsFile::EndRekey(const std::string& key, const PasswordSource& source) {
+    ordered_json changed = *m_root;
+    changed["passwords"].erase(m_settings.formerKeys.at(key));
+    changed["passwords"][key] = SourceOf(source);
+    changed["formerKeys"].erase(key);
+    if (changed["formerKeys"].empty())
+        changed.erase("formerKeys");
+    Take(changed);
+}
+
+Handle HoldSettings() {
+    return Handle(CreateFileW(OpenablePath(SettingsPath()).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
 }  // namespace companion

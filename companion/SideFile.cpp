@@ -9,6 +9,7 @@
 
 #include "Boundary.h"
 #include "Paths.h"
+#include "Text.h"
 #include "common/Halves.h"
 #include "common/Patience.h"
 
@@ -28,7 +29,9 @@ std::wstring NewSideFileName() {
     return name;
 }
 
-// A link or junction, as against what sync clients mark in the same way: what it leads to is none of ours.
+std::wstring SideFolderOf(const std::wstring& folder) { return folder + L'\\' + sideFolderName; }
+
+// A link or junction, as against what sync clients mark in the same way.
 bool IsLink(const std::wstring& folder) {
     WIN32_FIND_DATAW found{};
     const HANDLE search = FindFirstFileW(OpenablePath(folder).c_str(), &found);
@@ -37,6 +40,46 @@ bool IsLink(const std::wstring& folder) {
     FindClose(search);
     return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
            (found.dwReserved0 == 0 || IsReparseTagNameSurrogate(found.dwReserved0));
+}
+
+// A Win32 error; ERROR_ALREADY_EXISTS when the folder was there.
+DWORD TryToMakeSideFolder(const std::wstring& folder) {
+    if (CreateDirectoryW(OpenablePath(SideFolderOf(folder)).c_str(), nullptr))
+        return 0;
+    const DWORD error = GetLastError();
+    return error == ERROR_ALREADY_EXISTS && IsSideFolderLink(folder) ? ERROR_CANT_ACCESS_FILE : error;
+}
+
+[[noreturn]] void FailToWriteIn(const std::wstring& folder, DWORD error) {
+    if (error == ERROR_CANT_ACCESS_FILE)
+        Fail(SideFolderOf(folder) + L" is a link, and nothing is written through it; remove it");
+    FailWithError(L"The folder " + folder + L" cannot be written", error);
+}
+
+Handle Open(const std::wstring& path, DWORD access, DWORD share) {
+    return Handle(CreateFileW(OpenablePath(path).c_str(), access | FILE_READ_ATTRIBUTES, share, nullptr, OPEN_EXISTING,
+                              FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+}
+
+// Empty when it cannot be told.
+std::wstring RealPathOf(const Handle& item) {
+    constexpr DWORD longest = 0x8000;
+    std::wstring path(longest, L'\0');
+    const DWORD length = item ? GetFinalPathNameByHandleW(item.Get(), path.data(), longest, VOLUME_NAME_DOS) : 0;
+    path.resize(length < longest ? length : 0);
+    while (path.ends_with(L'\\'))
+        path.pop_back();
+    return path;
+}
+
+// Deletes the file that stands in the side folder under this name, unless somebody has it open, and nothing that a link leads to. Some
+// platforms follow one whatever they are told, so it is asked what was opened.
+bool DeleteItself(const std::wstring& folder, const std::wstring& name) {
+    const Handle file = Open(SideFolderOf(folder) + L'\\' + name, DELETE, 0);
+    const std::wstring real = RealPathOf(Open(folder, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
+    FILE_DISPOSITION_INFO disposition{TRUE};
+    return !real.empty() && EqualNoCase(RealPathOf(file), SideFolderOf(real) + L'\\' + name) &&
+           SetFileInformationByHandle(file.Get(), FileDispositionInfo, &disposition, sizeof(disposition));
 }
 
 // Its number is in the name. One of another machine may be the same; a day is then enough for any writer.
@@ -122,11 +165,18 @@ void DeleteAside(const std::wstring& path) {
 
 }  // namespace
 
+void MakeSideFolder(const std::wstring& folder) {
+    if (const DWORD error = TryToMakeSideFolder(folder); error != 0 && error != ERROR_ALREADY_EXISTS)
+        FailToWriteIn(folder, error);
+}
+
+bool IsSideFolderLink(const std::wstring& folder) { return IsLink(SideFolderOf(folder)); }
+
 std::vector<std::wstring> LeftSideFiles(const std::wstring& folder) {
     constexpr std::uint64_t dayLength = 864'000'000'000;  // in FILETIME units
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
-    const std::wstring sideFolder = folder + L'\\' + sideFolderName;
+    const std::wstring sideFolder = SideFolderOf(folder);
     std::vector<std::wstring> left;
     WIN32_FIND_DATAW found;
     const HANDLE search =
@@ -144,13 +194,13 @@ std::vector<std::wstring> LeftSideFiles(const std::wstring& folder) {
 std::size_t RemoveLeftSideFiles(const std::wstring& folder) {
     std::size_t removed = 0;
     for (const std::wstring& path : LeftSideFiles(folder))
-        removed += DeleteFileW(OpenablePath(path).c_str()) ? 1 : 0;  // not one that is open
+        removed += DeleteItself(folder, path.substr(SideFolderOf(folder).size() + 1)) ? 1 : 0;
     if (removed > 0)
-        RemoveDirectoryW(OpenablePath(folder + L'\\' + sideFolderName).c_str());
+        RemoveDirectoryW(OpenablePath(SideFolderOf(folder)).c_str());
     return removed;
 }
 
-SideFile::SideFile(const std::wstring& targetPath) : m_targetPath(targetPath), m_folderPath(FolderOf(targetPath) + L'\\' + sideFolderName) {
+SideFile::SideFile(const std::wstring& targetPath) : m_targetPath(targetPath), m_folderPath(SideFolderOf(FolderOf(targetPath))) {
     AttributesToKeep(targetPath);
     CreateAside();
 }
@@ -170,17 +220,15 @@ void SideFile::CreateAside() {
         return;
     if (error != ERROR_CANT_ACCESS_FILE)
         RemoveDirectoryW(OpenablePath(m_folderPath).c_str());
-    FailWithError(L"The container's folder cannot be written", error);
+    FailToWriteIn(FolderOf(m_targetPath), error);
 }
 
 DWORD SideFile::TryToCreateAside() {
-    if (!CreateDirectoryW(OpenablePath(m_folderPath).c_str(), nullptr)) {
-        if (const DWORD error = GetLastError(); error != ERROR_ALREADY_EXISTS)
-            return error;
-        if (IsLink(m_folderPath))
-            return ERROR_CANT_ACCESS_FILE;
-        RemoveLeftSideFiles(FolderOf(m_targetPath));
-    }
+    const std::wstring folder = FolderOf(m_targetPath);
+    if (const DWORD error = TryToMakeSideFolder(folder); error == ERROR_ALREADY_EXISTS)
+        RemoveLeftSideFiles(folder);
+    else if (error != 0)
+        return error;
     const std::wstring path = m_folderPath + L'\\' + NewSideFileName();
     m_file = Handle(
         CreateFileW(OpenablePath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -203,12 +251,17 @@ DWORD SideFile::WriteBeginning(const void* data, std::size_t length) {
     return Write(data, length);
 }
 
-void SideFile::PutInPlace(std::uint32_t attributes, IfThere ifThere) {
-    constexpr std::uint32_t carried = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+void SideFile::Complete() {
+    if (!m_file)
+        return;
     if (!FlushFileBuffers(m_file.Get()))
         FailWithError(L"The container cannot be written", GetLastError());
     m_file.Close();
+}
 
+void SideFile::PutInPlace(std::uint32_t attributes, IfThere ifThere) {
+    constexpr std::uint32_t carried = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+    Complete();
     const std::wstring from = OpenablePath(m_path);
     const std::uint32_t wanted = AttributesToKeep(m_targetPath) | (attributes & carried);
     if (wanted != 0 && !SetFileAttributesW(from.c_str(), wanted | FILE_ATTRIBUTE_ARCHIVE))

@@ -13,9 +13,14 @@ namespace companion {
 
 enum class IfThere { Replace, Keep };
 
+// Makes ".HalvaneCloud" in a folder unless it is there. Throws CQuelcryptErrorException, also for a link in its place: what that leads to
+// is none of ours.
+void MakeSideFolder(const std::wstring& folder);
+bool IsSideFolderLink(const std::wstring& folder);
+
 // The paths of the side files in a folder that were left by processes which have ended, as far as can be told.
 std::vector<std::wstring> LeftSideFiles(const std::wstring& folder);
-// Deletes them. Returns how many.
+// Deletes them, but nothing that a link leads to. Returns how many.
 std::size_t RemoveLeftSideFiles(const std::wstring& folder);
 
 class SideFile {
@@ -32,6 +37,9 @@ public:
     // Writes over the file's beginning. What is written next comes behind it.
     DWORD WriteBeginning(const void* data, std::size_t length);
 
+    // Returns when all that was written has reached the disk; nothing can be written then. PutInPlace does this, too: it is for who has to
+    // ask something between the two. Throws CQuelcryptErrorException.
+    void Complete();
     // Replaces the target, after everything has reached the disk; with IfThere::Keep a target that is there is a failure. The target keeps
     // the hidden, system and read-only attributes that it has and gets those of attributes. Throws CQuelcryptErrorException, and the target
     // is as it was.

@@ -2,7 +2,7 @@
 #include <vector>
 
 #include "CompanionFixture.h"
-#include "companion/Settings.h"
+#include "companion/SettingsFile.h"
 
 #include <tuple>
 
@@ -131,6 +131,7 @@ TEST_F(OneFileConfiguresTheCompanion, IsRefusedWithPlaceAndReason) {
         {"{\"passwords\": {\"k\": {}}}",
          "(1,18): passwords.k: one of \"prompt\", \"environment\", \"command\" and \"protected\" is expected here"},
         {"{\"defaultKey\": \"k\"}", "(1,13): defaultKey: no password is given for this key"},
+        {"{\"passwords\": {\"k\": \"p\"}, \"formerKeys\": {\"k\": \"o\"}}", "(1,44): formerKeys.k: no password is given for this key"},
         {"{\"log\": {\"level\": \"trace\"}}", "(1,6): log: a log must have a file; \"-\" is standard error"},
         {"{\"log\": {\"file\": \"-\", \"level\": \"loud\"}}",
          "(1,29): log.level: the level is \"off\", \"error\", \"warning\", \"information\" or \"trace\""},
@@ -178,6 +179,27 @@ TEST_F(OneFileConfiguresTheCompanion, StaysInForceWhileTheNextIsBroken) {
     std::filesystem::remove(m_folder / "quelcrypt.json");
     EXPECT_EQ(Folders(&during).size(), 0u);
     EXPECT_EQ(during, after);
+}
+
+TEST_F(OneFileConfiguresTheCompanion, IsChangedByOneAtATime) {
+    using companion::SettingsFile;
+    const std::wstring path = companion::SettingsPath();
+    WriteRaw(path + L".new", "what a crash left");
+    const auto add = [](SettingsFile& file) { file.SetPassword("added", {companion::PasswordSource::Kind::Plain, "p"}); };
+    SettingsFile::Change(path, [&](SettingsFile& file) {
+        file.BeginRekey("home", file.Get().passwords.at("home"), {companion::PasswordSource::Kind::Plain, "new"});
+        EXPECT_NE(ErrorOf([&] { SettingsFile::Change(path, add); }), L"");
+    });
+    EXPECT_THROW(SettingsFile::Change(path, [&](SettingsFile& file) { add(file), throw 0; }), int);
+    {
+        const companion::Handle held = companion::HoldSettings();
+        EXPECT_NE(ErrorOf([&] { SettingsFile::Change(path, add); }), L"");
+    }
+    EXPECT_EQ(SettingsFile(path).Get().passwords.size(), 2u);
+    SettingsFile::Change(path, add);
+    SettingsFile::Change(path, [](SettingsFile& file) { file.EndRekey("home", file.Get().passwords.at("home")); });
+    EXPECT_EQ(SettingsFile(path).Get().passwords.size(), 2u);
+    EXPECT_FALSE(std::filesystem::exists(path + L".new"));
 }
 
 TEST_F(OneFileConfiguresTheCompanion, ChoosesTheLog) {

@@ -84,9 +84,13 @@ TEST_F(ProvingThePassword, KnowsTheFirstOneThatWasUsed) {
     UseVariable(L"first");
     Encrypt(InDocs("a.zip"), "content");
 
-    // Another process, as it seems to this one, changes the folder's password.
+    // Another process, as it seems to this one, changes the folder's password, also while a save is under way.
+    const auto begun = Writer(InDocs("late.zip"));
     companion::ReplaceCheckContainer({InDocs({}).parent_path().wstring(), "home", L"Docs"}, companion::Secret("third"));
     EXPECT_EQ(ErrorOfWriting("a.zip"), refused);
+    UseVariable(L"third");
+    EXPECT_EQ(ErrorOf([&] { begun->Finish(true); }), L"The password of its folder was changed meanwhile; save it again");
+    UseVariable(L"first");
     EXPECT_EQ(Decrypt(InDocs("a.zip")), "content");
 }
 

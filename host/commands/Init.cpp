@@ -39,6 +39,17 @@ void RequireUnprotected(const SettingsFile& file, const std::wstring& path) {
                             " protected already" + (folder.name.empty() ? "" : ", as " + folder.name));
 }
 
+// As the configuration is now, which somebody else may have changed while questions were asked.
+companion::KeyFolder Add(SettingsFile& file, const std::wstring& path, const std::wstring& name, const companion::PasswordSource& source) {
+    RequireUnprotected(file, path);
+    std::string key = ToUtf8(name);
+    while (file.Get().passwords.contains(key))
+        key += "+";
+    file.AddFolder(name, path, key);
+    file.SetPassword(key, source);
+    return {path, key, name};
+}
+
 void MakeFolder(const std::wstring& path) {
     const std::wstring openable = companion::OpenablePath(path);
     const DWORD attributes = GetFileAttributesW(openable.c_str());
@@ -53,17 +64,15 @@ void Init(const Options& options) {
     const std::wstring name = NameFor(options, path);
     if (const char* problem = VolumePath::ComponentProblem(name))
         throw HostError(ToUtf8(name) + ": no name for a folder of the volume: " + problem);
-    std::string key = ToUtf8(name);
-    while (file.Get().passwords.contains(key))
-        key += "+";
-    file.AddFolder(name, path, key);
+    Add(file, path, name, {companion::PasswordSource::Kind::Prompt, {}});  // what cannot be is said before the question
     const NewPassword password = ChoosePassword(options.password, ToUtf8(name));
-    file.SetPassword(key, password.source);
     MakeFolder(path);
-    const companion::KeyFolder folder{path, key, name};
-    companion::ProvePassword(file.Get(), folder, password.secret, {}, companion::BeforeWriting::No);
+    companion::KeyFolder folder;
     // First the configuration: a check container alone would be in the way of the next attempt with another password.
-    file.Save();
+    SettingsFile::Change(file.Path(), [&](SettingsFile& now) {
+        folder = Add(now, path, name, password.source);
+        companion::ProvePassword(now.Get(), folder, password.secret, {}, companion::BeforeWriting::No);
+    });
     if (companion::OpensCheckContainer(folder, password.secret) == companion::CheckResult::Missing)
         companion::ReplaceCheckContainer(folder, password.secret);
     const std::string shown = ToShown(name), called = ToUtf8(GetVariable(L"QUELVOL_COMMAND"));

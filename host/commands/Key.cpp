@@ -26,27 +26,37 @@ void RequireRight(const SettingsFile& file, const std::string& key, const compan
             companion::ProvePassword(file.Get(), *holder, secret, {}, companion::BeforeWriting::No);
 }
 
+// Until rekey is done, the configuration may be the only place where either password is.
+void RefuseWhileRekeyed(const SettingsFile& file, const std::string& key) {
+    for (const auto& [rekeyed, former] : file.Get().formerKeys)
+        if (key == rekeyed || key == former)
+            throw HostError(key + ": 'quelvol rekey' of " + rekeyed + " is not finished; run it again first");
+}
+
 void Set(const Options& options) {
-    SettingsFile file(companion::SettingsPath());
+    RefuseWhileRekeyed(SettingsFile(companion::SettingsPath()), options.key);
     PasswordChoice choice = options.password;
     choice.allowWeak = true;  // it is what it is; init and rekey judge it
     const NewPassword password = ChoosePassword(choice, options.key);
-    file.SetPassword(options.key, password.source);
-    try {
-        RequireRight(file, options.key, password.secret);
-    } catch (const CQuelcryptErrorException& error) {
-        throw HostError(ToUtf8(error.GetDescription()) + "; nothing was changed. 'quelvol rekey' gives a folder a new password");
-    }
-    file.Save();
+    SettingsFile::Change(companion::SettingsPath(), [&](SettingsFile& file) {
+        RefuseWhileRekeyed(file, options.key);
+        file.SetPassword(options.key, password.source);
+        try {
+            RequireRight(file, options.key, password.secret);
+        } catch (const CQuelcryptErrorException& error) {
+            throw HostError(ToUtf8(error.GetDescription()) + "; nothing was changed. 'quelvol rekey' gives a folder a new password");
+        }
+    });
     PrintOut(AboutPassword(password));
 }
 
 void Forget(const std::string& key) {
-    SettingsFile file(companion::SettingsPath());
-    if (!file.Get().passwords.contains(key))
-        throw HostError(key + ": the configuration has no password of this name");
-    file.SetPassword(key, {companion::PasswordSource::Kind::Prompt, {}});
-    file.Save();
+    SettingsFile::Change(companion::SettingsPath(), [&](SettingsFile& file) {
+        if (!file.Get().passwords.contains(key))
+            throw HostError(key + ": the configuration has no password of this name");
+        RefuseWhileRekeyed(file, key);
+        file.SetPassword(key, {companion::PasswordSource::Kind::Prompt, {}});
+    });
     PrintOut("The password of " + key + " is kept no more; whoever uses it is asked for it.\n");
 }
 

@@ -1,10 +1,12 @@
 // rekey FOLDER: a new password for the documents of a folder.
 #include <memory>
+#include <set>
 
 #include "commands/Commands.h"
 #include "commands/PasswordOptions.h"
 #include "companion/KeyRing.h"
 #include "companion/PasswordProof.h"
+#include "companion/Paths.h"
 #include "companion/ProtectedText.h"
 #include "companion/SettingsFile.h"
 #include "core/Checks.h"
@@ -14,6 +16,7 @@
 #include "core/Progress.h"
 #include "core/Storage.h"
 #include "core/Text.h"
+#include "quelcrypt/QuelcryptExceptions.h"
 
 using companion::CheckResult;
 using companion::KeyFolder;
@@ -27,7 +30,7 @@ struct Options {
     PasswordChoice password;
 };
 
-std::string OldKey(const std::string& key) { return key + " (old)"; }
+constexpr const char* c_changed = "the configuration was changed meanwhile; run the command again";
 
 Secret PasswordIn(const SettingsFile& file, const std::string& key) {
     return *companion::PasswordOf(file.Get(), key, companion::Asking::Allowed);
@@ -35,7 +38,7 @@ Secret PasswordIn(const SettingsFile& file, const std::string& key) {
 
 // From here to the end the configuration has both passwords, where nobody needs to be asked for them: both are read, the new one
 // is written, and a run that is broken off can be continued.
-void Begin(SettingsFile& file, const std::string& key, const NewPassword& password) {
+void Begin(const SettingsFile& file, const std::string& key, const NewPassword& password) {
     const companion::PasswordSource before = file.Get().passwords.at(key);
     const Secret old = PasswordIn(file, key);
     for (const KeyFolder& folder : file.Get().FoldersOfKey(key))
@@ -43,14 +46,18 @@ void Begin(SettingsFile& file, const std::string& key, const NewPassword& passwo
     if (old == password.secret)
         throw HostError("the new password is the old one; nothing was changed");
     using Kind = companion::PasswordSource::Kind;
-    file.SetPassword(OldKey(key),
-                     before.kind == Kind::Plain ? before : companion::PasswordSource{Kind::Protected, companion::Protect(old)});
-    file.SetPassword(key, {Kind::Protected, companion::Protect(password.secret)});
-    file.Save();
+    const companion::PasswordSource former =
+        before.kind == Kind::Plain ? before : companion::PasswordSource{Kind::Protected, companion::Protect(old)};
+    SettingsFile::Change(file.Path(), [&](SettingsFile& now) {
+        const auto found = now.Get().passwords.find(key);
+        if (now.Get().formerKeys.contains(key) || found == now.Get().passwords.end() || found->second != before)
+            throw HostError(c_changed);
+        now.BeginRekey(key, former, {Kind::Protected, companion::Protect(password.secret)});
+    });
 }
 
 void MoveChecks(const SettingsFile& file, const std::string& key) {
-    const Secret now = PasswordIn(file, key), old = PasswordIn(file, OldKey(key));
+    const Secret now = PasswordIn(file, key), old = PasswordIn(file, file.Get().formerKeys.at(key));
     for (const KeyFolder& folder : file.Get().FoldersOfKey(key)) {
         if (companion::OpensCheckContainer(folder, now) == CheckResult::Opened)
             continue;
@@ -87,23 +94,6 @@ void Reencrypt(const Volume& volume, const Entry& entry, const std::wstring& con
         throw HostError(entry.path.Shown() + ": somebody changed it meanwhile; run the command again");
 }
 
-// Containers under names that the volume cannot take: nobody can read one but after renaming it, and it would need the old password.
-std::size_t ReportUnreachable(Session& session, const Volume& volume, const VolumePath& folder) {
-    std::size_t count = 0;
-    const auto onDisk = volume.FolderOnDisk(folder);
-    for (const std::wstring& name : onDisk ? NamesIn(*onDisk) : std::vector<std::wstring>()) {
-        const std::wstring shown(WithoutContainerExtension(name));
-        if (shown.empty() || shown.size() == name.size() || IsReservedName(shown) || !VolumePath::ComponentProblem(shown))
-            continue;
-        const std::wstring path = ConfiguredPath(volume, folder) + L'\\' + name;
-        if (!IsDeviceName(name) && ExamineContainer(path).state == ContainerState::NoContainer)
-            continue;
-        session.Report(HostError(ToShown(path) + ": the volume cannot take this name; rename or remove it"));
-        ++count;
-    }
-    return count;
-}
-
 // How many stay under the old password.
 std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsFile& file, const std::string& key) {
     std::vector<Entry> files;
@@ -112,18 +102,11 @@ std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsF
         const auto holder = file.Get().KeyFolderOf(path);
         return holder && holder->key == key;
     };
-    const auto enter = [&](const VolumePath& folder) {
-        if (isOfKey(ConfiguredPath(volume, folder)))
-            left += ReportUnreachable(session, volume, folder);
-    };
-    ForEachFile(
-        volume, {},
-        [&](const Entry& entry, Stored stored) {
-            if (isOfKey(ConfiguredPath(volume, entry)) &&
-                (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged))
-                files.push_back(entry);
-        },
-        enter);
+    ForEachFile(volume, {}, [&](const Entry& entry, Stored stored) {
+        if (isOfKey(ConfiguredPath(volume, entry)) &&
+            (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged))
+            files.push_back(entry);
+    });
     Progress progress("re-encrypting", 0);
     for (const Entry& entry : files) {
         progress.SetLabel(std::to_string(&entry - files.data() + 1) + " of " + std::to_string(files.size()) + " documents");
@@ -147,6 +130,66 @@ std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsF
     return left;
 }
 
+// What no document of the folders leads to: containers that were moved elsewhere, have names that the volume cannot take, or were put
+// there a moment ago. Each is told of.
+class Rest {
+public:
+    Rest(Session& session, const SettingsFile& file, const std::string& key)
+        : m_session(session), m_settings(file.Get()), m_formerKey(m_settings.formerKeys.at(key)) {}
+
+    // How many there are in the configured folders.
+    std::size_t Count() {
+        for (const companion::ConfiguredFolder& folder : m_settings.folders) {
+            const std::wstring real = RealPath(companion::OpenablePath(folder.path));
+            if (!real.empty())
+                LookIn(real, 0);
+            else if (!m_settings.BoxOf(companion::FolderOf(folder.path)))
+                Report(folder.path, "it is not there; connect its disk, or take it out of the configuration");
+        }
+        return m_count;
+    }
+
+private:
+    void Report(const std::wstring& path, const std::string& text) {
+        m_session.Report(HostError(ToShown(OrdinaryPath(path)) + ": " + text));
+        ++m_count;
+    }
+
+    void LookIn(const std::wstring& realFolder, std::size_t depth) {
+        constexpr std::size_t c_deepest = 256;
+        if (!m_seen.insert(realFolder).second || StandingAt(realFolder) != Standing::Itself)
+            return;
+        const DiskHandle held = HoldFolder(realFolder);
+        if (!held || depth > c_deepest)
+            return Report(realFolder, "the folder cannot be looked into");
+        for (const std::wstring& name : NamesIn(realFolder)) {
+            StopIfInterrupted();
+            const std::wstring path = realFolder + (realFolder.ends_with(L'\\') ? L"" : L"\\") + name;
+            const DWORD attributes = GetFileAttributesW(path.c_str());
+            const bool isFolder = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
+            if (isFolder)
+                LookIn(path, depth + 1);
+            else if (EndsWithNoCase(name, kContainerExtension) && StandingAt(path) == Standing::Itself)
+                LookAt(path);
+        }
+    }
+
+    void LookAt(const std::wstring& path) {
+        try {
+            if (companion::NeedsPasswordOf(m_settings, path, m_formerKey))
+                Report(path, "it may need the old password; move it among the folder's documents, rename or remove it");
+        } catch (const CQuelcryptErrorException& error) {
+            Report(path, ToUtf8(error.GetDescription()));
+        }
+    }
+
+    Session& m_session;
+    const companion::Settings& m_settings;
+    const std::string m_formerKey;
+    std::set<std::wstring> m_seen;
+    std::size_t m_count = 0;
+};
+
 // Two at once would take each other's work for somebody's edits.
 DiskHandle OnlyOne() {
     DiskHandle mutex(CreateMutexW(nullptr, FALSE, L"quelvol-rekey"));
@@ -167,8 +210,7 @@ void Rekey(Session& session, const Options& options) {
         throw HostError(path.Shown() + ": it has no password");
     const std::string key = holder->key;
     NewPassword password;
-    const bool isContinued = file.Get().passwords.contains(OldKey(key));
-    if (isContinued) {
+    if (file.Get().formerKeys.contains(key)) {
         PrintOut("Continuing what was broken off, with the new password that was chosen then.\n");
         password.source = file.Get().passwords.at(key);
     } else {
@@ -176,13 +218,19 @@ void Rekey(Session& session, const Options& options) {
         Begin(file, key, password);
         PrintOut(AboutPassword(password));
     }
-    MoveChecks(file, key);
-    if (const std::size_t left = ReencryptAll(session, volume, file, key))
+    const SettingsFile begun(file.Path());
+    MoveChecks(begun, key);
+    std::size_t left = ReencryptAll(session, volume, begun, key);
+    if (left == 0)
+        left = Rest(session, begun, key).Count();
+    if (left > 0)
         throw HostError("not finished: " + std::to_string(left) +
                         " or more are under the old password, which can be read until all are done; run the command again");
-    file.SetPassword(key, password.source);
-    file.RemovePassword(OldKey(key));
-    file.Save();
+    SettingsFile::Change(file.Path(), [&](SettingsFile& now) {
+        if (now.Get().formerKeys != begun.Get().formerKeys || now.Get().passwords.at(key) != begun.Get().passwords.at(key))
+            throw HostError(c_changed);
+        now.EndRekey(key, password.source);
+    });
     PrintOut(
         "Every document has the new password now. Copies made earlier (backups, a cloud's older versions) still open with the old one.\n");
 }

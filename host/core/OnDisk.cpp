@@ -151,7 +151,7 @@ std::vector<std::wstring> NamesIn(const std::wstring& folder, const wchar_t* pat
     if (StandingAt(folder) != Standing::Itself)
         return names;
     WIN32_FIND_DATAW entry{};
-    const HANDLE search = FindFirstFileW((folder + L'\\' + pattern).c_str(), &entry);
+    const HANDLE search = FindFirstFileW((folder + (folder.ends_with(L'\\') ? L"" : L"\\") + pattern).c_str(), &entry);
     if (search == INVALID_HANDLE_VALUE)
         return names;
     do {

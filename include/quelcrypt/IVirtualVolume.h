@@ -146,6 +146,7 @@ public:
     // A plain file that the platform refuses (no access, or somebody's sharing mode) is opened for reading where it exists and need not
     // be made: success does not say that it may be written, nor that TRUNCATE_EXISTING has emptied it.
     // Under a lock, with the right token too, other rights than reading, writing and deleting are VVS_Locked.
+    // VVS_PathAlreadyExists: a new file's container would take the name or the place of another file.
     // VVS_InvalidParameter: a new name that could never be saved (no room for ".zip" and the names of conflict copies, or no
     // well-formed UTF-16).
     virtual VirtualVolumeStatus OpenFile(void** hFile, const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
@@ -208,6 +209,7 @@ public:
     // VVS_FileNotLocked when the file has no lock.
     virtual VirtualVolumeStatus Unlock(const wchar_t* filePath, const wchar_t* lockToken) = 0;
     // 25: stores the lock with this token, or without a token the file's oldest. VVS_FileNotLocked: it has none;
+    // VVS_LockTokenNotFound: not one with this token;
     // VVS_FileNotFound: there is no such file.
     virtual VirtualVolumeStatus FindLock(const wchar_t* filePath, const wchar_t* lockToken, LockInfo* lockInfo) = 0;
     // 26: starts a search over the file's locks as they are now and stores the first; null when there is none. End it

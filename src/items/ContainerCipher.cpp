@@ -107,7 +107,8 @@ void UpdateLockRecord(QuelcryptLog& qcLog, const std::wstring& zipFilePath, cons
             FileLocker::GetEncryptedInfo(zipFilePath.c_str(), &isKnown, &shown);
             if (isKnown) {
                 source.itemType = shown.itemType;
-                CopyBounded(source.fileName, BoundedText(shown.fileName));
+                if (!EqualNoCase(BoundedText(shown.fileName), virtualFileSpec))
+                    CopyBounded(source.fileName, BoundedText(shown.fileName));
             }
             FileLocker::SetEncryptedInfo(zipFilePath.c_str(), source);
             return;

@@ -279,10 +279,18 @@ bool EncryptedContent::SaveTrackerFileItem() {
 bool EncryptedContent::IsOnlyNamed() const { return m_startsEmpty && !m_base && !m_copy.HoldsEdit() && !PathExists(StoredPath()); }
 
 VirtualVolumeStatus EncryptedContent::PrepareContent() {
-    if (m_copy.Get() == WorkingCopy::State::Unneeded)  // begun empty, and nothing written
-        m_copy.Discard();
-    m_copy.SettleTime();
-    return MakeSureTempFileOpenIfNeeded(TempContent::OfContainer);
+    if (m_copy.Get() != WorkingCopy::State::Unneeded) {
+        m_copy.SettleTime();
+        return MakeSureTempFileOpenIfNeeded(TempContent::OfContainer);
+    }
+    // What is stored takes the copy's place, if it can be had: it may be the only one that is left of a container that is gone.
+    WorkingCopy before;
+    std::swap(m_copy, before);
+    const VirtualVolumeStatus status = MakeSureTempFileOpenIfNeeded(TempContent::OfContainer);
+    if (status != VVS_Success)
+        std::swap(m_copy, before);
+    before.Discard();
+    return status;
 }
 
 void EncryptedContent::StartEmptyAgain(const std::optional<FileVersion>& base) {

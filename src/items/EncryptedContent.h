@@ -46,6 +46,8 @@ public:
     const std::optional<FileVersion>& Base() const { return m_base; }
     // A new file, of which nothing was stored and nothing is written yet.
     bool IsOnlyNamed() const;
+    // After a failed write under the lock: whatever it left there is the base, since nobody else can write there.
+    void FollowOwnLock() { m_base = ReadFileVersion(StoredPath()); }
     // Unless the item's user knows a stored version already, the one that is there now becomes the base.
     // VSS_SharingViolation: another one is there.
     VirtualVolumeStatus CheckBase();

@@ -152,7 +152,7 @@ VirtualVolumeStatus EncryptedContent::EncryptChangedTempFile() {
         if (status == VVS_Success)
             RememberSavedState();
         else
-            m_base = ReadFileVersion(StoredPath());  // whatever it left there: nobody else can write under the lock
+            FollowOwnLock();
     } else {
         status = EncryptOpenFileUnlocked();
     }

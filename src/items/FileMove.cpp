@@ -63,6 +63,8 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     // As at the open of a new file: what could not be saved later is refused before anything is done.
     QC_CHECK_OR_RETURN(!destEncrypted || HasSaveNames(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
                        L"HasSaveNames(PathStripPathStr(newFilePath)) =>false%s, ");
+    QC_CHECK_OR_RETURN(IsPossibleName(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
+                       L"IsPossibleName(PathStripPathStr(newFilePath)) =>false%s, ");
     m_destPath = destEncrypted ? ZipPathStr(m_newFilePath) : m_newFilePath;
     const std::wstring oldPath = m_state.Path();
     const bool wasEncrypted = m_content->IsEncrypted();
@@ -104,7 +106,8 @@ VirtualVolumeStatus FileMove::LookAgain() {
         if (status != VVS_Success)
             return VSS_SharingViolation;
     }
-    return m_content->IsEncrypted() && !m_keepSrcFile && !m_sameFile ? Encrypted().CheckMayGo() : VVS_Success;
+    const bool isSourceGoing = !m_keepSrcFile && (!m_sameFile || DestLock().locked);
+    return m_content->IsEncrypted() && isSourceGoing ? Encrypted().CheckMayGo() : VVS_Success;
 }
 
 VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEncrypted, bool& isDone) {
@@ -441,7 +444,10 @@ VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& sou
     const LockedFile& dest = DestLock();
     if (dest.locked) {
         QC_CHECK_STATUS_OR_RETURN(LookAgain(), L"LookAgain() =>%s, ");
-        return qcLog.Leave(container_cipher::EncryptOpenFileLocked(m_destPath, virtualFileSpec, source, dest));
+        const VirtualVolumeStatus status = container_cipher::EncryptOpenFileLocked(m_destPath, virtualFileSpec, source, dest);
+        if (status != VVS_Success && m_sameFile)
+            Encrypted().FollowOwnLock();
+        return qcLog.Leave(status);
     }
     const bool isHeld = !MayReplace() && !m_sameFile;
     if (isHeld) {

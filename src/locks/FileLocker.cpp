@@ -171,6 +171,7 @@ VirtualVolumeStatus FileLocker::Lock(const wchar_t* filePath, const VirtFindData
     if (!entry) {
         LockEntry made;
         made.lockInfoArray.reserve(1);
+        table.entries.reserve(table.entries.size() + 1);
         QC_CHECK_STATUS_OR_RETURN(CreateAndLockFile(filePath, made.fileHandleInfo),
                                   L"CreateAndLockFile(filePath, lockInfoData.fileHandleInfo) =>%s, ");
         made.encryptedInfo = encryptedInfo ? *encryptedInfo : VirtFindData{};

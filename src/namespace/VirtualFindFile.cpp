@@ -190,10 +190,10 @@ bool ReadRawEntry(const std::wstring& path, WIN32_FIND_DATAW& raw) {
     return true;
 }
 
-// Begins the search for "<spec>.zip" in place of a search that is exhausted.
 // Did the search end because nothing more matches, and not because the folder cannot be read any further?
 bool IsSearchDone() { return GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_NO_MORE_FILES; }
 
+// Begins the search for "<spec>.zip" in place of a search that is exhausted.
 bool StartExtraZipSearch(VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
     std::wstring newSearch;
     if (!IsSearchDone() || handle.extraZipSearch || !ShouldSearchForExtraZip(handle.filePathSearch, newSearch))
@@ -296,7 +296,8 @@ bool VirtualFindFile::FindNextFileW(VirtualFindHandle& handle, VirtFindData* vir
     QC_TRACE(L"VirtualFindFile::FindNextFileW", L"Next search for filePathSearch[%s]", handle.filePathSearch);
     *virtFindData = {};
     WIN32_FIND_DATAW raw{};
-    const bool found = ::FindNextFileW(handle.find.Get(), &raw) && ShouldEnumerateFindData(handle, raw);
+    SetLastError(ERROR_NO_MORE_FILES);  // also of a second search that found nothing
+    const bool found = handle.find && ::FindNextFileW(handle.find.Get(), &raw) && ShouldEnumerateFindData(handle, raw);
     if (!found && !StartExtraZipSearch(handle, raw))
         return qcLog.Leave(false);
     // A folder named like a container goes the same way; it still shows as a folder.

@@ -57,6 +57,7 @@ Result CatchAllOr(Result failed, QuelcryptLog& qcLog, const Arguments& qcArgumen
         return call();
     } catch (...) {
         StatusOfCaught(QC_SLOT, VSS_OutMemory);
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);  // not what an earlier call left, such as that there are no more files
         return qcLog.Leave(failed);
     }
 }

@@ -1,3 +1,5 @@
+#include <cstring>
+
 #include "common/Halves.h"
 #include "items/SaveNames.h"
 #include "library/Owners.h"
@@ -38,10 +40,13 @@ VirtFindData RecordOfMissingFile(const std::wstring& fullFilePath) {
 }
 
 // Before it was held, the container may have become another one than was found. The lock is taken: nothing here makes it fail.
-void FollowHeldContainer(const std::wstring& containerPath, VirtualItemType itemType) noexcept {
+// Unless somebody has saved it under the lock since.
+void FollowHeldContainer(const std::wstring& containerPath, const VirtFindData& found) noexcept {
     try {
-        VirtFindData held{};
-        if (VirtualFindFile::FindContainerOnDisk(containerPath, &held) && held.itemType == itemType)
+        VirtFindData held{}, now{};
+        const bool isKnown = VirtualFindFile::FindContainerOnDisk(containerPath, &held) && held.itemType == found.itemType;
+        FileLocker::GetEncryptedInfo(containerPath.c_str(), nullptr, &now);
+        if (isKnown && std::memcmp(&now, &found, sizeof(found)) == 0)
             FileLocker::SetEncryptedInfo(containerPath.c_str(), held);
     } catch (...) {  // for want of memory; listings then show what was found before
     }
@@ -78,7 +83,7 @@ VirtualVolumeStatus LockWhatIsThere(QuelcryptLog& qcLog, const std::wstring& ful
     QC_CHECK_STATUS_OR_RETURN(FileLocker::Lock(filePathToLock.c_str(), halvaneVirtFindData, lockInfo),
                               L"FileLocker::Lock(filePathToLock, halvaneVirtFindData, lockInfo) =>%s, ");
     if (!isLockedBefore && halvaneVirtFindData)
-        FollowHeldContainer(filePathToLock, virtFindData.itemType);
+        FollowHeldContainer(filePathToLock, virtFindData);
     return qcLog.Leave(VVS_Success);
 }
 
