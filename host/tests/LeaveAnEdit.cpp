@@ -21,14 +21,11 @@ int wmain(int count, wchar_t** values) {
     VirtFindData existing{};
     const bool exists = volume->FindFile(values[3], &existing);
     void* file = nullptr;
-    VirtualVolumeStatus status = volume->OpenFile(&file, values[3], GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ,
-                                                  exists ? OPEN_EXISTING : CREATE_NEW, nullptr, nullptr);
-    if (status == VVS_Success)
-        status = volume->SetFileSize(file, 0, nullptr);
     const std::string bytes(text.begin(), text.end());
-    if (status == VVS_Success)
-        status = volume->WriteFile(file, 0, bytes.data(), static_cast<std::uint32_t>(bytes.size()), nullptr, nullptr);
-    if (status != VVS_Success)
+    if (volume->OpenFile(&file, values[3], GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, exists ? OPEN_EXISTING : CREATE_NEW, nullptr,
+                         nullptr) != VVS_Success ||
+        volume->SetFileSize(file, 0, nullptr) != VVS_Success ||
+        volume->WriteFile(file, 0, bytes.data(), static_cast<std::uint32_t>(bytes.size()), nullptr, nullptr) != VVS_Success)
         return 1;
     if (how == L"close") {
         volume->CloseFile(file, nullptr);

@@ -1,7 +1,7 @@
 // Goes through every order, to a depth, of what can be done to one document, and then at random through longer ones.
 //
 // explorer [START...] [--depth N] [--part N --parts N] [--walks N] [--length N] [--seed N]
-// explorer --history "START: STEP; STEP; ..."    explorer --starts
+// explorer --history "START: STEP; STEP; ..."
 //
 // Enumerated is all that Next (History.cpp) offers after a history. Each step but the deepest is done once more for every call about
 // containers that it makes to the companion library, which then fails, or throws. Left out is
@@ -25,6 +25,7 @@
 #include <cstdlib>
 #include <map>
 #include <random>
+#include <set>
 
 #include <windows.h>
 
@@ -173,29 +174,24 @@ LONG WINAPI TellOfCrash(EXCEPTION_POINTERS* info) {
 int main(int argc, char** argv) {
     std::map<std::string, int> numbers{{"--depth", 3}, {"--part", 0},    {"--parts", 1},
                                        {"--walks", 0}, {"--length", 10}, {"--seed", static_cast<int>(GetTickCount() & 0xFFFFF)}};
-    std::vector<std::string> names;
+    std::set<std::string> names;
     SetUnhandledExceptionFilter(TellOfCrash);
     CreateThread(nullptr, 0, TellOfHang, nullptr, 0, nullptr);
     for (int at = 1; at < argc; ++at) {
         const std::string word = argv[at];
-        if (word == "--starts") {
-            for (const Start& start : Starts())
-                std::printf("%s\n", start.name);
-            return 0;
-        }
         if (word == "--history" && at + 1 < argc)
             return RunOne(argv[at + 1]);
         if (numbers.count(word) && at + 1 < argc)
             numbers[word] = std::atoi(argv[++at]);
-        else if (std::any_of(Starts().begin(), Starts().end(), [&](const Start& start) { return start.name == word; }))
-            names.push_back(word);
+        else if (const auto history = HistoryOf(word); history && history->second.empty())
+            names.insert(history->first->name);
         else
             return std::printf("What start is \"%s\"?\n", argv[at]), 2;
     }
     std::mt19937 random(static_cast<unsigned>(numbers["--seed"]));
     bool hasFailed = false;
     for (const Start& start : Starts()) {
-        if (!names.empty() && std::find(names.begin(), names.end(), start.name) == names.end())
+        if (!names.empty() && !names.contains(start.name))
             continue;
         Explorer explorer(start, numbers["--part"], numbers["--parts"]);
         Steps steps;

@@ -2,12 +2,14 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <set>
 #include <string>
 
+#include <windows.h>
+
 #include <shellapi.h>
 #include <shlobj.h>
-#include <windows.h>
 
 #include "companion/Control.h"
 #include "harness/Imports.h"
@@ -27,78 +29,54 @@ Key Noted(std::set<Key>& keys, Key key) {
 }
 DWORD Noted(DWORD slot) { return *g_threadSlots.insert(slot).first; }
 
-template <class Function>
-void Replace(const char* name, Function* function) {
-    ReplaceImport(g_module, name, reinterpret_cast<void*>(function));
-}
-
 void NoteWhatIsHeld() {
-    Replace(
-        "CreateFileW", +[](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE sample) {
-            return Noted(g_files, CreateFileW(path, access, share, security, how, flags, sample));
-        });
-    Replace(
-        "DuplicateHandle", +[](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) {
-            const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
-            if (isDone && g_files.count(file))
-                g_files.insert(*copy);
-            return isDone;
-        });
-    Replace(
-        "CloseHandle", +[](HANDLE handle) {
-            g_files.erase(handle);
-            return CloseHandle(handle);
-        });
-    Replace(
-        "FindFirstFileW", +[](LPCWSTR path, LPWIN32_FIND_DATAW entry) { return Noted(g_searches, FindFirstFileW(path, entry)); });
-    Replace(
-        "FindFirstFileExW", +[](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID entry, FINDEX_SEARCH_OPS kind, LPVOID filter, DWORD flags) {
-            return Noted(g_searches, FindFirstFileExW(path, level, entry, kind, filter, flags));
-        });
-    Replace(
-        "FindClose", +[](HANDLE search) {
-            g_searches.erase(search);
-            return FindClose(search);
-        });
-    Replace(
-        "TlsAlloc", +[] { return Noted(TlsAlloc()); });
-    Replace(
-        "TlsFree", +[](DWORD slot) {
-            g_threadSlots.erase(slot);
-            return TlsFree(slot);
-        });
+    Replace(g_module, "CreateFileW",
+            [](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE sample) {
+                return Noted(g_files, CreateFileW(path, access, share, security, how, flags, sample));
+            });
+    Replace(g_module, "DuplicateHandle", [](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) {
+        const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
+        if (isDone && g_files.count(file))
+            g_files.insert(*copy);
+        return isDone;
+    });
+    Replace(g_module, "CloseHandle", [](HANDLE handle) {
+        g_files.erase(handle);
+        return CloseHandle(handle);
+    });
+    Replace(g_module, "FindFirstFileW",
+            [](LPCWSTR path, LPWIN32_FIND_DATAW entry) { return Noted(g_searches, FindFirstFileW(path, entry)); });
+    Replace(g_module, "FindFirstFileExW",
+            [](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID entry, FINDEX_SEARCH_OPS kind, LPVOID filter, DWORD flags) {
+                return Noted(g_searches, FindFirstFileExW(path, level, entry, kind, filter, flags));
+            });
+    Replace(g_module, "FindClose", [](HANDLE search) {
+        g_searches.erase(search);
+        return FindClose(search);
+    });
+    Replace(g_module, "TlsAlloc", [] { return Noted(TlsAlloc()); });
+    Replace(g_module, "TlsFree", [](DWORD slot) {
+        g_threadSlots.erase(slot);
+        return TlsFree(slot);
+    });
 }
 
-// Nobody is there to pick a folder, nothing outside lets go of a file in time, and no power fails. What the shell would do with one
-// file, or a folder of files, is done at a twentieth of the cost.
+// Nobody is there to pick a folder, nothing outside lets go of a file in time, and no power fails. What the shell would do is done at a
+// twentieth of the cost.
 void LeaveOutWhatTakesTime() {
-    Replace(
-        "SHBrowseForFolderW", +[](LPBROWSEINFOW) -> PIDLIST_ABSOLUTE { return nullptr; });
-    Replace(
-        "CoInitialize", +[](LPVOID) -> HRESULT { return S_FALSE; });
-    Replace(
-        "CoUninitialize", +[] {});
-    Replace(
-        "Sleep", +[](DWORD) {});
-    Replace(
-        "FlushFileBuffers", +[](HANDLE) -> BOOL { return TRUE; });
-    Replace(
-        "SHCreateDirectoryExW", +[](HWND, LPCWSTR path, const SECURITY_ATTRIBUTES*) -> int {
-            return CreateDirectoryW(path, nullptr) ? ERROR_SUCCESS : static_cast<int>(GetLastError());
-        });
-    Replace(
-        "SHFileOperationW", +[](LPSHFILEOPSTRUCTW operation) -> int {
-            const std::wstring path = operation->pFrom;
-            WIN32_FIND_DATAW entry;
-            const HANDLE search = DeleteFileW(path.c_str()) ? INVALID_HANDLE_VALUE : FindFirstFileW((path + L"\\*").c_str(), &entry);
-            if (search == INVALID_HANDLE_VALUE)
-                return 0;
-            do
-                DeleteFileW((path + L"\\" + entry.cFileName).c_str());
-            while (FindNextFileW(search, &entry));
-            FindClose(search);
-            return RemoveDirectoryW(path.c_str()) ? 0 : static_cast<int>(GetLastError());
-        });
+    Replace(g_module, "SHBrowseForFolderW", [](LPBROWSEINFOW) -> PIDLIST_ABSOLUTE { return nullptr; });
+    Replace(g_module, "CoInitialize", [](LPVOID) -> HRESULT { return S_FALSE; });
+    Replace(g_module, "CoUninitialize", [] {});
+    Replace(g_module, "Sleep", [](DWORD) {});
+    Replace(g_module, "FlushFileBuffers", [](HANDLE) -> BOOL { return TRUE; });
+    Replace(g_module, "SHCreateDirectoryExW", [](HWND, LPCWSTR path, const SECURITY_ATTRIBUTES*) -> int {
+        return CreateDirectoryW(path, nullptr) ? ERROR_SUCCESS : static_cast<int>(GetLastError());
+    });
+    Replace(g_module, "SHFileOperationW", [](LPSHFILEOPSTRUCTW operation) -> int {
+        std::error_code error;
+        std::filesystem::remove_all(operation->pFrom, error);
+        return error.value();
+    });
 }
 
 }  // namespace
@@ -114,9 +92,8 @@ IVirtualVolume* process::Volume() {
     Companion().level = 0;
     NoteWhatIsHeld();
     LeaveOutWhatTakesTime();
-    const auto factory =
-        reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory")));
-    return g_volume = factory();
+    void* const factory = reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory"));
+    return g_volume = reinterpret_cast<IVirtualVolume* (*)()>(factory)();
 }
 
 void process::End() {

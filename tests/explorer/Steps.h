@@ -7,24 +7,11 @@
 #include <utility>
 #include <vector>
 
+// clang-format off
 enum class Op {
-    Open,
-    Read,
-    Write,
-    Cut,
-    Delete,
-    Undelete,
-    Rename,
-    Close,
-    Move,
-    Copy,
-    Lock,
-    Unlock,
-    Store,
-    StoreInPlace,
-    Remove,
-    EndProcess
+    Open, Read, Write, Cut, Delete, Undelete, Rename, Close, Move, Copy, Lock, Unlock, Store, StoreInPlace, Remove, EndProcess
 };
+// clang-format on
 inline bool IsOutside(Op op) { return op >= Op::Store; }  // by somebody outside, or by nobody
 inline bool IsByPath(Op op) { return op == Op::Move || op == Op::Copy; }
 

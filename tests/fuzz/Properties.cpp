@@ -1,26 +1,24 @@
 // The pure parts that take texts apart, under any input. The program's own name says whose property is looked at. One that does not
 // hold ends the program, and the fuzzer keeps the input.
 #include <algorithm>
+#include <cassert>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <string>
 
 #include "core/HostError.h"
+#include "core/Text.h"
 #include "core/TrackingText.h"
 #include "core/VolumePath.h"
 #include "webdav/Conditions.h"
 #include "webdav/Http.h"
 #include "webdav/Xml.h"
 
-#define MUST(condition)                                              \
-    do {                                                             \
-        if (!(condition)) {                                          \
-            std::fprintf(stderr, "does not hold: %s\n", #condition); \
-            std::abort();                                            \
-        }                                                            \
-    } while (false)
+// Stand-ins for what asks the platform.
+std::string ToUtf8(std::wstring_view text) { return {text.begin(), text.end()}; }
+std::wstring ToUtf16(std::string_view text) { return {text.begin(), text.end()}; }
+std::wstring UniqueSuffix() { return L"1a2b3c4d"; }
 
 namespace {
 
@@ -34,34 +32,26 @@ void VolumePaths(Input input) {
     try {
         const VolumePath path = VolumePath::Parse(text, VolumePath::Wildcards::InLastComponent);
         const std::wstring written = path.Str();
-        MUST(VolumePath::Parse(written, VolumePath::Wildcards::InLastComponent).Str() == written);
-        MUST(written.find_first_of(L":/<>|\"") == std::wstring::npos && !written.starts_with(L'\\') && !written.ends_with(L'\\'));
+        assert(VolumePath::Parse(written, VolumePath::Wildcards::InLastComponent).Str() == written);
+        assert(written.find_first_of(L":/<>|\"") == std::wstring::npos && !written.starts_with(L'\\') && !written.ends_with(L'\\'));
         VolumePath up = path;
         for (; !up.IsRoot(); up = up.Parent()) {
             const std::wstring name = up.Name();
-            MUST(!name.empty() && name != L"." && name != L".." && name.size() <= 255);
-            MUST(name.back() != L'.' && name.back() != L' ');
-            MUST(up.Parent().Child(name).Equals(up) && up.IsInside(up.Parent()) && !up.Parent().IsInside(up));
+            assert(!name.empty() && name != L"." && name != L".." && name.size() <= 255);
+            assert(name.back() != L'.' && name.back() != L' ');
+            assert(up.Parent().Child(name).Equals(up) && up.IsInside(up.Parent()) && !up.Parent().IsInside(up));
         }
-        MUST(!path.IsRoot() || path.Shown() == "/");
+        assert(!path.IsRoot() || path.Shown() == "/");
         if (!path.IsRoot() && written.find_first_of(L"*?") == std::wstring::npos)
-            MUST(path.Aside().Parent().Equals(path.Parent()) && !VolumePath::ComponentProblem(path.Aside().Name()));
+            assert(path.Aside().Parent().Equals(path.Parent()) && !VolumePath::ComponentProblem(path.Aside().Name()));
     } catch (const UsageError&) {
     }
 }
 
-std::wstring State(const FileState& state) {
-    return L"<attributes>" + std::to_wstring(static_cast<std::int32_t>(state.attributes)) + L"</attributes>\r\n<writetime>" +
-           std::to_wstring(static_cast<std::int64_t>(state.lastWriteTime)) + L"</writetime>\r\n<size>" +
+std::wstring Written(const std::wstring& path, const FileState& state) {
+    return L"<name><![CDATA[" + path + L"]]></name><attributes>" + std::to_wstring(static_cast<std::int32_t>(state.attributes)) +
+           L"</attributes><writetime>" + std::to_wstring(static_cast<std::int64_t>(state.lastWriteTime)) + L"</writetime><size>" +
            std::to_wstring(static_cast<std::int64_t>(state.size)) + L"</size>";
-}
-
-std::wstring Written(const Tracking& tracking) {
-    const auto name = [](const std::wstring& text) { return L"<name><![CDATA[" + text + L"]]></name>\r\n"; };
-    return L"<halvanecloud>\r\n<filetracking>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n<id>0</id>\r\n</process>\r\n<srcfile>\r\n" +
-           name(tracking.container) + State(tracking.containerState) + L"\r\n</srcfile>\r\n<filespec>\r\n" + name(tracking.name) +
-           L"</filespec>\r\n<tempfile>\r\n" + name(tracking.copy) + State(tracking.copyState) +
-           L"\r\n</tempfile>\r\n<ar>\r\n</ar>\r\n</filetracking>\r\n</halvanecloud>\r\n";
 }
 
 // A tracking file that was cut or changed is refused or read, and one that is whole is read as it was written.
@@ -70,10 +60,13 @@ void TrackingFiles(Input input) {
     const std::optional<Tracking> read = ParseTracking(text);
     if (!read)
         return;
-    MUST(!read->container.empty());
-    const std::optional<Tracking> again = ParseTracking(Written(*read));
-    MUST(again && again->container == read->container && again->name == read->name && again->copy == read->copy);
-    MUST(again->containerState == read->containerState && again->copyState == read->copyState);
+    assert(!read->container.empty());
+    const std::optional<Tracking> again =
+        ParseTracking(L"<halvanecloud><filetracking><srcfile>" + Written(read->container, read->containerState) +
+                      L"</srcfile><filespec><name><![CDATA[" + read->name + L"]]></name></filespec><tempfile>" +
+                      Written(read->copy, read->copyState) + L"</tempfile></filetracking></halvanecloud>\r\n");
+    assert(again && again->container == read->container && again->name == read->name && again->copy == read->copy);
+    assert(again->containerState == read->containerState && again->copyState == read->copyState);
 }
 
 // The conditions of a request: If, entity tags, ranges.
@@ -81,37 +74,32 @@ void IfFields(Input input) {
     const std::string text(input.begin(), input.end());
     try {
         const webdav::IfHeader header = webdav::ParseIf(text);
-        MUST(!header.empty());
+        assert(!header.empty());
         std::size_t tokens = 0;
         bool onlyNegated = false;  // in one of the lists
         for (const webdav::IfList& list : header) {
-            MUST(!list.conditions.empty());
+            assert(!list.conditions.empty());
             onlyNegated |= std::ranges::all_of(list.conditions, &webdav::IfCondition::negated);
             tokens += std::ranges::count_if(list.conditions, [](const auto& condition) { return !condition.negated && !condition.isTag; });
         }
-        MUST(webdav::SubmittedTokens(header).size() <= tokens);
+        assert(webdav::SubmittedTokens(header).size() <= tokens);
         // What holds for nothing holds only where a list is all "Not".
-        MUST(webdav::IfHolds(header, [](const std::string&, const webdav::IfCondition&) { return false; }) == onlyNegated);
+        assert(webdav::IfHolds(header, [](const std::string&, const webdav::IfCondition&) { return false; }) == onlyNegated);
     } catch (const webdav::HttpError& error) {
-        MUST(error.Status() == 400);
+        assert(error.Status() == 400);
     }
     webdav::TagListMatches(text, "\"tag\"");
     webdav::TagListMatches(text, "\"tag\"", true);
     for (const std::uint64_t length : {std::uint64_t(0), std::uint64_t(1), std::uint64_t(1000), ~std::uint64_t(0)}) {
         webdav::ByteRange range;
         if (webdav::ParseRange(text, length, range) == webdav::RangeKind::Part)
-            MUST(range.length > 0 && range.first < length && range.length <= length - range.first);
+            assert(range.length > 0 && range.first < length && range.length <= length - range.first);
     }
 }
 
 bool Same(const webdav::XmlNode& left, const webdav::XmlNode& right) {
-    if (left.name != right.name || left.text != right.text || left.attributes != right.attributes ||
-        left.children.size() != right.children.size())
-        return false;
-    for (std::size_t i = 0; i < left.children.size(); ++i)
-        if (!Same(left.children[i], right.children[i]))
-            return false;
-    return true;
+    return left.name == right.name && left.text == right.text && left.attributes == right.attributes &&
+           std::ranges::equal(left.children, right.children, Same);
 }
 
 int Depth(const webdav::XmlNode& node) {
@@ -127,31 +115,26 @@ void XmlRequests(Input input) {
     try {
         node = webdav::ParseXml({reinterpret_cast<const char*>(input.data()), input.size()});
     } catch (const webdav::HttpError& error) {
-        MUST(error.Status() == 400);
+        assert(error.Status() == 400);
         return;
     }
-    MUST(!node.IsText() && Depth(node) <= 66);
+    assert(!node.IsText() && Depth(node) <= 66);
     const webdav::XmlNode again = webdav::ParseXml("<D:w xmlns:D='DAV:'>" + webdav::Serialized(node) + "</D:w>");
-    MUST(again.children.size() == 1 && Same(again.children[0], node));
+    assert(again.children.size() == 1 && Same(again.children[0], node));
 }
 
-struct Property {
-    const char* name;
-    void (*look)(Input);
-} const c_properties[] = {
+const std::map<std::string, void (*)(Input)> c_properties{
     {"IfFields", IfFields}, {"TrackingFiles", TrackingFiles}, {"VolumePaths", VolumePaths}, {"XmlRequests", XmlRequests}};
-const Property* g_property = nullptr;
+void (*g_property)(Input) = nullptr;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char*** values) {
-    for (const Property& property : c_properties)
-        if (std::filesystem::path(**values).filename() == property.name)
-            g_property = &property;
+    g_property = c_properties.at(std::filesystem::path(**values).filename());
     return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    g_property->look({data, size});
+    g_property({data, size});
     return 0;
 }

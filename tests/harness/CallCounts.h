@@ -4,12 +4,12 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
+#include <deque>
 #include <initializer_list>
 #include <map>
 #include <string>
 #include <string_view>
-#include <vector>
+#include <utility>
 
 #include <windows.h>
 
@@ -19,11 +19,12 @@ class CallCounts {
 public:
     // From now on; the modules must stay loaded.
     explicit CallCounts(std::initializer_list<const wchar_t*> modules) {
-        m_memory = static_cast<Counter*>(VirtualAlloc(nullptr, kMost * sizeof(Counter), MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
         for (const wchar_t* module : modules)
             ForEachImport(GetModuleHandleW(module), [&](const char* name, void** entry) {
-                if (IsOfFileSystem(name) && m_names.size() < kMost)
-                    SetImport(entry, m_memory[m_names.size()].Lead(*entry)), m_names.emplace_back(name);
+                if (IsOfFileSystem(name))
+                    LeadImport(
+                        entry, [](void* count) { InterlockedIncrement64(static_cast<LONG64*>(count)); },
+                        &m_counts.emplace_back(name, 0).second);
             });
     }
     CallCounts(const CallCounts&) = delete;
@@ -32,9 +33,9 @@ public:
     // Since the last time; names says which.
     std::uint64_t Take(std::string* names = nullptr) {
         std::map<std::string, std::uint64_t> counts;
-        for (std::size_t at = 0; at < m_names.size(); ++at)
-            if (const LONG64 count = InterlockedExchange64(&m_memory[at].count, 0))
-                counts[m_names[at]] += static_cast<std::uint64_t>(count);
+        for (auto& [name, counted] : m_counts)
+            if (const LONG64 count = InterlockedExchange64(&counted, 0))
+                counts[name] += static_cast<std::uint64_t>(count);
         std::uint64_t total = 0;
         for (const auto& [name, count] : counts) {
             total += count;
@@ -45,24 +46,6 @@ public:
     }
 
 private:
-    static constexpr std::size_t kMost = 256;
-
-    struct Counter {
-        volatile LONG64 count;
-        void* function;
-        unsigned char code[16];
-
-        // lock inc qword ptr [count]; jmp [function], both relative to the next instruction ("Intel 64 Software Developer's Manual",
-        // volume 2: INC, JMP)
-        void* Lead(void* to) {
-            constexpr unsigned char kCode[] = {0xF0, 0x48, 0xFF, 0x05, 0xE8, 0xFF, 0xFF, 0xFF, 0xFF, 0x25, 0xEA, 0xFF, 0xFF, 0xFF};
-            function = to;
-            std::memcpy(code, kCode, sizeof(kCode));
-            return code;
-        }
-    };
-    static_assert(offsetof(Counter, code) == 16);
-
     static bool IsOfFileSystem(std::string_view name) {
         for (const std::string_view part :
              {"FileW",         "FileExW",     "FileA",           "FileAttributes", "FileInformation", "FileSize",      "FilePointer",
@@ -73,6 +56,6 @@ private:
         return false;
     }
 
-    Counter* m_memory = nullptr;
-    std::vector<std::string> m_names;
+    // Of each import; never deleted, since the modules go on counting.
+    std::deque<std::pair<std::string, LONG64>>& m_counts = *new std::deque<std::pair<std::string, LONG64>>;
 };

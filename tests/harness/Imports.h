@@ -2,6 +2,7 @@
 // platform, and nobody else does. Ends with the module: one that is loaded again imports the platform's functions again.
 #pragma once
 
+#include <cstddef>
 #include <cstring>
 
 #include <windows.h>
@@ -40,4 +41,29 @@ inline void* ReplaceImport(HMODULE module, const char* function, void* replaceme
             before = *entry, SetImport(entry, replacement);
     });
     return before;
+}
+
+// By a function of the same type, or a lambda that becomes one.
+template <class Function>
+void Replace(HMODULE module, const char* name, Function function) {
+    ReplaceImport(module, name, reinterpret_cast<void*>(+function));
+}
+
+// From now on the import calls before(context) and then goes on to its function, whatever the arguments are.
+inline void LeadImport(void** entry, void (*before)(void*), void* context) {
+    // push rcx, rdx, r8, r9; sub rsp, 40; mov rcx, [context]; call [before]; add rsp, 40; pop r9, r8, rdx, rcx; jmp [function], those
+    // relative to the next instruction ("Intel 64 Software Developer's Manual", volume 2)
+    constexpr unsigned char kCode[] = {0x51, 0x52, 0x41, 0x50, 0x41, 0x51, 0x48, 0x83, 0xEC, 0x28, 0x48, 0x8B, 0x0D,
+                                       0xDF, 0xFF, 0xFF, 0xFF, 0xFF, 0x15, 0xD1, 0xFF, 0xFF, 0xFF, 0x48, 0x83, 0xC4,
+                                       0x28, 0x41, 0x59, 0x41, 0x58, 0x5A, 0x59, 0xFF, 0x25, 0xD1, 0xFF, 0xFF, 0xFF};
+    struct Way {
+        void (*before)(void*);
+        void *context, *function;
+        unsigned char code[sizeof(kCode)];
+    };
+    static_assert(offsetof(Way, code) == 24);
+    auto* const way = static_cast<Way*>(VirtualAlloc(nullptr, sizeof(Way), MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
+    *way = {before, context, *entry, {}};
+    std::memcpy(way->code, kCode, sizeof(kCode));
+    SetImport(entry, way->code);
 }

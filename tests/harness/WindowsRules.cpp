@@ -6,7 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <string_view>
+#include <utility>
 #include <vector>
 
 #include <windows.h>
@@ -197,128 +197,88 @@ LONG NTAPI SetInformationOf(HANDLE handle, void* status, void* data, ULONG size,
     return result;
 }
 
-template <class Function>
-void Replace(HMODULE module, const char* name, Function* function) {
-    ReplaceImport(module, name, reinterpret_cast<void*>(function));
-}
-
 void ReplaceIn(HMODULE module) {
     Replace(module, "CreateFileW", OpenFile);
     Replace(module, "CloseHandle", CloseFile);
-    Replace(
-        module, "DuplicateHandle",
-        +[](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) -> BOOL {
-            const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
-            const std::lock_guard guard(g_state.mutex);
-            if (const auto opened = g_state.opened.find(file); isDone && opened != g_state.opened.end())
-                g_state.opened[*copy] = opened->second;
-            return isDone;
-        });
+    Replace(module, "DuplicateHandle",
+            [](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) -> BOOL {
+                const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
+                const std::lock_guard guard(g_state.mutex);
+                if (const auto opened = g_state.opened.find(file); isDone && opened != g_state.opened.end())
+                    g_state.opened[*copy] = opened->second;
+                return isDone;
+            });
     Replace(module, "GetFileInformationByHandleEx", TellOfOpen);
-    Replace(
-        module, "GetProcAddress", +[](HMODULE from, LPCSTR name) -> FARPROC {
-            const FARPROC function = GetProcAddress(from, name);
-            if (std::strcmp(name, "ZwSetInformationFile") != 0)
-                return function;
-            g_setInformation = reinterpret_cast<SetInformation>(reinterpret_cast<void*>(function));
-            return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(SetInformationOf));
-        });
-    Replace(
-        module, "SetFileTime", +[](HANDLE handle, const FILETIME* made, const FILETIME* read, const FILETIME* written) -> BOOL {
-            const std::lock_guard guard(g_state.mutex);
-            if (const auto opened = g_state.opened.find(handle); written && opened != g_state.opened.end())
-                opened->second.timeByHand = *written;
-            return REAL(SetFileTime)(handle, made, read, written);
-        });
-    Replace(
-        module, "Sleep", +[](DWORD ms) { CloseScanners(4), Sleep(ms); });
-    Replace(
-        module, "GetFileAttributesW",
-        +[](LPCWSTR path) -> DWORD { return IsRefused(path) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(path); });
-    Replace(
-        module, "GetFileAttributesExW", +[](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) -> BOOL {
-            if (IsRefused(path) || !REAL(GetFileAttributesExW)(path, level, data))
-                return FALSE;
-            auto* const told = static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
-            std::int64_t writeTime = Number(told->ftLastWriteTime);
-            Tell(KeyOf(path), told->dwFileAttributes, writeTime);
-            told->ftLastWriteTime = TimeOf(writeTime);
-            return TRUE;
-        });
-    Replace(
-        module, "SetFileAttributesW",
-        +[](LPCWSTR path, DWORD attributes) -> BOOL { return !IsRefused(path) && REAL(SetFileAttributesW)(path, attributes); });
-    Replace(
-        module, "FindFirstFileW",
-        +[](LPCWSTR path, LPWIN32_FIND_DATAW data) { return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileW)(path, data); });
-    Replace(
-        module, "FindFirstFileExW",
-        +[](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data, FINDEX_SEARCH_OPS op, LPVOID filter, DWORD flags) {
-            return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileExW)(path, level, data, op, filter, flags);
-        });
-    Replace(
-        module, "DeleteFileW", +[](LPCWSTR path) -> BOOL {
-            CloseScanners(1);
-            if (IsRefused(path) || !REAL(DeleteFileW)(path))
-                return FALSE;
-            const std::lock_guard guard(g_state.mutex);
-            SetToBeDeleted(KeyOf(path), true);
-            return TRUE;
-        });
-    Replace(
-        module, "MoveFileExW", +[](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
-            return CloseScanners(1), !IsRefused(from) && !IsRefused(to) && REAL(MoveFileExW)(from, to, flags);
-        });
-    Replace(
-        module, "CopyFileW", +[](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL {
-            CloseScanners(1);
-            if (IsRefused(from) || IsRefused(to) || !REAL(CopyFileW)(from, to, isNew))
-                return FALSE;
-            const std::lock_guard guard(g_state.mutex);
-            Scan(KeyOf(to));
-            return TRUE;
-        });
-    Replace(
-        module, "CreateDirectoryW",
-        +[](LPCWSTR path, LPSECURITY_ATTRIBUTES rights) -> BOOL { return !IsTooLong(path, 247) && REAL(CreateDirectoryW)(path, rights); });
-    Replace(
-        module, "RemoveDirectoryW",
-        +[](LPCWSTR path) -> BOOL { return CloseScanners(1), !IsTooLong(path) && REAL(RemoveDirectoryW)(path); });
+    Replace(module, "GetProcAddress", [](HMODULE from, LPCSTR name) -> FARPROC {
+        const FARPROC function = GetProcAddress(from, name);
+        if (std::strcmp(name, "ZwSetInformationFile") != 0)
+            return function;
+        g_setInformation = reinterpret_cast<SetInformation>(reinterpret_cast<void*>(function));
+        return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(SetInformationOf));
+    });
+    Replace(module, "SetFileTime", [](HANDLE handle, const FILETIME* made, const FILETIME* read, const FILETIME* written) -> BOOL {
+        const std::lock_guard guard(g_state.mutex);
+        if (const auto opened = g_state.opened.find(handle); written && opened != g_state.opened.end())
+            opened->second.timeByHand = *written;
+        return REAL(SetFileTime)(handle, made, read, written);
+    });
+    Replace(module, "Sleep", [](DWORD ms) { CloseScanners(4), Sleep(ms); });
+    Replace(module, "GetFileAttributesW",
+            [](LPCWSTR path) -> DWORD { return IsRefused(path) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(path); });
+    Replace(module, "GetFileAttributesExW", [](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) -> BOOL {
+        if (IsRefused(path) || !REAL(GetFileAttributesExW)(path, level, data))
+            return FALSE;
+        auto* const told = static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
+        std::int64_t writeTime = Number(told->ftLastWriteTime);
+        Tell(KeyOf(path), told->dwFileAttributes, writeTime);
+        told->ftLastWriteTime = TimeOf(writeTime);
+        return TRUE;
+    });
+    Replace(module, "SetFileAttributesW",
+            [](LPCWSTR path, DWORD attributes) -> BOOL { return !IsRefused(path) && REAL(SetFileAttributesW)(path, attributes); });
+    Replace(module, "FindFirstFileW", [](LPCWSTR path, LPWIN32_FIND_DATAW data) {
+        return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileW)(path, data);
+    });
+    Replace(module, "FindFirstFileExW",
+            [](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data, FINDEX_SEARCH_OPS op, LPVOID filter, DWORD flags) {
+                return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileExW)(path, level, data, op, filter, flags);
+            });
+    Replace(module, "DeleteFileW", [](LPCWSTR path) -> BOOL {
+        CloseScanners(1);
+        if (IsRefused(path) || !REAL(DeleteFileW)(path))
+            return FALSE;
+        const std::lock_guard guard(g_state.mutex);
+        SetToBeDeleted(KeyOf(path), true);
+        return TRUE;
+    });
+    Replace(module, "MoveFileExW", [](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
+        return CloseScanners(1), !IsRefused(from) && !IsRefused(to) && REAL(MoveFileExW)(from, to, flags);
+    });
+    Replace(module, "CopyFileW", [](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL {
+        CloseScanners(1);
+        if (IsRefused(from) || IsRefused(to) || !REAL(CopyFileW)(from, to, isNew))
+            return FALSE;
+        const std::lock_guard guard(g_state.mutex);
+        Scan(KeyOf(to));
+        return TRUE;
+    });
+    Replace(module, "CreateDirectoryW", [](LPCWSTR path, LPSECURITY_ATTRIBUTES rights) -> BOOL {
+        return !IsTooLong(path, 247) && REAL(CreateDirectoryW)(path, rights);
+    });
+    Replace(module, "RemoveDirectoryW",
+            [](LPCWSTR path) -> BOOL { return CloseScanners(1), !IsTooLong(path) && REAL(RemoveDirectoryW)(path); });
 }
 
 // What the tests do on disk themselves comes when the scanners are done: each of their imports releases them first and goes on.
-struct Stub {
-    void (*release)();
-    void* function;
-    unsigned char code[48];
-
-    // push rcx, rdx, r8, r9; sub rsp, 40; call [release]; add rsp, 40; pop r9, r8, rdx, rcx; jmp [function] ("Intel 64 Software
-    // Developer's Manual", volume 2)
-    void* Lead(void* to) {
-        constexpr unsigned char kCode[] = {0x51, 0x52, 0x41, 0x50, 0x41, 0x51, 0x48, 0x83, 0xEC, 0x28, 0xFF, 0x15, 0xE0, 0xFF, 0xFF, 0xFF,
-                                           0x48, 0x83, 0xC4, 0x28, 0x41, 0x59, 0x41, 0x58, 0x5A, 0x59, 0xFF, 0x25, 0xD8, 0xFF, 0xFF, 0xFF};
-        release = windows_rules::Release;
-        function = to;
-        std::memcpy(code, kCode, sizeof(kCode));
-        return code;
-    }
-};
-static_assert(offsetof(Stub, code) == 16);
-
 void LeadTests() {
-    constexpr std::size_t kMost = 128;
-    static auto* const s_stubs =
-        static_cast<Stub*>(VirtualAlloc(nullptr, kMost * sizeof(Stub), MEM_COMMIT | MEM_RESERVE, PAGE_EXECUTE_READWRITE));
-    static std::size_t s_count = 0;
-    if (s_count != 0)
+    static bool s_isLed = false;
+    if (std::exchange(s_isLed, true))
         return;
     ForEachImport(GetModuleHandleW(nullptr), [](const char* name, void** entry) {
-        const std::string_view function = name;
-        for (const std::string_view part : {"FileW", "FileExW", "Directory", "open", "find", "stat", "remove", "unlink"})
-            if (function.find(part) != function.npos && s_count < kMost) {
-                SetImport(entry, s_stubs[s_count++].Lead(*entry));
-                break;
-            }
+        const auto isIn = [&](const char* part) { return std::strstr(name, part) != nullptr; };
+        if (std::ranges::any_of(std::initializer_list{"FileW", "FileExW", "Directory", "open", "find", "stat", "remove", "unlink"}, isIn))
+            LeadImport(
+                entry, [](void*) { windows_rules::Release(); }, nullptr);
     });
 }
 

@@ -1,9 +1,9 @@
 // What requests cost, in the one form that is the same on every machine: the file system calls of the server, the volume and its
 // companion library. The budgets are what the code needs today; who makes a request cheaper lowers its budget with it. Only a
 // listing costs more in a larger folder.
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 
 #include <gtest/gtest.h>
 
@@ -45,10 +45,11 @@ constexpr std::string_view c_lock = R"(<lockinfo xmlns="DAV:"><lockscope><shared
 TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
     const fs::path work = fs::temp_directory_path() / "calls-of-requests";
     fs::remove_all(work);
-    for (const char* folder : {"small", "large"})
-        for (int number = 0; number < (folder[0] == 's' ? 10 : 1000); ++number)
-            fs::create_directories(work / "Docs" / folder),
-                std::ofstream(work / "Docs" / folder / ("plain file " + std::to_string(number)));
+    for (const auto& [folder, files] : {std::pair("small", 10), std::pair("large", 1000)}) {
+        fs::create_directories(work / "Docs" / folder);
+        for (int number = 0; number < files; ++number)
+            std::ofstream(work / "Docs" / folder / ("plain file " + std::to_string(number)));
+    }
     std::ofstream(work / "quelcrypt.json")
         << R"({"folders": [{"name": "Docs", "path": "Docs", "owner": "me", "policy": "encrypt", "targetKey": "one"}],
                                                   "passwords": {"one": "first password"}})";
@@ -57,7 +58,7 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
     {
         const Volume volume;
         webdav::Site site(volume, {}, {});
-        CallCounts counts[] = {CallCounts{nullptr}, CallCounts{L"QuelcryptVol64.dll"}, CallCounts{L"QuelcryptLib64.dll"}};
+        CallCounts counts{nullptr, L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"};
         const Row rows[] = {
             {"PUT", "new.txt", 159},   {"PUT", "new.txt", 170},     {"HEAD", "new.txt", 11},  {"GET", "new.txt", 44},
             {"GET", "missing.txt", 5}, {"PROPFIND", "new.txt", 11}, {"LOCK", "new.txt", 23},  {"COPY", "new.txt", 133},
@@ -67,33 +68,26 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
         for (const std::string folder : {"small", "large"}) {
             const auto send = [&](const Row& row, const char* depth = "0") {
                 const std::string method = row.method, target = "/Docs/" + folder + '/';
-                const webdav::Request request{method,
-                                              target + row.name,
-                                              {{"Host", "localhost"},
-                                               {"Content-Length", "7"},
-                                               {"Depth", method == "DELETE" ? "infinity" : depth},
-                                               {"Destination", target + (method == "COPY" ? "copy.txt" : "moved.txt")}}};
+                const webdav::Fields fields{{"Host", "localhost"},
+                                            {"Content-Length", "7"},
+                                            {"Depth", method == "DELETE" ? "infinity" : depth},
+                                            {"Destination", target + (method == "COPY" ? "copy.txt" : "moved.txt")}};
                 Body body;
                 body.rest = method == "PUT" ? "content" : method == "LOCK" ? c_lock : "";
                 Answer answer;
-                site.Answer(request, body, answer);
+                site.Answer({method, target + row.name, fields}, body, answer);
                 return answer.status;
             };
             send({"PUT", "first.txt", 0});  // a process's first save looks for a container that proves the password
             send({"PROPFIND", "", 0}, "1");
             send({"PUT", "first.txt", 0});  // proves the password
             for (const Row& row : rows) {
-                for (CallCounts& module : counts)
-                    module.Take();
+                counts.Take();
                 const int status = send(row);
-                std::uint64_t total = 0;
                 std::string names;
-                for (CallCounts& module : counts) {
-                    names += "\n     ";
-                    total += module.Take(&names);
-                }
-                std::printf("%s %-9s %-12s %d %4llu of %4llu%s\n", folder.c_str(), row.method, row.name, status,
-                            static_cast<unsigned long long>(total), static_cast<unsigned long long>(row.budget), names.c_str());
+                const std::uint64_t total = counts.Take(&names);
+                std::cout << folder << ' ' << row.method << ' ' << row.name << ' ' << status << ": " << total << " of " << row.budget
+                          << names << '\n';
                 EXPECT_LE(total, row.budget) << row.method << ' ' << row.name << ' ' << status << names;
             }
         }

@@ -5,7 +5,7 @@ cd /d "%~dp0"
 set failed=0
 type nul > run-tests.log
 for %%p in (volume_tests.exe unit_tests.exe parts\companion_tests.exe parts\host_tests.exe parts\webdav_tests.exe) do call :run %%p
-for %%s in (missing encrypted plain conflict waiting waiting-new edited locked occupied folder-missing folder-stored equal) do call :run explorer\explorer.exe %%s --depth 2 --seconds 2
+for %%s in (missing encrypted plain conflict waiting waiting-new edited locked occupied folder-missing folder-stored equal) do call :run explorer\explorer.exe %%s --depth 2
 if %failed% == 0 (echo All tests passed.) else (echo %failed% of these failed; run-tests.log says where.)
 exit /b %failed%
 
