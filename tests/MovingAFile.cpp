@@ -255,3 +255,15 @@ TEST_F(MovingAFile, TakesItsOwnFileOnly) {
         EXPECT_OK(Delete(L"Plain\\b"));
     }
 }
+
+// Also what was saved: its container may be gone meanwhile, and the open document's copy is the last one then.
+TEST_F(MovingAFile, ThatIsRefusedLeavesTheOpenContent) {
+    MakeEncrypted(L"Docs\\a.txt", "old");
+    void* const hFile = OpenEdited(L"Docs\\a.txt", "new");
+    EXPECT_OK(Rename(hFile, L"Plain\\a.txt"));
+    EXPECT_OK(Rename(hFile, L"Docs\\A.txt"));
+    EXPECT_TRUE(DeleteFileW(ContainerPath(L"Docs\\A.txt").c_str()));
+    EXPECT_EQ(VVS_FileNotFound, Rename(hFile, L"Docs\\b.txt"));
+    EXPECT_EQ("new", Read(hFile));
+    Close(hFile);
+}
