@@ -110,7 +110,7 @@ Pair SecondReads(const wchar_t* path, std::uint64_t size) {
 // What a reader or a writer of containers must do: the cipher over everything in memory, and writing the result.
 void CipherAndWrite(std::uint64_t size, const wchar_t* path, bool isSave) {
     static std::vector<std::uint8_t> block(4 * kBlockBytes);
-    const std::vector<std::uint8_t> salt(companion::ContentCipher::longestSalt);
+    const std::vector<std::uint8_t> salt(companion::ContentCipher::kLongestSalt);
     companion::ContentCipher cipher("a password", salt, AES256_KEY_SIZE);
     const File file(The().Native(path), kReadWrite, CREATE_ALWAYS);
     for (std::uint64_t at = 0; at < size; at += block.size()) {

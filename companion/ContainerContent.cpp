@@ -10,15 +10,15 @@
 namespace companion {
 namespace {
 
-constexpr std::uint64_t blockBytes = 256 * 1024;
-constexpr std::uint16_t stored = 0;
-constexpr std::uint16_t deflated = 8;
+constexpr std::uint64_t kBlockBytes = 256 * 1024;
+constexpr std::uint16_t kStored = 0;
+constexpr std::uint16_t kDeflated = 8;
 
 }  // namespace
 
 class ContainerContent::Inflation {
 public:
-    Inflation() : m_output(blockBytes) {
+    Inflation() : m_output(kBlockBytes) {
         if (inflateInit2(&m_stream, -MAX_WBITS) != Z_OK)
             throw std::bad_alloc();
     }
@@ -53,7 +53,7 @@ private:
 
 std::unique_ptr<ContentCipher> ContainerContent::CipherFor(ContainerFile& file, const std::string& password) {
     const std::size_t keyBytes = file.Zip()->keyBytes;
-    std::uint8_t buffer[ContentCipher::longestSalt];
+    std::uint8_t buffer[ContentCipher::kLongestSalt];
     const std::span salt(buffer, ContentCipher::SaltBytes(keyBytes));
     ContentCipher::Verifier verifier;
     file.Read(file.ContentAt(), salt);
@@ -70,12 +70,12 @@ ContainerContent::ContainerContent(ContainerFile& file, std::unique_ptr<ContentC
     const std::size_t added = ContentCipher::AddedBytes(zip.keyBytes);
     if (zip.storedBytes < added)
         Fail(L"The container is damaged: it has no room for its encryption");
-    if (zip.compression != stored && zip.compression != deflated)
+    if (zip.compression != kStored && zip.compression != kDeflated)
         Fail(L"The container is compressed in a way that is not known here");
-    m_at += added - ContentCipher::codeBytes;
+    m_at += added - ContentCipher::kCodeBytes;
     m_encryptedLeft = zip.storedBytes - added;
-    m_block.resize(static_cast<std::size_t>(std::min(m_encryptedLeft, blockBytes)));
-    if (zip.compression == deflated)
+    m_block.resize(static_cast<std::size_t>(std::min(m_encryptedLeft, kBlockBytes)));
+    if (zip.compression == kDeflated)
         m_inflation = std::make_unique<Inflation>();
 }
 

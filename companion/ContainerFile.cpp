@@ -11,7 +11,7 @@
 namespace companion {
 namespace {
 
-using EndOfFile = std::array<std::uint8_t, zipEndBytes>;
+using EndOfFile = std::array<std::uint8_t, kZipEndBytes>;
 
 std::string_view AsText(std::span<const std::uint8_t> bytes) { return {reinterpret_cast<const char*>(bytes.data()), bytes.size()}; }
 
@@ -40,7 +40,7 @@ void ContainerFile::FindEntry() {
     auto zip = OnlyEntry(AsText(end), fileBytes);
     if (!zip) {
         const bool isOther = EndsOtherZip(AsText(end), fileBytes);
-        const std::span begin(buffer.data(), ReadUpTo(0, std::span(buffer).first(localHeaderStart)));
+        const std::span begin(buffer.data(), ReadUpTo(0, std::span(buffer).first(kLocalHeaderStart)));
         m_isBroken = m_readError == 0 && !isOther && CanBeginContainer(AsText(begin));
         return;
     }

@@ -33,9 +33,9 @@
 namespace companion {
 namespace {
 
-constexpr std::size_t blockBytes = 256 * 1024;
-constexpr std::size_t keyBytes = AES256_KEY_SIZE;
-constexpr std::size_t longestName = zipEndBytes / 2;  // what is longer could not be read again
+constexpr std::size_t kBlockBytes = 256 * 1024;
+constexpr std::size_t kKeyBytes = AES256_KEY_SIZE;
+constexpr std::size_t kLongestName = kZipEndBytes / 2;  // what is longer could not be read again
 
 // The sizes are not known before the end. Until then the local header says 0; what is aside is no ZIP file anyway before its
 // central directory is there.
@@ -109,11 +109,11 @@ private:
     }
 
     void BeginEncryption() {
-        m_entry.keyBytes = keyBytes;
-        std::array<std::uint8_t, ContentCipher::SaltBytes(keyBytes)> salt;
+        m_entry.keyBytes = kKeyBytes;
+        std::array<std::uint8_t, ContentCipher::SaltBytes(kKeyBytes)> salt;
         if (BCryptGenRandom(nullptr, salt.data(), salt.size(), BCRYPT_USE_SYSTEM_PREFERRED_RNG) < 0)
             Fail(L"The container cannot be written: the system gives no random numbers");
-        m_cipher = std::make_unique<ContentCipher>(m_password.Text(), salt, keyBytes);
+        m_cipher = std::make_unique<ContentCipher>(m_password.Text(), salt, kKeyBytes);
         Append(LocalHeader(m_entry));
         Append(salt);
         Append(m_cipher->PasswordVerifier());
@@ -122,7 +122,7 @@ private:
     void WriteEnds() {
         if (m_cipher) {
             Append(m_cipher->AuthenticationCode());
-            m_entry.storedBytes = m_entry.plainBytes + ContentCipher::AddedBytes(keyBytes);
+            m_entry.storedBytes = m_entry.plainBytes + ContentCipher::AddedBytes(kKeyBytes);
         } else {
             Append(LocalHeader(m_entry));
         }
@@ -136,13 +136,13 @@ private:
 
     void Append(std::span<const std::uint8_t> bytes, ContentCipher* cipher = nullptr) {
         while (!bytes.empty()) {
-            const std::span piece = std::span(m_block).subspan(m_inBlock).first(std::min(bytes.size(), blockBytes - m_inBlock));
+            const std::span piece = std::span(m_block).subspan(m_inBlock).first(std::min(bytes.size(), kBlockBytes - m_inBlock));
             std::memcpy(piece.data(), bytes.data(), piece.size());
             if (cipher)
                 cipher->Encrypt(piece);
             m_inBlock += piece.size();
             bytes = bytes.subspan(piece.size());
-            if (m_inBlock == blockBytes)
+            if (m_inBlock == kBlockBytes)
                 WriteBlock();
         }
     }
@@ -160,8 +160,8 @@ private:
     std::optional<SideFile> m_file;
     IfThere m_ifThere;
     std::function<void(const Secret&)> m_require;
-    std::unique_ptr<ContentCipher> m_cipher;                                    // from the first byte of content on
-    std::vector<std::uint8_t> m_block = std::vector<std::uint8_t>(blockBytes);  // to be written
+    std::unique_ptr<ContentCipher> m_cipher;                                     // from the first byte of content on
+    std::vector<std::uint8_t> m_block = std::vector<std::uint8_t>(kBlockBytes);  // to be written
     std::size_t m_inBlock = 0;
     bool m_isOver = false;
 };
@@ -170,7 +170,7 @@ ZipEntry EntryFor(const wchar_t* name, std::uint32_t attributes, const SYSTEMTIM
                   const SYSTEMTIME* creation) {
     ZipEntry entry;
     entry.name = ToUtf8(name);
-    if (entry.name.size() > longestName)
+    if (entry.name.size() > kLongestName)
         throw CQuelcryptInvalidArgumentException();
     entry.isReadOnly = (attributes & FILE_ATTRIBUTE_READONLY) != 0;
     const auto seconds = [](std::optional<std::int64_t> time) { return static_cast<std::uint32_t>(time.value_or(0)); };

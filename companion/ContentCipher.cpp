@@ -10,7 +10,7 @@
 namespace companion {
 namespace {
 
-constexpr unsigned keyRounds = 1000;
+constexpr unsigned kKeyRounds = 1000;
 
 const nettle_cipher& AesOf(std::size_t keyBytes) {
     return keyBytes == AES128_KEY_SIZE ? nettle_aes128 : keyBytes == AES192_KEY_SIZE ? nettle_aes192 : nettle_aes256;
@@ -22,7 +22,7 @@ ContentCipher::ContentCipher(const std::string& password, std::span<const std::u
     : m_aes(AesOf(keyBytes)) {
     // The key to encrypt with, the key to authenticate with, the verifier.
     std::vector<std::uint8_t> derived(2 * keyBytes + m_verifier.size());
-    pbkdf2_hmac_sha1(password.size(), reinterpret_cast<const std::uint8_t*>(password.data()), keyRounds, salt.size(), salt.data(),
+    pbkdf2_hmac_sha1(password.size(), reinterpret_cast<const std::uint8_t*>(password.data()), kKeyRounds, salt.size(), salt.data(),
                      derived.size(), derived.data());
     m_aes.set_encrypt_key(&m_key, derived.data());
     hmac_sha1_set_key(&m_hmac, keyBytes, derived.data() + keyBytes);

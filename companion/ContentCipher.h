@@ -17,14 +17,14 @@ namespace companion {
 
 class ContentCipher {
 public:
-    static constexpr std::size_t longestSalt = 16;
-    static constexpr std::size_t codeBytes = 10;
+    static constexpr std::size_t kLongestSalt = 16;
+    static constexpr std::size_t kCodeBytes = 10;
     using Verifier = std::array<std::uint8_t, 2>;
-    using Code = std::array<std::uint8_t, codeBytes>;
+    using Code = std::array<std::uint8_t, kCodeBytes>;
 
     static constexpr std::size_t SaltBytes(std::size_t keyBytes) { return keyBytes / 2; }
     // What encryption adds to a content: salt, verifier and authentication code.
-    static constexpr std::size_t AddedBytes(std::size_t keyBytes) { return SaltBytes(keyBytes) + std::tuple_size_v<Verifier> + codeBytes; }
+    static constexpr std::size_t AddedBytes(std::size_t keyBytes) { return SaltBytes(keyBytes) + std::tuple_size_v<Verifier> + kCodeBytes; }
 
     // keyBytes is 16, 24 or 32; the salt has SaltBytes(keyBytes). Takes about a millisecond.
     ContentCipher(const std::string& password, std::span<const std::uint8_t> salt, std::size_t keyBytes);
@@ -43,15 +43,15 @@ private:
     void MakeKeyStream();
 
     // Encrypting many counters at a time lets the processor work on several blocks at once.
-    static constexpr std::size_t keyStreamBytes = 16 * 1024;
+    static constexpr std::size_t kKeyStreamBytes = 16 * 1024;
 
     const nettle_cipher& m_aes;
     aes256_ctx m_key;  // the largest of the three kinds
     hmac_sha1_ctx m_hmac;
     Verifier m_verifier;
     std::uint64_t m_counter = 0;
-    std::size_t m_used = keyStreamBytes;
-    std::array<std::uint8_t, keyStreamBytes> m_keyStream;
+    std::size_t m_used = kKeyStreamBytes;
+    std::array<std::uint8_t, kKeyStreamBytes> m_keyStream;
 };
 
 }  // namespace companion

@@ -5,7 +5,7 @@
 namespace companion {
 namespace {
 
-constexpr std::size_t mostKept = 20'000;
+constexpr std::size_t kMostKept = 20'000;
 
 }  // namespace
 
@@ -33,7 +33,7 @@ void InformationMemory::Keep(std::string_view path, const WIN32_FIND_DATAW& rawE
     }
     m_kept.push_front({std::string(path), StampOf(rawEntry), entry});
     m_byPath.emplace(m_kept.front().path, m_kept.begin());
-    if (m_kept.size() > mostKept) {
+    if (m_kept.size() > kMostKept) {
         m_byPath.erase(m_kept.back().path);
         m_kept.pop_back();
     }

@@ -19,10 +19,10 @@
 namespace companion {
 namespace {
 
-constexpr const wchar_t* checkFolder = L"\\.HalvaneCloud";
-constexpr const wchar_t* checkName = L"\\password.zip";
+constexpr const wchar_t* kCheckFolder = L"\\.HalvaneCloud";
+constexpr const wchar_t* kCheckName = L"\\password.zip";
 
-std::wstring CheckPath(const KeyFolder& folder) { return folder.path + checkFolder + checkName; }
+std::wstring CheckPath(const KeyFolder& folder) { return folder.path + kCheckFolder + kCheckName; }
 
 enum class Proof { None, For, Against };
 
@@ -66,12 +66,12 @@ public:
     }
 
 private:
-    static constexpr std::uint64_t largestRead = 4 << 20;
-    static constexpr int enoughAgainst = 8;
-    static constexpr int mostEntries = 100'000;
-    static constexpr int mostDepth = 128;
+    static constexpr std::uint64_t kLargestRead = 4 << 20;
+    static constexpr int kEnoughAgainst = 8;
+    static constexpr int kMostEntries = 100'000;
+    static constexpr int kMostDepth = 128;
 
-    bool IsOver() const { return m_isFor || m_against >= enoughAgainst || m_entries >= mostEntries; }
+    bool IsOver() const { return m_isFor || m_against >= kEnoughAgainst || m_entries >= kMostEntries; }
     Proof Result() const { return m_isFor ? Proof::For : m_against > 0 ? Proof::Against : Proof::None; }
 
     bool IsOfFolder(const std::wstring& path) const {
@@ -86,7 +86,7 @@ private:
             if (file.OpenError() != 0 || !file.Zip() || file.Zip()->keyBytes == 0)
                 return;
             if (ContainerContent::CipherFor(file, m_password.Text()))
-                m_isFor = file.Zip()->storedBytes > largestRead || IsWholeUnder(file, m_password);
+                m_isFor = file.Zip()->storedBytes > kLargestRead || IsWholeUnder(file, m_password);
             else if (!OpensWithAnother(m_settings, path, m_folder.key))
                 ++m_against;
         } catch (const CQuelcryptErrorException&) {
@@ -116,14 +116,14 @@ private:
 
     void Below(const std::wstring& folder, int depth) {
         Files(folder);
-        if (IsOver() || depth == mostDepth)
+        if (IsOver() || depth == kMostDepth)
             return;
         Entries(folder + L"\\*", [&](const WIN32_FIND_DATAW& found) {
             const std::wstring_view name = found.cFileName;
             const bool isFolder =
                 (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
             const std::wstring path = folder + L'\\' + found.cFileName;
-            if (isFolder && name != L"." && name != L".." && name != checkFolder + 1 && IsOfFolder(path))
+            if (isFolder && name != L"." && name != L".." && name != kCheckFolder + 1 && IsOfFolder(path))
                 Below(path, depth + 1);
         });
     }

@@ -12,15 +12,15 @@
 namespace companion {
 namespace {
 
-constexpr std::wstring_view longPrefix = L"\\\\?\\";
-constexpr std::wstring_view longSharePrefix = L"\\\\?\\UNC\\";
+constexpr std::wstring_view kLongPrefix = L"\\\\?\\";
+constexpr std::wstring_view kLongSharePrefix = L"\\\\?\\UNC\\";
 
 std::wstring WithoutLongPrefix(std::wstring path) {
     std::replace(path.begin(), path.end(), L'/', L'\\');
-    if (path.starts_with(longSharePrefix))
-        return L"\\\\" + path.substr(longSharePrefix.size());
-    if (path.starts_with(longPrefix))
-        return path.substr(longPrefix.size());
+    if (path.starts_with(kLongSharePrefix))
+        return L"\\\\" + path.substr(kLongSharePrefix.size());
+    if (path.starts_with(kLongPrefix))
+        return path.substr(kLongPrefix.size());
     return path;
 }
 
@@ -58,11 +58,11 @@ std::wstring FullPath(const std::wstring& path, const std::wstring& base) {
 std::wstring OpenablePath(const std::wstring& fullPath) {
     // The platform's limit for a folder's path is the shorter one.
     constexpr std::size_t shortLimit = MAX_PATH - 12;
-    if (fullPath.size() < shortLimit || fullPath.starts_with(longPrefix))
+    if (fullPath.size() < shortLimit || fullPath.starts_with(kLongPrefix))
         return fullPath.ends_with(L':') ? fullPath + L'\\' : fullPath;
     if (fullPath.starts_with(L"\\\\"))
-        return std::wstring(longSharePrefix) + fullPath.substr(2);
-    return std::wstring(longPrefix) + fullPath;
+        return std::wstring(kLongSharePrefix) + fullPath.substr(2);
+    return std::wstring(kLongPrefix) + fullPath;
 }
 
 std::wstring FolderOf(const std::wstring& fullPath) {

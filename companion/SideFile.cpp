@@ -16,8 +16,8 @@
 namespace companion {
 namespace {
 
-constexpr const wchar_t* sideFolderName = L".HalvaneCloud";
-constexpr const wchar_t* sideFilePattern = L"container-*.part";
+constexpr const wchar_t* kSideFolderName = L".HalvaneCloud";
+constexpr const wchar_t* kSideFilePattern = L"container-*.part";
 
 std::wstring NewSideFileName() {
     static std::atomic<unsigned> counter{0};
@@ -29,7 +29,7 @@ std::wstring NewSideFileName() {
     return name;
 }
 
-std::wstring SideFolderOf(const std::wstring& folder) { return folder + L'\\' + sideFolderName; }
+std::wstring SideFolderOf(const std::wstring& folder) { return folder + L'\\' + kSideFolderName; }
 
 // A link or junction, as against what sync clients mark in the same way.
 bool IsLink(const std::wstring& folder) {
@@ -180,7 +180,7 @@ std::vector<std::wstring> LeftSideFiles(const std::wstring& folder) {
     std::vector<std::wstring> left;
     WIN32_FIND_DATAW found;
     const HANDLE search =
-        IsLink(sideFolder) ? INVALID_HANDLE_VALUE : FindFirstFileW(OpenablePath(sideFolder + L'\\' + sideFilePattern).c_str(), &found);
+        IsLink(sideFolder) ? INVALID_HANDLE_VALUE : FindFirstFileW(OpenablePath(sideFolder + L'\\' + kSideFilePattern).c_str(), &found);
     if (search == INVALID_HANDLE_VALUE)
         return left;
     do {

@@ -8,11 +8,11 @@
 namespace companion {
 namespace {
 
-constexpr std::int64_t unitsPerSecond = 10'000'000;
-constexpr std::int64_t secondsFrom1601To1970 = 11'644'473'600;
+constexpr std::int64_t kUnitsPerSecond = 10'000'000;
+constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
 // 0 stands for an absent time in a container.
-constexpr std::int64_t earliest = 1;
-constexpr std::int64_t latest = 0xFFFFFFFF;
+constexpr std::int64_t kEarliest = 1;
+constexpr std::int64_t kLatest = 0xFFFFFFFF;
 
 }  // namespace
 
@@ -21,11 +21,11 @@ std::optional<std::int64_t> StoredTime(const SYSTEMTIME* time) {
     if (!time || !SystemTimeToFileTime(time, &fileTime))
         return std::nullopt;
     const std::int64_t units = static_cast<std::int64_t>(FileTimeNumber(fileTime));
-    return std::clamp(units / unitsPerSecond - secondsFrom1601To1970, earliest, latest);
+    return std::clamp(units / kUnitsPerSecond - kSecondsFrom1601To1970, kEarliest, kLatest);
 }
 
 SYSTEMTIME SystemTimeOf(std::int64_t storedTime) {
-    const std::int64_t units = (std::clamp(storedTime, earliest, latest) + secondsFrom1601To1970) * unitsPerSecond;
+    const std::int64_t units = (std::clamp(storedTime, kEarliest, kLatest) + kSecondsFrom1601To1970) * kUnitsPerSecond;
     const FILETIME fileTime = FileTimeOf(static_cast<std::uint64_t>(units));
     SYSTEMTIME time = {};
     FileTimeToSystemTime(&fileTime, &time);

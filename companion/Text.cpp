@@ -38,24 +38,24 @@ std::string Narrowed(std::wstring_view text, UINT codePage, DWORD flags, const w
     return narrow;
 }
 
-constexpr const wchar_t* cannotDecode = L"Cannot decode";
-constexpr const wchar_t* cannotEncode = L"Cannot encode";
+constexpr const wchar_t* kCannotDecode = L"Cannot decode";
+constexpr const wchar_t* kCannotEncode = L"Cannot encode";
 
 }  // namespace
 
-std::wstring FromUtf8(std::string_view text) { return Widened(text, CP_UTF8, MB_ERR_INVALID_CHARS, cannotDecode); }
+std::wstring FromUtf8(std::string_view text) { return Widened(text, CP_UTF8, MB_ERR_INVALID_CHARS, kCannotDecode); }
 
-std::string ToUtf8(std::wstring_view text) { return Narrowed(text, CP_UTF8, WC_ERR_INVALID_CHARS, cannotEncode); }
+std::string ToUtf8(std::wstring_view text) { return Narrowed(text, CP_UTF8, WC_ERR_INVALID_CHARS, kCannotEncode); }
 
-std::wstring FromUtf8Lossy(std::string_view text) { return Widened(text, CP_UTF8, 0, cannotDecode); }
+std::wstring FromUtf8Lossy(std::string_view text) { return Widened(text, CP_UTF8, 0, kCannotDecode); }
 
-std::string ToUtf8Lossy(std::wstring_view text) { return Narrowed(text, CP_UTF8, 0, cannotEncode); }
+std::string ToUtf8Lossy(std::wstring_view text) { return Narrowed(text, CP_UTF8, 0, kCannotEncode); }
 
-std::wstring FromAnsi(std::string_view text) { return Widened(text, CP_ACP, 0, cannotDecode); }
+std::wstring FromAnsi(std::string_view text) { return Widened(text, CP_ACP, 0, kCannotDecode); }
 
-std::string ToAnsi(std::wstring_view text) { return Narrowed(text, CP_ACP, 0, cannotEncode); }
+std::string ToAnsi(std::wstring_view text) { return Narrowed(text, CP_ACP, 0, kCannotEncode); }
 
-std::wstring FromOem(std::string_view text) { return Widened(text, CP_OEMCP, 0, cannotDecode); }
+std::wstring FromOem(std::string_view text) { return Widened(text, CP_OEMCP, 0, kCannotDecode); }
 
 std::wstring SystemErrorText(std::uint32_t error) {
     wchar_t text[512];

@@ -17,36 +17,36 @@ using U16 = std::uint16_t;
 using U32 = std::uint32_t;
 using U64 = std::uint64_t;
 
-constexpr U32 localSignature = 0x04034b50;
-constexpr U32 centralSignature = 0x02014b50;
-constexpr U32 endSignature = 0x06054b50;
-constexpr U32 end64Signature = 0x06064b50;
-constexpr U32 locator64Signature = 0x07064b50;
-constexpr std::size_t endBytes = 22;
-constexpr std::size_t locator64Bytes = 20;
-constexpr U64 end64Bytes = 56;
+constexpr U32 kLocalSignature = 0x04034b50;
+constexpr U32 kCentralSignature = 0x02014b50;
+constexpr U32 kEndSignature = 0x06054b50;
+constexpr U32 kEnd64Signature = 0x06064b50;
+constexpr U32 kLocator64Signature = 0x07064b50;
+constexpr std::size_t kEndBytes = 22;
+constexpr std::size_t kLocator64Bytes = 20;
+constexpr U64 kEnd64Bytes = 56;
 
-constexpr U16 zip64Field = 0x0001;
-constexpr U16 timesField = 0x5455;
-constexpr U16 unicodeNameField = 0x7075;
-constexpr U16 aesField = 0x9901;
+constexpr U16 kZip64Field = 0x0001;
+constexpr U16 kTimesField = 0x5455;
+constexpr U16 kUnicodeNameField = 0x7075;
+constexpr U16 kAesField = 0x9901;
 
-constexpr U16 aesMethod = 99;
-constexpr U16 encryptedFlag = 0x0001;
-constexpr U16 strongEncryptionFlag = 0x0040;
-constexpr U16 utf8Flag = 0x0800;
-constexpr U16 versionOfZip64 = 45;
-constexpr U16 versionOfAes = 51;
-constexpr U16 madeByUnix = 3;
-constexpr U32 regularFile = 0100000;
-constexpr U32 fileTypeMask = 0170000;
-constexpr U32 dosFolder = 0x10;
+constexpr U16 kAesMethod = 99;
+constexpr U16 kEncryptedFlag = 0x0001;
+constexpr U16 kStrongEncryptionFlag = 0x0040;
+constexpr U16 kUtf8Flag = 0x0800;
+constexpr U16 kVersionOfZip64 = 45;
+constexpr U16 kVersionOfAes = 51;
+constexpr U16 kMadeByUnix = 3;
+constexpr U32 kRegularFile = 0100000;
+constexpr U32 kFileTypeMask = 0170000;
+constexpr U32 kDosFolder = 0x10;
 
 // Stands where a number is too large for its place; the Zip64 field or record has it then.
-constexpr U16 elsewhere16 = 0xFFFF;
-constexpr U32 elsewhere32 = 0xFFFFFFFF;
+constexpr U16 kElsewhere16 = 0xFFFF;
+constexpr U32 kElsewhere32 = 0xFFFFFFFF;
 
-U32 Narrowed(U64 number) { return static_cast<U32>(std::min<U64>(number, elsewhere32)); }
+U32 Narrowed(U64 number) { return static_cast<U32>(std::min<U64>(number, kElsewhere32)); }
 
 template <class... Numbers>
 std::string Bytes(Numbers... numbers) {
@@ -70,7 +70,7 @@ std::string TimesField(const ZipEntry& entry) {
         }
         bit = static_cast<std::uint8_t>(bit << 1);
     }
-    return Field(timesField, Bytes(present) + times);
+    return Field(kTimesField, Bytes(present) + times);
 }
 
 // AE-2, which leaves the checksum out.
@@ -78,15 +78,15 @@ std::string AesField(const ZipEntry& entry) {
     if (entry.keyBytes == 0)
         return {};
     const auto strength = static_cast<std::uint8_t>(entry.keyBytes / 8 - 1);
-    return Field(aesField, Bytes(U16{2}, 'A', 'E', strength, entry.compression));
+    return Field(kAesField, Bytes(U16{2}, 'A', 'E', strength, entry.compression));
 }
 
 // What both headers have in the same order, from the version needed up to the checksum.
 std::string CommonPart(const ZipEntry& entry) {
     const bool isEncrypted = entry.keyBytes != 0;
-    const U16 version = isEncrypted ? versionOfAes : versionOfZip64;
-    const U16 flags = static_cast<U16>((isEncrypted ? encryptedFlag : 0) | (entry.isNameUtf8 ? utf8Flag : 0));
-    return Bytes(version, flags, isEncrypted ? aesMethod : entry.compression, entry.dosTime, U32{0});
+    const U16 version = isEncrypted ? kVersionOfAes : kVersionOfZip64;
+    const U16 flags = static_cast<U16>((isEncrypted ? kEncryptedFlag : 0) | (entry.isNameUtf8 ? kUtf8Flag : 0));
+    return Bytes(version, flags, isEncrypted ? kAesMethod : entry.compression, entry.dosTime, U32{0});
 }
 
 // Takes numbers and texts off the front of bytes. What is missing is 0 or empty, and the rest is then not whole.
@@ -152,7 +152,7 @@ void ReadUnicodeName(Fields field, ZipEntry& entry) {
 
 void ReadZip64(Fields field, ZipEntry& entry) {
     for (U64* const number : {&entry.plainBytes, &entry.storedBytes, &entry.headerAt}) {
-        if (*number == elsewhere32)
+        if (*number == kElsewhere32)
             *number = field.Take<U64>();
     }
 }
@@ -173,7 +173,7 @@ void ForEachField(std::string_view extra, Use&& use) {
 std::optional<ZipEntry> CentralHeader(std::string_view bytes) {
     ZipEntry entry;
     Fields header(bytes);
-    const bool isHeader = header.Take<U32>() == centralSignature;
+    const bool isHeader = header.Take<U32>() == kCentralSignature;
     const U16 madeBy = header.Take<U16>();
     header.Skip(sizeof(U16));
     const U16 flags = header.Take<U16>();
@@ -189,26 +189,26 @@ std::optional<ZipEntry> CentralHeader(std::string_view bytes) {
     const U32 attributes = header.Take<U32>();
     entry.headerAt = header.Take<U32>();
     entry.name = header.Take(nameBytes);
-    entry.isNameUtf8 = (flags & utf8Flag) != 0;
+    entry.isNameUtf8 = (flags & kUtf8Flag) != 0;
     const std::string_view extra = header.Take(extraBytes);
     header.Skip(commentBytes);
     if (!isHeader || !header.IsWhole() || !header.Rest().empty())
         return std::nullopt;
 
     ForEachField(extra, [&](U16 id, Fields field) {
-        if (id == zip64Field)
+        if (id == kZip64Field)
             ReadZip64(field, entry);
-        else if (id == timesField)
+        else if (id == kTimesField)
             ReadTimes(field, entry);
-        else if (id == aesField && method == aesMethod)
+        else if (id == kAesField && method == kAesMethod)
             ReadAes(field, entry);
-        else if (id == unicodeNameField)
+        else if (id == kUnicodeNameField)
             ReadUnicodeName(field, entry);
     });
-    const U32 fileType = madeBy >> 8 == madeByUnix ? attributes >> 16 & fileTypeMask : 0;
-    const bool isFile = (fileType == 0 || fileType == regularFile) && !(attributes & dosFolder) && !entry.name.ends_with('/');
-    const bool isAes = entry.keyBytes != 0 && (flags & (encryptedFlag | strongEncryptionFlag)) == encryptedFlag;
-    const bool isEmpty = entry.keyBytes == 0 && !(flags & encryptedFlag) && entry.plainBytes == 0 && entry.storedBytes == 0;
+    const U32 fileType = madeBy >> 8 == kMadeByUnix ? attributes >> 16 & kFileTypeMask : 0;
+    const bool isFile = (fileType == 0 || fileType == kRegularFile) && !(attributes & kDosFolder) && !entry.name.ends_with('/');
+    const bool isAes = entry.keyBytes != 0 && (flags & (kEncryptedFlag | kStrongEncryptionFlag)) == kEncryptedFlag;
+    const bool isEmpty = entry.keyBytes == 0 && !(flags & kEncryptedFlag) && entry.plainBytes == 0 && entry.storedBytes == 0;
     return isFile && (isAes || isEmpty) ? std::optional(std::move(entry)) : std::nullopt;
 }
 
@@ -229,8 +229,8 @@ bool CanBeTrue(const ZipEntry& entry) {
 
 // at is the offset in the file of the first of these bytes.
 std::optional<Directory> FindDirectory(std::string_view end, U64 at) {
-    const std::string signature = Bytes(endSignature);
-    const std::size_t place = end.size() < endBytes ? end.npos : end.rfind(signature, end.size() - endBytes);
+    const std::string signature = Bytes(kEndSignature);
+    const std::size_t place = end.size() < kEndBytes ? end.npos : end.rfind(signature, end.size() - kEndBytes);
     if (place == end.npos)
         return std::nullopt;
     Fields record(end.substr(place));
@@ -239,20 +239,20 @@ std::optional<Directory> FindDirectory(std::string_view end, U64 at) {
     const U32 sizeBytes = record.Take<U32>();
     const U32 offset = record.Take<U32>();
     const Directory directory{entries, sizeBytes, offset, at + place};
-    if (entries != elsewhere16 && sizeBytes != elsewhere32 && offset != elsewhere32)
+    if (entries != kElsewhere16 && sizeBytes != kElsewhere32 && offset != kElsewhere32)
         return directory;
 
-    if (place < locator64Bytes)
+    if (place < kLocator64Bytes)
         return directory;
-    Fields locator(end.substr(place - locator64Bytes, locator64Bytes));
-    if (locator.Take<U32>() != locator64Signature)
+    Fields locator(end.substr(place - kLocator64Bytes, kLocator64Bytes));
+    if (locator.Take<U32>() != kLocator64Signature)
         return directory;
     locator.Skip(sizeof(U32));
     const U64 record64At = locator.Take<U64>();
     if (record64At < at || record64At - at > place)
         return std::nullopt;
     Fields record64(end.substr(static_cast<std::size_t>(record64At - at)));
-    const bool isRecord = record64.Take<U32>() == end64Signature;
+    const bool isRecord = record64.Take<U32>() == kEnd64Signature;
     record64.Skip(sizeof(U64) + 2 * sizeof(U16) + 2 * sizeof(U32) + sizeof(U64));
     const U64 entries64 = record64.Take<U64>();
     const U64 sizeBytes64 = record64.Take<U64>();
@@ -265,31 +265,32 @@ std::optional<Directory> FindDirectory(std::string_view end, U64 at) {
 }  // namespace
 
 std::string LocalHeader(const ZipEntry& entry) {
-    const std::string extra = Field(zip64Field, Bytes(entry.plainBytes, entry.storedBytes)) + TimesField(entry) + AesField(entry);
-    return Bytes(localSignature) + CommonPart(entry) +
-           Bytes(elsewhere32, elsewhere32, static_cast<U16>(entry.name.size()), static_cast<U16>(extra.size())) + entry.name + extra;
+    const std::string extra = Field(kZip64Field, Bytes(entry.plainBytes, entry.storedBytes)) + TimesField(entry) + AesField(entry);
+    return Bytes(kLocalSignature) + CommonPart(entry) +
+           Bytes(kElsewhere32, kElsewhere32, static_cast<U16>(entry.name.size()), static_cast<U16>(extra.size())) + entry.name + extra;
 }
 
 std::string CentralDirectory(const ZipEntry& entry, std::uint64_t at) {
     std::string zip64;
     for (const U64 number : {entry.plainBytes, entry.storedBytes}) {
-        if (number >= elsewhere32)
+        if (number >= kElsewhere32)
             zip64 += Bytes(number);
     }
-    const std::string extra = Field(zip64Field, zip64) + TimesField(entry) + AesField(entry);
+    const std::string extra = Field(kZip64Field, zip64) + TimesField(entry) + AesField(entry);
     const U32 permissions = entry.isReadOnly ? 0444 : 0644;
-    const std::string header = Bytes(centralSignature, static_cast<U16>(madeByUnix << 8 | versionOfAes)) + CommonPart(entry) +
+    const std::string header = Bytes(kCentralSignature, static_cast<U16>(kMadeByUnix << 8 | kVersionOfAes)) + CommonPart(entry) +
                                Bytes(Narrowed(entry.storedBytes), Narrowed(entry.plainBytes), static_cast<U16>(entry.name.size()),
-                                     static_cast<U16>(extra.size()), U16{0}, U16{0}, U16{0}, (regularFile | permissions) << 16, U32{0}) +
+                                     static_cast<U16>(extra.size()), U16{0}, U16{0}, U16{0}, (kRegularFile | permissions) << 16, U32{0}) +
                                entry.name + extra;
 
     std::string end64;
-    if (at >= elsewhere32) {
-        const U64 bytesThatFollow = end64Bytes - sizeof(U32) - sizeof(U64);
-        end64 = Bytes(end64Signature, bytesThatFollow, versionOfAes, versionOfAes, U32{0}, U32{0}, U64{1}, U64{1}, U64{header.size()}, at) +
-                Bytes(locator64Signature, U32{0}, at + header.size(), U32{1});
+    if (at >= kElsewhere32) {
+        const U64 bytesThatFollow = kEnd64Bytes - sizeof(U32) - sizeof(U64);
+        end64 =
+            Bytes(kEnd64Signature, bytesThatFollow, kVersionOfAes, kVersionOfAes, U32{0}, U32{0}, U64{1}, U64{1}, U64{header.size()}, at) +
+            Bytes(kLocator64Signature, U32{0}, at + header.size(), U32{1});
     }
-    return header + end64 + Bytes(endSignature, U16{0}, U16{0}, U16{1}, U16{1}, static_cast<U32>(header.size()), Narrowed(at), U16{0});
+    return header + end64 + Bytes(kEndSignature, U16{0}, U16{0}, U16{1}, U16{1}, static_cast<U32>(header.size()), Narrowed(at), U16{0});
 }
 
 std::optional<ZipEntry> OnlyEntry(std::string_view end, std::uint64_t fileBytes) {
@@ -314,14 +315,14 @@ bool CanBeginContainer(std::string_view begin) {
     Fields header(begin);
     if (begin.find_first_not_of('\0') == begin.npos)
         return true;
-    const bool isHeader = header.Take<U32>() == localSignature;
+    const bool isHeader = header.Take<U32>() == kLocalSignature;
     header.Skip(2 * sizeof(U16));
-    return isHeader && header.Take<U16>() == aesMethod && header.IsWhole();
+    return isHeader && header.Take<U16>() == kAesMethod && header.IsWhole();
 }
 
 std::optional<std::size_t> LocalHeaderBytes(std::string_view begin, ZipEntry& entry) {
     Fields header(begin);
-    const bool isHeader = header.Take<U32>() == localSignature;
+    const bool isHeader = header.Take<U32>() == kLocalSignature;
     constexpr std::size_t upToName = 3 * sizeof(U16) + 4 * sizeof(U32);
     header.Skip(upToName);
     const U16 nameBytes = header.Take<U16>();
@@ -332,7 +333,7 @@ std::optional<std::size_t> LocalHeaderBytes(std::string_view begin, ZipEntry& en
         return std::nullopt;
     ZipEntry local;
     ForEachField(extra, [&](U16 id, Fields field) {
-        if (id == timesField)
+        if (id == kTimesField)
             ReadTimes(field, local);
     });
     for (const auto time : {&ZipEntry::lastWrite, &ZipEntry::lastAccess, &ZipEntry::creation}) {

@@ -36,15 +36,15 @@ std::string LocalHeader(const ZipEntry& entry);
 std::string CentralDirectory(const ZipEntry& entry, std::uint64_t at);
 
 // At each end of a file these many bytes, or all of a smaller one, hold everything but the content.
-constexpr std::size_t zipEndBytes = 16 * 1024;
+constexpr std::size_t kZipEndBytes = 16 * 1024;
 
 // The entry of a file that ends with these bytes. Nothing when it has not exactly one entry, or one of another kind.
 std::optional<ZipEntry> OnlyEntry(std::string_view end, std::uint64_t fileBytes);
 
 // For telling a broken container from a file of another kind: does a file end so that is a ZIP file of more entries or none, and
-// can these first localHeaderStart bytes, or fewer, be what is left of a container's beginning? Nothing and zeros, which a crash
+// can these first kLocalHeaderStart bytes, or fewer, be what is left of a container's beginning? Nothing and zeros, which a crash
 // leaves, can.
-constexpr std::size_t localHeaderStart = 10;
+constexpr std::size_t kLocalHeaderStart = 10;
 bool EndsOtherZip(std::string_view end, std::uint64_t fileBytes);
 bool CanBeginContainer(std::string_view begin);
 

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr const char* c_footer = R"(Paths:
+constexpr const char* kFooter = R"(Paths:
   A path of the volume begins with a mount folder and may use '/' or '\', as
   in Docs/Reports/a.txt. A conflict copy is used under the name that 'ls'
   shows, as in report.docx.HvcConflicted.
@@ -79,7 +79,7 @@ int RunCommandLine(std::vector<std::string> arguments, Session& session) {
     app.allow_windows_style_options(false);  // '/' begins paths, not options
     app.require_subcommand(0, 1);            // with 1 an unknown command would be reported as a missing one
     app.fallthrough();
-    app.footer(c_footer);
+    app.footer(kFooter);
 
     std::string config;
     bool trace = false;

@@ -33,16 +33,16 @@ void RequireUnchanged(const Volume& volume, const Entry& before, std::uint64_t b
 }
 
 void CopyOut(const Volume& volume, const Entry& entry, LocalTarget& target) {
-    const FileHandle file = volume.Open(entry.path, GENERIC_READ, c_shareAll, OPEN_EXISTING);
+    const FileHandle file = volume.Open(entry.path, GENERIC_READ, kShareAll, OPEN_EXISTING);
     Progress progress(entry.path.Shown(), static_cast<std::uint64_t>(entry.data.fileSize));
     if (entry.data.itemType != VIT_PlainFile)
         progress.Say("decrypting");  // at the first read, all of it
-    constexpr std::uint32_t c_blockSize = 1 << 20;
-    std::vector<char> buffer(c_blockSize);
+    constexpr std::uint32_t kBlockSize = 1 << 20;
+    std::vector<char> buffer(kBlockSize);
     std::uint64_t total = 0;
     for (std::uint32_t count = 1; count != 0; total += count) {
         StopIfInterrupted();
-        Check(volume->ReadFile(file.Get(), c_currentPosition, buffer.data(), c_blockSize, &count, nullptr), entry.path);
+        Check(volume->ReadFile(file.Get(), kCurrentPosition, buffer.data(), kBlockSize, &count, nullptr), entry.path);
         target.Write(buffer.data(), count);
         progress.Advance(count);
     }

@@ -83,7 +83,7 @@ void List(const Volume& volume, const std::vector<Entry>& entries, const Options
         options.longForm ? PrintLong(volume, entries) : PrintShort(entries);
     for (const Entry& entry : entries) {
         StopIfInterrupted();
-        if (options.recursive && entry.IsFolder() && volume.IsItself(entry) && entry.path.Depth() <= c_maxPathComponents)
+        if (options.recursive && entry.IsFolder() && volume.IsItself(entry) && entry.path.Depth() <= kMaxPathComponents)
             List(volume, SortedEntries(volume, entry.path), options, "\n" + entry.path.Shown() + ":\n", all);
     }
 }

@@ -19,7 +19,7 @@ void MakeFolder(const Volume& volume, const VolumePath& path, bool parents) {
     volume.RequireFolder(path.Parent());
     if (!existing)
         volume.RequireFree(path);
-    volume.Open(path, GENERIC_READ, c_shareAll, parents ? OpenOrCreateFolder : CreateNewFolder);
+    volume.Open(path, GENERIC_READ, kShareAll, parents ? OpenOrCreateFolder : CreateNewFolder);
 }
 
 }  // namespace

@@ -15,7 +15,7 @@ void Move(const Volume& volume, const std::string& from, const std::string& to, 
         return MakeOrdinary(volume, source);
     {
         // Through a handle, because that takes the place of an existing file in one step.
-        const FileHandle file = volume.Open(source.path, GENERIC_READ | DELETE, c_shareAll, OPEN_EXISTING);
+        const FileHandle file = volume.Open(source.path, GENERIC_READ | DELETE, kShareAll, OPEN_EXISTING);
         volume.Rename(file, target);
     }
     volume.Require(target);

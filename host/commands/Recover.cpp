@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr const char* c_footer = R"(Without a subcommand the edits are listed, the oldest first: ID, last change, bytes,
+constexpr const char* kFooter = R"(Without a subcommand the edits are listed, the oldest first: ID, last change, bytes,
 document, and what became of the document since.
 
 Examples:
@@ -213,7 +213,7 @@ void AddRecover(CLI::App& app, Session& session) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("recover", "List, save or export edits that a crash or a failed save left behind");
     command->require_subcommand(0, 1);
-    command->footer(c_footer);
+    command->footer(kFooter);
     const auto json = std::make_shared<bool>(false);
     command->add_flag("--json", *json, "A list of objects: id, changed, size, document, state");
 

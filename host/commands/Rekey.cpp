@@ -30,7 +30,7 @@ struct Options {
     PasswordChoice password;
 };
 
-constexpr const char* c_changed = "the configuration was changed meanwhile; run the command again";
+constexpr const char* kChanged = "the configuration was changed meanwhile; run the command again";
 
 Secret PasswordIn(const SettingsFile& file, const std::string& key) {
     return *companion::PasswordOf(file.Get(), key, companion::Asking::Allowed);
@@ -51,7 +51,7 @@ void Begin(const SettingsFile& file, const std::string& key, const NewPassword& 
     SettingsFile::Change(file.Path(), [&](SettingsFile& now) {
         const auto found = now.Get().passwords.find(key);
         if (now.Get().formerKeys.contains(key) || found == now.Get().passwords.end() || found->second != before)
-            throw HostError(c_changed);
+            throw HostError(kChanged);
         now.BeginRekey(key, former, {Kind::Protected, companion::Protect(password.secret)});
     });
 }
@@ -85,8 +85,8 @@ void Reencrypt(const Volume& volume, const Entry& entry, const std::wstring& con
         std::uint32_t count = 0;
         Check(volume->ReadFile(file.Get(), 0, &byte, 1, &count, nullptr), entry.path);
         Check(volume->WriteFile(file.Get(), 0, &byte, count, &count, nullptr), entry.path);
-        constexpr std::uint32_t c_keepAttributes = 0xFFFFFFFF;
-        Check(volume->SetFileInfo(file.Get(), c_keepAttributes, &entry.data), entry.path);
+        constexpr std::uint32_t kKeepAttributes = 0xFFFFFFFF;
+        Check(volume->SetFileInfo(file.Get(), kKeepAttributes, &entry.data), entry.path);
     }
     if (ExamineContainer(container, [](std::uint64_t) { return true; }).state != ContainerState::Whole)
         throw StatusError(entry.path.Shown(), VSS_EncryptError);
@@ -156,11 +156,11 @@ private:
     }
 
     void LookIn(const std::wstring& realFolder, std::size_t depth) {
-        constexpr std::size_t c_deepest = 256;
+        constexpr std::size_t kDeepest = 256;
         if (!m_seen.insert(realFolder).second || StandingAt(realFolder) != Standing::Itself)
             return;
         const DiskHandle held = HoldFolder(realFolder);
-        if (!held || depth > c_deepest)
+        if (!held || depth > kDeepest)
             return Report(realFolder, "the folder cannot be looked into");
         for (const std::wstring& name : NamesIn(realFolder)) {
             StopIfInterrupted();
@@ -228,7 +228,7 @@ void Rekey(Session& session, const Options& options) {
                         " or more are under the old password, which can be read until all are done; run the command again");
     SettingsFile::Change(file.Path(), [&](SettingsFile& now) {
         if (now.Get().formerKeys != begun.Get().formerKeys || now.Get().passwords.at(key) != begun.Get().passwords.at(key))
-            throw HostError(c_changed);
+            throw HostError(kChanged);
         now.EndRekey(key, password.source);
     });
     PrintOut(

@@ -10,11 +10,11 @@
 namespace {
 
 std::string AttributesStr(std::uint32_t attributes) {
-    constexpr std::pair<std::uint32_t, const char*> c_names[] = {
+    constexpr std::pair<std::uint32_t, const char*> kNames[] = {
         {FILE_ATTRIBUTE_READONLY, "read-only"}, {FILE_ATTRIBUTE_HIDDEN, "hidden"},   {FILE_ATTRIBUTE_SYSTEM, "system"},
         {FILE_ATTRIBUTE_DIRECTORY, "folder"},   {FILE_ATTRIBUTE_ARCHIVE, "archive"}, {FILE_ATTRIBUTE_OFFLINE, "offline"}};
     std::string text;
-    for (const auto& [bit, name] : c_names)
+    for (const auto& [bit, name] : kNames)
         if (attributes & bit)
             text += (text.empty() ? "" : ", ") + std::string(name);
     return text.empty() ? "none" : text;

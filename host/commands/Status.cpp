@@ -16,7 +16,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr std::size_t c_mostNamed = 10;
+constexpr std::size_t kMostNamed = 10;
 
 struct Row {
     Stored stored;
@@ -24,7 +24,7 @@ struct Row {
     const char* text;
     bool wantsAttention;
 };
-constexpr Row c_rows[] = {
+constexpr Row kRows[] = {
     {Stored::Encrypted, "encrypted", "encrypted", false},
     {Stored::InClear, "unencrypted", "NOT ENCRYPTED, though the folder is to be; 'quelvol encrypt' does it", true},
     {Stored::Damaged, "damaged", "damaged", true},
@@ -57,7 +57,7 @@ Census Count(const Volume& volume, const VolumePath& folder) {
             noteAside(entry.path);
             ++census.counts[stored];
             auto& names = census.names[stored];
-            if (names.size() < c_mostNamed)
+            if (names.size() < kMostNamed)
                 names.push_back(entry.ListedPath().Shown());
         },
         enter);
@@ -66,7 +66,7 @@ Census Count(const Volume& volume, const VolumePath& folder) {
 
 std::string Report(Census& census) {
     std::string text;
-    for (const Row& row : c_rows) {
+    for (const Row& row : kRows) {
         const std::size_t count = census.counts[row.stored];
         if (count == 0 && row.stored != Stored::Encrypted)
             continue;
@@ -74,12 +74,12 @@ std::string Report(Census& census) {
         for (const std::string& name : census.names[row.stored])
             if (row.wantsAttention)
                 text += "      " + name + "\n";
-        if (row.wantsAttention && count > c_mostNamed)
-            text += "      and " + std::to_string(count - c_mostNamed) + " more\n";
+        if (row.wantsAttention && count > kMostNamed)
+            text += "      and " + std::to_string(count - kMostNamed) + " more\n";
     }
     if (!census.leftOver.empty())
         text += "  " + std::to_string(census.leftOver.size()) + " left over from what was broken off, and may be unencrypted\n";
-    for (std::size_t index = 0; index < std::min(census.leftOver.size(), c_mostNamed); ++index)
+    for (std::size_t index = 0; index < std::min(census.leftOver.size(), kMostNamed); ++index)
         text += "      " + census.leftOver[index] + "\n";
     return text;
 }
@@ -102,7 +102,7 @@ void Status(Session& session, bool json) {
                 isThere = problem.isUsable;
             }
         Census census = isThere ? Count(volume, VolumePath().Child(name)) : Census();
-        for (const Row& row : c_rows) {
+        for (const Row& row : kRows) {
             folder[row.word] = census.counts[row.stored];
             wantsAttention = wantsAttention || (row.wantsAttention && census.counts[row.stored] > 0);
         }

@@ -23,7 +23,7 @@ struct StateRow {
     const char* word;
     const char* text;  // of a count
 };
-constexpr StateRow c_states[] = {
+constexpr StateRow kStates[] = {
     {ContainerState::Whole, "whole", "whole"},
     {ContainerState::OtherKey, "other key", "whole, but under another password than their folder's"},
     {ContainerState::WrongKey, "wrong key", "under a password that is not configured"},
@@ -32,10 +32,10 @@ constexpr StateRow c_states[] = {
 };
 
 const StateRow& RowOf(ContainerState state) {
-    for (const StateRow& row : c_states)
+    for (const StateRow& row : kStates)
         if (row.state == state)
             return row;
-    return c_states[std::size(c_states) - 1];
+    return kStates[std::size(kStates) - 1];
 }
 
 void Verify(Session& session, const Options& options) {
@@ -72,7 +72,7 @@ void Verify(Session& session, const Options& options) {
     }
     if (options.json)
         return PrintOut(found.dump(2) + "\n");
-    for (const StateRow& row : c_states)
+    for (const StateRow& row : kStates)
         if (const std::size_t count = counts[row.state]; count > 0 || row.state == ContainerState::Whole)
             PrintOut(std::to_string(count) + " " + row.text + "\n");
 }

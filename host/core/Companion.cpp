@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::uint32_t c_reasonCapacity = 1024;
+constexpr std::uint32_t kReasonCapacity = 1024;
 
 // Null: there is no library, or not this function.
 template <class Function>
@@ -34,9 +34,9 @@ struct Owner {
 }  // namespace
 
 std::string LastContainerProblem() {
-    wchar_t reason[c_reasonCapacity] = L"";
+    wchar_t reason[kReasonCapacity] = L"";
     if (const auto ask = Find<decltype(Companion_LastProblem)>("Companion_LastProblem"))
-        ask(reason, c_reasonCapacity);
+        ask(reason, kReasonCapacity);
     return ToUtf8(reason);
 }
 
@@ -44,9 +44,9 @@ Verdict ExamineContainer(const std::wstring& path, const std::function<bool(std:
     const auto examine = Find<decltype(Companion_Examine)>("Companion_Examine");
     if (!examine)
         return {};
-    wchar_t reason[c_reasonCapacity] = L"";
+    wchar_t reason[kReasonCapacity] = L"";
     auto* const context = const_cast<std::function<bool(std::uint64_t)>*>(&step);
-    const CompanionVerdict verdict = examine(path.c_str(), step ? CallStep : nullptr, context, reason, c_reasonCapacity);
+    const CompanionVerdict verdict = examine(path.c_str(), step ? CallStep : nullptr, context, reason, kReasonCapacity);
     return VerdictOf(verdict, reason);
 }
 
@@ -124,8 +124,8 @@ Verdict CheckFolderPassword(const std::wstring& folder, bool mayAsk) {
     const auto check = Find<decltype(Companion_CheckPassword)>("Companion_CheckPassword");
     if (!check)
         return {};
-    wchar_t reason[c_reasonCapacity] = L"";
-    const CompanionVerdict verdict = check(folder.c_str(), mayAsk, reason, c_reasonCapacity);
+    wchar_t reason[kReasonCapacity] = L"";
+    const CompanionVerdict verdict = check(folder.c_str(), mayAsk, reason, kReasonCapacity);
     return VerdictOf(verdict, reason);
 }
 

@@ -13,7 +13,7 @@ VolumePath OrdinaryPath(const Entry& conflict) {
 // In two steps: to the volume the copy already has the name of its container, so that one step would change nothing.
 void MakeOrdinary(const Volume& volume, const Entry& conflict) {
     const VolumePath target = OrdinaryPath(conflict), aside = target.Aside();
-    const FileHandle file = volume.Open(conflict.path, GENERIC_READ | DELETE, c_shareAll, OPEN_EXISTING);
+    const FileHandle file = volume.Open(conflict.path, GENERIC_READ | DELETE, kShareAll, OPEN_EXISTING);
     volume.Rename(file, aside);
     try {
         volume.Rename(file, target);

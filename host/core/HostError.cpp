@@ -13,7 +13,7 @@ struct StatusRow {
     const char* meaning;
 };
 
-constexpr StatusRow c_statuses[] = {
+constexpr StatusRow kStatuses[] = {
     {VVS_Success, "VVS_Success", "success"},
     {VVS_PathNotFound, "VVS_PathNotFound", "no such folder"},
     {VVS_PathAlreadyExists, "VVS_PathAlreadyExists", "it exists already"},
@@ -51,7 +51,7 @@ std::string WithReason(VirtualVolumeStatus status) {
 }  // namespace
 
 std::string StatusText(VirtualVolumeStatus status) {
-    for (const StatusRow& row : c_statuses)
+    for (const StatusRow& row : kStatuses)
         if (row.status == status)
             return std::string(row.name) + " (" + row.meaning + ")";
     return "status " + std::to_string(status) + " (unknown)";
@@ -62,8 +62,8 @@ StatusError::StatusError(std::string_view shownPath, VirtualVolumeStatus status)
 
 std::string SystemMessage(unsigned long error) {
     wchar_t text[512];
-    constexpr DWORD c_oneLine = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK;
-    DWORD length = FormatMessageW(c_oneLine, nullptr, error, 0, text, static_cast<DWORD>(std::size(text)), nullptr);
+    constexpr DWORD kOneLine = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK;
+    DWORD length = FormatMessageW(kOneLine, nullptr, error, 0, text, static_cast<DWORD>(std::size(text)), nullptr);
     while (length > 0 && (text[length - 1] == L' ' || text[length - 1] == L'.'))
         --length;
     return (length ? ToUtf8({text, length}) : "failed") + " (error " + std::to_string(error) + ")";

@@ -18,8 +18,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::wstring_view c_trackingEnd = L".hvf";
-constexpr std::size_t c_trackingLimit = 1 << 20;  // bytes; far more than any path needs
+constexpr std::wstring_view kTrackingEnd = L".hvf";
+constexpr std::size_t kTrackingLimit = 1 << 20;  // bytes; far more than any path needs
 
 FileState StateOf(const fs::path& file) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
@@ -30,7 +30,7 @@ FileState StateOf(const fs::path& file) {
 
 FileState StateOfItself(const fs::path& file) { return StandingAt(file.native()) == Standing::Itself ? StateOf(file) : FileState{}; }
 
-bool IsTrackingFile(const std::wstring& name) { return EndsWithNoCase(name, c_trackingEnd); }
+bool IsTrackingFile(const std::wstring& name) { return EndsWithNoCase(name, kTrackingEnd); }
 
 std::wstring FromNarrow(std::string_view text) {
     const int bytes = static_cast<int>(text.size());
@@ -41,7 +41,7 @@ std::wstring FromNarrow(std::string_view text) {
 
 std::optional<Tracking> ReadTracking(const fs::path& file) {
     const DiskHandle handle = OpenItself(file.native(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
-    std::string text(c_trackingLimit, '\0');
+    std::string text(kTrackingLimit, '\0');
     DWORD count = 0;
     if (!handle || !ReadFile(handle.get(), text.data(), static_cast<DWORD>(text.size()), &count, nullptr))
         return std::nullopt;
@@ -139,7 +139,7 @@ LeftBehind::LeftBehind(const fs::path& own) {
     if (programs.empty())
         AddCopyFolders(base);
     for (const std::string& program : programs)
-        m_inUse.push_back(program + " uses " + ToShown(OrdinaryPath(base / c_copiesFolder)));
+        m_inUse.push_back(program + " uses " + ToShown(OrdinaryPath(base / kCopiesFolder)));
     for (const fs::path& run : RunFolders())
         if (!EqualNoCase(run.filename().native(), own.filename().native()))
             Claim(run);
@@ -162,9 +162,9 @@ void LeftBehind::Claim(const fs::path& runFolder) {
 }
 
 void LeftBehind::AddCopyFolders(const fs::path& base) {
-    for (const std::wstring& name : NamesIn((base / c_copiesFolder).native()))
+    for (const std::wstring& name : NamesIn((base / kCopiesFolder).native()))
         if (name.size() > 3 && EqualNoCase(name.substr(0, 3), L"hvc") && EndsWithNoCase(name, L".tmp"))
-            m_copyFolders.push_back(base / c_copiesFolder / name);
+            m_copyFolders.push_back(base / kCopiesFolder / name);
 }
 
 std::vector<LeftEdit> LeftBehind::Edits(IVirtualVolume* volume) const {
@@ -207,7 +207,7 @@ void DeleteEdit(const LeftEdit& edit) {
     } else if (!edit.isGone && !DeleteItself(edit.file.native())) {
         throw LocalError(OrdinaryPath(edit.file), GetLastError());
     }
-    const fs::path trackingFile = edit.file.native() + std::wstring(c_trackingEnd);
+    const fs::path trackingFile = edit.file.native() + std::wstring(kTrackingEnd);
     if (!DeleteItself(trackingFile.native()))
         throw LocalError(OrdinaryPath(trackingFile), GetLastError());
     DeleteItself(edit.file.parent_path().native());

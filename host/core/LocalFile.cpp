@@ -8,11 +8,11 @@
 
 namespace {
 
-constexpr const wchar_t* c_standardStream = L"-";
+constexpr const wchar_t* kStandardStream = L"-";
 
 }  // namespace
 
-LocalSource::LocalSource(const std::wstring& path) : m_path(path), m_isStandardInput(path == c_standardStream) {
+LocalSource::LocalSource(const std::wstring& path) : m_path(path), m_isStandardInput(path == kStandardStream) {
     if (m_isStandardInput) {
         m_path = L"standard input";
         m_file = GetStdHandle(STD_INPUT_HANDLE);
@@ -63,7 +63,7 @@ void LocalSource::ReadTimes(VirtFindData& findData) const {
     findData.lastWriteTime = FileTimeNumber(written);
 }
 
-LocalTarget::LocalTarget(const std::wstring& path) : m_path(path), m_isStandardOutput(path == c_standardStream) {
+LocalTarget::LocalTarget(const std::wstring& path) : m_path(path), m_isStandardOutput(path == kStandardStream) {
     if (m_isStandardOutput) {
         m_path = L"standard output";
         m_file = GetStdHandle(STD_OUTPUT_HANDLE);

@@ -19,7 +19,7 @@ void RefuseWeak(const Secret& secret) {
     std::wstring text = ToUtf16(secret.Text());
     const double bits = StrengthBits(text);
     companion::Wipe(text);
-    if (bits < c_weakBits)
+    if (bits < kWeakBits)
         throw HostError("the password is weak: it has about " + std::to_string(std::lround(bits)) +
                         " bits, which one graphics card guesses in " + GuessingTime(bits) +
                         ". Take six random words or more, or let one be made (an empty answer, or --generate); --weak insists on it");

@@ -6,18 +6,18 @@
 
 namespace {
 
-constexpr DWORD c_shareAny = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-constexpr std::size_t c_deepest = 256;  // folders in each other; more are nobody's documents
+constexpr DWORD kShareAny = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr std::size_t kDeepest = 256;  // folders in each other; more are nobody's documents
 
 DiskHandle Open(const std::wstring& path, DWORD access, DWORD share, DWORD disposition, DWORD flags) {
     return OwnHandle(CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr));
 }
 
 std::wstring RealPathAs(HANDLE file, DWORD form) {
-    constexpr std::size_t c_usual = 512;
-    std::wstring path(c_usual, L'\0');
-    DWORD length = GetFinalPathNameByHandleW(file, path.data(), c_usual, form);
-    if (length >= c_usual) {
+    constexpr std::size_t kUsual = 512;
+    std::wstring path(kUsual, L'\0');
+    DWORD length = GetFinalPathNameByHandleW(file, path.data(), kUsual, form);
+    if (length >= kUsual) {
         path.resize(length);
         length = GetFinalPathNameByHandleW(file, path.data(), static_cast<DWORD>(path.size()), form);
     }
@@ -27,15 +27,15 @@ std::wstring RealPathAs(HANDLE file, DWORD form) {
 
 // Where the function above knows no path of more than 260 units (Wine), its source does.
 std::wstring LongRealPath(HANDLE file) {
-    constexpr auto c_nameInformation = static_cast<OBJECT_INFORMATION_CLASS>(1);
-    constexpr std::wstring_view c_start = L"\\??\\";
+    constexpr auto kNameInformation = static_cast<OBJECT_INFORMATION_CLASS>(1);
+    constexpr std::wstring_view kStart = L"\\??\\";
     alignas(UNICODE_STRING) char name[sizeof(UNICODE_STRING) + 0x10000];
     ULONG size = 0;
-    if (!NT_SUCCESS(NtQueryObject(file, c_nameInformation, name, sizeof(name), &size)))
+    if (!NT_SUCCESS(NtQueryObject(file, kNameInformation, name, sizeof(name), &size)))
         return {};
     const auto* const text = reinterpret_cast<const UNICODE_STRING*>(name);
     const std::wstring_view path(text->Buffer, text->Length / sizeof(wchar_t));
-    return path.starts_with(c_start) ? L"\\\\?\\" + std::wstring(path.substr(c_start.size())) : std::wstring();
+    return path.starts_with(kStart) ? L"\\\\?\\" + std::wstring(path.substr(kStart.size())) : std::wstring();
 }
 
 bool IsRealFolder(const DiskHandle& file) {
@@ -45,7 +45,7 @@ bool IsRealFolder(const DiskHandle& file) {
 }
 
 bool Remove(const std::wstring& path, FilesStay stay, bool filesStay, std::size_t depth) {
-    if (depth > c_deepest)
+    if (depth > kDeepest)
         return false;
     {
         DiskHandle item = OpenItself(path, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE);
@@ -79,7 +79,7 @@ std::wstring RealPath(HANDLE file) {
 }
 
 std::wstring RealPath(const std::wstring& path) {
-    const DiskHandle item = Open(path, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0);
+    const DiskHandle item = Open(path, FILE_READ_ATTRIBUTES, kShareAny, OPEN_EXISTING, 0);
     return item ? RealPath(item.get()) : std::wstring();
 }
 
@@ -102,7 +102,7 @@ DiskVersion VersionOf(const DiskHandle& item) {
 }
 
 Standing StandingAt(const std::wstring& realPath, std::optional<DiskVersion>* version) {
-    const DiskHandle item = Open(realPath, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0);
+    const DiskHandle item = Open(realPath, FILE_READ_ATTRIBUTES, kShareAny, OPEN_EXISTING, 0);
     if (item && version)
         *version = VersionOf(item);
     if (item)
@@ -125,7 +125,7 @@ std::wstring LongName(const std::wstring& path) {
     return entry.cFileName;
 }
 
-DiskVersion VersionAt(const std::wstring& path) { return VersionOf(Open(path, FILE_READ_ATTRIBUTES, c_shareAny, OPEN_EXISTING, 0)); }
+DiskVersion VersionAt(const std::wstring& path) { return VersionOf(Open(path, FILE_READ_ATTRIBUTES, kShareAny, OPEN_EXISTING, 0)); }
 
 bool HasRoom(const std::wstring& folder, std::uint64_t bytes) {
     constexpr std::uint64_t alittle = 1 << 20;

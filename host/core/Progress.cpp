@@ -9,9 +9,9 @@
 
 namespace {
 
-constexpr int c_barWidth = 24;
-constexpr std::uint64_t c_longStep = 16'000'000;  // bytes
-constexpr std::chrono::milliseconds c_patience{500}, c_interval{100};
+constexpr int kBarWidth = 24;
+constexpr std::uint64_t kLongStep = 16'000'000;  // bytes
+constexpr std::chrono::milliseconds kPatience{500}, kInterval{100};
 
 // Lines are redrawn with a control sequence, so a console that does not know them counts as none.
 bool ErrorIsTerminal() {
@@ -23,7 +23,7 @@ bool ErrorIsTerminal() {
 }  // namespace
 
 Progress::Progress(std::string label, std::uint64_t totalBytes)
-    : m_label(ToShown(ToUtf16(label))), m_total(totalBytes), m_nextUpdate(m_start + c_patience), m_onTerminal(ErrorIsTerminal()) {}
+    : m_label(ToShown(ToUtf16(label))), m_total(totalBytes), m_nextUpdate(m_start + kPatience), m_onTerminal(ErrorIsTerminal()) {}
 
 Progress::~Progress() {
     if (m_shown)
@@ -35,14 +35,14 @@ void Progress::Advance(std::uint64_t bytes) {
     const Clock::time_point now = Clock::now();
     if (!m_onTerminal || now < m_nextUpdate)
         return;
-    m_nextUpdate = now + c_interval;
+    m_nextUpdate = now + kInterval;
     Show(Line(std::chrono::duration<double>(now - m_start).count()));
 }
 
 void Progress::SetLabel(const std::string& label) { m_label = ToShown(ToUtf16(label)); }
 
 void Progress::Say(const std::string& what) {
-    if (m_onTerminal && (m_shown || m_total >= c_longStep))
+    if (m_onTerminal && (m_shown || m_total >= kLongStep))
         Show(m_label + "  " + what);
 }
 
@@ -54,12 +54,12 @@ std::string Progress::Line(double seconds) const {
         return m_label + text;
     }
     const double part = std::min(1.0, static_cast<double>(m_done) / static_cast<double>(m_total));
-    const int filled = static_cast<int>(part * c_barWidth);
+    const int filled = static_cast<int>(part * kBarWidth);
     const int left = static_cast<int>(std::min(5999.0, seconds / std::max(part, 1e-6) - seconds));
     std::snprintf(text, sizeof(text), "] %3d%%  %.1f MB/s  %d:%02d left", static_cast<int>(part * 100), megabytes / seconds, left / 60,
                   left % 60);
     return m_label + "  [" + std::string(static_cast<std::size_t>(filled), '#') +
-           std::string(static_cast<std::size_t>(c_barWidth - filled), '.') + text;
+           std::string(static_cast<std::size_t>(kBarWidth - filled), '.') + text;
 }
 
 void Progress::Show(const std::string& line) {

@@ -12,16 +12,16 @@
 
 namespace {
 
-constexpr std::uint32_t c_partSize = 1 << 20;
-constexpr const wchar_t* c_conflictWords = L" (HalvaneCloud conflicted edit ";
+constexpr std::uint32_t kPartSize = 1 << 20;
+constexpr const wchar_t* kConflictWords = L" (HalvaneCloud conflicted edit ";
 
 std::string Shown(const LeftEdit& edit) { return ToShown(OrdinaryPath(edit.file)); }
 
 void ReadOpen(const Volume& volume, void* file, const std::string& shown, const std::function<void(const char*, std::size_t)>& take) {
-    std::vector<char> part(c_partSize);
+    std::vector<char> part(kPartSize);
     for (std::uint32_t count = 1; count != 0;) {
         StopIfInterrupted();
-        const VirtualVolumeStatus status = volume->ReadFile(file, c_currentPosition, part.data(), c_partSize, &count, nullptr);
+        const VirtualVolumeStatus status = volume->ReadFile(file, kCurrentPosition, part.data(), kPartSize, &count, nullptr);
         if (status != VVS_Success)
             throw StatusError(shown, status);
         take(part.data(), count);
@@ -35,7 +35,7 @@ FileHandle OpenContainer(const Volume& volume, const LeftEdit& edit) {
     const std::wstring container = OrdinaryPath(edit.file);
     void* handle = nullptr;
     const VirtualVolumeStatus status =
-        volume->OpenFile(&handle, container.c_str(), GENERIC_READ, c_shareAll, OPEN_EXISTING, nullptr, nullptr);
+        volume->OpenFile(&handle, container.c_str(), GENERIC_READ, kShareAll, OPEN_EXISTING, nullptr, nullptr);
     if (status != VVS_Success)
         throw StatusError(Shown(edit), status);
     return FileHandle(volume.Get(), handle);
@@ -52,7 +52,7 @@ VolumePath FreeConflictPath(const Volume& volume, const VolumePath& document) {
     const std::wstring name = document.Name(), stem = Stem(name);
     for (int number = 1;; ++number) {
         const std::wstring count = number > 1 ? L" (" + std::to_wstring(number) + L")" : std::wstring();
-        const VolumePath path = document.Parent().Child(stem + c_conflictWords + date + count + name.substr(stem.size()));
+        const VolumePath path = document.Parent().Child(stem + kConflictWords + date + count + name.substr(stem.size()));
         VirtFindData data{};
         if (!volume->FindFile(path.Str(), &data))
             return path;
@@ -101,7 +101,7 @@ void ReadEdit(const Volume& volume, const LeftEdit& edit, const std::function<vo
     if (!file)
         throw LocalError(OrdinaryPath(edit.file), GetLastError());
     LocalSource source(file.release(), OrdinaryPath(edit.file));
-    std::vector<char> part(c_partSize);
+    std::vector<char> part(kPartSize);
     while (const std::size_t count = source.Read(part.data(), part.size())) {
         StopIfInterrupted();
         take(part.data(), count);
@@ -110,18 +110,18 @@ void ReadEdit(const Volume& volume, const LeftEdit& edit, const std::function<vo
 
 bool HasContent(const Volume& volume, const VolumePath& path, const LeftEdit& edit) {
     volume.Temp().ForgetCopies();
-    const FileHandle stored = volume.Open(path, GENERIC_READ, c_shareAll, OPEN_EXISTING);
+    const FileHandle stored = volume.Open(path, GENERIC_READ, kShareAll, OPEN_EXISTING);
     VirtFindData data{};
     if (!volume->GetFileInfo(stored.Get(), &data))
         throw StatusError(path.Shown(), VVS_GeneralError);
     if (!edit.IsContainer() && static_cast<std::uint64_t>(data.fileSize) != edit.state.size)
         return false;  // before all of it is read, which may be long
-    std::vector<char> part(c_partSize);
+    std::vector<char> part(kPartSize);
     bool same = true;
     const auto compare = [&](const char* read, std::size_t size) {
         for (std::size_t done = 0; same && done < size;) {
             std::uint32_t count = 0;
-            Check(volume->ReadFile(stored.Get(), c_currentPosition, part.data(), static_cast<std::uint32_t>(size - done), &count, nullptr),
+            Check(volume->ReadFile(stored.Get(), kCurrentPosition, part.data(), static_cast<std::uint32_t>(size - done), &count, nullptr),
                   path);
             same = count > 0 && std::equal(part.begin(), part.begin() + count, read + done);
             done += count;
@@ -129,7 +129,7 @@ bool HasContent(const Volume& volume, const VolumePath& path, const LeftEdit& ed
     };
     ReadEdit(volume, edit, compare);
     std::uint32_t more = 0;
-    Check(volume->ReadFile(stored.Get(), c_currentPosition, part.data(), 1, &more, nullptr), path);
+    Check(volume->ReadFile(stored.Get(), kCurrentPosition, part.data(), 1, &more, nullptr), path);
     return same && more == 0;
 }
 
@@ -141,7 +141,7 @@ std::optional<VolumePath> FindSaved(const Volume& volume, const LeftEdit& edit) 
     if (const std::optional<Entry> entry = volume.Find(*document))
         places.push_back(entry->path);
     const std::wstring name = document->Name(), stem = Stem(name);
-    for (const Entry& entry : SortedEntries(volume, document->Parent(), (stem + c_conflictWords + L"*" + name.substr(stem.size())).c_str()))
+    for (const Entry& entry : SortedEntries(volume, document->Parent(), (stem + kConflictWords + L"*" + name.substr(stem.size())).c_str()))
         places.push_back(entry.path);
     for (const VolumePath& path : places) {
         try {

@@ -13,7 +13,7 @@ struct StoredRow {
     const char* word;
     const char* reason;
 };
-constexpr StoredRow c_rows[] = {
+constexpr StoredRow kRows[] = {
     {Stored::Encrypted, "encrypted", "encrypted"},
     {Stored::ConflictCopy, "conflict", "a conflict copy, encrypted"},
     {Stored::Damaged, "damaged", "a damaged container"},
@@ -23,7 +23,7 @@ constexpr StoredRow c_rows[] = {
     {Stored::InClear, "plain", "not encrypted yet; 'quelvol encrypt' does it"},
 };
 
-const StoredRow& RowOf(Stored stored) { return c_rows[static_cast<std::size_t>(stored)]; }
+const StoredRow& RowOf(Stored stored) { return kRows[static_cast<std::size_t>(stored)]; }
 
 }  // namespace
 
@@ -69,7 +69,7 @@ std::wstring ConfiguredPath(const Volume& volume, const Entry& entry) {
 void ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use,
                  const std::function<void(const VolumePath&)>& enter) {
     StopIfInterrupted();
-    if (path.Depth() > c_maxPathComponents)
+    if (path.Depth() > kMaxPathComponents)
         throw HostError(path.Shown() + ": too many folders in each other");
     if (!path.IsRoot()) {
         const Entry entry = volume.Require(path);

@@ -12,14 +12,14 @@
 
 namespace {
 
-constexpr double c_wordBits = 12;  // one of some thousand words
-constexpr std::size_t c_wordLetters = 8;
+constexpr double kWordBits = 12;  // one of some thousand words
+constexpr std::size_t kWordLetters = 8;
 
 // Of count letters side by side: random ones, or words.
 double LetterBits(std::size_t count, bool mixesCases) {
     const double random = static_cast<double>(count) * (mixesCases ? 5.7 : 4.7);
-    const std::size_t words = (count + c_wordLetters - 1) / c_wordLetters;
-    return std::min(random, static_cast<double>(words) * (c_wordBits + (mixesCases ? 1.5 : 0)));
+    const std::size_t words = (count + kWordLetters - 1) / kWordLetters;
+    return std::min(random, static_cast<double>(words) * (kWordBits + (mixesCases ? 1.5 : 0)));
 }
 
 bool Continues(wchar_t before, wchar_t unit) { return std::abs(static_cast<int>(unit) - static_cast<int>(before)) <= 1; }
@@ -49,7 +49,7 @@ double StrengthBits(std::wstring_view password) {
 }
 
 std::string GuessingTime(double bits) {
-    const double years = std::exp2(bits - 1) / c_guessesPerSecond / (365.25 * 24 * 3600);
+    const double years = std::exp2(bits - 1) / kGuessesPerSecond / (365.25 * 24 * 3600);
     if (years < 1.0 / 365)
         return years < 1.0 / (365 * 24) ? "less than an hour" : "some hours";
     if (years < 1)

@@ -5,8 +5,8 @@
 #include <string_view>
 
 // Containers derive their keys with so few rounds that one graphics card tries this many passwords a second.
-constexpr double c_guessesPerSecond = 1e7;
-constexpr double c_weakBits = 60;
+constexpr double kGuessesPerSecond = 1e7;
+constexpr double kWeakBits = 60;
 
 // In bits: a guesser needs two to the power of it. A run of letters counts as words, which are guessed from lists; what repeats or
 // continues the character before counts for almost nothing.

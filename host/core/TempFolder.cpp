@@ -15,19 +15,19 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::wstring_view c_prefix = L"quelvol-";
-constexpr const wchar_t* c_runs = L"quelvol";  // in the user's local application data
-constexpr const wchar_t* c_mark = L"in-use";
-constexpr std::wstring_view c_trackingEnd = L".hvf";
+constexpr std::wstring_view kPrefix = L"quelvol-";
+constexpr const wchar_t* kRuns = L"quelvol";  // in the user's local application data
+constexpr const wchar_t* kMark = L"in-use";
+constexpr std::wstring_view kTrackingEnd = L".hvf";
 
 // The volume keeps a tracking file "<temp file>.hvf" beside a decrypted copy until the copy is saved or unchanged.
 bool HoldEdit(const std::vector<std::wstring>& names) {
-    return std::any_of(names.begin(), names.end(), [](const std::wstring& name) { return EndsWithNoCase(name, c_trackingEnd); });
+    return std::any_of(names.begin(), names.end(), [](const std::wstring& name) { return EndsWithNoCase(name, kTrackingEnd); });
 }
 
 bool HoldsEdit(const fs::path& run) {
-    for (const std::wstring& copy : NamesIn((run / c_copiesFolder).native()))
-        if (HoldEdit(NamesIn((run / c_copiesFolder / copy).native())))
+    for (const std::wstring& copy : NamesIn((run / kCopiesFolder).native()))
+        if (HoldEdit(NamesIn((run / kCopiesFolder / copy).native())))
             return true;
     return false;
 }
@@ -39,8 +39,8 @@ void RemoveCopies(const fs::path& run) {
         return;
     bool whole = true;
     for (const std::wstring& name : NamesIn(run.native()))
-        if (name != c_mark)
-            whole = !EndsWithNoCase(name, c_trackingEnd) && RemoveItself((run / name).native(), HoldEdit) && whole;
+        if (name != kMark)
+            whole = !EndsWithNoCase(name, kTrackingEnd) && RemoveItself((run / name).native(), HoldEdit) && whole;
     mark.reset();
     if (whole)
         RemoveItself(run.native(), HoldEdit);
@@ -73,13 +73,13 @@ bool CreatePrivateFolder(const std::wstring& path) {
 // Elsewhere only where there is no such place.
 fs::path FolderOfRuns() {
     const std::wstring localData = GetVariable(L"LOCALAPPDATA");
-    return localData.empty() ? UserTempFolder() : fs::path(localData) / c_runs;
+    return localData.empty() ? UserTempFolder() : fs::path(localData) / kRuns;
 }
 
 }  // namespace
 
 HANDLE OpenRunMark(const fs::path& folder, DWORD disposition) {
-    const DiskHandle::pointer mark = OpenItself((folder / c_mark).native(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, 0, disposition).release();
+    const DiskHandle::pointer mark = OpenItself((folder / kMark).native(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, 0, disposition).release();
     return mark ? mark : INVALID_HANDLE_VALUE;
 }
 
@@ -101,7 +101,7 @@ std::vector<fs::path> RunFolders() {
     for (const fs::path& folder : std::set{UserTempFolder(), FolderOfRuns()})
         if (const std::wstring real = RealPath(folder.native()); !real.empty())
             for (const std::wstring& name : NamesIn(real))
-                if (name.starts_with(c_prefix))
+                if (name.starts_with(kPrefix))
                     runs.push_back(fs::path(real) / name);
     return runs;
 }
@@ -112,7 +112,7 @@ TempFolder::TempFolder() : m_originalTmp(GetVariable(L"TMP")), m_originalTemp(Ge
     const fs::path folder = FolderOfRuns();
     if (!CreatePrivateFolder(folder.native()) && GetLastError() != ERROR_ALREADY_EXISTS)
         throw LocalError(folder.native(), GetLastError());
-    m_path = folder / (std::wstring(c_prefix) + UniqueSuffix());
+    m_path = folder / (std::wstring(kPrefix) + UniqueSuffix());
     if (!CreatePrivateFolder(m_path.native()) || (m_realPath = RealPath(m_path.native())).empty() ||
         (m_mark = OpenRunMark(m_realPath, CREATE_NEW)) == INVALID_HANDLE_VALUE)
         throw LocalError(m_path.native(), GetLastError());
@@ -137,8 +137,8 @@ TempFolder::~TempFolder() {
 }
 
 void TempFolder::ForgetCopies() const {
-    for (const std::wstring& name : NamesIn((m_realPath / c_copiesFolder).native()))
-        if (const fs::path copy = m_realPath / c_copiesFolder / name; !NamesIn(copy.native()).empty())  // an empty one is just made
+    for (const std::wstring& name : NamesIn((m_realPath / kCopiesFolder).native()))
+        if (const fs::path copy = m_realPath / kCopiesFolder / name; !NamesIn(copy.native()).empty())  // an empty one is just made
             RemoveItself(copy.native(), HoldEdit);
 }
 

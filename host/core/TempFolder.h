@@ -13,7 +13,7 @@
 #include <windows.h>
 
 // The folder in a temp folder that the volume makes its copies in.
-inline constexpr const wchar_t* c_copiesFolder = L"HalvaneCloud";
+inline constexpr const wchar_t* kCopiesFolder = L"HalvaneCloud";
 
 // The user's temp folder, as it was before a run pointed to its own. Throws HostError.
 std::filesystem::path UserTempFolder();

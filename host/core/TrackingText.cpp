@@ -57,7 +57,7 @@ bool TakeState(std::wstring_view& text, FileState& state) {
     return whole;
 }
 
-constexpr std::wstring_view c_substitutes = L"?\xFFFD";
+constexpr std::wstring_view kSubstitutes = L"?\xFFFD";
 
 int HexDigit(wchar_t unit) {
     const std::size_t digit = std::wstring_view(L"0123456789ABCDEF").find(unit);
@@ -126,7 +126,7 @@ void TakeFullNames(std::wstring_view line, Tracking& tracking) {
 
 bool Tracking::IsContainerKnown() const {
     constexpr std::wstring_view longPrefix = L"\\\\?\\";
-    return container.find_first_of(c_substitutes, container.starts_with(longPrefix) ? longPrefix.size() : 0) == container.npos;
+    return container.find_first_of(kSubstitutes, container.starts_with(longPrefix) ? longPrefix.size() : 0) == container.npos;
 }
 
 std::optional<Tracking> ParseTracking(std::wstring_view text) {

@@ -6,7 +6,7 @@
 namespace {
 
 void RefuseTooDeep(const VolumePath& path) {
-    if (path.Depth() > c_maxPathComponents)
+    if (path.Depth() > kMaxPathComponents)
         throw HostError(path.Shown() + ": too many folders in each other");
 }
 
@@ -22,7 +22,7 @@ void Remove(const Volume& volume, const Entry& entry) {
         volume.RemoveReserved(entry.path);
     }
     {
-        const FileHandle file = volume.Open(entry.path, DELETE, c_shareAll, OPEN_EXISTING);
+        const FileHandle file = volume.Open(entry.path, DELETE, kShareAll, OPEN_EXISTING);
         Check(volume->Delete(file.Get(), nullptr), entry.path);
     }
     // The deletion happens at the close, which reports nothing.
@@ -45,7 +45,7 @@ void CopyTree(const Volume& volume, const Entry& source, const VolumePath& targe
         throw HostError(source.path.Shown() + ": a link, which is not followed");
     if (!source.IsFolder())
         return volume.Copy(source.path, target);
-    volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder);
+    volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder);
     Search search(volume, source.path);
     for (Entry child; search.Next(child);)
         CopyTree(volume, child, FreeTarget(volume, target, child));

@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr DWORD c_blockSize = 256 * 1024;
+constexpr DWORD kBlockSize = 256 * 1024;
 
 // One of the two forms of a document. Its real path decides what stands there; the companion library chooses the password by the other.
 struct Form {
@@ -92,7 +92,7 @@ private:
 // Does the container hold exactly what the plain file does? The file is read from its beginning.
 bool HaveOneContent(const Form& container, HeldFile& plain, const ByteCount& count) {
     bool isSame = true;
-    std::vector<char> buffer(c_blockSize);
+    std::vector<char> buffer(kBlockSize);
     plain.Rewind();
     ReadContainer(container.path, [&](const char* data, std::size_t size) {
         StopIfInterrupted();
@@ -113,7 +113,7 @@ bool HaveOneContent(const Form& container, HeldFile& plain, const ByteCount& cou
 
 void WriteContainer(const Form& plain, const Form& container, HeldFile& content, const ByteCount& count) {
     NewContainer writer(container.path, plain.Name(), plain.path, content.Information());
-    std::vector<char> buffer(c_blockSize);
+    std::vector<char> buffer(kBlockSize);
     while (const std::size_t size = content.Read(buffer.data(), buffer.size())) {
         StopIfInterrupted();
         writer.Write(buffer.data(), size);

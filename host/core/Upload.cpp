@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr std::uint32_t c_keepAttributes = 0xFFFFFFFF;
+constexpr std::uint32_t kKeepAttributes = 0xFFFFFFFF;
 
 std::optional<Entry> FindReplaced(const Volume& volume, const VolumePath& target) {
     if (target.IsRoot() || target.IsMountFolder())
@@ -73,7 +73,7 @@ void Upload::Write(const void* data, std::size_t size) {
     while (size > 0) {
         std::uint32_t count = 0;
         const std::uint32_t request = static_cast<std::uint32_t>(std::min<std::size_t>(size, 1 << 30));
-        Check(m_volume->WriteFile(m_file.Get(), c_currentPosition, position, request, &count, nullptr), m_target);
+        Check(m_volume->WriteFile(m_file.Get(), kCurrentPosition, position, request, &count, nullptr), m_target);
         if (count == 0)
             throw StatusError(m_target.Shown(), VVS_GeneralError);
         position += count;
@@ -83,7 +83,7 @@ void Upload::Write(const void* data, std::size_t size) {
 }
 
 void Upload::Place(const VirtFindData& times, const wchar_t* lockToken) {
-    m_volume->SetFileInfo(m_file.Get(), c_keepAttributes, &times);  // without its times it is still the content
+    m_volume->SetFileInfo(m_file.Get(), kKeepAttributes, &times);  // without its times it is still the content
     if (m_replacedConflict)
         MakeOrdinary(m_volume, *m_replacedConflict);
     m_volume.Rename(m_file, m_target, lockToken);

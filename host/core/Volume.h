@@ -18,8 +18,8 @@
 #include "quelcrypt/IVirtualVolume.h"
 
 // Reads and writes at the handle's current position, one after the other.
-constexpr std::uint64_t c_currentPosition = 0xFFFFFFFF;
-constexpr std::uint32_t c_shareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr std::uint64_t kCurrentPosition = 0xFFFFFFFF;
+constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 // Owns a handle of the volume; Close is how it ends. As long as it lives, the folder that it was opened in stays where it is
 // (see HoldFolder).

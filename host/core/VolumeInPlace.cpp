@@ -85,7 +85,7 @@ void Volume::Copy(const VolumePath& source, const VolumePath& target) const {
     Check(m_volume->CopyFileW(source.Str(), target.Str(), nullptr), target);
     if (!LeadsAway(source) && !LeadsAway(target))
         return;
-    m_volume->Delete(Open(target, DELETE, c_shareAll, OPEN_EXISTING).Get(), nullptr);
+    m_volume->Delete(Open(target, DELETE, kShareAll, OPEN_EXISTING).Get(), nullptr);
     ThrowLeftItsPlace(source);
 }
 

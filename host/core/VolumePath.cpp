@@ -7,9 +7,9 @@
 
 namespace {
 
-constexpr std::size_t c_maxName = 255;      // units; what the file system stores
-constexpr std::size_t c_maxAsideStem = 64;  // units; leaves room in the folder of the decrypted copies
-constexpr std::size_t c_maxPath = 32'000;   // units; leaves room for the native path of the mount folder
+constexpr std::size_t kMaxName = 255;      // units; what the file system stores
+constexpr std::size_t kMaxAsideStem = 64;  // units; leaves room in the folder of the decrypted copies
+constexpr std::size_t kMaxPath = 32'000;   // units; leaves room for the native path of the mount folder
 
 bool IsSeparator(wchar_t unit) { return unit == L'/' || unit == L'\\'; }
 
@@ -18,7 +18,7 @@ const char* PathProblem(std::wstring_view text) {
         return "an absolute path; a path of the volume begins with a mount folder, as in Docs/a.txt";
     if (text.size() >= 2 && text[1] == L':')
         return "a path with a drive; a path of the volume begins with a mount folder, as in Docs/a.txt";
-    if (text.size() > c_maxPath)
+    if (text.size() > kMaxPath)
         return "the path is too long";
     return nullptr;
 }
@@ -45,7 +45,7 @@ const char* VolumePath::ComponentProblem(std::wstring_view name, Wildcards wildc
         return "the name of a device";
     if (IsReservedName(name))
         return "a name that the volume keeps for itself";
-    if (name.size() > c_maxName)
+    if (name.size() > kMaxName)
         return "a name is too long";
     return nullptr;
 }
@@ -66,7 +66,7 @@ VolumePath VolumePath::Parse(std::wstring_view text, Wildcards wildcards) {
         }
         begin = end == text.end() ? end : end + 1;
     }
-    if (path.Depth() > c_maxPathComponents)
+    if (path.Depth() > kMaxPathComponents)
         refuse("too many folders in each other");
     return path;
 }
@@ -104,7 +104,7 @@ VolumePath VolumePath::Child(std::wstring_view name) const {
 VolumePath VolumePath::Aside() const {
     const std::wstring name = Name();
     const std::size_t dot = name.rfind(L'.');
-    std::wstring stem = name.substr(0, dot).substr(0, c_maxAsideStem);
+    std::wstring stem = name.substr(0, dot).substr(0, kMaxAsideStem);
     if (!stem.empty() && (stem.back() & 0xFC00) == 0xD800)  // half of a surrogate pair
         stem.pop_back();
     const bool hasDot = dot != std::wstring::npos;

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-constexpr std::size_t c_maxPathComponents = 128;  // folders in each other; whoever goes through trees recurses as deep
+constexpr std::size_t kMaxPathComponents = 128;  // folders in each other; whoever goes through trees recurses as deep
 
 class VolumePath {
 public:

@@ -12,9 +12,9 @@ TEST(APathFromTheUser, IsRefusedWhenItCouldMeanSomethingElse) {
     std::wstring longPath = L"Docs", deepPath = L"Docs";
     while (longPath.size() < 33'000)
         longPath += L"\\" + std::wstring(250, L'n');
-    for (std::size_t i = 1; i < c_maxPathComponents; ++i)
+    for (std::size_t i = 1; i < kMaxPathComponents; ++i)
         deepPath += L"\\d";
-    EXPECT_EQ(VolumePath::Parse(deepPath).Depth(), c_maxPathComponents);
+    EXPECT_EQ(VolumePath::Parse(deepPath).Depth(), kMaxPathComponents);
     // clang-format off
     const std::wstring refused[] = {
         L"/etc/passwd", L"\\Windows", L"\\\\server\\share", L"//server/share", L"\\\\?\\C:\\x", L"\\\\.\\pipe\\x", L"C:\\x", L"c:/x",

@@ -22,8 +22,8 @@ using boost::asio::ip::tcp;
 using Clock = std::chrono::steady_clock;
 using ErrorCode = boost::system::error_code;
 
-constexpr std::size_t c_writeSize = 32 * 1024;
-constexpr std::chrono::milliseconds c_turn{200};
+constexpr std::size_t kWriteSize = 32 * 1024;
+constexpr std::chrono::milliseconds kTurn{200};
 
 // The socket, which never blocks, with a deadline for what is being read or written. The deadline of a body or an answer
 // moves on with every byte, so that a slow client may take long, but not for ever.
@@ -140,7 +140,7 @@ private:
     // In short turns: a thread that waits inside of a read is not woken by what other threads do to the socket.
     bool Wait(Clock::time_point until, bool forReading) {
         const auto left = std::chrono::duration_cast<std::chrono::microseconds>(until - Clock::now());
-        const auto turn = std::clamp(left, std::chrono::microseconds(0), std::chrono::microseconds(c_turn));
+        const auto turn = std::clamp(left, std::chrono::microseconds(0), std::chrono::microseconds(kTurn));
         fd_set sockets;
         FD_ZERO(&sockets);
         FD_SET(m_socket.native_handle(), &sockets);
@@ -256,12 +256,12 @@ public:
     void Write(std::string_view data) override {
         if (!m_hasBody || data.empty())
             return;
-        if (m_pending.size() + data.size() < c_writeSize) {
+        if (m_pending.size() + data.size() < kWriteSize) {
             m_pending += data;
             return;
         }
         Flush();
-        if (data.size() < c_writeSize)
+        if (data.size() < kWriteSize)
             m_pending += data;
         else
             WriteNow(data, true);

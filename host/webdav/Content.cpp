@@ -12,9 +12,9 @@ namespace webdav {
 
 namespace {
 
-constexpr std::size_t c_partSize = 64 * 1024;
-constexpr std::size_t c_writeSize = 64 * 1024;
-constexpr std::uint64_t c_unixEpoch = 11'644'473'600;  // seconds after that of a FILETIME
+constexpr std::size_t kPartSize = 64 * 1024;
+constexpr std::size_t kWriteSize = 64 * 1024;
+constexpr std::uint64_t kUnixEpoch = 11'644'473'600;  // seconds after that of a FILETIME
 
 // A document that browsers run scripts from must not do so in the name of this site, where it could reach every file.
 bool MayRunScripts(const char* type) {
@@ -41,7 +41,7 @@ bool ClientHasIt(const Exchange& exchange, const Resource& file) {
     const auto since = exchange.request.Field("If-Modified-Since");
     const std::uint64_t time = since ? ParseHttpDate(*since) : 0;
     // A version with an earlier time may have been put back.
-    return time != 0 && file.entry->data.lastWriteTime / c_second == time / c_second;
+    return time != 0 && file.entry->data.lastWriteTime / kSecond == time / kSecond;
 }
 
 // A range of what may have changed meanwhile is of no use: then the client gets the whole.
@@ -89,8 +89,8 @@ void SendReleasing(Exchange& exchange, const Resource& file, const ByteRange& ra
     for (std::uint64_t done = 0; done < range.length;) {
         if (part.empty())
             throw HostError(file.path.Shown() + ": it ends before its size");
-        for (std::string_view rest = part; !rest.empty(); rest.remove_prefix(std::min(rest.size(), c_writeSize)))
-            exchange.response.Write(rest.substr(0, c_writeSize));
+        for (std::string_view rest = part; !rest.empty(); rest.remove_prefix(std::min(rest.size(), kWriteSize)))
+            exchange.response.Write(rest.substr(0, kWriteSize));
         done += part.size();
         if (done < range.length && claim.IsInTheWay()) {
             KeptAside content(exchange, file, reader, range.first + done, range.length - done);
@@ -98,7 +98,7 @@ void SendReleasing(Exchange& exchange, const Resource& file, const ByteRange& ra
             claim.Release();
             return content.Send(exchange.response);
         }
-        part = done < range.length ? reader.Read(range.first + done, std::min<std::uint64_t>(range.length - done, c_writeSize)) : part;
+        part = done < range.length ? reader.Read(range.first + done, std::min<std::uint64_t>(range.length - done, kWriteSize)) : part;
     }
 }
 
@@ -144,7 +144,7 @@ void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
 std::uint64_t UploadTime(const Request& request) {
     const auto field = request.Field("X-OC-Mtime");
     const auto seconds = field ? ParseNumber(std::string_view(*field).substr(0, field->find('.'))) : std::nullopt;
-    return seconds && *seconds < 100'000'000'000 ? (*seconds + c_unixEpoch) * c_second : 0;
+    return seconds && *seconds < 100'000'000'000 ? (*seconds + kUnixEpoch) * kSecond : 0;
 }
 
 // What is stored must be the file as it is, all of it, and known to be all.
@@ -232,7 +232,7 @@ void AnswerPut(Exchange& exchange) {
     if (announced > limits::spoolMemoryBytes)
         RequireRoom(exchange, announced);
     Spool spool(exchange.state.volume.Temp());
-    std::vector<char> part(c_partSize);
+    std::vector<char> part(kPartSize);
     while (const std::size_t count = exchange.body.Read(part.data(), part.size()))
         spool.Append({part.data(), count});
 
@@ -251,7 +251,7 @@ void AnswerPut(Exchange& exchange) {
     const bool isElsewhere = !stored.path.Equals(target.path);
     if (isElsewhere)
         fields.emplace_back("Location", stored.Url());
-    if (times.lastWriteTime != 0 && stored.entry->data.lastWriteTime / c_second == times.lastWriteTime / c_second)
+    if (times.lastWriteTime != 0 && stored.entry->data.lastWriteTime / kSecond == times.lastWriteTime / kSecond)
         fields.emplace_back("X-OC-Mtime", "accepted");
     exchange.response.Send(target.Exists() && !isElsewhere ? 204 : 201, fields);
 }

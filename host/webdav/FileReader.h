@@ -14,11 +14,11 @@ class FileReader {
 public:
     // Throws StatusError, as Read does.
     FileReader(const Volume& volume, const VolumePath& path)
-        : m_volume(volume), m_path(path), m_handle(volume.Open(path, GENERIC_READ, c_shareAll, OPEN_EXISTING)) {}
+        : m_volume(volume), m_path(path), m_handle(volume.Open(path, GENERIC_READ, kShareAll, OPEN_EXISTING)) {}
 
     // Up to size bytes from offset on; empty at the end. Valid until the next read.
     std::string_view Read(std::uint64_t offset, std::uint64_t size) {
-        if (offset == c_currentPosition) {  // the one offset that cannot be named
+        if (offset == kCurrentPosition) {  // the one offset that cannot be named
             const std::string_view more = Read(offset - 1, size + 1);
             return more.substr(std::min<std::size_t>(1, more.size()));
         }

@@ -12,15 +12,15 @@ namespace webdav {
 
 namespace {
 
-constexpr const char* c_days[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-constexpr const char* c_months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+constexpr const char* kDays[] = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
+constexpr const char* kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun", "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 struct Reason {
     int status;
     const char* text;
 };
 
-constexpr Reason c_reasons[] = {
+constexpr Reason kReasons[] = {
     {200, "OK"},
     {201, "Created"},
     {204, "No Content"},
@@ -105,7 +105,7 @@ void Response::Send(int status, const Fields& fields, std::string_view body) {
 }
 
 std::string StatusLine(int status) {
-    for (const Reason& reason : c_reasons)
+    for (const Reason& reason : kReasons)
         if (reason.status == status)
             return "HTTP/1.1 " + std::to_string(status) + " " + reason.text;
     return "HTTP/1.1 " + std::to_string(status) + " Unknown";
@@ -114,8 +114,8 @@ std::string StatusLine(int status) {
 std::string HttpDate(std::uint64_t fileTime) {
     const SYSTEMTIME time = SystemTimeOf(fileTime);
     char text[64];
-    std::snprintf(text, sizeof(text), "%s, %02u %s %04u %02u:%02u:%02u GMT", c_days[time.wDayOfWeek % 7], time.wDay,
-                  c_months[(time.wMonth + 11) % 12], time.wYear, time.wHour, time.wMinute, time.wSecond);
+    std::snprintf(text, sizeof(text), "%s, %02u %s %04u %02u:%02u:%02u GMT", kDays[time.wDayOfWeek % 7], time.wDay,
+                  kMonths[(time.wMonth + 11) % 12], time.wYear, time.wHour, time.wMinute, time.wSecond);
     return text;
 }
 
@@ -140,16 +140,16 @@ std::uint64_t ParseHttpDate(std::string_view value) {
                !isForm("%*3s %3s %2u %2u:%2u:%2u %4u", month, &day, &hour, &minute, &second, &year)) {
         return 0;
     }
-    const auto found = std::find(std::begin(c_months), std::end(c_months), std::string_view(month));
+    const auto found = std::find(std::begin(kMonths), std::end(kMonths), std::string_view(month));
     SYSTEMTIME parts{};
     parts.wYear = static_cast<WORD>(year);
-    parts.wMonth = static_cast<WORD>(found - std::begin(c_months) + 1);
+    parts.wMonth = static_cast<WORD>(found - std::begin(kMonths) + 1);
     parts.wDay = static_cast<WORD>(day);
     parts.wHour = static_cast<WORD>(hour);
     parts.wMinute = static_cast<WORD>(minute);
     parts.wSecond = static_cast<WORD>(second);
     FILETIME time{};
-    if (found == std::end(c_months) || !SystemTimeToFileTime(&parts, &time))
+    if (found == std::end(kMonths) || !SystemTimeToFileTime(&parts, &time))
         return 0;
     return FileTimeNumber(time);
 }

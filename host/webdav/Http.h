@@ -87,6 +87,6 @@ std::string IsoDate(std::uint64_t fileTime);   // "2026-11-21T08:10:04Z"
 // 0 for anything else.
 std::uint64_t ParseHttpDate(std::string_view text);
 std::uint64_t Now();
-constexpr std::uint64_t c_second = 10'000'000;
+constexpr std::uint64_t kSecond = 10'000'000;
 
 }  // namespace webdav

@@ -11,20 +11,20 @@ namespace webdav {
 
 namespace {
 
-constexpr std::uint32_t c_usualTimeout = 3600;        // seconds
-constexpr std::uint32_t c_longestTimeout = 4 * 3600;  // over a long lunch, but not for ever
+constexpr std::uint32_t kUsualTimeout = 3600;        // seconds
+constexpr std::uint32_t kLongestTimeout = 4 * 3600;  // over a long lunch, but not for ever
 
 std::uint32_t ParseTimeout(const Request& request) {
     const std::string field = request.Field("Timeout").value_or("");
     for (const std::string_view wish : SplitList(field)) {
         if (EqualToken(wish, "Infinite"))
-            return c_longestTimeout;
+            return kLongestTimeout;
         if (wish.size() < 8 || !EqualToken(wish.substr(0, 7), "Second-"))
             continue;
-        const std::uint64_t seconds = ParseNumber(wish.substr(7)).value_or(c_usualTimeout);
-        return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(seconds, 1, c_longestTimeout));
+        const std::uint64_t seconds = ParseNumber(wish.substr(7)).value_or(kUsualTimeout);
+        return static_cast<std::uint32_t>(std::clamp<std::uint64_t>(seconds, 1, kLongestTimeout));
     }
-    return c_usualTimeout;
+    return kUsualTimeout;
 }
 
 DavLock ParseLockInfo(const std::string& text) {

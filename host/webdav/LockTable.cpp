@@ -13,11 +13,11 @@ namespace webdav {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::uint32_t c_longestGrace = 120;  // seconds
+constexpr std::uint32_t kLongestGrace = 120;  // seconds
 
 // A client that refreshes at the last moment, over a slow line, still finds its lock.
 Clock::time_point ExpiryOf(const DavLock& lock) {
-    return lock.expires + std::chrono::seconds(std::min(lock.timeoutSeconds / 10 + 1, c_longestGrace));
+    return lock.expires + std::chrono::seconds(std::min(lock.timeoutSeconds / 10 + 1, kLongestGrace));
 }
 
 // "{0F8FAD5B-...}" as the volume has it.

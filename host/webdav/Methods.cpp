@@ -64,7 +64,7 @@ void CheckConditions(const Exchange& exchange, const Resource& resource) {
             throw HttpError(412, "it is what If-None-Match excludes");
     if (const auto since = request.Field("If-Unmodified-Since"); since && resource.Exists() && !request.Field("If-Match")) {
         const std::uint64_t time = ParseHttpDate(*since);
-        if (time != 0 && resource.entry->data.lastWriteTime / c_second > time / c_second)
+        if (time != 0 && resource.entry->data.lastWriteTime / kSecond > time / kSecond)
             throw HttpError(412, "it was changed since");
     }
     if (!exchange.ifHeader.empty() && !IfFieldHolds(exchange, resource))

@@ -3,7 +3,7 @@
 
 namespace webdav {
 
-extern const char* const c_pageScript;
-extern const char* const c_pageStyle;
+extern const char* const kPageScript;
+extern const char* const kPageStyle;
 
 }  // namespace webdav

@@ -17,16 +17,16 @@ namespace webdav {
 namespace {
 
 // Everything comes from this server, and nothing that stands in the page itself runs.
-const Fields c_pageFields{{"Content-Type", "text/html; charset=utf-8"},
-                          {"Cache-Control", "private, no-cache"},
-                          {"X-Content-Type-Options", "nosniff"},
-                          {"X-Frame-Options", "DENY"},
-                          {"Referrer-Policy", "no-referrer"},
-                          {"Content-Security-Policy",
-                           "default-src 'none'; style-src 'self'; script-src 'self'; connect-src 'self'; base-uri 'none'; "
-                           "form-action 'none'; frame-ancestors 'none'"}};
+const Fields kPageFields{{"Content-Type", "text/html; charset=utf-8"},
+                         {"Cache-Control", "private, no-cache"},
+                         {"X-Content-Type-Options", "nosniff"},
+                         {"X-Frame-Options", "DENY"},
+                         {"Referrer-Policy", "no-referrer"},
+                         {"Content-Security-Policy",
+                          "default-src 'none'; style-src 'self'; script-src 'self'; connect-src 'self'; base-uri 'none'; "
+                          "form-action 'none'; frame-ancestors 'none'"}};
 
-constexpr const char* c_tools = R"(<div id=tools hidden>
+constexpr const char* kTools = R"(<div id=tools hidden>
 <button type=button id=upload>Upload files</button><button type=button id=uploadFolder>Upload a folder</button>
 <button type=button id=newFolder>New folder</button>
 <input type=search id=filter aria-label="Filter by name" placeholder="Filter">
@@ -44,13 +44,13 @@ std::string Beginning(const std::string& title, bool isRoot) {
 }
 
 std::string SizeText(std::int64_t bytes) {
-    static constexpr const char* c_units[] = {"B", "kB", "MB", "GB", "TB"};
+    static constexpr const char* kUnits[] = {"B", "kB", "MB", "GB", "TB"};
     double value = static_cast<double>(bytes);
     std::size_t unit = 0;
-    for (; value >= 999.5 && unit + 1 < std::size(c_units); ++unit)
+    for (; value >= 999.5 && unit + 1 < std::size(kUnits); ++unit)
         value /= 1000;
     char text[32];
-    std::snprintf(text, sizeof(text), unit > 0 && value < 9.95 ? "%.1f %s" : "%.0f %s", value, c_units[unit]);
+    std::snprintf(text, sizeof(text), unit > 0 && value < 9.95 ? "%.1f %s" : "%.0f %s", value, kUnits[unit]);
     return text;
 }
 
@@ -166,7 +166,7 @@ void WritePage(Exchange& exchange, const Resource& folder, Spool& page) {
         return left.IsFolder() != right.IsFolder() ? left.IsFolder() : LessNoCase(left.name, right.name);
     });
     const std::string title = folder.path.IsRoot() ? "Volume" : Escaped(ToUtf8(folder.path.Name()));
-    page.Append(Beginning(title, folder.path.IsRoot()) + "<h1>" + Trail(folder.path) + "</h1>\n" + c_tools + "<main>\n" +
+    page.Append(Beginning(title, folder.path.IsRoot()) + "<h1>" + Trail(folder.path) + "</h1>\n" + kTools + "<main>\n" +
                 Notices(exchange, folder));
     page.Append(lines.empty() ? "<p>This folder is empty.</p>\n"
                               : "<table><thead><tr><th>Name</th><th class=n>Size</th><th class=t>Changed "
@@ -184,10 +184,10 @@ void WritePage(Exchange& exchange, const Resource& folder, Spool& page) {
 
 void SendFolderPage(Exchange& exchange, const Resource& folder) {
     if (exchange.request.method == "HEAD")
-        return exchange.response.Begin(200, c_pageFields, std::nullopt);
+        return exchange.response.Begin(200, kPageFields, std::nullopt);
     Spool page(exchange.state.volume.Temp());
     WritePage(exchange, folder, page);
-    exchange.response.Begin(200, c_pageFields, page.Size());
+    exchange.response.Begin(200, kPageFields, page.Size());
     page.ForEach([&](std::string_view part) { exchange.response.Write(part); });
 }
 
@@ -199,7 +199,7 @@ bool SendPageFile(const Request& request, Response& response) {
                   {{"Content-Type", isScript ? "text/javascript; charset=utf-8" : "text/css; charset=utf-8"},
                    {"Cache-Control", "private, no-cache"},
                    {"X-Content-Type-Options", "nosniff"}},
-                  isScript ? c_pageScript : c_pageStyle);
+                  isScript ? kPageScript : kPageStyle);
     return true;
 }
 
@@ -208,7 +208,7 @@ bool WantsPage(const Request& request) {
 }
 
 void SendErrorPage(Response& response, int status, const std::string& text, Fields fields) {
-    fields.insert(fields.end(), c_pageFields.begin(), c_pageFields.end());
+    fields.insert(fields.end(), kPageFields.begin(), kPageFields.end());
     const std::string words = StatusLine(status).substr(std::string_view("HTTP/1.1 404 ").size());
     response.Send(status, fields,
                   Beginning(words, true) + "<h1>" + words + "</h1>\n<main><p>" + Escaped(text) +

@@ -14,9 +14,9 @@ namespace webdav {
 
 namespace {
 
-static_assert(limits::pathComponents == c_maxPathComponents);
+static_assert(limits::pathComponents == kMaxPathComponents);
 
-constexpr std::string_view c_unreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$'()*+,=@";
+constexpr std::string_view kUnreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~!$'()*+,=@";
 
 int HexDigit(char unit) {
     if (unit >= '0' && unit <= '9')
@@ -161,7 +161,7 @@ std::string Href(const VolumePath& path, bool isFolder) {
     for (const char unit : ToUtf8(path.Str())) {
         if (unit == '\\') {
             href += '/';
-        } else if (c_unreserved.find(unit) != std::string_view::npos) {
+        } else if (kUnreserved.find(unit) != std::string_view::npos) {
             href += unit;
         } else {
             constexpr char digits[] = "0123456789ABCDEF";
@@ -222,7 +222,7 @@ bool ListedEntries::IsHidden(const std::wstring& conflictName) const {
 }
 
 bool ListedEntries::Has(const Entry& entry, std::optional<DiskVersion>* version) const {
-    constexpr std::size_t c_surelyShort = 250;  // units; from 260 on, the platform's limit counts
+    constexpr std::size_t kSurelyShort = 250;  // units; from 260 on, the platform's limit counts
     const std::wstring name = entry.Name();
     if (VolumePath::ComponentProblem(name) || entry.path.Depth() > limits::pathComponents)
         return false;
@@ -230,7 +230,7 @@ bool ListedEntries::Has(const Entry& entry, std::optional<DiskVersion>* version)
         return false;  // not valid Unicode
     if (entry.IsConflict() && IsHidden(name))
         return false;
-    if (m_mountPathSize > 0 && m_mountPathSize + std::wcslen(entry.path.Str()) > c_surelyShort) {
+    if (m_mountPathSize > 0 && m_mountPathSize + std::wcslen(entry.path.Str()) > kSurelyShort) {
         const auto found = m_volume.Find(m_folder.path.Child(name));
         return found && found->path.Equals(entry.path);
     }

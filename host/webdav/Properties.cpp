@@ -12,7 +12,7 @@ namespace webdav {
 
 namespace {
 
-constexpr std::uint64_t c_millisecond = c_second / 1000;
+constexpr std::uint64_t kMillisecond = kSecond / 1000;
 
 std::size_t SizeOf(const VolumePath& path) { return std::wcslen(path.Str()) * sizeof(wchar_t) + 64; }
 
@@ -28,7 +28,7 @@ struct TypeRow {
     const char* type;
 };
 
-constexpr TypeRow c_types[] = {
+constexpr TypeRow kTypes[] = {
     {L".txt", "text/plain; charset=utf-8"},
     {L".md", "text/plain; charset=utf-8"},
     {L".csv", "text/csv; charset=utf-8"},
@@ -148,7 +148,7 @@ void DeadProperties::RemoveTree(const VolumePath& top) {
 void ChangeNumbers::Note(const VolumePath& path) {
     const std::lock_guard guard(m_mutex);
     // Starts at the time, so that a number of an earlier run never comes again.
-    m_last = std::max(m_last + 1, Now() / c_second);
+    m_last = std::max(m_last + 1, Now() / kSecond);
     if (m_bytes + SizeOf(path) > limits::changeBytes) {  // then every file counts as changed
         m_numbers.clear();
         m_bytes = 0;
@@ -177,7 +177,7 @@ std::string EntityTag(const Volume& volume, const ChangeNumbers& changes, const 
     // Containers keep times in milliseconds; a file must not get another tag by being locked or unlocked. What the disk says of the change
     // is told from that time on: most often few digits, of which a listing has many.
     const DiskVersion onDisk = resource.version ? *resource.version : volume.VersionOf(*resource.entry);
-    const std::uint64_t written = data.lastWriteTime / c_millisecond, changed = onDisk.changed / c_millisecond;
+    const std::uint64_t written = data.lastWriteTime / kMillisecond, changed = onDisk.changed / kMillisecond;
     char tag[96];
     std::snprintf(tag, sizeof(tag), "\"%llx-%llx-%llx", static_cast<unsigned long long>(written),
                   static_cast<unsigned long long>(data.fileSize), static_cast<unsigned long long>(changed - written));
@@ -190,7 +190,7 @@ std::string EntityTag(const Volume& volume, const ChangeNumbers& changes, const 
 }
 
 const char* ContentType(std::wstring_view name) {
-    for (const TypeRow& row : c_types)
+    for (const TypeRow& row : kTypes)
         if (EndsWithNoCase(name, row.extension))
             return row.type;
     return nullptr;

@@ -14,7 +14,7 @@ namespace webdav {
 
 namespace {
 
-constexpr std::string_view c_windows = "urn:schemas-microsoft-com:";
+constexpr std::string_view kWindows = "urn:schemas-microsoft-com:";
 
 // A property of the volume's: null when this resource does not have it.
 struct LiveProperty {
@@ -29,7 +29,7 @@ std::optional<std::string> Element(std::string_view name, const std::string& val
 }
 
 std::optional<std::string> WindowsElement(const std::string& name, const std::string& value) {
-    return '<' + name + " xmlns=\"" + std::string(c_windows) + "\">" + value + "</" + name + '>';
+    return '<' + name + " xmlns=\"" + std::string(kWindows) + "\">" + value + "</" + name + '>';
 }
 
 std::optional<std::string> DateElement(std::string_view name, std::uint64_t time, std::string (*format)(std::uint64_t)) {
@@ -42,47 +42,47 @@ std::optional<std::string> WindowsDate(const std::string& name, std::uint64_t ti
 
 using Value = std::optional<std::string>;
 
-constexpr LiveProperty c_live[] = {
-    {c_dav, "resourcetype", true,
+constexpr LiveProperty kLive[] = {
+    {kDav, "resourcetype", true,
      [](const Exchange&, const Resource& item) -> Value {
          return item.IsFolder() ? "<D:resourcetype><D:collection/></D:resourcetype>" : "<D:resourcetype/>";
      }},
-    {c_dav, "getcontentlength", true,
+    {kDav, "getcontentlength", true,
      [](const Exchange&, const Resource& item) -> Value {
          return item.IsFolder() ? std::nullopt : Element("getcontentlength", std::to_string(item.entry->data.fileSize));
      }},
-    {c_dav, "getlastmodified", true,
+    {kDav, "getlastmodified", true,
      [](const Exchange&, const Resource& item) { return DateElement("getlastmodified", item.entry->data.lastWriteTime, HttpDate); }},
-    {c_dav, "creationdate", true,
+    {kDav, "creationdate", true,
      [](const Exchange&, const Resource& item) { return DateElement("creationdate", item.entry->data.creationTime, IsoDate); }},
-    {c_dav, "getetag", true,
+    {kDav, "getetag", true,
      [](const Exchange& exchange, const Resource& item) -> Value {
          return item.IsFolder() ? std::nullopt : Element("getetag", exchange.Tag(item));
      }},
-    {c_dav, "getcontenttype", false,
+    {kDav, "getcontenttype", false,
      [](const Exchange&, const Resource& item) -> Value {
          const char* const type = item.IsFolder() ? "httpd/unix-directory" : ContentType(item.path.Name());
          return Element("getcontenttype", type ? type : "application/octet-stream");
      }},
-    {c_dav, "displayname", false,
+    {kDav, "displayname", false,
      [](const Exchange&, const Resource& item) -> Value {
          return item.path.IsRoot() ? std::nullopt : Element("displayname", Escaped(ToUtf8(item.path.Name())));
      }},
-    {c_dav, "lockdiscovery", false,
+    {kDav, "lockdiscovery", false,
      [](const Exchange& exchange, const Resource& item) -> Value { return LockDiscoveryXml(exchange.state.locks.Covering(item.key)); }},
-    {c_dav, "supportedlock", false,
+    {kDav, "supportedlock", false,
      [](const Exchange&, const Resource&) -> Value {
          return "<D:supportedlock><D:lockentry><D:lockscope><D:exclusive/></D:lockscope><D:locktype><D:write/></D:locktype>"
                 "</D:lockentry><D:lockentry><D:lockscope><D:shared/></D:lockscope><D:locktype><D:write/></D:locktype>"
                 "</D:lockentry></D:supportedlock>";
      }},
-    {c_windows, "Win32CreationTime", false,
+    {kWindows, "Win32CreationTime", false,
      [](const Exchange&, const Resource& item) { return WindowsDate("Win32CreationTime", item.entry->data.creationTime); }},
-    {c_windows, "Win32LastAccessTime", false,
+    {kWindows, "Win32LastAccessTime", false,
      [](const Exchange&, const Resource& item) { return WindowsDate("Win32LastAccessTime", item.entry->data.lastAccessTime); }},
-    {c_windows, "Win32LastModifiedTime", false,
+    {kWindows, "Win32LastModifiedTime", false,
      [](const Exchange&, const Resource& item) { return WindowsDate("Win32LastModifiedTime", item.entry->data.lastWriteTime); }},
-    {c_windows, "Win32FileAttributes", false,
+    {kWindows, "Win32FileAttributes", false,
      [](const Exchange&, const Resource& item) -> Value {
          char text[16];
          std::snprintf(text, sizeof(text), "%08x", static_cast<unsigned>(item.entry->data.fileAttributes));
@@ -134,10 +134,10 @@ Query ParseQuery(const Exchange& exchange) {
 }
 
 const LiveProperty* FindLive(const XmlName& name) {
-    const auto found = std::find_if(std::begin(c_live), std::end(c_live), [&](const LiveProperty& live) {
+    const auto found = std::find_if(std::begin(kLive), std::end(kLive), [&](const LiveProperty& live) {
         return live.space == std::string_view(name.space) && live.name == std::string_view(name.local);
     });
-    return found == std::end(c_live) ? nullptr : found;
+    return found == std::end(kLive) ? nullptr : found;
 }
 
 class Listing {
@@ -175,7 +175,7 @@ public:
 
 private:
     void AddNames(const Resource& item, const PropertyTexts& dead, std::string& found) const {
-        for (const LiveProperty& live : c_live)
+        for (const LiveProperty& live : kLive)
             if (live.value(m_exchange, item))
                 found += '<' + OpenName({live.space, live.name}) + "/>";
         for (const auto& [name, text] : dead)
@@ -184,7 +184,7 @@ private:
     }
 
     void AddAll(const Resource& item, const PropertyTexts& dead, std::string& found) const {
-        for (const LiveProperty& live : c_live)
+        for (const LiveProperty& live : kLive)
             if (live.inAllProp)
                 found += live.value(m_exchange, item).value_or("");
         for (const auto& [name, text] : dead)

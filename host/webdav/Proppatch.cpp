@@ -12,11 +12,11 @@ namespace webdav {
 
 namespace {
 
-constexpr std::string_view c_windows = "urn:schemas-microsoft-com:";
-constexpr std::uint64_t c_partSize = 256 * 1024;
-constexpr std::uint32_t c_keepAttributes = 0xFFFFFFFF;
-constexpr const char* c_protected[] = {"creationdate",    "getcontentlength", "getcontenttype", "getetag",
-                                       "getlastmodified", "lockdiscovery",    "resourcetype",   "supportedlock"};
+constexpr std::string_view kWindows = "urn:schemas-microsoft-com:";
+constexpr std::uint64_t kPartSize = 256 * 1024;
+constexpr std::uint32_t kKeepAttributes = 0xFFFFFFFF;
+constexpr const char* kProtected[] = {"creationdate",    "getcontentlength", "getcontenttype", "getetag",
+                                      "getlastmodified", "lockdiscovery",    "resourcetype",   "supportedlock"};
 
 struct Changes {
     std::vector<XmlName> order;  // as they are answered for
@@ -28,7 +28,7 @@ struct Changes {
 };
 
 std::uint64_t* TimeField(const XmlName& name, VirtFindData& times) {
-    if (std::string_view(name.space) != c_windows)
+    if (std::string_view(name.space) != kWindows)
         return nullptr;
     if (std::string_view(name.local) == "Win32CreationTime")
         return &times.creationTime;
@@ -78,11 +78,11 @@ Changes ParseChanges(const std::string& text) {
 }
 
 bool IsProtected(const XmlName& name) {
-    return std::any_of(std::begin(c_protected), std::end(c_protected), [&](const char* known) { return name.IsDav(known); });
+    return std::any_of(std::begin(kProtected), std::end(kProtected), [&](const char* known) { return name.IsDav(known); });
 }
 
 bool HasTimes(const VirtFindData& data, const VirtFindData& wanted) {
-    const auto same = [](std::uint64_t has, std::uint64_t wants) { return wants == 0 || has / c_second == wants / c_second; };
+    const auto same = [](std::uint64_t has, std::uint64_t wants) { return wants == 0 || has / kSecond == wants / kSecond; };
     return same(data.lastWriteTime, wanted.lastWriteTime) && same(data.creationTime, wanted.creationTime) &&
            same(data.lastAccessTime, wanted.lastAccessTime);
 }
@@ -96,7 +96,7 @@ void StoreAgain(State& state, Resource& file, const VirtFindData& times) {
     FileReader source(volume, file.entry->path);
     const std::unique_ptr<Upload> upload = StartUpload(volume, file);
     std::uint64_t done = 0;
-    for (std::string_view part; !(part = source.Read(done, c_partSize)).empty(); done += part.size())
+    for (std::string_view part; !(part = source.Read(done, kPartSize)).empty(); done += part.size())
         upload->Write(part.data(), part.size());
     if (volume.VersionOf(*file.entry) != read)  // somebody else's new content must not give way to the old one
         throw HttpError(409, "it was changed meanwhile");
@@ -117,8 +117,8 @@ void SetTimes(State& state, Resource& resource, VirtFindData times) {
                 times.*time = data.*time;
         StoreAgain(state, resource, times);
     } else {
-        const FileHandle file = state.volume.Open(resource.entry->path, GENERIC_READ | FILE_WRITE_ATTRIBUTES, c_shareAll, OPEN_EXISTING);
-        Check(state.volume->SetFileInfo(file.Get(), c_keepAttributes, &times), resource.path);
+        const FileHandle file = state.volume.Open(resource.entry->path, GENERIC_READ | FILE_WRITE_ATTRIBUTES, kShareAll, OPEN_EXISTING);
+        Check(state.volume->SetFileInfo(file.Get(), kKeepAttributes, &times), resource.path);
         if (!resource.IsFolder())
             state.changes.Note(resource.key);
     }

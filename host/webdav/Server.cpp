@@ -22,7 +22,7 @@ namespace {
 
 using boost::asio::ip::tcp;
 
-constexpr long c_pollMilliseconds = 200;
+constexpr long kPollMilliseconds = 200;
 
 struct Place {
     explicit Place(tcp::socket theSocket) : socket(std::move(theSocket)) {
@@ -152,7 +152,7 @@ bool WaitForClient(tcp::acceptor& acceptor) {
     fd_set sockets;
     FD_ZERO(&sockets);
     FD_SET(acceptor.native_handle(), &sockets);
-    timeval patience{0, c_pollMilliseconds * 1000};
+    timeval patience{0, kPollMilliseconds * 1000};
     return select(0, &sockets, nullptr, nullptr, &patience) > 0;
 }
 

@@ -13,7 +13,7 @@ struct MethodRow {
     bool onlyReads = false;
 };
 
-constexpr MethodRow c_methods[] = {
+constexpr MethodRow kMethods[] = {
     {"OPTIONS", AnswerOptions, true},
     {"GET", AnswerGet, true},
     {"HEAD", AnswerGet, true},
@@ -78,7 +78,7 @@ void Site::Dispatch(const Request& request, RequestBody& body, Response& respons
     response.LetIn();
     if (SendPageFile(request, response))
         return;
-    for (const MethodRow& row : c_methods) {
+    for (const MethodRow& row : kMethods) {
         if (request.method != row.name)
             continue;
         // A client that left the '?' of a name unescaped means another file than the one before it.

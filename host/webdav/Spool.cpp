@@ -9,7 +9,7 @@ namespace webdav {
 
 namespace {
 
-constexpr std::size_t c_partSize = 64 * 1024;
+constexpr std::size_t kPartSize = 64 * 1024;
 
 [[noreturn]] void ThrowFileError() {
     const DWORD error = GetLastError();
@@ -50,8 +50,8 @@ void Spool::Append(std::string_view data) {
 
 // Asked now and then: an upload may come without a length.
 void Spool::RequireRoom(std::size_t newBytes) const {
-    constexpr std::uint64_t c_step = 4 << 20;
-    if (m_size / c_step != (m_size - newBytes) / c_step && !m_temp.HasRoomFor(limits::diskReserve))
+    constexpr std::uint64_t kStep = 4 << 20;
+    if (m_size / kStep != (m_size - newBytes) / kStep && !m_temp.HasRoomFor(limits::diskReserve))
         throw HttpError(507, "the disk of the temp folder is full");
 }
 
@@ -71,7 +71,7 @@ void Spool::ForEach(const std::function<void(std::string_view)>& take) {
     }
     if (!SetFilePointerEx(m_file, {}, nullptr, FILE_BEGIN))
         ThrowFileError();
-    std::vector<char> part(c_partSize);
+    std::vector<char> part(kPartSize);
     for (DWORD count = 1; count > 0;) {
         if (!ReadFile(m_file, part.data(), static_cast<DWORD>(part.size()), &count, nullptr))
             ThrowFileError();

@@ -245,7 +245,7 @@ void AnswerMkcol(Exchange& exchange) {
     CheckConditions(exchange, resource);
     CheckWritable(exchange, resource, true);
     RequireFree(exchange.state.volume, resource);
-    exchange.state.volume.Open(resource.path, GENERIC_READ, c_shareAll, CreateNewFolder);
+    exchange.state.volume.Open(resource.path, GENERIC_READ, kShareAll, CreateNewFolder);
     exchange.state.changes.Note(resource.key);
     exchange.response.Send(201);
 }

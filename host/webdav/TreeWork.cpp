@@ -33,7 +33,7 @@ bool HasFailedTooOften(const std::vector<MemberFailure>& failures) { return fail
 
 // It goes at the close, which reports nothing: see afterwards whether it did.
 void Delete(const Volume& volume, const Entry& item) {
-    const FileHandle file = volume.Open(item.path, DELETE, c_shareAll, OPEN_EXISTING);
+    const FileHandle file = volume.Open(item.path, DELETE, kShareAll, OPEN_EXISTING);
     Check(volume->Delete(file.Get(), nullptr), item.path);
 }
 
@@ -166,7 +166,7 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
     }
     if (!source.IsFolder())
         return Try(source, failures, [&] { volume.Copy(source.entry->path, target); });
-    if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
+    if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder); }))
         return false;
     return shallow || ForEachMember(volume, source, failures, [&](const Resource& item) {
                return ToFreePlace(volume, item, target, failures,
@@ -186,7 +186,7 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
     } catch (const StatusError&) {
         // To another key or owner each file is encrypted for its new place.
     }
-    if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, c_shareAll, CreateNewFolder); }))
+    if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder); }))
         return false;
     const bool whole = ForEachMember(volume, source, failures, [&](const Resource& item) {
         return ToFreePlace(volume, item, target, failures,
@@ -197,7 +197,7 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
 
 void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) {
     // Through a handle, because that takes the place of an existing file in one step.
-    const FileHandle file = volume.Open(from, GENERIC_READ | DELETE, c_shareAll, OPEN_EXISTING);
+    const FileHandle file = volume.Open(from, GENERIC_READ | DELETE, kShareAll, OPEN_EXISTING);
     volume.Rename(file, to);
     volume.RequireInPlace(to, file.Get());
 }

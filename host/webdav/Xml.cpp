@@ -17,26 +17,26 @@ namespace webdav {
 
 namespace {
 
-constexpr XML_Char c_separator = '\x1f';  // no namespace name has it
-constexpr std::string_view c_xmlSpace = "http://www.w3.org/XML/1998/namespace", c_xmlnsSpace = "http://www.w3.org/2000/xmlns/";
+constexpr XML_Char kSeparator = '\x1f';  // no namespace name has it
+constexpr std::string_view kXmlSpace = "http://www.w3.org/XML/1998/namespace", kXmlnsSpace = "http://www.w3.org/2000/xmlns/";
 
 // The parser puts a namespace before every name that is in it, for all attributes of an element at once. It may take so
 // much memory and no more.
 thread_local std::size_t t_parserBytesLeft = 0;
-constexpr std::size_t c_sizeBytes = alignof(std::max_align_t);
+constexpr std::size_t kSizeBytes = alignof(std::max_align_t);
 
 void* Allocate(std::size_t size) {
-    char* const block = size <= t_parserBytesLeft ? static_cast<char*>(std::malloc(c_sizeBytes + size)) : nullptr;
+    char* const block = size <= t_parserBytesLeft ? static_cast<char*>(std::malloc(kSizeBytes + size)) : nullptr;
     if (!block)
         return nullptr;
     t_parserBytesLeft -= size;
     std::memcpy(block, &size, sizeof(size));
-    return block + c_sizeBytes;
+    return block + kSizeBytes;
 }
 
 std::size_t SizeOf(const void* data) {
     std::size_t size = 0;
-    std::memcpy(&size, static_cast<const char*>(data) - c_sizeBytes, sizeof(size));
+    std::memcpy(&size, static_cast<const char*>(data) - kSizeBytes, sizeof(size));
     return size;
 }
 
@@ -44,7 +44,7 @@ void Free(void* data) {
     if (!data)
         return;
     t_parserBytesLeft += SizeOf(data);
-    std::free(static_cast<char*>(data) - c_sizeBytes);
+    std::free(static_cast<char*>(data) - kSizeBytes);
 }
 
 void* Reallocate(void* data, std::size_t size) {
@@ -56,7 +56,7 @@ void* Reallocate(void* data, std::size_t size) {
     return moved;
 }
 
-constexpr XML_Memory_Handling_Suite c_memory{Allocate, Reallocate, Free};
+constexpr XML_Memory_Handling_Suite kMemory{Allocate, Reallocate, Free};
 
 struct Building {
     XML_Parser parser = nullptr;
@@ -69,10 +69,10 @@ struct Building {
     SharedText Shared(std::string_view text) { return *texts.emplace(text).first; }
     // Nothing for a name that cannot be written out again, or is too long.
     std::optional<XmlName> Name(std::string_view text, bool isElement) {
-        const std::size_t separator = text.find(c_separator);
+        const std::size_t separator = text.find(kSeparator);
         const std::string_view space = separator == text.npos ? std::string_view() : text.substr(0, separator);
         const std::string_view local = separator == text.npos ? text : text.substr(separator + 1);
-        const bool isReserved = space == c_xmlnsSpace || (isElement && space == c_xmlSpace);
+        const bool isReserved = space == kXmlnsSpace || (isElement && space == kXmlSpace);
         if (isReserved || local.empty() || local.find(':') != local.npos || std::max(space.size(), local.size()) > limits::xmlNameBytes)
             return std::nullopt;
         return XmlName{Shared(space), Shared(local)};
@@ -131,7 +131,7 @@ std::string AttributesText(const XmlNode& node) {
         const std::string local(std::string_view(name.local));
         if (name.space.empty()) {
             text += ' ' + local;
-        } else if (std::string_view(name.space) == c_xmlSpace) {
+        } else if (std::string_view(name.space) == kXmlSpace) {
             text += " xml:" + local;
         } else {
             const std::string prefix = "a" + std::to_string(++count);
@@ -171,7 +171,7 @@ std::string XmlNode::Text() const {
 XmlNode ParseXml(std::string_view document) {
     t_parserBytesLeft = limits::xmlParserBytes;
     const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(
-        XML_ParserCreate_MM(nullptr, &c_memory, std::string(1, c_separator).c_str()), XML_ParserFree);
+        XML_ParserCreate_MM(nullptr, &kMemory, std::string(1, kSeparator).c_str()), XML_ParserFree);
     if (!parser)
         throw std::bad_alloc();
     Building building;
@@ -215,11 +215,11 @@ std::string Escaped(std::string_view text) {
 
 std::string OpenName(const XmlName& name) {
     const std::string local(std::string_view(name.local));
-    return std::string_view(name.space) == c_dav ? "D:" + local : local + " xmlns=\"" + Escaped(name.space) + '"';
+    return std::string_view(name.space) == kDav ? "D:" + local : local + " xmlns=\"" + Escaped(name.space) + '"';
 }
 
 std::string CloseName(const XmlName& name) {
-    return (std::string_view(name.space) == c_dav ? "D:" : "") + std::string(std::string_view(name.local));
+    return (std::string_view(name.space) == kDav ? "D:" : "") + std::string(std::string_view(name.local));
 }
 
 std::string Serialized(const XmlNode& node) {

@@ -10,7 +10,7 @@
 
 namespace webdav {
 
-constexpr std::string_view c_dav = "DAV:";
+constexpr std::string_view kDav = "DAV:";
 
 // The texts of names, of which a document has few. Shared, because a namespace may be long and is that of every element.
 class SharedText {
@@ -35,7 +35,7 @@ struct XmlName {
     SharedText space, local;
     auto operator<=>(const XmlName&) const = default;
     bool operator==(const XmlName&) const = default;
-    bool IsDav(std::string_view name) const { return std::string_view(space) == c_dav && std::string_view(local) == name; }
+    bool IsDav(std::string_view name) const { return std::string_view(space) == kDav && std::string_view(local) == name; }
 };
 
 // An element, or a piece of text when its name is empty.

@@ -123,14 +123,14 @@ void XmlRequests(Input input) {
     assert(again.children.size() == 1 && Same(again.children[0], node));
 }
 
-const std::map<std::string, void (*)(Input)> c_properties{
+const std::map<std::string, void (*)(Input)> kProperties{
     {"IfFields", IfFields}, {"TrackingFiles", TrackingFiles}, {"VolumePaths", VolumePaths}, {"XmlRequests", XmlRequests}};
 void (*g_property)(Input) = nullptr;
 
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char*** values) {
-    g_property = c_properties.at(std::filesystem::path(**values).filename());
+    g_property = kProperties.at(std::filesystem::path(**values).filename());
     return 0;
 }
 

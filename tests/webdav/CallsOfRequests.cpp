@@ -38,7 +38,7 @@ struct Row {
     std::uint64_t budget;
 };
 
-constexpr std::string_view c_lock = R"(<lockinfo xmlns="DAV:"><lockscope><shared/></lockscope><locktype><write/></locktype></lockinfo>)";
+constexpr std::string_view kLock = R"(<lockinfo xmlns="DAV:"><lockscope><shared/></lockscope><locktype><write/></locktype></lockinfo>)";
 
 }  // namespace
 
@@ -73,7 +73,7 @@ TEST(CallsOfRequests, StayWithinTheirBudgetsInFoldersOfAnySize) {
                                             {"Depth", method == "DELETE" ? "infinity" : depth},
                                             {"Destination", target + (method == "COPY" ? "copy.txt" : "moved.txt")}};
                 Body body;
-                body.rest = method == "PUT" ? "content" : method == "LOCK" ? c_lock : "";
+                body.rest = method == "PUT" ? "content" : method == "LOCK" ? kLock : "";
                 Answer answer;
                 site.Answer({method, target + row.name, fields}, body, answer);
                 return answer.status;
