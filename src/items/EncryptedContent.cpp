@@ -251,7 +251,7 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
         m_lock.content->isDeleted = deleteFile;
     }
     m_deletedVersion = version;
-    m_deletedEdit = deleteFile && !m_startsEmpty ? VirtualTempFileDispenser::ShownEdit(m_state.Path(), version) : std::wstring();
+    m_deletedEdit = deleteFile && !m_startsEmpty ? VirtualTempFileDispenser::ShownEdit(m_state.Path(), version) : std::nullopt;
     return qcLog.Leave(VVS_Success);
 }
 

@@ -102,5 +102,5 @@ private:
     std::optional<SaveGate> m_gate;               // while it is saved
     std::optional<FileVersion> m_base;            // nothing: there was none
     std::optional<FileVersion> m_deletedVersion;  // what was there when the deletion was marked
-    std::wstring m_deletedEdit;                   // and the edit that waited, if it was shown
+    std::optional<RetainedCopy> m_deletedEdit;    // and the edit that waited, if it was shown
 };

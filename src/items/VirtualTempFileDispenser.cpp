@@ -267,14 +267,16 @@ bool VirtualTempFileDispenser::TakeOvertakenEdit(const std::wstring& filePathKey
     return true;
 }
 
-std::wstring VirtualTempFileDispenser::ShownEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container) {
+std::optional<RetainedCopy> VirtualTempFileDispenser::ShownEdit(const std::wstring& filePathKey,
+                                                                const std::optional<FileVersion>& container) {
     CacheState& state = State();
     const SectionGuard guard(state.section);
     const RetainedCopy* const copy = state.Find(filePathKey);
-    return copy && copy->unsaved && IsStillVersion(copy->container, container) ? copy->tempFilePath : std::wstring();
+    return copy && copy->unsaved && IsStillVersion(copy->container, container) ? std::optional(*copy) : std::nullopt;
 }
 
-void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool deleteFileFromDisk, const std::wstring& deletedEdit) {
+void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool deleteFileFromDisk,
+                                      const std::optional<RetainedCopy>& deletedEdit) {
     QC_TRACE(L"VirtualTempFileDispenser::Remove", L"filePathKey[%s], deleteFileFromDisk[%s]", filePathKey,
              FormatBoolStr(deleteFileFromDisk));
     std::optional<RetainedCopy> copy;
@@ -282,7 +284,10 @@ void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool dele
         CacheState& state = State();
         const SectionGuard guard(state.section);
         const RetainedCopy* const found = state.Find(filePathKey);
-        if (found && (!found->unsaved || found->tempFilePath == deletedEdit))
+        const auto isDeleted = [&] {
+            return deletedEdit && found->tempFilePath == deletedEdit->tempFilePath && found->temp == deletedEdit->temp;
+        };
+        if (found && (!found->unsaved || isDeleted()))
             copy = state.Take(filePathKey);
     }
     if (!copy) {

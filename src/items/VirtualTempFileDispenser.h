@@ -40,12 +40,12 @@ public:
     // Takes out an edit that waits for a container that somebody else replaced since; false when there is none.
     static bool TakeOvertakenEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container, RetainedCopy& copy);
 
-    // The temp path of an edit that waits for the version that is stored now, and so is what the document shows; empty: none.
-    static std::wstring ShownEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container);
+    // An edit that waits for the version that is stored now, and so is what the document shows.
+    static std::optional<RetainedCopy> ShownEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container);
 
-    // Forgets an item's copy and, when asked to, deletes its folder. An unsaved edit goes only when it is this one, which its
-    // document was deleted with.
-    static void Remove(const std::wstring& filePathKey, bool deleteFileFromDisk, const std::wstring& deletedEdit = {});
+    // Forgets an item's copy and, when asked to, deletes its folder. An unsaved edit is only deleted when it is
+    // this one, which its document was deleted with, and was not written since.
+    static void Remove(const std::wstring& filePathKey, bool deleteFileFromDisk, const std::optional<RetainedCopy>& deletedEdit = {});
 
     // The copies of all that lies below a folder, after the folder was moved: they are its items' still. The tracking files of
     // unsaved edits then name the new containers.
