@@ -330,7 +330,17 @@ TEST_F(SavingAnEditedFile, AWaitingEditIsNotForgotten) {
 
     LeaveUnsavedEdit(L"Docs\\b.txt", "another");
     EXPECT_OK(Delete(L"Docs\\b.txt"));
-    EXPECT_EQ(0u, TrackedEdits().size()) << "it goes with its document";
+    EXPECT_EQ(0u, TrackedEdits().size()) << "it is deleted with its document";
+
+    LeaveUnsavedEdit(L"Docs\\b.txt", "another");
+    void* const hDeletes = MustOpen(L"Docs\\b.txt");
+    void* const hWrites = MustOpen(L"Docs\\b.txt");
+    EXPECT_OK(volume()->Delete(hDeletes, nullptr));
+    EXPECT_OK(Write(hWrites, "written since"));
+    Failing(kWriter, Fault::Null, [&] { Close(hWrites); });
+    Close(hDeletes);
+    ASSERT_EQ(1u, TrackedEdits().size()) << "but for what was written since";
+    EXPECT_EQ("written since", Get(L"Docs\\b.txt"));
 
     MakeFolder(L"Docs\\sub");
     LeaveUnsavedEdit(L"Docs\\c.txt", "moved");
