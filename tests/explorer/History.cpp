@@ -199,6 +199,9 @@ private:
         opener.isPlain = start.isHomePlain || (mustExist && !start.isConflictCopy && PlainAt(kHome));
         if (opener.isPlain && opener.disposition != OPEN_EXISTING && opener.disposition != OPEN_ALWAYS)
             m_mayReplace = Only(WordOf(PlainAt(kHome)));
+        for (const Opener& other : m_openers)  // a plain file deleted under a lock is missing: what creates starts empty
+            if (m_isLocked && opener.isPlain && opener.disposition != OPEN_EXISTING && other.isDeleted)
+                m_mayReplace |= other.marked;
         if (opener.disposition != OPEN_EXISTING && opener.disposition != CREATE_NEW) {
             opener.known = WordsAt(kHome);
             opener.knowsEmpty = IsEmptyAt(kHome);
