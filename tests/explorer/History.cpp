@@ -36,6 +36,7 @@ struct Edit {
 struct Opener : Edit {
     void* file = nullptr;
     int place = kHome;
+    int named = kHome;  // what its handle was opened or renamed by last
     int disposition = 0;
     bool mayOnlyRead = false;
     bool isPlain = false;
@@ -274,7 +275,10 @@ private:
             if (opener.isPlain)
                 opener.word = WordOf(PlainAt(opener.place));
             opener.known |= replaced | Only(opener.word);
-            opener.place = place == kCase ? kHome : place;
+            const int there = place == kCase ? kHome : place;
+            const bool isNothingDone = opener.isPlain && place == opener.named && !PlainAt(there);  // somebody has moved its file away
+            opener.place = isNothingDone ? opener.place : there;
+            opener.named = place;
             m_mayBeBare = true;
             return true;
         });
