@@ -203,6 +203,8 @@ private:
         for (const Opener& other : m_openers)  // a plain file deleted under a lock is missing: what creates starts empty
             if (m_isLocked && opener.isPlain && opener.disposition != OPEN_EXISTING && other.isDeleted)
                 m_mayReplace |= other.marked;
+        if (m_isLocked && opener.isPlain && opener.disposition != OPEN_EXISTING)
+            m_mayReplace |= m_doomed;  // also where the one who deleted it has closed
         if (opener.disposition != OPEN_EXISTING && opener.disposition != CREATE_NEW) {
             opener.known = WordsAt(kHome);
             opener.knowsEmpty = IsEmptyAt(kHome);
