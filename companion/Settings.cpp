@@ -141,15 +141,21 @@ private:
         Complain(path, "the type is \"general\" or \"dropbox\"");
     }
 
+    // Calls read(key, value, place) for each member of an object that has one for each target key.
+    template <class Read>
+    void ForEachKey(const json& members, const JsonPath& path, const std::string& what, Read read) {
+        if (!members.is_object())
+            Complain(path, "an object is expected here: " + what + " for each target key");
+        for (const auto& member : members.items())
+            read(member.key(), member.value(), Below(path, member.key()));
+    }
+
     void ReadPasswords(const json& passwords, const JsonPath& path) {
-        if (!passwords.is_object())
-            Complain(path, "an object is expected here: a password for each target key");
-        for (const auto& member : passwords.items()) {
-            const JsonPath place = Below(path, member.key());
-            if (member.key().empty())
+        ForEachKey(passwords, path, "a password", [this](const std::string& key, const json& value, const JsonPath& place) {
+            if (key.empty())
                 Complain(place, "a target key must have a name");
-            m_settings.passwords.emplace(member.key(), Source(member.value(), place));
-        }
+            m_settings.passwords.emplace(key, Source(value, place));
+        });
     }
 
     void RequirePassword(const std::string& key, const JsonPath& path) const {
@@ -158,15 +164,12 @@ private:
     }
 
     void ReadFormerKeys(const json& formerKeys, const JsonPath& path) {
-        if (!formerKeys.is_object())
-            Complain(path, "an object is expected here: a key for each target key");
-        for (const auto& member : formerKeys.items()) {
-            const JsonPath place = Below(path, member.key());
-            const std::string former = AsText(member.value(), place);
-            RequirePassword(member.key(), place);
+        ForEachKey(formerKeys, path, "a key", [this](const std::string& key, const json& value, const JsonPath& place) {
+            const std::string former = AsText(value, place);
+            RequirePassword(key, place);
             RequirePassword(former, place);
-            m_settings.formerKeys.emplace(member.key(), former);
-        }
+            m_settings.formerKeys.emplace(key, former);
+        });
     }
 
     // A text is the password itself; an object has one member, which says where to get it.

@@ -21,9 +21,9 @@ consteval const wchar_t* BaseName(const wchar_t* path) {
 // clang-format off
 // The source file that lines name. A class whose source is spread over several files names one for all of them.
 #define QC_TRACE_FILE trace_detail::BaseName(L"" __FILE__)
-#define QC_TRACE_OBJECT(object, functionName, ...)                       \
+#define QC_TRACE_OBJECT(object, functionName, ...)                        \
     QuelcryptVolLog qcLog(object, functionName, QC_TRACE_FILE, __LINE__); \
-    if (qcLog.IsEnabled(LogLevel_Trace))                                 \
+    if (qcLog.IsEnabled(LogLevel_Trace))                                  \
         qcLog.Enter([&] { return FormatStr(__VA_ARGS__); })
 // functionName is the qualified one, L"Class::Function"; then the format and arguments of the ENTER line's message.
 #define QC_TRACE(functionName, ...) QC_TRACE_OBJECT(nullptr, functionName, __VA_ARGS__)
@@ -42,21 +42,21 @@ consteval const wchar_t* BaseName(const wchar_t* path) {
     qcLog.LogFailedCheck(text, [&] { return FormatStatusStr(status); }, [&] { return FormatStr(__VA_ARGS__); })
 
 // Unless condition holds: logs as QC_REPORT does and returns result, which may still ask for the last error.
-#define QC_CHECK_OR_RETURN(condition, result, text, ...)  \
-    do {                                        \
-        if (!(condition)) {                     \
-            const auto qcResult = (result);     \
-            QC_REPORT(text, __VA_ARGS__);       \
-            return qcLog.Leave(qcResult);       \
-        }                                       \
+#define QC_CHECK_OR_RETURN(condition, result, text, ...) \
+    do {                                                 \
+        if (!(condition)) {                              \
+            const auto qcResult = (result);              \
+            QC_REPORT(text, __VA_ARGS__);                \
+            return qcLog.Leave(qcResult);                \
+        }                                                \
     } while (false)
 // Unless the expression is VVS_Success: logs as QC_REPORT_STATUS does and returns the status.
-#define QC_CHECK_STATUS_OR_RETURN(expression, text, ...)                  \
-    do {                                                        \
-        const VirtualVolumeStatus qcStatus = (expression);      \
-        if (qcStatus != VVS_Success) {                          \
-            QC_REPORT_STATUS(qcStatus, text, __VA_ARGS__);      \
-            return qcLog.Leave(qcStatus);                       \
-        }                                                       \
+#define QC_CHECK_STATUS_OR_RETURN(expression, text, ...)   \
+    do {                                                   \
+        const VirtualVolumeStatus qcStatus = (expression); \
+        if (qcStatus != VVS_Success) {                     \
+            QC_REPORT_STATUS(qcStatus, text, __VA_ARGS__); \
+            return qcLog.Leave(qcStatus);                  \
+        }                                                  \
     } while (false)
 // clang-format on

@@ -81,7 +81,7 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     const bool isMissing = found == Found::Nothing;
     const bool isContainerPath = found == Found::WaitingContainer;
     const std::wstring containerPath = exists ? ContainerPathStr(filePath) : isContainerPath ? filePath : ZipPathStr(filePath);
-    const std::wstring itemPath = std::wstring(WithoutContainerExtension(containerPath));
+    const std::wstring itemPath(WithoutContainerExtension(containerPath));
     const std::wstring fileName = PathStripPathStr(filePath);
     if (openDisposition == CREATE_NEW && !isMissing)
         QC_CHECK_OR_RETURN(!PathExists(filePath) && !PathExists(containerPath), VSS_FileExists, L"!PathExists(containerPath) =>false%s, ");

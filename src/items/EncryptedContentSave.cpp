@@ -96,10 +96,7 @@ VirtualVolumeStatus EncryptedContent::EncryptChangedTempFileIfNeeded() {
 }
 
 // Was a lock taken after the item had been opened? Its holder counts on nobody else changing the file.
-bool EncryptedContent::IsLockedByOthers() const {
-    LockInfo lockInfo{};
-    return !m_lock.locked && FileLocker::FindLock(StoredPath().c_str(), nullptr, &lockInfo) == VVS_Success;
-}
+bool EncryptedContent::IsLockedByOthers() const { return !m_lock.locked && FileLocker::IsLocked(StoredPath()); }
 
 // Gives the item the first conflict name that is free and makes an empty container there, which the writer replaces: no two
 // savers can take the same one. False: no name is left. When the folder refuses new files, saving there tells why.
@@ -232,9 +229,7 @@ VirtualVolumeStatus EncryptedContent::CheckMayGo() {
         const SectionGuard guard(m_lock.content->section);
         return m_lock.content->isDeleted ? VVS_GeneralError : VVS_Success;
     }
-    UniqueHandle hFile;  // what a move deletes at its end must not turn out to be held then, or to be written
-    const VirtualVolumeStatus mayDelete = VirtualItem::CreateFileInAMoment(StoredPath(), DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE,
-                                                                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
+    const VirtualVolumeStatus mayDelete = VirtualItem::CheckDeletable(StoredPath());
     return mayDelete == VVS_FileNotFound ? VVS_Success : mayDelete;  // there may be none yet
 }
 

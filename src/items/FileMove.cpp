@@ -21,22 +21,6 @@ VirtualItemType TypeOf(const std::wstring& path) {
     return IsExistingFile(path) && VirtualFindFile::FindFile(path.c_str(), &findData) ? findData.itemType : VIT_PlainFile;
 }
 
-bool IsLocked(const std::wstring& path) {
-    LockInfo lockInfo{};
-    return FileLocker::FindLock(path.c_str(), nullptr, &lockInfo) == VVS_Success;
-}
-
-bool IsLockedByAnother(const std::wstring& path, const wchar_t* lockToken) {
-    LockInfo lockInfo{};
-    return FileLocker::FindLock(path.c_str(), lockToken, &lockInfo) == VVS_LockTokenNotFound;
-}
-
-// What a move deletes at its end must not turn out to be held then, or to be written.
-VirtualVolumeStatus CheckDeletable(const std::wstring& path) {
-    UniqueHandle hFile;
-    return VirtualItem::CreateFileInAMoment(path, DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
-}
-
 }  // namespace
 
 FileMove::FileMove(ItemState& state, std::unique_ptr<FileContent>& content, const wchar_t* newFilePath, bool renameSrcFile,
@@ -127,7 +111,7 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
     isDone = m_sameFile && m_newFilePath == m_state.Path();
     if (isDone)
         return qcLog.Leave(VVS_Success);
-    QC_CHECK_OR_RETURN(!m_sameFile || !IsLockedByAnother(m_destPath, newFileLockToken), VVS_Locked,
+    QC_CHECK_OR_RETURN(!m_sameFile || !FileLocker::IsLockedByAnother(m_destPath, newFileLockToken), VVS_Locked,
                        L"!IsLockedByAnother(newFilePath, newFileLockToken) =>false%s, ");
     if (!m_sameFile)
         QC_CHECK_STATUS_OR_RETURN(
@@ -170,7 +154,7 @@ VirtualVolumeStatus FileMove::CheckDestination(bool destEncrypted) {
     if (m_otherFormPath.empty())
         return VVS_Success;
     m_otherForm = ReadFileVersion(m_otherFormPath);
-    return IsLocked(m_otherFormPath) ? VVS_Locked : CheckDeletable(m_otherFormPath);
+    return FileLocker::IsLocked(m_otherFormPath) ? VVS_Locked : VirtualItem::CheckDeletable(m_otherFormPath);
 }
 
 VirtualVolumeStatus FileMove::CheckSource() {

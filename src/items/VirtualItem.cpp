@@ -81,6 +81,11 @@ VirtualVolumeStatus VirtualItem::WriteFile(HANDLE hFile, std::uint64_t offset, c
     return qcLog.Leave(VVS_Success);
 }
 
+VirtualVolumeStatus VirtualItem::CheckDeletable(const std::wstring& path) {
+    UniqueHandle hFile;
+    return CreateFileInAMoment(path, DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile);
+}
+
 VirtualVolumeStatus VirtualItem::SetFileSize(HANDLE hFile, std::uint64_t size) {
     QC_TRACE(L"VirtualItem::SetFileSize");
     FilePointer filePointer(hFile, static_cast<std::int64_t>(size));

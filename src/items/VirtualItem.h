@@ -65,6 +65,8 @@ public:
     static VirtualVolumeStatus CreateFileInAMoment(const std::wstring& file, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                                    std::uint32_t creationDisposition, std::uint32_t flagsAndAttributes,
                                                    UniqueHandle& hFile);
+    // What a move deletes at its end must not turn out to be held then, or to be written.
+    static VirtualVolumeStatus CheckDeletable(const std::wstring& path);
     // Synchronous, at offset. The count (may be null) is stored on success. Reading at or past the end is a success of 0 bytes.
     static VirtualVolumeStatus ReadFile(HANDLE hFile, std::uint64_t offset, void* data, std::uint32_t dataSize, std::uint32_t* bytesRead);
     static VirtualVolumeStatus WriteFile(HANDLE hFile, std::uint64_t offset, const void* data, std::uint32_t dataSize,

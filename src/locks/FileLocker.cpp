@@ -229,6 +229,16 @@ VirtualVolumeStatus FileLocker::Unlock(const wchar_t* filePath, const wchar_t* l
     return qcLog.Leave(VVS_Success);
 }
 
+bool FileLocker::IsLocked(const std::wstring& filePath) {
+    LockInfo lockInfo{};
+    return FindLock(filePath.c_str(), nullptr, &lockInfo) == VVS_Success;
+}
+
+bool FileLocker::IsLockedByAnother(const std::wstring& filePath, const wchar_t* lockToken) {
+    LockInfo lockInfo{};
+    return FindLock(filePath.c_str(), lockToken, &lockInfo) == VVS_LockTokenNotFound;
+}
+
 VirtualVolumeStatus FileLocker::FindLock(const wchar_t* filePath, const wchar_t* lockToken, LockInfo* lockInfo) {
     QC_TRACE(L"FileLocker::FindLock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
     QC_CHECK_OR_RETURN(filePath != nullptr && lockInfo != nullptr, VVS_InvalidParameter, L"filePath != 0 =>false%s, ");

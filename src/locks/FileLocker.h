@@ -62,6 +62,9 @@ public:
     static bool FindNextLock(void* hFind, LockInfo* lockInfo);
     static bool FindClose(void* hFind);
 
+    // Is the file of this path locked? And by none of the locks that the token is of? Without a token that is false.
+    static bool IsLocked(const std::wstring& filePath);
+    static bool IsLockedByAnother(const std::wstring& filePath, const wchar_t* lockToken);
     // Is any file below this folder locked?
     static bool HoldsLockBelow(const std::wstring& folderPath);
 

@@ -200,11 +200,8 @@ private:
         opener.isPlain = start.isHomePlain || (mustExist && !start.isConflictCopy && PlainAt(kHome));
         if (opener.isPlain && opener.disposition != OPEN_EXISTING && opener.disposition != OPEN_ALWAYS)
             m_mayReplace = Only(WordOf(PlainAt(kHome)));
-        for (const Opener& other : m_openers)  // a plain file deleted under a lock is missing: what creates starts empty
-            if (m_isLocked && opener.isPlain && opener.disposition != OPEN_EXISTING && other.isDeleted)
-                m_mayReplace |= other.marked;
         if (m_isLocked && opener.isPlain && opener.disposition != OPEN_EXISTING)
-            m_mayReplace |= m_doomed;  // also where the one who deleted it has closed
+            m_mayReplace |= m_doomed | m_openers[0].marked | m_openers[1].marked;  // deleted under the lock: it starts empty
         if (opener.disposition != OPEN_EXISTING && opener.disposition != CREATE_NEW) {
             opener.known = WordsAt(kHome);
             opener.knowsEmpty = IsEmptyAt(kHome);
