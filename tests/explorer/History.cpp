@@ -435,8 +435,12 @@ private:
                     other.place = other.isUnsure ? other.place : step.argument;
                 }
         if (step.op == Op::Close) {
-            if (opener.isDirty && IsOnlyTracked(opener.word))  // also one whose document could not be deleted
-                m_waiting[opener.place] = opener;
+            if (opener.isDirty && IsOnlyTracked(opener.word)) {  // also one whose document could not be deleted
+                Edit& waiting = m_waiting[opener.place];
+                if (opener.word == kNothing)  // of two that are empty, either may be the one that waits
+                    opener.known |= waiting.known;
+                waiting = opener;
+            }
             opener = {};
         }
     }
