@@ -9,7 +9,7 @@
 
 #include "library/CompanionCall.h"
 
-// Puts the calling thread's last error back when it ends, so that logging and closing never disturb a caller's check.
+// Restores the calling thread's last error at its end, so that logging and closing never disturb a caller's check.
 class LastErrorKeeper {
 public:
     LastErrorKeeper() : m_error(GetLastError()) {}
@@ -79,7 +79,7 @@ struct LibraryObjectPolicy {
     static void Close(Interface* object) {
         try {
             CallCompanion([object] { object->Release(); });
-        } catch (...) {  // nothing can be done about it, and the object counts as released
+        } catch (...) {  // nothing can be done; the object counts as released
         }
     }
 };
@@ -103,7 +103,7 @@ public:
     ~OnExit() {
         try {
             m_action();
-        } catch (...) {  // a scope that is being left has no better answer
+        } catch (...) {  // a destructor must not throw
         }
     }
     OnExit(const OnExit&) = delete;
