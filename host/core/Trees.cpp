@@ -25,7 +25,7 @@ void Remove(const Volume& volume, const Entry& entry) {
         const FileHandle file = volume.Open(entry.path, DELETE, kShareAll, OPEN_EXISTING);
         Check(volume->Delete(file.Get(), nullptr), entry.path);
     }
-    // The deletion happens at the close, which reports nothing.
+    // The file is deleted at the close, which reports nothing.
     if (!volume.WaitUntilGone(entry))
         throw HostError(entry.path.Shown() + ": it could not be deleted; another program may hold it");
 }
