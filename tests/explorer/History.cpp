@@ -253,6 +253,7 @@ private:
     }
 
     bool Rename(Opener& opener, int place) {
+        const int there = place == kCase ? kHome : place;
         const bool isSame = LowerCase(PathOf(place)) == LowerCase(PathOf(opener.place));
         const WordSet replaced = isSame ? 0 : Only(WordOf(PlainAt(place))) | Only(WordOf(ContainerAt(place)));
         return WithAccess(opener, [&] {
@@ -268,13 +269,14 @@ private:
             }
             for (Opener& other : m_openers)
                 if (&other != &opener && other.file) {
-                    m_mayLitter |= opener.isPlain && other.isPlain;  // it holds open what became the temp file
-                    other.isUnsure |= isSame;                        // its container may have been written anew
+                    m_mayLitter |= opener.isPlain && other.isPlain;    // it holds open what became the temp file
+                    other.isUnsure |= isSame || other.place == there;  // its container may have been written anew
                 }
             if (opener.isPlain)
                 opener.word = WordOf(PlainAt(opener.place));
+            if (const auto waiting = m_waiting.find(there); waiting != m_waiting.end())
+                waiting->second.isUnsure = true;
             opener.known |= replaced | Only(opener.word);
-            const int there = place == kCase ? kHome : place;
             const bool isNothingDone = opener.isPlain && place == opener.named && !PlainAt(there);  // somebody has moved its file away
             opener.place = isNothingDone ? opener.place : there;
             opener.named = place;
