@@ -9,7 +9,7 @@ void MakeFolder(const Volume& volume, const VolumePath& path, bool parents) {
     if (path.IsRoot() || path.IsMountFolder()) {
         if (parents && volume.Find(path))
             return;
-        throw HostError(path.Shown() + ": mount folders are made in the configuration");
+        throw HostError(path.Shown() + ": a mount folder must be added to the configuration");
     }
     if (parents)
         MakeFolder(volume, path.Parent(), true);

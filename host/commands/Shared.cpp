@@ -31,7 +31,7 @@ VolumePath ResolveTarget(const Volume& volume, const Entry& source, const Volume
         existing = volume.Find(target);
     }
     if (target.IsRoot() || target.IsMountFolder())
-        throw HostError(target.Shown() + ": mount folders are made in the configuration");
+        throw HostError(target.Shown() + ": a mount folder must be added to the configuration");
     if (target.Shown() == source.path.Shown())
         throw HostError(target.Shown() + ": it has this path already");
     if (volume.Key(target).IsInside(volume.Key(source.path)))

@@ -196,7 +196,7 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
 }
 
 void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) {
-    // Through a handle, because that takes the place of an existing file in one step.
+    // Through a handle, because that replaces an existing file in one step.
     const FileHandle file = volume.Open(from, GENERIC_READ | DELETE, kShareAll, OPEN_EXISTING);
     volume.Rename(file, to);
     volume.RequireInPlace(to, file.Get());

@@ -15,7 +15,6 @@
 
 // The access that the volume needs to a file with a document's content.
 inline constexpr std::uint32_t kFullContentAccess = GENERIC_READ | GENERIC_WRITE | DELETE;
-inline constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 // As an offset: the handle's own position.
 inline constexpr std::uint64_t kCurrentPosition = 0xFFFFFFFF;
 
