@@ -79,7 +79,7 @@ void CheckLocks(const Exchange& exchange, const Resource& resource, bool comesOr
 
 void CheckWritable(const Exchange& exchange, const Resource& resource, bool comesOrGoes) {
     if (comesOrGoes && (resource.IsTopLevel() || (resource.IsFolder() && exchange.state.volume.HoldsMountFolder(resource.path))))
-        throw HttpError(403, "mount folders are made in the configuration");
+        throw HttpError(403, "mount folders can be changed only in the configuration");
     if (comesOrGoes && !resource.Exists() && !Locate(exchange.state.volume, resource.path.Parent()).IsFolder())
         throw HttpError(409, "the folder it is to be in does not exist");
     CheckLocks(exchange, resource, comesOrGoes);

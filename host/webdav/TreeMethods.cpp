@@ -81,7 +81,7 @@ Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, 
     if (target.key.IsInside(source.key) || source.key.IsInside(target.key))
         throw HttpError(403, "source and destination are inside each other");
     if (target.IsTopLevel() || (isMove && source.IsTopLevel()))
-        throw HttpError(403, "mount folders are made in the configuration");
+        throw HttpError(403, "mount folders can be changed only in the configuration");
     const Depth depth = ParseDepth(exchange.request, Depth::Infinity);
     if (source.IsFolder() && (depth == Depth::One || (isMove && depth == Depth::Zero)))
         throw HttpError(400, "a folder goes with all that is in it");
