@@ -171,7 +171,7 @@ TEST_F(DisksThatRefuse, LoseNothingWhicheverCallFails) {
                 calls = FailInTheMidst(operation, std::to_wstring(++number) + L".txt", ending, failing);
 }
 
-// While it was edited its container went, or there was none yet, and a folder came.
+// During the edit the container was deleted, or there was none yet, and a folder of its name was created.
 TEST_F(DisksThatRefuse, ANameTakenByAFolderIsNotReplaced) {
     for (const std::uint32_t disposition : {OPEN_EXISTING, CREATE_NEW}) {
         SCOPED_TRACE(disposition);

@@ -85,7 +85,7 @@ public:
     int Histories() const { return m_histories; }
 
 private:
-    // When its information call fails, a container is opened as an ordinary file, and so is a conflict copy in any step.
+    // Not for opens, nor for a conflict copy from Move on: when the information call fails, the container is an ordinary file there.
     bool MayFail(const Step& step) const {
         return step.failing == Failing::None && step.op != Op::Open && step.op < (m_start.isConflictCopy ? Op::Move : Op::Store);
     }
