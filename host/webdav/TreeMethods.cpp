@@ -84,7 +84,7 @@ Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, 
         throw HttpError(403, "mount folders can be changed only in the configuration");
     const Depth depth = ParseDepth(exchange.request, Depth::Infinity);
     if (source.IsFolder() && (depth == Depth::One || (isMove && depth == Depth::Zero)))
-        throw HttpError(400, "a folder goes with all that is in it");
+        throw HttpError(400, "a folder is copied, moved or deleted with everything in it");
     transfer.shallow = depth == Depth::Zero;
     CheckConditions(exchange, source);
     if (isMove)
@@ -215,7 +215,7 @@ void AnswerDelete(Exchange& exchange) {
     if (!resource.Exists())
         return DeleteLink(exchange, resource);
     if (resource.IsFolder() && ParseDepth(exchange.request, Depth::Infinity) != Depth::Infinity)
-        throw HttpError(400, "a folder goes with all that is in it");
+        throw HttpError(400, "a folder is copied, moved or deleted with everything in it");
     CheckConditions(exchange, resource);
     CheckWritable(exchange, resource, true);
     if (!MembersAreOpen(exchange, resource))
