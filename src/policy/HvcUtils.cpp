@@ -281,9 +281,16 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
 // Through one handle, which lets nobody write meanwhile, because what a network share says of a path may be some seconds old.
 void DeleteIfEmpty(const std::wstring& path) {
     const LastErrorKeeper keeper;
-    const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), DELETE | FILE_READ_DATA | FILE_READ_ATTRIBUTES,
-                                        FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-    const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    UniqueHandle hFile;
+    TryForAMoment([&] {
+        const HANDLE opened =
+            ::CreateFileW(PlatformPath(path).c_str(), DELETE | FILE_READ_DATA | FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                          nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+        if (opened == INVALID_HANDLE_VALUE)
+            return static_cast<Win32Error>(GetLastError());
+        hFile.Reset(opened);
+        return Win32Error::None;
+    });
     const std::optional<FileStamp> stamp = hFile ? ReadOpenFileStamp(hFile.Get()) : std::nullopt;
     if (stamp && stamp->size == 0)
         DeleteUndeleteFile(hFile.Get(), true);
