@@ -144,6 +144,8 @@ public:
     // An encrypted file is decrypted at its first read, write or size change, not here. CREATE_ALWAYS, OPEN_ALWAYS and
     // TRUNCATE_EXISTING start it empty: the stored content is replaced only when something was written or the size set. For an encrypted
     // file shareMode is ignored, and every handle may write, whatever desiredAccess was.
+    // Where a plain file is stored although its folder has a policy, CREATE_ALWAYS and OPEN_ALWAYS make a document beside it, which is then
+    // shown as its conflict copy; OPEN_EXISTING opens the plain file.
     // When the platform refuses an existing plain file (no access, or somebody's sharing mode), it is opened for reading instead:
     // success does not mean that it may be written, nor that TRUNCATE_EXISTING has emptied it.
     // Under a lock, even with the right token, rights other than reading, writing and deleting are VVS_Locked.
@@ -155,7 +157,8 @@ public:
     // 11: closes the item. A changed encrypted file is encrypted here, on this thread. When that fails, and the file is not locked, the
     // user is asked for a folder for a backup, except while the process's window station is invisible, as a service's is or as a server
     // may choose (SetProcessWindowStation). Without a backup the edit stays in its temp file, and the next close of a handle that read or
-    // wrote the file tries again. When somebody else replaced the container since this handle's user saw it, or locked it
+    // wrote the file tries again; of several such edits of one document only the one that was closed last, while the others stay there with
+    // their tracking files. When somebody else replaced the container since this handle's user saw it, or locked it
     // since the open, the edit is saved beside it under a conflict name, and a deletion deletes nothing; the trace says so. In slots
     // 11 to 19, findData may be null and is only read for the trace log; it is never written.
     virtual void CloseFile(void* hFile, VirtFindData* findData) = 0;
@@ -168,6 +171,8 @@ public:
     virtual VirtualVolumeStatus Undelete(void* hFile, VirtFindData* findData) = 0;
     // 14: moves the open item to another path and replaces what is there; the handle stays usable at the new path.
     // VSS_SharingViolation, also of 15 and 16: somebody else replaced the source or the destination meanwhile; nothing was changed.
+    // But if somebody prevents only the last step, deleting the source, the move fails after the new content was put in place, and the
+    // source stays complete. A link never replaces its target (VVS_PathAlreadyExists).
     virtual VirtualVolumeStatus RenameFile(void* hFile, VirtFindData* findData, const wchar_t* newPath,
                                            const wchar_t* newFileLockToken) = 0;
     // 15, 16: move or copy by path. A copy, like slot 14, replaces a file at the destination; a move does so only when the destination

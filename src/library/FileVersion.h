@@ -42,6 +42,8 @@ std::optional<FileVersion> ReadOpenFileVersion(HANDLE hFile, const std::wstring&
 
 // Whether two versions are of one file, which may have several names. Nothing when its file system gives files no identity.
 std::optional<bool> AreOneFile(const FileVersion& left, const FileVersion& right);
+// Is the open file still the one at path, and neither renamed nor replaced? Where files have no identity, any file at path counts.
+bool IsOpenFileAt(HANDLE hFile, const std::wstring& path);
 
 // The same version after a folder above its file was moved.
 FileVersion AtOtherPath(FileVersion version, const std::wstring& path);
@@ -49,7 +51,7 @@ FileVersion AtOtherPath(FileVersion version, const std::wstring& path);
 bool IsMovedVersion(const FileVersion& renamed, const FileVersion& arrived);
 
 // May somebody who knew this version (or none) replace what is stored at path now? A missing file, or an empty one, as a lock creates
-// it, may always be replaced.
+// it, may always be replaced, a folder never.
 bool IsStillVersion(const std::optional<FileVersion>& known, const std::optional<FileVersion>& now);
 
 // Counts a save to a path, before the new content is put in place, so that it is never mistaken for the old one. A count that

@@ -37,7 +37,8 @@ public:
     // Describes the item at filePath, or else the container filePath + ".zip". False: neither exists.
     static bool FindFile(const wchar_t* filePath, VirtFindData* virtFindData);
 
-    // The same for a file that will be opened: a sync client's placeholder is fetched first, because the companion library cannot read it.
+    // The same for a file that will be opened. If it may be a container that could not be read, waits until nobody holds it and asks again.
+    // A sync client's placeholder is fetched first, because the companion library cannot read it.
     static bool FindFileToOpen(const wchar_t* filePath, VirtFindData* virtFindData);
 
     // Describes a file or folder as it is on disk, whatever it contains: a document may itself be a container.

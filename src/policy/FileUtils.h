@@ -77,8 +77,15 @@ Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& de
 Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists = false,
                        const std::optional<FileVersion>* known = nullptr);
 
+// The path of a file or folder without short names, substituted drives, junctions and links, as far as it exists; empty when it
+// cannot be found out ("GetFinalPathNameByHandle").
+std::wstring FinalPathStr(const std::wstring& path);
+
+// The path with the long form of its last name, if that is a short name ("Naming Files, Paths, and Namespaces").
+std::wstring WithLongNameStr(const std::wstring& path);
+
 // Do two paths, perhaps spelled differently or through an alias, lead to one existing file? Where letter case counts, "a" and "A" are
-// two files; where files have no identity, so are a path and its alias.
+// two files; where files have no identity, their final paths decide.
 bool AreSameFile(const std::wstring& left, const std::wstring& right);
 
 // Is there a file or folder at path? Folders count.

@@ -25,8 +25,9 @@ std::wstring ContainerPathStr(const std::wstring& filePath);
 
 enum class DeleteResult { Deleted = 0, Failed = 22 };
 // Deletes a file, or a folder with everything in it, including read-only files, without the recycle bin. Deleted: nothing is
-// at path any more. Refuses an empty or relative path.
-DeleteResult DeleteFileOrFolder(const std::wstring& path);
+// at path any more. Refuses an empty or relative path, and with Folders::Keep a folder.
+enum class Folders { Delete, Keep };
+DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders = Folders::Delete);
 // Deletes a file only if it is empty, as one that reserved a name. Keeps the last error.
 void DeleteIfEmpty(const std::wstring& path);
 
