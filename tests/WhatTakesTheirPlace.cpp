@@ -63,6 +63,19 @@ TEST_F(WhatTakesTheirPlace, AFileStoredAnewIsNotMovedAway) {
     EXPECT_FALSE(Exists(ContainerPath(L"Docs\\a.txt")));
 }
 
+// Not even after a rename that was refused because of it.
+TEST_F(WhatTakesTheirPlace, AFileStoredAnewIsNotWrittenByWhoOpenedTheOneBefore) {
+    MakePlain(L"Plain\\a.txt", "older");
+    void* const hFile = MustOpen(L"Plain\\a.txt");
+    EXPECT_OK(Move(L"Plain\\a.txt", L"Plain\\b.txt"));
+    MakePlain(L"Plain\\a.txt", "newer words");
+    EXPECT_EQ(VSS_SharingViolation, Rename(hFile, L"Docs\\a.txt"));
+    EXPECT_OK(SetSize(hFile, 0));
+    Close(hFile);
+    EXPECT_EQ("newer words", ReadRaw(NativePath(L"Plain\\a.txt")));
+    EXPECT_EQ("", ReadRaw(NativePath(L"Plain\\b.txt")));
+}
+
 TEST_F(WhatTakesTheirPlace, AShortNameIsNotStoredAsTheDocuments) {
     const std::wstring path = L"Docs\\report with a long name.docx";
     MakeEncrypted(path, "content");

@@ -30,5 +30,6 @@ private:
     PlainContent& m_source;
     const std::shared_ptr<LockedContent> m_shared;
     UniqueHandle m_hFile;
+    bool m_isClosed = false;  // the item's own handle
     bool m_isMoved = false;
 };
