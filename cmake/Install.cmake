@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 
 install(DIRECTORY include/quelcrypt DESTINATION include)
 install(TARGETS QuelcryptVol64 RUNTIME DESTINATION bin)
-install(TARGETS QuelcryptLib64 quelvol RUNTIME DESTINATION bin)
+install(TARGETS QuelcryptLib64 quelvol companion_conformance RUNTIME DESTINATION bin)
 # Both compilers link with it; where another linker does not, the .def file makes one: lib /def:QuelcryptVol64.def /machine:x64
 install(FILES $<TARGET_LINKER_FILE:QuelcryptVol64> DESTINATION lib RENAME QuelcryptVol64.lib)
 install(FILES src/QuelcryptVol64.def DESTINATION lib)

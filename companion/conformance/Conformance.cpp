@@ -38,17 +38,18 @@ void WorkBeside(const Library& library, const Folders& folders, const Path& comm
     }
 }
 
-// One life of the library, as the volume's loading and unloading makes it.
-void Use(Report& report, const Path& dll, const std::function<void(const Library&)>& work) {
+// One life of the library, as the volume's loading and unloading makes it. False: it could not begin.
+bool Use(Report& report, const Path& dll, const std::function<void(const Library&)>& work) {
     Library library(report, dll);
     if (!library.IsUsable())
-        return;
+        return false;
     report.Require("begins with Quelcrypt_Initialize", [&] { CallCompanion([&] { library.Initialize(&Raise); }); });
     work(library);
     report.Require("ends with Quelcrypt_Uninitialize, and can be unloaded", [&] {
         CallCompanion([&] { library.Uninitialize(); });
         Must(library.Unload(), "FreeLibrary failed");
     });
+    return true;
 }
 
 }  // namespace
@@ -75,7 +76,7 @@ void CheckLibrary(Report& report, const Path& dll, const Folders& folders) {
             Empty(folder);
     Must(std::filesystem::is_directory(folders.plain), folders.plain.string() + " is no folder");
     const Scratch kept(folders.encrypted, L"kept.txt");
-    Use(report, dll, [&](const Library& library) {
+    const bool isUsable = Use(report, dll, [&](const Library& library) {
         CheckConfiguration(report, library, folders);
         CheckLogger(report, library);
         CheckContainers(report, library, folders);
@@ -85,6 +86,8 @@ void CheckLibrary(Report& report, const Path& dll, const Folders& folders) {
         CheckThreads(report, library, folders);
         SeenInstead([&] { library.Save(kept.container, {.name = kept.plain.filename(), .content = "kept"}); });
     });
+    if (!isUsable)
+        return;
     report.Require("can be loaded and used again", [&] {
         std::ostringstream lines;
         Report again(lines);

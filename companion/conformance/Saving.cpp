@@ -126,7 +126,7 @@ void CheckPlaces(Report& report, const Library& library, const Folders& folders)
     });
     if (folders.otherKey.empty())
         return;
-    report.Require("does the same for the folder of another key", [&] { SaveUnderLock(library, folders.otherKey); });
+    report.Require("writes one there for a place in the folder of another key as well", [&] { SaveUnderLock(library, folders.otherKey); });
     report.Require("reads a container of another key's folder as it was, or refuses it", [&] {
         const Scratch file(folders.encrypted, L"copied.txt"), copy(folders.otherKey, L"copied.txt");
         library.Save(file.container, {.name = file.plain.filename(), .content = "copied"});

@@ -11,10 +11,10 @@ using namespace conformance;
 constexpr const char* kUsage = R"(companion_conformance LIBRARY ENCRYPTED PLAIN [OTHER]
 checks whether a companion library does what the volume requires of it, and prints a line for each requirement.
 
-  LIBRARY    the library, as in C:\mine\QuelcryptLib64.dll; configured by its own means, so that of the empty folders
-  ENCRYPTED  has a policy,
-  PLAIN      has none, and
-  OTHER      has a policy and another key
+  LIBRARY    the library, as in C:\mine\QuelcryptLib64.dll, configured by its own means for these folders:
+  ENCRYPTED  empty, has a policy
+  PLAIN      has no policy; nothing is written there
+  OTHER      empty, has a policy and another key
 
 Exit codes: 0 all requirements are met, 1 one is not, 2 wrong use.
 )";
