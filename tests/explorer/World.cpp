@@ -102,20 +102,20 @@ Look World::LookAround() const {
 void World::LookIntoTemp(Look& look) const {
     const std::wstring base = g_tree + L"\\HalvaneCloud";
     for (const std::wstring& folder : NamesIn(base)) {
-        std::wstring content;
-        bool isTracked = false;
+        std::wstring content, tracking;
         for (const std::wstring& name : NamesIn(base + L"\\" + folder))
             if (name.ends_with(L".hvf"))
-                isTracked = true;
+                tracking = base + L"\\" + folder + L"\\" + name;
             else
                 content = base + L"\\" + folder + L"\\" + name;
         look.hasLitter |= content.empty();
-        look.keptFolders += !isTracked;
-        if (content.empty() || !isTracked)
+        look.keptFolders += tracking.empty();
+        if (content.empty() || tracking.empty())
             continue;
         const Word word = FileAt(content).word;
         look.inTemp |= Only(word);
-        look.tracksNothing |= word == kNothing;
+        if (word == kNothing)
+            look.ofEmpty.push_back(ReadRaw(tracking));
     }
 }
 

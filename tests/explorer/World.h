@@ -27,10 +27,10 @@ std::wstring LowerCase(std::wstring text);
 struct Look {
     std::map<std::wstring, StoredFile> files;  // of the three folders, by lower-case path: L"k1\\doc7.txt.zip"
     WordSet inFolders = 0;
-    WordSet inTemp = 0;          // in temp files beside their tracking file
-    bool tracksNothing = false;  // a temp file beside its tracking file is empty
-    int keptFolders = 0;         // temp folders without a tracking file
-    bool hasLitter = false;      // a temp folder without content
+    WordSet inTemp = 0;                // in temp files beside their tracking file
+    std::vector<std::string> ofEmpty;  // the tracking files of those that are empty
+    int keptFolders = 0;               // temp folders without a tracking file
+    bool hasLitter = false;            // a temp folder without content
 };
 
 class World {
