@@ -28,7 +28,7 @@ if(BUILD_TESTING)
     install(FILES $<TARGET_FILE:QuelcryptVol64> DESTINATION tests)
     install(TARGETS explorer ExplorerCompanion RUNTIME DESTINATION tests/explorer)
     install(FILES $<TARGET_FILE:QuelcryptVol64> DESTINATION tests/explorer)
-    install(FILES tests/windows/run-tests.cmd DESTINATION tests)
+    install(FILES tests/windows/run-tests.cmd tests/companion/conformance.json DESTINATION tests)
 endif()
 
 set(CPACK_GENERATOR ZIP)

@@ -43,7 +43,7 @@ std::set<std::wstring> ShownNames(const Path& folder);
 std::string SomeBytes(std::size_t size);
 std::string ReadFileBytes(const Path& path);
 void WriteFileBytes(const Path& path, std::string_view bytes);
-// Can it be opened by one who shares it with nobody (or as told)?
+// Can it be opened by one who shares it with nobody (or as told)? A scanner may hold it for a moment.
 bool CanBeOpened(const Path& path, DWORD shareMode = 0);
 
 }  // namespace conformance

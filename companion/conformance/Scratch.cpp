@@ -2,6 +2,7 @@
 #include <random>
 
 #include "common/Names.h"
+#include "common/Patience.h"
 #include "companion/conformance/Checks.h"
 
 namespace fs = std::filesystem;
@@ -53,8 +54,10 @@ void WriteFileBytes(const Path& path, std::string_view bytes) {
 }
 
 bool CanBeOpened(const Path& path, DWORD shareMode) {
-    const HANDLE handle = CreateFileW(path.c_str(), GENERIC_READ, shareMode, nullptr, OPEN_EXISTING, 0, nullptr);
-    return handle != INVALID_HANDLE_VALUE && CloseHandle(handle);
+    return RepeatForAMoment([&] {
+        const HANDLE handle = CreateFileW(path.c_str(), GENERIC_READ, shareMode, nullptr, OPEN_EXISTING, 0, nullptr);
+        return handle != INVALID_HANDLE_VALUE && CloseHandle(handle);
+    });
 }
 
 }  // namespace conformance
