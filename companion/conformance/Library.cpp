@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "library/PlatformPath.h"
 #include "library/Text.h"
 
 namespace conformance {
@@ -89,7 +90,8 @@ std::string Library::ListFolders() const {
     LibraryPtr<IProtectedFolderEnum> folders;
     IProtectedFolderEnum** const place = folders.GetAddr();
     Must(CallCompanion([&] { return GetProtectedFolderEnum(0, place); }) != 0 && folders, "there was no enumeration");
-    std::string listed = std::to_string(CallCompanion([&] { return folders->GetChangeCounter(); }));
+    CallCompanion([&] { return folders->GetChangeCounter(); });
+    std::string listed;
     LibraryPtr<IProtectedFolder> folder;
     const auto next = [&] {
         IProtectedFolder** const out = folder.GetAddr();
@@ -107,7 +109,7 @@ std::string Library::ListFolders() const {
         const std::string name = TextOf(*folder.Get(), &IProtectedFolder::GetName);
         const std::string path = TextOf(*folder.Get(), &IProtectedFolder::GetPath);
         Must(path.empty() || Path(Utf8DecodeStr(path)).is_absolute(), "the path of a folder is not absolute: " + path);
-        listed += "\n" + name + "|" + path;
+        listed += name + "|" + path + "\n";
     }
     return listed;
 }
@@ -129,7 +131,7 @@ std::optional<Information> Library::Inform(const Path& container, const WIN32_FI
 
 std::optional<Information> Library::Inform(const Path& container) const {
     WIN32_FIND_DATAW rawEntry{};
-    const UniqueFindHandle found(FindFirstFileW(container.c_str(), &rawEntry));
+    const UniqueFindHandle found(FindFirstFileW(PlatformPath(container).c_str(), &rawEntry));
     Must(static_cast<bool>(found), "there is no container");
     return Inform(container, rawEntry);
 }

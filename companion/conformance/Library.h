@@ -56,7 +56,7 @@ public:
     bool Unload();
 
     Box AskBox(const Path& folder) const;
-    // "name|path" of each, after the change counter.
+    // "name|path" of each, a line each.
     std::string ListFolders() const;
 
     // Nothing when it does not answer 1. The second form has the entry on disk looked up.

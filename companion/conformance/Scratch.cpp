@@ -4,6 +4,7 @@
 #include "common/Names.h"
 #include "common/Patience.h"
 #include "companion/conformance/Checks.h"
+#include "library/PlatformPath.h"
 
 namespace fs = std::filesystem;
 
@@ -17,7 +18,8 @@ Scratch::~Scratch() {
     Discard(container);
 }
 
-void Discard(const Path& path) {
+void Discard(const Path& ordinaryPath) {
+    const Path path = PlatformPath(ordinaryPath).c_str();
     std::error_code error;
     SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);
     for (const auto& entry : fs::recursive_directory_iterator(path, error))
@@ -55,7 +57,7 @@ void WriteFileBytes(const Path& path, std::string_view bytes) {
 
 bool CanBeOpened(const Path& path, DWORD shareMode) {
     return RepeatForAMoment([&] {
-        const HANDLE handle = CreateFileW(path.c_str(), GENERIC_READ, shareMode, nullptr, OPEN_EXISTING, 0, nullptr);
+        const HANDLE handle = CreateFileW(PlatformPath(path).c_str(), GENERIC_READ, shareMode, nullptr, OPEN_EXISTING, 0, nullptr);
         return handle != INVALID_HANDLE_VALUE && CloseHandle(handle);
     });
 }

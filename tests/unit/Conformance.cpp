@@ -7,7 +7,6 @@
 
 #include "companion/Control.h"
 #include "companion/conformance/Checks.h"
-#include "harness/Files.h"
 
 using namespace conformance;
 
@@ -15,8 +14,8 @@ TEST(Conformance, NoticesWhatALibraryDoesWrong) {
     const Path place = std::filesystem::temp_directory_path() / ("conformance-" + std::to_string(GetCurrentProcessId()));
     const Folders folders{place / "encrypted", place / "plain", {}};
     std::filesystem::create_directories(folders.encrypted);
-    WriteRaw(place / "quelcrypt.json",
-             R"({"folders": [{"path": "encrypted", "policy": "all", "targetKey": "k"}], "passwords": {"k": "p"}})");
+    WriteFileBytes(place / "quelcrypt.json",
+                   R"({"folders": [{"path": "encrypted", "policy": "all", "targetKey": "k"}], "passwords": {"k": "p"}})");
     SetEnvironmentVariableW(L"QUELCRYPT_CONFIG", (place / "quelcrypt.json").c_str());
     wchar_t dll[MAX_PATH] = {};
     GetModuleFileNameW(GetModuleHandleW(L"QuelcryptLib64.dll"), dll, MAX_PATH);
