@@ -24,7 +24,7 @@ endforeach()
 
 if(BUILD_TESTING)
     install(TARGETS volume_tests unit_tests TestCompanion RUNTIME DESTINATION tests)
-    install(TARGETS companion_tests host_tests webdav_tests RUNTIME DESTINATION tests/parts)
+    install(TARGETS companion_tests host_tests webdav_tests QuelcryptVol64 QuelcryptLib64 RUNTIME DESTINATION tests/parts)
     install(FILES $<TARGET_FILE:QuelcryptVol64> DESTINATION tests)
     install(TARGETS explorer ExplorerCompanion RUNTIME DESTINATION tests/explorer)
     install(FILES $<TARGET_FILE:QuelcryptVol64> DESTINATION tests/explorer)

@@ -8,6 +8,7 @@
 
 namespace {
 
+constexpr FILETIME kTime{0x10000000, 0x01DA0000};  // of all that is stored, where times are to be equal
 const wchar_t* const kFolders[] = {L"\\K1", L"\\K2", L"\\Plain"};
 
 // The folders of all worlds of this process, one after the other; when one was not left empty, they are made anew.
@@ -137,19 +138,12 @@ bool World::Store(const std::wstring& path, bool asContainer, Word word, How how
         if (isDone && how == How::ByRename && !MoveFileExW(side.c_str(), fullPath.c_str(), MOVEFILE_REPLACE_EXISTING))
             isDone = !DeleteFileW(side.c_str());
         if (m_isEqual && isDone)
-            EqualiseTimes();
+            SetFileTime(Held(fullPath, kShareAll, FILE_WRITE_ATTRIBUTES).handle, &kTime, &kTime, &kTime);
     } while (isDone && m_isEqual && ChangeTimeOf(fullPath) == before);
     return isDone;
 }
 
 bool World::Remove(const std::wstring& path) { return DeleteFileW((g_tree + L"\\" + path).c_str()); }
-
-void World::EqualiseTimes() const {
-    const FILETIME time{0x10000000, 0x01DA0000};
-    for (const std::wstring folder : kFolders)
-        for (const std::wstring& name : NamesIn(g_tree + folder))
-            SetFileTime(Held(g_tree + folder + L"\\" + name, kShareAll, FILE_WRITE_ATTRIBUTES).handle, &time, &time, &time);
-}
 
 bool World::Clear() {
     bool isFree = true;

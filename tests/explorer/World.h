@@ -35,7 +35,7 @@ struct Look {
 
 class World {
 public:
-    explicit World(bool isEqual);  // isEqual: the words have one length, and who stores sets all times to one
+    explicit World(bool isEqual);  // isEqual: the words have one length, and what somebody stores has one time
 
     Word NewWord() { return m_words++; }
     std::string TextOf(Word word) const;
@@ -54,7 +54,6 @@ public:
 private:
     StoredFile FileAt(const std::wstring& path) const;
     void LookIntoTemp(Look& look) const;
-    void EqualiseTimes() const;
 
     bool m_isEqual;
     int m_words = 0;
