@@ -4,7 +4,7 @@ include(CMakePackageConfigHelpers)
 
 install(DIRECTORY include/quelcrypt DESTINATION include)
 install(TARGETS QuelcryptVol64 RUNTIME DESTINATION bin)
-install(TARGETS QuelcryptLib64 quelvol RUNTIME DESTINATION bin)
+install(TARGETS QuelcryptLib64 quelvol companion_conformance RUNTIME DESTINATION bin)
 # Both compilers can link with it; for another linker, make one from the .def file: lib /def:QuelcryptVol64.def /machine:x64
 install(FILES $<TARGET_LINKER_FILE:QuelcryptVol64> DESTINATION lib RENAME QuelcryptVol64.lib)
 install(FILES src/QuelcryptVol64.def DESTINATION lib)
@@ -24,11 +24,11 @@ endforeach()
 
 if(BUILD_TESTING)
     install(TARGETS volume_tests unit_tests TestCompanion RUNTIME DESTINATION tests)
-    install(TARGETS companion_tests host_tests webdav_tests RUNTIME DESTINATION tests/parts)
+    install(TARGETS companion_tests host_tests webdav_tests QuelcryptVol64 QuelcryptLib64 RUNTIME DESTINATION tests/parts)
     install(FILES $<TARGET_FILE:QuelcryptVol64> DESTINATION tests)
     install(TARGETS explorer ExplorerCompanion RUNTIME DESTINATION tests/explorer)
     install(FILES $<TARGET_FILE:QuelcryptVol64> DESTINATION tests/explorer)
-    install(FILES tests/windows/run-tests.cmd DESTINATION tests)
+    install(FILES tests/windows/run-tests.cmd tests/companion/conformance.json DESTINATION tests)
 endif()
 
 set(CPACK_GENERATOR ZIP)

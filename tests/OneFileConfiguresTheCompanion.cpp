@@ -99,10 +99,6 @@ TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
     EXPECT_EQ(BoxOf(m_folder / "long", 13), "0123456789\xE2\x82\xAC||");
     EXPECT_EQ(BoxOf(m_folder / "long", 12), "0123456789||");
     EXPECT_EQ(BoxOf(m_folder / "long", 0), "||");
-
-    IHalvaneBoxConfig* config = nullptr;
-    EXPECT_EQ(companion::MakeHalvaneBoxConfig(nullptr, &config), 0);
-    EXPECT_EQ(ErrorOf([&] { companion::MakeHalvaneBoxConfig("C:\\\xFF", &config); }), L"Cannot decode");
 }
 
 TEST_F(OneFileConfiguresTheCompanion, IsRefusedWithPlaceAndReason) {

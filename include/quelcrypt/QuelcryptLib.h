@@ -5,7 +5,7 @@
 // passed in are read only during the call. Every function may be called on any thread. Any of them may throw a
 // CQuelcryptException or a class derived from it (QuelcryptExceptions.h), or call the registered callback, which throws one;
 // no other exception may leave them. When another compiler built the library, its own exceptions are failures without a description for
-// the volume; only the callback's keeps its class.
+// the volume; only the callback's keeps its class. companion_conformance shows whether a library does all this.
 #pragma once
 
 #include <cstdint>
@@ -151,10 +151,12 @@ std::int32_t Quelcrypt_GetFileInformation(const char* containerPathUtf8, IHvcStr
                                           const WIN32_FIND_DATAW* rawEntry, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess,
                                           SYSTEMTIME* creation, void* null);
 
-// Null when the container cannot be opened.
+// Null when the container cannot be opened. What is no container, or a damaged one, is refused here or by an Advance before the end.
 IFileReader* Quelcrypt_FileReaderFactory(IHvcStringW* containerPath);
 // virtualFileSpec is the name to store. sourcePath, attributes and times describe the plain file, whose content comes
-// through Write. mode is 2, chunkSize 32768. Null when the container cannot be written.
+// through Write. mode is 2, chunkSize 32768. Null when the container cannot be written. The container gets the read-only, hidden and
+// system attributes of the plain file; one that stands there and is read-only is not replaced. Under a lock the volume has the container
+// built in the temp folder; the tracking file beside it (containerPath and ".hvf") names the place that it is for, whose key counts.
 IFileWriter* Quelcrypt_FileWriterFactory(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
                                          std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
                                          const SYSTEMTIME* creation, std::int32_t mode, std::uint32_t chunkSize, void* null);
