@@ -19,7 +19,7 @@ class ContainerContent {
 public:
     // To decrypt this container with; null when it was not written with the password. Throws CQuelcryptErrorException when
     // the file cannot be read. Encrypted entries only.
-    static std::unique_ptr<ContentCipher> CipherFor(ContainerFile& file, const std::string& password);
+    static std::unique_ptr<ContentCipher> CipherFor(ContainerFile& file, std::string_view password);
 
     // The file, a container, outlives this object. No cipher: the entry is not encrypted, and empty.
     ContainerContent(ContainerFile& file, std::unique_ptr<ContentCipher> cipher);

@@ -7,12 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "companion/Secret.h"
 #include "webdav/Http.h"
 
 namespace webdav {
 
 struct AccessRules {
-    std::string credentials;         // "user:password"; empty: nobody is asked
+    companion::Secret credentials;   // "user:password"; empty: nobody is asked
     std::vector<std::string> hosts;  // names of this server beside those of the loopback, in lower case
     bool anyAddress = false;         // an address as the host is fine, whichever: no foreign site can have it as its name
 };
