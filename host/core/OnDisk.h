@@ -42,8 +42,8 @@ DiskVersion VersionOf(const DiskHandle& item);
 DiskVersion VersionAt(const std::wstring& path);
 
 enum class Standing { Nothing, Itself, Link };
-// What stands at a path that is real unless a link stands there or on the way to it. What is no file of a disk (a pipe) counts as a
-// link. Nothing says nothing of the folders on the way. version, if it is given, receives that of what could be opened.
+// What stands at a path that is real unless a link stands there or on the way to it. What is no file of a disk (a pipe, a socket)
+// counts as a link. Nothing says nothing of the folders on the way. version, if it is given, receives that of what could be opened.
 Standing StandingAt(const std::wstring& realPath, std::optional<DiskVersion>* version = nullptr);
 // The long name of what stands there; empty when nothing does.
 std::wstring LongName(const std::wstring& path);

@@ -40,7 +40,9 @@ struct Exchange {
     std::vector<std::string> tokens;  // which the client submitted
 
     // What was found is found again, by another look when other requests changed something meanwhile.
-    Resource FindAgain(const Resource& known) const { return state.claims.Changes() == changes ? known : Locate(state.volume, known.path); }
+    Resource FindAgain(const Resource& known) const {
+        return state.locks.AsHeld(state.claims.Changes() == changes ? known : Locate(state.volume, known.path));
+    }
     Resource Find() const { return FindAgain(found); }
     std::string Tag(const Resource& resource) const { return EntityTag(state.volume, state.changes, resource); }
 };

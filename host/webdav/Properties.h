@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 
+#include "webdav/Http.h"
 #include "webdav/LockTable.h"
 #include "webdav/Paths.h"
 #include "webdav/Xml.h"
@@ -56,6 +57,12 @@ private:
 
 // A strong entity tag, quotation marks included; empty for folders. Those of one content stay over restarts, and come again for no other.
 std::string EntityTag(const Volume& volume, const ChangeNumbers& changes, const Resource& resource);
+
+constexpr std::uint64_t kUnixEpoch = 11'644'473'600;  // seconds after that of a FILETIME
+constexpr std::uint64_t kLastUnixTime = 0xFFFFFFFF;   // seconds, in 2106
+// Can a container keep the time? No file is given another one: it would become a third one when the file is encrypted.
+constexpr bool IsKeptTime(std::uint64_t time) { return time / kSecond > kUnixEpoch && time / kSecond <= kUnixEpoch + kLastUnixTime; }
+
 // By the name's extension; null when it tells nothing.
 const char* ContentType(std::wstring_view name);
 std::string LockDiscoveryXml(const std::vector<DavLock>& locks);
