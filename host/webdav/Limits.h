@@ -14,7 +14,7 @@ constexpr std::size_t connectionsOfOneAddress = 32;
 constexpr std::size_t connectionsNotLetIn = 16;  // which have not passed the checks of Access.h yet
 constexpr std::chrono::seconds freshTime{1};     // in which a newcomer makes room only when nobody else can
 constexpr std::size_t transfersKept = 12;        // bodies and answers under way whose clients are waited for;
-constexpr std::chrono::seconds rateAfter{5};     // of more than these the slowest makes room, but none before this time
+constexpr std::chrono::seconds rateAfter{1};     // of more than these the slowest makes room, but none before this time
 constexpr std::size_t waitingAtOnce = 12;        // requests that wait for others
 constexpr std::size_t connectionsLeaving = 8;    // told to make room, and not gone yet
 constexpr std::chrono::seconds idleTime{75};     // between two requests
