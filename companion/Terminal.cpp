@@ -17,7 +17,8 @@ void Show(const Handle& output, const std::wstring& text) {
     WriteConsoleW(output.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
-// A Unix terminal shows what is typed until Wine first takes input from it, which so is done before the question is shown.
+// A Unix terminal shows what is typed until Wine takes input from it, which it begins to in a thread of its own: so before the question
+// is shown, and not when the answer is read.
 void TakeOverTerminal(const Handle& input) {
     INPUT_RECORD ignored;
     DWORD count = 0;
