@@ -43,10 +43,10 @@ inline void* ReplaceImport(HMODULE module, const char* function, void* replaceme
     return before;
 }
 
-// By a function of the same type, or a lambda that becomes one.
+// By a function of the same type, or a lambda that becomes one. Returns what the module called before.
 template <class Function>
-void Replace(HMODULE module, const char* name, Function function) {
-    ReplaceImport(module, name, reinterpret_cast<void*>(+function));
+auto Replace(HMODULE module, const char* name, Function function) {
+    return reinterpret_cast<decltype(+function)>(ReplaceImport(module, name, reinterpret_cast<void*>(+function)));
 }
 
 // From now on the import calls before(context) and then goes on to its function, whatever the arguments are.
