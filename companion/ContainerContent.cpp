@@ -51,7 +51,7 @@ private:
     bool m_isOver = false;
 };
 
-std::unique_ptr<ContentCipher> ContainerContent::CipherFor(ContainerFile& file, const std::string& password) {
+std::unique_ptr<ContentCipher> ContainerContent::CipherFor(ContainerFile& file, std::string_view password) {
     const std::size_t keyBytes = file.Zip()->keyBytes;
     std::uint8_t buffer[ContentCipher::kLongestSalt];
     const std::span salt(buffer, ContentCipher::SaltBytes(keyBytes));

@@ -19,7 +19,7 @@ class ContainerContent {
 public:
     // A cipher that decrypts this container; null when it was not written with the password. Throws CQuelcryptErrorException when
     // the file cannot be read. For encrypted entries only.
-    static std::unique_ptr<ContentCipher> CipherFor(ContainerFile& file, const std::string& password);
+    static std::unique_ptr<ContentCipher> CipherFor(ContainerFile& file, std::string_view password);
 
     // The file must be a container and outlive this object. A null cipher: the entry is empty and not encrypted.
     ContainerContent(ContainerFile& file, std::unique_ptr<ContentCipher> cipher);

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <cstring>
-#include <vector>
 
 #include <nettle/memxor.h>
 #include <nettle/pbkdf2.h>
+
+#include "Secret.h"
 
 namespace companion {
 namespace {
@@ -18,15 +19,20 @@ const nettle_cipher& AesOf(std::size_t keyBytes) {
 
 }  // namespace
 
-ContentCipher::ContentCipher(const std::string& password, std::span<const std::uint8_t> salt, std::size_t keyBytes)
-    : m_aes(AesOf(keyBytes)) {
+ContentCipher::ContentCipher(std::string_view password, std::span<const std::uint8_t> salt, std::size_t keyBytes) : m_aes(AesOf(keyBytes)) {
     // The encryption key, the authentication key, the verifier.
-    std::vector<std::uint8_t> derived(2 * keyBytes + m_verifier.size());
+    WipedVector<std::uint8_t> derived(2 * keyBytes + m_verifier.size());
     pbkdf2_hmac_sha1(password.size(), reinterpret_cast<const std::uint8_t*>(password.data()), kKeyRounds, salt.size(), salt.data(),
                      derived.size(), derived.data());
     m_aes.set_encrypt_key(&m_key, derived.data());
     hmac_sha1_set_key(&m_hmac, keyBytes, derived.data() + keyBytes);
     std::copy_n(derived.end() - m_verifier.size(), m_verifier.size(), m_verifier.begin());
+}
+
+ContentCipher::~ContentCipher() {
+    Wipe(&m_key, sizeof(m_key));
+    Wipe(&m_hmac, sizeof(m_hmac));
+    Wipe(m_keyStream.data(), m_keyStream.size());
 }
 
 void ContentCipher::Encrypt(std::span<std::uint8_t> data) {

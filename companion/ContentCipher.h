@@ -7,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
+#include <string_view>
 
 #include <nettle/aes.h>
 #include <nettle/hmac.h>
@@ -27,7 +27,10 @@ public:
     static constexpr std::size_t AddedBytes(std::size_t keyBytes) { return SaltBytes(keyBytes) + std::tuple_size_v<Verifier> + kCodeBytes; }
 
     // keyBytes is 16, 24 or 32; the salt has SaltBytes(keyBytes). Takes about a millisecond.
-    ContentCipher(const std::string& password, std::span<const std::uint8_t> salt, std::size_t keyBytes);
+    ContentCipher(std::string_view password, std::span<const std::uint8_t> salt, std::size_t keyBytes);
+    ~ContentCipher();
+    ContentCipher(const ContentCipher&) = delete;
+    ContentCipher& operator=(const ContentCipher&) = delete;
 
     // Stored before the content: a wrong password has the same once in 65,536 times.
     const Verifier& PasswordVerifier() const { return m_verifier; }

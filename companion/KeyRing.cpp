@@ -18,12 +18,6 @@ namespace {
 
 using Kind = PasswordSource::Kind;
 
-Secret FirstLine(std::string text) {
-    Secret line(text.substr(0, text.find_first_of("\r\n")));
-    Wipe(text);
-    return line;
-}
-
 Secret FromVariable(const std::wstring& name) {
     wchar_t value[2048];
     const DWORD length = GetEnvironmentVariableW(name.c_str(), value, static_cast<DWORD>(std::size(value)));
@@ -54,18 +48,17 @@ Secret FromCommand(std::wstring commandLine) {
         FailWithError(L"its command \"" + shown + L"\" could not be started", GetLastError());
     const Handle running(process.hProcess), thread(process.hThread);
     itsOutput.Close();
-    std::string text;
+    WipedVector<char> text;
     char part[1024];
     for (DWORD read = 0; ReadFile(output.Get(), part, sizeof(part), &read, nullptr) && read > 0;)
-        text.append(part, read);
+        text.insert(text.end(), part, part + read);
     Wipe(part, sizeof(part));
     WaitForSingleObject(running.Get(), INFINITE);
     DWORD code = 1;
     GetExitCodeProcess(running.Get(), &code);
-    Secret secret = FirstLine(std::move(text));
     if (code != 0)
         Fail(L"its command \"" + shown + L"\" ended with " + std::to_wstring(code));
-    return secret;
+    return FirstLineOf({text.data(), text.size()});
 }
 
 struct Verdict {

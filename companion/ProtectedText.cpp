@@ -22,14 +22,12 @@ struct Blob {
 }  // namespace
 
 std::string Protect(const Secret& secret) {
-    std::string text = secret.Text();
-    DATA_BLOB in{static_cast<DWORD>(text.size()), reinterpret_cast<BYTE*>(text.data())};
+    const std::string_view text = secret.Text();
+    DATA_BLOB in{static_cast<DWORD>(text.size()), reinterpret_cast<BYTE*>(const_cast<char*>(text.data()))};
     Blob out;
     const BOOL done = CryptProtectData(&in, L"quelvol", nullptr, nullptr, nullptr, CRYPTPROTECT_UI_FORBIDDEN, &out.data);
-    const DWORD error = GetLastError();
-    Wipe(text);
     if (!done)
-        FailWithError(L"The system's store does not take the password", error);
+        FailWithError(L"The system's store does not take the password", GetLastError());
     constexpr DWORD form = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
     DWORD length = 0;
     CryptBinaryToStringA(out.data.pbData, out.data.cbData, form, nullptr, &length);

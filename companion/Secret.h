@@ -1,9 +1,12 @@
-// A password; each copy is wiped from memory at its end. Copies that the system and other programs made before cannot be wiped.
+// A password, each copy of which is wiped from memory at its end, and what wipes other texts that hold one and keys that are derived from
+// one. Copies that the system and libraries make cannot be wiped: see docs/security.md.
 #pragma once
 
 #include <cstddef>
+#include <memory>
 #include <string>
-#include <utility>
+#include <string_view>
+#include <vector>
 
 namespace companion {
 
@@ -13,30 +16,41 @@ inline void Wipe(void* data, std::size_t bytes) noexcept {
         *at++ = 0;
 }
 
+// Also what the text held before it was moved from or made shorter.
 template <class Text>
 void Wipe(Text& text) noexcept {
+    text.resize(text.capacity());
     Wipe(text.data(), text.size() * sizeof(text[0]));
     text.clear();
 }
 
+template <class T>
+struct WipingAllocator {
+    using value_type = T;
+    T* allocate(std::size_t count) { return std::allocator<T>().allocate(count); }
+    void deallocate(T* data, std::size_t count) noexcept {
+        Wipe(data, count * sizeof(T));
+        std::allocator<T>().deallocate(data, count);
+    }
+    bool operator==(const WipingAllocator&) const = default;
+};
+template <class T>
+using WipedVector = std::vector<T, WipingAllocator<T>>;
+
 class Secret {
 public:
     Secret() = default;
-    explicit Secret(std::string text) : m_text(std::move(text)) { Wipe(text); }
-    Secret(const Secret&) = default;
-    Secret(Secret&& other) noexcept : m_text(std::move(other.m_text)) { Wipe(other.m_text); }
-    Secret& operator=(Secret other) noexcept {
-        m_text.swap(other.m_text);
-        return *this;
-    }
-    ~Secret() { Wipe(m_text); }
+    // Wipes text; who passes a variable moves it.
+    explicit Secret(std::string text) : m_text(text.begin(), text.end()) { Wipe(text); }
 
-    const std::string& Text() const { return m_text; }  // UTF-8
+    std::string_view Text() const { return {m_text.data(), m_text.size()}; }  // UTF-8
     bool IsEmpty() const { return m_text.empty(); }
     bool operator==(const Secret&) const = default;
 
 private:
-    std::string m_text;
+    WipedVector<char> m_text;
 };
+
+inline Secret FirstLineOf(std::string_view text) { return Secret(std::string(text.substr(0, text.find_first_of("\r\n")))); }
 
 }  // namespace companion

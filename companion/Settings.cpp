@@ -176,10 +176,10 @@ private:
     PasswordSource Source(const json& value, const JsonPath& place) const {
         using Kind = PasswordSource::Kind;
         if (!value.is_object()) {
-            const std::string password = AsText(value, place);
-            if (password.empty())
+            PasswordSource source{Kind::Plain, AsText(value, place)};
+            if (source.value.empty())
                 Complain(place, "the password is empty");
-            return {Kind::Plain, password};
+            return source;
         }
         constexpr std::pair<const char*, Kind> kinds[] = {
             {"environment", Kind::Environment}, {"command", Kind::Command}, {"protected", Kind::Protected}};

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Secret.h"
 #include "quelcrypt/IVirtualVolume.h"
 
 namespace companion {
@@ -42,6 +43,7 @@ struct PasswordSource {
     Kind kind = Kind::Plain;
     // UTF-8: the password itself, the variable's name, the command line, or the protected form; empty for a prompt.
     std::string value;
+    ~PasswordSource() { Wipe(value); }
     bool operator==(const PasswordSource&) const = default;
 };
 

@@ -112,9 +112,9 @@ SettingsFile::SettingsFile(std::wstring path) : m_path(std::move(path)), m_root(
     if (GetFileAttributesW(OpenablePath(m_path).c_str()) == INVALID_FILE_ATTRIBUTES && GetLastError() != ERROR_ACCESS_DENIED)
         return;
     constexpr std::size_t sizeLimit = 16 << 20;
-    const std::string text = ReadWholeFile(m_path, sizeLimit);
-    m_settings = ParseSettings(text, FolderOf(m_path));
-    *m_root = ordered_json::parse(text);
+    const Secret text(ReadWholeFile(m_path, sizeLimit));
+    m_settings = ParseSettings(text.Text(), FolderOf(m_path));
+    *m_root = ordered_json::parse(text.Text());
 }
 
 SettingsFile::~SettingsFile() = default;
@@ -130,7 +130,8 @@ void SettingsFile::Change(const std::wstring& path, const std::function<void(Set
     try {
         SettingsFile settings(path);
         change(settings);
-        const std::string text = settings.m_root->dump(4) + "\n";
+        const Secret whole(settings.m_root->dump(4) + "\n");
+        const std::string_view text = whole.Text();
         DWORD written = 0;
         const auto putInPlace = [&] {
             return MoveFileExW(aside.c_str(), place.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) != FALSE;
@@ -145,7 +146,7 @@ void SettingsFile::Change(const std::wstring& path, const std::function<void(Set
 }
 
 void SettingsFile::Take(const ordered_json& changed) {
-    m_settings = ParseSettings(changed.dump(), FolderOf(m_path));
+    m_settings = ParseSettings(Secret(changed.dump()).Text(), FolderOf(m_path));
     *m_root = changed;
 }
 

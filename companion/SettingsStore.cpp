@@ -104,12 +104,12 @@ private:
         m_read = stamp;
         m_readAgain = stamp.error == 0 && IsFresh(stamp);
         try {
-            const std::string text = ReadText(stamp);
-            const std::size_t textHash = std::hash<std::string>()(text);
+            const Secret text(ReadText(stamp));
+            const std::size_t textHash = std::hash<std::string_view>()(text.Text());
             if (sameStamp && textHash == m_textHash)
                 return;
             m_textHash = textHash;
-            TakeOver(ParseSettings(text, FolderOf(stamp.path)));
+            TakeOver(ParseSettings(text.Text(), FolderOf(stamp.path)));
             m_lastProblem.clear();
         } catch (const SettingsError& error) {
             Report(stamp.path + FromUtf8Lossy(error.what()));

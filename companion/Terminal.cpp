@@ -17,6 +17,14 @@ void Show(const Handle& output, const std::wstring& text) {
     WriteConsoleW(output.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
+// A Unix terminal shows what is typed until Wine takes input from it, which it begins to in a thread of its own: so before the question
+// is shown, and not when the answer is read.
+void TakeOverTerminal(const Handle& input) {
+    INPUT_RECORD ignored;
+    DWORD count = 0;
+    PeekConsoleInputW(input.Get(), &ignored, 1, &count);
+}
+
 std::optional<std::wstring> Ask(const std::wstring& question, bool isSecret) {
     const Handle input = Console(L"CONIN$"), output = Console(L"CONOUT$");
     DWORD mode = 0;
@@ -24,6 +32,7 @@ std::optional<std::wstring> Ask(const std::wstring& question, bool isSecret) {
         return std::nullopt;
     const DWORD echo = isSecret ? 0 : ENABLE_ECHO_INPUT;
     SetConsoleMode(input.Get(), ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT | echo);
+    TakeOverTerminal(input);
     Show(output, question);
     wchar_t line[1024];
     DWORD length = 0;
@@ -31,12 +40,11 @@ std::optional<std::wstring> Ask(const std::wstring& question, bool isSecret) {
     SetConsoleMode(input.Get(), mode);
     if (isSecret)
         Show(output, L"\r\n");
-    std::wstring text(line, length);
+    std::optional<std::wstring> text;
+    const std::size_t end = std::wstring_view(line, length).find_first_of(L"\r\n");
+    if (done && end != std::wstring_view::npos)  // without a line end, it was broken off or is too long
+        text.emplace(line, end);
     Wipe(line, sizeof(line));
-    const std::size_t end = text.find_first_of(L"\r\n");
-    if (!done || end == std::wstring::npos)  // without a line end, it was broken off or is too long
-        return std::nullopt;
-    text.resize(end);
     return text;
 }
 

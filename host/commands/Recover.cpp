@@ -70,6 +70,16 @@ std::string ShownDocument(const Volume& volume, const LeftEdit& edit) {
     return ToShown(edit.container.empty() ? edit.file.filename().native() : edit.container.native());
 }
 
+// They stay: nothing in them tells what they are copies of, so that nobody can prove that it is there.
+void ListBegunCopies(const Volume& volume) {
+    ForEachFile(volume, {}, [](const Entry& entry, Stored) {
+        if (IsBegunCopy(entry.path.Name()))
+            PrintOut(entry.path.Shown() + ", " + std::to_string(entry.data.fileSize) +
+                     " bytes: a copy that a program had not finished; what it copied is where it was. When no program makes it any more, "
+                     "'quelvol rm' deletes it\n");
+    });
+}
+
 void List(Session& session, bool json) {
     const Volume& volume = session.GetVolume();
     const LeftBehind left(volume.Temp().Path());
@@ -91,6 +101,7 @@ void List(Session& session, bool json) {
         PrintOut("No edits were left behind.\n");
     for (const std::string& line : left.InUse())
         PrintOut("Left alone: " + line + "\n");
+    ListBegunCopies(volume);
 }
 
 LeftEdit Chosen(const std::vector<LeftEdit>& edits, const std::string& id) {

@@ -24,24 +24,28 @@ struct Options {
     std::vector<std::string> hosts;
 };
 
-std::string ReadCredentials(const std::string& file) {
+companion::Secret ReadCredentials(const std::string& file) {
     std::string text;
     if (file.empty()) {
-        text = ToUtf8(GetVariable(L"QUELVOL_CREDENTIALS"));
+        std::wstring variable = GetVariable(L"QUELVOL_CREDENTIALS");
+        text = ToUtf8(variable);
+        companion::Wipe(variable);
         SetVariable(L"QUELVOL_CREDENTIALS", L"");  // programs that this one starts must not see it
     } else {
         LocalSource source(ToUtf16(file));
         char part[4096];
         const std::size_t count = source.Read(part, sizeof(part));
         text.assign(part, count);
+        companion::Wipe(part, sizeof(part));
     }
-    text = text.substr(0, text.find_first_of("\r\n"));
-    const std::size_t colon = text.find(':');
-    if (!text.empty() && (colon == 0 || colon == std::string::npos || colon + 1 == text.size()))
+    const companion::Secret whole(std::move(text)), line = companion::FirstLineOf(whole.Text());
+    const std::string_view credentials = line.Text();
+    const std::size_t colon = credentials.find(':');
+    if (!credentials.empty() && (colon == 0 || colon == std::string::npos || colon + 1 == credentials.size()))
         throw HostError("the credentials are not of the form user:password");
-    if (text.empty() && !file.empty())
+    if (credentials.empty() && !file.empty())
         throw HostError(file + ": its first line is empty; it should be user:password");
-    return text;
+    return line;
 }
 
 bool IsLoopback(const std::string& address) { return address.starts_with("127.") || address == "::1"; }
@@ -50,7 +54,7 @@ webdav::AccessRules MakeRules(const Options& options) {
     webdav::AccessRules rules;
     rules.credentials = ReadCredentials(options.credentialsFile);
     rules.anyAddress = !IsLoopback(options.server.address);
-    if (rules.anyAddress && rules.credentials.empty())
+    if (rules.anyAddress && rules.credentials.IsEmpty())
         throw UsageError(options.server.address +
                          ": other machines can reach that address, so a user and a password are needed: "
                          "name a file with --credentials, or set QUELVOL_CREDENTIALS");

@@ -43,7 +43,7 @@ struct Census {
 Census Count(const Volume& volume, const VolumePath& folder) {
     Census census;
     const auto noteAside = [&](const VolumePath& path) {
-        if (!path.IsMountFolder() && !VolumePath::NameBeforeAside(path.Name()).empty())
+        if (!path.IsMountFolder() && (!VolumePath::NameBeforeAside(path.Name()).empty() || IsBegunCopy(path.Name())))
             census.leftOver.push_back(path.Shown());
     };
     const auto enter = [&](const VolumePath& entered) {

@@ -36,7 +36,7 @@ Secret Ask(const PasswordChoice& choice, const std::string& whose, bool& isMade)
             throw HostError("no password was typed; nothing was changed", Exit_Interrupted);
         isMade = typed->IsEmpty();
         if (isMade)
-            return Secret(MakePassword());
+            return MakePassword();
         try {
             if (!choice.allowWeak)
                 RefuseWeak(*typed);
@@ -54,7 +54,7 @@ PasswordSource SourceOf(const PasswordChoice& choice, const Secret& secret) {
     if (choice.keep == "prompt")
         return {Kind::Prompt, {}};
     if (choice.keep == "plain")
-        return {Kind::Plain, secret.Text()};
+        return {Kind::Plain, std::string(secret.Text())};
     return {Kind::Protected, companion::Protect(secret)};
 }
 
@@ -73,7 +73,7 @@ NewPassword ChoosePassword(const PasswordChoice& choice, const std::string& whos
         return password;
     }
     password.isMade = choice.generate;
-    password.secret = choice.generate ? Secret(MakePassword()) : Ask(choice, whose, password.isMade);
+    password.secret = choice.generate ? MakePassword() : Ask(choice, whose, password.isMade);
     password.source = SourceOf(choice, password.secret);
     return password;
 }
@@ -81,8 +81,8 @@ NewPassword ChoosePassword(const PasswordChoice& choice, const std::string& whos
 std::string AboutPassword(const NewPassword& password) {
     std::string text;
     if (password.isMade)
-        text += "The password, which is shown this once; write it down or put it in a password manager:\n\n    " + password.secret.Text() +
-                "\n\n";
+        text += "The password, which is shown this once; write it down or put it in a password manager:\n\n    " +
+                std::string(password.secret.Text()) + "\n\n";
     switch (password.source.kind) {
         case Kind::Plain: text += "It is readable in the configuration.\n"; break;
         case Kind::Prompt: text += "It is kept nowhere: whoever uses the folder is asked for it.\n"; break;

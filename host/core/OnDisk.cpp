@@ -107,6 +107,9 @@ Standing StandingAt(const std::wstring& realPath, std::optional<DiskVersion>* ve
         *version = VersionOf(item);
     if (item)
         return EqualNoCase(RealPath(item.get()), realPath) && GetFileType(item.get()) == FILE_TYPE_DISK ? Standing::Itself : Standing::Link;
+    constexpr DWORD noSuchDevice = 433;  // of a socket, under Wine
+    if (GetLastError() == noSuchDevice)
+        return Standing::Link;
     const DWORD attributes = GetFileAttributesW(realPath.c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES)
         return Standing::Nothing;

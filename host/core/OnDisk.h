@@ -43,7 +43,7 @@ DiskVersion VersionAt(const std::wstring& path);
 
 enum class Standing { Nothing, Itself, Link };
 // Itself: a file or folder is at this real path. Link: a link is there or in the path, or something that is not a file of a disk (a
-// pipe). Nothing: neither, but the path may contain links. version, if given, receives the version of what could be opened.
+// pipe, a socket). Nothing: neither, but the path may contain links. version, if given, receives the version of what could be opened.
 Standing StandingAt(const std::wstring& realPath, std::optional<DiskVersion>* version = nullptr);
 // The long name of the file or folder; empty when there is none.
 std::wstring LongName(const std::wstring& path);

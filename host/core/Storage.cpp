@@ -1,5 +1,8 @@
 #include "core/Storage.h"
 
+#include <algorithm>
+#include <cwctype>
+
 #include "core/Companion.h"
 #include "core/HostError.h"
 #include "core/Interrupt.h"
@@ -54,6 +57,12 @@ Stored Storage::ReasonInClear(const std::wstring& name) {
 }
 
 Stored StoredAs(const Volume& volume, const Entry& entry) { return Storage(volume, entry.path.Parent()).Of(entry); }
+
+bool IsBegunCopy(std::wstring_view name) {
+    constexpr std::wstring_view form = L"~{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}.tmp";
+    return std::equal(name.begin(), name.end(), form.begin(), form.end(),
+                      [](wchar_t unit, wchar_t wanted) { return wanted == L'x' ? std::iswxdigit(unit) != 0 : unit == wanted; });
+}
 
 std::wstring ConfiguredPath(const Volume& volume, const VolumePath& path) {
     VirtMountInfo mount{};

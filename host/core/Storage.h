@@ -32,6 +32,8 @@ private:
     bool m_hasPolicy;
 };
 Stored StoredAs(const Volume& volume, const Entry& entry);
+// Is it the name of what the volume makes beside a plain file, before it takes that one's place? A killed program leaves it.
+bool IsBegunCopy(std::wstring_view name);
 
 // The path on disk with the mount folder as it is configured, which the companion library needs. Empty for the root.
 std::wstring ConfiguredPath(const Volume& volume, const VolumePath& path);

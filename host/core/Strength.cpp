@@ -57,17 +57,19 @@ std::string GuessingTime(double bits) {
     return years < 1e6 ? "about " + std::to_string(static_cast<long>(years)) + " years" : "millions of years";
 }
 
-std::string MakePassword() {
+companion::Secret MakePassword() {
     constexpr std::string_view letters = "abcdefghjkmnpqrstuvwxyz023456789";  // 32, without i, l, o and 1
     static_assert(letters.size() == 32);
     unsigned char random[30];
     if (BCryptGenRandom(nullptr, random, sizeof(random), BCRYPT_USE_SYSTEM_PREFERRED_RNG) < 0)
         throw HostError("the system gives no random numbers for a password");
     std::string password;
+    password.reserve(sizeof(random) * 2);
     for (std::size_t at = 0; at < sizeof(random); ++at) {
         if (at > 0 && at % 5 == 0)
             password += '-';
         password += letters[random[at] % letters.size()];
     }
-    return password;
+    companion::Wipe(random, sizeof(random));
+    return companion::Secret(std::move(password));
 }

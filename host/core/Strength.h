@@ -4,6 +4,8 @@
 #include <string>
 #include <string_view>
 
+#include "companion/Secret.h"
+
 // Containers derive their keys with so few rounds that one graphics card tries this many passwords a second.
 constexpr double kGuessesPerSecond = 1e7;
 constexpr double kWeakBits = 60;
@@ -15,4 +17,4 @@ double StrengthBits(std::wstring_view password);
 std::string GuessingTime(double bits);
 // About 150 bits from the system's random numbers, in groups that can be written down: no letter looks like a digit. Throws
 // HostError.
-std::string MakePassword();
+companion::Secret MakePassword();

@@ -1,20 +1,11 @@
 // Operations of the volume by path, with folders held during the call and paths checked again afterwards.
 #include "core/HostError.h"
 #include "core/OnDisk.h"
-#include "core/Patience.h"
 #include "core/Volume.h"
 
 namespace {
 
 [[noreturn]] void ThrowLeftItsPlace(const VolumePath& path) { throw StatusError(path.Shown(), VVS_PathNotFound); }
-
-// Repeats an operation for a moment while it fails because somebody has the file open.
-template <class Operation>
-VirtualVolumeStatus WhenNotHeld(Operation operation) {
-    VirtualVolumeStatus status = VVS_Success;
-    TryForAMoment([&] { return (status = operation()) != VVS_AccessDenied; });
-    return status;
-}
 
 }  // namespace
 
@@ -77,7 +68,7 @@ FileHandle Volume::Open(const VolumePath& path, std::uint32_t access, std::uint3
 
 void Volume::Rename(const FileHandle& file, const VolumePath& target, const wchar_t* lockToken) const {
     const DiskHandle folder = Hold(target.Parent());
-    Check(WhenNotHeld([&] { return m_volume->RenameFile(file.Get(), nullptr, target.Str(), lockToken); }), target);
+    Check(m_volume->RenameFile(file.Get(), nullptr, target.Str(), lockToken), target);
 }
 
 void Volume::Copy(const VolumePath& source, const VolumePath& target) const {
@@ -91,7 +82,7 @@ void Volume::Copy(const VolumePath& source, const VolumePath& target) const {
 
 void Volume::Move(const VolumePath& source, const VolumePath& target) const {
     const DiskHandle from = Hold(source.Parent()), to = Hold(target.Parent());
-    Check(WhenNotHeld([&] { return m_volume->MoveFileW(source.Str(), target.Str(), nullptr); }), target);
+    Check(m_volume->MoveFileW(source.Str(), target.Str(), nullptr), target);
     if (LeadsAway(target))
         ThrowLeftItsPlace(target);
 }

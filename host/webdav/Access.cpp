@@ -55,11 +55,12 @@ void CheckAccess(const AccessRules& rules, Guesses& guesses, const Request& requ
         throw HttpError(403, "this server does not answer for that host; 'serve --host NAME' adds one");
     if (IsForeign(request, *host))
         throw HttpError(403, "requests that pages of other sites make are refused");
-    if (rules.credentials.empty())
+    if (rules.credentials.IsEmpty())
         return;
-    const std::string given = request.Field("Authorization").value_or("");
-    const bool isBasic = given.size() > 6 && EqualToken(std::string_view(given).substr(0, 6), "Basic ");
-    if (isBasic && EqualInConstantTime(DecodeBase64(Trimmed(std::string_view(given).substr(6))), rules.credentials))
+    const companion::Secret field(request.Field("Authorization").value_or(""));
+    const std::string_view given = field.Text();
+    const bool isBasic = given.size() > 6 && EqualToken(given.substr(0, 6), "Basic ");
+    if (isBasic && EqualInConstantTime(companion::Secret(DecodeBase64(Trimmed(given.substr(6)))).Text(), rules.credentials.Text()))
         return;
     if (isBasic)
         guesses.NoteWrong();
@@ -84,6 +85,7 @@ bool EqualInConstantTime(std::string_view left, std::string_view right) {
 std::string DecodeBase64(std::string_view text) {
     constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string decoded;
+    decoded.reserve(text.size());
     std::uint32_t bits = 0;
     int count = 0;
     while (text.ends_with('='))

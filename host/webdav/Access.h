@@ -7,12 +7,13 @@
 #include <string>
 #include <vector>
 
+#include "companion/Secret.h"
 #include "webdav/Http.h"
 
 namespace webdav {
 
 struct AccessRules {
-    std::string credentials;         // "user:password"; empty: not required
+    companion::Secret credentials;   // "user:password"; empty: not required
     std::vector<std::string> hosts;  // names of this server besides those of the loopback, in lower case
     bool anyAddress = false;         // a numeric address is accepted as the host, because it cannot be the name of another site
 };

@@ -14,7 +14,6 @@ namespace {
 
 constexpr std::size_t kPartSize = 64 * 1024;
 constexpr std::size_t kWriteSize = 64 * 1024;
-constexpr std::uint64_t kUnixEpoch = 11'644'473'600;  // seconds after that of a FILETIME
 
 // Could a browser run scripts of such a document? In the name of this site they could reach every file.
 bool MayRunScripts(const char* type) {
@@ -102,6 +101,12 @@ void SendReleasing(Exchange& exchange, const Resource& file, const ByteRange& ra
     }
 }
 
+// A container may tell that its document is empty, and hold something else.
+void RequireEmpty(const Exchange& exchange, const Resource& file) {
+    if (!FileReader(exchange.state.volume, file.entry->path).Read(0, 1).empty())
+        throw HostError(file.path.Shown() + ": it goes on behind its size");
+}
+
 void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
     const std::uint64_t size = static_cast<std::uint64_t>(file.entry->data.fileSize);
     Fields fields = ContentFields(exchange, file);
@@ -115,7 +120,10 @@ void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
         fields.emplace_back("Content-Range", "bytes " + std::to_string(range.first) + "-" + std::to_string(range.first + range.length - 1) +
                                                  "/" + std::to_string(size));
     const int status = kind == RangeKind::Part ? 206 : 200;
-    if (exchange.request.method == "HEAD" || range.length == 0)
+    const bool isHead = exchange.request.method == "HEAD";
+    if (!isHead && size == 0 && file.entry->data.itemType != VIT_PlainFile)
+        RequireEmpty(exchange, file);
+    if (isHead || range.length == 0)
         return exchange.response.Begin(status, fields, range.length);
 
     if (file.entry->data.itemType != VIT_PlainFile && !exchange.state.volume.HasRoomFor(size))
@@ -144,7 +152,8 @@ void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
 std::uint64_t UploadTime(const Request& request) {
     const auto field = request.Field("X-OC-Mtime");
     const auto seconds = field ? ParseNumber(std::string_view(*field).substr(0, field->find('.'))) : std::nullopt;
-    return seconds && *seconds < 100'000'000'000 ? (*seconds + kUnixEpoch) * kSecond : 0;
+    const std::uint64_t time = (std::min<std::uint64_t>(seconds.value_or(0), kLastUnixTime + 1) + kUnixEpoch) * kSecond;
+    return IsKeptTime(time) ? time : 0;
 }
 
 // The request must send a complete, unencoded file of known length.
@@ -239,7 +248,7 @@ void AnswerPut(Exchange& exchange) {
 
     State& state = exchange.state;
     const Claim claim(state.claims, {{exchange.found.key, Use::Change}});
-    const Resource target = Locate(state.volume, exchange.found.path);  // again, because the body may have taken long
+    const Resource target = state.locks.AsHeld(Locate(state.volume, exchange.found.path));  // again: the body may have taken long
     const RequiredVersion required(exchange, target);
     CheckPut(exchange, target);
     CheckLocks(exchange, target, !target.Exists());

@@ -14,7 +14,7 @@ constexpr std::size_t connectionsOfOneAddress = 32;
 constexpr std::size_t connectionsNotLetIn = 16;  // which have not passed the checks of Access.h yet
 constexpr std::chrono::seconds freshTime{1};     // for which a new connection is closed only when no other can be
 constexpr std::size_t transfersKept = 12;        // bodies and answers that wait for their clients; of more than these
-constexpr std::chrono::seconds rateAfter{5};     // the slowest is closed for a new connection, but none before this time
+constexpr std::chrono::seconds rateAfter{1};     // the slowest is closed for a new connection, but none before this time
 constexpr std::size_t waitingAtOnce = 12;        // requests that wait for other requests
 constexpr std::size_t connectionsLeaving = 8;    // that are being closed for new ones
 constexpr std::chrono::seconds idleTime{75};     // between two requests

@@ -143,6 +143,17 @@ std::vector<DavLock> LockTable::Covering(const VolumePath& path) const {
     return found;
 }
 
+Resource LockTable::AsHeld(Resource resource) const {
+    if (!resource.Exists() || resource.IsFolder())
+        return resource;
+    const std::lock_guard guard(m_mutex);
+    const auto found =
+        std::find_if(m_locks.begin(), m_locks.end(), [&](const DavLock& lock) { return !lock.isFolder && lock.key.Equals(resource.key); });
+    if (found != m_locks.end())
+        resource.entry->path = found->storedPath;
+    return resource;
+}
+
 std::vector<DavLock> LockTable::Inside(const VolumePath& top) const {
     const std::lock_guard guard(m_mutex);
     std::vector<DavLock> found;

@@ -47,6 +47,8 @@ public:
     void RemoveExpired();
 
     std::vector<DavLock> Covering(const VolumePath& path) const;
+    // A locked file by the path that it was locked by: through that of another mount folder the volume would let nobody store it.
+    Resource AsHeld(Resource resource) const;
     // The locks whose root is top or below it.
     std::vector<DavLock> Inside(const VolumePath& top) const;
     bool IsEmpty() const;

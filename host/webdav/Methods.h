@@ -40,7 +40,9 @@ struct Exchange {
     std::vector<std::string> tokens;  // that the client submitted
 
     // The resource as it is now; looked up again only if other requests changed something meanwhile.
-    Resource FindAgain(const Resource& known) const { return state.claims.Changes() == changes ? known : Locate(state.volume, known.path); }
+    Resource FindAgain(const Resource& known) const {
+        return state.locks.AsHeld(state.claims.Changes() == changes ? known : Locate(state.volume, known.path));
+    }
     Resource Find() const { return FindAgain(found); }
     std::string Tag(const Resource& resource) const { return EntityTag(state.volume, state.changes, resource); }
 };

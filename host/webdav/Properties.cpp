@@ -5,7 +5,6 @@
 #include <cwchar>
 
 #include "core/Text.h"
-#include "webdav/Http.h"
 #include "webdav/Limits.h"
 
 namespace webdav {

@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 
+#include "webdav/Http.h"
 #include "webdav/LockTable.h"
 #include "webdav/Paths.h"
 #include "webdav/Xml.h"
@@ -57,6 +58,12 @@ private:
 // A strong entity tag with its quotation marks; empty for folders. The tag of unchanged content is the same after a restart, and is never
 // used for other content.
 std::string EntityTag(const Volume& volume, const ChangeNumbers& changes, const Resource& resource);
+
+constexpr std::uint64_t kUnixEpoch = 11'644'473'600;  // seconds after that of a FILETIME
+constexpr std::uint64_t kLastUnixTime = 0xFFFFFFFF;   // seconds, in 2106
+// Can a container store the time? Other times are refused: they would become a third one when the file is encrypted.
+constexpr bool IsKeptTime(std::uint64_t time) { return time / kSecond > kUnixEpoch && time / kSecond <= kUnixEpoch + kLastUnixTime; }
+
 // By the name's extension; null when that is unknown.
 const char* ContentType(std::wstring_view name);
 std::string LockDiscoveryXml(const std::vector<DavLock>& locks);

@@ -23,9 +23,14 @@ struct Changes {
     std::set<XmlName> known;     // the same names
     std::map<XmlName, std::optional<std::string>> dead;
     std::size_t bytes = 0;
-    VirtFindData times{};  // 0: not set
+    std::map<XmlName, int> refused;  // with which status; then nothing is changed
+    VirtFindData times{};            // 0: not set
     bool setsTimes = false;
 };
+
+bool IsProtected(const XmlName& name) {
+    return std::any_of(std::begin(kProtected), std::end(kProtected), [&](const char* known) { return name.IsDav(known); });
+}
 
 std::uint64_t* TimeField(const XmlName& name, VirtFindData& times) {
     if (std::string_view(name.space) != kWindows)
@@ -42,6 +47,8 @@ void AddChange(Changes& changes, const XmlNode& property, bool isSet) {
         changes.order.push_back(property.name);
     if (changes.order.size() > limits::propertiesOfOneFile)
         throw HttpError(507, "too many properties");
+    if (IsProtected(property.name))
+        changes.refused[property.name] = 403;
     std::uint64_t* const time = TimeField(property.name, changes.times);
     if (!time) {
         std::optional<std::string>& kept = changes.dead[property.name];
@@ -51,7 +58,9 @@ void AddChange(Changes& changes, const XmlNode& property, bool isSet) {
             throw HttpError(507, "the properties are too long");
     } else if (isSet) {
         *time = ParseHttpDate(Trimmed(property.Text()));
-        changes.setsTimes = changes.setsTimes || *time != 0;
+        changes.setsTimes = true;
+        if (!IsKeptTime(*time))
+            changes.refused[property.name] = 409;
     }
 }
 
@@ -75,10 +84,6 @@ Changes ParseChanges(const std::string& text) {
     if (changes.order.empty())
         throw HttpError(400, "the propertyupdate changes nothing");
     return changes;
-}
-
-bool IsProtected(const XmlName& name) {
-    return std::any_of(std::begin(kProtected), std::end(kProtected), [&](const char* known) { return name.IsDav(known); });
 }
 
 bool HasTimes(const VirtFindData& data, const VirtFindData& wanted) {
@@ -125,17 +130,16 @@ void SetTimes(State& state, Resource& resource, VirtFindData times) {
 }
 
 void SendResult(Response& response, const Resource& resource, const Changes& changes) {
-    const bool refused = std::any_of(changes.order.begin(), changes.order.end(), IsProtected);
-    std::string done, failed;
-    for (const XmlName& name : changes.order)
-        (IsProtected(name) ? failed : done) += '<' + OpenName(name) + "/>";
+    std::map<int, std::string> byStatus;
+    for (const XmlName& name : changes.order) {
+        const auto refused = changes.refused.find(name);
+        byStatus[refused != changes.refused.end() ? refused->second : changes.refused.empty() ? 200 : 424] += '<' + OpenName(name) + "/>";
+    }
     std::string xml = R"(<?xml version="1.0" encoding="utf-8"?><D:multistatus xmlns:D="DAV:"><D:response><D:href>)" +
                       Escaped(resource.Url()) + "</D:href>";
-    if (!done.empty())
-        xml += "<D:propstat><D:prop>" + done + "</D:prop><D:status>" + StatusLine(refused ? 424 : 200) + "</D:status></D:propstat>";
-    if (!failed.empty())
-        xml += "<D:propstat><D:prop>" + failed + "</D:prop><D:status>" + StatusLine(403) +
-               "</D:status><D:error><D:cannot-modify-protected-property/></D:error></D:propstat>";
+    for (const auto& [status, names] : byStatus)
+        xml += "<D:propstat><D:prop>" + names + "</D:prop><D:status>" + StatusLine(status) + "</D:status>" +
+               (status == 403 ? "<D:error><D:cannot-modify-protected-property/></D:error>" : "") + "</D:propstat>";
     response.Send(207, {{"Content-Type", "application/xml; charset=utf-8"}}, xml + "</D:response></D:multistatus>");
 }
 
@@ -149,7 +153,7 @@ void AnswerProppatch(Exchange& exchange) {
         throw HttpError(404, "there is no such file or folder");
     CheckConditions(exchange, resource);
     CheckWritable(exchange, resource, false);
-    if (std::none_of(changes.order.begin(), changes.order.end(), IsProtected)) {
+    if (changes.refused.empty()) {
         if (changes.setsTimes)
             SetTimes(exchange.state, resource, changes.times);
         exchange.state.properties.Change(resource.key, changes.dead);

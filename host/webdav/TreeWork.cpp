@@ -23,7 +23,7 @@ bool Try(const Resource& item, std::vector<MemberFailure>& failures, Step step) 
     } catch (const StatusError& error) {
         failures.push_back({item.Url(), HttpStatus(error.Status())});
     } catch (const HostError& error) {
-        failures.push_back({item.Url(), error.Code() == Exit_Interrupted ? 503 : 500});
+        failures.push_back({item.Url(), error.Code() == Exit_Interrupted ? 503 : 403});  // a rule is against it
     }
     return false;
 }
@@ -192,6 +192,8 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
         return ToFreePlace(volume, item, target, failures,
                            [&](const VolumePath& place) { return MoveTree(volume, item, place, false, failures); });
     });
+    if (whole)
+        volume.RemoveReserved(source.entry->path);
     return whole && Try(source, failures, [&] { DeleteAndVerify(volume, *source.entry); });
 }
 

@@ -4,6 +4,7 @@ import os
 import pathlib
 import re
 import shutil
+import socket
 import subprocess
 import urllib.parse
 import xml.etree.ElementTree as ElementTree
@@ -168,8 +169,9 @@ def a_name_is_the_file_that_it_stands_for(dav):
     for name, ending in (('averylongname.log', ''), ('averylongdocument.txt', '.zip')):
         path, short = folder + name, short_name_of(dav.native(folder + name + ending))[:-len(ending) or None]
         others = f'/Docs/averylongfolder/{short}', f'/Again/averylongfolder/{name}', f'/Again/{short_folder}/{short}', f'/Docs/{short_folder}/{name}'
-        with dav.locked(path):
+        with dav.locked(path) as token:
             for other in others:
+                status(dav('PUT', other, name.encode(), If=f'({token})'), 204)
                 status(dav('PUT', other, b'lost'), 423)
                 status(dav('PUT', other, b'lost', If_None_Match='*'), 412)
                 status(dav('DELETE', other), 423)
@@ -211,6 +213,9 @@ def a_tree_keeps_its_members_apart(dav):
         status(dav(method, twins, to=target), 207)
     found = b''.join(path.read_bytes() for top in (dav.native(twins), moved) for path in top.rglob('*') if path.is_file())
     expect(all(b'content of ' + name in found for name in (b'c.log', b'C.log')), f'left: {found}')
+    kept = dav.fresh('kept_apart', 'sub/', 'sub/a.txt')  # what the volume keeps for itself holds up no folder
+    dav.native(kept + 'sub/policy.hvc').touch()
+    status(dav('MOVE', kept, to='/Other/kept_apart/'), 201)
     (moved / '.HalvaneCloud').mkdir()  # as a killed run leaves it
     (moved / '.HalvaneCloud/container-7ffffff0-1-1.part').write_text('begun')
     status(dav('DELETE', '/Docs/moved/'), 204)
@@ -298,12 +303,26 @@ def listed_is_what_can_be_asked_for(dav):
         dav.native(folder + name).touch()
     dav.native(folder + 'link.txt').symlink_to(dav.native('/server.log'))
     os.mkfifo(dav.native(folder + 'pipe.txt'))
+    socket.socket(socket.AF_UNIX).bind(str(dav.native(folder + 'socket.txt')))
+    for name in ('pipe.txt', 'socket.txt'):
+        status(dav('PUT', folder + name, b''), 409)
     answer = status(dav('PROPFIND', folder, prop('<displayname/><resourcetype/>'), Depth='1'), 207)
     for href in ElementTree.fromstring(answer.body).iter('{DAV:}href'):
         status(dav('GET', href.text), 200)
     shutil.rmtree(dav.native(folder))
     dav.raw(b'GET /\x1b[31m\xc2\x9b31m' + HEAD + b'\r\n')
     expect(not re.search(rb'[\x00-\x08\x0e-\x1f]|\xc2[\x80-\x9f]', dav.native('/server.log').read_bytes()), 'a terminal would act on the log')
+
+
+def an_empty_document_is_proven(dav):
+    container, text = dav.native(dav.fresh('empty') + 'l.txt.zip'), pathlib.Path('l.txt')
+    text.write_bytes(b'l' * 1000)
+    subprocess.run(['7z', 'a', '-tzip', '-mem=AES256', '-pfirst password', container, text], capture_output=True, check=True)
+    lie = bytearray(container.read_bytes())
+    for size in (22, lie.rindex(b'PK\1\2') + 24):
+        lie[size:size + 4] = bytes(4)
+    container.write_bytes(lie)
+    status(dav('GET', '/Docs/empty/l.txt'), 500)
 
 
 def the_limits_are_as_told(dav):

@@ -270,6 +270,11 @@ def properties(dav):
     path = dav.fresh('properties', 'a.txt') + 'a.txt'
     answer = status(dav('PROPPATCH', path, patch('<one xmlns="urn:x">1</one></prop></set><set><prop><getetag>mine</getetag>')), 207).body
     expect(b'403 Forbidden' in answer and b'424 Failed' in answer, answer)
+    for time in ('Thu, 01 Jan 1970 00:00:00 GMT', 'Sun, 07 Feb 2106 06:28:16 GMT', 'yesterday'):  # which no container keeps
+        answer = dav('PROPPATCH', path, patch(f'<Win32CreationTime xmlns="{WIN32}">{time}</Win32CreationTime><one xmlns="urn:x"/>')).body
+        expect(b'409 Conflict' in answer and b'424 Failed' in answer, f'{time}: {answer}')
+    for seconds, accepted in (('0', None), ('1', 'accepted'), (str(2 ** 32 - 1), 'accepted'), (str(2 ** 32), None), ('9' * 20, None)):
+        expect(dav('PUT', path, b'', X_OC_Mtime=seconds).headers['X-OC-Mtime'] == accepted, f'X-OC-Mtime: {seconds}')
     ask = prop('<one xmlns="urn:x"/><getetag/>')
     expect(b'404 Not Found' in dav('PROPFIND', path, ask, Depth='0').body, 'half of it was done')
     expect(b'404' not in dav('PROPFIND', path, ask, Depth='0', Brief='t').body, 'Brief')
