@@ -1,4 +1,3 @@
-#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
 class ListingAFolder : public VolumeFixture {
@@ -95,8 +94,7 @@ TEST_F(ListingAFolder, TellsAFolderThatCannotBeReadFurtherFromItsEnd) {
         void* const search = volume()->FindFirstFileW(L"Docs\\?*", &findData);
         EXPECT_TRUE(volume()->FindNextFileW(search, &findData));
         if (error != ERROR_NO_MORE_FILES)
-            ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "FindNextFileW",
-                          reinterpret_cast<void*>(+[](HANDLE, void*) -> BOOL { return SetLastError(ERROR_NETNAME_DELETED), FALSE; }));
+            ReplaceInVolume("FindNextFileW", [](HANDLE, void*) -> BOOL { return SetLastError(ERROR_NETNAME_DELETED), FALSE; });
         while (volume()->FindNextFileW(search, &findData)) {
         }
         EXPECT_EQ(error == ERROR_NO_MORE_FILES ? ERROR_FILE_NOT_FOUND : error, GetLastError());  // the search for containers found none
