@@ -24,6 +24,7 @@ struct Tracking {
     std::wstring copy;         // full path of the copy
     FileState copyState;       // when it was made; nothing is known of a container built aside
 
+    bool operator==(const Tracking&) const = default;
     // False: characters of the path are lost, and nothing tells which.
     bool IsContainerKnown() const;
 };

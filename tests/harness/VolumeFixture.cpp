@@ -121,7 +121,8 @@ std::function<void()> VolumeFixture::SaverElsewhere(const std::wstring& volumePa
     const bool isThere = Exists(place);
     if (isThere)
         fs::rename(place, aside);
-    SaveElsewhere(volumePath, content);
+    Store(volumePath, content);
+    Touch(place);
     fs::rename(place, newer);
     if (isThere)
         fs::rename(aside, place);

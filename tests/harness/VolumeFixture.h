@@ -228,12 +228,8 @@ protected:
     void Store(const std::wstring& path, std::string_view content) {
         IsPlain(path) ? MakePlain(path, content) : MakeEncrypted(path, content);
     }
-    // As another machine does, seen here through the sync client: another version, with another time.
-    void SaveElsewhere(const std::wstring& volumePath, std::string_view content) {
-        Store(volumePath, content);
-        Touch(StoredPath(volumePath));
-    }
-    // Makes the same ready now and puts it in place, in one step, when it is called.
+    // Makes ready what another machine saves: another version, with another time. The sync client puts it in place, in one step, when the
+    // result is called.
     std::function<void()> SaverElsewhere(const std::wstring& volumePath, std::string_view content);
     // "<none>" when there is no container, "<unreadable>" when the companion cannot read it.
     std::string ContainerContent(const std::wstring& nativeContainerPath) {
