@@ -8,16 +8,10 @@
 #include "Paths.h"
 #include "SystemTime.h"
 #include "Text.h"
+#include "common/Placeholder.h"
 
 namespace companion {
 namespace {
-
-// Only the sync client's placeholder is on this machine; reading it would fetch the content.
-bool IsElsewhere(const WIN32_FIND_DATAW& rawEntry) {
-    constexpr DWORD recallOnOpen = 0x00040000;
-    constexpr DWORD recallOnDataAccess = 0x00400000;
-    return (rawEntry.dwFileAttributes & (FILE_ATTRIBUTE_OFFLINE | recallOnOpen | recallOnDataAccess)) != 0;
-}
 
 bool CanBeContainer(const WIN32_FIND_DATAW& rawEntry) {
     constexpr DWORD smallestZip = 22;
@@ -57,7 +51,7 @@ std::optional<ContainerEntry> Information(const char* containerPathUtf8, const W
         return std::nullopt;
     if (const auto known = memory.Find(containerPathUtf8, *rawEntry))
         return *known;
-    if (IsElsewhere(*rawEntry))
+    if (IsPlaceholder(rawEntry->dwFileAttributes))  // not for a listing
         return std::nullopt;
     auto entry = ReadEntry(containerPathUtf8, certain);
     if (certain)

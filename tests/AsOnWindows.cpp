@@ -1,4 +1,5 @@
 // What is documented of Windows and Wine does not do by itself: see harness/WindowsRules.h.
+#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 #include "harness/WindowsRules.h"
 
@@ -37,6 +38,45 @@ TEST_F(AsOnWindows, AScannerMakesNothingFail) {
     UnloadVolume();
     SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", nullptr);
     LoadVolume();
+}
+
+// What a sync client keeps elsewhere until it is read ("File Attribute Constants", FILE_ATTRIBUTE_OFFLINE).
+TEST_F(AsOnWindows, OnlyOpeningFetchesAPlaceholder) {
+    static bool s_isFetched = false;
+    static const auto markPlaceholder = [](DWORD& attributes, const std::wstring& path) {
+        if (!s_isFetched && path.ends_with(L"elsewhere.txt.zip"))
+            attributes |= FILE_ATTRIBUTE_OFFLINE;
+    };
+    for (const HMODULE module : {GetModuleHandleW(L"QuelcryptVol64.dll"), GetModuleHandleW(L"QuelcryptLib64.dll")}) {
+        Replace(module, "GetFileAttributesExW", [](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) -> BOOL {
+            const BOOL isFound = GetFileAttributesExW(path, level, data);
+            markPlaceholder(static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data)->dwFileAttributes, path);
+            return isFound;
+        });
+        Replace(module, "FindFirstFileW", [](LPCWSTR path, LPWIN32_FIND_DATAW found) {
+            const HANDLE search = FindFirstFileW(path, found);
+            markPlaceholder(found->dwFileAttributes, found->cFileName);
+            return search;
+        });
+        Replace(module, "ReadFile", [](HANDLE file, LPVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) -> BOOL {
+            wchar_t path[MAX_PATH] = L"";
+            GetFinalPathNameByHandleW(file, path, MAX_PATH, 0);
+            s_isFetched |= std::wstring(path).ends_with(L"elsewhere.txt.zip");
+            return ReadFile(file, data, size, done, place);
+        });
+    }
+    for (const bool isLocked : {false, true}) {
+        s_isFetched = true;
+        MakeEncrypted(L"Docs\\elsewhere.txt", "content");
+        s_isFetched = false;
+        EXPECT_EQ(Names{L"elsewhere.txt.zip"}, List(L"Docs\\else*"));
+        EXPECT_FALSE(s_isFetched);
+        const std::wstring token = isLocked ? Lock(L"Docs\\elsewhere.txt") : L"";
+        EXPECT_EQ("content", Get(L"Docs\\elsewhere.txt"));
+        EXPECT_TRUE(s_isFetched);
+        EXPECT_EQ(Names{L"elsewhere.txt"}, List(L"Docs\\else*"));
+        Unlock(L"Docs\\elsewhere.txt", token);
+    }
 }
 
 // A companion library of another compiler may raise that compiler's exceptions: they end where it is called, as its other failures do.

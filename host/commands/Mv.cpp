@@ -2,7 +2,7 @@
 #include <memory>
 
 #include "commands/Commands.h"
-#include "core/Conflicts.h"
+#include "core/Trees.h"
 
 namespace {
 
@@ -13,7 +13,9 @@ void Move(const Volume& volume, const std::string& from, const std::string& to, 
     const VolumePath target = ResolveTarget(volume, source, PathArgument(to), replace);
     if (source.IsConflict() && target.Equals(OrdinaryPath(source)))
         return MakeOrdinary(volume, source);
-    {
+    if (source.IsFolder() && !target.Equals(source.path)) {
+        MoveTree(volume, source, target);
+    } else {
         // Through a handle, because that takes the place of an existing file in one step.
         const FileHandle file = volume.Open(source.path, GENERIC_READ | DELETE, kShareAll, OPEN_EXISTING);
         volume.Rename(file, target);

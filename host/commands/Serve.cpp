@@ -113,6 +113,7 @@ void Serve(Session& session, const Options& options) {
     webdav::AccessRules rules = MakeRules(options);
     const Volume& volume = session.GetVolume();
     TellProblems(volume);
+    CatchEndOfSession();
     LeaveTheScreen();
     LeftEdits leftEdits(volume);
     for (const std::string& sentence : leftEdits.Sentence())

@@ -4,6 +4,9 @@
 
 // Call once. In the middle of a command of another program (see 'lock') the request reaches that program as well.
 void CatchInterrupts();
+// Also the end of the session, by logoff or shutdown, asks the command to stop: a program that uses the libraries of windows is told of it
+// through a window alone, which this makes, on the desktop of this moment ("SetConsoleCtrlHandler", "WM_ENDSESSION"). Call once.
+void CatchEndOfSession();
 bool Interrupted();
 // Throws HostError with Exit_Interrupted once Ctrl-C was pressed.
 void StopIfInterrupted();

@@ -10,6 +10,16 @@ void RefuseTooDeep(const VolumePath& path) {
         throw HostError(path.Shown() + ": too many folders in each other");
 }
 
+void Delete(const Volume& volume, const Entry& entry) {
+    {
+        const FileHandle file = volume.Open(entry.path, DELETE, kShareAll, OPEN_EXISTING);
+        Check(volume->Delete(file.Get(), nullptr), entry.path);
+    }
+    // The deletion happens at the close, which reports nothing.
+    if (!volume.WaitUntilGone(entry))
+        throw HostError(entry.path.Shown() + ": it could not be deleted; another program may hold it");
+}
+
 void Remove(const Volume& volume, const Entry& entry) {
     StopIfInterrupted();
     RefuseTooDeep(entry.path);
@@ -21,13 +31,21 @@ void Remove(const Volume& volume, const Entry& entry) {
             Remove(volume, child);
         volume.RemoveReserved(entry.path);
     }
-    {
-        const FileHandle file = volume.Open(entry.path, DELETE, kShareAll, OPEN_EXISTING);
-        Check(volume->Delete(file.Get(), nullptr), entry.path);
-    }
-    // The deletion happens at the close, which reports nothing.
-    if (!volume.WaitUntilGone(entry))
-        throw HostError(entry.path.Shown() + ": it could not be deleted; another program may hold it");
+    Delete(volume, entry);
+}
+
+void RefuseLink(const Volume& volume, const Entry& entry) {
+    if (!volume.IsItself(entry))
+        throw HostError(entry.path.Shown() + ": a link, which is not followed");
+}
+
+// Makes the folder, and calls transfer with each child of source and its free place in there.
+template <class Transfer>
+void TransferChildren(const Volume& volume, const Entry& source, const VolumePath& target, Transfer transfer) {
+    volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder);
+    Search search(volume, source.path);
+    for (Entry child; search.Next(child);)
+        transfer(volume, child, FreeTarget(volume, target, child));
 }
 
 }  // namespace
@@ -41,12 +59,23 @@ void RemoveTree(const Volume& volume, const Entry& entry) {
 void CopyTree(const Volume& volume, const Entry& source, const VolumePath& target) {
     StopIfInterrupted();
     RefuseTooDeep(target);
-    if (!volume.IsItself(source))
-        throw HostError(source.path.Shown() + ": a link, which is not followed");
+    RefuseLink(volume, source);
     if (!source.IsFolder())
         return volume.Copy(source.path, target);
-    volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder);
-    Search search(volume, source.path);
-    for (Entry child; search.Next(child);)
-        CopyTree(volume, child, FreeTarget(volume, target, child));
+    TransferChildren(volume, source, target, CopyTree);
+}
+
+void MoveTree(const Volume& volume, const Entry& source, const VolumePath& target) {
+    StopIfInterrupted();
+    RefuseTooDeep(target);
+    RefuseLink(volume, source);
+    try {
+        return volume.Move(source.path, target);
+    } catch (const StatusError& error) {
+        // A folder is not renamed to another key, owner or disk.
+        if (!source.IsFolder() || error.Status() != VVS_GeneralError)
+            throw;
+    }
+    TransferChildren(volume, source, target, MoveTree);
+    Delete(volume, source);
 }

@@ -1,5 +1,5 @@
-// Whole folders: removing and copying them file by file, because the volume does either to single items only when they
-// are empty or under one key.
+// Whole folders: removing, copying and moving them file by file, because the volume does so itself only when they are empty, or stay
+// under one key and on one disk.
 #pragma once
 
 #include "core/Conflicts.h"
@@ -11,3 +11,7 @@ void RemoveTree(const Volume& volume, const Entry& entry);
 // Copies a file, or a folder with all that is in it, to target, which must not exist, or be a file when replace is set.
 // Throws HostError at the first failure, a link too; what was copied before that stays.
 void CopyTree(const Volume& volume, const Entry& source, const VolumePath& target);
+
+// Moves a file, or a folder with all that is in it, to target, which must not exist. Throws HostError at the first failure; each file is
+// then in the old place or in the new one.
+void MoveTree(const Volume& volume, const Entry& source, const VolumePath& target);

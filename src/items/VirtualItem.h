@@ -15,7 +15,6 @@
 
 // What the volume asks for when it works on a file's content itself.
 inline constexpr std::uint32_t kFullContentAccess = GENERIC_READ | GENERIC_WRITE | DELETE;
-inline constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 // As an offset: the handle's own position.
 inline constexpr std::uint64_t kCurrentPosition = 0xFFFFFFFF;
 

@@ -94,7 +94,6 @@ std::optional<FileVersion> ReadOpenFileVersion(HANDLE hFile, const std::wstring&
 
 // Through a handle: what a network share says of a path may be some seconds old. Looking at attributes alone disturbs nobody.
 std::optional<FileVersion> ReadFileVersion(const std::wstring& path) {
-    constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
                                         FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);

@@ -2,6 +2,7 @@
 // caller's last error while doing so, and is empty after it was moved from.
 #pragma once
 
+#include <cstdint>
 #include <utility>
 
 #include <objbase.h>
@@ -63,6 +64,9 @@ struct HandlePolicy {
     static void Close(HANDLE handle) { CloseHandle(handle); }
 };
 using UniqueHandle = Owner<HandlePolicy>;
+
+// What others may do meanwhile with a file that is opened.
+inline constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 struct FindHandlePolicy {
     using Resource = HANDLE;

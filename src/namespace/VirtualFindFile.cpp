@@ -3,7 +3,9 @@
 #include <optional>
 
 #include "common/Halves.h"
+#include "common/Placeholder.h"
 #include "diagnostics/Trace.h"
+#include "library/Owners.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "locks/FileLocker.h"
@@ -13,6 +15,8 @@
 #include "quelcrypt/QuelcryptExceptions.h"
 
 namespace {
+
+constexpr DWORD kFetchBytes = 1 << 16;
 
 // The folder whose entries are turned into records, and what was read of it for all of them.
 struct FolderView {
@@ -216,6 +220,18 @@ void StoreEntry(VirtualFindHandle& handle, const WIN32_FIND_DATAW& raw, VirtFind
     BuildVirtFindData({handle.folderPath, handle.folderWriteTime, plainNames}, handle.containerFlag, raw, virtFindData);
 }
 
+// Reads all of it: a sync client may fetch no more than what is read.
+void Fetch(const std::wstring& path) {
+    const HANDLE opened = CreateFileW(PlatformPath(path).c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+    if (opened == INVALID_HANDLE_VALUE)
+        return;
+    const UniqueHandle file(opened);
+    const auto buffer = std::make_unique<char[]>(kFetchBytes);
+    DWORD done = 0;
+    while (ReadFile(file.Get(), buffer.get(), kFetchBytes, &done, nullptr) && done > 0) {
+    }
+}
+
 }  // namespace
 
 bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindData) {
@@ -240,6 +256,16 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
     std::uint64_t folderWriteTime = 0;
     BuildVirtFindData({PathRemoveFileSpecStr(path), folderWriteTime, nullptr, false}, containerFlag, raw, virtFindData);
     return qcLog.Leave(true);
+}
+
+bool VirtualFindFile::FindFileToOpen(const wchar_t* filePath, VirtFindData* virtFindData) {
+    if (!FindFile(filePath, virtFindData))
+        return false;
+    const bool mayBeContainer = virtFindData->itemType == VIT_PlainFile && HasContainerName(virtFindData->fileName);
+    if (!mayBeContainer || !IsPlaceholder(virtFindData->fileAttributes))
+        return true;
+    Fetch(PathAppendStr(PathRemoveFileSpecStr(filePath), virtFindData->fileName));
+    return FindFile(filePath, virtFindData);
 }
 
 bool VirtualFindFile::DescribeOnDisk(const std::wstring& path, VirtualItemType itemType, VirtFindData* virtFindData) {

@@ -37,6 +37,10 @@ public:
     // Describes the item at filePath, or else the container filePath + ".zip". False: neither exists.
     static bool FindFile(const wchar_t* filePath, VirtFindData* virtFindData);
 
+    // The same for a file that is going to be opened: one that a sync client keeps elsewhere is fetched first, as the companion library
+    // tells nothing of a placeholder.
+    static bool FindFileToOpen(const wchar_t* filePath, VirtFindData* virtFindData);
+
     // Describes a file or folder as the disk does, whatever is in it: a document may itself be a container.
     static bool DescribeOnDisk(const std::wstring& path, VirtualItemType itemType, VirtFindData* virtFindData);
 

@@ -56,7 +56,7 @@ VirtualVolumeStatus VirtualVolume::OpenFile(void** hFile, const wchar_t* filePat
                            L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
         QC_CHECK_OR_RETURN(IsKnownDisposition(openDisposition), VVS_InvalidParameter, L"IsKnownDisposition(openDisposition) =>false%s, ");
         VirtFindData virtFindData{};
-        const bool exists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
+        const bool exists = VirtualFindFile::FindFileToOpen(fullFilePath.c_str(), &virtFindData);
         const VirtFindData* const virtFindDataPtr = exists ? &virtFindData : nullptr;
         if (exists)
             QC_LOG(L"fullFilePath[%s], virtFindData[%s]", fullFilePath, FormatFindDataStr(virtFindDataPtr));

@@ -54,7 +54,7 @@ void FollowHeldContainer(const std::wstring& containerPath, const VirtFindData& 
 
 VirtualVolumeStatus LockWhatIsThere(QuelcryptLog& qcLog, const std::wstring& fullFilePath, LockInfo* lockInfo) {
     VirtFindData virtFindData{};
-    const bool fileExists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
+    const bool fileExists = VirtualFindFile::FindFileToOpen(fullFilePath.c_str(), &virtFindData);
     QC_CHECK_OR_RETURN(!fileExists || !IsDir(virtFindData), VVS_BadRequest,
                        L"!fileExists || (fileExists && !IsDir(virtFindData)) =>false%s, ");
     QC_CHECK_OR_RETURN(fileExists || IsWellFormed(fullFilePath), VVS_InvalidParameter, L"IsWellFormed(fullFilePath) =>false%s, ");

@@ -1,6 +1,7 @@
 // The document of one history: where it may lie, and what the last look found there.
 #pragma once
 
+#include <algorithm>
 #include <string>
 
 #include "explorer/Steps.h"
@@ -41,8 +42,17 @@ public:
         return Only(WordOf(ContainerAt(place))) | (IsConflictCopy(place) ? 0 : Only(WordOf(PlainAt(place))));
     }
     bool IsEmptyAt(int place) const { return ContainerAt(place) && ContainerAt(place)->word == kNothing; }
-    bool IsTracked(Word word) const { return word == kNothing ? look.tracksNothing : (Only(word) & look.inTemp) != 0; }
-    bool IsOnlyTracked(Word word) const { return IsTracked(word) && !(Only(word) & look.inFolders); }
+    // Is it in a temp file? Of empty ones the document's place tells which is meant; so many are of others.
+    bool IsTracked(Word word, int place, int others = 0) const {
+        const std::wstring path = PathOf(place) + L".zip]]";
+        const auto namesPlace = [&](const std::string& tracking) {
+            return LowerCase(std::wstring(tracking.begin(), tracking.end())).find(LowerCase(path)) != std::wstring::npos;
+        };
+        return word == kNothing ? std::ranges::count_if(look.ofEmpty, namesPlace) > others : (Only(word) & look.inTemp) != 0;
+    }
+    bool IsOnlyTracked(Word word, int place, int others = 0) const {
+        return IsTracked(word, place, others) && !(Only(word) & look.inFolders);
+    }
 
     const Start& start;
     World world;

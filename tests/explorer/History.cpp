@@ -77,7 +77,7 @@ public:
         const Opener& other = m_openers[1 - step.actor];
         m_doomed |= m_isLocked || (other.file && (other.isPlain || other.sharesLock)) ? m_mayReplace : 0;
         look = now;
-        std::erase_if(m_waiting, [&](const auto& waiting) { return !IsTracked(waiting.second.word); });
+        std::erase_if(m_waiting, [&](const auto& waiting) { return !IsTracked(waiting.second.word, waiting.first); });
         if (!isRefused)
             Settle(step);
         else if (step.op == Op::Open)
@@ -253,6 +253,7 @@ private:
     }
 
     bool Rename(Opener& opener, int place) {
+        const int there = place == kCase ? kHome : place;
         const bool isSame = LowerCase(PathOf(place)) == LowerCase(PathOf(opener.place));
         const WordSet replaced = isSame ? 0 : Only(WordOf(PlainAt(place))) | Only(WordOf(ContainerAt(place)));
         return WithAccess(opener, [&] {
@@ -268,13 +269,14 @@ private:
             }
             for (Opener& other : m_openers)
                 if (&other != &opener && other.file) {
-                    m_mayLitter |= opener.isPlain && other.isPlain;  // it holds open what became the temp file
-                    other.isUnsure |= isSame;                        // its container may have been written anew
+                    m_mayLitter |= opener.isPlain && other.isPlain;    // it holds open what became the temp file
+                    other.isUnsure |= isSame || other.place == there;  // its container may have been written anew
                 }
             if (opener.isPlain)
                 opener.word = WordOf(PlainAt(opener.place));
+            if (const auto waiting = m_waiting.find(there); waiting != m_waiting.end())
+                waiting->second.isUnsure = true;
             opener.known |= replaced | Only(opener.word);
-            const int there = place == kCase ? kHome : place;
             const bool isNothingDone = opener.isPlain && place == opener.named && !PlainAt(there);  // somebody has moved its file away
             opener.place = isNothingDone ? opener.place : there;
             opener.named = place;
@@ -424,7 +426,7 @@ private:
         if (step.op == Op::Rename) {
             opener.isAccessed |= opener.isPlain;
             opener.isPlain = PathOf(opener.place).starts_with(L"Plain");
-            opener.isDirty &= !opener.isPlain && IsOnlyTracked(opener.word);
+            opener.isDirty &= !opener.isPlain && IsOnlyTracked(opener.word, opener.place);
             opener.knowsEmpty |= IsEmptyAt(opener.place);
             opener.known |= WordsAt(opener.place) & opener.moved;
         }
@@ -435,12 +437,12 @@ private:
                     other.place = other.isUnsure ? other.place : step.argument;
                 }
         if (step.op == Op::Close) {
-            if (opener.isDirty && IsOnlyTracked(opener.word)) {  // also one whose document could not be deleted
-                Edit& waiting = m_waiting[opener.place];
-                if (opener.word == kNothing)  // of two that are empty, either may be the one that waits
-                    opener.known |= waiting.known;
-                waiting = opener;
-            }
+            const Opener& other = m_openers[1 - step.actor];
+            const auto waiting = m_waiting.find(opener.place);
+            const int others = (other.isDirty && other.place == opener.place && other.word == kNothing) +
+                               (waiting != m_waiting.end() && waiting->second.word == kNothing);
+            if (opener.isDirty && IsOnlyTracked(opener.word, opener.place, others))  // also one whose document could not be deleted
+                m_waiting[opener.place] = opener;
             opener = {};
         }
     }

@@ -38,7 +38,7 @@ struct Start {
     const char* name;
     bool isHomePlain = false;
     bool isConflictCopy = false;                 // the document is the container beside a plain file of its name
-    bool isEqual = false;                        // words have one length, stored files one time
+    bool isEqual = false;                        // words have one length, what somebody stores one time
     bool (*isAbout)(Op) = nullptr;               // histories without such a step are gone through from another start
     std::vector<std::pair<Place, bool>> stored;  // where, and as a container?
     Steps before = {};

@@ -8,6 +8,7 @@
 
 namespace {
 
+constexpr FILETIME kTime{0x10000000, 0x01DA0000};  // of all that is stored, where times are to be equal
 const wchar_t* const kFolders[] = {L"\\K1", L"\\K2", L"\\Plain"};
 
 // The folders of all worlds of this process, one after the other; when one was not left empty, they are made anew.
@@ -102,20 +103,20 @@ Look World::LookAround() const {
 void World::LookIntoTemp(Look& look) const {
     const std::wstring base = g_tree + L"\\HalvaneCloud";
     for (const std::wstring& folder : NamesIn(base)) {
-        std::wstring content;
-        bool isTracked = false;
+        std::wstring content, tracking;
         for (const std::wstring& name : NamesIn(base + L"\\" + folder))
             if (name.ends_with(L".hvf"))
-                isTracked = true;
+                tracking = base + L"\\" + folder + L"\\" + name;
             else
                 content = base + L"\\" + folder + L"\\" + name;
         look.hasLitter |= content.empty();
-        look.keptFolders += !isTracked;
-        if (content.empty() || !isTracked)
+        look.keptFolders += tracking.empty();
+        if (content.empty() || tracking.empty())
             continue;
         const Word word = FileAt(content).word;
         look.inTemp |= Only(word);
-        look.tracksNothing |= word == kNothing;
+        if (word == kNothing)
+            look.ofEmpty.push_back(ReadRaw(tracking));
     }
 }
 
@@ -137,19 +138,12 @@ bool World::Store(const std::wstring& path, bool asContainer, Word word, How how
         if (isDone && how == How::ByRename && !MoveFileExW(side.c_str(), fullPath.c_str(), MOVEFILE_REPLACE_EXISTING))
             isDone = !DeleteFileW(side.c_str());
         if (m_isEqual && isDone)
-            EqualiseTimes();
+            SetFileTime(Held(fullPath, kShareAll, FILE_WRITE_ATTRIBUTES).handle, &kTime, &kTime, &kTime);
     } while (isDone && m_isEqual && ChangeTimeOf(fullPath) == before);
     return isDone;
 }
 
 bool World::Remove(const std::wstring& path) { return DeleteFileW((g_tree + L"\\" + path).c_str()); }
-
-void World::EqualiseTimes() const {
-    const FILETIME time{0x10000000, 0x01DA0000};
-    for (const std::wstring folder : kFolders)
-        for (const std::wstring& name : NamesIn(g_tree + folder))
-            SetFileTime(Held(g_tree + folder + L"\\" + name, kShareAll, FILE_WRITE_ATTRIBUTES).handle, &time, &time, &time);
-}
 
 bool World::Clear() {
     bool isFree = true;

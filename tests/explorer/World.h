@@ -27,15 +27,15 @@ std::wstring LowerCase(std::wstring text);
 struct Look {
     std::map<std::wstring, StoredFile> files;  // of the three folders, by lower-case path: L"k1\\doc7.txt.zip"
     WordSet inFolders = 0;
-    WordSet inTemp = 0;          // in temp files beside their tracking file
-    bool tracksNothing = false;  // a temp file beside its tracking file is empty
-    int keptFolders = 0;         // temp folders without a tracking file
-    bool hasLitter = false;      // a temp folder without content
+    WordSet inTemp = 0;                // in temp files beside their tracking file
+    std::vector<std::string> ofEmpty;  // the tracking files of those that are empty
+    int keptFolders = 0;               // temp folders without a tracking file
+    bool hasLitter = false;            // a temp folder without content
 };
 
 class World {
 public:
-    explicit World(bool isEqual);  // isEqual: the words have one length, and who stores sets all times to one
+    explicit World(bool isEqual);  // isEqual: the words have one length, and what somebody stores has one time
 
     Word NewWord() { return m_words++; }
     std::string TextOf(Word word) const;
@@ -54,7 +54,6 @@ public:
 private:
     StoredFile FileAt(const std::wstring& path) const;
     void LookIntoTemp(Look& look) const;
-    void EqualiseTimes() const;
 
     bool m_isEqual;
     int m_words = 0;
