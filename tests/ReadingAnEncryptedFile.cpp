@@ -65,15 +65,19 @@ TEST_F(ReadingAnEncryptedFile, ReusesTheCopyOfAClosedFile) {
     EXPECT_EQ("another", Get(L"Other\\a.txt"));
     EXPECT_EQ(2u, TempFolders());
 
-    // What was saved is kept as well; a copy that vanished, or was changed by others, is made anew.
+    // What was saved is kept as well; a copy that vanished, is another version's or was changed by others is made anew.
     Put(L"Docs\\a.txt", "changed");
     EXPECT_EQ(0u, CallsDuring(kReader, [&] { EXPECT_EQ("changed", Get(L"Docs\\a.txt")); }));
     for (const std::wstring& copy : FilesBelow(temp()))
         EXPECT_TRUE(DeleteFileW(copy.c_str()));
     EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("changed", Get(L"Docs\\a.txt")); }));
+    for (const char* newer : {"Changed", "CHANGED"}) {  // the second has the first one's times and size
+        SaverElsewhere(L"Docs\\a.txt", newer)();
+        EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ(newer, Get(L"Docs\\a.txt")); }));
+    }
     for (const std::wstring& copy : FilesBelow(temp()))
         Overwrite(copy, "somebody's");
-    EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("changed", Get(L"Docs\\a.txt")); }));
+    EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); }));
     EXPECT_EQ(2u, TempFolders()) << "outdated copies are deleted";
 
     // Of two openers each has a copy of its own.

@@ -327,7 +327,8 @@ TEST_F(SavingAnEditedFile, AWaitingEditIsNotForgotten) {
     ASSERT_EQ(1u, TrackedEdits().size()) << "but for what was written since";
     EXPECT_EQ("written since", Get(L"Docs\\b.txt"));
 
+    MakeFolder(L"Docs\\sub");
     LeaveUnsavedEdit(L"Docs\\c.txt", "moved");
-    EXPECT_OK(Move(L"Docs\\c.txt", L"Docs\\d.txt"));
-    EXPECT_EQ("moved", Stored(L"Docs\\d.txt"));
+    EXPECT_OK(Move(L"Docs\\c.txt", L"Docs\\sub\\c.txt")) << "under its name and key the container just moves";
+    EXPECT_EQ("moved", Stored(L"Docs\\sub\\c.txt"));
 }
