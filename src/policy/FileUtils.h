@@ -77,8 +77,15 @@ Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& de
 Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists = false,
                        const std::optional<FileVersion>* known = nullptr);
 
+// The path that a file or folder has without short names, substituted drives, junctions and links on the way, as far as it exists; empty
+// when that is not known ("GetFinalPathNameByHandle").
+std::wstring FinalPathStr(const std::wstring& path);
+
+// The path with its last name as the folder has it, where it is another one: a short name ("Naming Files, Paths, and Namespaces").
+std::wstring WithLongNameStr(const std::wstring& path);
+
 // Do two paths, perhaps spelled differently or through an alias, lead to one existing file? Where letter case counts, "a" and "A" are
-// two; where files have no identity, an alias counts as another file.
+// two; where files have no identity, their final paths decide.
 bool AreSameFile(const std::wstring& left, const std::wstring& right);
 
 // Is there a file or folder at path? Folders count.

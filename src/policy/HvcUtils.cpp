@@ -54,25 +54,6 @@ std::wstring DecodeValue(const std::string& text, bool* isKnown = nullptr) {
     }
 }
 
-// The path that the folder has without short names, substituted drives, junctions and links on the way, as far as it exists; empty when
-// that cannot be told ("GetFinalPathNameByHandle").
-std::wstring FinalPathStr(const std::wstring& folderPath) {
-    const HANDLE handle =
-        ::CreateFileW(PlatformPath(folderPath).c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    const UniqueHandle hFolder(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
-    if (!hFolder) {
-        const std::wstring parent = PathRemoveFileSpecStr(folderPath);
-        const std::wstring finalParent = parent.size() < folderPath.size() && !parent.empty() ? FinalPathStr(parent) : std::wstring();
-        return finalParent.empty() ? finalParent : PathAppendStr(finalParent, PathStripPathStr(folderPath));
-    }
-    std::wstring path(GetFinalPathNameByHandleW(hFolder.Get(), nullptr, 0, VOLUME_NAME_DOS), L'\0');
-    path.resize(GetFinalPathNameByHandleW(hFolder.Get(), path.data(), static_cast<DWORD>(path.size()), VOLUME_NAME_DOS));
-    if (path.starts_with(L"\\\\?\\UNC\\"))
-        return L"\\" + path.substr(7);
-    return path.starts_with(L"\\\\?\\") && path.size() > 6 && path[5] == L':' ? TidyPathStr(path.substr(4)) : std::wstring();
-}
-
 // Hands the folder's configuration to read and returns what it makes of it; a default value when there is none. The policy of
 // its own path decides, where that differs from the path given; it is looked for where the latter has none, or may be a short name.
 template <class Result, class Read>
@@ -247,7 +228,7 @@ std::wstring ContainerPathStr(const std::wstring& filePath) {
     return ZipPathStr(filePath);
 }
 
-DeleteResult DeleteFileOrFolder(const std::wstring& path) {
+DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders) {
     QC_TRACE(L"DeleteFileOrFolder", L"path[%s]", path);
     constexpr const wchar_t* kCheckText = L"deleteResult == 0 =>false%s,  %s";
     QC_CHECK_OR_RETURN(!path.empty() && !PathIsRelativeW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
@@ -268,8 +249,9 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     if (isMissing)
         return qcLog.Leave(DeleteResult::Deleted);
     QC_CHECK_OR_RETURN(attributes != INVALID_FILE_ATTRIBUTES, DeleteResult::Failed, kCheckText, L"path[%s]", path);
-    ClearReadOnly(path, attributes);
     const bool isFile = !(attributes & FILE_ATTRIBUTE_DIRECTORY);
+    QC_CHECK_OR_RETURN(isFile || folders == Folders::Delete, DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    ClearReadOnly(path, attributes);
     const bool isTooLong = isLongForm || path.size() >= MAX_PATH;  // for the shell, which is for trees
     const auto deleteFolder = [&path] { return RemoveDirectoryW(PlatformPath(path).c_str()) && !PathExists(path); };  // or a link to one
     const bool isGone = isFile ? TryForAMoment(deleteFile) == Win32Error::None || !PathExists(path)
@@ -281,9 +263,16 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
 // By one handle, which lets nobody write meanwhile: what a network share says of a path may be some seconds old.
 void DeleteIfEmpty(const std::wstring& path) {
     const LastErrorKeeper keeper;
-    const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), DELETE | FILE_READ_DATA | FILE_READ_ATTRIBUTES,
-                                        FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-    const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    UniqueHandle hFile;
+    TryForAMoment([&] {
+        const HANDLE opened =
+            ::CreateFileW(PlatformPath(path).c_str(), DELETE | FILE_READ_DATA | FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                          nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+        if (opened == INVALID_HANDLE_VALUE)
+            return static_cast<Win32Error>(GetLastError());
+        hFile.Reset(opened);
+        return Win32Error::None;
+    });
     const std::optional<FileStamp> stamp = hFile ? ReadOpenFileStamp(hFile.Get()) : std::nullopt;
     if (stamp && stamp->size == 0)
         DeleteUndeleteFile(hFile.Get(), true);

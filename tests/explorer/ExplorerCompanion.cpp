@@ -2,6 +2,7 @@
 // policy with that key. A container is put in place whole, by a rename, as every companion library must.
 #include <string_view>
 
+#include "common/Patience.h"
 #include "companion/Boundary.h"
 #include "companion/Library.h"
 #include "explorer/Container.h"
@@ -87,10 +88,10 @@ public:
     }
     bool Finish(bool commit) override {
         const std::wstring side = m_path + L".side";
-        if (!commit ||
-            (WriteRaw(side, BytesOf(m_container), CREATE_NEW) && MoveFileExW(side.c_str(), m_path.c_str(), MOVEFILE_REPLACE_EXISTING)))
+        const auto replace = [&] { return MoveFileExW(side.c_str(), m_path.c_str(), MOVEFILE_REPLACE_EXISTING) != 0; };
+        if (!commit || (WriteRaw(side, BytesOf(m_container), CREATE_NEW) && RepeatForAMoment(replace)))
             return true;
-        DeleteFileW(side.c_str());
+        RepeatForAMoment([&] { return DeleteFileW(side.c_str()) != 0; });
         return false;
     }
 

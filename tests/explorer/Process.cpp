@@ -13,6 +13,7 @@
 
 #include "companion/Control.h"
 #include "harness/Imports.h"
+#include "harness/WindowsRules.h"
 
 namespace {
 
@@ -29,27 +30,33 @@ Key Noted(std::set<Key>& keys, Key key) {
 }
 DWORD Noted(DWORD slot) { return *g_threadSlots.insert(slot).first; }
 
+// What the module called before may be one of Windows' rules.
+decltype(&CreateFileW) g_createFile;
+decltype(&DuplicateHandle) g_duplicateHandle;
+decltype(&CloseHandle) g_closeHandle;
+decltype(&FindFirstFileW) g_findFirstFile;
+decltype(&FindFirstFileExW) g_findFirstFileEx;
+
 void NoteWhatIsHeld() {
-    Replace(g_module, "CreateFileW",
-            [](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE sample) {
-                return Noted(g_files, CreateFileW(path, access, share, security, how, flags, sample));
-            });
-    Replace(g_module, "DuplicateHandle", [](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) {
-        const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
-        if (isDone && g_files.count(file))
-            g_files.insert(*copy);
-        return isDone;
-    });
-    Replace(g_module, "CloseHandle", [](HANDLE handle) {
+    g_createFile = Replace(g_module, "CreateFileW",
+                           [](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags,
+                              HANDLE sample) { return Noted(g_files, g_createFile(path, access, share, security, how, flags, sample)); });
+    g_duplicateHandle = Replace(g_module, "DuplicateHandle",
+                                [](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) {
+                                    const BOOL isDone = g_duplicateHandle(from, file, to, copy, access, inherit, options);
+                                    if (isDone && g_files.count(file))
+                                        g_files.insert(*copy);
+                                    return isDone;
+                                });
+    g_closeHandle = Replace(g_module, "CloseHandle", [](HANDLE handle) {
         g_files.erase(handle);
-        return CloseHandle(handle);
+        return g_closeHandle(handle);
     });
-    Replace(g_module, "FindFirstFileW",
-            [](LPCWSTR path, LPWIN32_FIND_DATAW entry) { return Noted(g_searches, FindFirstFileW(path, entry)); });
-    Replace(g_module, "FindFirstFileExW",
-            [](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID entry, FINDEX_SEARCH_OPS kind, LPVOID filter, DWORD flags) {
-                return Noted(g_searches, FindFirstFileExW(path, level, entry, kind, filter, flags));
-            });
+    g_findFirstFile = Replace(g_module, "FindFirstFileW",
+                              [](LPCWSTR path, LPWIN32_FIND_DATAW entry) { return Noted(g_searches, g_findFirstFile(path, entry)); });
+    g_findFirstFileEx = Replace(g_module, "FindFirstFileExW",
+                                [](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID entry, FINDEX_SEARCH_OPS kind, LPVOID filter,
+                                   DWORD flags) { return Noted(g_searches, g_findFirstFileEx(path, level, entry, kind, filter, flags)); });
     Replace(g_module, "FindClose", [](HANDLE search) {
         g_searches.erase(search);
         return FindClose(search);
@@ -67,7 +74,8 @@ void LeaveOutWhatTakesTime() {
     Replace(g_module, "SHBrowseForFolderW", [](LPBROWSEINFOW) -> PIDLIST_ABSOLUTE { return nullptr; });
     Replace(g_module, "CoInitialize", [](LPVOID) -> HRESULT { return S_FALSE; });
     Replace(g_module, "CoUninitialize", [] {});
-    Replace(g_module, "Sleep", [](DWORD) {});
+    for (const HMODULE module : {g_module, GetModuleHandleW(L"QuelcryptLib64.dll")})
+        Replace(module, "Sleep", [](DWORD) { windows_rules::Release(); });
     Replace(g_module, "FlushFileBuffers", [](HANDLE) -> BOOL { return TRUE; });
     Replace(g_module, "SHCreateDirectoryExW", [](HWND, LPCWSTR path, const SECURITY_ATTRIBUTES*) -> int {
         return CreateDirectoryW(path, nullptr) ? ERROR_SUCCESS : static_cast<int>(GetLastError());
@@ -90,6 +98,7 @@ IVirtualVolume* process::Volume() {
         std::exit(2);
     }
     Companion().level = 0;
+    windows_rules::TakeOver();
     NoteWhatIsHeld();
     LeaveOutWhatTakesTime();
     void* const factory = reinterpret_cast<void*>(GetProcAddress(g_module, "Quelcrypt_VolumeFactory"));
@@ -102,8 +111,9 @@ void process::End() {
     g_volume->Release();
     g_volume = nullptr;
     FreeLibrary(g_module);
+    windows_rules::Release();
     for (const HANDLE file : g_files)
-        CloseHandle(file);
+        g_closeHandle(file);
     for (const HANDLE search : g_searches)
         FindClose(search);
     for (const DWORD slot : g_threadSlots)

@@ -36,13 +36,13 @@ inline void SetImport(void** entry, void* address) {
 // By a function of the same type, or a lambda that becomes one. Returns what the module called before; null when it does not import the
 // function.
 template <class Function>
-void* Replace(HMODULE module, const char* function, Function replacement) {
+auto Replace(HMODULE module, const char* function, Function replacement) {
     void* before = nullptr;
     ForEachImport(module, [&](const char* name, void** entry) {
         if (std::strcmp(name, function) == 0)
             before = *entry, SetImport(entry, reinterpret_cast<void*>(+replacement));
     });
-    return before;
+    return reinterpret_cast<decltype(+replacement)>(before);
 }
 
 // From now on the import calls before(context) and then goes on to its function, whatever the arguments are.

@@ -81,7 +81,7 @@ protected:
     // Until the module is loaded again, it calls this in place of the platform's function.
     template <class Function>
     static void ReplaceInVolume(const char* name, Function function) {
-        EXPECT_TRUE(Replace(GetModuleHandleW(L"QuelcryptVol64.dll"), name, function)) << name;
+        EXPECT_TRUE(Replace(GetModuleHandleW(L"QuelcryptVol64.dll"), name, function) != nullptr) << name;
     }
 
     // Paths: root() holds the mount folders and temp(); "Docs\\a.txt" -> its native path, whether it exists or not.
