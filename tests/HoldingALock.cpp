@@ -229,7 +229,7 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     EXPECT_EQ("the plain one", ReadRaw(NativePath(L"Docs\\b.txt")));
 }
 
-// Nobody can wait for what must not happen: it is given a moment.
+// A test cannot wait for something that must not happen, so it waits for a moment.
 TEST_F(HoldingALock, IsNotWrittenWhileItIsRead) {
     MakeEncrypted(L"Docs\\a.txt", "old content");
     const std::wstring token = Lock(L"Docs\\a.txt");

@@ -16,7 +16,7 @@ protected:
     }
 };
 
-// One body for both kinds of file, the plain one being the measure, and for what a lock's openers share; also beyond four gibibytes.
+// The same test for plain and encrypted files, which must behave alike, and for a locked one; also beyond four gibibytes.
 TEST_F(ReadingAnEncryptedFile, ReadsAtEveryPositionAsAPlainFileDoes) {
     constexpr std::uint64_t gibibyte = 1ull << 30;
     const std::string content = TextOf(70'000);
@@ -175,7 +175,7 @@ TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
     EXPECT_EQ(damaged.substr(0, 50'000), Get(L"Docs\\a.txt.zip"));
 }
 
-// Retained copies that a renamed folder brings take the places of those of a folder that was there; waiting edits stay.
+// The retained copies of a renamed folder replace those of an earlier folder at the new path; waiting edits stay.
 TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
     constexpr int limit = 522;
     ReplaceInVolume("SHFileOperationW", [](SHFILEOPSTRUCTW* operation) {  // the shell's takes most of the time of a close

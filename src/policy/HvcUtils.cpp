@@ -17,10 +17,10 @@
 namespace {
 
 constexpr std::uint32_t kConfigValueBytes = 120;
-// Where containers are built before they take their places: nothing in it belongs to a document.
+// Here containers are built before they are put in place; nothing in it is a document.
 constexpr std::wstring_view kSideFolder = L".HalvaneCloud";
 
-// What call returns, or otherwise when the library throws; its failures are answers here, not exceptions.
+// Returns what call returns; when the library throws, logs that and returns otherwise.
 template <class Result, class Call>
 Result AskLibrary(QuelcryptLog& qcLog, const wchar_t* checkText, Result otherwise, bool* isKnown, Call call) {
     try {
@@ -36,7 +36,7 @@ Result AskLibrary(QuelcryptLog& qcLog, const wchar_t* checkText, Result otherwis
     return otherwise;
 }
 
-// One text of a box configuration as UTF-8; its length is not trusted.
+// One text of a box configuration as UTF-8; the length that the library returns is not trusted.
 std::string ReadConfigText(IHalvaneBoxConfig* config, std::uint32_t (IHalvaneBoxConfig::*getter)(char*, std::uint32_t)) {
     char buffer[kConfigValueBytes] = {};
     const std::uint32_t length = CallCompanion([&] { return (config->*getter)(buffer, kConfigValueBytes); });
@@ -54,8 +54,8 @@ std::wstring DecodeValue(const std::string& text, bool* isKnown = nullptr) {
     }
 }
 
-// Hands the folder's configuration to read and returns what it makes of it; a default value when there is none. The policy of
-// its own path decides, where that differs from the path given; it is looked for where the latter has none, or may be a short name.
+// Calls read with the folder's configuration and returns the result, or a default value when there is none. When the path given has
+// no policy, or may contain a short name, the configuration of the folder's final path is used if it has a policy.
 template <class Result, class Read>
 Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, bool* isKnown, Read read) {
     constexpr const wchar_t* kCheckText =
@@ -89,7 +89,7 @@ Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, bool* 
     });
 }
 
-// A policy that cannot be decoded is still one: its folder's files are not stored in clear for it.
+// A policy that cannot be decoded is still a policy: its folder's files must not be stored unencrypted.
 bool HasPolicy(QuelcryptLog& qcLog, const std::wstring& folderPath, IHalvaneBoxConfig* config) {
     const std::string policy = ReadConfigText(config, &IHalvaneBoxConfig::GetPolicy);
     if (!policy.empty())
@@ -107,7 +107,7 @@ bool IsExcludedName(QuelcryptLog& qcLog, const std::wstring& fileSpec) {
     });
 }
 
-// Calls visit(path, entry) for everything in a folder but its dot entries, until it returns false.
+// Calls visit(path, entry) for everything in a folder except "." and "..", until it returns false.
 template <class Visit>
 bool ForEachEntry(const std::wstring& folder, Visit visit) {
     WIN32_FIND_DATAW entry{};
@@ -122,7 +122,7 @@ bool ForEachEntry(const std::wstring& folder, Visit visit) {
     return GetLastError() == ERROR_NO_MORE_FILES;
 }
 
-// The shell's file operation leaves read-only files, and on some systems says nothing of it.
+// The shell's file operation does not delete read-only files, and on some systems does not report that.
 void ClearReadOnly(const std::wstring& path, DWORD attributes) {
     if (attributes & FILE_ATTRIBUTE_READONLY)
         SetFileAttributesW(PlatformPath(path).c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
@@ -133,14 +133,14 @@ void ClearReadOnly(const std::wstring& path, DWORD attributes) {
         });
 }
 
-// Whether nothing is at path any more. What others have open may refuse to go, or go only when they are done.
+// Returns whether path is free afterwards: a file that others have open may stay, or stay until they close it.
 bool DeleteThroughShell(const std::wstring& path) {
     const std::wstring doublyTerminated = path + L'\0';
     return TryForAMoment([&] {
                SHFILEOPSTRUCTW operation{};
                operation.wFunc = FO_DELETE;
                operation.pFrom = doublyTerminated.c_str();
-               // Without the last, the shell would delete "page_files" along with "page.htm" ("SHFILEOPSTRUCT", FOF_NO_CONNECTED_ELEMENTS).
+               // Without the last flag, the shell would also delete "page_files" with "page.htm" ("SHFILEOPSTRUCT").
                operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI | FOF_NO_CONNECTED_ELEMENTS;
                SHFileOperationW(&operation);
                return PathExists(path) ? static_cast<Win32Error>(ERROR_SHARING_VIOLATION) : Win32Error::None;
@@ -233,7 +233,7 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders) {
     constexpr const wchar_t* kCheckText = L"deleteResult == 0 =>false%s,  %s";
     QC_CHECK_OR_RETURN(!path.empty() && !PathIsRelativeW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
     const bool isLongForm = path.starts_with(L"\\\\?\\");
-    // The shell would take these for patterns, and everything that matches would go.
+    // The shell would treat these as patterns, and delete everything that matches.
     QC_CHECK_OR_RETURN(path.find_first_of(L"*?<>\"|", isLongForm ? 4 : 0) == path.npos, DeleteResult::Failed, kCheckText, L"path[%s]",
                        path);
     const auto deleteFile = [&path] {
@@ -252,7 +252,7 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders) {
     const bool isFile = !(attributes & FILE_ATTRIBUTE_DIRECTORY);
     QC_CHECK_OR_RETURN(isFile || folders == Folders::Delete, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     ClearReadOnly(path, attributes);
-    const bool isTooLong = isLongForm || path.size() >= MAX_PATH;  // for the shell, which is for trees
+    const bool isTooLong = isLongForm || path.size() >= MAX_PATH;  // for the shell, which deletes trees
     const auto deleteFolder = [&path] { return RemoveDirectoryW(PlatformPath(path).c_str()) && !PathExists(path); };  // or a link to one
     const bool isGone = isFile ? TryForAMoment(deleteFile) == Win32Error::None || !PathExists(path)
                                : deleteFolder() || (!isTooLong && DeleteThroughShell(path));
@@ -260,7 +260,7 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders) {
     return qcLog.Leave(DeleteResult::Deleted);
 }
 
-// By one handle, which lets nobody write meanwhile: what a network share says of a path may be some seconds old.
+// Through one handle, which lets nobody write meanwhile, because what a network share says of a path may be some seconds old.
 void DeleteIfEmpty(const std::wstring& path) {
     const LastErrorKeeper keeper;
     UniqueHandle hFile;
@@ -282,7 +282,7 @@ Win32Error qcCopyFileOrFolder(const std::wstring& source, const std::wstring& de
     QC_TRACE(L"qcCopyFileOrFolder", L"source[%s], destination[%s]", source, destination);
     const std::wstring sourceAsFolder = PathAppendStr(source, L"");
     if (EqualNoCase(std::wstring_view(PathAppendStr(destination, L"")).substr(0, sourceAsFolder.size()), sourceAsFolder))
-        return qcLog.Leave(static_cast<Win32Error>(ERROR_INVALID_PARAMETER));  // a folder into itself would never end
+        return qcLog.Leave(static_cast<Win32Error>(ERROR_INVALID_PARAMETER));  // a copy of a folder into itself would never end
     const bool destinationExisted = PathExists(destination);
     const Win32Error error = CopyTree(source, destination, failIfExists);
     if (error != Win32Error::None && !destinationExisted && PathExists(destination))
