@@ -1,5 +1,4 @@
 // What a support engineer relies on: the trace log, as the companion library's logger receives it.
-#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
 #include <regex>
@@ -30,18 +29,17 @@ std::vector<TraceLine> Parse(const std::vector<LogLine>& lines) {
     return all;
 }
 
-// Longer than the volume remembers the log's level, by the volume's clock.
-DWORD g_later = 0;
-DWORD WINAPI LaterTickCount() { return GetTickCount() + g_later; }
-void LetTheLevelBeReadAgain() {
-    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "GetTickCount", reinterpret_cast<void*>(&LaterTickCount));
-    g_later += 3100;
-}
+DWORD g_later = 0;  // by so many ms the volume's clock is fast
 
 }  // namespace
 
 class FollowingTheTrace : public VolumeFixture {
 protected:
+    // Longer than the volume remembers the log's level.
+    static void LetTheLevelBeReadAgain() {
+        ReplaceInVolume("GetTickCount", [] { return GetTickCount() + g_later; });
+        g_later += 3100;
+    }
     void RunOutOfMemory() {
         Failing("Quelcrypt_GetQuelcryptConfig", Fault::OutOfMemory, [&] { TryOpen(L"Docs\\new.txt", kReadWrite, CREATE_NEW); });
     }

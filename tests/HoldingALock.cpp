@@ -1,6 +1,8 @@
 // What a lock promises its holder and everybody else.
-#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
+
+#include <chrono>
+#include <future>
 
 // Called once, when the volume is about to open a file that may be missing, as a lock does; or about to read a file.
 static std::function<void()> g_before;
@@ -95,8 +97,7 @@ TEST_F(HoldingALock, IsFoundAndReleasedByItsToken) {
     EXPECT_EQ(std::tuple(180u, LockScope_Shared, LockType_Write, 9), std::tuple(found.timeout, found.scope, found.type, found.reserved));
 
     std::wstring otherCase = token;
-    for (wchar_t& unit : otherCase)
-        unit = unit >= L'A' && unit <= L'F' ? static_cast<wchar_t>(unit + 32) : unit;
+    std::ranges::transform(token, otherCase.begin(), towlower);
     const Held held(NativePath(L"Plain\\held.txt"));
     const std::tuple<const wchar_t*, std::wstring, VirtualVolumeStatus, VirtualVolumeStatus, VirtualVolumeStatus> rows[] = {
         {L"Docs\\a.txt", L"{no such token}", VVS_LockScopeViolation, VVS_LockTokenNotFound, VVS_LockTokenNotFound},
@@ -133,16 +134,14 @@ TEST_F(HoldingALock, MayBeginBeforeTheFileExists) {
             if (!content.empty())
                 Put(path, content);
             void* hFile = MustOpen(path);
-            const auto expectRecord = [&](const VirtFindData& record) {
-                EXPECT_EQ(path[0] == L'D' ? VIT_EncryptedFile : VIT_PlainFile, record.itemType);
-                EXPECT_STREQ(L"new.txt", record.fileName);
-                EXPECT_EQ(content.size(), static_cast<std::size_t>(record.fileSize)) << "what was written";
-            };
-            expectRecord(Record(path));
-            expectRecord(InfoOf(hFile));
+            const VirtFindData shown = Record(path), before = InfoOf(hFile);
             const std::uint32_t decryptions = CallsDuring("Quelcrypt_FileReaderFactory", [&] { EXPECT_EQ(content, Read(hFile)); });
             EXPECT_TRUE(decryptions == 0 || !content.empty());
-            expectRecord(InfoOf(hFile));
+            for (const VirtFindData& record : {shown, before, InfoOf(hFile)}) {
+                EXPECT_EQ(IsPlain(path) ? VIT_PlainFile : VIT_EncryptedFile, record.itemType);
+                EXPECT_STREQ(L"new.txt", record.fileName);
+                EXPECT_EQ(content.size(), static_cast<std::size_t>(record.fileSize)) << "what was written";
+            }
             Close(hFile);
         }
         Unlock(path, token);
@@ -193,12 +192,12 @@ TEST_F(HoldingALock, IsFoundThoughTheFormOfTheFileChanges) {
 TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     // Exchanged between the look at it and the hold of it.
     MakeEncrypted(L"Docs\\a.txt", "old");
-    const auto create = +[](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE like) {
-        if (how == OPEN_ALWAYS && g_before)
-            std::exchange(g_before, nullptr)();
-        return CreateFileW(path, access, share, security, how, flags, like);
-    };
-    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "CreateFileW", reinterpret_cast<void*>(create));
+    ReplaceInVolume("CreateFileW",
+                    [](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES who, DWORD how, DWORD flags, HANDLE like) {
+                        if (how == OPEN_ALWAYS && g_before)
+                            std::exchange(g_before, nullptr)();
+                        return CreateFileW(path, access, share, who, how, flags, like);
+                    });
     g_before = SaverElsewhere(L"Docs\\a.txt", "newer content");
     const std::wstring token = Lock(L"Docs\\a.txt");
     EXPECT_FALSE(g_before);
@@ -206,77 +205,47 @@ TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     EXPECT_EQ(13, Record(L"Docs\\a.txt").fileSize);
     Unlock(L"Docs\\a.txt", token);
 
-    // A conflict copy, and a document whose own name ends like a container's, keep name and type.
+    // A conflict copy, and a document whose own name ends like a container's, keep name and type. What they hold is a container too: they
+    // are described as such, not by what that holds.
     MakeEncrypted(L"Docs\\b.txt", "the conflict copy");
     MakePlain(L"Docs\\b.txt", "the plain one");
     MakeEncrypted(L"Docs\\x.zip", "a document");
+    const std::string content = ReadRaw(ContainerPath(L"Docs\\b.txt"));
     for (const wchar_t* path : {L"Docs\\b.txt.zip", L"Docs\\x.zip"}) {
         SCOPED_TRACE(Narrow(path));
         const VirtFindData before = Record(path);
         const std::wstring held = Lock(path);
-        Put(path, "saved under the lock");
+        void* const writer = OpenEdited(path, content);
+        EXPECT_EQ(content.size(), static_cast<std::size_t>(InfoOf(writer).fileSize));
+        Close(writer);
         for (const std::wstring& releases : {std::wstring(), held}) {
             Unlock(path, releases);
             EXPECT_STREQ(before.fileName, Record(path).fileName);
             EXPECT_EQ(before.itemType, Record(path).itemType);
-            EXPECT_EQ(20, Record(path).fileSize);
+            EXPECT_EQ(content.size(), static_cast<std::size_t>(Record(path).fileSize));
         }
-        EXPECT_EQ("saved under the lock", Get(path));
+        EXPECT_TRUE(content == Get(path));
     }
     EXPECT_EQ("the plain one", ReadRaw(NativePath(L"Docs\\b.txt")));
-
-    // A document that is a container itself is described as such, not by what that holds.
-    const std::string container = ReadRaw(ContainerPath(L"Docs\\b.txt"));
-    const std::wstring outer = Lock(L"Docs\\x.zip");
-    void* const writer = OpenEdited(L"Docs\\x.zip", container);
-    EXPECT_EQ(container.size(), static_cast<std::size_t>(InfoOf(writer).fileSize));
-    Close(writer);
-    EXPECT_EQ(container.size(), static_cast<std::size_t>(Record(L"Docs\\x.zip").fileSize));
-    Unlock(L"Docs\\x.zip", outer);
-}
-
-// They all work on the one file that the lock holds.
-TEST_F(HoldingALock, ItsOpenersHavePositionsOfTheirOwn) {
-    MakePlain(L"Plain\\a.txt", "0123456789");
-    const std::wstring token = Lock(L"Plain\\a.txt");
-    void *const first = MustOpen(L"Plain\\a.txt"), *const second = MustOpen(L"Plain\\a.txt");
-    EXPECT_EQ("012", Read(first, kHere, 3));
-    EXPECT_EQ("0123", Read(second, kHere, 4));
-    EXPECT_OK(Write(first, "X", kHere));
-    EXPECT_EQ("45", Read(second, kHere, 2));
-    EXPECT_OK(SetSize(second, 8));
-    EXPECT_EQ("4567", Read(first, kHere, 9));
-    Close(first);
-    Close(second);
-    Unlock(L"Plain\\a.txt", token);
-    EXPECT_EQ("012X4567", Stored(L"Plain\\a.txt"));
 }
 
 // A test cannot wait for something that must not happen, so it waits for a moment.
 TEST_F(HoldingALock, IsNotWrittenWhileItIsRead) {
     MakeEncrypted(L"Docs\\a.txt", "old content");
     const std::wstring token = Lock(L"Docs\\a.txt");
-    void* const reader = MustOpen(L"Docs\\a.txt", GENERIC_READ);
-    void* const writer = OpenEdited(L"Docs\\a.txt", "new content");
-    std::atomic<bool> isSaved{false};
-    std::thread saver;
-    const auto readAfter = +[](HANDLE file, LPVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
+    void *const reader = MustOpen(L"Docs\\a.txt", GENERIC_READ), *const writer = OpenEdited(L"Docs\\a.txt", "new content");
+    std::future<void> saved;
+    g_before = [&] {
+        saved = std::async(std::launch::async, [&] { Close(writer); });
+        EXPECT_EQ(std::future_status::timeout, saved.wait_for(std::chrono::milliseconds(200)));
+    };
+    ReplaceInVolume("ReadFile", [](HANDLE file, LPVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
         if (g_before)
             std::exchange(g_before, nullptr)();
         return ReadFile(file, data, size, done, place);
-    };
-    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "ReadFile", reinterpret_cast<void*>(readAfter));
-    g_before = [&] {
-        saver = std::thread([&] {
-            Close(writer);
-            isSaved = true;
-        });
-        for (int moment = 0; moment < 20 && !isSaved; ++moment)
-            Sleep(10);
-        EXPECT_FALSE(isSaved);
-    };
+    });
     const std::string read = Read(reader);
-    saver.join();
+    saved.wait();
     EXPECT_TRUE(read == "old content" || read == "new content") << read;
     Close(reader);
     Unlock(L"Docs\\a.txt", token);

@@ -70,26 +70,24 @@ TEST_F(ManyThreads, UseOneHandle) {
     std::string expected(block * kThreads, '.');
     MakeEncrypted(L"Docs\\a.bin", expected);
     void* const hFile = MustOpen(L"Docs\\a.bin");
-    EXPECT_EQ(1u, CallsDuring("Quelcrypt_FileReaderFactory",
-                              [&] {
-                                  AtOnce([&](int thread) {
-                                      const std::size_t offset = block * static_cast<std::size_t>(thread);
-                                      std::string last(block, '.');
-                                      for (int round = 0;; ++round) {
-                                          const std::string content(block, static_cast<char>('A' + (thread * 7 + round) % 26));
-                                          if (Write(hFile, content, offset) != VVS_Success)
-                                              break;  // closed by the other
-                                          last = content;
-                                          const std::string read = Read(hFile, offset, block);
-                                          if (read[0] != '<' && read != last)
-                                              Problem("A thread read something else than it had written");
-                                          if (thread == 0 && round == rounds)
-                                              Close(hFile);
-                                      }
-                                      expected.replace(offset, block, last);
-                                  });
-                              }))
-        << "whoever comes first, it is decrypted once";
+    const auto work = [&](int thread) {
+        const std::size_t offset = block * static_cast<std::size_t>(thread);
+        std::string last(block, '.');
+        for (int round = 0;; ++round) {
+            const std::string content(block, static_cast<char>('A' + (thread * 7 + round) % 26));
+            if (Write(hFile, content, offset) != VVS_Success)
+                break;  // closed by the other
+            last = content;
+            const std::string read = Read(hFile, offset, block);
+            if (read[0] != '<' && read != last)
+                Problem("A thread read something else than it had written");
+            if (thread == 0 && round == rounds)
+                Close(hFile);
+        }
+        expected.replace(offset, block, last);
+    };
+    const auto atOnce = [&] { AtOnce(work); };
+    EXPECT_EQ(1u, CallsDuring("Quelcrypt_FileReaderFactory", atOnce)) << "whoever comes first, it is decrypted once";
     EXPECT_EQ(0, prompts::g_count) << "a save failed";
     EXPECT_TRUE(expected == Stored(L"Docs\\a.bin")) << "all that was written before the close was saved";
 }

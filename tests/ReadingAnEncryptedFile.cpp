@@ -1,21 +1,9 @@
 // What a host reads from an encrypted file, and how often the file is decrypted for that.
-#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
 #include <shellapi.h>
 
-namespace {
-
-constexpr const char* kReader = "Quelcrypt_FileReaderFactory";
-
-// The shell's takes most of the time of a close.
-int WINAPI DeleteAtOnce(SHFILEOPSTRUCTW* operation) {
-    std::error_code error;
-    fs::remove_all(operation->pFrom, error);
-    return error.value();
-}
-
-}  // namespace
+static constexpr const char* kReader = "Quelcrypt_FileReaderFactory";
 
 class ReadingAnEncryptedFile : public VolumeFixture {
 protected:
@@ -28,17 +16,21 @@ protected:
     }
 };
 
-// The same test for plain and encrypted files, which must behave alike; also beyond four gibibytes.
+// The same test for plain and encrypted files, which must behave alike, and for a locked one; also beyond four gibibytes.
 TEST_F(ReadingAnEncryptedFile, ReadsAtEveryPositionAsAPlainFileDoes) {
     constexpr std::uint64_t gibibyte = 1ull << 30;
     const std::string content = TextOf(70'000);
-    for (const wchar_t* path : {L"Plain\\a.txt", L"Docs\\a.txt"}) {
-        SCOPED_TRACE(Narrow(path));
+    for (const auto& [path, isLocked] : {std::pair(L"Plain\\a.txt", false), {L"Plain\\a.txt", true}, {L"Docs\\a.txt", false}}) {
+        SCOPED_TRACE(Narrow(path) + (isLocked ? ", locked" : ""));
         Store(path, content);
-        void* const hFile = MustOpen(path);
+        const std::wstring token = isLocked ? Lock(path) : L"";
+        void *const hFile = MustOpen(path), *const other = MustOpen(path);
         EXPECT_EQ(content.substr(0, 10), Read(hFile, kHere, 10));
+        EXPECT_EQ(content.substr(0, 4), Read(other, kHere, 4)) << "each handle has a position of its own";
         EXPECT_OK(SetSize(hFile, 69'999));
         EXPECT_EQ(content.substr(10, 40'000), Read(hFile, kHere, 40'000)) << "setting the size leaves the position where it was";
+        EXPECT_EQ(content.substr(4, 2), Read(other, kHere, 2));
+        Close(other);
         EXPECT_EQ(content.substr(69'990, 9), Read(hFile, 69'990, 100)) << "as much as there is";
         for (const std::uint64_t beyond : {std::uint64_t{69'999}, 9 * gibibyte, std::uint64_t{0x1FFFFFFFF}})
             EXPECT_EQ("", Read(hFile, beyond, 100)) << beyond;
@@ -53,6 +45,7 @@ TEST_F(ReadingAnEncryptedFile, ReadsAtEveryPositionAsAPlainFileDoes) {
         EXPECT_EQ("be", Read(hFile, 5 * gibibyte + 7, 6));
         EXPECT_OK(volume()->Delete(hFile, nullptr));  // storing it would take minutes
         Close(hFile);
+        Unlock(path, token);
     }
     EXPECT_TRUE(Disk().empty());
 }
@@ -72,18 +65,20 @@ TEST_F(ReadingAnEncryptedFile, ReusesTheCopyOfAClosedFile) {
     EXPECT_EQ("another", Get(L"Other\\a.txt"));
     EXPECT_EQ(2u, TempFolders());
 
-    // What was saved is kept as well; a copy that vanished, or is another version's, is made anew.
+    // What was saved is kept as well; a copy that vanished, is another version's or was changed by others is made anew.
     Put(L"Docs\\a.txt", "changed");
     EXPECT_EQ(0u, CallsDuring(kReader, [&] { EXPECT_EQ("changed", Get(L"Docs\\a.txt")); }));
     for (const std::wstring& copy : FilesBelow(temp()))
         EXPECT_TRUE(DeleteFileW(copy.c_str()));
     EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("changed", Get(L"Docs\\a.txt")); }));
-    SaveElsewhere(L"Docs\\a.txt", "CHANGED");
-    EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); }));
-    EXPECT_EQ(2u, TempFolders()) << "outdated copies are deleted";
+    for (const char* newer : {"Changed", "CHANGED"}) {  // the second has the first one's times and size
+        SaverElsewhere(L"Docs\\a.txt", newer)();
+        EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ(newer, Get(L"Docs\\a.txt")); }));
+    }
     for (const std::wstring& copy : FilesBelow(temp()))
         Overwrite(copy, "somebody's");
-    EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); })) << "nor are copies used that others changed";
+    EXPECT_EQ(1u, CallsDuring(kReader, [&] { EXPECT_EQ("CHANGED", Get(L"Docs\\a.txt")); }));
+    EXPECT_EQ(2u, TempFolders()) << "outdated copies are deleted";
 
     // Of two openers each has a copy of its own.
     void *const first = MustOpen(L"Docs\\a.txt"), *const second = MustOpen(L"Docs\\a.txt");
@@ -183,7 +178,11 @@ TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
 // The retained copies of a renamed folder replace those of an earlier folder at the new path; waiting edits stay.
 TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
     constexpr int limit = 522;
-    ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "SHFileOperationW", reinterpret_cast<void*>(&DeleteAtOnce));
+    ReplaceInVolume("SHFileOperationW", [](SHFILEOPSTRUCTW* operation) {  // the shell's takes most of the time of a close
+        std::error_code error;
+        fs::remove_all(operation->pFrom, error);
+        return error.value();
+    });
     const auto name = [](int number) { return L"Docs\\" + std::to_wstring(number) + L".zip"; };
     MakeFolder(L"Docs\\old");
     MakeFolder(L"Docs\\new");

@@ -26,10 +26,17 @@ TEST_F(WhatTakesTheirPlace, AFolderIsNotDeletedWithTheDocument) {
 }
 
 TEST_F(WhatTakesTheirPlace, AFolderSendsTheEditToAConflictName) {
-    void* const hFile = OpenEdited(L"Docs\\a.txt", "edit", CREATE_NEW);
-    MakeFolder(L"Docs\\a.txt.zip");
-    Close(hFile);
-    EXPECT_EQ("edit", Get(L"Docs\\" + ConflictName(L"a.txt")));
+    for (const auto& [name, disposition] : {std::pair(std::wstring(L"new.txt"), CREATE_NEW), {L"edited.txt", OPEN_EXISTING}}) {
+        const std::wstring path = L"Docs\\" + name;
+        if (disposition == OPEN_EXISTING)
+            MakeEncrypted(path, "base");
+        void* const hFile = OpenEdited(path, "edit", disposition);
+        DeleteFileW(ContainerPath(path).c_str());
+        MakeFolder(path + L".zip\\in it");
+        Close(hFile);
+        EXPECT_EQ("edit", Get(L"Docs\\" + ConflictName(name))) << Narrow(name);
+        EXPECT_TRUE(Exists(ContainerPath(path) + L"\\in it"));
+    }
 }
 
 TEST_F(WhatTakesTheirPlace, ALinkDoesNotTakeThatOfItsTarget) {

@@ -24,6 +24,7 @@ struct Tracking {
     std::wstring copy;         // full path of the copy
     FileState copyState;       // when it was made; all 0 for a container that was built to be copied over a locked one
 
+    bool operator==(const Tracking&) const = default;
     // False: characters of the path are lost.
     bool IsContainerKnown() const;
 };

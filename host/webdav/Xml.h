@@ -45,6 +45,7 @@ struct XmlNode {
     std::vector<XmlNode> children;
     std::string text;
 
+    bool operator==(const XmlNode&) const = default;
     bool IsText() const { return name.local.empty(); }
     // The first child element of this DAV name; null when there is none.
     const XmlNode* Child(std::string_view davName) const;

@@ -3,8 +3,9 @@
 // functions do inside counts as one call.
 #pragma once
 
-#include <cstdint>
+#include <cstdio>
 #include <deque>
+#include <functional>
 #include <initializer_list>
 #include <map>
 #include <string>
@@ -12,6 +13,8 @@
 #include <utility>
 
 #include <windows.h>
+
+#include <gtest/gtest.h>
 
 #include "harness/Imports.h"
 
@@ -30,19 +33,22 @@ public:
     CallCounts(const CallCounts&) = delete;
     CallCounts& operator=(const CallCounts&) = delete;
 
-    // Since the last time; names says which.
-    std::uint64_t Take(std::string* names = nullptr) {
-        std::map<std::string, std::uint64_t> counts;
-        for (auto& [name, counted] : m_counts)
-            if (const LONG64 count = InterlockedExchange64(&counted, 0))
-                counts[name] += static_cast<std::uint64_t>(count);
-        std::uint64_t total = 0;
+    // Prints what action costs, which may not be more than the budget.
+    void Hold(const std::string& what, LONG64 budget, const std::function<void()>& action) {
+        for (auto& [name, count] : m_counts)
+            InterlockedExchange64(&count, 0);
+        action();
+        std::map<std::string, LONG64> counts;
+        for (const auto& [name, count] : m_counts)
+            counts[name] += count;
+        LONG64 total = 0;
+        std::string names;
         for (const auto& [name, count] : counts) {
             total += count;
-            if (names)
-                *names += " " + name + " " + std::to_string(count);
+            names += count ? " " + name + " " + std::to_string(count) : "";
         }
-        return total;
+        std::printf("%-44s %4lld of %4lld:%s\n", what.c_str(), total, budget, names.c_str());
+        EXPECT_LE(total, budget) << what << names;
     }
 
 private:

@@ -2,10 +2,10 @@
 // what was freed is filled and kept for a while: writing beside a block, writing into a freed one and freeing twice or what
 // was never allocated end the program where the block is freed, or leaves.
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <new>
 
 namespace {
@@ -26,17 +26,9 @@ void Require(bool condition) {
         std::abort();
 }
 
-// The last blocks that were freed, in a ring.
-struct Kept {
-    std::mutex mutex;
-    std::array<Before*, kMostKept> blocks{};
-    std::size_t next = 0;
-};
-
-Kept& State() {
-    static Kept* const s_kept = new (std::malloc(sizeof(Kept))) Kept;  // never destroyed: static objects free until the end
-    return *s_kept;
-}
+// The last blocks that were freed, in a ring. Never destroyed: static objects free until the end.
+std::array<std::atomic<Before*>, kMostKept> g_kept;
+std::atomic<std::size_t> g_next;
 
 void Leave(Before* block) {
     Require(block->state == kFreed);
@@ -64,12 +56,8 @@ void operator delete(void* content) noexcept {
     Require(block->state == kLive && std::memcmp(Content(block) + block->size, &kLive, sizeof(kLive)) == 0);
     block->state = kFreed;
     std::memset(content, kGone, block->size);
-    if (block->size <= kLargestKept) {
-        Kept& kept = State();
-        const std::lock_guard guard(kept.mutex);
-        std::swap(block, kept.blocks[kept.next]);
-        kept.next = (kept.next + 1) % kMostKept;
-    }
+    if (block->size <= kLargestKept)
+        block = g_kept[g_next++ % kMostKept].exchange(block);
     if (block)
         Leave(block);
 }

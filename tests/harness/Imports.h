@@ -33,20 +33,16 @@ inline void SetImport(void** entry, void* address) {
     VirtualProtect(entry, sizeof(*entry), protection, &protection);
 }
 
-// Returns what the module called before; null when it does not import the function.
-inline void* ReplaceImport(HMODULE module, const char* function, void* replacement) {
+// By a function of the same type, or a lambda that becomes one. Returns what the module called before; null when it does not import the
+// function.
+template <class Function>
+auto Replace(HMODULE module, const char* function, Function replacement) {
     void* before = nullptr;
     ForEachImport(module, [&](const char* name, void** entry) {
         if (std::strcmp(name, function) == 0)
-            before = *entry, SetImport(entry, replacement);
+            before = *entry, SetImport(entry, reinterpret_cast<void*>(+replacement));
     });
-    return before;
-}
-
-// By a function of the same type, or a lambda that becomes one. Returns what the module called before.
-template <class Function>
-auto Replace(HMODULE module, const char* name, Function function) {
-    return reinterpret_cast<decltype(+function)>(ReplaceImport(module, name, reinterpret_cast<void*>(+function)));
+    return reinterpret_cast<decltype(+replacement)>(before);
 }
 
 // From now on the import calls before(context) and then goes on to its function, whatever the arguments are.

@@ -23,15 +23,10 @@ inline PIDLIST_ABSOLUTE WINAPI Answer(BROWSEINFOW* prompt) {
     g_title = prompt->lpszTitle;
     return g_picked.empty() ? nullptr : ILCreateFromPathW(g_picked.c_str());
 }
-// Without a dialog no COM either, the making of which takes longer than all else of a save.
-inline HRESULT WINAPI NoCom(void*) { return S_OK; }
-inline void WINAPI NothingToEnd() {}
-
-// Of a module that was just loaded.
+// Of a module that was just loaded. Without a dialog no COM either, the making of which takes longer than all else of a save.
 inline bool TakeOver(HMODULE module) {
-    return ReplaceImport(module, "CoInitialize", reinterpret_cast<void*>(&NoCom)) &&
-           ReplaceImport(module, "CoUninitialize", reinterpret_cast<void*>(&NothingToEnd)) &&
-           ReplaceImport(module, "SHBrowseForFolderW", reinterpret_cast<void*>(&Answer));
+    return Replace(module, "CoInitialize", [](void*) -> HRESULT { return S_OK; }) && Replace(module, "CoUninitialize", [] {}) &&
+           Replace(module, "SHBrowseForFolderW", &Answer);
 }
 // From now on picks this folder; empty: cancels.
 inline void Pick(const std::wstring& folder) {

@@ -27,6 +27,8 @@
 #include "companion/Control.h"
 #include "harness/Containers.h"
 #include "harness/Files.h"
+#include "harness/Imports.h"
+#include "harness/WindowsRules.h"
 #include "quelcrypt/IVirtualVolume.h"
 #include "quelcrypt/QuelcryptLib.h"
 
@@ -39,6 +41,9 @@ std::string TextOf(std::size_t bytes, const std::string& first = "");
 
 // "a.txt" -> "a (HalvaneCloud conflicted edit 2024-05-01).txt", with " (2)" for number 2. what: "conflicted", "backup".
 std::wstring ConflictName(const std::wstring& name, int number = 1, const wchar_t* what = L"conflicted");
+
+#define EXPECT_OK(expression) EXPECT_EQ(VVS_Success, (expression))
+#define ASSERT_OK(expression) ASSERT_EQ(VVS_Success, (expression))
 
 namespace fs = std::filesystem;
 using Names = std::vector<std::wstring>;
@@ -59,10 +64,25 @@ protected:
     void TearDown() override;
 
     IVirtualVolume* volume() const { return m_volume; }
-    IVirtualVolume* NewVolume() const;
+    IVirtualVolume* NewVolume() const {
+        const auto factory =
+            reinterpret_cast<IVirtualVolume* (*)()>(reinterpret_cast<void*>(GetProcAddress(m_module, "Quelcrypt_VolumeFactory")));
+        return factory ? factory() : nullptr;
+    }
     void LoadVolume();
     // The module with all its tables; volume() is null until it is loaded again.
-    void UnloadVolume();
+    void UnloadVolume() {
+        m_volume->Release();
+        m_volume = nullptr;
+        windows_rules::Release();
+        EXPECT_TRUE(FreeLibrary(m_module));
+    }
+
+    // Until the module is loaded again, it calls this in place of the platform's function.
+    template <class Function>
+    static void ReplaceInVolume(const char* name, Function function) {
+        EXPECT_TRUE(Replace(GetModuleHandleW(L"QuelcryptVol64.dll"), name, function) != nullptr) << name;
+    }
 
     // Paths: root() holds the mount folders and temp(); "Docs\\a.txt" -> its native path, whether it exists or not.
     const std::wstring& root() const { return m_root; }
@@ -73,24 +93,71 @@ protected:
     static const char* DefaultConfiguration();
 
     // As a host does it. Put creates or replaces, Get reads all; failures fail the test and Get then answers "<status>".
-    void Put(const std::wstring& volumePath, std::string_view content);
-    std::string Get(const std::wstring& volumePath);
+    void Put(const std::wstring& volumePath, std::string_view content) {
+        VirtFindData findData{};
+        EXPECT_TRUE(Takes(volumePath, content, Find(volumePath, &findData) ? OPEN_EXISTING : CREATE_NEW)) << Narrow(volumePath);
+    }
+    std::string Get(const std::wstring& volumePath) {
+        void* hFile = nullptr;
+        const VirtualVolumeStatus status = Open(&hFile, volumePath, GENERIC_READ);
+        if (status != VVS_Success)
+            return std::string("<") + StatusName(status) + ">";
+        const std::string content = Read(hFile);
+        Close(hFile);
+        return content;
+    }
     VirtualVolumeStatus Open(void** hFile, const std::wstring& volumePath, std::uint32_t access = kReadWrite,
-                             std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr);
+                             std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr) {
+        return volume()->OpenFile(hFile, volumePath.c_str(), access, kShareAll, disposition, lockToken, nullptr);
+    }
     // Only tries; what it opened is closed.
     VirtualVolumeStatus TryOpen(const std::wstring& volumePath, std::uint32_t access = kReadWrite,
-                                std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr);
+                                std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr) {
+        void* hFile = nullptr;
+        const VirtualVolumeStatus status = Open(&hFile, volumePath, access, disposition, lockToken);
+        EXPECT_EQ(status == VVS_Success, hFile != nullptr);
+        Close(hFile);
+        return status;
+    }
     void* MustOpen(const std::wstring& volumePath, std::uint32_t access = kReadWrite, std::uint32_t disposition = OPEN_EXISTING,
-                   const wchar_t* lockToken = nullptr);
+                   const wchar_t* lockToken = nullptr) {
+        void* hFile = nullptr;
+        EXPECT_OK(Open(&hFile, volumePath, access, disposition, lockToken)) << Narrow(volumePath);
+        return hFile;
+    }
     // Opens and writes at the start.
-    void* OpenEdited(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition = OPEN_EXISTING);
+    void* OpenEdited(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition = OPEN_EXISTING) {
+        void* const hFile = MustOpen(volumePath, kReadWrite, disposition);
+        EXPECT_OK(Write(hFile, content));
+        return hFile;
+    }
     // Whether the volume took the content; a close tells nobody what becomes of it.
     bool Takes(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition = OPEN_EXISTING);
-    VirtualVolumeStatus Write(void* hFile, std::string_view content, std::uint64_t offset = 0);
-    std::string Read(void* hFile, std::uint64_t offset = 0, std::uint32_t size = 1 << 20);
+    VirtualVolumeStatus Write(void* hFile, std::string_view content, std::uint64_t offset = 0) {
+        std::uint32_t written = 0;
+        const VirtualVolumeStatus status =
+            volume()->WriteFile(hFile, offset, content.data(), static_cast<std::uint32_t>(content.size()), &written, nullptr);
+        EXPECT_TRUE(status != VVS_Success || written == content.size());
+        return status;
+    }
+    std::string Read(void* hFile, std::uint64_t offset = 0, std::uint32_t size = 1 << 20) {
+        std::string content(size, '\0');
+        std::uint32_t done = 0;
+        const VirtualVolumeStatus status = volume()->ReadFile(hFile, offset, content.data(), size, &done, nullptr);
+        if (status != VVS_Success)
+            return std::string("<") + StatusName(status) + ">";
+        content.resize(done);
+        return content;
+    }
     VirtualVolumeStatus SetSize(void* hFile, std::uint64_t size) { return volume()->SetFileSize(hFile, size, nullptr); }
     void Close(void* hFile) { volume()->CloseFile(hFile, nullptr); }
-    VirtualVolumeStatus Delete(const std::wstring& volumePath);
+    VirtualVolumeStatus Delete(const std::wstring& volumePath) {
+        void* hFile = nullptr;
+        const VirtualVolumeStatus opened = Open(&hFile, volumePath, DELETE);
+        const VirtualVolumeStatus status = opened == VVS_Success ? volume()->Delete(hFile, nullptr) : opened;
+        Close(hFile);
+        return status;
+    }
     VirtualVolumeStatus Move(const std::wstring& from, const std::wstring& to, const wchar_t* token = nullptr) {
         return volume()->MoveFileW(from.c_str(), to.c_str(), token);
     }
@@ -100,22 +167,58 @@ protected:
     VirtualVolumeStatus Rename(void* hFile, const std::wstring& to, const wchar_t* token = nullptr) {
         return volume()->RenameFile(hFile, nullptr, to.c_str(), token);
     }
-    VirtualVolumeStatus Rename(const std::wstring& from, const std::wstring& to);
+    VirtualVolumeStatus Rename(const std::wstring& from, const std::wstring& to) {
+        void* hFile = nullptr;
+        const VirtualVolumeStatus opened = Open(&hFile, from), status = opened == VVS_Success ? Rename(hFile, to) : opened;
+        Close(hFile);
+        return status;
+    }
     Names List(const std::wstring& volumePathSpec);  // the names that a search shows, sorted
     bool Find(const std::wstring& volumePath, VirtFindData* findData) { return volume()->FindFile(volumePath.c_str(), findData); }
-    VirtFindData Record(const std::wstring& volumePath);  // which must be found
-    VirtFindData InfoOf(void* hFile);
-    LockInfo NewLock(LockScope scope = LockScope_Exclusive) const;
-    VirtualVolumeStatus TryLock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive);
+    // Of what must be found.
+    VirtFindData Record(const std::wstring& volumePath) {
+        VirtFindData findData{};
+        EXPECT_TRUE(Find(volumePath, &findData)) << Narrow(volumePath);
+        return findData;
+    }
+    VirtFindData InfoOf(void* hFile) {
+        VirtFindData findData{};
+        EXPECT_TRUE(volume()->GetFileInfo(hFile, &findData));
+        return findData;
+    }
+    LockInfo NewLock(LockScope scope = LockScope_Exclusive) const {
+        LockInfo lockInfo{};
+        lockInfo.timeout = 3600;
+        lockInfo.scope = scope;
+        wcscpy(lockInfo.owner, L"a tester");
+        return lockInfo;
+    }
+    VirtualVolumeStatus TryLock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive) {
+        LockInfo lockInfo = NewLock(scope);
+        return volume()->Lock(volumePath.c_str(), &lockInfo);
+    }
     // Takes a lock, which must succeed, and returns its token. The teardown releases what is held then.
-    std::wstring Lock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive);
-    void Unlock(const std::wstring& volumePath, const std::wstring& token);  // nothing without a token
+    std::wstring Lock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive) {
+        LockInfo lockInfo = NewLock(scope);
+        EXPECT_OK(volume()->Lock(volumePath.c_str(), &lockInfo)) << Narrow(volumePath);
+        m_locks[lockInfo.token] = volumePath;
+        return lockInfo.token;
+    }
+    // Nothing without a token.
+    void Unlock(const std::wstring& volumePath, const std::wstring& token) {
+        m_locks.erase(token);
+        EXPECT_TRUE(token.empty() || volume()->Unlock(volumePath.c_str(), token.c_str()) == VVS_Success) << Narrow(volumePath);
+    }
 
     // Behind the volume's back, on disk.
     void MakeFolder(const std::wstring& volumePath) const { fs::create_directories(NativePath(volumePath)); }
     void MakePlain(const std::wstring& volumePath, std::string_view content) const { WriteRaw(NativePath(volumePath), content); }
     // Made where there is a key and then put in place, which may be a folder without one.
-    void MakeEncrypted(const std::wstring& volumePath, std::string_view content);
+    void MakeEncrypted(const std::wstring& volumePath, std::string_view content) {
+        const std::wstring making = NativePath(L"Docs\\making.zip");
+        Encrypt(making, content, {.name = fs::path(volumePath).filename().wstring()});
+        fs::rename(making, ContainerPath(volumePath));
+    }
     // In the form in which a folder stores a file: plain in "Plain", encrypted elsewhere.
     static bool IsPlain(const std::wstring& path) { return path.starts_with(L"Plain"); }
     std::wstring StoredPath(const std::wstring& path) const { return IsPlain(path) ? NativePath(path) : ContainerPath(path); }
@@ -125,40 +228,98 @@ protected:
     void Store(const std::wstring& path, std::string_view content) {
         IsPlain(path) ? MakePlain(path, content) : MakeEncrypted(path, content);
     }
-    // As another machine does, seen here through the sync client: another version, with another time.
-    void SaveElsewhere(const std::wstring& volumePath, std::string_view content);
-    // Makes the same ready now and puts it in place, in one step, when it is called.
+    // Makes ready what another machine saves: another version, with another time. The sync client puts it in place, in one step, when the
+    // result is called.
     std::function<void()> SaverElsewhere(const std::wstring& volumePath, std::string_view content);
     // "<none>" when there is no container, "<unreadable>" when the companion cannot read it.
-    std::string ContainerContent(const std::wstring& nativeContainerPath);
+    std::string ContainerContent(const std::wstring& nativeContainerPath) {
+        try {
+            return Exists(nativeContainerPath) ? Decrypt(nativeContainerPath) : "<none>";
+        } catch (const CQuelcryptException&) {
+            return "<unreadable>";
+        }
+    }
     static bool Exists(const std::wstring& nativePath) { return GetFileAttributesW(nativePath.c_str()) != INVALID_FILE_ATTRIBUTES; }
     // Every file below a folder whose bytes hold the text.
-    static Names FilesHolding(const std::wstring& nativeFolder, std::string_view text);
+    static Names FilesHolding(const std::wstring& nativeFolder, std::string_view text) {
+        Names files = FilesBelow(nativeFolder);
+        std::erase_if(files, [&](const std::wstring& file) { return ReadRaw(file).find(text) == std::string::npos; });
+        return files;
+    }
     static Names FilesBelow(const std::wstring& nativeFolder);
-    Snapshot Disk() const;  // of all mount folders
-    void EmptyFolders() const;
+    // Of all mount folders.
+    Snapshot Disk() const {
+        Snapshot snapshot;
+        for (const wchar_t* mount : {L"Docs", L"Other", L"Theirs", L"Plain"})
+            for (const std::wstring& file : FilesBelow(NativePath(mount)))
+                snapshot[file] = ReadRaw(file);
+        return snapshot;
+    }
+    void EmptyFolders() const {
+        for (const auto& [file, bytes] : Disk())
+            fs::remove(file);
+    }
     // Until the module is loaded again, it does not pause before it tries again what others make fail; scanners are done by then.
-    static void TryAgainAtOnce();
+    static void TryAgainAtOnce() {
+        ReplaceInVolume("Sleep", [](DWORD) { windows_rules::Release(); });
+    }
     // Moves a file's write time, so that it differs from what it was.
-    static void Touch(const std::wstring& nativePath);
+    static void Touch(const std::wstring& nativePath) {
+        const HANDLE hFile = CreateFileW(nativePath.c_str(), FILE_WRITE_ATTRIBUTES | FILE_READ_ATTRIBUTES, kShareAll, nullptr,
+                                         OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+        ASSERT_NE(INVALID_HANDLE_VALUE, hFile) << Narrow(nativePath);
+        FILETIME time{};
+        GetFileTime(hFile, nullptr, nullptr, &time);
+        time.dwLowDateTime += 70'000'000;  // seven seconds on
+        EXPECT_TRUE(SetFileTime(hFile, nullptr, nullptr, &time));
+        CloseHandle(hFile);
+    }
 
     // Temp files of items: edits with a tracking file, and beside them retained copies, each in a folder.
-    Names TrackedEdits() const;
-    std::size_t TempFolders() const;
+    Names TrackedEdits() const {
+        Names edits = FilesBelow(temp() + L"\\HalvaneCloud");
+        std::erase_if(edits, [](const std::wstring& file) { return !Exists(file + L".hvf"); });
+        return edits;
+    }
+    std::size_t TempFolders() const {
+        std::error_code error;
+        return static_cast<std::size_t>(std::distance(fs::directory_iterator(temp() + L"\\HalvaneCloud", error), {}));
+    }
     void ExpectUnsavedEdits(std::size_t count) { m_expectedUnsaved = count; }
     // An edit whose save failed waits for a document; one with "base" is made when it is missing.
-    void LeaveUnsavedEdit(const std::wstring& volumePath, std::string_view edit);
+    void LeaveUnsavedEdit(const std::wstring& volumePath, std::string_view edit) {
+        if (!Exists(ContainerPath(volumePath)))
+            MakeEncrypted(volumePath, "base");
+        Failing("Quelcrypt_FileWriterFactory", Fault::Error, [&] { Put(volumePath, edit); });
+    }
 
     // The companion library's side. Null: all calls but the logger's.
-    static std::uint32_t CallsDuring(const char* name, const std::function<void()>& action);
-    static std::vector<LogLine> LinesDuring(const std::function<void()>& action);
+    static std::uint32_t CallsDuring(const char* name, const std::function<void()>& action) {
+        const std::uint32_t before = Companion().Calls(name);
+        action();
+        return Companion().Calls(name) - before;
+    }
+    static std::vector<LogLine> LinesDuring(const std::function<void()>& action) {
+        Companion().lines.clear();
+        action();
+        return Companion().lines;
+    }
     static bool HasLine(const std::vector<LogLine>& lines, std::wstring_view part) {
         return std::ranges::any_of(lines, [&](const LogLine& line) { return line.text.find(part) != std::wstring::npos; });
     }
     // Every call of the name fails during action, which must make one.
-    static void Failing(const char* call, Fault fault, const std::function<void()>& action);
+    static void Failing(const char* call, Fault fault, const std::function<void()>& action) {
+        Companion().FailNth(call, 1, fault, true);
+        action();
+        EXPECT_TRUE(Companion().wasHit) << call;
+        Companion().FailNth();
+    }
     // Whatever calls the name during action, which something must, is preceded by act.
-    static void Before(const char* call, std::function<void()> act, const std::function<void()>& action);
+    static void Before(const char* call, std::function<void()> act, const std::function<void()>& action) {
+        Companion().SetHook(call, std::move(act));
+        EXPECT_LT(0u, CallsDuring(call, action)) << call;
+        Companion().SetHook();
+    }
 
 private:
     std::wstring m_root;
@@ -167,6 +328,3 @@ private:
     std::size_t m_expectedUnsaved = 0;
     std::map<std::wstring, std::wstring> m_locks;  // the paths of tokens
 };
-// In a test: what a call returned, by name.
-#define EXPECT_OK(expression) EXPECT_EQ(VVS_Success, (expression))
-#define ASSERT_OK(expression) ASSERT_EQ(VVS_Success, (expression))
