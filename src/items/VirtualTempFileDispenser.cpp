@@ -188,7 +188,9 @@ bool MayReuse(QuelcryptLog& qcLog, const RetainedCopy& copy, const VirtFindData*
     const bool matched = isOfVersion && (copy.unsaved || (findData && Agrees(copy.findData, *findData)));
     QC_LOG(L"Attributes Matched[%s]", FormatBoolStr(matched));
     const std::optional<FileStamp> now = ReadFileStamp(copy.tempFilePath);
-    return matched && now && (copy.unsaved || *now == copy.temp);
+    // Indexing and backup change attribute bits of the copy.
+    const bool isAsKept = now && now->writeTime == copy.temp.writeTime && now->size == copy.temp.size;
+    return matched && now && (copy.unsaved || isAsKept);
 }
 
 }  // namespace

@@ -276,7 +276,7 @@ private:
                     m_mayLitter |= opener.isPlain && other.isPlain;    // it holds open what became the temp file
                     other.isUnsure |= isSame || other.place == there;  // its container may have been written anew
                 }
-            if (opener.isPlain)
+            if (opener.isPlain && !opener.startsEmpty)
                 opener.word = WordOf(PlainAt(opener.place));
             if (const auto waiting = m_waiting.find(there); waiting != m_waiting.end())
                 waiting->second.isUnsure = true;
@@ -429,8 +429,9 @@ private:
         Opener& opener = m_openers[step.actor];
         if (step.op == Op::Rename) {
             opener.isAccessed |= opener.isPlain;
-            opener.startsEmpty &= !opener.isPlain;
+            const bool wasPlain = opener.isPlain;
             opener.isPlain = PathOf(opener.place).starts_with(L"Plain");
+            opener.startsEmpty &= opener.isPlain || !wasPlain;
             opener.isDirty &= !opener.isPlain && IsOnlyTracked(opener.word, opener.place);
             opener.knowsEmpty |= IsEmptyAt(opener.place);
             opener.known |= WordsAt(opener.place) & opener.moved;
