@@ -162,7 +162,7 @@ public:
     // and closed. A plain file must have been opened with DELETE (VVS_AccessDenied, also in slot 14), a link with
     // DELETE alone: the link itself is then deleted or moved, never what it leads to. A file that is open under a lock
     // goes with the last unlock; listings may show it until then, though it cannot be opened (VVS_FileNotFound). A folder must be
-    // empty (VVS_GeneralError).
+    // empty (VVS_GeneralError), and no unsaved edit may wait for a file in it (VVS_AccessDenied).
     virtual VirtualVolumeStatus Delete(void* hFile, VirtFindData* findData) = 0;
     virtual VirtualVolumeStatus Undelete(void* hFile, VirtFindData* findData) = 0;
     // 14: gives the open item another path, in place of what is there; the handle stays usable at the new path.
@@ -176,8 +176,10 @@ public:
     // A file that is not stored as its folder's policy says takes that form when it is moved onto its own path; a copy onto the own
     // path is VVS_PathAlreadyExists. A folder goes only where the target key and the owner are the same, and where neither has a key,
     // to another with a policy or without, as itself (VVS_GeneralError). It is not moved while something in it is open or locked, nor
-    // when a mount folder lies in it (VVS_AccessDenied), and never to another's place (VVS_PathAlreadyExists). A copy goes into a
-    // folder that is there, replaces files of the same names, and may end half done.
+    // when a mount folder lies in it (VVS_AccessDenied), and never to another's place (VVS_PathAlreadyExists). It is not copied while
+    // an unsaved edit waits for a file in it (VVS_AccessDenied), nor into itself, whichever path leads there (VVS_InvalidParameter). A
+    // copy goes into a folder that is there and replaces files of the same names, but none that somebody stores there while it runs
+    // (VSS_SharingViolation). It may end half done; a new folder is then removed again, but for what others stored in it.
     virtual VirtualVolumeStatus MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) = 0;
     virtual VirtualVolumeStatus CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) = 0;
     // 17, 18: fileOffset in bytes; 0xFFFFFFFF means the current position. *actualSize (may be null) is zeroed first and

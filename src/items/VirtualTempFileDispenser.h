@@ -35,8 +35,9 @@ public:
     // unsaved edits neither count nor leave.
     static void Retain(const std::wstring& filePathKey, const RetainedCopy& copy);
 
-    // Is an edit of the item waiting here for its next save?
+    // Is an edit of the item, or of any item below a folder, waiting here for its next save?
     static bool HoldsUnsavedEdit(const std::wstring& filePathKey);
+    static bool HoldsUnsavedEditBelow(const std::wstring& folderPath);
     // Takes out an edit that waits for a container that somebody else replaced since; false when there is none.
     static bool TakeOvertakenEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container, RetainedCopy& copy);
 

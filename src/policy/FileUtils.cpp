@@ -187,6 +187,36 @@ bool AreSameFile(const std::wstring& left, const std::wstring& right) {
     return leftVersion && AreOneFile(*leftVersion, *rightVersion).value_or(EqualNoCase(left, right));
 }
 
+std::wstring FinalPathStr(const std::wstring& folderPath) {
+    const HANDLE handle =
+        ::CreateFileW(PlatformPath(folderPath).c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    const UniqueHandle hFolder(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    if (!hFolder) {
+        const std::wstring parent = PathRemoveFileSpecStr(folderPath);
+        const std::wstring finalParent = parent.size() < folderPath.size() && !parent.empty() ? FinalPathStr(parent) : std::wstring();
+        return finalParent.empty() ? finalParent : PathAppendStr(finalParent, PathStripPathStr(folderPath));
+    }
+    std::wstring path(GetFinalPathNameByHandleW(hFolder.Get(), nullptr, 0, VOLUME_NAME_DOS), L'\0');
+    path.resize(GetFinalPathNameByHandleW(hFolder.Get(), path.data(), static_cast<DWORD>(path.size()), VOLUME_NAME_DOS));
+    if (path.starts_with(L"\\\\?\\UNC\\"))
+        return L"\\" + path.substr(7);
+    return path.starts_with(L"\\\\?\\") && path.size() > 6 && path[5] == L':' ? TidyPathStr(path.substr(4)) : std::wstring();
+}
+
+bool ForEachEntry(const std::wstring& folder, const std::function<bool(const std::wstring&, const WIN32_FIND_DATAW&)>& visit) {
+    WIN32_FIND_DATAW entry{};
+    const UniqueFindHandle find(::FindFirstFileW(PlatformPath(PathAppendStr(folder, L"*")).c_str(), &entry));
+    if (!find)
+        return false;
+    do {
+        const std::wstring_view name = entry.cFileName;
+        if (name != L"." && name != L".." && !visit(PathAppendStr(folder, name), entry))
+            return false;
+    } while (::FindNextFileW(find.Get(), &entry));
+    return GetLastError() == ERROR_NO_MORE_FILES;
+}
+
 bool PathExists(const std::wstring& path) { return AttributesOf(path) != INVALID_FILE_ATTRIBUTES; }
 
 bool IsExistingFile(const std::wstring& path) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -80,6 +81,14 @@ Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& dest
 // Do two paths, perhaps spelled differently or through an alias, lead to one existing file? Where letter case counts, "a" and "A" are
 // two; where files have no identity, an alias counts as another file.
 bool AreSameFile(const std::wstring& left, const std::wstring& right);
+
+// The path that the folder has without short names, substituted drives, junctions and links on the way, as far as it exists; empty when
+// that cannot be told ("GetFinalPathNameByHandle").
+std::wstring FinalPathStr(const std::wstring& folderPath);
+
+// Calls visit(path, entry) for everything in a folder but its dot entries, until it returns false. False, too, when the folder could not
+// be read to its end: the last error says why.
+bool ForEachEntry(const std::wstring& folder, const std::function<bool(const std::wstring&, const WIN32_FIND_DATAW&)>& visit);
 
 // Is there a file or folder at path? Folders count.
 bool PathExists(const std::wstring& path);

@@ -1,4 +1,4 @@
-// What policy says of files and folders, as the companion library knows it, and deleting and copying whole trees.
+// What policy says of files and folders, as the companion library knows it, and deleting whole trees.
 // A failing library is no failure here: it is logged and there is then no policy, no owner, no key. When it threw, answered
 // without success, or handed out bytes that are no UTF-8, *isKnown (may be null, and is left alone otherwise) becomes false:
 // for a move, a failure is not the same as "no policy". No state, any thread.
@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "common/Names.h"
+#include "library/FileVersion.h"
 #include "library/Win32Error.h"
 
 // Is a file at this path to be stored as a container? Decided by its name and by its folder's policy; it need not exist.
@@ -28,9 +29,6 @@ enum class DeleteResult { Deleted = 0, Failed = 22 };
 // Deletes a file, or a folder with all it holds, read-only ones included; nothing goes to a recycle bin. Deleted: nothing is
 // at path any more. Refuses an empty or relative path.
 DeleteResult DeleteFileOrFolder(const std::wstring& path);
-// The same for an empty file alone, as one that held a name. Keeps the last error.
+// The same for an empty file alone, as one that held a name, or for one that is still this version. Both keep the last error.
 void DeleteIfEmpty(const std::wstring& path);
-
-// Copies a file, or a folder with all it holds. With failIfExists nothing existing is overwritten. A failure removes a
-// destination that was not there before, and is returned.
-Win32Error qcCopyFileOrFolder(const std::wstring& source, const std::wstring& destination, bool failIfExists);
+void DeleteIfVersion(const std::wstring& path, const FileVersion& version);
