@@ -26,7 +26,7 @@ private:
     // VVS_AccessDenied when the folder must stay where it is: a mount folder would go from under the volume with it, or
     // something below is open or locked, and will be saved where it was opened.
     VirtualVolumeStatus RefuseWhileNeeded() const;
-    // The same while an edit waits below it, which a copy would be without, and which would have no folder any more.
+    // VVS_AccessDenied while an unsaved edit waits below: a copy would be without it, and a deletion would leave it without its folder.
     VirtualVolumeStatus RefuseWhileEditsWait() const;
     VirtualVolumeStatus CheckDestination(const wchar_t* newFilePath, bool mayBeFolder) const;
     VirtualVolumeStatus CheckSameKeyAndOwner(const std::wstring& newFilePath);
