@@ -143,6 +143,8 @@ public:
     // An encrypted file is decrypted at its first read, write or size change, not here. CREATE_ALWAYS, OPEN_ALWAYS and
     // TRUNCATE_EXISTING start it empty: the stored content is replaced only when something was written or the size set. It is not
     // shared by shareMode, and may be written whatever access was asked for.
+    // Where a plain file is stored although its folder has a policy, CREATE_ALWAYS and OPEN_ALWAYS make a document beside it, which is then
+    // shown as its conflict copy; OPEN_EXISTING opens the plain file.
     // A plain file that the platform refuses (no access, or somebody's sharing mode) is opened for reading where it exists and need not
     // be made: success does not say that it may be written, nor that TRUNCATE_EXISTING has emptied it.
     // Under a lock, with the right token too, other rights than reading, writing and deleting are VVS_Locked.
@@ -154,7 +156,8 @@ public:
     // 11: closes the item. A changed encrypted file is encrypted here, on this thread; when that fails, and the file is not locked, a
     // folder for a backup is asked for, on a screen that somebody sees: not while the process's window station is invisible, as a
     // service's is or as a server may choose (SetProcessWindowStation). Failing that the edit stays in its temp file, to be tried again
-    // at the next close of a handle that read or wrote it. When the container is not the one any more that this handle's user knows, or was
+    // at the next close of a handle that read or wrote it; of several such edits of one document the one that was closed last, and the
+    // others stay there with their tracking files. When the container is not the one any more that this handle's user knows, or was
     // locked since the open, the edit is saved beside it under a conflict name, and a deletion leaves it; the trace says so. In this slot
     // and up to 19, findData may be null and only serves the trace log; it is never written.
     virtual void CloseFile(void* hFile, VirtFindData* findData) = 0;
@@ -166,7 +169,9 @@ public:
     virtual VirtualVolumeStatus Delete(void* hFile, VirtFindData* findData) = 0;
     virtual VirtualVolumeStatus Undelete(void* hFile, VirtFindData* findData) = 0;
     // 14: gives the open item another path, in place of what is there; the handle stays usable at the new path.
-    // VSS_SharingViolation, also of 15 and 16: somebody else replaced the source, or what was there, meanwhile; nothing was touched.
+    // VSS_SharingViolation, also of 15 and 16: somebody else replaced the source, or what was there, meanwhile; nothing was touched. But
+    // when it is only at the very end that somebody keeps the source from being deleted, the move fails with the new content in its place
+    // and the source whole. A link does not take the place of what it leads to (VVS_PathAlreadyExists).
     virtual VirtualVolumeStatus RenameFile(void* hFile, VirtFindData* findData, const wchar_t* newPath,
                                            const wchar_t* newFileLockToken) = 0;
     // 15, 16: move or copy by path. A copy, as slot 14, replaces the file that is at the destination; a move does so only under the

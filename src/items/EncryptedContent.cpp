@@ -80,7 +80,9 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     const bool exists = found == Found::Document;
     const bool isMissing = found == Found::Nothing;
     const bool isContainerPath = found == Found::WaitingContainer;
-    const std::wstring containerPath = exists ? ContainerPathStr(filePath) : isContainerPath ? filePath : ZipPathStr(filePath);
+    const std::wstring containerPath = exists            ? WithLongNameStr(ContainerPathStr(filePath))
+                                       : isContainerPath ? filePath
+                                                         : ZipPathStr(filePath);
     const std::wstring itemPath(WithoutContainerExtension(containerPath));
     const std::wstring fileName = PathStripPathStr(filePath);
     if (openDisposition == CREATE_NEW && !isMissing)

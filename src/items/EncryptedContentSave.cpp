@@ -70,7 +70,7 @@ VirtualVolumeStatus EncryptedContent::DeleteContainer() {
     QC_TRACE_THIS(L"VirtualFile::DeleteContainer");
     QC_CHECK_STATUS_OR_RETURN(IsStillVersion(m_deletedVersion, ReadFileVersion(StoredPath())) ? VVS_Success : VSS_SharingViolation,
                               L"IsStillVersion(m_deletedVersion, container) =>%s, ");
-    QC_CHECK_STATUS_OR_RETURN(DeleteFileOrFolder(StoredPath()) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
+    QC_CHECK_STATUS_OR_RETURN(DeleteFileOrFolder(StoredPath(), Folders::Keep) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
                               L"DeleteFileOrFolder(GetZipFilePath()) =>%s, ");
     return qcLog.Leave(VVS_Success);
 }
@@ -242,7 +242,7 @@ VirtualVolumeStatus EncryptedContent::DeleteOldContainer() {
                                   L"DeleteUndeleteFile(m_hLockedFile, true) =>%s, ");
         m_lock.content->isDeleted = true;
     } else {
-        QC_CHECK_OR_RETURN(DeleteFileOrFolder(StoredPath()) == DeleteResult::Deleted, VVS_GeneralError,
+        QC_CHECK_OR_RETURN(DeleteFileOrFolder(StoredPath(), Folders::Keep) == DeleteResult::Deleted, VVS_GeneralError,
                            L"DeleteFileOrFolder(prevZipFilePath) =>false%s, ");
     }
     return qcLog.Leave(VVS_Success);

@@ -73,7 +73,7 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
         return qcLog.Leave(status);
     const OnExit tidyUp([&] {  // the move is done, whatever comes of this
         if (!m_otherFormPath.empty() && container_cipher::LookAtReplaced(m_otherFormPath, m_otherForm) == VVS_Success)
-            DeleteFileOrFolder(m_otherFormPath);
+            DeleteFileOrFolder(m_otherFormPath, Folders::Keep);
         if (wasEncrypted && !m_keepSrcFile)
             VirtualTempFileDispenser::Remove(oldPath, true);
     });
@@ -101,6 +101,9 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
     m_wasThere = m_replaced.has_value();
     QC_CHECK_OR_RETURN(m_wasThere || GetLastError() != ERROR_PATH_NOT_FOUND, VVS_PathNotFound, L"ReadFileVersion(newFilePath) =>false%s, ");
     m_sameFile = m_wasThere && sourcePath != m_destPath ? AreSameFile(sourcePath, m_destPath) : EqualNoCase(sourcePath, m_destPath);
+    // In the place of what it leads to, a link would lead nowhere.
+    if (m_sameFile && !EqualNoCase(sourcePath, m_destPath) && (IsLink(sourcePath) || IsLink(m_destPath)))
+        return qcLog.Leave(VVS_PathAlreadyExists);
     // A conflict copy's own path is another file's.
     const bool isBesidePlainFile = m_content->IsEncrypted() && PathExists(m_state.Path());
     const bool isOwnPath = m_sameFile || EqualNoCase(m_newFilePath, m_state.Path());  // perhaps in the other form
@@ -351,8 +354,9 @@ VirtualVolumeStatus FileMove::TurnIntoContainer() {
     QC_CHECK_STATUS_OR_RETURN(EncryptTo({m_state.Path(), held.File()}),
                               L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
     // By its handle: what was encrypted goes, not what somebody may have put in its place. To another disk it cannot be renamed.
-    const bool isMoved = VirtualItem::RenameItem(held.File(), m_state, copy.tempFilePath) == VVS_Success;
-    const VirtualVolumeStatus status = isMoved ? VVS_Success : held.MarkForDeletion();
+    const bool isInPlace = held.IsAt(m_state.Path());  // some systems rename what is at the path that the handle was opened by
+    const bool isMoved = isInPlace && VirtualItem::RenameItem(held.File(), m_state, copy.tempFilePath) == VVS_Success;
+    const VirtualVolumeStatus status = isMoved ? VVS_Success : isInPlace ? held.MarkForDeletion() : VSS_SharingViolation;
     if (status != VVS_Success)
         TakeBackDestination();
     QC_CHECK_STATUS_OR_RETURN(status, L"MoveFileW(m_itemFullPath, tempFilePath) =>%s, ");
@@ -480,7 +484,7 @@ void FileMove::RememberWritten() { m_written = ReadFileVersion(m_destPath); }
 void FileMove::TakeBackDestination() {
     const std::optional<FileVersion> now = ReadFileVersion(m_destPath);
     if (!m_wasThere && m_written && now && *m_written == *now)
-        DeleteFileOrFolder(m_destPath);
+        DeleteFileOrFolder(m_destPath, Folders::Keep);
 }
 
 // Re-points the item at a plain destination that is written already.

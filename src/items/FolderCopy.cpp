@@ -20,27 +20,23 @@ namespace {
 // Where containers are built before they take their places: nothing in it belongs to a document.
 constexpr std::wstring_view kSideFolder = L".HalvaneCloud";
 
-// Free of links and other names on the way, as far as that can be told.
-std::wstring RealPathStr(const std::wstring& path) {
-    std::wstring finalPath = FinalPathStr(path);
-    return finalPath.empty() ? path : finalPath;
-}
-
-// Two paths that are each RealPathStr.
-bool IsAtOrBelow(std::wstring path, const std::wstring& folder) {
+// Whichever paths lead there. What is above a link's own path says nothing of what it leads to.
+bool IsAtOrBelow(const std::wstring& path, const std::wstring& folder) {
+    const std::wstring finalPath = FinalPathStr(path);
+    std::wstring at = finalPath.empty() ? path : finalPath;
     for (;;) {
-        if (AreSameFile(path, folder))
+        if (AreSameFile(at, folder))
             return true;
-        std::wstring above = PathRemoveFileSpecStr(path);
-        if (above.size() >= path.size())
+        std::wstring above = PathRemoveFileSpecStr(at);
+        if (above.size() >= at.size())
             return false;
-        path = std::move(above);
+        at = std::move(above);
     }
 }
 
 class FolderCopy {
 public:
-    FolderCopy(const std::wstring& source, bool failIfExists) : m_realSource(RealPathStr(source)), m_failIfExists(failIfExists) {}
+    FolderCopy(const std::wstring& source, bool failIfExists) : m_source(source), m_failIfExists(failIfExists) {}
 
     // isInOwnFolder: this copy made the folder that the destination lies in.
     Win32Error CopyItem(const std::wstring& source, const std::wstring& destination, bool isInOwnFolder) {
@@ -79,7 +75,7 @@ private:
     };
 
     Win32Error CopyTree(const std::wstring& source, const std::wstring& destination, bool isInOwnFolder) {
-        if (!isInOwnFolder && IsAtOrBelow(RealPathStr(destination), m_realSource))
+        if (!isInOwnFolder && IsAtOrBelow(destination, m_source))
             return static_cast<Win32Error>(ERROR_INVALID_PARAMETER);  // it would never end
         const bool isOwnFolder = CreateDirectoryW(PlatformPath(destination).c_str(), nullptr);
         const Win32Error notMade = isOwnFolder ? Win32Error::None : LastWin32Error();
@@ -110,7 +106,7 @@ private:
         return error;
     }
 
-    const std::wstring m_realSource;
+    const std::wstring m_source;
     const bool m_failIfExists;
     std::vector<Made> m_made;  // in this order
 };

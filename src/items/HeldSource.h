@@ -20,6 +20,8 @@ public:
 
     VirtualVolumeStatus Hold(const std::wstring& path);
     HANDLE File() const { return m_hFile.Get(); }
+    // Has nobody renamed it away, or put another file in its place?
+    bool IsAt(const std::wstring& path) const;
     VirtualVolumeStatus MarkForDeletion() const;
     // The item is elsewhere now; its old content may be gone.
     void Moved();

@@ -112,9 +112,7 @@ bool PlainContent::IsReadOnly() const {
 bool PlainContent::IsAtItsPath() const {
     if (m_openFlags & FILE_FLAG_OPEN_REPARSE_POINT)  // a link itself, where the path leads to its target
         return true;
-    const std::optional<FileVersion> own = ReadOpenFileVersion(m_hFile.Get(), m_state.Path());
-    const std::optional<FileVersion> there = ReadFileVersion(m_state.Path());
-    return own && there && AreOneFile(*own, *there).value_or(true);
+    return IsOpenFileAt(m_hFile.Get(), m_state.Path());
 }
 
 VirtualVolumeStatus PlainContent::OpenForReading(UniqueHandle& hSecond, HANDLE& hSource) const {
@@ -129,6 +127,10 @@ VirtualVolumeStatus PlainContent::OpenForReading(UniqueHandle& hSecond, HANDLE& 
 
 VirtualVolumeStatus PlainContent::DoRead(std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) {
     const SectionGuard guard(m_lock.content->section);
+    if (m_startsEmpty && !m_lock.content->isDeleted) {
+        *count = 0;
+        return VVS_Success;
+    }
     return m_lock.content->isDeleted ? VVS_GeneralError : ReadFileAt(m_hFile.Get(), place, data, dataSize, count);
 }
 
@@ -187,7 +189,10 @@ VirtualVolumeStatus PlainContent::Close(bool) {
 }
 
 bool PlainContent::GetFileInfo(VirtFindData* virtFindData) {
-    return VirtualFindFile::DescribeOnDisk(m_state.Path(), VIT_PlainFile, virtFindData);
+    const bool isDescribed = VirtualFindFile::DescribeOnDisk(m_state.Path(), VIT_PlainFile, virtFindData);
+    if (m_startsEmpty)
+        virtFindData->fileSize = 0;
+    return isDescribed;
 }
 
 // Even where the time is to stay as it is, it is set.

@@ -113,12 +113,20 @@ std::optional<bool> AreOneFile(const FileVersion& left, const FileVersion& right
     return left.HasKnownId() && right.HasKnownId() ? std::optional(HaveOneId(left, right)) : std::nullopt;
 }
 
+bool IsOpenFileAt(HANDLE hFile, const std::wstring& path) {
+    const std::optional<FileVersion> own = ReadOpenFileVersion(hFile, path);
+    const std::optional<FileVersion> there = ReadFileVersion(path);
+    return own && there && AreOneFile(*own, *there).value_or(true);
+}
+
 FileVersion AtOtherPath(FileVersion version, const std::wstring& path) {
     version.saves = SavesOf(path);
     return version;
 }
 
 bool IsStillVersion(const std::optional<FileVersion>& known, const std::optional<FileVersion>& now) {
+    if (now && (now->stamp.attributes & FILE_ATTRIBUTE_DIRECTORY))
+        return false;  // also where a folder was known already
     return !now || now->stamp.size == 0 || (known && *known == *now);
 }
 

@@ -42,6 +42,8 @@ std::optional<FileVersion> ReadOpenFileVersion(HANDLE hFile, const std::wstring&
 
 // Whether two versions are of one file, which may have several names. Nothing when its file system gives files no identity.
 std::optional<bool> AreOneFile(const FileVersion& left, const FileVersion& right);
+// Is the open file, which may have been renamed away since, still the one at path? Where files have no identity, any file there is.
+bool IsOpenFileAt(HANDLE hFile, const std::wstring& path);
 
 // The same version after a folder above its file was moved.
 FileVersion AtOtherPath(FileVersion version, const std::wstring& path);

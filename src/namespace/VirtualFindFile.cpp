@@ -6,6 +6,7 @@
 #include "common/Placeholder.h"
 #include "diagnostics/Trace.h"
 #include "library/Owners.h"
+#include "library/Patience.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
 #include "locks/FileLocker.h"
@@ -220,15 +221,18 @@ void StoreEntry(VirtualFindHandle& handle, const WIN32_FIND_DATAW& raw, VirtFind
     BuildVirtFindData({handle.folderPath, handle.folderWriteTime, plainNames}, handle.containerFlag, raw, virtFindData);
 }
 
-// Reads all of it: a sync client may fetch no more than what is read.
-void Fetch(const std::wstring& path) {
-    const HANDLE opened = CreateFileW(PlatformPath(path).c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
-    if (opened == INVALID_HANDLE_VALUE)
-        return;
-    const UniqueHandle file(opened);
+// Waits until a file can be read that others hold for a moment, and reads all of a placeholder: a sync client may fetch no more than
+// what is read.
+void MakeReadable(const std::wstring& path, bool isPlaceholder) {
+    UniqueHandle file;
+    TryForAMoment([&] {
+        const HANDLE opened = CreateFileW(PlatformPath(path).c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
+        file.Reset(opened == INVALID_HANDLE_VALUE ? nullptr : opened);
+        return file ? Win32Error::None : LastWin32Error();
+    });
     const auto buffer = std::make_unique<char[]>(kFetchBytes);
     DWORD done = 0;
-    while (ReadFile(file.Get(), buffer.get(), kFetchBytes, &done, nullptr) && done > 0) {
+    while (isPlaceholder && file && ReadFile(file.Get(), buffer.get(), kFetchBytes, &done, nullptr) && done > 0) {
     }
 }
 
@@ -261,10 +265,9 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
 bool VirtualFindFile::FindFileToOpen(const wchar_t* filePath, VirtFindData* virtFindData) {
     if (!FindFile(filePath, virtFindData))
         return false;
-    const bool mayBeContainer = virtFindData->itemType == VIT_PlainFile && HasContainerName(virtFindData->fileName);
-    if (!mayBeContainer || !IsPlaceholder(virtFindData->fileAttributes))
+    if (virtFindData->itemType != VIT_PlainFile || !HasContainerName(virtFindData->fileName))
         return true;
-    Fetch(PathAppendStr(PathRemoveFileSpecStr(filePath), virtFindData->fileName));
+    MakeReadable(PathAppendStr(PathRemoveFileSpecStr(filePath), virtFindData->fileName), IsPlaceholder(virtFindData->fileAttributes));
     return FindFile(filePath, virtFindData);
 }
 

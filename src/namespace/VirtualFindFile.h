@@ -37,8 +37,8 @@ public:
     // Describes the item at filePath, or else the container filePath + ".zip". False: neither exists.
     static bool FindFile(const wchar_t* filePath, VirtFindData* virtFindData);
 
-    // The same for a file that is going to be opened: one that a sync client keeps elsewhere is fetched first, as the companion library
-    // tells nothing of a placeholder.
+    // The same for a file that is going to be opened: what may be a container that could not be read just now is asked for once more, when
+    // nobody holds it. One that a sync client keeps elsewhere is fetched for that; the companion library reads no placeholder.
     static bool FindFileToOpen(const wchar_t* filePath, VirtFindData* virtFindData);
 
     // Describes a file or folder as the disk does, whatever is in it: a document may itself be a container.

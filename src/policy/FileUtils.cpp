@@ -181,27 +181,40 @@ Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& dest
     return error;
 }
 
+std::wstring FinalPathStr(const std::wstring& path) {
+    const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
+                                        FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+    const UniqueHandle hItem(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    if (!hItem) {
+        const std::wstring parent = PathRemoveFileSpecStr(path);
+        const std::wstring finalParent = parent.size() < path.size() && !parent.empty() ? FinalPathStr(parent) : std::wstring();
+        return finalParent.empty() ? finalParent : PathAppendStr(finalParent, PathStripPathStr(path));
+    }
+    std::wstring finalPath(GetFinalPathNameByHandleW(hItem.Get(), nullptr, 0, VOLUME_NAME_DOS), L'\0');
+    finalPath.resize(GetFinalPathNameByHandleW(hItem.Get(), finalPath.data(), static_cast<DWORD>(finalPath.size()), VOLUME_NAME_DOS));
+    if (finalPath.starts_with(L"\\\\?\\UNC\\"))
+        return L"\\" + finalPath.substr(7);
+    const bool hasDrive = finalPath.starts_with(L"\\\\?\\") && finalPath.size() > 6 && finalPath[5] == L':';
+    return hasDrive ? TidyPathStr(finalPath.substr(4)) : std::wstring();
+}
+
+std::wstring WithLongNameStr(const std::wstring& path) {
+    const std::wstring name = PathStripPathStr(path);
+    WIN32_FIND_DATAW entry{};
+    if (name.find(L'~') == name.npos)
+        return path;
+    const UniqueFindHandle find(::FindFirstFileW(PlatformPath(path).c_str(), &entry));
+    return find && !EqualNoCase(entry.cFileName, name) ? PathAppendStr(PathRemoveFileSpecStr(path), entry.cFileName) : path;
+}
+
 bool AreSameFile(const std::wstring& left, const std::wstring& right) {
     const std::optional<FileVersion> rightVersion = ReadFileVersion(right);
     const std::optional<FileVersion> leftVersion = rightVersion ? ReadFileVersion(left) : std::nullopt;
-    return leftVersion && AreOneFile(*leftVersion, *rightVersion).value_or(EqualNoCase(left, right));
-}
-
-std::wstring FinalPathStr(const std::wstring& folderPath) {
-    const HANDLE handle =
-        ::CreateFileW(PlatformPath(folderPath).c_str(), FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                      nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    const UniqueHandle hFolder(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
-    if (!hFolder) {
-        const std::wstring parent = PathRemoveFileSpecStr(folderPath);
-        const std::wstring finalParent = parent.size() < folderPath.size() && !parent.empty() ? FinalPathStr(parent) : std::wstring();
-        return finalParent.empty() ? finalParent : PathAppendStr(finalParent, PathStripPathStr(folderPath));
-    }
-    std::wstring path(GetFinalPathNameByHandleW(hFolder.Get(), nullptr, 0, VOLUME_NAME_DOS), L'\0');
-    path.resize(GetFinalPathNameByHandleW(hFolder.Get(), path.data(), static_cast<DWORD>(path.size()), VOLUME_NAME_DOS));
-    if (path.starts_with(L"\\\\?\\UNC\\"))
-        return L"\\" + path.substr(7);
-    return path.starts_with(L"\\\\?\\") && path.size() > 6 && path[5] == L':' ? TidyPathStr(path.substr(4)) : std::wstring();
+    const std::optional<bool> isOne = leftVersion ? AreOneFile(*leftVersion, *rightVersion) : std::optional(false);
+    if (isOne || EqualNoCase(left, right))
+        return isOne.value_or(true);
+    const std::wstring finalLeft = FinalPathStr(left);
+    return !finalLeft.empty() && EqualNoCase(finalLeft, FinalPathStr(right));
 }
 
 bool ForEachEntry(const std::wstring& folder, const std::function<bool(const std::wstring&, const WIN32_FIND_DATAW&)>& visit) {

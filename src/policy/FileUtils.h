@@ -78,13 +78,16 @@ Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& de
 Win32Error CopyInPlace(const std::wstring& srcFilePath, const std::wstring& destFilePath, bool failIfExists = false,
                        const std::optional<FileVersion>* known = nullptr);
 
-// Do two paths, perhaps spelled differently or through an alias, lead to one existing file? Where letter case counts, "a" and "A" are
-// two; where files have no identity, an alias counts as another file.
-bool AreSameFile(const std::wstring& left, const std::wstring& right);
+// The path that a file or folder has without short names, substituted drives, junctions and links on the way, as far as it exists; empty
+// when that is not known ("GetFinalPathNameByHandle").
+std::wstring FinalPathStr(const std::wstring& path);
 
-// The path that the folder has without short names, substituted drives, junctions and links on the way, as far as it exists; empty when
-// that cannot be told ("GetFinalPathNameByHandle").
-std::wstring FinalPathStr(const std::wstring& folderPath);
+// The path with its last name as the folder has it, where it is another one: a short name ("Naming Files, Paths, and Namespaces").
+std::wstring WithLongNameStr(const std::wstring& path);
+
+// Do two paths, perhaps spelled differently or through an alias, lead to one existing file? Where letter case counts, "a" and "A" are
+// two; where files have no identity, their final paths decide.
+bool AreSameFile(const std::wstring& left, const std::wstring& right);
 
 // Calls visit(path, entry) for everything in a folder but its dot entries, until it returns false. False, too, when the folder could not
 // be read to its end: the last error says why.

@@ -206,7 +206,7 @@ std::wstring ContainerPathStr(const std::wstring& filePath) {
     return ZipPathStr(filePath);
 }
 
-DeleteResult DeleteFileOrFolder(const std::wstring& path) {
+DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders) {
     QC_TRACE(L"DeleteFileOrFolder", L"path[%s]", path);
     constexpr const wchar_t* kCheckText = L"deleteResult == 0 =>false%s,  %s";
     QC_CHECK_OR_RETURN(!path.empty() && !PathIsRelativeW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
@@ -227,8 +227,9 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     if (isMissing)
         return qcLog.Leave(DeleteResult::Deleted);
     QC_CHECK_OR_RETURN(attributes != INVALID_FILE_ATTRIBUTES, DeleteResult::Failed, kCheckText, L"path[%s]", path);
-    ClearReadOnly(path, attributes);
     const bool isFile = !(attributes & FILE_ATTRIBUTE_DIRECTORY);
+    QC_CHECK_OR_RETURN(isFile || folders == Folders::Delete, DeleteResult::Failed, kCheckText, L"path[%s]", path);
+    ClearReadOnly(path, attributes);
     const bool isTooLong = isLongForm || path.size() >= MAX_PATH;  // for the shell, which is for trees
     const auto deleteFolder = [&path] { return RemoveDirectoryW(PlatformPath(path).c_str()) && !PathExists(path); };  // or a link to one
     const bool isGone = isFile ? TryForAMoment(deleteFile) == Win32Error::None || !PathExists(path)

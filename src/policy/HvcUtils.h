@@ -27,8 +27,9 @@ std::wstring ContainerPathStr(const std::wstring& filePath);
 
 enum class DeleteResult { Deleted = 0, Failed = 22 };
 // Deletes a file, or a folder with all it holds, read-only ones included; nothing goes to a recycle bin. Deleted: nothing is
-// at path any more. Refuses an empty or relative path.
-DeleteResult DeleteFileOrFolder(const std::wstring& path);
+// at path any more. Refuses an empty or relative path, and a folder that is to be kept.
+enum class Folders { Delete, Keep };
+DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders = Folders::Delete);
 // The same for an empty file alone, as one that held a name, or for one that is still this version. Both keep the last error.
 void DeleteIfEmpty(const std::wstring& path);
 void DeleteIfVersion(const std::wstring& path, const FileVersion& version);

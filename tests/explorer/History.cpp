@@ -39,6 +39,7 @@ struct Opener : Edit {
     int named = kHome;  // what its handle was opened or renamed by last
     int disposition = 0;
     bool mayOnlyRead = false;
+    bool startsEmpty = false;  // what it writes first takes the place of all, also where it is moved to
     bool isPlain = false;
     bool sharesLock = false;  // with the lock's handle, also when that is released
     bool isAccessed = false;  // an encrypted one: its temp file is made
@@ -198,6 +199,7 @@ private:
         opener.disposition = opener.mayOnlyRead ? OPEN_EXISTING : step.argument;
         const bool mustExist = opener.disposition == OPEN_EXISTING || opener.disposition == TRUNCATE_EXISTING;
         opener.isPlain = start.isHomePlain || (mustExist && !start.isConflictCopy && PlainAt(kHome));
+        opener.startsEmpty = !opener.isPlain && opener.disposition != OPEN_EXISTING;
         if (opener.isPlain && opener.disposition != OPEN_EXISTING && opener.disposition != OPEN_ALWAYS)
             m_mayReplace = Only(WordOf(PlainAt(kHome)));
         if (m_isLocked && opener.isPlain && opener.disposition != OPEN_EXISTING)
@@ -223,7 +225,8 @@ private:
             std::uint32_t length = 0;
             if (process::Volume()->ReadFile(opener.file, 0, data, sizeof(data), &length, nullptr) != VVS_Success)
                 return false;
-            const std::string expected = world.TextOf(opener.isPlain ? WordOf(PlainAt(opener.place)) : opener.word);
+            const bool readsFile = opener.isPlain && !opener.startsEmpty;
+            const std::string expected = world.TextOf(readsFile ? WordOf(PlainAt(opener.place)) : opener.word);
             const bool isKnown = !opener.isUnsure && (!opener.isPlain || PlainAt(opener.place));
             Expect(!isKnown || std::string(data, length) == expected, "reads something else than \"" + expected + "\"");
             return true;
@@ -243,6 +246,7 @@ private:
                 return false;
             opener.word = word;
             opener.known |= Only(word);
+            opener.startsEmpty = false;
             opener.isDirty = !opener.isPlain;
             m_edits |= Only(word);
             m_mayBeBare |= word == kNothing;
@@ -425,6 +429,7 @@ private:
         Opener& opener = m_openers[step.actor];
         if (step.op == Op::Rename) {
             opener.isAccessed |= opener.isPlain;
+            opener.startsEmpty &= !opener.isPlain;
             opener.isPlain = PathOf(opener.place).starts_with(L"Plain");
             opener.isDirty &= !opener.isPlain && IsOnlyTracked(opener.word, opener.place);
             opener.knowsEmpty |= IsEmptyAt(opener.place);

@@ -113,7 +113,7 @@ void process::End() {
     FreeLibrary(g_module);
     windows_rules::Release();
     for (const HANDLE file : g_files)
-        CloseHandle(file);
+        g_closeHandle(file);
     for (const HANDLE search : g_searches)
         FindClose(search);
     for (const DWORD slot : g_threadSlots)

@@ -24,6 +24,7 @@ namespace {
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr DWORD kWrites = GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA;
+constexpr int kLooksBeforeBits = 2;
 constexpr int kScannersCalls = 12;  // that the module makes while a scanner holds a file; a pause counts as four
 
 struct Opened {
@@ -41,7 +42,8 @@ struct State {
     std::recursive_mutex mutex;
     std::map<HANDLE, Opened> opened;  // by the modules
     std::vector<Scanner> scanners;
-    std::set<std::wstring> toBeDeleted, pinned;
+    std::set<std::wstring> toBeDeleted;
+    std::map<std::wstring, int> looks;  // at files that were written or put in place
     unsigned scans = 0;
 };
 State& g_state = *new State;
@@ -112,13 +114,14 @@ bool IsRefused(const wchar_t* path) { return IsTooLong(path) || IsToBeDeleted(pa
 std::int64_t Number(const FILETIME& time) { return static_cast<std::int64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime; }
 FILETIME TimeOf(std::int64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
 
-// What is told of a file. Bits that are set by who synchronises or indexes it come up when its writer is done ("File Attribute Constants");
-// its write time is told anew only then ("WriteFile", Remarks), and in steps of two seconds on some disks ("File Times").
+// What is told of a file. Bits that are set by who synchronises or indexes it come up soon after its writer is done ("File Attribute
+// Constants"); its write time is told anew only then ("WriteFile", Remarks), and in steps of two seconds on some disks ("File Times").
 void Tell(const std::wstring& key, DWORD& attributes, std::int64_t& writeTime) {
     constexpr DWORD kPinned = 0x80000;
     constexpr std::int64_t kTwoSeconds = 20'000'000;
     const std::lock_guard guard(g_state.mutex);
-    if (g_state.pinned.contains(key))
+    const auto looked = g_state.looks.find(key);
+    if (windows_rules::Has('c') && looked != g_state.looks.end() && ++looked->second > kLooksBeforeBits)
         attributes = (attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_ARCHIVE)) | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | kPinned;
     if (!windows_rules::Has('f'))
         return;
@@ -155,8 +158,7 @@ BOOL WINAPI CloseFile(HANDLE handle) {
     const BOOL isClosed = REAL(CloseHandle)(handle);
     const DWORD error = GetLastError();
     if (opened && opened.mapped().isWriter) {
-        if (windows_rules::Has('c'))
-            g_state.pinned.insert(opened.mapped().path);
+        g_state.looks[opened.mapped().path] = 0;
         Scan(opened.mapped().path);
     }
     if (opened && !IsHeld(opened.mapped().path))
@@ -252,7 +254,12 @@ void ReplaceIn(HMODULE module) {
         return TRUE;
     });
     Replace(module, "MoveFileExW", [](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
-        return CloseScanners(1), !IsRefused(from) && !IsRefused(to) && REAL(MoveFileExW)(from, to, flags);
+        CloseScanners(1);
+        if (IsRefused(from) || IsRefused(to) || !REAL(MoveFileExW)(from, to, flags))
+            return FALSE;
+        const std::lock_guard guard(g_state.mutex);
+        g_state.looks[KeyOf(to)] = 0;
+        return TRUE;
     });
     Replace(module, "CopyFileW", [](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL {
         CloseScanners(1);

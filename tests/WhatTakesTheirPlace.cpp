@@ -1,0 +1,100 @@
+// What comes up where a document is kept or goes to: a folder, a link, another name, somebody else's file. It is no version of the
+// document, and is neither replaced nor deleted for it.
+#include "harness/Imports.h"
+#include "harness/VolumeFixture.h"
+
+using WhatTakesTheirPlace = VolumeFixture;
+
+TEST_F(WhatTakesTheirPlace, AFolderIsNotDeletedWithTheDocument) {
+    for (const bool isWaiting : {false, true}) {
+        const std::wstring path = isWaiting ? L"Docs\\waiting.txt" : L"Docs\\a.txt";
+        if (isWaiting) {
+            LeaveUnsavedEdit(path, "edit");
+            DeleteFileW(ContainerPath(path).c_str());
+        }
+        void* const hFile = MustOpen(path, kReadWrite, isWaiting ? OPEN_EXISTING : CREATE_NEW);
+        if (!isWaiting)
+            EXPECT_OK(volume()->Delete(hFile, nullptr));
+        MakeFolder(path + L".zip");
+        MakePlain(path + L".zip\\other.log", "somebody else's");
+        if (isWaiting)
+            EXPECT_OK(volume()->Delete(hFile, nullptr));
+        Close(hFile);
+        EXPECT_EQ("somebody else's", ReadRaw(ContainerPath(path) + L"\\other.log"));
+    }
+    ExpectUnsavedEdits(1);  // the one that waits is of a version that is not there any more
+}
+
+TEST_F(WhatTakesTheirPlace, AFolderSendsTheEditToAConflictName) {
+    void* const hFile = OpenEdited(L"Docs\\a.txt", "edit", CREATE_NEW);
+    MakeFolder(L"Docs\\a.txt.zip");
+    Close(hFile);
+    EXPECT_EQ("edit", Get(L"Docs\\" + ConflictName(L"a.txt")));
+}
+
+TEST_F(WhatTakesTheirPlace, ALinkDoesNotTakeThatOfItsTarget) {
+    MakePlain(L"Plain\\target.log", "content");
+    ASSERT_TRUE(CreateHardLinkW(NativePath(L"Plain\\link.log").c_str(), NativePath(L"Plain\\target.log").c_str(), nullptr));
+    const HMODULE module = GetModuleHandleW(L"QuelcryptVol64.dll");  // for which the one is a link to the other
+    static const auto isLink = [](const wchar_t* path) { return std::wstring_view(path).ends_with(L"link.log"); };
+    Replace(module, "GetFileAttributesW", [](LPCWSTR path) -> DWORD {
+        return GetFileAttributesW(path) | (isLink(path) ? static_cast<DWORD>(FILE_ATTRIBUTE_REPARSE_POINT) : 0);
+    });
+    Replace(module, "FindFirstFileW", [](LPCWSTR path, LPWIN32_FIND_DATAW found) {
+        const HANDLE search = FindFirstFileW(path, found);
+        found->dwFileAttributes |= isLink(path) ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
+        found->dwReserved0 = isLink(path) ? IO_REPARSE_TAG_SYMLINK : 0;
+        return search;
+    });
+    EXPECT_EQ(VVS_PathAlreadyExists, Rename(L"Plain\\link.log", L"Plain\\target.log"));
+    EXPECT_EQ(VVS_PathAlreadyExists, Move(L"Plain\\link.log", L"Plain\\target.log"));
+    EXPECT_EQ("content", ReadRaw(NativePath(L"Plain\\target.log")));
+}
+
+TEST_F(WhatTakesTheirPlace, AFileStoredAnewIsNotMovedAway) {
+    MakePlain(L"Plain\\a.txt", "older");
+    const auto storeAnew = [&] {
+        fs::rename(NativePath(L"Plain\\a.txt"), NativePath(L"Plain\\a.bak"));
+        MakePlain(L"Plain\\a.txt", "newer words");
+    };
+    Before("IFileWriter::Write", storeAnew, [&] { EXPECT_EQ(VSS_SharingViolation, Move(L"Plain\\a.txt", L"Docs\\a.txt")); });
+    EXPECT_EQ("newer words", ReadRaw(NativePath(L"Plain\\a.txt")));
+    EXPECT_EQ("older", ReadRaw(NativePath(L"Plain\\a.bak")));
+    EXPECT_FALSE(Exists(ContainerPath(L"Docs\\a.txt")));
+}
+
+TEST_F(WhatTakesTheirPlace, AShortNameIsNotStoredAsTheDocuments) {
+    const std::wstring path = L"Docs\\report with a long name.docx";
+    MakeEncrypted(path, "content");
+    wchar_t shortPath[MAX_PATH] = L"";
+    GetShortPathNameW(ContainerPath(path).c_str(), shortPath, MAX_PATH);
+    void* const hFile = MustOpen(L"Docs\\" + fs::path(shortPath).filename().wstring());
+    EXPECT_OK(Write(hFile, "CON"));
+    Close(hFile);
+    EXPECT_EQ((Names{L"report with a long name.docx"}), List(L"Docs\\*"));
+    EXPECT_EQ("CONtent", Get(path));
+}
+
+// The companion library could not read it for a moment.
+TEST_F(WhatTakesTheirPlace, AConflictCopyIsNotWrittenAsAnOrdinaryFile) {
+    MakeEncrypted(L"Docs\\both.txt", "content");
+    MakePlain(L"Docs\\both.txt", "plain");
+    Companion().FailNth("Quelcrypt_GetFileInformation", 1, Fault::Null);
+    void* const hFile = MustOpen(L"Docs\\both.txt.zip");
+    Companion().FailNth();
+    EXPECT_OK(Write(hFile, "CON"));
+    Close(hFile);
+    EXPECT_EQ("CONtent", ContainerContent(ContainerPath(L"Docs\\both.txt")));
+}
+
+TEST_F(WhatTakesTheirPlace, AHandleThatStartsEmptyReadsNothingWhereItIsMovedTo) {
+    for (const std::wstring folder : {L"Plain\\", L"Other\\"}) {
+        Put(L"Docs\\a.txt", "old words");
+        void* const hFile = MustOpen(L"Docs\\a.txt", kReadWrite, CREATE_ALWAYS);
+        EXPECT_OK(Rename(hFile, folder + L"a.txt"));
+        EXPECT_EQ("", Read(hFile));
+        EXPECT_EQ(0, InfoOf(hFile).fileSize);
+        Close(hFile);
+        EXPECT_EQ("old words", Get(folder + L"a.txt"));
+    }
+}
