@@ -1,7 +1,6 @@
 #include "items/FolderCopy.h"
 
 #include <optional>
-#include <ranges>
 #include <utility>
 #include <vector>
 
@@ -51,9 +50,10 @@ public:
 
     bool HasMade(const std::wstring& path) const { return !m_made.empty() && m_made.front().path == path; }
 
-    // The files that are still as they were made, and the folders that are empty then.
+    // Deletes, last made first, the files that are still as they were made and the folders that are empty then.
     void TakeBack() {
-        for (const Made& made : std::views::reverse(m_made)) {
+        for (; !m_made.empty(); m_made.pop_back()) {
+            const Made& made = m_made.back();
             const auto removeFolder = [&] {
                 const bool isGone = RemoveDirectoryW(PlatformPath(made.path).c_str()) || !PathExists(made.path);
                 return isGone ? Win32Error::None : static_cast<Win32Error>(ERROR_SHARING_VIOLATION);
