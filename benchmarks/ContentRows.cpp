@@ -1,4 +1,4 @@
-// Works on content: blocks of open items, decryption, encryption, threads.
+// Operations on content: blocks of open items, decryption, encryption, threads.
 #include <memory>
 #include <random>
 #include <thread>
@@ -15,7 +15,7 @@ constexpr DWORD kReadWrite = GENERIC_READ | GENERIC_WRITE;
 
 World& The() { return World::The(); }
 
-// The calls that the volume makes for a block: positioned, on one handle.
+// The volume reads and writes a block with positioned calls on one handle.
 OVERLAPPED At(std::uint64_t offset) {
     OVERLAPPED overlapped{};
     overlapped.Offset = static_cast<DWORD>(offset);
@@ -45,7 +45,7 @@ bool Write(void* handle, std::uint64_t offset, const void* data, std::uint32_t s
     return The().volume()->WriteFile(handle, offset, data, size, &done, nullptr) == VVS_Success && done == size;
 }
 
-// One item open in the volume, the file behind it open beside, and where the next block is.
+// An item open in the volume, its file open through the platform, and the offset of the next block.
 struct Opened {
     Opened(const std::wstring& volumePath, std::uint64_t size, DWORD access)
         : sizeBytes(size), item(The().File(volumePath, size), access), file(FileBehind(volumePath), access) {}
@@ -107,7 +107,7 @@ Pair SecondReads(const wchar_t* path, std::uint64_t size) {
             {readItem}};
 }
 
-// What a reader or a writer of containers must do: the cipher over everything in memory, and writing the result.
+// The minimum for a reader or writer of containers: encrypt or decrypt everything in memory, and write the result.
 void CipherAndWrite(std::uint64_t size, const wchar_t* path, bool isSave) {
     static std::vector<std::uint8_t> block(4 * kBlockBytes);
     const std::vector<std::uint8_t> salt(companion::ContentCipher::kLongestSalt);
@@ -121,7 +121,7 @@ void CipherAndWrite(std::uint64_t size, const wchar_t* path, bool isSave) {
     Must(!isSave || FlushFileBuffers(file.Get()), "FlushFileBuffers");
 }
 
-// The same reads, by one thread on two files one after the other, and by a thread for each.
+// The same reads of two files, by one thread one after the other, and by one thread for each file.
 template <class ReadBlock>
 Pair OneAndTwoThreads(ReadBlock readBlock) {
     constexpr int kReads = 400;
@@ -144,7 +144,7 @@ Pair OneAndTwoThreads(ReadBlock readBlock) {
 
 }  // namespace
 
-// Rows read as a table; the formatter takes them apart.
+// Rows are laid out as a table, which the formatter would destroy.
 // clang-format off
 Row TransfersAtRisingOffsets() {
     return {"read and write 64 KiB at rising offsets, open item (plain; encrypted once decrypted)",

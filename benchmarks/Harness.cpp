@@ -12,12 +12,12 @@
 namespace {
 
 struct Samples {
-    std::vector<double> raw;  // microseconds for one of a batch
+    std::vector<double> raw;  // microseconds for one call of a batch
     std::vector<double> volume;
 };
 
-// The ratio is the median of the single pairs' ratios: where the machine's speed changes between pairs, that of the medians
-// would tell of the machine. The spread is half the distance between their quartiles, as a part of the ratio.
+// The ratio is the median of the single pairs' ratios: when the machine's speed changes between pairs, a ratio of the medians
+// would measure the machine. The spread is half the distance between their quartiles, relative to the ratio.
 struct Figures {
     double raw = 0;
     double volume = 0;
@@ -107,7 +107,7 @@ std::string CsvField(const std::string& text) { return text.find(',') == text.np
 
 std::string BenchmarkName(const Row& row, const Part& part) { return row.work + std::string(*part.name ? ": " : "") + part.name; }
 
-// The line of the row, when all of it was measured, and those of its parts, when it has several.
+// Prints the line of the row, if all of it was measured, and those of its parts, if it has several.
 void PrintRow(const Row& row, const std::map<const Part*, Samples>& measured, std::ofstream& csv) {
     const bool hasRatio = row.figure != Figure::Alone;
     bool isComplete = hasRatio;
@@ -131,7 +131,7 @@ void PrintRow(const Row& row, const std::map<const Part*, Samples>& measured, st
             PrintLine(hasRatio ? std::string("&nbsp;&nbsp;") + part->name : BenchmarkName(row, *part), figures, hasRatio, "");
 }
 
-// Says what is being measured; the table comes at the end.
+// Prints what is being measured; the table is printed at the end.
 class ProgressReporter final : public benchmark::BenchmarkReporter {
 public:
     bool ReportContext(const Context&) override { return true; }
@@ -165,7 +165,7 @@ void RunRows(const std::vector<Row>& rows, const std::string& csvPath) {
         Must(csv.is_open(), "writing the CSV file");
         csv << "work,raw_us,volume_us,ratio\n";
     }
-    std::printf("| work | raw median (us) | volume median (us) | ratio | spread | target |\n|---|---|---|---|---|---|\n");
+    std::printf("| operation | raw median (us) | volume median (us) | ratio | spread | target |\n|---|---|---|---|---|---|\n");
     for (const Row& row : rows)
         PrintRow(row, measured, csv);
 }

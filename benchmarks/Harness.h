@@ -1,5 +1,5 @@
-// A row of the table sets one work of the volume beside the calls that it must make. Both are measured by turns in one
-// process, so that whatever else the machine does meets both; what is claimed are ratios alone.
+// A row of the table compares one operation of the volume with the platform's calls that it must make. Both are measured by turns in
+// one process, so that whatever else the machine does affects both; only the ratios mean something.
 #pragma once
 
 #include <functional>
@@ -13,22 +13,22 @@ struct Side {
     std::function<void()> after = {};
 };
 struct Pair {
-    Side raw;  // without `run`: the other side is measured alone
+    Side raw;  // without `run`, only the other side is measured
     Side volume;
 };
 
 struct Part {
-    const char* name;  // empty when the row has no other part
+    const char* name;  // empty when it is the row's only part
     int pairs;         // how often each side is measured
-    int batch;         // `run` is called so often for one measurement, and does so much
+    int batch;         // how often `run` is called for one measurement
     std::function<Pair()> prepare;
-    bool isAside = false;  // shown below the row, no part of its figures
+    bool isAside = false;  // shown below the row, but not part of its figures
 };
 
 enum class Figure {
     Ratio,           // volume to raw, over the sum of the parts
-    AboveFixedCost,  // likewise of the last part, without what the first one costs the volume more
-    Speedup,         // raw to volume: the same work by one thread and by two
+    AboveFixedCost,  // volume to raw for the last part, without the additional cost of the volume in the first part
+    Speedup,         // raw to volume: the same reads by one thread and by two
     Alone,           // no ratio
 };
 
@@ -39,9 +39,9 @@ struct Row {
     std::vector<Part> parts;
 };
 
-// Runs the rows as Google Benchmark does, with its options, and prints the table. When csvPath is given, stores there
-// "work,raw_us,volume_us,ratio" of every row with a ratio.
+// Runs the rows with Google Benchmark and its options, and prints the table. When csvPath is given, stores there
+// "work,raw_us,volume_us,ratio" for every row with a ratio.
 void RunRows(const std::vector<Row>& rows, const std::string& csvPath);
 
-// Ends the program with a message: a benchmark of calls that fail measures nothing.
+// Unless condition is true, ends the program with a message: a benchmark of failing calls measures nothing.
 void Must(bool condition, const char* what);

@@ -1,4 +1,4 @@
-// The volume beside the calls that it must make. Options: --csv FILE, --memory, and those of Google Benchmark.
+// Compares the volume with the platform's calls that it must make. Options: --csv FILE, --memory, and those of Google Benchmark.
 #include <cstring>
 #include <string>
 #include <vector>

@@ -2,8 +2,9 @@
 
 #include <cstdio>
 
-#include <psapi.h>
 #include <windows.h>
+
+#include <psapi.h>  // needs the one above
 
 #include "Harness.h"
 #include "World.h"

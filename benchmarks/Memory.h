@@ -1,5 +1,5 @@
-// How much memory the volume and the companion library take at most, beside what was there before.
+// The most memory that the volume and the companion library take.
 #pragma once
 
-// Prints the process's peak working set after each of some works that grow. Returns the exit code.
+// Prints the process's peak working set after each of several operations of growing size. Returns the exit code.
 int PrintMemoryPeaks();

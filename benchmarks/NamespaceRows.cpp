@@ -1,4 +1,4 @@
-// Names, listings and handles: works that touch no content.
+// Names, listings and handles: operations that do not access content.
 #include <cstring>
 #include <memory>
 
@@ -19,7 +19,7 @@ bool Exists(const std::wstring& nativePath) {
     return GetFileAttributesExW(nativePath.c_str(), GetFileExInfoStandard, &data);
 }
 
-// Looks up a plain name in vain and then its container, as the volume must.
+// Looks up a plain name, which is missing, and then its container, as the volume must.
 void FindNativeContainer(const std::wstring& plainPath, const std::wstring& containerPath) {
     Must(!Exists(plainPath) && Exists(containerPath), "GetFileAttributesEx");
 }
@@ -87,7 +87,7 @@ Pair ColdListing(int count, bool isSearchedTwice = false) {
 
 }  // namespace
 
-// Rows read as a table; the formatter takes them apart.
+// Rows are laid out as a table, which the formatter would destroy.
 // clang-format off
 Row OpeningPlain() {
     return {"OpenFile + CloseFile of an existing plain file", "1.2", Figure::Ratio, {{"", 400, 4, [] {
@@ -157,7 +157,7 @@ Row ListingCold() {
 }
 
 Row Locking() {
-    constexpr DWORD lockAccess = 0x13019F;  // what the volume opens a locked file with
+    constexpr DWORD lockAccess = 0x13019F;  // the access with which the volume opens a locked file
     const auto lockPair = [](int lookUps) {
         const std::wstring path = PlainFile();
         const std::wstring native = World::The().Native(path);
@@ -181,7 +181,7 @@ Row Locking() {
              {"beside these and GetFileAttributesEx twice", 400, 4, [=] { return lockPair(2); }, true}}};
 }
 
-// Searching on without a search ends at once: what is left is tracing, a message line among it.
+// FindNextFileW without a search returns at once, so only tracing is measured, with one message line.
 Row TracingNothing() {
     return {"a traced function below trace level", "under 0.030 above", Figure::Ratio, {{"", 60, 20000, [] {
                 return Pair{{[] { Volume()->ReservedQuery28(); }}, {[] { Volume()->FindNextFileW(nullptr, nullptr); }}};

@@ -115,7 +115,7 @@ std::wstring World::PlainFolder(int count) {
     return folder;
 }
 
-// Names stand in a container in clear, so the first one serves as a pattern for the others.
+// Names are unencrypted in containers, so the others are made from the first one by replacing the name.
 std::wstring World::EncryptedFolder(int count) {
     const std::wstring folder = L"Docs\\" + std::to_wstring(count);
     if (!fs::create_directory(Native(folder)))

@@ -1,4 +1,4 @@
-// What is measured: the built volume beside the built companion library, over a folder of this run's own. "Docs" is a mount
+// What is measured: the built volume and the built companion library, with folders of this run. "Docs" is a mount
 // folder whose files are encrypted, "Plain" one whose files are not.
 #pragma once
 
@@ -24,27 +24,27 @@ public:
 
     static World& The();
     World();
-    ~World();  // with the folder
+    ~World();  // deletes the folders
     World(const World&) = delete;
     World& operator=(const World&) = delete;
 
     IVirtualVolume* volume() const { return m_volume; }
     const Companion& companion() const { return m_companion; }
-    // Both libraries anew, so that neither remembers anything; no handle may be open. Retained temp files are removed.
+    // Loads both libraries again, so that neither remembers anything; no handle may be open. Deletes retained copies.
     void Reload();
 
     std::wstring Native(const std::wstring& volumePath) const { return m_root + L"\\" + volumePath; }
-    // The temp file behind an open or retained item.
+    // The temp file of an item, or its retained copy.
     std::wstring TempFileOf(const std::wstring& name) const;
 
-    // Volume paths of folders that hold `count` files with names of one length, made at the first call.
+    // Volume paths of folders with `count` files whose names have one length, made at the first call.
     std::wstring PlainFolder(int count);
     std::wstring EncryptedFolder(int count);
     static std::wstring FileName(int number);
 
-    // A file of this size, made at the first call: "Plain\\<name>" as it is, "Docs\\<name>" as a container.
+    // A file of this size, made at the first call: "Plain\\<name>" stored plain, "Docs\\<name>" as a container.
     std::wstring File(const std::wstring& volumePath, std::uint64_t sizeBytes);
-    // Makes a container of a plain file as the volume does, in blocks of 32 KiB; reads one into a plain file.
+    // Encrypt a plain file into a container like the volume, in blocks of 32 KiB, and decrypt one into a plain file.
     void Encrypt(const std::wstring& plainPath, const std::wstring& containerPath, const std::wstring& storedName) const;
     void Decrypt(const std::wstring& containerPath, const std::wstring& plainPath) const;
 
@@ -58,7 +58,7 @@ private:
     Companion m_companion{};
 };
 
-// A handle of the platform that closes itself; opening must succeed.
+// Owns a handle of the platform; opening must succeed.
 class File {
 public:
     explicit File(const std::wstring& path, DWORD access = GENERIC_READ, DWORD disposition = OPEN_EXISTING);
@@ -71,7 +71,7 @@ private:
     HANDLE m_handle;
 };
 
-// A handle of the volume likewise.
+// Owns a handle of the volume.
 class Item {
 public:
     explicit Item(const std::wstring& path, DWORD access = GENERIC_READ);

@@ -1,13 +1,12 @@
-# A second compiler's opinion: the sources are meant for more than one, and this one knows other warnings.
-# Only this check needs it; without it, the check fails.
+# Compiles the sources with a second compiler, which has other warnings. Only this check needs it, and fails without it.
 find_program(CLANG_CXX NAMES clang++-14 clang++)
 
-# The C++ and platform headers of the cross compiler, without those that belong to the compiler itself.
+# The C++ and platform headers of the cross compiler, without its own.
 set(clang_check_headers ${CMAKE_CXX_IMPLICIT_INCLUDE_DIRECTORIES})
 list(FILTER clang_check_headers EXCLUDE REGEX "/gcc/.*/include(-fixed)?$")
 list(TRANSFORM clang_check_headers PREPEND -isystem)
 
-# add_clang_check(<target> <source>...) adds a target that compiles the sources again, keeping nothing but a mark each.
+# add_clang_check(<target> <source>...) adds a target that compiles the sources again and keeps only a mark for each.
 function(add_clang_check target)
     set(definitions ${project_definitions})
     list(TRANSFORM definitions PREPEND -D)

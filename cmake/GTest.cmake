@@ -1,4 +1,4 @@
-# gtest and gtest_main, built from Debian's source folder within this build (so with its checks).
+# gtest and gtest_main, built from Debian's source folder with the options of this build, including its run-time checks.
 
 if(NOT TARGET gtest)
     set(BUILD_GMOCK OFF CACHE BOOL "" FORCE)
@@ -6,8 +6,8 @@ if(NOT TARGET gtest)
     add_subdirectory(/usr/src/googletest ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL SYSTEM)
 endif()
 
-# add_gtests(<target> [<property> <value>...]) makes a CTest test of each suite in the program: starting a program takes longer than
-# most of its tests.
+# add_gtests(<target> [<property> <value>...]) makes one CTest test for each suite in the program, because starting a program takes
+# longer than most of its tests.
 function(add_gtests target)
     target_precompile_headers(${target} PRIVATE <gtest/gtest.h>)
     get_target_property(sources ${target} SOURCES)

@@ -1,5 +1,5 @@
 # nlohmann_json, cli11 and boost_headers: header-only libraries of the build machine. Each gets an include folder with
-# one link in it, because the folder they are installed in is full of headers of the build machine's own system.
+# one link in it, because the folder they are installed in also has the headers of the build machine's system.
 include_guard(GLOBAL)
 
 function(add_header_library target folder)

@@ -1,5 +1,5 @@
-# add_import_library(<target> <name> <def>) makes an imported target to link against <name>.dll, knowing only its .def
-# file. Which library stands beside the module at run time is decided by the folder it is deployed to.
+# add_import_library(<target> <name> <def>) makes an imported target to link against <name>.dll from its .def file alone.
+# At run time the library in the module's folder is used.
 function(add_import_library target name def)
     set(archive ${CMAKE_CURRENT_BINARY_DIR}/lib${name}.a)
     add_custom_command(

@@ -1,11 +1,11 @@
-# "cmake --install" gives a host's author all there is to build against; "--target package" puts that, quelvol, the tests and the
-# licence texts of what is linked in into a ZIP file for Windows.
+# "cmake --install" installs everything that a host is built against; "--target package" puts that, quelvol, the tests and the
+# licence texts of the linked libraries into a ZIP file for Windows.
 include(CMakePackageConfigHelpers)
 
 install(DIRECTORY include/quelcrypt DESTINATION include)
 install(TARGETS QuelcryptVol64 RUNTIME DESTINATION bin)
 install(TARGETS QuelcryptLib64 quelvol RUNTIME DESTINATION bin)
-# Both compilers link with it; where another linker does not, the .def file makes one: lib /def:QuelcryptVol64.def /machine:x64
+# Both compilers can link with it; for another linker, make one from the .def file: lib /def:QuelcryptVol64.def /machine:x64
 install(FILES $<TARGET_LINKER_FILE:QuelcryptVol64> DESTINATION lib RENAME QuelcryptVol64.lib)
 install(FILES src/QuelcryptVol64.def DESTINATION lib)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/QuelcryptVolConfigVersion.cmake COMPATIBILITY SameMajorVersion)
@@ -14,7 +14,7 @@ install(FILES cmake/QuelcryptVolConfig.cmake ${PROJECT_BINARY_DIR}/QuelcryptVolC
 install(DIRECTORY examples DESTINATION .)
 install(DIRECTORY docs/ DESTINATION docs FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
 
-# Where Debian, and the source packages, keep what each library asks to be passed on with it.
+# The licence texts of each library, from Debian's packages and from the source packages.
 foreach(package libz-mingw-w64-dev libboost1.81-dev nlohmann-json3-dev libcli11-dev mingw-w64-common gcc-mingw-w64-base googletest)
     install(FILES /usr/share/doc/${package}/copyright DESTINATION licences RENAME ${package}.txt)
 endforeach()

@@ -1,10 +1,10 @@
 # Third-party libraries that Debian has no Windows build of: their Debian source packages, built once at configure time
-# and shared by all build folders. Without the checks of the mingw-checked preset, which are meant for our own code.
+# and shared by all build folders, without the run-time checks of the mingw-checked preset, which are for this project's code.
 include_guard(GLOBAL)
 
 # add_third_party(<package> <target> BUILD <target of the package> ARCHIVE <path in its build folder>
 #                 INCLUDE <folder in its source> [SUBFOLDER <of the source to build>] OPTIONS <option>...)
-# defines the imported static library <target>. Options are CMake's, or configure's of a package without CMake.
+# defines the imported static library <target>. Options are for CMake, or for configure if the package does not use CMake.
 function(add_third_party package target)
     cmake_parse_arguments(arg "" "SUBFOLDER;BUILD;ARCHIVE;INCLUDE" "OPTIONS" ${ARGN})
     set(folder ${PROJECT_SOURCE_DIR}/build/third-party)
@@ -39,7 +39,7 @@ function(build_third_party source build target)
     file(REMOVE_RECURSE ${build})
     file(MAKE_DIRECTORY ${build})
     if(EXISTS ${source}/CMakeLists.txt)
-        # Checks that run a program need the emulator; without one this CMake crashes on them.
+        # Checks that run a program need the emulator; without one this version of CMake crashes.
         string(REPLACE ";" "\\;" emulator "${CMAKE_CROSSCOMPILING_EMULATOR}")
         set(configure_command ${CMAKE_COMMAND} -S ${source} -B ${build} -G ${CMAKE_GENERATOR} --toolchain ${CMAKE_TOOLCHAIN_FILE}
             -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=OFF -DCMAKE_CROSSCOMPILING_EMULATOR=${emulator} ${ARGN})

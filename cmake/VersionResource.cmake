@@ -1,4 +1,4 @@
-# add_version_resource(<target> <file name> <description>): what the properties of the file show on Windows.
+# add_version_resource(<target> <file name> <description>): the version and description that Windows shows for the file.
 function(add_version_resource target name description)
     get_target_property(kind ${target} TYPE)
     set(type VFT_DLL)

@@ -1,4 +1,4 @@
-// 64-bit numbers that the platform hands out in two halves.
+// 64-bit numbers that the platform stores in two halves.
 #pragma once
 
 #include <cstdint>

@@ -20,7 +20,7 @@ bool Contains(const std::array<std::wstring_view, Count>& names, std::wstring_vi
 wchar_t UpperUnit(wchar_t unit) {
     if (unit < 0x80)
         return unit >= L'a' && unit <= L'z' ? static_cast<wchar_t>(unit - (L'a' - L'A')) : unit;
-    // A pointer whose high half is zero stands for a single unit.
+    // CharUpperW treats a pointer whose high half is zero as a single unit.
     return static_cast<wchar_t>(reinterpret_cast<ULONG_PTR>(CharUpperW(reinterpret_cast<wchar_t*>(static_cast<ULONG_PTR>(unit)))));
 }
 

@@ -1,21 +1,21 @@
-// What names mean, for all who must agree on it: the volume, its companion library and its hosts. Stateless; any thread.
+// Rules of names that the volume, its companion library and quelvol share. Stateless; any thread.
 #pragma once
 
 #include <cstddef>
 #include <string_view>
 
-// "report.docx" is stored as "report.docx.zip", and shown as "report.HvcConflicted" where its own name means something else.
+// "report.docx" is stored as "report.docx.zip"; a conflict copy "report.zip" is shown as "report.HvcConflicted".
 inline constexpr std::wstring_view kContainerExtension = L".zip";
 inline constexpr std::wstring_view kConflictExtension = L".HvcConflicted";
 
-// One unit in upper case, as file names are compared; units without one stay as they are.
+// The upper-case form of one unit, by which file names are compared; the unit itself if it has none.
 wchar_t UpperUnit(wchar_t unit);
-// Two names, or paths, that mean the same file.
+// Do two names, or paths, differ in letter case only?
 bool EqualNoCase(std::wstring_view left, std::wstring_view right);
 bool LessNoCase(std::wstring_view left, std::wstring_view right);
 bool EndsWithNoCase(std::wstring_view text, std::wstring_view end);
 
-// "report.docx.zip" -> "report.docx"; what has another ending as it is.
+// "report.docx.zip" -> "report.docx"; a name with another extension is returned unchanged.
 std::wstring_view WithoutContainerExtension(std::wstring_view name);
 
 // For tables keyed by paths or names that differ in letter case only: h = h * 33 + upper-case unit, from 0.
@@ -33,8 +33,8 @@ struct NoCaseEqual {
     bool operator()(std::wstring_view left, std::wstring_view right) const { return EqualNoCase(left, right); }
 };
 
-// Names that the volume keeps for itself in every folder: it never lists them, stores them as they are, and may need their place.
+// Names that the volume reserves in every folder: it never lists or encrypts them, and may create files of these names.
 bool IsReservedName(std::wstring_view name);
 
-// The platform opens a device for these names in every folder, whatever extension follows; one of a serial line may wait for ever.
+// Is this a name for which the platform opens a device, in every folder and with any extension? To open a serial port may wait for ever.
 bool IsDeviceName(std::wstring_view name);

@@ -1,4 +1,4 @@
-// Files that a sync client keeps elsewhere until somebody opens them.
+// Placeholders: files whose content a sync client keeps elsewhere until somebody opens them.
 #pragma once
 
 #include <windows.h>

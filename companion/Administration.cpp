@@ -26,13 +26,13 @@ void Store(const std::wstring& text, wchar_t* reason, std::uint32_t capacity) {
     reason[length] = L'\0';
 }
 
-// The verdict says it already.
+// The verdict already says that the container is damaged.
 std::wstring WithoutDamaged(const std::wstring& reason) {
     constexpr std::wstring_view beginning = L"The container is damaged: ";
     return reason.starts_with(beginning) ? reason.substr(beginning.size()) : reason;
 }
 
-// What a body throws becomes a verdict and its reason.
+// Returns body's verdict; an exception becomes a verdict and its reason.
 template <class Body>
 CompanionVerdict Judged(CompanionVerdict failure, wchar_t* reason, std::uint32_t capacity, Body body) noexcept {
     try {
@@ -95,7 +95,7 @@ CompanionVerdict Companion_CheckPassword(const wchar_t* folderPath, bool mayAsk,
         if (!box || box->policy.empty())
             return Companion_Whole;
         if (!folder)
-            Fail(L"No key is configured for it");
+            Fail(L"No key is configured for this folder");
         const auto password = PasswordOf(settings, folder->key, mayAsk ? Asking::Allowed : Asking::Forbidden);
         if (!password)
             return Companion_NotProven;

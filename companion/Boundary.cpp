@@ -35,7 +35,7 @@ void RethrowForCaller() {
     } catch (const CQuelcryptException&) {
         throw;
     } catch (...) {
-        // Nothing known, or no memory left even for the description.
+        // Nothing is known, or there is no memory even for the description.
         Raise();
     }
 }

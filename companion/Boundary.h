@@ -1,5 +1,5 @@
-// What keeps the library's boundary: only exceptions of the CQuelcryptException family pass it, and every object handed
-// out is destroyed through its own slots.
+// The library's boundary: only CQuelcryptException and classes derived from it pass it, and every object that the library
+// returns is destroyed through its own slots.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +13,8 @@ namespace companion {
 // The callback that Quelcrypt_Initialize got; null takes it back.
 void SetRaiseCallback(void (*raise)()) noexcept;
 
-// To be called in a catch block: throws what was caught as an exception of the family. What has no description is
-// thrown by the registered callback.
+// To be called in a catch block: throws what was caught as such an exception. For an exception without a description
+// it calls the registered callback, which throws.
 [[noreturn]] void RethrowForCaller();
 
 // Runs the body of an exported function or slot.

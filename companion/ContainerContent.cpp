@@ -26,7 +26,7 @@ public:
     Inflation(const Inflation&) = delete;
     Inflation& operator=(const Inflation&) = delete;
 
-    // Some output; none at the end. nextInput returns the next block of input, an empty one when there is no more.
+    // Returns some output, none at the end. nextInput returns the next block of input, an empty one when there is no more.
     template <class NextInput>
     std::span<const std::uint8_t> Next(NextInput&& nextInput) {
         m_stream.next_out = m_output.data();
@@ -40,7 +40,7 @@ public:
             const int result = inflate(&m_stream, Z_NO_FLUSH);
             m_isOver = result == Z_STREAM_END;
             if ((result != Z_OK && !m_isOver) || (m_isOver && (m_stream.avail_in != 0 || !nextInput().empty())))
-                Fail(L"The container is damaged: its content cannot be inflated");
+                Fail(L"The container is damaged: its content cannot be decompressed");
         }
         return {m_output.data(), m_output.size() - m_stream.avail_out};
     }
@@ -69,9 +69,9 @@ ContainerContent::ContainerContent(ContainerFile& file, std::unique_ptr<ContentC
     const ZipEntry& zip = *file.Zip();
     const std::size_t added = ContentCipher::AddedBytes(zip.keyBytes);
     if (zip.storedBytes < added)
-        Fail(L"The container is damaged: it has no room for its encryption");
+        Fail(L"The container is damaged: it is too short for encrypted content");
     if (zip.compression != kStored && zip.compression != kDeflated)
-        Fail(L"The container is compressed in a way that is not known here");
+        Fail(L"The container's compression method is not supported");
     m_at += added - ContentCipher::kCodeBytes;
     m_encryptedLeft = zip.storedBytes - added;
     m_block.resize(static_cast<std::size_t>(std::min(m_encryptedLeft, kBlockBytes)));

@@ -1,6 +1,6 @@
-// The content of a container, decrypted, inflated where it was deflated, and handed out block by block. The last block is
-// handed out only when the authentication code over everything stored was found right. Until Next has returned an empty
-// block, what was handed out is known neither to be authentic nor to be the whole.
+// The content of a container, decrypted, inflated if it was deflated, block by block. The last block is
+// returned only after the authentication code over everything stored was found right. Until Next has returned an empty
+// block, the content so far may be incomplete or not authentic.
 #pragma once
 
 #include <cstdint>
@@ -17,16 +17,16 @@ namespace companion {
 
 class ContainerContent {
 public:
-    // To decrypt this container with; null when it was not written with the password. Throws CQuelcryptErrorException when
-    // the file cannot be read. Encrypted entries only.
+    // A cipher that decrypts this container; null when it was not written with the password. Throws CQuelcryptErrorException when
+    // the file cannot be read. For encrypted entries only.
     static std::unique_ptr<ContentCipher> CipherFor(ContainerFile& file, const std::string& password);
 
-    // The file, a container, outlives this object. No cipher: the entry is not encrypted, and empty.
+    // The file must be a container and outlive this object. A null cipher: the entry is empty and not encrypted.
     ContainerContent(ContainerFile& file, std::unique_ptr<ContentCipher> cipher);
     ~ContainerContent();
 
-    // The next block, valid until the next call; empty at the end. Never more in all than the entry says: a small file could
-    // become anything otherwise. Throws CQuelcryptErrorException when there is more or less, or the container is damaged
+    // The next block, valid until the next call; empty at the end. Never returns more in all than the entry says, because deflated
+    // content can be far larger than the file. Throws CQuelcryptErrorException when there is more or less, or the container is damaged
     // or cannot be read; nothing may be called afterwards.
     std::span<const std::uint8_t> Next();
 
@@ -38,16 +38,16 @@ private:
     void CompareCode();
 
     ContainerFile& m_file;
-    std::unique_ptr<ContentCipher> m_cipher;  // none once the code was found right
+    std::unique_ptr<ContentCipher> m_cipher;  // null after the code was found right
     std::uint64_t m_at;
     std::uint64_t m_encryptedLeft = 0;
     std::uint64_t m_plainLeft;
     std::uint32_t m_checksum = 0;
     std::vector<std::uint8_t> m_block;
-    std::unique_ptr<Inflation> m_inflation;  // none when the content is stored as it is
+    std::unique_ptr<Inflation> m_inflation;  // null when the content is not compressed
 };
 
-// Does the password open the container to its end? It is read to it; false also when it is damaged.
+// Reads the container to its end with the password; false when that fails, also because of damage.
 bool IsWholeUnder(ContainerFile& file, const Secret& password);
 
 }  // namespace companion

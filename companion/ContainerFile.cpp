@@ -57,11 +57,11 @@ std::optional<ContainerEntry> ContainerFile::Entry() const {
     if (!m_zip)
         return std::nullopt;
     ContainerEntry entry;
-    // Programs here look for composed accents, whatever the one that wrote the container had.
+    // Windows programs look for composed accents, whatever the program that wrote the container used.
     entry.name = Composed(m_zip->isNameUtf8 ? FromUtf8Lossy(m_zip->name) : FromOem(m_zip->name));
     entry.plainSize = m_zip->plainBytes;
     entry.lastWrite = m_zip->lastWrite ? m_zip->lastWrite : TimeOfDos(m_zip->dosTime);
-    // Some programs store the first time only.
+    // Some programs store only the first time.
     entry.lastAccess = m_zip->lastAccess ? m_zip->lastAccess : entry.lastWrite;
     entry.creation = m_zip->creation ? m_zip->creation : entry.lastWrite;
     return entry;

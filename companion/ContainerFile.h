@@ -1,5 +1,5 @@
-// A container opened for reading: an ordinary ZIP file with exactly one entry, which is AES-encrypted or empty (an empty
-// content has nothing to encrypt). The file is opened with full sharing, so it may be held by a lock meanwhile.
+// A container opened for reading: an ordinary ZIP file with exactly one entry, which is AES-encrypted or empty (nothing
+// to encrypt). The file is opened with full sharing, so it may be locked meanwhile.
 #pragma once
 
 #include <cstdint>
@@ -23,25 +23,25 @@ struct ContainerEntry {
 
 class ContainerFile {
 public:
-    // Reads both ends of the file. When it cannot be opened OpenError tells why and nothing else may be called.
+    // Reads both ends of the file. When it cannot be opened OpenError says why, and nothing else may be called.
     explicit ContainerFile(const std::wstring& path);
 
     // A Win32 error, 0 when the file is open.
     DWORD OpenError() const { return m_openError; }
-    // A Win32 error: why the file could not be read; 0 when it could.
+    // A Win32 error that says why the file could not be read, 0 when it could.
     DWORD ReadError() const { return m_readError; }
 
-    // What follows is nothing when the file is not a container, or could not be read.
+    // Nothing, also from the next function, when the file is not a container or could not be read.
     const std::optional<ZipEntry>& Zip() const { return m_zip; }
     std::optional<ContainerEntry> Entry() const;
 
-    // Of a file that is none: was it a container once, as far as can be told? Other ZIP files are whole, and not broken.
+    // Does a file that is not a container look like a damaged one? Other ZIP files do not.
     bool IsBroken() const { return m_isBroken; }
 
     // Where the entry's stored bytes begin.
     std::uint64_t ContentAt() const { return m_contentAt; }
 
-    // Fills the buffer from there, or throws CQuelcryptErrorException.
+    // Fills the buffer from that offset, or throws CQuelcryptErrorException.
     void Read(std::uint64_t at, std::span<std::uint8_t> buffer);
 
 private:

@@ -18,8 +18,8 @@ bool CanBeContainer(const WIN32_FIND_DATAW& rawEntry) {
     return !(rawEntry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && (rawEntry.nFileSizeHigh != 0 || rawEntry.nFileSizeLow > smallestZip);
 }
 
-// Every stored name is handed out with composed accents. When the file itself has the same name with decomposed ones, as
-// some sync clients write them, that is the form to show: it is the one that the name's owner looks for.
+// A stored name has composed accents here. When the container's own name is the same with decomposed accents, as
+// some sync clients write them, that form is shown, because its owner looks for it.
 std::wstring InFormOf(const std::wstring& containerPath, const std::wstring& storedName) {
     constexpr std::size_t extensionUnits = 4;  // ".zip"
     const std::wstring fileName = containerPath.substr(FolderOf(containerPath).size() + 1);
@@ -28,7 +28,7 @@ std::wstring InFormOf(const std::wstring& containerPath, const std::wstring& sto
     return !sameName && EqualNoCase(Composed(stem), Composed(storedName)) ? stem : storedName;
 }
 
-// Sets certain to false when nothing is known: the file could not be read just now.
+// Sets certain to false when the file could not be read now, so that nothing is known.
 std::optional<ContainerEntry> ReadEntry(const char* containerPathUtf8, bool& certain) {
     const std::wstring path = FullPath(FromUtf8(containerPathUtf8));
     const ContainerFile container(path);
@@ -70,7 +70,7 @@ std::int32_t GetFileInformation(const char* containerPathUtf8, IHvcStringW** sto
         try {
             entry = Information(containerPathUtf8, rawEntry);
         } catch (const CQuelcryptErrorException& error) {
-            // One file that cannot be told about must not end a whole listing.
+            // One file that cannot be described must not end a listing.
             LogLine(LogLevel_Warning, FromUtf8Lossy(containerPathUtf8) + L": " + error.GetDescription());
         }
         if (!entry)

@@ -37,8 +37,8 @@ std::unique_ptr<ContentCipher> FittingCipher(ContainerFile& file, const std::wst
         [&] { return !fitting.empty(); });
     if (fitting.empty())
         return nullptr;
-    // The format's own check of a password is two bytes, which a wrong one passes once in 65,536 times: when several pass, only
-    // reading everything can tell.
+    // The format's check of a password is two bytes, which a wrong one passes once in 65,536 times: when several pass, everything
+    // must be read to find the right one.
     const auto whole = std::find_if(fitting.begin(), fitting.end(),
                                     [&](const Fitting& one) { return fitting.size() > 1 && IsWholeUnder(file, one.password); });
     Fitting& chosen = whole == fitting.end() ? fitting.front() : *whole;
@@ -64,7 +64,7 @@ public:
 
     DWORD OpenError() const { return m_file.OpenError(); }
 
-    // No block may follow a failure, and no end that looks like success.
+    // After a failure every call must fail: neither a block nor a successful end may follow.
     std::uint32_t Advance() override {
         return AtBoundary([this] {
             if (!m_failure.empty())

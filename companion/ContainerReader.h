@@ -1,4 +1,4 @@
-// Finding the password of a container. What reads it is made by MakeReader, see Library.h.
+// Finding the password of a container. MakeReader (Library.h) makes the reader.
 #pragma once
 
 #include <memory>
@@ -8,7 +8,7 @@
 
 namespace companion {
 
-// To read the container with; null when no configured password fits. key becomes that of the password. Throws
+// A cipher that reads the container; null when no configured password fits. Stores the password's key. Throws
 // CQuelcryptErrorException when the file cannot be read.
 std::unique_ptr<ContentCipher> FittingCipher(ContainerFile& file, const std::wstring& path, std::string& key);
 

@@ -35,13 +35,13 @@ namespace {
 
 constexpr std::size_t kBlockBytes = 256 * 1024;
 constexpr std::size_t kKeyBytes = AES256_KEY_SIZE;
-constexpr std::size_t kLongestName = kZipEndBytes / 2;  // what is longer could not be read again
+constexpr std::size_t kLongestName = kZipEndBytes / 2;  // a longer one could not be read again
 
-// The sizes are not known before the end. Until then the local header says 0; what is aside is no ZIP file anyway before its
-// central directory is there.
+// The sizes are known only at the end. Until then the local header has 0; without its central directory the side file is not a ZIP
+// file anyway.
 class ContainerWriter final : public Handed<IFileWriter> {
 public:
-    // The entry has the name and the times. Before the container is put in place, require may refuse that by throwing.
+    // entry has the name and the times. require is called before the container is put in place, and may throw to prevent that.
     ContainerWriter(const std::wstring& containerPath, ZipEntry entry, std::uint32_t attributes, Secret password, IfThere ifThere,
                     std::function<void(const Secret&)> require)
         : m_entry(std::move(entry)),
@@ -65,7 +65,7 @@ public:
             if (commit) {
                 WriteEnds();
                 m_file->Complete();
-                // So whoever changes a password finds all containers that have the one before.
+                // The configuration cannot change meanwhile, so whoever changes a password finds all containers with the former one.
                 const Handle held = HoldSettings();
                 m_require(m_password);
                 m_file->PutInPlace(m_attributes, m_ifThere);
@@ -75,7 +75,7 @@ public:
     }
 
 private:
-    // After a failed step, and after Finish, the answer is false and nothing happens.
+    // After a failed step, and after Finish, does nothing and returns false.
     template <class Step>
     bool AsStep(Step&& step) {
         return AtBoundary([&] {
@@ -95,7 +95,7 @@ private:
         });
     }
 
-    // A failed one makes room at once: what failed may have been a full disk.
+    // Frees the room on the disk at once after a failure: the disk may be full.
     void End() {
         m_isOver = true;
         m_file.reset();
@@ -181,7 +181,7 @@ ZipEntry EntryFor(const wchar_t* name, std::uint32_t attributes, const SYSTEMTIM
     return entry;
 }
 
-// What was noted is what the host is told; the log gets it as well.
+// Notes a failure for the host (Problem.h), and logs it.
 template <class Make>
 auto Noting(const std::wstring& path, Make&& make) {
     ForgetProblem();

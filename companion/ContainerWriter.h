@@ -1,4 +1,4 @@
-// Writing a container that no document is saved to: see Library.h for the others.
+// Writing a container that is not a document's; MakeWriter (Library.h) is for documents.
 #pragma once
 
 #include <memory>
@@ -14,7 +14,7 @@ struct Releaser {
     void operator()(IQuelcryptBase* object) const { object->Release(); }
 };
 
-// With the time of now. Throws CQuelcryptErrorException, and so does what it returns.
+// The container has the current time. Throws CQuelcryptErrorException, and so does the writer.
 std::unique_ptr<IFileWriter, Releaser> NewContainer(const std::wstring& path, const std::wstring& name, const Secret& password,
                                                     IfThere ifThere);
 

@@ -20,7 +20,7 @@ const nettle_cipher& AesOf(std::size_t keyBytes) {
 
 ContentCipher::ContentCipher(const std::string& password, std::span<const std::uint8_t> salt, std::size_t keyBytes)
     : m_aes(AesOf(keyBytes)) {
-    // The key to encrypt with, the key to authenticate with, the verifier.
+    // The encryption key, the authentication key, the verifier.
     std::vector<std::uint8_t> derived(2 * keyBytes + m_verifier.size());
     pbkdf2_hmac_sha1(password.size(), reinterpret_cast<const std::uint8_t*>(password.data()), kKeyRounds, salt.size(), salt.data(),
                      derived.size(), derived.data());
@@ -56,7 +56,7 @@ void ContentCipher::Apply(std::span<std::uint8_t> data) {
     }
 }
 
-// The counter begins with 1 and, unlike in most other formats, its lowest byte comes first.
+// The counter begins with 1; unlike in most other formats, its lowest byte is first.
 void ContentCipher::MakeKeyStream() {
     m_keyStream.fill(0);
     for (std::size_t at = 0; at < m_keyStream.size(); at += AES_BLOCK_SIZE) {

@@ -1,6 +1,6 @@
 // The encryption of a container's content in the WinZip AES format: AES in counter mode, authenticated by HMAC-SHA1 over the
-// encrypted bytes, with keys derived from the password by 1,000 rounds of PBKDF2. One object goes through one content once,
-// from its beginning, in one direction, in pieces of any length.
+// encrypted bytes, with keys derived from the password by 1,000 rounds of PBKDF2. One object encrypts or decrypts one content once,
+// from its beginning, in pieces of any length.
 #pragma once
 
 #include <array>
@@ -35,7 +35,7 @@ public:
     void Encrypt(std::span<std::uint8_t> data);
     void Decrypt(std::span<std::uint8_t> data);
 
-    // Of everything so far; to be asked for once, at the end.
+    // Of everything so far; to be called once, at the end.
     Code AuthenticationCode();
 
 private:

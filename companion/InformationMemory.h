@@ -1,5 +1,5 @@
 // What was read of containers, so that a second listing opens none of them: by path, with the creation time, the write
-// time and the size that the container had. Holds the 20,000 that were asked for last, some 8 MB. One mutex guards it.
+// time and the size that the container had. Remembers the 20,000 that were asked for last, some 8 MB. One mutex guards it.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ namespace companion {
 
 class InformationMemory {
 public:
-    // Nothing: not remembered, or the file changed. An empty inner value: the file is no container.
+    // Nothing: not remembered, or the file changed. An empty inner value: the file is not a container.
     std::optional<std::optional<ContainerEntry>> Find(std::string_view path, const WIN32_FIND_DATAW& rawEntry);
     void Keep(std::string_view path, const WIN32_FIND_DATAW& rawEntry, const std::optional<ContainerEntry>& entry);
 

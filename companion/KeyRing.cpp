@@ -34,7 +34,7 @@ Secret FromVariable(const std::wstring& name) {
     return secret;
 }
 
-// The command's errors and its input are those of this program: it may have a question of its own.
+// The command uses this program's standard input and error, because it may ask something itself.
 Secret FromCommand(std::wstring commandLine) {
     SECURITY_ATTRIBUTES inherited{sizeof(inherited), nullptr, TRUE};
     HANDLE ends[2];
@@ -70,7 +70,7 @@ Secret FromCommand(std::wstring commandLine) {
 
 struct Verdict {
     bool isKnown = false;   // there is a check container
-    std::wstring refusing;  // the folder whose check container the password does not open; or empty
+    std::wstring refusing;  // the folder whose check container the password does not open, if any
 };
 
 Verdict CheckInFolders(const Settings& settings, const std::string& key, const Secret& secret) {
@@ -85,7 +85,7 @@ Verdict CheckInFolders(const Settings& settings, const std::string& key, const S
     return verdict;
 }
 
-// The names of the folders that the key is for, for the question.
+// The names of the key's folders, for the question.
 std::wstring FoldersOf(const Settings& settings, const std::string& key) {
     std::wstring names;
     for (const KeyFolder& folder : settings.FoldersOfKey(key))
@@ -95,7 +95,7 @@ std::wstring FoldersOf(const Settings& settings, const std::string& key) {
 
 Secret FromPerson(const Settings& settings, const std::string& key) {
     if (!HasTerminal())
-        Fail(L"it is to be typed, and there is no terminal");
+        Fail(L"it must be typed, and there is no terminal");
     const std::wstring question = L"Password of " + FoldersOf(settings, key) + L": ";
     constexpr int tries = 3;
     for (int attempt = 0; attempt < tries; ++attempt) {
@@ -105,7 +105,7 @@ Secret FromPerson(const Settings& settings, const std::string& key) {
         const Verdict verdict = CheckInFolders(settings, key, *typed);
         if (!verdict.refusing.empty())
             TellAtTerminal(L"This is not the password of " + verdict.refusing + L".");
-        else if (!verdict.isKnown && AskForPassword(L"Once more, since nothing can tell yet whether it is right: ") != typed)
+        else if (!verdict.isKnown && AskForPassword(L"Once more, because there is nothing yet to check it against: ") != typed)
             TellAtTerminal(L"The two are not the same.");
         else
             return *typed;
@@ -127,7 +127,7 @@ Secret Fetch(const Settings& settings, const std::string& key, const PasswordSou
 struct Kept {
     PasswordSource source;
     Secret secret;
-    std::wstring refusal;  // why there is none; of a prompt alone, which is not repeated
+    std::wstring refusal;  // why there is no password; only after a prompt, which is not repeated
 };
 
 std::mutex g_mutex;
@@ -140,7 +140,7 @@ std::optional<Secret> PasswordOf(const Settings& settings, const std::string& ke
     const auto found = settings.passwords.find(key);
     const std::wstring whose = L"The password of the key \"" + FromUtf8Lossy(key) + L"\": ";
     if (found == settings.passwords.end())
-        Fail(whose + L"the configuration gives none; 'quelvol key set' does");
+        Fail(whose + L"the configuration gives none; set it with 'quelvol key set'");
     const PasswordSource& source = found->second;
     if (source.kind == Kind::Plain)
         return Secret(source.value);

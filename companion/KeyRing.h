@@ -1,7 +1,7 @@
-// The passwords of target keys, fetched from where the configuration says when they are first needed. What was typed stays until
-// the process ends; what a command printed or the store held stays as long as its configuration does. A person is asked once
-// for a key, and where there is a check container (PasswordProof.h) up to three times until it opens that; who answers nothing is
-// not asked again. One mutex guards all: who needs a password waits for the one who is being asked.
+// The passwords of target keys, fetched from where the configuration says when they are first needed. A typed password is kept until
+// the process ends; one that a command printed or the store had, as long as its configuration is unchanged. A person is asked once
+// for a key, but up to three times if there is a check container (PasswordProof.h) that the password does not open, and not again after
+// giving no answer. One mutex guards everything: a thread that needs a password waits while another one asks for it.
 #pragma once
 
 #include <optional>
@@ -14,10 +14,11 @@ namespace companion {
 
 enum class Asking { Allowed, Forbidden };
 
-// Nothing: it has to be asked for, and may not be. Throws CQuelcryptErrorException when it cannot be had; the text names the key.
+// Nothing: a person would have to be asked, which is forbidden. Throws CQuelcryptErrorException when there is no password; the text names
+// the key.
 std::optional<Secret> PasswordOf(const Settings& settings, const std::string& key, Asking asking);
 
-// From now on nobody is asked in this process: for servers, whose requests are no person's.
+// From now on nobody is asked in this process: for servers, whose requests do not come from a person at the terminal.
 void ForbidAsking();
 
 }  // namespace companion

@@ -1,6 +1,6 @@
-// The whole companion library, function by function as QuelcryptLib.h describes them under their exported names; the
-// arguments that are always null or constant are left out. Exceptions of the CQuelcryptException family may leave these
-// functions and the objects they make, and no others. The objects stay usable until the library is unloaded.
+// The functions of the companion library, which QuelcryptLib.h describes under their exported names; the
+// arguments that are always null or constant are left out. Only CQuelcryptException and classes derived from it may leave these
+// functions and the objects that they make. The objects are usable until the library is unloaded.
 #pragma once
 
 #include <cstdint>
@@ -29,13 +29,13 @@ std::int32_t MakeProtectedFolderEnum(IProtectedFolderEnum** folders);
 std::int32_t GetFileInformation(const char* containerPathUtf8, IHvcStringW** storedName, std::uint64_t* plainSize,
                                 const WIN32_FIND_DATAW* rawEntry, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess, SYSTEMTIME* creation);
 
-// Null when the file cannot be opened. Throws when it is not a container. The passwords are tried at the first Advance,
-// which throws "Cannot recover password" when none fits. Damage is found at the latest by the Advance that would have
-// returned 0, which throws instead.
+// Null when the file cannot be opened. Throws when it is not a container. The first Advance tries the passwords
+// and throws "Cannot recover password" when none fits. For a damaged container, the Advance that would return 0
+// throws at the latest.
 IFileReader* MakeReader(IHvcStringW* containerPath);
 
-// Null when no password is configured for the container. Throws when its folder cannot be written or the container that
-// stands there is read-only. Any of the three times may be null.
+// Null when no password is configured for the container. Throws when its folder cannot be written or the existing container
+// is read-only. Any of the three times may be null.
 IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath, std::uint32_t sourceAttributes,
                         const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation);
 

@@ -28,7 +28,7 @@ void WriteWhole(HANDLE file, const std::string& line) {
 std::string AsLine(std::wstring text) {
     while (!text.empty() && (text.back() == L'\n' || text.back() == L'\r'))
         text.pop_back();
-    // A file name from elsewhere must not be able to forge a line, nor to steer a terminal.
+    // A file name must not be able to forge a line of the log or to control a terminal.
     for (wchar_t& unit : text) {
         if (unit < 0x20 || (unit >= 0x7F && unit < 0xA0))
             unit = L' ';
@@ -70,7 +70,7 @@ public:
     }
 
     void Close() {
-        // At the end of a process another thread may have been stopped inside; the system closes the file then.
+        // At the end of a process, another thread may have been stopped while it had the mutex; the system then closes the file.
         const std::unique_lock guard(m_mutex, std::try_to_lock);
         m_level = 0;
         if (guard) {
@@ -92,7 +92,7 @@ private:
             const std::lock_guard guard(m_mutex);
             WriteWhole(m_path == L"-" ? GetStdHandle(STD_ERROR_HANDLE) : m_file.Get(), line);
         } catch (...) {
-            // A lost line is the least harm.
+            // To lose a line does the least harm.
         }
         SetLastError(error);
     }

@@ -1,5 +1,5 @@
-// The log: one file that every process appends to, or standard error. A line is written with one call, which Windows
-// keeps whole between processes; within this one a mutex does. Any thread may log; logging never throws and never changes
+// The log: one file that every process appends to, or standard error. Lines of several processes do not mix, because each is written
+// with one call; a mutex does the same for threads. Any thread may log; logging never throws and never changes
 // the last error.
 #pragma once
 
@@ -18,10 +18,10 @@ std::uint32_t ComponentIndex(const char* componentName);
 void ConfigureLogger(const std::wstring& file, std::uint32_t level) noexcept;
 void CloseLogger() noexcept;
 
-// A line of this library's own, with time, thread and level. Never content, never a password.
+// Writes a line of this library, with time, thread and level. Never content, never a password.
 void LogLine(LogLevel level, const std::wstring& text) noexcept;
 
-// For what whoever runs the program must learn even without a log: also on standard error and at a debugger.
+// For problems that the user must see even without a log: also written to standard error and to a debugger.
 void ReportProblem(const std::wstring& text) noexcept;
 
 }  // namespace companion

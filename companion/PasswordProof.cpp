@@ -42,13 +42,13 @@ bool OpensWithAnother(const Settings& settings, const std::wstring& path, const 
             if (password && Opens(path, *password))
                 return true;
         } catch (const CQuelcryptErrorException&) {
-            // One that cannot be had opens nothing.
+            // Without the password nothing is opened.
         }
     }
     return false;
 }
 
-// Looks through a folder's containers until some prove something.
+// Tries a folder's containers until they show whether the password is right.
 class Search {
 public:
     Search(const Settings& settings, const KeyFolder& folder, const Secret& password)
@@ -79,7 +79,7 @@ private:
         return holder && holder->path == m_folder.path;
     }
 
-    // The password's two check bytes tell nearly all wrong ones apart; what passes them counts when it is whole.
+    // Nearly all wrong passwords fail the two check bytes; of those that pass, the whole container must be read, unless it is large.
     void Container(const std::wstring& path) {
         try {
             ContainerFile file(path);
@@ -138,13 +138,13 @@ private:
 
 void MakeCheckContainer(const KeyFolder& folder, const Secret& password, IfThere ifThere) {
     MakeSideFolder(folder.path);
-    constexpr std::string_view text = "This file opens with the password of the folder it is in, by which quelvol knows it.\r\n";
+    constexpr std::string_view text = "This file opens with the password of its folder; quelvol uses it to check the password.\r\n";
     const auto writer = NewContainer(CheckPath(folder), L"password.txt", password, ifThere);
     writer->Write(text.data(), static_cast<std::uint32_t>(text.size()));
     writer->Finish(true);
 }
 
-// 0 of a missing file.
+// 0 for a missing file.
 std::uint64_t StampOf(const std::wstring& path) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (!GetFileAttributesExW(OpenablePath(path).c_str(), GetFileExInfoStandard, &data))
@@ -162,7 +162,7 @@ void Prove(const Settings& settings, const KeyFolder& folder, const Secret& pass
         try {
             MakeCheckContainer(folder, password, IfThere::Keep);
         } catch (const CQuelcryptErrorException&) {
-            // Another process was quicker; or the folder cannot be written, as the writer will find out.
+            // Another process was quicker; or the folder cannot be written, which the writer will report.
         }
         check = OpensCheckContainer(folder, password);
     }
@@ -205,7 +205,7 @@ void ProvePassword(const Settings& settings, const KeyFolder& folder, const Secr
     const auto source = settings.passwords.find(folder.key);
     const bool isPlain = source != settings.passwords.end() && source->second.kind == PasswordSource::Kind::Plain;
     const bool isMade = beforeWriting == BeforeWriting::Yes && !isPlain;
-    // What stands in the configuration changes with it alone.
+    // A password in the configuration is not checked again when the check container changes.
     const auto stamp = [&] { return isPlain ? 0 : StampOf(CheckPath(folder)); };
     {
         const std::lock_guard guard(mutex);

@@ -15,7 +15,7 @@
 namespace companion {
 namespace {
 
-// The text between the first start, looked for behind the first before, and the next end; empty when there is none.
+// The text between start and end: the first start after the first before, and the next end. Empty when one is missing.
 std::string_view Between(std::string_view text, std::string_view before, std::string_view start, std::string_view end) {
     std::size_t from = text.find(before);
     if (from != std::string_view::npos)
@@ -27,7 +27,7 @@ std::string_view Between(std::string_view text, std::string_view before, std::st
     return to == std::string_view::npos ? std::string_view() : text.substr(from, to - from);
 }
 
-// The real container of a temp file, as its tracking file names it; empty when there is no tracking file.
+// The container that a temp file's tracking file names; empty when there is no tracking file.
 std::wstring TrackedContainer(const std::wstring& tempPath) {
     try {
         constexpr std::size_t sizeLimit = 1 << 20;

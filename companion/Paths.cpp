@@ -30,7 +30,7 @@ std::wstring JoinedTo(const std::wstring& base, const std::wstring& path) {
     return base + L'\\' + path;
 }
 
-// "\a" stands on some drive; the base's, rather than the one that is current by chance.
+// "\a" is on the drive of base, not on whichever drive is current.
 std::wstring OnDriveOf(const std::wstring& base, const std::wstring& path) {
     const bool lacksDrive = path.starts_with(L'\\') && !path.starts_with(L"\\\\");
     return lacksDrive && base.size() >= 2 && base[1] == L':' ? base.substr(0, 2) + path : path;
@@ -56,7 +56,7 @@ std::wstring FullPath(const std::wstring& path, const std::wstring& base) {
 }
 
 std::wstring OpenablePath(const std::wstring& fullPath) {
-    // The platform's limit for a folder's path is the shorter one.
+    // The platform's limit for a folder's path, which is lower than that for a file's.
     constexpr std::size_t shortLimit = MAX_PATH - 12;
     if (fullPath.size() < shortLimit || fullPath.starts_with(kLongPrefix))
         return fullPath.ends_with(L':') ? fullPath + L'\\' : fullPath;

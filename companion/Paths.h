@@ -7,16 +7,16 @@
 namespace companion {
 
 // Absolute, with "." and ".." resolved, backslashes, no long-path prefix and no separator at its end ("C:" is a drive's
-// root). A relative path counts from base, or from the current folder when base is empty. Asks no disk.
+// root). A relative path begins at base, or at the current folder when base is empty. Does not access the disk.
 std::wstring FullPath(const std::wstring& path, const std::wstring& base = {});
 
-// The same path in a form that the file functions take at any length. Of a full path, or one that is in this form.
+// A full path, or one already in this form, in a form that the file functions take at any length.
 std::wstring OpenablePath(const std::wstring& fullPath);
 
-// Without its last component. Of a full path.
+// A full path without its last component.
 std::wstring FolderOf(const std::wstring& fullPath);
 
-// Is path the folder itself or anything below it? Of full paths.
+// Is path the folder itself or below it? Both are full paths.
 bool IsWithin(std::wstring_view path, std::wstring_view folder);
 
 }  // namespace companion

@@ -9,7 +9,7 @@ namespace {
 
 using nlohmann::json;
 
-// Hands the text to the parser and tells how far that has read.
+// Gives the text to the parser and records how far it has read.
 class CountingIterator {
 public:
     using iterator_category = std::input_iterator_tag;
@@ -36,7 +36,7 @@ private:
     const char** m_furthest;
 };
 
-// "(3,14): " of the last character before end.
+// The place of the last character before end: "(3,14): ".
 std::string LineAndColumn(std::string_view text, std::size_t end) {
     const std::string_view before = text.substr(0, end == 0 ? 0 : end - 1);
     const auto line = 1 + std::count(before.begin(), before.end(), '\n');
@@ -45,7 +45,7 @@ std::string LineAndColumn(std::string_view text, std::size_t end) {
     return "(" + std::to_string(line) + "," + std::to_string(column) + "): ";
 }
 
-// The parser's reason without its prefix and without what it quotes of the file.
+// The parser's reason without its prefix and without its quotation of the file.
 std::string ReasonOf(const json::parse_error& error) {
     std::string reason = error.what();
     if (const std::size_t prefix = reason.find(": "); prefix != std::string::npos)
@@ -55,7 +55,7 @@ std::string ReasonOf(const json::parse_error& error) {
     return reason;
 }
 
-// Follows the parser through the document.
+// Records the place of each value while the parser reads the document.
 class PlaceKeeper {
 public:
     PlaceKeeper(std::string_view text, std::map<JsonPath, std::string>& places) : m_text(text), m_places(places) {}

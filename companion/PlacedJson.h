@@ -1,4 +1,4 @@
-// A JSON document that knows at which line and column each of its values stands.
+// A JSON document with the line and column of each value.
 #pragma once
 
 #include <map>

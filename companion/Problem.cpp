@@ -5,7 +5,7 @@
 namespace companion {
 namespace {
 
-// An object with a destructor would keep the library loaded until the thread ends.
+// Not an object with a destructor, which would keep the library loaded until the thread ends.
 thread_local wchar_t t_text[1024];  // ends with zero
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Why the last container could not be read or written on this thread, for a host that got no more than a status. Forgotten when the
-// next one begins.
+// The reason why the last container could not be read or written on this thread, for a host that only received a status. Forgotten when
+// the next container is read or written.
 #pragma once
 
 #include <string>

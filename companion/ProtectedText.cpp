@@ -9,7 +9,7 @@
 namespace companion {
 namespace {
 
-// What the system allocated.
+// Memory that the system allocated.
 struct Blob {
     DATA_BLOB data{};
     ~Blob() {
@@ -45,7 +45,7 @@ Secret Unprotect(const std::string& text) {
     DWORD length = static_cast<DWORD>(bytes.size());
     if (!CryptStringToBinaryA(text.data(), static_cast<DWORD>(text.size()), CRYPT_STRING_BASE64, reinterpret_cast<BYTE*>(bytes.data()),
                               &length, nullptr, nullptr))
-        Fail(L"What is stored is damaged");
+        Fail(L"The stored password is damaged");
     DATA_BLOB in{length, reinterpret_cast<BYTE*>(bytes.data())};
     Blob out;
     if (!CryptUnprotectData(&in, nullptr, nullptr, nullptr, nullptr, CRYPTPROTECT_UI_FORBIDDEN, &out.data))

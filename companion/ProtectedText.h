@@ -1,5 +1,5 @@
-// A password as only this user of this machine can read it back: the system's data protection encrypts it under the user's own
-// logon. It is as safe as the logon, and lost with it. (Wine encrypts with nothing that is secret: there it only hides the text.)
+// A password in a form that only this user of this machine can read: the system's data protection encrypts it with the user's
+// logon. It is as safe as the logon, and lost with it. (Wine encrypts without a secret: there the text is only hidden.)
 #pragma once
 
 #include <string>
@@ -8,11 +8,11 @@
 
 namespace companion {
 
-// In letters that a configuration can hold. Both throw CQuelcryptErrorException.
+// The protected form is a text for the configuration. Both throw CQuelcryptErrorException.
 std::string Protect(const Secret& secret);
 Secret Unprotect(const std::string& text);
 
-// Is this Wine? It tells in what people are told about the above.
+// Is this Wine? What people are told about the protection depends on it.
 bool IsWine();
 
 }  // namespace companion

@@ -1,4 +1,4 @@
-// A password, wiped from memory with its last copy. What the system and other programs keep of it on its way here is not ours to wipe.
+// A password; each copy is wiped from memory at its end. Copies that the system and other programs made before cannot be wiped.
 #pragma once
 
 #include <cstddef>

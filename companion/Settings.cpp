@@ -16,7 +16,7 @@ namespace {
 
 using nlohmann::json;
 
-// Reads the values of one document; every complaint names its place.
+// Reads the values of one document; every error names its place.
 class SettingsReader {
 public:
     SettingsReader(const PlacedJson& document, const std::wstring& baseFolder) : m_document(document), m_baseFolder(baseFolder) {}
@@ -56,7 +56,7 @@ private:
         return path;
     }
 
-    // A misspelt member would otherwise be a setting that silently does not hold.
+    // Otherwise a misspelt member would be ignored silently.
     void OnlyMembers(const json& object, const JsonPath& path, std::initializer_list<std::string_view> known) const {
         if (!object.is_object())
             Complain(path, "an object is expected here");
@@ -141,7 +141,7 @@ private:
         Complain(path, "the type is \"general\" or \"dropbox\"");
     }
 
-    // Calls read(key, value, place) for each member of an object that has one for each target key.
+    // Calls read(key, value, place) for each member of an object whose members are named for target keys.
     template <class Read>
     void ForEachKey(const json& members, const JsonPath& path, const std::string& what, Read read) {
         if (!members.is_object())
@@ -172,7 +172,7 @@ private:
         });
     }
 
-    // A text is the password itself; an object has one member, which says where to get it.
+    // A text is the password itself; an object has one member, which says where the password is.
     PasswordSource Source(const json& value, const JsonPath& place) const {
         using Kind = PasswordSource::Kind;
         if (!value.is_object()) {
@@ -231,7 +231,7 @@ using PathForm = std::wstring (*)(const std::wstring&);
 std::wstring AsItIs(const std::wstring& path) { return path; }
 std::wstring ThroughAnsi(const std::wstring& path) { return FromAnsi(ToAnsi(path)); }
 
-// The configured folders that the path is in, the nearest first. asCompared gives a folder's path the form that fullPath has.
+// The configured folders that contain the path, the nearest first. asCompared converts a folder's path to the form of fullPath.
 std::vector<const ConfiguredFolder*> Ancestors(const std::vector<ConfiguredFolder>& folders, const std::wstring& fullPath,
                                                PathForm asCompared) {
     std::vector<const ConfiguredFolder*> ancestors;

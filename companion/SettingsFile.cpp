@@ -39,7 +39,7 @@ std::wstring UserSid() {
     return LocalPtr<wchar_t>(text).get();
 }
 
-// For the user alone; what is made in a folder of this kind is so as well.
+// Access rights for the user only, which what is created in such a folder inherits.
 LocalPtr<void> PrivateRights() {
     const std::wstring rights = L"D:P(A;OICI;FA;;;" + UserSid() + L")";
     void* descriptor = nullptr;
@@ -69,8 +69,8 @@ ordered_json SourceOf(const PasswordSource& source) {
     return source.value;
 }
 
-// The one new file that there can be, which is also the lock of those who change the configuration: who has it open lets nobody else
-// write or, by opening, delete it, but can rename it. One that nobody has open was left by a crash.
+// Creates and opens the new file. It is also the lock for changes of the configuration: while it is open, nobody else can
+// open it to write or delete it, but its owner can rename it. A file that nobody has open was left by a crash.
 Handle OnlyNewFile(const std::wstring& path, SECURITY_ATTRIBUTES& rights) {
     Handle file;
     RepeatForAMoment([&] {

@@ -1,6 +1,6 @@
-// Changing the configuration file for people who do not write it by hand. What is not changed keeps its order and values; the
-// file is replaced as a whole, by one that only its user may read. A change begins with what the file says at that moment, so that
-// nobody's is lost: questions are asked before.
+// Changing the configuration file for people who do not write it by hand. Everything else in it keeps its order and values; the
+// file is replaced by a new one that only its user may read. A change begins by reading the file, so that no other change
+// is lost; questions must be asked before.
 #pragma once
 
 #include <functional>
@@ -14,28 +14,28 @@
 
 namespace companion {
 
-// Where the configuration is looked for: the variable QUELCRYPT_CONFIG, else beside the library, else in the user's own folder.
+// The path of the configuration: from the variable QUELCRYPT_CONFIG, else beside the library, else in the user's own folder.
 std::wstring SettingsPath();
-// May anybody but its owner, the system and administrators read the file? False also when that cannot be told.
+// May anybody but its owner, the system and administrators read the file? False also when that is unknown.
 bool OthersMayRead(const std::wstring& path);
 
 class SettingsFile {
 public:
-    // A missing file is an empty one. Throws SettingsError for one that cannot be used, CQuelcryptErrorException for one that
+    // A missing file counts as empty. Throws SettingsError for one that cannot be used, CQuelcryptErrorException for one that
     // cannot be read.
     explicit SettingsFile(std::wstring path);
     ~SettingsFile();
 
-    // Reads the file, lets change change it, and puts the result in place; no other run changes it meanwhile. Throws what change throws,
-    // what the constructor throws, and CQuelcryptErrorException when the file is held or cannot be written; it is then as it was.
+    // Reads the file, calls change, and replaces the file; no other run changes it meanwhile. Throws what change and the
+    // constructor throw, and CQuelcryptErrorException when the file is held or cannot be written; it is then as it was.
     static void Change(const std::wstring& path, const std::function<void(SettingsFile&)>& change);
 
     const std::wstring& Path() const { return m_path; }
     const Settings& Get() const { return m_settings; }
-    // These throw SettingsError when the configuration could not be used with the change; it is then without it.
+    // These throw SettingsError when the configuration could not be used with the change, and then do not make it.
     void AddFolder(const std::wstring& name, const std::wstring& path, const std::string& key);
     void SetPassword(const std::string& key, const PasswordSource& source);
-    // The password of the key becomes the former one, kept under a key of its own until EndRekey; the new one is that of source.
+    // The key's new password is that of source; the former one is kept under a key of its own until EndRekey.
     void BeginRekey(const std::string& key, const PasswordSource& former, const PasswordSource& source);
     void EndRekey(const std::string& key, const PasswordSource& source);
 
@@ -47,7 +47,7 @@ private:
     Settings m_settings;
 };
 
-// While this is open nobody puts another configuration in place. Empty when there is none.
+// While this handle is open nobody can replace the configuration. Empty when there is no configuration.
 Handle HoldSettings();
 
 }  // namespace companion

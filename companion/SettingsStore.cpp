@@ -17,10 +17,10 @@
 namespace companion {
 namespace {
 
-// What is compared to see whether the file was written since it was read.
+// Compared to find out whether the file was written since it was read.
 struct FileStamp {
     std::wstring path;
-    DWORD error = 0;  // why it cannot be seen; 0 when it can
+    DWORD error = 0;  // why its attributes cannot be read; 0 when they can
     std::uint64_t writeTime = 0;
     std::uint64_t sizeBytes = 0;
 
@@ -125,7 +125,7 @@ private:
             constexpr std::size_t sizeLimit = 16 << 20;
             return ReadWholeFile(stamp.path, sizeLimit);
         } catch (...) {
-            // Whoever keeps the file to itself may let go of it without changing the stamp.
+            // A program that held the file may close it without changing the stamp.
             m_readAgain = true;
             throw;
         }

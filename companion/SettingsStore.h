@@ -1,6 +1,6 @@
-// The configuration in force. The file is looked at (not read) at every request, so an edit takes effect by itself. A
-// file that is broken or being written when it is looked at is reported, and what was last read whole stays in force;
-// before the first one there are no folders. One mutex guards the store; what it hands out never changes.
+// The configuration in force. At every request the file's time and size are checked, so a change takes effect at once. A
+// file that is broken or being written is reported, and what was last read completely stays in force;
+// before that there are no folders. One mutex guards the store; the objects it returns never change.
 #pragma once
 
 #include <cstdint>
@@ -12,10 +12,10 @@ namespace companion {
 
 struct SettingsInForce {
     Settings settings;
-    std::uint32_t changeCounter = 0;  // never 0; another one after each change of the file
+    std::uint32_t changeCounter = 0;  // never 0; different after each change of the file
 };
 
-// Never null. Applies a changed log to the logger. Throws std::bad_alloc only.
+// Never null. Passes changed log settings to the logger. Throws only std::bad_alloc.
 std::shared_ptr<const SettingsInForce> CurrentSettings();
 
 }  // namespace companion

@@ -31,7 +31,7 @@ std::wstring NewSideFileName() {
 
 std::wstring SideFolderOf(const std::wstring& folder) { return folder + L'\\' + kSideFolderName; }
 
-// A link or junction, as against what sync clients mark in the same way.
+// Is it a link or junction? A sync client's placeholder is a reparse point too, but not a link.
 bool IsLink(const std::wstring& folder) {
     WIN32_FIND_DATAW found{};
     const HANDLE search = FindFirstFileW(OpenablePath(folder).c_str(), &found);
@@ -61,7 +61,7 @@ Handle Open(const std::wstring& path, DWORD access, DWORD share) {
                               FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
-// Empty when it cannot be told.
+// Empty when it is unknown.
 std::wstring RealPathOf(const Handle& item) {
     constexpr DWORD longest = 0x8000;
     std::wstring path(longest, L'\0');
@@ -72,8 +72,8 @@ std::wstring RealPathOf(const Handle& item) {
     return path;
 }
 
-// Deletes the file that stands in the side folder under this name, unless somebody has it open, and nothing that a link leads to. Some
-// platforms follow one whatever they are told, so it is asked what was opened.
+// Deletes a file of the side folder unless somebody has it open, and never a link's target: some platforms follow links whatever the
+// flags, so the path of the opened file is checked.
 bool DeleteItself(const std::wstring& folder, const std::wstring& name) {
     const Handle file = Open(SideFolderOf(folder) + L'\\' + name, DELETE, 0);
     const std::wstring real = RealPathOf(Open(folder, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
@@ -82,7 +82,8 @@ bool DeleteItself(const std::wstring& folder, const std::wstring& name) {
            SetFileInformationByHandle(file.Get(), FileDispositionInfo, &disposition, sizeof(disposition));
 }
 
-// Its number is in the name. One of another machine may be the same; a day is then enough for any writer.
+// Has the process that wrote this side file ended? Its number is in the name. The file may be from another machine, so after a day its
+// writer counts as ended in any case.
 bool HasEnded(const wchar_t* sideFile) {
     const DWORD process = std::wcstoul(sideFile + std::wcslen(L"container-"), nullptr, 16);
     const HANDLE opened = OpenProcess(SYNCHRONIZE, FALSE, process);
@@ -91,7 +92,7 @@ bool HasEnded(const wchar_t* sideFile) {
     return WaitForSingleObject(Handle(opened).Get(), 0) == WAIT_OBJECT_0;
 }
 
-// Throws when the target is one that must not be replaced. The attributes to keep; 0 when there is no target.
+// The target's attributes that the new file keeps; 0 when there is no target. Throws when the target must not be replaced.
 DWORD AttributesToKeep(const std::wstring& targetPath) {
     const DWORD attributes = GetFileAttributesW(OpenablePath(targetPath).c_str());
     if (attributes == INVALID_FILE_ATTRIBUTES)
@@ -103,7 +104,7 @@ DWORD AttributesToKeep(const std::wstring& targetPath) {
     return attributes & (FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
 }
 
-// Succeeds where the plain replace does not: while others have the target open and allow its deletion, as readers do.
+// Succeeds where an ordinary rename does not: while others have the target open but allow its deletion, like readers.
 // Only some file systems of newer systems can do it.
 bool ReplaceOpened(const std::wstring& from, const std::wstring& to) {
     // Missing from older system headers: FileRenameInfoEx with the flags "replace" and "as in POSIX".
@@ -122,14 +123,14 @@ bool ReplaceOpened(const std::wstring& from, const std::wstring& to) {
     return SetFileInformationByHandle(file.Get(), renameInfoEx, rename, static_cast<DWORD>(buffer.size())) != FALSE;
 }
 
-// Another writer may remove the empty folder between our making it and using it; or its removal is still under way.
+// Another writer may delete the empty folder after it was made here and before it is used; or its deletion is not finished.
 bool IsRemovalOfTheFolder(DWORD error) {
     return error == ERROR_PATH_NOT_FOUND || error == ERROR_FILE_NOT_FOUND || error == ERROR_ACCESS_DENIED || error == ERROR_DELETE_PENDING;
 }
 
 bool IsHeld(DWORD error) { return error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION || error == ERROR_ACCESS_DENIED; }
 
-// Calls attempt until it returns 0 or another Win32 error than those of a file that is held; returns that.
+// Calls attempt until it returns 0 or a Win32 error that does not mean a held file; returns the last result.
 template <class Attempt>
 DWORD TryForAMoment(Attempt attempt) {
     DWORD error = 0;
@@ -151,7 +152,7 @@ DWORD PutAt(const std::wstring& from, const std::wstring& to, IfThere ifThere) {
     });
 }
 
-// Until its name is free.
+// Tries until the name is free.
 void DeleteAside(const std::wstring& path) {
     TryForAMoment([&]() -> DWORD {
         if (!DeleteFileW(path.c_str()) && GetLastError() == ERROR_ACCESS_DENIED) {
@@ -279,12 +280,12 @@ void SideFile::Remove() noexcept {
             DeleteAside(OpenablePath(m_path));
             m_path.clear();
         }
-        // Fails, as it should, while it holds anything.
+        // Fails, as intended, while anything is in it.
         if (!m_folderPath.empty() && !IsLink(m_folderPath))
             RemoveDirectoryW(OpenablePath(m_folderPath).c_str());
         m_folderPath.clear();
     } catch (...) {
-        // No memory for the path: the file stays aside, where nothing takes it for a container.
+        // No memory for the path: the side file stays, and is never mistaken for a container.
     }
 }
 

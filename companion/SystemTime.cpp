@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::int64_t kUnitsPerSecond = 10'000'000;
 constexpr std::int64_t kSecondsFrom1601To1970 = 11'644'473'600;
-// 0 stands for an absent time in a container.
+// In a container 0 means an absent time.
 constexpr std::int64_t kEarliest = 1;
 constexpr std::int64_t kLatest = 0xFFFFFFFF;
 

@@ -34,7 +34,7 @@ std::optional<std::wstring> Ask(const std::wstring& question, bool isSecret) {
     std::wstring text(line, length);
     Wipe(line, sizeof(line));
     const std::size_t end = text.find_first_of(L"\r\n");
-    if (!done || end == std::wstring::npos)  // no end of a line: it was broken off, or is too long
+    if (!done || end == std::wstring::npos)  // without a line end, it was broken off or is too long
         return std::nullopt;
     text.resize(end);
     return text;

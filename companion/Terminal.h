@@ -1,4 +1,4 @@
-// Asking the person at the terminal, which is not the same as standard input and output: those may be files and pipes.
+// Asks the person at the terminal, not through standard input and output, which may be files and pipes.
 #pragma once
 
 #include <optional>

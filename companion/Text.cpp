@@ -78,7 +78,7 @@ std::wstring Composed(const std::wstring& text) {
     std::wstring composed(estimate > 0 ? static_cast<std::size_t>(estimate) : 0, L'\0');
     const int units = NormalizeString(NormalizationC, text.data(), length, composed.data(), estimate);
     if (units <= 0)
-        return text;  // no valid Unicode, so nothing to compose
+        return text;  // not valid Unicode: nothing to compose
     composed.resize(static_cast<std::size_t>(units));
     return composed;
 }

@@ -1,4 +1,4 @@
-// UTF-8 stands at the boundary and in files, UTF-16 inside.
+// Texts are UTF-8 at the boundary and in files, and UTF-16 inside.
 #pragma once
 
 #include <cstdint>
@@ -13,20 +13,20 @@ namespace companion {
 std::wstring FromUtf8(std::string_view text);
 std::string ToUtf8(std::wstring_view text);
 
-// For logs: what cannot be converted becomes U+FFFD.
+// For logs: bytes that cannot be converted become U+FFFD.
 std::wstring FromUtf8Lossy(std::string_view text);
 std::string ToUtf8Lossy(std::wstring_view text);
 
-// As most of its old programs, Windows writes some texts in the machine's ANSI code page.
+// For texts in the machine's ANSI code page, such as tracking files.
 std::wstring FromAnsi(std::string_view text);
 std::string ToAnsi(std::wstring_view text);
-// And ZIP programs write names in that of its console.
+// For names in the console's code page, which ZIP programs write.
 std::wstring FromOem(std::string_view text);
 
 // "Access denied. Error code: 5"
 std::wstring SystemErrorText(std::uint32_t error);
 
-// With every accent in its letter, where there is such a letter (Unicode's form C).
+// The text with composed accents (Unicode's form C).
 std::wstring Composed(const std::wstring& text);
 
 }  // namespace companion

@@ -1,4 +1,4 @@
-// Reads a small file in one go.
+// Reads a whole small file.
 #pragma once
 
 #include <cstddef>
@@ -6,7 +6,7 @@
 
 namespace companion {
 
-// Throws CQuelcryptErrorException when it cannot be read or is larger than sizeLimit bytes. The file may be open elsewhere.
+// Throws CQuelcryptErrorException when it cannot be read or is larger than sizeLimit bytes. Others may have the file open.
 std::string ReadWholeFile(const std::wstring& fullPath, std::size_t sizeLimit);
 
 }  // namespace companion

@@ -42,7 +42,7 @@ constexpr U32 kRegularFile = 0100000;
 constexpr U32 kFileTypeMask = 0170000;
 constexpr U32 kDosFolder = 0x10;
 
-// Stands where a number is too large for its place; the Zip64 field or record has it then.
+// Written instead of a number that is too large for its field; the Zip64 field or record then has the number.
 constexpr U16 kElsewhere16 = 0xFFFF;
 constexpr U32 kElsewhere32 = 0xFFFFFFFF;
 
@@ -73,7 +73,7 @@ std::string TimesField(const ZipEntry& entry) {
     return Field(kTimesField, Bytes(present) + times);
 }
 
-// AE-2, which leaves the checksum out.
+// For AE-2, which has no checksum.
 std::string AesField(const ZipEntry& entry) {
     if (entry.keyBytes == 0)
         return {};
@@ -81,7 +81,7 @@ std::string AesField(const ZipEntry& entry) {
     return Field(kAesField, Bytes(U16{2}, 'A', 'E', strength, entry.compression));
 }
 
-// What both headers have in the same order, from the version needed up to the checksum.
+// The part that both headers share, from the version needed to the checksum.
 std::string CommonPart(const ZipEntry& entry) {
     const bool isEncrypted = entry.keyBytes != 0;
     const U16 version = isEncrypted ? kVersionOfAes : kVersionOfZip64;
@@ -89,7 +89,7 @@ std::string CommonPart(const ZipEntry& entry) {
     return Bytes(version, flags, isEncrypted ? kAesMethod : entry.compression, entry.dosTime, U32{0});
 }
 
-// Takes numbers and texts off the front of bytes. What is missing is 0 or empty, and the rest is then not whole.
+// Takes numbers and texts from the front of bytes. Missing ones are 0 or empty, and recorded as missing.
 class Fields {
 public:
     explicit Fields(std::string_view bytes) : m_rest(bytes) {}
@@ -119,7 +119,7 @@ private:
 void ReadTimes(Fields field, ZipEntry& entry) {
     const auto present = field.Take<std::uint8_t>();
     std::uint8_t bit = 1;
-    // The central directory often tells the first one alone.
+    // The central directory often has only the first one.
     for (U32* const time : {&entry.lastWrite, &entry.lastAccess, &entry.creation}) {
         if ((present & bit) && !field.Rest().empty())
             *time = field.Take<U32>();
@@ -169,7 +169,7 @@ void ForEachField(std::string_view extra, Use&& use) {
     }
 }
 
-// One header of the central directory, which must be all that these bytes hold.
+// Reads one header of the central directory; these bytes must contain nothing else.
 std::optional<ZipEntry> CentralHeader(std::string_view bytes) {
     ZipEntry entry;
     Fields header(bytes);
@@ -216,12 +216,12 @@ struct Directory {
     U64 entries;
     U64 sizeBytes;
     U64 at;
-    U64 endsAt;  // where the record begins that tells all this
+    U64 endsAt;  // where the end record begins
 };
 
-// The size that a container tells is believed before its content is proven: in listings, and for room on the disk.
+// The size that an entry names is used before the content is authenticated: in listings, and to check the room on the disk.
 bool CanBeTrue(const ZipEntry& entry) {
-    constexpr U64 mostOfOneByte = 1032;  // that deflate makes
+    constexpr U64 mostOfOneByte = 1032;  // the most bytes that deflate stores in one
     const U64 added = entry.keyBytes == 0 ? 0 : ContentCipher::AddedBytes(entry.keyBytes);
     const U64 stored = entry.storedBytes - added;
     return entry.storedBytes >= added && (entry.compression == 0 ? entry.plainBytes == stored : entry.plainBytes / mostOfOneByte <= stored);
@@ -296,7 +296,7 @@ std::string CentralDirectory(const ZipEntry& entry, std::uint64_t at) {
 std::optional<ZipEntry> OnlyEntry(std::string_view end, std::uint64_t fileBytes) {
     const U64 endAt = fileBytes - end.size();
     const auto directory = FindDirectory(end, endAt);
-    // The content ends where the directory begins, and the directory where its record does: nothing is cut out or put in.
+    // The content must end where the directory begins, and the directory where its end record begins: nothing is missing or added.
     if (!directory || directory->entries != 1 || directory->at < endAt || directory->at > directory->endsAt ||
         directory->sizeBytes != directory->endsAt - directory->at)
         return std::nullopt;

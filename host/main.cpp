@@ -49,7 +49,7 @@ void ApplyGlobalOptions(const std::string& config, bool trace, const Session& se
         SetVariable(L"QUELCRYPT_TRACE", L"1");
 }
 
-// The library takes an unknown command for an argument too many.
+// The library reports an unknown command as an unexpected argument.
 std::string UnknownCommand(const CLI::App& app, const CLI::ParseError& error) {
     if (!dynamic_cast<const CLI::ExtrasError*>(&error) || !app.get_subcommands().empty())
         return {};

@@ -1,11 +1,11 @@
-// What is documented of Windows and Wine does not do by itself: see harness/WindowsRules.h.
+// What Windows documents and Wine lacks: see harness/WindowsRules.h.
 #include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 #include "harness/WindowsRules.h"
 
 using AsOnWindows = VolumeFixture;
 
-// Of each file that is written, somebody else has it open for a moment after its close.
+// Every file that was written is held open by somebody else for a moment after its close.
 TEST_F(AsOnWindows, AScannerMakesNothingFail) {
     UnloadVolume();
     SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", L"abcdef");
@@ -40,7 +40,7 @@ TEST_F(AsOnWindows, AScannerMakesNothingFail) {
     LoadVolume();
 }
 
-// What a sync client keeps elsewhere until it is read ("File Attribute Constants", FILE_ATTRIBUTE_OFFLINE).
+// A placeholder is fetched when it is read ("File Attribute Constants", FILE_ATTRIBUTE_OFFLINE).
 TEST_F(AsOnWindows, OnlyOpeningFetchesAPlaceholder) {
     static bool s_isFetched = false;
     static const auto markPlaceholder = [](DWORD& attributes, const std::wstring& path) {
@@ -79,7 +79,7 @@ TEST_F(AsOnWindows, OnlyOpeningFetchesAPlaceholder) {
     }
 }
 
-// A companion library of another compiler may raise that compiler's exceptions: they end where it is called, as its other failures do.
+// A companion library of another compiler may raise that compiler's exceptions, which are handled like its other failures.
 using OtherCompilers = VolumeFixture;
 
 TEST_F(OtherCompilers, AnExceptionOfAnotherCompilerFailsTheCallAndHoldsNothing) {

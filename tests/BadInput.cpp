@@ -1,4 +1,4 @@
-// Paths, handles, sizes and outputs that are none: each gets a status, and nothing changes.
+// Invalid paths, handles, sizes and outputs: each gets a status, and nothing changes.
 
 #include "harness/VolumeFixture.h"
 
@@ -34,7 +34,7 @@ TEST_F(BadInput, PathsThatAreNoneChangeNothing) {
     EXPECT_TRUE(before == Disk());
 }
 
-// A container is made at the close, where nobody can be told: what cannot be made is refused when it is opened.
+// A container is made at the close, which cannot report a failure, so an impossible one is refused at the open.
 TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
     const Names paths{L"Docs\\" + std::wstring(248, L'n') + L".txt",  // its container has 256 units
                       L"Docs\\a." + std::wstring(199, L'x'),          // an ending that leaves no room for a conflict name
@@ -55,7 +55,7 @@ TEST_F(BadInput, FilesThatCouldNeverBeStoredAreNotOpened) {
     EXPECT_EQ("content", Stored(longest));
 }
 
-// Its disk may be away.
+// The disk of a mount folder may be missing.
 TEST_F(BadInput, NothingTakesThePlaceOfAMissingMountFolder) {
     Encrypt(ContainerPath(L"Other\\Docs"), "another", {.name = L"Docs"});
     ASSERT_TRUE(MoveFileW(ContainerPath(L"Other\\Docs").c_str(), (root() + L"\\Docs.zip").c_str()));
@@ -170,7 +170,7 @@ TEST_F(BadInput, StaleAndForeignFileHandlesAreRefused) {
     Unlock(L"Docs\\a.txt", token);
     EXPECT_EQ("content", Stored(L"Docs\\a.txt"));
 
-    // A closed handle does not soon stand for another file. No lines of the log take the memory that became free.
+    // A closed handle is not reused soon. Without log lines, which could take the freed memory.
     UnloadVolume();
     Companion().level = 0;
     LoadVolume();

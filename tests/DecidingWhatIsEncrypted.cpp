@@ -1,4 +1,4 @@
-// Which files a folder's policy has stored encrypted, also while the companion library cannot say.
+// Which files are stored encrypted by their folder's policy, also when the companion library fails to say.
 #include "harness/VolumeFixture.h"
 
 class DecidingWhatIsEncrypted : public VolumeFixture {

@@ -1,5 +1,5 @@
-// Disks that are full, folders that vanish, files that others hold, processes that end: what was stored stands whole, what was edited
-// is on disk somewhere, and when the disk does again what it should, so does the volume.
+// Disks that are full, folders that vanish, files that others hold, processes that end: what was stored stays complete, what was edited
+// is on disk somewhere, and when the disk works again, so does the volume.
 #include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
@@ -8,8 +8,8 @@ namespace {
 const std::string kOld = TextOf(70'000, "old ");
 const std::string kNew = TextOf(100'000, "new ");
 
-// What the volume and its companion library do to disks: "w" is a write, "f" a flush, "m" a rename, "c" all else that changes one. A full
-// disk refuses one of the calls; when the process ends, all from one on are not made any more. Either leaves half of that write.
+// The calls of the volume and its companion library that change a disk: "w" is a write, "f" a flush, "m" a rename, "c" any other. A full
+// disk refuses one of them; when the process ends, it and all later ones are not made. In both cases half of a write is done.
 enum class Ending { DiskFull, ProcessEnds };
 std::string g_done;
 std::size_t g_failing = 0;  // the call that fails, from 1; 0: none
@@ -64,14 +64,14 @@ protected:
         ASSERT_EQ(1u, TrackedEdits().size());
         EXPECT_TRUE(kNew == ReadRaw(TrackedEdits()[0]));
     }
-    // Closing what was opened to be read saves what waited.
+    // Closing a handle that only read saves a waiting edit.
     void ExpectEditIsSavedNow(const std::wstring& path) {
         EXPECT_TRUE(kNew == Get(path)) << "who opens it sees the edit";
         EXPECT_TRUE(kNew == Stored(path));
         EXPECT_EQ(0u, TrackedEdits().size());
     }
-    // What is found whole in the folders and beside tracking files. An empty file may hold a place, and what a writer has not finished
-    // has no name of its own yet.
+    // The complete contents in the folders and in temp files with tracking files. Not empty files, which may only reserve a name, nor
+    // unfinished side files.
     struct Found {
         bool hasOld = false, hasNew = false, hasHalf = false;
     };
@@ -117,13 +117,13 @@ std::size_t DisksThatRefuse::FailInTheMidst(const Operation& operation, const st
     const Found found = Look();
     EXPECT_TRUE(found.hasOld || (operation.takesNew && found.hasNew)) << "what was there is lost";
     EXPECT_TRUE(found.hasNew || !(operation.takesNew && isDone)) << "what was written is lost";
-    // What is locked is written where it stands: whole is what it is written from, which stays for "quelvol recover".
+    // A locked file is overwritten in place: the source of the copy is complete, and stays for "quelvol recover".
     const Names waiting = TrackedEdits();
     const bool isForRecovery =
         ending == Ending::ProcessEnds || std::ranges::any_of(waiting, [](const std::wstring& file) { return file.ends_with(L".zip"); });
     EXPECT_FALSE(found.hasHalf && !(operation.isLocked && isForRecovery)) << "half a content";
     Unlock(path, token);
-    // A power failure may take what the disk has not written yet, but not what something else has given way to.
+    // A power failure may destroy what was not flushed, but what replaced something else must have been flushed before.
     if (const std::size_t placed = operation.isLocked ? done.size() : done.rfind('m'); failing == 0 && placed != done.npos)
         EXPECT_EQ('f', done[done.find_last_of("wf", placed)]) << done;
     if (isForRecovery) {
@@ -139,7 +139,7 @@ std::size_t DisksThatRefuse::FailInTheMidst(const Operation& operation, const st
     return done.size();
 }
 
-// Each operation, and once more for each call that it makes to a disk.
+// Runs each operation, and again for each call that it makes to a disk.
 TEST_F(DisksThatRefuse, LoseNothingWhicheverCallFails) {
     using Text = const std::wstring&;
     const auto reads = [&](Text path, Text) { return Get(path) == kOld; };
@@ -171,7 +171,7 @@ TEST_F(DisksThatRefuse, LoseNothingWhicheverCallFails) {
                 calls = FailInTheMidst(operation, std::to_wstring(++number) + L".txt", ending, failing);
 }
 
-// While it was edited its container went, or there was none yet, and a folder came.
+// During the edit the container was deleted, or there was none yet, and a folder of its name was created.
 TEST_F(DisksThatRefuse, ANameTakenByAFolderIsNotReplaced) {
     for (const std::uint32_t disposition : {OPEN_EXISTING, CREATE_NEW}) {
         SCOPED_TRACE(disposition);
@@ -215,7 +215,7 @@ TEST_F(DisksThatRefuse, AFileHeldByOthersStands) {
     EXPECT_TRUE(before == Disk());
     ExpectEditIsSavedNow(L"Docs\\a.txt");
 
-    // Nor is it read while it is held, but for a copy that is known to be its content.
+    // Nor is it read while it is held, except from a retained copy.
     Touch(ContainerPath(L"Docs\\a.txt"));
     const Held held(ContainerPath(L"Docs\\a.txt"));
     EXPECT_TRUE(Get(L"Docs\\a.txt").starts_with("<V"));
@@ -243,7 +243,7 @@ TEST_F(DisksThatRefuse, ATempFolderThatVanishedIsMadeAgain) {
     EXPECT_TRUE(kNew == Stored(L"Docs\\a.txt"));
     EXPECT_TRUE(DeleteFileW(temp().c_str()));
 
-    // An edit under way when the temp folder is emptied under it is saved all the same: its file is open.
+    // An edit is saved even if the temp folder is emptied meanwhile, because its temp file is open.
     void* const hEdit = OpenEdited(L"Docs\\a.txt", kOld);
     for (const std::wstring& file : FilesBelow(temp()))
         DeleteFileW(file.c_str());

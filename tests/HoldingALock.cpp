@@ -252,7 +252,7 @@ TEST_F(HoldingALock, ItsOpenersHavePositionsOfTheirOwn) {
     EXPECT_EQ("012X4567", Stored(L"Plain\\a.txt"));
 }
 
-// Nobody can wait for what must not happen: it is given a moment.
+// A test cannot wait for something that must not happen, so it waits for a moment.
 TEST_F(HoldingALock, IsNotWrittenWhileItIsRead) {
     MakeEncrypted(L"Docs\\a.txt", "old content");
     const std::wstring token = Lock(L"Docs\\a.txt");

@@ -52,7 +52,7 @@ TEST_F(ListingAFolder, ShowsBothSidesOfAConflict) {
     Plain(longest + L".x");
     EXPECT_EQ((Names{L"a.txt", L"a.txt.HvcConflicted", longest + L".x", longest + L".x.zip"}), List(L"Docs\\*"));
     EXPECT_OK(TryOpen(L"Docs\\" + longest + L".x.zip"));
-    // The conflict ends when the plain file goes, also for records that were remembered.
+    // The conflict ends when the plain file is deleted, also for remembered records.
     for (const std::wstring& name : {std::wstring(L"a.txt"), longest + L".x"})
         fs::remove(NativePath(L"Docs\\" + name));
     EXPECT_EQ((Names{L"a.txt", longest + L".x"}), List(L"Docs\\*"));
@@ -104,7 +104,7 @@ TEST_F(ListingAFolder, TellsAFolderThatCannotBeReadFurtherFromItsEnd) {
     }
 }
 
-// What a pattern means is the platform's affair: what it lists of a plain folder with the same names is the measure.
+// A pattern must list the same names as the platform lists in a plain folder.
 TEST_F(ListingAFolder, TakesEveryPatternAsAPlainFolderDoes) {
     for (const wchar_t* name : {L"a.txt", L"ab.txt", L"abc.txt", L" blank.txt", L"b;c.txt", L"d.e.txt", L"q.t", L"noext"}) {
         MakePlain(std::wstring(L"Plain\\") + name, "plain");

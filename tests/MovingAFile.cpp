@@ -1,4 +1,4 @@
-// What moving, copying and renaming a file does, wherever it stands and wherever it goes: content, form on disk, clear text.
+// What moving, copying and renaming a file does, from and to any folder: content, form on disk, unencrypted copies.
 #include "harness/VolumeFixture.h"
 
 enum class How { Move, Copy, Rename };
@@ -189,7 +189,7 @@ TEST_F(MovingAFile, OntoItselfTakesTheFormOfItsFolder) {
     EXPECT_EQ(Names{}, FilesHolding(temp(), "content")) << "nothing stays of what was clear";
 }
 
-// The right to delete is asked for at the open, also under a lock, whose openers share its handle and the mark of a deletion.
+// A host must ask for the right to delete at the open, even under a lock, whose openers share its handle and the deletion mark.
 TEST_F(MovingAFile, OrDeletingItTakesTheRightTo) {
     const std::wstring path = L"Plain\\a.txt";
     for (const bool isLocked : {false, true}) {
@@ -256,7 +256,7 @@ TEST_F(MovingAFile, TakesItsOwnFileOnly) {
     }
 }
 
-// Also what was saved: its container may be gone meanwhile, and the open document's copy is the last one then.
+// Also after a save: the container may have been deleted since, and the open document's temp file is then the last copy.
 TEST_F(MovingAFile, ThatIsRefusedLeavesTheOpenContent) {
     MakeEncrypted(L"Docs\\a.txt", "old");
     void* const hFile = OpenEdited(L"Docs\\a.txt", "new");

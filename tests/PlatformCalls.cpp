@@ -1,5 +1,5 @@
-// What operations cost, in the one form that is the same on every machine: the file system calls that the volume and its companion
-// library make. The budgets are what the code needs today; who makes an operation cheaper lowers its budget with it.
+// The cost of operations, in a form that is the same on every machine: the file system calls that the volume and its companion
+// library make. The budgets are what the code needs today; whoever makes an operation cheaper also lowers its budget.
 // "./run bench --calls" prints the table.
 #include <chrono>
 #include <cstdio>

@@ -3,7 +3,7 @@
 
 namespace {
 
-// Where a slot stands in the table: compilers keep a pointer to a virtual function as one more than its place in bytes ("Itanium C++ ABI":
+// The number of a slot: a pointer to a virtual member function is its offset in the table in bytes, plus one ("Itanium C++ ABI":
 // member function pointers).
 template <class Slot>
 std::size_t PlaceOf(Slot slot) {
@@ -34,7 +34,7 @@ TEST_F(RawSlotTable, EachSlotStandsWhereItMust) {
     std::uint64_t total = 0;
     EXPECT_EQ(0xFFFFFFFFFFu, volume()->GetSpace(&total, nullptr));
     EXPECT_EQ(0xFFFFFFFFFFu, total);
-    // 0 destroys and, asked to, frees; 1 does both. What one object opened, another closes.
+    // Slot 0 destroys and, if asked to, frees; slot 1 does both. Another object can close what one object opened.
     WriteRaw(NativePath(L"Plain\\b"), "content");
     IVirtualVolume* const first = NewVolume();
     IVirtualVolume* const second = NewVolume();
@@ -52,7 +52,7 @@ TEST_F(RawSlotTable, TheModuleIsFoundByItsThreeExportsAndLeavesNothing) {
         ASSERT_NE(nullptr, function) << name;
         reinterpret_cast<void (*)(void*, void*)>(reinterpret_cast<void*>(function))(nullptr, this);
     }
-    // A host may load it for each of its tasks: neither memory is left nor a slot of the process for values of threads.
+    // A host may load the module for each of its tasks: no memory may be left, nor a thread-local slot.
     const auto bytesInUse = [] {
         std::vector<HANDLE> heaps(64);
         heaps.resize(std::min<DWORD>(GetProcessHeaps(64, heaps.data()), 64));

@@ -28,7 +28,7 @@ protected:
     }
 };
 
-// One body for both kinds of file, the plain one being the measure; also beyond four gibibytes.
+// The same test for plain and encrypted files, which must behave alike; also beyond four gibibytes.
 TEST_F(ReadingAnEncryptedFile, ReadsAtEveryPositionAsAPlainFileDoes) {
     constexpr std::uint64_t gibibyte = 1ull << 30;
     const std::string content = TextOf(70'000);
@@ -180,7 +180,7 @@ TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
     EXPECT_EQ(damaged.substr(0, 50'000), Get(L"Docs\\a.txt.zip"));
 }
 
-// Retained copies that a renamed folder brings take the places of those of a folder that was there; waiting edits stay.
+// The retained copies of a renamed folder replace those of an earlier folder at the new path; waiting edits stay.
 TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
     constexpr int limit = 522;
     ReplaceImport(GetModuleHandleW(L"QuelcryptVol64.dll"), "SHFileOperationW", reinterpret_cast<void*>(&DeleteAtOnce));

@@ -112,8 +112,8 @@ TEST_F(SavingAnEditedFile, LeavesWhatSomebodyElseSavesMeanwhileAlone) {
     }
 }
 
-// The plain file is the measure, but for what the interface says of encrypted ones: they start empty with every
-// disposition but OPEN_EXISTING, and what is stored goes only when something was written.
+// Encrypted files must behave like plain ones, except as the interface says: they start empty with every
+// disposition but OPEN_EXISTING, and the stored content is replaced only when something was written.
 TEST_F(SavingAnEditedFile, TakesEveryDispositionLikeAPlainFile) {
     enum Action { Nothing, WriteAt3, SetSize0 };
     constexpr VirtualVolumeStatus ok = VVS_Success;
@@ -176,7 +176,7 @@ TEST_F(SavingAnEditedFile, ADeletedFileIsNoneUntilItIsSpared) {
     EXPECT_TRUE(Disk().empty());
     EXPECT_EQ(0u, TempFolders()) << "of deleted files nothing is kept";
 
-    // A deletion that the container refuses does not take the edit with it either.
+    // If the container cannot be deleted, the edit is not deleted either.
     MakeEncrypted(L"Docs\\a.txt", "base");
     const std::wstring token = Lock(L"Docs\\a.txt");
     void* const hFile = OpenEdited(L"Docs\\a.txt", "edit");
@@ -191,7 +191,7 @@ TEST_F(SavingAnEditedFile, ADeletedFileIsNoneUntilItIsSpared) {
 
 TEST_F(SavingAnEditedFile, TellsAndSetsTimesAndAttributes) {
     const std::uint64_t early = 132'000'000'000'000'000, late = 133'000'000'000'000'000;
-    // An encrypted file whose content was not accessed tells what a listing tells, and ignores what is set.
+    // An encrypted file whose content was not accessed has the record of a listing, and ignores what is set.
     MakeEncrypted(L"Docs\\a.txt", "content");
     const std::string bytes = ReadRaw(ContainerPath(L"Docs\\a.txt"));
     const VirtFindData listed = Record(L"Docs\\a.txt");

@@ -1,5 +1,5 @@
-// What comes up where a document is kept or goes to: a folder, a link, another name, somebody else's file. It is no version of the
-// document, and is neither replaced nor deleted for it.
+// What appears at a document's path, or where it is moved: a folder, a link, another name, somebody else's file. It is not a version of
+// the document, and is neither replaced nor deleted.
 #include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
@@ -61,6 +61,19 @@ TEST_F(WhatTakesTheirPlace, AFileStoredAnewIsNotMovedAway) {
     EXPECT_EQ("newer words", ReadRaw(NativePath(L"Plain\\a.txt")));
     EXPECT_EQ("older", ReadRaw(NativePath(L"Plain\\a.bak")));
     EXPECT_FALSE(Exists(ContainerPath(L"Docs\\a.txt")));
+}
+
+// Not even after a rename that was refused because of it.
+TEST_F(WhatTakesTheirPlace, AFileStoredAnewIsNotWrittenByWhoOpenedTheOneBefore) {
+    MakePlain(L"Plain\\a.txt", "older");
+    void* const hFile = MustOpen(L"Plain\\a.txt");
+    EXPECT_OK(Move(L"Plain\\a.txt", L"Plain\\b.txt"));
+    MakePlain(L"Plain\\a.txt", "newer words");
+    EXPECT_EQ(VSS_SharingViolation, Rename(hFile, L"Docs\\a.txt"));
+    EXPECT_OK(SetSize(hFile, 0));
+    Close(hFile);
+    EXPECT_EQ("newer words", ReadRaw(NativePath(L"Plain\\a.txt")));
+    EXPECT_EQ("", ReadRaw(NativePath(L"Plain\\b.txt")));
 }
 
 TEST_F(WhatTakesTheirPlace, AShortNameIsNotStoredAsTheDocuments) {

@@ -1,4 +1,4 @@
-// What a folder is, and where it may go: with all that it holds, to a place of the same key and owner, in nobody's place.
+// Folders, and where they can be moved: with everything in them, to a folder of the same key and owner, replacing nothing.
 #include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
@@ -116,8 +116,8 @@ TEST_F(WorkingWithFolders, AreRenamedAndMovedWithAllTheyHold) {
     EXPECT_EQ("x", Get(L"Plain\\q\\deep\\x.txt"));
 }
 
-// Containers move as they are, so they must not get under another key; and nothing plain under any. While the companion cannot
-// answer, keys and owners are not two that are missing, and so alike; nor are files moved to where they might then be in clear.
+// Containers are moved unchanged, so they must not get into a folder of another key, nor plain files into a folder with one. When the
+// companion library fails, unknown keys and owners must not compare equal, and no file may become unencrypted.
 TEST_F(WorkingWithFolders, StayWithTheirKeyAndOwner) {
     MakeTree(L"Docs\\tree");
     MakeFolder(L"Plain\\p");
@@ -151,7 +151,7 @@ TEST_F(WorkingWithFolders, StayWithTheirKeyAndOwner) {
             EXPECT_TRUE(before == Disk());
             EXPECT_FALSE(Exists(NativePath(to)));
         }
-    // Two empty keys are no common key, unless both folders have a policy or neither has.
+    // Two empty keys match only if both folders have a policy or neither has.
     Configure(R"({"folders": [{"name": "Docs", "path": "Docs", "type": "general", "policy": "encrypt"},
         {"name": "Other", "path": "Other", "type": "general", "policy": "encrypt"}, {"name": "Plain", "path": "Plain", "type": "general"}]})");
     for (const auto& [from, to] : {std::pair(L"Docs\\tree", L"Plain\\tree"), std::pair(L"Plain\\p", L"Docs\\p")})
@@ -212,7 +212,7 @@ TEST_F(WorkingWithFolders, AreCopiedWhole) {
     EXPECT_TRUE(before == Disk());
 }
 
-// What others store in the new folder while it is copied stays; what the copy made there goes with it when it fails.
+// What others store in the destination during the copy stays. A copy that fails deletes only what it created itself.
 TEST_F(WorkingWithFolders, AreCopiedOverNothingThatIsStoredMeanwhile) {
     TryAgainAtOnce();
     static std::function<void(const std::wstring&)> s_beforeCopyOf;
@@ -238,10 +238,10 @@ TEST_F(WorkingWithFolders, AreCopiedOverNothingThatIsStoredMeanwhile) {
     const Held held(NativePath(L"Docs\\tree\\README"));
     fails(L"b.txt.zip", [&] { std::thread([&] { hFile = OpenEdited(L"Docs\\copy\\a.txt", "ENCRYPTED"); }).join(); });
     Close(hFile);
-    EXPECT_EQ("ENCRYPTED a", Stored(L"Docs\\copy\\a.txt")) << "what is open keeps its place";
+    EXPECT_EQ("ENCRYPTED a", Stored(L"Docs\\copy\\a.txt")) << "what is open keeps its folder";
 }
 
-// The volume stands on its mount folders, and what is open or locked in a folder is saved where it was opened: so they stay.
+// Mount folders must not be moved, nor folders with something open or locked in them, which is saved under its old path.
 TEST_F(WorkingWithFolders, StayWhileTheyAreNeeded) {
     MakeTree(L"Docs\\tree");
     const auto stays = [&](const std::wstring& path) {

@@ -1,4 +1,4 @@
-// Stores a document through the volume and lists its folder. "Docs" is a mount folder of the configuration in use.
+// Stores a document through the volume and lists its folder. "Docs" must be a mount folder of the configuration.
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
@@ -10,8 +10,8 @@
 
 namespace fs = std::filesystem;
 
-// The volume decrypts into the temp folder of its process, and leaves there what it could not encrypt, with a tracking file. A
-// program that has a temp folder of its own leaves no decrypted copy behind.
+// The volume decrypts into the temp folder of its process, and leaves edits there that it could not encrypt, with a tracking file. A
+// program with a temp folder of its own, which it deletes at its end, leaves no decrypted copy behind.
 class OwnTempFolder {
 public:
     OwnTempFolder() : m_path(fs::temp_directory_path() / ("hello-" + std::to_string(GetCurrentProcessId()))) {
@@ -39,13 +39,13 @@ int main() {
     if (!volume)
         return 1;
 
-    // The volume decides by its configuration that this file is stored encrypted.
+    // The configuration decides that this file is stored encrypted.
     void* file = nullptr;
     VirtualVolumeStatus status =
         volume->OpenFile(&file, L"Docs\\hello.txt", GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS, nullptr, nullptr);
     if (status == VVS_Success) {
         status = volume->WriteFile(file, 0, "hello", 5, nullptr, nullptr);
-        volume->CloseFile(file, nullptr);  // encrypts, and says nothing of it
+        volume->CloseFile(file, nullptr);  // encrypts, but does not report failures
     }
 
     VirtFindData entry;
@@ -59,6 +59,6 @@ int main() {
     if (status != VVS_Success)
         std::fprintf(stderr, "hello: Docs\\hello.txt could not be stored (status %u)\n", static_cast<unsigned>(status));
     else if (temp.HoldsUnsavedEdit())
-        std::fprintf(stderr, "hello: Docs\\hello.txt could not be encrypted; what was written is in %ls\n", temp.Path().c_str());
+        std::fprintf(stderr, "hello: Docs\\hello.txt could not be encrypted; its content is in %ls\n", temp.Path().c_str());
     return status == VVS_Success && !temp.HoldsUnsavedEdit() ? 0 : 1;
 }

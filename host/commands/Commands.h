@@ -12,14 +12,14 @@
 #include "core/HostError.h"
 #include "core/Volume.h"
 
-// What one run of the program shares. The volume is loaded by the first command that asks for it, so that --config and
-// --trace are in effect by then.
+// What the commands of one run share. The volume is loaded when a command first asks for it, so that --config and
+// --trace take effect before.
 class Session {
 public:
     Volume& GetVolume() { return m_volume ? *m_volume : m_volume.emplace(); }
     bool VolumeIsLoaded() const { return m_volume.has_value(); }
 
-    // For a command that goes on after a failure: prints the line and keeps the exit code for the end.
+    // For a command that continues after a failure: prints the line and keeps the exit code for the end.
     void Report(const HostError& error);
     int exitCode = Exit_Success;
 
@@ -27,7 +27,7 @@ private:
     std::optional<Volume> m_volume;
 };
 
-// Carries out one command line, without the program's name. Returns the exit code; errors are printed.
+// Runs one command line, without the program's name. Returns the exit code; errors are printed.
 int RunCommandLine(std::vector<std::string> arguments, Session& session);
 
 void AddLs(CLI::App& app, Session& session);
@@ -53,14 +53,14 @@ void AddVerify(CLI::App& app, Session& session);
 void AddEncrypt(CLI::App& app, Session& session);
 void AddDecrypt(CLI::App& app, Session& session);
 
-// What --json tells of an item.
+// The description of an item for --json.
 nlohmann::ordered_json JsonOf(const Volume& volume, const Entry& entry);
-// Parse for arguments of the command line, which are UTF-8.
+// VolumePath::Parse for arguments of the command line, which are UTF-8.
 VolumePath PathArgument(const std::string& text);
 // "root", "mount", "folder", "plain", "encrypted", "conflict".
 const char* TypeWord(VirtualItemType type);
-// Where the user's target leads for something called name: into it when it is a folder, else to target itself.
+// The destination for something called name: inside target when that is a folder, else target itself.
 VolumePath TargetFor(const Volume& volume, const VolumePath& target, const std::wstring& name);
-// The same for an item of the volume that is to be moved or copied there. Throws HostError when that cannot be: onto
-// itself (another letter case is fine), into itself, onto a folder, or onto a file without replace.
+// The same for an item of the volume that will be moved or copied there. Throws HostError when that is impossible: onto
+// itself (another letter case is allowed), into itself, onto a folder, or onto a file without replace.
 VolumePath ResolveTarget(const Volume& volume, const Entry& source, const VolumePath& target, bool replace);

@@ -14,7 +14,7 @@ struct Options {
 void Copy(const Volume& volume, const Options& options) {
     const Entry source = volume.Require(PathArgument(options.from));
     if (source.IsFolder() && !options.recursive)
-        throw HostError(source.path.Shown() + ": a folder; -r copies it with all that is in it");
+        throw HostError(source.path.Shown() + ": a folder; -r copies it with everything in it");
     CopyTree(volume, source, ResolveTarget(volume, source, PathArgument(options.to), options.replace));
 }
 
@@ -23,8 +23,8 @@ void Copy(const Volume& volume, const Options& options) {
 void AddCp(CLI::App& app, Session& session) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("cp", "Copy a file or folder within the volume");
-    command->add_flag("-r,--recursive", options->recursive, "Folders too, with all that is in them");
-    command->add_flag("-f,--force", options->replace, "Replace a file that is there already");
+    command->add_flag("-r,--recursive", options->recursive, "Folders too, with everything in them");
+    command->add_flag("-f,--force", options->replace, "Replace an existing file");
     command->add_option("SOURCE", options->from, "What to copy")->required();
     command->add_option("TARGET", options->to, "The path of the copy, or the folder to copy into")->required();
     command->callback([&session, options] { Copy(session.GetVolume(), *options); });

@@ -1,4 +1,4 @@
-// get PATH [LOCALFILE]: the content of a file of the volume, decrypted, as a local file.
+// get PATH [LOCALFILE]: copies a file of the volume, decrypted, to a local file.
 #include <memory>
 #include <vector>
 
@@ -22,7 +22,7 @@ std::wstring LocalPath(const std::string& given, const std::wstring& name) {
     return IsLocalFolder(local) ? local + L"\\" + name : local;
 }
 
-// A reader beside a writer would get half of the old and half of the new content, and nobody would know.
+// If somebody writes the file during the read, the copy could be a mixture of old and new content.
 void RequireUnchanged(const Volume& volume, const Entry& before, std::uint64_t bytesRead) {
     const std::optional<Entry> after = volume.FindAgain(before);
     if (!after || after->data.fileSize != before.data.fileSize || after->data.lastWriteTime != before.data.lastWriteTime)
@@ -36,7 +36,7 @@ void CopyOut(const Volume& volume, const Entry& entry, LocalTarget& target) {
     const FileHandle file = volume.Open(entry.path, GENERIC_READ, kShareAll, OPEN_EXISTING);
     Progress progress(entry.path.Shown(), static_cast<std::uint64_t>(entry.data.fileSize));
     if (entry.data.itemType != VIT_PlainFile)
-        progress.Say("decrypting");  // at the first read, all of it
+        progress.Say("decrypting");  // the first read decrypts everything
     constexpr std::uint32_t kBlockSize = 1 << 20;
     std::vector<char> buffer(kBlockSize);
     std::uint64_t total = 0;
@@ -56,7 +56,7 @@ void Get(Session& session, const Options& options) {
     if (entry.IsFolder())
         throw HostError(entry.path.Shown() + ": a folder; get takes one file");
     if (entry.data.itemType != VIT_PlainFile && !volume.HasRoomFor(static_cast<std::uint64_t>(entry.data.fileSize)))
-        throw HostError(entry.path.Shown() + ": the disk of the temp folder has no room for what is in it");
+        throw HostError(entry.path.Shown() + ": the disk of the temp folder has no room for its content");
     LocalTarget target(LocalPath(options.local, entry.Name()));
     CopyOut(volume, entry, target);
     target.Finish(entry.data.lastWriteTime);
@@ -71,7 +71,7 @@ void AddGet(CLI::App& app, Session& session) {
     CLI::App* const command = app.add_subcommand("get", "Copy a file of the volume, decrypted, to a local file");
     command->add_option("PATH", options->path, "The file to get")->required();
     command->add_option("LOCALFILE", options->local,
-                        "Where to: a file, which is replaced as a whole, a folder, or - for standard output (default: the same "
-                        "name here)");
+                        "A local file, which is replaced completely or not at all, a folder, or - for standard output (default: the same "
+                        "name in the current folder)");
     command->callback([&session, options] { Get(session, *options); });
 }

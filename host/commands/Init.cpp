@@ -1,4 +1,4 @@
-// init FOLDER: protects a folder, from nothing to ready.
+// init FOLDER: protects a folder: name, password and configuration.
 #include <memory>
 
 #include "commands/Commands.h"
@@ -27,7 +27,7 @@ std::wstring NameFor(const Options& options, const std::wstring& path) {
         companion::HasTerminal() && !options.password.generate && options.password.environment.empty() && options.password.command.empty();
     const auto typed = isAsked ? companion::AskForLine(L"Name of the folder in the volume [" + suggested + L"]: ") : std::nullopt;
     if (isAsked && !typed)
-        throw HostError("broken off; nothing was changed", Exit_Interrupted);
+        throw HostError("interrupted; nothing was changed", Exit_Interrupted);
     return typed.value_or(L"").empty() ? suggested : *typed;
 }
 
@@ -39,7 +39,7 @@ void RequireUnprotected(const SettingsFile& file, const std::wstring& path) {
                             " protected already" + (folder.name.empty() ? "" : ", as " + folder.name));
 }
 
-// As the configuration is now, which somebody else may have changed while questions were asked.
+// Adds the folder to the configuration as it is now, because somebody else may have changed it while questions were asked.
 companion::KeyFolder Add(SettingsFile& file, const std::wstring& path, const std::wstring& name, const companion::PasswordSource& source) {
     RequireUnprotected(file, path);
     std::string key = ToUtf8(name);
@@ -63,12 +63,12 @@ void Init(const Options& options) {
     RequireUnprotected(file, path);
     const std::wstring name = NameFor(options, path);
     if (const char* problem = VolumePath::ComponentProblem(name))
-        throw HostError(ToUtf8(name) + ": no name for a folder of the volume: " + problem);
-    Add(file, path, name, {companion::PasswordSource::Kind::Prompt, {}});  // what cannot be is said before the question
+        throw HostError(ToUtf8(name) + ": not a valid name for a mount folder: " + problem);
+    Add(file, path, name, {companion::PasswordSource::Kind::Prompt, {}});  // reports errors before the question for the password
     const NewPassword password = ChoosePassword(options.password, ToUtf8(name));
     MakeFolder(path);
     companion::KeyFolder folder;
-    // First the configuration: a check container alone would be in the way of the next attempt with another password.
+    // First the configuration: a check container without it would make the next attempt with another password fail.
     SettingsFile::Change(file.Path(), [&](SettingsFile& now) {
         folder = Add(now, path, name, password.source);
         companion::ProvePassword(now.Get(), folder, password.secret, {}, companion::BeforeWriting::No);
@@ -79,9 +79,9 @@ void Init(const Options& options) {
     const std::string program = "\n  " + (called.empty() ? "quelvol" : called) + " ";
     PrintOut(shown + " is protected: " + ToShown(path) + "\nConfiguration: " + ToShown(file.Path()) +
              (companion::OthersMayRead(file.Path()) ? " (others may read it)" : " (only you may read it)") + "\n" +
-             AboutPassword(password) + "\nWhat to do next:" + program + "status: what is in it, and what lies there unencrypted" + program +
-             "encrypt \"" + shown + "\": encrypts what lies there unencrypted" + program +
-             "serve: puts it before Explorer, Finder, browsers and office programs\n");
+             AboutPassword(password) + "\nWhat to do next:" + program + "status: what is in it, and what is unencrypted" + program +
+             "encrypt \"" + shown + "\": encrypts what is unencrypted there" + program +
+             "serve: makes it a network drive for Explorer, Finder, browsers and office programs\n");
 }
 
 }  // namespace
@@ -90,8 +90,8 @@ void AddInit(CLI::App& app, Session&) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("init", "Protect a folder: choose its password and write the configuration");
     command->add_option("FOLDER", options->folder, "The folder on disk; a missing one is made")->required();
-    command->add_option("--name", options->name, "What it is called in the volume (default: its own name)");
+    command->add_option("--name", options->name, "Its name in the volume (default: its own name)");
     AddPasswordOptions(*command, options->password);
-    command->footer("What lies in the folder stays as it is until 'quelvol encrypt' or the next save.");
+    command->footer("Files that are in the folder already stay unencrypted until 'quelvol encrypt' or their next save.");
     command->callback([options] { Init(*options); });
 }

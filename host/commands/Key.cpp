@@ -19,14 +19,14 @@ struct Options {
     PasswordChoice password;
 };
 
-// The password is not a new one: it has to be that of the documents that are there.
+// The password is not a new one: it must open the documents that are there.
 void RequireRight(const SettingsFile& file, const std::string& key, const companion::Secret& secret) {
     for (const companion::ConfiguredFolder& folder : file.Get().folders)
         if (const auto holder = file.Get().KeyFolderOf(folder.path); holder && holder->key == key)
             companion::ProvePassword(file.Get(), *holder, secret, {}, companion::BeforeWriting::No);
 }
 
-// Until rekey is done, the configuration may be the only place where either password is.
+// Until rekey has finished, the configuration may be the only place that has the two passwords.
 void RefuseWhileRekeyed(const SettingsFile& file, const std::string& key) {
     for (const auto& [rekeyed, former] : file.Get().formerKeys)
         if (key == rekeyed || key == former)
@@ -36,7 +36,7 @@ void RefuseWhileRekeyed(const SettingsFile& file, const std::string& key) {
 void Set(const Options& options) {
     RefuseWhileRekeyed(SettingsFile(companion::SettingsPath()), options.key);
     PasswordChoice choice = options.password;
-    choice.allowWeak = true;  // it is what it is; init and rekey judge it
+    choice.allowWeak = true;  // the documents have it already
     const NewPassword password = ChoosePassword(choice, options.key);
     SettingsFile::Change(companion::SettingsPath(), [&](SettingsFile& file) {
         RefuseWhileRekeyed(file, options.key);
@@ -57,20 +57,20 @@ void Forget(const std::string& key) {
         RefuseWhileRekeyed(file, key);
         file.SetPassword(key, {companion::PasswordSource::Kind::Prompt, {}});
     });
-    PrintOut("The password of " + key + " is kept no more; whoever uses it is asked for it.\n");
+    PrintOut("The password of " + key + " is no longer stored; whoever uses it is asked for it.\n");
 }
 
 }  // namespace
 
 void AddKey(CLI::App& app, Session&) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("key", "Say where the password of a key comes from, or keep it no longer");
+    CLI::App* const command = app.add_subcommand("key", "Store the password of a key, or no longer store it");
     command->require_subcommand(1);
-    CLI::App* const set = command->add_subcommand("set", "Take the password, prove it, and keep it");
+    CLI::App* const set = command->add_subcommand("set", "Check the password with the documents, and store it");
     set->add_option("NAME", options->key, "The key, as the configuration calls it")->required();
     AddPasswordOptions(*set, options->password);
     set->callback([options] { Set(*options); });
-    CLI::App* const forget = command->add_subcommand("forget", "From now on ask for it");
+    CLI::App* const forget = command->add_subcommand("forget", "Delete it, so that it is asked for");
     forget->add_option("NAME", options->key, "The key")->required();
     forget->callback([options] { Forget(options->key); });
     command->footer("This does not change the password of any document; 'quelvol rekey' does.");

@@ -14,7 +14,7 @@ struct Options {
     std::vector<std::string> command;
 };
 
-// By the platform's own rules for taking a command line apart: backslashes count only before a quotation mark.
+// By the platform's rules for command lines: backslashes are special only before a quotation mark.
 std::wstring Quoted(const std::wstring& argument) {
     if (!argument.empty() && argument.find_first_of(L" \t\n\v\"") == std::wstring::npos)
         return argument;
@@ -56,7 +56,7 @@ bool IsThisProgram(const std::string& program) {
     return EqualNoCase(name, L"quelvol") || EqualNoCase(name, L"quelvol.exe");
 }
 
-// Commands of this program are carried out in this process, the only one where the lock lets them write.
+// Commands of this program run in this process, the only one that the lock allows to write.
 int RunCommand(Session& session, const std::vector<std::string>& command) {
     if (IsThisProgram(command[0]))
         return RunCommandLine({command.begin() + 1, command.end()}, session);
@@ -90,7 +90,7 @@ void AddLock(CLI::App& app, Session& session) {
     command->add_option("COMMAND", options->command, "After --: the program and its arguments")->required();
     command->footer(
         "While the command runs nobody else can change the file; QUELVOL_LOCK_TOKEN holds the lock's token. A\n"
-        "command of quelvol is carried out in the same process and so may change the file; any other program\n"
-        "is a stranger to the volume and can only read it.");
+        "command of quelvol runs in the same process and so may change the file; any other program can only\n"
+        "read it.");
     command->callback([&session, options] { Hold(session, *options); });
 }

@@ -28,11 +28,11 @@ void ListLocks(const Volume& volume, const std::string& argument) {
 
 void AddLocks(CLI::App& app, Session& session) {
     const auto path = std::make_shared<std::string>();
-    CLI::App* const command = app.add_subcommand("locks", "Tell who holds a file");
+    CLI::App* const command = app.add_subcommand("locks", "Show who holds a file");
     command->add_option("PATH", *path, "The file")->required();
     command->footer(
-        "Lists token, scope and owner of the locks of this process, so it is of use as the command of 'quelvol\n"
-        "lock'. Of other processes it tells only whether one of them holds the file; to find out, it takes a\n"
+        "Lists token, scope and owner of the locks of this process, so it is useful as the command of 'quelvol\n"
+        "lock'. Of other processes it says only whether one of them holds the file; to find out, it takes a\n"
         "shared lock for a moment.");
     command->callback([&session, path] { ListLocks(session.GetVolume(), *path); });
 }

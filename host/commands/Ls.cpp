@@ -1,4 +1,4 @@
-// ls [-lR] [--json] [PATH]: what a folder holds, or one file. The last name may be a pattern.
+// ls [-lR] [--json] [PATH]: lists a folder, or one file. The last name may be a pattern.
 #include <algorithm>
 #include <memory>
 
@@ -35,7 +35,7 @@ std::vector<Entry> Listed(const Volume& volume, const VolumePath& path) {
 
 std::string ShownName(const Entry& entry) { return ToShown(entry.Name()) + (entry.IsFolder() ? "/" : ""); }
 
-// What kind of thing it is, in one word.
+// The kind of an entry, in one word.
 std::string KindWord(const Volume& volume, const Entry& entry) {
     return entry.IsFolder() ? TypeWord(entry.data.itemType) : StoredWord(StoredAs(volume, entry));
 }
@@ -63,7 +63,7 @@ void PrintShort(const std::vector<Entry>& entries) {
     PrintOut(text);
 }
 
-// Of the folders that are listed; nobody is asked for a password to see names.
+// Reports problems of the listed folders, without asking for a password, which a list of names does not need.
 void TellProblems(const Volume& volume, const VolumePath& listed) {
     for (const FolderProblem& problem : ProblemsOf(RequireMountFolders(volume), false)) {
         const VolumePath mount = VolumePath().Child(BoundedText(problem.mount.name));
@@ -112,7 +112,7 @@ void AddLs(CLI::App& app, Session& session) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("ls", "List a folder, or the mount folders");
     command->add_flag("-l,--long", options->longForm, "With type, size in bytes and local time of the last change");
-    command->add_flag("-R,--recursive", options->recursive, "With all that is in the folders");
+    command->add_flag("-R,--recursive", options->recursive, "With everything in the folders");
     command->add_flag("--json", options->json, "A list of objects: path, kind, size, changed, stored");
     command->add_option("PATH", options->path, "A folder or file; its last name may be a pattern (Docs/*.docx)");
     command->callback([&session, options] { List(session, *options); });

@@ -9,7 +9,7 @@ void MakeFolder(const Volume& volume, const VolumePath& path, bool parents) {
     if (path.IsRoot() || path.IsMountFolder()) {
         if (parents && volume.Find(path))
             return;
-        throw HostError(path.Shown() + ": mount folders are made in the configuration");
+        throw HostError(path.Shown() + ": a mount folder must be added to the configuration");
     }
     if (parents)
         MakeFolder(volume, path.Parent(), true);
@@ -28,7 +28,7 @@ void AddMkdir(CLI::App& app, Session& session) {
     const auto path = std::make_shared<std::string>();
     const auto parents = std::make_shared<bool>(false);
     CLI::App* const command = app.add_subcommand("mkdir", "Make a folder");
-    command->add_flag("-p,--parents", *parents, "Its parents too; it may exist already");
+    command->add_flag("-p,--parents", *parents, "Make missing parents too; the folder may exist already");
     command->add_option("PATH", *path, "The folder to make")->required();
     command->callback([&session, path, parents] { MakeFolder(session.GetVolume(), PathArgument(*path), *parents); });
 }

@@ -9,14 +9,14 @@ namespace {
 void Move(const Volume& volume, const std::string& from, const std::string& to, bool replace) {
     const Entry source = volume.Require(PathArgument(from));
     if (source.path.IsRoot() || source.path.IsMountFolder())
-        throw HostError(source.path.Shown() + ": a mount folder is renamed in the configuration");
+        throw HostError(source.path.Shown() + ": a mount folder; rename it in the configuration");
     const VolumePath target = ResolveTarget(volume, source, PathArgument(to), replace);
     if (source.IsConflict() && target.Equals(OrdinaryPath(source)))
         return MakeOrdinary(volume, source);
     if (source.IsFolder() && !target.Equals(source.path)) {
         MoveTree(volume, source, target);
     } else {
-        // Through a handle, because that takes the place of an existing file in one step.
+        // Through a handle, because that replaces an existing file in one step.
         const FileHandle file = volume.Open(source.path, GENERIC_READ | DELETE, kShareAll, OPEN_EXISTING);
         volume.Rename(file, target);
     }
@@ -29,7 +29,7 @@ void AddMv(CLI::App& app, Session& session) {
     const auto from = std::make_shared<std::string>(), to = std::make_shared<std::string>();
     const auto replace = std::make_shared<bool>(false);
     CLI::App* const command = app.add_subcommand("mv", "Rename or move a file or folder");
-    command->add_flag("-f,--force", *replace, "Take the place of a file that is there already");
+    command->add_flag("-f,--force", *replace, "Replace an existing file");
     command->add_option("SOURCE", *from, "What to move")->required();
     command->add_option("TARGET", *to, "Its new path, or the folder to move it into")->required();
     command->callback([&session, from, to, replace] { Move(session.GetVolume(), *from, *to, *replace); });

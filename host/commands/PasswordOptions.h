@@ -6,14 +6,13 @@
 #include "core/NewPassword.h"
 
 inline void AddPasswordOptions(CLI::App& command, PasswordChoice& choice) {
-    command.add_flag("--generate", choice.generate, "Make the password, without a question");
-    command
-        .add_option("--keep", choice.keep, "Where to keep it: protected (for your own logon), prompt (nowhere, it is asked for) or plain")
+    command.add_flag("--generate", choice.generate, "Make the password, without asking");
+    command.add_option("--keep", choice.keep, "How to keep it: protected (for your own logon), prompt (you are asked for it) or plain")
         ->check(CLI::IsMember({"protected", "prompt", "plain"}))
         ->capture_default_str();
     command.add_option("--environment", choice.environment, "The password is in this environment variable")->type_name("NAME");
     command.add_option("--command", choice.command, "The password is the first line that this command prints")
         ->type_name("LINE")
         ->excludes("--environment");
-    command.add_flag("--weak", choice.allowWeak, "Take a weak one");
+    command.add_flag("--weak", choice.allowWeak, "Accept a weak password");
 }

@@ -1,4 +1,4 @@
-// put LOCALFILE PATH: the content of a local file becomes that of a file of the volume.
+// put LOCALFILE PATH: stores a local file in the volume.
 #include <memory>
 #include <vector>
 
@@ -26,7 +26,7 @@ VolumePath Target(const Volume& volume, const Options& options, const LocalSourc
     const std::wstring name = local.substr(local.find_last_of(L"/\\:") + 1);
     const VolumePath target = TargetFor(volume, path, name);
     if (const char* reason = VolumePath::ComponentProblem(target.Name()))
-        throw UsageError("'" + options.local + "': no name for the volume: " + reason);
+        throw UsageError("'" + options.local + "': not a valid name in the volume: " + reason);
     return target;
 }
 
@@ -72,8 +72,8 @@ void Put(Session& session, const Options& options) {
 
 void AddPut(CLI::App& app, Session& session) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("put", "Store a local file in the volume, replacing what is there as a whole");
+    CLI::App* const command = app.add_subcommand("put", "Store a local file in the volume, and replace a file that is there");
     command->add_option("LOCALFILE", options->local, "The file to store, or - for standard input")->required();
-    command->add_option("PATH", options->path, "Where to: a file, or a folder to put it in")->required();
+    command->add_option("PATH", options->path, "A file of the volume, or a folder to put it in")->required();
     command->callback([&session, options] { Put(session, *options); });
 }

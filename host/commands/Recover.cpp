@@ -1,4 +1,4 @@
-// recover: what a crash or a failed save left behind. clean: the copies in clear that programs kept.
+// recover: edits that a crash or a failed save left behind. clean: deletes retained copies.
 #include <algorithm>
 #include <memory>
 
@@ -14,21 +14,21 @@
 namespace {
 
 constexpr const char* kFooter = R"(Without a subcommand the edits are listed, the oldest first: ID, last change, bytes,
-document, and what became of the document since.
+document, and whether the document changed since.
 
 Examples:
-  quelvol recover                          what is there
+  quelvol recover                          list them
   quelvol recover show 1a2b3c4d | more     look at one
   quelvol recover save 1a2b3c4d            store it in its document; beside it, as
                                            "report (HalvaneCloud conflicted edit
-                                           2024-05-01).docx", if that changed since
+                                           2024-05-01).docx", if it changed since
   quelvol recover save all                 the same for each
-  quelvol recover export 1a2b3c4d a.docx   keep it elsewhere, in clear
-  quelvol recover clean                    delete those that the volume holds
+  quelvol recover export 1a2b3c4d a.docx   keep it elsewhere, unencrypted
+  quelvol recover clean                    delete those that were saved
 
 save deletes an edit after the document was read back and has its content; clean
-deletes those whose document has it already. Only discard deletes anything else.
-What a running program has in use is left alone.
+deletes those whose document has it already. Only discard deletes other edits.
+What a running program uses is not touched.
 )";
 
 struct Options {
@@ -41,22 +41,22 @@ const char* SinceWords(const LeftEdit& edit) {
         return "its tracking file cannot be read; save needs --to";
     switch (edit.ContainerSince()) {
         case LeftEdit::Since::Same: return "the document is as it was";
-        case LeftEdit::Since::Changed: return "the document was changed since: save stores it beside that";
-        case LeftEdit::Since::Gone: return "the document is gone: save stores it anew";
+        case LeftEdit::Since::Changed: return "the document was changed since: save stores the edit beside it";
+        case LeftEdit::Since::Gone: return "the document is gone: save stores it again";
         case LeftEdit::Since::New: return "a new document";
         case LeftEdit::Since::Unknown: break;
     }
-    return "its document is not known; save needs --to";
+    return "its document is unknown; save needs --to";
 }
 
 std::string Description(const LeftEdit& edit) {
     if (edit.isGone)
-        return "its content is gone; clean removes the rest";
+        return "its content is gone; clean deletes the rest";
     if (edit.state == FileState{})
-        return "its content cannot be opened: it is a link, or this system does not take its name";
+        return "its content cannot be opened: it is a link, or this system does not accept its name";
     std::string text = SinceWords(edit);
     if (!edit.UploadedName().empty())
-        text = "an upload that was broken off, perhaps not all of it: save stores it beside the document";
+        text = "an upload that was broken off, perhaps incomplete: save stores it beside the document";
     if (edit.IsContainer())
         text += "; kept as a container";
     if (edit.LooksUntouched())
@@ -98,9 +98,9 @@ LeftEdit Chosen(const std::vector<LeftEdit>& edits, const std::string& id) {
     const auto found = std::find_if(edits.begin(), edits.end(), hasId);
     if (found == edits.end())
         throw HostError(id + ": no edit of this ID; 'quelvol recover' lists them");
-    // An ID is made from a path; who plants a file can make one like another.
+    // An ID is made from a path; somebody may make a file whose path has the same ID.
     if (std::count_if(edits.begin(), edits.end(), hasId) > 1)
-        throw HostError(id + ": more than one edit has this ID; only 'all' means each of them");
+        throw HostError(id + ": more than one edit has this ID; use 'all'");
     return *found;
 }
 
@@ -126,7 +126,7 @@ void SaveOne(const Volume& volume, const LeftEdit& edit, const std::optional<Vol
     const std::optional<VolumePath> saved = given ? std::nullopt : FindSaved(volume, edit);
     const VolumePath place = saved ? *saved : SaveEdit(volume, edit, given);
     if (!saved && !HasContent(volume, place, edit))
-        throw HostError(place.Shown() + ": it was stored, but reading it back gives other content; the edit stays");
+        throw HostError(place.Shown() + ": it was stored, but its content is different when read back; the edit stays");
     DeleteEdit(edit);
     PrintOut(edit.id + (saved ? " was saved already as " : " is saved as ") + place.Shown() + "\n");
 }
@@ -163,7 +163,7 @@ void CleanEdits(Session& session) {
                 continue;
             }
             DeleteEdit(edit);
-            PrintOut(edit.id + (edit.isGone ? " had no content any more\n" : " is deleted: " + saved->Shown() + " has its content\n"));
+            PrintOut(edit.id + " is deleted: " + (edit.isGone ? "its content was gone" : saved->Shown() + " has its content") + "\n");
         } catch (const HostError& error) {
             session.Report(error);
             if (error.Code() == Exit_Interrupted)
@@ -171,7 +171,7 @@ void CleanEdits(Session& session) {
         }
     }
     if (kept > 0)
-        PrintOut(std::to_string(kept) + " are not proven saved and stay; 'quelvol recover' lists them\n");
+        PrintOut(std::to_string(kept) + " may be unsaved and stay; 'quelvol recover' lists them\n");
 }
 
 void Discard(Session& session, const Options& options) {
@@ -204,7 +204,7 @@ void CleanCopies(Session& session) {
         volume, {}, [](const Entry&, Stored) {},
         [&](const VolumePath& folder) { removed += folder.IsRoot() ? 0 : companion::RemoveLeftSideFiles(ConfiguredPath(volume, folder)); });
     if (removed > 0)
-        PrintOut(std::to_string(removed) + " that killed runs had begun in the mount folders, too\n");
+        PrintOut("unfinished files of killed runs that were deleted in mount folders: " + std::to_string(removed) + "\n");
 }
 
 }  // namespace
@@ -218,25 +218,25 @@ void AddRecover(CLI::App& app, Session& session) {
     command->add_flag("--json", *json, "A list of objects: id, changed, size, document, state");
 
     CLI::App* const show = command->add_subcommand("show", "Print the content of an edit");
-    show->add_option("ID", options->id, "Which")->required();
+    show->add_option("ID", options->id, "The edit")->required();
     show->callback([&session, options] { Copy(session, options->id, "-"); });
 
-    CLI::App* const save = command->add_subcommand("save", "Store edits in the volume and then delete what was left of them");
-    save->add_option("ID", options->ids, "Which, or all")->required();
+    CLI::App* const save = command->add_subcommand("save", "Store edits in the volume and then delete them here");
+    save->add_option("ID", options->ids, "The edits, or all")->required();
     save->add_option("--to", options->target, "A file, which is replaced, or a folder of the volume (default: the edit's own document)")
         ->type_name("PATH");
     save->callback([&session, options] { Save(session, *options); });
 
-    CLI::App* const exportTo = command->add_subcommand("export", "Copy an edit, in clear, to a local file");
-    exportTo->add_option("ID", options->id, "Which")->required();
-    exportTo->add_option("LOCALFILE", options->local, "Where to: a file, which is replaced as a whole")->required();
+    CLI::App* const exportTo = command->add_subcommand("export", "Copy an edit, unencrypted, to a local file");
+    exportTo->add_option("ID", options->id, "The edit")->required();
+    exportTo->add_option("LOCALFILE", options->local, "The local file; an existing one is replaced completely or not at all")->required();
     exportTo->callback([&session, options] { Copy(session, options->id, options->local); });
 
-    CLI::App* const clean = command->add_subcommand("clean", "Delete the edits whose content the volume is proven to hold");
+    CLI::App* const clean = command->add_subcommand("clean", "Delete the edits whose content is stored in the volume");
     clean->callback([&session] { CleanEdits(session); });
 
     CLI::App* const discard = command->add_subcommand("discard", "Delete edits, saved or not");
-    discard->add_option("ID", options->ids, "Which, or all")->required();
+    discard->add_option("ID", options->ids, "The edits, or all")->required();
     discard->callback([&session, options] { Discard(session, *options); });
 
     command->callback([&session, command, json] {
@@ -247,7 +247,7 @@ void AddRecover(CLI::App& app, Session& session) {
 
 void AddClean(CLI::App& app, Session& session) {
     CLI::App* const command = app.add_subcommand(
-        "clean", "Delete the decrypted copies that programs kept in the temp folder, and what killed runs had begun in mount folders");
-    command->footer("What may be an unsaved edit stays (see 'recover'), and what a running program has in use.");
+        "clean", "Delete the decrypted copies that programs kept in the temp folder, and unfinished files of killed runs in mount folders");
+    command->footer("Edits that may be unsaved stay (see 'recover'), and so does what a running program uses.");
     command->callback([&session] { CleanCopies(session); });
 }

@@ -36,8 +36,8 @@ Secret PasswordIn(const SettingsFile& file, const std::string& key) {
     return *companion::PasswordOf(file.Get(), key, companion::Asking::Allowed);
 }
 
-// From here to the end the configuration has both passwords, where nobody needs to be asked for them: both are read, the new one
-// is written, and a run that is broken off can be continued.
+// Puts both passwords into the configuration until the end, where nobody is asked for them: documents are read with both and written
+// with the new one, and a run that is broken off can be continued.
 void Begin(const SettingsFile& file, const std::string& key, const NewPassword& password) {
     const companion::PasswordSource before = file.Get().passwords.at(key);
     const Secret old = PasswordIn(file, key);
@@ -76,7 +76,7 @@ std::size_t HashOf(const std::wstring& container) {
     return hash;
 }
 
-// Through the volume, as an edit that changes nothing: so what somebody saves meanwhile is never lost.
+// Through the volume, as an edit that changes nothing, so that nothing that somebody saves meanwhile is lost.
 void Reencrypt(const Volume& volume, const Entry& entry, const std::wstring& container) {
     const std::size_t before = HashOf(container);
     {
@@ -94,7 +94,7 @@ void Reencrypt(const Volume& volume, const Entry& entry, const std::wstring& con
         throw HostError(entry.path.Shown() + ": somebody changed it meanwhile; run the command again");
 }
 
-// How many stay under the old password.
+// Returns how many documents still have the old password.
 std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsFile& file, const std::string& key) {
     std::vector<Entry> files;
     std::size_t left = 0, done = 0;
@@ -126,25 +126,25 @@ std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsF
                 return left;
         }
     }
-    PrintOut(std::to_string(done) + (done == 1 ? " document was" : " documents were") + " encrypted anew\n");
+    PrintOut(std::to_string(done) + (done == 1 ? " document was" : " documents were") + " encrypted with the new password\n");
     return left;
 }
 
-// What no document of the folders leads to: containers that were moved elsewhere, have names that the volume cannot take, or were put
-// there a moment ago. Each is told of.
+// Containers that the volume does not list as documents of these folders, because they were moved elsewhere, have names that the volume
+// does not accept, or were just added. Each is reported.
 class Rest {
 public:
     Rest(Session& session, const SettingsFile& file, const std::string& key)
         : m_session(session), m_settings(file.Get()), m_formerKey(m_settings.formerKeys.at(key)) {}
 
-    // How many there are in the configured folders.
+    // The number of these containers in the configured folders.
     std::size_t Count() {
         for (const companion::ConfiguredFolder& folder : m_settings.folders) {
             const std::wstring real = RealPath(companion::OpenablePath(folder.path));
             if (!real.empty())
                 LookIn(real, 0);
             else if (!m_settings.BoxOf(companion::FolderOf(folder.path)))
-                Report(folder.path, "it is not there; connect its disk, or take it out of the configuration");
+                Report(folder.path, "it is missing; connect its disk, or remove it from the configuration");
         }
         return m_count;
     }
@@ -161,7 +161,7 @@ private:
             return;
         const DiskHandle held = HoldFolder(realFolder);
         if (!held || depth > kDeepest)
-            return Report(realFolder, "the folder cannot be looked into");
+            return Report(realFolder, "the folder cannot be read");
         for (const std::wstring& name : NamesIn(realFolder)) {
             StopIfInterrupted();
             const std::wstring path = realFolder + (realFolder.ends_with(L'\\') ? L"" : L"\\") + name;
@@ -177,7 +177,7 @@ private:
     void LookAt(const std::wstring& path) {
         try {
             if (companion::NeedsPasswordOf(m_settings, path, m_formerKey))
-                Report(path, "it may need the old password; move it among the folder's documents, rename or remove it");
+                Report(path, "it may need the old password; move it to the folder's documents, rename it or delete it");
         } catch (const CQuelcryptErrorException& error) {
             Report(path, ToUtf8(error.GetDescription()));
         }
@@ -190,11 +190,11 @@ private:
     std::size_t m_count = 0;
 };
 
-// Two at once would take each other's work for somebody's edits.
+// Two runs at once would mistake each other's changes for edits by users.
 DiskHandle OnlyOne() {
     DiskHandle mutex(CreateMutexW(nullptr, FALSE, L"quelvol-rekey"));
     if (GetLastError() == ERROR_ALREADY_EXISTS)
-        throw HostError("another 'quelvol rekey' is running; wait for its end");
+        throw HostError("another 'quelvol rekey' is running; wait until it has ended");
     return mutex;
 }
 
@@ -225,14 +225,13 @@ void Rekey(Session& session, const Options& options) {
         left = Rest(session, begun, key).Count();
     if (left > 0)
         throw HostError("not finished: " + std::to_string(left) +
-                        " or more are under the old password, which can be read until all are done; run the command again");
+                        " or more still have the old password; they stay readable; run the command again");
     SettingsFile::Change(file.Path(), [&](SettingsFile& now) {
         if (now.Get().formerKeys != begun.Get().formerKeys || now.Get().passwords.at(key) != begun.Get().passwords.at(key))
             throw HostError(kChanged);
         now.EndRekey(key, password.source);
     });
-    PrintOut(
-        "Every document has the new password now. Copies made earlier (backups, a cloud's older versions) still open with the old one.\n");
+    PrintOut("All documents have the new password. Copies made earlier (backups, a cloud's older versions) still open with the old one.\n");
 }
 
 }  // namespace
@@ -240,8 +239,8 @@ void Rekey(Session& session, const Options& options) {
 void AddRekey(CLI::App& app, Session& session) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("rekey", "Give the documents of a folder a new password");
-    command->add_option("FOLDER", options->folder, "The folder; all that have the same key get the new password")->required();
+    command->add_option("FOLDER", options->folder, "The folder; all folders with the same key get the new password")->required();
     AddPasswordOptions(*command, options->password);
-    command->footer("May be broken off and run again: until it is done, documents under the old and the new password are both read.");
+    command->footer("Can be interrupted and run again: until it has finished, documents are read with the old and the new password.");
     command->callback([&session, options] { Rekey(session, *options); });
 }

@@ -17,9 +17,9 @@ void RemoveOne(const Volume& volume, const std::string& argument, bool recursive
         return;
     const Entry entry = volume.Require(path);
     if (entry.path.IsRoot() || entry.path.IsMountFolder())
-        throw HostError(entry.path.Shown() + ": a mount folder is removed in the configuration");
+        throw HostError(entry.path.Shown() + ": a mount folder; remove it from the configuration");
     if (entry.IsFolder() && !recursive)
-        throw HostError(entry.path.Shown() + ": a folder; -r removes it with all that is in it");
+        throw HostError(entry.path.Shown() + ": a folder; -r deletes it with everything in it");
     RemoveTree(volume, entry);
 }
 
@@ -28,7 +28,7 @@ void RemoveOne(const Volume& volume, const std::string& argument, bool recursive
 void AddRm(CLI::App& app, Session& session) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("rm", "Delete files and folders");
-    command->add_flag("-r,--recursive", options->recursive, "Folders too, with all that is in them");
+    command->add_flag("-r,--recursive", options->recursive, "Folders too, with everything in them");
     command->add_option("PATH", options->paths, "What to delete")->required();
     command->callback([&session, options] {
         for (const std::string& path : options->paths) {

@@ -28,7 +28,7 @@ std::string ReadCredentials(const std::string& file) {
     std::string text;
     if (file.empty()) {
         text = ToUtf8(GetVariable(L"QUELVOL_CREDENTIALS"));
-        SetVariable(L"QUELVOL_CREDENTIALS", L"");  // programs that are started from here need not see it
+        SetVariable(L"QUELVOL_CREDENTIALS", L"");  // programs that this one starts must not see it
     } else {
         LocalSource source(ToUtf16(file));
         char part[4096];
@@ -60,12 +60,12 @@ webdav::AccessRules MakeRules(const Options& options) {
     return rules;
 }
 
-// What earlier runs left, for whoever starts the server and for those who look at its pages. The server itself decides nothing.
+// Tells the person who starts the server, and readers of its pages, about edits that earlier runs left.
 class LeftEdits {
 public:
     explicit LeftEdits(const Volume& volume) : m_volume(volume) {}
 
-    // Nothing, or one sentence. Somebody may have decided meanwhile: looks again, but not for each of a browser's requests.
+    // Nothing, or one sentence. Counts again after some seconds, because somebody may have saved or deleted the edits meanwhile.
     std::vector<std::string> Sentence() {
         constexpr std::chrono::seconds lookEvery{10};
         const std::lock_guard guard(m_mutex);
@@ -88,13 +88,13 @@ private:
     std::chrono::steady_clock::time_point m_lookAgain{};
 };
 
-// Nobody sits before a server: in a window station without a screen the volume prompts nobody, and the edit waits.
+// Moves the process to an invisible window station, so that the volume does not prompt and edits wait: nobody sits at a server.
 void LeaveTheScreen() {
     if (const HWINSTA station = CreateWindowStationW(nullptr, 0, WINSTA_ALL_ACCESS, nullptr))
         SetProcessWindowStation(station);
 }
 
-// A server asks nobody later, so passwords are asked for now.
+// Passwords are asked for now, because the running server asks nobody.
 void TellProblems(const Volume& volume) {
     const std::vector<VirtMountInfo> mounts = RequireMountFolders(volume);
     const std::vector<FolderProblem> problems = ProblemsOf(mounts, true);
@@ -139,12 +139,12 @@ void Serve(Session& session, const Options& options) {
 
 void AddServe(CLI::App& app, Session& session) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("serve", "Put the volume on the network as WebDAV, for this machine alone by default");
+    CLI::App* const command = app.add_subcommand("serve", "Start a WebDAV server for the volume, by default for this machine only");
     command->add_option("--port", options->server.port, "The port; 0 takes a free one")->capture_default_str();
     command->add_option("--address", options->server.address, "The address to listen on")->capture_default_str();
     command
         ->add_option("--credentials", options->credentialsFile,
-                     "A file with user:password, asked of everybody (or the variable QUELVOL_CREDENTIALS)")
+                     "A file with user:password, required of every client (or the variable QUELVOL_CREDENTIALS)")
         ->type_name("FILE");
     command->add_option("--host", options->hosts, "Another name that clients reach this server by")->type_name("NAME");
     command->add_flag("-v,--verbose", options->server.logRequests, "A line for each request on standard error");

@@ -31,24 +31,24 @@ VolumePath ResolveTarget(const Volume& volume, const Entry& source, const Volume
         existing = volume.Find(target);
     }
     if (target.IsRoot() || target.IsMountFolder())
-        throw HostError(target.Shown() + ": mount folders are made in the configuration");
+        throw HostError(target.Shown() + ": a mount folder must be added to the configuration");
     if (target.Shown() == source.path.Shown())
-        throw HostError(target.Shown() + ": it is there already");
+        throw HostError(target.Shown() + ": it has this path already");
     if (volume.Key(target).IsInside(volume.Key(source.path)))
-        throw HostError(target.Shown() + ": inside of what is to go there");
+        throw HostError(target.Shown() + ": a folder cannot be moved or copied into itself");
     volume.RequireFolder(target.Parent());
     const bool isSource = source.IsConflict() && target.Equals(OrdinaryPath(source));
     if (!existing && !isSource)
         volume.RequireFree(target);
     if (existing && target.Equals(source.path) && volume.HasTwin(source, target.Name()))
-        throw HostError(target.Shown() + ": another file, which differs in letter case alone, is there already; remove it first");
+        throw HostError(target.Shown() + ": there is another file whose name differs in letter case only; remove it first");
     if (existing && !target.Equals(source.path)) {
         if (existing->IsConflict())
             throw HostError(target.Parent().Child(existing->Name()).Shown() + ": a conflict copy; remove it first");
         if (existing->IsFolder())
-            throw HostError(target.Shown() + ": a folder of this name is there already");
+            throw HostError(target.Shown() + ": there is a folder of this name already");
         if (source.IsFolder())
-            throw HostError(target.Shown() + ": a file of this name is there already");
+            throw HostError(target.Shown() + ": there is a file of this name already");
         if (!replace)
             throw HostError(StatusError(target.Shown(), VVS_PathAlreadyExists).what() + std::string("; -f replaces it"));
     }

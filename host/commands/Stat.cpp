@@ -1,4 +1,4 @@
-// stat PATH: everything the volume says of one item.
+// stat PATH: everything the volume says about one item.
 #include <memory>
 
 #include <nlohmann/json.hpp>

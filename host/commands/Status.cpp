@@ -1,4 +1,4 @@
-// status: what is in each folder, and what wants attention.
+// status: what is in each folder, and what needs attention.
 #include <algorithm>
 #include <map>
 #include <memory>
@@ -20,23 +20,23 @@ constexpr std::size_t kMostNamed = 10;
 
 struct Row {
     Stored stored;
-    const char* word;  // of the machine-readable form
+    const char* word;  // for --json
     const char* text;
     bool wantsAttention;
 };
 constexpr Row kRows[] = {
     {Stored::Encrypted, "encrypted", "encrypted", false},
-    {Stored::InClear, "unencrypted", "NOT ENCRYPTED, though the folder is to be; 'quelvol encrypt' does it", true},
+    {Stored::InClear, "unencrypted", "NOT ENCRYPTED, although the folder has a policy; 'quelvol encrypt' encrypts them", true},
     {Stored::Damaged, "damaged", "damaged", true},
     {Stored::ConflictCopy, "conflicts", "conflict copies, to be compared with their originals", true},
     {Stored::NoExtension, "unencryptedNoExtension", "not encrypted: no extension", false},
     {Stored::Excluded, "unencryptedExcluded", "not encrypted: excluded by the configuration", false},
-    {Stored::NoPolicy, "unencryptedNoPolicy", "not encrypted: the folder is not to be", false},
+    {Stored::NoPolicy, "unencryptedNoPolicy", "not encrypted: the folder has no policy", false},
 };
 
 struct Census {
-    std::vector<std::string> leftOver;                 // by what was broken off
-    std::map<Stored, std::vector<std::string>> names;  // the first few of each that wants attention
+    std::vector<std::string> leftOver;                 // unfinished files of runs that were killed
+    std::map<Stored, std::vector<std::string>> names;  // the first few of each kind that needs attention
     std::map<Stored, std::size_t> counts;
 };
 
@@ -78,7 +78,7 @@ std::string Report(Census& census) {
             text += "      and " + std::to_string(count - kMostNamed) + " more\n";
     }
     if (!census.leftOver.empty())
-        text += "  " + std::to_string(census.leftOver.size()) + " left over from what was broken off, and may be unencrypted\n";
+        text += "  " + std::to_string(census.leftOver.size()) + " left over from interrupted operations, and may be unencrypted\n";
     for (std::size_t index = 0; index < std::min(census.leftOver.size(), kMostNamed); ++index)
         text += "      " + census.leftOver[index] + "\n";
     return text;
@@ -126,8 +126,8 @@ void Status(Session& session, bool json) {
 
 void AddStatus(CLI::App& app, Session& session) {
     const auto json = std::make_shared<bool>(false);
-    CLI::App* const command = app.add_subcommand("status", "Tell for each folder what is encrypted, what is not, and what wants attention");
+    CLI::App* const command = app.add_subcommand("status", "Show for each folder what is encrypted, what is not, and what needs attention");
     command->add_flag("--json", *json, "For programs: folders with their counts, unsavedEdits");
-    command->footer("Ends with 1 when something wants attention.");
+    command->footer("Ends with 1 when something needs attention.");
     command->callback([&session, json] { Status(session, *json); });
 }

@@ -1,4 +1,4 @@
-// encrypt PATH, decrypt PATH: what lies there is turned in place.
+// encrypt PATH, decrypt PATH: turn files into containers and back, in place.
 #include <map>
 #include <memory>
 
@@ -21,7 +21,7 @@ struct Options {
 struct Work {
     std::vector<Entry> files;
     std::uint64_t bytes = 0;
-    std::map<Stored, std::size_t> left;  // what stays as it is, and why
+    std::map<Stored, std::size_t> left;  // how many files stay as they are, and why
 };
 
 bool IsToBeTurned(Stored stored, bool encrypt) {
@@ -47,7 +47,7 @@ void TurnAll(Session& session, const Options& options, bool encrypt) {
     const Volume& volume = session.GetVolume();
     RequireMountFolders(volume);
     const Work work = FindWork(volume, PathArgument(options.path), encrypt);
-    Progress progress(Files(work.files.size()), options.dryRun ? 0 : 2 * work.bytes);  // each is read a second time, to compare
+    Progress progress(Files(work.files.size()), options.dryRun ? 0 : 2 * work.bytes);  // each file is read again to be compared
     std::size_t done = 0;
     for (const Entry& entry : work.files) {
         const std::string shown = entry.ListedPath().Shown();
@@ -75,14 +75,13 @@ void TurnAll(Session& session, const Options& options, bool encrypt) {
 void Add(CLI::App& app, Session& session, bool encrypt) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command =
-        app.add_subcommand(encrypt ? "encrypt" : "decrypt", encrypt ? "Encrypt in place what lies unencrypted in a protected folder"
+        app.add_subcommand(encrypt ? "encrypt" : "decrypt", encrypt ? "Encrypt in place what is unencrypted in a protected folder"
                                                                     : "Turn documents into ordinary, unencrypted files in place");
-    command->add_option("PATH", options->path, "A file, or a folder with all below it")->required();
-    command->add_flag("--dry-run", options->dryRun, "Only tell what would be done");
-    command->footer(
-        std::string("Each file is compared with its new form before the old one goes. What was broken off is continued by\n"
-                    "running the command again.") +
-        (encrypt ? " What the deleted files leave on the disk may be readable with\nspecial tools until it is written over." : ""));
+    command->add_option("PATH", options->path, "A file, or a folder with everything below it")->required();
+    command->add_flag("--dry-run", options->dryRun, "Only show what would be done");
+    command->footer(std::string("Each file is compared with its new form before the old one is deleted. If it was interrupted, run the\n"
+                                "command again.") +
+                    (encrypt ? " The deleted files may be readable on the disk with special tools until\nthey are overwritten." : ""));
     command->callback([&session, options, encrypt] { TurnAll(session, *options, encrypt); });
 }
 

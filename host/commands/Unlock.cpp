@@ -8,7 +8,7 @@
 namespace {
 
 void Release(const Volume& volume, const std::string& argument, const std::string& givenToken) {
-    // Not by way of Find: a lock may stand on a file that is missing by now.
+    // Without Find, because the locked file may be missing by now.
     const VolumePath path = PathArgument(argument);
     const std::optional<Entry> entry = volume.Find(path);
     const VolumePath& target = entry ? entry->path : path;
@@ -16,7 +16,7 @@ void Release(const Volume& volume, const std::string& argument, const std::strin
     const VirtualVolumeStatus status = volume->Unlock(target.Str(), token.c_str());
     if (status == VVS_FileNotLocked)
         throw HostError(std::string(StatusError(target.Shown(), status).what()) +
-                        " by this process; a lock of another one ends with the command that took it");
+                        " by this process; a lock of another process ends with the command that took it");
     Check(status, target);
 }
 
@@ -28,7 +28,7 @@ void AddUnlock(CLI::App& app, Session& session) {
     command->add_option("PATH", *path, "The locked file")->required();
     command->add_option("TOKEN", *token, "The lock's token (default: the variable QUELVOL_LOCK_TOKEN)");
     command->footer(
-        "Locks live in the process that took them. This command is of use as the command of 'quelvol lock';\n"
-        "a lock of another process ends when the command that took it does.");
+        "Releases only locks of its own process, so it is useful as the command of 'quelvol lock'; a lock of\n"
+        "another process ends with the command that took it.");
     command->callback([&session, path, token] { Release(session.GetVolume(), *path, *token); });
 }

@@ -1,4 +1,4 @@
-// verify [PATH]: opens every container to its end.
+// verify [PATH]: reads every container to its end.
 #include <memory>
 
 #include <nlohmann/json.hpp>
@@ -21,14 +21,14 @@ struct Options {
 struct StateRow {
     ContainerState state;
     const char* word;
-    const char* text;  // of a count
+    const char* text;  // after a count
 };
 constexpr StateRow kStates[] = {
     {ContainerState::Whole, "whole", "whole"},
-    {ContainerState::OtherKey, "other key", "whole, but under another password than their folder's"},
-    {ContainerState::WrongKey, "wrong key", "under a password that is not configured"},
+    {ContainerState::OtherKey, "other key", "whole, but encrypted with another password than their folder's"},
+    {ContainerState::WrongKey, "wrong key", "encrypted with a password that is not configured"},
     {ContainerState::Damaged, "damaged", "damaged"},
-    {ContainerState::Unreadable, "unreadable", "not to be read just now"},
+    {ContainerState::Unreadable, "unreadable", "not readable now"},
 };
 
 const StateRow& RowOf(ContainerState state) {
@@ -81,7 +81,7 @@ void Verify(Session& session, const Options& options) {
 
 void AddVerify(CLI::App& app, Session& session) {
     const auto options = std::make_shared<Options>();
-    CLI::App* const command = app.add_subcommand("verify", "Read every encrypted document to its end, and tell what is damaged");
+    CLI::App* const command = app.add_subcommand("verify", "Read every encrypted document to its end, and report what is damaged");
     command->add_option("PATH", options->path, "A file or folder (default: everything)");
     command->add_flag("--json", options->json, "A list of objects: path, state, reason");
     command->callback([&session, options] { Verify(session, *options); });

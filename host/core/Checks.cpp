@@ -14,7 +14,7 @@ std::vector<VirtMountInfo> RequireMountFolders(const Volume& volume) {
         return mounts;
     const bool isThere = GetFileAttributesW(config.c_str()) != INVALID_FILE_ATTRIBUTES;
     throw HostError("no mount folders: the configuration " + ToShown(config) +
-                    (isThere ? " protects none, or cannot be used" : " is not there") + "; 'quelvol init FOLDER' protects a folder");
+                    (isThere ? " has none, or cannot be used" : " does not exist") + "; 'quelvol init FOLDER' protects a folder");
 }
 
 void WarnOfReadableConfiguration() {
@@ -23,8 +23,7 @@ void WarnOfReadableConfiguration() {
     const bool hasPlain = std::any_of(file.Get().passwords.begin(), file.Get().passwords.end(),
                                       [](const auto& password) { return password.second.kind == PasswordSource::Kind::Plain; });
     if (hasPlain && companion::OthersMayRead(file.Path()))
-        PrintError("quelvol: passwords stand readable in " + ToShown(file.Path()) +
-                   ", and others may read it; 'quelvol key set NAME' keeps one safely\n");
+        PrintError("quelvol: others may read the passwords in " + ToShown(file.Path()) + "; 'quelvol key set NAME' stores one safely\n");
 }
 
 std::vector<FolderProblem> ProblemsOf(const std::vector<VirtMountInfo>& mounts, bool mayAsk) {
@@ -35,7 +34,7 @@ std::vector<FolderProblem> ProblemsOf(const std::vector<VirtMountInfo>& mounts, 
         const DWORD attributes = GetFileAttributesW(path.c_str());
         if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
             problems.push_back(
-                {mount, name + ": its folder " + ToShown(path) + " is not there; connect its disk, or correct the configuration", false});
+                {mount, name + ": its folder " + ToShown(path) + " is missing; connect its disk, or correct the configuration", false});
             continue;
         }
         const Verdict verdict = CheckFolderPassword(path, mayAsk);

@@ -1,4 +1,4 @@
-// What is wrong with the protected folders before anything is done with them.
+// Problems of the protected folders, found before anything is done with them.
 #pragma once
 
 #include <string>
@@ -9,13 +9,13 @@
 // The mount folders. Throws HostError, with what to do, when there are none.
 std::vector<VirtMountInfo> RequireMountFolders(const Volume& volume);
 
-// On standard error, when passwords stand in the configuration and others may read it.
+// Prints a warning on standard error when passwords are in the configuration and others may read it.
 void WarnOfReadableConfiguration();
 
 struct FolderProblem {
     VirtMountInfo mount{};
     std::string text;      // one line
-    bool isUsable = true;  // with it, the folder can be served: reading goes on under a wrong password
+    bool isUsable = true;  // the folder can be served all the same: with a wrong password, nothing can be stored
 };
-// One for each folder that is missing, or whose password cannot be had or does not open what is there.
+// One for each folder that is missing, or whose password is not available or does not open what is stored there.
 std::vector<FolderProblem> ProblemsOf(const std::vector<VirtMountInfo>& mounts, bool mayAsk);

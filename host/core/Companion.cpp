@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::uint32_t kReasonCapacity = 1024;
 
-// Null: there is no library, or not this function.
+// Null: there is no library, or it lacks this function.
 template <class Function>
 Function* Find(const char* name) {
     const HMODULE library = GetModuleHandleW(L"QuelcryptLib64.dll");
@@ -115,7 +115,7 @@ void NewContainer::Do(const std::function<bool()>& step) {
         if (step())
             return;
     } catch (const CQuelcryptErrorException&) {
-        // What it says is noted as well.
+        // The library also noted the reason (LastContainerProblem).
     }
     throw HostError(m_shown + ": " + LastContainerProblem());
 }

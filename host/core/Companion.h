@@ -1,5 +1,5 @@
-// The companion library that the volume has loaded, asked directly for what no status can say: why a container could not be read
-// or written, and what is wrong with one. A library without these functions leaves it at the status. Any thread.
+// Direct calls of the companion library that the volume has loaded, for what a status cannot say: why a container could not be read
+// or written, and what is wrong with one. Another library may lack these functions. Any thread.
 #pragma once
 
 #include <functional>
@@ -10,7 +10,7 @@
 
 #include "quelcrypt/QuelcryptLib.h"
 
-// In the order of the companion's own verdicts.
+// In the order of CompanionVerdict.
 enum class ContainerState { Whole, OtherKey, WrongKey, Damaged, NoContainer, Unreadable, Stopped, NotProven, Unknown };
 
 struct Verdict {
@@ -18,20 +18,20 @@ struct Verdict {
     std::string reason;  // a sentence without its full stop; may be empty
 };
 
-// Why the last container could not be read or written on this thread; empty when it could, or that is not known.
+// Why the last container could not be read or written on this thread; empty when it could, or the reason is not known.
 std::string LastContainerProblem();
 
-// Reads a container to its end. step gets the bytes read since its last call, and says whether to go on. Without step only the
-// container's records are looked at: that needs no password, and tells damage and other files apart.
+// Reads a container to its end. step receives the bytes read since its last call, and returns whether to continue. Without step only
+// the container's records are read, which needs no password, and distinguishes damaged containers from other files.
 Verdict ExamineContainer(const std::wstring& path, const std::function<bool(std::uint64_t)>& step = nullptr);
 
-// Hands a container's content to take, part by part. Throws HostError with what was found.
+// Calls take with each part of a container's content. Throws HostError with what is wrong.
 void ReadContainer(const std::wstring& path, const std::function<void(const char*, std::size_t)>& take);
 
-// The times of the document that the container holds. False: they cannot be told.
+// The times of the document in the container. False: they cannot be read.
 bool ContainerTimes(const std::wstring& path, SYSTEMTIME& lastWrite, SYSTEMTIME& lastAccess, SYSTEMTIME& creation);
 
-// A new container, written aside until Finish. Each throws HostError, and what stood there before then stands.
+// A new container, a side file until Finish. Each function throws HostError, and leaves what was there as it was.
 class NewContainer {
 public:
     // For the document of this name, with the attributes and times of the file on disk.
@@ -50,11 +50,11 @@ private:
     IFileWriter* m_writer = nullptr;
 };
 
-// Does the password of the folder open what is in it?
+// Does the folder's password open what is stored in it?
 Verdict CheckFolderPassword(const std::wstring& folder, bool mayAsk);
 // From now on nobody is asked for a password.
 void ForbidPasswordQuestions();
 
-// May content in a folder be stored encrypted, and is this name left out? Nothing: it cannot be told.
+// Does the folder have a policy, and is this name excluded from encryption? Nothing: unknown.
 std::optional<bool> FolderHasPolicy(const std::wstring& folder);
 bool IsNameExcluded(const std::wstring& name);

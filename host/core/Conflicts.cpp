@@ -10,7 +10,7 @@ VolumePath OrdinaryPath(const Entry& conflict) {
     return conflict.path.Parent().Child(container.substr(0, container.rfind(L'.')));
 }
 
-// In two steps: to the volume the copy already has the name of its container, so that one step would change nothing.
+// In two steps: for the volume the copy already has its container's name, so that a single rename would change nothing.
 void MakeOrdinary(const Volume& volume, const Entry& conflict) {
     const VolumePath target = OrdinaryPath(conflict), aside = target.Aside();
     const FileHandle file = volume.Open(conflict.path, GENERIC_READ | DELETE, kShareAll, OPEN_EXISTING);
@@ -18,7 +18,7 @@ void MakeOrdinary(const Volume& volume, const Entry& conflict) {
     try {
         volume.Rename(file, target);
     } catch (const StatusError& error) {
-        throw HostError(error.what() + std::string("; the copy is named ") + aside.Shown() + " now");
+        throw HostError(error.what() + std::string("; the copy is now named ") + aside.Shown());
     }
 }
 

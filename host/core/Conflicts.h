@@ -1,5 +1,4 @@
-// Conflict copies: containers that a sync client renamed beside the original. The volume lists them under a name that no
-// file can have, so where they go they need another one.
+// Conflict copies. The volume lists them under a name that no file can have, so they need another one wherever they are moved or copied.
 #pragma once
 
 #include "core/Volume.h"
@@ -7,13 +6,12 @@
 // The path under which a conflict copy would be an ordinary file: that of its container without ".zip".
 VolumePath OrdinaryPath(const Entry& conflict);
 
-// Makes the conflict copy an ordinary file at OrdinaryPath, which nothing else may have. Throws HostError; the copy then
-// stands as it was, or where the message says.
+// Makes the conflict copy an ordinary file at OrdinaryPath, which must be free. Throws HostError; the copy is then
+// unchanged, or has the name in the message.
 void MakeOrdinary(const Volume& volume, const Entry& conflict);
 
-// Where a copy of entry goes in folder: under its own name, or for a conflict copy under that of its container, with
-// " (conflict)" when it is taken.
+// The path for a copy of entry in folder: its own name, or for a conflict copy its container's, with " (conflict)" when that is taken.
 VolumePath CopyTarget(const Volume& volume, const VolumePath& folder, const Entry& entry);
-// The same for what a tree holds, into a folder that was just made: nothing that came there before is replaced. Two children may have
-// one name there, in two letter cases, as a short name, or as a conflict copy (VVS_PathAlreadyExists).
+// The same for an entry of a tree, in a folder that was just made: nothing is replaced there. Two children may get
+// the same name, by their letter case, as a short name, or as a conflict copy (VVS_PathAlreadyExists).
 VolumePath FreeTarget(const Volume& volume, const VolumePath& folder, const Entry& entry);

@@ -1,4 +1,4 @@
-// Variables of this process, as the DLLs it loads and the programs it starts see them.
+// Environment variables of this process, for the DLLs that it loads and the programs that it starts.
 #pragma once
 
 #include <cstdlib>

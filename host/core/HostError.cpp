@@ -39,7 +39,7 @@ constexpr StatusRow kStatuses[] = {
     {VVS_GeneralError, "VVS_GeneralError", "the operation failed; --trace shows where"},
 };
 
-// What the companion library found out stands in the meaning's place.
+// The status with the companion library's reason, if there is one, otherwise with its meaning.
 std::string WithReason(VirtualVolumeStatus status) {
     if (status != VSS_EncryptError && status != VSS_DecryptError)
         return StatusText(status);

@@ -1,4 +1,4 @@
-// How this program fails: one exception that carries the line to print and the exit code.
+// The exception of this program, with the line to print and the exit code.
 #pragma once
 
 #include <stdexcept>
@@ -25,7 +25,7 @@ private:
     int m_exitCode;
 };
 
-// The command line asks for something that cannot be meant.
+// The command line makes no sense.
 class UsageError : public HostError {
 public:
     explicit UsageError(const std::string& text) : HostError(text, Exit_Usage) {}
@@ -41,7 +41,7 @@ private:
     VirtualVolumeStatus m_status;
 };
 
-// "VVS_FileNotFound (no such file)"; a number that is none of the statuses as "status 99 (unknown)".
+// "VVS_FileNotFound (no such file)"; for an unknown number "status 99 (unknown)".
 std::string StatusText(VirtualVolumeStatus status);
 
 // The platform's words for a Win32 error, on one line.

@@ -49,14 +49,15 @@ std::optional<Tracking> ReadTracking(const fs::path& file) {
     return ParseTracking(FromNarrow(text));
 }
 
-// A forged file may name a path of another machine, which would be told who asks; so only what belongs to a mount folder is.
+// May the container be looked up? A forged tracking file may name a path on another machine, which would learn who this user is; so only
+// a path in a mount folder.
 bool MayBeAskedFor(const std::wstring& container, IVirtualVolume* volume) {
     const bool isOnDrive = container.size() > 3 && container[1] == L':' && (container[2] == L'\\' || container[2] == L'/');
     VirtMountInfo mount{};
     return isOnDrive || (volume && volume->GetMountInfoByNativePath(container.c_str(), &mount));
 }
 
-// FNV-1a: short enough to type, and the same at every look.
+// FNV-1a of the path: short enough to type, and always the same.
 std::string IdOf(const fs::path& file) {
     std::uint32_t hash = 2166136261;
     for (const wchar_t unit : file.native())
@@ -79,8 +80,8 @@ LeftEdit EditOf(const fs::path& folder, const std::wstring& name, const std::vec
     return edit;
 }
 
-// Also true of a program of this user whose modules cannot be looked at, as those of an elevated one: of other users' programs not even
-// this much is told ("Process Security and Access Rights").
+// Has the program the volume loaded? Also true for a program of this user whose modules cannot be listed, such as an elevated one. Other
+// users' programs cannot be opened at all ("Process Security and Access Rights").
 bool UsesVolume(DWORD processId) {
     const DiskHandle modules = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, processId));
     if (!modules && GetLastError() == ERROR_ACCESS_DENIED) {
@@ -95,7 +96,7 @@ bool UsesVolume(DWORD processId) {
     return false;
 }
 
-// The programs that have the volume loaded and decrypt into the user's temp folder: quelvol does not.
+// The programs that have the volume loaded and decrypt into the user's temp folder, which quelvol does not.
 std::vector<std::string> OtherPrograms() {
     std::vector<std::string> programs;
     const DiskHandle processes = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
@@ -114,7 +115,7 @@ bool LeftEdit::IsContainer() const {
 }
 
 std::wstring LeftEdit::UploadedName() const {
-    if (!tracking || tracking->containerState != FileState{})  // an upload's own file is always a new one
+    if (!tracking || tracking->containerState != FileState{})  // an upload always writes to a new file
         return {};
     return VolumePath::NameBeforeAside(file.filename().native());
 }
@@ -125,7 +126,7 @@ LeftEdit::Since LeftEdit::ContainerSince() const {
     const FileState now = StateOf(container);
     if (now == FileState{})
         return tracking->containerState == FileState{} ? Since::New : Since::Gone;
-    // Other attributes change on their own ("File Attribute Constants").
+    // Other programs change the other attributes ("File Attribute Constants").
     constexpr std::uint32_t usersBits = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
     const FileState& then = tracking->containerState;
     const bool isSame =
@@ -188,7 +189,7 @@ std::size_t LeftBehind::DeleteCopies(std::size_t& kept) const {
             continue;
         for (const std::wstring& name : names)
             ++(DeleteItself((folder / name).native()) ? deleted : kept);
-        if (!names.empty())  // an empty one may be that of a program which starts now
+        if (!names.empty())  // an empty folder may belong to a program that is starting
             DeleteItself(folder.native());
     }
     return deleted;

@@ -1,10 +1,9 @@
 // What programs that used the volume left in the temp folder. The volume keeps each decrypted copy in a folder of its own,
-// "HalvaneCloud\hvc<digits>.tmp" below the temp folder, or below that of a run of quelvol. Beside a copy that may hold an edit
-// lies a tracking file; a copy without one is what its container holds, or held.
+// "HalvaneCloud\hvc<digits>.tmp" below the temp folder, or below that of a run of quelvol. A copy that may hold an edit
+// has a tracking file beside it; a copy without one equals its container, or did.
 //
-// Nothing of a running program is touched: quelvol marks its own temp folder, for other programs their loaded modules
-// are looked at, and before anything is deleted it is opened so that nobody else can have it open. No link
-// is followed.
+// What a running program uses is not touched: quelvol marks its own temp folder, other programs are recognised by their loaded
+// modules, and a file is deleted only when it can be opened so that nobody else has it open. No link is followed.
 #pragma once
 
 #include <filesystem>
@@ -17,39 +16,39 @@
 
 // A copy with a tracking file.
 struct LeftEdit {
-    std::string id;                    // eight hexadecimal digits, the same at every look
+    std::string id;                    // eight hexadecimal digits, always the same for one file
     std::filesystem::path file;        // a real path, see OnDisk.h
-    FileState state;                   // of file, now; all 0 when it is gone or cannot be opened
-    bool isGone = false;               // nothing is listed in its place
+    FileState state;                   // of file, now; all 0 when it is missing or cannot be opened
+    bool isGone = false;               // file is missing
     std::optional<Tracking> tracking;  // nothing: the tracking file cannot be read
-    std::filesystem::path container;   // on disk, or where it was; empty when that is not known for certain
+    std::filesystem::path container;   // its path on disk, even if it is missing; empty when it is not certain
 
     // Is file not an edit but a container, built to be copied over one that was locked?
     bool IsContainer() const;
-    // Was nothing written since the copy was made? Told by time and size; only comparing the content proves it.
+    // Do time and size say that nothing was written since the copy was made? Only a comparison of the content proves it.
     bool LooksUntouched() const { return tracking && tracking->copyState == state; }
-    // Of an upload that was broken off (see VolumePath::Aside): the name it was for. Empty for an ordinary edit.
+    // The target's name, if this is an upload that was broken off (see VolumePath::Aside). Empty for an ordinary edit.
     std::wstring UploadedName() const;
 
     enum class Since { Same, Changed, Gone, New, Unknown };
-    // What became of the container since the copy was made. New: there was none, and there is none.
+    // What happened to the container since the copy was made. New: there was none, and there is none.
     Since ContainerSince() const;
 };
 
 class LeftBehind {
 public:
-    // Looks below the user's temp folder and where runs have theirs. own is this run's temp folder, which does not count; it may be empty.
-    // What belongs to programs that ended is claimed as long as this object lives: no run of quelvol cleans it up meanwhile.
+    // Searches the user's temp folder and the temp folders of runs, except own, which is this run's and may be empty.
+    // Until the end of this object no other run of quelvol cleans up what ended programs left.
     explicit LeftBehind(const std::filesystem::path& own);
     ~LeftBehind();
     LeftBehind(const LeftBehind&) = delete;
     LeftBehind& operator=(const LeftBehind&) = delete;
 
-    // The oldest first. volume tells which paths of other machines are its own; without it none is asked for.
+    // The oldest first. Containers on other machines are looked up only if they are in a mount folder of volume; none if it is null.
     std::vector<LeftEdit> Edits(IVirtualVolume* volume) const;
-    // Deletes the copies without a tracking file. Returns how many; kept counts those that could not be.
+    // Deletes the copies without a tracking file. Returns how many; kept counts those that could not be deleted.
     std::size_t DeleteCopies(std::size_t& kept) const;
-    // A line for each place that a running program uses, and which is therefore left alone.
+    // A line for each folder that a running program uses, and that was not searched for this reason.
     const std::vector<std::string>& InUse() const { return m_inUse; }
 
 private:

@@ -19,7 +19,7 @@ LocalSource::LocalSource(const std::wstring& path) : m_path(path), m_isStandardI
         return;
     }
     if (IsLocalFolder(path))
-        throw HostError(ToShown(path) + ": a folder; one file at a time is put");
+        throw HostError(ToShown(path) + ": a folder; put takes one file");
     m_file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     TakeSize();
 }
@@ -45,7 +45,7 @@ std::size_t LocalSource::Read(void* buffer, std::size_t capacity) {
     DWORD count = 0;
     if (!ReadFile(m_file, buffer, static_cast<DWORD>(capacity), &count, nullptr)) {
         const DWORD error = GetLastError();
-        if (!m_isStandardInput || error != ERROR_BROKEN_PIPE)  // which is how a pipe ends
+        if (!m_isStandardInput || error != ERROR_BROKEN_PIPE)  // the end of a pipe
             throw LocalError(m_path, error);
     }
     m_done += count;

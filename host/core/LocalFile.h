@@ -9,23 +9,23 @@
 
 #include "quelcrypt/IVirtualVolume.h"
 
-// Reads one file, or standard input under the name "-".
+// Reads one file, or standard input for the name "-".
 class LocalSource {
 public:
     // Nobody may write the file while it is open here.
     explicit LocalSource(const std::wstring& path);
-    // Takes over a file that is open; path is for messages.
+    // Owns the open file; path is for messages.
     LocalSource(HANDLE file, const std::wstring& path);
     ~LocalSource();
     LocalSource(const LocalSource&) = delete;
     LocalSource& operator=(const LocalSource&) = delete;
 
     bool IsStandardInput() const { return m_isStandardInput; }
-    // 0 for standard input, which does not say.
+    // 0 for standard input, whose size is not known.
     std::uint64_t Size() const { return m_size; }
     // The next bytes, as many as are there; 0 at the end. A file that ends before Size() throws.
     std::size_t Read(void* buffer, std::size_t capacity);
-    // Stores the file's three times in findData; standard input has none and leaves it alone.
+    // Stores the file's three times in findData; does nothing for standard input.
     void ReadTimes(VirtFindData& findData) const;
 
 private:
@@ -38,8 +38,8 @@ private:
     std::uint64_t m_done = 0;
 };
 
-// Writes one file aside and puts it in place, whole, with Finish: until then what stood there still stands, and without
-// Finish nothing is left. Under the name "-" it writes to standard output as it goes.
+// Writes a new file under another name, and Finish renames it: until then the old file is unchanged, and without
+// Finish the new one is deleted. For the name "-" it writes to standard output at once.
 class LocalTarget {
 public:
     explicit LocalTarget(const std::wstring& path);

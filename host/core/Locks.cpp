@@ -12,7 +12,7 @@ HeldLock::HeldLock(const Volume& volume, const VolumePath& path, LockScope scope
 }
 
 HeldLock::~HeldLock() {
-    m_volume->Unlock(m_path.Str(), m_info.token);  // a failure means that 'unlock' was there first
+    m_volume->Unlock(m_path.Str(), m_info.token);  // fails if 'unlock' was used before
 }
 
 std::wstring HeldLock::Token() const { return std::wstring(BoundedText(m_info.token)); }

@@ -1,5 +1,5 @@
-// The locks of a file. They live in the process that took them: nobody else sees them, but while one is held the file
-// cannot be written from outside, which is how another process notices.
+// The locks of a file. They belong to the process that took them: no other process sees them, but it cannot write the file
+// while one is held, and so notices.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 // A lock held as long as this object lives.
 class HeldLock {
 public:
-    // owner is cut to what a lock can hold. Throws StatusError.
+    // An owner that is too long is cut. Throws StatusError.
     HeldLock(const Volume& volume, const VolumePath& path, LockScope scope, std::wstring_view owner);
     ~HeldLock();
     HeldLock(const HeldLock&) = delete;
@@ -26,5 +26,5 @@ private:
 
 // The locks that this process holds on the file.
 std::vector<LockInfo> LocksHeldHere(const Volume& volume, const VolumePath& path);
-// Does another process hold the existing file? Found out by taking a shared lock for a moment.
+// Does another process hold the existing file? Takes a shared lock for a moment to find out.
 bool IsHeldElsewhere(const Volume& volume, const VolumePath& path);

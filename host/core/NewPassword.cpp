@@ -22,14 +22,14 @@ void RefuseWeak(const Secret& secret) {
     if (bits < kWeakBits)
         throw HostError("the password is weak: it has about " + std::to_string(std::lround(bits)) +
                         " bits, which one graphics card guesses in " + GuessingTime(bits) +
-                        ". Take six random words or more, or let one be made (an empty answer, or --generate); --weak insists on it");
+                        ". Take six random words or more, or let one be made (an empty answer, or --generate); --weak takes it anyway");
 }
 
 Secret Ask(const PasswordChoice& choice, const std::string& whose, bool& isMade) {
     if (!companion::HasTerminal())
         throw HostError(
             "there is no terminal to ask for the password at; --generate makes one, --environment and --command say where it comes from");
-    const std::wstring question = ToUtf16("New password of " + whose + " (nothing: one is made for you): ");
+    const std::wstring question = ToUtf16("New password of " + whose + " (empty: one is made for you): ");
     for (;;) {
         std::optional<Secret> typed = companion::AskForPassword(question);
         if (!typed)
@@ -84,7 +84,7 @@ std::string AboutPassword(const NewPassword& password) {
         text += "The password, which is shown this once; write it down or put it in a password manager:\n\n    " + password.secret.Text() +
                 "\n\n";
     switch (password.source.kind) {
-        case Kind::Plain: text += "It stands readable in the configuration.\n"; break;
+        case Kind::Plain: text += "It is readable in the configuration.\n"; break;
         case Kind::Prompt: text += "It is kept nowhere: whoever uses the folder is asked for it.\n"; break;
         case Kind::Environment: text += "It is taken from the environment variable " + password.source.value + ".\n"; break;
         case Kind::Command: text += "It is taken from what the command prints: " + password.source.value + "\n"; break;
@@ -93,5 +93,5 @@ std::string AboutPassword(const NewPassword& password) {
                         ? "It is kept in the configuration, hidden but not safe: under Wine whoever may read that file can find it out.\n"
                         : "It is kept in your protected store: only your own logon on this machine can use it.\n";
     }
-    return text + "Without the password nobody can open the documents, and nobody can bring it back. Keep it in a second place.\n";
+    return text + "Without the password nobody can open the documents, and nobody can recover it. Keep a copy of it elsewhere.\n";
 }

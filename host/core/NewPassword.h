@@ -1,5 +1,5 @@
-// Choosing a password for documents: typed twice, made, or taken from where it will come from later; weak ones are refused. And where
-// it is kept.
+// Choosing a password for documents, and where it is kept. It is typed twice, made, or taken from a variable or command; weak ones
+// are refused.
 #pragma once
 
 #include <string>
@@ -9,17 +9,17 @@
 
 struct PasswordChoice {
     bool generate = false, allowWeak = false;
-    std::string environment, command;  // where it comes from, now and later
-    std::string keep = "protected";    // "protected", "prompt" or "plain", when it comes from neither
+    std::string environment, command;  // the variable or command that it comes from, if any, now and later
+    std::string keep = "protected";    // otherwise "protected", "prompt" or "plain"
 };
 
 struct NewPassword {
     companion::Secret secret;
     companion::PasswordSource source;
-    bool isMade = false;  // made here, so that nobody has seen it yet
+    bool isMade = false;  // made by this program, so the user has not seen it yet
 };
 
-// whose: for the question. Throws HostError when there is nobody to ask, the password is weak, or it cannot be had.
+// whose: for the question. Throws HostError when nobody can be asked, the password is weak, or the variable or command gives none.
 NewPassword ChoosePassword(const PasswordChoice& choice, const std::string& whose);
-// What the user has to know of where it is kept, and the password itself if it was made; ends with a line end.
+// Tells the user where the password is kept, and the password itself if it was made; ends with a line end.
 std::string AboutPassword(const NewPassword& password);

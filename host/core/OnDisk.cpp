@@ -7,7 +7,7 @@
 namespace {
 
 constexpr DWORD kShareAny = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-constexpr std::size_t kDeepest = 256;  // folders in each other; more are nobody's documents
+constexpr std::size_t kDeepest = 256;  // nested folders; documents are never deeper
 
 DiskHandle Open(const std::wstring& path, DWORD access, DWORD share, DWORD disposition, DWORD flags) {
     return OwnHandle(CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr));
@@ -25,7 +25,7 @@ std::wstring RealPathAs(HANDLE file, DWORD form) {
     return path;
 }
 
-// Where the function above knows no path of more than 260 units (Wine), its source does.
+// For paths of more than 260 units, which the function above does not return under Wine.
 std::wstring LongRealPath(HANDLE file) {
     constexpr auto kNameInformation = static_cast<OBJECT_INFORMATION_CLASS>(1);
     constexpr std::wstring_view kStart = L"\\??\\";

@@ -1,6 +1,6 @@
-// What really stands on disk under a path. A link (a symbolic link, a junction, a volume's mount point) and a short name
-// ("REPORT~1.DOC") make one file reachable by several paths; here each has one. Where a handle says that it is decides,
-// so that it holds on any platform. Paths are native; a "real" one came from RealPath or is such a one and a listed name.
+// What is really on disk at a path. Through links (a symbolic link, a junction, a volume's mount point) and short names
+// ("REPORT~1.DOC") one file has several paths, but only one real path, which the system reports for an open handle on any
+// platform. Paths are native; a "real" one comes from RealPath, or is such a path and a listed name.
 #pragma once
 
 #include <cstdint>
@@ -18,23 +18,23 @@ struct DiskHandleCloser {
     void operator()(HANDLE handle) const { CloseHandle(handle); }
 };
 using DiskHandle = std::unique_ptr<void, DiskHandleCloser>;
-// Takes over a handle; null for INVALID_HANDLE_VALUE.
+// Makes an owner of the handle; null for INVALID_HANDLE_VALUE.
 DiskHandle OwnHandle(HANDLE handle);
 
-// The one path of the file or folder that path leads to, in the form "\\?\C:\...". Empty: nothing is there, or it cannot be told.
+// The real path of the file or folder that path leads to, in the form "\\?\C:\...". Empty: nothing is there, or it is unknown.
 std::wstring RealPath(const std::wstring& path);
-// The same of an open file.
+// The real path of an open file.
 std::wstring RealPath(HANDLE file);
 
-// A real path as people read it, and as the volume takes it.
+// A real path in the form for people and for the volume.
 std::wstring OrdinaryPath(const std::filesystem::path& realPath);
 
 // Does the platform mark each link in a listing? Wine marks only those to folders.
 bool AreLinksMarked();
 
-// What the disk says of a file: another one for each content that ever stood there, whatever time somebody gave it.
+// Differs for each content that the file ever had, whatever times somebody sets.
 struct DiskVersion {
-    std::uint64_t changed = 0;  // 0: the disk does not keep it, or nothing is there
+    std::uint64_t changed = 0;  // 0: the disk has no change times, or nothing is there
     std::uint64_t written = 0;
     bool operator==(const DiskVersion&) const = default;
 };
@@ -42,30 +42,30 @@ DiskVersion VersionOf(const DiskHandle& item);
 DiskVersion VersionAt(const std::wstring& path);
 
 enum class Standing { Nothing, Itself, Link };
-// What stands at a path that is real unless a link stands there or on the way to it. What is no file of a disk (a pipe) counts as a
-// link. Nothing says nothing of the folders on the way. version, if it is given, receives that of what could be opened.
+// Itself: a file or folder is at this real path. Link: a link is there or in the path, or something that is not a file of a disk (a
+// pipe). Nothing: neither, but the path may contain links. version, if given, receives the version of what could be opened.
 Standing StandingAt(const std::wstring& realPath, std::optional<DiskVersion>* version = nullptr);
-// The long name of what stands there; empty when nothing does.
+// The long name of the file or folder; empty when there is none.
 std::wstring LongName(const std::wstring& path);
 
-// Has the disk of this folder room for so many bytes, and a little more? Also true when it does not say.
+// Has the disk of this folder room for so many bytes, and 1 MiB more? Also true when the room is unknown.
 bool HasRoom(const std::wstring& folder, std::uint64_t bytes);
 
-// Opens the file or folder that stands at a real path, and no other that a link there leads to. Null: it failed, and
-// GetLastError tells why; ERROR_CANT_ACCESS_FILE when it is a link that this platform cannot open itself, or no file of a disk.
+// Opens the file or folder at a real path, never a link's target. Null: it failed, and GetLastError says why;
+// ERROR_CANT_ACCESS_FILE for a link that this platform cannot open itself, or for something that is not a file of a disk.
 DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING);
 
-// Opens the folder so that nobody can rename, move or delete it, nor on Windows any above it, as long as it is open: the platform
-// asks who lists a folder, and not who only looks at its attributes, whether its deletion is shared. Null as above.
+// Opens the folder so that, while it is open, nobody can rename, move or delete it, nor on Windows any folder above. For this it must be
+// opened for listing, not only for its attributes. Null as above.
 DiskHandle HoldFolder(const std::wstring& realPath);
 
 // The names in a folder at a real path; none when it is a link.
 std::vector<std::wstring> NamesIn(const std::wstring& realFolder, const wchar_t* pattern = L"*");
 
-// Deletes what was opened with DELETE and FILE_WRITE_ATTRIBUTES, read-only or not, once it is closed.
+// Marks for deletion a file that was opened with DELETE and FILE_WRITE_ATTRIBUTES, even a read-only one.
 bool DeleteOpen(const DiskHandle& item);
-// Deletes the file or link that stands at a real path, or the folder if it is empty; not while anybody has it open.
+// Deletes the file or link at a real path, or the folder if it is empty; not while anybody has it open.
 bool DeleteItself(const std::wstring& realPath);
-// The same with all that is in a folder, but for the files of folders whose names stay says yes to. False: something stays.
+// The same for a folder with everything in it, except the files of folders for whose names stay returns true. False: something is left.
 using FilesStay = bool (*)(const std::vector<std::wstring>& names);
 bool RemoveItself(const std::wstring& realPath, FilesStay stay = nullptr);

@@ -13,7 +13,7 @@ constexpr int kBarWidth = 24;
 constexpr std::uint64_t kLongStep = 16'000'000;  // bytes
 constexpr std::chrono::milliseconds kPatience{500}, kInterval{100};
 
-// Lines are redrawn with a control sequence, so a console that does not know them counts as none.
+// Lines are redrawn with control sequences, so a console without them does not count.
 bool ErrorIsTerminal() {
     const HANDLE error = GetStdHandle(STD_ERROR_HANDLE);
     DWORD mode = 0;

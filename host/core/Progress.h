@@ -9,15 +9,15 @@ class Progress {
 public:
     // totalBytes 0: not known; only the amount and the speed are shown.
     Progress(std::string label, std::uint64_t totalBytes);
-    // Takes the line away.
+    // Erases the line.
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
 
     void Advance(std::uint64_t bytes);
-    // What is at work now: "12 of 340 files".
+    // The current item: "12 of 340 files".
     void SetLabel(const std::string& label);
-    // What the volume is about to do in one step that cannot be measured; shown when it will take long.
+    // Names a step of the volume whose progress cannot be measured; shown when it will take long.
     void Say(const std::string& what);
 
 private:

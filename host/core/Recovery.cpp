@@ -28,7 +28,7 @@ void ReadOpen(const Volume& volume, void* file, const std::string& shown, const 
     }
 }
 
-// The volume takes the absolute path of a container as it stands; by the document's path it would prefer a plain file beside it.
+// By the absolute path of the container, because for the document's path the volume would open a plain file beside it.
 FileHandle OpenContainer(const Volume& volume, const LeftEdit& edit) {
     if (StandingAt(edit.file.native()) != Standing::Itself)
         throw HostError(Shown(edit) + ": a link, which is not followed");
@@ -43,7 +43,7 @@ FileHandle OpenContainer(const Volume& volume, const LeftEdit& edit) {
 
 std::wstring Stem(const std::wstring& name) { return name.substr(0, name.rfind(L'.')); }
 
-// As the volume names what it saves beside a changed container.
+// The name by which the volume saves beside a changed container.
 VolumePath FreeConflictPath(const Volume& volume, const VolumePath& document) {
     SYSTEMTIME now{};
     GetLocalTime(&now);
@@ -59,7 +59,7 @@ VolumePath FreeConflictPath(const Volume& volume, const VolumePath& document) {
     }
 }
 
-// Is what is at the document's place now anything but the container that the edit began from?
+// Is something else at the document's path than the container that was edited?
 bool GoesAside(const Volume& volume, const VolumePath& document, const LeftEdit& edit) {
     const LeftEdit::Since since = edit.ContainerSince();
     if (since == LeftEdit::Since::Changed || !edit.UploadedName().empty())
@@ -85,7 +85,7 @@ std::optional<VolumePath> DocumentOf(const Volume& volume, const LeftEdit& edit)
         const std::wstring uploaded = edit.UploadedName();
         if (!uploaded.empty())
             return path.Parent().Child(uploaded);
-        // A conflict copy is used under the name that it is listed by.
+        // A conflict copy is used under its listed name.
         Entry listed{path};
         const bool found = volume->FindFile(path.Str(), &listed.data);
         return found && listed.IsConflict() ? path.Parent().Child(listed.Name()) : path;
@@ -115,7 +115,7 @@ bool HasContent(const Volume& volume, const VolumePath& path, const LeftEdit& ed
     if (!volume->GetFileInfo(stored.Get(), &data))
         throw StatusError(path.Shown(), VVS_GeneralError);
     if (!edit.IsContainer() && static_cast<std::uint64_t>(data.fileSize) != edit.state.size)
-        return false;  // before all of it is read, which may be long
+        return false;  // without reading all of it, which may take long
     std::vector<char> part(kPartSize);
     bool same = true;
     const auto compare = [&](const char* read, std::size_t size) {
@@ -147,7 +147,7 @@ std::optional<VolumePath> FindSaved(const Volume& volume, const LeftEdit& edit) 
         try {
             if (HasContent(volume, path, edit))
                 return path;
-        } catch (const StatusError&) {  // what cannot be read proves nothing
+        } catch (const StatusError&) {  // an unreadable document proves nothing
         }
     }
     return std::nullopt;
@@ -156,7 +156,7 @@ std::optional<VolumePath> FindSaved(const Volume& volume, const LeftEdit& edit) 
 VolumePath SaveEdit(const Volume& volume, const LeftEdit& edit, const std::optional<VolumePath>& given) {
     const std::optional<VolumePath> document = given ? given : DocumentOf(volume, edit);
     if (!document)
-        throw HostError(Shown(edit) + ": its document is not known or in no mount folder; --to says where it goes");
+        throw HostError(Shown(edit) + ": its document is unknown or in no mount folder; say with --to where to save it");
     if (!volume.HasRoomFor(edit.state.size, document->Parent()))
         throw HostError(Shown(edit) + ": there is no room for it, in the folder of its document or in the temp folder");
     bool aside = !given && GoesAside(volume, *document, edit);
@@ -164,7 +164,7 @@ VolumePath SaveEdit(const Volume& volume, const LeftEdit& edit, const std::optio
         const VolumePath target = aside ? FreeConflictPath(volume, *document) : *document;
         Upload upload(volume, target);
         ReadEdit(volume, edit, [&upload](const char* data, std::size_t size) { upload.Write(data, size); });
-        if (!aside && !given && GoesAside(volume, *document, edit)) {  // somebody was quicker
+        if (!aside && !given && GoesAside(volume, *document, edit)) {  // somebody changed it meanwhile
             aside = true;
             continue;
         }

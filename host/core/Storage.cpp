@@ -17,7 +17,7 @@ constexpr StoredRow kRows[] = {
     {Stored::Encrypted, "encrypted", "encrypted"},
     {Stored::ConflictCopy, "conflict", "a conflict copy, encrypted"},
     {Stored::Damaged, "damaged", "a damaged container"},
-    {Stored::NoPolicy, "plain", "not encrypted: its folder is not to be"},
+    {Stored::NoPolicy, "plain", "not encrypted: its folder has no policy"},
     {Stored::Excluded, "plain", "not encrypted: the configuration excludes its name"},
     {Stored::NoExtension, "plain", "not encrypted: its name has no extension"},
     {Stored::InClear, "plain", "not encrypted yet; 'quelvol encrypt' does it"},
@@ -70,7 +70,7 @@ void ForEachFile(const Volume& volume, const VolumePath& path, const std::functi
                  const std::function<void(const VolumePath&)>& enter) {
     StopIfInterrupted();
     if (path.Depth() > kMaxPathComponents)
-        throw HostError(path.Shown() + ": too many folders in each other");
+        throw HostError(path.Shown() + ": too many nested folders");
     if (!path.IsRoot()) {
         const Entry entry = volume.Require(path);
         if (!entry.IsFolder())

@@ -1,4 +1,4 @@
-// How what the volume lists is stored on disk, and why: what a person must know of each file.
+// How each listed file is stored on disk, encrypted or not, and why.
 #pragma once
 
 #include <functional>
@@ -9,20 +9,20 @@
 
 enum class Stored { Encrypted, ConflictCopy, Damaged, NoPolicy, Excluded, NoExtension, InClear };
 
-// "encrypted", "conflict", "damaged"; of everything else "plain".
+// "encrypted", "conflict", "damaged", or else "plain".
 const char* StoredWord(Stored stored);
-// "not encrypted: its name has no extension"; of Encrypted "encrypted".
+// "not encrypted: its name has no extension"; for Encrypted "encrypted".
 const char* StoredReason(Stored stored);
 
-// For the files of one folder, whose policy is asked for once.
+// For the files of one folder, whose policy is read once.
 class Storage {
 public:
     Storage(const Volume& volume, const VolumePath& folder);
-    // A ZIP file that is none is opened to tell it from a damaged container; nothing else is. Not for folders.
+    // Opens only ZIP files that are not containers, to find damaged containers among them. Not for folders.
     Stored Of(const Entry& entry) const;
-    // Would a document that gets this name here lose its encryption, although the folder's documents have one?
+    // Would a document under this name be stored unencrypted, although the folder has a policy?
     bool Exposes(const std::wstring& name) const { return m_hasPolicy && ReasonInClear(name) != Stored::InClear; }
-    // Are its documents stored encrypted?
+    // Are the folder's documents stored encrypted?
     bool HasPolicy() const { return m_hasPolicy; }
 
 private:
@@ -33,13 +33,14 @@ private:
 };
 Stored StoredAs(const Volume& volume, const Entry& entry);
 
-// The path on disk by the configuration's own words, as the companion library knows it. Empty for the root.
+// The path on disk with the mount folder as it is configured, which the companion library needs. Empty for the root.
 std::wstring ConfiguredPath(const Volume& volume, const VolumePath& path);
-// Of the file on disk that holds the entry.
+// The same for the file on disk that holds the entry.
 std::wstring ConfiguredPath(const Volume& volume, const Entry& entry);
 
-// Hands out the files at path and, of a folder, below it, in order; links are left out. Each folder is told of before. Throws HostError.
+// Calls use for the file at path, or in order for each file below the folder, except links. Before, calls the second function for each
+// folder. Throws HostError.
 void ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use,
                  const std::function<void(const VolumePath&)>& enter = nullptr);
-// For a document that Find does not find: throws HostError when its container is there, damaged.
+// For a document that Find does not find: throws HostError when it has a damaged container.
 void RequireUndamaged(const Volume& volume, const VolumePath& path);

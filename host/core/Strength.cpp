@@ -15,7 +15,7 @@ namespace {
 constexpr double kWordBits = 12;  // one of some thousand words
 constexpr std::size_t kWordLetters = 8;
 
-// Of count letters side by side: random ones, or words.
+// The bits of count letters in a row: random ones, or words.
 double LetterBits(std::size_t count, bool mixesCases) {
     const double random = static_cast<double>(count) * (mixesCases ? 5.7 : 4.7);
     const std::size_t words = (count + kWordLetters - 1) / kWordLetters;
@@ -36,7 +36,7 @@ double StrengthBits(std::wstring_view password) {
         if (end > at) {
             const std::wstring_view run = password.substr(at, end - at);
             const bool isRepeated = run.size() > 2 && password.substr(0, at).find(run) != password.npos;
-            // A capital at the beginning is where people put it.
+            // A capital at the beginning does not count, because most people put it there.
             const bool mixes = lower && std::any_of(run.begin() + 1, run.end(), [](wchar_t unit) { return std::iswupper(unit); });
             bits += isRepeated ? 1 : LetterBits(run.size(), mixes);
             at = end;
@@ -62,7 +62,7 @@ std::string MakePassword() {
     static_assert(letters.size() == 32);
     unsigned char random[30];
     if (BCryptGenRandom(nullptr, random, sizeof(random), BCRYPT_USE_SYSTEM_PREFERRED_RNG) < 0)
-        throw HostError("the system gives no random numbers to make a password of");
+        throw HostError("the system gives no random numbers for a password");
     std::string password;
     for (std::size_t at = 0; at < sizeof(random); ++at) {
         if (at > 0 && at % 5 == 0)

@@ -1,4 +1,4 @@
-// How long a password would stand against guessing, judged from below: what people make up is far weaker than its length.
+// How long it takes to guess a password. The estimate is low, because what people make up is far weaker than its length.
 #pragma once
 
 #include <string>
@@ -8,10 +8,10 @@
 constexpr double kGuessesPerSecond = 1e7;
 constexpr double kWeakBits = 60;
 
-// In bits: a guesser needs two to the power of it. A run of letters counts as words, which are guessed from lists; what repeats or
-// continues the character before counts for almost nothing.
+// In bits: a guesser needs two to the power of it. Letters in a row count as words, which are guessed from lists; a character that
+// repeats or continues the one before counts almost nothing.
 double StrengthBits(std::wstring_view password);
-// "some seconds", "about 40 years", as one graphics card needs.
+// The time for one graphics card: "some seconds", "about 40 years".
 std::string GuessingTime(double bits);
 // About 150 bits from the system's random numbers, in groups that can be written down: no letter looks like a digit. Throws
 // HostError.

@@ -20,7 +20,7 @@ constexpr const wchar_t* kRuns = L"quelvol";  // in the user's local application
 constexpr const wchar_t* kMark = L"in-use";
 constexpr std::wstring_view kTrackingEnd = L".hvf";
 
-// The volume keeps a tracking file "<temp file>.hvf" beside a decrypted copy until the copy is saved or unchanged.
+// A tracking file "<temp file>.hvf" is beside every copy that may hold an edit.
 bool HoldEdit(const std::vector<std::wstring>& names) {
     return std::any_of(names.begin(), names.end(), [](const std::wstring& name) { return EndsWithNoCase(name, kTrackingEnd); });
 }
@@ -32,10 +32,10 @@ bool HoldsEdit(const fs::path& run) {
     return false;
 }
 
-// Removes every copy of a run that has ended but the edits, and the folder when nothing stays: by the mark other runs know it.
+// Deletes all copies of a run that has ended except edits, and the folder and its mark when nothing is left.
 void RemoveCopies(const fs::path& run) {
     DiskHandle mark = OwnHandle(OpenRunMark(run, OPEN_EXISTING));
-    if (!mark)  // in use, no run's folder, or a link
+    if (!mark)  // in use, not a run's folder, or a link
         return;
     bool whole = true;
     for (const std::wstring& name : NamesIn(run.native()))
@@ -46,7 +46,7 @@ void RemoveCopies(const fs::path& run) {
         RemoveItself(run.native(), HoldEdit);
 }
 
-// A folder that only this user may look into.
+// Makes a folder that only this user may look into.
 bool CreatePrivateFolder(const std::wstring& path) {
     HANDLE token = nullptr;
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
@@ -70,7 +70,7 @@ bool CreatePrivateFolder(const std::wstring& path) {
     return made;
 }
 
-// Elsewhere only where there is no such place.
+// In the local application data, or elsewhere if there is no such folder.
 fs::path FolderOfRuns() {
     const std::wstring localData = GetVariable(L"LOCALAPPDATA");
     return localData.empty() ? UserTempFolder() : fs::path(localData) / kRuns;
@@ -87,7 +87,7 @@ fs::path UserTempFolder() {
     static const fs::path s_folder = [] {
         wchar_t base[MAX_PATH + 2];
         const DWORD length = GetTempPathW(static_cast<DWORD>(std::size(base)), base);
-        if (length >= std::size(base))  // it is then not stored at all
+        if (length >= std::size(base))  // then nothing is stored in base
             throw HostError("the temp folder: its path is too long");
         if (length == 0)
             throw HostError("the temp folder: " + SystemMessage(GetLastError()));
@@ -122,7 +122,7 @@ TempFolder::TempFolder() : m_originalTmp(GetVariable(L"TMP")), m_originalTemp(Ge
 TempFolder::~TempFolder() {
     UseOriginal();
     CloseHandle(m_mark);
-    // Another run that starts at this moment removes it as well, and each is in the other's way.
+    // Another run that starts at this moment may be deleting it too, and make this fail.
     const auto remove = [this] {
         RemoveCopies(m_realPath);
         return HoldsEdit(m_realPath) || StandingAt(m_realPath.native()) == Standing::Nothing;
@@ -138,7 +138,7 @@ TempFolder::~TempFolder() {
 
 void TempFolder::ForgetCopies() const {
     for (const std::wstring& name : NamesIn((m_realPath / kCopiesFolder).native()))
-        if (const fs::path copy = m_realPath / kCopiesFolder / name; !NamesIn(copy.native()).empty())  // an empty one is just made
+        if (const fs::path copy = m_realPath / kCopiesFolder / name; !NamesIn(copy.native()).empty())  // an empty one was just made
             RemoveItself(copy.native(), HoldEdit);
 }
 

@@ -35,7 +35,7 @@ bool WriteAll(HANDLE handle, std::string_view utf8) {
     return true;
 }
 
-// Control characters of both sets, the ends of lines, and what turns the direction of text around.
+// Control characters of both sets, line ends, and characters that change the direction of text.
 bool IsActedOn(wchar_t unit) {
     return unit < 0x20 || (unit >= 0x7F && unit < 0xA0) || unit == 0x200E || unit == 0x200F || (unit >= 0x2028 && unit <= 0x202E) ||
            (unit >= 0x2066 && unit <= 0x2069) || unit == 0x061C;
@@ -43,7 +43,7 @@ bool IsActedOn(wchar_t unit) {
 
 std::string Printable(std::string_view utf8) {
     const int bytes = static_cast<int>(utf8.size());
-    std::wstring text(utf8.size(), L'\0');  // what is not valid becomes U+FFFD
+    std::wstring text(utf8.size(), L'\0');  // invalid bytes become U+FFFD
     text.resize(static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, text.data(), bytes)));
     std::replace_if(
         text.begin(), text.end(), [](wchar_t unit) { return unit != L'\n' && unit != L'\t' && IsActedOn(unit); }, L'\xFFFD');

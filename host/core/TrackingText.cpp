@@ -9,7 +9,7 @@
 
 namespace {
 
-// The text between start and the first end behind it, which is taken off the front of text with all before it.
+// The text between start and the next end. Removes everything to that end from the front of text.
 std::optional<std::wstring_view> TakeBetween(std::wstring_view& text, std::wstring_view start, std::wstring_view end) {
     const std::size_t begin = text.find(start);
     if (begin == std::wstring_view::npos)
@@ -36,7 +36,7 @@ bool TakeNumber(std::wstring_view& text, std::wstring_view start, std::wstring_v
     std::wstring_view digits = *found;
     const bool negative = digits.starts_with(L'-');
     digits.remove_prefix(negative ? 1 : 0);
-    if (digits.empty() || digits.size() > 19)  // more do not fit
+    if (digits.empty() || digits.size() > 19)  // more do not fit into 64 bits
         return false;
     number = 0;
     for (const wchar_t digit : digits) {
@@ -90,7 +90,7 @@ std::optional<std::wstring> Decoded(std::wstring_view text) {
     }
 }
 
-// Could narrow be what is left of full in narrow characters? ASCII has a narrow form everywhere.
+// Could narrow be full, converted to narrow characters? ASCII characters have a narrow form in every set.
 bool IsNarrowForm(std::wstring_view narrow, std::wstring_view full) {
     const auto ascii = [](std::wstring_view text) {
         std::wstring kept;
@@ -100,7 +100,7 @@ bool IsNarrowForm(std::wstring_view narrow, std::wstring_view full) {
     return ascii(narrow) == ascii(full);
 }
 
-// Takes the names from the last line, if it is well formed and tells the same names as the text before it.
+// Takes the names from the last line, if it is well-formed and has the same names as the text before it.
 void TakeFullNames(std::wstring_view line, Tracking& tracking) {
     constexpr std::wstring_view start = L"<!-- utf8: ", end = L" -->", bar = L" | ";
     const std::size_t begin = std::min(line.find_first_not_of(L"\r\n"), line.size());

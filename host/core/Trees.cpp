@@ -7,7 +7,7 @@ namespace {
 
 void RefuseTooDeep(const VolumePath& path) {
     if (path.Depth() > kMaxPathComponents)
-        throw HostError(path.Shown() + ": too many folders in each other");
+        throw HostError(path.Shown() + ": too many nested folders");
 }
 
 void Delete(const Volume& volume, const Entry& entry) {
@@ -15,7 +15,7 @@ void Delete(const Volume& volume, const Entry& entry) {
         const FileHandle file = volume.Open(entry.path, DELETE, kShareAll, OPEN_EXISTING);
         Check(volume->Delete(file.Get(), nullptr), entry.path);
     }
-    // The deletion happens at the close, which reports nothing.
+    // The file is deleted at the close, which reports nothing.
     if (!volume.WaitUntilGone(entry))
         throw HostError(entry.path.Shown() + ": it could not be deleted; another program may hold it");
 }
@@ -39,7 +39,7 @@ void RefuseLink(const Volume& volume, const Entry& entry) {
         throw HostError(entry.path.Shown() + ": a link, which is not followed");
 }
 
-// Makes the folder, and calls transfer with each child of source and its free place in there.
+// Makes the folder, and calls transfer with each child of source and a free path for it in the new folder.
 template <class Transfer>
 void TransferChildren(const Volume& volume, const Entry& source, const VolumePath& target, Transfer transfer) {
     volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder);
@@ -52,7 +52,7 @@ void TransferChildren(const Volume& volume, const Entry& source, const VolumePat
 
 void RemoveTree(const Volume& volume, const Entry& entry) {
     if (entry.IsFolder() && volume.HoldsMountFolder(entry.path))
-        throw HostError(entry.path.Shown() + ": a mount folder stands there or inside; it is removed in the configuration");
+        throw HostError(entry.path.Shown() + ": it is a mount folder or contains one; remove that from the configuration first");
     Remove(volume, entry);
 }
 
@@ -72,7 +72,7 @@ void MoveTree(const Volume& volume, const Entry& source, const VolumePath& targe
     try {
         return volume.Move(source.path, target);
     } catch (const StatusError& error) {
-        // A folder is not renamed to another key, owner or disk.
+        // The volume does not move a folder to another key, owner or disk.
         if (!source.IsFolder() || error.Status() != VVS_GeneralError)
             throw;
     }

@@ -19,9 +19,9 @@ namespace {
 
 constexpr DWORD kBlockSize = 256 * 1024;
 
-// One of the two forms of a document. Its real path decides what stands there; the companion library chooses the password by the other.
+// One of the two forms of a document. It is opened by its real path; by the configured one the companion library chooses the password.
 struct Form {
-    std::wstring path;  // by the configuration's own words
+    std::wstring path;  // as configured, see ConfiguredPath
     std::wstring real;
 
     Form With(std::wstring_view end) const { return {path + std::wstring(end), real + std::wstring(end)}; }
@@ -31,11 +31,11 @@ struct Form {
     std::wstring Name() const { return path.substr(path.rfind(L'\\') + 1); }
     std::string Shown() const { return ToUtf8(path); }
 
-    // Throws for a link: equal content behind it may go at any time.
+    // Throws for a link: its target may be deleted at any time.
     bool IsThere() const {
         const Standing standing = StandingAt(real);
         if (standing == Standing::Link)
-            throw HostError(Shown() + ": a link stands there, which is not followed");
+            throw HostError(Shown() + ": a link, which is not followed");
         return standing == Standing::Itself;
     }
 };
@@ -47,7 +47,7 @@ Form FormOf(const Volume& volume, const Entry& entry) {
     return {ConfiguredPath(volume, entry), *folder + L'\\' + entry.NameOnDisk()};
 }
 
-// A form that was opened itself. Nobody else can write, rename or delete it.
+// An open form, never a link's target. Nobody else can write, rename or delete it.
 class HeldFile {
 public:
     explicit HeldFile(const Form& form)
@@ -57,7 +57,7 @@ public:
     }
     const BY_HANDLE_FILE_INFORMATION& Information() const { return m_information; }
 
-    // The next bytes; fewer at the end.
+    // The next bytes, fewer at the end.
     std::size_t Read(char* buffer, std::size_t size) {
         DWORD read = 0;
         if (!ReadFile(m_file.get(), buffer, static_cast<DWORD>(size), &read, nullptr))
@@ -65,7 +65,7 @@ public:
         return read;
     }
     void Rewind() { SetFilePointer(m_file.get(), 0, nullptr, FILE_BEGIN); }
-    // Those of the document, as its container tells them. Without them it is still the content.
+    // Sets the document's times from its container. A failure is ignored, because the content is complete.
     void TakeTimesOf(const Form& container) {
         SYSTEMTIME times[3];
         if (!ContainerTimes(container.path, times[0], times[1], times[2]))
@@ -75,10 +75,10 @@ public:
             SystemTimeToFileTime(&times[index], &fileTimes[index]);
         SetFileTime(m_file.get(), &fileTimes[2], &fileTimes[1], &fileTimes[0]);
     }
-    // Throws unless the other form stands beside it still.
+    // Deletes the file. Throws unless it and the other form are still there.
     void DeleteFor(const Form& other) {
         if (!m_form.IsThere() || !other.IsThere())
-            throw HostError(m_form.Shown() + ": something took its place meanwhile; nothing was deleted");
+            throw HostError(m_form.Shown() + ": it was replaced meanwhile; nothing was deleted");
         if (!DeleteOpen(m_file))
             throw LocalError(m_form.path, GetLastError());
     }
@@ -89,7 +89,7 @@ private:
     BY_HANDLE_FILE_INFORMATION m_information{};
 };
 
-// Does the container hold exactly what the plain file does? The file is read from its beginning.
+// Have container and plain file the same content? Reads the plain file from its beginning.
 bool HaveOneContent(const Form& container, HeldFile& plain, const ByteCount& count) {
     bool isSame = true;
     std::vector<char> buffer(kBlockSize);
@@ -119,7 +119,7 @@ void WriteContainer(const Form& plain, const Form& container, HeldFile& content,
         writer.Write(buffer.data(), size);
         count(size);
     }
-    if (container.IsThere())  // since it was last looked for
+    if (container.IsThere())  // it was created meanwhile
         ThrowBoth(plain, container);
     writer.Finish();
 }
@@ -141,7 +141,7 @@ void WritePlain(const Form& plain, const Form& container, const HeldFile& held, 
     }
 }
 
-// isNew: which of the two reasons to tell for different content.
+// isNew decides what the message says about different content.
 void RequireOneContent(const Form& plain, const Form& container, HeldFile& content, bool isNew, const Form& made, const ByteCount& count) {
     if (HaveOneContent(container, content, count))
         return;

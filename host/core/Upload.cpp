@@ -12,7 +12,7 @@ constexpr std::uint32_t kKeepAttributes = 0xFFFFFFFF;
 
 std::optional<Entry> FindReplaced(const Volume& volume, const VolumePath& target) {
     if (target.IsRoot() || target.IsMountFolder())
-        throw HostError(target.Shown() + ": files live inside of mount folders");
+        throw HostError(target.Shown() + ": a file must be inside a mount folder");
     volume.RequireFolder(target.Parent());
     std::optional<Entry> existing = volume.Find(target);
     if (existing && existing->IsFolder())
@@ -35,11 +35,11 @@ Upload::Upload(const Volume& volume, const VolumePath& target, const std::option
 
     m_file = volume.Open(m_target.Aside(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_READ, CREATE_NEW);
     try {
-        Check(volume->SetFileSize(m_file.Get(), 0, nullptr), m_target);  // stores an empty file as well
+        Check(volume->SetFileSize(m_file.Get(), 0, nullptr), m_target);  // so that an empty file is stored too
         m_encrypted = IsEncrypted();
         RequireFit(existing);
     } catch (...) {
-        volume->Delete(m_file.Get(), nullptr);  // no destructor will do it
+        volume->Delete(m_file.Get(), nullptr);  // the destructor does not run after an exception here
         throw;
     }
 }
@@ -83,7 +83,7 @@ void Upload::Write(const void* data, std::size_t size) {
 }
 
 void Upload::Place(const VirtFindData& times, const wchar_t* lockToken) {
-    m_volume->SetFileInfo(m_file.Get(), kKeepAttributes, &times);  // without its times it is still the content
+    m_volume->SetFileInfo(m_file.Get(), kKeepAttributes, &times);  // a failure is ignored: the content is complete
     if (m_replacedConflict)
         MakeOrdinary(m_volume, *m_replacedConflict);
     m_volume.Rename(m_file, m_target, lockToken);
@@ -102,7 +102,7 @@ void Upload::Verify() {
     m_stored = *stored;
     if (!hasOwnName)
         m_target = m_target.Parent().Child(stored->Name());
-    const bool isAsWritten = hasOwnName || m_encrypted;  // of a container as content, the size of what is in it is shown
+    const bool isAsWritten = hasOwnName || m_encrypted;  // if the content is itself a container, its document's size is shown
     if (isAsWritten && static_cast<std::uint64_t>(stored->data.fileSize) != m_written)
         throw HostError(m_target.Shown() + ": the volume shows " + std::to_string(stored->data.fileSize) + " bytes where " +
                         std::to_string(m_written) + " were stored");

@@ -15,7 +15,7 @@ std::wstring ProgramFolder() {
     return path.substr(0, path.rfind(L'\\'));
 }
 
-// The volume does not resolve the name it lists a conflict copy under; its container is "<stem>.zip".
+// The path by which the volume opens a conflict copy, which is not its listed name: the container "<stem>.zip".
 VolumePath ConflictPath(const VolumePath& folder, std::wstring_view name) {
     return folder.Child(std::wstring(name.substr(0, name.size() - kConflictExtension.size())) + L".zip");
 }
@@ -48,7 +48,7 @@ Volume::Volume() {
         m_volume = factory();
     if (!m_volume) {
         FreeLibrary(m_module);
-        throw HostError(ToUtf8(library) + ": it hands out no volume", Exit_NoVolume);
+        throw HostError(ToUtf8(library) + ": it provides no volume", Exit_NoVolume);
     }
 }
 
@@ -156,9 +156,9 @@ std::optional<std::wstring> Volume::LinkAt(const VolumePath& path) const {
 bool Volume::RemoveLink(const VolumePath& path) const {
     const auto link = LinkAt(path);
     if (link && HoldsMountFolder(path))
-        throw HostError(path.Shown() + ": a mount folder, which is removed in the configuration");
+        throw HostError(path.Shown() + ": a mount folder; remove it from the configuration");
     if (link && !RemoveItself(*link))
-        throw HostError(path.Shown() + ": a link, which cannot be deleted without what it leads to");
+        throw HostError(path.Shown() + ": a link, which cannot be deleted without its target");
     return link.has_value();
 }
 
@@ -177,7 +177,7 @@ std::optional<Entry> Volume::FindByShortName(const VolumePath& path) const {
         if (own.empty() || EqualNoCase(own, name + end) || !EndsWithNoCase(own, end))
             continue;
         const std::wstring shown = own.substr(0, own.size() - end.size());
-        if (VolumePath::ComponentProblem(shown))  // that of a name which the volume keeps for itself
+        if (VolumePath::ComponentProblem(shown))  // the short name of a reserved name
             continue;
         const VolumePath ownPath = path.Parent().Child(shown);
         Entry entry{ownPath};
@@ -206,7 +206,7 @@ std::optional<Entry> Volume::Find(const VolumePath& path) const {
 std::optional<Entry> Volume::FindAgain(const Entry& entry) const {
     Entry now{entry.path};
     const bool found = m_volume->FindFile(entry.path.Str(), &now.data);
-    // Behind a file that is gone another may come to light, as the container does behind a plain file of the same name.
+    // After a file is deleted another may be found at its path, such as the container beside a deleted plain file.
     const bool same = found && now.data.itemType == entry.data.itemType && EqualNoCase(now.Name(), entry.Name());
     return same ? std::optional(now) : std::nullopt;
 }
@@ -219,10 +219,9 @@ void Volume::RequireFree(const VolumePath& path, bool encrypted) const {
     Entry other{path};
     const bool found = m_volume->FindFile(path.Str(), &other.data);
     if (found && (encrypted || other.data.itemType != VIT_PlainFile))
-        throw HostError(path.Shown() + ": it would take the place of " + path.Parent().Child(other.Name()).Shown() +
-                        " on disk; use another name");
+        throw HostError(path.Shown() + ": it would replace " + path.Parent().Child(other.Name()).Shown() + " on disk; use another name");
     if (LinkAt(path))
-        throw HostError(path.Shown() + ": a link has this name; it leads nowhere here, and rm deletes it");
+        throw HostError(path.Shown() + ": a link has this name; it is not followed, and rm deletes it");
 }
 
 Entry Volume::Require(const VolumePath& path) const {

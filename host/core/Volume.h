@@ -1,6 +1,6 @@
-// The volume as this program uses it: the DLL loaded at run time from the program's own folder, owners for what it hands
-// out, and searches that resolve every listed name. Whoever writes another host finds here all that the interface asks
-// of one. May be used from any number of threads; a Search belongs to one.
+// The volume for this program: the DLL loaded at run time from the program's own folder, owners for its handles,
+// and searches that resolve every listed name. An example of everything that a host must do. May be used from any number of threads;
+// a Search belongs to one.
 #pragma once
 
 #include <map>
@@ -17,12 +17,11 @@
 #include "core/VolumePath.h"
 #include "quelcrypt/IVirtualVolume.h"
 
-// Reads and writes at the handle's current position, one after the other.
+// The offset for reads and writes at the handle's current position.
 constexpr std::uint64_t kCurrentPosition = 0xFFFFFFFF;
 constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
-// Owns a handle of the volume; Close is how it ends. As long as it lives, the folder that it was opened in stays where it is
-// (see HoldFolder).
+// Owns a handle of the volume, which Close ends. Until then the folder that it was opened in cannot be moved (see HoldFolder).
 template <auto Close>
 class VolumeHandle {
 public:
@@ -67,10 +66,10 @@ struct Entry {
 
     bool IsFolder() const { return (data.fileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0; }
     bool IsConflict() const { return data.itemType == VIT_EncryptedFileInConflict; }
-    // As listed. A conflict copy's differs from the last name of its path.
+    // The listed name. A conflict copy's differs from the last name of its path.
     std::wstring Name() const;
     VolumePath ListedPath() const { return path.Parent().Child(Name()); }
-    // Of the file or folder on disk that the path stands for.
+    // The name of the file or folder on disk.
     std::wstring NameOnDisk() const;
 };
 
@@ -88,55 +87,54 @@ public:
 
     std::vector<VirtMountInfo> MountFolders() const;
 
-    // What is listed under this path; nothing when there is no such item. A short name finds the item, whose path then has its
-    // own name. What a link leads to is not there. The volume also finds a container by its own name ("a.txt.zip" for
-    // "a.txt"), and by "f.txt" a foreign "f.txt.zip": neither counts, since neither is listed so.
+    // The item that is listed under this path; nothing when there is none. A short name finds the item, whose path then has its
+    // own name. Links are not followed. The volume also finds a container by its own name ("a.txt.zip" for "a.txt"), and by
+    // "f.txt" a ZIP file "f.txt.zip" that is not its container: neither is listed so, and neither is found here.
     std::optional<Entry> Find(const VolumePath& path) const;
-    // Is the item, from a listing, no link, and not reached through one?
+    // Is the listed item not a link, and not reached through one?
     bool IsItself(const Entry& entry) const;
-    // Of the file on disk that holds the entry.
+    // The version of the file on disk that holds the entry.
     DiskVersion VersionOf(const Entry& entry) const;
-    // On a disk that tells letter cases apart: does another file stand beside the item that has exactly this name?
+    // On a disk that distinguishes letter case: is there another file, beside the item, with exactly this name?
     bool HasTwin(const Entry& entry, const std::wstring& name) const;
-    // Deletes the link that stands under this name. False: there is none. Throws HostError when it cannot be deleted
-    // without what it leads to.
+    // Deletes the link of this name. False: there is none. Throws HostError when it cannot be deleted without its target.
     bool RemoveLink(const VolumePath& path) const;
-    // Deletes what the volume keeps for itself in a folder that is to go, as far as nobody uses it.
+    // Before a folder is deleted: deletes the reserved names in it that nobody has open.
     void RemoveReserved(const VolumePath& folder) const;
-    // A folder on disk, if it is a real one: itself, and reached by the own names of folders and through no link.
+    // The path of a folder on disk, if it is a real one: not a link, and named without links and short names.
     std::optional<std::wstring> FolderOnDisk(const VolumePath& folder) const;
-    // Have the temp folder's disk and that of folder room for content of so many bytes? The copies in clear go to the first.
+    // Have the disks of the temp folder, for decrypted copies, and of folder room for content of so many bytes?
     bool HasRoomFor(std::uint64_t bytes, const VolumePath& folder = {}) const;
-    // Does a mount folder stand there, or inside? Nothing here moves or deletes one.
+    // Is this a mount folder, or is one inside? This program never moves or deletes one.
     bool HoldsMountFolder(const VolumePath& folder) const;
-    // The path by which all paths of one file can be compared: in the outermost mount folder that it lies in.
+    // One path for all paths of a file, to compare them by: the path in the outermost mount folder that contains it.
     VolumePath Key(const VolumePath& path) const;
-    // The item as it is now, found the way it is opened; nothing when it is gone.
+    // The item as it is now, found the way it is opened; nothing when it is missing.
     std::optional<Entry> FindAgain(const Entry& entry) const;
-    // A deletion is done when nobody has the item open any more. False: after a moment it is still there.
+    // Waits for a moment until an item is deleted, which is when nobody has it open any more. False: it is still there.
     bool WaitUntilGone(const Entry& entry) const;
-    // Call before storing anything under a path that Find does not find. Throws HostError when it would take the file on
-    // disk of an item with another name, or the place of a link. An encrypted "f.txt" would take a foreign "f.txt.zip", a
-    // plain one stands beside it: who does not know which it will be leaves that to the volume.
+    // Call before storing anything under a path that Find does not find. Throws HostError when it would replace the file on
+    // disk of an item with another name, or a link. An encrypted "f.txt" would replace an "f.txt.zip" that is not its container,
+    // a plain one would not: if encrypted is not known, leave false, and the volume checks this.
     void RequireFree(const VolumePath& path, bool encrypted = false) const;
-    // Find, or throws StatusError with the status that says what is missing: mount folder, folder or file.
+    // Find; throws StatusError with the status that says what is missing: mount folder, folder or file.
     Entry Require(const VolumePath& path) const;
-    // Also throws HostError for what is no real folder (see FolderOnDisk).
+    // Also throws HostError for what is not a real folder (see FolderOnDisk).
     void RequireFolder(const VolumePath& path) const;
 
-    // What follows leads out of the mount folders through no link, also when somebody exchanges a folder for one meanwhile:
-    // the folder that an item stands in is held, and after the call it is looked once more whether everything still stands where
-    // it was asked for. If not, they throw StatusError, and what was made goes. docs/security.md tells where that ends.
+    // The following functions never leave the mount folders through a link, even when somebody replaces a folder by one meanwhile:
+    // the folder of an item is held, and after the call the paths are checked again. If they lead elsewhere, the functions throw
+    // StatusError and delete what they made. docs/security.md says what remains possible.
 
-    // As HoldFolder; null for the root and mount folders. Throws StatusError when it is missing, no real folder, or about to go.
+    // Like HoldFolder; null for the root and mount folders. Throws StatusError when it is missing, not a real folder, or being deleted.
     DiskHandle Hold(const VolumePath& folder) const;
     // Throws StatusError. Access, sharing and disposition are those of IVirtualVolume::OpenFile.
     FileHandle Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const;
-    // Throws StatusError unless path's item, which is open as file, still stands there itself. An encrypted file is first looked
-    // at when it is first read.
+    // Throws StatusError unless path's item, which is open as file, is still at its path. To be called for an encrypted file after its
+    // first read, which opens the container.
     void RequireInPlace(const VolumePath& path, void* file) const;
-    // These four throw StatusError, and do what the volume does. Only the first one does not look again: what has taken the
-    // place of other content must not be taken away for it. RequireInPlace tells.
+    // These four do what the volume does, and throw StatusError. Rename does not check again, because content that replaced
+    // other content must not be deleted; call RequireInPlace for that.
     void Rename(const FileHandle& file, const VolumePath& target, const wchar_t* lockToken = nullptr) const;
     void Copy(const VolumePath& source, const VolumePath& target) const;
     void Move(const VolumePath& source, const VolumePath& target) const;
@@ -147,7 +145,7 @@ private:
     std::optional<std::wstring> PathOnDisk(const VolumePath& folder) const;
     // Throws StatusError.
     void RequireRealFolder(const VolumePath& folder) const;
-    // Does a link, there or on the way, lead to another place?
+    // Does the path lead elsewhere, by a link in it?
     bool LeadsAway(const Entry& entry) const;
     bool LeadsAway(const VolumePath& path) const;
     std::wstring RealMountPath(const wchar_t* path) const;
@@ -155,22 +153,22 @@ private:
     std::optional<std::wstring> LinkAt(const VolumePath& path) const;
 
     mutable std::mutex m_mutex;
-    mutable std::map<std::wstring, std::wstring> m_realPaths;  // of mount folders, which stay where they are
-    TempFolder m_temp;                                         // before the module: what is decrypted goes last
+    mutable std::map<std::wstring, std::wstring> m_realPaths;  // of mount folders, which are not moved
+    TempFolder m_temp;                                         // before the module, so that it is deleted after it
     HMODULE m_module = nullptr;
     IVirtualVolume* m_volume = nullptr;
 };
 
-// Goes through the entries of a folder that match a pattern, one at a time.
+// Lists the entries of a folder that match a pattern, one at a time.
 class Search {
 public:
-    // Finds nothing in a folder that is missing or no real one. Throws StatusError for one that cannot be looked into.
+    // Finds nothing in a folder that is missing or not a real one. Throws StatusError for one that cannot be read.
     Search(const Volume& volume, const VolumePath& folder, const wchar_t* pattern = L"*");
-    // False: there are no more. Throws StatusError at the end when the folder is not where it was at the beginning.
+    // False: there are no more. Throws StatusError at the end when the folder is no longer at its path.
     bool Next(Entry& entry);
 
 private:
-    // Throws StatusError when a search ended with another error than that there are no more.
+    // Throws StatusError when a search ended with another error than "no more entries".
     void RequireEnd(DWORD error) const;
 
     const Volume& m_volume;
@@ -180,10 +178,10 @@ private:
     bool m_first = true;
 };
 
-// The entries of a folder sorted by name, for changing them while walking and for people to read.
+// The entries of a folder sorted by name, for people, and to change entries while going through them.
 std::vector<Entry> SortedEntries(const Volume& volume, const VolumePath& folder, const wchar_t* pattern = L"*");
 
-// By name.
+// Compares by name.
 bool IsBefore(const Entry& left, const Entry& right);
 
 // Throws StatusError unless status is VVS_Success.

@@ -1,4 +1,4 @@
-// What the volume does by a path, with the folders on the way held and looked at again afterwards.
+// Operations of the volume by path, with folders held during the call and paths checked again afterwards.
 #include "core/HostError.h"
 #include "core/OnDisk.h"
 #include "core/Patience.h"
@@ -8,7 +8,7 @@ namespace {
 
 [[noreturn]] void ThrowLeftItsPlace(const VolumePath& path) { throw StatusError(path.Shown(), VVS_PathNotFound); }
 
-// The answer for an operation that somebody who has the file open for a moment may stand against.
+// Repeats an operation for a moment while it fails because somebody has the file open.
 template <class Operation>
 VirtualVolumeStatus WhenNotHeld(Operation operation) {
     VirtualVolumeStatus status = VVS_Success;
@@ -25,7 +25,7 @@ DiskHandle Volume::Hold(const VolumePath& folder) const {
     if (!path)
         throw StatusError(folder.Shown(), VVS_MountFolderNotFound);
     if (folder.IsMountFolder())
-        return {};  // it stays where it is, and the root of a disk is not opened as a folder is
+        return {};  // it is not moved, and the root of a disk cannot be opened like a folder
     DiskHandle handle = HoldFolder(*path);
     if (const DWORD error = GetLastError(); !handle)
         throw StatusError(folder.Shown(), error == ERROR_SHARING_VIOLATION ? VSS_SharingViolation
@@ -43,7 +43,7 @@ void Volume::RequireInPlace(const VolumePath& path, void* file) const {
     Entry entry{path};
     if (path.IsMountFolder())
         return;
-    m_volume->GetFileInfo(file, &entry.data);  // fails for a new file that has no container yet: then it is the folder that counts
+    m_volume->GetFileInfo(file, &entry.data);  // fails for a new file without a container: then only the folder is checked
     if (LeadsAway(entry))
         ThrowLeftItsPlace(path);
 }

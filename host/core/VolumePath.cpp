@@ -29,7 +29,7 @@ const char* VolumePath::ComponentProblem(std::wstring_view name, Wildcards wildc
     if (name.empty())
         return "an empty name";
     if (name == L"." || name == L"..")
-        return "'..' does not lead out of a folder here";
+        return "'..' is not allowed in a path";
     if (name.find(L':') != std::wstring_view::npos)
         return "a name may not contain ':'";
     for (const wchar_t unit : name) {
@@ -37,14 +37,14 @@ const char* VolumePath::ComponentProblem(std::wstring_view name, Wildcards wildc
         if (unit < 32 || std::wstring_view(L"<>\"|/\\").find(unit) != std::wstring_view::npos)
             return "a name may not contain any of < > \" | / \\ or a control character";
         if (wildcard && wildcards == Wildcards::Refused)
-            return "'*' and '?' are for the last name of 'ls' only";
+            return "'*' and '?' are allowed only in the last name, and only for 'ls'";
     }
     if (name.back() == L'.' || name.back() == L' ')
         return "a name may not end in a dot or a blank";
     if (IsDeviceName(name))
         return "the name of a device";
     if (IsReservedName(name))
-        return "a name that the volume keeps for itself";
+        return "a name that the volume reserves";
     if (name.size() > kMaxName)
         return "a name is too long";
     return nullptr;
@@ -79,7 +79,7 @@ std::string VolumePath::Shown() const {
     std::wstring text = IsRoot() ? L"/" : m_path;
     std::replace(text.begin(), text.end(), L'\\', L'/');
     std::replace_if(
-        text.begin(), text.end(), [](wchar_t unit) { return unit < 32; }, L'\xFFFD');  // a name is one line
+        text.begin(), text.end(), [](wchar_t unit) { return unit < 32; }, L'\xFFFD');  // names are printed on one line
     return ToUtf8(text);
 }
 
@@ -99,8 +99,8 @@ VolumePath VolumePath::Child(std::wstring_view name) const {
     return child;
 }
 
-// "report.docx" becomes "report.~1a2b3c4d.docx": same beginning, same extension or none, because the rules that exclude
-// names from encryption look at those.
+// "report.docx" becomes "report.~1a2b3c4d.docx": the beginning and the extension stay, because names are excluded from encryption by
+// these.
 VolumePath VolumePath::Aside() const {
     const std::wstring name = Name();
     const std::size_t dot = name.rfind(L'.');

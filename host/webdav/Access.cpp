@@ -18,8 +18,8 @@ bool IsOwnHost(const AccessRules& rules, const std::string& host) {
     return std::find(rules.hosts.begin(), rules.hosts.end(), host) != rules.hosts.end();
 }
 
-// A link that is followed loads a page and tells the other site nothing; everything else that another site's page starts is
-// an attempt to act for the user.
+// A link to this server on another site's page is harmless: the browser loads a page, and the other site learns nothing. Anything else
+// that another site's page requests is an attempt to act for the user.
 bool IsForeign(const Request& request, std::string_view host) {
     if (const auto origin = request.Field("Origin"))
         return !EqualToken(*origin, "http://" + std::string(host)) && !EqualToken(*origin, "https://" + std::string(host));

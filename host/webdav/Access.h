@@ -1,4 +1,4 @@
-// Who may talk to this server: pages of other sites must not reach it through a browser, and nobody reaches it from another
+// Who has access to this server: pages of other sites must not reach it through a browser, and nobody may reach it from another
 // machine without the password.
 #pragma once
 
@@ -12,14 +12,14 @@
 namespace webdav {
 
 struct AccessRules {
-    std::string credentials;         // "user:password"; empty: nobody is asked
-    std::vector<std::string> hosts;  // names of this server beside those of the loopback, in lower case
-    bool anyAddress = false;         // an address as the host is fine, whichever: no foreign site can have it as its name
+    std::string credentials;         // "user:password"; empty: not required
+    std::vector<std::string> hosts;  // names of this server besides those of the loopback, in lower case
+    bool anyAddress = false;         // a numeric address is accepted as the host, because it cannot be the name of another site
 };
 
-// Slows down who guesses passwords. A wrong one costs its connection, and while there are many of them the server takes new
-// connections at a pace, whoever they come from: on the loopback all have one address. So the guesses of all together are few,
-// and who knows the password waits for a place in the row, but is never refused for what others do. Any thread may call.
+// Slows down guessing of passwords. After a wrong one the connection is closed, and after many of them the server accepts new
+// connections slowly, from everybody, because on the loopback all have one address. So there are few guesses in all, and a client with
+// the password waits, but is never refused because of others. Any thread may call.
 class Guesses {
 public:
     void NoteWrong();
@@ -38,9 +38,9 @@ void CheckAccess(const AccessRules& rules, Guesses& guesses, const Request& requ
 
 // "host:8080" without the port, in lower case; "[::1]:8080" becomes "[::1]".
 std::string HostName(std::string_view authority);
-// Takes as long for any two texts of one length.
+// Takes equally long for any two texts of the same length.
 bool EqualInConstantTime(std::string_view left, std::string_view right);
-// Empty for what is no Base64.
+// Empty if text is not Base64.
 std::string DecodeBase64(std::string_view text);
 
 }  // namespace webdav

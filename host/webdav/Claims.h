@@ -1,4 +1,4 @@
-// Who is using what at the moment. Requests that would disturb each other wait for each other: a reader sees a file as it
+// What requests are using at the moment. Requests that would disturb each other wait for each other: a reader sees a file as it
 // was before or after a write, never between, and a tree is not changed while it is moved.
 #pragma once
 
@@ -13,7 +13,7 @@
 
 namespace webdav {
 
-enum class Use { Read, Change, ChangeTree };  // the last one covers all that is below the path
+enum class Use { Read, Change, ChangeTree };  // ChangeTree also covers everything below the path
 
 struct ClaimedPath {
     VolumePath path;
@@ -24,13 +24,13 @@ class Claim;
 
 class Claims {
 public:
-    // How many claims that may change something have ended. What was looked up when it was the same is as it was, unless another
-    // program changed it.
+    // How many claims that may change something have ended. While this number is the same, only another program can have changed
+    // what was looked up.
     std::uint64_t Changes() const { return m_changes; }
 
 private:
     friend class Claim;
-    // Lets those who are in the way know.
+    // Also tells the disturbing claims that somebody waits for them.
     bool IsDisturbed(const std::vector<ClaimedPath>& paths);
 
     std::atomic<std::uint64_t> m_changes{0};

@@ -29,7 +29,7 @@ public:
         Skip();
         return true;
     }
-    // What stands before the closing unit, which is taken as well.
+    // The text before the closing unit; removes both.
     std::string TakeUpTo(char closing) {
         const std::size_t end = m_text.find(closing);
         if (end == std::string_view::npos)

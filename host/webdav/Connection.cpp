@@ -25,8 +25,8 @@ using ErrorCode = boost::system::error_code;
 constexpr std::size_t kWriteSize = 32 * 1024;
 constexpr std::chrono::milliseconds kTurn{200};
 
-// The socket, which never blocks, with a deadline for what is being read or written. The deadline of a body or an answer
-// moves on with every byte, so that a slow client may take long, but not for ever.
+// The non-blocking socket, with a deadline for each read or write. The deadline of a body or an answer
+// is extended with every byte, so that a slow client may take long, but not for ever.
 class TimedSocket {
 public:
     TimedSocket(tcp::socket& socket, ConnectionState& state) : m_socket(socket), m_state(state) {
@@ -66,7 +66,7 @@ public:
     std::uint64_t BytesSent() const { return m_bytesSent; }
     std::uint64_t BytesReceived() const { return m_bytesReceived; }
 
-    // Says goodbye so that the client reads the last answer even while it is still sending.
+    // Closes the connection so that the client can read the last answer even while it is still sending.
     void Leave() {
         ErrorCode error;
         m_socket.shutdown(tcp::socket::shutdown_send, error);
@@ -81,8 +81,8 @@ public:
 private:
     struct Deadline {
         Clock::time_point time;
-        Clock::duration stall;         // the furthest that it moves on from now
-        std::uint64_t bytesPerSecond;  // 0: it does not move
+        Clock::duration stall;         // the deadline is never later than so long from now
+        std::uint64_t bytesPerSecond;  // 0: the deadline is fixed
         Clock::time_point start{};
         std::uint64_t bytes = 0;  // since then
 
@@ -132,12 +132,12 @@ private:
                 deadline.bytes += count;
             }
             m_state.rate = -1;
-            m_state.isSlow = false;  // what is done with the bytes takes as long as it takes
+            m_state.isSlow = false;  // the time for processing the bytes does not count
             return count;
         }
     }
 
-    // In short turns: a thread that waits inside of a read is not woken by what other threads do to the socket.
+    // In short turns, because a thread that waits in select does not notice when another one closes the socket.
     bool Wait(Clock::time_point until, bool forReading) {
         const auto left = std::chrono::duration_cast<std::chrono::microseconds>(until - Clock::now());
         const auto turn = std::clamp(left, std::chrono::microseconds(0), std::chrono::microseconds(kTurn));
@@ -157,7 +157,7 @@ private:
 
 using Parser = http::request_parser<http::buffer_body>;
 
-// The client is there and sends what is not HTTP; rather than that it is gone.
+// Did the client send something that is not HTTP, rather than disconnect?
 bool IsMalformed(const ErrorCode& error) {
     return error && error.category() == http::make_error_code(http::error::bad_version).category() && error != http::error::need_buffer &&
            error != http::error::end_of_stream && error != http::error::partial_message;
@@ -200,7 +200,7 @@ public:
         return count;
     }
 
-    // Reads what the handler left, so that the next request can be found. False: too much, or the client waits.
+    // Reads what the handler left of the body, so that the next request can be read. False: it is too much, or the client waits.
     bool Drain() {
         char dropped[4096];
         const std::uint64_t before = m_socket.BytesReceived();
@@ -211,7 +211,7 @@ public:
     }
 
 private:
-    // What is no body has a limit of its own, however little of it comes at a time.
+    // The headers of chunks and the trailers have a limit of their own for the whole body.
     void RefuseMuchFraming(std::uint64_t newBytes) const {
         const std::uint64_t body = m_bodyBytes + newBytes, all = m_socket.BytesReceived() - m_receivedBefore - m_buffer.size();
         if (all > body + body * limits::framingPerBodyByte + limits::framingBytes)
@@ -243,7 +243,7 @@ public:
         else if (!length && m_version >= 11)
             m_message.chunked(true);
         else if (!length)
-            m_keepAlive = false;  // the end of the connection is the end of the body
+            m_keepAlive = false;  // the body ends with the connection
         m_message.keep_alive(m_keepAlive);
         m_message.body().more = m_hasBody;
         m_serializer.emplace(m_message);
@@ -326,10 +326,10 @@ void LogRequest(const Request& request, int status, std::uint64_t bytes, Clock::
     char figures[96];
     std::snprintf(figures, sizeof(figures), " %d %llu bytes %.1f ms\n", status, static_cast<unsigned long long>(bytes),
                   std::chrono::duration<double, std::milli>(time).count());
-    PrintError(request.method + " " + request.target + figures);  // neither can hold the end of a line
+    PrintError(request.method + " " + request.target + figures);  // neither can contain a line end
 }
 
-// What to answer when the header cannot be read; 0: nothing, the client is gone.
+// The status when the header cannot be read; 0: no answer, the client has disconnected.
 int StatusOfHeaderError(const ErrorCode& error) {
     if (error == http::error::header_limit || error == http::error::buffer_overflow)
         return 431;
@@ -338,7 +338,7 @@ int StatusOfHeaderError(const ErrorCode& error) {
     return IsMalformed(error) ? 400 : 0;
 }
 
-// Any other coding than "chunked" would leave open where the body ends, and what stands in it would be taken for a request.
+// With any other coding than "chunked" the end of the body would be unknown, and a part of it could be taken for a request.
 bool IsUnknownCoding(const Parser& parser) {
     const auto& header = parser.get();
     return header.count(http::field::transfer_encoding) > 0 && !EqualToken(header[http::field::transfer_encoding], "chunked");
@@ -353,7 +353,7 @@ bool WaitForFirstByte(TimedSocket& socket, beast::flat_buffer& buffer) {
     return !error && buffer.size() > 0;
 }
 
-// 0: a request has come in whose body can be read; else what to answer to what came, or -1: nothing, the client is gone.
+// 0: the header of a request was read, and its body can be; otherwise the status to answer, or -1: none, the client has disconnected.
 int ReadHeader(TimedSocket& socket, beast::flat_buffer& buffer, Parser& parser) {
     parser.header_limit(limits::headerBytes);
     parser.body_limit(boost::none);
@@ -366,7 +366,7 @@ int ReadHeader(TimedSocket& socket, beast::flat_buffer& buffer, Parser& parser) 
     return status != 0 ? status : -1;
 }
 
-// False: the connection ends.
+// Returns false when the connection ends.
 bool ServeOne(TimedSocket& socket, beast::flat_buffer& buffer, const Handler& handler, bool logRequests, ConnectionState& state) {
     state.isWaiting = true;
     state.isSlow = false;
@@ -408,12 +408,12 @@ void ServeConnection(tcp::socket& plainSocket, const Handler& handler, bool logR
             while (!state.mustLeave && ServeOne(socket, buffer, handler, logRequests, state)) {
             }
         } catch (const std::exception&) {
-            // Nobody is left to be told.
+            // The client has disconnected.
         }
-        state.isWaiting = true;  // who lingers makes room as well
+        state.isWaiting = true;  // a connection that lingers may be closed for a new one, too
         socket.Leave();
     } catch (...) {
-        // The connection's place is free whatever happened.
+        // Failures while closing do not matter.
     }
 }
 

@@ -10,20 +10,20 @@
 
 namespace webdav {
 
-// What the server and the thread of a connection tell each other.
+// Shared by the server and the thread of a connection.
 struct ConnectionState {
     std::string peer;                    // the client's address
-    std::atomic<bool> mustLeave{false};  // nothing more is read; what is being answered is the last
-    std::atomic<bool> isWaiting{true};   // for a request, whose header may have begun to come in
-    std::atomic<bool> isSlow{false};     // takes or sends very little for some time
-    std::atomic<std::int64_t> rate{-1};  // bytes a second of the body or answer for which the client is waited for; -1: it is not
+    std::atomic<bool> mustLeave{false};  // the connection ends after the current answer
+    std::atomic<bool> isWaiting{true};   // for a request, of whose header a part may have been received
+    std::atomic<bool> isSlow{false};     // the client has been sending or taking very little for some time
+    std::atomic<std::int64_t> rate{-1};  // bytes a second of a body or answer while the server waits for the client; -1: it does not
     std::atomic<bool> wasLetIn{false};
 };
 
-// Serves until the client leaves, is too slow or asks to close, or has to leave. Throws nothing.
+// Serves until the client disconnects, is too slow or asks to close, or state.mustLeave is set. Throws nothing.
 void ServeConnection(boost::asio::ip::tcp::socket& socket, const Handler& handler, bool logRequests, ConnectionState& state) noexcept;
 
-// Tells the client that there are too many, and leaves.
+// Answers that there are too many connections, and closes this one.
 void RefuseConnection(boost::asio::ip::tcp::socket& socket);
 
 }  // namespace webdav

@@ -16,7 +16,7 @@ constexpr std::size_t kPartSize = 64 * 1024;
 constexpr std::size_t kWriteSize = 64 * 1024;
 constexpr std::uint64_t kUnixEpoch = 11'644'473'600;  // seconds after that of a FILETIME
 
-// A document that browsers run scripts from must not do so in the name of this site, where it could reach every file.
+// Could a browser run scripts of such a document? In the name of this site they could reach every file.
 bool MayRunScripts(const char* type) {
     const std::string_view text = type ? type : "";
     return text.starts_with("text/html") || text.find("xml") != std::string_view::npos;
@@ -40,17 +40,17 @@ bool ClientHasIt(const Exchange& exchange, const Resource& file) {
         return TagListMatches(*noneMatch, exchange.Tag(file), true);
     const auto since = exchange.request.Field("If-Modified-Since");
     const std::uint64_t time = since ? ParseHttpDate(*since) : 0;
-    // A version with an earlier time may have been put back.
+    // Equal, not later: an older version may have been put back.
     return time != 0 && file.entry->data.lastWriteTime / kSecond == time / kSecond;
 }
 
-// A range of what may have changed meanwhile is of no use: then the client gets the whole.
+// Does the client still have the same version? If not, a range of the new one is of no use, and everything is sent.
 bool RangeIsWanted(const Exchange& exchange, const Resource& file) {
     const auto ifRange = exchange.request.Field("If-Range");
-    return !ifRange || *ifRange == exchange.Tag(file);  // of two versions with one date a date would make a mixture
+    return !ifRange || *ifRange == exchange.Tag(file);  // dates never match: two versions may have the same
 }
 
-// What is left of the range as it is now, kept aside for a client that may take long.
+// A copy of the rest of the range, for a client that may take long.
 class KeptAside {
 public:
     KeptAside(const Exchange& exchange, const Resource& file, FileReader& reader, std::uint64_t first, std::uint64_t length)
@@ -73,7 +73,7 @@ private:
     Spool m_spool;
 };
 
-// An open handle of a locked file would outlast the lock and stand against the next.
+// The file is closed before a slow client takes the content: an open handle of a locked file would prevent the next lock.
 void SendLockedContent(Exchange& exchange, const Resource& file, const ByteRange& range, int status, const Fields& fields, Claim& claim) {
     std::optional<FileReader> reader(std::in_place, exchange.state.volume, file.entry->path);
     KeptAside content(exchange, file, *reader, range.first, range.length);
@@ -83,7 +83,7 @@ void SendLockedContent(Exchange& exchange, const Resource& file, const ByteRange
     content.Send(exchange.response);
 }
 
-// A writer of a plain file waits for its readers, so they do not make it wait for their clients.
+// A writer of a plain file waits for its readers. When one waits, the rest is copied, so that it does not wait for the reader's client.
 void SendReleasing(Exchange& exchange, const Resource& file, const ByteRange& range, FileReader& reader, std::string_view part,
                    Claim& claim) {
     for (std::uint64_t done = 0; done < range.length;) {
@@ -125,7 +125,7 @@ void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
 
     FileReader reader(exchange.state.volume, file.entry->path);
     std::string_view part = reader.Read(range.first, range.length);
-    // From its first read on, an encrypted file is read from a copy of its own, which later writers do not touch.
+    // After its first read, an encrypted file is read from its own decrypted copy, which later writers do not change.
     const bool isOwnCopy = file.entry->data.itemType != VIT_PlainFile || part.size() == range.length;
     if (isOwnCopy)
         claim.Release();
@@ -140,21 +140,21 @@ void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
     }
 }
 
-// Set by clients that keep the times of what they upload.
+// The time that some clients send with an upload.
 std::uint64_t UploadTime(const Request& request) {
     const auto field = request.Field("X-OC-Mtime");
     const auto seconds = field ? ParseNumber(std::string_view(*field).substr(0, field->find('.'))) : std::nullopt;
     return seconds && *seconds < 100'000'000'000 ? (*seconds + kUnixEpoch) * kSecond : 0;
 }
 
-// What is stored must be the file as it is, all of it, and known to be all.
+// The request must send a complete, unencoded file of known length.
 void RequireWholeContent(const Request& request) {
     if (request.Field("Content-Range"))
         throw HttpError(400, "a part of a file cannot be stored");
     if (!EqualToken(request.Field("Content-Encoding").value_or("identity"), "identity"))
         throw HttpError(415, "content is stored as it is, and not decoded");
     if (!request.Field("Content-Length") && !request.Field("Transfer-Encoding"))
-        throw HttpError(411, "the request does not tell how long its content is");
+        throw HttpError(411, "the request does not say how long its content is");
 }
 
 void RequireRoom(const Exchange& exchange, std::uint64_t bytes) {
@@ -168,7 +168,8 @@ void CheckPut(const Exchange& exchange, const Resource& target) {
     CheckConditions(exchange, target);
 }
 
-// What a conditional request was checked against has to stand there until the new content takes its place, which may take long to write.
+// For a conditional request: the version that was checked must still be stored when the new content, which may take long to write,
+// replaces it.
 class RequiredVersion {
 public:
     RequiredVersion(const Exchange& exchange, const Resource& target) : m_volume(exchange.state.volume), m_target(target) {
@@ -191,7 +192,7 @@ private:
     bool m_isRequired = false;
 };
 
-// What is there then: a conflict copy gets the ordinary name of its container.
+// Returns what is stored: a conflict copy gets the ordinary name of its container.
 Resource Store(const Volume& volume, const Resource& target, Spool& spool, const VirtFindData& times, const RequiredVersion& required) {
     const std::unique_ptr<Upload> upload = StartUpload(volume, target);
     spool.ForEach([&](std::string_view data) { upload->Write(data.data(), data.size()); });
@@ -199,7 +200,7 @@ Resource Store(const Volume& volume, const Resource& target, Spool& spool, const
     try {
         upload->Place(times);
     } catch (const StatusError& error) {
-        if (error.Status() == VSS_SharingViolation)  // also the word for another version
+        if (error.Status() == VSS_SharingViolation)  // this may mean another version
             required.Check();
         throw;
     }
@@ -225,7 +226,7 @@ void AnswerGet(Exchange& exchange) {
 
 void AnswerPut(Exchange& exchange) {
     RequireWholeContent(exchange.request);
-    // Before the client sends it all.
+    // Before the client sends the body.
     CheckPut(exchange, exchange.found);
     CheckWritable(exchange, exchange.found, !exchange.found.Exists());
     const std::uint64_t announced = ParseNumber(exchange.request.Field("Content-Length").value_or("")).value_or(0);
@@ -238,7 +239,7 @@ void AnswerPut(Exchange& exchange) {
 
     State& state = exchange.state;
     const Claim claim(state.claims, {{exchange.found.key, Use::Change}});
-    const Resource target = Locate(state.volume, exchange.found.path);  // the body may have been long in coming
+    const Resource target = Locate(state.volume, exchange.found.path);  // again, because the body may have taken long
     const RequiredVersion required(exchange, target);
     CheckPut(exchange, target);
     CheckLocks(exchange, target, !target.Exists());

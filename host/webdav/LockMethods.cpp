@@ -12,7 +12,7 @@ namespace webdav {
 namespace {
 
 constexpr std::uint32_t kUsualTimeout = 3600;        // seconds
-constexpr std::uint32_t kLongestTimeout = 4 * 3600;  // over a long lunch, but not for ever
+constexpr std::uint32_t kLongestTimeout = 4 * 3600;  // longer than a long lunch, but not for ever
 
 std::uint32_t ParseTimeout(const Request& request) {
     const std::string field = request.Field("Timeout").value_or("");
@@ -33,15 +33,15 @@ DavLock ParseLockInfo(const std::string& text) {
     const XmlNode* const scope = document.Child("lockscope");
     const XmlNode* const type = document.Child("locktype");
     if (!document.name.IsDav("lockinfo") || !scope || !type)
-        throw HttpError(400, "the body is no lockinfo");
+        throw HttpError(400, "the body is not a lockinfo");
     if (!type->Child("write") || (!scope->Child("exclusive") && !scope->Child("shared")))
-        throw HttpError(422, "write locks, exclusive or shared, are all there is");
+        throw HttpError(422, "only write locks, exclusive or shared, are possible");
     DavLock lock;
     lock.scope = scope->Child("exclusive") ? LockScope_Exclusive : LockScope_Shared;
     if (const XmlNode* const owner = document.Child("owner"))
         lock.ownerXml = SerializedChildren(*owner);
     if (lock.ownerXml.size() > limits::lockOwnerBytes)
-        throw HttpError(507, "so long an owner is not kept");
+        throw HttpError(507, "the lock's owner is too long");
     return lock;
 }
 
@@ -57,7 +57,7 @@ void SendLock(Response& response, int status, const DavLock& lock) {
 void RefreshLock(Exchange& exchange) {
     const Resource resource = exchange.Find();
     if (exchange.tokens.empty())
-        throw HttpError(400, "a LOCK without a body renews the lock whose token it submits");
+        throw HttpError(400, "a LOCK without a body must submit the token of the lock that it renews");
     CheckConditions(exchange, resource);
     for (const std::string& token : exchange.tokens)
         if (const auto lock = exchange.state.locks.Refresh(token, resource.key, ParseTimeout(exchange.request)))
@@ -78,7 +78,7 @@ void TakeLock(Exchange& exchange, DavLock lock) {
     CheckConditions(exchange, resource);
     if (isNew) {
         CheckWritable(exchange, resource, true);
-        // Made by itself and not by the volume's lock, whose files go with it when they are still empty.
+        // The file is made here and not by the volume's lock, because unlocking would delete it while it is empty.
         const std::unique_ptr<Upload> upload = StartUpload(state.volume, resource);
         upload->Place({});
         state.changes.Note(resource.key);

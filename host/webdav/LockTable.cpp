@@ -15,12 +15,12 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr std::uint32_t kLongestGrace = 120;  // seconds
 
-// A client that refreshes at the last moment, over a slow line, still finds its lock.
+// A little later than the client was told, so that it can refresh the lock at the last moment over a slow connection.
 Clock::time_point ExpiryOf(const DavLock& lock) {
     return lock.expires + std::chrono::seconds(std::min(lock.timeoutSeconds / 10 + 1, kLongestGrace));
 }
 
-// "{0F8FAD5B-...}" as the volume has it.
+// Converts a token of the volume, "{0F8FAD5B-...}".
 std::string TokenOf(std::wstring_view guid) {
     std::string token = ToUtf8(guid.substr(1, guid.size() - 2));
     std::transform(token.begin(), token.end(), token.begin(),
@@ -75,7 +75,7 @@ void LockTable::RequireRoom(const DavLock& wanted) const {
     std::size_t bytes = SizeOf(wanted);
     for (const DavLock& lock : m_locks)
         bytes += SizeOf(lock);
-    // Those of the folders above count as well, so that few are to be told of in any file's entry of a listing.
+    // Locks of folders above count too, so that every entry of a listing has only few.
     const auto covering = [this](const VolumePath& key) {
         return std::count_if(m_locks.begin(), m_locks.end(), [&key](const DavLock& lock) { return lock.Covers(key); });
     };
@@ -92,7 +92,7 @@ DavLock LockTable::Add(DavLock wanted) {
     RequireRoom(wanted);
     for (const DavLock& lock : m_locks)
         if (InConflict(lock, wanted))
-            throw HttpError(423, "another lock stands against it",
+            throw HttpError(423, "another lock conflicts with it",
                             "<D:no-conflicting-lock><D:href>" + Href(lock.root, lock.isFolder) + "</D:href></D:no-conflicting-lock>");
     Hold(wanted);
     wanted.token = wanted.isFolder ? NewToken() : TokenOf(wanted.volumeToken);
@@ -127,7 +127,7 @@ bool LockTable::Remove(const std::string& token, const VolumePath& path) {
 void LockTable::RemoveExpired() {
     const std::unique_lock guard(m_mutex, std::try_to_lock);
     if (!guard)
-        return;  // whoever has it may take long, and the server must still hear Ctrl-C
+        return;  // another thread may have it for long, and the server must still notice Ctrl-C
     std::erase_if(m_locks, [this, now = Clock::now()](const DavLock& lock) {
         if (ExpiryOf(lock) > now)
             return false;
@@ -167,7 +167,7 @@ SuspendedLocks::~SuspendedLocks() {
     const std::lock_guard guard(m_table.m_mutex);
     for (DavLock& lock : m_locks) {
         if (!lock.isFolder && !m_table.m_volume.Find(lock.storedPath))
-            continue;  // a part of the operation was done; locking would make the file anew
+            continue;  // a part of the operation was done; locking would create the file again
         try {
             m_table.Hold(lock);
             m_table.m_locks.push_back(lock);

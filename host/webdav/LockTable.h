@@ -1,5 +1,5 @@
-// The locks that clients hold. A file's lock is the volume's own, so that the file is really held against everybody; that
-// of a folder, and of a file as part of a folder, lives here alone. All of it ends with the program. Any thread may call.
+// The locks that clients hold. A lock of a file is also one of the volume, so that the file is really held; a lock of a folder, also for
+// the files in it, exists only here. All locks end with the program. Any thread may call.
 #pragma once
 
 #include <chrono>
@@ -14,16 +14,16 @@ namespace webdav {
 
 struct DavLock {
     std::string token;  // "opaquelocktoken:..."
-    VolumePath root;    // as the client knows it
-    VolumePath key;     // of what is locked; paths that are asked about are keys (see Resource)
+    VolumePath root;    // the client's path
+    VolumePath key;     // of what is locked; all paths below are keys (see Resource)
     bool isFolder = false;
-    bool infinite = false;  // holds everything below root as well
+    bool infinite = false;  // also locks everything below root
     LockScope scope = LockScope_Exclusive;
-    std::string ownerXml;  // what the client sent inside of its owner element
+    std::string ownerXml;  // the content of the client's owner element
     std::uint32_t timeoutSeconds = 0;
-    std::chrono::steady_clock::time_point expires;  // whatever becomes of the time of day
+    std::chrono::steady_clock::time_point expires;  // does not depend on the time of day
 
-    VolumePath storedPath;  // for the volume's lock, of files only
+    VolumePath storedPath;  // for the volume's lock; only of files
     std::wstring volumeToken;
 
     bool Covers(const VolumePath& path) const { return key.Equals(path) || (infinite && IsAtOrInside(path, key)); }
@@ -37,17 +37,17 @@ public:
     LockTable& operator=(const LockTable&) = delete;
 
     // Takes the lock that wanted describes, and gives it its token and time of expiry. Throws HttpError 423 when another
-    // lock or another program stands against it, 507 when too many are held. The file must exist.
+    // lock or another program prevents it, 507 when there are too many. The file must exist.
     DavLock Add(DavLock wanted);
-    // The lock with a new term from now on; nothing when there is none with this token that covers path.
+    // Renews the lock; nothing when there is none with this token that covers path.
     std::optional<DavLock> Refresh(const std::string& token, const VolumePath& path, std::uint32_t timeoutSeconds);
     // False: there is no lock with this token that covers path.
     bool Remove(const std::string& token, const VolumePath& path);
-    // Ends the locks whose time is over, a little later than their holders were told.
+    // Ends expired locks, a little later than their holders were told.
     void RemoveExpired();
 
     std::vector<DavLock> Covering(const VolumePath& path) const;
-    // Those whose root is top or below it.
+    // The locks whose root is top or below it.
     std::vector<DavLock> Inside(const VolumePath& top) const;
     bool IsEmpty() const;
 
@@ -62,8 +62,8 @@ private:
     std::vector<DavLock> m_locks;
 };
 
-// Lets go of the locks at and below a path, because a held file cannot be moved or deleted. They are gone for good when the
-// operation succeeds (locks do not move with a resource) and are taken again when it does not. The caller has a claim on
+// Releases the locks at and below a path, because a locked file cannot be moved or deleted. When the operation succeeds they stay
+// released (locks do not move with a resource), otherwise they are taken again. The caller has a claim on
 // the tree, so nobody else sees it without its locks.
 class SuspendedLocks {
 public:
@@ -79,9 +79,9 @@ private:
     std::vector<DavLock> m_locks;
 };
 
-// The submitted tokens must open what path is locked by. Throws HttpError 423 naming what is locked.
+// A token must be submitted for the locks on path. Throws HttpError 423 naming what is locked.
 void RequireTokens(const LockTable& table, const std::vector<std::string>& submitted, const VolumePath& path);
-// The same for each lock at and below path: the roots of those that are not opened.
+// The locks at and below path for which no token was submitted.
 std::vector<DavLock> ClosedLocksInside(const LockTable& table, const std::vector<std::string>& submitted, const VolumePath& path);
 
 }  // namespace webdav

@@ -11,7 +11,7 @@ namespace webdav {
 
 namespace {
 
-// Nothing: it names nothing here.
+// Nothing when url is not one of this server.
 std::optional<Resource> ResourceOf(const Exchange& exchange, const std::string& url) {
     try {
         std::string authority;
@@ -51,7 +51,7 @@ Depth ParseDepth(const Request& request, Depth missing) {
         return Depth::One;
     if (EqualToken(*field, "infinity"))
         return Depth::Infinity;
-    throw HttpError(400, "the depth is none of 0, 1 and infinity");
+    throw HttpError(400, "the depth is not 0, 1 or infinity");
 }
 
 void CheckConditions(const Exchange& exchange, const Resource& resource) {
@@ -68,7 +68,7 @@ void CheckConditions(const Exchange& exchange, const Resource& resource) {
             throw HttpError(412, "it was changed since");
     }
     if (!exchange.ifHeader.empty() && !IfFieldHolds(exchange, resource))
-        throw HttpError(412, "the If field does not hold");
+        throw HttpError(412, "the If field is not true");
 }
 
 void CheckLocks(const Exchange& exchange, const Resource& resource, bool comesOrGoes) {
@@ -79,7 +79,7 @@ void CheckLocks(const Exchange& exchange, const Resource& resource, bool comesOr
 
 void CheckWritable(const Exchange& exchange, const Resource& resource, bool comesOrGoes) {
     if (comesOrGoes && (resource.IsTopLevel() || (resource.IsFolder() && exchange.state.volume.HoldsMountFolder(resource.path))))
-        throw HttpError(403, "mount folders are made in the configuration");
+        throw HttpError(403, "mount folders can be changed only in the configuration");
     if (comesOrGoes && !resource.Exists() && !Locate(exchange.state.volume, resource.path.Parent()).IsFolder())
         throw HttpError(409, "the folder it is to be in does not exist");
     CheckLocks(exchange, resource, comesOrGoes);
@@ -106,7 +106,7 @@ void SendFailures(Response& response, const std::vector<MemberFailure>& failures
 void RequireFree(const Volume& volume, const Resource& resource) {
     try {
         if (!resource.Exists())
-            volume.RequireFree(resource.path, false);  // what is encrypted is checked by who stores it
+            volume.RequireFree(resource.path, false);  // Upload and the volume check encrypted files
     } catch (const HostError& error) {
         throw HttpError(409, error.what());
     }
@@ -171,7 +171,7 @@ void AnswerOptions(Exchange& exchange) {
         allow += ", GET, HEAD, PUT, DELETE, MOVE";
     else
         allow += resource.IsTopLevel() ? ", GET, HEAD" : ", GET, HEAD, DELETE, MOVE";
-    // The last one makes Windows ask for WebDAV and nothing else.
+    // MS-Author-Via makes Windows use WebDAV and nothing else.
     exchange.response.Send(200, {{"DAV", "1, 2"}, {"Allow", allow}, {"MS-Author-Via", "DAV"}, {"Accept-Ranges", "bytes"}});
 }
 

@@ -1,4 +1,4 @@
-// The methods of HTTP and WebDAV over the volume, a function each. All throw HttpError, HostError and ConnectionLost.
+// The methods of HTTP and WebDAV, one function each. All throw HttpError, HostError and ConnectionLost.
 #pragma once
 
 #include <functional>
@@ -16,7 +16,7 @@
 
 namespace webdav {
 
-// What all requests share. Every part may be used from any thread.
+// Shared by all requests. Every part may be used from any thread.
 struct State {
     explicit State(const Volume& theVolume) : volume(theVolume), locks(theVolume) {}
 
@@ -28,18 +28,18 @@ struct State {
     std::function<std::vector<std::string>()> notices;  // lines that every page shows; may be empty; set before the first request
 };
 
-// One request on its way.
+// One request and its answer.
 struct Exchange {
     State& state;
     const Request& request;
     RequestBody& body;
     Response& response;
-    std::uint64_t changes;            // Claims::Changes when the request came in
+    std::uint64_t changes;            // Claims::Changes when the request arrived
     Resource found;                   // what the request's path named then
     IfHeader ifHeader;                // empty: the field is missing
-    std::vector<std::string> tokens;  // which the client submitted
+    std::vector<std::string> tokens;  // that the client submitted
 
-    // What was found is found again, by another look when other requests changed something meanwhile.
+    // The resource as it is now; looked up again only if other requests changed something meanwhile.
     Resource FindAgain(const Resource& known) const { return state.claims.Changes() == changes ? known : Locate(state.volume, known.path); }
     Resource Find() const { return FindAgain(found); }
     std::string Tag(const Resource& resource) const { return EntityTag(state.volume, state.changes, resource); }
@@ -48,32 +48,33 @@ struct Exchange {
 enum class Depth { Zero, One, Infinity };
 Depth ParseDepth(const Request& request, Depth missing);
 
-// If, If-Match, If-None-Match and If-Unmodified-Since against what is there. Throws HttpError 412. Those that only save a
-// transfer are for GET to see to.
+// Checks If, If-Match, If-None-Match and If-Unmodified-Since. Throws HttpError 412. GET itself checks the conditions that only
+// save a transfer.
 void CheckConditions(const Exchange& exchange, const Resource& resource);
-// Throws HttpError 423 unless the locks of the resource are opened, and those of its folder when it comes or goes.
+// Throws HttpError 423 unless tokens were submitted for the locks of the resource, and for those of its folder when it is created or
+// deleted.
 void CheckLocks(const Exchange& exchange, const Resource& resource, bool comesOrGoes);
-// The same, and may it be written? Throws HttpError 403 for the root and mount folders, 409 without a parent.
+// The same; also throws HttpError 403 for the root and mount folders, 409 without a parent folder.
 void CheckWritable(const Exchange& exchange, const Resource& resource, bool comesOrGoes);
-// The whole body as a small XML document, within its limit; an empty text when there is none. Throws HttpError 413.
+// The body, a small XML document; empty when there is none. Throws HttpError 413 beyond the limit.
 std::string ReadXmlBody(RequestBody& body);
 
 struct MemberFailure {
     std::string href;
     int status;
 };
-// 207 with the members that failed.
+// Sends 207 with the entries that failed.
 void SendFailures(Response& response, const std::vector<MemberFailure>& failures);
-// Throws HttpError 409 for a new resource when what stands on disk under its name is listed as another file. An Upload asks itself.
+// Throws HttpError 409 for a new resource when the file on disk under its name is listed as another file. Upload checks this itself.
 void RequireFree(const Volume& volume, const Resource& resource);
-// Starts to store target, a file or nothing yet. Throws HttpError 409 without a folder, and when it would cost another file its place or
-// this one its encryption.
+// Starts to store target, an existing or new file. Throws HttpError 409 without a folder, when it would replace another file, and when
+// this one would be stored unencrypted.
 std::unique_ptr<Upload> StartUpload(const Volume& volume, const Resource& target);
-// What stands where the upload for target was placed.
+// The resource that the upload for target has stored.
 Resource StoredAs(const Resource& target, const Upload& upload);
-// What was to be stored as target was stored, perhaps under another name: tags and properties follow.
+// After target was stored, perhaps under another name: updates tags and properties.
 void NoteStored(State& state, const Resource& target, const Resource& stored);
-// The status for an answer of the volume.
+// The HTTP status for a status of the volume.
 int HttpStatus(VirtualVolumeStatus status);
 
 void AnswerOptions(Exchange& exchange);
@@ -88,11 +89,11 @@ void AnswerProppatch(Exchange& exchange);
 void AnswerLock(Exchange& exchange);
 void AnswerUnlock(Exchange& exchange);
 
-// The page for a folder.
+// Sends the page for a folder.
 void SendFolderPage(Exchange& exchange, const Resource& folder);
-// Is the request for the pages' script or style sheet? Then it is answered.
+// Answers a request for the pages' script or style sheet. False: it is for something else.
 bool SendPageFile(const Request& request, Response& response);
-// Does a person look at the answer, who would want a page?
+// Does the request come from a browser, which shows pages to a person?
 bool WantsPage(const Request& request);
 void SendErrorPage(Response& response, int status, const std::string& text, Fields fields);
 

@@ -1,4 +1,4 @@
-// The script and the style sheet of the pages, which the build puts in from page.js and page.css.
+// The script and the style sheet of the pages, which the build takes from page.js and page.css.
 #pragma once
 
 namespace webdav {

@@ -1,4 +1,4 @@
-// The pages that a browser gets: of a folder, and of an error.
+// The pages for browsers: of a folder, and of an error.
 #include <algorithm>
 #include <cstdio>
 
@@ -16,7 +16,7 @@ namespace webdav {
 
 namespace {
 
-// Everything comes from this server, and nothing that stands in the page itself runs.
+// Everything is loaded from this server only, and no inline script runs.
 const Fields kPageFields{{"Content-Type", "text/html; charset=utf-8"},
                          {"Cache-Control", "private, no-cache"},
                          {"X-Content-Type-Options", "nosniff"},
@@ -54,7 +54,7 @@ std::string SizeText(std::int64_t bytes) {
     return text;
 }
 
-// Of what the client said about itself, the words alone; it is escaped already.
+// The text, without tags, of what the client said about itself; it is escaped already.
 std::string OwnerText(const std::string& ownerXml) {
     std::string text;
     bool isTag = false;
@@ -99,7 +99,7 @@ std::string Row(const Exchange& exchange, const Resource& item, const Storage& s
            "</td><td class=k>" + Marks(exchange, item, storage) + "</td></tr>\n";
 }
 
-// What whoever looks at the folder must know before anything else.
+// What the reader of the page must know first.
 std::string Notices(const Exchange& exchange, const Resource& folder) {
     std::string text;
     for (const std::string& notice : exchange.state.notices ? exchange.state.notices() : std::vector<std::string>())
@@ -120,9 +120,9 @@ std::string Trail(VolumePath path) {
     return "<a href=\"/\">Volume</a>" + trail;
 }
 
-// What a row needs of an entry: a whole one takes three times the memory.
+// The part of an entry that a row needs: a whole Entry takes three times the memory.
 struct Line {
-    std::wstring name, stored;  // stored: of its path, where that is another one
+    std::wstring name, stored;  // stored: the last name of its path, if that is different
     std::uint32_t attributes;
     VirtualItemType type;
     std::int64_t size;
@@ -176,7 +176,7 @@ void WritePage(Exchange& exchange, const Resource& folder, Spool& page) {
         page.Append(Row(exchange, Listed(folder, line.In(folder.entry->path)), storage));
     if (!lines.empty())
         page.Append("</tbody></table>\n<p>" + std::to_string(lines.size()) + (lines.size() == 1 ? " entry" : " entries") +
-                    (isWhole ? "" : "; there are more, which a page does not show") + "</p>\n");
+                    (isWhole ? "" : "; there are more, which this page does not show") + "</p>\n");
     page.Append("</main></body></html>\n");
 }
 
@@ -212,7 +212,7 @@ void SendErrorPage(Response& response, int status, const std::string& text, Fiel
     const std::string words = StatusLine(status).substr(std::string_view("HTTP/1.1 404 ").size());
     response.Send(status, fields,
                   Beginning(words, true) + "<h1>" + words + "</h1>\n<main><p>" + Escaped(text) +
-                      "</p>\n<p><a href=\"./\">To the folder</a> or <a href=\"/\">to the beginning</a></p></main></body></html>\n");
+                      "</p>\n<p><a href=\"./\">To the folder</a> or <a href=\"/\">to the start page</a></p></main></body></html>\n");
 }
 
 }  // namespace webdav

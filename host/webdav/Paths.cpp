@@ -42,7 +42,7 @@ std::string PercentDecoded(std::string_view text) {
     return decoded;
 }
 
-// Takes "http://host" away.
+// Removes "http://host".
 std::string_view PathPart(std::string_view target, std::string* authority) {
     for (const std::string_view scheme : {"http://", "https://"}) {
         if (target.size() < scheme.size() || !EqualToken(target.substr(0, scheme.size()), scheme))
@@ -89,7 +89,7 @@ std::vector<std::wstring> Spellings(const std::wstring& name) {
     return spellings;
 }
 
-// The name of a folder on the way, in the spelling that is stored; nothing when it is missing.
+// The name of a folder in the path, in its stored spelling; nothing when it is missing.
 std::optional<std::wstring> StoredName(const Volume& volume, const VolumePath& folder, const std::wstring& name) {
     if (IsAscii(name) && name.find(L'~') == std::wstring::npos)
         return name;
@@ -146,7 +146,7 @@ VolumePath ParseTarget(std::string_view target, std::string* authority) {
         if (const char* problem = VolumePath::ComponentProblem(name))
             throw HttpError(name.size() > 255 ? 414 : 400, "the path is refused: " + std::string(problem));
         if (path.Depth() >= limits::pathComponents)
-            throw HttpError(414, "the path is refused: too many folders in each other");
+            throw HttpError(414, "the path is refused: too many nested folders");
         path = path.Child(name);
     }
     if (std::wcslen(path.Str()) > 32'000)
@@ -206,7 +206,7 @@ ListedEntries::ListedEntries(const Volume& volume, const Resource& folder) : m_v
         m_onDisk = volume.FolderOnDisk(folder.path).value_or(std::wstring());
 }
 
-// Behind a plain file or document of the name that a conflict copy is listed under. The folder is read once for all of its copies.
+// Is there a plain file or document of the name that the conflict copy is listed under? The folder is read once for all conflict copies.
 bool ListedEntries::IsHidden(const std::wstring& conflictName) const {
     if (!m_hiding) {
         m_hiding.emplace(&LessNoCase);
@@ -222,7 +222,7 @@ bool ListedEntries::IsHidden(const std::wstring& conflictName) const {
 }
 
 bool ListedEntries::Has(const Entry& entry, std::optional<DiskVersion>* version) const {
-    constexpr std::size_t kSurelyShort = 250;  // units; from 260 on, the platform's limit counts
+    constexpr std::size_t kSurelyShort = 250;  // units; from 260, the platform's limit applies
     const std::wstring name = entry.Name();
     if (VolumePath::ComponentProblem(name) || entry.path.Depth() > limits::pathComponents)
         return false;

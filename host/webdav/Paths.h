@@ -1,4 +1,4 @@
-// Between the paths of URLs and those of the volume. Nothing reaches the volume that did not come through here.
+// Converts between the paths of URLs and those of the volume. Every path for the volume is made here.
 #pragma once
 
 #include <map>
@@ -12,7 +12,7 @@
 
 namespace webdav {
 
-// As the file system orders and compares names.
+// Compares paths like the file system.
 struct PathLess {
     bool operator()(const VolumePath& left, const VolumePath& right) const;
 };
@@ -21,43 +21,42 @@ using PathMap = std::map<VolumePath, Value, PathLess>;
 
 // Is path folder itself or below it?
 bool IsAtOrInside(const VolumePath& path, const VolumePath& folder);
-// Where path goes when oldTop becomes newTop.
+// The new path of path when oldTop becomes newTop.
 VolumePath Moved(const VolumePath& path, const VolumePath& oldTop, const VolumePath& newTop);
 
-// "/Docs/a%20b.txt" or "http://host/Docs/a%20b.txt", whose host is then put into *authority. Throws HttpError 400 for what
-// can name nothing here: "..", an encoded separator, a drive, a stream, a device, broken encoding, a fragment; 414 for
-// what is too long.
+// target is "/Docs/a%20b.txt" or "http://host/Docs/a%20b.txt", whose host is then put into *authority. Throws HttpError 400 for a path
+// that is never valid here: "..", an encoded separator, a drive, a stream, a device, broken encoding, a fragment; 414 for
+// one that is too long.
 VolumePath ParseTarget(std::string_view target, std::string* authority = nullptr);
-// The other way, escaped for a URL; a folder's ends with '/'.
+// The URL path, escaped; that of a folder ends with '/'.
 std::string Href(const VolumePath& path, bool isFolder);
 
 // What a path names.
 struct Resource {
-    VolumePath path;                          // as the client knows it, in the spelling that is stored
+    VolumePath path;                          // the client's path, in the stored spelling
     VolumePath key;                           // the same for all paths of one file, also through another mount folder; see Volume::Key
-    std::optional<Entry> entry;               // what is there; its path is the one to give to the volume
-    std::optional<DiskVersion> version = {};  // of an entry of a listing that had to look at it
+    std::optional<Entry> entry;               // what is there; its path is the one for the volume
+    std::optional<DiskVersion> version = {};  // of an entry of a listing, if the listing had to open it
 
     bool Exists() const { return entry.has_value(); }
     bool IsFolder() const { return entry && entry->IsFolder(); }
     bool IsTopLevel() const { return path.IsRoot() || path.IsMountFolder(); }
     std::string Url() const { return Href(path, IsFolder()); }
-    // The path to give to the volume, for something that may be missing.
+    // The path for the volume, even of something that is missing.
     const VolumePath& StoredPath() const { return entry ? entry->path : path; }
 };
 
-// Finds path, also by a short name, or when its accents are composed in the other way than stored. What a link leads to is
-// not there.
+// Finds path, also by a short name, or when its accents are composed differently than stored. Links are not followed.
 Resource Locate(const Volume& volume, const VolumePath& path);
 // The same, for an entry of a listing of folder.
 Resource Listed(const Resource& folder, const Entry& entry);
-// Do the names differ in letter case and the composition of accents alone?
+// Do the names differ only in letter case and in the composition of accents?
 bool AreSpellings(const std::wstring& left, const std::wstring& right);
-// Which entries of a folder a client can ask for under their names, and will find then.
+// The entries of a folder that a client finds when it asks for their names.
 class ListedEntries {
 public:
     ListedEntries(const Volume& volume, const Resource& folder);
-    // version receives what the disk says of it, if it had to be looked at.
+    // version receives the entry's version, if it had to be opened.
     bool Has(const Entry& entry, std::optional<DiskVersion>* version = nullptr) const;
 
 private:
@@ -65,9 +64,9 @@ private:
 
     const Volume& m_volume;
     const Resource& m_folder;
-    mutable std::optional<std::set<std::wstring, decltype(&LessNoCase)>> m_hiding;  // names of files like those of conflict copies
+    mutable std::optional<std::set<std::wstring, decltype(&LessNoCase)>> m_hiding;  // files named like conflict copies
     std::size_t m_mountPathSize = 0;                                                // units
-    std::wstring m_onDisk;                                                          // where every entry has to be looked at; else empty
+    std::wstring m_onDisk;                                                          // set only if every entry has to be opened
 };
 
 }  // namespace webdav

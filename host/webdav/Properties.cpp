@@ -147,9 +147,9 @@ void DeadProperties::RemoveTree(const VolumePath& top) {
 
 void ChangeNumbers::Note(const VolumePath& path) {
     const std::lock_guard guard(m_mutex);
-    // Starts at the time, so that a number of an earlier run never comes again.
+    // Starts with the current time, so that a number of an earlier run is never used again.
     m_last = std::max(m_last + 1, Now() / kSecond);
-    if (m_bytes + SizeOf(path) > limits::changeBytes) {  // then every file counts as changed
+    if (m_bytes + SizeOf(path) > limits::changeBytes) {  // from then on every file counts as changed
         m_numbers.clear();
         m_bytes = 0;
         m_least = m_last;
@@ -174,8 +174,8 @@ std::string EntityTag(const Volume& volume, const ChangeNumbers& changes, const 
     if (!resource.entry || resource.IsFolder())
         return {};
     const VirtFindData& data = resource.entry->data;
-    // Containers keep times in milliseconds; a file must not get another tag by being locked or unlocked. What the disk says of the change
-    // is told from that time on: most often few digits, of which a listing has many.
+    // The tag must not change when a file is locked or unlocked, so the time is taken in the precision of containers. The change time
+    // on disk is written relative to it, which needs few digits; a listing has many tags.
     const DiskVersion onDisk = resource.version ? *resource.version : volume.VersionOf(*resource.entry);
     const std::uint64_t written = data.lastWriteTime / kMillisecond, changed = onDisk.changed / kMillisecond;
     char tag[96];

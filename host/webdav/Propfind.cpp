@@ -1,4 +1,4 @@
-// PROPFIND: what the server knows of a resource and of those in it, sent as the listing goes along.
+// PROPFIND: the properties of a resource and of those in it.
 #include <algorithm>
 #include <cstdio>
 #include <set>
@@ -16,11 +16,11 @@ namespace {
 
 constexpr std::string_view kWindows = "urn:schemas-microsoft-com:";
 
-// A property of the volume's: null when this resource does not have it.
+// A property that the volume knows; null when this resource does not have it.
 struct LiveProperty {
     std::string_view space;
     const char* name;
-    bool inAllProp;  // the others cost too much in every entry of a large folder, and are asked for by name
+    bool inAllProp;  // false: too slow for every entry of a large folder, and sent only if asked for by name
     std::optional<std::string> (*value)(const Exchange&, const Resource&);
 };
 
@@ -92,7 +92,7 @@ constexpr LiveProperty kLive[] = {
 
 struct Query {
     enum Kind { All, Names, Some } kind = All;
-    std::vector<XmlName> wanted;  // of Some, and of All those to include
+    std::vector<XmlName> wanted;  // for Some; for All, those to include
     bool brief = false;           // leave out what is missing
 };
 
@@ -106,7 +106,7 @@ void TakeNames(const XmlNode& parent, Query& query) {
     for (const XmlName& name : query.wanted)
         bytes += name.local.size() + (spaces.insert(name.space).second ? name.space.size() : 0);
     if (query.wanted.size() > limits::propertiesAsked || bytes > limits::propertyNameBytes)
-        throw HttpError(413, "so many properties cannot be asked for at once");
+        throw HttpError(413, "too many properties are asked for at once");
 }
 
 Query ParseQuery(const Exchange& exchange) {
@@ -119,7 +119,7 @@ Query ParseQuery(const Exchange& exchange) {
     const Turn turn(g_xmlTurns);
     const XmlNode document = ParseXml(text);
     if (!document.name.IsDav("propfind"))
-        throw HttpError(400, "the body is no propfind");
+        throw HttpError(400, "the body is not a propfind");
     if (const XmlNode* prop = document.Child("prop")) {
         query.kind = Query::Some;
         TakeNames(*prop, query);
@@ -148,7 +148,7 @@ public:
                 m_prefixes.try_emplace(name.space, "n" + std::to_string(m_prefixes.size()));
     }
 
-    // Declares the namespaces of what may be missing, which every entry names.
+    // Declares the namespaces of the wanted properties, because every entry names those that it lacks.
     std::string Begin() const {
         std::string xml = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n<D:multistatus xmlns:D=\"DAV:\"";
         for (const auto& [space, prefix] : m_prefixes)
@@ -223,8 +223,8 @@ void AnswerPropfind(Exchange& exchange) {
         throw HttpError(404, "there is no such file or folder");
     CheckConditions(exchange, resource);
     if (depth == Depth::Infinity && resource.IsFolder())
-        throw HttpError(403, "one folder at a time is listed", "<D:propfind-finite-depth/>");
-    // Made at once, so that a slow client holds no search of a large folder open.
+        throw HttpError(403, "only one folder at a time is listed", "<D:propfind-finite-depth/>");
+    // Completed before it is sent, so that a slow client does not keep the search of a folder open.
     Spool spool(exchange.state.volume.Temp());
     const auto append = [&spool](const std::string& xml) {
         if (spool.Size() + xml.size() > limits::answerBytes)

@@ -1,4 +1,4 @@
-// PROPPATCH: all of the changes or none. Properties are kept in memory, but the times that Windows sets become the file's.
+// PROPPATCH: makes all of the changes or none. Properties are kept in memory, except the times that Windows sets, which become the file's.
 #include <algorithm>
 #include <set>
 
@@ -19,8 +19,8 @@ constexpr const char* kProtected[] = {"creationdate",    "getcontentlength", "ge
                                       "getlastmodified", "lockdiscovery",    "resourcetype",   "supportedlock"};
 
 struct Changes {
-    std::vector<XmlName> order;  // as they are answered for
-    std::set<XmlName> known;     // the same
+    std::vector<XmlName> order;  // of the properties in the answer
+    std::set<XmlName> known;     // the same names
     std::map<XmlName, std::optional<std::string>> dead;
     std::size_t bytes = 0;
     VirtFindData times{};  // 0: not set
@@ -41,14 +41,14 @@ void AddChange(Changes& changes, const XmlNode& property, bool isSet) {
     if (changes.known.insert(property.name).second)
         changes.order.push_back(property.name);
     if (changes.order.size() > limits::propertiesOfOneFile)
-        throw HttpError(507, "so many properties are not kept");
+        throw HttpError(507, "too many properties");
     std::uint64_t* const time = TimeField(property.name, changes.times);
     if (!time) {
         std::optional<std::string>& kept = changes.dead[property.name];
         kept = isSet ? std::optional(Serialized(property)) : std::nullopt;
         changes.bytes += kept ? kept->size() : 0;
         if (changes.bytes > limits::propertyBytesOfOneFile)
-            throw HttpError(507, "so long properties are not kept");
+            throw HttpError(507, "the properties are too long");
     } else if (isSet) {
         *time = ParseHttpDate(Trimmed(property.Text()));
         changes.setsTimes = changes.setsTimes || *time != 0;
@@ -59,7 +59,7 @@ Changes ParseChanges(const std::string& text) {
     const Turn turn(g_xmlTurns);
     const XmlNode document = text.empty() ? XmlNode() : ParseXml(text);
     if (!document.name.IsDav("propertyupdate"))
-        throw HttpError(400, "the body is no propertyupdate");
+        throw HttpError(400, "the body is not a propertyupdate");
     Changes changes;
     for (const XmlNode& step : document.children) {
         if (!step.name.IsDav("set") && !step.name.IsDav("remove"))
@@ -87,7 +87,7 @@ bool HasTimes(const VirtFindData& data, const VirtFindData& wanted) {
            same(data.lastAccessTime, wanted.lastAccessTime);
 }
 
-// The times of an encrypted file are inside of its container, which is written anew for them.
+// The times of an encrypted file are inside its container, which must be written again to set them.
 void StoreAgain(State& state, Resource& file, const VirtFindData& times) {
     const Volume& volume = state.volume;
     if (!volume.HasRoomFor(static_cast<std::uint64_t>(file.entry->data.fileSize), file.path.Parent()))
@@ -98,7 +98,7 @@ void StoreAgain(State& state, Resource& file, const VirtFindData& times) {
     std::uint64_t done = 0;
     for (std::string_view part; !(part = source.Read(done, kPartSize)).empty(); done += part.size())
         upload->Write(part.data(), part.size());
-    if (volume.VersionOf(*file.entry) != read)  // somebody else's new content must not give way to the old one
+    if (volume.VersionOf(*file.entry) != read)  // somebody else's new content must not be replaced by the old one
         throw HttpError(409, "it was changed meanwhile");
     upload->Place(times);
     Resource stored = StoredAs(file, *upload);
@@ -106,7 +106,7 @@ void StoreAgain(State& state, Resource& file, const VirtFindData& times) {
     file = std::move(stored);
 }
 
-// A conflict copy becomes an ordinary file, which resource then is.
+// A conflict copy becomes an ordinary file, and resource is then that file.
 void SetTimes(State& state, Resource& resource, VirtFindData times) {
     const VirtFindData& data = resource.entry->data;
     if (HasTimes(data, times) || resource.IsTopLevel())

@@ -39,7 +39,7 @@ struct Place {
 
 class Connections {
 public:
-    // Finds a place for the newcomer, whom others that wait for a request make room for; refuses it when nobody can.
+    // Serves a new connection; if there are too many, closes another one for it, or refuses it when none can be closed.
     void Start(tcp::socket socket, const Handler& handler, bool logRequests) {
         std::unique_lock guard(m_mutex);
         const auto place = m_places.emplace(m_places.end(), std::move(socket));
@@ -60,12 +60,12 @@ public:
                 m_ended.notify_all();
             }).detach();
         } catch (const std::system_error&) {
-            m_places.erase(place);  // no thread to be had: the client will try again
+            m_places.erase(place);  // there is no thread for it: the client will try again
         }
     }
 
-    // Ends reading everywhere, waits for what is being answered, then cuts off who does not take the answer, and waits for
-    // what is being stored. False: there are threads left which use what they were given.
+    // Ends reading on all connections, waits for answers under way, then closes the connections of clients that do not take them, and
+    // waits for what is being stored. False: some threads have not ended, and still use their arguments.
     bool Stop() {
         std::unique_lock guard(m_mutex);
         for (Place& place : m_places)
@@ -80,9 +80,9 @@ public:
     }
 
 private:
-    // At most limit places, the newcomer's included, may be of the kind. Of those that wait for a request the ones that were
-    // not let in go first, then the others, then who is slow, and who came just now only then; the oldest of each. Of many transfers
-    // the slowest goes last of all.
+    // At most limit connections, including the new one, may be of the kind. Closes the oldest of the first kind that there is: it waits
+    // for a request and has no access yet; it waits and has access; it is slow; it waits and is new. Otherwise, if there are many
+    // transfers, closes the slowest. False: none can be closed.
     template <class IsOfKind>
     bool MakeRoom(std::size_t limit, IsOfKind isOfKind) {
         const auto counts = [&](const Place& place) { return !place.state.mustLeave && isOfKind(place); };
@@ -116,7 +116,7 @@ private:
         return true;
     }
 
-    // Those told to leave do so soon, but a flood of newcomers must not be quicker.
+    // Connections that were told to end do so soon, but new ones must not arrive faster than that.
     bool WaitUntilSomeLeft(std::unique_lock<std::mutex>& guard) {
         const auto leaves = [](const Place& place) { return place.state.mustLeave.load(); };
         return m_ended.wait_for(guard, std::chrono::seconds(1), [&] {
@@ -136,7 +136,7 @@ tcp::acceptor Listen(boost::asio::io_context& context, const ServerOptions& opti
         throw UsageError(options.address + ": not an address, like 127.0.0.1 or ::1");
     const tcp::endpoint endpoint(address, options.port);
     tcp::acceptor acceptor(context);
-    // Without the option that lets two programs share a port: here it would let another one steal requests.
+    // Without the option to share a port, with which another program could receive requests for this one.
     if (!acceptor.open(endpoint.protocol(), error) && !acceptor.bind(endpoint, error) && !acceptor.listen(64, error) &&
         !acceptor.non_blocking(true, error))
         return acceptor;
@@ -145,7 +145,7 @@ tcp::acceptor Listen(boost::asio::io_context& context, const ServerOptions& opti
         throw HostError(
             shown +
             ": another program listens there, perhaps another 'quelvol serve'; end that, or take another port with --port N (0: any)");
-    throw HostError(shown + ": cannot be listened on: " + SystemMessage(static_cast<unsigned long>(error.value())));
+    throw HostError(shown + ": the server cannot listen there: " + SystemMessage(static_cast<unsigned long>(error.value())));
 }
 
 bool WaitForClient(tcp::acceptor& acceptor) {
@@ -177,7 +177,7 @@ void RunServer(const ServerOptions& options, const Handler& handler, const std::
     acceptor.close(ignored);
     if (connections.Stop())
         return;
-    // Their stored files are whole, the old or the new, and an edit in the temp folder is found by the next run.
+    // Their stored files are complete, the old or the new ones, and the next run finds an edit in the temp folder.
     PrintError("quelvol: some requests do not end; the server ends without them\n");
     TerminateProcess(GetCurrentProcess(), Exit_Failed);
 }

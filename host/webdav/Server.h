@@ -1,5 +1,5 @@
-// The listening side: a thread for each connection, up to a limit, on HTTP/1.1 with keep-alive. Requests and answers go
-// to and from a handler, which may be called on many threads at once.
+// The HTTP/1.1 server, with keep-alive and one thread for each connection, up to a limit. It passes requests to a handler, which may be
+// called on many threads at once.
 #pragma once
 
 #include <chrono>
@@ -18,11 +18,11 @@ struct ServerOptions {
     bool logRequests = false;
 };
 
-// Listens until keepGoing says no, which is asked several times a second on the calling thread. started is called once
-// with the port. Before it returns, connections that wait for a request are closed, and requests under way get time to
-// finish; an upload that is still coming in is broken off. What does not end within the limits ends with the process.
-// Throws HostError when the address cannot be listened on.
-// pause says how long the next client has to wait after one that was taken.
+// Listens until keepGoing, which is called several times a second on this thread, returns false. started is called once
+// with the port. Before RunServer returns, connections that wait for a request are closed, and requests under way get time to
+// finish; an upload that is still being received is broken off. Requests that exceed the limits for this end with the process.
+// Throws HostError when the server cannot listen on the address.
+// pause returns how long to wait between two new connections.
 void RunServer(const ServerOptions& options, const Handler& handler, const std::function<void(unsigned short)>& started,
                const std::function<bool()>& keepGoing, const std::function<std::chrono::milliseconds()>& pause);
 

@@ -31,7 +31,7 @@ constexpr MethodRow kMethods[] = {
 void SendError(const Request& request, Response& response, int status, const std::string& text, const std::string& condition,
                Fields fields) {
     if (response.HasBegun())
-        throw ConnectionLost(text);  // the client sees that the answer is cut short
+        throw ConnectionLost(text);  // closes the connection, so that the client notices that the answer is incomplete
     std::string body;
     if (WantsPage(request) && status >= 400)
         return SendErrorPage(response, status, text, std::move(fields));
@@ -45,7 +45,7 @@ void SendError(const Request& request, Response& response, int status, const std
     response.Send(status, fields, body);
 }
 
-// What went wrong inside is for the one who runs the server, too.
+// Internal failures are also reported to the person who runs the server.
 void LogFailure(const Request& request, const char* text) { PrintError("quelvol: " + request.method + " failed: " + text + "\n"); }
 
 }  // namespace
@@ -72,7 +72,7 @@ void Site::Dispatch(const Request& request, RequestBody& body, Response& respons
     try {
         CheckAccess(m_rules, m_guesses, request);
     } catch (...) {
-        response.CloseAfterwards();  // who is refused holds no place
+        response.CloseAfterwards();  // a refused client must not keep a connection
         throw;
     }
     response.LetIn();
@@ -81,9 +81,9 @@ void Site::Dispatch(const Request& request, RequestBody& body, Response& respons
     for (const MethodRow& row : kMethods) {
         if (request.method != row.name)
             continue;
-        // A client that left the '?' of a name unescaped means another file than the one before it.
+        // A '?' may be an unescaped part of a name, which would then be another file.
         if (!row.onlyReads && request.target.find('?') != std::string::npos)
-            throw HttpError(400, "a query changes nothing here; in a name, '?' is not possible");
+            throw HttpError(400, "the path of a change cannot have a query; a name cannot contain '?'");
         std::string authority;
         const bool isWhole = request.target == "*" && request.method == "OPTIONS";
         const VolumePath path = isWhole ? VolumePath() : ParseTarget(request.target, &authority);

@@ -48,7 +48,7 @@ void Spool::Append(std::string_view data) {
     WriteToFile(data);
 }
 
-// Asked now and then: an upload may come without a length.
+// Checked repeatedly, because an upload may have no known length.
 void Spool::RequireRoom(std::size_t newBytes) const {
     constexpr std::uint64_t kStep = 4 << 20;
     if (m_size / kStep != (m_size - newBytes) / kStep && !m_temp.HasRoomFor(limits::diskReserve))

@@ -1,5 +1,5 @@
-// An upload while it comes in: small ones in memory, large ones in a file of the run's temp folder that is gone when it is
-// closed, even when the program dies.
+// An upload while it is received: small ones in memory, large ones in a file of the run's temp folder, which the system deletes when it is
+// closed, even when the program is killed.
 #pragma once
 
 #include <cstdint>
@@ -23,7 +23,7 @@ public:
     // Throws HttpError 507 when the disk is full.
     void Append(std::string_view data);
     std::uint64_t Size() const { return m_size; }
-    // Everything from the beginning, in parts.
+    // Calls take with everything from the beginning, in parts.
     void ForEach(const std::function<void(std::string_view)>& take);
 
 private:

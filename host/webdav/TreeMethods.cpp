@@ -1,4 +1,4 @@
-// DELETE and MKCOL, COPY and MOVE: what comes, goes and changes its place.
+// DELETE, MKCOL, COPY and MOVE.
 #include <optional>
 
 #include "core/HostError.h"
@@ -10,8 +10,7 @@ namespace webdav {
 
 namespace {
 
-// Locks below a folder that is to go or to be replaced, and that the client did not open. True: there are none; else they
-// have been answered for.
+// Before a folder is deleted or replaced: true when the client submitted tokens for all locks below it. Otherwise sends the answer.
 bool MembersAreOpen(Exchange& exchange, const Resource& top) {
     std::vector<MemberFailure> failures;
     for (const DavLock& lock : ClosedLocksInside(exchange.state.locks, exchange.tokens, top.key))
@@ -23,18 +22,18 @@ bool MembersAreOpen(Exchange& exchange, const Resource& top) {
     return false;
 }
 
-// One failure of the resource itself is the answer's own status.
+// If only the resource itself failed, the answer has its status.
 void AnswerForFailures(Exchange& exchange, const std::vector<MemberFailure>& failures, const Resource& top) {
     if (failures.size() == 1 && failures[0].href == top.Url())
         throw HttpError(failures[0].status, "it failed");
     SendFailures(exchange.response, failures);
 }
 
-// What a COPY or MOVE is about.
+// Source and target of a COPY or MOVE.
 struct Transfer {
     Resource source, target;
     bool isMove = false;
-    bool shallow = false;  // a folder without what is in it
+    bool shallow = false;  // a folder without its content
 
     bool ReplacesFileByFile() const { return target.Exists() && !target.IsFolder() && !source.IsFolder(); }
 };
@@ -59,7 +58,7 @@ bool MayOverwrite(const Request& request) {
     return EqualToken(field, "T");
 }
 
-// Only the spelling changes: the letter case, or how accents are composed. The target is then found as the source.
+// Does only the spelling change: the letter case, or how accents are composed? The target is then found as the source.
 bool IsRespelling(const Transfer& transfer, const VolumePath& destination) {
     return transfer.isMove && transfer.target.path.Equals(transfer.source.path) && destination.Name() != transfer.source.path.Name() &&
            AreSpellings(destination.Name(), transfer.source.path.Name());
@@ -74,18 +73,18 @@ Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, 
     const bool isRespelling = IsRespelling(transfer, destination);
     if (isRespelling && exchange.state.volume.HasTwin(*source.entry, destination.Name()))
         throw HttpError(MayOverwrite(exchange.request) ? 409 : 412,
-                        "another file differs from it in letter case alone; delete that one first");
+                        "the name of another file differs from it in letter case only; delete that one first");
     if (isRespelling)
         target = {target.path.Parent().Child(destination.Name()), target.key.Parent().Child(destination.Name()), std::nullopt};
     else if (target.key.Equals(source.key))
-        throw HttpError(403, "it is there already");
+        throw HttpError(403, "source and destination are the same");
     if (target.key.IsInside(source.key) || source.key.IsInside(target.key))
-        throw HttpError(403, "one of the two is inside of the other");
+        throw HttpError(403, "source and destination are inside each other");
     if (target.IsTopLevel() || (isMove && source.IsTopLevel()))
-        throw HttpError(403, "mount folders are made in the configuration");
+        throw HttpError(403, "mount folders can be changed only in the configuration");
     const Depth depth = ParseDepth(exchange.request, Depth::Infinity);
     if (source.IsFolder() && (depth == Depth::One || (isMove && depth == Depth::Zero)))
-        throw HttpError(400, "a folder goes with all that is in it");
+        throw HttpError(400, "a folder is copied, moved or deleted with everything in it");
     transfer.shallow = depth == Depth::Zero;
     CheckConditions(exchange, source);
     if (isMove)
@@ -99,7 +98,7 @@ Transfer CheckTransfer(const Exchange& exchange, const VolumePath& destination, 
     return transfer;
 }
 
-// The properties and tags follow what was done.
+// Updates properties and tags.
 void NoteTransfer(State& state, const Transfer& transfer) {
     if (!transfer.source.key.Equals(transfer.target.key))
         state.properties.RemoveTree(transfer.target.key);
@@ -119,7 +118,7 @@ void RemovePart(const Volume& volume, const VolumePath& copy) {
         RemoveTree(volume, item, failures);
 }
 
-// A copy that is not whole, or does not get there, goes.
+// Replaces the target by the copy. Deletes a copy that is incomplete or cannot be renamed.
 void TakePlace(const Volume& volume, bool whole, const VolumePath& copy, const Resource& target, const VolumePath& place,
                std::optional<SetAside>& replaced) {
     if (!whole)
@@ -137,7 +136,7 @@ void CarryOut(Exchange& exchange, const Transfer& transfer) {
     State& state = exchange.state;
     const auto& [source, target, isMove, shallow] = transfer;
     const std::uint64_t began = Now();
-    // A lock on a file stays where a file takes its place: programs save that way under their lock.
+    // When a file replaces a file, the target's lock stays, because programs save like this under their lock.
     std::optional<SuspendedLocks> sourceLocks, targetLocks;
     std::optional<SetAside> replaced;
     if (!isMove)
@@ -150,7 +149,7 @@ void CarryOut(Exchange& exchange, const Transfer& transfer) {
     if (replaces && isMove)
         replaced.emplace(state.volume, target);
     const VolumePath& place = transfer.ReplacesFileByFile() ? target.entry->path : target.path;
-    // A copy is made aside, and takes the place of what is there when it is whole.
+    // A copy is made under another name, and replaces the target when it is complete.
     const VolumePath made = replaces && !isMove ? place.Aside() : place;
     std::vector<MemberFailure> failures;
     const bool mayReplace = target.Exists() || target.key.Equals(source.key);
@@ -159,7 +158,7 @@ void CarryOut(Exchange& exchange, const Transfer& transfer) {
     if (replaces && !isMove)
         TakePlace(state.volume, whole, made, target, place, replaced);
     if (!whole && (!made.Equals(place) || !state.volume.Find(place)))
-        return AnswerForFailures(exchange, failures, source);  // what was to be replaced stays, or comes back
+        return AnswerForFailures(exchange, failures, source);  // the target is still there, or gets its name back
     NoteTransfer(state, transfer);
     if (whole && replaced)
         replaced->Discard(began);
@@ -191,7 +190,7 @@ void AnswerTransfer(Exchange& exchange, bool isMove) {
     CarryOut(exchange, transfer);
 }
 
-// Not what it leads to, which is not there for any other method.
+// Deletes the link itself; no method finds its target.
 void DeleteLink(Exchange& exchange, const Resource& resource) {
     CheckConditions(exchange, resource);
     RequireTokens(exchange.state.locks, exchange.tokens, resource.key);
@@ -216,7 +215,7 @@ void AnswerDelete(Exchange& exchange) {
     if (!resource.Exists())
         return DeleteLink(exchange, resource);
     if (resource.IsFolder() && ParseDepth(exchange.request, Depth::Infinity) != Depth::Infinity)
-        throw HttpError(400, "a folder goes with all that is in it");
+        throw HttpError(400, "a folder is copied, moved or deleted with everything in it");
     CheckConditions(exchange, resource);
     CheckWritable(exchange, resource, true);
     if (!MembersAreOpen(exchange, resource))

@@ -14,7 +14,7 @@ namespace webdav {
 
 namespace {
 
-// Carries out one step for one item, and notes how it failed.
+// Makes one step for one item, and records a failure.
 template <class Step>
 bool Try(const Resource& item, std::vector<MemberFailure>& failures, Step step) {
     try {
@@ -28,10 +28,10 @@ bool Try(const Resource& item, std::vector<MemberFailure>& failures, Step step) 
     return false;
 }
 
-// Each is answered with its whole URL, so a tree in which everything fails is given up.
+// The answer has the URL of each failed entry, so a tree in which everything fails is given up.
 bool HasFailedTooOften(const std::vector<MemberFailure>& failures) { return failures.size() >= limits::treeFailures; }
 
-// It goes at the close, which reports nothing: see afterwards whether it did.
+// The item is deleted at the close, which reports nothing, so this must be checked afterwards.
 void Delete(const Volume& volume, const Entry& item) {
     const FileHandle file = volume.Open(item.path, DELETE, kShareAll, OPEN_EXISTING);
     Check(volume->Delete(file.Get(), nullptr), item.path);
@@ -51,7 +51,7 @@ void RemoveLink(const Volume& volume, const Entry& link) {
     }
 }
 
-// A link is not followed; it has no copy of its own here.
+// A link is neither followed nor copied: a failure.
 bool IsLink(const Volume& volume, const Resource& item, std::vector<MemberFailure>& failures) {
     if (volume.IsItself(*item.entry))
         return false;
@@ -59,7 +59,7 @@ bool IsLink(const Volume& volume, const Resource& item, std::vector<MemberFailur
     return true;
 }
 
-// Deeper than any client can ask for, so that nobody's folders exhaust the stack.
+// Deeper than a client's path can be: a failure, so that deep folders do not exhaust the stack.
 bool IsTooDeep(const Resource& item, std::vector<MemberFailure>& failures, const VolumePath& target = {}) {
     if (item.path.Depth() <= limits::pathComponents && target.Depth() <= limits::pathComponents)
         return false;
@@ -67,8 +67,8 @@ bool IsTooDeep(const Resource& item, std::vector<MemberFailure>& failures, const
     return true;
 }
 
-// Calls take with one member of the folder after the other: a folder may have more of them than fit into memory. True: all of them
-// were taken.
+// Calls take with each entry of the folder, one at a time, because all of them may not fit into memory. True: take returned true for
+// all.
 template <class Take>
 bool ForEachMember(const Volume& volume, const Resource& folder, std::vector<MemberFailure>& failures, Take take) {
     bool whole = true;
@@ -87,7 +87,7 @@ bool IsEmpty(const Volume& volume, const Resource& folder) {
     try {
         return !Search(volume, folder.entry->path).Next(member);
     } catch (const StatusError&) {
-        return false;  // what is wrong shows when the folder is deleted
+        return false;  // deleting the folder will report the error
     }
 }
 
@@ -107,7 +107,7 @@ bool Empty(const Volume& volume, const Resource& folder, std::vector<MemberFailu
 
 bool MoveFile(const Volume& volume, const Resource& source, const VolumePath& target, bool mayReplace,
               std::vector<MemberFailure>& failures) {
-    // What stays plain is only renamed.
+    // A file that stays plain is only renamed, and needs no room.
     const bool isWritten = source.entry->data.itemType != VIT_PlainFile || Storage(volume, target.Parent()).HasPolicy();
     if (isWritten && !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent())) {
         failures.push_back({source.Url(), 507});
@@ -116,12 +116,12 @@ bool MoveFile(const Volume& volume, const Resource& source, const VolumePath& ta
     return Try(source, failures, [&] {
         if (mayReplace)
             Rename(volume, source.entry->path, target);
-        else  // also not what another program puts there at this moment
+        else  // not even a file that another program creates at this moment
             volume.Move(source.entry->path, target);
     });
 }
 
-// Calls transfer with the item's place in a folder that was just made, unless something came to stand there before it.
+// Calls transfer with the item's path in a folder that was just made, unless something else was created there meanwhile.
 template <class Transfer>
 bool ToFreePlace(const Volume& volume, const Resource& item, const VolumePath& folder, std::vector<MemberFailure>& failures,
                  Transfer transfer) {
@@ -131,7 +131,7 @@ bool ToFreePlace(const Volume& volume, const Resource& item, const VolumePath& f
     return transfer(*place);
 }
 
-// Did a file come there, or change, since that time?
+// Was a file added or changed since that time?
 bool HasChanged(const Volume& volume, const Resource& item, std::uint64_t since) {
     if (!item.IsFolder() || !volume.IsItself(*item.entry))
         return volume.VersionOf(*item.entry).changed > since;
@@ -184,7 +184,7 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
         volume.Move(source.entry->path, target);
         return true;
     } catch (const StatusError&) {
-        // To another key or owner each file is encrypted for its new place.
+        // For another key or owner each file is encrypted again.
     }
     if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder); }))
         return false;
@@ -196,7 +196,7 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
 }
 
 void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) {
-    // Through a handle, because that takes the place of an existing file in one step.
+    // Through a handle, because that replaces an existing file in one step.
     const FileHandle file = volume.Open(from, GENERIC_READ | DELETE, kShareAll, OPEN_EXISTING);
     volume.Rename(file, to);
     volume.RequireInPlace(to, file.Get());
@@ -216,7 +216,7 @@ SetAside::~SetAside() {
             return;
         }
     } catch (const HostError&) {
-        // It is whole, under the other name, which is told below.
+        // It is complete under the other name, which is reported below.
     }
     Tell();
 }
@@ -226,7 +226,7 @@ void SetAside::Tell() const { PrintError("quelvol: what was at " + m_path.Shown(
 void SetAside::Discard(std::uint64_t since) {
     std::vector<MemberFailure> failures;
     const Resource item = Locate(m_volume, m_asidePath);
-    const bool hasChanged = item.IsFolder() && HasChanged(m_volume, item, since);  // a file changes by being renamed
+    const bool hasChanged = item.IsFolder() && HasChanged(m_volume, item, since);  // for a file, the renaming counts as a change
     if (item.Exists() && (hasChanged || !RemoveTree(m_volume, item, failures)))
         Tell();
     m_asidePath = VolumePath();

@@ -1,34 +1,33 @@
-// Whole trees of the volume, member by member where the volume does not do it in one step. What fails is collected, and the
-// rest goes on.
+// Work on whole trees of the volume, entry by entry where the volume cannot do it in one step. Failures are collected, and the
+// work continues.
 #pragma once
 
 #include "webdav/Methods.h"
 
 namespace webdav {
 
-// Deletes the item and what is in it. False: some of it stays, and failures says which and why.
+// Deletes the item and what is in it. False: something is left, and failures says what and why.
 bool RemoveTree(const Volume& volume, const Resource& item, std::vector<MemberFailure>& failures);
 
-// Copies a file, in place of the file that is there, or a folder to a place where nothing is. shallow: without its members.
+// Copies a file, over a file there, or a folder to a free path. shallow: without its content.
 bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, std::vector<MemberFailure>& failures);
 
-// Moves a file, in place of the file that is there if it may, or a folder to a place where nothing is. A folder that is moved to
-// another key or owner is copied and then removed. What could not be moved is whole where it was.
+// Moves a file, over a file there if mayReplace, or a folder to a free path. A folder that is moved to
+// another key or owner is moved file by file. What could not be moved is still complete at its old path.
 bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, bool mayReplace,
               std::vector<MemberFailure>& failures);
 
-// Gives an item another name or place; the place of a file that is there is taken in one step.
+// Gives an item another path; a file there is replaced in one step.
 void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to);
 
-// Keeps what stands in the way of a copy or move under another name beside it, and puts it back unless the new item has
-// taken its place.
+// Renames the target of a copy or move until the new item is in place, and gives it its name back if that fails.
 class SetAside {
 public:
     SetAside(const Volume& volume, const Resource& item);
     ~SetAside();
     SetAside(const SetAside&) = delete;
     SetAside& operator=(const SetAside&) = delete;
-    // Deletes it for good, unless a file came there or changed since that time.
+    // Deletes the old target, unless a file in it was added or changed since that time.
     void Discard(std::uint64_t since);
 
 private:

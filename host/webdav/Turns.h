@@ -1,4 +1,4 @@
-// What takes much memory or long is done by few requests at once; the others wait for their turn.
+// Work that needs much memory or time is done by few requests at once; the others wait for their turn.
 #pragma once
 
 #include <atomic>
@@ -17,7 +17,7 @@ inline std::atomic<std::size_t> g_waiting{0};
 
 [[noreturn]] inline void ThrowBusy() { throw HttpError(503, "the server is busy", {}, {{"Retry-After", "10"}}); }
 
-// A request that waits for others, as long as the object lives. Each holds a connection, so that only some may. Throws HttpError 503.
+// While this object exists, the request waits for others. Only some may wait, because each has a connection. Throws HttpError 503.
 class Waiting {
 public:
     Waiting() {
@@ -31,7 +31,7 @@ public:
     Waiting& operator=(const Waiting&) = delete;
 };
 
-// A turn, as long as the object lives. Claims are taken before it, so that who has one waits for nobody.
+// A turn, until the end of this object. Claims are taken before it, so that a request with a turn waits for nobody.
 template <class Turns>
 class Turn {
 public:
@@ -51,7 +51,7 @@ private:
     Turns& m_turns;
 };
 
-// For what goes through a tree.
+// For work on trees.
 using TreeTurn = std::optional<Turn<decltype(g_treeTurns)>>;
 
 }  // namespace webdav

@@ -17,11 +17,11 @@ namespace webdav {
 
 namespace {
 
-constexpr XML_Char kSeparator = '\x1f';  // no namespace name has it
+constexpr XML_Char kSeparator = '\x1f';  // never in the name of a namespace
 constexpr std::string_view kXmlSpace = "http://www.w3.org/XML/1998/namespace", kXmlnsSpace = "http://www.w3.org/2000/xmlns/";
 
-// The parser puts a namespace before every name that is in it, for all attributes of an element at once. It may take so
-// much memory and no more.
+// The memory that the parser may still take. It puts the namespace before every name, for all attributes of an element at once, which
+// could be very much.
 thread_local std::size_t t_parserBytesLeft = 0;
 constexpr std::size_t kSizeBytes = alignof(std::max_align_t);
 
@@ -61,13 +61,13 @@ constexpr XML_Memory_Handling_Suite kMemory{Allocate, Reallocate, Free};
 struct Building {
     XML_Parser parser = nullptr;
     XmlNode document;
-    std::vector<XmlNode*> open{&document};  // only the last one gets new children, so these stay where they are
+    std::vector<XmlNode*> open{&document};  // valid, because only the last node gets new children
     std::set<SharedText> texts;
     std::size_t nodes = 0;
     bool refused = false;
 
     SharedText Shared(std::string_view text) { return *texts.emplace(text).first; }
-    // Nothing for a name that cannot be written out again, or is too long.
+    // Nothing for a name that cannot be written again, or is too long.
     std::optional<XmlName> Name(std::string_view text, bool isElement) {
         const std::size_t separator = text.find(kSeparator);
         const std::string_view space = separator == text.npos ? std::string_view() : text.substr(0, separator);
@@ -116,7 +116,7 @@ void OnText(void* data, const XML_Char* text, int length) {
     children.back().text.append(text, static_cast<std::size_t>(length));
 }
 
-// A prefix bound to nothing is well-formed to the parser, but forbidden.
+// A prefix bound to no namespace is forbidden, but the parser accepts it.
 void OnNamespace(void* data, const XML_Char* prefix, const XML_Char* space) {
     if (prefix && (!space || !*space))
         Refuse(*static_cast<Building*>(data));
@@ -142,7 +142,7 @@ std::string AttributesText(const XmlNode& node) {
     return text;
 }
 
-// How many bytes the first character of text takes if no XML may have it; else 0.
+// The bytes of the first character of text if it is forbidden in XML; else 0.
 std::size_t ForbiddenSize(std::string_view text) {
     const auto unit = static_cast<unsigned char>(text[0]);
     if (unit < 0x20)
@@ -204,7 +204,7 @@ std::string Escaped(std::string_view text) {
             case '<': escaped += "&lt;"; break;
             case '>': escaped += "&gt;"; break;
             case '"': escaped += "&quot;"; break;
-            case '\t': escaped += "&#9;"; break;  // these three would be read back as blanks in an attribute
+            case '\t': escaped += "&#9;"; break;  // in an attribute these three would be read back as blanks
             case '\n': escaped += "&#10;"; break;
             case '\r': escaped += "&#13;"; break;
             default: escaped += unit;

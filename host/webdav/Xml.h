@@ -1,4 +1,4 @@
-// XML as WebDAV uses it: small documents with namespaces in, text with escapes out.
+// XML for WebDAV: parses small documents with namespaces, and writes escaped text.
 #pragma once
 
 #include <compare>
@@ -12,7 +12,7 @@ namespace webdav {
 
 constexpr std::string_view kDav = "DAV:";
 
-// The texts of names, of which a document has few. Shared, because a namespace may be long and is that of every element.
+// The text of a name or namespace. Shared, because a namespace may be long and that of every element.
 class SharedText {
 public:
     SharedText() = default;
@@ -51,16 +51,16 @@ struct XmlNode {
     std::string Text() const;  // of the direct children
 };
 
-// Throws HttpError 400 for what is no well-formed document with well-formed namespaces, has a document type, is nested too
+// Throws HttpError 400 for a document that is not well-formed, including its namespaces, has a document type, is nested too
 // deeply or has too many nodes (see Limits.h).
 XmlNode ParseXml(std::string_view document);
 
-// Characters that no document may have become U+FFFD.
+// Escapes text for XML. Characters that are forbidden in XML become U+FFFD.
 std::string Escaped(std::string_view text);
-// The element with every namespace it needs declared in it, so that it can stand anywhere.
+// The element as text with all its namespaces declared in it, so that it can be put anywhere.
 std::string Serialized(const XmlNode& node);
 std::string SerializedChildren(const XmlNode& node);
-// "D:name" for DAV names, "name xmlns=..." for others: the inside of a start tag; and that of the end tag.
+// The content of a start tag: "D:name" for DAV names, "name xmlns=..." for others; and that of the end tag.
 std::string OpenName(const XmlName& name);
 std::string CloseName(const XmlName& name);
 

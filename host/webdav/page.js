@@ -1,5 +1,5 @@
-// What the folder page does beside showing a folder: upload, new folder, rename, delete, sort, filter. It asks the server in WebDAV, as
-// every other client does, and then shows the page anew.
+// The actions of the folder page: upload, new folder, rename, delete, sort, filter. They send WebDAV requests to the server, like
+// any client, and then load the page again.
 'use strict';
 const $ = (selector, from = document) => from.querySelector(selector);
 const here = location.pathname.endsWith('/') ? location.pathname : location.pathname + '/';
@@ -11,7 +11,7 @@ function say(text, failed = false) {
   $('#state').classList.toggle('failed', failed);
 }
 
-// Resolves to what was typed, to '' for a yes without a field, or to null.
+// Resolves to the typed text, to '' for a yes without a field, or to null for no.
 function ask(text, yes, value) {
   const dialog = $('#ask'), field = $('input', dialog);
   $('p', dialog).textContent = text;
@@ -24,23 +24,23 @@ function ask(text, yes, value) {
     const dot = value.lastIndexOf('.');
     field.setSelectionRange(0, dot > 0 ? dot : value.length);
   } else $('[value=no]', dialog).focus();
-  // Not by the event of closing, which may come when the next question is open already.
+  // Not through the close event, which may come when the next question is open already.
   return new Promise(done => {
     $('form', dialog).onsubmit = event => done(event.submitter.value === 'yes' ? field.value : null);
     dialog.oncancel = () => done(null);
   });
 }
 
-// Throws what the server says.
+// Throws an Error with the server's reason.
 async function request(method, url, headers = {}) {
   const answer = await fetch(url, { method, headers });
   const text = answer.ok && answer.status !== 207 ? '' : await answer.text();
   if (answer.ok && answer.status !== 207) return;
-  throw new Error(answer.status === 207 ? 'not all of it could be done; somebody may have it open' : reason(answer.status, text));
+  throw new Error(answer.status === 207 ? 'it was done only in part; somebody may have something open' : reason(answer.status, text));
 }
 
 function reason(status, text) {
-  const words = { 412: 'there is something of this name already', 423: 'somebody else has it locked', 507: 'the disk is full', 401: 'a user and a password are needed' };
+  const words = { 412: 'this name exists already', 423: 'somebody else has locked it', 507: 'the disk is full', 401: 'a user and a password are needed' };
   return words[status] || (text && !text.startsWith('<') ? text.trim() : 'the server answered ' + status);
 }
 
@@ -51,22 +51,22 @@ async function refresh() {
   dress();
 }
 
-// Does it, shows the folder as it is then, and tells how it went.
+// Calls action, loads the folder again, and shows the result.
 async function act(doing, done, action) {
   say(doing);
   const problem = await action().then(() => null, error => error.message);
   const isShown = await refresh().then(() => true, () => false);
   if (problem) say(doing.replace(/…$/, '') + ': ' + problem, true);
-  else say(isShown ? done : 'The server does not answer any more.', !isShown);
+  else say(isShown ? done : 'The server no longer answers.', !isShown);
 }
 
 const fits = name => name && !/[\\/:*?"<>|]/.test(name) && name !== '.' && name !== '..';
 
 async function newFolder() {
-  const name = await ask('Name of the new folder', 'Make it', '');
+  const name = await ask('Name of the new folder', 'Create', '');
   if (name === null || name === '') return;
   if (!fits(name)) return say('A name cannot contain any of \\ / : * ? " < > |', true);
-  await act(`Making ${name}…`, `${name} is made.`, () => request('MKCOL', here + encodeURIComponent(name) + '/'));
+  await act(`Creating ${name}…`, `${name} is created.`, () => request('MKCOL', here + encodeURIComponent(name) + '/'));
 }
 
 async function rename(row) {
@@ -74,12 +74,12 @@ async function rename(row) {
   if (to === null || to === name) return;
   if (!fits(to)) return say('A name cannot contain any of \\ / : * ? " < > |', true);
   const target = new URL(here + encodeURIComponent(to) + (row.dataset.kind === 'folder' ? '/' : ''), location.href).href;
-  await act(`Renaming ${name}…`, `${name} is ${to} now.`, () => request('MOVE', $('a', row).href, { Destination: target, Overwrite: 'F' }));
+  await act(`Renaming ${name}…`, `${name} is now ${to}.`, () => request('MOVE', $('a', row).href, { Destination: target, Overwrite: 'F' }));
 }
 
 async function remove(row) {
   const name = row.dataset.name, isFolder = row.dataset.kind === 'folder';
-  if (await ask(`Delete ${name}${isFolder ? ' with all that is in it' : ''}? It cannot be brought back.`, 'Delete') === null) return;
+  if (await ask(`Delete ${name}${isFolder ? ' with everything in it' : ''}? This cannot be undone.`, 'Delete') === null) return;
   await act(`Deleting ${name}…`, `${name} is deleted.`, () => request('DELETE', $('a', row).href));
 }
 
@@ -108,7 +108,7 @@ async function upload(items, folders) {
     say(`Uploading ${path} (${stored + failures.length + 1} of ${items.length})…`);
     try {
       let answer = await put(address(path), file, true, progress);
-      if (answer.status === 412 && await ask(`${path} is there already. Replace it?`, 'Replace') !== null)
+      if (answer.status === 412 && await ask(`${path} exists already. Replace it?`, 'Replace') !== null)
         answer = await put(address(path), file, false, progress);
       if (answer.status >= 300) throw new Error(reason(answer.status, answer.responseText));
       ++stored;
@@ -175,7 +175,7 @@ function button(text, label, action) {
   return made;
 }
 
-// Gives what the server sent its buttons and the times of this place.
+// Adds buttons to the server's page, and shows times in the local time zone.
 function dress() {
   for (const time of document.querySelectorAll('time'))
     time.textContent = new Date(time.dateTime).toLocaleString(undefined, { dateStyle: 'medium', timeStyle: 'short' });

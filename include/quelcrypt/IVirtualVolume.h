@@ -1,16 +1,17 @@
 // What a host compiles against: the volume that QuelcryptVol64.dll hands out, and the records that cross to it.
 //
 // A volume path is a relative Windows path whose first component names a mount folder ("Docs\Reports\a.txt"); the empty
-// path is the root. Below a mount folder whose name has one unit no volume path leads, for that would be a drive's. Slots 10, 15, 16
-// and 23 to 26 also take an absolute path, which is a native path and is used as it is, doubled and trailing separators aside: a
-// host that serves untrusted callers checks their paths first. Every operation may be called on any thread at
-// any time, also on one handle: calls on one file handle, and on one search handle, are carried out one after the other, and of
-// two threads that step through one search each gets other entries. A handle that one thread ends while another uses it ends when
-// that call is done; later calls find no file handle, and must not be made with a search handle. No slot throws. Besides the statuses
-// named below, a slot that takes a path answers VVS_MountFolderNotFound when a volume path does not resolve, and
-// VVS_InvalidParameter when a component of it names a device ("Docs\NUL.txt").
+// path is the root. A mount folder whose name has one unit cannot be reached by a path, which would look like a drive's. Slots 10, 15, 16
+// and 23 to 26 also take an absolute path, which is a native path and is used unchanged except for doubled and trailing separators: a
+// host that serves untrusted callers must check their paths first.
 //
-// Texts are UTF-16 and end with a NUL. Records belong to the caller and are only touched during the call. A null or
+// Every operation may be called on any thread at any time, also on one handle: calls on one file handle, and on one search handle, are
+// made one after the other, and two threads that step through one search never get the same entry. When one thread ends a handle that
+// another is using, it ends after that call. A later call with an ended file handle is refused; a search handle must not be used again.
+// No slot throws. Besides the statuses named below, a slot that takes a path answers VVS_MountFolderNotFound when a volume path does not
+// resolve, and VVS_InvalidParameter when a component of it names a device ("Docs\NUL.txt").
+//
+// Texts are UTF-16 and end with a NUL. Records belong to the caller and are only accessed during the call. A null or
 // empty lock token means "none".
 #pragma once
 
@@ -112,79 +113,79 @@ public:
     // 1: destroys and frees the object.
     virtual void Release() = 0;
 
-    // 2, 3: the mount folder that a volume path, or a native path, lies in. False leaves *mountInfo as it was: no mount
-    // folder, or a name of 64 units or a path of 260 and more, which the record cannot hold.
+    // 2, 3: the mount folder that a volume path, or a native path, lies in. False leaves *mountInfo as it was: there is none, or the
+    // record has no room for it (a name of 64 or a path of 260 units and more).
     virtual bool GetMountInfoByVolumePath(const wchar_t* volumePath, VirtMountInfo* mountInfo) = 0;
     virtual bool GetMountInfoByNativePath(const wchar_t* nativePath, VirtMountInfo* mountInfo) = 0;
 
     // 4: starts a search over the mount folders whose names match searchSpec (null: "*"). Null when none matches. The
-    // handle stands at the first match, which the first call of slot 5 returns. End it with FindClose.
+    // first call of slot 5 returns the first match. End it with FindClose.
     virtual void* FindFirstMountFolder(const wchar_t* searchSpec) = 0;
-    // 5: stores the next match; a name of 64 to 127 units is cut to 63, and folders with longer names, or paths that the record cannot
-    // hold, are left out. False leaves *mountInfo as it was: no more matches, or not a handle of slot 4.
+    // 5: stores the next match; a name of 64 to 127 units is cut to 63, and folders with longer names, or with paths of 260 units and
+    // more, are left out. False leaves *mountInfo as it was: no more matches, or not a handle of slot 4.
     virtual bool FindNextMountFolder(void* hFind, VirtMountInfo* mountInfo) = 0;
 
-    // 6: describes one entry. False when there is none. The path of a container ("a.txt.zip") finds it too; a folder with such a
-    // name stands for no document.
+    // 6: describes one entry. False when there is none. The path of a container ("a.txt.zip") also finds its document; a folder with
+    // such a name is only a folder.
     virtual bool FindFile(const wchar_t* filePath, VirtFindData* findData) = 0;
     // 7: starts a search and stores the first entry; filePath may end in a pattern ("Docs\*"). At the root ("", "*",
     // "Doc*", "Docs") mount folders are searched. Null when nothing matches: GetLastError is then ERROR_FILE_NOT_FOUND or
     // ERROR_NO_MORE_FILES; anything else says why the folder could not be searched. End it with FindClose.
     virtual void* FindFirstFileW(const wchar_t* filePath, VirtFindData* findData) = 0;
     // 8: stores the next entry of a search of slot 7. False when there are no more, or the folder could not be read further:
-    // GetLastError tells them apart as for 7.
+    // GetLastError says which, as for 7.
     virtual bool FindNextFileW(void* hVirtFind, VirtFindData* findData) = 0;
-    // 9: ends a search of slot 4, 7 or 26 and frees its handle. False for null or a handle of none of them.
+    // 9: ends a search of slot 4, 7 or 26 and frees its handle. False for null or any other handle.
     virtual bool FindClose(void* hVirtFind) = 0;
 
     // 10: opens or creates an item; *hFile then holds its handle, to be ended with CloseFile. desiredAccess and shareMode
     // are Windows bits, openDisposition as above. When the target existed and findData is given, *findData receives its
     // record. Without a token the open runs under the lock that the target has, if any. A failure leaves *hFile null.
     // An encrypted file is decrypted at its first read, write or size change, not here. CREATE_ALWAYS, OPEN_ALWAYS and
-    // TRUNCATE_EXISTING start it empty: the stored content is replaced only when something was written or the size set. It is not
-    // shared by shareMode, and may be written whatever access was asked for.
+    // TRUNCATE_EXISTING start it empty: the stored content is replaced only when something was written or the size set. For an encrypted
+    // file shareMode is ignored, and every handle may write, whatever desiredAccess was.
     // Where a plain file is stored although its folder has a policy, CREATE_ALWAYS and OPEN_ALWAYS make a document beside it, which is then
     // shown as its conflict copy; OPEN_EXISTING opens the plain file.
-    // A plain file that the platform refuses (no access, or somebody's sharing mode) is opened for reading where it exists and need not
-    // be made: success does not say that it may be written, nor that TRUNCATE_EXISTING has emptied it.
-    // Under a lock, with the right token too, other rights than reading, writing and deleting are VVS_Locked.
-    // VVS_PathAlreadyExists: a new file's container would take the name or the place of another file.
-    // VVS_InvalidParameter: a new name that could never be saved (no room for ".zip" and the names of conflict copies, or no
+    // When the platform refuses an existing plain file (no access, or somebody's sharing mode), it is opened for reading instead:
+    // success does not mean that it may be written, nor that TRUNCATE_EXISTING has emptied it.
+    // Under a lock, even with the right token, rights other than reading, writing and deleting are VVS_Locked.
+    // VVS_PathAlreadyExists: a new file's container would take the name or the path of another file.
+    // VVS_InvalidParameter: a new name that could never be saved (no room for ".zip" and the names of conflicted edits, or not
     // well-formed UTF-16).
     virtual VirtualVolumeStatus OpenFile(void** hFile, const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                          std::uint32_t openDisposition, const wchar_t* lockToken, VirtFindData* findData) = 0;
-    // 11: closes the item. A changed encrypted file is encrypted here, on this thread; when that fails, and the file is not locked, a
-    // folder for a backup is asked for, on a screen that somebody sees: not while the process's window station is invisible, as a
-    // service's is or as a server may choose (SetProcessWindowStation). Failing that the edit stays in its temp file, to be tried again
-    // at the next close of a handle that read or wrote it; of several such edits of one document the one that was closed last, and the
-    // others stay there with their tracking files. When the container is not the one any more that this handle's user knows, or was
-    // locked since the open, the edit is saved beside it under a conflict name, and a deletion leaves it; the trace says so. In this slot
-    // and up to 19, findData may be null and only serves the trace log; it is never written.
+    // 11: closes the item. A changed encrypted file is encrypted here, on this thread. When that fails, and the file is not locked, the
+    // user is asked for a folder for a backup, except while the process's window station is invisible, as a service's is or as a server
+    // may choose (SetProcessWindowStation). Without a backup the edit stays in its temp file, and the next close of a handle that read or
+    // wrote the file tries again; of several such edits of one document only the one that was closed last, while the others stay there with
+    // their tracking files. When somebody else replaced the container since this handle's user saw it, or locked it
+    // since the open, the edit is saved beside it under a conflict name, and a deletion deletes nothing; the trace says so. In slots
+    // 11 to 19, findData may be null and is only read for the trace log; it is never written.
     virtual void CloseFile(void* hFile, VirtFindData* findData) = 0;
-    // 12, 13: mark the item for deletion at its close, and take the mark back. Until then a file can only be described, undeleted
+    // 12, 13: mark the item for deletion at its close, and take the mark back. A marked file can only be described, undeleted
     // and closed. A plain file must have been opened with DELETE (VVS_AccessDenied, also in slot 14), a link with
-    // DELETE alone: the link itself is then deleted or moved, never what it leads to. A file that is open under a lock
-    // goes with the last unlock; listings may show it until then, though it cannot be opened (VVS_FileNotFound). A folder must be
+    // DELETE only: the link itself is then deleted or moved, never what it leads to. A file that is open under a lock
+    // is deleted at the last unlock; listings may show it until then, though it cannot be opened (VVS_FileNotFound). A folder must be
     // empty (VVS_GeneralError), and no unsaved edit may wait for a file in it (VVS_AccessDenied).
     virtual VirtualVolumeStatus Delete(void* hFile, VirtFindData* findData) = 0;
     virtual VirtualVolumeStatus Undelete(void* hFile, VirtFindData* findData) = 0;
-    // 14: gives the open item another path, in place of what is there; the handle stays usable at the new path.
-    // VSS_SharingViolation, also of 15 and 16: somebody else replaced the source, or what was there, meanwhile; nothing was touched. But
-    // when it is only at the very end that somebody keeps the source from being deleted, the move fails with the new content in its place
-    // and the source whole. A link does not take the place of what it leads to (VVS_PathAlreadyExists).
+    // 14: moves the open item to another path and replaces what is there; the handle stays usable at the new path.
+    // VSS_SharingViolation, also of 15 and 16: somebody else replaced the source or the destination meanwhile; nothing was changed.
+    // But if somebody prevents only the last step, deleting the source, the move fails after the new content was put in place, and the
+    // source stays complete. A link never replaces its target (VVS_PathAlreadyExists).
     virtual VirtualVolumeStatus RenameFile(void* hFile, VirtFindData* findData, const wchar_t* newPath,
                                            const wchar_t* newFileLockToken) = 0;
-    // 15, 16: move or copy by path. A copy, as slot 14, replaces the file that is at the destination; a move does so only under the
-    // destination's lock, which it takes up when no token is given (VVS_PathAlreadyExists otherwise).
-    // The destination's folder decides whether it is stored encrypted; while the companion library cannot say, nothing is moved
-    // there (VSS_EncryptError), also not by slot 14. A failure leaves the source whole.
-    // A file that is not stored as its folder's policy says takes that form when it is moved onto its own path; a copy onto the own
-    // path is VVS_PathAlreadyExists. A folder goes only where the target key and the owner are the same, and where neither has a key,
-    // to another with a policy or without, as itself (VVS_GeneralError). It is not moved while something in it is open or locked, nor
-    // when a mount folder lies in it (VVS_AccessDenied), and never to another's place (VVS_PathAlreadyExists). It is not copied while
-    // an unsaved edit waits for a file in it (VVS_AccessDenied), nor into itself, whichever path leads there (VVS_InvalidParameter). A
-    // copy goes into a folder that is there and replaces files of the same names, but none that somebody stores there while it runs
-    // (VSS_SharingViolation). It may end half done; a new folder is then removed again, but for what others stored in it.
+    // 15, 16: move or copy by path. A copy, like slot 14, replaces a file at the destination; a move does so only when the destination
+    // is locked, and without a token uses that lock (VVS_PathAlreadyExists otherwise).
+    // The destination's folder decides whether it is stored encrypted; while the companion library cannot say, nothing is moved or
+    // copied there (VSS_EncryptError), also not by slot 14. A failure leaves the source whole.
+    // A file that is not stored as its folder's policy says takes that form when it is moved onto its own path; a copy onto its own
+    // path is VVS_PathAlreadyExists. A folder can be moved or copied only to a folder of the same target key and owner; where neither has a
+    // key, both must have a policy or neither (VVS_GeneralError). It cannot be moved while something in it is open or locked, nor
+    // when a mount folder lies in it (VVS_AccessDenied), and never replaces anything (VVS_PathAlreadyExists). It cannot be copied
+    // while an unsaved edit waits for a file in it (VVS_AccessDenied), nor into itself, whichever path leads there (VVS_InvalidParameter).
+    // A copy of a folder adds to a folder that exists and replaces files of the same names, but not what somebody stores there meanwhile
+    // (VSS_SharingViolation). It may end half done; a folder that it created is then deleted again, except what others stored in it.
     virtual VirtualVolumeStatus MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) = 0;
     virtual VirtualVolumeStatus CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) = 0;
     // 17, 18: fileOffset in bytes; 0xFFFFFFFF means the current position. *actualSize (may be null) is zeroed first and
@@ -195,52 +196,51 @@ public:
                                           std::uint32_t* actualSize, VirtFindData* findData) = 0;
     // 19: cuts or extends the file to fileSize bytes.
     virtual VirtualVolumeStatus SetFileSize(void* hFile, std::uint64_t fileSize, VirtFindData* findData) = 0;
-    // 20: writes what the platform has buffered of a file that was opened to be written. An encrypted file reaches its container at
-    // CloseFile only, and before its first access there is nothing to write (VVS_GeneralError), nor of most folders.
+    // 20: writes what the platform has buffered of a file that was opened to be written. An encrypted file reaches its container only
+    // at CloseFile. VVS_GeneralError: an encrypted file before its first access, and most folders.
     virtual VirtualVolumeStatus Flush(void* hFile) = 0;
     // 21: stores the item's record. False leaves it undefined.
     virtual bool GetFileInfo(void* hFile, VirtFindData* findData) = 0;
-    // 22: sets attributes (0xFFFFFFFF: keep) and the record's three times (0: keep). findData must be given. An encrypted item takes
-    // them, with success, for its open content: they are stored with its edit, and are lost without one, or before the first access.
+    // 22: sets attributes (0xFFFFFFFF: keep) and the record's three times (0: keep). findData must be given. For an encrypted item this
+    // succeeds, but they are stored only together with an edit, and only when they were set after the first access.
     virtual VirtualVolumeStatus SetFileInfo(void* hFile, std::uint32_t fileAttributes, const VirtFindData* findData) = 0;
 
-    // 23: takes a lock (scope, type, timeout and owner are read); lockInfo->token receives its token. A missing file is
-    // created empty and goes with its last lock unless something was, or is then, written. While locked, the file is held open
-    // against other writers. Open handles that write or delete a plain file or do not share that, the host's own too, and those that are
-    // left of an earlier lock refuse the lock (VVS_Locked; VVS_Unauthorized when that lock's end deleted the file). An encrypted file's
-    // handle that was opened before does not know the lock: its edit is saved under a conflict name. VVS_LockScopeViolation beside an
+    // 23: takes a lock (scope, type, timeout and owner are read); lockInfo->token receives its token. A missing file is created empty,
+    // and deleted at its last unlock unless something was written, or still is by an open handle. While locked, the file is held open
+    // against other writers. The lock fails while a handle of anybody, also of this host, may write or delete the plain file or does not
+    // share that, or is left of an earlier lock (VVS_Locked; VVS_Unauthorized when that lock's end deleted the file). A handle of an
+    // encrypted file that was opened before the lock saves its edit under a conflict name. VVS_LockScopeViolation beside an
     // exclusive lock, VVS_Locked or VVS_Unauthorized when the file cannot be held, VVS_BadRequest for a folder or a link,
     // VVS_InvalidParameter for a missing file whose name could not be stored. Waits for up to two seconds for others who hold the file.
     virtual VirtualVolumeStatus Lock(const wchar_t* filePath, LockInfo* lockInfo) = 0;
-    // 24: releases the lock with exactly this token. VVS_InvalidParameter without one, VVS_LockTokenNotFound for another,
+    // 24: releases the lock with exactly this token. VVS_InvalidParameter without a token, VVS_LockTokenNotFound for a wrong one,
     // VVS_FileNotLocked when the file has no lock.
     virtual VirtualVolumeStatus Unlock(const wchar_t* filePath, const wchar_t* lockToken) = 0;
-    // 25: stores the lock with this token, or without a token the file's oldest. VVS_FileNotLocked: it has none;
-    // VVS_LockTokenNotFound: not one with this token;
-    // VVS_FileNotFound: there is no such file.
+    // 25: stores the lock with this token, or without a token the file's oldest. VVS_FileNotLocked: the file has no lock;
+    // VVS_LockTokenNotFound: none with this token; VVS_FileNotFound: there is no such file.
     virtual VirtualVolumeStatus FindLock(const wchar_t* filePath, const wchar_t* lockToken, LockInfo* lockInfo) = 0;
-    // 26: starts a search over the file's locks as they are now and stores the first; null when there is none. End it
+    // 26: starts a search over the locks that the file has now and stores the first; null when there is none. End it
     // with FindClose.
     virtual void* FindFirstLock(const wchar_t* filePath, LockInfo* lockInfo) = 0;
     // 27: VVS_Success stores the next lock; VVS_FileNotLocked: no more, or not a handle of slot 26.
     virtual VirtualVolumeStatus FindNextLock(void* hFind, LockInfo* lockInfo) = 0;
 
-    // 28 to 31: answered with false, 0, nothing and false.
+    // 28 to 31: not used; they return false, 0, nothing and false.
     virtual bool ReservedQuery28() = 0;
     virtual std::uint32_t ReservedQuery29() = 0;
     virtual void ReservedNoOp30(void* first, void* second) = 0;
     virtual bool ReservedQuery31() = 0;
-    // 32: stores 0xFFFFFFFFFF in each output that is given, and returns it; no disk is measured.
+    // 32: stores 0xFFFFFFFFFF in each output that is given, and returns it, whatever room the disk has.
     virtual std::uint64_t GetSpace(std::uint64_t* totalBytes, std::uint64_t* freeBytes) = 0;
 
 protected:
     ~IVirtualVolume() = default;  // not virtual: compilers disagree on the slots of a virtual destructor
 };
 
-// The module imports QuelcryptLib64.dll, which gets passwords and content. A host that loads it at run time names its full path and
-// LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32 (LoadLibraryEx), so that only the library beside it is taken.
+// The module imports QuelcryptLib64.dll, which receives passwords and content. A host that loads the module at run time must load only the
+// companion library beside it: LoadLibraryEx with the full path and LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32.
 extern "C" {
-// Makes a volume object; the caller releases it through slot 1. Null when memory is short.
+// Makes a volume object; the caller releases it through slot 1. Null when there is not enough memory.
 IVirtualVolume* Quelcrypt_VolumeFactory();
 // Both do nothing; kept for hosts that call them.
 void EnableAsserts(void* first, void* second);

@@ -1,6 +1,6 @@
-// The exceptions that cross between the volume and its companion library, and the string object both hand over.
+// The exceptions that cross between the volume and its companion library, and the string object that both use.
 // Everything is inline, so that each module compiles its own copy; modules match the classes by their names, which is
-// why they stand in the global namespace.
+// why they are in the global namespace.
 #pragma once
 
 #include <cwchar>
@@ -38,7 +38,7 @@ private:
     std::unique_ptr<wchar_t[]> m_text;
 };
 
-// The base of the family: a hard failure without further data.
+// The base class: a failure without a description.
 class CQuelcryptException {
 public:
     CQuelcryptException() = default;

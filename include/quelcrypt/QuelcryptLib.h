@@ -1,11 +1,11 @@
 // What the volume needs of its companion library, QuelcryptLib64.dll: encryption, keys, policy, configuration, logging.
 // A companion library compiles against this page and exports the functions below, undecorated.
 //
-// Objects are owned by whoever received them and released once, through slot 1; the logger is never released. Strings
-// handed in are read during the call only. Every function may be called on any thread. Any of them may throw an
-// exception of the CQuelcryptException family (QuelcryptExceptions.h), or call the registered callback to have one
-// thrown; nothing else may leave them. When another compiler built the library, an exception of its own ends at the call and counts
-// as a failure without a description; the callback's keeps it.
+// The receiver of an object owns it and releases it once, through slot 1; the logger is never released. Strings that are
+// passed in are read only during the call. Every function may be called on any thread. Any of them may throw a
+// CQuelcryptException or a class derived from it (QuelcryptExceptions.h), or call the registered callback, which throws one;
+// no other exception may leave them. When another compiler built the library, its own exceptions are failures without a description for
+// the volume; only the callback's keeps its class.
 #pragma once
 
 #include <cstdint>
@@ -104,8 +104,8 @@ protected:
     ~IFileReader() = default;
 };
 
-// Takes the content of a container. The container appears, whole, with Finish(true) only: until then, and when the
-// writer is released without it, what stood at the path still stands.
+// Takes the content of a container. Only Finish(true) stores the container, complete: until then, and when the
+// writer is released without it, what is stored at the path stays as it was.
 class IFileWriter : public IQuelcryptBase {
 public:
     virtual bool Write(const void* data, std::uint32_t length) = 0;  // 2
@@ -140,12 +140,12 @@ std::uint32_t Quelcrypt_GetLoggerComponentIndex(const char* componentName);
 
 // Both arguments are null. A null result: no name is excluded.
 IQuelcryptConfig* Quelcrypt_GetQuelcryptConfig(void* null1, void* null2);
-// Non-zero on success, with the configuration that holds for the folder in *config (null: none does).
+// Non-zero on success, with the folder's configuration in *config (null: it has none).
 std::int32_t Quelcrypt_GetHalvaneBoxConfig(const char* folderPathUtf8, IHalvaneBoxConfig** config, void* null1, void* null2);
 // The first argument is 0. Non-zero on success.
 std::int32_t Quelcrypt_GetProtectedFolderEnum(std::int32_t zero, IProtectedFolderEnum** folders);
 
-// Reads what a container says of its content: the stored name (made by the library, released by the caller), the plain
+// Reads what a container says about its content: the stored name (made by the library, released by the caller), the plain
 // size in bytes and the three times, UTC. rawEntry is the container's entry as found on disk. Exactly 1 on success.
 std::int32_t Quelcrypt_GetFileInformation(const char* containerPathUtf8, IHvcStringW** storedName, std::uint64_t* plainSize,
                                           const WIN32_FIND_DATAW* rawEntry, SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess,

@@ -119,7 +119,7 @@ const wchar_t* FindName(std::span<const NamedValue> table, std::uint32_t value, 
     return otherwise;
 }
 
-// C libraries of the platform may refuse later ones, and a file may claim any time.
+// A C library may refuse a later year, and a file may have any time.
 constexpr int kLatestYear = 9999;
 
 }  // namespace

@@ -1,5 +1,5 @@
-// Renderers of the values that trace lines carry. Each returns a new text; none fails but for want of memory. They hold
-// no state and may be called on any thread.
+// The texts of values in trace lines. Each function returns a new text and fails only when there is not enough memory. Stateless; any
+// thread.
 #pragma once
 
 #include <cstdint>
@@ -34,12 +34,12 @@ std::wstring FormatStr(const wchar_t* format, const Args&... args) {
     return FormatArgs(format, AsFormatArg(args)...);
 }
 
-// Flag sets: names joined by "|", the whole value in hexadecimal, and what no name covers. The broadest name wins.
+// Flag sets: names joined by "|", the whole value in hexadecimal, and the flags without a name. The name with the most flags is preferred.
 std::wstring FormatAccessMaskStr(std::uint32_t access);
 std::wstring FormatShareModeStr(std::uint32_t shareMode);
 std::wstring FormatFileAttributesStr(std::uint32_t attributes);
 
-// Enumerations by name; what an unknown value shows stands beside each.
+// Enumerations by name; the comment says what an unknown value shows.
 std::wstring FormatCreationDispositionStr(std::uint32_t disposition);  // "<Unknown>"
 std::wstring FormatItemTypeStr(std::uint32_t type);                    // empty
 std::wstring FormatFolderTypeStr(std::uint32_t type);                  // empty
@@ -60,7 +60,7 @@ std::wstring FormatTimeStr(const SYSTEMTIME& time, const wchar_t* layout);
 std::wstring FormatSystemTimeStr(const SYSTEMTIME& time, bool year = true, bool milliseconds = false);
 std::wstring FormatFileTimeStr(std::uint64_t fileTime);
 
-// Records; null shows as "<NULL>". Fixed buffers are read bounded: a host may have left out their terminators.
+// Records; null shows as "<NULL>". Fixed buffers are not read beyond their size: a host may have left out the terminator.
 std::wstring FormatFindDataStr(const VirtFindData* findData);
 std::wstring FormatRawFindDataStr(const WIN32_FIND_DATAW* findData);
 std::wstring FormatMountInfoStr(std::uint32_t type, const wchar_t* name, const wchar_t* path);

@@ -9,12 +9,12 @@ namespace {
 constexpr DWORD kLevelRefreshMilliseconds = 3000;
 constexpr std::int64_t kSlowMilliseconds = 16;
 
-// Constant-initialised, and never destroyed: lines may be written from load to unload, whatever runs before or after.
+// Constant-initialised and never destroyed, because lines may be written at any time from load to unload.
 constinit std::atomic<const QuelcryptLogControl*> s_processControl{nullptr};
 constinit std::atomic<IFileLogger*> s_logger{nullptr};
 constinit std::atomic<std::uint32_t> s_componentIndex{0};
 
-// The level and the tick of its last reading as one value, so that both change together.
+// The level and the tick at which it was read, as one value, so that both change together.
 struct LevelReading {
     std::uint32_t level;
     DWORD tick;
@@ -37,14 +37,14 @@ std::int64_t TicksPerMillisecond() {
     return s_ticks;
 }
 
-// How deep the calling thread is nested. The platform's slot holds the number itself, so threads need no clean-up.
+// How deep the calling thread is nested. The thread-local slot holds the number itself, so threads need no clean-up.
 class NestingDepth {
 public:
     static int Get() { return static_cast<int>(reinterpret_cast<INT_PTR>(TlsGetValue(Slot()))); }
     static void Set(int depth) { TlsSetValue(Slot(), reinterpret_cast<void*>(static_cast<INT_PTR>(depth))); }
 
 private:
-    // Given back when the module is unloaded: a process has few, and may load it time and again.
+    // Freed when the module is unloaded: a process has few slots, and may load the module many times.
     struct OwnedSlot {
         OwnedSlot() : index(TlsAlloc()) {}
         ~OwnedSlot() { TlsFree(index); }
@@ -56,7 +56,7 @@ private:
     }
 };
 
-// What clients send must not look like lines of the log.
+// Texts that clients send must not look like lines of the log.
 std::wstring OneLineStr(std::wstring text) {
     std::replace_if(
         text.begin(), text.end(), [](wchar_t unit) { return unit < L' '; }, L' ');
@@ -91,7 +91,7 @@ std::uint32_t QuelcryptLog::GetLogLevel() noexcept {
     try {
         if (IFileLogger* const logger = GetLogger())
             level = CallCompanion([&] { return logger->GetLevel(GetComponentIndex()); });
-    } catch (...) {  // a logger that cannot tell its level gets no lines
+    } catch (...) {  // a logger that fails to say its level gets no lines
     }
     s_level.store({level, now}, std::memory_order_relaxed);
     s_levelIsKnown.store(true, std::memory_order_relaxed);
@@ -139,7 +139,7 @@ void QuelcryptLog::Trace(bool enter) noexcept {
 void QuelcryptLog::UpdateIndent() {
     try {
         m_indent.assign(static_cast<std::size_t>(NestingDepth::Get()), L'\t');
-    } catch (...) {  // the line stands further left
+    } catch (...) {  // the line is not indented
     }
 }
 
@@ -196,7 +196,7 @@ void QuelcryptLog::WriteLine(const Line& line) noexcept {
             CallCompanion([&] { logger->Write(GetComponentIndex(), line.level, text.c_str(), nullptr); });
         if (control && control->m_alwaysOn)
             OutputDebugStringW(text.c_str());
-    } catch (...) {  // a line lost is better than an operation failed for it
+    } catch (...) {  // a lost line must not make an operation fail
     }
 }
 
@@ -219,7 +219,7 @@ std::wstring QuelcryptLog::RenderPiece(const LogTemplatePiece& piece, const Line
         case LogValue::TimeMilliseconds: return FormatStr(format, static_cast<int>(line.time->wMilliseconds));
         case LogValue::NestLevel: return FormatStr(format, NestingDepth::Get());
         case LogValue::ExecTime:
-            // Until it ends: what went by so far.
+            // Before LEAVE, the time since ENTER.
             return FormatStr(format, FormatExecutionTimeStr((m_entered ? PerformanceCounter() : m_leaveCounter) - m_enterCounter,
                                                             TicksPerMillisecond()));
         case LogValue::This: {

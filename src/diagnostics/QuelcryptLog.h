@@ -28,31 +28,31 @@ public:
         : m_thisPointer(thisPointer), m_functionName(functionName), m_fileName(fileName), m_line(line) {}
     QuelcryptLog(const QuelcryptLog&) = delete;
     QuelcryptLog& operator=(const QuelcryptLog&) = delete;
-    // A derived class ends its own nesting with Trace(false); here its logger is out of reach already.
+    // A derived class ends its own nesting with Trace(false); its logger can no longer be reached here.
     virtual ~QuelcryptLog() = default;
 
-    // The logger's level for this component, asked again after 3000 ms at the earliest.
+    // The logger's level for this component, which is read again after 3000 ms at the earliest.
     virtual std::uint32_t GetLogLevel() noexcept;
     virtual bool IsEnabled(std::uint32_t level) noexcept;
     virtual IFileLogger* GetLogger() noexcept = 0;
     virtual std::uint32_t GetComponentIndex() noexcept = 0;
     // Writes a message line when the level is enabled.
     virtual void Log(std::uint32_t level, const std::wstring& message) noexcept;
-    // Writes the ENTER line and goes one level deeper (true), or writes the LEAVE line and comes back (false). Each is
-    // done once; the other is ignored.
+    // true: writes the ENTER line and goes one level deeper; false: writes the LEAVE line and returns to the level before. Only the first
+    // call of each has an effect.
     virtual void Trace(bool enter) noexcept;
     virtual void SetEnterMessage(std::wstring message) noexcept { m_enterMessage = std::move(message); }
     virtual void SetLeaveMessage(std::wstring message) noexcept { m_leaveMessage = std::move(message); }
-    // A control of this object's own, which takes the place of the process-wide one. Not owned.
+    // A control for this object, used instead of the process-wide one. Not owned.
     virtual void SetControl(const QuelcryptLogControl* control) noexcept { m_control = control; }
 
-    // ENTER with a message. A message that cannot be formed for want of memory is left out, never the nesting.
+    // ENTER with a message. Without memory for the message only the message is left out.
     template <class MakeMessage>
     void Enter(MakeMessage makeMessage) noexcept {
         const LastErrorKeeper keeper;
         try {
             SetEnterMessage(makeMessage());
-        } catch (...) {  // the line goes without its message
+        } catch (...) {  // the line has no message
         }
         Trace(true);
     }
@@ -69,13 +69,13 @@ public:
         }
     }
 
-    // A failed check: text is the check's own with its placeholders, which take what the two functions form.
+    // A failed check: text is the check's, and its placeholders are filled with the results of the two functions.
     template <class MakeFirst, class MakeDetail>
     void LogFailedCheck(const wchar_t* text, MakeFirst makeFirst, MakeDetail makeDetail) noexcept {
         LogWith(LogLevel_Error, [&] { return FormatStr(text, makeFirst(), makeDetail()); });
     }
 
-    // Records what the function returns, for the LEAVE line, and hands it back.
+    // Records what the function returns, for the LEAVE line, and returns it.
     template <class Result>
     Result Leave(Result result) noexcept {
         if (m_entered)
@@ -83,7 +83,7 @@ public:
         return result;
     }
 
-    // The control that every object without its own one uses; null until it was parsed at load. Not owned.
+    // The control of every object without its own; null until it was parsed at load. Not owned.
     static void SetProcessControl(const QuelcryptLogControl* control) noexcept;
 
 private:
@@ -102,7 +102,7 @@ private:
     void Record(const std::wstring& text) noexcept;
     void Record(const void* handle) noexcept;
     void Record(std::int32_t result) noexcept;
-    // The other enumerations that functions return: errors by number.
+    // Other enumerations that functions return, as errors: their numbers.
     template <Enumeration Number>
     void Record(Number number) noexcept {
         Record(static_cast<std::int32_t>(number));
@@ -117,7 +117,7 @@ private:
     void ShowResult(MakeText makeText) noexcept {
         try {
             SetLeaveMessage(makeText());
-        } catch (...) {  // the line goes without it
+        } catch (...) {  // the line has no message
         }
     }
 
@@ -136,8 +136,8 @@ private:
     std::wstring m_indent;
     std::wstring m_enterMessage;
     std::wstring m_leaveMessage;
-    SYSTEMTIME m_enterTime;  // UTC; holds from ENTER on
-    SYSTEMTIME m_leaveTime;  // UTC; holds from LEAVE on
+    SYSTEMTIME m_enterTime;  // UTC; valid from ENTER on
+    SYSTEMTIME m_leaveTime;  // UTC; valid from LEAVE on
     std::int64_t m_enterCounter = 0;
     std::int64_t m_leaveCounter = 0;
     const wchar_t* m_component = L"QuelcryptVol";
@@ -160,6 +160,6 @@ public:
     IFileLogger* GetLogger() noexcept override;
     std::uint32_t GetComponentIndex() noexcept override;
 
-    // The logger for all of them, owned by the companion library; null, the state before the first call, logs nothing.
+    // The logger of all objects, owned by the companion library; null, as before the first call, logs nothing.
     static void SetModuleLogger(IFileLogger* logger, std::uint32_t componentIndex) noexcept;
 };

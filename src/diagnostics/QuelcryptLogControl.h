@@ -33,7 +33,7 @@ struct LogTemplatePiece {
 };
 using LogTemplate = std::vector<LogTemplatePiece>;
 
-// Splits a template at its placeholders ("%TIME%"); a token between two "%" that is none stays literal text.
+// Splits a template at its placeholders ("%TIME%"); any other text between two "%" stays literal.
 LogTemplate ParseLogTemplate(std::wstring_view text);
 
 class QuelcryptLogControl {
@@ -41,7 +41,7 @@ public:
     virtual ~QuelcryptLogControl() = default;
     // Parses the three templates; to be called again after one was changed.
     virtual void Parse();
-    // Is a line with this text to be written? Only asked of a control that belongs to one log object.
+    // Is a line with this text to be written? Only called for a control of one log object.
     virtual bool Passes(std::wstring_view text) const { return m_filter.empty() || text.find(m_filter) != text.npos; }
 
     bool m_alwaysOn = false;  // log whatever the level, to the debugger too

@@ -1,9 +1,9 @@
 // How functions trace themselves. QC_TRACE or QC_TRACE_THIS comes first in a traced function and makes its log object,
-// qcLog, which the others use. Arguments of lines are evaluated only when the line is written. A check evaluates its
+// qcLog, which the other macros use. Arguments of lines are evaluated only when the line is written. A check evaluates its
 // expression once, logs its text at error level, keeps the thread's last error, and returns.
 //
-// The texts of checks and messages are a frozen format, which others search for: they stay as they are, misspellings and all, also
-// where the source that they quote was written differently since.
+// The texts of checks and messages must never change, because others search for them: not their misspellings, and not where the source
+// that they quote has changed since.
 #pragma once
 
 #include "diagnostics/QuelcryptLog.h"
@@ -25,7 +25,7 @@ consteval const wchar_t* BaseName(const wchar_t* path) {
     QuelcryptVolLog qcLog(object, functionName, QC_TRACE_FILE, __LINE__); \
     if (qcLog.IsEnabled(LogLevel_Trace))                                  \
         qcLog.Enter([&] { return FormatStr(__VA_ARGS__); })
-// functionName is the qualified one, L"Class::Function"; then the format and arguments of the ENTER line's message.
+// functionName is qualified, L"Class::Function"; the format and arguments of the ENTER line's message follow.
 #define QC_TRACE(functionName, ...) QC_TRACE_OBJECT(nullptr, functionName, __VA_ARGS__)
 #define QC_TRACE_THIS(functionName, ...) QC_TRACE_OBJECT(this, functionName, __VA_ARGS__)
 
@@ -33,15 +33,15 @@ consteval const wchar_t* BaseName(const wchar_t* path) {
 #define QC_LOG_AT(level, ...) qcLog.LogWith(level, [&] { return FormatStr(__VA_ARGS__); })
 #define QC_LOG(...) QC_LOG_AT(LogLevel_Trace, __VA_ARGS__)
 
-// Logs a failed check and goes on: text is the check's source with its " =>false%s, "; what follows is the format and
-// arguments of the detail, for texts with a second placeholder.
+// Logs a failed check and continues: text is the check's source with its " =>false%s, "; the format and arguments of the detail
+// follow, for texts with a second placeholder.
 #define QC_REPORT(text, ...) \
     qcLog.LogFailedCheck(text, [] { return L""; }, [&] { return FormatStr(__VA_ARGS__); })
-// Likewise for a call that returned a status: text ends in " =>%s, ".
+// The same for a call that returned a status: text ends in " =>%s, ".
 #define QC_REPORT_STATUS(status, text, ...) \
     qcLog.LogFailedCheck(text, [&] { return FormatStatusStr(status); }, [&] { return FormatStr(__VA_ARGS__); })
 
-// Unless condition holds: logs as QC_REPORT does and returns result, which may still ask for the last error.
+// Unless condition is true: logs like QC_REPORT and returns result, which may still use the last error.
 #define QC_CHECK_OR_RETURN(condition, result, text, ...) \
     do {                                                 \
         if (!(condition)) {                              \
@@ -50,7 +50,7 @@ consteval const wchar_t* BaseName(const wchar_t* path) {
             return qcLog.Leave(qcResult);                \
         }                                                \
     } while (false)
-// Unless the expression is VVS_Success: logs as QC_REPORT_STATUS does and returns the status.
+// Unless the expression is VVS_Success: logs like QC_REPORT_STATUS and returns the status.
 #define QC_CHECK_STATUS_OR_RETURN(expression, text, ...)   \
     do {                                                   \
         const VirtualVolumeStatus qcStatus = (expression); \

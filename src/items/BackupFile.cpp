@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kMostNames = 1000;
 
-// COM for the length of the prompt, on a thread that may have it already.
+// COM during the prompt, on a thread that may have it already.
 class ComForPrompt {
 public:
     ComForPrompt() : m_result(CoInitialize(nullptr)) {}
@@ -34,7 +34,7 @@ CriticalSection& PromptSection() {
     return s_section;
 }
 
-// A service's window station, and one that a host without a user chose, shows nothing: a prompt there would wait for ever
+// The window station of a service, or one that a host without a user chose, is invisible: a prompt there would wait for ever
 // ("SetProcessWindowStation", "Window Stations").
 bool CanSomebodyAnswer() {
     USEROBJECTFLAGS flags{};

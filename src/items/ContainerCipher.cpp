@@ -27,7 +27,7 @@ SYSTEMTIME SystemTimeOf(const FILETIME& time) {
     return systemTime;
 }
 
-// A temp file for a container that is not used in place; its folder goes when this ends, unless it is kept.
+// A temp file for a copy of a container; its folder is deleted at the end of this object, unless it is kept.
 class TempContainer {
 public:
     explicit TempContainer(const std::wstring& fileName) { VirtualTempFileDispenser::CreateTempFileName(fileName, m_path); }
@@ -94,7 +94,7 @@ VirtualVolumeStatus DecryptContainer(const std::wstring& containerPath, const st
     return qcLog.Leave(VSS_DecryptError);
 }
 
-// The name and type under which the lock shows its file stay; they are the volume's, not the writer's. The save is done: a failure
+// Keeps the name and type that the lock's record has; they are the volume's, not the writer's. The save is done, so a failure
 // is only logged.
 void UpdateLockRecord(QuelcryptLog& qcLog, const std::wstring& zipFilePath, const std::wstring& virtualFileSpec,
                       const std::wstring& srcFilePath) noexcept {
@@ -153,7 +153,7 @@ VirtualVolumeStatus DecryptToFile(const std::wstring& containerPath, const Locke
     return qcLog.Leave(status == VVS_Success ? DecryptContainer(tempZip.Path(), destFilePath, hDestFile) : status);
 }
 
-// A writer's time and size may not show yet; that he has the file open does, when an open that denies writers is refused.
+// Time and size may not show what somebody is writing yet. An open that denies writers finds out.
 VirtualVolumeStatus LookAtReplaced(const std::wstring& filePath, const std::optional<FileVersion>& known) {
     UniqueHandle hFile;
     const Win32Error error = TryForAMoment([&] {
@@ -211,7 +211,7 @@ VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const
     TempContainer tempZip(PathStripPathStr(zipFilePath));
     QC_CHECK_OR_RETURN(!tempZip.Path().empty(), VVS_GeneralError,
                        L"VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(zipFilePath), tempZipFilePath) =>false%s, ");
-    // Says whose container this is: to the companion library, which has to find its key, and should it be left behind.
+    // Names the document of this container: for the companion library, which has to find its key, and in case it is left behind.
     const TrackingRecord aside =
         TrackingRecordOf(zipFilePath, ReadFileStamp(zipFilePath).value_or(FileStamp{}), tempZip.Path(), {}, virtualFileSpec);
     if (!WriteTrackingFile(TrackingFilePathStr(tempZip.Path()), aside))
@@ -223,7 +223,7 @@ VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const
         VirtualItem::CreateFileW(tempZip.Path(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hTempFile),
         L"CreateFileW(tempZipFilePath, (0x80000000L), 0x00000001, 3, 0x80, hTempFile) =>%s, ");
     bool isTorn = true;
-    tempZip.Keep(isTorn);  // there may be no other whole container then
+    tempZip.Keep(isTorn);  // it may then be the only complete container
     const bool isCopied = file_content::CopyIntoLockedFile(hTempFile.Get(), dest, nullptr, &isTorn);
     const DWORD error = GetLastError();
     tempZip.Keep(isTorn);

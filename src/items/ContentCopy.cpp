@@ -16,7 +16,7 @@ std::wstring CountStr(DWORD count) { return FormatInt64Str(count); }
 
 using Buffer = std::unique_ptr<char[]>;
 
-// Copies what lies between two positions, through positions of their own.
+// Copies the bytes from start to end; the handles' positions stay.
 bool CopyRange(HANDLE hFileSrc, HANDLE hFileDest, std::int64_t start, std::int64_t end, const Buffer& buffer) {
     FilePointer filePointerSrc(hFileSrc, start);
     FilePointer filePointerDest(hFileDest, start);
@@ -109,8 +109,8 @@ bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAsi
                       FlushFileBuffers(hFileDest);
     dest.content->isWritten = dest.content->isWritten || hasRoom;
     if (done) {
-        // Now, by hand: the platform's own may come when the lock's handle is closed ("WriteFile", Remarks), and would make another
-        // version.
+        // Set the time now: the platform may otherwise set it when the lock's handle is closed ("WriteFile", Remarks), which would
+        // look like another version.
         FILETIME now{};
         GetSystemTimeAsFileTime(&now);
         FileBasicInformation times{};
@@ -123,7 +123,7 @@ bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAsi
     const bool isPutBack = !hasRoom || (hFileAside && CopyRange(hFileAside, hFileDest, 0, oldSize, buffer));
     *isTorn = !isPutBack || !CutTo(hFileDest, oldSize);
     if (!*isTorn && isTimeKnown && SetFileTime(hFileDest, nullptr, nullptr, &lastWrite))
-        dest.content->isTimeSet = true;  // by another time it would count as changed by somebody else
+        dest.content->isTimeSet = true;  // with another time it would look changed by somebody else
     return qcLog.Leave(false);
 }
 

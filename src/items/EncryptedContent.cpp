@@ -1,4 +1,4 @@
-// Opening an encrypted file, and the copy that it is worked on in. How it ends is in EncryptedContentSave.cpp.
+// Opening an encrypted file, and its temp file. Saving and deleting are in EncryptedContentSave.cpp.
 #include "items/EncryptedContent.h"
 #include "common/Halves.h"
 
@@ -17,7 +17,7 @@ namespace {
 
 constexpr int kDecryptAttempts = 4;
 
-// Through a handle of its own: on the working handle, times set by hand would no longer follow its writes.
+// Through another handle: after times were set on the working handle, the platform would not update them at its writes.
 void ApplyTimes(const std::wstring& path, const VirtFindData& findData) {
     UniqueHandle hFile;
     if (VirtualItem::CreateFileW(path, FILE_WRITE_ATTRIBUTES, kShareAll, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hFile) != VVS_Success)
@@ -34,8 +34,8 @@ bool HasSize(HANDLE hFile, std::int64_t size) {
     return GetFileSizeEx(hFile, &actual) && actual.QuadPart == size;
 }
 
-// Takes the read-only attribute from a file for as long as it lives: it is how the host wants the document, not what keeps us
-// from its content.
+// Removes the read-only attribute of a temp file until the end of this object. The host set it for the document; the volume must still
+// open the file.
 class WritableMeanwhile {
 public:
     explicit WritableMeanwhile(const std::wstring& path) : m_path(path), m_attributes(GetFileAttributesW(m_path.c_str())) {
@@ -60,7 +60,7 @@ private:
 
 std::wstring EncryptedContent::StoredPath() const { return ZipPathStr(m_state.Path()); }
 
-// A file that a lock made and that goes with it is still read by who opened it under the lock, but no longer found by its path.
+// A locked file that is marked for deletion is read through the lock's handle, because it is no longer found by its path.
 std::optional<FileVersion> EncryptedContent::StoredVersion() const {
     return m_lock.locked ? ReadOpenFileVersion(m_lock.hFile.Get(), StoredPath()) : ReadFileVersion(StoredPath());
 }
@@ -90,13 +90,13 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     QC_CHECK_OR_RETURN(IsPossibleName(fileName), VVS_InvalidParameter,
                        L"PathStripPathStr(filePath).find_first_of(L\"*?<>|\\\":\") == std::wstring::npos =>false%s, ");
     if (creates && !exists) {
-        // Not this file's container, then, but what saving would overwrite or could not: a conflict copy, an ordinary ZIP file, a folder.
+        // What is there is not this file's container, and a save must not or cannot replace it: a conflict copy, a ZIP file, a folder.
         QC_CHECK_OR_RETURN(isMissing ? !IsExistingFolder(containerPath) : !PathExists(containerPath), VVS_PathAlreadyExists,
                            L"!PathExists(containerPath) =>false%s, ");
-        // Nor may it get the name under which another document is shown.
+        // The container must not get the name under which another document is shown.
         QC_CHECK_OR_RETURN(!PathExists(ZipPathStr(containerPath)), VVS_PathAlreadyExists,
                            L"!PathExists(ZipPathStr(containerPath)) =>false%s, ");
-        // The container is made at the close only, which would be too late to find out that it cannot be.
+        // The container is made only at the close, when it would be too late to refuse the name.
         QC_CHECK_OR_RETURN(HasSaveNames(fileName), VVS_InvalidParameter, L"HasSaveNames(PathStripPathStr(filePath)) =>false%s, ");
         QC_CHECK_OR_RETURN(IsExistingFolder(PathRemoveFileSpecStr(filePath)), VVS_PathNotFound,
                            L"IsExistingFolder(PathRemoveFileSpecStr(filePath)) =>false%s, ");
@@ -104,7 +104,7 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     if (!creates)
         QC_CHECK_OR_RETURN(IsExistingFile(containerPath) || VirtualTempFileDispenser::HoldsUnsavedEdit(itemPath), VVS_FileNotFound,
                            L"IsExistingFile(containerPath) =>false%s, ");
-    // The item works on the locked container itself, whatever the host asked for.
+    // The item needs full access to the locked container, whatever the host asked for.
     QC_CHECK_STATUS_OR_RETURN(FileLocker::GetLockedFile(containerPath.c_str(), desiredAccess, kFullContentAccess, lockToken, &m_lock),
                               L"FileLocker::GetLockedFile(filePath + L\".zip\", desiredAccess, lockToken, m_locked, m_hLockedFile) =>%s, ");
     if (m_lock.locked && !creates) {
@@ -139,8 +139,8 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
 
     UniqueHandle hFile;
     bool reused = retained;
-    // Unless all goes well, what was dispensed goes back: a new file is deleted, a retained one is kept again, so that an
-    // unsaved edit is not forgotten because opening it failed once.
+    // After a failure, a new temp file is deleted and a retained copy is given back, so that an unsaved edit is not forgotten because
+    // opening it failed once.
     const OnExit giveBack([&] {
         if (m_copy.IsMade())
             return;
@@ -162,7 +162,7 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
         if (status != VVS_Success)
             return qcLog.Leave(status);
     }
-    if (decrypt) {  // what is known of the item now speaks of this content
+    if (decrypt) {  // base and record are now those of this content
         m_base = copy.container;
         m_isBaseKnown = true;
         const bool isRecordKnown = !copy.unsaved && copy.findData.fileName[0] != L'\0';
@@ -174,7 +174,7 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
     return qcLog.Leave(VVS_Success);
 }
 
-// Decrypts again when the container was exchanged meanwhile, so that what was read and what is recorded of it agree.
+// Decrypts again when the container was replaced meanwhile, so that content and recorded version agree.
 VirtualVolumeStatus EncryptedContent::FillTempFile(std::optional<FileVersion> before, RetainedCopy& copy, HANDLE hFile) {
     QC_TRACE_THIS(L"VirtualFile::FillTempFile", L"%s", DescriptionStr());
     for (int attempt = 0; attempt < kDecryptAttempts; ++attempt) {
@@ -182,7 +182,7 @@ VirtualVolumeStatus EncryptedContent::FillTempFile(std::optional<FileVersion> be
             before = StoredVersion();
         QC_CHECK_OR_RETURN(before.has_value(), StatusFromLastError(), L"ReadFileVersion(GetZipFilePath()) =>false%s, ");
         QC_CHECK_STATUS_OR_RETURN(VirtualItem::SetFileSize(hFile, 0), L"VirtualItem::SetFileSize(hFile, 0) =>%s, ");
-        // A lock makes containers of 0 bytes, which no reader would accept.
+        // A lock creates containers of 0 bytes, which no reader accepts.
         const VirtualVolumeStatus status =
             before->stamp.size > 0 ? container_cipher::DecryptToFile(StoredPath(), m_lock, copy.tempFilePath, hFile) : VVS_Success;
         VirtFindData findData{};
@@ -194,12 +194,12 @@ VirtualVolumeStatus EncryptedContent::FillTempFile(std::optional<FileVersion> be
         }
         if (status != VVS_Success)
             return qcLog.Leave(status);
-        // A reader that ended early must not have its part taken, changed and saved for the whole.
+        // If a reader ended early, a part of the content must not be edited and saved as the whole.
         QC_CHECK_OR_RETURN(!isKnown || findData.itemType == VIT_PlainFile || HasSize(hFile, findData.fileSize), VSS_DecryptError,
                            L"HasSize(hFile, findData.fileSize) =>false%s,  %s", L"findData[%s]", FormatFindDataStr(&findData));
         copy.container = before;
         copy.unsaved = false;
-        // An empty container has no record that could be read.
+        // An empty container has no record to read.
         copy.findData = isKnown && findData.itemType != VIT_PlainFile ? findData : m_state.findData.value_or(VirtFindData{});
         ApplyTimes(copy.tempFilePath, copy.findData);
         return qcLog.Leave(VVS_Success);
@@ -237,7 +237,7 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
     QC_TRACE_THIS(L"VirtualFile::MarkForDeletion", L"%s", DescriptionStr());
     const wchar_t* const checkText =
         deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
-    // Before the mark: a file that is to be deleted cannot be looked at by its path on every system.
+    // Before the mark: some systems do not open a marked file by its path.
     const std::optional<FileVersion> version = deleteFile ? ReadFileVersion(StoredPath()) : std::nullopt;
     const wchar_t* const lockedCheckText =
         deleteFile ? L"DeleteUndeleteFile(m_hLockedFile, true) =>%s, " : L"DeleteUndeleteFile(m_hLockedFile, false) =>%s, ";
@@ -260,7 +260,7 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
 bool EncryptedContent::GetFileInfo(VirtFindData* virtFindData) {
     if (m_copy.IsMade()) {
         const bool isDescribed = VirtualFindFile::DescribeOnDisk(m_copy.Path(), VIT_EncryptedFile, virtFindData);
-        CopyBounded(virtFindData->fileName, m_state.Name());  // the copy keeps the name that it was made under
+        CopyBounded(virtFindData->fileName, m_state.Name());  // the copy still has its first name
         return isDescribed;
     }
     if (!VirtualFindFile::FindFile(StoredPath().c_str(), virtFindData))
@@ -285,7 +285,7 @@ VirtualVolumeStatus EncryptedContent::PrepareContent() {
         m_copy.SettleTime();
         return MakeSureTempFileOpenIfNeeded(TempContent::OfContainer);
     }
-    // What is stored takes the copy's place, if it can be had: it may be the only one that is left of a container that is gone.
+    // Replaces the copy by what is stored, but only if that can be decrypted: the copy may be all that is left of a deleted container.
     WorkingCopy before;
     std::swap(m_copy, before);
     const VirtualVolumeStatus status = MakeSureTempFileOpenIfNeeded(TempContent::OfContainer);

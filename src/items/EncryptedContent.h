@@ -1,6 +1,6 @@
-// A file that is stored as a container. It is worked on in a copy, which is decrypted at the first access to the content and
-// encrypted at the close when it holds an edit. base is the stored version that the item's user knows: whatever replaces or
-// removes the container asks at the last moment whether that is still the one there. Nothing process-wide is locked while the
+// A file that is stored as a container. Its content is a temp file, which is decrypted at the first access and encrypted at the
+// close when it holds an edit. base is the stored version that the item's user knows: whatever replaces or
+// deletes the container checks at the last moment that the base is still stored. No process-wide lock is held while the
 // companion library works.
 #pragma once
 
@@ -13,13 +13,13 @@ class EncryptedContent final : public FileContent {
 public:
     using FileContent::FileContent;
 
-    // What a look at filePath found: the document, perhaps by its container's own path; nothing, but it is the own path of a container
-    // for which an edit waits; something else there or at the container's path; nothing at either.
+    // What was found at filePath. Document: the document, perhaps by its container's path. WaitingContainer: nothing, but an edit waits
+    // for a container of this path. Other: something else, there or at the container's path. Nothing: nothing at either.
     enum class Found { Document, WaitingContainer, Other, Nothing };
-    // Opens no file; a lock's handle is taken.
+    // Opens no file, but takes the handle of a lock.
     VirtualVolumeStatus Open(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                              std::uint32_t openDisposition, Found found, const wchar_t* lockToken);
-    // Takes the container that was just written for the item's path.
+    // Makes the container that was just written at the item's path this content's.
     void Adopt(LockedFile lock);
 
     bool IsEncrypted() const override { return true; }
@@ -37,26 +37,25 @@ public:
 
     // For moves.
     const LockedFile& Lock() const { return m_lock; }
-    // Makes the copy hold what the document holds, whatever the disposition says.
+    // Fills the copy with the document's content, even if the disposition starts it empty.
     VirtualVolumeStatus PrepareContent();
-    // Does the handle still hold nothing, by its disposition, whatever is stored?
+    // Is the content still empty because of the disposition, whatever is stored?
     bool StartsEmpty() const { return m_startsEmpty && !m_wasWritten; }
-    // A move had filled the copy with what is stored, or waits: the handle holds nothing again, and what waited there waits on.
+    // After a move that filled the copy with the stored content or a waiting edit: the content is empty again, and the edit still waits.
     void StartEmptyAgain(const std::optional<FileVersion>& base);
     const std::optional<FileVersion>& Base() const { return m_base; }
-    // A new file, of which nothing was stored and nothing is written yet.
+    // A new file, of which nothing is stored or written yet.
     bool IsOnlyNamed() const;
-    // After a failed write under the lock: whatever it left there is the base, since nobody else can write there.
+    // After a failed write under the lock: what it left there becomes the base, because nobody else can write there.
     void FollowOwnLock() { m_base = ReadFileVersion(StoredPath()); }
-    // Unless the item's user knows a stored version already, the one that is there now becomes the base.
-    // VSS_SharingViolation: another one is there.
+    // Is the base still stored? (VSS_SharingViolation) If there is no base yet, what is stored now becomes it.
     VirtualVolumeStatus CheckBase();
     // May the container be deleted at the end of a move? VSS_SharingViolation when it was replaced.
     VirtualVolumeStatus CheckMayGo();
     // Deletes the container, or marks it when it is locked; not when it was replaced (VSS_SharingViolation).
     VirtualVolumeStatus DeleteOldContainer();
-    // The item stands at another path. What the copy holds was just saved there, under newLock if one is given; or the
-    // container was renamed and is there; or nothing is stored yet.
+    // The item has another path. SavedAt: the copy's content was just saved there, under newLock if one is given. RenamedTo: the
+    // container was renamed to it, or nothing is stored yet.
     void SavedAt(const std::wstring& newFilePath, LockedFile* newLock);
     void RenamedTo(const std::wstring& newFilePath);
     void DiscardCopy() { m_copy.Discard(); }
@@ -73,7 +72,7 @@ private:
     // The copy (EncryptedContent.cpp)
     void WasWritten();
     VirtualVolumeStatus MakeSureTempFileOpenIfNeeded(TempContent content);
-    // before: the container as it was just seen, if it was.
+    // before: the container's version, if it was just read.
     VirtualVolumeStatus FillTempFile(std::optional<FileVersion> before, RetainedCopy& copy, HANDLE hFile);
     bool IsSourceChanged() const { return !IsStillVersion(m_base, ReadFileVersion(StoredPath())); }
     std::optional<FileVersion> StoredVersion() const;
@@ -94,13 +93,13 @@ private:
 
     WorkingCopy m_copy;
     LockedFile m_lock;
-    bool m_startsEmpty = false;  // by its disposition; the stored content goes only with a save
+    bool m_startsEmpty = false;  // by its disposition; only a save replaces the stored content
     bool m_wasWritten = false;
     bool m_isBaseKnown = false;
     bool m_mayAskUser = true;  // for a folder to put a backup in
     bool m_isBackedUp = false;
     std::optional<SaveGate> m_gate;               // while it is saved
     std::optional<FileVersion> m_base;            // nothing: there was none
-    std::optional<FileVersion> m_deletedVersion;  // what was there when the deletion was marked
-    std::optional<RetainedCopy> m_deletedEdit;    // and the edit that waited, if it was shown
+    std::optional<FileVersion> m_deletedVersion;  // what was stored when the deletion was marked
+    std::optional<RetainedCopy> m_deletedEdit;    // the waiting edit that was shown then, if any
 };

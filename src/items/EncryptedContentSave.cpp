@@ -1,5 +1,5 @@
-// How an encrypted file ends: its edit is saved, under a conflict name where the container is not the base any more, or the
-// container is deleted. And what moves do with the container.
+// Closing an encrypted file: its edit is saved, under a conflict name if the base is no longer stored, or the
+// container is deleted. Also what moves do with the container.
 #include "items/EncryptedContent.h"
 
 #include <new>
@@ -32,26 +32,26 @@ VirtualVolumeStatus EncryptedContent::Close(bool isDeleted) {
         SaveOvertakenEdit();
     } catch (const std::bad_alloc&) {
         status = VSS_OutMemory;
-    } catch (...) {  // like any failed save: the copy is kept below
+    } catch (...) {  // as after any failed save, the copy is kept below
     }
     m_copy.GiveBack(m_state.Path(), m_base);
     m_lock = {};
     return qcLog.Leave(status);
 }
 
-// What the user deleted goes, with the edits in it; an edit of a version that somebody else stored since does not, nor one
-// that waits under the name of a document that this handle created anew.
+// Deletes the document and the edits of it that the user could see. Not an edit of a version that somebody else stored since, nor a
+// waiting edit of an earlier document of this name, when this handle created the document.
 VirtualVolumeStatus EncryptedContent::CloseDeleted() {
     QC_TRACE_THIS(L"VirtualFile::CloseDeleted");
     VirtualVolumeStatus status = VVS_GeneralError;
-    bool mayStandStill = true;  // the document as it was deleted
+    bool mayStandStill = true;  // the document may not be deleted
     try {
         const SaveGate gate(StoredPath());
         status = DeleteContainer();
         mayStandStill = status == VVS_GeneralError;
-    } catch (...) {  // for want of memory
+    } catch (...) {  // not enough memory
     }
-    if (mayStandStill) {  // and so must be what was not saved of it
+    if (mayStandStill) {  // then its unsaved edit must be kept too
         if (m_copy.IsMade())
             DeleteUndeleteFile(m_copy.File(), false);
         m_copy.GiveBack(m_state.Path(), m_base);
@@ -63,7 +63,7 @@ VirtualVolumeStatus EncryptedContent::CloseDeleted() {
     return qcLog.Leave(status);
 }
 
-// A locked container goes by the mark on its own handle, when the lock is released.
+// A locked container is marked for deletion already, and deleted when the lock is released.
 VirtualVolumeStatus EncryptedContent::DeleteContainer() {
     if (m_lock.locked)
         return VVS_Success;
@@ -95,11 +95,11 @@ VirtualVolumeStatus EncryptedContent::EncryptChangedTempFileIfNeeded() {
     return qcLog.Leave(VVS_Success);
 }
 
-// Was a lock taken after the item had been opened? Its holder counts on nobody else changing the file.
+// Was a lock taken after the item had been opened? Nobody but its holder may change the file then.
 bool EncryptedContent::IsLockedByOthers() const { return !m_lock.locked && FileLocker::IsLocked(StoredPath()); }
 
-// Gives the item the first conflict name that is free and makes an empty container there, which the writer replaces: no two
-// savers can take the same one. False: no name is left. When the folder refuses new files, saving there tells why.
+// Gives the item the first free conflict name, and creates an empty container there, which the writer replaces, so that two
+// saves cannot take the same name. False: no name is left. When the folder refuses new files, the save itself reports why.
 bool EncryptedContent::ReserveFreeName(const std::wstring& ownPath, bool& isReserved) {
     for (int number = 1; number <= kMostConflictNames; ++number) {
         const std::wstring name = SaveNameStr(PathStripPathStr(ownPath), SaveName::ConflictedEdit, number);
@@ -115,9 +115,8 @@ bool EncryptedContent::ReserveFreeName(const std::wstring& ownPath, bool& isRese
     return false;
 }
 
-// Saves beside a container that somebody else changed or locked. Encrypting takes long, so whether the name is still free is
-// asked again before the container is put in place. When saving fails the item keeps its own name, under which the edit is
-// found again.
+// Saves beside a container that somebody else changed or locked. Encrypting takes long, so before the container is put in place it is
+// checked again that the name is free. When saving fails the item keeps its own name, under which the edit is found again.
 VirtualVolumeStatus EncryptedContent::SaveUnderFreeName() {
     QC_TRACE_THIS(L"VirtualFile::SwitchToConflictNameIfSrcChanged", L"%s", DescriptionStr());
     const std::wstring ownPath = m_state.Path();
@@ -176,8 +175,8 @@ VirtualVolumeStatus EncryptedContent::EncryptOpenFileUnlocked() {
     return qcLog.Leave(VVS_Success);
 }
 
-// The copy is again what the container holds, as far as the container can be read back. What was saved stays saved when it
-// cannot: the copy is then not used again.
+// The copy equals the container again, if the container can be read back. If not, the save still counts, but the copy is not
+// used again.
 void EncryptedContent::RememberSavedState() {
     m_isBaseKnown = true;
     m_copy.WasSaved(nullptr);
@@ -189,14 +188,14 @@ void EncryptedContent::RememberSavedState() {
                             GetFileSizeEx(m_copy.File(), &copySize) && stored.fileSize == copySize.QuadPart;
         if (agrees)
             m_copy.WasSaved(&stored);
-    } catch (...) {  // the companion library, or the memory for a path
+    } catch (...) {  // the companion library failed, or there is no memory for a path
     }
 }
 
-// An edit of an earlier item may wait here for a container that was replaced since. It is saved beside it, now that the folder
-// takes files again, perhaps; its user is not asked a second time.
+// An edit of an earlier item may wait for a container that was replaced since. It is saved beside that container now; if that fails
+// again, its user is not asked a second time.
 void EncryptedContent::SaveOvertakenEdit() {
-    if (!VirtualTempFileDispenser::HoldsUnsavedEdit(m_state.Path()))  // the common case, which needs no look at the disk
+    if (!VirtualTempFileDispenser::HoldsUnsavedEdit(m_state.Path()))  // the common case, without access to the disk
         return;
     ItemState state;
     state.SetPath(m_state.Path());
@@ -230,7 +229,7 @@ VirtualVolumeStatus EncryptedContent::CheckMayGo() {
         return m_lock.content->isDeleted ? VVS_GeneralError : VVS_Success;
     }
     const VirtualVolumeStatus mayDelete = VirtualItem::CheckDeletable(StoredPath());
-    return mayDelete == VVS_FileNotFound ? VVS_Success : mayDelete;  // there may be none yet
+    return mayDelete == VVS_FileNotFound ? VVS_Success : mayDelete;  // it may not be stored yet
 }
 
 VirtualVolumeStatus EncryptedContent::DeleteOldContainer() {
@@ -257,7 +256,7 @@ void EncryptedContent::SavedAt(const std::wstring& newFilePath, LockedFile* newL
     FollowTrackingFile();
 }
 
-// Should another version than the known one have been renamed, the next save must still find it to be another one.
+// If another version than the base was renamed, the base stays, so that the next save notices the difference.
 void EncryptedContent::RenamedTo(const std::wstring& newFilePath) {
     QC_TRACE_THIS(L"VirtualFile::RenamedTo", L"in:newFilePath[%s], %s", newFilePath, DescriptionStr());
     m_state.SetPath(newFilePath);
@@ -275,7 +274,7 @@ void EncryptedContent::FollowTrackingFile() {
 
 void EncryptedContent::TakeCopy(RetainedCopy copy, UniqueHandle hFile) {
     QC_TRACE_THIS(L"VirtualFile::TakeCopy", L"%s", DescriptionStr());
-    // Not as the container's: somebody else may still write into what was a plain file, so it is not kept beyond the close.
+    // It is not retained after the close, because somebody else may still write into what was a plain file.
     m_copy.Make(std::move(copy), std::move(hFile), false);
     FollowTrackingFile();
 }

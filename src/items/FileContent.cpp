@@ -4,7 +4,7 @@
 
 namespace {
 
-// The one place that a call cannot be given by its number, which says "where the handle stands".
+// The one offset that cannot be passed to a call, where its number means the current position.
 void MoveToPlace(HANDLE hFile, std::uint64_t place) {
     LARGE_INTEGER position{};
     position.QuadPart = static_cast<LONGLONG>(place);

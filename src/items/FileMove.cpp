@@ -15,7 +15,7 @@
 
 namespace {
 
-// What a file on disk is shown as; a plain file when it is not there.
+// What a file on disk is shown as; a plain file when it is missing.
 VirtualItemType TypeOf(const std::wstring& path) {
     VirtFindData findData{};
     return IsExistingFile(path) && VirtualFindFile::FindFile(path.c_str(), &findData) ? findData.itemType : VIT_PlainFile;
@@ -42,9 +42,9 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     QC_TRACE_THIS(L"FileMove::Run");
     bool isKnown = true;
     const bool destEncrypted = ShouldFileBeEncrypted(m_newFilePath, &isKnown);
-    // What would then be unencrypted in a protected place might be synchronised before anybody saw it.
+    // An unencrypted file in a protected folder might be synchronised before anybody notices.
     QC_CHECK_OR_RETURN(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
-    // As at the open of a new file: what could not be saved later is refused before anything is done.
+    // As at the open of a new file: refuse now what could not be saved later.
     QC_CHECK_OR_RETURN(!destEncrypted || HasSaveNames(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
                        L"HasSaveNames(PathStripPathStr(newFilePath)) =>false%s, ");
     QC_CHECK_OR_RETURN(IsPossibleName(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
@@ -57,7 +57,7 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     const bool startsEmpty = wasEncrypted && Encrypted().StartsEmpty();
     const std::optional<FileVersion> base = startsEmpty ? Encrypted().Base() : std::nullopt;
     bool isMoved = false;
-    const OnExit startEmptyAgain([&] {  // what is stored was moved, or an edit that waits; the handle holds nothing still
+    const OnExit startEmptyAgain([&] {  // the stored content or a waiting edit was moved; the handle's content is still empty
         if (startsEmpty && m_content->IsEncrypted())
             Encrypted().StartEmptyAgain(isMoved ? Encrypted().Base() : base);
         else if (startsEmpty)
@@ -71,7 +71,7 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     isMoved = status == VVS_Success;
     if (!isMoved)
         return qcLog.Leave(status);
-    const OnExit tidyUp([&] {  // the move is done, whatever comes of this
+    const OnExit tidyUp([&] {  // failures here do not matter: the move is done
         if (!m_otherFormPath.empty() && container_cipher::LookAtReplaced(m_otherFormPath, m_otherForm) == VVS_Success)
             DeleteFileOrFolder(m_otherFormPath, Folders::Keep);
         if (wasEncrypted && !m_keepSrcFile)
@@ -82,8 +82,8 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     return qcLog.Leave(VVS_Success);
 }
 
-// The last look, when all that takes long is done: what is replaced is what was there when the move began, and a source that
-// is to go may still go.
+// The last check, after everything that takes long: the destination is what it was when the move began, and the source may still be
+// deleted.
 VirtualVolumeStatus FileMove::LookAgain() {
     if (MayReplace() && !DestLock().locked) {
         const VirtualVolumeStatus status = container_cipher::LookAtReplaced(m_destPath, m_replaced);
@@ -101,10 +101,10 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
     m_wasThere = m_replaced.has_value();
     QC_CHECK_OR_RETURN(m_wasThere || GetLastError() != ERROR_PATH_NOT_FOUND, VVS_PathNotFound, L"ReadFileVersion(newFilePath) =>false%s, ");
     m_sameFile = m_wasThere && sourcePath != m_destPath ? AreSameFile(sourcePath, m_destPath) : EqualNoCase(sourcePath, m_destPath);
-    // In the place of what it leads to, a link would lead nowhere.
+    // A link that replaced its target would lead nowhere.
     if (m_sameFile && !EqualNoCase(sourcePath, m_destPath) && (IsLink(sourcePath) || IsLink(m_destPath)))
         return qcLog.Leave(VVS_PathAlreadyExists);
-    // A conflict copy's own path is another file's.
+    // A plain file has the path of a conflict copy.
     const bool isBesidePlainFile = m_content->IsEncrypted() && PathExists(m_state.Path());
     const bool isOwnPath = m_sameFile || EqualNoCase(m_newFilePath, m_state.Path());  // perhaps in the other form
     if (isOwnPath && m_keepSrcFile)
@@ -125,8 +125,8 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
     return qcLog.Leave(VVS_Success);
 }
 
-// May the destination be written? Only the file that is shown under the new name may be replaced by it, in whichever form
-// it is stored; never one that merely has the destination's name on disk: a conflict copy, an ordinary ZIP file.
+// May the destination be written? Only the file that is shown under the new name may be replaced, in whichever form
+// it is stored; never one that only has the destination's name on disk: a conflict copy, an ordinary ZIP file.
 VirtualVolumeStatus FileMove::CheckDestination(bool destEncrypted) {
     const std::wstring newZipPath = ZipPathStr(m_newFilePath);
     const std::wstring sourcePath = m_content->StoredPath();
@@ -144,7 +144,7 @@ VirtualVolumeStatus FileMove::CheckDestination(bool destEncrypted) {
     if (destEncrypted) {
         if (zipIsThere && (plain || !containerIsThere))
             return VVS_PathAlreadyExists;
-        // A file there with a container's name is, or may be, another document's container; and a container must not get the
+        // A plain file with a container's name may be another document's container; and a container must not get the
         // name under which another document is shown.
         if ((plainIsThere && EndsWithNoCase(m_newFilePath, kContainerExtension)) || (!zipIsThere && PathExists(ZipPathStr(newZipPath))))
             return VVS_PathAlreadyExists;
@@ -167,7 +167,7 @@ VirtualVolumeStatus FileMove::CheckSource() {
         return Plain().MayDelete() ? VVS_Success : VVS_AccessDenied;
     const bool isOwnFile = m_sameFile && !DestLock().locked;
     const VirtualVolumeStatus status = isOwnFile ? Encrypted().CheckBase() : Encrypted().CheckMayGo();
-    // An edit that waits moves with its file.
+    // A waiting edit moves with its file.
     if (status == VVS_Success && VirtualTempFileDispenser::HoldsUnsavedEdit(m_state.Path()))
         return Encrypted().PrepareContent();
     return status;
@@ -185,7 +185,7 @@ VirtualVolumeStatus FileMove::MoveFromPlainToPlainUnlocked() {
     QC_TRACE_THIS(L"VirtualFile::MoveFromPlainToPlainUnlocked", L"%s", LogStr());
     PlainContent& source = Plain();
     if (m_sameFile || (m_renameSrcFile && !source.IsLocked())) {
-        // Some systems rename what is at the path that the handle was opened by.
+        // Some systems rename whatever is now at the path that the handle was opened by.
         const auto lastLook = [&] { return m_sameFile ? VVS_Success : source.IsAtItsPath() ? LookAgain() : VSS_SharingViolation; };
         QC_CHECK_STATUS_OR_RETURN(VirtualItem::RenameItem(source.WorkingFile(), m_state, m_newFilePath, lastLook),
                                   L"VirtualItem::RenameItem(newFilePath) =>%s, ");
@@ -202,7 +202,7 @@ VirtualVolumeStatus FileMove::MoveFromPlainToPlainUnlocked() {
     }
     if (!source.IsLocked())
         return qcLog.Leave(MovePlainFile());
-    // A locked source is held where it is: its content goes over, and the file goes with the lock.
+    // The lock holds a locked source open: its content is copied, and it is deleted when the lock ends.
     QC_CHECK_STATUS_OR_RETURN(WithLockedSource([this](HANDLE hSource) { return PutCopyInPlace(hSource); }),
                               L"PutCopyInPlace(hSource, newFilePath) =>%s, ");
     if (!m_keepSrcFile)
@@ -210,8 +210,8 @@ VirtualVolumeStatus FileMove::MoveFromPlainToPlainUnlocked() {
     return qcLog.Leave(VVS_Success);
 }
 
-// Writes the content of a locked plain source elsewhere, and then marks the source for deletion, unless it stays: no other opener
-// writes in between.
+// Writes the content of a locked plain source elsewhere, and then marks the source for deletion unless it is only copied: no other
+// opener writes in between.
 VirtualVolumeStatus FileMove::WithLockedSource(const std::function<VirtualVolumeStatus(HANDLE)>& write) {
     QC_TRACE_THIS(L"FileMove::WithLockedSource");
     PlainContent& source = Plain();
@@ -232,7 +232,7 @@ VirtualVolumeStatus FileMove::WithLockedSource(const std::function<VirtualVolume
     return qcLog.Leave(VVS_Success);
 }
 
-// Moved is moved: should the file then not open again, later calls on the item say so.
+// The move succeeds even if the file cannot be opened again: later calls on the item report that.
 VirtualVolumeStatus FileMove::MovePlainFile() {
     QC_TRACE_THIS(L"VirtualFile::MovePlainFile");
     QC_CHECK_OR_RETURN(Plain().IsAtItsPath(), VSS_SharingViolation, L"Plain().IsAtItsPath() =>false%s, ");
@@ -249,7 +249,7 @@ VirtualVolumeStatus FileMove::MovePlainFile() {
     return qcLog.Leave(StatusOfCall(error));
 }
 
-// To another disk there is no rename, and the platform's own copy could be left half-written under the new name.
+// A file cannot be renamed to another disk, and the platform's own copy could be left half-written under the new name.
 VirtualVolumeStatus FileMove::MoveToOtherDisk() {
     QC_TRACE_THIS(L"MoveToOtherDisk", L"srcFilePath[%s], destFilePath[%s]", m_state.Path(), m_newFilePath);
     {
@@ -287,7 +287,7 @@ VirtualVolumeStatus FileMove::MoveFromPlainToPlainLocked() {
     return qcLog.Leave(VVS_Success);
 }
 
-// The old content is kept aside until the new one is there whole.
+// The old content is kept in a temp file until the new one is complete.
 VirtualVolumeStatus FileMove::CopyIntoLockedPlainFile(HANDLE hSource) {
     QC_TRACE_THIS(L"FileMove::CopyIntoLockedPlainFile");
     std::wstring asidePath;
@@ -338,7 +338,7 @@ VirtualVolumeStatus FileMove::MoveFromPlainToHalvane() {
     return qcLog.Leave(VVS_Success);
 }
 
-// The plain file becomes the item's copy until the close, so that the item goes on from what it stored; then nothing stays of it.
+// The plain file becomes the item's temp file, so that the item continues with the content that it stored; the close deletes it.
 VirtualVolumeStatus FileMove::TurnIntoContainer() {
     QC_TRACE_THIS(L"VirtualFile::TurnIntoContainer");
     RetainedCopy copy;
@@ -353,8 +353,9 @@ VirtualVolumeStatus FileMove::TurnIntoContainer() {
     QC_CHECK_STATUS_OR_RETURN(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
     QC_CHECK_STATUS_OR_RETURN(EncryptTo({m_state.Path(), held.File()}),
                               L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
-    // By its handle: what was encrypted goes, not what somebody may have put in its place. To another disk it cannot be renamed.
-    const bool isInPlace = held.IsAt(m_state.Path());  // some systems rename what is at the path that the handle was opened by
+    // By its handle, so that the file that was encrypted is moved, not one that replaced it. This fails if the temp folder is on another
+    // disk.
+    const bool isInPlace = held.IsAt(m_state.Path());  // some systems rename whatever is at the path that the handle was opened by
     const bool isMoved = isInPlace && VirtualItem::RenameItem(held.File(), m_state, copy.tempFilePath) == VVS_Success;
     const VirtualVolumeStatus status = isMoved ? VVS_Success : isInPlace ? held.MarkForDeletion() : VSS_SharingViolation;
     if (status != VVS_Success)
@@ -368,7 +369,7 @@ VirtualVolumeStatus FileMove::TurnIntoContainer() {
     if (isTaken)
         Encrypted().TakeCopy(copy, std::move(hFile));
     else
-        Encrypted().Prepare();  // before anybody else stores there; should it fail, the next access tries again
+        Encrypted().Prepare();  // before anybody else stores there; if it fails, the next access tries again
     return qcLog.Leave(VVS_Success);
 }
 
@@ -383,7 +384,7 @@ VirtualVolumeStatus FileMove::MoveFromHalvaneToHalvane() {
                              isKnown;
     QC_LOG(L"ItemFullPath[%s], newFilePath[%s], Same spec[%s], Can just move[%s]", m_state.Path(), m_newFilePath, FormatBoolStr(sameSpec),
            FormatBoolStr(canJustMove));
-    // A new file that nothing was written to, to a place where nothing is: its first save will create it there.
+    // A new file without content is moved to a free path: its first save will create it there.
     const bool isOnlyNamed = Encrypted().IsOnlyNamed() && !m_keepSrcFile && !m_newFile.locked && !m_wasThere && !PathExists(m_newFilePath);
     if (isOnlyNamed)
         Encrypted().RenamedTo(m_newFilePath);
@@ -392,7 +393,7 @@ VirtualVolumeStatus FileMove::MoveFromHalvaneToHalvane() {
     return qcLog.Leave(VVS_Success);
 }
 
-// One rename on disk, whatever the size; an open copy stays the item's, with what it may hold of unsaved edits.
+// One rename on disk, whatever the size; the item keeps its temp file and an unsaved edit in it.
 VirtualVolumeStatus FileMove::MoveContainer() {
     QC_TRACE_THIS(L"VirtualFile::MoveContainer");
     const DWORD flags = MOVEFILE_WRITE_THROUGH | (m_renameSrcFile ? MOVEFILE_REPLACE_EXISTING : 0);
@@ -403,7 +404,7 @@ VirtualVolumeStatus FileMove::MoveContainer() {
     });
     QC_CHECK_STATUS_OR_RETURN(looked, L"LookAgain() =>%s, ");
     if (error == static_cast<Win32Error>(ERROR_NOT_SAME_DEVICE))
-        return qcLog.Leave(ReencryptTo());  // to another disk there is no rename; a copy could be left half-written
+        return qcLog.Leave(ReencryptTo());  // the platform's own copy could be left half-written
     QC_CHECK_OR_RETURN(error == Win32Error::None, StatusOfCall(error), L"MoveFileW(GetZipFilePath(), newZipFilePath) =>false%s, ");
     SaveCount(m_destPath).Keep();
     Encrypted().RenamedTo(m_newFilePath);
@@ -424,8 +425,8 @@ VirtualVolumeStatus FileMove::ReencryptTo() {
     return qcLog.Leave(VVS_Success);
 }
 
-// A move replaces nothing, also not what comes up at its destination meanwhile: an empty file, which the writer replaces,
-// holds the place.
+// A move replaces nothing, not even a file that appears at its destination meanwhile: an empty file, which the writer replaces,
+// reserves the path.
 VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& source) {
     QC_TRACE_THIS(L"VirtualFile::EncryptTo");
     const std::wstring virtualFileSpec = PathStripPathStr(m_newFilePath);
@@ -461,7 +462,7 @@ VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& sou
 VirtualVolumeStatus FileMove::PutCopyInPlace(HANDLE hSource) {
     QC_TRACE_THIS(L"FileMove::PutCopyInPlace");
     const std::wstring sidePath = SidePathStr(m_newFilePath);
-    const OnExit removeUnfinished([&] { DeleteSideFile(sidePath); });  // when it is in place, there is none
+    const OnExit removeUnfinished([&] { DeleteSideFile(sidePath); });  // does nothing once it was put in place
     QC_CHECK_STATUS_OR_RETURN(file_content::CopyToNewFile(hSource, sidePath), L"CopyToNewFile(hSource, sidePath) =>%s, ");
     QC_CHECK_STATUS_OR_RETURN(LookAgain(), L"LookAgain() =>%s, ");
     QC_CHECK_STATUS_OR_RETURN(StatusOfCall(PutInPlace(sidePath, m_newFilePath, !MayReplace(), MayReplace() ? &m_replaced : nullptr)),
@@ -470,7 +471,7 @@ VirtualVolumeStatus FileMove::PutCopyInPlace(HANDLE hSource) {
     return qcLog.Leave(VVS_Success);
 }
 
-// When the source must stay, because somebody replaced it meanwhile or holds it, the move comes to nothing.
+// When the source cannot be deleted, because somebody replaced it meanwhile or holds it, the move is undone.
 VirtualVolumeStatus FileMove::DeleteSource() {
     const VirtualVolumeStatus status = Encrypted().DeleteOldContainer();
     if (status != VVS_Success)
@@ -480,7 +481,7 @@ VirtualVolumeStatus FileMove::DeleteSource() {
 
 void FileMove::RememberWritten() { m_written = ReadFileVersion(m_destPath); }
 
-// Deletes what was just written where nothing was before, unless others have changed it already.
+// Deletes what was just written to a free path, unless others have changed it already.
 void FileMove::TakeBackDestination() {
     const std::optional<FileVersion> now = ReadFileVersion(m_destPath);
     if (!m_wasThere && m_written && now && *m_written == *now)

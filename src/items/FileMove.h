@@ -1,6 +1,6 @@
-// One move, rename or copy of an open file between plain and encrypted places. The source goes only after the destination is
-// really written; what is written into a plain place is built aside and put there in one step. What would be replaced or
-// removed is looked at when the move begins, and again at the last moment: another version that came up since stays. Holds the
+// One move, rename or copy of an open file between plain and encrypted folders. The source is deleted only after the destination
+// was written; a plain destination is written as a side file and renamed. What would be replaced or
+// deleted is checked when the move begins, and again at the last moment: a version that was stored since stays. Holds the
 // save gates of both paths.
 #pragma once
 
@@ -19,17 +19,17 @@ class PlainContent;
 
 class FileMove {
 public:
-    // content is the item's, to be exchanged when the item's form is another one afterwards.
+    // content is the item's, and is replaced when the file's form changes.
     FileMove(ItemState& state, std::unique_ptr<FileContent>& content, const wchar_t* newFilePath, bool renameSrcFile, bool keepSrcFile);
 
-    // On failure the item is where it was, and whole.
+    // On failure the item is at its old path, and complete.
     VirtualVolumeStatus Run(const wchar_t* newFileLockToken);
 
 private:
     bool MayReplace() const { return m_renameSrcFile || m_keepSrcFile; }
     PlainContent& Plain() const;
     EncryptedContent& Encrypted() const;
-    // The lock of what is written: the destination's, which for a rename by letter case is the source's own.
+    // The destination's lock, which is the source's own when only the letter case changes.
     const LockedFile& DestLock() const;
     std::wstring LogStr() const;
 
@@ -38,7 +38,7 @@ private:
     VirtualVolumeStatus CheckSource();
     VirtualVolumeStatus Dispatch(bool destEncrypted);
 
-    // The variants. Each is done whole, and re-points the item only when all of it was done.
+    // The variants. Each gives the item its new path only after everything else has succeeded.
     VirtualVolumeStatus MoveFromPlainToPlainUnlocked();
     VirtualVolumeStatus MoveFromPlainToPlainLocked();
     VirtualVolumeStatus MoveFromHalvaneToPlain();
@@ -66,12 +66,12 @@ private:
     const std::wstring m_newFilePath;
     const bool m_renameSrcFile;
     const bool m_keepSrcFile;
-    std::wstring m_destPath;                 // of what is stored
+    std::wstring m_destPath;                 // where the file or container is stored
     bool m_sameFile = false;                 // another spelling of the source's own path
     LockedFile m_newFile;                    // the destination, when it is held under a lock
     std::optional<FileVersion> m_replaced;   // what was at m_destPath when the move began
-    bool m_wasThere = false;                 // something was
+    bool m_wasThere = false;                 // m_destPath existed then
     std::optional<FileVersion> m_written;    // what this move put there
-    std::wstring m_otherFormPath;            // what is shown at the destination but stored in the other form: to be deleted at the end
-    std::optional<FileVersion> m_otherForm;  // what is there
+    std::wstring m_otherFormPath;            // the destination's file stored in the other form, to be deleted at the end
+    std::optional<FileVersion> m_otherForm;  // its version
 };

@@ -16,7 +16,7 @@
 
 namespace {
 
-// Where containers are built before they take their places: nothing in it belongs to a document.
+// Here containers are built before they are put in place; nothing in it is a document.
 constexpr std::wstring_view kSideFolder = L".HalvaneCloud";
 
 // Whichever paths lead there. What is above a link's own path says nothing of what it leads to.
@@ -37,7 +37,7 @@ class FolderCopy {
 public:
     FolderCopy(const std::wstring& source, bool failIfExists) : m_source(source), m_failIfExists(failIfExists) {}
 
-    // isInOwnFolder: this copy made the folder that the destination lies in.
+    // isInOwnFolder: this copy created the folder that the destination lies in.
     Win32Error CopyItem(const std::wstring& source, const std::wstring& destination, bool isInOwnFolder) {
         const DWORD attributes = GetFileAttributesW(PlatformPath(source).c_str());
         if (attributes == INVALID_FILE_ATTRIBUTES)

@@ -6,7 +6,7 @@
 HeldSource::~HeldSource() {
     const OnExit reopen([this] {
         m_hFile.Reset();
-        if (!m_isMoved)
+        if (m_isClosed && !m_isMoved)
             m_source.Reopen(false);
     });
 }
@@ -16,6 +16,7 @@ VirtualVolumeStatus HeldSource::Hold(const std::wstring& path) {
         return VSS_NotImplemented;
     if (!m_source.IsAtItsPath())
         return VSS_SharingViolation;
+    m_isClosed = true;
     m_source.CloseFile();
     return VirtualItem::CreateFileInAMoment(path, GENERIC_READ | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING,
                                             FILE_ATTRIBUTE_NORMAL, m_hFile);

@@ -1,5 +1,5 @@
-// A plain file that is about to move away from where it is, held so that others can only read it: what they wrote after it was
-// copied would never be saved, so who has it open for writing stops the move.
+// A plain file that is about to be moved, held so that others can only read it: what they write after it was copied would be lost.
+// While somebody else has it open for writing, it cannot be moved.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,7 @@
 #include "items/PlainContent.h"
 #include "library/Owners.h"
 
-// The item's own handle, which may write, is closed while this lives, and opened again unless the item moved.
+// The item's own handle, which may write, is closed while this object exists, and opened again unless the item was moved.
 class HeldSource {
 public:
     explicit HeldSource(PlainContent& source) : m_source(source), m_shared(source.Shared()) {}
@@ -20,15 +20,16 @@ public:
 
     VirtualVolumeStatus Hold(const std::wstring& path);
     HANDLE File() const { return m_hFile.Get(); }
-    // Has nobody renamed it away, or put another file in its place?
+    // Is the file still at this path, and neither renamed nor replaced?
     bool IsAt(const std::wstring& path) const;
     VirtualVolumeStatus MarkForDeletion() const;
-    // The item is elsewhere now; its old content may be gone.
+    // The item has its new path; its old file may be deleted.
     void Moved();
 
 private:
     PlainContent& m_source;
     const std::shared_ptr<LockedContent> m_shared;
     UniqueHandle m_hFile;
+    bool m_isClosed = false;  // the item's own handle
     bool m_isMoved = false;
 };

@@ -8,14 +8,14 @@
 
 namespace {
 
-// Where items stand, for those that would move what is above them.
+// The paths of all open items: a folder above them must not be moved.
 struct OpenPaths {
     CriticalSection section{LockOrder::OpenPaths};
     std::unordered_map<const ItemState*, std::wstring> paths GUARDED_BY(section);
 };
 
 OpenPaths& TheOpenPaths() {
-    static OpenPaths& s_open = *new OpenPaths;  // never destroyed, as what hosts leave open is not
+    static OpenPaths& s_open = *new OpenPaths;  // never destroyed, like the items that hosts leave open
     return s_open;
 }
 

@@ -1,5 +1,5 @@
-// What an open item is known by: where it stands, and its record as far as it was read. Used by one thread at a time, under the
-// item's call lock; the places of all items are also in one table, which a lock of its own guards.
+// The path of an open item, and its record as far as it was read. Used by one thread at a time, under the
+// item's call lock; the paths of all items are also in one table, which has a lock of its own.
 #pragma once
 
 #include <optional>
@@ -18,7 +18,7 @@ public:
     const std::wstring& Name() const { return m_itemName; }      // its last component
     void SetPath(const std::wstring& itemFullPath);
 
-    // Does any item stand open below this folder?
+    // Is any item below this folder open?
     static bool IsAnyOpenBelow(const std::wstring& folderPath);
 
     std::optional<VirtFindData> findData;  // nothing: to be read again

@@ -10,7 +10,7 @@ VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, bool isLink
     QC_TRACE_THIS(L"VirtualFile::OpenPlainFile", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,
                   FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition));
     m_state.SetPath(filePath);  // before anything is created or cut: it needs memory
-    // What is deleted or moved is a link itself; what it leads to is only read and written.
+    // A link itself is deleted or moved; its target is only read and written.
     if (isLink && desiredAccess == DELETE) {
         m_openFlags = FILE_FLAG_OPEN_REPARSE_POINT;
     } else if (isLink) {
@@ -22,8 +22,8 @@ VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, bool isLink
     m_grantedAccess = desiredAccess;
     m_shareMode = shareMode;
     LockedFile lock;
-    // The file that they share can be marked for deletion through any handle of it, also to take a mark back. Who did not ask
-    // for that right is refused by MarkForDeletion. What is created may have to be cut, which BeginWrite refuses later.
+    // Every opener gets DELETE, to take a deletion mark back; MarkForDeletion refuses a host that did not ask for it. An open that
+    // creates gets GENERIC_WRITE, to cut the file; BeginWrite refuses later writes.
     const std::uint32_t extraAccess = CreatesFiles(openDisposition) ? DELETE | GENERIC_WRITE : DELETE;
     QC_CHECK_STATUS_OR_RETURN(FileLocker::GetLockedFile(filePath.c_str(), desiredAccess, extraAccess, lockToken, &lock),
                               L"FileLocker::GetLockedFile(filePath, desiredAccess, lockToken, m_locked, m_hFile) =>%s, ");
@@ -36,7 +36,7 @@ VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, bool isLink
     return qcLog.Leave(status);
 }
 
-// What the platform would do for the disposition, on a file that is open already.
+// Does on the lock's open file what the platform would do for the disposition.
 VirtualVolumeStatus PlainContent::OpenLocked(std::uint32_t openDisposition) {
     QC_TRACE_THIS(L"VirtualFile::OpenLocked");
     const SectionGuard guard(m_lock.content->section);
@@ -67,7 +67,7 @@ VirtualVolumeStatus PlainContent::CreteFileWithReadOnlyFallback(const std::wstri
                        L"(lastError == 5L || lastError == 32L) && !needToCreateFile =>false%s, ");
     m_grantedAccess = GENERIC_READ;
     if (Truncates(openDisposition))
-        m_wantedAccess = GENERIC_READ;  // later writes would leave what was not cut
+        m_wantedAccess = GENERIC_READ;  // the file was not cut, so later writes must be refused
     return qcLog.Leave(
         VirtualItem::CreateFileW(filePath, GENERIC_READ, shareMode, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL | m_openFlags, m_hFile));
 }
@@ -90,7 +90,7 @@ void PlainContent::Reopen(bool withFullAccess) {
     CreteFileWithReadOnlyFallback(m_state.Path(), m_grantedAccess, m_shareMode, OPEN_EXISTING);
 }
 
-// Who held the file when it was opened may have let go of it since.
+// If others held the file when it was opened, asks again for the access that was refused then.
 bool PlainContent::IsGranted(std::uint32_t access) {
     if (!(m_grantedAccess & access) && (m_wantedAccess & access) && !m_lock.locked && IsAtItsPath()) {
         m_hFile.Reset();
@@ -110,7 +110,7 @@ bool PlainContent::IsReadOnly() const {
 }
 
 bool PlainContent::IsAtItsPath() const {
-    if (m_openFlags & FILE_FLAG_OPEN_REPARSE_POINT)  // a link itself, where the path leads to its target
+    if (m_openFlags & FILE_FLAG_OPEN_REPARSE_POINT)  // the handle is the link's, the path leads to its target
         return true;
     return IsOpenFileAt(m_hFile.Get(), m_state.Path());
 }
@@ -155,7 +155,7 @@ VirtualVolumeStatus PlainContent::SetSize(std::uint64_t size) {
 VirtualVolumeStatus PlainContent::BeginWrite() {
     if (m_lock.content->isDeleted)
         return VVS_GeneralError;
-    // Of a duplicated handle some systems check this for writes, but not for cuts.
+    // With a duplicated handle some systems check the access for writes, but not for cuts.
     if (!IsGranted(GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA) && m_lock.locked)
         return VVS_AccessDenied;
     if (m_lock.content->goesUnlessWritten) {
@@ -195,7 +195,7 @@ bool PlainContent::GetFileInfo(VirtFindData* virtFindData) {
     return isDescribed;
 }
 
-// Even where the time is to stay as it is, it is set.
+// Setting the attributes alone sets the time, too.
 void PlainContent::InfoWasSet(bool) {
     const SectionGuard guard(m_lock.content->section);
     m_lock.content->isTimeSet = true;

@@ -1,5 +1,5 @@
-// A file that is stored plain and used where it stands. Under a lock, its openers share the lock's file, and what changes it
-// holds the shared content's section. What another handle writes into a file after it was deleted goes with it, as anywhere.
+// A file that is stored plain and used in place. Under a lock, its openers share the lock's file, and whatever changes it
+// holds the shared content's section. As on any disk, what another handle writes into a deleted file is lost.
 #pragma once
 
 #include <memory>
@@ -12,11 +12,11 @@ class PlainContent final : public FileContent {
 public:
     using FileContent::FileContent;
 
-    // Opens or creates the file at filePath, read-only where more is refused. A file that was deleted under its lock is missing. A link
-    // is opened itself for DELETE alone; else what it leads to, which then cannot be deleted or moved.
+    // Opens or creates the file at filePath, for reading only if more is refused. A file that was deleted under its lock is missing. With
+    // DELETE only, a link itself is opened; otherwise its target, which then cannot be deleted or moved.
     VirtualVolumeStatus Open(const std::wstring& filePath, bool isLink, std::uint32_t desiredAccess, std::uint32_t shareMode,
                              std::uint32_t openDisposition, const wchar_t* lockToken);
-    // Takes a file that exists at the item's path: through the handle that a lock handed out, or by opening it.
+    // Makes the file at the item's path this content's: by the lock's handle, or by opening it.
     void Adopt(LockedFile lock);
 
     bool IsEncrypted() const override { return false; }
@@ -35,26 +35,26 @@ public:
     bool IsLocked() const { return m_lock.locked; }
     bool MayDelete() { return IsGranted(DELETE | GENERIC_ALL); }
     std::shared_ptr<LockedContent> Shared() const { return m_lock.content; }
-    // A file that is read-only cannot be marked for deletion.
+    // A read-only file cannot be marked for deletion.
     bool IsReadOnly() const;
-    // Is the file that is open still the one at the item's path? Where files have no identity, it counts as the one.
+    // Is the open file still the one at the item's path? Assumed where files have no identity.
     bool IsAtItsPath() const;
-    // The handle was opened to start empty: what is in the file goes with the first change.
+    // The handle was opened to start empty: the first change deletes the file's content.
     void StartEmpty() { m_startsEmpty = true; }
-    // The own handle where it may read, else a second one, which a lock allows too.
+    // Stores the own handle if it may read, otherwise a second one, which a lock also allows.
     VirtualVolumeStatus OpenForReading(UniqueHandle& hSecond, HANDLE& hSource) const;
     void CloseFile() { m_hFile.Reset(); }
-    // Opens the file at the item's path again, with what was granted before, or with everything.
+    // Opens the file at the item's path again, with the access granted before, or with full access.
     void Reopen(bool withFullAccess);
 
 private:
     VirtualVolumeStatus CreteFileWithReadOnlyFallback(const std::wstring& filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                                       std::uint32_t openDisposition);
-    // Any of the rights? What was refused at the open because others held the file is asked for again, for a moment.
+    // Is any of the rights granted? One that was refused at the open because others held the file is asked for again, for a moment.
     bool IsGranted(std::uint32_t access);
     VirtualVolumeStatus DoRead(std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) override;
     VirtualVolumeStatus DoWrite(std::uint64_t place, const void* data, std::uint32_t dataSize, std::uint32_t* count) override;
-    // Before a change of the content: may it be changed, and will it stay?
+    // Before a change of the content: checks that it is allowed, and takes back a deletion that only an unwritten file has.
     VirtualVolumeStatus BeginWrite() REQUIRES(m_lock.content->section);
     VirtualVolumeStatus OpenLocked(std::uint32_t openDisposition);
 
@@ -64,5 +64,5 @@ private:
     std::uint32_t m_shareMode = 0;
     DWORD m_openFlags = 0;
     bool m_startsEmpty = false;
-    LockedFile m_lock{false, {}, std::make_shared<LockedContent>()};  // its handle is m_hFile; unlocked, the content is ours alone
+    LockedFile m_lock{false, {}, std::make_shared<LockedContent>()};  // its handle is m_hFile; without a lock the content is not shared
 };

@@ -15,7 +15,7 @@ namespace {
 constexpr std::size_t kLongestName = 255;   // UTF-16 units that file systems store, without the terminator
 constexpr std::size_t kLongestSuffix = 52;  // " (HalvaneCloud conflicted edit 2024-05-01) (1000)" and some room
 
-// As much of a stem as leaves room for the units that follow it and for a container's extension.
+// The stem, cut so that the units that follow it and a container's extension have room.
 std::wstring ShortenedStem(const std::wstring& stem, std::size_t followingUnits) {
     const std::size_t taken = followingUnits + kContainerExtension.size();
     std::size_t units = taken < kLongestName ? kLongestName - taken : 1;
@@ -54,7 +54,7 @@ bool HasSaveNames(const std::wstring& itemName) {
            extensionUnits + kLongestSuffix + kContainerExtension.size() < kLongestName;
 }
 
-// One folder may be reached under several paths, through links or other spellings; its identity is one.
+// One folder may have several paths, through links or other spellings, but has one identity.
 std::wstring SaveGate::FolderKeyOf(const std::wstring& folderPath) {
     const std::optional<FileVersion> folder = ReadFileVersion(folderPath);
     if (!folder || !folder->HasKnownId())

@@ -1,4 +1,4 @@
-// The names under which an edit is saved when it cannot be saved under its own, and saving one edit at a time per container.
+// The names for edits that cannot be saved under their own name, and the gate that allows one save of a container at a time.
 #pragma once
 
 #include <memory>
@@ -8,18 +8,18 @@
 
 enum class SaveName { ConflictedEdit = 0, BackupEdit = 1 };
 
-// "report.docx" -> "report (HalvaneCloud conflicted edit 2024-05-01).docx", with the local date. number, from 2 on, tells
-// later ones of a day apart: " (2)" stands before the extension. A stem too long for it is cut.
+// "report.docx" -> "report (HalvaneCloud conflicted edit 2024-05-01).docx", with the local date. A number of 2 or more, for
+// later names of the same day, is added before the extension: " (2)". A stem that is too long is cut.
 std::wstring SaveNameStr(const std::wstring& itemName, SaveName kind, int number = 1);
 
-// Is there room in a file name for the container of an item of this name, and for those of its conflict names?
+// Is there room in a file name for the container of an item of this name, and for the containers of its conflict names?
 bool HasSaveNames(const std::wstring& itemName);
 
-// Held while an item checks its container and replaces it: of two items that save one container, the second then sees
-// what the first did. Different containers do not wait for each other. Throws std::bad_alloc.
+// Held while an item checks its container and replaces it: when two items save one container, the second sees
+// what the first stored. Different containers do not wait for each other. Throws std::bad_alloc.
 class SaveGate {
 public:
-    // What a container is told apart by: its folder's identity, as far as that is known, and its name.
+    // Identifies a container: its folder's identity, as far as that is known, and its name.
     struct Key {
         std::wstring text;
     };
@@ -36,7 +36,7 @@ private:
     std::shared_ptr<CriticalSection> m_section;
 };
 
-// Both gates of a move, taken in one order by everybody. The two paths may be one.
+// Both gates of a move, which every move takes in the same order. The two paths may be the same.
 class SaveGates {
 public:
     SaveGates(const std::wstring& sourcePath, const std::wstring& destPath);

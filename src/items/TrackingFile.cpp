@@ -43,14 +43,14 @@ std::string Narrow(const std::wstring& text, UINT codePage, DWORD flags, BOOL* i
     return narrow;
 }
 
-// A character without a narrow form becomes the system's substitute, never one that merely looks like it: that would be
-// another file's name. It never cuts the text short either.
+// A character without a narrow form becomes the system's substitute, not a similar character, which could be another file's
+// name; and it never cuts the text.
 std::string AsNarrowText(const std::wstring& text, BOOL& isLossy) {
     std::wstring withCrLf;
     withCrLf.reserve(text.size() + text.size() / 16);
     for (const wchar_t unit : text)
         unit == L'\n' ? withCrLf.append(L"\r\n") : withCrLf.append(1, unit);
-    const bool isUtf8 = GetACP() == CP_UTF8;  // which lacks nothing, and takes no flags
+    const bool isUtf8 = GetACP() == CP_UTF8;  // which has all characters, and takes no flags
     return Narrow(withCrLf, CP_ACP, isUtf8 ? 0 : WC_NO_BEST_FIT_CHARS, isUtf8 ? nullptr : &isLossy);
 }
 

@@ -1,5 +1,5 @@
-// The tracking file: a small XML text beside a temp file, which ties the temp file to the container it came from and to
-// the name under which it is shown. A changed temp file that is left behind can be matched to its source by it.
+// The tracking file: a small XML text beside a temp file, which names the container that the temp file belongs to and
+// the name under which it is shown. With it, an edit that is left behind can be saved.
 #pragma once
 
 #include <cstdint>
@@ -27,7 +27,7 @@ TrackingRecord TrackingRecordOf(const std::wstring& containerPath, const FileSta
 // "report.docx" -> "report.docx.hvf"
 std::wstring TrackingFilePathStr(const std::wstring& tempFilePath);
 
-// Writes the record to path, in place of what is there, in the system's narrow character set with CR LF line ends. When that
+// Writes the record to path, over what is there, in the system's narrow character set with CR LF line ends. When that
 // set lacks a character, a comment at the end, "<!-- utf8: source | temp | file spec -->", repeats the three texts as UTF-8 with
-// every byte but ASCII letters, digits, ".", "_" and "-" as %XX. False: the file could not be written whole.
+// every byte except ASCII letters, digits, ".", "_" and "-" as %XX. False: the file could not be written completely.
 bool WriteTrackingFile(const std::wstring& path, const TrackingRecord& record);

@@ -13,7 +13,7 @@
 
 namespace {
 
-// An empty container, as a lock leaves whose process ended, cannot be read by the companion library. It is an empty document.
+// An empty container is left by a lock whose process ended. The companion library cannot read it; it is an empty document.
 bool IsEmptyContainerOf(const std::wstring& filePath, const VirtFindData& findData) {
     if (EqualNoCase(findData.fileName, PathStripPathStr(filePath)) || PathExists(filePath))
         return false;
@@ -29,14 +29,14 @@ VirtualVolumeStatus VirtualFile::Open(const wchar_t* filePath, std::uint32_t des
                   FormatAccessMaskStr(desiredAccess), FormatShareModeStr(shareMode), FormatCreationDispositionStr(openDisposition),
                   lockToken);
     const bool creates = CreatesFiles(openDisposition);
-    // The companion library takes names as UTF-8: it could neither be asked about this one nor store it.
+    // The companion library takes names as UTF-8, which other names do not have.
     QC_CHECK_OR_RETURN(!creates || IsWellFormed(filePath), VVS_InvalidParameter, L"IsWellFormed(filePath) =>false%s, ");
-    // An edit may wait for a container that is gone, also for one that is opened by its own path, as conflict copies are.
+    // An edit may wait for a container that was deleted, and that, like a conflict copy, is opened by its own path.
     const bool isContainerPath = !findData && EndsWithNoCase(filePath, kContainerExtension) &&
                                  VirtualTempFileDispenser::HoldsUnsavedEdit(PathRemoveExtensionStr(filePath));
     const bool isEncrypted = findData ? findData->itemType != VIT_PlainFile || IsEmptyContainerOf(filePath, *findData)
                                       : isContainerPath || VirtualTempFileDispenser::HoldsUnsavedEdit(filePath);
-    // What is found for a plain name may be an ordinary ZIP file beside it, and what an open cuts is not as it was found.
+    // The record may be that of an ordinary ZIP file beside a missing plain file; and an open that cuts the file changes it.
     const bool isOwnRecord = findData && isEncrypted == (findData->itemType != VIT_PlainFile) &&
                              (isEncrypted || (EqualNoCase(findData->fileName, PathStripPathStr(filePath)) && !Truncates(openDisposition)));
     if (isOwnRecord)
@@ -128,7 +128,7 @@ VirtualVolumeStatus VirtualFile::Close() {
         status = m_content ? m_content->Close(m_deleted) : VVS_Success;
     } catch (const std::bad_alloc&) {
         status = VSS_OutMemory;
-    } catch (...) {  // an edit that was not saved is on disk, with its tracking file
+    } catch (...) {  // an unsaved edit is on disk, with its tracking file
     }
     m_content.reset();
     return qcLog.Leave(status);

@@ -1,5 +1,5 @@
-// An open file of the volume: a handle, with a deletion mark and a position, over its content, which is a plain file used where
-// it stands or the decrypted copy of a container. A move may exchange the content. Used by one thread at a time, as every item.
+// An open file of the volume: a deletion mark, a position, and a content, which is a plain file used in place or the decrypted copy
+// of a container. A move may replace the content object. Like every item, used by one thread at a time.
 #pragma once
 
 #include <memory>
@@ -11,13 +11,12 @@ class VirtualFile final : public VirtualItem {
 public:
     ~VirtualFile() override { Close(); }
 
-    // A new file is born encrypted when its folder's policy asks for it. A name that could never be saved is refused
-    // (VVS_InvalidParameter).
+    // A new file is encrypted if its folder's policy says so. A name that could never be saved is refused (VVS_InvalidParameter).
     VirtualVolumeStatus Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode, std::uint32_t openDisposition,
                              const VirtFindData* findData, const wchar_t* lockToken) override;
-    // A move refuses an existing destination (VVS_PathAlreadyExists) unless it holds the destination's lock; a rename and a
+    // A move refuses an existing destination (VVS_PathAlreadyExists) unless it has the destination's lock; a rename and a
     // copy replace an existing file. An existing folder is always refused. VSS_SharingViolation: somebody else replaced the
-    // source, or what the destination was, meanwhile; nothing was touched.
+    // source or the destination meanwhile; nothing was changed.
     VirtualVolumeStatus Move(const wchar_t* newFilePath, bool keepSrcFile, const wchar_t* newFileLockToken) override;
     VirtualVolumeStatus Rename(const wchar_t* newFilePath, const wchar_t* newFileLockToken) override;
     VirtualVolumeStatus Read(std::uint64_t offset, void* data, std::uint32_t dataSize, std::uint32_t* readDataSize) override;
@@ -36,5 +35,5 @@ private:
 
     std::unique_ptr<FileContent> m_content;  // null until the file is open
     bool m_deleted = false;
-    std::uint64_t m_position = 0;  // bytes from the start, for reads and writes "where the handle stands"
+    std::uint64_t m_position = 0;  // bytes from the start, for reads and writes at kCurrentPosition
 };

@@ -24,12 +24,12 @@ VirtualVolumeStatus VirtualFolder::Open(const wchar_t* filePath, std::uint32_t d
     QC_CHECK_OR_RETURN(folderCreated, StatusFromLastError(), L"folderCreated =>FALSE%s,  %s", L"filePath[%s]. Error[%s]", filePath,
                        SystemErrorStr(GetLastError()));
     const std::uint32_t access = desiredAccess & DELETE ? desiredAccess : desiredAccess | FILE_WRITE_ATTRIBUTES;
-    // What is deleted or moved is a link itself, never what it leads to.
+    // A link itself is deleted or moved, never its target.
     const bool isLink = (access & (DELETE | GENERIC_ALL | MAXIMUM_ALLOWED)) && findData &&
                         (findData->fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(filePath);
     const std::uint32_t flags = FILE_FLAG_BACKUP_SEMANTICS | (isLink ? FILE_FLAG_OPEN_REPARSE_POINT : 0);
     VirtualVolumeStatus status = CreateFileW(filePath, access, shareMode, OPEN_EXISTING, flags, m_hFile);
-    if (status == VVS_AccessDenied && access != GENERIC_READ)  // as files that may only be read
+    if (status == VVS_AccessDenied && access != GENERIC_READ)  // opened for reading only, like such a file
         status = CreateFileW(filePath, GENERIC_READ, shareMode, OPEN_EXISTING, flags, m_hFile);
     QC_CHECK_STATUS_OR_RETURN(status, L"CreateFileW( filePath, desiredAccess, shareMode, 3, 0x02000000, m_hFile ) =>%s, ");
     m_state.SetPath(filePath);
@@ -46,7 +46,7 @@ VirtualVolumeStatus VirtualFolder::RefuseWhileEditsWait() const {
     return VirtualTempFileDispenser::HoldsUnsavedEditBelow(m_state.Path()) ? VVS_AccessDenied : VVS_Success;
 }
 
-// A folder takes no other item's place; a copy may go into an existing folder.
+// A folder never replaces another item; a copy may add to an existing folder.
 VirtualVolumeStatus VirtualFolder::CheckDestination(const wchar_t* newFilePath, bool mayBeFolder) const {
     VirtFindData existing{};
     if (!IsExistingFolder(PathRemoveFileSpecStr(newFilePath)))
@@ -63,7 +63,7 @@ VirtualVolumeStatus VirtualFolder::CheckSameKeyAndOwner(const std::wstring& newF
     const std::wstring srcTargetKeyId = GetFolderTargetKeyId(m_state.Path(), &isKnown);
     const std::wstring destTargetKeyId = GetFolderTargetKeyId(newFilePath, &isKnown);
     QC_CHECK_OR_RETURN(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
-    // Without keys, a folder that is stored encrypted must not come where nothing is, nor the other way.
+    // Without keys, a folder with a policy must not be moved to where there is none, nor the reverse.
     const bool needsPolicy = srcTargetKeyId.empty() && destTargetKeyId.empty();
     const bool policyMatched =
         !needsPolicy || DoesFolderHavePolicy(m_state.Path(), &isKnown) == DoesFolderHavePolicy(newFilePath, &isKnown);

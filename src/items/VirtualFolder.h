@@ -7,11 +7,11 @@ class VirtualFolder final : public VirtualItem {
 public:
     ~VirtualFolder() override { Close(); }
 
-    // CreateNewFolder creates the folder, OpenOrCreateFolder unless it is there; every other disposition opens it.
+    // CreateNewFolder creates the folder, OpenOrCreateFolder creates it if it is missing; every other disposition opens it.
     VirtualVolumeStatus Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode, std::uint32_t openDisposition,
                              const VirtFindData* findData, const wchar_t* lockToken) override;
     // Only between folders of the same target key and owner (VVS_GeneralError otherwise, VSS_EncryptError when the companion
-    // library cannot say): containers move as they are, and nothing plain gets into an encrypted place.
+    // library cannot say): containers are moved unchanged, and plain files must not get into an encrypted folder.
     VirtualVolumeStatus Move(const wchar_t* newFilePath, bool keepSrcFile, const wchar_t* newFileLockToken) override;
     VirtualVolumeStatus Rename(const wchar_t* newFilePath, const wchar_t* newFileLockToken) override;
     VirtualVolumeStatus Read(std::uint64_t, void*, std::uint32_t, std::uint32_t*) override { return VSS_NotImplemented; }
@@ -23,8 +23,8 @@ public:
     bool GetFileInfo(VirtFindData* virtFindData) override;
 
 private:
-    // VVS_AccessDenied when the folder must stay where it is: a mount folder would go from under the volume with it, or
-    // something below is open or locked, and will be saved where it was opened.
+    // VVS_AccessDenied when the folder must not be moved: it is or contains a mount folder, or something below is open or locked, which
+    // will be saved under its old path.
     VirtualVolumeStatus RefuseWhileNeeded() const;
     // VVS_AccessDenied while an unsaved edit waits below: a copy would be without it, and a deletion would leave it without its folder.
     VirtualVolumeStatus RefuseWhileEditsWait() const;

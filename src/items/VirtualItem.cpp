@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr std::uint64_t kLargestOffset = INT64_MAX;  // beyond it, the platform means its end or its position by some
+constexpr std::uint64_t kLargestOffset = INT64_MAX;  // for the platform, some larger numbers mean the end or the position
 constexpr std::uint32_t kKeepAttributes = 0xFFFFFFFF;
 
 OVERLAPPED PositionAt(std::uint64_t offset) {
@@ -127,7 +127,7 @@ VirtualVolumeStatus VirtualItem::RenameItem(HANDLE hFile, ItemState& state, cons
 
 VirtualVolumeStatus VirtualItem::SetFileInfo(const VirtFindData* virtFindData) {
     QC_TRACE_THIS(L"VirtualItem::SetFileInfo", L"this:itemFullPath[%s]", m_state.Path());
-    m_state.findData.reset();  // what is to stay is taken from the item as it is now
+    m_state.findData.reset();  // what is kept must be read from the item as it is now
     VirtFindData current{};
     QC_CHECK_OR_RETURN(GetFileInfo(&current), VVS_GeneralError, L"GetFileInfo(&current) =>false%s, ");
     FileBasicInformation info{};

@@ -51,12 +51,12 @@ struct CacheState {
         byKey.erase(found);
         return copy;
     }
-    // Returns what is not kept any more and to be deleted: an earlier copy, or this one when an unsaved edit waits in its place.
+    // Returns a copy that the caller must delete: the earlier one, or this one when an unsaved edit is kept instead.
     std::optional<RetainedCopy> Put(const std::wstring& key, const RetainedCopy& copy) REQUIRES(section) {
         const RetainedCopy* const earlier = Find(key);
         if (earlier && earlier->unsaved && !copy.unsaved)
             return copy;
-        CacheList fresh{{key, copy}};  // what needs memory comes first
+        CacheList fresh{{key, copy}};  // before any change, because it needs memory
         std::optional<RetainedCopy> replaced;
         if (earlier) {
             const CacheList::iterator old = byKey.find(key)->second;
@@ -103,7 +103,7 @@ bool BaseFolder(std::wstring& folder) {
     return MakeFolder(folder);
 }
 
-// The files that are known by name, so that paths are no longer than the platform takes.
+// Deletes the files whose names are known, which works with paths of any length.
 bool DeleteNow(const std::wstring& tempFilePath) {
     DeleteFileW(PlatformPath(tempFilePath).c_str());
     DeleteFileW(PlatformPath(TrackingFilePathStr(tempFilePath)).c_str());
@@ -111,7 +111,7 @@ bool DeleteNow(const std::wstring& tempFilePath) {
     return RemoveDirectoryW(PlatformPath(folder).c_str()) || !PathExists(folder);
 }
 
-// What others had open when it was deleted: they are done by now, perhaps.
+// Tries again to delete files that others had open.
 void DeleteLeftFiles() {
     CacheState& state = State();
     std::vector<std::wstring> files;
@@ -124,8 +124,8 @@ void DeleteLeftFiles() {
     state.leftFiles.insert(state.leftFiles.end(), files.begin(), files.end());
 }
 
-// Rights to a folder for this user and the system alone, in a temp folder that users share, as services do, where another one may have
-// made the folder above. Null, and the folder's own rights apply, when they cannot be made.
+// Access rights to a folder for this user and the system only: several users, such as services, may share a temp folder, and another
+// one may have made the folder above. Null when they cannot be made; the folder then inherits its rights.
 class OwnRights {
 public:
     OwnRights() {
@@ -153,7 +153,7 @@ private:
     SECURITY_ATTRIBUTES m_attributes{sizeof(SECURITY_ATTRIBUTES), nullptr, FALSE};
 };
 
-// A folder that nobody else has: the platform makes a unique file, which gives way to a folder of its name. When another
+// Makes a folder that nobody else uses: the platform makes a unique file, which is replaced by a folder of its name. When another
 // process was quicker in between, creating the folder fails and another name is tried.
 bool MakeUniqueFolder(std::wstring& folder) {
     QC_TRACE(L"MakeUniqueFolder");
@@ -213,7 +213,7 @@ bool VirtualTempFileDispenser::Dispense(const std::wstring& filePathKey, bool co
             const SectionGuard guard(state.section);
             const RetainedCopy* const found = state.Find(filePathKey);
             const bool waitsOn =
-                found && found->unsaved && !IsStillVersion(found->container, container);  // the document is another one now
+                found && found->unsaved && !IsStillVersion(found->container, container);  // somebody else stored another version
             if (!waitsOn)
                 retained = state.Take(filePathKey);
         }
@@ -335,7 +335,7 @@ void VirtualTempFileDispenser::MoveFolder(const std::wstring& oldFolderPath, con
                                  ReadFileStamp(entry.copy.tempFilePath).value_or(FileStamp{}), PathStripPathStr(entry.key)));
 }
 
-// The files that are known by name; then what else may be there.
+// First the files whose names are known, then anything else.
 void VirtualTempFileDispenser::DeleteTempFolder(const std::wstring& tempFilePath) {
     const Win32Error deleted =
         TryForAMoment([&] { return DeleteNow(tempFilePath) ? Win32Error::None : static_cast<Win32Error>(ERROR_SHARING_VIOLATION); });

@@ -1,7 +1,6 @@
-// The decrypted copy in which an open encrypted file is read and written, and what would be lost with it. Who asks whether an
-// edit can be lost finds the answer here: only Edited and Waiting hold one, and the only ways out of them are a save, a backup,
-// and the deletion of the document; a close in these states hands the copy to the dispenser, which never deletes it, and its
-// tracking file stays beside it. Belongs to one item's content.
+// The temp file of an open encrypted file, and what would be lost if it were deleted. Only Edited and Waiting hold an
+// edit, and only a save, a backup, or the deletion of the document leads out of them. A close in these states gives the copy to the
+// dispenser, which never deletes it, and its tracking file stays beside it. Belongs to one item's content.
 #pragma once
 
 #include <string>
@@ -13,9 +12,9 @@ class WorkingCopy {
 public:
     enum class State {
         NotMade,     // there is no copy yet
-        Unneeded,    // nothing that must be kept: begun empty, written in part, or saved where it cannot be read back
-        Containers,  // what the container holds: may be kept for the next open
-        Edited,      // an edit that is in no container yet
+        Unneeded,    // need not be kept: started empty, partly written, or saved to a container that cannot be read back
+        Containers,  // equals the container: may be kept for the next open
+        Edited,      // an edit that is not in a container yet
         Waiting,     // an edit of an earlier item, whose save failed
     };
 
@@ -27,7 +26,7 @@ public:
 
     // NotMade -> Waiting for a retained edit, Containers for what was decrypted or retained, Unneeded for an empty start.
     void Make(RetainedCopy copy, UniqueHandle hFile, bool isOfContainer);
-    // Before a write, which may be done in part only: Containers -> Unneeded.
+    // Before a write, which may fail half-way: Containers -> Unneeded.
     void WillBeWritten();
     // Any but NotMade -> Edited.
     void WasWritten();
@@ -35,20 +34,20 @@ public:
     void WasSaved(const VirtFindData* readBack);
     // Edited, Waiting -> Unneeded: the user has a backup.
     void WasBackedUp();
-    // -> NotMade. The copy is deleted, whatever it holds: the document was deleted, or was just stored elsewhere.
+    // -> NotMade. Deletes the copy in any state: the document was deleted, or was just stored elsewhere.
     void Discard();
-    // -> NotMade at the close: an edit waits for the next save, what the container holds is kept, anything else is deleted.
+    // -> NotMade at the close: an edit waits for the next save, a copy that equals the container is retained, any other is deleted.
     void GiveBack(const std::wstring& itemPath, const std::optional<FileVersion>& container);
 
-    // Gives the file the time of its last write, unless another one was set by hand since: of a file that is still open for
-    // writing, the platform may report an earlier one ("WriteFile", Remarks). For who stores the content with its time.
+    // Called before the content is stored with its time. Gives the file the time of its last write, unless another time was set
+    // explicitly since: of a file that is open for writing, the platform may report an earlier one ("WriteFile", Remarks).
     void SettleTime();
-    // Attributes or times were set by hand, which are the container's only with an edit: Containers -> Unneeded.
+    // Attributes or times were set explicitly, and are stored only with an edit: Containers -> Unneeded.
     void InfoWasSet(bool withWriteTime);
 
 private:
     RetainedCopy m_copy;
     UniqueHandle m_hFile;
     State m_state = State::NotMade;
-    FILETIME m_writeTime{};  // of the last write through this copy; 0: none, or set by hand since
+    FILETIME m_writeTime{};  // of the last write through this copy; 0: none, or a time was set explicitly since
 };

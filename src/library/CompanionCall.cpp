@@ -2,8 +2,8 @@
 
 #include <windows.h>
 
-// Which exceptions end at the function below: those that a program raises itself, which bit 29 tells ("NTSTATUS", "RaiseException"), but
-// not those of this compiler, which its own frames handle.
+// The function below catches exceptions that a program raises itself, which have bit 29 ("NTSTATUS", "RaiseException"), except those of
+// this compiler, which its own frames handle.
 extern "C" __attribute__((used)) LONG QuelcryptForeignFilter(EXCEPTION_POINTERS* exception, void*) {
     constexpr DWORD kRaisedByProgram = 1u << 29;
     const DWORD code = exception->ExceptionRecord->ExceptionCode;
@@ -11,7 +11,7 @@ extern "C" __attribute__((used)) LONG QuelcryptForeignFilter(EXCEPTION_POINTERS*
     return (code & kRaisedByProgram) && !isOwn ? EXCEPTION_EXECUTE_HANDLER : EXCEPTION_CONTINUE_SEARCH;
 }
 
-// This compiler has no __try; its assembler has what that is made of ("x64 exception handling": language-specific handler, scope table).
+// This compiler has no __try; its assembler can do the same ("x64 exception handling": language-specific handler, scope table).
 asm(R"(
     .text
     .globl EndsByForeignException

@@ -1,5 +1,5 @@
-// Every call of the companion library is made through here. It may have been built by another compiler, whose exceptions pass all
-// handlers and destructors of this one: locks would stay held. Here such an exception ends, and becomes one of ours.
+// Every call of the companion library is made through CallCompanion. Another compiler may have built the library; its exceptions would
+// pass all handlers and destructors of this one, and locks would stay held. CallCompanion turns them into CQuelcryptErrorException.
 #pragma once
 
 #include <type_traits>
@@ -9,8 +9,8 @@
 // Calls function(context). True: an exception of another compiler ended it.
 extern "C" bool EndsByForeignException(void (*function)(void*), void* context);
 
-// Returns what call returns, and lets through what it throws; CQuelcryptErrorException in place of a foreign exception, which skips the
-// destructors in call: it is to do nothing but the call.
+// Returns what call returns and throws what it throws, but CQuelcryptErrorException for a foreign exception. That skips the
+// destructors in call, so call must do nothing else.
 template <class Call>
 auto CallCompanion(Call call) {
     const auto guarded = [](auto& work) {

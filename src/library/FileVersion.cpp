@@ -11,11 +11,11 @@
 
 namespace {
 
-// All others change on their own: by sync clients, backups, indexers and compression ("File Attribute Constants").
+// Sync clients, backups, indexers and compression change the other attributes ("File Attribute Constants").
 constexpr std::uint32_t kAttributesOfUsers =
     FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_DIRECTORY;
 
-// Paths by their hash, which is all that is kept of each: two paths with one hash would at worst make a conflict copy.
+// Only the hash of each path is kept: two paths with the same hash would at worst cause a conflicted edit.
 struct SaveCounts {
     CriticalSection section{LockOrder::SaveCounts};
     std::unordered_map<std::size_t, std::uint64_t> saves GUARDED_BY(section);
@@ -41,7 +41,7 @@ bool HaveOneId(const FileVersion& left, const FileVersion& right) {
 
 bool FileVersion::HasKnownId() const {
     const bool isZero = (fileId[0] | fileId[1]) == 0;
-    const bool isAllOnes = (fileId[0] & fileId[1]) == UINT64_MAX;  // "no id", as some file systems say it
+    const bool isAllOnes = (fileId[0] & fileId[1]) == UINT64_MAX;  // "no id" on some file systems
     return !isZero && !isAllOnes;
 }
 
@@ -77,7 +77,7 @@ bool operator==(const FileVersion& left, const FileVersion& right) {
 
 std::optional<FileVersion> ReadOpenFileVersion(HANDLE hFile, const std::wstring& path) {
     FileVersion version;
-    version.saves = SavesOf(path);  // before the look at the file
+    version.saves = SavesOf(path);  // before the file is read
     FILE_BASIC_INFO basic{};
     LARGE_INTEGER size{};
     if (!GetFileInformationByHandleEx(hFile, FileBasicInfo, &basic, sizeof(basic)) || !GetFileSizeEx(hFile, &size))
@@ -92,7 +92,7 @@ std::optional<FileVersion> ReadOpenFileVersion(HANDLE hFile, const std::wstring&
     return version;
 }
 
-// Through a handle: what a network share says of a path may be some seconds old. Looking at attributes alone disturbs nobody.
+// Through a handle, because what a network share says of a path may be some seconds old. A handle for attributes only disturbs nobody.
 std::optional<FileVersion> ReadFileVersion(const std::wstring& path) {
     const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
                                         FILE_FLAG_BACKUP_SEMANTICS, nullptr);
@@ -126,7 +126,7 @@ FileVersion AtOtherPath(FileVersion version, const std::wstring& path) {
 
 bool IsStillVersion(const std::optional<FileVersion>& known, const std::optional<FileVersion>& now) {
     if (now && (now->stamp.attributes & FILE_ATTRIBUTE_DIRECTORY))
-        return false;  // also where a folder was known already
+        return false;  // even if the known version was a folder
     return !now || now->stamp.size == 0 || (known && *known == *now);
 }
 

@@ -19,7 +19,7 @@
 #define NO_THREAD_SAFETY_ANALYSIS QC_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
 // Every lock of the module, outermost first. Those up to LockedContent belong to one item, search or file each, and may be
-// held while the companion library works; the others guard one process-wide table each, for as long as a look takes.
+// held while the companion library works; the others guard one process-wide table each, and are held for a look-up only.
 enum class LockOrder : unsigned char {
     Item,           // a call on an open item, to its end
     Search,         // a step of a search
@@ -56,7 +56,7 @@ public:
 
 private:
 #ifdef QUELCRYPT_CHECKED
-    // Counts what the thread holds. A lock whose place is outside of one that is held must not be taken.
+    // Counts what the thread holds. A lock that comes earlier in LockOrder than one that is held must not be taken.
     void CheckOrder(int change) {
         static constexpr unsigned kOrders = static_cast<unsigned>(LockOrder::SearchHandles) + 1;
         static thread_local int t_held[kOrders];

@@ -10,7 +10,7 @@
 
 #include "library/CompanionCall.h"
 
-// Puts the calling thread's last error back when it ends, so that logging and closing never disturb a caller's check.
+// Restores the calling thread's last error at its end, so that logging and closing never disturb a caller's check.
 class LastErrorKeeper {
 public:
     LastErrorKeeper() : m_error(GetLastError()) {}
@@ -65,7 +65,7 @@ struct HandlePolicy {
 };
 using UniqueHandle = Owner<HandlePolicy>;
 
-// What others may do meanwhile with a file that is opened.
+// The share mode that lets others read, write and delete an open file.
 inline constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 struct FindHandlePolicy {
@@ -83,7 +83,7 @@ struct LibraryObjectPolicy {
     static void Close(Interface* object) {
         try {
             CallCompanion([object] { object->Release(); });
-        } catch (...) {  // nothing can be done about it, and the object counts as released
+        } catch (...) {  // nothing can be done; the object counts as released
         }
     }
 };
@@ -107,7 +107,7 @@ public:
     ~OnExit() {
         try {
             m_action();
-        } catch (...) {  // a scope that is being left has no better answer
+        } catch (...) {  // a destructor must not throw
         }
     }
     OnExit(const OnExit&) = delete;

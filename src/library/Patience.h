@@ -1,11 +1,11 @@
-// Which errors of the platform are those of a file that others hold for a moment, and what fails with them tried again.
+// Repeats a call of the platform that fails because others hold a file for a moment, and says which errors these are.
 #pragma once
 
 #include "common/Patience.h"
 #include "library/Win32Error.h"
 
-// Might what failed with this error succeed in a moment? A file that others have open is refused by the first two, replacing it, or
-// renaming a folder above it, by the third, and a name whose deletion waits for its last handle by the last two.
+// Might a call that failed with this error succeed in a moment? The first two are for a file that others have open, the third for
+// replacing it or renaming a folder above it, the last two for a name whose deletion waits for its last handle.
 inline bool MayPass(Win32Error error) {
     for (const DWORD passing : {ERROR_SHARING_VIOLATION, ERROR_LOCK_VIOLATION, ERROR_ACCESS_DENIED, ERROR_DELETE_PENDING})
         if (error == static_cast<Win32Error>(passing))
@@ -13,7 +13,7 @@ inline bool MayPass(Win32Error error) {
     return false;
 }
 
-// Calls attempt until it returns None or an error that does not pass, as RepeatForAMoment. Returns the last one.
+// Calls attempt, as often as RepeatForAMoment does, until it returns None or an error that will not pass. Returns the last result.
 template <class Attempt>
 Win32Error TryForAMoment(Attempt attempt) {
     Win32Error error = Win32Error::None;

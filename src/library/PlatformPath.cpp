@@ -6,7 +6,7 @@ namespace {
 
 constexpr std::size_t kShortLimit = MAX_PATH - 12;  // of a folder's path
 
-// The long form is not looked through by the platform, so "." and ".." must be gone before, and separators be its own.
+// The platform does not parse the long form, so it must have no "." and "..", and only backslashes.
 std::wstring FullPathStr(const wchar_t* path) {
     std::wstring full(GetFullPathNameW(path, 0, nullptr, nullptr), L'\0');
     full.resize(GetFullPathNameW(path, static_cast<DWORD>(full.size()), full.data(), nullptr));

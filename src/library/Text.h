@@ -1,5 +1,4 @@
-// Text at the edges of the system: UTF-8 for the companion library, system error texts, fixed buffers. Everything here is stateless
-// and may be called on any thread.
+// Text that is exchanged with others: UTF-8 for the companion library, system error texts, fixed buffers. Stateless; any thread.
 #pragma once
 
 #include <cstddef>
@@ -18,13 +17,13 @@ std::wstring Utf8DecodeStr(std::string_view text);
 // Is every surrogate in the text half of a pair? Other text has no UTF-8 form.
 bool IsWellFormed(std::wstring_view text);
 
-// Has the name of a file or folder no unit that is a pattern's, a stream's or the shell's?
+// Can a file or folder have this name? It must not contain units of patterns, streams or the shell.
 bool IsPossibleName(std::wstring_view name);
 
 // The system's message for a Win32 error on one line, followed by "Error code: <n>"; without a message the latter alone.
 std::wstring SystemErrorStr(DWORD error);
 
-// What a host put into a fixed buffer, which may lack its terminator.
+// The text that a host put into a fixed buffer, perhaps without a terminator.
 template <std::size_t Capacity>
 std::wstring_view BoundedText(const wchar_t (&buffer)[Capacity]) {
     const std::wstring_view whole(buffer, Capacity);

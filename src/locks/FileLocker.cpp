@@ -16,7 +16,7 @@
 
 namespace {
 
-// Everything a holder may do with the file, but not to its owner or permissions.
+// Everything that a holder may do with the file, except changing its owner or permissions.
 constexpr DWORD kLockAccess = FILE_READ_DATA | FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_READ_EA | FILE_WRITE_EA | FILE_READ_ATTRIBUTES |
                               FILE_WRITE_ATTRIBUTES | DELETE | READ_CONTROL | SYNCHRONIZE;
 static_assert(kLockAccess == 0x13019F);
@@ -54,7 +54,7 @@ struct LockSearchHandle {
 struct LockTable {
     CriticalSection section{LockOrder::Locks};
     std::unordered_map<std::wstring, LockEntry, NoCaseHash, NoCaseEqual> entries GUARDED_BY(section);
-    std::atomic<std::size_t> count{0};  // of entries, for those who only ask whether there is any
+    std::atomic<std::size_t> count{0};  // of entries; read without the section to find out whether there are any
 
     LockEntry* Find(const wchar_t* filePath) REQUIRES(section) {
         const auto found = entries.find(std::wstring_view(filePath));
@@ -107,7 +107,7 @@ std::ptrdiff_t FindToken(const LockArray& locks, std::wstring_view token) {
     return -1;
 }
 
-// An array is empty when its token could not be made; asking it for a lock is then the caller's error.
+// An array is empty when its token could not be made; to ask it for a lock is then an error of the caller.
 const LockRecord& FirstRecord(const LockArray& locks) {
     if (locks.empty())
         throw CQuelcryptInvalidArgumentException();
@@ -138,8 +138,8 @@ void DropCreated(const FileHandleInfo& info) {
         DeleteUndeleteFile(info.hFile.Get(), true);
 }
 
-// Returns the token, empty when it has no room. Without the memory for it, an entry that has no other lock is removed with its file's
-// handle.
+// Returns the token, empty when the record has no room for it. Without memory, an entry that has no other lock is removed with its
+// file's handle.
 std::wstring MakeRecord(LockTable& table, const wchar_t* filePath, LockEntry& entry, const LockInfo& lockInfo, const GUID& guid)
     REQUIRES(table.section) {
     try {
@@ -210,7 +210,7 @@ VirtualVolumeStatus FileLocker::Unlock(const wchar_t* filePath, const wchar_t* l
     const std::shared_ptr<LockedContent> content = table.ContentOf(filePath);
     if (!content)
         return qcLog.Leave(VVS_FileNotLocked);
-    const SectionGuard contentGuard(content->section);  // between the look at the content and the mark nobody writes
+    const SectionGuard contentGuard(content->section);  // nobody may write between the check of the content and the mark
     const SectionGuard guard(table.section);
     LockEntry* const entry = table.Find(filePath);
     if (!entry)

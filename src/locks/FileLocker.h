@@ -1,6 +1,6 @@
-// The locks that hosts hold on real files. While a path has a lock, the table keeps the file open, so nobody outside
+// The locks that hosts hold on real files. While a path has a lock, the table keeps the file open, so no other program
 // can write it. One process-wide critical section guards everything; no callback is made while it is held. Paths that
-// differ in letter case only are one path. Locks live in memory: unloading the module drops them.
+// differ in letter case only are one path. Locks are only in memory: unloading the module ends them.
 #pragma once
 
 #include <cstdint>
@@ -20,20 +20,20 @@ inline constexpr std::uint32_t kLockSearchMagic = 0x4D4C4646;
 // size, position or deletion mark, or copies its whole content, holds the section.
 struct LockedContent {
     CriticalSection section{LockOrder::LockedContent};
-    // Deleted or moved away under the lock: for openers the file is missing, although the lock still holds it. What creates
+    // Deleted or moved away under the lock: for openers the file is missing, although the lock still holds it. An open that creates
     // takes the mark back and starts empty.
     bool isDeleted GUARDED_BY(section) = false;
-    // Written or cut through the lock, be it to nothing.
+    // Written or cut through the lock, even to no content.
     bool isWritten GUARDED_BY(section) = false;
-    // The lock that made the file is released: it goes with the last handle, unless that writes it first.
+    // The lock that created the file is released: the file is deleted with its last handle, unless it is written before.
     bool goesUnlessWritten GUARDED_BY(section) = false;
-    // A write time was set by hand, which ends the platform's own updates through the handle.
+    // A write time was set explicitly, after which the platform does not update it through the handle.
     bool isTimeSet GUARDED_BY(section) = false;
 };
 
-// What an opener gets of a locked file.
+// What the opener of a locked file receives.
 struct LockedFile {
-    // A handle was handed out. False: the file is not locked, or the opener did not need the lock, and opens it itself.
+    // It has a handle. False: the file is not locked, or the opener does not need the lock's handle, and opens the file itself.
     bool locked = false;
     UniqueHandle hFile;
     std::shared_ptr<LockedContent> content;
@@ -42,27 +42,27 @@ struct LockedFile {
 class FileLocker {
 public:
     // Takes a lock on filePath, creating the file when it is missing. On success lockInfo->token holds the new token.
-    // encryptedInfo, null for a plain file, is what listings show while the first lock is held.
-    // VVS_LockScopeViolation: an exclusive lock is asked for or held beside another. VVS_Locked, VVS_Unauthorized: somebody
+    // encryptedInfo, null for a plain file, is what listings show while the file is locked.
+    // VVS_LockScopeViolation: there is a lock, and it or the new one is exclusive. VVS_Locked, VVS_Unauthorized: somebody
     // else holds the file. The table is then as it was.
     static VirtualVolumeStatus Lock(const wchar_t* filePath, const VirtFindData* encryptedInfo, LockInfo* lockInfo);
 
     // Releases the lock with exactly this token. With the last one the file is closed. An empty file that the
-    // lock had created and nobody wrote goes then, or with the last handle that is open; a write takes that back.
+    // lock had created and nobody wrote is then deleted, or with the last handle that is open unless that writes it.
     // VVS_FileNotLocked, VVS_LockTokenNotFound.
     static VirtualVolumeStatus Unlock(const wchar_t* filePath, const wchar_t* lockToken);
 
     // Stores the lock with this token, or the oldest when none is given.
     static VirtualVolumeStatus FindLock(const wchar_t* filePath, const wchar_t* lockToken, LockInfo* lockInfo);
 
-    // Stores the oldest lock, and a search handle for the rest as they are now, which the caller ends with FindClose.
+    // Stores the oldest lock, and a handle for the others that there are now, which the caller ends with FindClose.
     // VVS_FileNotLocked leaves *hFind null.
     static VirtualVolumeStatus FindFirstLock(const wchar_t* filePath, void** hFind, LockInfo* lockInfo);
     // False: no more, or not a lock-search handle. One thread at a time per handle.
     static bool FindNextLock(void* hFind, LockInfo* lockInfo);
     static bool FindClose(void* hFind);
 
-    // Is the file of this path locked? And by none of the locks that the token is of? Without a token that is false.
+    // Is the file of this path locked? And by locks of which none has this token? The latter is false without a token.
     static bool IsLocked(const std::wstring& filePath);
     static bool IsLockedByAnother(const std::wstring& filePath, const wchar_t* lockToken);
     // Is any file below this folder locked?
@@ -70,12 +70,12 @@ public:
 
     // The record of the file inside a locked container. Both outputs may be null; without a lock neither is written.
     static void GetEncryptedInfo(const wchar_t* filePath, bool* hasInfo, VirtFindData* findData);
-    // Replaces that record. Without a lock nothing happens.
+    // Replaces that record; does nothing without a lock.
     static void SetEncryptedInfo(const wchar_t* filePath, const VirtFindData& findData);
 
-    // Hands the opener of a locked file a handle of its own, which shares the lock's file. desiredAccess is what the host
-    // asked for, and what the token rule is applied to: without a token GENERIC_WRITE is refused and everything else goes
-    // past the lock. extraAccess is granted beside it. VVS_Locked: no token or a wrong one.
+    // Gives the opener of a locked file its own handle of the lock's file. desiredAccess is what the host asked for, and what the
+    // token is needed for: without a token GENERIC_WRITE is refused, and for anything else the opener gets no handle and opens the file
+    // itself. extraAccess is granted as well. VVS_Locked: no token or a wrong one.
     static VirtualVolumeStatus GetLockedFile(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t extraAccess,
                                              const wchar_t* lockToken, LockedFile* lockedFile);
 };

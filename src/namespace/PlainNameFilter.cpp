@@ -37,7 +37,7 @@ void PlainNameFilter::Fill(const std::wstring& folderPath) {
 bool PlainNameFilter::MayContain(const std::wstring& folderPath, std::wstring_view name) {
     if (!m_bits)
         Fill(folderPath);
-    // The platform takes these for other names: short ones, and those that lose their end.
+    // The platform finds other names by these: short names, and names whose end it trims.
     const bool isOtherName = name.find(L'~') != name.npos || name.ends_with(L'.') || name.ends_with(L' ');
     bool mayContain = true;
     if (!m_isUseless && !isOtherName)

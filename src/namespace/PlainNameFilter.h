@@ -1,6 +1,6 @@
-// Answers, for a folder being listed, whether a plain name may exist beside a container, without asking the disk once per
-// container: looking for a missing name is what costs in a large folder. A fixed-size Bloom filter (B. H. Bloom, 1970)
-// over the folder's names as they were when it was filled: "no" is certain, "maybe" is for the caller to look up.
+// Answers, for a folder being listed, whether a plain name may exist beside a container, without a look-up for each
+// container, which is slow for a missing name in a large folder. A fixed-size Bloom filter (B. H. Bloom, 1970)
+// over the folder's names as they were when it was filled: "no" is certain, after "maybe" the caller looks the name up.
 #pragma once
 
 #include <cstdint>
@@ -18,5 +18,5 @@ private:
 
     void Fill(const std::wstring& folderPath);
     std::unique_ptr<std::uint64_t[]> m_bits;  // null: not filled yet
-    bool m_isUseless = false;                 // the folder could not be read: everything may be there
+    bool m_isUseless = false;                 // the folder could not be read: any name may exist
 };

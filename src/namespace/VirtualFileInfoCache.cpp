@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::size_t kMaximumEntries = 1014;
 
-// What must be unchanged for a record to hold.
+// A record is valid while this is unchanged.
 struct EntryStamp {
     DWORD attributes;
     std::uint64_t writeTime;

@@ -19,12 +19,12 @@ namespace {
 
 constexpr DWORD kFetchBytes = 1 << 16;
 
-// The folder whose entries are turned into records, and what was read of it for all of them.
+// The folder whose entries become records, and what was read of it for all of them.
 struct FolderView {
     const std::wstring& folderPath;
     std::uint64_t& folderWriteTime;  // 0: not read yet
-    PlainNameFilter* plainNames;     // null when a single name is asked for, which a look-up answers faster
-    bool namesAreFromDisk = true;    // false: in the letter case in which somebody asked
+    PlainNameFilter* plainNames;     // null when a single name is asked for: a look-up is faster then
+    bool namesAreFromDisk = true;    // false: names have the letter case of the path that was asked for
     bool showsLocked = true;         // a locked container is described by its lock
 };
 
@@ -43,7 +43,7 @@ bool ShouldEnumerateFindData(const WIN32_FIND_DATAW& raw) {
     const std::wstring_view name = raw.cFileName;
     if (name == L"." || name == L"..")
         return false;
-    // A container with such a name in it would be shown under that name.
+    // A container is checked by the name that it would be shown under.
     const bool isContainer = HasContainerName(name) && !IsFolder(raw);
     if (!IsReservedName(isContainer ? WithoutContainerExtension(name) : name))
         return true;
@@ -52,7 +52,7 @@ bool ShouldEnumerateFindData(const WIN32_FIND_DATAW& raw) {
     return qcLog.Leave(false);
 }
 
-// Moves on from the current entry to the first that is to be shown.
+// Skips entries that are not shown, beginning with the current one.
 bool ShouldEnumerateFindData(const VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
     while (!ShouldEnumerateFindData(raw) || (handle.extraZipSearch && handle.shownContainers.contains(raw.cFileName)))
         if (!::FindNextFileW(handle.find.Get(), &raw))
@@ -72,7 +72,7 @@ bool PlainNameExists(const FolderView& view, const std::wstring& plainPath, cons
     return (!view.plainNames || view.plainNames->MayContain(view.folderPath, stem)) && PathExists(plainPath);
 }
 
-// True: the stored name is the one to show. False: name is the conflict name. Throws for a container without a stem.
+// True: the stored name is shown. False: name is the conflict name. Throws for a container without a stem.
 bool GetVirtualFileNameWithConflictResolved(const FolderView& view, const std::wstring& containerFilePath, std::wstring& name,
                                             const std::wstring& storedName) {
     QC_TRACE(L"GetVirtualFileNameWithConflictResolved", L"containerFilePath[%s], storedName[%s]", containerFilePath, storedName);
@@ -86,7 +86,7 @@ bool GetVirtualFileNameWithConflictResolved(const FolderView& view, const std::w
     QC_LOG(L"Virtual fileName[%s] is in conflict, zipFilePath[%s]", name, containerFilePath);
     name = stem;
     name += kConflictExtension;
-    if (name.size() >= std::size(VirtFindData{}.fileName))  // would be cut: its own name is one to open it by, too
+    if (name.size() >= std::size(VirtFindData{}.fileName))  // it would be cut; the container's own name also opens it
         name = PathStripPathStr(containerFilePath);
     return qcLog.Leave(false);
 }
@@ -99,7 +99,7 @@ struct ContainerInfo {
     SYSTEMTIME creation{};
 };
 
-// A library that throws has failed; the container then shows as a plain file, which hides nothing.
+// An exception of the library is a failure: the container is then shown as a plain file, not hidden.
 bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePath, const WIN32_FIND_DATAW& raw, ContainerInfo& info) {
     bool succeeded = false;
     try {
@@ -116,7 +116,7 @@ bool GetFileInformation(QuelcryptLog& qcLog, const std::wstring& containerFilePa
     } catch (const CQuelcryptErrorException& exception) {
         succeeded = false;
         QC_LOG_AT(LogLevel_Error, L"Exception[%s], containerFilePath[%s]", exception.GetDescription(), containerFilePath);
-    } catch (...) {  // whatever it is, one container must not end a listing
+    } catch (...) {  // one container must not end a listing
         succeeded = false;
     }
     QC_LOG(L"Getting File Info from Quelcrypt File succeeded[%s]", FormatBoolStr(succeeded));
@@ -167,15 +167,13 @@ void StoreRecord(const WIN32_FIND_DATAW& raw, VirtFindData* virtFindData) {
 void BuildVirtFindData(const FolderView& view, bool containerFlag, const WIN32_FIND_DATAW& rawOnDisk, VirtFindData* virtFindData) {
     QC_TRACE(L"BuildVirtFindData", L"folderPath[%s], containerFlag[%s], fileName[%s]", view.folderPath, FormatBoolStr(containerFlag),
              rawOnDisk.cFileName);
-    // Most entries of many folders are no containers, and need no path.
+    // In many folders most entries are not containers, and need no path.
     const std::wstring containerFilePath = containerFlag ? PathAppendStr(view.folderPath, rawOnDisk.cFileName) : std::wstring();
     if (containerFlag && FindKnownContainer(view, containerFilePath, rawOnDisk, virtFindData))
         return;
     WIN32_FIND_DATAW raw = rawOnDisk;
     virtFindData->itemType = IsFolder(raw) ? VIT_Folder : GetHalvaneFileData(view, containerFlag, containerFilePath, raw);
     StoreRecord(raw, virtFindData);
-    // What could not be read is asked for again: a document must not stay hidden because of one moment. And a name that
-    // follows the path asked for must not show in listings; the stored name does not.
     const bool isRealName = view.namesAreFromDisk || virtFindData->itemType == VIT_EncryptedFile;
     if (containerFlag && virtFindData->itemType != VIT_PlainFile && isRealName)
         VirtualFileInfoCache::Add(containerFilePath, rawOnDisk, *virtFindData, view.folderWriteTime);
@@ -195,10 +193,10 @@ bool ReadRawEntry(const std::wstring& path, WIN32_FIND_DATAW& raw) {
     return true;
 }
 
-// Did the search end because nothing more matches, and not because the folder cannot be read any further?
+// Did the search end because nothing more matches, and not because reading the folder failed?
 bool IsSearchDone() { return GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_NO_MORE_FILES; }
 
-// Begins the search for "<spec>.zip" in place of a search that is exhausted.
+// After a search that found everything, begins the search for "<spec>.zip".
 bool StartExtraZipSearch(VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
     std::wstring newSearch;
     if (!IsSearchDone() || handle.extraZipSearch || !ShouldSearchForExtraZip(handle.filePathSearch, newSearch))
@@ -207,7 +205,7 @@ bool StartExtraZipSearch(VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
     handle.containerFlag = true;
     handle.filePathSearch = newSearch;
     handle.find.Reset(::FindFirstFileW(PlatformPath(newSearch).c_str(), &raw));
-    if (!handle.find && GetLastError() == ERROR_INVALID_NAME)  // no name is so long that a container's ending does not fit
+    if (!handle.find && GetLastError() == ERROR_INVALID_NAME)  // with ".zip" the name is too long, so there is no such container
         SetLastError(ERROR_FILE_NOT_FOUND);
     return handle.find && ShouldEnumerateFindData(handle, raw);
 }
@@ -221,7 +219,7 @@ void StoreEntry(VirtualFindHandle& handle, const WIN32_FIND_DATAW& raw, VirtFind
     BuildVirtFindData({handle.folderPath, handle.folderWriteTime, plainNames}, handle.containerFlag, raw, virtFindData);
 }
 
-// Waits until a file can be read that others hold for a moment, and reads all of a placeholder: a sync client may fetch no more than
+// Waits while others hold a file for a moment, and reads the whole file if it is a placeholder, because a sync client may fetch only
 // what is read.
 void MakeReadable(const std::wstring& path, bool isPlaceholder) {
     UniqueHandle file;
@@ -246,7 +244,7 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
     if (path.empty() || !ReadRawEntry(path, raw)) {
         path = PathAddExtensionStr(path, kContainerExtension);
         containerFlag = true;
-        // A folder "y.zip" is no container: it must not be opened, moved or deleted in place of a missing "y".
+        // A folder "y.zip" is not a container: it must not be opened, moved or deleted instead of a missing "y".
         if (!filePath || !ReadRawEntry(path, raw) || IsFolder(raw)) {
             QC_LOG(L"filePath[%s] is Not Found", filePath);
             return qcLog.Leave(false);
@@ -255,8 +253,8 @@ bool VirtualFindFile::FindFile(const wchar_t* filePath, VirtFindData* virtFindDa
         containerFlag = !IsFolder(raw) && HasContainerName(raw.cFileName);
     }
     *virtFindData = {};
-    // A container that is not remembered has its plain name looked up again, now that the folder's time is known: a plain file
-    // that comes up later changes the time, so that "none" is not remembered for it.
+    // For a container that is not remembered yet, the plain name is looked up after the folder's time was read: a plain file that is
+    // created later changes the time, so the remembered record is not used any more.
     std::uint64_t folderWriteTime = 0;
     BuildVirtFindData({PathRemoveFileSpecStr(path), folderWriteTime, nullptr, false}, containerFlag, raw, virtFindData);
     return qcLog.Leave(true);
@@ -329,7 +327,7 @@ bool VirtualFindFile::FindNextFileW(VirtualFindHandle& handle, VirtFindData* vir
     const bool found = handle.find && ::FindNextFileW(handle.find.Get(), &raw) && ShouldEnumerateFindData(handle, raw);
     if (!found && !StartExtraZipSearch(handle, raw))
         return qcLog.Leave(false);
-    // A folder named like a container goes the same way; it still shows as a folder.
+    // A folder that is named like a container has the flag too, but is shown as a folder.
     handle.containerFlag = HasContainerName(raw.cFileName);
     StoreEntry(handle, raw, virtFindData);
     QC_LOG(L"findData[%s]", FormatFindDataStr(virtFindData));

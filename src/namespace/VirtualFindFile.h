@@ -1,6 +1,6 @@
-// A real folder seen as part of the volume: containers show under the names stored in them, with their plain sizes and
-// times; those whose names clash with something else show as "<stem>.HvcConflicted"; reserved names never show. Paths are
-// native. Searches are states of one caller each; nothing here is locked but the tables asked.
+// A real folder as the volume shows it: containers under the names stored in them, with their plain sizes and
+// times; conflict copies as "<stem>.HvcConflicted"; reserved names never. Paths are
+// native. Each search belongs to one caller and has no lock; the tables that are asked have theirs.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@
 inline constexpr std::uint32_t kFileSearchMagic = 0x4D464646;
 
 struct VirtualFindHandle {
-    ~VirtualFindHandle() { magic = 0; }  // not recognised any more once it is freed
+    ~VirtualFindHandle() { magic = 0; }  // a freed handle is not recognised
     std::uint32_t magic = kFileSearchMagic;
     UniqueFindHandle find;
     std::wstring filePathSearch;  // with ".zip" appended once the extra search has begun
@@ -26,7 +26,7 @@ struct VirtualFindHandle {
     bool containerFlag = false;  // of the entry returned last
     bool extraZipSearch = false;
     bool isPattern = false;
-    std::unordered_set<std::wstring> shownContainers;  // by the first search, as far as the extra one would find them again
+    std::unordered_set<std::wstring> shownContainers;  // by the first search, which the extra one must skip
     std::uint64_t folderWriteTime = 0;                 // 0: not read yet
     PlainNameFilter plainNames;
 };
@@ -37,17 +37,17 @@ public:
     // Describes the item at filePath, or else the container filePath + ".zip". False: neither exists.
     static bool FindFile(const wchar_t* filePath, VirtFindData* virtFindData);
 
-    // The same for a file that is going to be opened: what may be a container that could not be read just now is asked for once more, when
-    // nobody holds it. One that a sync client keeps elsewhere is fetched for that; the companion library reads no placeholder.
+    // The same for a file that will be opened. If it may be a container that could not be read, waits until nobody holds it and asks again.
+    // A sync client's placeholder is fetched first, because the companion library cannot read it.
     static bool FindFileToOpen(const wchar_t* filePath, VirtFindData* virtFindData);
 
-    // Describes a file or folder as the disk does, whatever is in it: a document may itself be a container.
+    // Describes a file or folder as it is on disk, whatever it contains: a document may itself be a container.
     static bool DescribeOnDisk(const std::wstring& path, VirtualItemType itemType, VirtFindData* virtFindData);
 
-    // Describes the container at this path as it is on disk: not, while it is locked, by the record that its lock keeps.
+    // Describes the container at this path as it is on disk, even while it is locked and its lock has a record of it.
     static bool FindContainerOnDisk(const std::wstring& containerPath, VirtFindData* virtFindData);
 
-    // Starts a search, whose pattern is the last component, and stores the first entry. A pattern other than "*", "*.*" and
+    // Starts a search for the pattern in the last component, and stores the first entry. A pattern other than "*", "*.*" and
     // "*.zip" is searched again with ".zip" appended, so that names find their containers. Null when nothing matches.
     static VirtualFindHandlePtr FindFirstFileW(const wchar_t* filePathSearch, VirtFindData* virtFindData);
     // Stores the next entry; false when there is none.

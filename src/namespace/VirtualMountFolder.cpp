@@ -55,7 +55,7 @@ private:
 struct MountFolderState {
     CriticalSection section{LockOrder::MountFolders};
     FolderTable table GUARDED_BY(section);
-    std::atomic<bool> loaded{false};                      // read without the section too: nobody waits for a load that is not needed
+    std::atomic<bool> loaded{false};                      // also read without the section, so that nobody waits without need
     std::uint32_t changeCounter GUARDED_BY(section) = 0;  // as last read from the library; 0: none yet
 };
 
@@ -177,7 +177,7 @@ void VirtualMountFolder::LoadFolders(bool force) {
     if (state.loaded && !force)
         return;
     const SectionGuard guard(state.section);
-    if (state.loaded && !force)  // by now
+    if (state.loaded && !force)  // meanwhile
         return;
     try {
         Reload(qcLog, state);
@@ -220,7 +220,7 @@ bool VirtualMountFolder::GetMountFolderInfoByVirtPath(const wchar_t* virtFilePat
         return qcLog.Leave(false);
     MountFolderState& state = State();
     if (!CopyByName(state, mountFolderPart, mountFolderInfo)) {
-        LoadFolders(true);  // the folder may be new
+        LoadFolders(true);  // the mount folder may be new
         if (!CopyByName(state, mountFolderPart, mountFolderInfo)) {
             QC_LOG(L"virtFilePath[%s], relativePath[%s]", virtFilePath, relativePath);
             return qcLog.Leave(false);
@@ -264,7 +264,7 @@ VirtFindMountFolderHandlePtr VirtualMountFolder::FindFirstFolder(const wchar_t* 
     handle->folderSearchSpec = SpecOrAll(folderSearchSpec);
     MountFolderState& state = State();
     const SectionGuard guard(state.section);
-    VirtMountInfo fitting{};  // what the record cannot hold is no match
+    VirtMountInfo fitting{};  // a folder that does not fit the record does not match
     for (const MountFolderInfo* folder : state.table.InOrder())
         if (GetMatchedMountFolderVirtMountInfo(handle->folderSearchSpec.c_str(), *folder, &fitting)) {
             handle->nextName = folder->name;
@@ -305,7 +305,7 @@ bool VirtualMountFolder::GetMatchedMountFolderVirtMountInfo(const wchar_t* searc
     QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtMountInfo", L"searchSpec[%s], name[%s]", searchSpec, mountFolderInfo.name);
     if (!MatchesSpec(qcLog, searchSpec, mountFolderInfo))
         return qcLog.Leave(false);
-    // A name may have up to twice the units that the record holds and is then cut; a path is never cut.
+    // A name may have up to twice as many units as the record has room for, and is cut; a path is never cut.
     QC_CHECK_OR_RETURN(
         mountFolderInfo.name.size() < sizeof(virtMountInfo->name) && mountFolderInfo.path.size() < std::size(virtMountInfo->path), false,
         L"sizeof(virtMountInfo->name) > wcslen(mountFolderInfo.name) && sizeof(virtMountInfo->path) > "
@@ -321,7 +321,7 @@ bool VirtualMountFolder::GetMatchedMountFolderVirtFindData(const wchar_t* search
     QC_TRACE(L"VirtualMountFolder::GetMatchedMountFolderVirtFindData", L"searchSpec[%s], name[%s]", searchSpec, mountFolderInfo.name);
     if (searchSpec && *searchSpec && !MatchesSpec(qcLog, searchSpec, mountFolderInfo))
         return qcLog.Leave(false);
-    // A container beside it that has its name is another entry.
+    // A container of that name beside the mount folder is another entry.
     QC_CHECK_OR_RETURN(IsExistingFolder(mountFolderInfo.path) && VirtualFindFile::FindFile(mountFolderInfo.path.c_str(), virtFindData),
                        false, L"VirtualFindFile::FindFile(mountFolderInfo.path, virtFindData) =>false%s, ");
     QC_LOG(L"Mount folder[%s] matches search spec[%s]", mountFolderInfo.name, searchSpec);

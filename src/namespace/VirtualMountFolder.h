@@ -1,5 +1,5 @@
 // The mount folders at the volume's root, one for each protected folder that the companion library reports. One
-// process-wide table, guarded by one critical section; it is rebuilt, whole, when the library's change counter moves.
+// process-wide table, guarded by one critical section; it is rebuilt completely when the library's change counter changes.
 // Results are copies. A companion library that fails or throws leaves the table as it was.
 #pragma once
 
@@ -18,9 +18,9 @@ struct MountFolderInfo {
     std::wstring path;  // native
 };
 
-// Stands at the next folder by its name, so it stays valid when the table is rebuilt.
+// Has the name of the next folder, so it stays valid when the table is rebuilt.
 struct VirtFindMountFolderHandle {
-    ~VirtFindMountFolderHandle() { magic = 0; }  // not recognised any more once it is freed
+    ~VirtFindMountFolderHandle() { magic = 0; }  // a freed handle is not recognised
     std::uint32_t magic = kMountSearchMagic;
     std::wstring folderSearchSpec;
     std::wstring nextName;  // empty: the search is over
@@ -29,7 +29,7 @@ using VirtFindMountFolderHandlePtr = std::unique_ptr<VirtFindMountFolderHandle>;
 
 class VirtualMountFolder {
 public:
-    // Loads the table when it was not loaded yet, or always when forced: then one library call when nothing changed.
+    // Loads the table if it was not loaded yet. With force, asks the library in any case, which is one call when nothing changed.
     static void LoadFolders(bool force);
 
     // Is this a path that may name a mount folder: not null or empty, no ":", no separator among its first two units?
@@ -45,12 +45,11 @@ public:
     // Is this native path a mount folder, or does one lie below it?
     static bool HoldsMountFolder(const std::wstring& nativePath);
 
-    // Starts a search. The first form stores nothing: its handle stands at the first match, which FindNextFolder returns.
-    // The second stores the first match's record. Null when nothing matches. A null spec is "*"; in the second form an
-    // empty one matches everything.
+    // Starts a search. After the first form, FindNextFolder returns the first match. The second form stores the record of the first
+    // match itself. Null when nothing matches. A null spec is "*"; in the second form an empty one matches everything.
     static VirtFindMountFolderHandlePtr FindFirstFolder(const wchar_t* folderSearchSpec);
     static VirtFindMountFolderHandlePtr FindFirstFolder(const wchar_t* folderSearchSpec, VirtFindData* virtFindData);
-    // Stores the next match; false when there is none, also when the folder to continue at has vanished.
+    // Stores the next match; false when there is none, or when the folder to continue at is no longer in the table.
     static bool FindNextFolder(VirtFindMountFolderHandle& handle, VirtMountInfo* virtMountInfo);
     static bool FindNextFolder(VirtFindMountFolderHandle& handle, VirtFindData* virtFindData);
 

@@ -151,7 +151,7 @@ Win32Error PutInPlace(const std::wstring& sidePath, const std::wstring& filePath
     return qcLog.Leave(error);
 }
 
-// The platform's copy may be in memory only when it is done.
+// The platform's copy may be only in memory when the call returns.
 Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& destFilePath) {
     const PlatformPath dest(destFilePath);
     if (!::CopyFileW(PlatformPath(srcFilePath).c_str(), dest.c_str(), TRUE))
@@ -330,7 +330,7 @@ std::optional<std::wstring> PathJoinBelow(std::wstring_view folder, std::wstring
             components.push_back(component);
     }
     if (components.empty())
-        return std::wstring(folder);  // as it stands: of "C:\" the separator is a part
+        return std::wstring(folder);  // unchanged: the separator is a part of "C:\"
     std::wstring path;
     path.reserve(folder.size() + 1 + relativeUnits);
     path.append(folder.substr(0, folder.find_last_not_of(L"\\/") + 1));

@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::uint32_t kConfigValueBytes = 120;
 
-// What call returns, or otherwise when the library throws; its failures are answers here, not exceptions.
+// Returns what call returns; when the library throws, logs that and returns otherwise.
 template <class Result, class Call>
 Result AskLibrary(QuelcryptLog& qcLog, const wchar_t* checkText, Result otherwise, bool* isKnown, Call call) {
     try {
@@ -34,7 +34,7 @@ Result AskLibrary(QuelcryptLog& qcLog, const wchar_t* checkText, Result otherwis
     return otherwise;
 }
 
-// One text of a box configuration as UTF-8; its length is not trusted.
+// One text of a box configuration as UTF-8; the length that the library returns is not trusted.
 std::string ReadConfigText(IHalvaneBoxConfig* config, std::uint32_t (IHalvaneBoxConfig::*getter)(char*, std::uint32_t)) {
     char buffer[kConfigValueBytes] = {};
     const std::uint32_t length = CallCompanion([&] { return (config->*getter)(buffer, kConfigValueBytes); });
@@ -52,8 +52,8 @@ std::wstring DecodeValue(const std::string& text, bool* isKnown = nullptr) {
     }
 }
 
-// Hands the folder's configuration to read and returns what it makes of it; a default value when there is none. The policy of
-// its own path decides, where that differs from the path given; it is looked for where the latter has none, or may be a short name.
+// Calls read with the folder's configuration and returns the result, or a default value when there is none. When the path given has
+// no policy, or may contain a short name, the configuration of the folder's final path is used if it has a policy.
 template <class Result, class Read>
 Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, bool* isKnown, Read read) {
     constexpr const wchar_t* kCheckText =
@@ -87,7 +87,7 @@ Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, bool* 
     });
 }
 
-// A policy that cannot be decoded is still one: its folder's files are not stored in clear for it.
+// A policy that cannot be decoded is still a policy: its folder's files must not be stored unencrypted.
 bool HasPolicy(QuelcryptLog& qcLog, const std::wstring& folderPath, IHalvaneBoxConfig* config) {
     const std::string policy = ReadConfigText(config, &IHalvaneBoxConfig::GetPolicy);
     if (!policy.empty())
@@ -105,7 +105,7 @@ bool IsExcludedName(QuelcryptLog& qcLog, const std::wstring& fileSpec) {
     });
 }
 
-// The shell's file operation leaves read-only files, and on some systems says nothing of it.
+// The shell's file operation does not delete read-only files, and on some systems does not report that.
 void ClearReadOnly(const std::wstring& path, DWORD attributes) {
     if (attributes & FILE_ATTRIBUTE_READONLY)
         SetFileAttributesW(PlatformPath(path).c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
@@ -116,21 +116,21 @@ void ClearReadOnly(const std::wstring& path, DWORD attributes) {
         });
 }
 
-// Whether nothing is at path any more. What others have open may refuse to go, or go only when they are done.
+// Returns whether path is free afterwards: a file that others have open may stay, or stay until they close it.
 bool DeleteThroughShell(const std::wstring& path) {
     const std::wstring doublyTerminated = path + L'\0';
     return TryForAMoment([&] {
                SHFILEOPSTRUCTW operation{};
                operation.wFunc = FO_DELETE;
                operation.pFrom = doublyTerminated.c_str();
-               // Without the last, the shell would delete "page_files" along with "page.htm" ("SHFILEOPSTRUCT", FOF_NO_CONNECTED_ELEMENTS).
+               // Without the last flag, the shell would also delete "page_files" with "page.htm" ("SHFILEOPSTRUCT").
                operation.fFlags = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI | FOF_NO_CONNECTED_ELEMENTS;
                SHFileOperationW(&operation);
                return PathExists(path) ? static_cast<Win32Error>(ERROR_SHARING_VIOLATION) : Win32Error::None;
            }) == Win32Error::None;
 }
 
-// By one handle, which lets nobody write meanwhile: what a network share says of a path may be some seconds old.
+// Through one handle, which lets nobody write meanwhile, because what a network share says of a path may be some seconds old.
 template <class May>
 void DeleteFileIf(const std::wstring& path, May may) {
     const LastErrorKeeper keeper;
@@ -211,7 +211,7 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders) {
     constexpr const wchar_t* kCheckText = L"deleteResult == 0 =>false%s,  %s";
     QC_CHECK_OR_RETURN(!path.empty() && !PathIsRelativeW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
     const bool isLongForm = path.starts_with(L"\\\\?\\");
-    // The shell would take these for patterns, and everything that matches would go.
+    // The shell would treat these as patterns, and delete everything that matches.
     QC_CHECK_OR_RETURN(path.find_first_of(L"*?<>\"|", isLongForm ? 4 : 0) == path.npos, DeleteResult::Failed, kCheckText, L"path[%s]",
                        path);
     const auto deleteFile = [&path] {
@@ -230,7 +230,7 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders) {
     const bool isFile = !(attributes & FILE_ATTRIBUTE_DIRECTORY);
     QC_CHECK_OR_RETURN(isFile || folders == Folders::Delete, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     ClearReadOnly(path, attributes);
-    const bool isTooLong = isLongForm || path.size() >= MAX_PATH;  // for the shell, which is for trees
+    const bool isTooLong = isLongForm || path.size() >= MAX_PATH;  // for the shell, which deletes trees
     const auto deleteFolder = [&path] { return RemoveDirectoryW(PlatformPath(path).c_str()) && !PathExists(path); };  // or a link to one
     const bool isGone = isFile ? TryForAMoment(deleteFile) == Win32Error::None || !PathExists(path)
                                : deleteFolder() || (!isTooLong && DeleteThroughShell(path));

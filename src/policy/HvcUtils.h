@@ -1,7 +1,6 @@
-// What policy says of files and folders, as the companion library knows it, and deleting whole trees.
-// A failing library is no failure here: it is logged and there is then no policy, no owner, no key. When it threw, answered
-// without success, or handed out bytes that are no UTF-8, *isKnown (may be null, and is left alone otherwise) becomes false:
-// for a move, a failure is not the same as "no policy". No state, any thread.
+// The companion library's policies of files and folders, and deleting whole trees. When the library throws, fails, or
+// returns a text that is not UTF-8, this is logged, the result is as without a policy, owner or key, and *isKnown (may be null)
+// becomes false; otherwise it is not written. For a move, a failure is not the same as "no policy". Stateless; any thread.
 #pragma once
 
 #include <string>
@@ -19,17 +18,17 @@ std::wstring GetOwnerId(const std::wstring& folderPath, bool* isKnown = nullptr)
 // Empty when unknown, or when the folder has no policy.
 std::wstring GetFolderTargetKeyId(const std::wstring& folderPath, bool* isKnown = nullptr);
 
-// filePath with the ending of containers.
+// filePath with the extension of containers.
 std::wstring ZipPathStr(std::wstring_view filePath);
 // The container of an item shown at filePath: the path itself when it names an existing container, which is the way to a
 // conflict copy, else filePath with ".zip" appended.
 std::wstring ContainerPathStr(const std::wstring& filePath);
 
 enum class DeleteResult { Deleted = 0, Failed = 22 };
-// Deletes a file, or a folder with all it holds, read-only ones included; nothing goes to a recycle bin. Deleted: nothing is
-// at path any more. Refuses an empty or relative path, and a folder that is to be kept.
+// Deletes a file, or a folder with everything in it, including read-only files, without the recycle bin. Deleted: nothing is
+// at path any more. Refuses an empty or relative path, and with Folders::Keep a folder.
 enum class Folders { Delete, Keep };
 DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders = Folders::Delete);
-// The same for an empty file alone, as one that held a name, or for one that is still this version. Both keep the last error.
+// Deletes a file only if it is empty, as one that reserved a name, or only if it is still this version. Both keep the last error.
 void DeleteIfEmpty(const std::wstring& path);
 void DeleteIfVersion(const std::wstring& path, const FileVersion& version);

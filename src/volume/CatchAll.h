@@ -1,4 +1,4 @@
-// Nothing that is thrown inside may leave a slot: hosts are other modules, perhaps of another compiler.
+// No exception may leave a slot: hosts are other modules, perhaps of another compiler.
 #pragma once
 
 #include <new>
@@ -7,7 +7,7 @@
 #include "quelcrypt/QuelcryptExceptions.h"
 #include "volume/VirtualVolumeImpl.h"
 
-// As QC_TRACE_THIS, first in a slot; then CatchAll or CatchAllOr takes QC_SLOT: the log, and what the slot was called with.
+// Like QC_TRACE_THIS, first in a slot; then CatchAll or CatchAllOr takes QC_SLOT: the log, and the slot's arguments.
 #define QC_TRACE_SLOT(functionName, ...)                                \
     const auto qcArguments = [&] { return FormatStr(__VA_ARGS__); };    \
     QuelcryptVolLog qcLog(this, functionName, QC_TRACE_FILE, __LINE__); \
@@ -15,8 +15,8 @@
     qcLog.Enter(qcArguments)
 #define QC_SLOT qcLog, qcArguments
 
-// The status of the exception being handled; outOfMemory is the slot's own answer to a failed allocation. The lines say which slot
-// it was and what it was called with, also where only errors are logged.
+// The status for the exception being handled; outOfMemory is the slot's own status for a failed allocation. The error lines name the
+// slot and its arguments, even when only errors are logged.
 template <class Arguments>
 VirtualVolumeStatus StatusOfCaught(QuelcryptLog& qcLog, const Arguments& qcArguments, VirtualVolumeStatus outOfMemory) noexcept {
     VirtualVolumeStatus errorStatus = VVS_QuelcryptException;
@@ -33,7 +33,7 @@ VirtualVolumeStatus StatusOfCaught(QuelcryptLog& qcLog, const Arguments& qcArgum
         tell(exception.GetDescription());
     } catch (const CQuelcryptErrorException& exception) {
         tell(exception.GetDescription());
-    } catch (...) {  // nothing is known of it
+    } catch (...) {  // nothing is known about it
         tell(L"");
     }
     QC_REPORT_STATUS(errorStatus, L"errorStatus =>%s, ");
@@ -50,14 +50,14 @@ VirtualVolumeStatus CatchAll(QuelcryptLog& qcLog, const Arguments& qcArguments, 
     }
 }
 
-// For slots that answer otherwise: whatever is caught becomes `failed`.
+// For slots that do not return a status: any exception becomes `failed`.
 template <class Result, class Arguments, class Call>
 Result CatchAllOr(Result failed, QuelcryptLog& qcLog, const Arguments& qcArguments, Call call) noexcept {
     try {
         return call();
     } catch (...) {
         StatusOfCaught(QC_SLOT, VSS_OutMemory);
-        SetLastError(ERROR_NOT_ENOUGH_MEMORY);  // not what an earlier call left, such as that there are no more files
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);  // instead of an earlier error, such as "no more files"
         return qcLog.Leave(failed);
     }
 }

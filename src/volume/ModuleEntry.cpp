@@ -1,4 +1,4 @@
-// The module's entry point: it starts the companion library and the trace log at load and stops them at unload. It runs
+// The module's entry point: it starts the companion library and the trace log at load and ends them at unload. It runs
 // under the loader's lock, so it starts no thread and waits for none.
 #include <memory>
 #include <utility>
@@ -36,11 +36,11 @@ void StartLog() {
         s_control = control.release();
         QuelcryptLog::SetProcessControl(s_control);
         QuelcryptVolLog::SetModuleLogger(logger, componentIndex);
-    } catch (...) {  // there is nobody to tell
+    } catch (...) {  // nobody can be told
     }
 }
 
-// A failed attach is followed by a detach: the library is ended only if it began, and once.
+// A detach follows even a failed attach: the library must be ended only if it was started, and once.
 bool s_isInitialized = false;
 
 bool Attach() {
@@ -49,12 +49,12 @@ bool Attach() {
         s_isInitialized = true;
         StartLog();
         return true;
-    } catch (...) {  // without its companion library the volume can do nothing
+    } catch (...) {  // the volume cannot work without its companion library
         return false;
     }
 }
 
-// When the process ends, other threads may have been stopped in the middle of a line: what they used is left to the platform.
+// When the process ends, other threads may have been stopped in the middle of a line, so the platform frees what they used.
 void Detach(bool processEnds) {
     if (!std::exchange(s_isInitialized, false))
         return;
@@ -62,13 +62,13 @@ void Detach(bool processEnds) {
     QuelcryptVolLog::SetModuleLogger(nullptr, 0);
     try {
         CallCompanion([] { Quelcrypt_Uninitialize(); });
-    } catch (...) {  // nothing is left to tell
+    } catch (...) {  // nobody can be told
     }
     if (processEnds)
         return;
     delete std::exchange(s_control, nullptr);
 #ifdef __GLIBCXX__
-    __gnu_cxx::__freeres();  // what each module with a runtime of its own sets aside for exceptions without memory
+    __gnu_cxx::__freeres();  // the memory that this module's runtime reserves for exceptions
 #endif
 }
 

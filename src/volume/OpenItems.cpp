@@ -12,13 +12,13 @@ constexpr std::size_t kKeptAddresses = 1000;
 struct ItemTable {
     CriticalSection section{LockOrder::OpenItems};
     std::unordered_map<void*, OpenItemPtr> items GUARDED_BY(section);
-    // The items closed last. They are destroyed, but their memory is not given to others as long as it is pointed to here.
+    // The items closed last. They are destroyed, but their memory is not reused while these pointers exist.
     std::array<std::weak_ptr<VirtualItem>, kKeptAddresses> closed GUARDED_BY(section);
     std::size_t closedCount GUARDED_BY(section) = 0;
 };
 
-// Never destroyed: an item that a host left open is not to be saved while the process is being torn down, where neither
-// the companion library nor other threads can be relied on. Its edit stays on disk with its tracking file.
+// Never destroyed: an item that a host left open must not be saved while the process ends, when neither the companion library
+// nor other threads work reliably. Its edit stays on disk with its tracking file.
 ItemTable& Table() {
     static ItemTable& s_table = *new ItemTable;
     return s_table;

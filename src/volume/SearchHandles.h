@@ -1,6 +1,6 @@
-// The search handles that hosts hold, whatever their kind. A handle is the address of its search's state, which begins with
-// the kind's 32-bit number, but it is only used when it stands here: a stale or foreign one is no handle. A search closed by
-// one thread lives on until another has ended its step; the steps of one search are made one after the other.
+// The search handles of all kinds that hosts hold. A handle is the address of its search's state, which begins with
+// the kind's 32-bit number, but it is only used when it is in this table: a stale or foreign one is refused. A search that one thread
+// closes exists until another has ended its step; the steps of one search are made one after the other.
 #pragma once
 
 #include <cstdint>
@@ -13,7 +13,7 @@ public:
     // Returns the handle; null stays null.
     static void* Add(std::shared_ptr<void> state);
 
-    // Calls step with the state behind a handle of this kind; failed when there is none.
+    // Calls step with the state of a handle of this kind; returns failed when there is none.
     template <class State, class Result, class Step>
     static Result With(void* handle, std::uint32_t magic, Result failed, Step step) {
         const std::shared_ptr<Search> search = Find(handle);
@@ -23,7 +23,7 @@ public:
         return step(*static_cast<State*>(search->state.get()));
     }
 
-    // False for a pointer that is no handle. Of two that close one handle, one gets true.
+    // False for a pointer that is not a handle. When two threads close one handle, one gets true.
     static bool Close(void* handle);
 
 private:

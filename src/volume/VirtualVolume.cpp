@@ -79,7 +79,7 @@ VirtualVolumeStatus VirtualVolume::StatusOfUnresolved(const wchar_t* filePath) {
     return isFolderKnown && NamesDevice(relativePath) ? VVS_InvalidParameter : VVS_MountFolderNotFound;
 }
 
-// A mount folder may be away, with its disk. Nothing else must come to stand in its place meanwhile.
+// A mount folder may be missing together with its disk; nothing must be created in its place meanwhile.
 std::optional<std::wstring> VirtualVolume::PathIn(const MountFolderInfo& mountFolderInfo, const std::wstring& relativePath) {
     std::optional<std::wstring> joined = PathJoinBelow(mountFolderInfo.path, relativePath);
     return joined && (*joined != mountFolderInfo.path || IsExistingFolder(*joined)) ? joined : std::nullopt;
@@ -104,7 +104,7 @@ void VirtualVolume::FindRoot(VirtFindData* virtFindData) {
     VirtFindData folder{};
     const VirtFindMountFolderHandlePtr handle = VirtualMountFolder::FindFirstFolder(L"*", &folder);
     if (!handle) {
-        if (!VirtualMountFolder::FindFirstFolder(L"*"))  // there may be some that are not on disk at the moment
+        if (!VirtualMountFolder::FindFirstFolder(L"*"))  // some may be missing on disk at the moment
             QC_LOG_AT(LogLevel_Warning, L"Virtual volume is empty!");
         return;
     }

@@ -1,5 +1,5 @@
 // The object behind IVirtualVolume. It has no data: the mount folders, the cache, the locks, the retained copies and the
-// open items are process-wide, each guarded by a lock of its own. What each slot promises stands in IVirtualVolume.h; here
+// open items are process-wide, each guarded by a lock of its own. IVirtualVolume.h says what each slot promises; here
 // every slot catches everything, resolves paths and dispatches.
 #pragma once
 
@@ -64,17 +64,17 @@ public:
     VirtualVolumeStatus FindNextLock(void* hFind, LockInfo* lockInfo) override;
 
 private:
-    // The native path of a volume path; an absolute path stands as it is. False: it resolves to no mount folder, or to one that is
-    // not on disk, it climbs above its own, or it leads to a device.
+    // The native path of a volume path; an absolute path is used unchanged. False: it names no mount folder, or one that is
+    // missing on disk, leads out of its mount folder, or names a device.
     static bool GetFullFilePath(const wchar_t* filePath, std::wstring& fullFilePath);
-    // What to answer to a path that did not resolve.
+    // The status for a path that did not resolve.
     static VirtualVolumeStatus StatusOfUnresolved(const wchar_t* filePath);
-    // The native path below a mount folder, likewise.
+    // The native path of a path relative to a mount folder; nothing in the same cases.
     static std::optional<std::wstring> PathIn(const MountFolderInfo& mountFolderInfo, const std::wstring& relativePath);
     static bool ConvertMountFolderInfoToVirtMountInfo(const MountFolderInfo& mountFolderInfo, VirtMountInfo* virtMountInfo);
     // The record of the root: the earliest creation and the latest other times of all mount folders.
     static void FindRoot(VirtFindData* virtFindData);
-    // The token given, else that of the lock which the file or its container has; empty when there is none.
+    // The token given, otherwise that of a lock on the file or its container; empty when there is none.
     static std::wstring LockTokenAlwaysStr(const std::wstring& fullFilePath, const wchar_t* lockToken);
     VirtualVolumeStatus MoveOrCopyFile(const wchar_t* existingFilePath, const wchar_t* newFilePath, bool keepExistingFile,
                                        const wchar_t* newFileLockToken);

@@ -33,7 +33,7 @@ void* VirtualVolume::FindFirstMountFolder(const wchar_t* searchSpec) {
 bool VirtualVolume::FindNextMountFolder(void* hFind, VirtMountInfo* mountInfo) {
     QC_TRACE_SLOT(L"VirtualVolume::FindNextMountFolder", L"hFind[%p]", hFind);
     return CatchAllOr(false, QC_SLOT, [&] {
-        using Found = std::optional<bool>;  // none: it is no such search
+        using Found = std::optional<bool>;  // nothing: not a search of this kind
         const auto next = [&](VirtFindMountFolderHandle& search) { return Found(VirtualMountFolder::FindNextFolder(search, mountInfo)); };
         const Found found = mountInfo ? SearchHandles::With<VirtFindMountFolderHandle>(hFind, kMountSearchMagic, Found(), next) : Found();
         QC_CHECK_OR_RETURN(found.has_value(), false, L"mountInfo != 0 && IsMountFolderSearch(hFind) =>false%s, ");

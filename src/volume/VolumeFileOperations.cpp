@@ -16,7 +16,7 @@ bool IsKnownDisposition(std::uint32_t openDisposition) {
     return (openDisposition >= CREATE_NEW && openDisposition <= TRUNCATE_EXISTING) || IsFolderDisposition(openDisposition);
 }
 
-// Calls op with the item behind a handle, one call at a time; failed when there is none, or it was closed meanwhile.
+// Calls op with the item of a handle, one call at a time; returns failed when there is none, or it was closed meanwhile.
 template <class Result, class Operation>
 Result WithItem(void* hFile, Result failed, Operation op) {
     const OpenItemPtr item = OpenItems::Find(hFile);
@@ -26,7 +26,7 @@ Result WithItem(void* hFile, Result failed, Operation op) {
     return item->IsClosed() ? failed : op(*item);
 }
 
-// Ends an item and waits for calls on it that are under way.
+// Waits for calls on an item that are under way, and closes it.
 VirtualVolumeStatus CloseItem(const OpenItemPtr& item) {
     if (!item)
         return VVS_Success;
@@ -34,7 +34,7 @@ VirtualVolumeStatus CloseItem(const OpenItemPtr& item) {
     return item->Close();
 }
 
-// For a log line, while other threads may still be in a call on the item.
+// For a log line. Other threads may still be in a call on the item.
 std::wstring KnownFindDataStr(const OpenItemPtr& item) {
     if (!item)
         return FormatFindDataStr(nullptr);

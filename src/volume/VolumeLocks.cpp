@@ -17,17 +17,17 @@ namespace {
 
 bool IsDir(const VirtFindData& virtFindData) { return virtFindData.fileAttributes & FILE_ATTRIBUTE_DIRECTORY; }
 
-// A plain file is locked under its own path, everything else that exists under its container's. A container that cannot be
-// read at this moment is found as a plain file, but is still what to lock: at its plain path the lock would make a file, to be
-// written in clear.
+// A plain file is locked under its own path, any other under its container's. A container that cannot be
+// read at this moment is shown as a plain file, but still must be locked: at the document's path the lock would create a plain file,
+// and the host would write it unencrypted.
 std::wstring PathToLock(const std::wstring& fullFilePath, const VirtFindData& virtFindData) {
-    // Such a record has the container's name; one with the name asked for needs no second look.
+    // Such a record has the container's name; a record with the name that was asked for needs no second check.
     const bool isPlain = virtFindData.itemType == VIT_PlainFile && (EqualNoCase(virtFindData.fileName, PathStripPathStr(fullFilePath)) ||
                                                                     PathExists(fullFilePath) || !ShouldFileBeEncrypted(fullFilePath));
     return isPlain ? fullFilePath : ContainerPathStr(fullFilePath);
 }
 
-// What listings show of a file that will be encrypted, while it is only a lock.
+// What listings show of a file that is locked but not stored yet, and will be encrypted.
 VirtFindData RecordOfMissingFile(const std::wstring& fullFilePath) {
     VirtFindData record{};
     FILETIME now{};
@@ -39,8 +39,8 @@ VirtFindData RecordOfMissingFile(const std::wstring& fullFilePath) {
     return record;
 }
 
-// Before it was held, the container may have become another one than was found. The lock is taken: nothing here makes it fail.
-// Unless somebody has saved it under the lock since.
+// The container may have been replaced before the lock held it, so its record is read again, unless somebody has saved it under the
+// lock since. The lock is taken already, so failures are ignored.
 void FollowHeldContainer(const std::wstring& containerPath, const VirtFindData& found) noexcept {
     try {
         VirtFindData held{}, now{};
@@ -48,7 +48,7 @@ void FollowHeldContainer(const std::wstring& containerPath, const VirtFindData& 
         FileLocker::GetEncryptedInfo(containerPath.c_str(), nullptr, &now);
         if (isKnown && std::memcmp(&now, &found, sizeof(found)) == 0)
             FileLocker::SetEncryptedInfo(containerPath.c_str(), held);
-    } catch (...) {  // for want of memory; listings then show what was found before
+    } catch (...) {  // not enough memory; listings then show what was found before
     }
 }
 
@@ -69,13 +69,13 @@ VirtualVolumeStatus LockWhatIsThere(QuelcryptLog& qcLog, const std::wstring& ful
         QC_CHECK_OR_RETURN(HasSaveNames(PathStripPathStr(fullFilePath)), VVS_InvalidParameter,
                            L"HasSaveNames(PathStripPathStr(fullFilePath)) =>false%s, ");
         filePathToLock = ZipPathStr(fullFilePath);
-        // As at the open of a new file: it must not get the name under which another document is shown.
+        // As at the open of a new file: the container must not get the name under which another document is shown.
         QC_CHECK_OR_RETURN(!PathExists(ZipPathStr(filePathToLock)), VVS_PathAlreadyExists,
                            L"!PathExists(ZipPathStr(filePathToLock)) =>false%s, ");
         virtFindData = RecordOfMissingFile(fullFilePath);
         halvaneVirtFindData = &virtFindData;
     }
-    // Through the lock, what it leads to could be deleted or moved.
+    // The lock would be on a link's target, which could then be deleted or moved.
     const bool isLink = fileExists && (virtFindData.fileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(filePathToLock);
     QC_CHECK_OR_RETURN(!isLink, VVS_BadRequest, L"!IsLink(filePathToLock) =>false%s, ");
     bool isLockedBefore = false;
@@ -96,7 +96,7 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
         QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
                            L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
         VirtualVolumeStatus locked = VVS_Success;
-        TryForAMoment([&] {  // what is there may be another file each time
+        TryForAMoment([&] {  // each time another file may be there
             locked = LockWhatIsThere(qcLog, fullFilePath, lockInfo);
             return locked == VVS_Locked ? static_cast<Win32Error>(ERROR_SHARING_VIOLATION) : Win32Error::None;
         });
@@ -118,7 +118,7 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
         const VirtualVolumeStatus unlockStatus = FileLocker::Unlock(ownPath.c_str(), lockToken);
         if (unlockStatus == VVS_Success)
             return qcLog.Leave(unlockStatus);
-        // The name may have become another container's since, or that of a document whose plain file the lock still holds.
+        // The name may by now be that of another container, or of a document whose plain file the lock still holds.
         const std::wstring containerPath = ZipPathStr(fullFilePath);
         for (const std::wstring& otherPath : {containerPath, fullFilePath})
             if (fileEncrypted && !EqualNoCase(ownPath, otherPath) && FileLocker::Unlock(otherPath.c_str(), lockToken) == VVS_Success)
@@ -129,7 +129,7 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
         else
             QC_CHECK_OR_RETURN(unlockStatus == VVS_FileNotLocked, unlockStatus,
                                L"unlockStatus == VVS_Success || unlockStatus == VVS_FileNotLocked =>false%s, ");
-        // The lock may have been taken while the file was, or was to be, stored encrypted.
+        // The lock may have been taken when the file was stored encrypted, or would have been.
         QC_CHECK_STATUS_OR_RETURN(FileLocker::Unlock(containerPath.c_str(), lockToken),
                                   L"FileLocker::Unlock(PathAddExtensionStr(fullFilePath, L\".zip\"), lockToken) =>%s, ");
         return qcLog.Leave(VVS_Success);
@@ -185,7 +185,7 @@ VirtualVolumeStatus VirtualVolume::FindNextLock(void* hFind, LockInfo* lockInfo)
         };
         const bool found = SearchHandles::With<std::uint32_t>(hFind, kLockSearchMagic, false, next);
         if (!isHandle)
-            FileLocker::FindNextLock(nullptr, lockInfo);  // says so in the trace
+            FileLocker::FindNextLock(nullptr, lockInfo);  // logs the invalid handle
         if (!found) {
             QC_LOG(L"No Lock found");
             return qcLog.Leave(VVS_FileNotLocked);

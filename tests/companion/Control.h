@@ -1,4 +1,4 @@
-// How tests look into and disturb the companion library under the volume: it counts calls by name and live objects, keeps
+// Lets tests observe and disturb the companion library under the volume: it counts calls by name and live objects, keeps
 // the log lines, and can make the nth call of a name fail. Any thread.
 #pragma once
 
@@ -19,8 +19,8 @@ enum class Fault : std::uint32_t {
     Raise,        // calls the callback that the volume registered
     Error,        // throws CQuelcryptErrorException
     OutOfMemory,  // throws std::bad_alloc
-    OverLong,     // of texts with a capacity: a length beyond it
-    NoText,       // of texts with a capacity: bytes that are no UTF-8
+    OverLong,     // for texts with a capacity: returns a length beyond it
+    NoText,       // for texts with a capacity: stores bytes that are not UTF-8
 };
 
 struct LogLine {
@@ -29,15 +29,15 @@ struct LogLine {
     std::wstring text;
 };
 
-// What it has counted and kept, and what it is to do.
+// What it has counted and recorded, and how calls fail.
 struct TestCompanion {
-    // Of calls by any name but the logger's when it is null.
+    // The number of calls of this name; null: of all names except the logger's.
     std::uint32_t Calls(const char* name) {
         const std::lock_guard guard(mutex);
         return name ? calls[name] : allCalls;
     }
-    // From now on the nth call (from 1) of a name with that part fails, or when null of any name but the logger's; with repeat, the later
-    // ones too. Without arguments none does.
+    // From now on the nth call (from 1) of a name that contains `name` fails (null: of any name except the logger's), and with andLater
+    // all later ones too. Without arguments no call fails.
     void FailNth(const char* name = nullptr, std::uint32_t nth = 0, Fault withFault = Fault::None, bool andLater = false) {
         const std::lock_guard guard(mutex);
         failName = name ? name : "";

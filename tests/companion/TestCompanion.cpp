@@ -1,4 +1,4 @@
-// The development companion library's own code, with a thin layer in place of its exports: see Control.h.
+// The development companion library with a thin layer instead of its exports: see Control.h.
 #include "Control.h"
 
 #include <new>
@@ -12,7 +12,7 @@ namespace {
 TestCompanion& g_state = *new TestCompanion;
 void (*g_raise)() = nullptr;
 
-// Counts a call and answers whether, and how, it is to fail.
+// Counts a call and returns whether, and how, it must fail.
 Fault Count(std::string_view name) {
     const bool isAny = !name.starts_with("IFileLogger");  // when that is called depends on the time
     ++g_state.calls[std::string(name)];
@@ -41,7 +41,7 @@ Fault Enter(const char* name) {
     return fault;
 }
 
-// What work answers, unless the call fails.
+// Returns the result of work, unless the call fails.
 template <class Work>
 auto Do(const char* name, Work work) {
     return Enter(name) == Fault::None ? work() : decltype(work())();
@@ -52,7 +52,7 @@ Interface* Counting(Interface* object) {
     return object ? new Object(object) : nullptr;
 }
 
-// What hands an object out stores one around the companion library's own.
+// For functions that return an object: stores a counting one around the companion library's.
 template <class Object, class Result, class Interface>
 Result HandOut(Result result, Interface** out) {
     if (result)
@@ -60,7 +60,7 @@ Result HandOut(Result result, Interface** out) {
     return result;
 }
 
-// One handed-out object around the companion library's own.
+// A counting object around one of the companion library's.
 template <class Interface>
 class Counted : public companion::Handed<Interface> {
 protected:
@@ -69,7 +69,7 @@ protected:
         m_inner->Release();
         --g_state.liveObjects;
     }
-    // What the own one answers, unless the call fails.
+    // Returns the result of the wrapped object, unless the call fails.
     template <class Result, class... Parameters>
     Result Call(const char* name, Result (Interface::*method)(Parameters...), std::type_identity_t<Parameters>... arguments) {
         return Do(name, [&] { return (m_inner->*method)(arguments...); });
@@ -168,7 +168,7 @@ public:
         Enter("IFileLogger::Write");
         const std::lock_guard guard(g_state.mutex);
         g_state.lines.push_back({level, GetCurrentThreadId(), text});
-        SetLastError(ERROR_DISK_FULL);  // which is to change nothing of what anybody is told
+        SetLastError(ERROR_DISK_FULL);  // must not change any result
     }
     std::uint32_t GetLevel(std::uint32_t) override {
         Enter("IFileLogger::GetLevel");

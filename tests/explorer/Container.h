@@ -1,4 +1,4 @@
-// The explorer's containers: a header, the stored name and the content, all as they are, so that words are found by reading files.
+// The explorer's containers: a header, the stored name and the content, all unencrypted, so that words can be found by reading files.
 #pragma once
 
 #include <cstdint>

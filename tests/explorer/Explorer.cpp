@@ -1,24 +1,24 @@
-// Goes through every order, to a depth, of what can be done to one document, and then at random through longer ones.
+// Tries everything that can be done to one document, in every order up to a number of steps, and then longer random orders.
 //
 // explorer [START...] [--depth N] [--part N --parts N] [--walks N] [--length N] [--seed N]
 // explorer --history "START: STEP; STEP; ..."
 //
-// Enumerated is all that Next (History.cpp) offers after a history. Each step but the deepest is done once more for every call about
-// containers that it makes to the companion library, which then fails, or throws. Left out is
-// - what comes to the same: calls on closed handles, an undelete without a delete, two reads in a row, B before A has acted (they are
-//   alike), as the last step a read, an open that starts nothing, or the close that follows anyway;
-// - what another start begins with: steps after others from outside or by path alone, and after the end of the process (but temp
-//   files of the ended one may then lie about, which only walks go on from);
-// - what follows a refused call, which itself is judged and closed after;
-// - B's opens that differ from A's by OPEN_ALWAYS, TRUNCATE_EXISTING or reading alone, deletes and renames by who opened to read, and a
-//   lock's token given explicitly (the volume takes it by itself): not sound, but walks take the first and the last of them;
-// - from the starts "occupied" and "equal" the histories that replace nothing, or store nothing from outside.
-// Of so many parts only one, counted from 0, when one is asked for: several processes then share the work.
-// Two openers who both act need four steps: the starts "edited" and "locked" are half-way there, and the walks go on.
+// The enumeration takes all steps that Next (History.cpp) offers after a history. Each step but the deepest is repeated for every call
+// about containers that it makes to the companion library, with that call failing or throwing. Not enumerated:
+// - steps without effect: calls on closed handles, an undelete without a delete, two reads in a row, B before A has acted (they are
+//   alike), and as the last step a read, an open that starts nothing, or the close that follows anyway;
+// - what another start begins with: steps after others from outside or by path only, and after the end of the process (but then temp
+//   files of the ended process may exist, which only walks continue with);
+// - steps after a refused call, which itself is checked and then closed;
+// - B's opens that differ from A's by OPEN_ALWAYS, TRUNCATE_EXISTING or reading only, deletes and renames by an opener that only reads,
+//   and a lock's token given explicitly (the volume uses it anyway): these could find more, and walks take the first and the last;
+// - from the starts "occupied" and "equal", histories that replace nothing, or store nothing from outside.
+// With --parts N, only part --part (from 0) of the histories is tried, so that several processes can share the work.
+// Two openers who both act need four steps: the starts "edited" and "locked" are half-way there, and walks go further.
 //
-// Walks take any of the steps, refused ones too, and let the nth call to the companion library fail or throw now and then.
+// Walks take any step, even refused ones, and sometimes let the nth call to the companion library fail or throw.
 //
-// Ends with 1 when a history failed. Of those that fail in one way the first is told, and the others are counted.
+// Ends with 1 when a history failed. Of those that fail in the same way the first is printed, and the others are counted.
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
@@ -85,12 +85,12 @@ public:
     int Histories() const { return m_histories; }
 
 private:
-    // While a container cannot be asked for, an open, and all of a conflict copy, is of an ordinary file.
+    // Not for opens, nor for a conflict copy from Move on: when the information call fails, the container is an ordinary file there.
     bool MayFail(const Step& step) const {
         return step.failing == Failing::None && step.op != Op::Open && step.op < (m_start.isConflictCopy ? Op::Move : Op::Store);
     }
 
-    // The last step once more for each call that it makes to the companion library, which fails, or throws.
+    // Repeats the last step for each call that it makes to the companion library, with that call failing or throwing.
     void FailEachCall(Steps& steps) {
         if (steps.empty() || !MayFail(steps.back()))
             return;
@@ -115,7 +115,7 @@ private:
         return !isLast || !m_start.isAbout || isAbout(step) || std::any_of(steps.begin(), steps.end(), isAbout);
     }
 
-    // What two steps begin is one share of the work.
+    // The histories with the same first two steps are one share of the work.
     bool IsOfThisPart(std::size_t stepsBefore) { return stepsBefore != 1 || m_shares++ % m_parts == m_part; }
 
     Outcome Judge(const Steps& steps) {
@@ -126,7 +126,7 @@ private:
         return outcome;
     }
 
-    // Which word, and at which step, tells nothing about the reason.
+    // Two failures are of one kind if they differ only in the word and the step.
     static std::string Kind(const std::string& failure) {
         return failure.starts_with("word ") ? "a word is lost" : failure.substr(0, failure.find(" ("));
     }
@@ -151,7 +151,7 @@ int RunOne(const std::string& text) {
     return !outcome.failure.empty();
 }
 
-// A history takes milliseconds. One that does not come to its end would keep silent otherwise.
+// A history takes milliseconds. Without this, one that does not end would print nothing.
 DWORD WINAPI TellOfHang(void*) {
     int before = 0;
     do {

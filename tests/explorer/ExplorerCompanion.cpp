@@ -1,5 +1,5 @@
-// What the explorer's companion library has in place of encryption: one mount folder, "Docs", in which folders named K1 or K2 have a
-// policy with that key. A container is put in place whole, by a rename, as every companion library must.
+// The explorer's companion library, without encryption: one mount folder, "Docs", in which folders named K1 or K2 have a
+// policy with that key. A container is put in place by one rename, as every companion library must do.
 #include <string_view>
 
 #include "common/Patience.h"

@@ -68,8 +68,8 @@ void NoteWhatIsHeld() {
     });
 }
 
-// Nobody is there to pick a folder, nothing outside lets go of a file in time, and no power fails. What the shell would do is done at a
-// twentieth of the cost.
+// Leaves out what takes time and has no effect here: prompts, pauses before a call is repeated, and flushes. Replaces the shell's
+// functions by ones that take a twentieth of the time.
 void LeaveOutWhatTakesTime() {
     Replace(g_module, "SHBrowseForFolderW", [](LPBROWSEINFOW) -> PIDLIST_ABSOLUTE { return nullptr; });
     Replace(g_module, "CoInitialize", [](LPVOID) -> HRESULT { return S_FALSE; });

@@ -1,4 +1,4 @@
-// What can be done to one document, in words that can be read back: "encrypted: A opens existing; A writes; lock".
+// The steps with one document, and their text form: "encrypted: A opens existing; A writes; lock".
 #pragma once
 
 #include <compare>
@@ -15,12 +15,12 @@ enum class Op {
 inline bool IsOutside(Op op) { return op >= Op::Store; }  // by somebody outside, or by nobody
 inline bool IsByPath(Op op) { return op == Op::Move || op == Op::Copy; }
 
-// Where a document may lie: its home, another name there, the folder of another key, a folder that stores in the other way, and
+// The paths of a document: its home, another name there, the folder of another key, a folder that stores the other form, and
 // its home in another letter case.
 enum Place { kHome, kOther, kKey2, kAcross, kCase, kPlaces };
-inline constexpr int kOpenToRead = 6;  // beside the dispositions 1 to 5: OPEN_EXISTING with read access alone
+inline constexpr int kOpenToRead = 6;  // besides the dispositions 1 to 5: OPEN_EXISTING with read access only
 
-// Which calls of the step fail: these return null, false or 0, or throw. Of the last two the nth call that is about containers.
+// Which call of the step fails, by returning null, false or 0, or by throwing. The last two: the nth call about containers.
 enum class Failing { None, NoWriter, ThrowingWriter, Write, Finish, Information, Nth, NthThrows };
 
 struct Step {

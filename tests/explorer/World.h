@@ -1,5 +1,5 @@
-// The world of one history: a folder with key K1, one with key K2, a plain one and the temp folder, all empty. Looking around is
-// reading files; it disturbs nothing.
+// The world of one history: a folder with key K1, one with key K2, a plain one and the temp folder, all empty. It is observed by
+// reading files, which disturbs nothing.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// A word is a whole content of a document; each is stored by one step only. A set has the bits of its words.
+// A word is the whole content of a document; each is stored by one step only. A set has one bit for each word.
 using Word = int;
 using WordSet = std::uint64_t;
 inline constexpr Word kNothing = -1;  // an empty content
@@ -17,7 +17,7 @@ inline WordSet Only(Word word) { return word < 0 ? 0 : WordSet{1} << word; }
 
 struct StoredFile {
     Word word = kTorn;
-    bool isBare = false;  // no byte at all: not even a container of nothing
+    bool isBare = false;  // a file of 0 bytes, so not a container
     bool operator==(const StoredFile&) const = default;
 };
 
@@ -39,16 +39,16 @@ public:
 
     Word NewWord() { return m_words++; }
     std::string TextOf(Word word) const;
-    // No other world has this number: with it in their names, documents are new to the volume.
+    // A different number for each world; documents have it in their names, so that they are new to the volume.
     const std::wstring& Number() const { return m_number; }
     std::wstring VolumePath(const std::wstring& path) const;  // of a path like L"K1\\doc7.txt"
 
     Look LookAround() const;
-    // Stores a file as somebody outside. False: he was refused.
+    // Stores a file like somebody outside. False: refused.
     enum class How { New, ByRename, InPlace };
     bool Store(const std::wstring& path, bool asContainer, Word word, How how);
     bool Remove(const std::wstring& path);
-    // Opens all there is unshared, and deletes it. False: a file is held by somebody.
+    // Opens every file unshared, and deletes it. False: somebody holds a file.
     bool Clear();
 
 private:

@@ -15,7 +15,7 @@
 
 namespace {
 
-// The platform's own: what this program imports is led through Release. Looked up once, since the loader's lock is taken for it.
+// The platform's function, because this program's own imports go through Release. Looked up once, because this takes the loader's lock.
 #define REAL(function)                                                                               \
     ([] {                                                                                            \
         static const FARPROC s_found = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), #function); \
@@ -25,13 +25,13 @@ namespace {
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr DWORD kWrites = GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA;
 constexpr int kLooksBeforeBits = 2;
-constexpr int kScannersCalls = 12;  // that the module makes while a scanner holds a file; a pause counts as four
+constexpr int kScannersCalls = 12;  // a scanner holds a file for so many calls of the module; a pause counts as four
 
 struct Opened {
     std::wstring path;
     bool isWriter;
     std::int64_t timeBefore;             // of a writer's file; 0: there was none
-    std::optional<FILETIME> timeByHand;  // set on the handle
+    std::optional<FILETIME> timeByHand;  // set explicitly on the handle
 };
 struct Scanner {
     HANDLE handle;
@@ -90,7 +90,7 @@ void CloseScanners(int calls) {
     SetLastError(error);
 }
 
-// Scanners and indexers look at a file when its writer is done; every second one does not let others delete or rename it meanwhile
+// Scanners and indexers open a file after its writer has closed it; every second one does not let others delete or rename it meanwhile
 // ("CreateFile", dwShareMode).
 void Scan(const std::wstring& key) {
     if (!windows_rules::Has('b'))
@@ -114,8 +114,8 @@ bool IsRefused(const wchar_t* path) { return IsTooLong(path) || IsToBeDeleted(pa
 std::int64_t Number(const FILETIME& time) { return static_cast<std::int64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime; }
 FILETIME TimeOf(std::int64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
 
-// What is told of a file. Bits that are set by who synchronises or indexes it come up soon after its writer is done ("File Attribute
-// Constants"); its write time is told anew only then ("WriteFile", Remarks), and in steps of two seconds on some disks ("File Times").
+// The attributes and time that the platform reports. Sync clients and indexers set bits soon after the writer has closed the file ("File
+// Attribute Constants"); its write time is updated only then ("WriteFile", Remarks), in steps of two seconds on some disks ("File Times").
 void Tell(const std::wstring& key, DWORD& attributes, std::int64_t& writeTime) {
     constexpr DWORD kPinned = 0x80000;
     constexpr std::int64_t kTwoSeconds = 20'000'000;
@@ -176,9 +176,9 @@ BOOL WINAPI TellOfOpen(HANDLE handle, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID dat
         auto* const info = static_cast<FILE_BASIC_INFO*>(data);
         Tell(opened->second.path, info->FileAttributes, info->LastWriteTime.QuadPart);
         if (windows_rules::Has('f'))
-            info->ChangeTime.QuadPart = 0;  // such a disk has none
+            info->ChangeTime.QuadPart = 0;  // such a disk has no change times
     }
-    if (kind == FileIdInfo && windows_rules::Has('d'))  // nor identities, which it tells in two ways ("FILE_ID_INFO")
+    if (kind == FileIdInfo && windows_rules::Has('d'))  // nor ids, which it reports in two ways ("FILE_ID_INFO")
         std::memset(&static_cast<FILE_ID_INFO*>(data)->FileId, g_state.scans % 2 ? 0xFF : 0, sizeof(FILE_ID_128));
     return TRUE;
 }
@@ -276,7 +276,7 @@ void ReplaceIn(HMODULE module) {
             [](LPCWSTR path) -> BOOL { return CloseScanners(1), !IsTooLong(path) && REAL(RemoveDirectoryW)(path); });
 }
 
-// What the tests do on disk themselves comes when the scanners are done: each of their imports releases them first and goes on.
+// When a test itself accesses the disk, the scanners have finished: each import of the tests calls Release first.
 void LeadTests() {
     static bool s_isLed = false;
     if (std::exchange(s_isLed, true))
