@@ -1,4 +1,5 @@
 // Folders, and where they can be moved: with everything in them, to a folder of the same key and owner, replacing nothing.
+#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
 class WorkingWithFolders : public VolumeFixture {
@@ -96,8 +97,10 @@ TEST_F(WorkingWithFolders, AreRenamedAndMovedWithAllTheyHold) {
     EXPECT_OK(Rename(L"Docs\\tree", L"Docs\\TREE"));
     ExpectTree(L"Docs\\tree");
 
-    // An edit that waits below it goes along, and its tracking file says where.
+    // An edit that waits below it goes along, and its tracking file says where. A copy would be without it.
     LeaveUnsavedEdit(L"Docs\\tree\\a.txt", "edit");
+    EXPECT_EQ(VVS_AccessDenied, Copy(L"Docs\\tree", L"Docs\\copy"));
+    EXPECT_FALSE(Exists(NativePath(L"Docs\\copy")));
     EXPECT_OK(Move(L"Docs\\tree", L"Docs\\moved"));
     ASSERT_EQ(1u, TrackedEdits().size());
     const std::string tracking = ReadRaw(TrackedEdits()[0] + L".hvf");
@@ -166,9 +169,12 @@ TEST_F(WorkingWithFolders, TakeNobodysPlace) {
             for (const VirtualVolumeStatus status :
                  {Move(L"Docs\\tree", to), Rename(L"Docs\\tree", to), isFolder ? expected : Copy(L"Docs\\tree", to)})
                 EXPECT_EQ(expected, status) << Narrow(to);
-    for (const std::wstring inside : {L"Docs\\tree\\deep\\inside", L"Docs\\tree\\inside"})
-        for (const VirtualVolumeStatus status : {Move(L"Docs\\tree", inside), Rename(L"Docs\\tree", inside), Copy(L"Docs\\tree", inside)})
+    for (const std::wstring& inside :
+         {std::wstring(L"Docs\\tree\\deep\\inside"), std::wstring(L"Docs\\tree\\inside"), NativePath(L"Plain\\..\\Docs\\tree\\inside")}) {
+        for (const VirtualVolumeStatus status : {Move(L"Docs\\tree", inside), Rename(L"Docs\\tree", inside)})
             EXPECT_NE(VVS_Success, status) << Narrow(inside);
+        EXPECT_EQ(VVS_InvalidParameter, Copy(L"Docs\\tree", inside)) << Narrow(inside);
+    }
     EXPECT_TRUE(before == Disk());
     EXPECT_TRUE(Exists(NativePath(L"Docs\\empty")));
 }
@@ -196,6 +202,35 @@ TEST_F(WorkingWithFolders, AreCopiedWhole) {
     EXPECT_TRUE(before == Disk());
 }
 
+// What others store in the destination during the copy stays. A copy that fails deletes only what it created itself.
+TEST_F(WorkingWithFolders, AreCopiedOverNothingThatIsStoredMeanwhile) {
+    TryAgainAtOnce();
+    static std::function<void(const std::wstring&)> s_beforeCopyOf;
+    Replace(GetModuleHandleW(L"QuelcryptVol64.dll"), "CopyFileW", [](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL {
+        s_beforeCopyOf(from);
+        return CopyFileW(from, to, isNew);
+    });
+    MakeTree(L"Docs\\tree");
+    void* hFile = nullptr;
+    const auto fails = [&](const std::wstring& at, const std::function<void()>& act) {
+        s_beforeCopyOf = [&](const std::wstring& from) { from.ends_with(at) ? act() : void(); };
+        EXPECT_EQ(VSS_SharingViolation, Copy(L"Docs\\tree", L"Docs\\copy"));
+    };
+    fails(L"b.txt.zip", [&] {
+        SaveElsewhere(L"Docs\\copy\\a.txt", "theirs");
+        MakePlain(L"Docs\\copy\\README", "theirs too");
+    });
+    EXPECT_EQ((Names{L"README", L"a.txt"}), List(L"Docs\\copy\\*"));
+    EXPECT_EQ("theirs too", Get(L"Docs\\copy\\README"));
+    fails(L"a.txt.zip", SaverElsewhere(L"Docs\\copy\\a.txt", "theirs again"));
+    EXPECT_EQ("theirs again", Stored(L"Docs\\copy\\a.txt"));
+    fs::remove_all(NativePath(L"Docs\\copy"));
+    const Held held(NativePath(L"Docs\\tree\\README"));
+    fails(L"b.txt.zip", [&] { std::thread([&] { hFile = OpenEdited(L"Docs\\copy\\a.txt", "ENCRYPTED"); }).join(); });
+    Close(hFile);
+    EXPECT_EQ("ENCRYPTED a", Stored(L"Docs\\copy\\a.txt")) << "what is open keeps its folder";
+}
+
 // Mount folders must not be moved, nor folders with something open or locked in them, which is saved under its old path.
 TEST_F(WorkingWithFolders, StayWhileTheyAreNeeded) {
     MakeTree(L"Docs\\tree");
@@ -216,4 +251,10 @@ TEST_F(WorkingWithFolders, StayWhileTheyAreNeeded) {
     Unlock(L"Docs\\tree\\a.txt", token);
     EXPECT_OK(Rename(L"Docs\\tree", L"Docs\\moved")) << "its own handle is no obstacle";
     EXPECT_EQ("ENCRYPTED b", Get(L"Docs\\moved\\deep\\b.txt"));
+    // Nor is an empty one deleted while the edit of a new document waits for it.
+    MakeFolder(L"Docs\\empty");
+    Failing("Quelcrypt_FileWriterFactory", Fault::Error, [&] { Put(L"Docs\\empty\\new.txt", "edit"); });
+    EXPECT_EQ(VVS_AccessDenied, Delete(L"Docs\\empty"));
+    EXPECT_EQ("edit", Get(L"Docs\\empty\\new.txt")) << "shown, and saved at the close";
+    EXPECT_EQ("edit", Stored(L"Docs\\empty\\new.txt"));
 }

@@ -166,7 +166,7 @@ public:
     // and closed. A plain file must have been opened with DELETE (VVS_AccessDenied, also in slot 14), a link with
     // DELETE only: the link itself is then deleted or moved, never what it leads to. A file that is open under a lock
     // is deleted at the last unlock; listings may show it until then, though it cannot be opened (VVS_FileNotFound). A folder must be
-    // empty (VVS_GeneralError).
+    // empty (VVS_GeneralError), and no unsaved edit may wait for a file in it (VVS_AccessDenied).
     virtual VirtualVolumeStatus Delete(void* hFile, VirtFindData* findData) = 0;
     virtual VirtualVolumeStatus Undelete(void* hFile, VirtFindData* findData) = 0;
     // 14: moves the open item to another path and replaces what is there; the handle stays usable at the new path.
@@ -182,8 +182,10 @@ public:
     // A file that is not stored as its folder's policy says takes that form when it is moved onto its own path; a copy onto its own
     // path is VVS_PathAlreadyExists. A folder can be moved or copied only to a folder of the same target key and owner; where neither has a
     // key, both must have a policy or neither (VVS_GeneralError). It cannot be moved while something in it is open or locked, nor
-    // when a mount folder lies in it (VVS_AccessDenied), and never replaces anything (VVS_PathAlreadyExists). A copy of a folder adds to
-    // a folder that exists, replaces files of the same names, and may end half done.
+    // when a mount folder lies in it (VVS_AccessDenied), and never replaces anything (VVS_PathAlreadyExists). It cannot be copied
+    // while an unsaved edit waits for a file in it (VVS_AccessDenied), nor into itself, whichever path leads there (VVS_InvalidParameter).
+    // A copy of a folder adds to a folder that exists and replaces files of the same names, but not what somebody stores there meanwhile
+    // (VSS_SharingViolation). It may end half done; a folder that it created is then deleted again, except what others stored in it.
     virtual VirtualVolumeStatus MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) = 0;
     virtual VirtualVolumeStatus CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) = 0;
     // 17, 18: fileOffset in bytes; 0xFFFFFFFF means the current position. *actualSize (may be null) is zeroed first and

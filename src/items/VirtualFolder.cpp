@@ -1,6 +1,7 @@
 #include "items/VirtualFolder.h"
 
 #include "diagnostics/Trace.h"
+#include "items/FolderCopy.h"
 #include "items/VirtualTempFileDispenser.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
@@ -39,6 +40,10 @@ VirtualVolumeStatus VirtualFolder::RefuseWhileNeeded() const {
     const bool isNeeded = VirtualMountFolder::HoldsMountFolder(m_state.Path()) || ItemState::IsAnyOpenBelow(m_state.Path()) ||
                           FileLocker::HoldsLockBelow(m_state.Path());
     return isNeeded ? VVS_AccessDenied : VVS_Success;
+}
+
+VirtualVolumeStatus VirtualFolder::RefuseWhileEditsWait() const {
+    return VirtualTempFileDispenser::HoldsUnsavedEditBelow(m_state.Path()) ? VVS_AccessDenied : VVS_Success;
 }
 
 // A folder never replaces another item; a copy may add to an existing folder.
@@ -82,8 +87,9 @@ VirtualVolumeStatus VirtualFolder::Move(const wchar_t* newFilePath, bool keepSrc
         QC_CHECK_STATUS_OR_RETURN(Rename(newFilePath, newFileLockToken), L"Rename(newFilePath, newFileLockToken) =>%s, ");
         return qcLog.Leave(VVS_Success);
     }
-    QC_CHECK_STATUS_OR_RETURN(EqualNoCase(newFilePath, m_state.Path()) ? VVS_PathAlreadyExists : CheckDestination(newFilePath, true),
+    QC_CHECK_STATUS_OR_RETURN(AreSameFile(m_state.Path(), newFilePath) ? VVS_PathAlreadyExists : CheckDestination(newFilePath, true),
                               L"CheckDestination(newFilePath) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(RefuseWhileEditsWait(), L"RefuseWhileEditsWait() =>%s, ");
     const VirtualVolumeStatus matched = CheckSameKeyAndOwner(newFilePath);
     if (matched != VVS_Success)
         return qcLog.Leave(matched);
@@ -125,6 +131,7 @@ VirtualVolumeStatus VirtualFolder::Delete() {
     QC_TRACE_THIS(L"VirtualFolder::Delete", L"this:itemFullPath[%s]", m_state.Path());
     if (!m_deleted) {
         QC_CHECK_STATUS_OR_RETURN(RefuseWhileNeeded(), L"RefuseWhileNeeded() =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(RefuseWhileEditsWait(), L"RefuseWhileEditsWait() =>%s, ");
         QC_CHECK_STATUS_OR_RETURN(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), true)), L"DeleteUndeleteFile(m_hFile, true) =>%s, ");
         m_deleted = true;
     }

@@ -26,6 +26,8 @@ private:
     // VVS_AccessDenied when the folder must not be moved: it is or contains a mount folder, or something below is open or locked, which
     // will be saved under its old path.
     VirtualVolumeStatus RefuseWhileNeeded() const;
+    // VVS_AccessDenied while an unsaved edit waits below: a copy would be without it, and a deletion would leave it without its folder.
+    VirtualVolumeStatus RefuseWhileEditsWait() const;
     VirtualVolumeStatus CheckDestination(const wchar_t* newFilePath, bool mayBeFolder) const;
     VirtualVolumeStatus CheckSameKeyAndOwner(const std::wstring& newFilePath);
     HANDLE WorkingFile() const override { return m_hFile.Get(); }

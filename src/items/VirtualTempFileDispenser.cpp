@@ -1,5 +1,6 @@
 #include "items/VirtualTempFileDispenser.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <list>
 #include <optional>
@@ -256,6 +257,13 @@ bool VirtualTempFileDispenser::HoldsUnsavedEdit(const std::wstring& filePathKey)
     const SectionGuard guard(state.section);
     const RetainedCopy* const copy = state.Find(filePathKey);
     return copy && copy->unsaved;
+}
+
+bool VirtualTempFileDispenser::HoldsUnsavedEditBelow(const std::wstring& folderPath) {
+    CacheState& state = State();
+    const SectionGuard guard(state.section);
+    return std::ranges::any_of(state.entries,
+                               [&](const CacheEntry& entry) { return entry.copy.unsaved && IsPathBelow(entry.key, folderPath); });
 }
 
 bool VirtualTempFileDispenser::TakeOvertakenEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container,

@@ -35,8 +35,9 @@ public:
     // unsaved edits are neither counted nor deleted.
     static void Retain(const std::wstring& filePathKey, const RetainedCopy& copy);
 
-    // Does an edit of the item wait for its next save?
+    // Does an edit of the item, or of any item below a folder, wait for its next save?
     static bool HoldsUnsavedEdit(const std::wstring& filePathKey);
+    static bool HoldsUnsavedEditBelow(const std::wstring& folderPath);
     // Takes out a waiting edit whose container somebody else replaced since; false when there is none.
     static bool TakeOvertakenEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container, RetainedCopy& copy);
 

@@ -211,7 +211,23 @@ bool AreSameFile(const std::wstring& left, const std::wstring& right) {
     const std::optional<FileVersion> rightVersion = ReadFileVersion(right);
     const std::optional<FileVersion> leftVersion = rightVersion ? ReadFileVersion(left) : std::nullopt;
     const std::optional<bool> isOne = leftVersion ? AreOneFile(*leftVersion, *rightVersion) : std::optional(false);
-    return isOne ? *isOne : EqualNoCase(left, right) || EqualNoCase(FinalPathStr(left), FinalPathStr(right));
+    if (isOne || EqualNoCase(left, right))
+        return isOne.value_or(true);
+    const std::wstring finalLeft = FinalPathStr(left);
+    return !finalLeft.empty() && EqualNoCase(finalLeft, FinalPathStr(right));
+}
+
+bool ForEachEntry(const std::wstring& folder, const std::function<bool(const std::wstring&, const WIN32_FIND_DATAW&)>& visit) {
+    WIN32_FIND_DATAW entry{};
+    const UniqueFindHandle find(::FindFirstFileW(PlatformPath(PathAppendStr(folder, L"*")).c_str(), &entry));
+    if (!find)
+        return false;
+    do {
+        const std::wstring_view name = entry.cFileName;
+        if (name != L"." && name != L".." && !visit(PathAppendStr(folder, name), entry))
+            return false;
+    } while (::FindNextFileW(find.Get(), &entry));
+    return GetLastError() == ERROR_NO_MORE_FILES;
 }
 
 bool PathExists(const std::wstring& path) { return AttributesOf(path) != INVALID_FILE_ATTRIBUTES; }

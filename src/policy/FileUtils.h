@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -87,6 +88,10 @@ std::wstring WithLongNameStr(const std::wstring& path);
 // Do two paths, perhaps spelled differently or through an alias, lead to one existing file? Where letter case counts, "a" and "A" are
 // two files; where files have no identity, their final paths decide.
 bool AreSameFile(const std::wstring& left, const std::wstring& right);
+
+// Calls visit(path, entry) for everything in a folder except "." and "..", until it returns false. Also false when the folder could not be
+// read to its end: the last error says why.
+bool ForEachEntry(const std::wstring& folder, const std::function<bool(const std::wstring&, const WIN32_FIND_DATAW&)>& visit);
 
 // Is there a file or folder at path? Folders count.
 bool PathExists(const std::wstring& path);

@@ -17,8 +17,6 @@
 namespace {
 
 constexpr std::uint32_t kConfigValueBytes = 120;
-// Here containers are built before they are put in place; nothing in it is a document.
-constexpr std::wstring_view kSideFolder = L".HalvaneCloud";
 
 // Returns what call returns; when the library throws, logs that and returns otherwise.
 template <class Result, class Call>
@@ -107,21 +105,6 @@ bool IsExcludedName(QuelcryptLog& qcLog, const std::wstring& fileSpec) {
     });
 }
 
-// Calls visit(path, entry) for everything in a folder except "." and "..", until it returns false.
-template <class Visit>
-bool ForEachEntry(const std::wstring& folder, Visit visit) {
-    WIN32_FIND_DATAW entry{};
-    const UniqueFindHandle find(::FindFirstFileW(PlatformPath(PathAppendStr(folder, L"*")).c_str(), &entry));
-    if (!find)
-        return false;
-    do {
-        const std::wstring_view name = entry.cFileName;
-        if (name != L"." && name != L".." && !visit(PathAppendStr(folder, name), entry))
-            return false;
-    } while (::FindNextFileW(find.Get(), &entry));
-    return GetLastError() == ERROR_NO_MORE_FILES;
-}
-
 // The shell's file operation does not delete read-only files, and on some systems does not report that.
 void ClearReadOnly(const std::wstring& path, DWORD attributes) {
     if (attributes & FILE_ATTRIBUTE_READONLY)
@@ -147,27 +130,22 @@ bool DeleteThroughShell(const std::wstring& path) {
            }) == Win32Error::None;
 }
 
-Win32Error CopyTree(const std::wstring& source, const std::wstring& destination, bool failIfExists) {
-    const DWORD attributes = GetFileAttributesW(PlatformPath(source).c_str());
-    if (attributes == INVALID_FILE_ATTRIBUTES)
-        return LastWin32Error();
-    if ((attributes & FILE_ATTRIBUTE_REPARSE_POINT) && IsLink(source))
-        return static_cast<Win32Error>(ERROR_NOT_SUPPORTED);  // it may lead anywhere, also back up
-    if (!(attributes & FILE_ATTRIBUTE_DIRECTORY))
-        return CopyInPlace(source, destination, failIfExists);
-    if (!CreateDirectoryW(PlatformPath(destination).c_str(), nullptr)) {
-        const Win32Error error = LastWin32Error();
-        if (failIfExists || error != static_cast<Win32Error>(ERROR_ALREADY_EXISTS) || !IsExistingFolder(destination))
-            return error;
-    }
-    Win32Error error = Win32Error::None;
-    const bool complete = ForEachEntry(source, [&](const std::wstring& child, const WIN32_FIND_DATAW& entry) {
-        if (EqualNoCase(entry.cFileName, kSideFolder))
-            return true;
-        error = CopyTree(child, PathAppendStr(destination, entry.cFileName), failIfExists);
-        return error == Win32Error::None;
+// Through one handle, which lets nobody write meanwhile, because what a network share says of a path may be some seconds old.
+template <class May>
+void DeleteFileIf(const std::wstring& path, May may) {
+    const LastErrorKeeper keeper;
+    UniqueHandle hFile;
+    TryForAMoment([&] {
+        const HANDLE opened =
+            ::CreateFileW(PlatformPath(path).c_str(), DELETE | FILE_READ_DATA | FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                          nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
+        if (opened == INVALID_HANDLE_VALUE)
+            return static_cast<Win32Error>(GetLastError());
+        hFile.Reset(opened);
+        return Win32Error::None;
     });
-    return complete || error != Win32Error::None ? error : LastWin32Error();
+    if (hFile && may(hFile.Get()))
+        DeleteUndeleteFile(hFile.Get(), true);
 }
 
 }  // namespace
@@ -260,32 +238,19 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders) {
     return qcLog.Leave(DeleteResult::Deleted);
 }
 
-// Through one handle, which lets nobody write meanwhile, because what a network share says of a path may be some seconds old.
 void DeleteIfEmpty(const std::wstring& path) {
-    const LastErrorKeeper keeper;
-    UniqueHandle hFile;
-    TryForAMoment([&] {
-        const HANDLE opened =
-            ::CreateFileW(PlatformPath(path).c_str(), DELETE | FILE_READ_DATA | FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_DELETE,
-                          nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-        if (opened == INVALID_HANDLE_VALUE)
-            return static_cast<Win32Error>(GetLastError());
-        hFile.Reset(opened);
-        return Win32Error::None;
+    DeleteFileIf(path, [&](HANDLE hFile) {
+        const std::optional<FileStamp> stamp = ReadOpenFileStamp(hFile);
+        return stamp && stamp->size == 0;
     });
-    const std::optional<FileStamp> stamp = hFile ? ReadOpenFileStamp(hFile.Get()) : std::nullopt;
-    if (stamp && stamp->size == 0)
-        DeleteUndeleteFile(hFile.Get(), true);
 }
 
-Win32Error qcCopyFileOrFolder(const std::wstring& source, const std::wstring& destination, bool failIfExists) {
-    QC_TRACE(L"qcCopyFileOrFolder", L"source[%s], destination[%s]", source, destination);
-    const std::wstring sourceAsFolder = PathAppendStr(source, L"");
-    if (EqualNoCase(std::wstring_view(PathAppendStr(destination, L"")).substr(0, sourceAsFolder.size()), sourceAsFolder))
-        return qcLog.Leave(static_cast<Win32Error>(ERROR_INVALID_PARAMETER));  // a copy of a folder into itself would never end
-    const bool destinationExisted = PathExists(destination);
-    const Win32Error error = CopyTree(source, destination, failIfExists);
-    if (error != Win32Error::None && !destinationExisted && PathExists(destination))
-        DeleteFileOrFolder(destination);
-    return qcLog.Leave(error);
+void DeleteIfVersion(const std::wstring& path, const FileVersion& version) {
+    DeleteFileIf(path, [&](HANDLE hFile) {
+        const std::optional<FileVersion> now = ReadOpenFileVersion(hFile, path);
+        const bool isIt = now && *now == version;
+        if (isIt)
+            ClearReadOnly(path, now->stamp.attributes);
+        return isIt;
+    });
 }

@@ -1,4 +1,4 @@
-// The companion library's policies of files and folders, and deleting and copying whole trees. When the library throws, fails, or
+// The companion library's policies of files and folders, and deleting whole trees. When the library throws, fails, or
 // returns a text that is not UTF-8, this is logged, the result is as without a policy, owner or key, and *isKnown (may be null)
 // becomes false; otherwise it is not written. For a move, a failure is not the same as "no policy". Stateless; any thread.
 #pragma once
@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "common/Names.h"
+#include "library/FileVersion.h"
 #include "library/Win32Error.h"
 
 // Is a file at this path to be stored as a container? Decided by its name and by its folder's policy; it need not exist.
@@ -28,9 +29,6 @@ enum class DeleteResult { Deleted = 0, Failed = 22 };
 // at path any more. Refuses an empty or relative path, and with Folders::Keep a folder.
 enum class Folders { Delete, Keep };
 DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders = Folders::Delete);
-// Deletes a file only if it is empty, as one that reserved a name. Keeps the last error.
+// Deletes a file only if it is empty, as one that reserved a name, or only if it is still this version. Both keep the last error.
 void DeleteIfEmpty(const std::wstring& path);
-
-// Copies a file, or a folder with everything in it. With failIfExists nothing existing is overwritten. A failure deletes a
-// destination that was not there before, and is returned.
-Win32Error qcCopyFileOrFolder(const std::wstring& source, const std::wstring& destination, bool failIfExists);
+void DeleteIfVersion(const std::wstring& path, const FileVersion& version);
