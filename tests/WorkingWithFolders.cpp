@@ -217,7 +217,7 @@ TEST_F(WorkingWithFolders, AreCopiedOverNothingThatIsStoredMeanwhile) {
         EXPECT_EQ(VSS_SharingViolation, Copy(L"Docs\\tree", L"Docs\\copy"));
     };
     fails(L"b.txt.zip", [&] {
-        SaveElsewhere(L"Docs\\copy\\a.txt", "theirs");
+        SaverElsewhere(L"Docs\\copy\\a.txt", "theirs")();
         MakePlain(L"Docs\\copy\\README", "theirs too");
     });
     EXPECT_EQ((Names{L"README", L"a.txt"}), List(L"Docs\\copy\\*"));
