@@ -3,11 +3,14 @@
 #include <shlobj.h>
 
 #include "diagnostics/Trace.h"
+#include "files/SideFile.h"
 #include "items/SaveNames.h"
+#include "library/Disk.h"
 #include "library/Locks.h"
 #include "library/Owners.h"
+#include "library/Paths.h"
 #include "library/Text.h"
-#include "policy/FileUtils.h"
+#include "library/Win32Error.h"
 #include "policy/HvcUtils.h"
 
 namespace {

@@ -3,15 +3,18 @@
 #include <memory>
 
 #include "diagnostics/Trace.h"
+#include "files/OpenFile.h"
 #include "items/ContentCopy.h"
 #include "items/TrackingFile.h"
 #include "items/VirtualItem.h"
 #include "items/VirtualTempFileDispenser.h"
+#include "library/Paths.h"
 #include "library/Patience.h"
 #include "library/PlatformPath.h"
+#include "library/Status.h"
 #include "library/Text.h"
+#include "library/Win32Error.h"
 #include "namespace/VirtualFindFile.h"
-#include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 namespace {

@@ -5,10 +5,11 @@
 
 #include "common/Halves.h"
 #include "diagnostics/Trace.h"
+#include "files/OpenFile.h"
 #include "items/VirtualItem.h"
 #include "library/PlatformPath.h"
+#include "library/Status.h"
 #include "library/Text.h"
-#include "policy/FileUtils.h"
 
 namespace {
 

@@ -5,14 +5,18 @@
 #include <new>
 
 #include "diagnostics/Trace.h"
+#include "files/OpenFile.h"
 #include "items/BackupFile.h"
 #include "items/ContainerCipher.h"
 #include "items/SaveNames.h"
 #include "items/TrackingFile.h"
 #include "items/VirtualItem.h"
+#include "library/Disk.h"
+#include "library/FileVersion.h"
+#include "library/Paths.h"
+#include "library/Status.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
-#include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
 
 namespace {

@@ -1,16 +1,21 @@
 #include "items/FileMove.h"
 
 #include "diagnostics/Trace.h"
+#include "files/OpenFile.h"
+#include "files/SideFile.h"
 #include "items/ContentCopy.h"
 #include "items/EncryptedContent.h"
 #include "items/HeldSource.h"
 #include "items/PlainContent.h"
 #include "items/SaveNames.h"
 #include "items/VirtualItem.h"
+#include "library/Disk.h"
+#include "library/Paths.h"
 #include "library/Patience.h"
+#include "library/Status.h"
 #include "library/Text.h"
+#include "library/Win32Error.h"
 #include "namespace/VirtualFindFile.h"
-#include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
 
 namespace {

@@ -5,13 +5,15 @@
 #include <vector>
 
 #include "diagnostics/Trace.h"
+#include "files/SideFile.h"
 #include "items/ItemState.h"
 #include "items/SaveNames.h"
+#include "library/Disk.h"
 #include "library/FileVersion.h"
+#include "library/Paths.h"
 #include "library/Patience.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
-#include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
 
 namespace {

@@ -1,7 +1,9 @@
 #include "items/HeldSource.h"
 
+#include "files/OpenFile.h"
 #include "items/VirtualItem.h"
-#include "policy/FileUtils.h"
+#include "library/Disk.h"
+#include "library/Status.h"
 
 HeldSource::~HeldSource() {
     const OnExit reopen([this] {

@@ -4,7 +4,7 @@
 #include <unordered_map>
 
 #include "library/Locks.h"
-#include "policy/FileUtils.h"
+#include "library/Paths.h"
 
 namespace {
 

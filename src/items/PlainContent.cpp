@@ -1,9 +1,12 @@
 #include "items/PlainContent.h"
 
 #include "diagnostics/Trace.h"
+#include "files/OpenFile.h"
 #include "items/VirtualItem.h"
+#include "library/FileVersion.h"
+#include "library/Status.h"
+#include "library/Win32Error.h"
 #include "namespace/VirtualFindFile.h"
-#include "policy/FileUtils.h"
 
 VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, bool isLink, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                        std::uint32_t openDisposition, const wchar_t* lockToken) {

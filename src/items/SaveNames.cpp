@@ -6,8 +6,8 @@
 
 #include "diagnostics/Formatters.h"
 #include "library/FileVersion.h"
+#include "library/Paths.h"
 #include "library/Text.h"
-#include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
 
 namespace {

@@ -7,8 +7,10 @@
 #include "items/FileMove.h"
 #include "items/PlainContent.h"
 #include "items/VirtualTempFileDispenser.h"
+#include "library/Disk.h"
+#include "library/FileVersion.h"
+#include "library/Paths.h"
 #include "library/Text.h"
-#include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
 
 namespace {

@@ -1,14 +1,18 @@
 #include "items/VirtualFolder.h"
 
 #include "diagnostics/Trace.h"
+#include "files/OpenFile.h"
 #include "items/FolderCopy.h"
 #include "items/VirtualTempFileDispenser.h"
+#include "library/Disk.h"
+#include "library/Paths.h"
 #include "library/PlatformPath.h"
+#include "library/Status.h"
 #include "library/Text.h"
+#include "library/Win32Error.h"
 #include "locks/FileLocker.h"
 #include "namespace/VirtualFindFile.h"
 #include "namespace/VirtualMountFolder.h"
-#include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
 
 VirtualVolumeStatus VirtualFolder::Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,

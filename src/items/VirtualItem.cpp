@@ -5,10 +5,13 @@
 #include <memory>
 
 #include "diagnostics/Trace.h"
+#include "files/OpenFile.h"
+#include "library/Paths.h"
 #include "library/Patience.h"
 #include "library/PlatformPath.h"
+#include "library/Status.h"
 #include "library/Text.h"
-#include "policy/FileUtils.h"
+#include "library/Win32Error.h"
 
 namespace {
 

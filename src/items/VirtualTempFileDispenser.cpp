@@ -12,11 +12,13 @@
 
 #include "diagnostics/Trace.h"
 #include "items/TrackingFile.h"
+#include "library/Disk.h"
 #include "library/Locks.h"
+#include "library/Paths.h"
 #include "library/Patience.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
-#include "policy/FileUtils.h"
+#include "library/Win32Error.h"
 #include "policy/HvcUtils.h"
 
 namespace {

@@ -9,9 +9,12 @@
 #include <objbase.h>
 
 #include "diagnostics/Trace.h"
+#include "files/OpenFile.h"
+#include "library/Paths.h"
 #include "library/PlatformPath.h"
+#include "library/Status.h"
 #include "library/Text.h"
-#include "policy/FileUtils.h"
+#include "library/Win32Error.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 namespace {

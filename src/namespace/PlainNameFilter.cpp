@@ -3,9 +3,9 @@
 #include <windows.h>
 
 #include "library/Owners.h"
+#include "library/Paths.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
-#include "policy/FileUtils.h"
 
 namespace {
 

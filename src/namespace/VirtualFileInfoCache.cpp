@@ -7,7 +7,6 @@
 #include "diagnostics/Trace.h"
 #include "library/Locks.h"
 #include "library/Text.h"
-#include "policy/FileUtils.h"
 
 namespace {
 

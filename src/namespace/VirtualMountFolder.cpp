@@ -10,11 +10,11 @@
 #include <shlwapi.h>
 
 #include "diagnostics/Trace.h"
+#include "library/Disk.h"
 #include "library/Locks.h"
 #include "library/Owners.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
-#include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 namespace {

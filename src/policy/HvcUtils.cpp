@@ -7,11 +7,13 @@
 #include <shlwapi.h>
 
 #include "diagnostics/Trace.h"
+#include "files/OpenFile.h"
+#include "library/Disk.h"
 #include "library/Owners.h"
+#include "library/Paths.h"
 #include "library/Patience.h"
 #include "library/PlatformPath.h"
 #include "library/Text.h"
-#include "policy/FileUtils.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 namespace {

@@ -4,9 +4,10 @@
 
 #include <shlwapi.h>
 
+#include "library/Disk.h"
+#include "library/Paths.h"
 #include "library/Text.h"
 #include "locks/FileLocker.h"
-#include "policy/FileUtils.h"
 #include "policy/HvcUtils.h"
 #include "volume/CatchAll.h"
 #include "volume/VirtualVolumeImpl.h"

@@ -1,9 +1,9 @@
 #include <optional>
 
+#include "library/Paths.h"
 #include "library/Text.h"
 #include "locks/FileLocker.h"
 #include "namespace/VirtualFindFile.h"
-#include "policy/FileUtils.h"
 #include "volume/CatchAll.h"
 #include "volume/SearchHandles.h"
 #include "volume/VirtualVolumeImpl.h"

@@ -1,7 +1,7 @@
 #include "items/VirtualFile.h"
 #include "items/VirtualFolder.h"
+#include "library/Paths.h"
 #include "namespace/VirtualFindFile.h"
-#include "policy/FileUtils.h"
 #include "volume/CatchAll.h"
 #include "volume/OpenItems.h"
 #include "volume/VirtualVolumeImpl.h"

@@ -7,9 +7,12 @@
 #include <gtest/gtest.h>
 
 #include "items/TrackingFile.h"
+#include "library/Disk.h"
 #include "library/FileVersion.h"
+#include "library/Paths.h"
 #include "library/PlatformPath.h"
-#include "policy/FileUtils.h"
+#include "library/Status.h"
+#include "library/Win32Error.h"
 #include "policy/HvcUtils.h"
 
 static std::wstring TempPath(const std::wstring& name) {
