@@ -2,6 +2,7 @@
 
 #include "diagnostics/Trace.h"
 #include "library/Owners.h"
+#include "library/Text.h"
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include "library/Paths.h"
 #include "library/Patience.h"
 #include "library/PlatformPath.h"
+#include "library/Text.h"
 
 std::wstring SidePathStr(const std::wstring& filePath) {
     GUID guid{};
