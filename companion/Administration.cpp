@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "Boundary.h"
+#include "ContainerContent.h"
 #include "ContainerReader.h"
 #include "KeyRing.h"
 #include "PasswordProof.h"

@@ -1,9 +1,10 @@
+#include "ContainerInformation.h"
+
 #include <algorithm>
 
 #include "Boundary.h"
 #include "ContainerFile.h"
 #include "InformationMemory.h"
-#include "Library.h"
 #include "Logger.h"
 #include "Paths.h"
 #include "SystemTime.h"

@@ -11,7 +11,6 @@
 #include "Boundary.h"
 #include "ContainerContent.h"
 #include "ContainerFile.h"
-#include "Library.h"
 #include "Logger.h"
 #include "Passwords.h"
 #include "Paths.h"

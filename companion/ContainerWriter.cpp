@@ -18,7 +18,6 @@
 
 #include "Boundary.h"
 #include "ContentCipher.h"
-#include "Library.h"
 #include "Logger.h"
 #include "Passwords.h"
 #include "Paths.h"

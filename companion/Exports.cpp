@@ -1,3 +1,7 @@
+#include "ContainerInformation.h"
+#include "ContainerReader.h"
+#include "ContainerWriter.h"
+#include "Folders.h"
 #include "Library.h"
 
 extern "C" {

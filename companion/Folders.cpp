@@ -1,4 +1,5 @@
-// The configuration as objects: protected folders, the box configuration of a folder, excluded names.
+#include "Folders.h"
+
 #include <algorithm>
 #include <cstring>
 #include <memory>
@@ -9,7 +10,6 @@
 #include <shlwapi.h>
 
 #include "Boundary.h"
-#include "Library.h"
 #include "Paths.h"
 #include "SettingsStore.h"
 #include "Text.h"

@@ -12,6 +12,10 @@
 
 #include <gtest/gtest.h>
 
+#include "companion/ContainerInformation.h"
+#include "companion/ContainerReader.h"
+#include "companion/ContainerWriter.h"
+#include "companion/Folders.h"
 #include "companion/Library.h"
 #include "harness/Containers.h"
 #include "harness/Files.h"

@@ -1,4 +1,5 @@
-// GET, HEAD and PUT: the content of files.
+#include "webdav/Content.h"
+
 #include <algorithm>
 
 #include "core/HostError.h"
@@ -6,6 +7,7 @@
 #include "webdav/FileReader.h"
 #include "webdav/Limits.h"
 #include "webdav/Methods.h"
+#include "webdav/Pages.h"
 #include "webdav/Spool.h"
 
 namespace webdav {

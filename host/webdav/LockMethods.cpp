@@ -1,4 +1,5 @@
-// LOCK and UNLOCK.
+#include "webdav/LockMethods.h"
+
 #include <algorithm>
 
 #include "core/HostError.h"

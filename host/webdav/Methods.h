@@ -1,51 +1,14 @@
-// The methods of HTTP and WebDAV, one function each. All throw HttpError, HostError and ConnectionLost.
+// What the methods of HTTP and WebDAV share. All functions throw HttpError, HostError and ConnectionLost.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "core/Upload.h"
-#include "webdav/Claims.h"
-#include "webdav/Conditions.h"
-#include "webdav/Http.h"
-#include "webdav/LockTable.h"
-#include "webdav/Paths.h"
-#include "webdav/Properties.h"
+#include "webdav/Exchange.h"
 
 namespace webdav {
-
-// Shared by all requests. Every part may be used from any thread.
-struct State {
-    explicit State(const Volume& theVolume) : volume(theVolume), locks(theVolume) {}
-
-    const Volume& volume;
-    LockTable locks;
-    DeadProperties properties;
-    ChangeNumbers changes;
-    Claims claims;
-    std::function<std::vector<std::string>()> notices;  // lines that every page shows; may be empty; set before the first request
-};
-
-// One request and its answer.
-struct Exchange {
-    State& state;
-    const Request& request;
-    RequestBody& body;
-    Response& response;
-    std::uint64_t changes;            // Claims::Changes when the request arrived
-    Resource found;                   // what the request's path named then
-    IfHeader ifHeader;                // empty: the field is missing
-    std::vector<std::string> tokens;  // that the client submitted
-
-    // The resource as it is now; looked up again only if other requests changed something meanwhile.
-    Resource FindAgain(const Resource& known) const {
-        return state.locks.AsHeld(state.claims.Changes() == changes ? known : Locate(state.volume, known.path));
-    }
-    Resource Find() const { return FindAgain(found); }
-    std::string Tag(const Resource& resource) const { return EntityTag(state.volume, state.changes, resource); }
-};
 
 enum class Depth { Zero, One, Infinity };
 Depth ParseDepth(const Request& request, Depth missing);
@@ -80,23 +43,5 @@ void NoteStored(State& state, const Resource& target, const Resource& stored);
 int HttpStatus(VirtualVolumeStatus status);
 
 void AnswerOptions(Exchange& exchange);
-void AnswerGet(Exchange& exchange);  // and HEAD
-void AnswerPut(Exchange& exchange);
-void AnswerDelete(Exchange& exchange);
-void AnswerMkcol(Exchange& exchange);
-void AnswerCopy(Exchange& exchange);
-void AnswerMove(Exchange& exchange);
-void AnswerPropfind(Exchange& exchange);
-void AnswerProppatch(Exchange& exchange);
-void AnswerLock(Exchange& exchange);
-void AnswerUnlock(Exchange& exchange);
-
-// Sends the page for a folder.
-void SendFolderPage(Exchange& exchange, const Resource& folder);
-// Answers a request for the pages' script or style sheet. False: it is for something else.
-bool SendPageFile(const Request& request, Response& response);
-// Does the request come from a browser, which shows pages to a person?
-bool WantsPage(const Request& request);
-void SendErrorPage(Response& response, int status, const std::string& text, Fields fields);
 
 }  // namespace webdav

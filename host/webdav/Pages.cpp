@@ -1,4 +1,5 @@
-// The pages for browsers: of a folder, and of an error.
+#include "webdav/Pages.h"
+
 #include <algorithm>
 #include <cstdio>
 

@@ -1,4 +1,5 @@
-// PROPFIND: the properties of a resource and of those in it.
+#include "webdav/Propfind.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <set>

@@ -1,4 +1,5 @@
-// PROPPATCH: makes all of the changes or none. Properties are kept in memory, except the times that Windows sets, which become the file's.
+#include "webdav/Proppatch.h"
+
 #include <algorithm>
 #include <set>
 

@@ -2,6 +2,13 @@
 
 #include "core/HostError.h"
 #include "core/Text.h"
+#include "webdav/Content.h"
+#include "webdav/LockMethods.h"
+#include "webdav/Methods.h"
+#include "webdav/Pages.h"
+#include "webdav/Propfind.h"
+#include "webdav/Proppatch.h"
+#include "webdav/TreeMethods.h"
 
 namespace webdav {
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "webdav/Access.h"
-#include "webdav/Methods.h"
+#include "webdav/Exchange.h"
 
 namespace webdav {
 

@@ -1,4 +1,5 @@
-// DELETE, MKCOL, COPY and MOVE.
+#include "webdav/TreeMethods.h"
+
 #include <optional>
 
 #include "core/HostError.h"

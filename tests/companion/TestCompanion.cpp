@@ -5,6 +5,10 @@
 #include <string_view>
 
 #include "companion/Boundary.h"
+#include "companion/ContainerInformation.h"
+#include "companion/ContainerReader.h"
+#include "companion/ContainerWriter.h"
+#include "companion/Folders.h"
 #include "companion/Library.h"
 
 namespace {

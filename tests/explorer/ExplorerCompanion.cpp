@@ -4,6 +4,10 @@
 
 #include "common/Patience.h"
 #include "companion/Boundary.h"
+#include "companion/ContainerInformation.h"
+#include "companion/ContainerReader.h"
+#include "companion/ContainerWriter.h"
+#include "companion/Folders.h"
 #include "companion/Library.h"
 #include "explorer/Container.h"
 

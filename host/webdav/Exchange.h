@@ -1,0 +1,48 @@
+// A request with its answer, and what all requests share.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "webdav/Claims.h"
+#include "webdav/Conditions.h"
+#include "webdav/Http.h"
+#include "webdav/LockTable.h"
+#include "webdav/Paths.h"
+#include "webdav/Properties.h"
+
+namespace webdav {
+
+// Shared by all requests. Every part may be used from any thread.
+struct State {
+    explicit State(const Volume& theVolume) : volume(theVolume), locks(theVolume) {}
+
+    const Volume& volume;
+    LockTable locks;
+    DeadProperties properties;
+    ChangeNumbers changes;
+    Claims claims;
+    std::function<std::vector<std::string>()> notices;  // lines that every page shows; may be empty; set before the first request
+};
+
+// One request and its answer.
+struct Exchange {
+    State& state;
+    const Request& request;
+    RequestBody& body;
+    Response& response;
+    std::uint64_t changes;            // Claims::Changes when the request arrived
+    Resource found;                   // what the request's path named then
+    IfHeader ifHeader;                // empty: the field is missing
+    std::vector<std::string> tokens;  // that the client submitted
+
+    // The resource as it is now; looked up again only if other requests changed something meanwhile.
+    Resource FindAgain(const Resource& known) const {
+        return state.locks.AsHeld(state.claims.Changes() == changes ? known : Locate(state.volume, known.path));
+    }
+    Resource Find() const { return FindAgain(found); }
+    std::string Tag(const Resource& resource) const { return EntityTag(state.volume, state.changes, resource); }
+};
+
+}  // namespace webdav
