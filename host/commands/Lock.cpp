@@ -4,6 +4,7 @@
 #include "commands/Commands.h"
 #include "core/Environment.h"
 #include "core/Locks.h"
+#include "core/OnDisk.h"
 #include "core/Text.h"
 
 namespace {
@@ -42,11 +43,10 @@ int RunProgram(const Volume& volume, const std::vector<std::string>& command) {
     volume.Temp().UseOwn();
     if (!started)
         throw HostError(command[0] + ": it could not be started: " + SystemMessage(error), Exit_CommandNotStarted);
+    const DiskHandle program(process.hProcess), thread(process.hThread);
     WaitForSingleObject(process.hProcess, INFINITE);
     DWORD exitCode = Exit_Failed;
     GetExitCodeProcess(process.hProcess, &exitCode);
-    CloseHandle(process.hThread);
-    CloseHandle(process.hProcess);
     return static_cast<int>(exitCode);
 }
 

@@ -85,8 +85,7 @@ LeftEdit EditOf(const fs::path& folder, const std::wstring& name, const std::vec
 bool UsesVolume(DWORD processId) {
     const DiskHandle modules = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, processId));
     if (!modules && GetLastError() == ERROR_ACCESS_DENIED) {
-        const HANDLE process = OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId);
-        return process && CloseHandle(process);
+        return DiskHandle(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId)) != nullptr;
     }
     MODULEENTRY32W module{};
     module.dwSize = sizeof(module);
@@ -146,19 +145,14 @@ LeftBehind::LeftBehind(const fs::path& own) {
             Claim(run);
 }
 
-LeftBehind::~LeftBehind() {
-    for (void* const mark : m_marks)
-        CloseHandle(mark);
-}
-
 void LeftBehind::Claim(const fs::path& runFolder) {
-    const HANDLE mark = OpenRunMark(runFolder, OPEN_EXISTING);
-    if (mark == INVALID_HANDLE_VALUE) {
+    DiskHandle mark = OpenRunMark(runFolder, OPEN_EXISTING);
+    if (!mark) {
         if (GetLastError() == ERROR_SHARING_VIOLATION)
             m_inUse.push_back("another run of quelvol uses " + ToShown(OrdinaryPath(runFolder)));
         return;
     }
-    m_marks.push_back(mark);
+    m_marks.push_back(std::move(mark));
     AddCopyFolders(runFolder);
 }
 

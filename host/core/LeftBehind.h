@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "core/OnDisk.h"
 #include "core/TrackingText.h"
 #include "quelcrypt/IVirtualVolume.h"
 
@@ -40,7 +41,6 @@ public:
     // Searches the user's temp folder and the temp folders of runs, except own, which is this run's and may be empty.
     // Until the end of this object no other run of quelvol cleans up what ended programs left.
     explicit LeftBehind(const std::filesystem::path& own);
-    ~LeftBehind();
     LeftBehind(const LeftBehind&) = delete;
     LeftBehind& operator=(const LeftBehind&) = delete;
 
@@ -56,7 +56,7 @@ private:
     void AddCopyFolders(const std::filesystem::path& base);
 
     std::vector<std::filesystem::path> m_copyFolders;
-    std::vector<void*> m_marks;
+    std::vector<DiskHandle> m_marks;
     std::vector<std::string> m_inUse;
 };
 

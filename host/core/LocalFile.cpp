@@ -20,25 +20,21 @@ LocalSource::LocalSource(const std::wstring& path) : m_path(path), m_isStandardI
     }
     if (IsLocalFolder(path))
         throw HostError(ToShown(path) + ": a folder; put takes one file");
-    m_file = CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    m_owned =
+        OwnHandle(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     TakeSize();
 }
 
-LocalSource::LocalSource(HANDLE file, const std::wstring& path) : m_path(path), m_file(file), m_isStandardInput(false) { TakeSize(); }
+LocalSource::LocalSource(DiskHandle file, const std::wstring& path) : m_path(path), m_owned(std::move(file)), m_isStandardInput(false) {
+    TakeSize();
+}
 
 void LocalSource::TakeSize() {
     LARGE_INTEGER size{};
-    if (m_file == INVALID_HANDLE_VALUE || !GetFileSizeEx(m_file, &size)) {
-        const DWORD error = GetLastError();
-        CloseHandle(m_file);
-        throw LocalError(m_path, error);
-    }
+    m_file = m_owned.get();
+    if (!m_owned || !GetFileSizeEx(m_file, &size))
+        throw LocalError(m_path, GetLastError());
     m_size = static_cast<std::uint64_t>(size.QuadPart);
-}
-
-LocalSource::~LocalSource() {
-    if (!m_isStandardInput)
-        CloseHandle(m_file);
 }
 
 std::size_t LocalSource::Read(void* buffer, std::size_t capacity) {
@@ -70,16 +66,14 @@ LocalTarget::LocalTarget(const std::wstring& path) : m_path(path), m_isStandardO
         return;
     }
     m_asidePath = path + L"." + UniqueSuffix() + L".part";
-    m_file = CreateFileW(m_asidePath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (m_file == INVALID_HANDLE_VALUE)
+    m_owned = OwnHandle(CreateFileW(m_asidePath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!m_owned)
         throw LocalError(path, GetLastError());
+    m_file = m_owned.get();
 }
 
 LocalTarget::~LocalTarget() {
-    if (m_isStandardOutput)
-        return;
-    if (m_file != INVALID_HANDLE_VALUE)
-        CloseHandle(m_file);
+    m_owned.reset();
     if (!m_asidePath.empty())
         DeleteFileW(m_asidePath.c_str());
 }
@@ -101,7 +95,7 @@ void LocalTarget::Finish(std::uint64_t lastWriteTime) {
     const FILETIME written{static_cast<DWORD>(lastWriteTime), static_cast<DWORD>(lastWriteTime >> 32)};
     if (lastWriteTime != 0)
         SetFileTime(m_file, nullptr, nullptr, &written);
-    CloseHandle(std::exchange(m_file, INVALID_HANDLE_VALUE));
+    m_owned.reset();
     if (!MoveFileExW(m_asidePath.c_str(), m_path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
         throw LocalError(m_path, GetLastError());
     m_asidePath.clear();

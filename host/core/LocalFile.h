@@ -7,6 +7,7 @@
 
 #include <windows.h>
 
+#include "core/OnDisk.h"
 #include "quelcrypt/IVirtualVolume.h"
 
 // Reads one file, or standard input for the name "-".
@@ -14,9 +15,8 @@ class LocalSource {
 public:
     // Nobody may write the file while it is open here.
     explicit LocalSource(const std::wstring& path);
-    // Owns the open file; path is for messages.
-    LocalSource(HANDLE file, const std::wstring& path);
-    ~LocalSource();
+    // path is for messages.
+    LocalSource(DiskHandle file, const std::wstring& path);
     LocalSource(const LocalSource&) = delete;
     LocalSource& operator=(const LocalSource&) = delete;
 
@@ -32,7 +32,8 @@ private:
     void TakeSize();
 
     std::wstring m_path;
-    HANDLE m_file;
+    DiskHandle m_owned;
+    HANDLE m_file;  // the same, or standard input
     bool m_isStandardInput;
     std::uint64_t m_size = 0;
     std::uint64_t m_done = 0;
@@ -53,7 +54,8 @@ public:
 
 private:
     std::wstring m_path, m_asidePath;
-    HANDLE m_file;
+    DiskHandle m_owned;
+    HANDLE m_file;  // the same, or standard output
     bool m_isStandardOutput;
 };
 

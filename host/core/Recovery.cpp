@@ -100,7 +100,7 @@ void ReadEdit(const Volume& volume, const LeftEdit& edit, const std::function<vo
     DiskHandle file = OpenItself(edit.file.native(), GENERIC_READ, FILE_SHARE_READ);
     if (!file)
         throw LocalError(OrdinaryPath(edit.file), GetLastError());
-    LocalSource source(file.release(), OrdinaryPath(edit.file));
+    LocalSource source(std::move(file), OrdinaryPath(edit.file));
     std::vector<char> part(kPartSize);
     while (const std::size_t count = source.Read(part.data(), part.size())) {
         StopIfInterrupted();

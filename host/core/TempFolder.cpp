@@ -34,7 +34,7 @@ bool HoldsEdit(const fs::path& run) {
 
 // Deletes all copies of a run that has ended except edits, and the folder and its mark when nothing is left.
 void RemoveCopies(const fs::path& run) {
-    DiskHandle mark = OwnHandle(OpenRunMark(run, OPEN_EXISTING));
+    DiskHandle mark = OpenRunMark(run, OPEN_EXISTING);
     if (!mark)  // in use, not a run's folder, or a link
         return;
     bool whole = true;
@@ -78,9 +78,8 @@ fs::path FolderOfRuns() {
 
 }  // namespace
 
-HANDLE OpenRunMark(const fs::path& folder, DWORD disposition) {
-    const DiskHandle::pointer mark = OpenItself((folder / kMark).native(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, 0, disposition).release();
-    return mark ? mark : INVALID_HANDLE_VALUE;
+DiskHandle OpenRunMark(const fs::path& folder, DWORD disposition) {
+    return OpenItself((folder / kMark).native(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, 0, disposition);
 }
 
 fs::path UserTempFolder() {
@@ -114,14 +113,14 @@ TempFolder::TempFolder() : m_originalTmp(GetVariable(L"TMP")), m_originalTemp(Ge
         throw LocalError(folder.native(), GetLastError());
     m_path = folder / (std::wstring(kPrefix) + UniqueSuffix());
     if (!CreatePrivateFolder(m_path.native()) || (m_realPath = RealPath(m_path.native())).empty() ||
-        (m_mark = OpenRunMark(m_realPath, CREATE_NEW)) == INVALID_HANDLE_VALUE)
+        !(m_mark = OpenRunMark(m_realPath, CREATE_NEW)))
         throw LocalError(m_path.native(), GetLastError());
     UseOwn();
 }
 
 TempFolder::~TempFolder() {
     UseOriginal();
-    CloseHandle(m_mark);
+    m_mark.reset();
     // Another run that starts at this moment may be deleting it too, and make this fail.
     const auto remove = [this] {
         RemoveCopies(m_realPath);

@@ -12,6 +12,8 @@
 
 #include <windows.h>
 
+#include "core/OnDisk.h"
+
 // The folder in a temp folder that the volume makes its copies in.
 inline constexpr const wchar_t* kCopiesFolder = L"HalvaneCloud";
 
@@ -19,9 +21,9 @@ inline constexpr const wchar_t* kCopiesFolder = L"HalvaneCloud";
 std::filesystem::path UserTempFolder();
 // The temp folders of all runs, including killed ones, as real paths (OnDisk.h). Throws HostError.
 std::vector<std::filesystem::path> RunFolders();
-// Opens the file that a run keeps open to mark its folder, a real path. INVALID_HANDLE_VALUE: the folder is in use
+// Opens the file that a run keeps open to mark its folder, a real path. Null: the folder is in use
 // (ERROR_SHARING_VIOLATION), or not a run's.
-HANDLE OpenRunMark(const std::filesystem::path& folder, DWORD disposition);
+DiskHandle OpenRunMark(const std::filesystem::path& folder, DWORD disposition);
 
 class TempFolder {
 public:
@@ -45,6 +47,6 @@ public:
 
 private:
     std::filesystem::path m_path, m_realPath;  // real: see OnDisk.h
-    HANDLE m_mark;                             // of a file that nobody else can open during this run
+    DiskHandle m_mark;                         // of a file that nobody else can open during this run
     std::wstring m_originalTmp, m_originalTemp;
 };

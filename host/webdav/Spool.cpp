@@ -17,29 +17,24 @@ constexpr std::size_t kPartSize = 64 * 1024;
                     "the upload could not be kept: " + SystemMessage(error));
 }
 
-HANDLE CreateSpoolFile(const TempFolder& temp) {
+DiskHandle CreateSpoolFile(const TempFolder& temp) {
     const std::wstring path = (temp.Path() / (L"upload-" + UniqueSuffix())).native();
-    const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                    FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
+    DiskHandle file = OwnHandle(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                            FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+    if (!file)
         ThrowFileError();
     return file;
 }
 
 }  // namespace
 
-Spool::~Spool() {
-    if (m_file != INVALID_HANDLE_VALUE)
-        CloseHandle(m_file);
-}
-
 void Spool::Append(std::string_view data) {
     m_size += data.size();
-    if (m_file == INVALID_HANDLE_VALUE && m_memory.size() + data.size() <= limits::spoolMemoryBytes) {
+    if (!m_file && m_memory.size() + data.size() <= limits::spoolMemoryBytes) {
         m_memory.insert(m_memory.end(), data.begin(), data.end());
         return;
     }
-    if (m_file == INVALID_HANDLE_VALUE) {
+    if (!m_file) {
         m_file = CreateSpoolFile(m_temp);
         WriteToFile({m_memory.data(), m_memory.size()});
         std::vector<char>().swap(m_memory);
@@ -58,22 +53,22 @@ void Spool::RequireRoom(std::size_t newBytes) const {
 void Spool::WriteToFile(std::string_view data) {
     while (!data.empty()) {
         DWORD count = 0;
-        if (!WriteFile(m_file, data.data(), static_cast<DWORD>(data.size()), &count, nullptr))
+        if (!WriteFile(m_file.get(), data.data(), static_cast<DWORD>(data.size()), &count, nullptr))
             ThrowFileError();
         data.remove_prefix(count);
     }
 }
 
 void Spool::ForEach(const std::function<void(std::string_view)>& take) {
-    if (m_file == INVALID_HANDLE_VALUE) {
+    if (!m_file) {
         take({m_memory.data(), m_memory.size()});
         return;
     }
-    if (!SetFilePointerEx(m_file, {}, nullptr, FILE_BEGIN))
+    if (!SetFilePointerEx(m_file.get(), {}, nullptr, FILE_BEGIN))
         ThrowFileError();
     std::vector<char> part(kPartSize);
     for (DWORD count = 1; count > 0;) {
-        if (!ReadFile(m_file, part.data(), static_cast<DWORD>(part.size()), &count, nullptr))
+        if (!ReadFile(m_file.get(), part.data(), static_cast<DWORD>(part.size()), &count, nullptr))
             ThrowFileError();
         take({part.data(), count});
     }

@@ -9,6 +9,7 @@
 
 #include <windows.h>
 
+#include "core/OnDisk.h"
 #include "core/TempFolder.h"
 
 namespace webdav {
@@ -16,7 +17,6 @@ namespace webdav {
 class Spool {
 public:
     explicit Spool(const TempFolder& temp) : m_temp(temp) {}
-    ~Spool();
     Spool(const Spool&) = delete;
     Spool& operator=(const Spool&) = delete;
 
@@ -33,7 +33,7 @@ private:
     const TempFolder& m_temp;
     std::uint64_t m_size = 0;
     std::vector<char> m_memory;
-    HANDLE m_file = INVALID_HANDLE_VALUE;
+    DiskHandle m_file;
 };
 
 }  // namespace webdav
