@@ -50,9 +50,8 @@ Win32Error CopyWholeFile(const std::wstring& srcFilePath, const std::wstring& de
     if (isReadOnly)
         SetFileAttributesW(dest.c_str(), attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY));
     const Win32Error error = TryForAMoment([&] {
-        const HANDLE handle =
-            ::CreateFileW(dest.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-        const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+        const UniqueHandle hFile =
+            OwnHandle(::CreateFileW(dest.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
         return hFile && FlushFileBuffers(hFile.Get()) ? Win32Error::None : LastWin32Error();
     });
     if (isReadOnly)

@@ -160,9 +160,8 @@ VirtualVolumeStatus DecryptToFile(const std::wstring& containerPath, const Locke
 VirtualVolumeStatus LookAtReplaced(const std::wstring& filePath, const std::optional<FileVersion>& known) {
     UniqueHandle hFile;
     const Win32Error error = TryForAMoment([&] {
-        const HANDLE handle = ::CreateFileW(PlatformPath(filePath).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
-                                            OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-        hFile.Reset(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+        hFile = OwnHandle(::CreateFileW(PlatformPath(filePath).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                        OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
         const bool isBeingWritten = !hFile && GetLastError() == ERROR_SHARING_VIOLATION;
         return isBeingWritten ? LastWin32Error() : Win32Error::None;
     });

@@ -257,8 +257,8 @@ VirtualVolumeStatus FileMove::TurnIntoContainer() {
     QC_CHECK_STATUS_OR_RETURN(EncryptTo({m_state.Path(), held.File()}),
                               L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
     // By its handle, so that the file that was encrypted is moved, not one that replaced it. This fails if the temp folder is on another
-    // disk.
-    const bool isInPlace = held.IsAt(m_state.Path());  // some systems rename whatever is at the path that the handle was opened by
+    // disk. Some systems rename whatever is at the path that the handle was opened by.
+    const bool isInPlace = IsOpenFileAt(held.File(), m_state.Path());
     const bool isMoved = isInPlace && VirtualItem::RenameItem(held.File(), m_state, copy.tempFilePath) == VVS_Success;
     const VirtualVolumeStatus status = isMoved ? VVS_Success : isInPlace ? held.MarkForDeletion() : VSS_SharingViolation;
     if (status != VVS_Success)

@@ -24,8 +24,6 @@ VirtualVolumeStatus HeldSource::Hold(const std::wstring& path) {
                                             FILE_ATTRIBUTE_NORMAL, m_hFile);
 }
 
-bool HeldSource::IsAt(const std::wstring& path) const { return IsOpenFileAt(m_hFile.Get(), path); }
-
 VirtualVolumeStatus HeldSource::MarkForDeletion() const { return StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), true)); }
 
 void HeldSource::Moved() {

@@ -20,8 +20,6 @@ public:
 
     VirtualVolumeStatus Hold(const std::wstring& path);
     HANDLE File() const { return m_hFile.Get(); }
-    // Is the file still at this path, and neither renamed nor replaced?
-    bool IsAt(const std::wstring& path) const;
     VirtualVolumeStatus MarkForDeletion() const;
     // The item has its new path; its old file may be deleted.
     void Moved();

@@ -130,11 +130,12 @@ VirtualVolumeStatus PlainContent::OpenForReading(UniqueHandle& hSecond, HANDLE& 
 
 VirtualVolumeStatus PlainContent::DoRead(std::uint64_t place, void* data, std::uint32_t dataSize, std::uint32_t* count) {
     const SectionGuard guard(m_lock.content->section);
-    if (m_startsEmpty && !m_lock.content->isDeleted) {
-        *count = 0;
-        return VVS_Success;
-    }
-    return m_lock.content->isDeleted ? VVS_GeneralError : ReadFileAt(m_hFile.Get(), place, data, dataSize, count);
+    if (m_lock.content->isDeleted)
+        return VVS_GeneralError;
+    if (!m_startsEmpty)
+        return ReadFileAt(m_hFile.Get(), place, data, dataSize, count);
+    *count = 0;
+    return VVS_Success;
 }
 
 VirtualVolumeStatus PlainContent::DoWrite(std::uint64_t place, const void* data, std::uint32_t dataSize, std::uint32_t* count) {

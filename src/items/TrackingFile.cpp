@@ -90,9 +90,8 @@ bool WriteTrackingFile(const std::wstring& path, const TrackingRecord& record) {
                 AsPercentEncodedUtf8(record.fileSpec) + " -->\r\n";
     UniqueHandle hFile;
     TryForAMoment([&] {
-        const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                            CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-        hFile.Reset(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+        hFile = OwnHandle(::CreateFileW(PlatformPath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                        CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
         return hFile ? Win32Error::None : LastWin32Error();
     });
     DWORD written = 0;

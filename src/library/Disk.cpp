@@ -16,9 +16,8 @@ DWORD AttributesOf(const std::wstring& path) { return GetFileAttributesW(Platfor
 }  // namespace
 
 std::wstring FinalPathStr(const std::wstring& path) {
-    const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
-                                        FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    const UniqueHandle hItem(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    const UniqueHandle hItem = OwnHandle(::CreateFileW(PlatformPath(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
+                                                       FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     if (!hItem) {
         const std::wstring parent = PathRemoveFileSpecStr(path);
         const std::wstring finalParent = parent.size() < path.size() && !parent.empty() ? FinalPathStr(parent) : std::wstring();

@@ -94,9 +94,8 @@ std::optional<FileVersion> ReadOpenFileVersion(HANDLE hFile, const std::wstring&
 
 // Through a handle, because what a network share says of a path may be some seconds old. A handle for attributes only disturbs nobody.
 std::optional<FileVersion> ReadFileVersion(const std::wstring& path) {
-    const HANDLE handle = ::CreateFileW(PlatformPath(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
-                                        FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-    const UniqueHandle hFile(handle == INVALID_HANDLE_VALUE ? nullptr : handle);
+    const UniqueHandle hFile = OwnHandle(::CreateFileW(PlatformPath(path).c_str(), FILE_READ_ATTRIBUTES, kShareAll, nullptr, OPEN_EXISTING,
+                                                       FILE_FLAG_BACKUP_SEMANTICS, nullptr));
     if (!hFile && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND))
         return std::nullopt;
     if (hFile)

@@ -64,6 +64,8 @@ struct HandlePolicy {
     static void Close(HANDLE handle) { CloseHandle(handle); }
 };
 using UniqueHandle = Owner<HandlePolicy>;
+// Of what the platform's CreateFileW returns; empty when that failed.
+inline UniqueHandle OwnHandle(HANDLE handle) { return UniqueHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle); }
 
 // The share mode that lets others read, write and delete an open file.
 inline constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;

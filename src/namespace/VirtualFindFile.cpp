@@ -227,13 +227,14 @@ void StoreEntry(VirtualFindHandle& handle, const WIN32_FIND_DATAW& raw, VirtFind
 void MakeReadable(const std::wstring& path, bool isPlaceholder) {
     UniqueHandle file;
     TryForAMoment([&] {
-        const HANDLE opened = CreateFileW(PlatformPath(path).c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr);
-        file.Reset(opened == INVALID_HANDLE_VALUE ? nullptr : opened);
+        file = OwnHandle(CreateFileW(PlatformPath(path).c_str(), GENERIC_READ, kShareAll, nullptr, OPEN_EXISTING, 0, nullptr));
         return file ? Win32Error::None : LastWin32Error();
     });
+    if (!file || !isPlaceholder)
+        return;
     const auto buffer = std::make_unique<char[]>(kFetchBytes);
     DWORD done = 0;
-    while (isPlaceholder && file && ReadFile(file.Get(), buffer.get(), kFetchBytes, &done, nullptr) && done > 0) {
+    while (ReadFile(file.Get(), buffer.get(), kFetchBytes, &done, nullptr) && done > 0) {
     }
 }
 

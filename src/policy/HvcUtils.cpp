@@ -138,13 +138,10 @@ void DeleteFileIf(const std::wstring& path, May may) {
     const LastErrorKeeper keeper;
     UniqueHandle hFile;
     TryForAMoment([&] {
-        const HANDLE opened =
-            ::CreateFileW(PlatformPath(path).c_str(), DELETE | FILE_READ_DATA | FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_DELETE,
-                          nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr);
-        if (opened == INVALID_HANDLE_VALUE)
-            return static_cast<Win32Error>(GetLastError());
-        hFile.Reset(opened);
-        return Win32Error::None;
+        hFile =
+            OwnHandle(::CreateFileW(PlatformPath(path).c_str(), DELETE | FILE_READ_DATA | FILE_READ_ATTRIBUTES,
+                                    FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+        return hFile ? Win32Error::None : LastWin32Error();
     });
     if (hFile && may(hFile.Get()))
         DeleteUndeleteFile(hFile.Get(), true);
