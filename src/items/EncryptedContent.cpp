@@ -101,7 +101,8 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
         QC_CHECK_OR_RETURN(!PathExists(ZipPathStr(containerPath)), VVS_PathAlreadyExists,
                            L"!PathExists(ZipPathStr(containerPath)) =>false%s, ");
         // The container is made only at the close, when it would be too late to refuse the name.
-        QC_CHECK_OR_RETURN(HasSaveNames(fileName), VVS_InvalidParameter, L"HasSaveNames(PathStripPathStr(filePath)) =>false%s, ");
+        QC_CHECK_OR_RETURN(IsNameForNewFile(fileName, true), VVS_InvalidParameter,
+                           L"IsNameForNewFile(PathStripPathStr(filePath)) =>false%s, ");
         QC_CHECK_OR_RETURN(IsExistingFolder(PathRemoveFileSpecStr(filePath)), VVS_PathNotFound,
                            L"IsExistingFolder(PathRemoveFileSpecStr(filePath)) =>false%s, ");
     }

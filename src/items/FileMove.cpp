@@ -39,10 +39,8 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     // An unencrypted file in a protected folder might be synchronised before anybody notices.
     QC_CHECK_OR_RETURN(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
     // As at the open of a new file: refuse now what could not be saved later.
-    QC_CHECK_OR_RETURN(!destEncrypted || HasSaveNames(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
-                       L"HasSaveNames(PathStripPathStr(newFilePath)) =>false%s, ");
-    QC_CHECK_OR_RETURN(IsPossibleName(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
-                       L"IsPossibleName(PathStripPathStr(newFilePath)) =>false%s, ");
+    QC_CHECK_OR_RETURN(IsNameForNewFile(PathStripPathStr(m_newFilePath), destEncrypted), VVS_InvalidParameter,
+                       L"IsNameForNewFile(PathStripPathStr(newFilePath)) =>false%s, ");
     m_destPath = destEncrypted ? ZipPathStr(m_newFilePath) : m_newFilePath;
     const std::wstring oldPath = m_state.Path();
     const bool wasEncrypted = m_content->IsEncrypted();

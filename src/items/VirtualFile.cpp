@@ -166,9 +166,12 @@ VirtualVolumeStatus VirtualFile::Flush() {
 
 bool VirtualFile::GetFileInfo(VirtFindData* virtFindData) {
     QC_TRACE_THIS(L"VirtualFile::GetFileInfo");
-    if (!m_state.findData)
-        return qcLog.Leave(m_content->GetFileInfo(virtFindData));
-    *virtFindData = *m_state.findData;
+    if (m_state.findData)
+        *virtFindData = *m_state.findData;
+    else if (!m_content->GetFileInfo(virtFindData))
+        return qcLog.Leave(false);
+    if (!m_content->IsOpen())
+        VirtualTempFileDispenser::DescribeShownEdit(PathRemoveFileSpecStr(m_state.Path()), *virtFindData);
     return qcLog.Leave(true);
 }
 

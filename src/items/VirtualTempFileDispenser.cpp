@@ -287,6 +287,19 @@ std::optional<RetainedCopy> VirtualTempFileDispenser::ShownEdit(const std::wstri
     return copy && copy->unsaved && IsStillVersion(copy->container, container) ? std::optional(*copy) : std::nullopt;
 }
 
+void VirtualTempFileDispenser::DescribeShownEdit(const std::wstring& folderPath, VirtFindData& record) {
+    if (record.itemType != VIT_EncryptedFile)
+        return;
+    const std::wstring filePathKey = PathAppendStr(folderPath, record.fileName);
+    if (!HoldsUnsavedEdit(filePathKey))  // the common case, without access to the disk
+        return;
+    const std::optional<RetainedCopy> edit = ShownEdit(filePathKey, ReadFileVersion(ZipPathStr(filePathKey)));
+    if (!edit)
+        return;
+    record.fileSize = edit->temp.size;
+    record.lastWriteTime = static_cast<std::uint64_t>(edit->temp.writeTime);
+}
+
 void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool deleteFileFromDisk,
                                       const std::optional<RetainedCopy>& deletedEdit) {
     QC_TRACE(L"VirtualTempFileDispenser::Remove", L"filePathKey[%s], deleteFileFromDisk[%s]", filePathKey,

@@ -1,5 +1,6 @@
 #include "items/VirtualFile.h"
 #include "items/VirtualFolder.h"
+#include "items/VirtualTempFileDispenser.h"
 #include "library/Paths.h"
 #include "namespace/VirtualFindFile.h"
 #include "volume/CatchAll.h"
@@ -72,8 +73,10 @@ VirtualVolumeStatus VirtualVolume::OpenFile(void** hFile, const wchar_t* filePat
             L"virtualItem->Open(fullFilePath, desiredAccess, shareMode, openDisposition, virtFindDataPtr, lockTokenAlways ) "
             L"=>%s, ");
         *hFile = OpenItems::Add(std::move(virtualItem));
-        if (exists && findData)
+        if (exists && findData) {
             *findData = virtFindData;
+            VirtualTempFileDispenser::DescribeShownEdit(PathRemoveFileSpecStr(fullFilePath), *findData);
+        }
         QC_LOG(L"filePath[%s] has been opened SUCCESFULLY, hVirtFile[0x%p]", filePath, *hFile);
         return qcLog.Leave(VVS_Success);
     });

@@ -60,16 +60,15 @@ VirtualVolumeStatus LockWhatIsThere(QuelcryptLog& qcLog, const std::wstring& ful
     QC_CHECK_OR_RETURN(!fileExists || !IsDir(virtFindData), VVS_BadRequest,
                        L"!fileExists || (fileExists && !IsDir(virtFindData)) =>false%s, ");
     QC_CHECK_OR_RETURN(fileExists || IsWellFormed(fullFilePath), VVS_InvalidParameter, L"IsWellFormed(fullFilePath) =>false%s, ");
-    QC_CHECK_OR_RETURN(fileExists || IsPossibleName(PathStripPathStr(fullFilePath)), VVS_InvalidParameter,
-                       L"IsPossibleName(PathStripPathStr(fullFilePath)) =>false%s, ");
+    const bool isNewEncrypted = !fileExists && ShouldFileBeEncrypted(fullFilePath);
+    QC_CHECK_OR_RETURN(fileExists || IsNameForNewFile(PathStripPathStr(fullFilePath), isNewEncrypted), VVS_InvalidParameter,
+                       L"IsNameForNewFile(PathStripPathStr(fullFilePath)) =>false%s, ");
     std::wstring filePathToLock = fullFilePath;
     const VirtFindData* halvaneVirtFindData = nullptr;
     if (fileExists) {
         filePathToLock = PathToLock(fullFilePath, virtFindData);
         halvaneVirtFindData = virtFindData.itemType != VIT_PlainFile ? &virtFindData : nullptr;
-    } else if (ShouldFileBeEncrypted(fullFilePath)) {
-        QC_CHECK_OR_RETURN(HasSaveNames(PathStripPathStr(fullFilePath)), VVS_InvalidParameter,
-                           L"HasSaveNames(PathStripPathStr(fullFilePath)) =>false%s, ");
+    } else if (isNewEncrypted) {
         filePathToLock = ZipPathStr(fullFilePath);
         // As at the open of a new file: the container must not get the name under which another document is shown.
         QC_CHECK_OR_RETURN(!PathExists(ZipPathStr(filePathToLock)), VVS_PathAlreadyExists,
