@@ -23,6 +23,9 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kTempNameText[] = L"CreateTempFileName(PathStripPathStr(filePathKey), tempFilePath) =>false%s, ";
+
 constexpr std::size_t kMaximumCopies = 522;
 constexpr int kFolderAttempts = 16;
 
@@ -229,8 +232,7 @@ bool VirtualTempFileDispenser::Dispense(const std::wstring& filePathKey, bool co
             DeleteTempFolder(retained->tempFilePath);
     }
     copy = {};
-    QC_CHECK_OR_RETURN(CreateTempFileName(PathStripPathStr(filePathKey), copy.tempFilePath), false,
-                       L"CreateTempFileName(PathStripPathStr(filePathKey), tempFilePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(CreateTempFileName(PathStripPathStr(filePathKey), copy.tempFilePath), false, kTempNameText);
     QC_LOG(L"New tepmFilepath[%s] is dispensed", copy.tempFilePath);
     return qcLog.Leave(false);
 }
