@@ -118,3 +118,21 @@ TEST_F(WhatTakesTheirPlace, AHandleThatStartsEmptyReadsNothingWhereItIsMovedTo) 
         EXPECT_EQ("old words", Get(folder + L"a.txt"));
     }
 }
+
+TEST_F(WhatTakesTheirPlace, AFileStoredWhileTheOldOneIsDeletedStays) {
+    static std::wstring s_path;
+    Replace(GetModuleHandleW(L"QuelcryptVol64.dll"), "CloseHandle", [](HANDLE handle) -> BOOL {
+        const bool wasThere = Exists(s_path);
+        const BOOL isClosed = CloseHandle(handle);
+        if (wasThere && !Exists(s_path))
+            WriteRaw(s_path, "somebody else's");
+        return isClosed;
+    });
+    for (const bool isMoved : {false, true}) {
+        MakeEncrypted(L"Docs\\a.txt", "content");
+        s_path = ContainerPath(L"Docs\\a.txt");
+        EXPECT_OK(isMoved ? Move(L"Docs\\a.txt", L"Plain\\b.txt") : Delete(L"Docs\\a.txt"));
+        EXPECT_EQ("somebody else's", ReadRaw(std::exchange(s_path, {})));
+        DeleteFileW(ContainerPath(L"Docs\\a.txt").c_str());
+    }
+}
