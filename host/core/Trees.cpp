@@ -81,5 +81,6 @@ void MoveTree(const Volume& volume, const Entry& source, const VolumePath& targe
             throw;
     }
     TransferChildren(volume, source, target, done, MoveTree);
+    volume.RemoveReserved(source.path);
     Delete(volume, source);
 }
