@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr std::size_t kBarWidth = 20;
+constexpr std::size_t kBarWidth = 10;
 constexpr std::uint64_t kLongStep = 16'000'000;  // bytes
 constexpr std::chrono::milliseconds kPatience{500}, kInterval{100};
 
