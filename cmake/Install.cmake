@@ -12,6 +12,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/QuelcryptVolConfigVersion
 install(FILES cmake/QuelcryptVolConfig.cmake ${PROJECT_BINARY_DIR}/QuelcryptVolConfigVersion.cmake
     DESTINATION lib/cmake/QuelcryptVol)
 install(DIRECTORY examples DESTINATION .)
+install(FILES README.md CONTRIBUTING.md DESTINATION .)
 install(DIRECTORY docs/ DESTINATION docs FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
 
 # The licence texts of each library, from Debian's packages and from the source packages.
@@ -23,11 +24,15 @@ foreach(source nettle expat)
 endforeach()
 
 if(BUILD_TESTING)
-    install(TARGETS volume_tests unit_tests TestCompanion RUNTIME DESTINATION tests)
+    install(TARGETS volume_tests unit_tests TestCompanion QuelcryptVol64 RUNTIME DESTINATION tests)
     install(TARGETS companion_tests host_tests webdav_tests QuelcryptVol64 QuelcryptLib64 RUNTIME DESTINATION tests/parts)
-    install(FILES $<TARGET_FILE:QuelcryptVol64> DESTINATION tests)
-    install(TARGETS explorer ExplorerCompanion RUNTIME DESTINATION tests/explorer)
-    install(FILES $<TARGET_FILE:QuelcryptVol64> DESTINATION tests/explorer)
+    install(TARGETS explorer ExplorerCompanion QuelcryptVol64 RUNTIME DESTINATION tests/explorer)
+    foreach(program volume_tests unit_tests companion_tests host_tests webdav_tests explorer)
+        add_version_resource(${program} ${program}.exe "Tests of the virtual volume")
+    endforeach()
+    foreach(library TestCompanion ExplorerCompanion)
+        add_version_resource(${library} QuelcryptLib64.dll "A companion library for tests of the virtual volume")
+    endforeach()
     install(FILES tests/windows/run-tests.cmd tests/companion/conformance.json DESTINATION tests)
 endif()
 

@@ -5,11 +5,11 @@
 #include <windows.h>
 
 #include <aclapi.h>
-#include <sddl.h>
 
 #include "Boundary.h"
 #include "Handle.h"
 #include "Paths.h"
+#include "PrivateRights.h"
 #include "Text.h"
 #include "WholeFile.h"
 #include "common/Patience.h"
@@ -22,37 +22,12 @@ using nlohmann::ordered_json;
 struct LocalFreed {
     void operator()(void* memory) const { LocalFree(memory); }
 };
-template <class T>
-using LocalPtr = std::unique_ptr<T, LocalFreed>;
 
-std::wstring UserSid() {
-    HANDLE handle = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &handle))
-        FailWithError(L"The user cannot be found out", GetLastError());
-    const Handle token(handle);
-    alignas(TOKEN_USER) char user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
-    DWORD size = 0;
-    wchar_t* text = nullptr;
-    if (!GetTokenInformation(token.Get(), TokenUser, user, sizeof(user), &size) ||
-        !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user)->User.Sid, &text))
-        FailWithError(L"The user cannot be found out", GetLastError());
-    return LocalPtr<wchar_t>(text).get();
-}
-
-// Access rights for the user only, which what is created in such a folder inherits.
-LocalPtr<void> PrivateRights() {
-    const std::wstring rights = L"D:P(A;OICI;FA;;;" + UserSid() + L")";
-    void* descriptor = nullptr;
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(rights.c_str(), SDDL_REVISION_1, &descriptor, nullptr))
-        FailWithError(L"Access rights cannot be made", GetLastError());
-    return LocalPtr<void>(descriptor);
-}
-
-void MakeFolders(const std::wstring& folder, SECURITY_ATTRIBUTES& rights) {
+void MakeFolders(const std::wstring& folder, PrivateRights& rights) {
     if (GetFileAttributesW(OpenablePath(folder).c_str()) != INVALID_FILE_ATTRIBUTES || FolderOf(folder).empty())
         return;
     MakeFolders(FolderOf(folder), rights);
-    CreateDirectoryW(OpenablePath(folder).c_str(), &rights);
+    CreateDirectoryW(OpenablePath(folder).c_str(), rights.Get());
 }
 
 ordered_json TextOf(const std::wstring& text) { return ToUtf8(text); }
@@ -71,12 +46,13 @@ ordered_json SourceOf(const PasswordSource& source) {
 
 // Creates and opens the new file. It is also the lock for changes of the configuration: while it is open, nobody else can
 // open it to write or delete it, but its owner can rename it. A file that nobody has open was left by a crash.
-Handle OnlyNewFile(const std::wstring& path, SECURITY_ATTRIBUTES& rights) {
+Handle OnlyNewFile(const std::wstring& path) {
+    PrivateRights rights(PrivateRights::For::File);
     Handle file;
     RepeatForAMoment([&] {
         Handle(CreateFileW(path.c_str(), DELETE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT,
                            nullptr));
-        file = Handle(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, &rights, CREATE_NEW,
+        file = Handle(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, rights.Get(), CREATE_NEW,
                                   FILE_ATTRIBUTE_NORMAL, nullptr));
         return static_cast<bool>(file);
     });
@@ -92,7 +68,7 @@ bool OthersMayRead(const std::wstring& path) {
     if (GetNamedSecurityInfoW(OpenablePath(path).c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION | OWNER_SECURITY_INFORMATION, &owner,
                               nullptr, &list, nullptr, &descriptor) != ERROR_SUCCESS)
         return false;
-    const LocalPtr<void> owned(descriptor);
+    const std::unique_ptr<void, LocalFreed> owned(descriptor);
     if (!list)
         return true;
     for (DWORD index = 0; index < list->AceCount; ++index) {
@@ -120,11 +96,10 @@ SettingsFile::SettingsFile(std::wstring path) : m_path(std::move(path)), m_root(
 SettingsFile::~SettingsFile() = default;
 
 void SettingsFile::Change(const std::wstring& path, const std::function<void(SettingsFile&)>& change) {
-    const LocalPtr<void> rights = PrivateRights();
-    SECURITY_ATTRIBUTES attributes{sizeof(attributes), rights.get(), FALSE};
-    MakeFolders(FolderOf(path), attributes);
+    PrivateRights rights(PrivateRights::For::Folder);
+    MakeFolders(FolderOf(path), rights);
     const std::wstring place = OpenablePath(path), aside = OpenablePath(path + L".new");
-    Handle file = OnlyNewFile(aside, attributes);
+    Handle file = OnlyNewFile(aside);
     if (!file)
         FailWithError(path + L" cannot be written, perhaps because another program changes it just now", GetLastError());
     try {

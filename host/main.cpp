@@ -4,6 +4,8 @@
 #include <windows.h>
 
 #include "commands/Commands.h"
+#include "companion/Settings.h"
+#include "core/Checks.h"
 #include "core/Environment.h"
 #include "core/Interrupt.h"
 #include "core/Text.h"
@@ -103,6 +105,8 @@ int RunCommandLine(std::vector<std::string> arguments, Session& session) {
         session.exitCode = error.get_exit_code() == 0 ? Exit_Success : Exit_Usage;
     } catch (const HostError& error) {
         session.Report(error);
+    } catch (const companion::SettingsError& error) {
+        session.Report(HostError(UnusableConfiguration(error.what())));
     } catch (const CQuelcryptErrorException& error) {
         session.Report(HostError(ToUtf8(error.GetDescription())));
     } catch (const std::exception& error) {

@@ -10,13 +10,19 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include "core/HostError.h"
-#include "core/Volume.h"
+#include "core/Progress.h"
+#include "core/Storage.h"
 
 // What the commands of one run share. The volume is loaded when a command first asks for it, so that --config and
 // --trace take effect before.
 class Session {
 public:
-    Volume& GetVolume() { return m_volume ? *m_volume : m_volume.emplace(); }
+    // Throws HostError when the configuration cannot be used or has no folders.
+    Volume& GetVolume();
+    // The same for a command that changes something: warns when others may read passwords in the configuration.
+    Volume& GetVolumeToChange();
+    // Without a configuration there are no folders, but what was left in the temp folder.
+    Volume& GetVolumeWithoutFolders() { return m_volume ? *m_volume : m_volume.emplace(); }
     bool VolumeIsLoaded() const { return m_volume.has_value(); }
 
     // For a command that continues after a failure: prints the line and keeps the exit code for the end.
@@ -25,6 +31,7 @@ public:
 
 private:
     std::optional<Volume> m_volume;
+    bool m_hasFolders = false, m_hasWarned = false;
 };
 
 // Runs one command line, without the program's name. Returns the exit code; errors are printed.
@@ -55,10 +62,32 @@ void AddDecrypt(CLI::App& app, Session& session);
 
 // The description of an item for --json.
 nlohmann::ordered_json JsonOf(const Volume& volume, const Entry& entry);
-// VolumePath::Parse for arguments of the command line, which are UTF-8.
-VolumePath PathArgument(const std::string& text);
-// "root", "mount", "folder", "plain", "encrypted", "conflict".
-const char* TypeWord(VirtualItemType type);
+// The kind of an entry: "mount", "folder", "encrypted", "plain", "damaged", "conflict".
+std::string KindWord(const Volume& volume, const Entry& entry);
+// VolumePath::Parse for arguments of the command line, which are UTF-8. Throws HostError when the path's mount folder is missing on disk.
+VolumePath PathArgument(const Volume& volume, const std::string& text, VolumePath::Wildcards wildcards = VolumePath::Wildcards::Refused);
+// Before all folders below path are gone through: reports mount folders that are missing on disk.
+void ReportMissingFolders(Session& session, const Volume& volume, const VolumePath& path);
+// What a person sees of a tree that is copied, moved or deleted: the progress, and at the end what is no longer encrypted.
+class TreeReport {
+public:
+    TreeReport(const Volume& volume, const Entry& tree, const char* doing);
+    ~TreeReport();
+    TreeReport(const TreeReport&) = delete;
+    TreeReport& operator=(const TreeReport&) = delete;
+
+    void Done(const Entry& file, const VolumePath& target);
+
+private:
+    void BeginProgress();
+
+    const Volume& m_volume;
+    const Entry& m_tree;
+    const char* m_doing;
+    std::optional<Progress> m_progress;
+    Exposed m_exposed;
+};
+
 // The destination for something called name: inside target when that is a folder, else target itself.
 VolumePath TargetFor(const Volume& volume, const VolumePath& target, const std::wstring& name);
 // The same for an item of the volume that will be moved or copied there. Throws HostError when that is impossible: onto

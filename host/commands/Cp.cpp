@@ -12,10 +12,12 @@ struct Options {
 };
 
 void Copy(const Volume& volume, const Options& options) {
-    const Entry source = volume.Require(PathArgument(options.from));
+    const Entry source = volume.Require(PathArgument(volume, options.from));
     if (source.IsFolder() && !options.recursive)
         throw HostError(source.path.Shown() + ": a folder; -r copies it with everything in it");
-    CopyTree(volume, source, ResolveTarget(volume, source, PathArgument(options.to), options.replace));
+    const VolumePath target = ResolveTarget(volume, source, PathArgument(volume, options.to), options.replace);
+    TreeReport report(volume, source, "copying");
+    CopyTree(volume, source, target, [&](const Entry& file, const VolumePath& copy) { report.Done(file, copy); });
 }
 
 }  // namespace
@@ -27,5 +29,5 @@ void AddCp(CLI::App& app, Session& session) {
     command->add_flag("-f,--force", options->replace, "Replace an existing file");
     command->add_option("SOURCE", options->from, "What to copy")->required();
     command->add_option("TARGET", options->to, "The path of the copy, or the folder to copy into")->required();
-    command->callback([&session, options] { Copy(session.GetVolume(), *options); });
+    command->callback([&session, options] { Copy(session.GetVolumeToChange(), *options); });
 }

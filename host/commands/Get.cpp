@@ -51,8 +51,9 @@ void CopyOut(const Volume& volume, const Entry& entry, LocalTarget& target) {
 
 void Get(Session& session, const Options& options) {
     const Volume& volume = session.GetVolume();
-    RequireUndamaged(volume, PathArgument(options.path));
-    const Entry entry = volume.Require(PathArgument(options.path));
+    const VolumePath path = PathArgument(volume, options.path);
+    RequireUndamaged(volume, path);
+    const Entry entry = volume.Require(path);
     if (entry.IsFolder())
         throw HostError(entry.path.Shown() + ": a folder; get takes one file");
     if (entry.data.itemType != VIT_PlainFile && !volume.HasRoomFor(static_cast<std::uint64_t>(entry.data.fileSize)))

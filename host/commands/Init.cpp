@@ -64,6 +64,8 @@ void Init(const Options& options) {
     const std::wstring name = NameFor(options, path);
     if (const char* problem = VolumePath::ComponentProblem(name))
         throw HostError(ToUtf8(name) + ": not a valid name for a mount folder: " + problem);
+    if (name.size() < 2)
+        throw HostError(ToUtf8(name) + ": the name of a mount folder has at least two characters; --name gives it another");
     Add(file, path, name, {companion::PasswordSource::Kind::Prompt, {}});  // reports errors before the question for the password
     const NewPassword password = ChoosePassword(options.password, ToUtf8(name));
     MakeFolder(path);

@@ -1,5 +1,6 @@
 // key set NAME, key forget NAME: where the password of a key comes from.
 #include <memory>
+#include <set>
 
 #include "commands/Commands.h"
 #include "commands/PasswordOptions.h"
@@ -26,20 +27,36 @@ void RequireRight(const SettingsFile& file, const std::string& key, const compan
             companion::ProvePassword(file.Get(), *holder, secret, {}, companion::BeforeWriting::No);
 }
 
+void RequireKey(const SettingsFile& file, const std::string& key) {
+    std::set<std::string> keys{file.Get().defaultKey};
+    for (const auto& [name, source] : file.Get().passwords)
+        keys.insert(name);
+    for (const companion::ConfiguredFolder& folder : file.Get().folders)
+        keys.insert(folder.targetKey.value_or(""));
+    keys.erase("");
+    std::string names;
+    for (const std::string& name : keys)
+        names += (names.empty() ? "" : ", ") + name;
+    if (!keys.contains(key))
+        throw HostError(key + ": there is no such key; " +
+                        (names.empty() ? "'quelvol init FOLDER' makes the first one" : "the keys are: " + names));
+}
+
 // Until rekey has finished, the configuration may be the only place that has the two passwords.
-void RefuseWhileRekeyed(const SettingsFile& file, const std::string& key) {
+void RequireChangeable(const SettingsFile& file, const std::string& key) {
+    RequireKey(file, key);
     for (const auto& [rekeyed, former] : file.Get().formerKeys)
         if (key == rekeyed || key == former)
             throw HostError(key + ": 'quelvol rekey' of " + rekeyed + " is not finished; run it again first");
 }
 
 void Set(const Options& options) {
-    RefuseWhileRekeyed(SettingsFile(companion::SettingsPath()), options.key);
+    RequireChangeable(SettingsFile(companion::SettingsPath()), options.key);
     PasswordChoice choice = options.password;
     choice.allowWeak = true;  // the documents have it already
     const NewPassword password = ChoosePassword(choice, options.key);
     SettingsFile::Change(companion::SettingsPath(), [&](SettingsFile& file) {
-        RefuseWhileRekeyed(file, options.key);
+        RequireChangeable(file, options.key);
         file.SetPassword(options.key, password.source);
         try {
             RequireRight(file, options.key, password.secret);
@@ -52,9 +69,7 @@ void Set(const Options& options) {
 
 void Forget(const std::string& key) {
     SettingsFile::Change(companion::SettingsPath(), [&](SettingsFile& file) {
-        if (!file.Get().passwords.contains(key))
-            throw HostError(key + ": the configuration has no password of this name");
-        RefuseWhileRekeyed(file, key);
+        RequireChangeable(file, key);
         file.SetPassword(key, {companion::PasswordSource::Kind::Prompt, {}});
     });
     PrintOut("The password of " + key + " is no longer stored; whoever uses it is asked for it.\n");

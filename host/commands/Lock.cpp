@@ -64,8 +64,8 @@ int RunCommand(Session& session, const std::vector<std::string>& command) {
 }
 
 void Hold(Session& session, const Options& options) {
-    const Volume& volume = session.GetVolume();
-    const VolumePath path = PathArgument(options.path);
+    const Volume& volume = session.GetVolumeToChange();
+    const VolumePath path = PathArgument(volume, options.path);
     const std::optional<Entry> entry = volume.Find(path);
     if (!entry) {
         volume.RequireFolder(path.Parent());

@@ -13,7 +13,7 @@ std::string LockLine(const LockInfo& lock) {
 }
 
 void ListLocks(const Volume& volume, const std::string& argument) {
-    const Entry entry = volume.Require(PathArgument(argument));
+    const Entry entry = volume.Require(PathArgument(volume, argument));
     if (entry.IsFolder())
         throw StatusError(entry.path.Shown(), VVS_BadRequest);
     std::string text;

@@ -35,11 +35,6 @@ std::vector<Entry> Listed(const Volume& volume, const VolumePath& path) {
 
 std::string ShownName(const Entry& entry) { return ToShown(entry.Name()) + (entry.IsFolder() ? "/" : ""); }
 
-// The kind of an entry, in one word.
-std::string KindWord(const Volume& volume, const Entry& entry) {
-    return entry.IsFolder() ? TypeWord(entry.data.itemType) : StoredWord(StoredAs(volume, entry));
-}
-
 void PrintLong(const Volume& volume, const std::vector<Entry>& entries) {
     const auto sizeText = [](const Entry& entry) { return entry.IsFolder() ? "-" : std::to_string(entry.data.fileSize); };
     std::size_t width = 0;
@@ -65,7 +60,7 @@ void PrintShort(const std::vector<Entry>& entries) {
 
 // Reports problems of the listed folders, without asking for a password, which a list of names does not need.
 void TellProblems(const Volume& volume, const VolumePath& listed) {
-    for (const FolderProblem& problem : ProblemsOf(RequireMountFolders(volume), false)) {
+    for (const FolderProblem& problem : ProblemsOf(volume.MountFolders(), false)) {
         const VolumePath mount = VolumePath().Child(BoundedText(problem.mount.name));
         if (listed.IsRoot() || listed.Equals(mount) || listed.IsInside(mount))
             PrintError("quelvol: " + problem.text + "\n");
@@ -90,7 +85,7 @@ void List(const Volume& volume, const std::vector<Entry>& entries, const Options
 
 void List(Session& session, const Options& options) {
     const Volume& volume = session.GetVolume();
-    const VolumePath path = VolumePath::Parse(ToUtf16(options.path), VolumePath::Wildcards::InLastComponent);
+    const VolumePath path = PathArgument(volume, options.path, VolumePath::Wildcards::InLastComponent);
     TellProblems(volume, path);
     nlohmann::ordered_json all = nlohmann::ordered_json::array();
     List(volume, Listed(volume, path), options, {}, all);

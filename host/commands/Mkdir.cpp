@@ -30,5 +30,8 @@ void AddMkdir(CLI::App& app, Session& session) {
     CLI::App* const command = app.add_subcommand("mkdir", "Make a folder");
     command->add_flag("-p,--parents", *parents, "Make missing parents too; the folder may exist already");
     command->add_option("PATH", *path, "The folder to make")->required();
-    command->callback([&session, path, parents] { MakeFolder(session.GetVolume(), PathArgument(*path), *parents); });
+    command->callback([&session, path, parents] {
+        const Volume& volume = session.GetVolumeToChange();
+        MakeFolder(volume, PathArgument(volume, *path), *parents);
+    });
 }

@@ -2,7 +2,6 @@
 #include <algorithm>
 
 #include "commands/Commands.h"
-#include "core/Checks.h"
 #include "core/Text.h"
 
 namespace {
@@ -16,7 +15,7 @@ std::string TypeStr(ProtectedFolderType type) {
 }
 
 void ListMounts(Session& session) {
-    const std::vector<VirtMountInfo> folders = RequireMountFolders(session.GetVolume());
+    const std::vector<VirtMountInfo> folders = session.GetVolume().MountFolders();
     std::size_t nameWidth = 0, typeWidth = 0;
     for (const VirtMountInfo& folder : folders) {
         nameWidth = std::max(nameWidth, BoundedText(folder.name).size());

@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "commands/Commands.h"
-#include "core/Checks.h"
 #include "core/Interrupt.h"
 #include "core/LocalFile.h"
 #include "core/OnDisk.h"
@@ -19,7 +18,7 @@ struct Options {
 };
 
 VolumePath Target(const Volume& volume, const Options& options, const LocalSource& source) {
-    const VolumePath path = PathArgument(options.path);
+    const VolumePath path = PathArgument(volume, options.path);
     if (source.IsStandardInput())
         return path;
     const std::wstring local = ToUtf16(options.local);
@@ -37,17 +36,9 @@ void RequireAnother(const Volume& volume, const VolumePath& target, const Option
                         (existing->data.itemType == VIT_PlainFile ? ". 'quelvol encrypt' encrypts it in place" : ""));
 }
 
-void TellIfInClear(const Volume& volume, const VolumePath& target) {
-    const std::optional<Entry> entry = volume.Find(target);
-    const Stored stored = entry ? StoredAs(volume, *entry) : Stored::Encrypted;
-    if (stored != Stored::Encrypted && stored != Stored::ConflictCopy)
-        PrintError("quelvol: " + target.Shown() + ": stored " + StoredReason(stored) + "\n");
-}
-
 void Put(Session& session, const Options& options) {
     LocalSource source(ToUtf16(options.local));
-    const Volume& volume = session.GetVolume();
-    RequireMountFolders(volume);
+    const Volume& volume = session.GetVolumeToChange();
     const VolumePath target = Target(volume, options, source);
     if (!target.IsRoot() && target.Depth() > 2 && !volume.Find(target.Parent()))
         throw HostError(StatusError(target.Parent().Shown(), VVS_FileNotFound).what() + std::string("; 'quelvol mkdir -p ") +
@@ -65,7 +56,10 @@ void Put(Session& session, const Options& options) {
     VirtFindData times{};
     source.ReadTimes(times);
     upload.Place(times);
-    TellIfInClear(volume, upload.Target());
+    Exposed exposed;
+    exposed.Note(upload.Target(), StoredAs(volume, upload.Stored()));
+    if (const std::string text = exposed.Text(); !text.empty())
+        PrintError("quelvol: " + text + "\n");
 }
 
 }  // namespace

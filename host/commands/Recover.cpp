@@ -7,6 +7,7 @@
 #include "commands/Commands.h"
 #include "companion/SideFile.h"
 #include "core/LocalFile.h"
+#include "core/Progress.h"
 #include "core/Recovery.h"
 #include "core/Storage.h"
 #include "core/Text.h"
@@ -81,7 +82,7 @@ void ListBegunCopies(const Volume& volume) {
 }
 
 void List(Session& session, bool json) {
-    const Volume& volume = session.GetVolume();
+    const Volume& volume = session.GetVolumeWithoutFolders();
     const LeftBehind left(volume.Temp().Path());
     const std::vector<LeftEdit> edits = left.Edits(volume.Get());
     if (json) {
@@ -102,6 +103,13 @@ void List(Session& session, bool json) {
     for (const std::string& line : left.InUse())
         PrintOut("Left alone: " + line + "\n");
     ListBegunCopies(volume);
+}
+
+Progress ProgressOver(const char* doing, const std::vector<LeftEdit>& edits) {
+    std::uint64_t bytes = 0;
+    for (const LeftEdit& edit : edits)
+        bytes += edit.state.size;
+    return Progress(doing, bytes, edits.size());
 }
 
 LeftEdit Chosen(const std::vector<LeftEdit>& edits, const std::string& id) {
@@ -125,7 +133,7 @@ std::vector<LeftEdit> Chosen(const std::vector<LeftEdit>& edits, const std::vect
 }
 
 void Copy(Session& session, const std::string& id, const std::string& local) {
-    const Volume& volume = session.GetVolume();
+    const Volume& volume = session.GetVolumeWithoutFolders();
     const LeftBehind left(volume.Temp().Path());
     const LeftEdit edit = Chosen(left.Edits(volume.Get()), id);
     LocalTarget target(ToUtf16(local));
@@ -143,17 +151,20 @@ void SaveOne(const Volume& volume, const LeftEdit& edit, const std::optional<Vol
 }
 
 void Save(Session& session, const Options& options) {
-    const Volume& volume = session.GetVolume();
+    const Volume& volume = session.GetVolumeToChange();
     const LeftBehind left(volume.Temp().Path());
     const std::vector<LeftEdit> edits = Chosen(left.Edits(volume.Get()), options.ids);
     if (!options.target.empty() && edits.size() != 1)
         throw UsageError("--to is for one edit");
+    Progress progress = ProgressOver("saving", edits);
     for (const LeftEdit& edit : edits) {
+        progress.NextFile();
         try {
             std::optional<VolumePath> given;
             if (!options.target.empty())
-                given = TargetFor(volume, PathArgument(options.target), edit.file.filename().native());
+                given = TargetFor(volume, PathArgument(volume, options.target), edit.file.filename().native());
             SaveOne(volume, edit, given);
+            progress.Advance(edit.state.size);
         } catch (const HostError& error) {
             session.Report(error);
             if (error.Code() == Exit_Interrupted)
@@ -163,12 +174,16 @@ void Save(Session& session, const Options& options) {
 }
 
 void CleanEdits(Session& session) {
-    const Volume& volume = session.GetVolume();
+    const Volume& volume = session.GetVolumeWithoutFolders();
     const LeftBehind left(volume.Temp().Path());
+    const std::vector<LeftEdit> edits = left.Edits(volume.Get());
     std::size_t kept = 0;
-    for (const LeftEdit& edit : left.Edits(volume.Get())) {
+    Progress progress = ProgressOver("comparing", edits);
+    for (const LeftEdit& edit : edits) {
+        progress.NextFile();
         try {
             const std::optional<VolumePath> saved = edit.isGone ? std::nullopt : FindSaved(volume, edit);
+            progress.Advance(edit.state.size);
             if (!edit.isGone && !saved) {
                 ++kept;
                 continue;
@@ -186,7 +201,7 @@ void CleanEdits(Session& session) {
 }
 
 void Discard(Session& session, const Options& options) {
-    const Volume& volume = session.GetVolume();
+    const Volume& volume = session.GetVolumeWithoutFolders();
     const LeftBehind left(volume.Temp().Path());
     for (const LeftEdit& edit : Chosen(left.Edits(volume.Get()), options.ids)) {
         try {
@@ -210,7 +225,7 @@ void CleanCopies(Session& session) {
     for (const std::string& line : left.InUse())
         PrintOut("Left alone: " + line + "\n");
     std::size_t removed = 0;
-    const Volume& volume = session.GetVolume();
+    const Volume& volume = session.GetVolumeWithoutFolders();
     ForEachFile(
         volume, {}, [](const Entry&, Stored) {},
         [&](const VolumePath& folder) { removed += folder.IsRoot() ? 0 : companion::RemoveLeftSideFiles(ConfiguredPath(volume, folder)); });

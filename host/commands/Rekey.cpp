@@ -9,7 +9,6 @@
 #include "companion/Paths.h"
 #include "companion/ProtectedText.h"
 #include "companion/SettingsFile.h"
-#include "core/Checks.h"
 #include "core/Companion.h"
 #include "core/Interrupt.h"
 #include "core/OnDisk.h"
@@ -97,6 +96,7 @@ void Reencrypt(const Volume& volume, const Entry& entry, const std::wstring& con
 // Returns how many documents still have the old password.
 std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsFile& file, const std::string& key) {
     std::vector<Entry> files;
+    std::uint64_t bytes = 0;
     std::size_t left = 0, done = 0;
     const auto isOfKey = [&](const std::wstring& path) {
         const auto holder = file.Get().KeyFolderOf(path);
@@ -105,20 +105,22 @@ std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsF
     ForEachFile(volume, {}, [&](const Entry& entry, Stored stored) {
         if (isOfKey(ConfiguredPath(volume, entry)) &&
             (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged))
-            files.push_back(entry);
+            files.push_back(entry), bytes += static_cast<std::uint64_t>(entry.data.fileSize);
     });
-    Progress progress("re-encrypting", 0);
+    Progress progress("re-encrypting", bytes, files.size());
     for (const Entry& entry : files) {
-        progress.SetLabel(std::to_string(&entry - files.data() + 1) + " of " + std::to_string(files.size()) + " documents");
+        progress.NextFile();
         try {
             StopIfInterrupted();
             const std::wstring container = ConfiguredPath(volume, entry);
-            const Verdict verdict = ExamineContainer(container, [](std::uint64_t) { return !Interrupted(); });
+            const Verdict verdict = ExamineContainer(container, [&](std::uint64_t count) {
+                progress.Advance(count);
+                return !Interrupted();
+            });
             if (verdict.state == ContainerState::OtherKey)
                 Reencrypt(volume, entry, container), ++done;
             else if (verdict.state != ContainerState::Whole)
                 throw HostError(entry.ListedPath().Shown() + ": left as it is: " + verdict.reason);
-            progress.Advance(static_cast<std::uint64_t>(entry.data.fileSize));
         } catch (const HostError& error) {
             session.Report(error);
             ++left;
@@ -201,9 +203,8 @@ DiskHandle OnlyOne() {
 void Rekey(Session& session, const Options& options) {
     const DiskHandle onlyOne = OnlyOne();
     SettingsFile file(companion::SettingsPath());
-    const Volume& volume = session.GetVolume();
-    RequireMountFolders(volume);
-    const VolumePath path = PathArgument(options.folder);
+    const Volume& volume = session.GetVolumeToChange();
+    const VolumePath path = PathArgument(volume, options.folder);
     volume.RequireFolder(path);
     const auto holder = file.Get().KeyFolderOf(ConfiguredPath(volume, path));
     if (!holder)

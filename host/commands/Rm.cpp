@@ -12,7 +12,7 @@ struct Options {
 };
 
 void RemoveOne(const Volume& volume, const std::string& argument, bool recursive) {
-    const VolumePath path = PathArgument(argument);
+    const VolumePath path = PathArgument(volume, argument);
     if (!volume.Find(path) && volume.RemoveLink(path))
         return;
     const Entry entry = volume.Require(path);
@@ -20,7 +20,8 @@ void RemoveOne(const Volume& volume, const std::string& argument, bool recursive
         throw HostError(entry.path.Shown() + ": a mount folder; remove it from the configuration");
     if (entry.IsFolder() && !recursive)
         throw HostError(entry.path.Shown() + ": a folder; -r deletes it with everything in it");
-    RemoveTree(volume, entry);
+    TreeReport report(volume, entry, "deleting");
+    RemoveTree(volume, entry, [&](const Entry& file, const VolumePath& gone) { report.Done(file, gone); });
 }
 
 }  // namespace
@@ -33,7 +34,7 @@ void AddRm(CLI::App& app, Session& session) {
     command->callback([&session, options] {
         for (const std::string& path : options->paths) {
             try {
-                RemoveOne(session.GetVolume(), path, options->recursive);
+                RemoveOne(session.GetVolumeToChange(), path, options->recursive);
             } catch (const HostError& error) {
                 session.Report(error);
                 if (error.Code() == Exit_Interrupted || error.Code() == Exit_NoVolume)

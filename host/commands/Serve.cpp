@@ -100,7 +100,7 @@ void LeaveTheScreen() {
 
 // Passwords are asked for now, because the running server asks nobody.
 void TellProblems(const Volume& volume) {
-    const std::vector<VirtMountInfo> mounts = RequireMountFolders(volume);
+    const std::vector<VirtMountInfo> mounts = volume.MountFolders();
     const std::vector<FolderProblem> problems = ProblemsOf(mounts, true);
     std::size_t unusable = 0;
     for (const FolderProblem& problem : problems) {
@@ -110,12 +110,11 @@ void TellProblems(const Volume& volume) {
     if (unusable == mounts.size())
         throw HostError("no folder can be served");
     ForbidPasswordQuestions();
-    WarnOfReadableConfiguration();
 }
 
 void Serve(Session& session, const Options& options) {
     webdav::AccessRules rules = MakeRules(options);
-    const Volume& volume = session.GetVolume();
+    const Volume& volume = session.GetVolumeToChange();
     TellProblems(volume);
     CatchEndOfSession();
     LeaveTheScreen();

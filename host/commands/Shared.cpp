@@ -1,19 +1,77 @@
 #include "commands/Commands.h"
+#include "core/Checks.h"
 #include "core/Conflicts.h"
+#include "core/Storage.h"
 #include "core/Text.h"
 
-VolumePath PathArgument(const std::string& text) { return VolumePath::Parse(ToUtf16(text)); }
+Volume& Session::GetVolume() {
+    Volume& volume = GetVolumeWithoutFolders();
+    if (!m_hasFolders)
+        RequireMountFolders(volume);
+    m_hasFolders = true;
+    return volume;
+}
 
-const char* TypeWord(VirtualItemType type) {
-    switch (type) {
+Volume& Session::GetVolumeToChange() {
+    Volume& volume = GetVolume();
+    if (!std::exchange(m_hasWarned, true))
+        WarnOfReadableConfiguration();
+    return volume;
+}
+
+VolumePath PathArgument(const Volume& volume, const std::string& text, VolumePath::Wildcards wildcards) {
+    VolumePath path = VolumePath::Parse(ToUtf16(text), wildcards);
+    VirtMountInfo mount{};
+    const bool isInMount = !path.IsRoot() && volume->GetMountInfoByVolumePath(path.Str(), &mount);
+    if (const std::string missing = isInMount ? MissingText(mount) : ""; !missing.empty())
+        throw HostError(missing);
+    return path;
+}
+
+void ReportMissingFolders(Session& session, const Volume& volume, const VolumePath& path) {
+    for (const VirtMountInfo& mount : path.IsRoot() ? volume.MountFolders() : std::vector<VirtMountInfo>())
+        if (const std::string missing = MissingText(mount); !missing.empty())
+            session.Report(HostError(missing));
+}
+
+std::string KindWord(const Volume& volume, const Entry& entry) {
+    switch (entry.data.itemType) {
         case VIT_Root: return "root";
         case VIT_MountFolder: return "mount";
         case VIT_Folder: return "folder";
-        case VIT_PlainFile: return "plain";
-        case VIT_EncryptedFile: return "encrypted";
-        case VIT_EncryptedFileInConflict: return "conflict";
+        default: return StoredWord(StoredAs(volume, entry));
     }
-    return "unknown";
+}
+
+TreeReport::TreeReport(const Volume& volume, const Entry& tree, const char* doing) : m_volume(volume), m_tree(tree), m_doing(doing) {
+    if (!tree.IsFolder())
+        m_progress.emplace(tree.path.Shown(), static_cast<std::uint64_t>(tree.data.fileSize)).Say(doing);
+}
+
+TreeReport::~TreeReport() {
+    if (const std::string text = m_exposed.Text(); !text.empty())
+        PrintError("quelvol: " + text + "\n");
+}
+
+void TreeReport::Done(const Entry& file, const VolumePath& target) {
+    if (!m_progress)
+        BeginProgress();
+    m_progress->NextFile();
+    m_progress->Advance(static_cast<std::uint64_t>(file.data.fileSize));
+    if (!target.IsRoot())
+        m_exposed.Note(m_volume, file, target);
+}
+
+// Not before the first file, because most folders are moved as a whole.
+void TreeReport::BeginProgress() {
+    std::uint64_t bytes = 0;
+    std::size_t files = 0;
+    if (Progress(m_doing).IsSeen())
+        ForEachFile(m_volume, m_tree.path, [&](const Entry& file, Stored) {
+            bytes += static_cast<std::uint64_t>(file.data.fileSize);
+            ++files;
+        });
+    m_progress.emplace(m_doing, bytes, files);
 }
 
 VolumePath TargetFor(const Volume& volume, const VolumePath& target, const std::wstring& name) {

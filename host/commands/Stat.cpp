@@ -22,12 +22,13 @@ std::string AttributesStr(std::uint32_t attributes) {
 
 void Stat(Session& session, const std::string& argument, bool json) {
     const Volume& volume = session.GetVolume();
-    RequireUndamaged(volume, PathArgument(argument));
-    const Entry entry = volume.Require(PathArgument(argument));
+    const VolumePath path = PathArgument(volume, argument);
+    RequireUndamaged(volume, path);
+    const Entry entry = volume.Require(path);
     if (json)
         return PrintOut(JsonOf(volume, entry).dump(2) + "\n");
     std::string text = "Name:        " + ToShown(entry.Name()) + "\n";
-    text += "Type:        " + std::string(TypeWord(entry.data.itemType)) + "\n";
+    text += "Type:        " + KindWord(volume, entry) + "\n";
     if (!entry.IsFolder())
         text += "Size:        " + std::to_string(entry.data.fileSize) + "\n";
     if (!entry.IsFolder())

@@ -9,6 +9,7 @@
 #include "companion/SideFile.h"
 #include "core/Checks.h"
 #include "core/LeftBehind.h"
+#include "core/Progress.h"
 #include "core/Storage.h"
 #include "core/Text.h"
 
@@ -35,58 +36,85 @@ constexpr Row kRows[] = {
 };
 
 struct Census {
-    std::vector<std::string> leftOver;                 // unfinished files of runs that were killed
+    std::vector<std::string> setAside, unfinished;     // of interrupted operations
     std::map<Stored, std::vector<std::string>> names;  // the first few of each kind that needs attention
     std::map<Stored, std::size_t> counts;
 };
 
+// Counts what has the name of something that an interrupted operation leaves. False: it has another name.
+bool CountLeft(Census& census, const VolumePath& path) {
+    if (path.IsRoot() || path.IsMountFolder())
+        return false;
+    const bool isAside = !VolumePath::NameBeforeAside(path.Name()).empty(), isBegun = IsBegunCopy(path.Name());
+    if (isAside || isBegun)
+        (isAside ? census.setAside : census.unfinished).push_back(path.Shown());
+    return isAside || isBegun;
+}
+
 Census Count(const Volume& volume, const VolumePath& folder) {
     Census census;
-    const auto noteAside = [&](const VolumePath& path) {
-        if (!path.IsMountFolder() && (!VolumePath::NameBeforeAside(path.Name()).empty() || IsBegunCopy(path.Name())))
-            census.leftOver.push_back(path.Shown());
-    };
+    Progress progress("looking through " + folder.Shown());
     const auto enter = [&](const VolumePath& entered) {
-        noteAside(entered);
+        CountLeft(census, entered);
         for (const std::wstring& path : companion::LeftSideFiles(ConfiguredPath(volume, entered)))
-            census.leftOver.push_back(ToShown(path) + "; 'quelvol clean' deletes it");
+            census.unfinished.push_back(ToShown(path) + "; 'quelvol clean' deletes it");
     };
-    ForEachFile(
-        volume, folder,
-        [&](const Entry& entry, Stored stored) {
-            noteAside(entry.path);
-            ++census.counts[stored];
-            auto& names = census.names[stored];
-            if (names.size() < kMostNamed)
-                names.push_back(entry.ListedPath().Shown());
-        },
-        enter);
+    const auto count = [&](const Entry& entry, Stored stored) {
+        progress.NextFile();
+        if (CountLeft(census, entry.path))
+            return;
+        ++census.counts[stored];
+        auto& names = census.names[stored];
+        if (names.size() < kMostNamed)
+            names.push_back(entry.ListedPath().Shown());
+    };
+    ForEachFile(volume, folder, count, enter);
     return census;
+}
+
+// names: all, or the first of them.
+std::string Lines(std::size_t count, const char* what, const std::vector<std::string>& names) {
+    std::string text = "  " + std::to_string(count) + " " + what + "\n";
+    const std::size_t named = std::min(names.size(), kMostNamed);
+    for (std::size_t index = 0; index < named; ++index)
+        text += "      " + names[index] + "\n";
+    return text + (named > 0 && count > named ? "      and " + std::to_string(count - named) + " more\n" : "");
 }
 
 std::string Report(Census& census) {
     std::string text;
-    for (const Row& row : kRows) {
-        const std::size_t count = census.counts[row.stored];
-        if (count == 0 && row.stored != Stored::Encrypted)
-            continue;
-        text += "  " + std::to_string(count) + " " + row.text + "\n";
-        for (const std::string& name : census.names[row.stored])
-            if (row.wantsAttention)
-                text += "      " + name + "\n";
-        if (row.wantsAttention && count > kMostNamed)
-            text += "      and " + std::to_string(count - kMostNamed) + " more\n";
-    }
-    if (!census.leftOver.empty())
-        text += "  " + std::to_string(census.leftOver.size()) + " left over from interrupted operations, and may be unencrypted\n";
-    for (std::size_t index = 0; index < std::min(census.leftOver.size(), kMostNamed); ++index)
-        text += "      " + census.leftOver[index] + "\n";
+    for (const Row& row : kRows)
+        if (const std::size_t count = census.counts[row.stored]; count > 0 || row.stored == Stored::Encrypted)
+            text += Lines(count, row.text, row.wantsAttention ? census.names[row.stored] : std::vector<std::string>());
+    if (!census.setAside.empty())
+        text += Lines(census.setAside.size(), "set aside by interrupted saves or moves; compare them with the documents", census.setAside);
+    if (!census.unfinished.empty())
+        text += Lines(census.unfinished.size(), "unfinished files of interrupted runs, perhaps unencrypted", census.unfinished);
     return text;
 }
 
+// What earlier runs left in the temp folder.
+struct LeftInTemp {
+    std::size_t edits = 0, copies = 0;
+
+    explicit LeftInTemp(const Volume& volume) {
+        for (const LeftEdit& edit : LeftBehind(volume.Temp().Path()).Edits(volume.Get()))
+            ++(edit.isGone || edit.LooksUntouched() ? copies : edits);
+    }
+    std::string Text() const {
+        std::string text;
+        if (edits > 0)
+            text += std::to_string(edits) + (edits == 1 ? " edit is" : " edits are") + " unsaved; 'quelvol recover' lists them\n";
+        if (copies > 0)
+            text += std::to_string(copies) + (copies == 1 ? " decrypted copy" : " decrypted copies") +
+                    " left behind, in which nothing seems to be written; 'quelvol recover clean' compares and deletes them\n";
+        return text;
+    }
+};
+
 void Status(Session& session, bool json) {
     const Volume& volume = session.GetVolume();
-    const std::vector<VirtMountInfo> mounts = RequireMountFolders(volume);
+    const std::vector<VirtMountInfo> mounts = volume.MountFolders();
     const std::vector<FolderProblem> problems = ProblemsOf(mounts, false);
     ordered_json all = ordered_json::array();
     bool wantsAttention = !problems.empty();
@@ -106,19 +134,18 @@ void Status(Session& session, bool json) {
             folder[row.word] = census.counts[row.stored];
             wantsAttention = wantsAttention || (row.wantsAttention && census.counts[row.stored] > 0);
         }
-        folder["leftOver"] = census.leftOver.size();
-        wantsAttention = wantsAttention || !census.leftOver.empty();
+        folder["setAside"] = census.setAside.size();
+        folder["unfinished"] = census.unfinished.size();
+        wantsAttention = wantsAttention || !census.setAside.empty() || !census.unfinished.empty();
         all.push_back(folder);
         if (!json)
             PrintOut(text + (isThere ? Report(census) : ""));
     }
-    const std::size_t edits = LeftBehind(volume.Temp().Path()).Edits(volume.Get()).size();
-    if (json)
-        PrintOut(ordered_json{{"folders", all}, {"unsavedEdits", edits}}.dump(2) + "\n");
-    else if (edits > 0)
-        PrintOut(std::to_string(edits) + (edits == 1 ? " edit" : " edits") + " may be unsaved; 'quelvol recover' lists them\n");
+    const LeftInTemp left(volume);
+    PrintOut(json ? ordered_json{{"folders", all}, {"unsavedEdits", left.edits}, {"decryptedCopies", left.copies}}.dump(2) + "\n"
+                  : left.Text());
     WarnOfReadableConfiguration();
-    if (wantsAttention || edits > 0)
+    if (wantsAttention || left.edits + left.copies > 0)
         session.exitCode = Exit_Failed;
 }
 
@@ -127,7 +154,7 @@ void Status(Session& session, bool json) {
 void AddStatus(CLI::App& app, Session& session) {
     const auto json = std::make_shared<bool>(false);
     CLI::App* const command = app.add_subcommand("status", "Show for each folder what is encrypted, what is not, and what needs attention");
-    command->add_flag("--json", *json, "For programs: folders with their counts, unsavedEdits");
+    command->add_flag("--json", *json, "For programs: folders with their counts, unsavedEdits, decryptedCopies");
     command->footer("Ends with 1 when something needs attention.");
     command->callback([&session, json] { Status(session, *json); });
 }

@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "commands/Commands.h"
-#include "core/Checks.h"
 #include "core/Companion.h"
 #include "core/Interrupt.h"
 #include "core/Progress.h"
@@ -44,16 +43,18 @@ Work FindWork(const Volume& volume, const VolumePath& path, bool encrypt) {
 std::string Files(std::size_t count) { return std::to_string(count) + (count == 1 ? " file" : " files"); }
 
 void TurnAll(Session& session, const Options& options, bool encrypt) {
-    const Volume& volume = session.GetVolume();
-    RequireMountFolders(volume);
-    const Work work = FindWork(volume, PathArgument(options.path), encrypt);
-    Progress progress(Files(work.files.size()), options.dryRun ? 0 : 2 * work.bytes);  // each file is read again to be compared
+    const Volume& volume = session.GetVolumeToChange();
+    const VolumePath path = PathArgument(volume, options.path);
+    ReportMissingFolders(session, volume, path);
+    const Work work = FindWork(volume, path, encrypt);
+    // Each file is read again to be compared.
+    Progress progress(encrypt ? "encrypting" : "decrypting", 2 * work.bytes, work.files.size());
     std::size_t done = 0;
     for (const Entry& entry : work.files) {
         const std::string shown = entry.ListedPath().Shown();
         try {
             StopIfInterrupted();
-            progress.SetLabel(std::to_string(done + 1) + " of " + Files(work.files.size()));
+            progress.NextFile();
             if (options.dryRun)
                 PrintOut(shown + "\n");
             else

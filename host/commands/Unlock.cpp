@@ -9,7 +9,7 @@ namespace {
 
 void Release(const Volume& volume, const std::string& argument, const std::string& givenToken) {
     // Without Find, because the locked file may be missing by now.
-    const VolumePath path = PathArgument(argument);
+    const VolumePath path = PathArgument(volume, argument);
     const std::optional<Entry> entry = volume.Find(path);
     const VolumePath& target = entry ? entry->path : path;
     const std::wstring token = givenToken.empty() ? GetVariable(L"QUELVOL_LOCK_TOKEN") : ToUtf16(givenToken);

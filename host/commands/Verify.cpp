@@ -4,7 +4,6 @@
 #include <nlohmann/json.hpp>
 
 #include "commands/Commands.h"
-#include "core/Checks.h"
 #include "core/Companion.h"
 #include "core/Interrupt.h"
 #include "core/Progress.h"
@@ -40,10 +39,11 @@ const StateRow& RowOf(ContainerState state) {
 
 void Verify(Session& session, const Options& options) {
     const Volume& volume = session.GetVolume();
-    RequireMountFolders(volume);
+    const VolumePath path = PathArgument(volume, options.path);
+    ReportMissingFolders(session, volume, path);
     std::vector<Entry> files;
     std::uint64_t bytes = 0;
-    ForEachFile(volume, PathArgument(options.path), [&](const Entry& entry, Stored stored) {
+    ForEachFile(volume, path, [&](const Entry& entry, Stored stored) {
         if (stored != Stored::Encrypted && stored != Stored::ConflictCopy && stored != Stored::Damaged)
             return;
         files.push_back(entry);
@@ -51,9 +51,9 @@ void Verify(Session& session, const Options& options) {
     });
     std::map<ContainerState, std::size_t> counts;
     nlohmann::ordered_json found = nlohmann::ordered_json::array();
-    Progress progress("verifying", bytes);
+    Progress progress("verifying", bytes, files.size());
     for (const Entry& entry : files) {
-        progress.SetLabel(std::to_string(&entry - files.data() + 1) + " of " + std::to_string(files.size()) + " files");
+        progress.NextFile();
         const Verdict verdict = ExamineContainer(ConfiguredPath(volume, entry), [&](std::uint64_t count) {
             progress.Advance(count);
             return !Interrupted();

@@ -7,14 +7,18 @@
 #include "core/HostError.h"
 #include "core/Text.h"
 
-std::vector<VirtMountInfo> RequireMountFolders(const Volume& volume) {
-    std::vector<VirtMountInfo> mounts = volume.MountFolders();
-    const std::wstring config = companion::SettingsPath();
-    if (!mounts.empty())
-        return mounts;
-    const bool isThere = GetFileAttributesW(config.c_str()) != INVALID_FILE_ATTRIBUTES;
-    throw HostError("no mount folders: the configuration " + ToShown(config) +
-                    (isThere ? " has none, or cannot be used" : " does not exist") + "; 'quelvol init FOLDER' protects a folder");
+void RequireMountFolders(const Volume& volume) {
+    if (!volume.MountFolders().empty())
+        return;
+    const companion::SettingsFile file(companion::SettingsPath());
+    const bool isThere = GetFileAttributesW(file.Path().c_str()) != INVALID_FILE_ATTRIBUTES;
+    throw HostError("no mount folders: the configuration " + ToShown(file.Path()) + (isThere ? " has none" : " does not exist") +
+                    "; 'quelvol init FOLDER' protects a folder");
+}
+
+std::string UnusableConfiguration(const std::string& problem) {
+    return "the configuration cannot be used: " + ToShown(companion::SettingsPath()) + " " + problem +
+           "; correct it there, or rename the file and protect the folders again with 'quelvol init'";
 }
 
 void WarnOfReadableConfiguration() {
@@ -26,20 +30,25 @@ void WarnOfReadableConfiguration() {
         PrintError("quelvol: others may read the passwords in " + ToShown(file.Path()) + "; 'quelvol key set NAME' stores one safely\n");
 }
 
+std::string MissingText(const VirtMountInfo& mount) {
+    const std::wstring path(BoundedText(mount.path));
+    const DWORD attributes = GetFileAttributesW(path.c_str());
+    if (attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY))
+        return {};
+    return ToShown(BoundedText(mount.name)) + ": its folder " + ToShown(path) +
+           " is missing; connect its disk, or correct the configuration";
+}
+
 std::vector<FolderProblem> ProblemsOf(const std::vector<VirtMountInfo>& mounts, bool mayAsk) {
     std::vector<FolderProblem> problems;
     for (const VirtMountInfo& mount : mounts) {
-        const std::wstring path(BoundedText(mount.path));
-        const std::string name = ToShown(BoundedText(mount.name));
-        const DWORD attributes = GetFileAttributesW(path.c_str());
-        if (attributes == INVALID_FILE_ATTRIBUTES || !(attributes & FILE_ATTRIBUTE_DIRECTORY)) {
-            problems.push_back(
-                {mount, name + ": its folder " + ToShown(path) + " is missing; connect its disk, or correct the configuration", false});
+        if (const std::string missing = MissingText(mount); !missing.empty()) {
+            problems.push_back({mount, missing, false});
             continue;
         }
-        const Verdict verdict = CheckFolderPassword(path, mayAsk);
+        const Verdict verdict = CheckFolderPassword(std::wstring(BoundedText(mount.path)), mayAsk);
         if (verdict.state == ContainerState::WrongKey)
-            problems.push_back({mount, name + ": " + verdict.reason + "; nothing can be stored there", true});
+            problems.push_back({mount, ToShown(BoundedText(mount.name)) + ": " + verdict.reason + "; nothing can be stored there", true});
     }
     return problems;
 }

@@ -6,11 +6,16 @@
 
 #include "core/Volume.h"
 
-// The mount folders. Throws HostError, with what to do, when there are none.
-std::vector<VirtMountInfo> RequireMountFolders(const Volume& volume);
+// Throws SettingsError when the configuration cannot be used, and HostError, with what to do, when it has no mount folders.
+void RequireMountFolders(const Volume& volume);
+// What to tell about a configuration that cannot be used; problem is the text of its SettingsError.
+std::string UnusableConfiguration(const std::string& problem);
 
 // Prints a warning on standard error when passwords are in the configuration and others may read it.
 void WarnOfReadableConfiguration();
+
+// What to tell about a mount folder that is missing on disk; empty: it is there.
+std::string MissingText(const VirtMountInfo& mount);
 
 struct FolderProblem {
     VirtMountInfo mount{};

@@ -62,7 +62,12 @@ PasswordSource SourceOf(const PasswordChoice& choice, const Secret& secret) {
 
 NewPassword ChoosePassword(const PasswordChoice& choice, const std::string& whose) {
     NewPassword password;
-    if (!choice.environment.empty() || !choice.command.empty()) {
+    const bool comesFromElsewhere = !choice.environment.empty() || !choice.command.empty();
+    if (choice.generate + !choice.environment.empty() + !choice.command.empty() > 1)
+        throw UsageError("--environment, --command and --generate each say where the password comes from; give only one of them");
+    if (comesFromElsewhere && !choice.keep.empty())
+        throw UsageError("--keep says how to keep a typed or made password; that of --environment or --command is kept where it is");
+    if (comesFromElsewhere) {
         password.source = choice.environment.empty() ? PasswordSource{Kind::Command, choice.command}
                                                      : PasswordSource{Kind::Environment, choice.environment};
         companion::Settings settings;

@@ -10,7 +10,7 @@
 struct PasswordChoice {
     bool generate = false, allowWeak = false;
     std::string environment, command;  // the variable or command that it comes from, if any, now and later
-    std::string keep = "protected";    // otherwise "protected", "prompt" or "plain"
+    std::string keep;                  // otherwise "protected" (also if empty), "prompt" or "plain"
 };
 
 struct NewPassword {
@@ -19,7 +19,8 @@ struct NewPassword {
     bool isMade = false;  // made by this program, so the user has not seen it yet
 };
 
-// whose: for the question. Throws HostError when nobody can be asked, the password is weak, or the variable or command gives none.
+// whose: for the question. Throws UsageError for choices that contradict each other, and HostError when nobody can be asked, the password
+// is weak, or the variable or command gives none.
 NewPassword ChoosePassword(const PasswordChoice& choice, const std::string& whose);
 // Tells the user where the password is kept, and the password itself if it was made; ends with a line end.
 std::string AboutPassword(const NewPassword& password);

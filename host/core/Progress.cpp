@@ -9,9 +9,15 @@
 
 namespace {
 
-constexpr int kBarWidth = 24;
+constexpr std::size_t kBarWidth = 10;
 constexpr std::uint64_t kLongStep = 16'000'000;  // bytes
 constexpr std::chrono::milliseconds kPatience{500}, kInterval{100};
+
+std::string Megabytes(std::uint64_t bytes) {
+    char text[32];
+    std::snprintf(text, sizeof(text), "%.1f", static_cast<double>(bytes) / 1e6);
+    return text;
+}
 
 // Lines are redrawn with control sequences, so a console without them does not count.
 bool ErrorIsTerminal() {
@@ -22,16 +28,34 @@ bool ErrorIsTerminal() {
 
 }  // namespace
 
-Progress::Progress(std::string label, std::uint64_t totalBytes)
-    : m_label(ToShown(ToUtf16(label))), m_total(totalBytes), m_nextUpdate(m_start + kPatience), m_onTerminal(ErrorIsTerminal()) {}
+Progress::Progress(std::string label, std::uint64_t totalBytes, std::size_t totalFiles)
+    : m_label(ToShown(ToUtf16(label))),
+      m_totalBytes(totalBytes),
+      m_totalFiles(totalFiles),
+      m_nextUpdate(m_start + kPatience),
+      m_onTerminal(ErrorIsTerminal()) {}
 
 Progress::~Progress() {
-    if (m_shown)
-        DrawOnTerminal("\r\x1b[K");
+    if (m_isShown)
+        EraseDrawing();
 }
 
 void Progress::Advance(std::uint64_t bytes) {
-    m_done += bytes;
+    m_bytes += bytes;
+    ShowIfDue();
+}
+
+void Progress::NextFile() {
+    ++m_files;
+    ShowIfDue();
+}
+
+void Progress::Say(const std::string& what) {
+    if (m_onTerminal && (m_isShown || m_totalBytes >= kLongStep))
+        Show(m_label + "  " + what);
+}
+
+void Progress::ShowIfDue() {
     const Clock::time_point now = Clock::now();
     if (!m_onTerminal || now < m_nextUpdate)
         return;
@@ -39,30 +63,29 @@ void Progress::Advance(std::uint64_t bytes) {
     Show(Line(std::chrono::duration<double>(now - m_start).count()));
 }
 
-void Progress::SetLabel(const std::string& label) { m_label = ToShown(ToUtf16(label)); }
-
-void Progress::Say(const std::string& what) {
-    if (m_onTerminal && (m_shown || m_total >= kLongStep))
-        Show(m_label + "  " + what);
-}
-
 std::string Progress::Line(double seconds) const {
-    const double megabytes = static_cast<double>(m_done) / 1e6;
-    char text[96];
-    if (m_total == 0) {
-        std::snprintf(text, sizeof(text), "  %.1f MB  %.1f MB/s", megabytes, megabytes / seconds);
-        return m_label + text;
+    const auto of = [](const std::string& total, bool isKnown) { return isKnown ? " of " + total : std::string(); };
+    std::string line = m_label;
+    if (m_files > 1 || m_totalFiles > 1)
+        line += "  " + std::to_string(m_files) + of(std::to_string(m_totalFiles), m_totalFiles > 0) + " files";
+    const double part = m_totalBytes > 0   ? static_cast<double>(m_bytes) / static_cast<double>(m_totalBytes)
+                        : m_totalFiles > 0 ? static_cast<double>(m_files) / static_cast<double>(m_totalFiles)
+                                           : 0;
+    if (m_totalBytes > 0 || m_totalFiles > 0) {
+        const auto filled = static_cast<std::size_t>(std::min(1.0, part) * kBarWidth);
+        line += "  [" + std::string(filled, '#') + std::string(kBarWidth - filled, '.') + "]";
     }
-    const double part = std::min(1.0, static_cast<double>(m_done) / static_cast<double>(m_total));
-    const int filled = static_cast<int>(part * kBarWidth);
-    const int left = static_cast<int>(std::min(5999.0, seconds / std::max(part, 1e-6) - seconds));
-    std::snprintf(text, sizeof(text), "] %3d%%  %.1f MB/s  %d:%02d left", static_cast<int>(part * 100), megabytes / seconds, left / 60,
-                  left % 60);
-    return m_label + "  [" + std::string(static_cast<std::size_t>(filled), '#') +
-           std::string(static_cast<std::size_t>(kBarWidth - filled), '.') + text;
+    if (m_bytes > 0)
+        line += "  " + Megabytes(m_bytes) + of(Megabytes(m_totalBytes), m_totalBytes > 0) + " MB  " +
+                Megabytes(static_cast<std::uint64_t>(static_cast<double>(m_bytes) / seconds)) + " MB/s";
+    if (part > 0) {
+        const int left = static_cast<int>(std::clamp(seconds / part - seconds, 0.0, 359999.0));
+        line += "  " + std::to_string(left / 60) + (left % 60 < 10 ? ":0" : ":") + std::to_string(left % 60) + " left";
+    }
+    return line;
 }
 
 void Progress::Show(const std::string& line) {
-    DrawOnTerminal("\r" + line + "\x1b[K");
-    m_shown = true;
+    DrawOnTerminal(line);
+    m_isShown = true;
 }

@@ -56,7 +56,26 @@ Stored Storage::ReasonInClear(const std::wstring& name) {
     return name.find(L'.') == name.npos ? Stored::NoExtension : Stored::InClear;
 }
 
+Stored Storage::OfNew(const std::wstring& name) const {
+    const Stored reason = m_hasPolicy ? ReasonInClear(name) : Stored::NoPolicy;
+    return reason == Stored::InClear ? Stored::Encrypted : reason;
+}
+
 Stored StoredAs(const Volume& volume, const Entry& entry) { return Storage(volume, entry.path.Parent()).Of(entry); }
+
+void Exposed::Note(const VolumePath& path, Stored stored) {
+    if (stored != Stored::Encrypted && stored != Stored::ConflictCopy && m_count++ == 0)
+        m_first = path.Shown() + ": stored " + StoredReason(stored);
+}
+
+void Exposed::Note(const Volume& volume, const Entry& source, const VolumePath& target) {
+    if (source.data.itemType == VIT_EncryptedFile || source.IsConflict())
+        Note(target, Storage(volume, target.Parent()).OfNew(target.Name()));
+}
+
+std::string Exposed::Text() const {
+    return m_first + (m_count < 2 ? "" : " (and " + std::to_string(m_count - 1) + (m_count == 2 ? " more file)" : " more files)"));
+}
 
 bool IsBegunCopy(std::wstring_view name) {
     constexpr std::wstring_view form = L"~{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}.tmp";

@@ -20,8 +20,10 @@ public:
     Storage(const Volume& volume, const VolumePath& folder);
     // Opens only ZIP files that are not containers, to find damaged containers among them. Not for folders.
     Stored Of(const Entry& entry) const;
+    // How a new document of this name is stored.
+    Stored OfNew(const std::wstring& name) const;
     // Would a document under this name be stored unencrypted, although the folder has a policy?
-    bool Exposes(const std::wstring& name) const { return m_hasPolicy && ReasonInClear(name) != Stored::InClear; }
+    bool Exposes(const std::wstring& name) const { return m_hasPolicy && OfNew(name) != Stored::Encrypted; }
     // Are the folder's documents stored encrypted?
     bool HasPolicy() const { return m_hasPolicy; }
 
@@ -32,6 +34,22 @@ private:
     bool m_hasPolicy;
 };
 Stored StoredAs(const Volume& volume, const Entry& entry);
+
+// What an operation stores unencrypted, to be told once at its end.
+class Exposed {
+public:
+    // A file was stored there that came from outside.
+    void Note(const VolumePath& path, Stored stored);
+    // A file of the volume was moved or copied to target: notes it if only the old one was encrypted.
+    void Note(const Volume& volume, const Entry& source, const VolumePath& target);
+    // "Docs/id_rsa: stored not encrypted: its name has no extension (and 3 more files)"; empty: nothing was.
+    std::string Text() const;
+
+private:
+    std::string m_first;
+    std::size_t m_count = 0;
+};
+
 // Is it the name of what the volume makes beside a plain file, before it takes that one's place? A killed program leaves it.
 bool IsBegunCopy(std::wstring_view name);
 

@@ -3,49 +3,83 @@
 #include <algorithm>
 #include <cmath>
 #include <cwctype>
+#include <limits>
+#include <vector>
 
 #include <windows.h>
 
 #include <bcrypt.h>
 
+#include "core/CommonPasswords.h"
 #include "core/HostError.h"
 
 namespace {
 
 constexpr double kWordBits = 12;  // one of some thousand words
-constexpr std::size_t kWordLetters = 8;
+constexpr double kCommonBits = 8;
+constexpr std::size_t kWordLetters = 8, kShortest = 3, kMostRead = 128;
 
-// The bits of count letters in a row: random ones, or words.
-double LetterBits(std::size_t count, bool mixesCases) {
-    const double random = static_cast<double>(count) * (mixesCases ? 5.7 : 4.7);
-    const std::size_t words = (count + kWordLetters - 1) / kWordLetters;
-    return std::min(random, static_cast<double>(words) * (kWordBits + (mixesCases ? 1.5 : 0)));
+// Is this the word, also written like "P@ss-w0rd"?
+bool Means(std::wstring_view small, std::wstring_view word) {
+    constexpr std::wstring_view written = L"@4301!57$+", meant = L"aaeoiissst";
+    static_assert(written.size() == meant.size());
+    std::size_t count = 0;
+    for (const wchar_t unit : small) {
+        const std::size_t at = written.find(unit);
+        if (std::wstring_view(L" -_.").find(unit) != std::wstring_view::npos)
+            continue;
+        if (count == word.size() || (at == written.npos ? unit : meant[at]) != word[count++])
+            return false;
+    }
+    return count == word.size();
 }
 
-bool Continues(wchar_t before, wchar_t unit) { return std::abs(static_cast<int>(unit) - static_cast<int>(before)) <= 1; }
+bool IsInRow(std::wstring_view small) {
+    const auto isIn = [&](std::wstring_view row) {
+        return row.find(small) != row.npos || std::search(row.begin(), row.end(), small.rbegin(), small.rend()) != row.end();
+    };
+    return small.find_first_not_of(small[0]) == small.npos || std::any_of(std::begin(kRows), std::end(kRows), isIn);
+}
+
+// The bits of a part that is all letters: a word, or a few random ones. A capital at the beginning does not count, because most people
+// put it there.
+double LetterBits(std::wstring_view part) {
+    const bool mixes = std::any_of(part.begin() + 1, part.end(), [](wchar_t unit) { return std::iswupper(unit); }) &&
+                       std::any_of(part.begin(), part.end(), [](wchar_t unit) { return std::iswlower(unit); });
+    return std::min(static_cast<double>(part.size()) * (mixes ? 5.7 : 4.7), kWordBits + (mixes ? 1.5 : 0));
+}
+
+// What a guesser needs for one part in the cheapest way. small: the part in small letters; before: what stands before it, likewise.
+double PartBits(std::wstring_view part, std::wstring_view small, std::wstring_view before) {
+    const bool areLetters = std::all_of(part.begin(), part.end(), [](wchar_t unit) { return std::iswalpha(unit); });
+    if (before.find(small) != before.npos && (part.size() >= kShortest || (part.size() == 1 && !areLetters)))
+        return 1;
+    double bits = areLetters && part.size() <= kWordLetters ? LetterBits(part) : std::numeric_limits<double>::infinity();
+    if (part.size() == 1 && !areLetters)
+        bits = std::iswdigit(part[0]) ? 3.3 : 4.5;
+    if (part.size() >= kShortest && IsInRow(small))
+        bits = std::min(bits, 4.7 + 0.5 * static_cast<double>(part.size() - 1));
+    if (std::any_of(std::begin(kCommonPasswords), std::end(kCommonPasswords), [&](std::wstring_view word) { return Means(small, word); }))
+        bits = std::min(bits, kCommonBits);
+    return bits;
+}
 
 }  // namespace
 
+// The sum over the parts, for the division into parts that makes it least.
 double StrengthBits(std::wstring_view password) {
-    double bits = 0;
-    for (std::size_t at = 0; at < password.size();) {
-        std::size_t end = at;
-        bool lower = false;
-        for (; end < password.size() && std::iswalpha(password[end]); ++end)
-            lower = lower || std::iswlower(password[end]);
-        if (end > at) {
-            const std::wstring_view run = password.substr(at, end - at);
-            const bool isRepeated = run.size() > 2 && password.substr(0, at).find(run) != password.npos;
-            // A capital at the beginning does not count, because most people put it there.
-            const bool mixes = lower && std::any_of(run.begin() + 1, run.end(), [](wchar_t unit) { return std::iswupper(unit); });
-            bits += isRepeated ? 1 : LetterBits(run.size(), mixes);
-            at = end;
-            continue;
-        }
-        bits += at > 0 && Continues(password[at - 1], password[at]) ? 0.5 : std::iswdigit(password[at]) ? 3.3 : 4.5;
-        ++at;
-    }
-    return bits;
+    password = password.substr(0, kMostRead);
+    std::wstring small(password);
+    std::transform(small.begin(), small.end(), small.begin(), [](wchar_t unit) { return static_cast<wchar_t>(std::towlower(unit)); });
+    const std::wstring_view all = small;
+    std::vector<double> bits(all.size() + 1, std::numeric_limits<double>::infinity());  // of so many units at the beginning
+    bits[0] = 0;
+    for (std::size_t begin = 0; begin < all.size(); ++begin)
+        for (std::size_t end = begin + 1; end <= all.size(); ++end)
+            bits[end] = std::min(bits[end], bits[begin] + PartBits(password.substr(begin, end - begin), all.substr(begin, end - begin),
+                                                                   all.substr(0, begin)));
+    companion::Wipe(small);
+    return bits.back();
 }
 
 std::string GuessingTime(double bits) {

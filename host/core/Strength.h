@@ -10,8 +10,8 @@
 constexpr double kGuessesPerSecond = 1e7;
 constexpr double kWeakBits = 60;
 
-// In bits: a guesser needs two to the power of it. Letters in a row count as words, which are guessed from lists; a character that
-// repeats or continues the one before counts almost nothing.
+// In bits: a guesser needs two to the power of it. Letters count as words, which are guessed from lists; what repeats or is a row of keys
+// counts almost nothing, and the commonest passwords count as one word, also with digits and signs for letters.
 double StrengthBits(std::wstring_view password);
 // The time for one graphics card: "some seconds", "about 40 years".
 std::string GuessingTime(double bits);

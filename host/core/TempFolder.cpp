@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <set>
 
-#include <sddl.h>
-
+#include "companion/PrivateRights.h"
 #include "core/Environment.h"
 #include "core/HostError.h"
 #include "core/OnDisk.h"
@@ -48,26 +47,8 @@ void RemoveCopies(const fs::path& run) {
 
 // Makes a folder that only this user may look into.
 bool CreatePrivateFolder(const std::wstring& path) {
-    HANDLE token = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
-        return false;
-    const DiskHandle owned(token);
-    alignas(TOKEN_USER) char user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
-    DWORD size = 0;
-    wchar_t* sid = nullptr;
-    if (!GetTokenInformation(token, TokenUser, user, sizeof(user), &size) ||
-        !ConvertSidToStringSidW(reinterpret_cast<TOKEN_USER*>(user)->User.Sid, &sid))
-        return false;
-    const std::wstring rights = L"D:P(A;OICI;FA;;;" + std::wstring(sid) + L")(A;OICI;FA;;;SY)";
-    LocalFree(sid);
-    SECURITY_ATTRIBUTES attributes{sizeof(attributes), nullptr, FALSE};
-    if (!ConvertStringSecurityDescriptorToSecurityDescriptorW(rights.c_str(), SDDL_REVISION_1, &attributes.lpSecurityDescriptor, nullptr))
-        return false;
-    const BOOL made = CreateDirectoryW(path.c_str(), &attributes);
-    const DWORD error = GetLastError();
-    LocalFree(attributes.lpSecurityDescriptor);
-    SetLastError(error);
-    return made;
+    static companion::PrivateRights s_rights(companion::PrivateRights::For::Folder);
+    return CreateDirectoryW(path.c_str(), s_rights.Get());
 }
 
 // In the local application data, or elsewhere if there is no such folder.

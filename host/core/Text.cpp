@@ -1,6 +1,7 @@
 #include "core/Text.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <iterator>
 #include <random>
@@ -10,6 +11,8 @@
 #include "core/HostError.h"
 
 namespace {
+
+std::atomic<bool> g_isDrawn = false;  // is there a line of DrawOnTerminal?
 
 bool Encode(std::wstring_view text, DWORD flags, std::string& utf8) {
     const int units = static_cast<int>(text.size());
@@ -100,10 +103,28 @@ std::string ToShown(std::wstring_view text) {
 }
 
 void PrintOut(std::string_view utf8) {
+    EraseDrawing();
     if (!WriteAll(GetStdHandle(STD_OUTPUT_HANDLE), Printable(utf8)))
         throw HostError("standard output: " + SystemMessage(GetLastError()));
 }
 
-void PrintError(std::string_view utf8) { WriteAll(GetStdHandle(STD_ERROR_HANDLE), Printable(utf8)); }
+void PrintError(std::string_view utf8) {
+    EraseDrawing();
+    WriteAll(GetStdHandle(STD_ERROR_HANDLE), Printable(utf8));
+}
 
-void DrawOnTerminal(std::string_view text) { WriteAll(GetStdHandle(STD_ERROR_HANDLE), text); }
+void DrawOnTerminal(std::string_view line) {
+    const HANDLE error = GetStdHandle(STD_ERROR_HANDLE);
+    CONSOLE_SCREEN_BUFFER_INFO screen{};
+    std::wstring text = ToUtf16(line);
+    const std::size_t width = GetConsoleScreenBufferInfo(error, &screen) ? static_cast<std::size_t>(screen.dwSize.X) : 0;
+    if (width > 2 && text.size() >= width)
+        text = L"\x2026" + text.substr(text.size() - width + 2);
+    g_isDrawn = true;
+    WriteAll(error, "\r" + ToUtf8(text) + "\x1b[K");
+}
+
+void EraseDrawing() {
+    if (g_isDrawn.exchange(false))
+        WriteAll(GetStdHandle(STD_ERROR_HANDLE), "\r\x1b[K");
+}

@@ -35,5 +35,7 @@ std::string ToShown(std::wstring_view text);
 // printed. PrintOut throws HostError when standard output fails (a full disk, a closed pipe).
 void PrintOut(std::string_view utf8);
 void PrintError(std::string_view utf8);
-// Draws on standard error, with control sequences. Any name in text must come from ToShown.
-void DrawOnTerminal(std::string_view text);
+// Draws one line on the terminal of standard error in place of the one drawn before; what is printed next erases it. A line that is too
+// long loses its beginning. Any name in it must come from ToShown.
+void DrawOnTerminal(std::string_view line);
+void EraseDrawing();

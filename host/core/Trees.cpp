@@ -20,7 +20,7 @@ void Delete(const Volume& volume, const Entry& entry) {
         throw HostError(entry.path.Shown() + ": it could not be deleted; another program may hold it");
 }
 
-void Remove(const Volume& volume, const Entry& entry) {
+void Remove(const Volume& volume, const Entry& entry, const FileDone& done) {
     StopIfInterrupted();
     RefuseTooDeep(entry.path);
     if (!volume.IsItself(entry) && volume.RemoveLink(entry.path))
@@ -28,10 +28,12 @@ void Remove(const Volume& volume, const Entry& entry) {
     if (entry.IsFolder()) {
         Search search(volume, entry.path);
         for (Entry child; search.Next(child);)
-            Remove(volume, child);
+            Remove(volume, child, done);
         volume.RemoveReserved(entry.path);
     }
     Delete(volume, entry);
+    if (!entry.IsFolder())
+        done(entry, {});
 }
 
 void RefuseLink(const Volume& volume, const Entry& entry) {
@@ -41,42 +43,44 @@ void RefuseLink(const Volume& volume, const Entry& entry) {
 
 // Makes the folder, and calls transfer with each child of source and a free path for it in the new folder.
 template <class Transfer>
-void TransferChildren(const Volume& volume, const Entry& source, const VolumePath& target, Transfer transfer) {
+void TransferChildren(const Volume& volume, const Entry& source, const VolumePath& target, const FileDone& done, Transfer transfer) {
     volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder);
     Search search(volume, source.path);
     for (Entry child; search.Next(child);)
-        transfer(volume, child, FreeTarget(volume, target, child));
+        transfer(volume, child, FreeTarget(volume, target, child), done);
 }
 
 }  // namespace
 
-void RemoveTree(const Volume& volume, const Entry& entry) {
+void RemoveTree(const Volume& volume, const Entry& entry, const FileDone& done) {
     if (entry.IsFolder() && volume.HoldsMountFolder(entry.path))
         throw HostError(entry.path.Shown() + ": it is a mount folder or contains one; remove that from the configuration first");
-    Remove(volume, entry);
+    Remove(volume, entry, done);
 }
 
-void CopyTree(const Volume& volume, const Entry& source, const VolumePath& target) {
+void CopyTree(const Volume& volume, const Entry& source, const VolumePath& target, const FileDone& done) {
     StopIfInterrupted();
     RefuseTooDeep(target);
     RefuseLink(volume, source);
-    if (!source.IsFolder())
-        return volume.Copy(source.path, target);
-    TransferChildren(volume, source, target, CopyTree);
+    if (source.IsFolder())
+        return TransferChildren(volume, source, target, done, CopyTree);
+    volume.Copy(source.path, target);
+    done(source, target);
 }
 
-void MoveTree(const Volume& volume, const Entry& source, const VolumePath& target) {
+void MoveTree(const Volume& volume, const Entry& source, const VolumePath& target, const FileDone& done) {
     StopIfInterrupted();
     RefuseTooDeep(target);
     RefuseLink(volume, source);
     try {
-        return volume.Move(source.path, target);
+        volume.Move(source.path, target);
+        return source.IsFolder() ? void() : done(source, target);
     } catch (const StatusError& error) {
         // The volume does not move a folder to another key, owner or disk.
         if (!source.IsFolder() || error.Status() != VVS_GeneralError)
             throw;
     }
-    TransferChildren(volume, source, target, MoveTree);
+    TransferChildren(volume, source, target, done, MoveTree);
     volume.RemoveReserved(source.path);
     Delete(volume, source);
 }

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "core/Companion.h"
 #include "core/HostError.h"
+#include "core/Storage.h"
 #include "core/Text.h"
 #include "webdav/FileReader.h"
 #include "webdav/Limits.h"
@@ -150,6 +152,16 @@ void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
     }
 }
 
+// A person who opens a damaged container in a browser must not take its bytes for the document. Other clients may copy it as it is.
+void RefuseDamaged(const Volume& volume, const Resource& file) {
+    if (!file.Exists())
+        return RequireUndamaged(volume, file.path);
+    if (file.IsFolder() || !EndsWithNoCase(file.path.Name(), kContainerExtension) || ::StoredAs(volume, *file.entry) != Stored::Damaged)
+        return;
+    throw HostError(file.path.Shown() + ": a damaged container: " + ExamineContainer(ConfiguredPath(volume, *file.entry)).reason +
+                    "; 'quelvol get' copies it as it is");
+}
+
 // The time that some clients send with an upload.
 std::uint64_t UploadTime(const Request& request) {
     const auto field = request.Field("X-OC-Mtime");
@@ -203,6 +215,17 @@ private:
     bool m_isRequired = false;
 };
 
+// How a document that is not encrypted is stored, told once.
+void TellIfExposed(State& state, const Resource& stored) {
+    if (stored.entry->data.itemType != VIT_PlainFile)
+        return;
+    const Stored how = Storage(state.volume, stored.path.Parent()).OfNew(stored.path.Name());
+    Exposed exposed;
+    exposed.Note(stored.path, how);
+    if (const std::string text = exposed.Text(); !text.empty())
+        state.told.Tell(how == Stored::NoPolicy ? stored.path.Parent() : stored.path, text);
+}
+
 // Returns what is stored: a conflict copy gets the ordinary name of its container.
 Resource Store(const Volume& volume, const Resource& target, Spool& spool, const VirtFindData& times, const RequiredVersion& required) {
     const std::unique_ptr<Upload> upload = StartUpload(volume, target);
@@ -223,6 +246,8 @@ Resource Store(const Volume& volume, const Resource& target, Spool& spool, const
 void AnswerGet(Exchange& exchange) {
     Claim claim(exchange.state.claims, {{exchange.found.key, Use::Read}});
     const Resource resource = exchange.Find();
+    if (WantsPage(exchange.request))
+        RefuseDamaged(exchange.state.volume, resource);
     if (!resource.Exists())
         throw HttpError(404, "there is no such file or folder");
     CheckConditions(exchange, resource);
@@ -259,6 +284,7 @@ void AnswerPut(Exchange& exchange) {
     times.lastWriteTime = UploadTime(exchange.request);
     const Resource stored = Store(state.volume, target, spool, times, required);
     NoteStored(state, target, stored);
+    TellIfExposed(state, stored);
     Fields fields{{"ETag", exchange.Tag(stored)}};
     const bool isElsewhere = !stored.path.Equals(target.path);
     if (isElsewhere)

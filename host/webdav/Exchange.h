@@ -2,17 +2,37 @@
 #pragma once
 
 #include <functional>
+#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
+#include "core/Text.h"
 #include "webdav/Claims.h"
 #include "webdav/Conditions.h"
 #include "webdav/Http.h"
+#include "webdav/Limits.h"
 #include "webdav/LockTable.h"
 #include "webdav/Paths.h"
 #include "webdav/Properties.h"
 
 namespace webdav {
+
+// Tells the person who runs the server something once about each path. Any thread.
+class ToldOnce {
+public:
+    void Tell(const VolumePath& about, const std::string& text) {
+        const std::lock_guard guard(m_mutex);
+        if (m_paths.size() >= limits::toldPaths)
+            m_paths.clear();
+        if (m_paths.insert(about).second)
+            PrintError("quelvol: " + text + "\n");
+    }
+
+private:
+    std::mutex m_mutex;
+    std::set<VolumePath, PathLess> m_paths;
+};
 
 // Shared by all requests. Every part may be used from any thread.
 struct State {
@@ -23,6 +43,7 @@ struct State {
     DeadProperties properties;
     ChangeNumbers changes;
     Claims claims;
+    ToldOnce told;                                      // of documents that were stored unencrypted, or their folder if it has no policy
     std::function<std::vector<std::string>()> notices;  // lines that every page shows; may be empty; set before the first request
 };
 

@@ -65,6 +65,7 @@ constexpr std::size_t propertiesOfOneFile = 200;
 constexpr std::size_t propertyBytesOfOneFile = 64 * 1024;
 constexpr std::size_t propertyBytes = 8 * 1024 * 1024;   // of all, including their files' paths
 constexpr std::size_t changeBytes = 4 * 1024 * 1024;     // of the paths of changed files, for entity tags
+constexpr std::size_t toldPaths = 1000;                 // of which the server told once that they are unencrypted
 constexpr std::size_t pageEntries = 12'000;              // of a folder's page in a browser
 constexpr std::size_t listingsAtOnce = 2;                // others wait
 constexpr std::size_t treesAtOnce = 4;                   // folders that are deleted, copied or moved; others wait

@@ -94,7 +94,7 @@ void TakeLock(Exchange& exchange, DavLock lock) {
     try {
         lock = state.locks.Add(std::move(lock));
     } catch (...) {
-        std::vector<MemberFailure> ignored;
+        TreeResult ignored;
         if (isNew)
             RemoveTree(state.volume, resource, ignored);
         throw;

@@ -113,10 +113,10 @@ void NoteTransfer(State& state, const Transfer& transfer) {
 }
 
 void RemovePart(const Volume& volume, const VolumePath& copy) {
-    std::vector<MemberFailure> failures;
+    TreeResult result;
     const Resource item = Locate(volume, copy);
     if (item.Exists())
-        RemoveTree(volume, item, failures);
+        RemoveTree(volume, item, result);
 }
 
 // Replaces the target by the copy. Deletes a copy that is incomplete or cannot be renamed.
@@ -152,21 +152,23 @@ void CarryOut(Exchange& exchange, const Transfer& transfer) {
     const VolumePath& place = transfer.ReplacesFileByFile() ? target.entry->path : target.path;
     // A copy is made under another name, and replaces the target when it is complete.
     const VolumePath made = replaces && !isMove ? place.Aside() : place;
-    std::vector<MemberFailure> failures;
+    TreeResult result;
     const bool mayReplace = target.Exists() || target.key.Equals(source.key);
     const bool whole =
-        isMove ? MoveTree(state.volume, source, made, mayReplace, failures) : CopyTree(state.volume, source, made, shallow, failures);
+        isMove ? MoveTree(state.volume, source, made, mayReplace, result) : CopyTree(state.volume, source, made, shallow, result);
+    if (std::string text = result.exposed.Text(); !text.empty())
+        state.told.Tell(place, text.replace(0, made.Shown().size(), place.Shown()));
     if (replaces && !isMove)
         TakePlace(state.volume, whole, made, target, place, replaced);
     if (!whole && (!made.Equals(place) || !state.volume.Find(place)))
-        return AnswerForFailures(exchange, failures, source);  // the target is still there, or gets its name back
+        return AnswerForFailures(exchange, result.failures, source);  // the target is still there, or gets its name back
     NoteTransfer(state, transfer);
     if (whole && replaced)
         replaced->Discard(began);
     if (targetLocks)
         targetLocks->Forget();
     if (!whole)
-        return AnswerForFailures(exchange, failures, source);
+        return AnswerForFailures(exchange, result.failures, source);
     if (sourceLocks)
         sourceLocks->Forget();
     exchange.response.Send(target.Exists() ? 204 : 201);
@@ -225,11 +227,11 @@ void AnswerDelete(Exchange& exchange) {
     if (resource.IsFolder())
         turn.emplace(g_treeTurns);
     SuspendedLocks locks(state.locks, resource.key);
-    std::vector<MemberFailure> failures;
-    const bool gone = RemoveTree(state.volume, resource, failures);
+    TreeResult result;
+    const bool gone = RemoveTree(state.volume, resource, result);
     state.changes.Note(resource.key);
     if (!gone)
-        return AnswerForFailures(exchange, failures, resource);
+        return AnswerForFailures(exchange, result.failures, resource);
     locks.Forget();
     state.properties.RemoveTree(resource.key);
     exchange.response.Send(204);

@@ -16,20 +16,20 @@ namespace {
 
 // Makes one step for one item, and records a failure.
 template <class Step>
-bool Try(const Resource& item, std::vector<MemberFailure>& failures, Step step) {
+bool Try(const Resource& item, TreeResult& result, Step step) {
     try {
         step();
         return true;
     } catch (const StatusError& error) {
-        failures.push_back({item.Url(), HttpStatus(error.Status())});
+        result.failures.push_back({item.Url(), HttpStatus(error.Status())});
     } catch (const HostError& error) {
-        failures.push_back({item.Url(), error.Code() == Exit_Interrupted ? 503 : 403});  // a rule is against it
+        result.failures.push_back({item.Url(), error.Code() == Exit_Interrupted ? 503 : 403});  // a rule is against it
     }
     return false;
 }
 
 // The answer has the URL of each failed entry, so a tree in which everything fails is given up.
-bool HasFailedTooOften(const std::vector<MemberFailure>& failures) { return failures.size() >= limits::treeFailures; }
+bool HasFailedTooOften(const TreeResult& result) { return result.failures.size() >= limits::treeFailures; }
 
 // The item is deleted at the close, which reports nothing, so this must be checked afterwards.
 void Delete(const Volume& volume, const Entry& item) {
@@ -52,34 +52,34 @@ void RemoveLink(const Volume& volume, const Entry& link) {
 }
 
 // A link is neither followed nor copied: a failure.
-bool IsLink(const Volume& volume, const Resource& item, std::vector<MemberFailure>& failures) {
+bool IsLink(const Volume& volume, const Resource& item, TreeResult& result) {
     if (volume.IsItself(*item.entry))
         return false;
-    failures.push_back({item.Url(), 403});
+    result.failures.push_back({item.Url(), 403});
     return true;
 }
 
 // Deeper than a client's path can be: a failure, so that deep folders do not exhaust the stack.
-bool IsTooDeep(const Resource& item, std::vector<MemberFailure>& failures, const VolumePath& target = {}) {
+bool IsTooDeep(const Resource& item, TreeResult& result, const VolumePath& target = {}) {
     if (item.path.Depth() <= limits::pathComponents && target.Depth() <= limits::pathComponents)
         return false;
-    failures.push_back({item.Url(), 403});
+    result.failures.push_back({item.Url(), 403});
     return true;
 }
 
 // Calls take with each entry of the folder, one at a time, because all of them may not fit into memory. True: take returned true for
 // all.
 template <class Take>
-bool ForEachMember(const Volume& volume, const Resource& folder, std::vector<MemberFailure>& failures, Take take) {
+bool ForEachMember(const Volume& volume, const Resource& folder, TreeResult& result, Take take) {
     bool whole = true;
-    const bool wasListed = Try(folder, failures, [&] {
+    const bool wasListed = Try(folder, result, [&] {
         Search search(volume, folder.entry->path);
-        for (Entry member; !HasFailedTooOften(failures) && search.Next(member);) {
+        for (Entry member; !HasFailedTooOften(result) && search.Next(member);) {
             StopIfInterrupted();
             whole = take(Listed(folder, member)) && whole;
         }
     });
-    return wasListed && whole && !HasFailedTooOften(failures);
+    return wasListed && whole && !HasFailedTooOften(result);
 }
 
 bool IsEmpty(const Volume& volume, const Resource& folder) {
@@ -91,42 +91,41 @@ bool IsEmpty(const Volume& volume, const Resource& folder) {
     }
 }
 
-bool Empty(const Volume& volume, const Resource& folder, std::vector<MemberFailure>& failures) {
-    const bool areDeleted = ForEachMember(volume, folder, failures, [&](const Resource& item) {
+bool Empty(const Volume& volume, const Resource& folder, TreeResult& result) {
+    const bool areDeleted = ForEachMember(volume, folder, result, [&](const Resource& item) {
         if (item.IsFolder() || !volume.IsItself(*item.entry))
-            return RemoveTree(volume, item, failures);
-        return Try(item, failures, [&] { Delete(volume, *item.entry); });
+            return RemoveTree(volume, item, result);
+        return Try(item, result, [&] { Delete(volume, *item.entry); });
     });
     if (!areDeleted || TryForAMoment([&] { return IsEmpty(volume, folder); }))
         return areDeleted;
-    return ForEachMember(volume, folder, failures, [&](const Resource& left) {
-        failures.push_back({left.Url(), HttpStatus(VVS_Locked)});
+    return ForEachMember(volume, folder, result, [&](const Resource& left) {
+        result.failures.push_back({left.Url(), HttpStatus(VVS_Locked)});
         return false;
     });
 }
 
-bool MoveFile(const Volume& volume, const Resource& source, const VolumePath& target, bool mayReplace,
-              std::vector<MemberFailure>& failures) {
+bool MoveFile(const Volume& volume, const Resource& source, const VolumePath& target, bool mayReplace, TreeResult& result) {
     // A file that stays plain is only renamed, and needs no room.
     const bool isWritten = source.entry->data.itemType != VIT_PlainFile || Storage(volume, target.Parent()).HasPolicy();
     if (isWritten && !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent())) {
-        failures.push_back({source.Url(), 507});
+        result.failures.push_back({source.Url(), 507});
         return false;
     }
-    return Try(source, failures, [&] {
+    return Try(source, result, [&] {
         if (mayReplace)
             Rename(volume, source.entry->path, target);
         else  // not even a file that another program creates at this moment
             volume.Move(source.entry->path, target);
+        result.exposed.Note(volume, *source.entry, target);
     });
 }
 
 // Calls transfer with the item's path in a folder that was just made, unless something else was created there meanwhile.
 template <class Transfer>
-bool ToFreePlace(const Volume& volume, const Resource& item, const VolumePath& folder, std::vector<MemberFailure>& failures,
-                 Transfer transfer) {
+bool ToFreePlace(const Volume& volume, const Resource& item, const VolumePath& folder, TreeResult& result, Transfer transfer) {
     std::optional<VolumePath> place;
-    if (HasFailedTooOften(failures) || !Try(item, failures, [&] { place = FreeTarget(volume, folder, *item.entry); }))
+    if (HasFailedTooOften(result) || !Try(item, result, [&] { place = FreeTarget(volume, folder, *item.entry); }))
         return false;
     return transfer(*place);
 }
@@ -136,7 +135,7 @@ bool HasChanged(const Volume& volume, const Resource& item, std::uint64_t since)
     if (!item.IsFolder() || !volume.IsItself(*item.entry))
         return volume.VersionOf(*item.entry).changed > since;
     bool changed = item.path.Depth() > limits::pathComponents;
-    std::vector<MemberFailure> ignored;
+    TreeResult ignored;
     return !ForEachMember(volume, item, ignored, [&](const Resource& member) {
         changed = changed || HasChanged(volume, member, since);
         return !changed;
@@ -145,56 +144,58 @@ bool HasChanged(const Volume& volume, const Resource& item, std::uint64_t since)
 
 }  // namespace
 
-bool RemoveTree(const Volume& volume, const Resource& item, std::vector<MemberFailure>& failures) {
-    if (IsTooDeep(item, failures))
+bool RemoveTree(const Volume& volume, const Resource& item, TreeResult& result) {
+    if (IsTooDeep(item, result))
         return false;
     if (!volume.IsItself(*item.entry))
-        return Try(item, failures, [&] { RemoveLink(volume, *item.entry); });
-    if (item.IsFolder() && !Empty(volume, item, failures))
+        return Try(item, result, [&] { RemoveLink(volume, *item.entry); });
+    if (item.IsFolder() && !Empty(volume, item, result))
         return false;
     if (item.IsFolder())
         volume.RemoveReserved(item.entry->path);
-    return Try(item, failures, [&] { DeleteAndVerify(volume, *item.entry); });
+    return Try(item, result, [&] { DeleteAndVerify(volume, *item.entry); });
 }
 
-bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, std::vector<MemberFailure>& failures) {
-    if (IsTooDeep(source, failures, target) || IsLink(volume, source, failures))
+bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, TreeResult& result) {
+    if (IsTooDeep(source, result, target) || IsLink(volume, source, result))
         return false;
     if (!source.IsFolder() && !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent())) {
-        failures.push_back({source.Url(), 507});
+        result.failures.push_back({source.Url(), 507});
         return false;
     }
     if (!source.IsFolder())
-        return Try(source, failures, [&] { volume.Copy(source.entry->path, target); });
-    if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder); }))
+        return Try(source, result, [&] {
+            volume.Copy(source.entry->path, target);
+            result.exposed.Note(volume, *source.entry, target);
+        });
+    if (!Try(source, result, [&] { volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder); }))
         return false;
-    return shallow || ForEachMember(volume, source, failures, [&](const Resource& item) {
-               return ToFreePlace(volume, item, target, failures,
-                                  [&](const VolumePath& place) { return CopyTree(volume, item, place, false, failures); });
+    return shallow || ForEachMember(volume, source, result, [&](const Resource& item) {
+               return ToFreePlace(volume, item, target, result,
+                                  [&](const VolumePath& place) { return CopyTree(volume, item, place, false, result); });
            });
 }
 
-bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, bool mayReplace,
-              std::vector<MemberFailure>& failures) {
-    if (IsTooDeep(source, failures, target) || IsLink(volume, source, failures))
+bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, bool mayReplace, TreeResult& result) {
+    if (IsTooDeep(source, result, target) || IsLink(volume, source, result))
         return false;
     if (!source.IsFolder())
-        return MoveFile(volume, source, target, mayReplace, failures);
+        return MoveFile(volume, source, target, mayReplace, result);
     try {
         volume.Move(source.entry->path, target);
         return true;
     } catch (const StatusError&) {
         // For another key or owner each file is encrypted again.
     }
-    if (!Try(source, failures, [&] { volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder); }))
+    if (!Try(source, result, [&] { volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder); }))
         return false;
-    const bool whole = ForEachMember(volume, source, failures, [&](const Resource& item) {
-        return ToFreePlace(volume, item, target, failures,
-                           [&](const VolumePath& place) { return MoveTree(volume, item, place, false, failures); });
+    const bool whole = ForEachMember(volume, source, result, [&](const Resource& item) {
+        return ToFreePlace(volume, item, target, result,
+                           [&](const VolumePath& place) { return MoveTree(volume, item, place, false, result); });
     });
     if (whole)
         volume.RemoveReserved(source.entry->path);
-    return whole && Try(source, failures, [&] { DeleteAndVerify(volume, *source.entry); });
+    return whole && Try(source, result, [&] { DeleteAndVerify(volume, *source.entry); });
 }
 
 void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) {
@@ -226,10 +227,10 @@ SetAside::~SetAside() {
 void SetAside::Tell() const { PrintError("quelvol: what was at " + m_path.Shown() + " is kept at " + m_asidePath.Shown() + "\n"); }
 
 void SetAside::Discard(std::uint64_t since) {
-    std::vector<MemberFailure> failures;
+    TreeResult result;
     const Resource item = Locate(m_volume, m_asidePath);
     const bool hasChanged = item.IsFolder() && HasChanged(m_volume, item, since);  // for a file, the renaming counts as a change
-    if (item.Exists() && (hasChanged || !RemoveTree(m_volume, item, failures)))
+    if (item.Exists() && (hasChanged || !RemoveTree(m_volume, item, result)))
         Tell();
     m_asidePath = VolumePath();
 }

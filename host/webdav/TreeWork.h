@@ -2,20 +2,25 @@
 // work continues.
 #pragma once
 
+#include "core/Storage.h"
 #include "webdav/Methods.h"
 
 namespace webdav {
 
-// Deletes the item and what is in it. False: something is left, and failures says what and why.
-bool RemoveTree(const Volume& volume, const Resource& item, std::vector<MemberFailure>& failures);
+struct TreeResult {
+    std::vector<MemberFailure> failures;
+    Exposed exposed;
+};
+
+// Deletes the item and what is in it. False: something is left, and result says what and why.
+bool RemoveTree(const Volume& volume, const Resource& item, TreeResult& result);
 
 // Copies a file, over a file there, or a folder to a free path. shallow: without its content.
-bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, std::vector<MemberFailure>& failures);
+bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, TreeResult& result);
 
 // Moves a file, over a file there if mayReplace, or a folder to a free path. A folder that is moved to
 // another key or owner is moved file by file. What could not be moved is still complete at its old path.
-bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, bool mayReplace,
-              std::vector<MemberFailure>& failures);
+bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& target, bool mayReplace, TreeResult& result);
 
 // Gives an item another path; a file there is replaced in one step.
 void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to);

@@ -1,5 +1,5 @@
 // Behaviour that Windows documents and Wine lacks, in a layer between the built modules and the platform. Each rule names its
-// document; docs/windows.md lists them. Active when the environment has QUELCRYPT_WINDOWS_RULES.
+// document; tests/README.md lists them. Active when the environment has QUELCRYPT_WINDOWS_RULES.
 #pragma once
 
 namespace windows_rules {

@@ -7,8 +7,11 @@ import atexit
 import json
 import os
 import urllib.request
+from datetime import datetime, timedelta
 
 from selenium import webdriver
+from selenium.webdriver.common.action_chains import ActionChains
+from selenium.webdriver.common.keys import Keys
 from selenium.webdriver.support.ui import WebDriverWait
 
 from dav import Server, status
@@ -132,6 +135,10 @@ expect(kinds, {"New & old": "folder", "Trip": "folder", "cut.txt.zip": "DAMAGED"
 shown = value("document.querySelector('main, body').innerText")
 for text in ("New & old/", "2.5 kB", "today.log"):
     expect(text in shown, True, f"the page shows {text}")
+browser.execute_cdp_cmd("Emulation.setTimezoneOverride", {"timezoneId": "Asia/Tokyo"})
+go("/Docs/Work/")
+there = datetime.fromisoformat(value(row("today.log") + ".dataset.time").rstrip("Z")) + timedelta(hours=9)
+expect(f"{there:%-I:%M}" in value(row("today.log") + ".querySelector('time').textContent"), True, "the local time")
 for link in value("[...document.links].map(link => link.href)"):
     urllib.request.urlopen(link).close()  # each leads to what it names
 for scheme in ("light", "dark"):
@@ -139,11 +146,31 @@ for scheme in ("light", "dark"):
     expect(value(CONTRAST), [], f"texts with too little contrast, {scheme}")
 picture("page-phone", 390, 800, "light")
 expect(value("document.documentElement.scrollWidth <= 390 && innerWidth <= 390"), True, "fits a phone's width")
+browser.execute_cdp_cmd("Emulation.setScriptExecutionDisabled", {"value": True})
+browser.get(dav.url("/Docs/Work/"))
+text = browser.find_element("css selector", "body").text
+expect([words in text for words in ("DAMAGED", "NOT encrypted", "today.log", "Upload")], [True] * 3 + [False], "without script")
+browser.execute_cdp_cmd("Emulation.setScriptExecutionDisabled", {"value": False})
+go("/Docs/Work/cut.txt.zip")
+until("document.querySelector('main').textContent.includes('a damaged container: ')")
+go("/Docs/Work/")
+
+# By the keyboard alone.
+def type_in(*keys):
+    ActionChains(browser).send_keys(*keys).perform()
+
+
+while value("document.activeElement.ariaLabel") != "Rename today.log":
+    type_in(Keys.TAB)
+type_in(Keys.ENTER)
+until("document.querySelector('#ask').open")
+type_in("this year", Keys.ENTER)  # the name without its extension is selected
+said("today.log is now this year.log.")
 value("document.querySelector('th.n button').click(), document.querySelector('th.n button').click()")
 sizes = value("[...document.querySelectorAll('tbody tr[data-kind=file]')].map(row => Number(row.dataset.size))")
 expect(sizes, sorted(sizes, reverse=True), "the largest first")
-value("document.querySelector('#filter').value = 'TODAY', document.querySelector('#filter').dispatchEvent(new Event('input'))")
-expect(names(), ["today.log"], "filtered")
+value("document.querySelector('#filter').value = 'YEAR', document.querySelector('#filter').dispatchEvent(new Event('input'))")
+expect(names(), ["this year.log"], "filtered")
 svg = "<svg xmlns='http://www.w3.org/2000/svg'><script>document.documentElement.id = 'ran'</script></svg>"
 for name, page in (("evil.html", "<script>document.documentElement.id = 'ran'</script>"), ("evil.svg", svg)):
     status(dav("PUT", f"/Docs/{name}", page), 201)
