@@ -280,8 +280,9 @@ TEST_F(SavingAnEditedFile, AWaitingEditIsNotForgotten) {
         const Held held(TrackedEdits()[0]);
         EXPECT_EQ("<VSS_SharingViolation>", Get(L"Docs\\a.txt"));
     }
+    void* hFile = nullptr;
     for (const std::string mine : {"edit", "of the handle that deletes"}) {
-        void* const hFile = mine == "edit" ? MustOpen(L"Docs\\a.txt") : OpenEdited(L"Docs\\a.txt", mine);
+        hFile = mine == "edit" ? MustOpen(L"Docs\\a.txt") : OpenEdited(L"Docs\\a.txt", mine);
         EXPECT_OK(volume()->Delete(hFile, nullptr));
         {
             const Held held(ContainerPath(L"Docs\\a.txt"), FILE_SHARE_READ);
@@ -295,6 +296,12 @@ TEST_F(SavingAnEditedFile, AWaitingEditIsNotForgotten) {
     EXPECT_EQ(0u, TrackedEdits().size()) << "it is deleted with its document";
 
     LeaveUnsavedEdit(L"Docs\\b.txt", "another");
+    VirtFindData opened{}, listed{};
+    ASSERT_OK(volume()->OpenFile(&hFile, L"Docs\\b.txt", GENERIC_READ, kShareAll, OPEN_EXISTING, nullptr, &opened));
+    volume()->FindClose(volume()->FindFirstFileW(L"Docs\\b.txt", &listed));
+    for (const VirtFindData& record : {Record(L"Docs\\b.txt"), opened, listed, InfoOf(hFile)})
+        EXPECT_EQ(7, record.fileSize) << "what a reader of that many bytes gets is the whole edit";
+    Close(hFile);
     void* const hDeletes = MustOpen(L"Docs\\b.txt");
     void* const hWrites = MustOpen(L"Docs\\b.txt");
     EXPECT_OK(volume()->Delete(hDeletes, nullptr));

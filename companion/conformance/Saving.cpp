@@ -55,53 +55,7 @@ private:
     UniqueHandle m_handle;
 };
 
-}  // namespace
-
-void CheckSaving(Report& report, const Library& library, const Folders& folders) {
-    const Scratch file(folders.encrypted, L"saved.txt"), added(folders.encrypted, L"added.txt");
-    const Document before{.name = file.plain.filename(), .content = SomeBytes(100'000)};
-    const Document after{.name = file.plain.filename(), .content = SomeBytes(70'000)};
-    const auto mustStand = [&] {
-        Must(library.Read(file.container) == before.content, "the container that stood there is another one");
-        Must(ShownNames(folders.encrypted) == std::set<std::wstring>{file.container.filename()}, "it left something in the folder");
-    };
-    report.Require("lets the container stand, and be opened by one who excludes writers, until Finish", [&] {
-        library.Save(file.container, before);
-        Saving saving(library, file.container, after);
-        Must(saving.HasWriter() && saving.Write(after.content), "nothing could be written");
-        Must(CanBeOpened(file.container, FILE_SHARE_READ | FILE_SHARE_DELETE), "it cannot be opened");
-        Must(library.Read(file.container) == before.content, "it is another one already");
-    });
-    report.Require("lets it stand when the writer is released without Finish", mustStand);
-    report.Require("leaves nothing of a new container when the writer is released without Finish", [&] {
-        {
-            Saving saving(library, added.container, after);
-            Must(saving.HasWriter() && saving.Write(after.content), "nothing could be written");
-        }
-        mustStand();
-    });
-    const std::tuple<const char*, Disturbance::Kind> rows[] = {
-        {"does not say that it replaced a container that somebody holds, and lets it stand", Disturbance::Held},
-        {"does not replace a read-only container", Disturbance::ReadOnly},
-    };
-    for (const auto& [requirement, kind] : rows)
-        report.Require(requirement, [&, kind = kind] {
-            {
-                const Disturbance disturbance(kind, file.container);
-                Must(library.RefusesToSave(file.container, after), "Finish answered true");
-            }
-            mustStand();
-        });
-    report.Require("does not say that it stored where there is no folder", [&] {
-        Must(library.RefusesToSave(folders.encrypted / L"conformance missing" / L"a.txt.zip", after), "Finish answered true");
-        mustStand();
-    });
-    report.Require("replaces a container by a shorter one as a whole, and tells of the new one at once", [&] {
-        Must(library.Inform(file.container)->size == before.content.size(), "before, the size was another one");
-        library.Save(file.container, after);
-        Must(library.Read(file.container) == after.content, "the content is another one");
-        Must(library.Inform(file.container)->size == after.content.size(), "the size is still that of the old one");
-    });
+void CheckAttributes(Report& report, const Library& library, const Folders& folders) {
     report.Require("gives the container the read-only, hidden and system attributes of the document", [&] {
         for (const DWORD attribute : {FILE_ATTRIBUTE_READONLY, FILE_ATTRIBUTE_HIDDEN, FILE_ATTRIBUTE_SYSTEM}) {
             const Scratch marked(folders.encrypted, L"marked.txt");
@@ -110,6 +64,56 @@ void CheckSaving(Report& report, const Library& library, const Folders& folders)
             Must(GetFileAttributesW(marked.container.c_str()) & attribute, "attribute " + std::to_string(attribute) + " is missing");
         }
     });
+}
+
+}  // namespace
+
+void CheckSaving(Report& report, const Library& library, const Folders& folders) {
+    const Scratch file(folders.encrypted, L"saved.txt"), added(folders.encrypted, L"added.txt");
+    const Document before{.name = file.plain.filename(), .content = SomeBytes(100'000)};
+    const Document after{.name = file.plain.filename(), .content = SomeBytes(70'000)};
+    const auto mustBeKept = [&] {
+        Must(library.Read(file.container) == before.content, "the stored container is another one");
+        Must(ShownNames(folders.encrypted) == std::set<std::wstring>{file.container.filename()}, "it left something in the folder");
+    };
+    report.Require("keeps the stored container, which others can open while they exclude writers, until Finish", [&] {
+        library.Save(file.container, before);
+        Saving saving(library, file.container, after);
+        Must(saving.HasWriter() && saving.Write(after.content), "nothing could be written");
+        Must(CanBeOpened(file.container, FILE_SHARE_READ | FILE_SHARE_DELETE), "it cannot be opened");
+        Must(library.Read(file.container) == before.content, "it is another one already");
+    });
+    report.Require("keeps it when the writer is released without Finish", mustBeKept);
+    report.Require("leaves nothing of a new container when the writer is released without Finish", [&] {
+        {
+            Saving saving(library, added.container, after);
+            Must(saving.HasWriter() && saving.Write(after.content), "nothing could be written");
+        }
+        mustBeKept();
+    });
+    const std::tuple<const char*, Disturbance::Kind> rows[] = {
+        {"does not claim to have replaced a container that somebody holds, and keeps that", Disturbance::Held},
+        {"does not replace a read-only container", Disturbance::ReadOnly},
+    };
+    for (const auto& [requirement, kind] : rows)
+        report.Require(requirement, [&, kind = kind] {
+            {
+                const Disturbance disturbance(kind, file.container);
+                Must(library.RefusesToSave(file.container, after), "Finish answered true");
+            }
+            mustBeKept();
+        });
+    report.Require("does not claim to have stored where there is no folder", [&] {
+        Must(library.RefusesToSave(folders.encrypted / L"conformance missing" / L"a.txt.zip", after), "Finish answered true");
+        mustBeKept();
+    });
+    report.Require("replaces a container by a shorter one as a whole, and describes the new one at once", [&] {
+        Must(library.Inform(file.container)->size == before.content.size(), "before, the size was another one");
+        library.Save(file.container, after);
+        Must(library.Read(file.container) == after.content, "the content is another one");
+        Must(library.Inform(file.container)->size == after.content.size(), "the size is still that of the old one");
+    });
+    CheckAttributes(report, library, folders);
 }
 
 void CheckPlaces(Report& report, const Library& library, const Folders& folders) {

@@ -77,5 +77,6 @@ void MoveTree(const Volume& volume, const Entry& source, const VolumePath& targe
             throw;
     }
     TransferChildren(volume, source, target, MoveTree);
+    volume.RemoveReserved(source.path);
     Delete(volume, source);
 }

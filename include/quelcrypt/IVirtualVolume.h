@@ -126,7 +126,8 @@ public:
     virtual bool FindNextMountFolder(void* hFind, VirtMountInfo* mountInfo) = 0;
 
     // 6: describes one entry. False when there is none. The path of a container ("a.txt.zip") also finds its document; a folder with
-    // such a name is only a folder.
+    // such a name is only a folder. While an edit that could not be saved waits (slot 11), this and slots 7, 8, 10 and 21 give the edit's
+    // size and write time, because the edit is what an open shows.
     virtual bool FindFile(const wchar_t* filePath, VirtFindData* findData) = 0;
     // 7: starts a search and stores the first entry; filePath may end in a pattern ("Docs\*"). At the root ("", "*",
     // "Doc*", "Docs") mount folders are searched. Null when nothing matches: GetLastError is then ERROR_FILE_NOT_FOUND or

@@ -6,6 +6,11 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kStatusesText[] = L"(((NTSTATUS)(status)) >= 0) && (((NTSTATUS)(IoStatusBlock.Status)) >= 0) =>false%s,  %s";
+constexpr wchar_t kSetDispositionText[] =
+    L"ZwSetInformationFile(hFile, &fileDispositionInfo, sizeof(fileDispositionInfo), ((FILE_INFORMATION_CLASS)13)) =>%s, ";
+
 using NtStatus = LONG;
 struct IoStatusBlock {
     union {
@@ -37,9 +42,8 @@ Win32Error ZwSetInformationFile(HANDLE hFile, const void* info, ULONG length, in
     if (status >= 0 && ioStatus.status >= 0)
         return qcLog.Leave(Win32Error::None);
     const ULONG error = s_toDosError(status < 0 ? status : ioStatus.status);
-    QC_REPORT(L"(((NTSTATUS)(status)) >= 0) && (((NTSTATUS)(IoStatusBlock.Status)) >= 0) =>false%s,  %s",
-              L"fileInformationClass[%d]. Status[0x%x], IoStatusBlock.Status[0x%x]. %s", fileInformationClass, status, ioStatus.status,
-              SystemErrorStr(error));
+    QC_REPORT(kStatusesText, L"fileInformationClass[%d]. Status[0x%x], IoStatusBlock.Status[0x%x]. %s", fileInformationClass, status,
+              ioStatus.status, SystemErrorStr(error));
     return qcLog.Leave(static_cast<Win32Error>(error));
 }
 
@@ -49,8 +53,7 @@ Win32Error DeleteUndeleteFile(HANDLE hFile, bool deleteFile) {
     const Win32Error error = ZwSetInformationFile(hFile, &fileDispositionInfo, sizeof(fileDispositionInfo), kFileDispositionInformation);
     if (error != Win32Error::None)
         qcLog.LogFailedCheck(
-            L"ZwSetInformationFile(hFile, &fileDispositionInfo, sizeof(fileDispositionInfo), ((FILE_INFORMATION_CLASS)13)) =>%s, ",
-            [&] { return SystemErrorStr(static_cast<DWORD>(error)); }, [] { return L""; });
+            kSetDispositionText, [&] { return SystemErrorStr(static_cast<DWORD>(error)); }, [] { return L""; });
     return qcLog.Leave(error);
 }
 

@@ -19,6 +19,20 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kCreateTempZipText[] = L"CreateFileW(tempZipFilePath, (0x40000000L), 0x00000001, 2, 0x80, hTempZip) =>%s, ";
+constexpr wchar_t kWritePartText[] =
+    L"WriteFile(destFilePath, hDestFile, reader->GetData(), reader->GetDataLength(), &bytesWritten) && bytesWritten == "
+    L"reader->GetDataLength() =>false%s, ";
+constexpr wchar_t kReadPartText[] =
+    L"ReadFile(openedFilePath, m_hFile, writeBuffer, (sizeof(*RtlpNumberOf(writeBuffer))), &bytesToWrite) =>false%s, ";
+constexpr wchar_t kTempNameForLockedText[] =
+    L"VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(origFilePathHalvane), tempZipFilePath) =>false%s, ";
+constexpr wchar_t kTempNameText[] =
+    L"VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(zipFilePath), tempZipFilePath) =>false%s, ";
+constexpr wchar_t kEncryptToTempText[] = L"EncryptOpenFileInternal(tempZipFilePath, virtualFileSpec, srcFilePath) =>%s, ";
+constexpr wchar_t kOpenTempZipText[] = L"CreateFileW(tempZipFilePath, (0x80000000L), 0x00000001, 3, 0x80, hTempFile) =>%s, ";
+
 constexpr std::int32_t kWriterMode = 2;
 
 using LibraryString = LibraryPtr<IHvcStringW>;
@@ -55,7 +69,7 @@ VirtualVolumeStatus CopyLockedContainer(const LockedFile& lock, const std::wstri
     UniqueHandle hTempZip;
     QC_CHECK_STATUS_OR_RETURN(
         VirtualItem::CreateFileW(tempZipFilePath, GENERIC_WRITE, FILE_SHARE_READ, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, hTempZip),
-        L"CreateFileW(tempZipFilePath, (0x40000000L), 0x00000001, 2, 0x80, hTempZip) =>%s, ");
+        kCreateTempZipText);
     const SectionGuard guard(lock.content->section);
     QC_CHECK_OR_RETURN(file_content::CopyFileW(lock.hFile.Get(), hTempZip.Get()), StatusFromLastError(),
                        L"CopyFileW(m_hLockedFile, hTempZip) =>false%s, ");
@@ -78,9 +92,7 @@ VirtualVolumeStatus DecryptContainer(const std::wstring& containerPath, const st
             DWORD bytesWritten = 0;
             QC_CHECK_OR_RETURN(
                 length == 0 || (file_content::WriteFile(destFilePath, hDestFile, data, length, &bytesWritten) && bytesWritten == length),
-                StatusFromLastError(),
-                L"WriteFile(destFilePath, hDestFile, reader->GetData(), reader->GetDataLength(), &bytesWritten) && bytesWritten == "
-                L"reader->GetDataLength() =>false%s, ");
+                StatusFromLastError(), kWritePartText);
         }
         return qcLog.Leave(VVS_Success);
     } catch (const CQuelcryptErrorException& exception) {
@@ -130,9 +142,8 @@ VirtualVolumeStatus WriteAll(IFileWriter& writer, const container_cipher::PlainS
     const auto writeBuffer = std::make_unique<char[]>(file_content::kChunkBytes);
     for (;;) {
         DWORD bytesToWrite = 0;
-        QC_CHECK_OR_RETURN(
-            file_content::ReadFile(source.path, source.hFile, writeBuffer.get(), &bytesToWrite), StatusFromLastError(),
-            L"ReadFile(openedFilePath, m_hFile, writeBuffer, (sizeof(*RtlpNumberOf(writeBuffer))), &bytesToWrite) =>false%s, ");
+        QC_CHECK_OR_RETURN(file_content::ReadFile(source.path, source.hFile, writeBuffer.get(), &bytesToWrite), StatusFromLastError(),
+                           kReadPartText);
         if (bytesToWrite == 0)
             return qcLog.Leave(VVS_Success);
         QC_CHECK_OR_RETURN(CallCompanion([&] { return writer.Write(writeBuffer.get(), bytesToWrite); }), VSS_EncryptError,
@@ -150,8 +161,7 @@ VirtualVolumeStatus DecryptToFile(const std::wstring& containerPath, const Locke
     if (!lock.locked)
         return qcLog.Leave(DecryptContainer(containerPath, destFilePath, hDestFile));
     const TempContainer tempZip(PathStripPathStr(containerPath));
-    QC_CHECK_OR_RETURN(!tempZip.Path().empty(), VVS_GeneralError,
-                       L"VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(origFilePathHalvane), tempZipFilePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(!tempZip.Path().empty(), VVS_GeneralError, kTempNameForLockedText);
     const VirtualVolumeStatus status = CopyLockedContainer(lock, tempZip.Path());
     return qcLog.Leave(status == VVS_Success ? DecryptContainer(tempZip.Path(), destFilePath, hDestFile) : status);
 }
@@ -211,19 +221,18 @@ VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const
     QC_TRACE(L"VirtualFile::EncryptOpenFileLocked", L"zipFilePath[%s], virtualFileSpec[%s], srcFilePath[%s]", zipFilePath, virtualFileSpec,
              source.path);
     TempContainer tempZip(PathStripPathStr(zipFilePath));
-    QC_CHECK_OR_RETURN(!tempZip.Path().empty(), VVS_GeneralError,
-                       L"VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(zipFilePath), tempZipFilePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(!tempZip.Path().empty(), VVS_GeneralError, kTempNameText);
     // Names the document of this container: for the companion library, which has to find its key, and in case it is left behind.
     const TrackingRecord aside =
         TrackingRecordOf(zipFilePath, ReadFileStamp(zipFilePath).value_or(FileStamp{}), tempZip.Path(), {}, virtualFileSpec);
     if (!WriteTrackingFile(TrackingFilePathStr(tempZip.Path()), aside))
         QC_REPORT(L"WriteTrackingFile(tempZipFilePath) =>false%s, ");
     QC_CHECK_STATUS_OR_RETURN(EncryptOpenFileInternal(tempZip.Path(), virtualFileSpec, source, [] { return VVS_Success; }),
-                              L"EncryptOpenFileInternal(tempZipFilePath, virtualFileSpec, srcFilePath) =>%s, ");
+                              kEncryptToTempText);
     UniqueHandle hTempFile;
     QC_CHECK_STATUS_OR_RETURN(
         VirtualItem::CreateFileW(tempZip.Path(), GENERIC_READ, FILE_SHARE_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, hTempFile),
-        L"CreateFileW(tempZipFilePath, (0x80000000L), 0x00000001, 3, 0x80, hTempFile) =>%s, ");
+        kOpenTempZipText);
     bool isTorn = true;
     tempZip.Keep(isTorn);  // it may then be the only complete container
     const bool isCopied = file_content::CopyIntoLockedFile(hTempFile.Get(), dest, nullptr, &isTorn);

@@ -13,6 +13,10 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kPointersSetText[] = L"filePointerSrc.PointerWasSet() && filePointerDest.PointerWasSet() =>false%s, ";
+constexpr wchar_t kCreateNewFileText[] = L"CreateFileW(newFilePath, desiredAccess, 0x00000001, 1, 0x80, hNewFile) =>%s, ";
+
 std::wstring CountStr(DWORD count) { return FormatInt64Str(count); }
 
 using Buffer = std::unique_ptr<char[]>;
@@ -75,8 +79,7 @@ bool CopyFileW(HANDLE hFileSrc, HANDLE hFileDest) {
     QC_TRACE(L"VirtualFile::CopyFileW");
     FilePointer filePointerSrc(hFileSrc, 0);
     FilePointer filePointerDest(hFileDest, 0);
-    QC_CHECK_OR_RETURN(filePointerSrc.PointerWasSet() && filePointerDest.PointerWasSet(), false,
-                       L"filePointerSrc.PointerWasSet() && filePointerDest.PointerWasSet() =>false%s, ");
+    QC_CHECK_OR_RETURN(filePointerSrc.PointerWasSet() && filePointerDest.PointerWasSet(), false, kPointersSetText);
     const auto buffer = std::make_unique<char[]>(kChunkBytes);
     for (;;) {
         DWORD done = 0;
@@ -132,7 +135,7 @@ VirtualVolumeStatus CopyToNewFile(HANDLE hSource, const std::wstring& path) {
     QC_TRACE(L"CopyToNewFile", L"destFilePath[%s]", path);
     UniqueHandle hFile;
     QC_CHECK_STATUS_OR_RETURN(VirtualItem::CreateFileW(path, kFullContentAccess, FILE_SHARE_READ, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hFile),
-                              L"CreateFileW(newFilePath, desiredAccess, 0x00000001, 1, 0x80, hNewFile) =>%s, ");
+                              kCreateNewFileText);
     QC_CHECK_OR_RETURN(CopyFileW(hSource, hFile.Get()), StatusFromLastError(), L"CopyFileW(m_hFile, hNewFile) =>false%s, ");
     BY_HANDLE_FILE_INFORMATION info{};
     if (GetFileInformationByHandle(hSource, &info))

@@ -19,6 +19,12 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kPossibleNameText[] = L"PathStripPathStr(filePath).find_first_of(L\"*?<>|\\\":\") == std::wstring::npos =>false%s, ";
+constexpr wchar_t kGetLockedFileText[] =
+    L"FileLocker::GetLockedFile(filePath + L\".zip\", desiredAccess, lockToken, m_locked, m_hLockedFile) =>%s, ";
+constexpr wchar_t kOpenTempFileText[] = L"CreateFileW(tempFilePath, desiredAccess, shareMode, createDisposition, 0x80, hFile) =>%s, ";
+
 constexpr int kDecryptAttempts = 4;
 
 // Through another handle: after times were set on the working handle, the platform would not update them at its writes.
@@ -91,8 +97,7 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
     const std::wstring fileName = PathStripPathStr(filePath);
     if (openDisposition == CREATE_NEW && !isMissing)
         QC_CHECK_OR_RETURN(!PathExists(filePath) && !PathExists(containerPath), VSS_FileExists, L"!PathExists(containerPath) =>false%s, ");
-    QC_CHECK_OR_RETURN(IsPossibleName(fileName), VVS_InvalidParameter,
-                       L"PathStripPathStr(filePath).find_first_of(L\"*?<>|\\\":\") == std::wstring::npos =>false%s, ");
+    QC_CHECK_OR_RETURN(IsPossibleName(fileName), VVS_InvalidParameter, kPossibleNameText);
     if (creates && !exists) {
         // What is there is not this file's container, and a save must not or cannot replace it: a conflict copy, a ZIP file, a folder.
         QC_CHECK_OR_RETURN(isMissing ? !IsExistingFolder(containerPath) : !PathExists(containerPath), VVS_PathAlreadyExists,
@@ -101,7 +106,8 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
         QC_CHECK_OR_RETURN(!PathExists(ZipPathStr(containerPath)), VVS_PathAlreadyExists,
                            L"!PathExists(ZipPathStr(containerPath)) =>false%s, ");
         // The container is made only at the close, when it would be too late to refuse the name.
-        QC_CHECK_OR_RETURN(HasSaveNames(fileName), VVS_InvalidParameter, L"HasSaveNames(PathStripPathStr(filePath)) =>false%s, ");
+        QC_CHECK_OR_RETURN(IsNameForNewFile(fileName, true), VVS_InvalidParameter,
+                           L"IsNameForNewFile(PathStripPathStr(filePath)) =>false%s, ");
         QC_CHECK_OR_RETURN(IsExistingFolder(PathRemoveFileSpecStr(filePath)), VVS_PathNotFound,
                            L"IsExistingFolder(PathRemoveFileSpecStr(filePath)) =>false%s, ");
     }
@@ -110,7 +116,7 @@ VirtualVolumeStatus EncryptedContent::Open(const std::wstring& filePath, std::ui
                            L"IsExistingFile(containerPath) =>false%s, ");
     // The item needs full access to the locked container, whatever the host asked for.
     QC_CHECK_STATUS_OR_RETURN(FileLocker::GetLockedFile(containerPath.c_str(), desiredAccess, kFullContentAccess, lockToken, &m_lock),
-                              L"FileLocker::GetLockedFile(filePath + L\".zip\", desiredAccess, lockToken, m_locked, m_hLockedFile) =>%s, ");
+                              kGetLockedFileText);
     if (m_lock.locked && !creates) {
         const SectionGuard guard(m_lock.content->section);
         QC_CHECK_OR_RETURN(!m_lock.content->isDeleted, VVS_FileNotFound, L"!m_lock.content->isDeleted =>false%s, ");
@@ -159,7 +165,7 @@ VirtualVolumeStatus EncryptedContent::MakeSureTempFileOpenIfNeeded(TempContent c
         writable.emplace(copy.tempFilePath);
     QC_CHECK_STATUS_OR_RETURN(VirtualItem::CreateFileInAMoment(copy.tempFilePath, kFullContentAccess, kShareAll,
                                                                retained ? OPEN_ALWAYS : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, hFile),
-                              L"CreateFileW(tempFilePath, desiredAccess, shareMode, createDisposition, 0x80, hFile) =>%s, ");
+                              kOpenTempFileText);
     reused = retained && GetLastError() == ERROR_ALREADY_EXISTS;
     if (decrypt && !reused) {
         const VirtualVolumeStatus status = FillTempFile(container, copy, hFile.Get());

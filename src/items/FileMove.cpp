@@ -17,6 +17,18 @@
 #include "library/Win32Error.h"
 #include "policy/HvcUtils.h"
 
+namespace {
+
+// Texts of checks.
+constexpr wchar_t kTempNameText[] = L"VirtualTempFileDispenser::CreateTempFileName(newFileName, asidePath) =>false%s, ";
+constexpr wchar_t kEncryptPlainFileText[] =
+    L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ";
+constexpr wchar_t kEncryptTempFileText[] =
+    L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_tempFilePath, newFileLocked, hNewFile) =>%s, ";
+constexpr wchar_t kHoldNameText[] = L"CreateFileW(newZipFilePath, (0x40000000L), 0x00000007, 1, 0x80, hHeld) =>%s, ";
+
+}  // namespace
+
 FileMove::FileMove(ItemState& state, std::unique_ptr<FileContent>& content, const wchar_t* newFilePath, bool renameSrcFile,
                    bool keepSrcFile)
     : m_state(state), m_content(content), m_newFilePath(newFilePath), m_renameSrcFile(renameSrcFile), m_keepSrcFile(keepSrcFile) {}
@@ -39,10 +51,8 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     // An unencrypted file in a protected folder might be synchronised before anybody notices.
     QC_CHECK_OR_RETURN(isKnown, VSS_EncryptError, L"isKnown =>false%s, ");
     // As at the open of a new file: refuse now what could not be saved later.
-    QC_CHECK_OR_RETURN(!destEncrypted || HasSaveNames(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
-                       L"HasSaveNames(PathStripPathStr(newFilePath)) =>false%s, ");
-    QC_CHECK_OR_RETURN(IsPossibleName(PathStripPathStr(m_newFilePath)), VVS_InvalidParameter,
-                       L"IsPossibleName(PathStripPathStr(newFilePath)) =>false%s, ");
+    QC_CHECK_OR_RETURN(IsNameForNewFile(PathStripPathStr(m_newFilePath), destEncrypted), VVS_InvalidParameter,
+                       L"IsNameForNewFile(PathStripPathStr(newFilePath)) =>false%s, ");
     m_destPath = destEncrypted ? ZipPathStr(m_newFilePath) : m_newFilePath;
     const std::wstring oldPath = m_state.Path();
     const bool wasEncrypted = m_content->IsEncrypted();
@@ -195,7 +205,7 @@ VirtualVolumeStatus FileMove::CopyIntoLockedPlainFile(HANDLE hSource) {
     QC_TRACE_THIS(L"FileMove::CopyIntoLockedPlainFile");
     std::wstring asidePath;
     QC_CHECK_OR_RETURN(VirtualTempFileDispenser::CreateTempFileName(PathStripPathStr(m_newFilePath), asidePath), VVS_GeneralError,
-                       L"VirtualTempFileDispenser::CreateTempFileName(newFileName, asidePath) =>false%s, ");
+                       kTempNameText);
     UniqueHandle hAside;
     bool isTorn = false;
     const OnExit deleteAside([&] {
@@ -235,7 +245,7 @@ VirtualVolumeStatus FileMove::MoveFromPlainToHalvane() {
     QC_CHECK_STATUS_OR_RETURN(WithLockedSource([this](HANDLE hSource) {
                                   return EncryptTo({m_state.Path(), hSource});
                               }),
-                              L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
+                              kEncryptPlainFileText);
     if (!m_keepSrcFile)
         BecomeEncrypted();
     return qcLog.Leave(VVS_Success);
@@ -254,8 +264,7 @@ VirtualVolumeStatus FileMove::TurnIntoContainer() {
     });
     HeldSource held(Plain());
     QC_CHECK_STATUS_OR_RETURN(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
-    QC_CHECK_STATUS_OR_RETURN(EncryptTo({m_state.Path(), held.File()}),
-                              L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_itemFullPath, newFileLocked, hNewFile) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(EncryptTo({m_state.Path(), held.File()}), kEncryptPlainFileText);
     // By its handle, so that the file that was encrypted is moved, not one that replaced it. This fails if the temp folder is on another
     // disk. Some systems rename whatever is at the path that the handle was opened by.
     const bool isInPlace = IsOpenFileAt(held.File(), m_state.Path());
@@ -318,8 +327,7 @@ VirtualVolumeStatus FileMove::ReencryptTo() {
     QC_TRACE_THIS(L"VirtualFile::ReencryptTo");
     EncryptedContent& source = Encrypted();
     QC_CHECK_STATUS_OR_RETURN(source.PrepareContent(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
-    QC_CHECK_STATUS_OR_RETURN(EncryptTo({source.WorkingPath(), source.WorkingFile()}),
-                              L"EncryptOpenFile(newZipFilePath, virtualFileSpec, m_tempFilePath, newFileLocked, hNewFile) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(EncryptTo({source.WorkingPath(), source.WorkingFile()}), kEncryptTempFileText);
     if (m_keepSrcFile)
         return qcLog.Leave(VVS_Success);
     if (!m_sameFile)
@@ -346,8 +354,7 @@ VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& sou
         UniqueHandle hHeld;
         const VirtualVolumeStatus held =
             VirtualItem::CreateFileW(m_destPath, GENERIC_WRITE, kShareAll, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, hHeld);
-        QC_CHECK_STATUS_OR_RETURN(held == VSS_FileExists ? VVS_PathAlreadyExists : held,
-                                  L"CreateFileW(newZipFilePath, (0x40000000L), 0x00000007, 1, 0x80, hHeld) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(held == VSS_FileExists ? VVS_PathAlreadyExists : held, kHoldNameText);
     }
     const std::optional<FileVersion> known = isHeld ? ReadFileVersion(m_destPath) : m_replaced;
     const VirtualVolumeStatus status = container_cipher::EncryptOpenFileInternal(m_destPath, virtualFileSpec, source, [&] {

@@ -15,6 +15,10 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kGetLockedFileText[] =
+    L"FileLocker::GetLockedFile(newFilePath, (0x40000000L), newFileLockToken, newFileLocked, hNewFile) =>%s, ";
+
 // What a file on disk is shown as; a plain file when it is missing.
 VirtualItemType TypeOf(const std::wstring& path) {
     VirtFindData findData{};
@@ -48,7 +52,7 @@ VirtualVolumeStatus FileMove::Check(const wchar_t* newFileLockToken, bool destEn
     if (!m_sameFile)
         QC_CHECK_STATUS_OR_RETURN(
             FileLocker::GetLockedFile(m_destPath.c_str(), GENERIC_WRITE, GENERIC_READ | DELETE, newFileLockToken, &m_newFile),
-            L"FileLocker::GetLockedFile(newFilePath, (0x40000000L), newFileLockToken, newFileLocked, hNewFile) =>%s, ");
+            kGetLockedFileText);
     QC_CHECK_STATUS_OR_RETURN(CheckDestination(destEncrypted), L"CheckDestination(newFilePath) =>%s, ");
     QC_CHECK_STATUS_OR_RETURN(CheckSource(), L"CheckSource() =>%s, ");
     return qcLog.Leave(VVS_Success);

@@ -8,6 +8,13 @@
 #include "library/Win32Error.h"
 #include "namespace/VirtualFindFile.h"
 
+namespace {
+
+// Texts of checks.
+constexpr wchar_t kGetLockedFileText[] = L"FileLocker::GetLockedFile(filePath, desiredAccess, lockToken, m_locked, m_hFile) =>%s, ";
+
+}  // namespace
+
 VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, bool isLink, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                        std::uint32_t openDisposition, const wchar_t* lockToken) {
     QC_TRACE_THIS(L"VirtualFile::OpenPlainFile", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,
@@ -29,7 +36,7 @@ VirtualVolumeStatus PlainContent::Open(const std::wstring& filePath, bool isLink
     // creates gets GENERIC_WRITE, to cut the file; BeginWrite refuses later writes.
     const std::uint32_t extraAccess = CreatesFiles(openDisposition) ? DELETE | GENERIC_WRITE : DELETE;
     QC_CHECK_STATUS_OR_RETURN(FileLocker::GetLockedFile(filePath.c_str(), desiredAccess, extraAccess, lockToken, &lock),
-                              L"FileLocker::GetLockedFile(filePath, desiredAccess, lockToken, m_locked, m_hFile) =>%s, ");
+                              kGetLockedFileText);
     if (lock.locked) {
         m_hFile = std::move(lock.hFile);
         m_lock = std::move(lock);

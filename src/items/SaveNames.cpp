@@ -48,7 +48,9 @@ std::wstring SaveNameStr(const std::wstring& itemName, SaveName kind, int number
     return FormatStr(L"%s%s%s", ShortenedStem(stem, suffix.size() + extension.size()), suffix, extension);
 }
 
-bool HasSaveNames(const std::wstring& itemName) {
+bool IsNameForNewFile(const std::wstring& itemName, bool isEncrypted) {
+    if (!isEncrypted || !IsPossibleName(itemName))
+        return IsPossibleName(itemName);
     const std::size_t extensionUnits = itemName.size() - PathRemoveExtensionStr(itemName).size();
     return itemName.size() + kContainerExtension.size() <= kLongestName &&
            extensionUnits + kLongestSuffix + kContainerExtension.size() < kLongestName;

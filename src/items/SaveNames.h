@@ -12,8 +12,9 @@ enum class SaveName { ConflictedEdit = 0, BackupEdit = 1 };
 // later names of the same day, is added before the extension: " (2)". A stem that is too long is cut.
 std::wstring SaveNameStr(const std::wstring& itemName, SaveName kind, int number = 1);
 
-// Is there room in a file name for the container of an item of this name, and for the containers of its conflict names?
-bool HasSaveNames(const std::wstring& itemName);
+// Can a file get this name? If it is to be encrypted, there must be room in a name for its container, too, and for the
+// containers of its conflict names.
+bool IsNameForNewFile(const std::wstring& itemName, bool isEncrypted);
 
 // Held while an item checks its container and replaces it: when two items save one container, the second sees
 // what the first stored. Different containers do not wait for each other. Throws std::bad_alloc.

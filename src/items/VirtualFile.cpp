@@ -15,6 +15,10 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kReadFileText[] = L"VirtualItem::ReadFile(m_hFile, offset, data, dataSize, readDataSize) =>%s, ";
+constexpr wchar_t kWriteFileText[] = L"VirtualItem::WriteFile(m_hFile, offset, data, dataSize, writtenSize) =>%s, ";
+
 // An empty container is left by a lock whose process ended. The companion library cannot read it; it is an empty document.
 bool IsEmptyContainerOf(const std::wstring& filePath, const VirtFindData& findData) {
     if (EqualNoCase(findData.fileName, PathStripPathStr(filePath)) || PathExists(filePath))
@@ -86,8 +90,7 @@ VirtualVolumeStatus VirtualFile::Read(std::uint64_t offset, void* data, std::uin
     QC_CHECK_OR_RETURN(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
     QC_CHECK_STATUS_OR_RETURN(m_content->Prepare(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
     std::uint32_t count = 0;
-    QC_CHECK_STATUS_OR_RETURN(m_content->Read(offset, data, dataSize, &count, m_position),
-                              L"VirtualItem::ReadFile(m_hFile, offset, data, dataSize, readDataSize) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(m_content->Read(offset, data, dataSize, &count, m_position), kReadFileText);
     if (readDataSize)
         *readDataSize = count;
     QC_LOG(L"out: readDataSize[%s]", FormatInt64Str(count));
@@ -100,8 +103,7 @@ VirtualVolumeStatus VirtualFile::Write(std::uint64_t offset, const void* data, s
     QC_CHECK_OR_RETURN(!m_deleted, VVS_GeneralError, L"!m_deleted =>false%s, ");
     QC_CHECK_STATUS_OR_RETURN(m_content->Prepare(), L"MakeSureTempFileOpenIfNeeded() =>%s, ");
     std::uint32_t count = 0;
-    QC_CHECK_STATUS_OR_RETURN(m_content->Write(offset, data, dataSize, &count, m_position),
-                              L"VirtualItem::WriteFile(m_hFile, offset, data, dataSize, writtenSize) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(m_content->Write(offset, data, dataSize, &count, m_position), kWriteFileText);
     m_state.findData.reset();
     if (writtenSize)
         *writtenSize = count;
@@ -166,9 +168,12 @@ VirtualVolumeStatus VirtualFile::Flush() {
 
 bool VirtualFile::GetFileInfo(VirtFindData* virtFindData) {
     QC_TRACE_THIS(L"VirtualFile::GetFileInfo");
-    if (!m_state.findData)
-        return qcLog.Leave(m_content->GetFileInfo(virtFindData));
-    *virtFindData = *m_state.findData;
+    if (m_state.findData)
+        *virtFindData = *m_state.findData;
+    else if (!m_content->GetFileInfo(virtFindData))
+        return qcLog.Leave(false);
+    if (!m_content->IsOpen())
+        VirtualTempFileDispenser::DescribeShownEdit(PathRemoveFileSpecStr(m_state.Path()), *virtFindData);
     return qcLog.Leave(true);
 }
 

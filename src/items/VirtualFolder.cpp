@@ -15,6 +15,13 @@
 #include "namespace/VirtualMountFolder.h"
 #include "policy/HvcUtils.h"
 
+namespace {
+
+// Texts of checks.
+constexpr wchar_t kOpenFolderText[] = L"CreateFileW( filePath, desiredAccess, shareMode, 3, 0x02000000, m_hFile ) =>%s, ";
+
+}  // namespace
+
 VirtualVolumeStatus VirtualFolder::Open(const wchar_t* filePath, std::uint32_t desiredAccess, std::uint32_t shareMode,
                                         std::uint32_t openDisposition, const VirtFindData* findData, const wchar_t*) {
     QC_TRACE_THIS(L"VirtualFolder::Open", L"filePath[%s], desiredAccess[%s], shareMode[%s], openDisposition[%s]", filePath,
@@ -35,7 +42,7 @@ VirtualVolumeStatus VirtualFolder::Open(const wchar_t* filePath, std::uint32_t d
     VirtualVolumeStatus status = CreateFileW(filePath, access, shareMode, OPEN_EXISTING, flags, m_hFile);
     if (status == VVS_AccessDenied && access != GENERIC_READ)  // opened for reading only, like such a file
         status = CreateFileW(filePath, GENERIC_READ, shareMode, OPEN_EXISTING, flags, m_hFile);
-    QC_CHECK_STATUS_OR_RETURN(status, L"CreateFileW( filePath, desiredAccess, shareMode, 3, 0x02000000, m_hFile ) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(status, kOpenFolderText);
     m_state.SetPath(filePath);
     return qcLog.Leave(VVS_Success);
 }

@@ -15,6 +15,16 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kReadFileText[] =
+    L"::ReadFile(hFile, data, (DWORD)dataSize, &bytesRead, (offset != 0xFFFFFFFF ? &overlapped : 0)) =>FALSE%s, ";
+constexpr wchar_t kWriteFileText[] =
+    L"::WriteFile(hFile, data, (DWORD)dataSize, &bytesWritten, (offset != 0xFFFFFFFF ? &overlapped : 0)) =>FALSE%s, ";
+constexpr wchar_t kOpenNewFolderText[] =
+    L"CreateFileW( newFileFolderPath, (0x80000000L) | ( 0x0100 ), (0x00000001 | 0x00000002 | 0x00000004), 3, 0x02000000, hFolder) =>%s, ";
+constexpr wchar_t kSetRenameText[] = L"ZwSetInformationFile( m_hFile, fileRenameInfo.get(), len, ((FILE_INFORMATION_CLASS)10)) =>%s, ";
+constexpr wchar_t kSetBasicInfoText[] = L"ZwSetInformationFile(m_hFile, &fileInfo, sizeof(fileInfo), ((FILE_INFORMATION_CLASS)4)) =>%s, ";
+
 constexpr std::uint64_t kLargestOffset = INT64_MAX;  // for the platform, some larger numbers mean the end or the position
 constexpr std::uint32_t kKeepAttributes = 0xFFFFFFFF;
 
@@ -63,8 +73,7 @@ VirtualVolumeStatus VirtualItem::ReadFile(HANDLE hFile, std::uint64_t offset, vo
     OVERLAPPED overlapped = PositionAt(offset);
     DWORD count = 0;
     const bool done = ::ReadFile(hFile, data, dataSize, &count, offset != kCurrentPosition ? &overlapped : nullptr);
-    QC_CHECK_OR_RETURN(done || GetLastError() == ERROR_HANDLE_EOF, StatusFromLastError(),
-                       L"::ReadFile(hFile, data, (DWORD)dataSize, &bytesRead, (offset != 0xFFFFFFFF ? &overlapped : 0)) =>FALSE%s, ");
+    QC_CHECK_OR_RETURN(done || GetLastError() == ERROR_HANDLE_EOF, StatusFromLastError(), kReadFileText);
     if (bytesRead)
         *bytesRead = done ? count : 0;
     return qcLog.Leave(VVS_Success);
@@ -77,8 +86,7 @@ VirtualVolumeStatus VirtualItem::WriteFile(HANDLE hFile, std::uint64_t offset, c
     OVERLAPPED overlapped = PositionAt(offset);
     DWORD count = 0;
     QC_CHECK_OR_RETURN(::WriteFile(hFile, data, dataSize, &count, offset != kCurrentPosition ? &overlapped : nullptr),
-                       StatusFromLastError(),
-                       L"::WriteFile(hFile, data, (DWORD)dataSize, &bytesWritten, (offset != 0xFFFFFFFF ? &overlapped : 0)) =>FALSE%s, ");
+                       StatusFromLastError(), kWriteFileText);
     if (bytesWritten)
         *bytesWritten = count;
     return qcLog.Leave(VVS_Success);
@@ -104,8 +112,7 @@ VirtualVolumeStatus VirtualItem::RenameItem(HANDLE hFile, ItemState& state, cons
     UniqueHandle hFolder;
     QC_CHECK_STATUS_OR_RETURN(CreateFileW(PathRemoveFileSpecStr(newFilePath), GENERIC_READ | FILE_WRITE_ATTRIBUTES, kShareAll,
                                           OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, hFolder),
-                              L"CreateFileW( newFileFolderPath, (0x80000000L) | ( 0x0100 ), (0x00000001 | 0x00000002 | 0x00000004), 3, "
-                              L"0x02000000, hFolder) =>%s, ");
+                              kOpenNewFolderText);
 
     const std::size_t nameBytes = newName.size() * sizeof(wchar_t);
     const ULONG len = static_cast<ULONG>(nameBytes + 26);
@@ -122,8 +129,7 @@ VirtualVolumeStatus VirtualItem::RenameItem(HANDLE hFile, ItemState& state, cons
         return looked == VVS_Success ? ZwSetInformationFile(hFile, info, len, kFileRenameInformation) : Win32Error::None;
     });
     QC_CHECK_STATUS_OR_RETURN(looked, L"lastLook() =>%s, ");
-    QC_CHECK_STATUS_OR_RETURN(StatusOfCall(error),
-                              L"ZwSetInformationFile( m_hFile, fileRenameInfo.get(), len, ((FILE_INFORMATION_CLASS)10)) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(StatusOfCall(error), kSetRenameText);
     state.findData.reset();
     return qcLog.Leave(VVS_Success);
 }
@@ -140,8 +146,7 @@ VirtualVolumeStatus VirtualItem::SetFileInfo(const VirtFindData* virtFindData) {
     info.changeTime = info.lastWriteTime;
     info.fileAttributes = virtFindData->fileAttributes != kKeepAttributes ? virtFindData->fileAttributes : current.fileAttributes;
     const Win32Error error = ZwSetInformationFile(WorkingFile(), &info, sizeof(info), kFileBasicInformation);
-    QC_CHECK_STATUS_OR_RETURN(StatusOfCall(error),
-                              L"ZwSetInformationFile(m_hFile, &fileInfo, sizeof(fileInfo), ((FILE_INFORMATION_CLASS)4)) =>%s, ");
+    QC_CHECK_STATUS_OR_RETURN(StatusOfCall(error), kSetBasicInfoText);
     m_state.findData.reset();
     return qcLog.Leave(VVS_Success);
 }

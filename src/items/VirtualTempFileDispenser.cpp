@@ -23,6 +23,9 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kTempNameText[] = L"CreateTempFileName(PathStripPathStr(filePathKey), tempFilePath) =>false%s, ";
+
 constexpr std::size_t kMaximumCopies = 522;
 constexpr int kFolderAttempts = 16;
 
@@ -229,8 +232,7 @@ bool VirtualTempFileDispenser::Dispense(const std::wstring& filePathKey, bool co
             DeleteTempFolder(retained->tempFilePath);
     }
     copy = {};
-    QC_CHECK_OR_RETURN(CreateTempFileName(PathStripPathStr(filePathKey), copy.tempFilePath), false,
-                       L"CreateTempFileName(PathStripPathStr(filePathKey), tempFilePath) =>false%s, ");
+    QC_CHECK_OR_RETURN(CreateTempFileName(PathStripPathStr(filePathKey), copy.tempFilePath), false, kTempNameText);
     QC_LOG(L"New tepmFilepath[%s] is dispensed", copy.tempFilePath);
     return qcLog.Leave(false);
 }
@@ -285,6 +287,19 @@ std::optional<RetainedCopy> VirtualTempFileDispenser::ShownEdit(const std::wstri
     const SectionGuard guard(state.section);
     const RetainedCopy* const copy = state.Find(filePathKey);
     return copy && copy->unsaved && IsStillVersion(copy->container, container) ? std::optional(*copy) : std::nullopt;
+}
+
+void VirtualTempFileDispenser::DescribeShownEdit(const std::wstring& folderPath, VirtFindData& record) {
+    if (record.itemType != VIT_EncryptedFile)
+        return;
+    const std::wstring filePathKey = PathAppendStr(folderPath, record.fileName);
+    if (!HoldsUnsavedEdit(filePathKey))  // the common case, without access to the disk
+        return;
+    const std::optional<RetainedCopy> edit = ShownEdit(filePathKey, ReadFileVersion(ZipPathStr(filePathKey)));
+    if (!edit)
+        return;
+    record.fileSize = edit->temp.size;
+    record.lastWriteTime = static_cast<std::uint64_t>(edit->temp.writeTime);
 }
 
 void VirtualTempFileDispenser::Remove(const std::wstring& filePathKey, bool deleteFileFromDisk,

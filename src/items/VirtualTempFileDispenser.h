@@ -44,6 +44,9 @@ public:
     // The waiting edit of the version that is stored now, which is what an open shows.
     static std::optional<RetainedCopy> ShownEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container);
 
+    // While an edit waits, an encrypted item's record in this folder gets the size and write time of what an open shows.
+    static void DescribeShownEdit(const std::wstring& folderPath, VirtFindData& record);
+
     // Forgets an item's copy and, if asked to, deletes its folder. An unsaved edit is deleted only if it is deletedEdit, the one
     // that was shown when its document was deleted, and was not written since.
     static void Remove(const std::wstring& filePathKey, bool deleteFileFromDisk, const std::optional<RetainedCopy>& deletedEdit = {});

@@ -19,6 +19,15 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kSharedLockText[] = L"lockInfoDataMapPair->m_value.lockInfoArray[0].lockScope == LockScope_Shared =>false%s, ";
+constexpr wchar_t kTokenFitsText[] = L"guidStr.GetLength() < (sizeof(*RtlpNumberOf(lockInfo->lockToken))) =>false%s, ";
+constexpr wchar_t kNoWriteAccessText[] =
+    L"(((0x40000000L) | ((((0x00020000L)) | ( 0x0002 ) | ( 0x0100 ) | ( 0x0010 ) | ( 0x0004 ) | (0x00100000L)) - (((0x00020000L)) | ( "
+    L"0x0002 ) | ( 0x0100 ) | ( 0x0010 ) | ( 0x0004 ) | (0x00100000L)))) & desiredAccess) == 0 =>false%s, ";
+constexpr wchar_t kDuplicateHandleText[] =
+    L"DuplicateHandle(GetCurrentProcess(), fileHandleInfo.hFile, GetCurrentProcess(), &hFile.m_h, desiredAccess, 0, 0) =>FALSE%s, ";
+
 // Everything that a holder may do with the file, except changing its owner or permissions.
 constexpr DWORD kLockAccess = FILE_READ_DATA | FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_READ_EA | FILE_WRITE_EA | FILE_READ_ATTRIBUTES |
                               FILE_WRITE_ATTRIBUTES | DELETE | READ_CONTROL | SYNCHRONIZE;
@@ -188,8 +197,7 @@ VirtualVolumeStatus FileLocker::Lock(const wchar_t* filePath, const VirtFindData
     } else {
         QC_CHECK_OR_RETURN(lockInfo->scope == LockScope_Shared, VVS_LockScopeViolation,
                            L"lockInfo->lockScope == LockScope_Shared =>false%s, ");
-        QC_CHECK_OR_RETURN(FirstRecord(entry->lockInfoArray).scope == LockScope_Shared, VVS_LockScopeViolation,
-                           L"lockInfoDataMapPair->m_value.lockInfoArray[0].lockScope == LockScope_Shared =>false%s, ");
+        QC_CHECK_OR_RETURN(FirstRecord(entry->lockInfoArray).scope == LockScope_Shared, VVS_LockScopeViolation, kSharedLockText);
     }
 
     GUID guid{};
@@ -200,7 +208,7 @@ VirtualVolumeStatus FileLocker::Lock(const wchar_t* filePath, const VirtFindData
         return qcLog.Leave(VVS_GeneralError);
     }
     const std::wstring token = MakeRecord(table, filePath, *entry, *lockInfo, guid);
-    QC_CHECK_OR_RETURN(!token.empty(), VVS_GeneralError, L"guidStr.GetLength() < (sizeof(*RtlpNumberOf(lockInfo->lockToken))) =>false%s, ");
+    QC_CHECK_OR_RETURN(!token.empty(), VVS_GeneralError, kTokenFitsText);
     CopyBounded(lockInfo->token, token);
     return qcLog.Leave(VVS_Success);
 }
@@ -359,10 +367,7 @@ VirtualVolumeStatus FileLocker::GetLockedFile(const wchar_t* filePath, std::uint
     if (!entry)
         return qcLog.Leave(VVS_Success);
     if (!HasToken(lockToken)) {
-        QC_CHECK_OR_RETURN((desiredAccess & GENERIC_WRITE) == 0, VVS_Locked,
-                           L"(((0x40000000L) | ((((0x00020000L)) | ( 0x0002 ) | ( 0x0100 ) | ( 0x0010 ) | ( 0x0004 ) | (0x00100000L)) - "
-                           L"(((0x00020000L)) | ( 0x0002 ) | ( 0x0100 ) | ( 0x0010 ) | ( 0x0004 ) | (0x00100000L)))) & desiredAccess) == 0 "
-                           L"=>false%s, ");
+        QC_CHECK_OR_RETURN((desiredAccess & GENERIC_WRITE) == 0, VVS_Locked, kNoWriteAccessText);
         return qcLog.Leave(VVS_Success);
     }
     QC_CHECK_OR_RETURN(FindToken(entry->lockInfoArray, lockToken) >= 0, VVS_Locked, L"foundIdx >= 0 =>false%s, ");
@@ -371,9 +376,7 @@ VirtualVolumeStatus FileLocker::GetLockedFile(const wchar_t* filePath, std::uint
     if (!DuplicateHandle(GetCurrentProcess(), entry->fileHandleInfo.hFile.Get(), GetCurrentProcess(), hFile.GetAddr(),
                          desiredAccess | extraAccess, FALSE, 0)) {
         const DWORD error = GetLastError();
-        QC_REPORT(
-            L"DuplicateHandle(GetCurrentProcess(), fileHandleInfo.hFile, GetCurrentProcess(), &hFile.m_h, desiredAccess, 0, 0) "
-            L"=>FALSE%s, ");
+        QC_REPORT(kDuplicateHandleText);
         const bool isHeld =
             error == ERROR_SUCCESS || error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION || error == ERROR_LOCK_VIOLATION;
         return qcLog.Leave(isHeld ? VVS_Locked : StatusFromWin32(static_cast<Win32Error>(error)));

@@ -19,6 +19,10 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kRecordHasRoomText[] =
+    L"sizeof(virtMountInfo->name) > wcslen(mountFolderInfo.name) && sizeof(virtMountInfo->path) > wcslen(mountFolderInfo.path) =>false%s, ";
+
 // Buckets of a hash over names; the order of buckets, then of chains, is the order in which folders are visited.
 class FolderTable {
 public:
@@ -308,8 +312,7 @@ bool VirtualMountFolder::GetMatchedMountFolderVirtMountInfo(const wchar_t* searc
     // A name may have up to twice as many units as the record has room for, and is cut; a path is never cut.
     QC_CHECK_OR_RETURN(
         mountFolderInfo.name.size() < sizeof(virtMountInfo->name) && mountFolderInfo.path.size() < std::size(virtMountInfo->path), false,
-        L"sizeof(virtMountInfo->name) > wcslen(mountFolderInfo.name) && sizeof(virtMountInfo->path) > "
-        L"wcslen(mountFolderInfo.path) =>false%s, ");
+        kRecordHasRoomText);
     CopyBounded(virtMountInfo->name, mountFolderInfo.name);
     CopyBounded(virtMountInfo->path, mountFolderInfo.path);
     virtMountInfo->type = mountFolderInfo.type;

@@ -18,6 +18,10 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kGetBoxConfigText[] =
+    L"Quelcrypt_GetHalvaneBoxConfig( Utf8EncodeStr(folderPath, (DWORD)wcslen(folderPath)), cnfg.GetAddr(), 0, 0) != 0 =>false%s, ";
+
 constexpr std::uint32_t kConfigValueBytes = 120;
 
 // Returns what call returns; when the library throws, logs that and returns otherwise.
@@ -58,8 +62,7 @@ std::wstring DecodeValue(const std::string& text, bool* isKnown = nullptr) {
 // no policy, or may contain a short name, the configuration of the folder's final path is used if it has a policy.
 template <class Result, class Read>
 Result WithBoxConfig(QuelcryptLog& qcLog, const std::wstring& folderPath, bool* isKnown, Read read) {
-    constexpr const wchar_t* kCheckText =
-        L"Quelcrypt_GetHalvaneBoxConfig( Utf8EncodeStr(folderPath, (DWORD)wcslen(folderPath)), cnfg.GetAddr(), 0, 0) != 0 =>false%s, ";
+    constexpr const wchar_t* kCheckText = kGetBoxConfigText;
     return AskLibrary(qcLog, kCheckText, Result(), isKnown, [&] {
         LibraryPtr<IHalvaneBoxConfig> config;
         const auto ask = [](const std::wstring& path, LibraryPtr<IHalvaneBoxConfig>& answer) {

@@ -1,5 +1,7 @@
 #include <optional>
+#include <utility>
 
+#include "items/VirtualTempFileDispenser.h"
 #include "library/Paths.h"
 #include "library/Text.h"
 #include "locks/FileLocker.h"
@@ -67,6 +69,7 @@ bool VirtualVolume::FindFile(const wchar_t* filePath, VirtFindData* findData) {
             found.itemType = VIT_MountFolder;
             CopyBounded(found.fileName, mountFolderInfo.name);
         }
+        VirtualTempFileDispenser::DescribeShownEdit(PathRemoveFileSpecStr(*mountedFilePath), found);
         *findData = found;
         QC_LOG(L"mountedFilePath[%s], virtFindData[%s]", *mountedFilePath, FormatFindDataStr(findData));
         return qcLog.Leave(true);
@@ -80,10 +83,14 @@ void* VirtualVolume::FindFirstFileW(const wchar_t* filePath, VirtFindData* findD
             return qcLog.Leave<void*>(nullptr);
         const std::optional<std::wstring> findFilePath = PathBelowMountFolder(filePath);
         void* hFind = nullptr;
-        if (findFilePath)
-            hFind = SearchHandles::Add(VirtualFindFile::FindFirstFileW(findFilePath->c_str(), findData));
-        else if (!(hFind = SearchHandles::Add(VirtualMountFolder::FindFirstFolder(filePath ? filePath : L"", findData))))
+        if (findFilePath) {
+            VirtualFindHandlePtr search = VirtualFindFile::FindFirstFileW(findFilePath->c_str(), findData);
+            if (search)
+                VirtualTempFileDispenser::DescribeShownEdit(search->folderPath, *findData);
+            hFind = SearchHandles::Add(std::move(search));
+        } else if (!(hFind = SearchHandles::Add(VirtualMountFolder::FindFirstFolder(filePath ? filePath : L"", findData)))) {
             SetLastError(ERROR_FILE_NOT_FOUND);
+        }
         if (hFind)
             QC_LOG(L"findFilePath[%s], hFind[%p], virtFindData[%s]", findFilePath.value_or(filePath ? filePath : L""), hFind,
                    FormatFindDataStr(findData));
@@ -96,7 +103,12 @@ void* VirtualVolume::FindFirstFileW(const wchar_t* filePath, VirtFindData* findD
 bool VirtualVolume::FindNextFileW(void* hVirtFind, VirtFindData* findData) {
     QC_TRACE_SLOT(L"VirtualVolume::FindNextFileW", L"hVirtFind[%p]", hVirtFind);
     return CatchAllOr(false, QC_SLOT, [&] {
-        const auto nextFile = [&](VirtualFindHandle& search) { return VirtualFindFile::FindNextFileW(search, findData); };
+        const auto nextFile = [&](VirtualFindHandle& search) {
+            if (!VirtualFindFile::FindNextFileW(search, findData))
+                return false;
+            VirtualTempFileDispenser::DescribeShownEdit(search.folderPath, *findData);
+            return true;
+        };
         const auto nextFolder = [&](VirtFindMountFolderHandle& search) {
             const bool isFound = VirtualMountFolder::FindNextFolder(search, findData);
             SetLastError(ERROR_NO_MORE_FILES);

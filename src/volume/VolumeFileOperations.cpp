@@ -1,5 +1,6 @@
 #include "items/VirtualFile.h"
 #include "items/VirtualFolder.h"
+#include "items/VirtualTempFileDispenser.h"
 #include "library/Paths.h"
 #include "namespace/VirtualFindFile.h"
 #include "volume/CatchAll.h"
@@ -7,6 +8,17 @@
 #include "volume/VirtualVolumeImpl.h"
 
 namespace {
+
+// Texts of checks.
+constexpr wchar_t kOpenItemText[] =
+    L"virtualItem->Open(fullFilePath, desiredAccess, shareMode, openDisposition, virtFindDataPtr, lockTokenAlways ) =>%s, ";
+constexpr wchar_t kFindMountFolderText[] =
+    L"VirtualMountFolder::GetMountFolderInfoByVirtPath(newPath, mountFolderInfo, relativeFilePath) =>false%s, ";
+constexpr wchar_t kOpenSourceText[] =
+    L"OpenFile(&hFile, existingFilePath, desiredAccess, shareMode, OpenFileExisting, existFileLockToken ) =>%s, ";
+constexpr wchar_t kNewFullPathText[] = L"VirtualVolume::GetFullFilePath(newFilePath, fullNewFilePath) =>false%s,  %s";
+constexpr wchar_t kExistingFullPathText[] = L"VirtualVolume::GetFullFilePath(existingFilePath, fullExistingFilePath) =>false%s,  %s";
+constexpr wchar_t kMoveItemText[] = L"virtualItemExisting->Move(fullNewFilePath, keepExistingFile, newFileLockTokenAlways) =>%s, ";
 
 bool IsFolderDisposition(std::uint32_t openDisposition) {
     return openDisposition == CreateNewFolder || openDisposition == OpenOrCreateFolder;
@@ -69,11 +81,12 @@ VirtualVolumeStatus VirtualVolume::OpenFile(void** hFile, const wchar_t* filePat
         const std::wstring lockTokenAlways = LockTokenAlwaysStr(fullFilePath, lockToken);
         QC_CHECK_STATUS_OR_RETURN(
             virtualItem->Open(fullFilePath.c_str(), desiredAccess, shareMode, openDisposition, virtFindDataPtr, lockTokenAlways.c_str()),
-            L"virtualItem->Open(fullFilePath, desiredAccess, shareMode, openDisposition, virtFindDataPtr, lockTokenAlways ) "
-            L"=>%s, ");
+            kOpenItemText);
         *hFile = OpenItems::Add(std::move(virtualItem));
-        if (exists && findData)
+        if (exists && findData) {
             *findData = virtFindData;
+            VirtualTempFileDispenser::DescribeShownEdit(PathRemoveFileSpecStr(fullFilePath), *findData);
+        }
         QC_LOG(L"filePath[%s] has been opened SUCCESFULLY, hVirtFile[0x%p]", filePath, *hFile);
         return qcLog.Leave(VVS_Success);
     });
@@ -115,8 +128,7 @@ VirtualVolumeStatus VirtualVolume::RenameFile(void* hFile, VirtFindData* findDat
         MountFolderInfo mountFolderInfo;
         std::wstring relativeFilePath;
         QC_CHECK_OR_RETURN(VirtualMountFolder::GetMountFolderInfoByVirtPath(newPath, mountFolderInfo, relativeFilePath),
-                           VVS_MountFolderNotFound,
-                           L"VirtualMountFolder::GetMountFolderInfoByVirtPath(newPath, mountFolderInfo, relativeFilePath) =>false%s, ");
+                           VVS_MountFolderNotFound, kFindMountFolderText);
         const std::optional<std::wstring> newFilePath = PathIn(mountFolderInfo, relativeFilePath);
         QC_CHECK_OR_RETURN(newFilePath.has_value(), StatusOfUnresolved(newPath),
                            L"PathJoinBelow(mountFolderInfo.path, relativeFilePath) =>false%s, ");
@@ -136,26 +148,23 @@ VirtualVolumeStatus VirtualVolume::MoveOrCopyFile(const wchar_t* existingFilePat
                   newFilePath, FormatBoolStr(keepExistingFile));
     return CatchAll(QC_SLOT, [&] {
         void* hFile = nullptr;
-        QC_CHECK_STATUS_OR_RETURN(
-            OpenFile(&hFile, existingFilePath, DELETE, kShareAll, OpenFileExisting, nullptr, nullptr),
-            L"OpenFile(&hFile, existingFilePath, desiredAccess, shareMode, OpenFileExisting, existFileLockToken ) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(OpenFile(&hFile, existingFilePath, DELETE, kShareAll, OpenFileExisting, nullptr, nullptr),
+                                  kOpenSourceText);
         {
             const OnExit closeExisting([&] { CloseFile(hFile, nullptr); });
             std::wstring fullNewFilePath;
-            QC_CHECK_OR_RETURN(GetFullFilePath(newFilePath, fullNewFilePath), StatusOfUnresolved(newFilePath),
-                               L"VirtualVolume::GetFullFilePath(newFilePath, fullNewFilePath) =>false%s,  %s", L"newFilePath[%s]",
-                               newFilePath);
+            QC_CHECK_OR_RETURN(GetFullFilePath(newFilePath, fullNewFilePath), StatusOfUnresolved(newFilePath), kNewFullPathText,
+                               L"newFilePath[%s]", newFilePath);
             std::wstring fullExistingFilePath;
             QC_CHECK_OR_RETURN(GetFullFilePath(existingFilePath, fullExistingFilePath), StatusOfUnresolved(existingFilePath),
-                               L"VirtualVolume::GetFullFilePath(existingFilePath, fullExistingFilePath) =>false%s,  %s",
-                               L"existingFilePath[%s]", existingFilePath);
+                               kExistingFullPathText, L"existingFilePath[%s]", existingFilePath);
             const std::wstring newFileLockTokenAlways = LockTokenAlwaysStr(fullNewFilePath, newFileLockToken);
             QC_CHECK_STATUS_OR_RETURN(WithItem(hFile, VVS_InvalidParameter,
                                                [&](VirtualItem& item) {
                                                    return item.Move(fullNewFilePath.c_str(), keepExistingFile,
                                                                     newFileLockTokenAlways.c_str());
                                                }),
-                                      L"virtualItemExisting->Move(fullNewFilePath, keepExistingFile, newFileLockTokenAlways) =>%s, ");
+                                      kMoveItemText);
         }
         QC_LOG(L"SUCCESS. existingFilePath[%s], newFilePath[%s], keepExistingFile[%s]", existingFilePath, newFilePath,
                FormatBoolStr(keepExistingFile));

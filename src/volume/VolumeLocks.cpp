@@ -17,6 +17,13 @@
 
 namespace {
 
+// Texts of checks.
+constexpr wchar_t kContainerUnlockedText[] =
+    L"unlockStatus == VVS_Success || !fileEncrypted && unlockStatus == VVS_FileNotLocked =>false%s, ";
+constexpr wchar_t kUnlockedText[] = L"unlockStatus == VVS_Success || unlockStatus == VVS_FileNotLocked =>false%s, ";
+constexpr wchar_t kUnlockContainerText[] = L"FileLocker::Unlock(PathAddExtensionStr(fullFilePath, L\".zip\"), lockToken) =>%s, ";
+constexpr wchar_t kFullPathText[] = L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s";
+
 bool IsDir(const VirtFindData& virtFindData) { return virtFindData.fileAttributes & FILE_ATTRIBUTE_DIRECTORY; }
 
 // A plain file is locked under its own path, any other under its container's. A container that cannot be
@@ -60,16 +67,15 @@ VirtualVolumeStatus LockWhatIsThere(QuelcryptLog& qcLog, const std::wstring& ful
     QC_CHECK_OR_RETURN(!fileExists || !IsDir(virtFindData), VVS_BadRequest,
                        L"!fileExists || (fileExists && !IsDir(virtFindData)) =>false%s, ");
     QC_CHECK_OR_RETURN(fileExists || IsWellFormed(fullFilePath), VVS_InvalidParameter, L"IsWellFormed(fullFilePath) =>false%s, ");
-    QC_CHECK_OR_RETURN(fileExists || IsPossibleName(PathStripPathStr(fullFilePath)), VVS_InvalidParameter,
-                       L"IsPossibleName(PathStripPathStr(fullFilePath)) =>false%s, ");
+    const bool isNewEncrypted = !fileExists && ShouldFileBeEncrypted(fullFilePath);
+    QC_CHECK_OR_RETURN(fileExists || IsNameForNewFile(PathStripPathStr(fullFilePath), isNewEncrypted), VVS_InvalidParameter,
+                       L"IsNameForNewFile(PathStripPathStr(fullFilePath)) =>false%s, ");
     std::wstring filePathToLock = fullFilePath;
     const VirtFindData* halvaneVirtFindData = nullptr;
     if (fileExists) {
         filePathToLock = PathToLock(fullFilePath, virtFindData);
         halvaneVirtFindData = virtFindData.itemType != VIT_PlainFile ? &virtFindData : nullptr;
-    } else if (ShouldFileBeEncrypted(fullFilePath)) {
-        QC_CHECK_OR_RETURN(HasSaveNames(PathStripPathStr(fullFilePath)), VVS_InvalidParameter,
-                           L"HasSaveNames(PathStripPathStr(fullFilePath)) =>false%s, ");
+    } else if (isNewEncrypted) {
         filePathToLock = ZipPathStr(fullFilePath);
         // As at the open of a new file: the container must not get the name under which another document is shown.
         QC_CHECK_OR_RETURN(!PathExists(ZipPathStr(filePathToLock)), VVS_PathAlreadyExists,
@@ -95,8 +101,7 @@ VirtualVolumeStatus VirtualVolume::Lock(const wchar_t* filePath, LockInfo* lockI
     QC_TRACE_SLOT(L"VirtualVolume::Lock", L"filePath[%s], lockInfo[%s]", filePath, FormatLockInfoStr(lockInfo));
     return CatchAll(QC_SLOT, [&] {
         std::wstring fullFilePath;
-        QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
-                           L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
+        QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath), kFullPathText, L"filePath[%s]", filePath);
         VirtualVolumeStatus locked = VVS_Success;
         TryForAMoment([&] {  // each time another file may be there
             locked = LockWhatIsThere(qcLog, fullFilePath, lockInfo);
@@ -110,8 +115,7 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
     QC_TRACE_SLOT(L"VirtualVolume::Unlock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
     return CatchAll(QC_SLOT, [&] {
         std::wstring fullFilePath;
-        QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
-                           L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
+        QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath), kFullPathText, L"filePath[%s]", filePath);
         VirtFindData virtFindData{};
         const bool fileExists = VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData);
         QC_CHECK_OR_RETURN(!fileExists || !IsDir(virtFindData), VVS_BadRequest, L"!IsDir(virtFindData) =>false%s, ");
@@ -126,14 +130,11 @@ VirtualVolumeStatus VirtualVolume::Unlock(const wchar_t* filePath, const wchar_t
             if (fileEncrypted && !EqualNoCase(ownPath, otherPath) && FileLocker::Unlock(otherPath.c_str(), lockToken) == VVS_Success)
                 return qcLog.Leave(VVS_Success);
         if (fileExists)
-            QC_CHECK_OR_RETURN(!fileEncrypted && unlockStatus == VVS_FileNotLocked, unlockStatus,
-                               L"unlockStatus == VVS_Success || !fileEncrypted && unlockStatus == VVS_FileNotLocked =>false%s, ");
+            QC_CHECK_OR_RETURN(!fileEncrypted && unlockStatus == VVS_FileNotLocked, unlockStatus, kContainerUnlockedText);
         else
-            QC_CHECK_OR_RETURN(unlockStatus == VVS_FileNotLocked, unlockStatus,
-                               L"unlockStatus == VVS_Success || unlockStatus == VVS_FileNotLocked =>false%s, ");
+            QC_CHECK_OR_RETURN(unlockStatus == VVS_FileNotLocked, unlockStatus, kUnlockedText);
         // The lock may have been taken when the file was stored encrypted, or would have been.
-        QC_CHECK_STATUS_OR_RETURN(FileLocker::Unlock(containerPath.c_str(), lockToken),
-                                  L"FileLocker::Unlock(PathAddExtensionStr(fullFilePath, L\".zip\"), lockToken) =>%s, ");
+        QC_CHECK_STATUS_OR_RETURN(FileLocker::Unlock(containerPath.c_str(), lockToken), kUnlockContainerText);
         return qcLog.Leave(VVS_Success);
     });
 }
@@ -142,8 +143,7 @@ VirtualVolumeStatus VirtualVolume::FindLock(const wchar_t* filePath, const wchar
     QC_TRACE_SLOT(L"VirtualVolume::FindLock", L"filePath[%s], lockToken[%s]", filePath, lockToken);
     return CatchAll(QC_SLOT, [&] {
         std::wstring fullFilePath;
-        QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath),
-                           L"VirtualVolume::GetFullFilePath(filePath, fullFilePath) =>false%s,  %s", L"filePath[%s]", filePath);
+        QC_CHECK_OR_RETURN(GetFullFilePath(filePath, fullFilePath), StatusOfUnresolved(filePath), kFullPathText, L"filePath[%s]", filePath);
         VirtFindData virtFindData{};
         QC_CHECK_OR_RETURN(VirtualFindFile::FindFile(fullFilePath.c_str(), &virtFindData), VVS_FileNotFound,
                            L"VirtualFindFile::FindFile(fullFilePath, &virtFindData) =>false%s, ");
