@@ -71,8 +71,11 @@ public:
         Check(step, now);
         // A file that was replaced or moved away while a lock or another opener holds it goes with that, later.
         const Opener& other = m_openers[1 - step.actor];
+        if (step.op == Op::EndProcess)
+            m_leftOfEmpty = now.ofEmpty;
         m_doomed |= m_isLocked || (other.file && (other.isPlain || other.sharesLock)) ? m_mayReplace : 0;
         look = now;
+        std::erase_if(look.ofEmpty, [&](const auto& tracking) { return std::ranges::count(m_leftOfEmpty, tracking) > 0; });
         std::erase_if(m_waiting, [&](const auto& waiting) { return !IsTracked(waiting.second.word, waiting.first); });
         if (!isRefused)
             Settle(step);
@@ -231,7 +234,7 @@ private:
     // A word takes the place of all there is; nothing cuts it off.
     bool Write(Opener& opener, Word word) {
         return WithAccess(opener, [&] {
-            m_mayReplace = opener.isPlain ? Only(WordOf(PlainAt(opener.place))) : 0;
+            m_mayReplace = opener.isPlain ? Only(WordOf(PlainAt(opener.place))) | Only(opener.word) : 0;
             m_mayDrop = opener.known;
             const std::string text = world.TextOf(word);
             if (process::Volume()->SetFileSize(opener.file, text.size(), nullptr) != VVS_Success)
@@ -353,7 +356,8 @@ private:
         const std::wstring path = PathOf(kHome) + (asContainer ? L".zip" : L"");
         m_mayReplace = Only(WordOf(FileAt(path)));
         if (op != Op::Store && m_doomedPlaces.count(kHome))
-            return false;  // the platform opens nothing that is marked for deletion, though not every one of its likes refuses
+            return false;          // the platform opens nothing that is marked for deletion, though not every one of its likes refuses
+        m_edits &= ~m_mayReplace;  // a stored word that is replaced is no edit any more, though copies of it may be left
         if (op != Op::Remove)
             return world.Store(path, asContainer, world.NewWord(), op == Op::Store ? World::How::ByRename : World::How::InPlace);
         if (!world.Remove(path))
@@ -424,9 +428,7 @@ private:
         Opener& opener = m_openers[step.actor];
         if (step.op == Op::Rename) {
             opener.isAccessed |= opener.isPlain;
-            const bool wasPlain = opener.isPlain;
             opener.isPlain = PathOf(opener.place).starts_with(L"Plain");
-            opener.startsEmpty &= opener.isPlain || !wasPlain;
             opener.isDirty &= !opener.isPlain && IsOnlyTracked(opener.word, opener.place);
             opener.knowsEmpty |= IsEmptyAt(opener.place);
             opener.known |= WordsAt(opener.place) & opener.moved;
@@ -488,6 +490,7 @@ private:
     WordSet m_edits = 0;                      // words that openers wrote
     WordSet m_mayReplace = 0, m_mayDrop = 0;  // by this step: of what is stored, of what is in temp files
     WordSet m_doomed = 0;                     // marked for deletion by somebody who has closed, or held by the lock after a move
+    std::vector<std::string> m_leftOfEmpty;   // tracking files of empty edits that an ended process left
     std::set<int> m_doomedPlaces;             // of plain files that are not locked: the platform deletes them with their last handle
     bool m_mayBeBare = false;                 // somebody may have wanted an empty file
     bool m_mayLitter = false;                 // a temp folder can go only when the volume does not think of it any more
