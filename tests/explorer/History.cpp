@@ -12,6 +12,8 @@
 
 namespace {
 
+using process::Volume;
+
 // clang-format off
 constexpr std::pair<const char*, Fault> kFailures[] = {
     {"", Fault::None}, {"Quelcrypt_FileWriterFactory", Fault::Null}, {"Quelcrypt_FileWriterFactory", Fault::Error},
@@ -207,8 +209,8 @@ private:
             opener.knowsEmpty = IsEmptyAt(kHome);
         }
         const std::uint32_t access = opener.mayOnlyRead ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE | DELETE;
-        if (process::Volume()->OpenFile(&opener.file, OpenPathOf(kHome).c_str(), access, 7, static_cast<std::uint32_t>(opener.disposition),
-                                        step.withToken ? m_token.c_str() : nullptr, nullptr) != VVS_Success)
+        if (Volume()->OpenFile(&opener.file, OpenPathOf(kHome).c_str(), access, 7, static_cast<std::uint32_t>(opener.disposition),
+                               step.withToken ? m_token.c_str() : nullptr, nullptr) != VVS_Success)
             return false;
         opener.sharesLock = m_isLocked;
         if (m_isLocked)
@@ -221,7 +223,7 @@ private:
         return WithAccess(opener, [&] {
             char data[512];
             std::uint32_t length = 0;
-            if (process::Volume()->ReadFile(opener.file, 0, data, sizeof(data), &length, nullptr) != VVS_Success)
+            if (Volume()->ReadFile(opener.file, 0, data, sizeof(data), &length, nullptr) != VVS_Success)
                 return false;
             const bool readsFile = opener.isPlain && !opener.startsEmpty;
             const std::string expected = world.TextOf(readsFile ? WordOf(PlainAt(opener.place)) : opener.word);
@@ -237,10 +239,10 @@ private:
             m_mayReplace = opener.isPlain ? Only(WordOf(PlainAt(opener.place))) | Only(opener.word) : 0;
             m_mayDrop = opener.known;
             const std::string text = world.TextOf(word);
-            if (process::Volume()->SetFileSize(opener.file, text.size(), nullptr) != VVS_Success)
+            if (Volume()->SetFileSize(opener.file, text.size(), nullptr) != VVS_Success)
                 return false;
-            if (word != kNothing && process::Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()),
-                                                                 nullptr, nullptr) != VVS_Success)
+            if (word != kNothing &&
+                Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()), nullptr, nullptr) != VVS_Success)
                 return false;
             opener.word = word;
             opener.known |= Only(word);
@@ -265,7 +267,7 @@ private:
                 opener.moved = Only(edit->word);
                 opener.isUnsure = true;
             }
-            if (process::Volume()->RenameFile(opener.file, nullptr, VolumePathOf(place).c_str(), nullptr) != VVS_Success) {
+            if (Volume()->RenameFile(opener.file, nullptr, VolumePathOf(place).c_str(), nullptr) != VVS_Success) {
                 m_mayReplace = m_doomed;
                 return false;
             }
@@ -292,13 +294,13 @@ private:
         m_mayDrop = m_doomed | (opener.isDeleted || !opener.isDirty ? opener.known | opener.marked : opener.Replaced());
         if (const Edit* const edit = WaitingAt(opener.place))  // a refused call may have taken it up
             m_mayReplace |= edit->Replaced();
-        process::Volume()->CloseFile(opener.file, nullptr);
+        Volume()->CloseFile(opener.file, nullptr);
         m_doomed |= opener.isDeleted ? opener.marked : 0;
         return true;
     }
 
     bool Delete(Opener& opener) {
-        if (process::Volume()->Delete(opener.file, nullptr) != VVS_Success)
+        if (Volume()->Delete(opener.file, nullptr) != VVS_Success)
             return false;
         opener.isDeleted = true;
         opener.marked = WordsAt(opener.place);
@@ -310,7 +312,7 @@ private:
     }
 
     bool Undelete(Opener& opener) {
-        if (process::Volume()->Undelete(opener.file, nullptr) != VVS_Success)
+        if (Volume()->Undelete(opener.file, nullptr) != VVS_Success)
             return false;
         if (opener.isDeleted && opener.isPlain)
             m_doomedPlaces.erase(opener.place);
@@ -323,7 +325,7 @@ private:
         const Edit* const edit = WaitingAt(kHome);
         m_mayReplace = m_mayDrop = m_doomed | WordsAt(step.argument) | (edit ? edit->Replaced() : 0);
         const auto call = step.op == Op::Move ? &IVirtualVolume::MoveFileW : &IVirtualVolume::CopyFileW;
-        if ((process::Volume()->*call)(OpenPathOf(kHome).c_str(), VolumePathOf(step.argument).c_str(), nullptr) != VVS_Success) {
+        if ((Volume()->*call)(OpenPathOf(kHome).c_str(), VolumePathOf(step.argument).c_str(), nullptr) != VVS_Success) {
             m_mayReplace = m_waiting.empty() ? m_doomed : m_mayReplace;  // an edit that waits is saved by the way
             return false;
         }
@@ -343,8 +345,7 @@ private:
         info.scope = LockScope_Exclusive;
         m_mayReplace = m_mayDrop = m_doomed;
         const std::wstring path = OpenPathOf(kHome);
-        if ((isLock ? process::Volume()->Lock(path.c_str(), &info) : process::Volume()->Unlock(path.c_str(), m_token.c_str())) !=
-            VVS_Success)
+        if ((isLock ? Volume()->Lock(path.c_str(), &info) : Volume()->Unlock(path.c_str(), m_token.c_str())) != VVS_Success)
             return false;
         m_token = isLock ? info.token : m_token;
         m_isLocked = isLock;
@@ -466,12 +467,12 @@ private:
         void* opened = nullptr;
         char data[512];
         std::uint32_t length = 0;
-        const bool isDone = process::Volume()->OpenFile(&opened, OpenPathOf(place).c_str(), GENERIC_READ, 7, OPEN_EXISTING, nullptr,
-                                                        nullptr) == VVS_Success &&
-                            process::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
+        const bool isDone =
+            Volume()->OpenFile(&opened, OpenPathOf(place).c_str(), GENERIC_READ, 7, OPEN_EXISTING, nullptr, nullptr) == VVS_Success &&
+            Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
         Expect(isDone, "cannot be opened");
         Expect(!isDone || isUnsure || std::string(data, length) == world.TextOf(word), "shows not word " + std::to_string(word));
-        process::Volume()->CloseFile(opened, nullptr);
+        Volume()->CloseFile(opened, nullptr);
         const Look now = world.LookAround();
         isRefused = false;
         Check({Op::Lock}, now);
