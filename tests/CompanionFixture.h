@@ -1,5 +1,4 @@
-// A folder of its own for each test, a configuration file in it, and the companion library's functions as plain ones. The
-// teardown finds files that are still held and side files that were left behind.
+// A folder for each test, with a configuration file. The teardown finds files that are still held and side files that were left behind.
 #pragma once
 
 #include <atomic>
@@ -13,8 +12,6 @@
 #include <gtest/gtest.h>
 
 #include "companion/ContainerInformation.h"
-#include "companion/ContainerReader.h"
-#include "companion/ContainerWriter.h"
 #include "companion/Folders.h"
 #include "companion/Library.h"
 #include "harness/Containers.h"
@@ -37,9 +34,8 @@ protected:
     void TearDown() override {
         for (const auto& entry : std::filesystem::recursive_directory_iterator(m_folder)) {
             EXPECT_NE(entry.path().filename(), L".HalvaneCloud");
-            if (entry.is_regular_file() && entry.path().extension() != L".log") {
-                EXPECT_TRUE(Held(entry.path())) << entry.path() << " is still open";
-            }
+            EXPECT_TRUE(!entry.is_regular_file() || entry.path().extension() == L".log" || Held(entry.path()))
+                << entry.path() << " is open";
             SetFileAttributesW(entry.path().c_str(), FILE_ATTRIBUTE_NORMAL);
         }
         companion::Uninitialize();
@@ -61,13 +57,12 @@ protected:
 
     // Without a name when it says nothing.
     static PlainFile Inform(const Path& container, const WIN32_FIND_DATAW* entry = nullptr) {
-        PlainFile information{.name = L""};
+        PlainFile told{.name = L""};
         IHvcStringW* name = nullptr;
-        auto& [lastWrite, lastAccess, creation] = information.times;
-        if (companion::GetFileInformation(Narrow(container).c_str(), &name, &information.size, entry, &lastWrite, &lastAccess, &creation) ==
-            1)
-            information.name = Owned<IHvcStringW>(name)->GetString();
-        return information;
+        auto& [lastWrite, lastAccess, creation] = told.times;
+        if (companion::GetFileInformation(Narrow(container).c_str(), &name, &told.size, entry, &lastWrite, &lastAccess, &creation) == 1)
+            told.name = Owned<IHvcStringW>(name)->GetString();
+        return told;
     }
 
     Path m_folder;

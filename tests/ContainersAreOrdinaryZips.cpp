@@ -1,5 +1,4 @@
-// A container is a ZIP file that other programs open, that gives back what was put in or says that it cannot. What any companion
-// library must do, the conformance check (companion/conformance) shows of this one as well.
+// Containers are ZIP files that other programs open. What any companion library must do, companion/conformance shows of this one.
 #include <tuple>
 
 #include "CompanionFixture.h"

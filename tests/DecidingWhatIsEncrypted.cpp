@@ -6,7 +6,7 @@ protected:
     // How a new file comes to be stored: "encrypted", "plain", or the status of the open that failed. It is gone afterwards.
     std::string Stored(const std::wstring& volumePath) {
         void* hFile = nullptr;
-        const VirtualVolumeStatus status = Open(&hFile, volumePath, kReadWrite, CREATE_NEW);
+        const Status status = Open(&hFile, volumePath, kReadWrite, CREATE_NEW);
         Write(hFile, "content");
         Close(hFile);
         const std::string plain = ReadRaw(NativePath(volumePath)), encrypted = ContainerContent(ContainerPath(volumePath));
@@ -19,16 +19,10 @@ protected:
 TEST_F(DecidingWhatIsEncrypted, GoesByNameAndFolder) {
     fs::create_directories(NativePath(L"Docs\\sub\\open\\closed"));
     fs::create_directories(NativePath(L"Docs\\.HalvaneBox"));
-    Configure(R"({
-  "folders": [
-    {"name": "Docs", "path": "Docs", "owner": "O1", "policy": "encrypt", "targetKey": "K1"},
-    {"path": "Docs/sub/open", "policy": ""},
-    {"path": "Docs/sub/open/closed", "policy": "encrypt"},
-    {"name": "Plain", "path": "Plain"}
-  ],
-  "passwords": {"K1": "first secret"},
-  "exclude": ["*.tmp", "~$*", "ö*.übergehen", "?é.*", "thumbs.db"]
-})");
+    Configure(R"({"folders": [{"name": "Docs", "path": "Docs", "owner": "O1", "policy": "encrypt", "targetKey": "K1"},
+                  {"path": "Docs/sub/open", "policy": ""}, {"path": "Docs/sub/open/closed", "policy": "encrypt"},
+                  {"name": "Plain", "path": "Plain"}], "passwords": {"K1": "first secret"},
+                  "exclude": ["*.tmp", "~$*", "ö*.übergehen", "?é.*", "thumbs.db"]})");
     // Of the last two encrypted ones: the name of the file itself counts, and there is no such container.
     const std::pair<const char*, Names> rows[] = {
         {"encrypted",

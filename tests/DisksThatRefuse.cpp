@@ -1,5 +1,4 @@
-// Disks that are full, folders that vanish, processes that end: what was stored stays complete, what was edited is on disk somewhere, and
-// when the disk works again, so does the volume.
+// Full disks, vanished folders, ended processes: what was stored stays complete, edits are on disk somewhere, and the volume goes on.
 #include "harness/VolumeFixture.h"
 
 namespace {
@@ -22,35 +21,31 @@ bool Refuses(char what) {
     return refuses;
 }
 
+#define MAY_REFUSE(what, function) REPLACE(module, function, [](auto... all) -> BOOL { return !Refuses(what) && function(all...); })
+
 void NoteWhatIsDone() {
-    const auto replace = [](const char* name, auto function) {
-        for (const wchar_t* module : {L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"})
-            Replace(GetModuleHandleW(module), name, function);
-    };
-    // clang-format off
-    replace("WriteFile", [](HANDLE file, LPCVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) -> BOOL {
-        if (!Refuses('w'))
-            return WriteFile(file, data, size, done, place);
-        if (g_done.size() == g_failing)
-            WriteFile(file, data, size / 2, done, place);
-        SetLastError(ERROR_DISK_FULL);
-        return FALSE;
-    });
-    replace("CopyFileW", [](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL { return !Refuses('w') && CopyFileW(from, to, isNew); });
-    replace("FlushFileBuffers", [](HANDLE file) -> BOOL { return !Refuses('f') && FlushFileBuffers(file); });
-    replace("MoveFileExW", [](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL { return !Refuses('m') && MoveFileExW(from, to, flags); });
-    replace("SetEndOfFile", [](HANDLE file) -> BOOL { return !Refuses('c') && SetEndOfFile(file); });
-    replace("DeleteFileW", [](LPCWSTR file) -> BOOL { return !Refuses('c') && DeleteFileW(file); });
-    replace("CreateDirectoryW", [](LPCWSTR folder, LPSECURITY_ATTRIBUTES how) -> BOOL { return !Refuses('c') && CreateDirectoryW(folder, how); });
-    replace("SetFileInformationByHandle", [](HANDLE file, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID data, DWORD size) -> BOOL {
-        return !Refuses('c') && SetFileInformationByHandle(file, kind, data, size);
-    });
-    replace("Sleep", [](DWORD ms) { g_failing == 0 || g_ending == Ending::DiskFull ? Sleep(ms) : void(); });
-    replace("CreateFileW", [](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE like) {
-        const bool changes = how != OPEN_EXISTING && (access & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA)) != 0;
-        return changes && Refuses('c') ? INVALID_HANDLE_VALUE : CreateFileW(path, access, share, security, how, flags, like);
-    });
-    // clang-format on
+    for (const HMODULE module : {GetModuleHandleW(L"QuelcryptVol64.dll"), GetModuleHandleW(L"QuelcryptLib64.dll")}) {
+        MAY_REFUSE('w', CopyFileW);
+        MAY_REFUSE('f', FlushFileBuffers);
+        MAY_REFUSE('m', MoveFileExW);
+        MAY_REFUSE('c', SetEndOfFile);
+        MAY_REFUSE('c', DeleteFileW);
+        MAY_REFUSE('c', CreateDirectoryW);
+        MAY_REFUSE('c', SetFileInformationByHandle);
+        REPLACE(module, WriteFile, [](auto file, auto data, auto size, auto... rest) -> BOOL {
+            if (!Refuses('w'))
+                return WriteFile(file, data, size, rest...);
+            if (g_done.size() == g_failing)
+                WriteFile(file, data, size / 2, rest...);
+            SetLastError(ERROR_DISK_FULL);
+            return FALSE;
+        });
+        REPLACE(module, CreateFileW, [](auto path, auto access, auto share, auto security, auto how, auto... rest) {
+            const bool changes = how != OPEN_EXISTING && (access & (GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA)) != 0;
+            return changes && Refuses('c') ? INVALID_HANDLE_VALUE : CreateFileW(path, access, share, security, how, rest...);
+        });
+        REPLACE(module, Sleep, [](auto ms) { g_failing == 0 || g_ending == Ending::DiskFull ? Sleep(ms) : void(); });
+    }
 }
 
 }  // namespace

@@ -6,13 +6,9 @@
 namespace {
 
 // One line taken apart: "<tabs>[thread]hh:ss.mmm [ENTER |LEAVE(time) ][this[address]->]Function message\n".
-struct TraceLine {
-    std::uint32_t level, threadId;
+struct TraceLine : LogLine {
     std::size_t indent;
-    std::string text;
-    std::string kind;  // "ENTER", "LEAVE" or empty
-    std::string time;  // of a LEAVE line, what stands in its parentheses
-    std::string function, message;
+    std::string kind, time, function, message;  // kind: "ENTER", "LEAVE" or empty; time: of a LEAVE line, in its parentheses
 };
 
 std::vector<TraceLine> Parse(const std::vector<LogLine>& lines) {
@@ -23,8 +19,7 @@ std::vector<TraceLine> Parse(const std::vector<LogLine>& lines) {
         std::smatch parts;
         const std::string text = Narrow(line.text);
         EXPECT_TRUE(std::regex_match(text, parts, pattern) && std::stoul(parts[2], nullptr, 16) == line.threadId) << text;
-        all.push_back({line.level, line.threadId, static_cast<std::size_t>(parts[1].length()), text, parts[3].str() + parts[4].str(),
-                       parts[5], parts[6], parts[7]});
+        all.push_back({line, static_cast<std::size_t>(parts.length(1)), parts[3].str() + parts[4].str(), parts[5], parts[6], parts[7]});
     }
     return all;
 }
@@ -37,7 +32,7 @@ class FollowingTheTrace : public VolumeFixture {
 protected:
     // Longer than the volume remembers the log's level.
     static void LetTheLevelBeReadAgain() {
-        ReplaceInVolume("GetTickCount", [] { return GetTickCount() + g_later; });
+        REPLACE_IN_VOLUME(GetTickCount, [] { return GetTickCount() + g_later; });
         g_later += 3100;
     }
     void RunOutOfMemory() {
@@ -147,14 +142,14 @@ TEST_F(FollowingTheTrace, OrdinaryUseLeavesNoErrorsAndNoContent) {
         EXPECT_EQ("TOP SECRET WORDS", Get(L"Docs\\100%s%n%d.txt"));
         List(L"Docs\\*.txt");
         VirtFindData findData{};
-        EXPECT_FALSE(Find(L"Docs\\missing.txt", &findData)) << "what may be missing is no error";
+        EXPECT_FALSE(Find(L"Docs\\missing.txt")) << "what may be missing is no error";
         EXPECT_EQ(nullptr, volume()->FindFirstFileW(L"Docs\\missing.txt", &findData));
         VirtMountInfo mountInfo{};
         EXPECT_FALSE(volume()->GetMountInfoByVolumePath(L"Nowhere", &mountInfo));
         EXPECT_OK(Delete(L"Docs\\100%s%n%d.txt"));
     });
     for (const LogLine& line : lines)
-        EXPECT_LE(LogLevel_Information, line.level) << Narrow(line.text);
+        EXPECT_LE(LogLevel_Information, line.level) << line.text;
     EXPECT_FALSE(HasLine(lines, L"SECRET"));
     for (const wchar_t* shown :
          {L"ENTER VirtualMountFolder::ParseFilePath path[Docs\\100%s%n%d.txt]\n", L"lockToken[<NULL>]", L"VirtFindData[<NULL>]",

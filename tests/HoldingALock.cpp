@@ -9,12 +9,9 @@ static std::function<void()> g_before;
 
 class HoldingALock : public VolumeFixture {
 protected:
-    VirtualVolumeStatus TryUnlock(const std::wstring& path, const std::wstring& token) {
-        return volume()->Unlock(path.c_str(), token.c_str());
-    }
-    VirtualVolumeStatus TryFind(const std::wstring& path, const std::wstring& token = L"") {
-        LockInfo lockInfo{};
-        return volume()->FindLock(path.c_str(), token.c_str(), &lockInfo);
+    Status TryUnlock(const std::wstring& path, const std::wstring& token) { return volume()->Unlock(path.c_str(), token.c_str()); }
+    Status TryFind(const std::wstring& path, const std::wstring& token = L"", LockInfo&& found = {}) {
+        return volume()->FindLock(path.c_str(), token.c_str(), &found);
     }
 };
 
@@ -99,7 +96,7 @@ TEST_F(HoldingALock, IsFoundAndReleasedByItsToken) {
     std::wstring otherCase = token;
     std::ranges::transform(token, otherCase.begin(), towlower);
     const Held held(NativePath(L"Plain\\held.txt"));
-    const std::tuple<const wchar_t*, std::wstring, VirtualVolumeStatus, VirtualVolumeStatus, VirtualVolumeStatus> rows[] = {
+    const std::tuple<const wchar_t*, std::wstring, Status, Status, Status> rows[] = {
         {L"Docs\\a.txt", L"{no such token}", VVS_LockScopeViolation, VVS_LockTokenNotFound, VVS_LockTokenNotFound},
         {L"Docs\\a.txt", otherCase, VVS_LockScopeViolation, VVS_LockTokenNotFound, VVS_LockTokenNotFound},
         {L"Docs\\a.txt", L"", VVS_LockScopeViolation, VVS_Success, VVS_InvalidParameter},
@@ -184,7 +181,7 @@ TEST_F(HoldingALock, IsFoundThoughTheFormOfTheFileChanges) {
 
     // Where nothing is encrypted, a ZIP file is just another.
     MakePlain(L"Plain\\b.txt.zip", "an ordinary ZIP file");
-    const std::wstring other = Lock(L"Plain\\b.txt");
+    Lock(L"Plain\\b.txt");
     EXPECT_TRUE(Held(NativePath(L"Plain\\b.txt.zip"), kShareAll, GENERIC_WRITE));
     EXPECT_FALSE(Held(NativePath(L"Plain\\b.txt"), kShareAll, GENERIC_WRITE));
 }
@@ -192,12 +189,11 @@ TEST_F(HoldingALock, IsFoundThoughTheFormOfTheFileChanges) {
 TEST_F(HoldingALock, ShowsTheContainerThatItHolds) {
     // Exchanged between the look at it and the hold of it.
     MakeEncrypted(L"Docs\\a.txt", "old");
-    ReplaceInVolume("CreateFileW",
-                    [](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES who, DWORD how, DWORD flags, HANDLE like) {
-                        if (how == OPEN_ALWAYS && g_before)
-                            std::exchange(g_before, nullptr)();
-                        return CreateFileW(path, access, share, who, how, flags, like);
-                    });
+    REPLACE_IN_VOLUME(CreateFileW, [](auto path, auto access, auto share, auto who, auto how, auto... rest) {
+        if (how == OPEN_ALWAYS && g_before)
+            std::exchange(g_before, nullptr)();
+        return CreateFileW(path, access, share, who, how, rest...);
+    });
     g_before = SaverElsewhere(L"Docs\\a.txt", "newer content");
     const std::wstring token = Lock(L"Docs\\a.txt");
     EXPECT_FALSE(g_before);
@@ -239,10 +235,10 @@ TEST_F(HoldingALock, IsNotWrittenWhileItIsRead) {
         saved = std::async(std::launch::async, [&] { Close(writer); });
         EXPECT_EQ(std::future_status::timeout, saved.wait_for(std::chrono::milliseconds(200)));
     };
-    ReplaceInVolume("ReadFile", [](HANDLE file, LPVOID data, DWORD size, LPDWORD done, LPOVERLAPPED place) {
+    REPLACE_IN_VOLUME(ReadFile, [](auto... all) {
         if (g_before)
             std::exchange(g_before, nullptr)();
-        return ReadFile(file, data, size, done, place);
+        return ReadFile(all...);
     });
     const std::string read = Read(reader);
     saved.wait();

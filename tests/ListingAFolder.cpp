@@ -6,7 +6,6 @@ protected:
         Encrypt(NativePath(L"Docs\\" + name), content, {.name = storedName});
     }
     void Plain(const std::wstring& name, std::string_view content = "plain") { WriteRaw(NativePath(L"Docs\\" + name), content); }
-    void Folder(const std::wstring& name) { ASSERT_TRUE(CreateDirectoryW(NativePath(L"Docs\\" + name).c_str(), nullptr)); }
 };
 
 TEST_F(ListingAFolder, ShowsContainersUnderTheirStoredNames) {
@@ -16,8 +15,8 @@ TEST_F(ListingAFolder, ShowsContainersUnderTheirStoredNames) {
     Container(L"b.zip", L"c");                    // stored under another name than its own
     Plain(L"README");
     Plain(L"broken.txt.zip", "this is no container");
-    Folder(L"sub");
-    Folder(L"y.zip");
+    MakeFolder(L"Docs\\sub");
+    MakeFolder(L"Docs\\y.zip");
     MakeFolder(L"Plain\\y.zip");
     EXPECT_EQ((Names{L"README", L"a.txt", L"b.HvcConflicted", L"broken.txt.zip", L"letter.txt", L"sub", L"y.zip", L"Überblick 日本.txt"}),
               List(L"Docs\\*"));
@@ -35,7 +34,7 @@ TEST_F(ListingAFolder, ShowsContainersUnderTheirStoredNames) {
         {L"sub", VIT_Folder},          {L"y.zip", VIT_Folder},     {L"b.zip", VIT_EncryptedFileInConflict}};
     for (const auto& [name, type] : types)
         EXPECT_EQ(type, Record(L"Docs\\" + name).itemType) << Narrow(name);
-    Folder(L"z.txt.zip");
+    MakeFolder(L"Docs\\z.txt.zip");
     EXPECT_EQ(VVS_PathAlreadyExists, TryOpen(L"Docs\\z.txt", kReadWrite, CREATE_ALWAYS)) << "its container could not be stored";
 }
 
@@ -61,7 +60,7 @@ TEST_F(ListingAFolder, NeverShowsReservedNames) {
     for (const wchar_t* name : {L"policy.hvc", L"- HalvaneCloud Readme -.htm"})
         Plain(name);
     Container(L"Policy.hvc.zip", L"policy.hvc");
-    Folder(L".HalvaneBox");
+    MakeFolder(L"Docs\\.HalvaneBox");
     EXPECT_EQ(Names{}, List(L"Docs\\*")) << "a folder with reserved names alone is empty";
     EXPECT_EQ(Names{}, List(L"Docs\\POLICY.*"));
     EXPECT_EQ(VIT_PlainFile, Record(L"Docs\\policy.hvc").itemType) << "who knows the name finds it";
@@ -94,7 +93,7 @@ TEST_F(ListingAFolder, TellsAFolderThatCannotBeReadFurtherFromItsEnd) {
         void* const search = volume()->FindFirstFileW(L"Docs\\?*", &findData);
         EXPECT_TRUE(volume()->FindNextFileW(search, &findData));
         if (error != ERROR_NO_MORE_FILES)
-            ReplaceInVolume("FindNextFileW", [](HANDLE, void*) -> BOOL { return SetLastError(ERROR_NETNAME_DELETED), FALSE; });
+            REPLACE_IN_VOLUME(FindNextFileW, [](auto, auto) -> BOOL { return SetLastError(ERROR_NETNAME_DELETED), FALSE; });
         while (volume()->FindNextFileW(search, &findData)) {
         }
         EXPECT_EQ(error == ERROR_NO_MORE_FILES ? ERROR_FILE_NOT_FOUND : error, GetLastError());  // the search for containers found none
@@ -131,7 +130,6 @@ TEST_F(ListingAFolder, TakesEveryPatternAsAPlainFolderDoes) {
     EXPECT_EQ(Names{}, List(L"Docs\\missing\\*"));
 }
 
-// A thousand or so.
 TEST_F(ListingAFolder, AsksTheCompanionOnceAndThenRemembers) {
     constexpr const char* kCall = "Quelcrypt_GetFileInformation";
     constexpr std::uint32_t limit = 1014;
@@ -142,8 +140,7 @@ TEST_F(ListingAFolder, AsksTheCompanionOnceAndThenRemembers) {
     EXPECT_EQ(limit, CallsDuring(kCall, [&] { List(L"Docs\\*"); })) << "a cold listing asks for each";
     EXPECT_EQ(0u, CallsDuring(nullptr, [&] { List(L"Docs\\*"); })) << "a warm one asks for nothing";
     EXPECT_EQ(2u, CallsDuring(nullptr, [&] { List(L"*"); })) << "the root asks whether its folders changed";
-    VirtFindData findData{};
-    EXPECT_EQ(0u, CallsDuring(kCall, [&] { Find(L"Docs\\0.TXT", &findData); })) << "whatever the letter case";
+    EXPECT_EQ(0u, CallsDuring(kCall, [&] { Find(L"Docs\\0.TXT"); })) << "whatever the letter case";
     Touch(NativePath(L"Docs\\5.txt.zip"));
     EXPECT_EQ(1u, CallsDuring(kCall, [&] { List(L"Docs\\*"); })) << "a changed container alone";
     Plain(L"new");
@@ -177,8 +174,7 @@ TEST_F(ListingAFolder, ShowsMountFoldersAtTheRoot) {
     EXPECT_EQ(L"Letters", std::wstring(Record(L"LETTERS").fileName));
     EXPECT_EQ(VIT_MountFolder, Record(L"Letters\\").itemType);
     EXPECT_EQ(VIT_MountFolder, Record(L"Letters\\sub\\..").itemType);
-    VirtFindData findData{};
-    EXPECT_FALSE(Find(L"Gone", &findData) || Find(L"Docs", &findData));
+    EXPECT_FALSE(Find(L"Gone") || Find(L"Docs"));
 
     // While the companion cannot list them, they stay what they were.
     for (const Fault fault : {Fault::Null, Fault::Raise, Fault::OutOfMemory})
@@ -242,17 +238,16 @@ TEST_F(ListingAFolder, FollowsTheConfiguration) {
 TEST_F(ListingAFolder, ResolvesPathsWithinTheirMountFolderOnly) {
     Plain(L"README");
     WriteRaw(root() + L"\\outside", "secret");
-    VirtFindData findData{};
     VirtMountInfo mountInfo{};
     WriteRaw(NativePath(L"Docs.zip"), "beside the mount folder");
     const std::wstring native = root() + L"\\outside";  // such paths are for opening
     for (const wchar_t* nowhere : {L"Docs\\..\\outside", L"Docs\\sub\\..\\..\\outside", L"D\\README", L"Docs:README", native.c_str(),
                                    L"Docs\\..\\*", L"Docs\\sub\\..\\..\\*"}) {
-        EXPECT_FALSE(Find(nowhere, &findData)) << Narrow(nowhere);
+        EXPECT_FALSE(Find(nowhere)) << Narrow(nowhere);
         EXPECT_EQ(Names{}, List(nowhere)) << Narrow(nowhere);
     }
     EXPECT_EQ(Names{}, List(L"Docs\\."));
-    Folder(L"sub");
+    MakeFolder(L"Docs\\sub");
     EXPECT_EQ(VIT_Folder, Record(L"Docs\\sub\\").itemType);
     EXPECT_EQ((Names{L"README", L"sub"}), List(L"Docs\\.\\*"));
 

@@ -158,10 +158,7 @@ protected:
     }
     // A failure may keep it from being read; something else is never read.
     void Check(const Document& own) {
-        void* hFile = nullptr;
-        Open(&hFile, own.path, GENERIC_READ);
-        const std::string content = Read(hFile);
-        Close(hFile);
+        const std::string content = Get(own.path);
         if (!content.starts_with("<V") && content != own.content)
             Problem(Narrow(own.path) + " reads " + content.substr(0, 40) + ", not " + own.content.substr(0, 40));
     }
@@ -196,7 +193,7 @@ TEST_F(WorkingUnderLoad, EqualsTheModelWhateverFails) {
     std::string names;
     for (const std::wstring& edit : TrackedEdits())  // of documents that were in use when they were to be deleted
         names += Narrow(edit);
-    ExpectUnsavedEdits(TrackedEdits().size());
+    m_expectedUnsaved = TrackedEdits().size();
     for (const auto& [file, bytes] : Disk()) {
         const int document = _wtoi(file.c_str() + file.rfind(L"\\d") + 2);
         EXPECT_TRUE(IsVersionOf(document, file.ends_with(L".zip") ? ContainerContent(file) : bytes)) << Narrow(file);

@@ -28,10 +28,8 @@ std::vector<std::string> Folders(std::uint32_t* changeCounter = nullptr) {
         const Owned<IProtectedFolder> ownedFolder(folder);
         ProtectedFolderRecord record = {};
         folder->GetRecord(&record);
-        listed.push_back(TextOf(&IProtectedFolder::GetName, *folder) + "|" + TextOf(&IProtectedFolder::GetPath, *folder) + "|" +
-                         (record.type == PFT_General   ? "general"
-                          : record.type == PFT_Dropbox ? "dropbox"
-                                                       : "?"));
+        const char* const type = record.type == PFT_General ? "general" : record.type == PFT_Dropbox ? "dropbox" : "?";
+        listed.push_back(TextOf(&IProtectedFolder::GetName, *folder) + "|" + TextOf(&IProtectedFolder::GetPath, *folder) + "|" + type);
     }
     return listed;
 }
@@ -82,16 +80,11 @@ TEST_F(OneFileConfiguresTheCompanion, GivesEachFolderWhatTheNearestOneSays) {
         {"path": "docs/team", "owner": "b\u00f6b"},
         {"path": "docs/open", "policy": ""},
         {"path": "long", "owner": "0123456789\u20ac"}]})");
+    // clang-format off
     const std::tuple<const char*, const char*> rows[] = {
-        {"docs", "anna|all|home"},
-        {"DOCS\\Sub\\", "anna|all|home"},
-        {"docs2", "none"},
-        {"docs\\team", "böb|all|home"},
-        {"docs\\team\\x\\..\\inner\\y", "böb|all|inner"},
-        {"docs\\teamwork", "anna|all|home"},
-        {"docs\\open\\x", "anna||home"},
-        {".", "none"},
-    };
+        {".", "none"}, {"docs2", "none"}, {"docs", "anna|all|home"}, {"DOCS\\Sub\\", "anna|all|home"}, {"docs\\teamwork", "anna|all|home"},
+        {"docs\\open\\x", "anna||home"}, {"docs\\team", "böb|all|home"}, {"docs\\team\\x\\..\\inner\\y", "böb|all|inner"}};
+    // clang-format on
     for (const auto& [folder, expected] : rows)
         EXPECT_EQ(BoxOf(m_folder / folder), expected) << folder;
 

@@ -1,6 +1,5 @@
-// The cost of operations, in a form that is the same on every machine: the file system calls that the volume and its companion
-// library make. The budgets are what the code needs today; whoever makes an operation cheaper also lowers its budget.
-// "./run bench --calls" prints the table.
+// The file system calls of each operation, a cost that is the same on every machine ("./run bench --calls"). The budgets are what the
+// code needs today; whoever makes an operation cheaper also lowers its budget.
 #include <chrono>
 
 #include "harness/CallCounts.h"
@@ -20,13 +19,12 @@ TEST_F(PlatformCalls, StayWithinTheirBudgets) {
     const auto readAll = [this](const wchar_t* path) { EXPECT_EQ("content", Get(path)); };
     const auto save = [this](const wchar_t* path, std::uint32_t how) { Close(OpenEdited(path, "content", how)); };
     std::wstring token;
-    VirtFindData findData{};
     List(L"Docs\\*");
     readAll(L"Docs\\d0.txt");
     save(L"Other\\first.txt", CREATE_NEW);  // the first document that is stored below a folder proves its password
     const std::tuple<const char*, int, std::function<void()>> rows[] = {
-        {"describe a document, again", 3, [&] { Find(L"Docs\\d1.txt", &findData); }},
-        {"describe what is not there", 2, [&] { Find(L"Docs\\missing.txt", &findData); }},
+        {"describe a document, again", 3, [&] { Find(L"Docs\\d1.txt"); }},
+        {"describe what is not there", 2, [&] { Find(L"Docs\\missing.txt"); }},
         {"list ten documents, again", 15, [&] { List(L"Docs\\*"); }},
         {"read a document, first", 65, [&] { readAll(L"Docs\\d2.txt"); }},
         {"read a document, again", 22, [&] { readAll(L"Docs\\d2.txt"); }},

@@ -3,8 +3,7 @@
 
 namespace {
 
-// The number of a slot: a pointer to a virtual member function is its offset in the table in bytes, plus one ("Itanium C++ ABI":
-// member function pointers).
+// A pointer to a virtual member function is its offset in the table in bytes, plus one ("Itanium C++ ABI": member function pointers).
 template <class Slot>
 std::size_t PlaceOf(Slot slot) {
     std::size_t place = 0;
@@ -36,8 +35,7 @@ TEST_F(RawSlotTable, EachSlotStandsWhereItMust) {
     EXPECT_EQ(0xFFFFFFFFFFu, total);
     // Slot 0 destroys and, if asked to, frees; slot 1 does both. Another object can close what one object opened.
     WriteRaw(NativePath(L"Plain\\b"), "content");
-    IVirtualVolume* const first = NewVolume();
-    IVirtualVolume* const second = NewVolume();
+    IVirtualVolume *const first = NewVolume(), *const second = NewVolume();
     void* hFile = nullptr;
     ASSERT_OK(first->OpenFile(&hFile, L"Plain\\b", GENERIC_READ, kShareAll, OPEN_EXISTING, nullptr, nullptr));
     EXPECT_EQ(first, first->Destroy(1));

@@ -90,8 +90,7 @@ TEST_F(ReadingAnEncryptedFile, ReusesTheCopyOfAClosedFile) {
     EXPECT_EQ(2u, TempFolders()) << "one copy is kept";
 
     // After a move none stays under the old name.
-    EXPECT_OK(Move(L"Docs\\a.txt", L"Plain\\b.txt"));
-    EXPECT_OK(Move(L"Other\\a.txt", L"Plain\\a.txt"));
+    EXPECT_EACH(VVS_Success, Move(L"Docs\\a.txt", L"Plain\\b.txt"), Move(L"Other\\a.txt", L"Plain\\a.txt"));
     EXPECT_EQ(0u, TempFolders());
 }
 
@@ -178,7 +177,7 @@ TEST_F(ReadingAnEncryptedFile, TellsForeignBrokenAndDamagedContainersApart) {
 // The retained copies of a renamed folder replace those of an earlier folder at the new path; waiting edits stay.
 TEST_F(ReadingAnEncryptedFile, KeepsAtMost522CopiesAndEveryUnsavedEdit) {
     constexpr int limit = 522;
-    ReplaceInVolume("SHFileOperationW", [](SHFILEOPSTRUCTW* operation) {  // the shell's takes most of the time of a close
+    REPLACE_IN_VOLUME(SHFileOperationW, [](auto operation) {  // the shell's takes most of the time of a close
         std::error_code error;
         fs::remove_all(operation->pFrom, error);
         return error.value();

@@ -1,6 +1,5 @@
 // What appears at a document's path, or where it is moved: a folder, a link, another name, somebody else's file. It is not a version of
 // the document, and is neither replaced nor deleted.
-#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
 using WhatTakesTheirPlace = VolumeFixture;
@@ -22,7 +21,7 @@ TEST_F(WhatTakesTheirPlace, AFolderIsNotDeletedWithTheDocument) {
         Close(hFile);
         EXPECT_EQ("somebody else's", ReadRaw(ContainerPath(path) + L"\\other.log"));
     }
-    ExpectUnsavedEdits(1);  // the one that waits is of a version that is not there any more
+    m_expectedUnsaved = 1;  // the one that waits is of a version that is not there any more
 }
 
 TEST_F(WhatTakesTheirPlace, AFolderSendsTheEditToAConflictName) {
@@ -42,12 +41,12 @@ TEST_F(WhatTakesTheirPlace, AFolderSendsTheEditToAConflictName) {
 TEST_F(WhatTakesTheirPlace, ALinkDoesNotTakeThatOfItsTarget) {
     MakePlain(L"Plain\\target.log", "content");
     ASSERT_TRUE(CreateHardLinkW(NativePath(L"Plain\\link.log").c_str(), NativePath(L"Plain\\target.log").c_str(), nullptr));
-    const HMODULE module = GetModuleHandleW(L"QuelcryptVol64.dll");  // for which the one is a link to the other
+    // For the volume the one is a link to the other.
     static const auto isLink = [](const wchar_t* path) { return std::wstring_view(path).ends_with(L"link.log"); };
-    Replace(module, "GetFileAttributesW", [](LPCWSTR path) -> DWORD {
+    REPLACE_IN_VOLUME(GetFileAttributesW, [](auto path) -> DWORD {
         return GetFileAttributesW(path) | (isLink(path) ? static_cast<DWORD>(FILE_ATTRIBUTE_REPARSE_POINT) : 0);
     });
-    Replace(module, "FindFirstFileW", [](LPCWSTR path, LPWIN32_FIND_DATAW found) {
+    REPLACE_IN_VOLUME(FindFirstFileW, [](auto path, auto found) {
         const HANDLE search = FindFirstFileW(path, found);
         found->dwFileAttributes |= isLink(path) ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
         found->dwReserved0 = isLink(path) ? IO_REPARSE_TAG_SYMLINK : 0;
@@ -72,15 +71,18 @@ TEST_F(WhatTakesTheirPlace, AFileStoredAnewIsNotMovedAway) {
 
 // Not even after a rename that was refused because of it.
 TEST_F(WhatTakesTheirPlace, AFileStoredAnewIsNotWrittenByWhoOpenedTheOneBefore) {
-    MakePlain(L"Plain\\a.txt", "older");
-    void* const hFile = MustOpen(L"Plain\\a.txt");
-    EXPECT_OK(Move(L"Plain\\a.txt", L"Plain\\b.txt"));
-    MakePlain(L"Plain\\a.txt", "newer words");
-    EXPECT_EQ(VSS_SharingViolation, Rename(hFile, L"Docs\\a.txt"));
-    EXPECT_OK(SetSize(hFile, 0));
-    Close(hFile);
-    EXPECT_EQ("newer words", ReadRaw(NativePath(L"Plain\\a.txt")));
-    EXPECT_EQ("", ReadRaw(NativePath(L"Plain\\b.txt")));
+    for (const wchar_t* to : {L"Docs\\a.txt", L"Plain\\c"}) {
+        MakePlain(L"Plain\\a.txt", "older");
+        void* const hFile = MustOpen(L"Plain\\a.txt");
+        EXPECT_OK(Move(L"Plain\\a.txt", L"Plain\\b.txt"));
+        MakePlain(L"Plain\\a.txt", "newer words");
+        EXPECT_EQ(VSS_SharingViolation, Rename(hFile, to));
+        EXPECT_OK(SetSize(hFile, 0));
+        Close(hFile);
+        EXPECT_EQ("newer words", ReadRaw(NativePath(L"Plain\\a.txt")));
+        EXPECT_EQ("", ReadRaw(NativePath(L"Plain\\b.txt")));
+        EmptyFolders();
+    }
 }
 
 TEST_F(WhatTakesTheirPlace, AShortNameIsNotStoredAsTheDocuments) {
@@ -88,9 +90,7 @@ TEST_F(WhatTakesTheirPlace, AShortNameIsNotStoredAsTheDocuments) {
     MakeEncrypted(path, "content");
     wchar_t shortPath[MAX_PATH] = L"";
     GetShortPathNameW(ContainerPath(path).c_str(), shortPath, MAX_PATH);
-    void* const hFile = MustOpen(L"Docs\\" + fs::path(shortPath).filename().wstring());
-    EXPECT_OK(Write(hFile, "CON"));
-    Close(hFile);
+    Close(OpenEdited(L"Docs\\" + fs::path(shortPath).filename().wstring(), "CON"));
     EXPECT_EQ((Names{L"report with a long name.docx"}), List(L"Docs\\*"));
     EXPECT_EQ("CONtent", Get(path));
 }
@@ -100,10 +100,8 @@ TEST_F(WhatTakesTheirPlace, AConflictCopyIsNotWrittenAsAnOrdinaryFile) {
     MakeEncrypted(L"Docs\\both.txt", "content");
     MakePlain(L"Docs\\both.txt", "plain");
     Companion().FailNth("Quelcrypt_GetFileInformation", 1, Fault::Null);
-    void* const hFile = MustOpen(L"Docs\\both.txt.zip");
-    Companion().FailNth();
-    EXPECT_OK(Write(hFile, "CON"));
-    Close(hFile);
+    Close(OpenEdited(L"Docs\\both.txt.zip", "CON"));
+    EXPECT_TRUE(Companion().wasHit);
     EXPECT_EQ("CONtent", ContainerContent(ContainerPath(L"Docs\\both.txt")));
 }
 
@@ -116,5 +114,23 @@ TEST_F(WhatTakesTheirPlace, AHandleThatStartsEmptyReadsNothingWhereItIsMovedTo) 
         EXPECT_EQ(0, InfoOf(hFile).fileSize);
         Close(hFile);
         EXPECT_EQ("old words", Get(folder + L"a.txt"));
+    }
+}
+
+TEST_F(WhatTakesTheirPlace, AFileStoredWhileTheOldOneIsDeletedStays) {
+    static std::wstring s_path;
+    Replace(GetModuleHandleW(L"QuelcryptVol64.dll"), "CloseHandle", [](HANDLE handle) -> BOOL {
+        const bool wasThere = Exists(s_path);
+        const BOOL isClosed = CloseHandle(handle);
+        if (wasThere && !Exists(s_path))
+            WriteRaw(s_path, "somebody else's");
+        return isClosed;
+    });
+    for (const bool isMoved : {false, true}) {
+        MakeEncrypted(L"Docs\\a.txt", "content");
+        s_path = ContainerPath(L"Docs\\a.txt");
+        EXPECT_OK(isMoved ? Move(L"Docs\\a.txt", L"Plain\\b.txt") : Delete(L"Docs\\a.txt"));
+        EXPECT_EQ("somebody else's", ReadRaw(std::exchange(s_path, {})));
+        DeleteFileW(ContainerPath(L"Docs\\a.txt").c_str());
     }
 }

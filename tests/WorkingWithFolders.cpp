@@ -1,5 +1,4 @@
 // Folders, and where they can be moved: with everything in them, to a folder of the same key and owner, replacing nothing.
-#include "harness/Imports.h"
 #include "harness/VolumeFixture.h"
 
 class WorkingWithFolders : public VolumeFixture {
@@ -26,26 +25,20 @@ TEST_F(WorkingWithFolders, AreMadeAndOpened) {
     MakeEncrypted(L"Docs\\a.txt", "a document");
     MakePlain(L"Docs\\README", "plain");
     MakePlain(L"Docs\\zip.zip", "an ordinary ZIP file");
-    const std::tuple<const wchar_t*, std::uint32_t, VirtualVolumeStatus> rows[] = {
-        {L"Docs\\new", OPEN_EXISTING, VVS_FileNotFound},
-        {L"Docs\\new", CreateNewFolder, VVS_Success},
-        {L"Docs\\new", CreateNewFolder, VVS_PathAlreadyExists},
-        {L"Docs\\new", OpenOrCreateFolder, VVS_Success},
-        {L"Docs\\new", OPEN_EXISTING, VVS_Success},
-        {L"Docs\\new\\deeper", OpenOrCreateFolder, VVS_Success},
-        {L"Docs\\missing\\deeper", OpenOrCreateFolder, VVS_PathNotFound},
-        {L"Docs\\README", OpenOrCreateFolder, VVS_PathAlreadyExists},
-        {L"Docs\\a.txt", CreateNewFolder, VVS_PathAlreadyExists},  // the folder would hide the document
-        {L"Docs\\a.txt", OpenOrCreateFolder, VVS_PathAlreadyExists},
-        {L"Docs\\zip", CreateNewFolder, VVS_Success},
-        {L"Docs", OPEN_EXISTING, VVS_Success},
-        {L"Docs", OpenOrCreateFolder, VVS_Success},
-        {L"Docs", CreateNewFolder, VVS_PathAlreadyExists},
-        {L"Nowhere", CreateNewFolder, VVS_MountFolderNotFound},
-        {L"", OPEN_EXISTING, VVS_MountFolderNotFound},
+    const std::tuple<std::uint32_t, Status, Names> rows[] = {
+        {OPEN_EXISTING, VVS_FileNotFound, {L"Docs\\new"}},
+        {CreateNewFolder, VVS_Success, {L"Docs\\new", L"Docs\\zip"}},
+        {CreateNewFolder, VVS_PathAlreadyExists, {L"Docs\\new", L"Docs", L"Docs\\a.txt"}},  // it would hide the document
+        {OpenOrCreateFolder, VVS_PathAlreadyExists, {L"Docs\\README", L"Docs\\a.txt"}},
+        {OpenOrCreateFolder, VVS_Success, {L"Docs\\new", L"Docs\\new\\deeper", L"Docs"}},
+        {OpenOrCreateFolder, VVS_PathNotFound, {L"Docs\\missing\\deeper"}},
+        {OPEN_EXISTING, VVS_Success, {L"Docs\\new", L"Docs"}},
+        {CreateNewFolder, VVS_MountFolderNotFound, {L"Nowhere"}},
+        {OPEN_EXISTING, VVS_MountFolderNotFound, {L""}},
     };
-    for (const auto& [path, disposition, status] : rows)
-        EXPECT_EQ(status, TryOpen(path, GENERIC_READ, disposition)) << Narrow(path) << ", disposition " << disposition;
+    for (const auto& [disposition, status, paths] : rows)
+        for (const std::wstring& path : paths)
+            EXPECT_EQ(status, TryOpen(path, GENERIC_READ, disposition)) << Narrow(path) << ", disposition " << disposition;
     EXPECT_EQ((Names{L"README", L"a.txt", L"new", L"zip", L"zip.zip"}), List(L"Docs\\*"));
     EXPECT_EQ("a document", Get(L"Docs\\a.txt"));
 }
@@ -88,13 +81,11 @@ TEST_F(WorkingWithFolders, AreRenamedAndMovedWithAllTheyHold) {
                   EXPECT_OK(Rename(hFile, L"Docs\\sub\\again"));
                   Close(hFile);
                   ExpectTree(L"Docs\\sub\\again");
-                  EXPECT_OK(Move(L"Docs\\sub\\again", L"Docs\\tree"));
-                  EXPECT_OK(Move(L"Docs\\tree", L"Docs\\tree"));
-                  EXPECT_OK(Rename(L"Docs\\tree", L"Docs\\tree"));
+                  EXPECT_EACH(VVS_Success, Move(L"Docs\\sub\\again", L"Docs\\tree"), Move(L"Docs\\tree", L"Docs\\tree"),
+                              Rename(L"Docs\\tree", L"Docs\\tree"));
               }));
     EXPECT_TRUE(before == Disk()) << "the containers' bytes are as they were";
-    EXPECT_OK(Move(L"Docs\\tree", L"Docs\\Tree"));
-    EXPECT_OK(Rename(L"Docs\\tree", L"Docs\\TREE"));
+    EXPECT_EACH(VVS_Success, Move(L"Docs\\tree", L"Docs\\Tree"), Rename(L"Docs\\tree", L"Docs\\TREE"));
     ExpectTree(L"Docs\\tree");
 
     // An edit that waits below it goes along, and its tracking file says where. A copy would be without it.
@@ -103,9 +94,8 @@ TEST_F(WorkingWithFolders, AreRenamedAndMovedWithAllTheyHold) {
     EXPECT_FALSE(Exists(NativePath(L"Docs\\copy")));
     EXPECT_OK(Move(L"Docs\\tree", L"Docs\\moved"));
     ASSERT_EQ(1u, TrackedEdits().size());
-    const std::string tracking = ReadRaw(TrackedEdits()[0] + L".hvf");
-    EXPECT_NE(tracking.npos, tracking.find("<srcfile>\r\n<name><![CDATA[" + Narrow(ContainerPath(L"Docs\\moved\\a.txt")) + "]]>"))
-        << tracking;
+    const std::string told = ReadRaw(TrackedEdits()[0] + L".hvf");
+    EXPECT_NE(told.npos, told.find("<srcfile>\r\n<name><![CDATA[" + Narrow(ContainerPath(L"Docs\\moved\\a.txt")) + "]]>")) << told;
     EXPECT_EQ("edit", Get(L"Docs\\moved\\a.txt")) << "shown, and saved at the close";
     EXPECT_EQ("edit", Stored(L"Docs\\moved\\a.txt"));
 }
@@ -139,7 +129,7 @@ TEST_F(WorkingWithFolders, StayWithTheirKeyAndOwner) {
                 continue;
             SCOPED_TRACE(Narrow(from) + " to " + Narrow(to) + " without " + failing);
             Companion().FailNth(failing, 1, fault, true);
-            for (const VirtualVolumeStatus status : {Move(from, to), Copy(from, to), Rename(from, to)})
+            for (const Status status : {Move(from, to), Copy(from, to), Rename(from, to)})
                 EXPECT_TRUE(status == VSS_EncryptError || (status == VVS_GeneralError && !tellsNoPolicy)) << StatusName(status);
             Companion().FailNth();
             EXPECT_TRUE(before == Disk());
@@ -150,8 +140,7 @@ TEST_F(WorkingWithFolders, StayWithTheirKeyAndOwner) {
         {"name": "Other", "path": "Other", "type": "general", "policy": "encrypt"}, {"name": "Plain", "path": "Plain", "type": "general"}]})");
     for (const auto& [from, to] : {std::pair(L"Docs\\tree", L"Plain\\tree"), std::pair(L"Plain\\p", L"Docs\\p")})
         EXPECT_EQ(VVS_GeneralError, Copy(from, to)) << Narrow(to);
-    EXPECT_OK(Copy(L"Docs\\tree", L"Other\\tree"));
-    EXPECT_OK(Move(L"Plain\\p", L"Plain\\q"));
+    EXPECT_EACH(VVS_Success, Copy(L"Docs\\tree", L"Other\\tree"), Move(L"Plain\\p", L"Plain\\q"));
 }
 
 TEST_F(WorkingWithFolders, TakeNobodysPlace) {
@@ -159,19 +148,18 @@ TEST_F(WorkingWithFolders, TakeNobodysPlace) {
     MakeFolder(L"Docs\\empty");
     MakeTree(L"Docs\\full");
     const Snapshot before = Disk();
-    const std::tuple<VirtualVolumeStatus, bool, Names> rows[] = {
+    const std::tuple<Status, bool, Names> rows[] = {
         {VVS_PathAlreadyExists, true, {L"Docs\\empty", L"Docs\\full", L"Other"}},  // a copy goes into it
         {VVS_PathAlreadyExists, false, {L"Docs\\full\\a.txt", L"Docs\\full\\README"}},
         {VVS_PathNotFound, false, {L"Docs\\missing\\tree"}},
     };
     for (const auto& [expected, isFolder, places] : rows)
         for (const std::wstring& to : places)
-            for (const VirtualVolumeStatus status :
-                 {Move(L"Docs\\tree", to), Rename(L"Docs\\tree", to), isFolder ? expected : Copy(L"Docs\\tree", to)})
-                EXPECT_EQ(expected, status) << Narrow(to);
+            EXPECT_EACH(expected, Move(L"Docs\\tree", to), Rename(L"Docs\\tree", to), isFolder ? expected : Copy(L"Docs\\tree", to))
+                << Narrow(to);
     for (const std::wstring& inside :
          {std::wstring(L"Docs\\tree\\deep\\inside"), std::wstring(L"Docs\\tree\\inside"), NativePath(L"Plain\\..\\Docs\\tree\\inside")}) {
-        for (const VirtualVolumeStatus status : {Move(L"Docs\\tree", inside), Rename(L"Docs\\tree", inside)})
+        for (const Status status : {Move(L"Docs\\tree", inside), Rename(L"Docs\\tree", inside)})
             EXPECT_NE(VVS_Success, status) << Narrow(inside);
         EXPECT_EQ(VVS_InvalidParameter, Copy(L"Docs\\tree", inside)) << Narrow(inside);
     }
@@ -206,7 +194,7 @@ TEST_F(WorkingWithFolders, AreCopiedWhole) {
 TEST_F(WorkingWithFolders, AreCopiedOverNothingThatIsStoredMeanwhile) {
     TryAgainAtOnce();
     static std::function<void(const std::wstring&)> s_beforeCopyOf;
-    Replace(GetModuleHandleW(L"QuelcryptVol64.dll"), "CopyFileW", [](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL {
+    REPLACE_IN_VOLUME(CopyFileW, [](auto from, auto to, auto isNew) {
         s_beforeCopyOf(from);
         return CopyFileW(from, to, isNew);
     });
@@ -236,9 +224,7 @@ TEST_F(WorkingWithFolders, StayWhileTheyAreNeeded) {
     MakeTree(L"Docs\\tree");
     const auto stays = [&](const std::wstring& path) {
         SCOPED_TRACE(Narrow(path));
-        for (const VirtualVolumeStatus status :
-             {Move(path, L"Plain\\moved"), Move(path, L"Docs\\moved"), Rename(path, L"Plain\\renamed"), Delete(path)})
-            EXPECT_EQ(VVS_AccessDenied, status);
+        EXPECT_EACH(VVS_AccessDenied, Move(path, L"Plain\\moved"), Move(path, L"Docs\\moved"), Rename(path, L"Plain\\named"), Delete(path));
     };
     for (const std::wstring& path : {std::wstring(L"Docs"), std::wstring(L"Plain"), NativePath(L"Docs"), NativePath(L"Docs\\"), root()})
         stays(path);

@@ -72,9 +72,10 @@ VirtualVolumeStatus EncryptedContent::DeleteContainer() {
     if (m_lock.locked)
         return VVS_Success;
     QC_TRACE_THIS(L"VirtualFile::DeleteContainer");
-    QC_CHECK_STATUS_OR_RETURN(IsStillVersion(m_deletedVersion, ReadFileVersion(StoredPath())) ? VVS_Success : VSS_SharingViolation,
+    const DeleteResult result = DeleteFileOrFolder(StoredPath(), m_deletedVersion);
+    QC_CHECK_STATUS_OR_RETURN(result != DeleteResult::Replaced ? VVS_Success : VSS_SharingViolation,
                               L"IsStillVersion(m_deletedVersion, container) =>%s, ");
-    QC_CHECK_STATUS_OR_RETURN(DeleteFileOrFolder(StoredPath(), Folders::Keep) == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
+    QC_CHECK_STATUS_OR_RETURN(result == DeleteResult::Deleted ? VVS_Success : VVS_GeneralError,
                               L"DeleteFileOrFolder(GetZipFilePath()) =>%s, ");
     return qcLog.Leave(VVS_Success);
 }
@@ -238,15 +239,16 @@ VirtualVolumeStatus EncryptedContent::CheckMayGo() {
 
 VirtualVolumeStatus EncryptedContent::DeleteOldContainer() {
     QC_TRACE_THIS(L"VirtualFile::DeleteOldContainer");
-    QC_CHECK_OR_RETURN(!IsSourceChanged(), VSS_SharingViolation, L"!IsSourceChanged() =>false%s, ");
+    const DeleteResult result = !m_lock.locked      ? DeleteFileOrFolder(StoredPath(), m_base)
+                                : IsSourceChanged() ? DeleteResult::Replaced
+                                                    : DeleteResult::Deleted;
+    QC_CHECK_OR_RETURN(result != DeleteResult::Replaced, VSS_SharingViolation, L"!IsSourceChanged() =>false%s, ");
+    QC_CHECK_OR_RETURN(result == DeleteResult::Deleted, VVS_GeneralError, L"DeleteFileOrFolder(prevZipFilePath) =>false%s, ");
     if (m_lock.locked) {
         const SectionGuard guard(m_lock.content->section);
         QC_CHECK_STATUS_OR_RETURN(StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), true)),
                                   L"DeleteUndeleteFile(m_hLockedFile, true) =>%s, ");
         m_lock.content->isDeleted = true;
-    } else {
-        QC_CHECK_OR_RETURN(DeleteFileOrFolder(StoredPath(), Folders::Keep) == DeleteResult::Deleted, VVS_GeneralError,
-                           L"DeleteFileOrFolder(prevZipFilePath) =>false%s, ");
     }
     return qcLog.Leave(VVS_Success);
 }

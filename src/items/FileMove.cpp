@@ -76,8 +76,8 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     if (!isMoved)
         return qcLog.Leave(status);
     const OnExit tidyUp([&] {  // failures here do not matter: the move is done
-        if (!m_otherFormPath.empty() && container_cipher::LookAtReplaced(m_otherFormPath, m_otherForm) == VVS_Success)
-            DeleteFileOrFolder(m_otherFormPath, Folders::Keep);
+        if (!m_otherFormPath.empty())
+            DeleteFileOrFolder(m_otherFormPath, m_otherForm);
         if (wasEncrypted && !m_keepSrcFile)
             VirtualTempFileDispenser::Remove(oldPath, true);
     });
@@ -393,9 +393,8 @@ void FileMove::RememberWritten() { m_written = ReadFileVersion(m_destPath); }
 
 // Deletes what was just written to a free path, unless others have changed it already.
 void FileMove::TakeBackDestination() {
-    const std::optional<FileVersion> now = ReadFileVersion(m_destPath);
-    if (!m_wasThere && m_written && now && *m_written == *now)
-        DeleteFileOrFolder(m_destPath, Folders::Keep);
+    if (!m_wasThere && m_written)
+        DeleteIfVersion(m_destPath, *m_written);
 }
 
 // Re-points the item at a plain destination that is written already.

@@ -135,19 +135,27 @@ bool DeleteThroughShell(const std::wstring& path) {
            }) == Win32Error::None;
 }
 
-// Through one handle, which lets nobody write meanwhile, because what a network share says of a path may be some seconds old.
+constexpr auto kAnotherVersion = static_cast<Win32Error>(ERROR_FILE_INVALID);
+
+// Through one handle, which lets nobody write meanwhile: a file that somebody else puts in its place stays, and what a network share
+// says of a path may be some seconds old.
 template <class May>
-void DeleteFileIf(const std::wstring& path, May may) {
+Win32Error DeleteFileIf(const std::wstring& path, May may) {
     const LastErrorKeeper keeper;
     UniqueHandle hFile;
-    TryForAMoment([&] {
-        hFile =
-            OwnHandle(::CreateFileW(PlatformPath(path).c_str(), DELETE | FILE_READ_DATA | FILE_READ_ATTRIBUTES,
-                                    FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+    const Win32Error error = TryForAMoment([&] {
+        hFile = OwnHandle(::CreateFileW(PlatformPath(path).c_str(), DELETE | FILE_READ_DATA | FILE_READ_ATTRIBUTES,
+                                        FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                                        FILE_FLAG_OPEN_REPARSE_POINT | FILE_FLAG_BACKUP_SEMANTICS, nullptr));
         return hFile ? Win32Error::None : LastWin32Error();
     });
-    if (hFile && may(hFile.Get()))
-        DeleteUndeleteFile(hFile.Get(), true);
+    if (!hFile)
+        return error;
+    return may(hFile.Get()) ? DeleteUndeleteFile(hFile.Get(), true) : kAnotherVersion;
+}
+
+bool IsMissing(Win32Error error) {
+    return error == static_cast<Win32Error>(ERROR_FILE_NOT_FOUND) || error == static_cast<Win32Error>(ERROR_PATH_NOT_FOUND);
 }
 
 }  // namespace
@@ -208,7 +216,7 @@ std::wstring ContainerPathStr(const std::wstring& filePath) {
     return ZipPathStr(filePath);
 }
 
-DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders) {
+DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     QC_TRACE(L"DeleteFileOrFolder", L"path[%s]", path);
     constexpr const wchar_t* kCheckText = L"deleteResult == 0 =>false%s,  %s";
     QC_CHECK_OR_RETURN(!path.empty() && !PathIsRelativeW(path.c_str()), DeleteResult::Failed, kCheckText, L"path[%s]", path);
@@ -224,13 +232,10 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders) {
     if (deleteFile() == Win32Error::None)  // nearly always an ordinary file
         return qcLog.Leave(DeleteResult::Deleted);
     const DWORD attributes = GetFileAttributesW(PlatformPath(path).c_str());
-    const bool isMissing =
-        attributes == INVALID_FILE_ATTRIBUTES && (GetLastError() == ERROR_FILE_NOT_FOUND || GetLastError() == ERROR_PATH_NOT_FOUND);
-    if (isMissing)
+    if (attributes == INVALID_FILE_ATTRIBUTES && IsMissing(LastWin32Error()))
         return qcLog.Leave(DeleteResult::Deleted);
     QC_CHECK_OR_RETURN(attributes != INVALID_FILE_ATTRIBUTES, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     const bool isFile = !(attributes & FILE_ATTRIBUTE_DIRECTORY);
-    QC_CHECK_OR_RETURN(isFile || folders == Folders::Delete, DeleteResult::Failed, kCheckText, L"path[%s]", path);
     ClearReadOnly(path, attributes);
     const bool isTooLong = isLongForm || path.size() >= MAX_PATH;  // for the shell, which deletes trees
     const auto deleteFolder = [&path] { return RemoveDirectoryW(PlatformPath(path).c_str()) && !PathExists(path); };  // or a link to one
@@ -240,10 +245,31 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders) {
     return qcLog.Leave(DeleteResult::Deleted);
 }
 
+DeleteResult DeleteFileOrFolder(const std::wstring& path, const std::optional<FileVersion>& known) {
+    QC_TRACE(L"DeleteFileOrFolder", L"path[%s]", path);
+    std::optional<FileVersion> found;
+    const Win32Error error = DeleteFileIf(path, [&](HANDLE hFile) {
+        found = ReadOpenFileVersion(hFile, path);
+        const bool isIt = found && IsStillVersion(known, found);
+        if (isIt)
+            ClearReadOnly(path, found->stamp.attributes);
+        return isIt;
+    });
+    if (error == kAnotherVersion)
+        return qcLog.Leave(DeleteResult::Replaced);
+    const auto isGone = [&] {  // others who have it open may keep it until they close it
+        const std::optional<FileVersion> now = ReadFileVersion(path);
+        return now ? !(*now == *found) : IsMissing(LastWin32Error());
+    };
+    QC_CHECK_OR_RETURN(IsMissing(error) || (error == Win32Error::None && RepeatForAMoment(isGone)), DeleteResult::Failed,
+                       L"deleteResult == 0 =>false%s,  %s", L"path[%s]", path);
+    return qcLog.Leave(DeleteResult::Deleted);
+}
+
 void DeleteIfEmpty(const std::wstring& path) {
     DeleteFileIf(path, [&](HANDLE hFile) {
         const std::optional<FileStamp> stamp = ReadOpenFileStamp(hFile);
-        return stamp && stamp->size == 0;
+        return stamp && stamp->size == 0 && !(stamp->attributes & FILE_ATTRIBUTE_DIRECTORY);
     });
 }
 

@@ -3,6 +3,7 @@
 // becomes false; otherwise it is not written. For a move, a failure is not the same as "no policy". Stateless; any thread.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -24,11 +25,13 @@ std::wstring ZipPathStr(std::wstring_view filePath);
 // conflict copy, else filePath with ".zip" appended.
 std::wstring ContainerPathStr(const std::wstring& filePath);
 
-enum class DeleteResult { Deleted = 0, Failed = 22 };
+enum class DeleteResult { Deleted = 0, Failed = 22, Replaced };
 // Deletes a file, or a folder with everything in it, including read-only files, without the recycle bin. Deleted: nothing is
-// at path any more. Refuses an empty or relative path, and with Folders::Keep a folder.
-enum class Folders { Delete, Keep };
-DeleteResult DeleteFileOrFolder(const std::wstring& path, Folders folders = Folders::Delete);
+// at path any more. Refuses an empty or relative path.
+DeleteResult DeleteFileOrFolder(const std::wstring& path);
+// The same for a file that others may replace, only while known (nothing: no file) is still stored there (Replaced: something else
+// is). Deleted: that file is no longer at path, but what somebody stored there since.
+DeleteResult DeleteFileOrFolder(const std::wstring& path, const std::optional<FileVersion>& known);
 // Deletes a file only if it is empty, as one that reserved a name, or only if it is still this version. Both keep the last error.
 void DeleteIfEmpty(const std::wstring& path);
 void DeleteIfVersion(const std::wstring& path, const FileVersion& version);

@@ -1,5 +1,4 @@
-// Lets tests observe and disturb the companion library under the volume: it counts calls by name and live objects, keeps
-// the log lines, and can make the nth call of a name fail. Any thread.
+// The companion library under the volume: counts calls by name and live objects, keeps the log, and makes calls fail. Any thread.
 #pragma once
 
 #include <atomic>
@@ -19,6 +18,7 @@ enum class Fault : std::uint32_t {
     Raise,        // calls the callback that the volume registered
     Error,        // throws CQuelcryptErrorException
     OutOfMemory,  // throws std::bad_alloc
+    Foreign,      // raises what another compiler's programs throw
     OverLong,     // for texts with a capacity: returns a length beyond it
     NoText,       // for texts with a capacity: stores bytes that are not UTF-8
 };

@@ -40,6 +40,7 @@ Fault Enter(const char* name) {
         case Fault::Raise: g_raise(); break;
         case Fault::Error: throw CQuelcryptErrorException(L"The test asked for it");
         case Fault::OutOfMemory: throw std::bad_alloc();
+        case Fault::Foreign: RaiseException(0xE06D7363, EXCEPTION_NONCONTINUABLE, 0, nullptr); break;  // another compiler's code of them
         default: break;
     }
     return fault;
@@ -67,8 +68,10 @@ Result HandOut(Result result, Interface** out) {
 // A counting object around one of the companion library's.
 template <class Interface>
 class Counted : public companion::Handed<Interface> {
-protected:
+public:
     explicit Counted(Interface* inner) : m_inner(inner) { ++g_state.liveObjects; }
+
+protected:
     ~Counted() override {
         m_inner->Release();
         --g_state.liveObjects;
@@ -81,89 +84,78 @@ protected:
     Interface* m_inner;
 };
 
+// The name of a slot and the slot.
+#define SLOT(Interface, Method) #Interface "::" #Method, &Interface::Method
+
 struct CountedString final : Counted<IHvcStringW> {
-    explicit CountedString(IHvcStringW* inner) : Counted(inner) {}
+    using Counted::Counted;
     const wchar_t* GetString() override { return m_inner->GetString(); }
 };
 
 struct CountedConfig final : Counted<IQuelcryptConfig> {
-    using I = IQuelcryptConfig;
-    explicit CountedConfig(I* inner) : Counted(inner) {}
-    bool IsExcluded(const char* name, std::int32_t zero) override {
-        return Call("IQuelcryptConfig::IsExcluded", &I::IsExcluded, name, zero);
-    }
+    using Counted::Counted;
+    bool IsExcluded(const char* name, std::int32_t zero) override { return Call(SLOT(IQuelcryptConfig, IsExcluded), name, zero); }
 };
 
 struct CountedBox final : Counted<IHalvaneBoxConfig> {
-    using I = IHalvaneBoxConfig;
-    explicit CountedBox(I* inner) : Counted(inner) {}
+    using Counted::Counted;
     void Reserved2() override {}
     void Reserved4() override {}
     void Reserved6() override {}
-    std::uint32_t GetTargetKeyId(char* buffer, std::uint32_t capacity) override {
-        return Fill("IHalvaneBoxConfig::GetTargetKeyId", &I::GetTargetKeyId, buffer, capacity);
+    std::uint32_t GetTargetKeyId(char* text, std::uint32_t room) override {
+        return Fill(SLOT(IHalvaneBoxConfig, GetTargetKeyId), text, room);
     }
-    std::uint32_t GetOwnerId(char* buffer, std::uint32_t capacity) override {
-        return Fill("IHalvaneBoxConfig::GetOwnerId", &I::GetOwnerId, buffer, capacity);
-    }
-    std::uint32_t GetPolicy(char* buffer, std::uint32_t capacity) override {
-        return Fill("IHalvaneBoxConfig::GetPolicy", &I::GetPolicy, buffer, capacity);
-    }
-    std::uint32_t Fill(const char* name, std::uint32_t (I::*method)(char*, std::uint32_t), char* buffer, std::uint32_t capacity) {
+    std::uint32_t GetOwnerId(char* text, std::uint32_t room) override { return Fill(SLOT(IHalvaneBoxConfig, GetOwnerId), text, room); }
+    std::uint32_t GetPolicy(char* text, std::uint32_t room) override { return Fill(SLOT(IHalvaneBoxConfig, GetPolicy), text, room); }
+    std::uint32_t Fill(const char* name, decltype(&IHalvaneBoxConfig::GetPolicy) method, char* text, std::uint32_t room) {
         switch (Enter(name)) {
             case Fault::Null: return 0;
-            case Fault::OverLong: return capacity + 1000;
-            case Fault::NoText: buffer[0] = '\xFF'; return 1;
-            default: return (m_inner->*method)(buffer, capacity);
+            case Fault::OverLong: return room + 1000;
+            case Fault::NoText: text[0] = '\xFF'; return 1;
+            default: return (m_inner->*method)(text, room);
         }
     }
 };
 
 struct CountedText final : Counted<IQuelcryptText> {
-    explicit CountedText(IQuelcryptText* inner) : Counted(inner) {}
-    bool HasText(std::int32_t zero) override { return Call("IQuelcryptText::HasText", &IQuelcryptText::HasText, zero); }
-    const char* GetText(std::int32_t zero) override { return Call("IQuelcryptText::GetText", &IQuelcryptText::GetText, zero); }
+    using Counted::Counted;
+    bool HasText(std::int32_t zero) override { return Call(SLOT(IQuelcryptText, HasText), zero); }
+    const char* GetText(std::int32_t zero) override { return Call(SLOT(IQuelcryptText, GetText), zero); }
 };
 
 struct CountedFolder final : Counted<IProtectedFolder> {
-    using I = IProtectedFolder;
-    explicit CountedFolder(I* inner) : Counted(inner) {}
+    using Counted::Counted;
     void Reserved2() override {}
     void Reserved4() override {}
     void GetRecord(ProtectedFolderRecord* record) override {
         Enter("IProtectedFolder::GetRecord");
         m_inner->GetRecord(record);
     }
-    bool GetName(IQuelcryptText** text) override {
-        return HandOut<CountedText>(Call("IProtectedFolder::GetName", &I::GetName, text), text);
-    }
-    bool GetPath(IQuelcryptText** text) override {
-        return HandOut<CountedText>(Call("IProtectedFolder::GetPath", &I::GetPath, text), text);
-    }
+    bool GetName(IQuelcryptText** text) override { return HandOut<CountedText>(Call(SLOT(IProtectedFolder, GetName), text), text); }
+    bool GetPath(IQuelcryptText** text) override { return HandOut<CountedText>(Call(SLOT(IProtectedFolder, GetPath), text), text); }
 };
 
 struct CountedFolderEnum final : Counted<IProtectedFolderEnum> {
-    using I = IProtectedFolderEnum;
-    explicit CountedFolderEnum(I* inner) : Counted(inner) {}
-    std::int32_t Next(IProtectedFolder** folder) override {
-        return HandOut<CountedFolder>(Call("IProtectedFolderEnum::Next", &I::Next, folder), folder);
+    using Counted::Counted;
+    std::int32_t Next(IProtectedFolder** next) override {
+        return HandOut<CountedFolder>(Call(SLOT(IProtectedFolderEnum, Next), next), next);
     }
     void Reserved3() override {}
     void Reserved4() override {}
-    std::uint32_t GetChangeCounter() override { return Call("IProtectedFolderEnum::GetChangeCounter", &I::GetChangeCounter); }
+    std::uint32_t GetChangeCounter() override { return Call(SLOT(IProtectedFolderEnum, GetChangeCounter)); }
 };
 
 struct CountedReader final : Counted<IFileReader> {
-    explicit CountedReader(IFileReader* inner) : Counted(inner) {}
-    std::uint32_t Advance() override { return Call("IFileReader::Advance", &IFileReader::Advance); }
-    const void* GetData() override { return Call("IFileReader::GetData", &IFileReader::GetData); }
-    std::uint32_t GetDataLength() override { return Call("IFileReader::GetDataLength", &IFileReader::GetDataLength); }
+    using Counted::Counted;
+    std::uint32_t Advance() override { return Call(SLOT(IFileReader, Advance)); }
+    const void* GetData() override { return Call(SLOT(IFileReader, GetData)); }
+    std::uint32_t GetDataLength() override { return Call(SLOT(IFileReader, GetDataLength)); }
 };
 
 struct CountedWriter final : Counted<IFileWriter> {
-    explicit CountedWriter(IFileWriter* inner) : Counted(inner) {}
-    bool Write(const void* data, std::uint32_t length) override { return Call("IFileWriter::Write", &IFileWriter::Write, data, length); }
-    bool Finish(bool commit) override { return Call("IFileWriter::Finish", &IFileWriter::Finish, commit); }
+    using Counted::Counted;
+    bool Write(const void* data, std::uint32_t length) override { return Call(SLOT(IFileWriter, Write), data, length); }
+    bool Finish(bool commit) override { return Call(SLOT(IFileWriter, Finish), commit); }
 };
 
 class CapturingLogger final : public IFileLogger {
@@ -186,54 +178,52 @@ extern "C" {
 
 void Quelcrypt_Initialize(void (*raise)()) {
     g_raise = raise;
-    Enter("Quelcrypt_Initialize");
+    Enter(__func__);
     companion::Initialize(raise);
 }
 
 void Quelcrypt_Uninitialize() {
-    Enter("Quelcrypt_Uninitialize");
+    Enter(__func__);
     companion::Uninitialize();
 }
 
 IFileLogger* Quelcrypt_GetFileLogger(std::int32_t) {
     static CapturingLogger& logger = *new CapturingLogger;
-    return Do("Quelcrypt_GetFileLogger", []() -> IFileLogger* { return &logger; });
+    return Do(__func__, []() -> IFileLogger* { return &logger; });
 }
 
 std::uint32_t Quelcrypt_GetLoggerComponentIndex(const char* componentName) {
-    Enter("Quelcrypt_GetLoggerComponentIndex");
+    Enter(__func__);
     return companion::LoggerComponentIndex(componentName);
 }
 
 IQuelcryptConfig* Quelcrypt_GetQuelcryptConfig(void*, void*) {
-    return Do("Quelcrypt_GetQuelcryptConfig", [] { return Counting<CountedConfig>(companion::MakeQuelcryptConfig()); });
+    return Do(__func__, [] { return Counting<CountedConfig>(companion::MakeQuelcryptConfig()); });
 }
 
 std::int32_t Quelcrypt_GetHalvaneBoxConfig(const char* folderPathUtf8, IHalvaneBoxConfig** config, void*, void*) {
-    const auto make = [&] { return companion::MakeHalvaneBoxConfig(folderPathUtf8, config); };
-    return HandOut<CountedBox>(Do("Quelcrypt_GetHalvaneBoxConfig", make), config);
+    return HandOut<CountedBox>(Do(__func__, [&] { return companion::MakeHalvaneBoxConfig(folderPathUtf8, config); }), config);
 }
 
 std::int32_t Quelcrypt_GetProtectedFolderEnum(std::int32_t, IProtectedFolderEnum** folders) {
-    const auto make = [&] { return companion::MakeProtectedFolderEnum(folders); };
-    return HandOut<CountedFolderEnum>(Do("Quelcrypt_GetProtectedFolderEnum", make), folders);
+    return HandOut<CountedFolderEnum>(Do(__func__, [&] { return companion::MakeProtectedFolderEnum(folders); }), folders);
 }
 
 std::int32_t Quelcrypt_GetFileInformation(const char* path, IHvcStringW** name, std::uint64_t* size, const WIN32_FIND_DATAW* rawEntry,
                                           SYSTEMTIME* lastWrite, SYSTEMTIME* lastAccess, SYSTEMTIME* creation, void*) {
     const auto get = [&] { return companion::GetFileInformation(path, name, size, rawEntry, lastWrite, lastAccess, creation); };
-    return HandOut<CountedString>(Do("Quelcrypt_GetFileInformation", get), name);
+    return HandOut<CountedString>(Do(__func__, get), name);
 }
 
 IFileReader* Quelcrypt_FileReaderFactory(IHvcStringW* containerPath) {
-    return Counting<CountedReader>(Do("Quelcrypt_FileReaderFactory", [&] { return companion::MakeReader(containerPath); }));
+    return Counting<CountedReader>(Do(__func__, [&] { return companion::MakeReader(containerPath); }));
 }
 
 IFileWriter* Quelcrypt_FileWriterFactory(IHvcStringW* path, IHvcStringW* name, IHvcStringW* source, std::uint32_t attributes,
                                          const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation,
                                          std::int32_t, std::uint32_t, void*) {
     const auto make = [&] { return companion::MakeWriter(path, name, source, attributes, lastWrite, lastAccess, creation); };
-    return Counting<CountedWriter>(Do("Quelcrypt_FileWriterFactory", make));
+    return Counting<CountedWriter>(Do(__func__, make));
 }
 
 __declspec(dllexport) TestCompanion& Companion() { return g_state; }

@@ -16,15 +16,9 @@ public:
     }
 
     std::wstring PathOf(int place) const {
-        const std::wstring home = start.isHomePlain ? L"Plain" : L"K1";
-        const std::wstring name = world.Number() + L".txt";
-        switch (place) {
-            case kOther: return home + L"\\other" + name;
-            case kKey2: return L"K2\\doc" + name;
-            case kAcross: return (start.isHomePlain ? L"K1\\doc" : L"Plain\\doc") + name;
-            case kCase: return home + L"\\Doc" + name;
-            default: return home + L"\\doc" + name;
-        }
+        static const wchar_t* const s_names[kPlaces] = {L"\\doc", L"\\other", L"\\doc", L"\\doc", L"\\Doc"};
+        const std::wstring folder = place == kKey2 ? L"K2" : (place == kAcross) != start.isHomePlain ? L"Plain" : L"K1";
+        return folder + s_names[place] + world.Number() + L".txt";
     }
     bool IsConflictCopy(int place) const { return start.isConflictCopy && (place == kHome || place == kCase); }
     std::wstring VolumePathOf(int place) const { return world.VolumePath(PathOf(place)); }

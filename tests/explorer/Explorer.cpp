@@ -14,13 +14,11 @@
 //   and a lock's token given explicitly (the volume uses it anyway): these could find more, and walks take the first and the last;
 // - from the starts "occupied" and "equal", histories that replace nothing, or store nothing from outside.
 // With --parts N, only part --part (from 0) of the histories is tried, so that several processes can share the work.
-// Two openers who both act need four steps: the starts "edited" and "locked" are half-way there, and walks go further.
-//
-// Walks take any step, even refused ones, and sometimes let the nth call to the companion library fail or throw.
+// Two openers who both act need four steps: the starts "edited" and "locked" are half-way there, and walks go further. They take any step,
+// even refused ones, and sometimes let the nth call to the companion library fail or throw.
 //
 // Ends with 1 when a history failed. Of those that fail in the same way the first is printed, and the others are counted.
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <map>
@@ -32,10 +30,6 @@
 #include "explorer/History.h"
 
 namespace {
-
-using Clock = std::chrono::steady_clock;
-
-double SecondsSince(Clock::time_point begin) { return std::chrono::duration<double>(Clock::now() - begin).count(); }
 
 class Explorer {
 public:
@@ -77,11 +71,12 @@ public:
         }
     }
 
-    void Report() const {
+    // Has one failed?
+    bool Report() const {
         for (const auto& [kind, first] : m_failures)
             std::printf("%s\n    %s; %d times\n", TextOf(m_start, first.first).c_str(), kind.c_str(), first.second);
+        return !m_failures.empty();
     }
-    bool HasFailed() const { return !m_failures.empty(); }
     int Histories() const { return m_histories; }
 
 private:
@@ -195,16 +190,15 @@ int main(int argc, char** argv) {
             continue;
         Explorer explorer(start, numbers["--part"], numbers["--parts"]);
         Steps steps;
-        const auto begin = Clock::now();
+        const ULONGLONG begin = GetTickCount64();
         if (numbers["--depth"] > 0)
             explorer.Deepen(steps, numbers["--depth"]);
-        std::printf("%s: %d histories in %.1f s", start.name, explorer.Histories(), SecondsSince(begin));
+        std::printf("%s: %d histories in %.1f s", start.name, explorer.Histories(), double(GetTickCount64() - begin) / 1000);
         for (int walk = 0; walk < numbers["--walks"]; ++walk)
             explorer.Walk(random, numbers["--length"]);
         std::printf(", with walks of seed %d %d\n", numbers["--seed"], explorer.Histories());
-        explorer.Report();
+        hasFailed |= explorer.Report();
         std::fflush(stdout);
-        hasFailed |= explorer.HasFailed();
     }
     return hasFailed;
 }

@@ -12,17 +12,12 @@
 
 namespace {
 
-constexpr struct {
-    const char* call;
-    Fault fault;
-} kFailures[] = {{"", Fault::None},
-                 {"Quelcrypt_FileWriterFactory", Fault::Null},
-                 {"Quelcrypt_FileWriterFactory", Fault::Error},
-                 {"IFileWriter::Write", Fault::Null},
-                 {"IFileWriter::Finish", Fault::Null},
-                 {"Quelcrypt_GetFileInformation", Fault::Null},
-                 {"File", Fault::Null},
-                 {"File", Fault::Error}};
+// clang-format off
+constexpr std::pair<const char*, Fault> kFailures[] = {
+    {"", Fault::None}, {"Quelcrypt_FileWriterFactory", Fault::Null}, {"Quelcrypt_FileWriterFactory", Fault::Error},
+    {"IFileWriter::Write", Fault::Null}, {"IFileWriter::Finish", Fault::Null}, {"Quelcrypt_GetFileInformation", Fault::Null},
+    {"File", Fault::Null}, {"File", Fault::Error}};
+// clang-format on
 
 // The content that somebody has, and what he knew when he made it.
 struct Edit {
@@ -473,8 +468,7 @@ private:
                                                         nullptr) == VVS_Success &&
                             process::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
         Expect(isDone, "cannot be opened");
-        Expect(!isDone || isUnsure || std::string(data, length) == world.TextOf(word),
-               "shows something else than word " + std::to_string(word));
+        Expect(!isDone || isUnsure || std::string(data, length) == world.TextOf(word), "shows not word " + std::to_string(word));
         process::Volume()->CloseFile(opened, nullptr);
         const Look now = world.LookAround();
         isRefused = false;

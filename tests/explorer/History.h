@@ -5,7 +5,6 @@
 // opener of a plain file replaces what is in the file at that moment; a step by path, or onto another name, what is there;
 // a deletion what was there when it was marked; a save from outside what it overwrites. A word that is only in a temp file
 // counts as found while its tracking file is beside it.
-//
 // At the end all is closed and unlocked, each as a step. Then an open shows what is stored, or the waiting edit of it;
 // nothing is held open, no companion object exists, and nothing unfinished is left over.
 #pragma once

@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <set>
-#include <string>
 
 #include <windows.h>
 
@@ -13,6 +12,7 @@
 
 #include "companion/Control.h"
 #include "harness/Imports.h"
+#include "harness/Prompts.h"
 #include "harness/WindowsRules.h"
 
 namespace {
@@ -38,31 +38,25 @@ decltype(&FindFirstFileW) g_findFirstFile;
 decltype(&FindFirstFileExW) g_findFirstFileEx;
 
 void NoteWhatIsHeld() {
-    g_createFile = Replace(g_module, "CreateFileW",
-                           [](LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags,
-                              HANDLE sample) { return Noted(g_files, g_createFile(path, access, share, security, how, flags, sample)); });
-    g_duplicateHandle = Replace(g_module, "DuplicateHandle",
-                                [](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) {
-                                    const BOOL isDone = g_duplicateHandle(from, file, to, copy, access, inherit, options);
-                                    if (isDone && g_files.count(file))
-                                        g_files.insert(*copy);
-                                    return isDone;
-                                });
-    g_closeHandle = Replace(g_module, "CloseHandle", [](HANDLE handle) {
+    g_createFile = REPLACE(g_module, CreateFileW, [](auto... all) { return Noted(g_files, g_createFile(all...)); });
+    g_duplicateHandle = REPLACE(g_module, DuplicateHandle, [](auto from, auto file, auto to, auto copy, auto... rest) {
+        const BOOL isDone = g_duplicateHandle(from, file, to, copy, rest...);
+        if (isDone && g_files.count(file))
+            g_files.insert(*copy);
+        return isDone;
+    });
+    g_closeHandle = REPLACE(g_module, CloseHandle, [](auto handle) {
         g_files.erase(handle);
         return g_closeHandle(handle);
     });
-    g_findFirstFile = Replace(g_module, "FindFirstFileW",
-                              [](LPCWSTR path, LPWIN32_FIND_DATAW entry) { return Noted(g_searches, g_findFirstFile(path, entry)); });
-    g_findFirstFileEx = Replace(g_module, "FindFirstFileExW",
-                                [](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID entry, FINDEX_SEARCH_OPS kind, LPVOID filter,
-                                   DWORD flags) { return Noted(g_searches, g_findFirstFileEx(path, level, entry, kind, filter, flags)); });
-    Replace(g_module, "FindClose", [](HANDLE search) {
+    g_findFirstFile = REPLACE(g_module, FindFirstFileW, [](auto... all) { return Noted(g_searches, g_findFirstFile(all...)); });
+    g_findFirstFileEx = REPLACE(g_module, FindFirstFileExW, [](auto... all) { return Noted(g_searches, g_findFirstFileEx(all...)); });
+    REPLACE(g_module, FindClose, [](auto search) {
         g_searches.erase(search);
         return FindClose(search);
     });
-    Replace(g_module, "TlsAlloc", [] { return Noted(TlsAlloc()); });
-    Replace(g_module, "TlsFree", [](DWORD slot) {
+    REPLACE(g_module, TlsAlloc, [] { return Noted(TlsAlloc()); });
+    REPLACE(g_module, TlsFree, [](auto slot) {
         g_threadSlots.erase(slot);
         return TlsFree(slot);
     });
@@ -71,16 +65,14 @@ void NoteWhatIsHeld() {
 // Leaves out what takes time and has no effect here: prompts, pauses before a call is repeated, and flushes. Replaces the shell's
 // functions by ones that take a twentieth of the time.
 void LeaveOutWhatTakesTime() {
-    Replace(g_module, "SHBrowseForFolderW", [](LPBROWSEINFOW) -> PIDLIST_ABSOLUTE { return nullptr; });
-    Replace(g_module, "CoInitialize", [](LPVOID) -> HRESULT { return S_FALSE; });
-    Replace(g_module, "CoUninitialize", [] {});
+    prompts::TakeOver(g_module);
     for (const HMODULE module : {g_module, GetModuleHandleW(L"QuelcryptLib64.dll")})
-        Replace(module, "Sleep", [](DWORD) { windows_rules::Release(); });
-    Replace(g_module, "FlushFileBuffers", [](HANDLE) -> BOOL { return TRUE; });
-    Replace(g_module, "SHCreateDirectoryExW", [](HWND, LPCWSTR path, const SECURITY_ATTRIBUTES*) -> int {
+        REPLACE(module, Sleep, [](auto) { windows_rules::Release(); });
+    REPLACE(g_module, FlushFileBuffers, [](auto) -> BOOL { return TRUE; });
+    REPLACE(g_module, SHCreateDirectoryExW, [](auto, auto path, auto) -> int {
         return CreateDirectoryW(path, nullptr) ? ERROR_SUCCESS : static_cast<int>(GetLastError());
     });
-    Replace(g_module, "SHFileOperationW", [](LPSHFILEOPSTRUCTW operation) -> int {
+    REPLACE(g_module, SHFileOperationW, [](auto operation) {
         std::error_code error;
         std::filesystem::remove_all(operation->pFrom, error);
         return error.value();

@@ -58,14 +58,12 @@ std::optional<std::pair<const Start*, Steps>> HistoryOf(const std::string& text)
     Steps steps;
     for (std::size_t at = colon + 2, end = 0; at < text.size(); at = end + 2) {
         end = std::min(text.find(';', at), text.size());
-        if (const std::optional<Step> step = StepOf(text.substr(at, end - at)))
-            steps.push_back(*step);
-        else
+        const std::optional<Step> step = StepOf(text.substr(at, end - at));
+        if (!step)
             return std::nullopt;
+        steps.push_back(*step);
     }
-    if (start == Starts().end())
-        return std::nullopt;
-    return std::pair(&*start, steps);
+    return start == Starts().end() ? std::nullopt : std::optional(std::pair(&*start, steps));
 }
 
 const std::vector<Start>& Starts() {

@@ -105,10 +105,7 @@ void World::LookIntoTemp(Look& look) const {
     for (const std::wstring& folder : NamesIn(base)) {
         std::wstring content, tracking;
         for (const std::wstring& name : NamesIn(base + L"\\" + folder))
-            if (name.ends_with(L".hvf"))
-                tracking = base + L"\\" + folder + L"\\" + name;
-            else
-                content = base + L"\\" + folder + L"\\" + name;
+            (name.ends_with(L".hvf") ? tracking : content) = base + L"\\" + folder + L"\\" + name;
         look.hasLitter |= content.empty();
         look.keptFolders += tracking.empty();
         if (content.empty() || tracking.empty())
@@ -123,8 +120,9 @@ void World::LookIntoTemp(Look& look) const {
 bool World::Store(const std::wstring& path, bool asContainer, Word word, How how) {
     std::string bytes = TextOf(word);
     if (asContainer) {
-        Container container{{}, path.substr(path.find(L'\\') + 1), bytes};
-        container.name.resize(container.name.size() - 4);  // without ".zip"
+        Container container{.content = bytes};
+        const std::size_t name = path.find(L'\\') + 1;
+        path.copy(container.header.name, path.size() - name - 4, name);  // without ".zip"
         for (SYSTEMTIME& time : container.header.times)
             time = {2024, 5, 3, 1, 12, 30, 14, 0};
         bytes = BytesOf(container);

@@ -1,16 +1,13 @@
-// Counts the file system calls that modules make of the platform, by name. Each import is led through a few instructions that count
-// and go on to the function, whatever its arguments are. What a module asks for by GetProcAddress is not seen, and what the shell's
-// functions do inside counts as one call.
+// Counts the file system calls that modules make of the platform, by name. What a module asks for by GetProcAddress is not seen, and what
+// the shell's functions do inside counts as one call.
 #pragma once
 
 #include <cstdio>
-#include <deque>
 #include <functional>
 #include <initializer_list>
 #include <map>
 #include <string>
 #include <string_view>
-#include <utility>
 
 #include <windows.h>
 
@@ -26,8 +23,7 @@ public:
             ForEachImport(GetModuleHandleW(module), [&](const char* name, void** entry) {
                 if (IsOfFileSystem(name))
                     LeadImport(
-                        entry, [](void* count) { InterlockedIncrement64(static_cast<LONG64*>(count)); },
-                        &m_counts.emplace_back(name, 0).second);
+                        entry, [](void* count) { InterlockedIncrement64(static_cast<LONG64*>(count)); }, &m_counts[name]);
             });
     }
     CallCounts(const CallCounts&) = delete;
@@ -38,12 +34,9 @@ public:
         for (auto& [name, count] : m_counts)
             InterlockedExchange64(&count, 0);
         action();
-        std::map<std::string, LONG64> counts;
-        for (const auto& [name, count] : m_counts)
-            counts[name] += count;
         LONG64 total = 0;
         std::string names;
-        for (const auto& [name, count] : counts) {
+        for (const auto& [name, count] : m_counts) {
             total += count;
             names += count ? " " + name + " " + std::to_string(count) : "";
         }
@@ -62,6 +55,6 @@ private:
         return false;
     }
 
-    // Of each import; never deleted, since the modules go on counting.
-    std::deque<std::pair<std::string, LONG64>>& m_counts = *new std::deque<std::pair<std::string, LONG64>>;
+    // By function; never deleted, since the modules go on counting.
+    std::map<std::string, LONG64>& m_counts = *new std::map<std::string, LONG64>;
 };

@@ -7,11 +7,11 @@
 
 #include <windows.h>
 
-// As long as it lives others can open the file only as shareMode says.
+// As long as it lives others can open the file or folder only as shareMode says.
 class Held {
 public:
     explicit Held(const std::wstring& nativePath, DWORD shareMode = 0, DWORD access = GENERIC_READ, DWORD disposition = OPEN_EXISTING)
-        : handle(CreateFileW(nativePath.c_str(), access, shareMode, nullptr, disposition, 0, nullptr)) {}
+        : handle(CreateFileW(nativePath.c_str(), access, shareMode, nullptr, disposition, FILE_FLAG_BACKUP_SEMANTICS, nullptr)) {}
     ~Held() {
         if (*this)
             CloseHandle(handle);

@@ -1,6 +1,5 @@
-// In place of the module's operator new and delete where run-time checks are on. Each block lies between known words, and
-// what was freed is filled and kept for a while: writing beside a block, writing into a freed one and freeing twice or what
-// was never allocated end the program where the block is freed, or leaves.
+// The module's operator new and delete where run-time checks are on. Blocks lie between known words, and freed ones are filled and kept for
+// a while: writing beside a block or into a freed one, and freeing twice or what was never allocated, end the program, at the latest then.
 #include <array>
 #include <atomic>
 #include <cstdint>

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <type_traits>
 
 #include <windows.h>
 
@@ -33,16 +34,16 @@ inline void SetImport(void** entry, void* address) {
     VirtualProtect(entry, sizeof(*entry), protection, &protection);
 }
 
-// By a function of the same type, or a lambda that becomes one. Returns what the module called before; null when it does not import the
-// function.
+// By a function of the same type, or a lambda that becomes one. Returns what the module called before; null when it does not import it.
+#define REPLACE(module, function, ...) Replace<decltype(&function)>(module, #function, __VA_ARGS__)
 template <class Function>
-auto Replace(HMODULE module, const char* function, Function replacement) {
+Function Replace(HMODULE module, const char* function, std::type_identity_t<Function> replacement) {
     void* before = nullptr;
     ForEachImport(module, [&](const char* name, void** entry) {
         if (std::strcmp(name, function) == 0)
-            before = *entry, SetImport(entry, reinterpret_cast<void*>(+replacement));
+            before = *entry, SetImport(entry, reinterpret_cast<void*>(replacement));
     });
-    return reinterpret_cast<decltype(+replacement)>(before);
+    return reinterpret_cast<Function>(before);
 }
 
 // From now on the import calls before(context) and then goes on to its function, whatever the arguments are.

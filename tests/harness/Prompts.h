@@ -25,8 +25,8 @@ inline PIDLIST_ABSOLUTE WINAPI Answer(BROWSEINFOW* prompt) {
 }
 // Of a module that was just loaded. Without a dialog no COM either, the making of which takes longer than all else of a save.
 inline bool TakeOver(HMODULE module) {
-    return Replace(module, "CoInitialize", [](void*) -> HRESULT { return S_OK; }) && Replace(module, "CoUninitialize", [] {}) &&
-           Replace(module, "SHBrowseForFolderW", &Answer);
+    return REPLACE(module, CoInitialize, [](auto) -> HRESULT { return S_OK; }) && REPLACE(module, CoUninitialize, [] {}) &&
+           REPLACE(module, SHBrowseForFolderW, Answer);
 }
 // From now on picks this folder; empty: cancels.
 inline void Pick(const std::wstring& folder) {

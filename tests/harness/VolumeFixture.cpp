@@ -1,11 +1,10 @@
 #include "harness/VolumeFixture.h"
 
-#include <fstream>
 #include <iterator>
 
 #include "harness/Prompts.h"
 
-const char* StatusName(VirtualVolumeStatus status) {
+const char* StatusName(Status status) {
     static const char* const names[] = {
         "VVS_Success",      "VVS_PathNotFound",       "VVS_PathAlreadyExists", "VVS_MountFolderNotFound", "VVS_QuelcryptException",
         "VVS_Locked",       "VVS_LockScopeViolation", "VVS_LockTokenNotFound", "VVS_FileNotLocked",       "VVS_Unauthorized",
@@ -15,7 +14,7 @@ const char* StatusName(VirtualVolumeStatus status) {
     return static_cast<std::size_t>(status) < std::size(names) ? names[status] : "?";
 }
 
-void PrintTo(VirtualVolumeStatus status, std::ostream* out) { *out << StatusName(status); }
+void PrintTo(Status status, std::ostream* out) { *out << StatusName(status); }
 
 std::string TextOf(std::size_t bytes, const std::string& first) {
     std::string text;
@@ -34,16 +33,12 @@ std::wstring ConflictName(const std::wstring& name, int number, const wchar_t* w
 }
 
 const char* VolumeFixture::DefaultConfiguration() {
-    return R"({
-  "folders": [
+    return R"({"folders": [
     {"name": "Docs", "path": "Docs", "type": "dropbox", "owner": "O1", "policy": "encrypt", "targetKey": "K1"},
     {"name": "Other", "path": "Other", "type": "general", "owner": "O1", "policy": "encrypt", "targetKey": "K2"},
     {"name": "Theirs", "path": "Theirs", "type": "general", "owner": "O2", "policy": "encrypt", "targetKey": "K1"},
-    {"name": "Plain", "path": "Plain", "type": "general"}
-  ],
-  "passwords": {"K1": "first secret", "K2": "second secret"},
-  "exclude": ["*.tmp", "~$*"]
-})";
+    {"name": "Plain", "path": "Plain", "type": "general"}],
+  "passwords": {"K1": "first secret", "K2": "second secret"}, "exclude": ["*.tmp", "~$*"]})";
 }
 
 void VolumeFixture::SetUp() {
@@ -78,8 +73,10 @@ void VolumeFixture::TearDown() {
     if (m_volume)
         UnloadVolume();
     EXPECT_EQ(0, Companion().liveObjects.load());
-    for (const std::wstring& file : FilesBelow(m_root))
+    for (const std::wstring& file : FilesBelow(m_root)) {
         EXPECT_TRUE(Held(file)) << Narrow(file) << " is held";
+        SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
+    }
     for (const wchar_t* folder : {L"Docs", L"Other", L"Theirs", L"Plain"})
         for (const auto& entry : fs::recursive_directory_iterator(m_root + L"\\" + folder))
             EXPECT_NE(L".HalvaneCloud", entry.path().filename().wstring()) << "a writer's side folder was left behind";
@@ -87,28 +84,26 @@ void VolumeFixture::TearDown() {
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(temp() + L"\\HalvaneCloud", error))
         EXPECT_FALSE(entry.is_directory() && fs::is_empty(entry)) << Narrow(entry.path().wstring()) << " is owned by nobody";
-    for (const std::wstring& file : FilesBelow(m_root))
-        SetFileAttributesW(file.c_str(), FILE_ATTRIBUTE_NORMAL);
     fs::remove_all(m_root, error);
 }
 
-bool VolumeFixture::Takes(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition) {
+bool VolumeFixture::Takes(const std::wstring& path, std::string_view content, std::uint32_t how) {
     void* hFile = nullptr;
     VirtFindData info{};
     const auto size = static_cast<std::int64_t>(content.size());
-    const bool isWritten = Open(&hFile, volumePath, kReadWrite, disposition) == VVS_Success && Write(hFile, content) == VVS_Success;
+    const bool isWritten = Open(&hFile, path, kReadWrite, how) == VVS_Success && Write(hFile, content) == VVS_Success;
     const bool isWhole = size > 0 && (!volume()->GetFileInfo(hFile, &info) || info.fileSize <= size);
     const bool isTaken = isWritten && (isWhole || SetSize(hFile, content.size()) == VVS_Success);
-    if (hFile && !isTaken && disposition == CREATE_NEW)
+    if (hFile && !isTaken && how == CREATE_NEW)
         volume()->Delete(hFile, nullptr);
     Close(hFile);
     return isTaken;
 }
 
-Names VolumeFixture::List(const std::wstring& volumePathSpec) {
+Names VolumeFixture::List(const std::wstring& spec) {
     Names names;
     VirtFindData findData{};
-    void* const hFind = volume()->FindFirstFileW(volumePathSpec.c_str(), &findData);
+    void* const hFind = volume()->FindFirstFileW(spec.c_str(), &findData);
     for (bool isThere = hFind; isThere; isThere = volume()->FindNextFileW(hFind, &findData))
         names.emplace_back(findData.fileName);
     EXPECT_EQ(hFind != nullptr, volume()->FindClose(hFind));
@@ -116,16 +111,10 @@ Names VolumeFixture::List(const std::wstring& volumePathSpec) {
     return names;
 }
 
-std::function<void()> VolumeFixture::SaverElsewhere(const std::wstring& volumePath, std::string_view content) {
-    const std::wstring newer = NativePath(L"newer"), place = StoredPath(volumePath), aside = NativePath(L"aside");
-    const bool isThere = Exists(place);
-    if (isThere)
-        fs::rename(place, aside);
-    Store(volumePath, content);
-    Touch(place);
-    fs::rename(place, newer);
-    if (isThere)
-        fs::rename(aside, place);
+std::function<void()> VolumeFixture::SaverElsewhere(const std::wstring& path, std::string_view content) {
+    const std::wstring newer = NativePath(L"newer"), place = StoredPath(path);
+    IsPlain(path) ? MakePlain(L"newer", content) : MakeEncrypted(path, content, newer);
+    Touch(newer);
     return [=] { MoveFileExW(newer.c_str(), place.c_str(), MOVEFILE_REPLACE_EXISTING); };
 }
 

@@ -2,27 +2,11 @@
 // it, and plain words for what hosts do. Each test runs as a process of its own, so the module's tables begin empty.
 #pragma once
 
-// What the tests are written with.
-#include <algorithm>
-#include <atomic>
-#include <cstdint>
-#include <cstring>
-#include <filesystem>
-#include <functional>
-#include <map>
-#include <mutex>
+// What the tests are written with, besides what the headers of the harness bring.
 #include <ostream>
 #include <set>
-#include <string>
-#include <string_view>
 #include <thread>
 #include <tuple>
-#include <utility>
-#include <vector>
-
-#include <windows.h>
-
-#include <gtest/gtest.h>
 
 #include "companion/Control.h"
 #include "harness/Containers.h"
@@ -32,9 +16,10 @@
 #include "quelcrypt/IVirtualVolume.h"
 #include "quelcrypt/QuelcryptLib.h"
 
+using Status = VirtualVolumeStatus;
 // Statuses print by name.
-const char* StatusName(VirtualVolumeStatus status);
-void PrintTo(VirtualVolumeStatus status, std::ostream* out);
+const char* StatusName(Status status);
+void PrintTo(Status status, std::ostream* out);
 
 // So many bytes in which every place is recognisable, the first in each line.
 std::string TextOf(std::size_t bytes, const std::string& first = "");
@@ -44,6 +29,13 @@ std::wstring ConflictName(const std::wstring& name, int number = 1, const wchar_
 
 #define EXPECT_OK(expression) EXPECT_EQ(VVS_Success, (expression))
 #define ASSERT_OK(expression) ASSERT_EQ(VVS_Success, (expression))
+// Of several calls, which are made in their order.
+#define EXPECT_EACH(expected, ...)            \
+    for (const Status status : {__VA_ARGS__}) \
+    EXPECT_EQ(expected, status)
+
+// Until the module is loaded again, it calls this in place of the platform's function.
+#define REPLACE_IN_VOLUME(function, ...) EXPECT_TRUE(REPLACE(GetModuleHandleW(L"QuelcryptVol64.dll"), function, __VA_ARGS__)) << #function
 
 namespace fs = std::filesystem;
 using Names = std::vector<std::wstring>;
@@ -78,107 +70,90 @@ protected:
         EXPECT_TRUE(FreeLibrary(m_module));
     }
 
-    // Until the module is loaded again, it calls this in place of the platform's function.
-    template <class Function>
-    static void ReplaceInVolume(const char* name, Function function) {
-        EXPECT_TRUE(Replace(GetModuleHandleW(L"QuelcryptVol64.dll"), name, function) != nullptr) << name;
-    }
-
     // Paths: root() holds the mount folders and temp(); "Docs\\a.txt" -> its native path, whether it exists or not.
     const std::wstring& root() const { return m_root; }
     std::wstring temp() const { return m_root + L"\\temp"; }
-    std::wstring NativePath(const std::wstring& volumePath) const { return m_root + L"\\" + volumePath; }
-    std::wstring ContainerPath(const std::wstring& volumePath) const { return NativePath(volumePath) + L".zip"; }
+    std::wstring NativePath(const std::wstring& path) const { return m_root + L"\\" + path; }
+    std::wstring ContainerPath(const std::wstring& path) const { return NativePath(path) + L".zip"; }
     void Configure(const std::string& json) const { WriteRaw(m_root + L"\\quelcrypt.json", json); }
     static const char* DefaultConfiguration();
 
     // As a host does it. Put creates or replaces, Get reads all; failures fail the test and Get then answers "<status>".
-    void Put(const std::wstring& volumePath, std::string_view content) {
-        VirtFindData findData{};
-        EXPECT_TRUE(Takes(volumePath, content, Find(volumePath, &findData) ? OPEN_EXISTING : CREATE_NEW)) << Narrow(volumePath);
+    void Put(const std::wstring& path, std::string_view content) {
+        EXPECT_TRUE(Takes(path, content, Find(path) ? OPEN_EXISTING : CREATE_NEW)) << Narrow(path);
     }
-    std::string Get(const std::wstring& volumePath) {
+    std::string Get(const std::wstring& path) {
         void* hFile = nullptr;
-        const VirtualVolumeStatus status = Open(&hFile, volumePath, GENERIC_READ);
-        if (status != VVS_Success)
-            return std::string("<") + StatusName(status) + ">";
-        const std::string content = Read(hFile);
+        const Status status = Open(&hFile, path, GENERIC_READ);
+        const std::string content = status == VVS_Success ? Read(hFile) : std::string("<") + StatusName(status) + ">";
         Close(hFile);
         return content;
     }
-    VirtualVolumeStatus Open(void** hFile, const std::wstring& volumePath, std::uint32_t access = kReadWrite,
-                             std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr) {
-        return volume()->OpenFile(hFile, volumePath.c_str(), access, kShareAll, disposition, lockToken, nullptr);
+    Status Open(void** hFile, const std::wstring& path, std::uint32_t access = kReadWrite, std::uint32_t how = OPEN_EXISTING,
+                const wchar_t* token = nullptr) {
+        return volume()->OpenFile(hFile, path.c_str(), access, kShareAll, how, token, nullptr);
     }
     // Only tries; what it opened is closed.
-    VirtualVolumeStatus TryOpen(const std::wstring& volumePath, std::uint32_t access = kReadWrite,
-                                std::uint32_t disposition = OPEN_EXISTING, const wchar_t* lockToken = nullptr) {
+    Status TryOpen(const std::wstring& path, auto... how) {
         void* hFile = nullptr;
-        const VirtualVolumeStatus status = Open(&hFile, volumePath, access, disposition, lockToken);
+        const Status status = Open(&hFile, path, how...);
         EXPECT_EQ(status == VVS_Success, hFile != nullptr);
         Close(hFile);
         return status;
     }
-    void* MustOpen(const std::wstring& volumePath, std::uint32_t access = kReadWrite, std::uint32_t disposition = OPEN_EXISTING,
-                   const wchar_t* lockToken = nullptr) {
+    void* MustOpen(const std::wstring& path, auto... how) {
         void* hFile = nullptr;
-        EXPECT_OK(Open(&hFile, volumePath, access, disposition, lockToken)) << Narrow(volumePath);
+        EXPECT_OK(Open(&hFile, path, how...)) << Narrow(path);
         return hFile;
     }
-    // Opens and writes at the start.
-    void* OpenEdited(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition = OPEN_EXISTING) {
-        void* const hFile = MustOpen(volumePath, kReadWrite, disposition);
+    void* OpenEdited(const std::wstring& path, std::string_view content, std::uint32_t how = OPEN_EXISTING) {
+        void* const hFile = MustOpen(path, kReadWrite, how);
         EXPECT_OK(Write(hFile, content));
         return hFile;
     }
     // Whether the volume took the content; a close tells nobody what becomes of it.
-    bool Takes(const std::wstring& volumePath, std::string_view content, std::uint32_t disposition = OPEN_EXISTING);
-    VirtualVolumeStatus Write(void* hFile, std::string_view content, std::uint64_t offset = 0) {
+    bool Takes(const std::wstring& path, std::string_view content, std::uint32_t how = OPEN_EXISTING);
+    Status Write(void* hFile, std::string_view content, std::uint64_t offset = 0) {
         std::uint32_t written = 0;
-        const VirtualVolumeStatus status =
-            volume()->WriteFile(hFile, offset, content.data(), static_cast<std::uint32_t>(content.size()), &written, nullptr);
+        const Status status = volume()->WriteFile(hFile, offset, content.data(), std::uint32_t(content.size()), &written, nullptr);
         EXPECT_TRUE(status != VVS_Success || written == content.size());
         return status;
     }
     std::string Read(void* hFile, std::uint64_t offset = 0, std::uint32_t size = 1 << 20) {
         std::string content(size, '\0');
         std::uint32_t done = 0;
-        const VirtualVolumeStatus status = volume()->ReadFile(hFile, offset, content.data(), size, &done, nullptr);
-        if (status != VVS_Success)
-            return std::string("<") + StatusName(status) + ">";
+        const Status status = volume()->ReadFile(hFile, offset, content.data(), size, &done, nullptr);
         content.resize(done);
-        return content;
+        return status == VVS_Success ? content : std::string("<") + StatusName(status) + ">";
     }
-    VirtualVolumeStatus SetSize(void* hFile, std::uint64_t size) { return volume()->SetFileSize(hFile, size, nullptr); }
+    Status SetSize(void* hFile, std::uint64_t size) { return volume()->SetFileSize(hFile, size, nullptr); }
     void Close(void* hFile) { volume()->CloseFile(hFile, nullptr); }
-    VirtualVolumeStatus Delete(const std::wstring& volumePath) {
+    Status Delete(const std::wstring& path) {
         void* hFile = nullptr;
-        const VirtualVolumeStatus opened = Open(&hFile, volumePath, DELETE);
-        const VirtualVolumeStatus status = opened == VVS_Success ? volume()->Delete(hFile, nullptr) : opened;
+        const Status opened = Open(&hFile, path, DELETE), status = opened == VVS_Success ? volume()->Delete(hFile, nullptr) : opened;
         Close(hFile);
         return status;
     }
-    VirtualVolumeStatus Move(const std::wstring& from, const std::wstring& to, const wchar_t* token = nullptr) {
+    Status Move(const std::wstring& from, const std::wstring& to, const wchar_t* token = nullptr) {
         return volume()->MoveFileW(from.c_str(), to.c_str(), token);
     }
-    VirtualVolumeStatus Copy(const std::wstring& from, const std::wstring& to, const wchar_t* token = nullptr) {
+    Status Copy(const std::wstring& from, const std::wstring& to, const wchar_t* token = nullptr) {
         return volume()->CopyFileW(from.c_str(), to.c_str(), token);
     }
-    VirtualVolumeStatus Rename(void* hFile, const std::wstring& to, const wchar_t* token = nullptr) {
+    Status Rename(void* hFile, const std::wstring& to, const wchar_t* token = nullptr) {
         return volume()->RenameFile(hFile, nullptr, to.c_str(), token);
     }
-    VirtualVolumeStatus Rename(const std::wstring& from, const std::wstring& to) {
+    Status Rename(const std::wstring& from, const std::wstring& to) {
         void* hFile = nullptr;
-        const VirtualVolumeStatus opened = Open(&hFile, from), status = opened == VVS_Success ? Rename(hFile, to) : opened;
+        const Status opened = Open(&hFile, from), status = opened == VVS_Success ? Rename(hFile, to) : opened;
         Close(hFile);
         return status;
     }
-    Names List(const std::wstring& volumePathSpec);  // the names that a search shows, sorted
-    bool Find(const std::wstring& volumePath, VirtFindData* findData) { return volume()->FindFile(volumePath.c_str(), findData); }
-    // Of what must be found.
-    VirtFindData Record(const std::wstring& volumePath) {
+    Names List(const std::wstring& spec);  // the names that a search shows, sorted
+    bool Find(const std::wstring& path, VirtFindData&& found = {}) { return volume()->FindFile(path.c_str(), &found); }
+    VirtFindData Record(const std::wstring& path) {
         VirtFindData findData{};
-        EXPECT_TRUE(Find(volumePath, &findData)) << Narrow(volumePath);
+        EXPECT_TRUE(volume()->FindFile(path.c_str(), &findData)) << Narrow(path);
         return findData;
     }
     VirtFindData InfoOf(void* hFile) {
@@ -186,38 +161,35 @@ protected:
         EXPECT_TRUE(volume()->GetFileInfo(hFile, &findData));
         return findData;
     }
-    LockInfo NewLock(LockScope scope = LockScope_Exclusive) const {
+    static LockInfo NewLock(LockScope scope = LockScope_Exclusive) {
         LockInfo lockInfo{};
         lockInfo.timeout = 3600;
         lockInfo.scope = scope;
         wcscpy(lockInfo.owner, L"a tester");
         return lockInfo;
     }
-    VirtualVolumeStatus TryLock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive) {
-        LockInfo lockInfo = NewLock(scope);
-        return volume()->Lock(volumePath.c_str(), &lockInfo);
-    }
+    Status TryLock(const std::wstring& path, LockInfo&& lockInfo = NewLock()) { return volume()->Lock(path.c_str(), &lockInfo); }
     // Takes a lock, which must succeed, and returns its token. The teardown releases what is held then.
-    std::wstring Lock(const std::wstring& volumePath, LockScope scope = LockScope_Exclusive) {
+    std::wstring Lock(const std::wstring& path, LockScope scope = LockScope_Exclusive) {
         LockInfo lockInfo = NewLock(scope);
-        EXPECT_OK(volume()->Lock(volumePath.c_str(), &lockInfo)) << Narrow(volumePath);
-        m_locks[lockInfo.token] = volumePath;
+        EXPECT_OK(volume()->Lock(path.c_str(), &lockInfo)) << Narrow(path);
+        m_locks[lockInfo.token] = path;
         return lockInfo.token;
     }
     // Nothing without a token.
-    void Unlock(const std::wstring& volumePath, const std::wstring& token) {
+    void Unlock(const std::wstring& path, const std::wstring& token) {
         m_locks.erase(token);
-        EXPECT_TRUE(token.empty() || volume()->Unlock(volumePath.c_str(), token.c_str()) == VVS_Success) << Narrow(volumePath);
+        EXPECT_TRUE(token.empty() || volume()->Unlock(path.c_str(), token.c_str()) == VVS_Success) << Narrow(path);
     }
 
     // Behind the volume's back, on disk.
-    void MakeFolder(const std::wstring& volumePath) const { fs::create_directories(NativePath(volumePath)); }
-    void MakePlain(const std::wstring& volumePath, std::string_view content) const { WriteRaw(NativePath(volumePath), content); }
+    void MakeFolder(const std::wstring& path) const { fs::create_directories(NativePath(path)); }
+    void MakePlain(const std::wstring& path, std::string_view content) const { WriteRaw(NativePath(path), content); }
     // Made where there is a key and then put in place, which may be a folder without one.
-    void MakeEncrypted(const std::wstring& volumePath, std::string_view content) {
+    void MakeEncrypted(const std::wstring& path, std::string_view content, const std::wstring& place = {}) {
         const std::wstring making = NativePath(L"Docs\\making.zip");
-        Encrypt(making, content, {.name = fs::path(volumePath).filename().wstring()});
-        fs::rename(making, ContainerPath(volumePath));
+        Encrypt(making, content, {.name = fs::path(path).filename().wstring()});
+        fs::rename(making, place.empty() ? ContainerPath(path) : place);
     }
     // In the form in which a folder stores a file: plain in "Plain", encrypted elsewhere.
     static bool IsPlain(const std::wstring& path) { return path.starts_with(L"Plain"); }
@@ -230,7 +202,7 @@ protected:
     }
     // Makes ready what another machine saves: another version, with another time. The sync client puts it in place, in one step, when the
     // result is called.
-    std::function<void()> SaverElsewhere(const std::wstring& volumePath, std::string_view content);
+    std::function<void()> SaverElsewhere(const std::wstring& path, std::string_view content);
     // "<none>" when there is no container, "<unreadable>" when the companion cannot read it.
     std::string ContainerContent(const std::wstring& nativeContainerPath) {
         try {
@@ -240,7 +212,6 @@ protected:
         }
     }
     static bool Exists(const std::wstring& nativePath) { return GetFileAttributesW(nativePath.c_str()) != INVALID_FILE_ATTRIBUTES; }
-    // Every file below a folder whose bytes hold the text.
     static Names FilesHolding(const std::wstring& nativeFolder, std::string_view text) {
         Names files = FilesBelow(nativeFolder);
         std::erase_if(files, [&](const std::wstring& file) { return ReadRaw(file).find(text) == std::string::npos; });
@@ -261,18 +232,15 @@ protected:
     }
     // Until the module is loaded again, it does not pause before it tries again what others make fail; scanners are done by then.
     static void TryAgainAtOnce() {
-        ReplaceInVolume("Sleep", [](DWORD) { windows_rules::Release(); });
+        REPLACE_IN_VOLUME(Sleep, [](DWORD) { windows_rules::Release(); });
     }
     // Moves a file's write time, so that it differs from what it was.
     static void Touch(const std::wstring& nativePath) {
-        const HANDLE hFile = CreateFileW(nativePath.c_str(), FILE_WRITE_ATTRIBUTES | FILE_READ_ATTRIBUTES, kShareAll, nullptr,
-                                         OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
-        ASSERT_NE(INVALID_HANDLE_VALUE, hFile) << Narrow(nativePath);
+        const Held file(nativePath, kShareAll, FILE_WRITE_ATTRIBUTES | FILE_READ_ATTRIBUTES);
         FILETIME time{};
-        GetFileTime(hFile, nullptr, nullptr, &time);
+        GetFileTime(file.handle, nullptr, nullptr, &time);
         time.dwLowDateTime += 70'000'000;  // seven seconds on
-        EXPECT_TRUE(SetFileTime(hFile, nullptr, nullptr, &time));
-        CloseHandle(hFile);
+        EXPECT_TRUE(SetFileTime(file.handle, nullptr, nullptr, &time)) << Narrow(nativePath);
     }
 
     // Temp files of items: edits with a tracking file, and beside them retained copies, each in a folder.
@@ -285,12 +253,12 @@ protected:
         std::error_code error;
         return static_cast<std::size_t>(std::distance(fs::directory_iterator(temp() + L"\\HalvaneCloud", error), {}));
     }
-    void ExpectUnsavedEdits(std::size_t count) { m_expectedUnsaved = count; }
+    std::size_t m_expectedUnsaved = 0;
     // An edit whose save failed waits for a document; one with "base" is made when it is missing.
-    void LeaveUnsavedEdit(const std::wstring& volumePath, std::string_view edit) {
-        if (!Exists(ContainerPath(volumePath)))
-            MakeEncrypted(volumePath, "base");
-        Failing("Quelcrypt_FileWriterFactory", Fault::Error, [&] { Put(volumePath, edit); });
+    void LeaveUnsavedEdit(const std::wstring& path, std::string_view edit) {
+        if (!Exists(ContainerPath(path)))
+            MakeEncrypted(path, "base");
+        Failing("Quelcrypt_FileWriterFactory", Fault::Error, [&] { Put(path, edit); });
     }
 
     // The companion library's side. Null: all calls but the logger's.
@@ -325,6 +293,5 @@ private:
     std::wstring m_root;
     HMODULE m_module = nullptr;
     IVirtualVolume* m_volume = nullptr;
-    std::size_t m_expectedUnsaved = 0;
     std::map<std::wstring, std::wstring> m_locks;  // the paths of tokens
 };

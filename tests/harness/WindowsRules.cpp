@@ -61,8 +61,7 @@ bool IsHeld(const std::wstring& key) {
            std::ranges::any_of(g_state.opened, [&](const auto& open) { return holds(open.second); });
 }
 
-// Nobody can open a file that is marked for deletion; its name stays until its last handle is closed ("FILE_DISPOSITION_INFO",
-// "DeleteFile").
+// Nobody can open a file that is marked for deletion; its name stays until its last handle is closed ("DeleteFile").
 void SetToBeDeleted(const std::wstring& key, bool isMarked) {
     if (windows_rules::Has('e') && isMarked && IsHeld(key))
         g_state.toBeDeleted.insert(key);
@@ -90,14 +89,12 @@ void CloseScanners(int calls) {
     SetLastError(error);
 }
 
-// Scanners and indexers open a file after its writer has closed it; every second one does not let others delete or rename it meanwhile
-// ("CreateFile", dwShareMode).
+// Scanners open a file after its writer has closed it; every second one lets nobody delete or rename it meanwhile ("CreateFile").
 void Scan(const std::wstring& key) {
     if (!windows_rules::Has('b'))
         return;
     const DWORD share = g_state.scans++ % 2 ? kShareAll : kShareAll & ~static_cast<DWORD>(FILE_SHARE_DELETE);
-    const HANDLE handle =
-        REAL(CreateFileW)((L"\\\\?\\" + key).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    const HANDLE handle = REAL(CreateFileW)((L"\\\\?\\" + key).c_str(), GENERIC_READ, share, nullptr, OPEN_EXISTING, 0, nullptr);
     if (handle != INVALID_HANDLE_VALUE)
         g_state.scanners.push_back({handle, key, kScannersCalls});
 }
@@ -200,34 +197,32 @@ LONG NTAPI SetInformationOf(HANDLE handle, void* status, void* data, ULONG size,
 }
 
 void ReplaceIn(HMODULE module) {
-    Replace(module, "CreateFileW", OpenFile);
-    Replace(module, "CloseHandle", CloseFile);
-    Replace(module, "DuplicateHandle",
-            [](HANDLE from, HANDLE file, HANDLE to, LPHANDLE copy, DWORD access, BOOL inherit, DWORD options) -> BOOL {
-                const BOOL isDone = DuplicateHandle(from, file, to, copy, access, inherit, options);
-                const std::lock_guard guard(g_state.mutex);
-                if (const auto opened = g_state.opened.find(file); isDone && opened != g_state.opened.end())
-                    g_state.opened[*copy] = opened->second;
-                return isDone;
-            });
-    Replace(module, "GetFileInformationByHandleEx", TellOfOpen);
-    Replace(module, "GetProcAddress", [](HMODULE from, LPCSTR name) -> FARPROC {
+    REPLACE(module, CreateFileW, OpenFile);
+    REPLACE(module, CloseHandle, CloseFile);
+    REPLACE(module, DuplicateHandle, [](auto from, auto file, auto to, auto copy, auto... rest) -> BOOL {
+        const BOOL isDone = DuplicateHandle(from, file, to, copy, rest...);
+        const std::lock_guard guard(g_state.mutex);
+        if (const auto opened = g_state.opened.find(file); isDone && opened != g_state.opened.end())
+            g_state.opened[*copy] = opened->second;
+        return isDone;
+    });
+    REPLACE(module, GetFileInformationByHandleEx, TellOfOpen);
+    REPLACE(module, GetProcAddress, [](auto from, auto name) -> FARPROC {
         const FARPROC function = GetProcAddress(from, name);
         if (std::strcmp(name, "ZwSetInformationFile") != 0)
             return function;
         g_setInformation = reinterpret_cast<SetInformation>(reinterpret_cast<void*>(function));
         return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(SetInformationOf));
     });
-    Replace(module, "SetFileTime", [](HANDLE handle, const FILETIME* made, const FILETIME* read, const FILETIME* written) -> BOOL {
+    REPLACE(module, SetFileTime, [](auto handle, auto made, auto read, auto written) -> BOOL {
         const std::lock_guard guard(g_state.mutex);
         if (const auto opened = g_state.opened.find(handle); written && opened != g_state.opened.end())
             opened->second.timeByHand = *written;
         return REAL(SetFileTime)(handle, made, read, written);
     });
-    Replace(module, "Sleep", [](DWORD ms) { CloseScanners(4), Sleep(ms); });
-    Replace(module, "GetFileAttributesW",
-            [](LPCWSTR path) -> DWORD { return IsRefused(path) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(path); });
-    Replace(module, "GetFileAttributesExW", [](LPCWSTR path, GET_FILEEX_INFO_LEVELS level, LPVOID data) -> BOOL {
+    REPLACE(module, Sleep, [](auto ms) { CloseScanners(4), Sleep(ms); });
+    REPLACE(module, GetFileAttributesW, [](auto at) { return IsRefused(at) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(at); });
+    REPLACE(module, GetFileAttributesExW, [](auto path, auto level, auto data) -> BOOL {
         if (IsRefused(path) || !REAL(GetFileAttributesExW)(path, level, data))
             return FALSE;
         auto* const told = static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
@@ -236,16 +231,12 @@ void ReplaceIn(HMODULE module) {
         told->ftLastWriteTime = TimeOf(writeTime);
         return TRUE;
     });
-    Replace(module, "SetFileAttributesW",
-            [](LPCWSTR path, DWORD attributes) -> BOOL { return !IsRefused(path) && REAL(SetFileAttributesW)(path, attributes); });
-    Replace(module, "FindFirstFileW", [](LPCWSTR path, LPWIN32_FIND_DATAW data) {
-        return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileW)(path, data);
-    });
-    Replace(module, "FindFirstFileExW",
-            [](LPCWSTR path, FINDEX_INFO_LEVELS level, LPVOID data, FINDEX_SEARCH_OPS op, LPVOID filter, DWORD flags) {
-                return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileExW)(path, level, data, op, filter, flags);
-            });
-    Replace(module, "DeleteFileW", [](LPCWSTR path) -> BOOL {
+    REPLACE(module, SetFileAttributesW, [](auto at, auto bits) -> BOOL { return !IsRefused(at) && REAL(SetFileAttributesW)(at, bits); });
+    REPLACE(module, FindFirstFileW,
+            [](auto path, auto data) { return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileW)(path, data); });
+    REPLACE(module, FindFirstFileExW,
+            [](auto path, auto... rest) { return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileExW)(path, rest...); });
+    REPLACE(module, DeleteFileW, [](auto path) -> BOOL {
         CloseScanners(1);
         if (IsRefused(path) || !REAL(DeleteFileW)(path))
             return FALSE;
@@ -253,7 +244,7 @@ void ReplaceIn(HMODULE module) {
         SetToBeDeleted(KeyOf(path), true);
         return TRUE;
     });
-    Replace(module, "MoveFileExW", [](LPCWSTR from, LPCWSTR to, DWORD flags) -> BOOL {
+    REPLACE(module, MoveFileExW, [](auto from, auto to, auto flags) -> BOOL {
         CloseScanners(1);
         if (IsRefused(from) || IsRefused(to) || !REAL(MoveFileExW)(from, to, flags))
             return FALSE;
@@ -261,7 +252,7 @@ void ReplaceIn(HMODULE module) {
         g_state.looks[KeyOf(to)] = 0;
         return TRUE;
     });
-    Replace(module, "CopyFileW", [](LPCWSTR from, LPCWSTR to, BOOL isNew) -> BOOL {
+    REPLACE(module, CopyFileW, [](auto from, auto to, auto isNew) -> BOOL {
         CloseScanners(1);
         if (IsRefused(from) || IsRefused(to) || !REAL(CopyFileW)(from, to, isNew))
             return FALSE;
@@ -269,11 +260,8 @@ void ReplaceIn(HMODULE module) {
         Scan(KeyOf(to));
         return TRUE;
     });
-    Replace(module, "CreateDirectoryW", [](LPCWSTR path, LPSECURITY_ATTRIBUTES rights) -> BOOL {
-        return !IsTooLong(path, 247) && REAL(CreateDirectoryW)(path, rights);
-    });
-    Replace(module, "RemoveDirectoryW",
-            [](LPCWSTR path) -> BOOL { return CloseScanners(1), !IsTooLong(path) && REAL(RemoveDirectoryW)(path); });
+    REPLACE(module, CreateDirectoryW, [](auto at, auto who) -> BOOL { return !IsTooLong(at, 247) && REAL(CreateDirectoryW)(at, who); });
+    REPLACE(module, RemoveDirectoryW, [](auto path) -> BOOL { return CloseScanners(1), !IsTooLong(path) && REAL(RemoveDirectoryW)(path); });
 }
 
 // When a test itself accesses the disk, the scanners have finished: each import of the tests calls Release first.

@@ -95,19 +95,15 @@ TEST(PathsAndErrors, TrackingFilesHaveTheirWholeShape) {
 }
 
 TEST(PathsAndErrors, LongPathsGoToThePlatformInItsLongForm) {
-    const std::wstring name(240, L'n');
+    const std::wstring name(240, L'n'), at = L"C:\\" + name, atLong = L"\\\\?\\" + at, share = L"server\\share\\" + name;
+    // clang-format off
     const std::tuple<std::wstring, std::wstring> rows[] = {
-        {L"C:\\a\\.\\b", L"C:\\a\\.\\b"},  // short ones are the platform's affair
-        {L"C:\\" + name + L"\\abc", L"C:\\" + name + L"\\abc"},
-        {L"C:\\" + name + L"\\abcd", L"\\\\?\\C:\\" + name + L"\\abcd"},
-        {L"C:/" + name + L"/bb/c", L"\\\\?\\C:\\" + name + L"\\bb\\c"},
-        {L"C:\\" + name + L"\\.\\b\\..\\c", L"\\\\?\\C:\\" + name + L"\\c"},
-        {L"C:\\" + name + L"\\.name\\..b", L"\\\\?\\C:\\" + name + L"\\.name\\..b"},
-        {L"\\\\server\\share\\" + name, L"\\\\?\\UNC\\server\\share\\" + name},
-        {L"\\\\?\\C:\\" + name + L"\\abcd", L"\\\\?\\C:\\" + name + L"\\abcd"},
-        {L"\\\\?\\UNC\\server\\share\\" + name, L"\\\\?\\UNC\\server\\share\\" + name},
-        {L"\\\\.\\pipe\\" + name + L"\\abcd", L"\\\\.\\pipe\\" + name + L"\\abcd"},
-    };
+        {L"C:\\a\\.\\b", L"C:\\a\\.\\b"}, {at + L"\\abc", at + L"\\abc"},  // short ones are the platform's affair
+        {at + L"\\abcd", atLong + L"\\abcd"}, {L"C:/" + name + L"/bb/c", atLong + L"\\bb\\c"}, {at + L"\\.\\b\\..\\c", atLong + L"\\c"},
+        {at + L"\\.name\\..b", atLong + L"\\.name\\..b"}, {L"\\\\" + share, L"\\\\?\\UNC\\" + share},
+        {atLong + L"\\abcd", atLong + L"\\abcd"}, {L"\\\\?\\UNC\\" + share, L"\\\\?\\UNC\\" + share},
+        {L"\\\\.\\pipe\\" + name + L"\\abcd", L"\\\\.\\pipe\\" + name + L"\\abcd"}};
+    // clang-format on
     for (const auto& [path, handed] : rows) {
         EXPECT_EQ(handed, PlatformPath(path).c_str()) << ::testing::PrintToString(path);
         EXPECT_EQ(handed, PlatformPath(path.c_str()).c_str());

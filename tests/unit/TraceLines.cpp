@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <map>
-#include <tuple>
 
 TEST(TraceLines, NumbersAndFlagsShowTheirNames) {
     const std::pair<std::wstring (*)(std::uint32_t), std::map<std::uint32_t, std::wstring>> rows[] = {

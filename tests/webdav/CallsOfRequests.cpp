@@ -1,6 +1,5 @@
-// What requests cost, in the one form that is the same on every machine: the file system calls of the server, the volume and its
-// companion library. The budgets are what the code needs today; who makes a request cheaper lowers its budget with it. Only a
-// listing costs more in a larger folder.
+// The file system calls of the server, the volume and its companion library, for each request but a listing the same in folders of any
+// size. The budgets are what the code needs today; whoever makes a request cheaper also lowers its budget.
 #include <filesystem>
 #include <fstream>
 #include <tuple>

@@ -253,13 +253,11 @@ def slow_and_idle_clients_hold_up_nobody(dav):
     before = memory()
     body = b'PROPFIND /' + HEAD + b'Content-Length: 130000\r\n\r\n' + b' ' * 129_999
     for start, number in ((b'', 50), (b'GET / HT', 100), (body, 25)):  # the last ones are being answered, and make no room
-        waiting = [dav.connect() for _ in range(number)]
-        for connection in waiting:
-            send(connection, start)
-        status(dav('GET', '/'), 200)
-        expect(memory() - before < MOST_MEMORY, f'{number} connections: {memory() - before} bytes more')
-        for connection in waiting:
-            connection.close()
+        with contextlib.ExitStack() as waiting:
+            for _ in range(number):
+                send(waiting.enter_context(dav.connect()), start)
+            status(dav('GET', '/'), 200)
+            expect(memory() - before < MOST_MEMORY, f'{number} connections: {memory() - before} bytes more')
     uploads = [dav.connect() for _ in range(34)]
     for connection in uploads:
         connection.sendall(b'PUT /Plain/upload.bin' + HEAD + b'Content-Length: 90000000\r\n\r\n')

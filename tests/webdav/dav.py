@@ -78,9 +78,9 @@ class Server:
             status(self('MKCOL', folder + member) if member[-1:] in ('', '/') else self('PUT', folder + member, member), 201)
         return folder
 
-    def both(self, name):
+    def both(self, name, *members):
         """The same where files are encrypted and where they are not."""
-        return [self.fresh(name, top=top) for top in ('/Docs/', '/Plain/')]
+        return [self.fresh(name, *members, top=top) for top in ('/Docs/', '/Plain/')]
 
 
 def token_of(answer):

@@ -27,9 +27,8 @@ def explorer_saves(dav):
 
 
 def word_and_excel_save(dav):
-    for folder in dav.both('word'):
+    for folder in dav.both('word', 'report.docx'):
         original, owner, temp, backup = (folder + name for name in ('report.docx', '~$report.docx', '~WRD0001.tmp', '~WRL0002.tmp'))
-        status(dav('PUT', original, b'first'), 201)
         for new in (b'second', b'third, longer'):
             status(dav('PUT', owner, b'Ann'), 201)
             token = token_of(dav.lock(original))
@@ -46,17 +45,15 @@ def word_and_excel_save(dav):
 
 
 def moving_onto_a_locked_file(dav):
-    for folder in dav.both('onto'):
-        original, temp = folder + 'book.xlsx', folder + '1A2B3C.tmp'
-        status(dav('PUT', original, b'old and longer than the new one'), 201)
-        status(dav('PUT', temp, b'new'), 201)
+    for folder in dav.both('onto', 'quarterly.xlsx', '1A2B3C.tmp'):
+        original, temp = folder + 'quarterly.xlsx', folder + '1A2B3C.tmp'
         with dav.locked(original) as token:
             status(dav('MOVE', temp, to=original), 423)
             # An untagged list speaks of the request's own URL, which has no lock.
             status(dav('MOVE', temp, to=original, If=f'({token})'), 412)
-            dav.holds(original, b'old and longer than the new one')
+            dav.holds(original, b'quarterly.xlsx')
             status(dav('MOVE', temp, to=original, If=f'<{dav.url(original)}> ({token})'), 204)
-            dav.holds(original, b'new')
+            dav.holds(original, b'1A2B3C.tmp')
             status(dav('PUT', original, b'without the token'), 423)  # the lock has stayed
             status(dav('PUT', original, b'newer', If=f'({token})'), 204)
         dav.holds(original, b'newer')
@@ -158,14 +155,13 @@ def conditions(dav):
 
 
 def broken_uploads(dav):
-    for folder in dav.both('broken'):
+    for folder in dav.both('broken', 'a.txt'):
         path = folder + 'a.txt'
-        status(dav('PUT', path, b'old'), 201)
         head = f'PUT {path} HTTP/1.1\r\nHost: localhost\r\n'.encode()
         dav.raw(head + b'Content-Length: 5000000\r\n\r\n' + b'x' * 2000000)
         dav.raw(head + b'Transfer-Encoding: chunked\r\n\r\n5\r\nhello\r\n')
         dav.raw(head.replace(b'a.txt', b'never.txt') + b'Content-Length: 10\r\n\r\nhalf')
-        dav.holds(path, b'old')
+        dav.holds(path, b'a.txt')
         expect(dav.listing(folder) == [path], f'{dav.listing(folder)}')
         # The client tries again, and then repeats a request whose answer it did not see.
         for _ in range(2):
