@@ -39,6 +39,17 @@ void RequireUnprotected(const SettingsFile& file, const std::wstring& path) {
                             " protected already" + (folder.name.empty() ? "" : ", as " + folder.name));
 }
 
+void RequireName(const SettingsFile& file, const std::wstring& name) {
+    const char* problem = VolumePath::ComponentProblem(name);
+    if (name.size() < 2)
+        problem = "it has fewer than two characters";
+    for (const companion::ConfiguredFolder& folder : file.Get().folders)
+        if (EqualNoCase(ToUtf16(folder.name), name))
+            problem = "another mount folder has it";
+    if (problem)
+        throw HostError(ToUtf8(name) + ": not possible as the name of a mount folder: " + problem + "; --name gives it another name");
+}
+
 // Adds the folder to the configuration as it is now, because somebody else may have changed it while questions were asked.
 companion::KeyFolder Add(SettingsFile& file, const std::wstring& path, const std::wstring& name, const companion::PasswordSource& source) {
     RequireUnprotected(file, path);
@@ -62,10 +73,7 @@ void Init(const Options& options) {
     SettingsFile file(companion::SettingsPath());
     RequireUnprotected(file, path);
     const std::wstring name = NameFor(options, path);
-    if (const char* problem = VolumePath::ComponentProblem(name))
-        throw HostError(ToUtf8(name) + ": not a valid name for a mount folder: " + problem);
-    if (name.size() < 2)
-        throw HostError(ToUtf8(name) + ": the name of a mount folder has at least two characters; --name gives it another");
+    RequireName(file, name);
     Add(file, path, name, {companion::PasswordSource::Kind::Prompt, {}});  // reports errors before the question for the password
     const NewPassword password = ChoosePassword(options.password, ToUtf8(name));
     MakeFolder(path);

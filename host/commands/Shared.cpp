@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "commands/Commands.h"
 #include "core/Checks.h"
 #include "core/Conflicts.h"

@@ -17,7 +17,9 @@ void RequireMountFolders(const Volume& volume) {
 }
 
 std::string UnusableConfiguration(const std::string& problem) {
-    return "the configuration cannot be used: " + ToShown(companion::SettingsPath()) + " " + problem +
+    const std::size_t comma = problem.find(','), end = problem.find(')');  // "(line,column): reason"
+    return "the configuration cannot be used: " + ToShown(companion::SettingsPath()) + ", line " + problem.substr(1, comma - 1) +
+           ", column " + problem.substr(comma + 1, end - comma - 1) + problem.substr(end + 1) +
            "; correct it there, or rename the file and protect the folders again with 'quelvol init'";
 }
 

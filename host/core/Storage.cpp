@@ -56,8 +56,8 @@ Stored Storage::ReasonInClear(const std::wstring& name) {
     return name.find(L'.') == name.npos ? Stored::NoExtension : Stored::InClear;
 }
 
-Stored Storage::OfNew(const std::wstring& name) const {
-    const Stored reason = m_hasPolicy ? ReasonInClear(name) : Stored::NoPolicy;
+Stored Storage::OfNewEncrypted(const std::wstring& name) {
+    const Stored reason = ReasonInClear(name);
     return reason == Stored::InClear ? Stored::Encrypted : reason;
 }
 
@@ -69,8 +69,9 @@ void Exposed::Note(const VolumePath& path, Stored stored) {
 }
 
 void Exposed::Note(const Volume& volume, const Entry& source, const VolumePath& target) {
+    const bool stays = source.path.Parent().Equals(target.Parent());  // in its folder, which then need not be asked for its policy
     if (source.data.itemType == VIT_EncryptedFile || source.IsConflict())
-        Note(target, Storage(volume, target.Parent()).OfNew(target.Name()));
+        Note(target, stays ? Storage::OfNewEncrypted(target.Name()) : Storage(volume, target.Parent()).OfNew(target.Name()));
 }
 
 std::string Exposed::Text() const {

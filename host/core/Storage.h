@@ -21,7 +21,9 @@ public:
     // Opens only ZIP files that are not containers, to find damaged containers among them. Not for folders.
     Stored Of(const Entry& entry) const;
     // How a new document of this name is stored.
-    Stored OfNew(const std::wstring& name) const;
+    Stored OfNew(const std::wstring& name) const { return m_hasPolicy ? OfNewEncrypted(name) : Stored::NoPolicy; }
+    // The same in any folder with a policy.
+    static Stored OfNewEncrypted(const std::wstring& name);
     // Would a document under this name be stored unencrypted, although the folder has a policy?
     bool Exposes(const std::wstring& name) const { return m_hasPolicy && OfNew(name) != Stored::Encrypted; }
     // Are the folder's documents stored encrypted?

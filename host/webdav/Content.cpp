@@ -217,13 +217,14 @@ private:
 
 // How a document that is not encrypted is stored, told once.
 void TellIfExposed(State& state, const Resource& stored) {
-    if (stored.entry->data.itemType != VIT_PlainFile)
+    const VolumePath folder = stored.path.Parent();
+    if (stored.entry->data.itemType != VIT_PlainFile || state.told.Knows(stored.path) || state.told.Knows(folder))
         return;
-    const Stored how = Storage(state.volume, stored.path.Parent()).OfNew(stored.path.Name());
+    const Stored how = Storage(state.volume, folder).OfNew(stored.path.Name());
     Exposed exposed;
     exposed.Note(stored.path, how);
     if (const std::string text = exposed.Text(); !text.empty())
-        state.told.Tell(how == Stored::NoPolicy ? stored.path.Parent() : stored.path, text);
+        state.told.Tell(how == Stored::NoPolicy ? folder : stored.path, text);
 }
 
 // Returns what is stored: a conflict copy gets the ordinary name of its container.

@@ -21,6 +21,10 @@ namespace webdav {
 // Tells the person who runs the server something once about each path. Any thread.
 class ToldOnce {
 public:
+    bool Knows(const VolumePath& about) {
+        const std::lock_guard guard(m_mutex);
+        return m_paths.contains(about);
+    }
     void Tell(const VolumePath& about, const std::string& text) {
         const std::lock_guard guard(m_mutex);
         if (m_paths.size() >= limits::toldPaths)
