@@ -26,9 +26,10 @@ void Remove(const Volume& volume, const Entry& entry, const FileDone& done) {
     if (!volume.IsItself(entry) && volume.RemoveLink(entry.path))
         return;
     if (entry.IsFolder()) {
-        Search search(volume, entry.path);
-        for (Entry child; search.Next(child);)
+        ForEachEntry(volume, entry.path, [&](const Entry& child) {
             Remove(volume, child, done);
+            return true;
+        });
         volume.RemoveReserved(entry.path);
     }
     Delete(volume, entry);
@@ -45,9 +46,10 @@ void RefuseLink(const Volume& volume, const Entry& entry) {
 template <class Transfer>
 void TransferChildren(const Volume& volume, const Entry& source, const VolumePath& target, const FileDone& done, Transfer transfer) {
     volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder);
-    Search search(volume, source.path);
-    for (Entry child; search.Next(child);)
+    ForEachEntry(volume, source.path, [&](const Entry& child) {
         transfer(volume, child, FreeTarget(volume, target, child), done);
+        return true;
+    });
 }
 
 }  // namespace
@@ -81,6 +83,6 @@ void MoveTree(const Volume& volume, const Entry& source, const VolumePath& targe
             throw;
     }
     TransferChildren(volume, source, target, done, MoveTree);
-    volume.RemoveReserved(source.path);
+    volume.MoveReserved(source.path, target);
     Delete(volume, source);
 }

@@ -169,6 +169,16 @@ void Volume::RemoveReserved(const VolumePath& folder) const {
             RemoveItself(*onDisk + L'\\' + name);
 }
 
+void Volume::MoveReserved(const VolumePath& from, const VolumePath& to) const {
+    const auto source = FolderOnDisk(from), target = FolderOnDisk(to);
+    for (const std::wstring& name : source&& target ? NamesIn(*source) : std::vector<std::wstring>()) {
+        const std::wstring path = *source + L'\\' + name;
+        const bool isLeft = IsReservedName(name) && !RemoveDirectoryW(path.c_str());  // an empty folder is not missed
+        if (isLeft && !MoveFileExW(path.c_str(), (*target + L'\\' + name).c_str(), 0))
+            throw HostError(from.Child(name).Shown() + ": not shown in listings; it could not be moved along");
+    }
+}
+
 std::optional<Entry> Volume::FindByShortName(const VolumePath& path) const {
     const std::wstring name = path.Name();
     const auto folder = path.IsMountFolder() || name.find(L'~') == std::wstring::npos ? std::nullopt : FolderOnDisk(path.Parent());
@@ -212,7 +222,10 @@ std::optional<Entry> Volume::FindAgain(const Entry& entry) const {
 }
 
 bool Volume::WaitUntilGone(const Entry& entry) const {
-    return TryForAMoment([&] { return !FindAgain(entry); });
+    return TryForAMoment([&] {  // on some disks a name in another letter case is another file's
+        const std::optional<Entry> now = FindAgain(entry);
+        return !now || now->Name() != entry.Name();
+    });
 }
 
 void Volume::RequireFree(const VolumePath& path, bool encrypted) const {
@@ -272,6 +285,22 @@ bool Search::Next(Entry& entry) {
     }
     entry = {EntryPath(m_folder, m_data), m_data};
     return true;
+}
+
+void ForEachEntry(const Volume& volume, const VolumePath& folder, const std::function<bool(const Entry&)>& take) {
+    std::vector<VirtFindData> folders;
+    {
+        Search search(volume, folder);
+        for (Entry entry; search.Next(entry);) {
+            if (entry.IsFolder())
+                folders.push_back(entry.data);
+            else if (!take(entry))
+                return;
+        }
+    }
+    for (const VirtFindData& data : folders)
+        if (!take({EntryPath(folder, data), data}))
+            return;
 }
 
 std::vector<Entry> SortedEntries(const Volume& volume, const VolumePath& folder, const wchar_t* pattern) {

@@ -3,6 +3,7 @@
 // a Search belongs to one.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -101,6 +102,8 @@ public:
     bool RemoveLink(const VolumePath& path) const;
     // Before a folder is deleted: deletes the reserved names in it that nobody has open.
     void RemoveReserved(const VolumePath& folder) const;
+    // Before a folder is deleted whose content was moved: moves the reserved names in it. Throws HostError when one stays.
+    void MoveReserved(const VolumePath& from, const VolumePath& to) const;
     // The path of a folder on disk, if it is a real one: not a link, and named without links and short names.
     std::optional<std::wstring> FolderOnDisk(const VolumePath& folder) const;
     // Have the disks of the temp folder, for decrypted copies, and of folder room for content of so many bytes?
@@ -180,6 +183,10 @@ private:
 
 // The entries of a folder sorted by name, for people, and to change entries while going through them.
 std::vector<Entry> SortedEntries(const Volume& volume, const VolumePath& folder, const wchar_t* pattern = L"*");
+
+// Calls take with each entry of a folder, in no order, until it returns false: with the files first, and with the folders after the search
+// has ended, because the platform may keep the whole listing in memory until then. Throws as Search does.
+void ForEachEntry(const Volume& volume, const VolumePath& folder, const std::function<bool(const Entry&)>& take);
 
 // Compares by name.
 bool IsBefore(const Entry& left, const Entry& right);

@@ -147,8 +147,9 @@ Resource LockTable::AsHeld(Resource resource) const {
     if (!resource.Exists() || resource.IsFolder())
         return resource;
     const std::lock_guard guard(m_mutex);
-    const auto found =
-        std::find_if(m_locks.begin(), m_locks.end(), [&](const DavLock& lock) { return !lock.isFolder && lock.key.Equals(resource.key); });
+    // On some disks a name in another letter case is another file's.
+    const auto isHeld = [&](const DavLock& lock) { return !lock.isFolder && std::wcscmp(lock.key.Str(), resource.key.Str()) == 0; };
+    const auto found = std::find_if(m_locks.begin(), m_locks.end(), isHeld);
     if (found != m_locks.end())
         resource.entry->path = found->storedPath;
     return resource;

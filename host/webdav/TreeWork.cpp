@@ -73,11 +73,11 @@ template <class Take>
 bool ForEachMember(const Volume& volume, const Resource& folder, TreeResult& result, Take take) {
     bool whole = true;
     const bool wasListed = Try(folder, result, [&] {
-        Search search(volume, folder.entry->path);
-        for (Entry member; !HasFailedTooOften(result) && search.Next(member);) {
+        ForEachEntry(volume, folder.entry->path, [&](const Entry& member) {
             StopIfInterrupted();
             whole = take(Listed(folder, member)) && whole;
-        }
+            return !HasFailedTooOften(result);
+        });
     });
     return wasListed && whole && !HasFailedTooOften(result);
 }
@@ -193,9 +193,10 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
         return ToFreePlace(volume, item, target, result,
                            [&](const VolumePath& place) { return MoveTree(volume, item, place, false, result); });
     });
-    if (whole)
-        volume.RemoveReserved(source.entry->path);
-    return whole && Try(source, result, [&] { DeleteAndVerify(volume, *source.entry); });
+    return whole && Try(source, result, [&] {
+               volume.MoveReserved(source.entry->path, target);
+               DeleteAndVerify(volume, *source.entry);
+           });
 }
 
 void Rename(const Volume& volume, const VolumePath& from, const VolumePath& to) {
