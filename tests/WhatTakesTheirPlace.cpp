@@ -119,7 +119,7 @@ TEST_F(WhatTakesTheirPlace, AHandleThatStartsEmptyReadsNothingWhereItIsMovedTo) 
 
 TEST_F(WhatTakesTheirPlace, AFileStoredWhileTheOldOneIsDeletedStays) {
     static std::wstring s_path;
-    Replace(GetModuleHandleW(L"QuelcryptVol64.dll"), "CloseHandle", [](HANDLE handle) -> BOOL {
+    REPLACE(GetModuleHandleW(L"QuelcryptVol64.dll"), CloseHandle, [](HANDLE handle) -> BOOL {
         const bool wasThere = Exists(s_path);
         const BOOL isClosed = CloseHandle(handle);
         if (wasThere && !Exists(s_path))
