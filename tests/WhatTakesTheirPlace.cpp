@@ -106,15 +106,15 @@ TEST_F(WhatTakesTheirPlace, AConflictCopyIsNotWrittenAsAnOrdinaryFile) {
 }
 
 TEST_F(WhatTakesTheirPlace, AHandleThatStartsEmptyReadsNothingWhereItIsMovedTo) {
-    for (const std::wstring folder : {L"Plain\\", L"Other\\"}) {
-        Put(L"Docs\\a.txt", "old words");
-        void* const hFile = MustOpen(L"Docs\\a.txt", kReadWrite, CREATE_ALWAYS);
+    Put(L"Docs\\a.txt", "old words");
+    void* const hFile = MustOpen(L"Docs\\a.txt", kReadWrite, CREATE_ALWAYS);
+    for (const std::wstring folder : {L"Other\\", L"Plain\\", L"Docs\\"}) {
         EXPECT_OK(Rename(hFile, folder + L"a.txt"));
-        EXPECT_EQ("", Read(hFile));
-        EXPECT_EQ(0, InfoOf(hFile).fileSize);
-        Close(hFile);
-        EXPECT_EQ("old words", Get(folder + L"a.txt"));
+        EXPECT_EQ("", Read(hFile)) << Narrow(folder);
+        EXPECT_EQ(0, InfoOf(hFile).fileSize) << Narrow(folder);
     }
+    Close(hFile);
+    EXPECT_EQ("old words", Get(L"Docs\\a.txt"));
 }
 
 TEST_F(WhatTakesTheirPlace, AFileStoredWhileTheOldOneIsDeletedStays) {

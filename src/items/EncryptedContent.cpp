@@ -310,6 +310,7 @@ void EncryptedContent::StartEmptyAgain(const std::optional<FileVersion>& base) {
         DeleteFileOrFolder(TrackingPath());
     m_copy.GiveBack(m_state.Path(), m_base);
     m_base = base;
+    m_startsEmpty = true;
 }
 
 VirtualVolumeStatus EncryptedContent::CheckBase() {

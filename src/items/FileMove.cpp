@@ -58,8 +58,8 @@ VirtualVolumeStatus FileMove::Run(const wchar_t* newFileLockToken) {
     const bool wasEncrypted = m_content->IsEncrypted();
     // The destination's other form, if it is a container, may be deleted as well.
     const SaveGates gates(ZipPathStr(m_state.Path()), ZipPathStr(m_newFilePath));
-    const bool startsEmpty = wasEncrypted && Encrypted().StartsEmpty();
-    const std::optional<FileVersion> base = startsEmpty ? Encrypted().Base() : std::nullopt;
+    const bool startsEmpty = wasEncrypted ? Encrypted().StartsEmpty() : Plain().StartsEmpty();
+    const std::optional<FileVersion> base = wasEncrypted ? Encrypted().Base() : std::nullopt;
     bool isMoved = false;
     const OnExit startEmptyAgain([&] {  // the stored content or a waiting edit was moved; the handle's content is still empty
         if (startsEmpty && m_content->IsEncrypted())

@@ -41,6 +41,7 @@ public:
     bool IsAtItsPath() const;
     // The handle was opened to start empty: the first change deletes the file's content.
     void StartEmpty() { m_startsEmpty = true; }
+    bool StartsEmpty() const { return m_startsEmpty; }
     // Stores the own handle if it may read, otherwise a second one, which a lock also allows.
     VirtualVolumeStatus OpenForReading(UniqueHandle& hSecond, HANDLE& hSource) const;
     void CloseFile() { m_hFile.Reset(); }

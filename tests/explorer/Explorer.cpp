@@ -9,10 +9,9 @@
 //   alike), and as the last step a read, an open that starts nothing, or the close that follows anyway;
 // - what another start begins with: steps after others from outside or by path only, and after the end of the process (but then temp
 //   files of the ended process may exist, which only walks continue with);
-// - steps after a refused call, which itself is checked and then closed;
 // - B's opens that differ from A's by OPEN_ALWAYS, TRUNCATE_EXISTING or reading only, deletes and renames by an opener that only reads,
 //   and a lock's token given explicitly (the volume uses it anyway): these could find more, and walks take the first and the last;
-// - from the starts "occupied" and "equal", histories that replace nothing, or store nothing from outside.
+// - steps after a refused call; from the starts "occupied" and "equal", histories that replace nothing, or store nothing from outside.
 // With --parts N, only part --part (from 0) of the histories is tried, so that several processes can share the work.
 // Two openers who both act need four steps: the starts "edited" and "locked" are half-way there, and walks go further. They take any step,
 // even refused ones, and sometimes let the nth call to the companion library fail or throw.

@@ -12,6 +12,8 @@
 
 namespace {
 
+using process::Volume;
+
 // clang-format off
 constexpr std::pair<const char*, Fault> kFailures[] = {
     {"", Fault::None}, {"Quelcrypt_FileWriterFactory", Fault::Null}, {"Quelcrypt_FileWriterFactory", Fault::Error},
@@ -71,8 +73,11 @@ public:
         Check(step, now);
         // A file that was replaced or moved away while a lock or another opener holds it goes with that, later.
         const Opener& other = m_openers[1 - step.actor];
+        if (step.op == Op::EndProcess)
+            m_leftOfEmpty = now.ofEmpty;
         m_doomed |= m_isLocked || (other.file && (other.isPlain || other.sharesLock)) ? m_mayReplace : 0;
         look = now;
+        std::erase_if(look.ofEmpty, [&](const auto& tracking) { return std::ranges::count(m_leftOfEmpty, tracking) > 0; });
         std::erase_if(m_waiting, [&](const auto& waiting) { return !IsTracked(waiting.second.word, waiting.first); });
         if (!isRefused)
             Settle(step);
@@ -204,8 +209,8 @@ private:
             opener.knowsEmpty = IsEmptyAt(kHome);
         }
         const std::uint32_t access = opener.mayOnlyRead ? GENERIC_READ : GENERIC_READ | GENERIC_WRITE | DELETE;
-        if (process::Volume()->OpenFile(&opener.file, OpenPathOf(kHome).c_str(), access, 7, static_cast<std::uint32_t>(opener.disposition),
-                                        step.withToken ? m_token.c_str() : nullptr, nullptr) != VVS_Success)
+        if (Volume()->OpenFile(&opener.file, OpenPathOf(kHome).c_str(), access, 7, static_cast<std::uint32_t>(opener.disposition),
+                               step.withToken ? m_token.c_str() : nullptr, nullptr) != VVS_Success)
             return false;
         opener.sharesLock = m_isLocked;
         if (m_isLocked)
@@ -218,7 +223,7 @@ private:
         return WithAccess(opener, [&] {
             char data[512];
             std::uint32_t length = 0;
-            if (process::Volume()->ReadFile(opener.file, 0, data, sizeof(data), &length, nullptr) != VVS_Success)
+            if (Volume()->ReadFile(opener.file, 0, data, sizeof(data), &length, nullptr) != VVS_Success)
                 return false;
             const bool readsFile = opener.isPlain && !opener.startsEmpty;
             const std::string expected = world.TextOf(readsFile ? WordOf(PlainAt(opener.place)) : opener.word);
@@ -231,13 +236,13 @@ private:
     // A word takes the place of all there is; nothing cuts it off.
     bool Write(Opener& opener, Word word) {
         return WithAccess(opener, [&] {
-            m_mayReplace = opener.isPlain ? Only(WordOf(PlainAt(opener.place))) : 0;
+            m_mayReplace = opener.isPlain ? Only(WordOf(PlainAt(opener.place))) | Only(opener.word) : 0;
             m_mayDrop = opener.known;
             const std::string text = world.TextOf(word);
-            if (process::Volume()->SetFileSize(opener.file, text.size(), nullptr) != VVS_Success)
+            if (Volume()->SetFileSize(opener.file, text.size(), nullptr) != VVS_Success)
                 return false;
-            if (word != kNothing && process::Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()),
-                                                                 nullptr, nullptr) != VVS_Success)
+            if (word != kNothing &&
+                Volume()->WriteFile(opener.file, 0, text.data(), static_cast<std::uint32_t>(text.size()), nullptr, nullptr) != VVS_Success)
                 return false;
             opener.word = word;
             opener.known |= Only(word);
@@ -262,7 +267,7 @@ private:
                 opener.moved = Only(edit->word);
                 opener.isUnsure = true;
             }
-            if (process::Volume()->RenameFile(opener.file, nullptr, VolumePathOf(place).c_str(), nullptr) != VVS_Success) {
+            if (Volume()->RenameFile(opener.file, nullptr, VolumePathOf(place).c_str(), nullptr) != VVS_Success) {
                 m_mayReplace = m_doomed;
                 return false;
             }
@@ -289,13 +294,13 @@ private:
         m_mayDrop = m_doomed | (opener.isDeleted || !opener.isDirty ? opener.known | opener.marked : opener.Replaced());
         if (const Edit* const edit = WaitingAt(opener.place))  // a refused call may have taken it up
             m_mayReplace |= edit->Replaced();
-        process::Volume()->CloseFile(opener.file, nullptr);
+        Volume()->CloseFile(opener.file, nullptr);
         m_doomed |= opener.isDeleted ? opener.marked : 0;
         return true;
     }
 
     bool Delete(Opener& opener) {
-        if (process::Volume()->Delete(opener.file, nullptr) != VVS_Success)
+        if (Volume()->Delete(opener.file, nullptr) != VVS_Success)
             return false;
         opener.isDeleted = true;
         opener.marked = WordsAt(opener.place);
@@ -307,7 +312,7 @@ private:
     }
 
     bool Undelete(Opener& opener) {
-        if (process::Volume()->Undelete(opener.file, nullptr) != VVS_Success)
+        if (Volume()->Undelete(opener.file, nullptr) != VVS_Success)
             return false;
         if (opener.isDeleted && opener.isPlain)
             m_doomedPlaces.erase(opener.place);
@@ -320,7 +325,7 @@ private:
         const Edit* const edit = WaitingAt(kHome);
         m_mayReplace = m_mayDrop = m_doomed | WordsAt(step.argument) | (edit ? edit->Replaced() : 0);
         const auto call = step.op == Op::Move ? &IVirtualVolume::MoveFileW : &IVirtualVolume::CopyFileW;
-        if ((process::Volume()->*call)(OpenPathOf(kHome).c_str(), VolumePathOf(step.argument).c_str(), nullptr) != VVS_Success) {
+        if ((Volume()->*call)(OpenPathOf(kHome).c_str(), VolumePathOf(step.argument).c_str(), nullptr) != VVS_Success) {
             m_mayReplace = m_waiting.empty() ? m_doomed : m_mayReplace;  // an edit that waits is saved by the way
             return false;
         }
@@ -340,8 +345,7 @@ private:
         info.scope = LockScope_Exclusive;
         m_mayReplace = m_mayDrop = m_doomed;
         const std::wstring path = OpenPathOf(kHome);
-        if ((isLock ? process::Volume()->Lock(path.c_str(), &info) : process::Volume()->Unlock(path.c_str(), m_token.c_str())) !=
-            VVS_Success)
+        if ((isLock ? Volume()->Lock(path.c_str(), &info) : Volume()->Unlock(path.c_str(), m_token.c_str())) != VVS_Success)
             return false;
         m_token = isLock ? info.token : m_token;
         m_isLocked = isLock;
@@ -353,7 +357,8 @@ private:
         const std::wstring path = PathOf(kHome) + (asContainer ? L".zip" : L"");
         m_mayReplace = Only(WordOf(FileAt(path)));
         if (op != Op::Store && m_doomedPlaces.count(kHome))
-            return false;  // the platform opens nothing that is marked for deletion, though not every one of its likes refuses
+            return false;          // the platform opens nothing that is marked for deletion, though not every one of its likes refuses
+        m_edits &= ~m_mayReplace;  // a stored word that is replaced is no edit any more, though copies of it may be left
         if (op != Op::Remove)
             return world.Store(path, asContainer, world.NewWord(), op == Op::Store ? World::How::ByRename : World::How::InPlace);
         if (!world.Remove(path))
@@ -424,9 +429,7 @@ private:
         Opener& opener = m_openers[step.actor];
         if (step.op == Op::Rename) {
             opener.isAccessed |= opener.isPlain;
-            const bool wasPlain = opener.isPlain;
             opener.isPlain = PathOf(opener.place).starts_with(L"Plain");
-            opener.startsEmpty &= opener.isPlain || !wasPlain;
             opener.isDirty &= !opener.isPlain && IsOnlyTracked(opener.word, opener.place);
             opener.knowsEmpty |= IsEmptyAt(opener.place);
             opener.known |= WordsAt(opener.place) & opener.moved;
@@ -464,12 +467,12 @@ private:
         void* opened = nullptr;
         char data[512];
         std::uint32_t length = 0;
-        const bool isDone = process::Volume()->OpenFile(&opened, OpenPathOf(place).c_str(), GENERIC_READ, 7, OPEN_EXISTING, nullptr,
-                                                        nullptr) == VVS_Success &&
-                            process::Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
+        const bool isDone =
+            Volume()->OpenFile(&opened, OpenPathOf(place).c_str(), GENERIC_READ, 7, OPEN_EXISTING, nullptr, nullptr) == VVS_Success &&
+            Volume()->ReadFile(opened, 0, data, sizeof(data), &length, nullptr) == VVS_Success;
         Expect(isDone, "cannot be opened");
         Expect(!isDone || isUnsure || std::string(data, length) == world.TextOf(word), "shows not word " + std::to_string(word));
-        process::Volume()->CloseFile(opened, nullptr);
+        Volume()->CloseFile(opened, nullptr);
         const Look now = world.LookAround();
         isRefused = false;
         Check({Op::Lock}, now);
@@ -488,6 +491,7 @@ private:
     WordSet m_edits = 0;                      // words that openers wrote
     WordSet m_mayReplace = 0, m_mayDrop = 0;  // by this step: of what is stored, of what is in temp files
     WordSet m_doomed = 0;                     // marked for deletion by somebody who has closed, or held by the lock after a move
+    std::vector<std::string> m_leftOfEmpty;   // tracking files of empty edits that an ended process left
     std::set<int> m_doomedPlaces;             // of plain files that are not locked: the platform deletes them with their last handle
     bool m_mayBeBare = false;                 // somebody may have wanted an empty file
     bool m_mayLitter = false;                 // a temp folder can go only when the volume does not think of it any more

@@ -62,8 +62,7 @@ void NoteWhatIsHeld() {
     });
 }
 
-// Leaves out what takes time and has no effect here: prompts, pauses before a call is repeated, and flushes. Replaces the shell's
-// functions by ones that take a twentieth of the time.
+// Leaves out prompts, pauses and flushes, which have no effect here, and replaces the shell's functions, which take twenty times as long.
 void LeaveOutWhatTakesTime() {
     prompts::TakeOver(g_module);
     for (const HMODULE module : {g_module, GetModuleHandleW(L"QuelcryptLib64.dll")})

@@ -15,8 +15,7 @@ enum class Op {
 inline bool IsOutside(Op op) { return op >= Op::Store; }  // by somebody outside, or by nobody
 inline bool IsByPath(Op op) { return op == Op::Move || op == Op::Copy; }
 
-// The paths of a document: its home, another name there, the folder of another key, a folder that stores the other form, and
-// its home in another letter case.
+// The paths of a document: its home, another name there, another key's folder, a folder of the other form, its home in another letter case.
 enum Place { kHome, kOther, kKey2, kAcross, kCase, kPlaces };
 inline constexpr int kOpenToRead = 6;  // besides the dispositions 1 to 5: OPEN_EXISTING with read access only
 

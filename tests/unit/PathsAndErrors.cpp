@@ -136,9 +136,8 @@ TEST(PathsAndErrors, WhatMakesAnotherVersion) {
     for (const auto& [what, change, isAnother] : rows) {
         FileVersion changed = base;
         change(changed);
-        EXPECT_EQ(!isAnother, base == changed) << what;
-        EXPECT_EQ(!isAnother, changed == base) << what;
-        EXPECT_EQ(!isAnother, IsStillVersion(base, changed)) << what;
+        for (const bool isSame : {base == changed, changed == base, IsStillVersion(base, changed)})
+            EXPECT_EQ(!isAnother, isSame) << what;
     }
     FileVersion empty = base;
     empty.stamp.size = 0;

@@ -258,19 +258,18 @@ def slow_and_idle_clients_hold_up_nobody(dav):
                 send(waiting.enter_context(dav.connect()), start)
             status(dav('GET', '/'), 200)
             expect(memory() - before < MOST_MEMORY, f'{number} connections: {memory() - before} bytes more')
-    uploads = [dav.connect() for _ in range(34)]
-    for connection in uploads:
-        connection.sendall(b'PUT /Plain/upload.bin' + HEAD + b'Content-Length: 90000000\r\n\r\n')
-
-    def answers():
+    with contextlib.ExitStack() as stack:
+        uploads = [stack.enter_context(dav.connect()) for _ in range(34)]
         for connection in uploads:
-            send(connection, b'x' * 20_000)
-        with contextlib.suppress(OSError):
-            return dav('GET', '/').status == 200
+            connection.sendall(b'PUT /Plain/upload.bin' + HEAD + b'Content-Length: 90000000\r\n\r\n')
 
-    until(answers)  # uploads that are not slow may not take all places
-    for connection in uploads:
-        connection.close()
+        def answers():
+            for connection in uploads:
+                send(connection, b'x' * 20_000)
+            with contextlib.suppress(OSError):
+                return dav('GET', '/').status == 200
+
+        until(answers)  # uploads that are not slow may not take all places
 
 
 def a_full_disk_is_told(dav):
