@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdio>
 #include <string>
 
 #include "explorer/Steps.h"
@@ -46,6 +47,13 @@ public:
     }
     bool IsOnlyTracked(Word word, int place, int others = 0) const {
         return IsTracked(word, place, others) && !(Only(word) & look.inFolders);
+    }
+
+    void Print(const std::string& step) const {
+        std::printf("  %s:", step.c_str());
+        for (const auto& [path, file] : look.files)
+            std::printf(" %ls = %d,", path.c_str(), file.word);
+        std::printf(" words in temp files: %llx\n", static_cast<unsigned long long>(look.inTemp));
     }
 
     const Start& start;

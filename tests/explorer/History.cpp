@@ -8,43 +8,14 @@
 
 #include "companion/Control.h"
 #include "explorer/Document.h"
+#include "explorer/Opener.h"
 #include "explorer/Process.h"
 
 namespace {
 
+bool g_isPrinted = false;
+
 using process::Volume;
-
-// clang-format off
-constexpr std::pair<const char*, Fault> kFailures[] = {
-    {"", Fault::None}, {"Quelcrypt_FileWriterFactory", Fault::Null}, {"Quelcrypt_FileWriterFactory", Fault::Error},
-    {"IFileWriter::Write", Fault::Null}, {"IFileWriter::Finish", Fault::Null}, {"Quelcrypt_GetFileInformation", Fault::Null},
-    {"File", Fault::Null}, {"File", Fault::Error}};
-// clang-format on
-
-// The content that somebody has, and what he knew when he made it.
-struct Edit {
-    Word word = kNothing;
-    WordSet known = 0;
-    bool knowsEmpty = false;  // and an empty document
-    bool isUnsure = false;    // what it is or began from may be one thing or another
-    WordSet Replaced() const { return known & ~Only(word); }
-};
-
-struct Opener : Edit {
-    void* file = nullptr;
-    int place = kHome;
-    int named = kHome;  // what its handle was opened or renamed by last
-    int disposition = 0;
-    bool mayOnlyRead = false;
-    bool startsEmpty = false;  // what it writes first takes the place of all, also where it is moved to
-    bool isPlain = false;
-    bool sharesLock = false;  // with the lock's handle, also when that is released
-    bool isAccessed = false;  // an encrypted one: its temp file is made
-    bool isDirty = false;     // its temp file holds what is not stored
-    bool isDeleted = false;
-    WordSet moved = 0;   // an edit that waited, and goes with a rename
-    WordSet marked = 0;  // what was there when it was marked for deletion
-};
 
 class History : Document {
 public:
@@ -64,8 +35,7 @@ public:
         if (step.op == Op::Rename || IsByPath(step.op))
             m_touched.insert(step.argument == kCase ? kHome : step.argument);
         m_hasActed[step.actor] |= step.op > Op::Open && step.op <= Op::Close;
-        const auto [call, fault] = kFailures[static_cast<int>(step.failing)];
-        Companion().FailNth(call, static_cast<std::uint32_t>(step.nth), fault, step.nth == 0);
+        process::LetFail(step);
         isRefused = !Call(step);
         wasFailed = Companion().wasHit;
         Companion().FailNth();
@@ -77,6 +47,8 @@ public:
             m_leftOfEmpty = now.ofEmpty;
         m_doomed |= m_isLocked || (other.file && (other.isPlain || other.sharesLock)) ? m_mayReplace : 0;
         look = now;
+        if (g_isPrinted)
+            Print(m_step + (isRefused ? ", refused" : ""));
         std::erase_if(look.ofEmpty, [&](const auto& tracking) { return std::ranges::count(m_leftOfEmpty, tracking) > 0; });
         std::erase_if(m_waiting, [&](const auto& waiting) { return !IsTracked(waiting.second.word, waiting.first); });
         if (!isRefused)
@@ -332,6 +304,9 @@ private:
         m_mayBeBare = true;  // also a lock's empty file can be copied
         for (const Opener& opener : m_openers)
             m_mayLitter |= opener.file && opener.isPlain;
+        for (const int place : {static_cast<int>(kHome), step.argument})
+            if (const auto waiting = m_waiting.find(place); waiting != m_waiting.end())
+                waiting->second.isUnsure = true;  // it is stored elsewhere as well, or of a container that was replaced
         const bool wasPlain = PlainAt(kHome) && !IsConflictCopy(kHome);  // the edit of a container beside it is not taken along
         if (step.op == Op::Move && edit && !wasPlain) {
             m_waiting[step.argument] = *edit;
@@ -445,7 +420,9 @@ private:
             const auto waiting = m_waiting.find(opener.place);
             const int others = (other.isDirty && other.place == opener.place && other.word == kNothing) +
                                (waiting != m_waiting.end() && waiting->second.word == kNothing);
-            if (opener.isDirty && IsOnlyTracked(opener.word, opener.place, others))  // also one whose document could not be deleted
+            if (opener.isDirty &&
+                (opener.isUnsure ? IsTracked(opener.word, opener.place, others)
+                                 : IsOnlyTracked(opener.word, opener.place, others)))  // also one whose document could not be deleted
                 m_waiting[opener.place] = opener;
             opener = {};
         }
@@ -505,6 +482,11 @@ std::atomic<int> g_run{0};
 
 int HistoriesRun() { return g_run; }
 const std::string& CurrentHistory() { return g_current; }
+
+Outcome Print(const Start& start, const Steps& steps) {
+    g_isPrinted = true;
+    return Run(start, steps);
+}
 
 Outcome Run(const Start& start, const Steps& steps) {
     ++g_run;

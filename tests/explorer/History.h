@@ -21,6 +21,8 @@ struct Outcome {
     Steps next;                 // what can be done after the last step
 };
 Outcome Run(const Start& start, const Steps& steps);
+// The same, printing after each step which word is where.
+Outcome Print(const Start& start, const Steps& steps);
 // For a crash of Run, or if it does not return: how often it was called, and what it is doing.
 int HistoriesRun();
 const std::string& CurrentHistory();

@@ -17,6 +17,13 @@
 
 namespace {
 
+// clang-format off
+constexpr std::pair<const char*, Fault> kFailures[] = {
+    {"", Fault::None}, {"Quelcrypt_FileWriterFactory", Fault::Null}, {"Quelcrypt_FileWriterFactory", Fault::Error},
+    {"IFileWriter::Write", Fault::Null}, {"IFileWriter::Finish", Fault::Null}, {"Quelcrypt_GetFileInformation", Fault::Null},
+    {"File", Fault::Null}, {"File", Fault::Error}};
+// clang-format on
+
 HMODULE g_module = nullptr;
 IVirtualVolume* g_volume = nullptr;
 std::set<HANDLE> g_files, g_searches;
@@ -112,6 +119,11 @@ void process::End() {
     g_files.clear();
     g_searches.clear();
     g_threadSlots.clear();
+}
+
+void process::LetFail(const Step& step) {
+    const auto [call, fault] = kFailures[static_cast<int>(step.failing)];
+    Companion().FailNth(call, static_cast<std::uint32_t>(step.nth), fault, step.nth == 0);
 }
 
 bool process::HoldsHandles() { return !g_files.empty() || !g_searches.empty(); }
