@@ -6,7 +6,7 @@ using AsOnWindows = VolumeFixture;
 // Every file that was written is held open by somebody else for a moment after its close.
 TEST_F(AsOnWindows, AScannerMakesNothingFail) {
     UnloadVolume();
-    SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", L"abcdef");
+    SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", L"abcdefgh");
     LoadVolume();
     for (const std::wstring& folder : {std::wstring(L"Docs\\"), std::wstring(L"Plain\\")})
         for (int round = 0; round < 6; ++round) {

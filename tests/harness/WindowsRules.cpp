@@ -43,7 +43,8 @@ struct State {
     std::map<HANDLE, Opened> opened;  // by the modules
     std::vector<Scanner> scanners;
     std::set<std::wstring> toBeDeleted;
-    std::map<std::wstring, int> looks;  // at files that were written or put in place
+    std::map<std::wstring, int> looks;  // at files that were written or put in place, some of which are looked at longer than others
+    int written = 0;
     unsigned scans = 0;
 };
 State& g_state = *new State;
@@ -128,6 +129,21 @@ void Tell(const std::wstring& key, DWORD& attributes, std::int64_t& writeTime) {
     writeTime -= writeTime % kTwoSeconds;
 }
 
+void BeginLooks(const std::wstring& key) { g_state.looks[key] = -(g_state.written++ % 16); }
+
+// A folder is not renamed while something below it is open, nor a file to another disk ("FILE_RENAME_INFO", "MoveFileEx"): the temp
+// folder counts as one. None: no rule is against it.
+DWORD ErrorOfRename(const std::wstring& from, const std::wstring& to) {
+    const std::lock_guard guard(g_state.mutex);
+    const auto isBelow = [&](const std::wstring& path) { return path.starts_with(from + L"\\"); };
+    const bool isOpenBelow = std::ranges::any_of(g_state.scanners, [&](const Scanner& scanner) { return isBelow(scanner.path); }) ||
+                             std::ranges::any_of(g_state.opened, [&](const auto& open) { return isBelow(open.second.path); });
+    const auto isTemp = [](const std::wstring& path) { return path.find(L"\\halvanecloud\\hvc") != path.npos; };
+    return windows_rules::Has('g') && isOpenBelow                  ? ERROR_ACCESS_DENIED
+           : windows_rules::Has('h') && isTemp(from) != isTemp(to) ? ERROR_NOT_SAME_DEVICE
+                                                                   : ERROR_SUCCESS;
+}
+
 HANDLE WINAPI OpenFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRIBUTES security, DWORD how, DWORD flags, HANDLE like) {
     CloseScanners(1);
     if (IsRefused(path))
@@ -155,7 +171,7 @@ BOOL WINAPI CloseFile(HANDLE handle) {
     const BOOL isClosed = REAL(CloseHandle)(handle);
     const DWORD error = GetLastError();
     if (opened && opened.mapped().isWriter) {
-        g_state.looks[opened.mapped().path] = 0;
+        BeginLooks(opened.mapped().path);
         Scan(opened.mapped().path);
     }
     if (opened && !IsHeld(opened.mapped().path))
@@ -183,10 +199,14 @@ BOOL WINAPI TellOfOpen(HANDLE handle, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID dat
 using SetInformation = LONG(NTAPI*)(HANDLE, void*, void*, ULONG, int);
 SetInformation g_setInformation = nullptr;
 LONG NTAPI SetInformationOf(HANDLE handle, void* status, void* data, ULONG size, int kind) {
-    constexpr int kBasic = 4, kDisposition = 13;
-    const LONG result = g_setInformation(handle, status, data, size, kind);
+    constexpr int kBasic = 4, kRename = 10, kDisposition = 13;
+    constexpr LONG kAccessDenied = static_cast<LONG>(0xC0000022), kNotSameDevice = static_cast<LONG>(0xC00000D4);
     const std::lock_guard guard(g_state.mutex);
     const auto opened = g_state.opened.find(handle);
+    if (const auto* const rename = static_cast<FILE_RENAME_INFO*>(data); kind == kRename && opened != g_state.opened.end())
+        if (const DWORD error = ErrorOfRename(opened->second.path, KeyOf({rename->FileName, rename->FileNameLength / sizeof(wchar_t)})))
+            return error == ERROR_ACCESS_DENIED ? kAccessDenied : kNotSameDevice;
+    const LONG result = g_setInformation(handle, status, data, size, kind);
     if (result < 0 || opened == g_state.opened.end())
         return result;
     if (kind == kDisposition)
@@ -246,10 +266,12 @@ void ReplaceIn(HMODULE module) {
     });
     REPLACE(module, MoveFileExW, [](auto from, auto to, auto flags) -> BOOL {
         CloseScanners(1);
+        if (const DWORD error = ErrorOfRename(KeyOf(from), KeyOf(to)))
+            return SetLastError(error), FALSE;
         if (IsRefused(from) || IsRefused(to) || !REAL(MoveFileExW)(from, to, flags))
             return FALSE;
         const std::lock_guard guard(g_state.mutex);
-        g_state.looks[KeyOf(to)] = 0;
+        BeginLooks(KeyOf(to));
         return TRUE;
     });
     REPLACE(module, CopyFileW, [](auto from, auto to, auto isNew) -> BOOL {

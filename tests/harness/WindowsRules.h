@@ -5,7 +5,7 @@
 namespace windows_rules {
 
 // Is this rule active? The variable has its letter: "a" long paths, "b" scanners, "c" attribute bits, "d" no ids, "e" files marked for
-// deletion, "f" write times.
+// deletion, "f" write times, "g" renames of folders, "h" renames to another disk.
 bool Has(char rule);
 // Applies the rules to the loaded modules; to be called again when one was loaded again.
 void TakeOver();
