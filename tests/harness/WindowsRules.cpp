@@ -203,9 +203,12 @@ LONG NTAPI SetInformationOf(HANDLE handle, void* status, void* data, ULONG size,
     constexpr LONG kAccessDenied = static_cast<LONG>(0xC0000022), kNotSameDevice = static_cast<LONG>(0xC00000D4);
     const std::lock_guard guard(g_state.mutex);
     const auto opened = g_state.opened.find(handle);
-    if (const auto* const rename = static_cast<FILE_RENAME_INFO*>(data); kind == kRename && opened != g_state.opened.end())
-        if (const DWORD error = ErrorOfRename(opened->second.path, KeyOf({rename->FileName, rename->FileNameLength / sizeof(wchar_t)})))
+    const auto* const rename = static_cast<FILE_RENAME_INFO*>(data);
+    if (kind == kRename && opened != g_state.opened.end() && g_state.opened.contains(rename->RootDirectory)) {
+        const std::wstring to = g_state.opened[rename->RootDirectory].path + L"\\" + rename->FileName;
+        if (const DWORD error = ErrorOfRename(opened->second.path, to))
             return error == ERROR_ACCESS_DENIED ? kAccessDenied : kNotSameDevice;
+    }
     const LONG result = g_setInformation(handle, status, data, size, kind);
     if (result < 0 || opened == g_state.opened.end())
         return result;
