@@ -286,9 +286,9 @@ private:
     bool Undelete(Opener& opener) {
         if (Volume()->Undelete(opener.file, nullptr) != VVS_Success)
             return false;
-        if (opener.isDeleted && opener.isPlain)
-            m_doomedPlaces.erase(opener.place);
         opener.isDeleted = false;
+        if (opener.isPlain && !m_openers[0].isDeleted && !m_openers[1].isDeleted)  // some systems keep a mark for each handle
+            m_doomedPlaces.erase(opener.place);
         opener.marked = 0;
         return true;
     }
