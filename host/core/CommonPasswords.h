@@ -4,17 +4,16 @@
 #include <string_view>
 
 // In small letters, without blanks; the letters that people replace by digits and signs are letters here.
+// clang-format off
 inline constexpr std::wstring_view kCommonPasswords[] = {
-    L"password", L"passwort",      L"passw",    L"letmein",  L"welcome",   L"login",
-    L"admin",    L"administrator", L"root",     L"user",     L"guest",     L"master",
-    L"secret",   L"changeme",      L"default",  L"test",     L"testing",   L"access",
-    L"iloveyou", L"love",          L"princess", L"sunshine", L"flower",    L"angel",
-    L"baby",     L"lovely",        L"hello",    L"dragon",   L"monkey",    L"tiger",
-    L"shadow",   L"superman",      L"batman",   L"starwars", L"pokemon",   L"whatever",
-    L"football", L"baseball",      L"soccer",   L"hockey",   L"freedom",   L"trustnoone",
-    L"trustno",  L"hunter",        L"killer",   L"charlie",  L"michael",   L"jordan",
-    L"jessica",  L"ashley",        L"daniel",   L"summer",   L"winter",    L"computer",
-    L"internet", L"samsung",       L"google",   L"cheese",   L"chocolate", L"correcthorsebatterystaple"};
+    L"password", L"passwort", L"passw", L"letmein", L"welcome", L"login", L"admin", L"administrator", L"root",
+    L"user", L"guest", L"master", L"secret", L"changeme", L"default", L"test", L"testing", L"access",
+    L"iloveyou", L"love", L"princess", L"sunshine", L"flower", L"angel", L"baby", L"lovely", L"hello",
+    L"dragon", L"monkey", L"tiger", L"shadow", L"qazwsx", L"ninja", L"whatever", L"football", L"baseball",
+    L"soccer", L"hockey", L"freedom", L"trustnoone", L"trustno", L"hunter", L"killer", L"charlie", L"michael",
+    L"jordan", L"jessica", L"ashley", L"daniel", L"summer", L"winter", L"computer", L"internet", L"cheese",
+    L"chocolate", L"correcthorsebatterystaple", L"mustang", L"matrix"};
+// clang-format on
 
 // Keys that lie or are said in a row.
 inline constexpr std::wstring_view kRows[] = {L"abcdefghijklmnopqrstuvwxyz",

@@ -105,7 +105,7 @@ bool CopyIntoLockedFile(HANDLE hFileSrc, const LockedFile& dest, HANDLE hFileAsi
         return qcLog.Leave(false);
     if (DeleteUndeleteFile(hFileDest, false) != Win32Error::None)
         return qcLog.Leave(false);
-    dest.content->isDeleted = dest.content->goesUnlessWritten = false;
+    dest.content->isDeleted = dest.content->isDeletedUnlessWritten = false;
     FILETIME lastWrite{};
     const bool isTimeKnown = GetFileTime(hFileDest, nullptr, nullptr, &lastWrite) != FALSE;
     const bool hasRoom = newSize <= oldSize || CopyRange(hFileSrc, hFileDest, oldSize, newSize, buffer);

@@ -256,7 +256,7 @@ VirtualVolumeStatus EncryptedContent::MarkForDeletion(bool deleteFile) {
     if (m_lock.locked) {
         const SectionGuard guard(m_lock.content->section);
         const VirtualVolumeStatus status =
-            StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile || m_lock.content->goesUnlessWritten));
+            StatusOfCall(DeleteUndeleteFile(m_lock.hFile.Get(), deleteFile || m_lock.content->isDeletedUnlessWritten));
         if (status != VVS_Success && m_copy.IsMade())
             DeleteUndeleteFile(m_copy.File(), !deleteFile);
         QC_CHECK_STATUS_OR_RETURN(status, lockedCheckText);

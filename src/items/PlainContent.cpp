@@ -169,11 +169,11 @@ VirtualVolumeStatus PlainContent::BeginWrite() {
     // With a duplicated handle some systems check the access for writes, but not for cuts.
     if (!IsGranted(GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA) && m_lock.locked)
         return VVS_AccessDenied;
-    if (m_lock.content->goesUnlessWritten) {
+    if (m_lock.content->isDeletedUnlessWritten) {
         const Win32Error error = DeleteUndeleteFile(m_hFile.Get(), false);
         if (error != Win32Error::None)
             return StatusOfCall(error);
-        m_lock.content->goesUnlessWritten = false;
+        m_lock.content->isDeletedUnlessWritten = false;
     }
     m_lock.content->isWritten = true;
     const VirtualVolumeStatus status = m_startsEmpty ? VirtualItem::SetFileSize(m_hFile.Get(), 0) : VVS_Success;
@@ -187,7 +187,7 @@ VirtualVolumeStatus PlainContent::MarkForDeletion(bool deleteFile) {
         deleteFile ? L"DeleteUndeleteFile(m_hFile, true) =>%s, " : L"DeleteUndeleteFile(m_hFile, false) =>%s, ";
     QC_CHECK_STATUS_OR_RETURN(!deleteFile || MayDelete() ? VVS_Success : VVS_AccessDenied, checkText);
     const SectionGuard guard(m_lock.content->section);
-    const bool isMarked = deleteFile || m_lock.content->goesUnlessWritten;
+    const bool isMarked = deleteFile || m_lock.content->isDeletedUnlessWritten;
     QC_CHECK_STATUS_OR_RETURN(StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), isMarked)), checkText);
     m_lock.content->isDeleted = deleteFile;
     return qcLog.Leave(VVS_Success);

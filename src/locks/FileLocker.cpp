@@ -235,7 +235,7 @@ VirtualVolumeStatus FileLocker::Unlock(const wchar_t* filePath, const wchar_t* l
     const FileHandleInfo& info = entry->fileHandleInfo;
     if (info.created && !content->isWritten && IsEmptyFile(info.hFile.Get()) &&
         DeleteUndeleteFile(info.hFile.Get(), true) == Win32Error::None)
-        content->goesUnlessWritten = true;
+        content->isDeletedUnlessWritten = true;
     table.Erase(filePath);
     return qcLog.Leave(VVS_Success);
 }

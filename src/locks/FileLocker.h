@@ -26,7 +26,7 @@ struct LockedContent {
     // Written or cut through the lock, even to no content.
     bool isWritten GUARDED_BY(section) = false;
     // The lock that created the file is released: the file is deleted with its last handle, unless it is written before.
-    bool goesUnlessWritten GUARDED_BY(section) = false;
+    bool isDeletedUnlessWritten GUARDED_BY(section) = false;
     // A write time was set explicitly, after which the platform does not update it through the handle.
     bool isTimeSet GUARDED_BY(section) = false;
 };

@@ -139,7 +139,7 @@ int RunOne(const std::string& text) {
         std::printf("This is no history: %s\n", text.c_str());
         return 2;
     }
-    const Outcome outcome = Print(*history->first, history->second);
+    const Outcome outcome = Run(*history->first, history->second, true);
     std::printf("%s\n    %s%s\n", text.c_str(), outcome.failure.empty() ? "all is well" : outcome.failure.c_str(),
                 outcome.isRefused ? "; the last step was refused" : "");
     return !outcome.failure.empty();

@@ -41,10 +41,10 @@ public:
         Companion().FailNth();
         const Look now = world.LookAround();
         Check(step, now);
-        // A file that was replaced or moved away while a lock or another opener holds it goes with that, later.
-        const Opener& other = m_openers[1 - step.actor];
         if (step.op == Op::EndProcess)
             m_leftOfEmpty = now.ofEmpty;
+        // A file that was replaced or moved away while a lock or another opener holds it is deleted with that, later.
+        const Opener& other = m_openers[1 - step.actor];
         m_doomed |= m_isLocked || (other.file && (other.isPlain || other.sharesLock)) ? m_mayReplace : 0;
         look = now;
         if (g_isPrinted)
@@ -483,12 +483,8 @@ std::atomic<int> g_run{0};
 int HistoriesRun() { return g_run; }
 const std::string& CurrentHistory() { return g_current; }
 
-Outcome Print(const Start& start, const Steps& steps) {
-    g_isPrinted = true;
-    return Run(start, steps);
-}
-
-Outcome Run(const Start& start, const Steps& steps) {
+Outcome Run(const Start& start, const Steps& steps, bool isPrinted) {
+    g_isPrinted = isPrinted;
     ++g_run;
     g_current = TextOf(start, steps);
     History history(start);

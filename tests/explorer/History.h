@@ -20,9 +20,8 @@ struct Outcome {
     bool isLikeAStart = false;  // nothing was opened or locked yet, and no edit waits
     Steps next;                 // what can be done after the last step
 };
-Outcome Run(const Start& start, const Steps& steps);
-// The same, printing after each step which word is where.
-Outcome Print(const Start& start, const Steps& steps);
+// isPrinted: prints after each step which word is where.
+Outcome Run(const Start& start, const Steps& steps, bool isPrinted = false);
 // For a crash of Run, or if it does not return: how often it was called, and what it is doing.
 int HistoriesRun();
 const std::string& CurrentHistory();
