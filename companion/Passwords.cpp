@@ -8,6 +8,7 @@
 #include "PasswordProof.h"
 #include "Paths.h"
 #include "Problem.h"
+#include "SettingsFile.h"
 #include "SettingsStore.h"
 #include "Text.h"
 #include "WholeFile.h"
@@ -15,7 +16,7 @@
 namespace companion {
 namespace {
 
-// The text between start and end: the first start after the first before, and the next end. Empty when one is missing.
+// The text between the first start after before and the next end. Empty when one of them is missing.
 std::string_view Between(std::string_view text, std::string_view before, std::string_view start, std::string_view end) {
     std::size_t from = text.find(before);
     if (from != std::string_view::npos)
@@ -90,6 +91,9 @@ void ForPasswordsToRead(const Settings& settings, const std::wstring& containerP
 }
 
 std::optional<Secret> PasswordToWrite(const Settings& settings, const std::wstring& containerPath, const std::wstring& sourcePath) {
+    // What opens the containers must not become one.
+    if (EqualNoCase(containerPath, FullPath(SettingsPath()) + std::wstring(kContainerExtension)))
+        return NoPassword(L"It is the configuration, which is never encrypted", containerPath);
     const auto folder = FolderToWrite(settings, containerPath, sourcePath);
     if (!folder)
         return NoPassword(L"No key is configured for its folder", containerPath);

@@ -39,7 +39,7 @@ TEST_F(DecidingWhatIsEncrypted, GoesByNameAndFolder) {
 }
 
 TEST_F(DecidingWhatIsEncrypted, AFailingCompanionIsNoPolicyAndNoExclusion) {
-    // A text, which the policy wants encrypted, and one that is excluded; while all of the call fail, and when memory runs out.
+    // Rows: the call that fails; how a text and an excluded file are then stored; the same without memory.
     const std::tuple<const char*, const char*, const char*, const char*, const char*> rows[] = {
         {"Quelcrypt_GetHalvaneBoxConfig", "plain", "plain", "VSS_OutMemory", "plain"},
         {"IHalvaneBoxConfig::GetPolicy", "plain", "plain", "VSS_OutMemory", "plain"},

@@ -119,7 +119,7 @@ TEST_F(FollowingTheTrace, FailedChecksQuoteThemselves) {
          "VirtualVolume::ReadFile hFile->Read(fileOffset, data, requestedSize, outActualSize) =>VVS_InvalidParameter, "},
         {[&] { volume()->Unlock(L"Plain\\b", L"{other}"); }, "FileLocker::Unlock foundIdx >= 0 =>false, "},
         {[&] { ending("Quelcrypt_FileReaderFactory"), Get(L"Docs\\c.txt"); }, "VirtualFile::DecryptContainer reader != 0 =>false, "},
-        // Of an exception its slot says, inside its nesting, with what it was called and which status that makes.
+        // A slot logs each exception with its arguments and the resulting status.
         {[&] { RunOutOfMemory(); },
          "VirtualVolume::OpenFile Exception[Out of memory]. filePath[Docs\\new.txt], desiredAccess[0xc0010000], shareMode[7], "
          "openDisposition[1], lockToken[<NULL>]"},

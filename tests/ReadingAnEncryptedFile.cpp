@@ -117,7 +117,7 @@ TEST_F(ReadingAnEncryptedFile, DecryptsAgainWhenTheContainerChangesMeanwhile) {
     }
     EXPECT_EQ(2u, Disk().size()) << "so there is no conflict";
 
-    // One that never comes to rest cannot be read; nothing is left behind, and it can be read when it does. One that is deleted
+    // A container that changes at every read cannot be read; nothing is left behind, and later it can be. One that is deleted
     // meanwhile is not found, and closing what was only read writes nothing.
     const std::wstring container = ContainerPath(L"Docs\\restless.txt");
     MakeEncrypted(L"Docs\\restless.txt", "old content");

@@ -10,7 +10,7 @@
 
 namespace conformance {
 
-// Where it is tried. Only the first folder's files are documents; that of another key may be missing (empty), and its are as well.
+// Where it is tried. Files in encrypted and otherKey are documents; otherKey may be empty: then it is not tried.
 struct Folders {
     Path encrypted, plain, otherKey;
 };

@@ -12,7 +12,7 @@ constexpr std::string_view kOrdinaryZip(
     "PK\5\6\0\0\0\0\1\0\1\0\57\0\0\0\40\0\0\0\0\0",
     101);
 
-// Read as another content than it had, that is: neither refused nor unharmed.
+// Did the library hand out wrong content instead of refusing it?
 bool IsMisread(const Library& library, const Scratch& file, const std::string& bytes, const std::string& content) {
     WriteFileBytes(file.container, bytes);
     SeenInstead([&] { library.Inform(file.container); });

@@ -4,10 +4,12 @@
 
 #include "commands/Commands.h"
 #include "commands/PasswordOptions.h"
+#include "companion/KeyRing.h"
 #include "companion/PasswordProof.h"
 #include "companion/ProtectedText.h"
 #include "companion/SettingsFile.h"
 #include "companion/Terminal.h"
+#include "core/Interrupt.h"
 #include "core/Text.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
@@ -18,6 +20,7 @@ namespace {
 struct Options {
     std::string key;
     PasswordChoice password;
+    bool isSure = false;
 };
 
 // The password is not a new one: it must open the documents that are there.
@@ -67,7 +70,23 @@ void Set(const Options& options) {
     PrintOut(AboutPassword(password));
 }
 
-void Forget(const std::string& key) {
+// The configuration may be the only place that has it.
+void RequireKnownElsewhere(const SettingsFile& file, const std::string& key) {
+    const auto source = file.Get().passwords.find(key);
+    const bool isStored = source != file.Get().passwords.end() && (source->second.kind == companion::PasswordSource::Kind::Protected ||
+                                                                   source->second.kind == companion::PasswordSource::Kind::Plain);
+    if (!isStored)
+        return;
+    const auto typed = companion::AskForPassword(ToUtf16("Password of " + key + ", to be sure that you have it: "));
+    StopIfInterrupted();
+    if (typed != companion::PasswordOf(file.Get(), key, companion::Asking::Forbidden))
+        throw HostError(key + ": that is not its password, which is therefore still stored; --yes deletes it all the same");
+}
+
+void Forget(const std::string& key, bool isSure) {
+    RequireChangeable(SettingsFile(companion::SettingsPath()), key);
+    if (!isSure)
+        RequireKnownElsewhere(SettingsFile(companion::SettingsPath()), key);
     SettingsFile::Change(companion::SettingsPath(), [&](SettingsFile& file) {
         RequireChangeable(file, key);
         file.SetPassword(key, {companion::PasswordSource::Kind::Prompt, {}});
@@ -87,6 +106,7 @@ void AddKey(CLI::App& app, Session&) {
     set->callback([options] { Set(*options); });
     CLI::App* const forget = command->add_subcommand("forget", "Delete it, so that it is asked for");
     forget->add_option("NAME", options->key, "The key")->required();
-    forget->callback([options] { Forget(options->key); });
+    forget->add_flag("--yes", options->isSure, "Without typing it once, to prove that it is known elsewhere");
+    forget->callback([options] { Forget(options->key, options->isSure); });
     command->footer("This does not change the password of any document; 'quelvol rekey' does.");
 }

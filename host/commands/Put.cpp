@@ -55,6 +55,7 @@ void Put(Session& session, const Options& options) {
     progress.Say("storing");
     VirtFindData times{};
     source.ReadTimes(times);
+    StopIfInterrupted();  // also at the question for the password
     upload.Place(times);
     Exposed exposed;
     exposed.Note(upload.Target(), StoredAs(volume, upload.Stored()));

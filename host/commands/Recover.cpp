@@ -71,7 +71,7 @@ std::string ShownDocument(const Volume& volume, const LeftEdit& edit) {
     return ToShown(edit.container.empty() ? edit.file.filename().native() : edit.container.native());
 }
 
-// They stay: nothing in them tells what they are copies of, so that nobody can prove that it is there.
+// They are only listed: nothing says which document one is a copy of, so it cannot be proven that its content is stored.
 void ListBegunCopies(const Volume& volume) {
     ForEachFile(volume, {}, [](const Entry& entry, Stored) {
         if (IsBegunCopy(entry.path.Name()))

@@ -6,6 +6,7 @@
 #include "companion/ProtectedText.h"
 #include "companion/Terminal.h"
 #include "core/HostError.h"
+#include "core/Interrupt.h"
 #include "core/Strength.h"
 #include "core/Text.h"
 
@@ -32,6 +33,7 @@ Secret Ask(const PasswordChoice& choice, const std::string& whose, bool& isMade)
     const std::wstring question = ToUtf16("New password of " + whose + " (empty: one is made for you): ");
     for (;;) {
         std::optional<Secret> typed = companion::AskForPassword(question);
+        StopIfInterrupted();  // some systems return what is typed after Ctrl-C
         if (!typed)
             throw HostError("no password was typed; nothing was changed", Exit_Interrupted);
         isMade = typed->IsEmpty();
@@ -44,7 +46,9 @@ Secret Ask(const PasswordChoice& choice, const std::string& whose, bool& isMade)
             companion::TellAtTerminal(ToUtf16(error.what()));
             continue;
         }
-        if (companion::AskForPassword(L"The same once more: ") == typed)
+        const std::optional<Secret> again = companion::AskForPassword(L"The same once more: ");
+        StopIfInterrupted();
+        if (again == typed)
             return *typed;
         companion::TellAtTerminal(L"The two are not the same.");
     }
@@ -80,14 +84,14 @@ NewPassword ChoosePassword(const PasswordChoice& choice, const std::string& whos
     password.isMade = choice.generate;
     password.secret = choice.generate ? MakePassword() : Ask(choice, whose, password.isMade);
     password.source = SourceOf(choice, password.secret);
+    if (password.isMade)  // before anything is protected with it
+        PrintOut("The password, which is shown this once; write it down or put it in a password manager:\n\n    " +
+                 std::string(password.secret.Text()) + "\n\n");
     return password;
 }
 
 std::string AboutPassword(const NewPassword& password) {
     std::string text;
-    if (password.isMade)
-        text += "The password, which is shown this once; write it down or put it in a password manager:\n\n    " +
-                std::string(password.secret.Text()) + "\n\n";
     switch (password.source.kind) {
         case Kind::Plain: text += "It is readable in the configuration.\n"; break;
         case Kind::Prompt: text += "It is kept nowhere: whoever uses the folder is asked for it.\n"; break;

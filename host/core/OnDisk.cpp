@@ -1,5 +1,7 @@
 #include "core/OnDisk.h"
 
+#include <memory>
+
 #include <winternl.h>
 
 #include "core/Text.h"
@@ -8,6 +10,15 @@ namespace {
 
 constexpr DWORD kShareAny = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr std::size_t kDeepest = 256;  // nested folders; documents are never deeper
+
+struct EndSearch {
+    void operator()(void* search) const { FindClose(search); }
+};
+// Null when nothing is found.
+std::unique_ptr<void, EndSearch> BeginSearch(const std::wstring& pattern, WIN32_FIND_DATAW& first) {
+    const HANDLE search = FindFirstFileW(pattern.c_str(), &first);
+    return std::unique_ptr<void, EndSearch>(search == INVALID_HANDLE_VALUE ? nullptr : search);
+}
 
 DiskHandle Open(const std::wstring& path, DWORD access, DWORD share, DWORD disposition, DWORD flags) {
     return OwnHandle(CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr));
@@ -121,11 +132,7 @@ Standing StandingAt(const std::wstring& realPath, std::optional<DiskVersion>* ve
 
 std::wstring LongName(const std::wstring& path) {
     WIN32_FIND_DATAW entry{};
-    const HANDLE search = FindFirstFileW(path.c_str(), &entry);
-    if (search == INVALID_HANDLE_VALUE)
-        return {};
-    FindClose(search);
-    return entry.cFileName;
+    return BeginSearch(path, entry) ? entry.cFileName : std::wstring();
 }
 
 DiskVersion VersionAt(const std::wstring& path) { return VersionOf(Open(path, FILE_READ_ATTRIBUTES, kShareAny, OPEN_EXISTING, 0)); }
@@ -154,14 +161,13 @@ std::vector<std::wstring> NamesIn(const std::wstring& folder, const wchar_t* pat
     if (StandingAt(folder) != Standing::Itself)
         return names;
     WIN32_FIND_DATAW entry{};
-    const HANDLE search = FindFirstFileW((folder + (folder.ends_with(L'\\') ? L"" : L"\\") + pattern).c_str(), &entry);
-    if (search == INVALID_HANDLE_VALUE)
+    const auto search = BeginSearch(folder + (folder.ends_with(L'\\') ? L"" : L"\\") + pattern, entry);
+    if (!search)
         return names;
     do {
         if (const std::wstring_view name = entry.cFileName; name != L"." && name != L"..")
             names.emplace_back(name);
-    } while (FindNextFileW(search, &entry));
-    FindClose(search);
+    } while (FindNextFileW(search.get(), &entry));
     return names;
 }
 

@@ -52,7 +52,8 @@ private:
     std::size_t m_count = 0;
 };
 
-// Is it the name of what the volume makes beside a plain file, before it takes that one's place? A killed program leaves it.
+// Is this the name of a side file of the volume (~{...}.tmp), which takes a plain file's place when it is complete? A killed program
+// leaves it.
 bool IsBegunCopy(std::wstring_view name);
 
 // The path on disk with the mount folder as it is configured, which the companion library needs. Empty for the root.

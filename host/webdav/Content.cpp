@@ -105,10 +105,10 @@ void SendReleasing(Exchange& exchange, const Resource& file, const ByteRange& ra
     }
 }
 
-// A container may tell that its document is empty, and hold something else.
+// A container may claim that its document is empty, and hold something else.
 void RequireEmpty(const Exchange& exchange, const Resource& file) {
     if (!FileReader(exchange.state.volume, file.entry->path).Read(0, 1).empty())
-        throw HostError(file.path.Shown() + ": it goes on behind its size");
+        throw HostError(file.path.Shown() + ": it is longer than its container says");
 }
 
 void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {

@@ -47,7 +47,7 @@ public:
     void RemoveExpired();
 
     std::vector<DavLock> Covering(const VolumePath& path) const;
-    // A locked file by the path that it was locked by: through that of another mount folder the volume would let nobody store it.
+    // A locked file under the path by which it was locked: the volume refuses to save it through another mount folder's path.
     Resource AsHeld(Resource resource) const;
     // The locks whose root is top or below it.
     std::vector<DavLock> Inside(const VolumePath& top) const;

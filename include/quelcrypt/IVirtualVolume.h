@@ -104,8 +104,9 @@ struct LockInfo {
 static_assert(sizeof(LockInfo) == 272 && offsetof(LockInfo, scope) == 4 && offsetof(LockInfo, type) == 8 &&
               offsetof(LockInfo, owner) == 14 && offsetof(LockInfo, token) == 142);
 
-// The volume. An object has no state of its own: all of them share the process-wide tables, so any number may exist.
-// Every function is one slot of the object's table, in this order; slot numbers stand before each.
+// The volume. Slots, their order, and the layout of records are stable, and so is the form of the trace. An object has no state of its own:
+// all of them share the process-wide tables, so any number may exist. Every function is one slot of the object's table, in this order; slot
+// numbers stand before each.
 class IVirtualVolume {
 public:
     // 0: destroys the object and, when bit 0 of flags is set, frees it. Open handles stay valid. Returns its address.
@@ -158,10 +159,10 @@ public:
     // 11: closes the item. A changed encrypted file is encrypted here, on this thread. When that fails, and the file is not locked, the
     // user is asked for a folder for a backup, except while the process's window station is invisible, as a service's is or as a server
     // may choose (SetProcessWindowStation). Without a backup the edit stays in its temp file, and the next close of a handle that read or
-    // wrote the file tries again; of several such edits of one document only the one that was closed last, while the others stay there with
-    // their tracking files. When somebody else replaced the container since this handle's user saw it, or locked it
-    // since the open, the edit is saved beside it under a conflict name, and a deletion deletes nothing; the trace says so. In slots
-    // 11 to 19, findData may be null and is only read for the trace log; it is never written.
+    // wrote the file tries again. If several edits of one document wait, the close saves only the one closed last; the others keep their
+    // temp and tracking files. When somebody else replaced the container since this handle's user saw it, or locked it since the open, the
+    // edit is saved beside it under a conflict name, and a deletion deletes nothing; the trace says so. In slots 11 to 19, findData may be
+    // null and is only read for the trace log; it is never written.
     virtual void CloseFile(void* hFile, VirtFindData* findData) = 0;
     // 12, 13: mark the item for deletion at its close, and take the mark back. A marked file can only be described, undeleted
     // and closed. A plain file must have been opened with DELETE (VVS_AccessDenied, also in slot 14), a link with
@@ -190,7 +191,9 @@ public:
     virtual VirtualVolumeStatus MoveFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) = 0;
     virtual VirtualVolumeStatus CopyFileW(const wchar_t* existingFilePath, const wchar_t* newFilePath, const wchar_t* newFileLockToken) = 0;
     // 17, 18: fileOffset in bytes; 0xFFFFFFFF means the current position. *actualSize (may be null) is zeroed first and
-    // receives the bytes done. Reading at or past the end succeeds with 0 bytes.
+    // receives the bytes done. Reading at or past the end succeeds with 0 bytes. Of 17 to 19: the first access decrypts an encrypted file
+    // (VSS_DecryptError, VVS_FileNotFound); VSS_NotImplemented for a folder, VVS_InvalidParameter for what is no handle, VVS_AccessDenied
+    // for a plain file that was opened without the right, VVS_GeneralError for an item that is marked for deletion.
     virtual VirtualVolumeStatus ReadFile(void* hFile, std::uint64_t fileOffset, void* data, std::uint32_t requestedSize,
                                          std::uint32_t* actualSize, VirtFindData* findData) = 0;
     virtual VirtualVolumeStatus WriteFile(void* hFile, std::uint64_t fileOffset, const void* data, std::uint32_t requestedSize,
@@ -208,8 +211,8 @@ public:
 
     // 23: takes a lock (scope, type, timeout and owner are read); lockInfo->token receives its token. A missing file is created empty,
     // and deleted at its last unlock unless something was written, or still is by an open handle. While locked, the file is held open
-    // against other writers. The lock fails while a handle of anybody, also of this host, may write or delete the plain file or does not
-    // share that, or is left of an earlier lock (VVS_Locked; VVS_Unauthorized when that lock's end deleted the file). A handle of an
+    // against other writers. VVS_Locked while any handle, also of this host, may write or delete the plain file, denies others that, or was
+    // opened under an earlier lock (VVS_Unauthorized when that lock's end deleted the file). A handle of an
     // encrypted file that was opened before the lock saves its edit under a conflict name. VVS_LockScopeViolation beside an
     // exclusive lock, VVS_Locked or VVS_Unauthorized when the file cannot be held, VVS_BadRequest for a folder or a link,
     // VVS_InvalidParameter for a missing file whose name could not be stored. Waits for up to two seconds for others who hold the file.

@@ -108,8 +108,8 @@ protected:
 // writer is released without it, what is stored at the path stays as it was.
 class IFileWriter : public IQuelcryptBase {
 public:
-    virtual bool Write(const void* data, std::uint32_t length) = 0;  // 2
-    virtual bool Finish(bool commit) = 0;                            // 3
+    virtual bool Write(const void* data, std::uint32_t length) = 0;  // 2; false: not all was taken, the save has failed
+    virtual bool Finish(bool commit) = 0;                            // 3; false: nothing was stored
 
 protected:
     ~IFileWriter() = default;
@@ -155,8 +155,9 @@ std::int32_t Quelcrypt_GetFileInformation(const char* containerPathUtf8, IHvcStr
 IFileReader* Quelcrypt_FileReaderFactory(IHvcStringW* containerPath);
 // virtualFileSpec is the name to store. sourcePath, attributes and times describe the plain file, whose content comes
 // through Write. mode is 2, chunkSize 32768. Null when the container cannot be written. The container gets the read-only, hidden and
-// system attributes of the plain file; one that stands there and is read-only is not replaced. Under a lock the volume has the container
-// built in the temp folder; the tracking file beside it (containerPath and ".hvf") names the place that it is for, whose key counts.
+// system attributes of the plain file. An existing read-only container is not replaced. Under a lock the volume has the container built in
+// the temp folder; the tracking file beside it (containerPath + ".hvf") names the container that it will be copied over: use that folder's
+// key.
 IFileWriter* Quelcrypt_FileWriterFactory(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
                                          std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
                                          const SYSTEMTIME* creation, std::int32_t mode, std::uint32_t chunkSize, void* null);

@@ -168,11 +168,6 @@ std::wstring FormatHexStr(std::uint64_t value, bool is64Bit, bool prefix) {
 
 std::wstring FormatInt64Str(std::int64_t value) { return FormatStr(L"%I64d", value); }
 
-std::wstring FormatByteSizeStr(std::int64_t bytes) {
-    wchar_t words[64] = L"";
-    return StrFormatByteSizeW(bytes, words, static_cast<UINT>(std::size(words))) ? words : L"";
-}
-
 std::wstring FormatBoolStr(bool value) { return value ? L"true" : L"false"; }
 
 std::wstring FormatGuidStr(const GUID& guid) {

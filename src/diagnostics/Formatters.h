@@ -50,7 +50,6 @@ std::wstring FormatHResultStr(HRESULT result);                         // 16 hex
 
 std::wstring FormatHexStr(std::uint64_t value, bool is64Bit, bool prefix);
 std::wstring FormatInt64Str(std::int64_t value);
-std::wstring FormatByteSizeStr(std::int64_t bytes);  // in words: "1.21 KB"
 std::wstring FormatBoolStr(bool value);
 std::wstring FormatGuidStr(const GUID& guid);  // registry form, 38 units with the braces
 

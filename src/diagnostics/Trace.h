@@ -2,8 +2,8 @@
 // qcLog, which the other macros use. Arguments of lines are evaluated only when the line is written. A check evaluates its
 // expression once, logs its text at error level, keeps the thread's last error, and returns.
 //
-// The texts of checks and messages must never change, because others search for them: not their misspellings, and not where the source
-// that they quote has changed since.
+// The texts of checks and messages must never change, because others search for them: keep even misspelt ones, and those that quote
+// source which has changed since.
 #pragma once
 
 #include "diagnostics/QuelcryptLog.h"

@@ -48,14 +48,14 @@ VirtualVolumeStatus EncryptedContent::Close(bool isDeleted) {
 VirtualVolumeStatus EncryptedContent::CloseDeleted() {
     QC_TRACE_THIS(L"VirtualFile::CloseDeleted");
     VirtualVolumeStatus status = VVS_GeneralError;
-    bool mayStandStill = true;  // the document may not be deleted
+    bool mayStillExist = true;  // the deletion may have failed
     try {
         const SaveGate gate(StoredPath());
         status = DeleteContainer();
-        mayStandStill = status == VVS_GeneralError;
+        mayStillExist = status == VVS_GeneralError;
     } catch (...) {  // not enough memory
     }
-    if (mayStandStill) {  // then its unsaved edit must be kept too
+    if (mayStillExist) {  // then its unsaved edit must be kept too
         if (m_copy.IsMade())
             DeleteUndeleteFile(m_copy.File(), false);
         m_copy.GiveBack(m_state.Path(), m_base);

@@ -24,8 +24,8 @@ public:
     // Makes a folder of its own for a file of this name and stores the file's path; the file is not created.
     static bool CreateTempFileName(const std::wstring& fileName, std::wstring& tempFilePath);
 
-    // True: copy is the item's retained copy. Only when the content is wanted, when the copy is of the version stored now (container;
-    // nothing: none is stored), and when it is an unsaved edit or agrees with the item's record (null: it does not). False:
+    // True: copy is the item's retained copy. It is if contentWanted, it is of the version stored now (container; nothing: none is
+    // stored), and it is a waiting edit or agrees with findData (null: it does not). False:
     // copy.tempFilePath is a new path, empty when none could be made.
     static bool Dispense(const std::wstring& filePathKey, bool contentWanted, const VirtFindData* findData,
                          const std::optional<FileVersion>& container, RetainedCopy& copy);

@@ -18,8 +18,9 @@
 #define REQUIRES(...) QC_THREAD_ATTRIBUTE(requires_capability(__VA_ARGS__))
 #define NO_THREAD_SAFETY_ANALYSIS QC_THREAD_ATTRIBUTE(no_thread_safety_analysis)
 
-// Every lock of the module, outermost first. Those up to LockedContent belong to one item, search or file each, and may be
-// held while the companion library works; the others guard one process-wide table each, and are held for a look-up only.
+// Every lock of the module, outermost first. Those up to LockedContent belong to one item, search or file each, and may be held while the
+// companion library works, as Prompt while the user thinks. The others guard one process-wide table each, and are held for a look-up
+// only, but for two: MountFolders while the companion library lists them, Locks while a locked file is opened or marked for deletion.
 enum class LockOrder : unsigned char {
     Item,           // a call on an open item, to its end
     Search,         // a step of a search

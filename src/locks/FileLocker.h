@@ -1,5 +1,6 @@
 // The locks that hosts hold on real files. While a path has a lock, the table keeps the file open, so no other program
-// can write it. One process-wide critical section guards everything; no callback is made while it is held. Paths that
+// can write it. One process-wide critical section guards the table; no callback is made while it is held. A locked file's
+// content has a section of its own (LockedContent). Paths that
 // differ in letter case only are one path. Locks are only in memory: unloading the module ends them.
 #pragma once
 
@@ -48,7 +49,7 @@ public:
     static VirtualVolumeStatus Lock(const wchar_t* filePath, const VirtFindData* encryptedInfo, LockInfo* lockInfo);
 
     // Releases the lock with exactly this token. With the last one the file is closed. An empty file that the
-    // lock had created and nobody wrote is then deleted, or with the last handle that is open unless that writes it.
+    // lock had created and nobody wrote is then deleted, or with its last open handle, unless one writes first.
     // VVS_FileNotLocked, VVS_LockTokenNotFound.
     static VirtualVolumeStatus Unlock(const wchar_t* filePath, const wchar_t* lockToken);
 
@@ -62,7 +63,7 @@ public:
     static bool FindNextLock(void* hFind, LockInfo* lockInfo);
     static bool FindClose(void* hFind);
 
-    // Is the file of this path locked? And by locks of which none has this token? The latter is false without a token.
+    // Is the file of this path locked? IsLockedByAnother: by locks of which none has this token; false without a token.
     static bool IsLocked(const std::wstring& filePath);
     static bool IsLockedByAnother(const std::wstring& filePath, const wchar_t* lockToken);
     // Is any file below this folder locked?
