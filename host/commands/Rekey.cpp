@@ -102,11 +102,12 @@ std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsF
         const auto holder = file.Get().KeyFolderOf(path);
         return holder && holder->key == key;
     };
-    ForEachFile(volume, {}, [&](const Entry& entry, Stored stored) {
+    const bool isWhole = ForEachFile(volume, {}, [&](const Entry& entry, Stored stored) {
         if (isOfKey(ConfiguredPath(volume, entry)) &&
             (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged))
             files.push_back(entry), bytes += static_cast<std::uint64_t>(entry.data.fileSize);
     });
+    left += isWhole ? 0 : 1;
     Progress progress("re-encrypting", bytes, files.size());
     for (const Entry& entry : files) {
         progress.NextFile();

@@ -39,6 +39,7 @@ struct Census {
     std::vector<std::string> setAside, unfinished;     // of interrupted operations
     std::map<Stored, std::vector<std::string>> names;  // the first few of each kind that needs attention
     std::map<Stored, std::size_t> counts;
+    bool isWhole = true;  // no folder was left out
 };
 
 // Counts what has the name of something that an interrupted operation leaves. False: it has another name.
@@ -68,7 +69,7 @@ Census Count(const Volume& volume, const VolumePath& folder) {
         if (names.size() < kMostNamed)
             names.push_back(entry.ListedPath().Shown());
     };
-    ForEachFile(volume, folder, count, enter);
+    census.isWhole = ForEachFile(volume, folder, count, enter);
     return census;
 }
 
@@ -136,7 +137,7 @@ void Status(Session& session, bool json) {
         }
         folder["setAside"] = census.setAside.size();
         folder["unfinished"] = census.unfinished.size();
-        wantsAttention = wantsAttention || !census.setAside.empty() || !census.unfinished.empty();
+        wantsAttention = wantsAttention || !census.setAside.empty() || !census.unfinished.empty() || !census.isWhole;
         all.push_back(folder);
         if (!json)
             PrintOut(text + (isThere ? Report(census) : ""));

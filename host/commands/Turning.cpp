@@ -21,6 +21,7 @@ struct Work {
     std::vector<Entry> files;
     std::uint64_t bytes = 0;
     std::map<Stored, std::size_t> left;  // how many files stay as they are, and why
+    bool isWhole = true;                 // no folder was left out
 };
 
 bool IsToBeTurned(Stored stored, bool encrypt) {
@@ -29,7 +30,7 @@ bool IsToBeTurned(Stored stored, bool encrypt) {
 
 Work FindWork(const Volume& volume, const VolumePath& path, bool encrypt) {
     Work work;
-    ForEachFile(volume, path, [&](const Entry& entry, Stored stored) {
+    work.isWhole = ForEachFile(volume, path, [&](const Entry& entry, Stored stored) {
         if (!IsToBeTurned(stored, encrypt)) {
             ++work.left[stored];
             return;
@@ -47,6 +48,8 @@ void TurnAll(Session& session, const Options& options, bool encrypt) {
     const VolumePath path = PathArgument(volume, options.path);
     ReportMissingFolders(session, volume, path);
     const Work work = FindWork(volume, path, encrypt);
+    if (!work.isWhole)
+        session.exitCode = Exit_Failed;
     // Each file is read again to be compared.
     Progress progress(encrypt ? "encrypting" : "decrypting", 2 * work.bytes, work.files.size());
     std::size_t done = 0;

@@ -43,12 +43,14 @@ void Verify(Session& session, const Options& options) {
     ReportMissingFolders(session, volume, path);
     std::vector<Entry> files;
     std::uint64_t bytes = 0;
-    ForEachFile(volume, path, [&](const Entry& entry, Stored stored) {
+    const bool isWhole = ForEachFile(volume, path, [&](const Entry& entry, Stored stored) {
         if (stored != Stored::Encrypted && stored != Stored::ConflictCopy && stored != Stored::Damaged)
             return;
         files.push_back(entry);
         bytes += static_cast<std::uint64_t>(entry.data.fileSize);
     });
+    if (!isWhole)
+        session.exitCode = Exit_Failed;
     std::map<ContainerState, std::size_t> counts;
     nlohmann::ordered_json found = nlohmann::ordered_json::array();
     Progress progress("verifying", bytes, files.size());

@@ -95,7 +95,7 @@ std::wstring ConfiguredPath(const Volume& volume, const Entry& entry) {
     return ConfiguredPath(volume, entry.path.Parent()) + L'\\' + entry.NameOnDisk();
 }
 
-void ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use,
+bool ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use,
                  const std::function<void(const VolumePath&)>& enter) {
     StopIfInterrupted();
     if (path.Depth() > kMaxPathComponents)
@@ -103,19 +103,27 @@ void ForEachFile(const Volume& volume, const VolumePath& path, const std::functi
     if (!path.IsRoot()) {
         const Entry entry = volume.Require(path);
         if (!entry.IsFolder())
-            return use(entry, StoredAs(volume, entry));
+            return use(entry, StoredAs(volume, entry)), true;
     }
+    bool isWhole = true;
     if (enter)
         enter(path);
     const Storage storage(volume, path);
     for (const Entry& entry : SortedEntries(volume, path)) {
         if (!volume.IsItself(entry))
             continue;
-        if (entry.IsFolder())
-            ForEachFile(volume, entry.path, use, enter);
-        else
+        if (!entry.IsFolder()) {
             use(entry, storage.Of(entry));
+            continue;
+        }
+        try {
+            isWhole = ForEachFile(volume, entry.path, use, enter) && isWhole;
+        } catch (const StatusError& error) {
+            PrintError(std::string("quelvol: ") + error.what() + "; it was left out with all that is in it\n");
+            isWhole = false;
+        }
     }
+    return isWhole;
 }
 
 void RequireUndamaged(const Volume& volume, const VolumePath& path) {

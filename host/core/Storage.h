@@ -62,8 +62,8 @@ std::wstring ConfiguredPath(const Volume& volume, const VolumePath& path);
 std::wstring ConfiguredPath(const Volume& volume, const Entry& entry);
 
 // Calls use for the file at path, or in order for each file below the folder, except links. Before, calls the second function for each
-// folder. Throws HostError.
-void ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use,
+// folder. False: a folder below it could not be read, which it printed. Throws HostError.
+bool ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use,
                  const std::function<void(const VolumePath&)>& enter = nullptr);
 // For a document that Find does not find: throws HostError when it has a damaged container.
 void RequireUndamaged(const Volume& volume, const VolumePath& path);
