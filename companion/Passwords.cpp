@@ -8,7 +8,6 @@
 #include "PasswordProof.h"
 #include "Paths.h"
 #include "Problem.h"
-#include "SettingsFile.h"
 #include "SettingsStore.h"
 #include "Text.h"
 #include "WholeFile.h"
@@ -92,7 +91,7 @@ void ForPasswordsToRead(const Settings& settings, const std::wstring& containerP
 
 std::optional<Secret> PasswordToWrite(const Settings& settings, const std::wstring& containerPath, const std::wstring& sourcePath) {
     // What opens the containers must not become one.
-    if (EqualNoCase(containerPath, FullPath(SettingsPath()) + std::wstring(kContainerExtension)))
+    if (EqualNoCase(containerPath, settings.ownPath + std::wstring(kContainerExtension)))
         return NoPassword(L"It is the configuration, which is never encrypted", containerPath);
     const auto folder = FolderToWrite(settings, containerPath, sourcePath);
     if (!folder)

@@ -55,6 +55,7 @@ struct KeyFolder {
 };
 
 struct Settings {
+    std::wstring ownPath;                             // of the file itself; empty: of none
     std::vector<ConfiguredFolder> folders;            // in the file's order
     std::map<std::string, PasswordSource> passwords;  // by target key, UTF-8
     // For a key whose documents get a new password: the key under which the former one is kept until all have the new one.

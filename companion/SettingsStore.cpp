@@ -109,7 +109,9 @@ private:
             if (sameStamp && textHash == m_textHash)
                 return;
             m_textHash = textHash;
-            TakeOver(ParseSettings(text.Text(), FolderOf(stamp.path)));
+            Settings settings = ParseSettings(text.Text(), FolderOf(stamp.path));
+            settings.ownPath = stamp.path;
+            TakeOver(std::move(settings));
             m_lastProblem.clear();
         } catch (const SettingsError& error) {
             Report(stamp.path + FromUtf8Lossy(error.what()));

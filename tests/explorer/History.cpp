@@ -13,9 +13,8 @@
 
 namespace {
 
-bool g_isPrinted = false;
-
 using process::Volume;
+bool g_isPrinted = false;
 
 class History : Document {
 public:
@@ -41,8 +40,6 @@ public:
         Companion().FailNth();
         const Look now = world.LookAround();
         Check(step, now);
-        if (step.op == Op::EndProcess)
-            m_leftOfEmpty = now.ofEmpty;
         // A file that was replaced or moved away while a lock or another opener holds it is deleted with that, later.
         const Opener& other = m_openers[1 - step.actor];
         m_doomed |= m_isLocked || (other.file && (other.isPlain || other.sharesLock)) ? m_mayReplace : 0;
@@ -109,8 +106,7 @@ public:
     bool IsLikeAStart() const { return m_hasBegun && m_onlyOutside && m_waiting.empty() && !m_openers[0].file; }
 
     std::string failure;
-    bool isRefused = false;
-    bool wasFailed = false;
+    bool isRefused = false, wasFailed = false;
 
 private:
     void Expect(bool isTrue, const std::string& what) {
@@ -287,7 +283,8 @@ private:
         if (Volume()->Undelete(opener.file, nullptr) != VVS_Success)
             return false;
         opener.isDeleted = false;
-        if (opener.isPlain && !m_openers[0].isDeleted && !m_openers[1].isDeleted)  // some systems keep a mark for each handle
+        const bool isMarked = m_openers[0].isDeleted || m_openers[1].isDeleted || m_removedPlaces.count(opener.place);
+        if (opener.isPlain && !isMarked)  // some systems keep a mark for each handle
             m_doomedPlaces.erase(opener.place);
         opener.marked = 0;
         return true;
@@ -302,8 +299,10 @@ private:
             return false;
         }
         m_mayBeBare = true;  // also a lock's empty file can be copied
-        for (const Opener& opener : m_openers)
+        for (Opener& opener : m_openers) {
             m_mayLitter |= opener.file && opener.isPlain;
+            opener.isUnsure |= opener.file && opener.place == step.argument;  // the same word may be of another version there
+        }
         for (const int place : {static_cast<int>(kHome), step.argument})
             if (const auto waiting = m_waiting.find(place); waiting != m_waiting.end())
                 waiting->second.isUnsure = true;  // it is stored elsewhere as well, or of a container that was replaced
@@ -340,7 +339,7 @@ private:
             return false;
         if (!asContainer) {
             m_doomed |= m_mayReplace;
-            m_doomedPlaces.insert(kHome);
+            m_doomedPlaces.insert(kHome), m_removedPlaces.insert(kHome);
         }
         return true;
     }
@@ -356,6 +355,7 @@ private:
         m_mayBeBare |= m_isLocked;
         m_isLocked = false;
         m_waiting.clear();
+        m_leftOfEmpty.insert(m_leftOfEmpty.end(), look.ofEmpty.begin(), look.ofEmpty.end());
         process::End();
         return true;
     }
@@ -459,9 +459,8 @@ private:
 
     std::string m_step;
     Opener m_openers[2];
-    bool m_hasActed[2] = {};
-    bool m_hasBegun = false, m_onlyOutside = true;  // so far nothing was opened or locked
-    std::set<int> m_touched{kHome};                 // places to which a step led
+    bool m_hasActed[2] = {}, m_hasBegun = false, m_onlyOutside = true;  // so far nothing was opened or locked
+    std::set<int> m_touched{kHome};                                     // places to which a step led
     bool m_isLocked = false;
     std::wstring m_token;
     std::map<int, Edit> m_waiting;            // edits that could not be saved, as long as their process lives
@@ -469,6 +468,7 @@ private:
     WordSet m_mayReplace = 0, m_mayDrop = 0;  // by this step: of what is stored, of what is in temp files
     WordSet m_doomed = 0;                     // marked for deletion by somebody who has closed, or held by the lock after a move
     std::vector<std::string> m_leftOfEmpty;   // tracking files of empty edits that an ended process left
+    std::set<int> m_removedPlaces;            // of plain files that somebody outside deleted
     std::set<int> m_doomedPlaces;             // of plain files that are not locked: the platform deletes them with their last handle
     bool m_mayBeBare = false;                 // somebody may have wanted an empty file
     bool m_mayLitter = false;                 // a temp folder can go only when the volume does not think of it any more
