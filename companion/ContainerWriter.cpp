@@ -65,7 +65,7 @@ public:
                 WriteEnds();
                 m_file->Complete();
                 // The configuration cannot change meanwhile, so whoever changes a password finds all containers with the former one.
-                const Handle held = HoldSettings();
+                const UniqueHandle held = HoldSettings();
                 m_require(m_password);
                 m_file->PutInPlace(m_attributes, m_ifThere);
             }

@@ -162,7 +162,7 @@ private:
         constexpr std::size_t kDeepest = 256;
         if (!m_seen.insert(realFolder).second || StandingAt(realFolder) != Standing::Itself)
             return;
-        const DiskHandle held = HoldFolder(realFolder);
+        const UniqueHandle held = HoldFolder(realFolder);
         if (!held || depth > kDeepest)
             return Report(realFolder, "the folder cannot be read");
         for (const std::wstring& name : NamesIn(realFolder)) {
@@ -194,15 +194,15 @@ private:
 };
 
 // Two runs at once would mistake each other's changes for edits by users.
-DiskHandle OnlyOne() {
-    DiskHandle mutex(CreateMutexW(nullptr, FALSE, L"quelvol-rekey"));
+UniqueHandle OnlyOne() {
+    UniqueHandle mutex(CreateMutexW(nullptr, FALSE, L"quelvol-rekey"));
     if (GetLastError() == ERROR_ALREADY_EXISTS)
         throw HostError("another 'quelvol rekey' is running; wait until it has ended");
     return mutex;
 }
 
 void Rekey(Session& session, const Options& options) {
-    const DiskHandle onlyOne = OnlyOne();
+    const UniqueHandle onlyOne = OnlyOne();
     SettingsFile file(companion::SettingsPath());
     const Volume& volume = session.GetVolumeToChange();
     const VolumePath path = PathArgument(volume, options.folder);

@@ -6,6 +6,7 @@
 
 #include <windows.h>
 
+#include "common/Patience.h"
 #include "companion/SideFile.h"
 #include "core/Companion.h"
 #include "core/HostError.h"
@@ -27,6 +28,9 @@ struct Form {
     Form With(std::wstring_view end) const { return {path + std::wstring(end), real + std::wstring(end)}; }
     Form Without(std::wstring_view end) const {
         return {path.substr(0, path.size() - end.size()), real.substr(0, real.size() - end.size())};
+    }
+    Form Named(const std::wstring& name) const {
+        return {path.substr(0, path.rfind(L'\\') + 1) + name, real.substr(0, real.rfind(L'\\') + 1) + name};
     }
     std::wstring Name() const { return path.substr(path.rfind(L'\\') + 1); }
     std::string Shown() const { return ToUtf8(path); }
@@ -52,7 +56,7 @@ class HeldFile {
 public:
     explicit HeldFile(const Form& form)
         : m_form(form), m_file(OpenItself(form.real, GENERIC_READ | DELETE | FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ)) {
-        if (!m_file || !GetFileInformationByHandle(m_file.get(), &m_information))
+        if (!m_file || !GetFileInformationByHandle(m_file.Get(), &m_information))
             throw LocalError(m_form.path, GetLastError());
     }
     const BY_HANDLE_FILE_INFORMATION& Information() const { return m_information; }
@@ -60,11 +64,11 @@ public:
     // The next bytes, fewer at the end.
     std::size_t Read(char* buffer, std::size_t size) {
         DWORD read = 0;
-        if (!ReadFile(m_file.get(), buffer, static_cast<DWORD>(size), &read, nullptr))
+        if (!ReadFile(m_file.Get(), buffer, static_cast<DWORD>(size), &read, nullptr))
             throw LocalError(m_form.path, GetLastError());
         return read;
     }
-    void Rewind() { SetFilePointer(m_file.get(), 0, nullptr, FILE_BEGIN); }
+    void Rewind() { SetFilePointer(m_file.Get(), 0, nullptr, FILE_BEGIN); }
     // Sets the document's times from its container. A failure is ignored, because the content is complete.
     void TakeTimesOf(const Form& container) {
         SYSTEMTIME times[3];
@@ -73,7 +77,7 @@ public:
         FILETIME fileTimes[3];
         for (int index = 0; index < 3; ++index)
             SystemTimeToFileTime(&times[index], &fileTimes[index]);
-        SetFileTime(m_file.get(), &fileTimes[2], &fileTimes[1], &fileTimes[0]);
+        SetFileTime(m_file.Get(), &fileTimes[2], &fileTimes[1], &fileTimes[0]);
     }
     // Deletes the file. Throws unless it and the other form are still there.
     void DeleteFor(const Form& other) {
@@ -85,7 +89,7 @@ public:
 
 private:
     Form m_form;
-    DiskHandle m_file;
+    UniqueHandle m_file;
     BY_HANDLE_FILE_INFORMATION m_information{};
 };
 
@@ -112,7 +116,9 @@ bool HaveOneContent(const Form& container, HeldFile& plain, const ByteCount& cou
 }
 
 void WriteContainer(const Form& plain, const Form& container, HeldFile& content, const ByteCount& count) {
-    NewContainer writer(container.path, plain.Name(), plain.path, content.Information());
+    // Under another name first: what a sync client stores under its own meanwhile is not replaced.
+    const Form aside = plain.Named(VolumePath::AsideName(plain.Name()) + std::wstring(kContainerExtension));
+    NewContainer writer(aside.path, plain.Name(), plain.path, content.Information());
     std::vector<char> buffer(kBlockSize);
     while (const std::size_t size = content.Read(buffer.data(), buffer.size())) {
         StopIfInterrupted();
@@ -122,6 +128,17 @@ void WriteContainer(const Form& plain, const Form& container, HeldFile& content,
     if (container.IsThere())  // it was created meanwhile
         ThrowBoth(plain, container);
     writer.Finish();
+    DWORD error = 0;
+    RepeatForAMoment([&] {
+        error = MoveFileExW(aside.real.c_str(), container.real.c_str(), MOVEFILE_WRITE_THROUGH) ? 0 : GetLastError();
+        return error == 0 || error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS;
+    });
+    if (error == 0)
+        return;
+    DeleteItself(aside.real);
+    if (container.IsThere())
+        ThrowBoth(plain, container);
+    throw LocalError(container.path, error);
 }
 
 void WritePlain(const Form& plain, const Form& container, const HeldFile& held, const ByteCount& count) {
@@ -150,11 +167,18 @@ void RequireOneContent(const Form& plain, const Form& container, HeldFile& conte
     throw HostError(made.Shown() + ": it was written, but reading it back gives other content; the old form is left as it was");
 }
 
+// The platform would store a document of such a name under another one.
+void RefuseUnusable(const Form& plain) {
+    if (const char* const problem = VolumePath::ComponentProblem(plain.Name()))
+        throw HostError(plain.Shown() + ": " + problem + "; give its file another name first");
+}
+
 }  // namespace
 
 void EncryptInPlace(const Volume& volume, const Entry& entry, const ByteCount& count) {
-    const DiskHandle folder = volume.Hold(entry.path.Parent());
+    const UniqueHandle folder = volume.Hold(entry.path.Parent());
     const Form plain = FormOf(volume, entry), container = plain.With(kContainerExtension);
+    RefuseUnusable(plain);
     HeldFile content(plain);
     const bool isNew = !container.IsThere();
     if (isNew)
@@ -164,8 +188,9 @@ void EncryptInPlace(const Volume& volume, const Entry& entry, const ByteCount& c
 }
 
 void DecryptInPlace(const Volume& volume, const Entry& entry, const ByteCount& count) {
-    const DiskHandle folder = volume.Hold(entry.path.Parent());
+    const UniqueHandle folder = volume.Hold(entry.path.Parent());
     const Form container = FormOf(volume, entry), plain = container.Without(kContainerExtension);
+    RefuseUnusable(plain);
     HeldFile held(container);
     const bool isNew = !plain.IsThere();
     if (isNew)

@@ -39,11 +39,13 @@ const char* VolumePath::ComponentProblem(std::wstring_view name, Wildcards wildc
         if (wildcard && wildcards == Wildcards::Refused)
             return "'*' and '?' are allowed only in the last name, and only for 'ls'";
     }
-    if (name.back() == L'.' || name.back() == L' ')
+    // A container must not stand for a document of such a name either.
+    const std::wstring_view shown = WithoutContainerExtension(name);
+    if (shown.empty() || shown.back() == L'.' || shown.back() == L' ' || name.back() == L'.' || name.back() == L' ')
         return "a name may not end in a dot or a blank";
     if (IsDeviceName(name))
         return "the name of a device";
-    if (IsReservedName(name))
+    if (IsReservedName(name) || IsReservedName(shown))
         return "a name that the volume reserves";
     if (name.size() > kMaxName)
         return "a name is too long";
@@ -101,15 +103,16 @@ VolumePath VolumePath::Child(std::wstring_view name) const {
 
 // "report.docx" becomes "report.~1a2b3c4d.docx": the beginning and the extension stay, because names are excluded from encryption by
 // these.
-VolumePath VolumePath::Aside() const {
-    const std::wstring name = Name();
-    const std::size_t dot = name.rfind(L'.');
-    std::wstring stem = name.substr(0, dot).substr(0, kMaxAsideStem);
-    if (!stem.empty() && (stem.back() & 0xFC00) == 0xD800)  // half of a surrogate pair
-        stem.pop_back();
-    const bool hasDot = dot != std::wstring::npos;
-    return Parent().Child(stem + (hasDot ? L".~" : L"~") + UniqueSuffix() + (hasDot ? name.substr(dot) : L""));
+std::wstring VolumePath::AsideName(std::wstring_view name) {
+    const std::size_t dot = std::min(name.rfind(L'.'), name.size());
+    std::wstring aside(name.substr(0, dot).substr(0, kMaxAsideStem));
+    if (!aside.empty() && (aside.back() & 0xFC00) == 0xD800)  // half of a surrogate pair
+        aside.pop_back();
+    aside.append(dot < name.size() ? L".~" : L"~").append(UniqueSuffix());
+    return aside.append(name.substr(dot));
 }
+
+VolumePath VolumePath::Aside() const { return Parent().Child(AsideName(Name())); }
 
 std::wstring VolumePath::NameBeforeAside(std::wstring_view name) {
     constexpr std::size_t suffixSize = 9;  // "~1a2b3c4d"
