@@ -6,7 +6,6 @@
 
 #include <windows.h>
 
-#include "common/Patience.h"
 #include "companion/SideFile.h"
 #include "core/Companion.h"
 #include "core/HostError.h"
@@ -28,9 +27,6 @@ struct Form {
     Form With(std::wstring_view end) const { return {path + std::wstring(end), real + std::wstring(end)}; }
     Form Without(std::wstring_view end) const {
         return {path.substr(0, path.size() - end.size()), real.substr(0, real.size() - end.size())};
-    }
-    Form Named(const std::wstring& name) const {
-        return {path.substr(0, path.rfind(L'\\') + 1) + name, real.substr(0, real.rfind(L'\\') + 1) + name};
     }
     std::wstring Name() const { return path.substr(path.rfind(L'\\') + 1); }
     std::string Shown() const { return ToUtf8(path); }
@@ -116,9 +112,7 @@ bool HaveOneContent(const Form& container, HeldFile& plain, const ByteCount& cou
 }
 
 void WriteContainer(const Form& plain, const Form& container, HeldFile& content, const ByteCount& count) {
-    // Under another name first: what a sync client stores under its own meanwhile is not replaced.
-    const Form aside = plain.Named(VolumePath::AsideName(plain.Name()) + std::wstring(kContainerExtension));
-    NewContainer writer(aside.path, plain.Name(), plain.path, content.Information());
+    NewContainer writer(container.path, plain.Name(), plain.path, content.Information());
     std::vector<char> buffer(kBlockSize);
     while (const std::size_t size = content.Read(buffer.data(), buffer.size())) {
         StopIfInterrupted();
@@ -127,18 +121,13 @@ void WriteContainer(const Form& plain, const Form& container, HeldFile& content,
     }
     if (container.IsThere())  // it was created meanwhile
         ThrowBoth(plain, container);
-    writer.Finish();
-    DWORD error = 0;
-    RepeatForAMoment([&] {
-        error = MoveFileExW(aside.real.c_str(), container.real.c_str(), MOVEFILE_WRITE_THROUGH) ? 0 : GetLastError();
-        return error == 0 || error == ERROR_ALREADY_EXISTS || error == ERROR_FILE_EXISTS;
-    });
-    if (error == 0)
-        return;
-    DeleteItself(aside.real);
-    if (container.IsThere())
-        ThrowBoth(plain, container);
-    throw LocalError(container.path, error);
+    try {
+        writer.Finish();
+    } catch (const HostError&) {
+        if (container.IsThere())
+            ThrowBoth(plain, container);
+        throw;
+    }
 }
 
 void WritePlain(const Form& plain, const Form& container, const HeldFile& held, const ByteCount& count) {

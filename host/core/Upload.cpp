@@ -84,9 +84,9 @@ void Upload::Write(const void* data, std::size_t size) {
 
 void Upload::Place(const VirtFindData& times, const std::function<void()>& lastLook) {
     m_volume->SetFileInfo(m_file.Get(), kKeepAttributes, &times);  // a failure is ignored: the content is complete
+    lastLook();
     if (m_replacedConflict)
         MakeOrdinary(m_volume, *m_replacedConflict);
-    lastLook();
     m_volume.Rename(m_file, m_target);
     m_file.Reset();
     Verify();

@@ -84,14 +84,16 @@ void Volume::CopyToFree(const VolumePath& source, const VolumePath& target) cons
     // In a folder of its own the copy gets its name at once, so that one rename puts it in place.
     const VolumePath folder = target.Aside(), made = folder.Child(target.Name());
     Open(folder, GENERIC_READ, kShareAll, CreateNewFolder);
+    bool isMoved = false;
     const OnExit removeFolder([&] {
-        if (Find(made))
+        if (!isMoved && Find(made))
             m_volume->Delete(Open(made, DELETE, kShareAll, OPEN_EXISTING).Get(), nullptr);
         RemoveReserved(folder);
         m_volume->Delete(Open(folder, DELETE, kShareAll, OPEN_EXISTING).Get(), nullptr);
     });
     Copy(source, made);
     Move(made, target);
+    isMoved = true;
 }
 
 void Volume::Move(const VolumePath& source, const VolumePath& target) const {

@@ -103,16 +103,15 @@ VolumePath VolumePath::Child(std::wstring_view name) const {
 
 // "report.docx" becomes "report.~1a2b3c4d.docx": the beginning and the extension stay, because names are excluded from encryption by
 // these.
-std::wstring VolumePath::AsideName(std::wstring_view name) {
-    const std::size_t dot = std::min(name.rfind(L'.'), name.size());
-    std::wstring aside(name.substr(0, dot).substr(0, kMaxAsideStem));
-    if (!aside.empty() && (aside.back() & 0xFC00) == 0xD800)  // half of a surrogate pair
-        aside.pop_back();
-    aside.append(dot < name.size() ? L".~" : L"~").append(UniqueSuffix());
-    return aside.append(name.substr(dot));
+VolumePath VolumePath::Aside() const {
+    const std::wstring name = Name();
+    const std::size_t dot = name.rfind(L'.');
+    std::wstring stem = name.substr(0, dot).substr(0, kMaxAsideStem);
+    if (!stem.empty() && (stem.back() & 0xFC00) == 0xD800)  // half of a surrogate pair
+        stem.pop_back();
+    const bool hasDot = dot != std::wstring::npos;
+    return Parent().Child(stem + (hasDot ? L".~" : L"~") + UniqueSuffix() + (hasDot ? name.substr(dot) : L""));
 }
-
-VolumePath VolumePath::Aside() const { return Parent().Child(AsideName(Name())); }
 
 std::wstring VolumePath::NameBeforeAside(std::wstring_view name) {
     constexpr std::size_t suffixSize = 9;  // "~1a2b3c4d"

@@ -36,7 +36,6 @@ public:
     VolumePath Child(std::wstring_view name) const;
     // A new name beside this one, for a file that will replace it.
     VolumePath Aside() const;
-    static std::wstring AsideName(std::wstring_view name);
     // The original name of one that Aside made; empty for any other.
     static std::wstring NameBeforeAside(std::wstring_view name);
     // Are they the same item, or is this inside folder?
