@@ -56,12 +56,19 @@ public:
     Proof Look(const std::wstring& containerPath) {
         if (containerPath.empty() || !IsOfFolder(FolderOf(containerPath)))
             return Below(m_folder.path, 0), Result();
-        Container(containerPath);
+        Container(containerPath, true);
         if (!IsOver())
             Files(FolderOf(containerPath));
         if (!IsOver())
             Below(m_folder.path, 0);
         return Result();
+    }
+
+    // Looks at all of them.
+    std::vector<std::wstring> Unopened() {
+        m_looksAtAll = true;
+        Below(m_folder.path, 0);
+        return std::move(m_unopened);
     }
 
 private:
@@ -70,7 +77,7 @@ private:
     static constexpr int kMostEntries = 100'000;
     static constexpr int kMostDepth = 128;
 
-    bool IsOver() const { return m_isFor || m_against >= kEnoughAgainst || m_entries >= kMostEntries; }
+    bool IsOver() const { return m_entries >= kMostEntries || (!m_looksAtAll && (m_isFor || m_against >= kEnoughAgainst)); }
     Proof Result() const { return m_isFor ? Proof::For : m_against > 0 ? Proof::Against : Proof::None; }
 
     bool IsOfFolder(const std::wstring& path) const {
@@ -79,15 +86,17 @@ private:
     }
 
     // Nearly all wrong passwords fail the two check bytes; of those that pass, the whole container must be read, unless it is large.
-    void Container(const std::wstring& path) {
+    void Container(const std::wstring& path, bool isToBeReplaced = false) {
         try {
             ContainerFile file(path);
             if (file.OpenError() != 0 || !file.Zip() || file.Zip()->keyBytes == 0)
                 return;
             if (ContainerContent::CipherFor(file, m_password.Text()))
-                m_isFor = file.Zip()->storedBytes > kLargestRead || IsWholeUnder(file, m_password);
-            else if (!OpensWithAnother(m_settings, path, m_folder.key))
-                ++m_against;
+                m_isFor = m_isFor || file.Zip()->storedBytes > kLargestRead || IsWholeUnder(file, m_password);
+            else if (!OpensWithAnother(m_settings, path, m_folder.key)) {
+                m_unopened.push_back(path);
+                m_against += isToBeReplaced || file.Zip()->isOwnForm ? 1 : 0;
+            }
         } catch (const CQuelcryptErrorException&) {
             // Damaged, or held by somebody.
         }
@@ -127,7 +136,8 @@ private:
     const Settings& m_settings;
     const KeyFolder& m_folder;
     const Secret& m_password;
-    bool m_isFor = false;
+    bool m_isFor = false, m_looksAtAll = false;
+    std::vector<std::wstring> m_unopened;
     int m_against = 0;
     int m_entries = 0;
 };
@@ -172,6 +182,10 @@ struct Proven {
 };
 
 }  // namespace
+
+std::vector<std::wstring> ContainersOfOthers(const Settings& settings, const KeyFolder& folder, const Secret& password) {
+    return Search(settings, folder, password).Unopened();
+}
 
 bool NeedsPasswordOf(const Settings& settings, const std::wstring& containerPath, const std::string& key) {
     ContainerFile file(containerPath);

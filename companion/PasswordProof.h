@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "Secret.h"
 #include "Settings.h"
@@ -15,9 +16,13 @@ namespace companion {
 enum class BeforeWriting { No, Yes };  // yes: a missing check container is made
 
 // Throws CQuelcryptErrorException, "This is not the password of Docs", for a wrong password; containerPath (may be empty) is the
-// first container to try. A container that cannot be read decides nothing.
+// first container to try. A container that cannot be read decides nothing, and only that first one does if another program made it:
+// anybody may put a ZIP file with a password of its own into the folder.
 void ProvePassword(const Settings& settings, const KeyFolder& folder, const Secret& password, const std::wstring& containerPath,
                    BeforeWriting beforeWriting);
+
+// The paths of the containers in the folder that neither this password nor another configured one opens. Nobody is asked for one.
+std::vector<std::wstring> ContainersOfOthers(const Settings& settings, const KeyFolder& folder, const Secret& password);
 
 // Is this a container that may need the password of this key, because no other configured password opens it? Also true for a damaged
 // container of which this is not certain. Throws CQuelcryptErrorException when the file cannot be read.

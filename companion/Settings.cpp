@@ -24,12 +24,14 @@ public:
 
     Settings Read() {
         const json& root = m_document.root;
-        OnlyMembers(root, {}, {"folders", "passwords", "formerKeys", "defaultKey", "exclude", "log"});
+        OnlyMembers(root, {}, {"folders", "passwords", "formerKeys", "laterPasswords", "defaultKey", "exclude", "log"});
         ForEach(root, {}, "folders", [this](const json& value, const JsonPath& path) { ReadFolder(value, path); });
         if (const json* passwords = Member(root, "passwords"))
-            ReadPasswords(*passwords, {"passwords"});
+            ReadPasswords(*passwords, {"passwords"}, m_settings.passwords);
         if (const json* formerKeys = Member(root, "formerKeys"))
             ReadFormerKeys(*formerKeys, {"formerKeys"});
+        if (const json* later = Member(root, "laterPasswords"))
+            ReadPasswords(*later, {"laterPasswords"}, m_settings.laterPasswords);
         if (Member(root, "defaultKey")) {
             m_settings.defaultKey = Text(root, {}, "defaultKey");
             if (!m_settings.defaultKey.empty())
@@ -151,11 +153,11 @@ private:
             read(member.key(), member.value(), Below(path, member.key()));
     }
 
-    void ReadPasswords(const json& passwords, const JsonPath& path) {
-        ForEachKey(passwords, path, "a password", [this](const std::string& key, const json& value, const JsonPath& place) {
+    void ReadPasswords(const json& passwords, const JsonPath& path, std::map<std::string, PasswordSource>& sources) {
+        ForEachKey(passwords, path, "a password", [this, &sources](const std::string& key, const json& value, const JsonPath& place) {
             if (key.empty())
                 Complain(place, "a target key must have a name");
-            m_settings.passwords.emplace(key, Source(value, place));
+            sources.emplace(key, Source(value, place));
         });
     }
 

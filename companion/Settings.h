@@ -60,6 +60,7 @@ struct Settings {
     std::map<std::string, PasswordSource> passwords;  // by target key, UTF-8
     // For a key whose documents get a new password: the key under which the former one is kept until all have the new one.
     std::map<std::string, std::string> formerKeys;
+    std::map<std::string, PasswordSource> laterPasswords;  // where the new one of such a key will then come from
     std::string defaultKey;
     std::vector<std::wstring> excluded;  // patterns of file names
     std::wstring logFile;                // full path; "-": standard error; empty: none

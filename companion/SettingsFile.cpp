@@ -138,7 +138,8 @@ void SettingsFile::SetPassword(const std::string& key, const PasswordSource& sou
     Take(changed);
 }
 
-void SettingsFile::BeginRekey(const std::string& key, const PasswordSource& former, const PasswordSource& source) {
+void SettingsFile::BeginRekey(const std::string& key, const PasswordSource& former, const PasswordSource& source,
+                              const PasswordSource& later) {
     std::string formerKey = key + " (old)";
     while (m_settings.passwords.contains(formerKey) || !m_settings.FoldersOfKey(formerKey).empty())
         formerKey += "+";
@@ -146,16 +147,18 @@ void SettingsFile::BeginRekey(const std::string& key, const PasswordSource& form
     changed["passwords"][formerKey] = SourceOf(former);
     changed["passwords"][key] = SourceOf(source);
     changed["formerKeys"][key] = formerKey;
+    changed["laterPasswords"][key] = SourceOf(later);
     Take(changed);
 }
 
-void SettingsFile::EndRekey(const std::string& key, const PasswordSource& source) {
+void SettingsFile::EndRekey(const std::string& key) {
     ordered_json changed = *m_root;
     changed["passwords"].erase(m_settings.formerKeys.at(key));
-    changed["passwords"][key] = SourceOf(source);
-    changed["formerKeys"].erase(key);
-    if (changed["formerKeys"].empty())
-        changed.erase("formerKeys");
+    if (const auto later = m_settings.laterPasswords.find(key); later != m_settings.laterPasswords.end())
+        changed["passwords"][key] = SourceOf(later->second);
+    for (const char* const list : {"formerKeys", "laterPasswords"})
+        if (changed.contains(list) && changed[list].erase(key) > 0 && changed[list].empty())
+            changed.erase(list);
     Take(changed);
 }
 

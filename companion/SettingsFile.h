@@ -35,9 +35,10 @@ public:
     // These throw SettingsError when the configuration could not be used with the change, and then do not make it.
     void AddFolder(const std::wstring& name, const std::wstring& path, const std::string& key);
     void SetPassword(const std::string& key, const PasswordSource& source);
-    // The key's new password is that of source; the former one is kept under a key of its own until EndRekey.
-    void BeginRekey(const std::string& key, const PasswordSource& former, const PasswordSource& source);
-    void EndRekey(const std::string& key, const PasswordSource& source);
+    // The key's new password is that of source, and from EndRekey on that of later; the former one is kept under a key of its own until
+    // then.
+    void BeginRekey(const std::string& key, const PasswordSource& former, const PasswordSource& source, const PasswordSource& later);
+    void EndRekey(const std::string& key);
 
 private:
     void Take(const nlohmann::ordered_json& changed);

@@ -40,6 +40,7 @@ constexpr U16 kVersionOfAes = 51;
 constexpr U16 kMadeByUnix = 3;
 constexpr U32 kRegularFile = 0100000;
 constexpr U32 kFileTypeMask = 0170000;
+constexpr U32 kWritePermissions = 0222;
 constexpr U32 kDosFolder = 0x10;
 
 // Written instead of a number that is too large for its field; the Zip64 field or record then has the number.
@@ -206,6 +207,7 @@ std::optional<ZipEntry> CentralHeader(std::string_view bytes) {
             ReadUnicodeName(field, entry);
     });
     const U32 fileType = madeBy >> 8 == kMadeByUnix ? attributes >> 16 & kFileTypeMask : 0;
+    entry.isReadOnly = (attributes >> 16 & kWritePermissions) == 0;
     const bool isFile = (fileType == 0 || fileType == kRegularFile) && !(attributes & kDosFolder) && !entry.name.ends_with('/');
     const bool isAes = entry.keyBytes != 0 && (flags & (kEncryptedFlag | kStrongEncryptionFlag)) == kEncryptedFlag;
     const bool isEmpty = entry.keyBytes == 0 && !(flags & kEncryptedFlag) && entry.plainBytes == 0 && entry.storedBytes == 0;
@@ -300,9 +302,12 @@ std::optional<ZipEntry> OnlyEntry(std::string_view end, std::uint64_t fileBytes)
     if (!directory || directory->entries != 1 || directory->at < endAt || directory->at > directory->endsAt ||
         directory->sizeBytes != directory->endsAt - directory->at)
         return std::nullopt;
-    auto entry = CentralHeader(end.substr(static_cast<std::size_t>(directory->at - endAt), static_cast<std::size_t>(directory->sizeBytes)));
+    const std::string_view records = end.substr(static_cast<std::size_t>(directory->at - endAt));
+    auto entry = CentralHeader(records.substr(0, static_cast<std::size_t>(directory->sizeBytes)));
     if (entry && (entry->headerAt > directory->at || entry->storedBytes > directory->at - entry->headerAt || !CanBeTrue(*entry)))
         return std::nullopt;
+    if (entry)
+        entry->isOwnForm = CentralDirectory(*entry, directory->at) == records;
     return entry;
 }
 

@@ -16,7 +16,7 @@ namespace companion {
 struct ZipEntry {
     std::string name;  // as stored: UTF-8, or in the code page of the program that wrote it
     bool isNameUtf8 = true;
-    bool isReadOnly = false;                // written only
+    bool isReadOnly = false;                // by its permissions
     std::size_t keyBytes = 0;               // 16, 24 or 32 for AES-128, -192 or -256; 0: not encrypted, and empty
     std::uint16_t compression = 0;          // below the encryption; only 0 (stored) is written
     std::optional<std::uint32_t> checksum;  // CRC-32 of the plain content (AE-1); never written, because it reveals something of it
@@ -28,6 +28,7 @@ struct ZipEntry {
     std::uint32_t lastWrite = 0;
     std::uint32_t lastAccess = 0;
     std::uint32_t creation = 0;
+    bool isOwnForm = false;  // read only: its records are exactly those that CentralDirectory writes
 };
 
 // Its length does not depend on the sizes, so it can be written before they are known and again afterwards.

@@ -51,12 +51,24 @@ void ApplyGlobalOptions(const std::string& config, bool trace, const Session& se
         SetVariable(L"QUELCRYPT_TRACE", L"1");
 }
 
-// The library reports an unknown command as an unexpected argument.
+// The library reports an unknown command, also one of "key" or "recover", as an unexpected argument.
 std::string UnknownCommand(const CLI::App& app, const CLI::ParseError& error) {
-    if (!dynamic_cast<const CLI::ExtrasError*>(&error) || !app.get_subcommands().empty())
+    const CLI::App* above = &app;
+    std::string given;
+    for (auto next = app.get_subcommands(); !next.empty(); next = above->get_subcommands()) {
+        above = next.front();
+        given += above->get_name() + " ";
+    }
+    const auto known = above->get_subcommands([](const CLI::App*) { return true; });
+    const std::string text = error.what(), argument = text.substr(text.rfind(": ") + 2);
+    if (!dynamic_cast<const CLI::ExtrasError*>(&error) || known.empty() || (!given.empty() && argument.starts_with("-")))
         return {};
-    const std::string text = error.what();
-    return "quelvol: " + text.substr(text.rfind(": ") + 2) + ": there is no such command; 'quelvol --help' lists them\n";
+    std::string hint = "; 'quelvol --help' lists them";
+    if (!given.empty())
+        hint = "; there are:";
+    for (const CLI::App* command : given.empty() ? std::vector<const CLI::App*>() : known)
+        hint += " " + command->get_name();
+    return "quelvol: " + given + argument + ": there is no such command" + hint + "\n";
 }
 
 void PrintHelpOrUsageError(const CLI::App& app, const CLI::ParseError& error) {

@@ -164,11 +164,12 @@ TEST_F(OneFileConfiguresTheCompanion, StaysInForceWhileTheNextIsBroken) {
 
 TEST_F(OneFileConfiguresTheCompanion, IsChangedByOneAtATime) {
     using companion::SettingsFile;
+    using Kind = companion::PasswordSource::Kind;
     const std::wstring path = companion::SettingsPath();
     WriteRaw(path + L".new", "what a crash left");
-    const auto add = [](SettingsFile& file) { file.SetPassword("added", {companion::PasswordSource::Kind::Plain, "p"}); };
+    const auto add = [](SettingsFile& file) { file.SetPassword("added", {Kind::Plain, "p"}); };
     SettingsFile::Change(path, [&](SettingsFile& file) {
-        file.BeginRekey("home", file.Get().passwords.at("home"), {companion::PasswordSource::Kind::Plain, "new"});
+        file.BeginRekey("home", file.Get().passwords.at("home"), {Kind::Plain, "new"}, {Kind::Prompt, {}});
         EXPECT_NE(ErrorOf([&] { SettingsFile::Change(path, add); }), L"");
     });
     EXPECT_THROW(SettingsFile::Change(path, [&](SettingsFile& file) { add(file), throw 0; }), int);
@@ -178,8 +179,9 @@ TEST_F(OneFileConfiguresTheCompanion, IsChangedByOneAtATime) {
     }
     EXPECT_EQ(SettingsFile(path).Get().passwords.size(), 2u);
     SettingsFile::Change(path, add);
-    SettingsFile::Change(path, [](SettingsFile& file) { file.EndRekey("home", file.Get().passwords.at("home")); });
+    SettingsFile::Change(path, [](SettingsFile& file) { file.EndRekey("home"); });
     EXPECT_EQ(SettingsFile(path).Get().passwords.size(), 2u);
+    EXPECT_EQ(SettingsFile(path).Get().passwords.at("home").kind, Kind::Prompt);
     EXPECT_FALSE(std::filesystem::exists(path + L".new"));
 }
 

@@ -64,10 +64,13 @@ void AddDecrypt(CLI::App& app, Session& session);
 nlohmann::ordered_json JsonOf(const Volume& volume, const Entry& entry);
 // The kind of an entry: "mount", "folder", "encrypted", "plain", "damaged", "conflict".
 std::string KindWord(const Volume& volume, const Entry& entry);
-// VolumePath::Parse for arguments of the command line, which are UTF-8. Throws HostError when the path's mount folder is missing on disk.
+// VolumePath::Parse for arguments of the command line, which are UTF-8. Throws HostError when the path's mount folder is missing on disk;
+// says which path of the volume is meant by one of this machine.
 VolumePath PathArgument(const Volume& volume, const std::string& text, VolumePath::Wildcards wildcards = VolumePath::Wildcards::Refused);
 // Before all folders below path are gone through: reports mount folders that are missing on disk.
 void ReportMissingFolders(Session& session, const Volume& volume, const VolumePath& path);
+// For what ForEachFile shows as Stored::BadName.
+void ReportBadName(Session& session, const Entry& entry);
 // What a person sees of a tree that is copied, moved or deleted: the progress, and at the end what is no longer encrypted.
 class TreeReport {
 public:

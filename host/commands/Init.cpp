@@ -9,6 +9,7 @@
 #include "companion/Terminal.h"
 #include "core/Environment.h"
 #include "core/Text.h"
+#include "quelcrypt/QuelcryptExceptions.h"
 
 using companion::SettingsFile;
 
@@ -61,6 +62,13 @@ companion::KeyFolder Add(SettingsFile& file, const std::wstring& path, const std
     return {path, key, name};
 }
 
+// Before the question for the password, which would have been answered in vain.
+void RequireParent(const std::wstring& path) {
+    const std::wstring parent = companion::FolderOf(path);
+    if (!parent.empty() && GetFileAttributesW(companion::OpenablePath(parent).c_str()) == INVALID_FILE_ATTRIBUTES)
+        throw HostError(ToShown(path) + ": the folder above it, " + ToShown(parent) + ", does not exist; make that first");
+}
+
 void MakeFolder(const std::wstring& path) {
     const std::wstring openable = companion::OpenablePath(path);
     const DWORD attributes = GetFileAttributesW(openable.c_str());
@@ -68,10 +76,22 @@ void MakeFolder(const std::wstring& path) {
         throw LocalError(path, attributes == INVALID_FILE_ATTRIBUTES ? GetLastError() : ERROR_DIRECTORY);
 }
 
-void Init(const Options& options) {
+// For a password that was made and shown, when somebody else was quicker to change the configuration.
+[[noreturn]] void ThrowUnused(const std::string& problem, const NewPassword& password) {
+    throw HostError(problem + "; nothing was changed" + (password.isMade ? ", and the password that was shown above is not used" : ""));
+}
+
+// Names the containers that somebody else put there; they stay as they are.
+void ReportOthers(Session& session, const SettingsFile& file, const companion::KeyFolder& folder, const companion::Secret& password) {
+    for (const std::wstring& path : companion::ContainersOfOthers(file.Get(), folder, password))
+        session.Report(HostError(ToShown(path) + ": left as it is: no known password opens it"));
+}
+
+void Init(Session& session, const Options& options) {
     const std::wstring path = companion::FullPath(ToUtf16(options.folder));
     SettingsFile file(companion::SettingsPath());
     RequireUnprotected(file, path);
+    RequireParent(path);
     const std::wstring name = NameFor(options, path);
     RequireName(file, name);
     Add(file, path, name, {companion::PasswordSource::Kind::Prompt, {}});  // reports errors before the question for the password
@@ -79,10 +99,16 @@ void Init(const Options& options) {
     MakeFolder(path);
     companion::KeyFolder folder;
     // First the configuration: a check container without it would make the next attempt with another password fail.
-    SettingsFile::Change(file.Path(), [&](SettingsFile& now) {
-        folder = Add(now, path, name, password.source);
-        companion::ProvePassword(now.Get(), folder, password.secret, {}, companion::BeforeWriting::No);
-    });
+    try {
+        SettingsFile::Change(file.Path(), [&](SettingsFile& now) {
+            folder = Add(now, path, name, password.source);
+            companion::ProvePassword(now.Get(), folder, password.secret, {}, companion::BeforeWriting::No);
+        });
+    } catch (const HostError& error) {
+        ThrowUnused(error.what(), password);
+    } catch (const CQuelcryptErrorException& error) {
+        ThrowUnused(ToUtf8(error.GetDescription()), password);
+    }
     if (companion::OpensCheckContainer(folder, password.secret) == companion::CheckResult::Missing)
         companion::ReplaceCheckContainer(folder, password.secret);
     const std::string shown = ToShown(name), called = ToUtf8(GetVariable(L"QUELVOL_COMMAND"));
@@ -92,16 +118,17 @@ void Init(const Options& options) {
              AboutPassword(password) + "\nWhat to do next:" + program + "status: what is in it, and what is unencrypted" + program +
              "encrypt \"" + shown + "\": encrypts what is unencrypted there" + program +
              "serve: makes it a network drive for Explorer, Finder, browsers and office programs\n");
+    ReportOthers(session, SettingsFile(file.Path()), folder, password.secret);
 }
 
 }  // namespace
 
-void AddInit(CLI::App& app, Session&) {
+void AddInit(CLI::App& app, Session& session) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("init", "Protect a folder: choose its password and write the configuration");
     command->add_option("FOLDER", options->folder, "The folder on disk; a missing one is made")->required();
     command->add_option("--name", options->name, "Its name in the volume (default: its own name)");
     AddPasswordOptions(*command, options->password);
     command->footer("Files that are in the folder already stay unencrypted until 'quelvol encrypt' or their next save.");
-    command->callback([options] { Init(*options); });
+    command->callback([&session, options] { Init(session, *options); });
 }

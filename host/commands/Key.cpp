@@ -99,7 +99,7 @@ void Forget(const std::string& key, bool isSure) {
 void AddKey(CLI::App& app, Session&) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("key", "Store the password of a key, or no longer store it");
-    command->require_subcommand(1);
+    command->require_subcommand(0, 1);  // as in RunCommandLine
     CLI::App* const set = command->add_subcommand("set", "Check the password with the documents, and store it");
     set->add_option("NAME", options->key, "The key, as the configuration calls it")->required();
     AddPasswordOptions(*set, options->password);
@@ -108,5 +108,9 @@ void AddKey(CLI::App& app, Session&) {
     forget->add_option("NAME", options->key, "The key")->required();
     forget->add_flag("--yes", options->isSure, "Without typing it once, to prove that it is known elsewhere");
     forget->callback([options] { Forget(options->key, options->isSure); });
+    command->callback([command] {
+        if (command->get_subcommands().empty())
+            throw UsageError("key: 'set NAME' or 'forget NAME' is missing");
+    });
     command->footer("This does not change the password of any document; 'quelvol rekey' does.");
 }

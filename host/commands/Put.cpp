@@ -17,13 +17,16 @@ struct Options {
     std::string local, path;
 };
 
+std::wstring LocalName(const Options& options) {
+    const std::wstring local = ToUtf16(options.local);
+    return local.substr(local.find_last_of(L"/\\:") + 1);
+}
+
 VolumePath Target(const Volume& volume, const Options& options, const LocalSource& source) {
     const VolumePath path = PathArgument(volume, options.path);
     if (source.IsStandardInput())
         return path;
-    const std::wstring local = ToUtf16(options.local);
-    const std::wstring name = local.substr(local.find_last_of(L"/\\:") + 1);
-    const VolumePath target = TargetFor(volume, path, name);
+    const VolumePath target = TargetFor(volume, path, LocalName(options));
     if (const char* reason = VolumePath::ComponentProblem(target.Name()))
         throw UsageError("'" + options.local + "': not a valid name in the volume: " + reason);
     return target;
@@ -37,6 +40,8 @@ void RequireAnother(const Volume& volume, const VolumePath& target, const Option
 }
 
 void Put(Session& session, const Options& options) {
+    if (IsDeviceName(LocalName(options)))  // to open it may wait for ever
+        throw UsageError("'" + options.local + "': Windows takes this name for a device, so the file cannot be opened; rename it");
     LocalSource source(ToUtf16(options.local));
     const Volume& volume = session.GetVolumeToChange();
     const VolumePath target = Target(volume, options, source);

@@ -9,6 +9,7 @@
 #include "companion/Paths.h"
 #include "companion/ProtectedText.h"
 #include "companion/SettingsFile.h"
+#include "core/Checks.h"
 #include "core/Companion.h"
 #include "core/Interrupt.h"
 #include "core/OnDisk.h"
@@ -35,7 +36,7 @@ Secret PasswordIn(const SettingsFile& file, const std::string& key) {
     return *companion::PasswordOf(file.Get(), key, companion::Asking::Allowed);
 }
 
-// Puts both passwords into the configuration until the end, where nobody is asked for them: documents are read with both and written
+// Puts both passwords into the configuration until the end, so that nobody is asked for them: documents are read with both and written
 // with the new one, and a run that is broken off can be continued.
 void Begin(const SettingsFile& file, const std::string& key, const NewPassword& password) {
     const companion::PasswordSource before = file.Get().passwords.at(key);
@@ -51,7 +52,7 @@ void Begin(const SettingsFile& file, const std::string& key, const NewPassword& 
         const auto found = now.Get().passwords.find(key);
         if (now.Get().formerKeys.contains(key) || found == now.Get().passwords.end() || found->second != before)
             throw HostError(kChanged);
-        now.BeginRekey(key, former, {Kind::Protected, companion::Protect(password.secret)});
+        now.BeginRekey(key, former, {Kind::Protected, companion::Protect(password.secret)}, password.source);
     });
 }
 
@@ -93,44 +94,54 @@ void Reencrypt(const Volume& volume, const Entry& entry, const std::wstring& con
         throw HostError(entry.path.Shown() + ": somebody changed it meanwhile; run the command again");
 }
 
-// Returns how many documents still have the old password.
-std::size_t ReencryptAll(Session& session, const Volume& volume, const SettingsFile& file, const std::string& key) {
+struct Work {
     std::vector<Entry> files;
     std::uint64_t bytes = 0;
-    std::size_t left = 0, done = 0;
-    const auto isOfKey = [&](const std::wstring& path) {
-        const auto holder = file.Get().KeyFolderOf(path);
-        return holder && holder->key == key;
-    };
+    std::size_t left = 0;               // documents that still have the old password, or may have it
+    std::vector<std::string> ofOthers;  // documents that neither password opens
+};
+
+Work FindWork(Session& session, const Volume& volume, const SettingsFile& file, const std::string& key) {
+    Work work;
     const bool isWhole = ForEachFile(volume, {}, [&](const Entry& entry, Stored stored) {
-        if (isOfKey(ConfiguredPath(volume, entry)) &&
-            (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged))
-            files.push_back(entry), bytes += static_cast<std::uint64_t>(entry.data.fileSize);
+        const auto holder = file.Get().KeyFolderOf(ConfiguredPath(volume, entry));
+        if (!holder || holder->key != key)
+            return;
+        if (stored == Stored::BadName && entry.IsFolder())
+            ReportBadName(session, entry), ++work.left;
+        if (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged)
+            work.files.push_back(entry), work.bytes += static_cast<std::uint64_t>(entry.data.fileSize);
     });
-    left += isWhole ? 0 : 1;
-    Progress progress("re-encrypting", bytes, files.size());
-    for (const Entry& entry : files) {
+    work.left += isWhole ? 0 : 1;
+    return work;
+}
+
+void ReencryptAll(Session& session, const Volume& volume, Work& work) {
+    std::size_t done = 0;
+    Progress progress("re-encrypting", work.bytes, work.files.size());
+    for (const Entry& entry : work.files) {
         progress.NextFile();
         try {
-            StopIfInterrupted();
             const std::wstring container = ConfiguredPath(volume, entry);
             const Verdict verdict = ExamineContainer(container, [&](std::uint64_t count) {
                 progress.Advance(count);
                 return !Interrupted();
             });
+            StopIfInterrupted();
             if (verdict.state == ContainerState::OtherKey)
                 Reencrypt(volume, entry, container), ++done;
+            else if (verdict.state == ContainerState::WrongKey)
+                work.ofOthers.push_back(entry.ListedPath().Shown());
             else if (verdict.state != ContainerState::Whole)
                 throw HostError(entry.ListedPath().Shown() + ": left as it is: " + verdict.reason);
         } catch (const HostError& error) {
-            session.Report(error);
-            ++left;
             if (error.Code() == Exit_Interrupted)
-                return left;
+                throw;
+            session.Report(error);
+            ++work.left;
         }
     }
     PrintOut(std::to_string(done) + (done == 1 ? " document was" : " documents were") + " encrypted with the new password\n");
-    return left;
 }
 
 // Containers that the volume does not list as documents of these folders, because they were moved elsewhere, have names that the volume
@@ -172,12 +183,17 @@ private:
             const bool isFolder = attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY);
             if (isFolder)
                 LookIn(path, depth + 1);
-            else if (EndsWithNoCase(name, kContainerExtension) && StandingAt(path) == Standing::Itself)
-                LookAt(path);
+            else if (EndsWithNoCase(name, kContainerExtension))
+                LookAt(path, name);
         }
     }
 
-    void LookAt(const std::wstring& path) {
+    void LookAt(const std::wstring& path, const std::wstring& name) {
+        const Standing standing = StandingAt(path);
+        if (standing == Standing::Nothing && VolumePath::ComponentProblem(name))
+            return Report(path, "its name is not one that Windows allows, so it cannot be opened; rename it or delete it");
+        if (standing != Standing::Itself)
+            return;
         try {
             if (companion::NeedsPasswordOf(m_settings, path, m_formerKey))
                 Report(path, "it may need the old password; move it to the folder's documents, rename it or delete it");
@@ -193,47 +209,64 @@ private:
     std::size_t m_count = 0;
 };
 
-// Two runs at once would mistake each other's changes for edits by users.
-UniqueHandle OnlyOne() {
-    UniqueHandle mutex(CreateMutexW(nullptr, FALSE, L"quelvol-rekey"));
-    if (GetLastError() == ERROR_ALREADY_EXISTS)
-        throw HostError("another 'quelvol rekey' is running; wait until it has ended");
-    return mutex;
+// Afterwards the configuration has the new password: that of the run that was broken off, if one was.
+void BeginOrContinue(const SettingsFile& file, const companion::KeyFolder& folder, const PasswordChoice& choice) {
+    const companion::Settings& settings = file.Get();
+    NewPassword password;
+    if (settings.formerKeys.contains(folder.key)) {
+        PrintOut("Continuing what was broken off, with the new password that was chosen then, which will be kept as was said then.\n");
+        const auto later = settings.laterPasswords.find(folder.key);
+        password.source = later == settings.laterPasswords.end() ? settings.passwords.at(folder.key) : later->second;
+    } else {
+        password = ChoosePassword(choice, ToUtf8(folder.name));
+        Begin(file, folder.key, password);
+    }
+    PrintOut(AboutPassword(password));
+}
+
+Work DoAll(Session& session, const Volume& volume, const SettingsFile& file, const std::string& key) {
+    try {
+        MoveChecks(file, key);
+        Work work = FindWork(session, volume, file, key);
+        ReencryptAll(session, volume, work);
+        if (work.left == 0)
+            work.left = Rest(session, file, key).Count();
+        return work;
+    } catch (const HostError& error) {
+        if (error.Code() != Exit_Interrupted)
+            throw;
+        throw HostError("stopped; run the command again to continue. Until then documents are read with the old and the new password",
+                        Exit_Interrupted);
+    }
 }
 
 void Rekey(Session& session, const Options& options) {
-    const UniqueHandle onlyOne = OnlyOne();
-    SettingsFile file(companion::SettingsPath());
     const Volume& volume = session.GetVolumeToChange();
+    const UniqueHandle onlyOne = LockOutOthers();
+    const SettingsFile file(companion::SettingsPath());
     const VolumePath path = PathArgument(volume, options.folder);
     volume.RequireFolder(path);
-    const auto holder = file.Get().KeyFolderOf(ConfiguredPath(volume, path));
-    if (!holder)
+    const auto folder = file.Get().KeyFolderOf(ConfiguredPath(volume, path));
+    if (!folder)
         throw HostError(path.Shown() + ": it has no password");
-    const std::string key = holder->key;
-    NewPassword password;
-    if (file.Get().formerKeys.contains(key)) {
-        PrintOut("Continuing what was broken off, with the new password that was chosen then.\n");
-        password.source = file.Get().passwords.at(key);
-    } else {
-        password = ChoosePassword(options.password, ToUtf8(holder->name));
-        Begin(file, key, password);
-        PrintOut(AboutPassword(password));
-    }
+    const std::string key = folder->key;
+    BeginOrContinue(file, *folder, options.password);
     const SettingsFile begun(file.Path());
-    MoveChecks(begun, key);
-    std::size_t left = ReencryptAll(session, volume, begun, key);
-    if (left == 0)
-        left = Rest(session, begun, key).Count();
-    if (left > 0)
-        throw HostError("not finished: " + std::to_string(left) +
+    const Work work = DoAll(session, volume, begun, key);
+    if (work.left == 0) {
+        SettingsFile::Change(file.Path(), [&](SettingsFile& now) {
+            if (now.Get().formerKeys != begun.Get().formerKeys || now.Get().passwords.at(key) != begun.Get().passwords.at(key))
+                throw HostError(kChanged);
+            now.EndRekey(key);
+        });
+        PrintOut(std::string(work.ofOthers.empty() ? "All documents have" : "All documents that had the old password have") +
+                 " the new password. Copies made earlier (backups, a cloud's older versions) still open with the old one.\n");
+    }
+    for (const std::string& shown : work.ofOthers)
+        session.Report(HostError(shown + ": left as it is: neither the old nor the new password opens it"));
+    if (work.left > 0)
+        throw HostError("not finished: " + std::to_string(work.left) +
                         " or more still have the old password; they stay readable; run the command again");
-    SettingsFile::Change(file.Path(), [&](SettingsFile& now) {
-        if (now.Get().formerKeys != begun.Get().formerKeys || now.Get().passwords.at(key) != begun.Get().passwords.at(key))
-            throw HostError(kChanged);
-        now.EndRekey(key, password.source);
-    });
-    PrintOut("All documents have the new password. Copies made earlier (backups, a cloud's older versions) still open with the old one.\n");
 }
 
 }  // namespace

@@ -143,7 +143,7 @@ void Serve(Session& session, const Options& options) {
 void AddServe(CLI::App& app, Session& session) {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("serve", "Start a WebDAV server for the volume, by default for this machine only");
-    command->add_option("--port", options->server.port, "The port; 0 takes a free one")->capture_default_str();
+    command->add_option("--port", options->server.port, "The port; 0 takes a free one")->capture_default_str()->check(CLI::Range(0, 65535));
     command->add_option("--address", options->server.address, "The address to listen on")->capture_default_str();
     command
         ->add_option("--credentials", options->credentialsFile,

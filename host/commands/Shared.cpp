@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <utility>
 
 #include "commands/Commands.h"
+#include "companion/Paths.h"
 #include "core/Checks.h"
 #include "core/Conflicts.h"
 #include "core/Storage.h"
@@ -21,13 +23,44 @@ Volume& Session::GetVolumeToChange() {
     return volume;
 }
 
+namespace {
+
+// For a path of this machine: its path in the volume, if it has one.
+std::string WhatIsMeant(const Volume& volume, const std::string& text) {
+    const bool isOfMachine = text.find_first_of("/\\") == 0 || text.find(':') == 1;
+    if (!isOfMachine)
+        return {};
+    const std::wstring path = companion::FullPath(ToUtf16(text));
+    for (const VirtMountInfo& mount : volume.MountFolders()) {
+        const std::wstring folder = companion::FullPath(std::wstring(BoundedText(mount.path)));
+        std::wstring inVolume(BoundedText(mount.name));
+        if (!companion::IsWithin(path, folder))
+            continue;
+        inVolume += path.substr(folder.size());
+        std::replace(inVolume.begin(), inVolume.end(), L'\\', L'/');
+        return "; this one is " + ToShown(inVolume) + " in the volume";
+    }
+    return "; 'quelvol mounts' lists these, and 'quelvol init FOLDER' makes one of a folder";
+}
+
+}  // namespace
+
 VolumePath PathArgument(const Volume& volume, const std::string& text, VolumePath::Wildcards wildcards) {
-    VolumePath path = VolumePath::Parse(ToUtf16(text), wildcards);
+    VolumePath path;
+    try {
+        path = VolumePath::Parse(ToUtf16(text), wildcards);
+    } catch (const UsageError& error) {
+        throw UsageError(error.what() + WhatIsMeant(volume, text));
+    }
     VirtMountInfo mount{};
     const bool isInMount = !path.IsRoot() && volume->GetMountInfoByVolumePath(path.Str(), &mount);
     if (const std::string missing = isInMount ? MissingText(mount) : ""; !missing.empty())
         throw HostError(missing);
     return path;
+}
+
+void ReportBadName(Session& session, const Entry& entry) {
+    session.Report(HostError(entry.ListedPath().Shown() + ": " + StoredReason(Stored::BadName)));
 }
 
 void ReportMissingFolders(Session& session, const Volume& volume, const VolumePath& path) {

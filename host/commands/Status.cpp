@@ -30,9 +30,11 @@ constexpr Row kRows[] = {
     {Stored::InClear, "unencrypted", "NOT ENCRYPTED, although the folder has a policy; 'quelvol encrypt' encrypts them", true},
     {Stored::Damaged, "damaged", "damaged", true},
     {Stored::ConflictCopy, "conflicts", "conflict copies, to be compared with their originals", true},
+    {Stored::BadName, "badNames", "cannot be opened: their names are not ones that Windows allows; rename them", true},
     {Stored::NoExtension, "unencryptedNoExtension", "not encrypted: no extension", false},
     {Stored::Excluded, "unencryptedExcluded", "not encrypted: excluded by the configuration", false},
     {Stored::NoPolicy, "unencryptedNoPolicy", "not encrypted: the folder has no policy", false},
+    {Stored::Configuration, "configuration", "not encrypted: the configuration", false},
 };
 
 struct Census {

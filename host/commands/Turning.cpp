@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "commands/Commands.h"
+#include "core/Checks.h"
 #include "core/Companion.h"
 #include "core/Interrupt.h"
 #include "core/Progress.h"
@@ -28,9 +29,11 @@ bool IsToBeTurned(Stored stored, bool encrypt) {
     return encrypt ? stored == Stored::InClear : stored == Stored::Encrypted || stored == Stored::ConflictCopy;
 }
 
-Work FindWork(const Volume& volume, const VolumePath& path, bool encrypt) {
+Work FindWork(Session& session, const Volume& volume, const VolumePath& path, bool encrypt) {
     Work work;
     work.isWhole = ForEachFile(volume, path, [&](const Entry& entry, Stored stored) {
+        if (stored == Stored::BadName)
+            return ReportBadName(session, entry);
         if (!IsToBeTurned(stored, encrypt)) {
             ++work.left[stored];
             return;
@@ -46,8 +49,9 @@ std::string Files(std::size_t count) { return std::to_string(count) + (count == 
 void TurnAll(Session& session, const Options& options, bool encrypt) {
     const Volume& volume = session.GetVolumeToChange();
     const VolumePath path = PathArgument(volume, options.path);
+    const UniqueHandle onlyOne = options.dryRun ? UniqueHandle() : LockOutOthers();
     ReportMissingFolders(session, volume, path);
-    const Work work = FindWork(volume, path, encrypt);
+    const Work work = FindWork(session, volume, path, encrypt);
     if (!work.isWhole)
         session.exitCode = Exit_Failed;
     // Each file is read again to be compared.

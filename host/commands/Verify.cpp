@@ -44,6 +44,8 @@ void Verify(Session& session, const Options& options) {
     std::vector<Entry> files;
     std::uint64_t bytes = 0;
     const bool isWhole = ForEachFile(volume, path, [&](const Entry& entry, Stored stored) {
+        if (stored == Stored::BadName)
+            ReportBadName(session, entry);
         if (stored != Stored::Encrypted && stored != Stored::ConflictCopy && stored != Stored::Damaged)
             return;
         files.push_back(entry);

@@ -2,9 +2,13 @@
 
 #include <algorithm>
 
+#include "companion/Paths.h"
 #include "companion/SettingsFile.h"
 #include "core/Companion.h"
 #include "core/HostError.h"
+#include "core/Interrupt.h"
+#include "core/OnDisk.h"
+#include "core/Patience.h"
 #include "core/Text.h"
 
 void RequireMountFolders(const Volume& volume) {
@@ -21,6 +25,24 @@ std::string UnusableConfiguration(const std::string& problem) {
     return "the configuration cannot be used: " + ToShown(companion::SettingsPath()) + ", line " + problem.substr(1, comma - 1) +
            ", column " + problem.substr(comma + 1, end - comma - 1) + problem.substr(end + 1) +
            "; correct it there, or rename the file and protect the folders again with 'quelvol init'";
+}
+
+UniqueHandle LockOutOthers() {
+    const std::wstring path = companion::SettingsPath() + kBusyExtension;
+    UniqueHandle file;
+    DWORD error = 0;
+    TryForAMoment([&] {
+        file = OwnHandle(CreateFileW(companion::OpenablePath(path).c_str(), GENERIC_WRITE | DELETE, 0, nullptr, OPEN_ALWAYS,
+                                     FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+        error = file ? 0 : GetLastError();
+        return static_cast<bool>(file);
+    });
+    StopIfInterrupted();
+    if (error == ERROR_SHARING_VIOLATION)
+        throw HostError("another 'quelvol encrypt', 'decrypt' or 'rekey' is running; wait until it has ended");
+    if (!file)
+        throw LocalError(path, error);
+    return file;
 }
 
 void WarnOfReadableConfiguration() {

@@ -11,6 +11,12 @@ void RequireMountFolders(const Volume& volume);
 // What to tell about a configuration that cannot be used; problem is the text of its SettingsError.
 std::string UnusableConfiguration(const std::string& problem);
 
+// For commands that change the form or the password of many documents: two at once would take each other's changes for edits by users, and
+// leave both forms of a document. Until the returned handle is closed or the process ends, nobody else gets one: it is that of an empty
+// file beside the configuration, named like it with this extension. Throws HostError.
+inline constexpr const wchar_t* kBusyExtension = L".busy";
+UniqueHandle LockOutOthers();
+
 // Prints a warning on standard error when passwords are in the configuration and others may read it.
 void WarnOfReadableConfiguration();
 

@@ -21,8 +21,8 @@ void RefuseWeak(const Secret& secret) {
     const double bits = StrengthBits(text);
     companion::Wipe(text);
     if (bits < kWeakBits)
-        throw HostError("the password is weak: it has about " + std::to_string(std::lround(bits)) +
-                        " bits, which one graphics card guesses in " + GuessingTime(bits) +
+        throw HostError("the password is weak: it has about " + std::to_string(std::lround(bits)) + " bits, and needs " +
+                        std::to_string(std::lround(kWeakBits)) + "; one graphics card guesses it in " + GuessingTime(bits) +
                         ". Take six random words or more, or let one be made (an empty answer, or --generate); --weak takes it anyway");
 }
 

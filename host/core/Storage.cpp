@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <cwctype>
 
+#include "companion/Paths.h"
+#include "companion/SettingsFile.h"
+#include "core/Checks.h"
 #include "core/Companion.h"
 #include "core/HostError.h"
 #include "core/Interrupt.h"
@@ -24,9 +27,13 @@ constexpr StoredRow kRows[] = {
     {Stored::Excluded, "plain", "not encrypted: the configuration excludes its name"},
     {Stored::NoExtension, "plain", "not encrypted: its name has no extension"},
     {Stored::InClear, "plain", "not encrypted yet; 'quelvol encrypt' does it"},
+    {Stored::Configuration, "plain", "not encrypted: it is the configuration, which is never encrypted"},
+    {Stored::BadName, "plain", "cannot be opened: its name is not one that Windows allows; rename it"},
 };
 
 const StoredRow& RowOf(Stored stored) { return kRows[static_cast<std::size_t>(stored)]; }
+
+bool HasBadName(const Entry& entry) { return VolumePath::ComponentProblem(entry.Name()) != nullptr; }
 
 }  // namespace
 
@@ -34,10 +41,23 @@ const char* StoredWord(Stored stored) { return RowOf(stored).word; }
 
 const char* StoredReason(Stored stored) { return RowOf(stored).reason; }
 
+std::string WhyInClear(Stored stored) {
+    std::string_view reason = StoredReason(stored);
+    for (const std::string_view said : {"not encrypted", ": ", " "})
+        if (reason.starts_with(said))
+            reason.remove_prefix(said.size());
+    return std::string(reason);
+}
+
 Storage::Storage(const Volume& volume, const VolumePath& folder)
-    : m_folder(ConfiguredPath(volume, folder)), m_hasPolicy(FolderHasPolicy(m_folder).value_or(false)) {}
+    : m_folder(ConfiguredPath(volume, folder)), m_hasPolicy(FolderHasPolicy(m_folder).value_or(false)) {
+    if (const std::wstring path = companion::SettingsPath(); EqualNoCase(companion::FolderOf(path), m_folder))
+        m_configuration = path.substr(m_folder.size() + 1);
+}
 
 Stored Storage::Of(const Entry& entry) const {
+    if (HasBadName(entry))
+        return Stored::BadName;
     if (entry.IsConflict())
         return Stored::ConflictCopy;
     if (entry.data.itemType == VIT_EncryptedFile)
@@ -45,6 +65,10 @@ Stored Storage::Of(const Entry& entry) const {
     if (!m_hasPolicy)
         return Stored::NoPolicy;
     const std::wstring name = entry.NameOnDisk();
+    if (!m_configuration.empty())
+        for (const wchar_t* const end : {L"", L".new", kBusyExtension})
+            if (EqualNoCase(name, m_configuration + end))
+                return Stored::Configuration;
     if (EndsWithNoCase(name, kContainerExtension) && ExamineContainer(m_folder + L'\\' + name).state == ContainerState::Damaged)
         return Stored::Damaged;
     return ReasonInClear(name);
@@ -104,12 +128,10 @@ bool ForEachFile(const Volume& volume, const VolumePath& path, const std::functi
         enter(path);
     const Storage storage(volume, path);
     for (const Entry& entry : SortedEntries(volume, path)) {
-        if (!volume.IsItself(entry))
-            continue;
-        if (!entry.IsFolder()) {
+        if (HasBadName(entry) || (!entry.IsFolder() && volume.IsItself(entry)))
             use(entry, storage.Of(entry));
+        if (HasBadName(entry) || !entry.IsFolder() || !volume.IsItself(entry))
             continue;
-        }
         try {
             isWhole = ForEachFile(volume, entry.path, use, enter) && isWhole;
         } catch (const StatusError& error) {

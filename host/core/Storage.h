@@ -7,18 +7,20 @@
 
 #include "core/Volume.h"
 
-enum class Stored { Encrypted, ConflictCopy, Damaged, NoPolicy, Excluded, NoExtension, InClear };
+enum class Stored { Encrypted, ConflictCopy, Damaged, NoPolicy, Excluded, NoExtension, InClear, Configuration, BadName };
 
 // "encrypted", "conflict", "damaged", or else "plain".
 const char* StoredWord(Stored stored);
 // "not encrypted: its name has no extension"; for Encrypted "encrypted".
 const char* StoredReason(Stored stored);
+// The same without its "not encrypted", for "plain".
+std::string WhyInClear(Stored stored);
 
 // For the files of one folder, whose policy is read once.
 class Storage {
 public:
     Storage(const Volume& volume, const VolumePath& folder);
-    // Opens only ZIP files that are not containers, to find damaged containers among them. Not for folders.
+    // Opens only ZIP files that are not containers, to find damaged containers among them. For folders only BadName means something.
     Stored Of(const Entry& entry) const;
     // How a new document of this name is stored.
     Stored OfNew(const std::wstring& name) const { return m_hasPolicy ? OfNewEncrypted(name) : Stored::NoPolicy; }
@@ -32,7 +34,7 @@ public:
 private:
     static Stored ReasonInClear(const std::wstring& name);
 
-    std::wstring m_folder;
+    std::wstring m_folder, m_configuration;  // the configuration's name, if it is in this folder
     bool m_hasPolicy;
 };
 Stored StoredAs(const Volume& volume, const Entry& entry);
@@ -57,8 +59,9 @@ std::wstring ConfiguredPath(const Volume& volume, const VolumePath& path);
 // The same for the file on disk that holds the entry.
 std::wstring ConfiguredPath(const Volume& volume, const Entry& entry);
 
-// Calls use for the file at path, or in order for each file below the folder, except links. Before, calls the second function for each
-// folder. False: a folder below it could not be read, which it printed. Throws HostError.
+// Calls use for the file at path, or in order for each file below the folder, except links, and also, with Stored::BadName, for each folder
+// with such a name, which it leaves out. Before, calls the second function for each folder. False: a folder below it could not be read,
+// which it printed. Throws HostError.
 bool ForEachFile(const Volume& volume, const VolumePath& path, const std::function<void(const Entry&, Stored)>& use,
                  const std::function<void(const VolumePath&)>& enter = nullptr);
 // For a document that Find does not find: throws HostError when it has a damaged container.

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cwctype>
 #include <limits>
+#include <map>
+#include <set>
 #include <vector>
 
 #include <windows.h>
@@ -15,9 +17,26 @@
 
 namespace {
 
-constexpr double kWordBits = 12;  // one of some thousand words
-constexpr double kCommonBits = 8;
-constexpr std::size_t kWordLetters = 8, kShortest = 3, kMostRead = 128;
+constexpr double kWordBits = 13;       // one of eight thousand words
+constexpr double kSentenceBits = 1.3;  // of a letter, as of English text
+constexpr double kYearBits = 7;
+constexpr std::size_t kShortestWord = 4, kLongestWord = 12, kShortest = 3, kMostRead = 128;
+
+// The commonest words, and the bits of the place that each has among them.
+const std::map<std::wstring_view, double>& CommonWords() {
+    static const auto words = [] {
+        std::map<std::wstring_view, double> made;
+        for (std::wstring_view rest = kCommonWords; !rest.empty();) {
+            const std::size_t end = std::min(rest.find(L' '), rest.size());
+            made.emplace(rest.substr(0, end), std::log2(made.size() + 2));
+            rest.remove_prefix(std::min(end + 1, rest.size()));
+        }
+        return made;
+    }();
+    return words;
+}
+
+bool IsBetweenWords(wchar_t unit) { return std::wstring_view(L" -_.").find(unit) != std::wstring_view::npos; }
 
 // Is this the word, also written like "P@ss-w0rd"?
 bool Means(std::wstring_view small, std::wstring_view word) {
@@ -26,7 +45,7 @@ bool Means(std::wstring_view small, std::wstring_view word) {
     std::size_t count = 0;
     for (const wchar_t unit : small) {
         const std::size_t at = written.find(unit);
-        if (std::wstring_view(L" -_.").find(unit) != std::wstring_view::npos)
+        if (IsBetweenWords(unit))
             continue;
         if (count == word.size() || (at == written.npos ? unit : meant[at]) != word[count++])
             return false;
@@ -41,27 +60,72 @@ bool IsInRow(std::wstring_view small) {
     return small.find_first_not_of(small[0]) == small.npos || std::any_of(std::begin(kRows), std::end(kRows), isIn);
 }
 
-// The bits of a part that is all letters: a word, or a few random ones. A capital at the beginning does not count, because most people
-// put it there.
-double LetterBits(std::wstring_view part) {
-    const bool mixes = std::any_of(part.begin() + 1, part.end(), [](wchar_t unit) { return std::iswupper(unit); }) &&
-                       std::any_of(part.begin(), part.end(), [](wchar_t unit) { return std::iswlower(unit); });
-    return std::min(static_cast<double>(part.size()) * (mixes ? 5.7 : 4.7), kWordBits + (mixes ? 1.5 : 0));
+bool AreLetters(std::wstring_view part) {
+    return std::all_of(part.begin(), part.end(), [](wchar_t unit) { return std::iswalpha(unit); });
+}
+
+// Letters, with no capitals but the first or all.
+bool IsWrittenLikeWord(std::wstring_view part) {
+    const auto isUpper = [](wchar_t unit) { return std::iswupper(unit) != 0; };
+    return AreLetters(part) && (std::none_of(part.begin() + 1, part.end(), isUpper) || std::all_of(part.begin(), part.end(), isUpper));
+}
+
+// Letters drawn by lot have many pairs that the common words lack.
+bool CanBeWord(std::wstring_view part, std::wstring_view small) {
+    static const auto pairs = [] {
+        std::set<std::wstring_view> made;
+        for (std::size_t at = 0; at + 1 < kCommonWords.size(); ++at)
+            made.insert(kCommonWords.substr(at, 2));
+        return made;
+    }();
+    if (part.size() < kShortestWord || part.size() > kLongestWord || !IsWrittenLikeWord(part))
+        return false;
+    std::size_t strange = 0;
+    for (std::size_t at = 0; at + 1 < small.size(); ++at)
+        strange += small[at] > 0x7F || small[at + 1] > 0x7F || pairs.contains(small.substr(at, 2)) ? 0 : 1;
+    return strange <= small.size() / 5;
+}
+
+bool IsYear(std::wstring_view part) {
+    return part.size() == 4 && (part.starts_with(L"19") || part.starts_with(L"20")) && std::iswdigit(part[2]) && std::iswdigit(part[3]);
+}
+
+// What any one sign of the password says, if they were drawn by lot from the kinds of signs that are in it.
+double SignBits(std::wstring_view password) {
+    const auto has = [&](auto is) { return std::any_of(password.begin(), password.end(), is); };
+    const auto isLower = [](wchar_t unit) { return std::iswlower(unit) != 0; };
+    const auto isUpper = [](wchar_t unit) { return std::iswupper(unit) != 0; };
+    const auto isDigit = [](wchar_t unit) { return std::iswdigit(unit) != 0; };
+    const auto isOther = [&](wchar_t unit) { return !isLower(unit) && !isUpper(unit) && !isDigit(unit); };
+    return std::log2(26 * has(isLower) + 26 * has(isUpper) + 10 * has(isDigit) + 33 * has(isOther));
+}
+
+// Four words or more, one of them such a word.
+bool IsSentence(std::wstring small) {
+    std::replace_if(small.begin(), small.end(), IsBetweenWords, L' ');
+    small.insert(0, 1, L' ').append(1, L' ');
+    const bool isOne = std::count(small.begin(), small.end(), L' ') > 4 &&
+                       std::any_of(std::begin(kSentenceWords), std::end(kSentenceWords),
+                                   [&](std::wstring_view word) { return small.find(L' ' + std::wstring(word) + L' ') != small.npos; });
+    companion::Wipe(small);
+    return isOne;
 }
 
 // What a guesser needs for one part in the cheapest way. small: the part in small letters; before: what stands before it, likewise.
-double PartBits(std::wstring_view part, std::wstring_view small, std::wstring_view before) {
-    const bool areLetters = std::all_of(part.begin(), part.end(), [](wchar_t unit) { return std::iswalpha(unit); });
-    if (before.find(small) != before.npos && (part.size() >= kShortest || (part.size() == 1 && !areLetters)))
+double PartBits(std::wstring_view part, std::wstring_view small, std::wstring_view before, double signBits) {
+    const bool isRepeated = before.find(small) != before.npos;
+    if (part.size() == 1)
+        return isRepeated && IsBetweenWords(part[0]) ? 0 : signBits;
+    if (isRepeated && part.size() >= kShortest)
         return 1;
-    double bits = areLetters && part.size() <= kWordLetters ? LetterBits(part) : std::numeric_limits<double>::infinity();
-    if (part.size() == 1 && !areLetters)
-        bits = std::iswdigit(part[0]) ? 3.3 : 4.5;
+    double bits = CanBeWord(part, small) ? kWordBits : IsYear(part) ? kYearBits : std::numeric_limits<double>::infinity();
+    if (const auto word = CommonWords().find(small); word != CommonWords().end() && IsWrittenLikeWord(part))
+        bits = std::min(bits, word->second);
     if (part.size() >= kShortest && IsInRow(small))
         bits = std::min(bits, 4.7 + 0.5 * static_cast<double>(part.size() - 1));
-    if (std::any_of(std::begin(kCommonPasswords), std::end(kCommonPasswords), [&](std::wstring_view word) { return Means(small, word); }))
-        bits = std::min(bits, kCommonBits);
-    return bits;
+    const auto common =
+        std::find_if(std::begin(kCommonPasswords), std::end(kCommonPasswords), [&](std::wstring_view word) { return Means(small, word); });
+    return common == std::end(kCommonPasswords) ? bits : std::min(bits, std::log2(common - std::begin(kCommonPasswords) + 2));
 }
 
 }  // namespace
@@ -72,12 +136,18 @@ double StrengthBits(std::wstring_view password) {
     std::wstring small(password);
     std::transform(small.begin(), small.end(), small.begin(), [](wchar_t unit) { return static_cast<wchar_t>(std::towlower(unit)); });
     const std::wstring_view all = small;
+    const double signBits = SignBits(password);
+    const bool isSentence = IsSentence(small);
     std::vector<double> bits(all.size() + 1, std::numeric_limits<double>::infinity());  // of so many units at the beginning
     bits[0] = 0;
     for (std::size_t begin = 0; begin < all.size(); ++begin)
-        for (std::size_t end = begin + 1; end <= all.size(); ++end)
-            bits[end] = std::min(bits[end], bits[begin] + PartBits(password.substr(begin, end - begin), all.substr(begin, end - begin),
-                                                                   all.substr(0, begin)));
+        for (std::size_t end = begin + 1; end <= all.size(); ++end) {
+            const std::wstring_view part = all.substr(begin, end - begin);
+            double ofPart = PartBits(password.substr(begin, end - begin), part, all.substr(0, begin), signBits);
+            if (isSentence && AreLetters(part))
+                ofPart = std::min(ofPart, kSentenceBits * static_cast<double>(part.size()));
+            bits[end] = std::min(bits[end], bits[begin] + ofPart);
+        }
     companion::Wipe(small);
     return bits.back();
 }

@@ -8,10 +8,12 @@
 
 // Containers derive their keys with so few rounds that one graphics card tries this many passwords a second.
 constexpr double kGuessesPerSecond = 1e7;
-constexpr double kWeakBits = 60;
+// Fewer bits are refused. With 64 such a card needs some thirty thousand years, and a thousand cards thirty.
+constexpr double kWeakBits = 64;
 
-// In bits: a guesser needs two to the power of it. Letters count as words, which are guessed from lists; what repeats or is a row of keys
-// counts almost nothing, and the commonest passwords count as one word, also with digits and signs for letters.
+// In bits: a guesser needs two to the power of it. A common word counts by its place in the list of such words, any other as one of eight
+// thousand, and a sentence by its letters; what repeats or is a row of keys counts almost nothing, and the commonest passwords count also
+// with digits and signs for letters. All else counts as drawn by lot from the kinds of signs that are used.
 double StrengthBits(std::wstring_view password);
 // The time for one graphics card: "some seconds", "about 40 years".
 std::string GuessingTime(double bits);

@@ -50,6 +50,10 @@ Upload::~Upload() {
 }
 
 void Upload::RequireFit(const std::optional<Entry>& existing) const {
+    constexpr std::size_t mostEncrypted = kMaxName - kContainerExtension.size();
+    if (m_encrypted && m_target.Name().size() > mostEncrypted)
+        throw HostError(m_target.Shown() + ": the name of an encrypted document may have " + std::to_string(mostEncrypted) +
+                        " characters at most, because \".zip\" is added to it on disk");
     if (!existing)
         m_volume.RequireFree(m_target, m_encrypted);
     else if (existing->data.itemType != VIT_PlainFile && !m_encrypted)

@@ -7,7 +7,6 @@
 
 namespace {
 
-constexpr std::size_t kMaxName = 255;      // units; what the file system stores
 constexpr std::size_t kMaxAsideStem = 64;  // units; leaves room in the folder of the decrypted copies
 constexpr std::size_t kMaxPath = 32'000;   // units; leaves room for the native path of the mount folder
 
@@ -19,7 +18,7 @@ const char* PathProblem(std::wstring_view text) {
     if (text.size() >= 2 && text[1] == L':')
         return "a path with a drive; a path of the volume begins with a mount folder, as in Docs/a.txt";
     if (text.size() > kMaxPath)
-        return "the path is too long";
+        return "a path may have 32,000 characters at most";
     return nullptr;
 }
 
@@ -48,7 +47,7 @@ const char* VolumePath::ComponentProblem(std::wstring_view name, Wildcards wildc
     if (IsReservedName(name) || IsReservedName(shown))
         return "a name that the volume reserves";
     if (name.size() > kMaxName)
-        return "a name is too long";
+        return "a name may have 255 characters at most";
     return nullptr;
 }
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <string_view>
 
+constexpr std::size_t kMaxName = 255;            // units; what the file system stores
 constexpr std::size_t kMaxPathComponents = 128;  // functions that go through trees recurse as deep as this
 
 class VolumePath {

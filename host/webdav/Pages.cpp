@@ -69,20 +69,27 @@ std::string OwnerText(const std::string& ownerXml) {
     return text.empty() ? text : " by " + text;
 }
 
+// Why it is damaged or not encrypted, beside the mark that says that it is; empty for other files.
+std::string Reason(const Volume& volume, const Entry& entry, Stored stored) {
+    std::string reason;
+    if (stored == Stored::Damaged)
+        reason = ExamineContainer(ConfiguredPath(volume, entry)).reason;
+    else if (std::string_view(StoredWord(stored)) == "plain")
+        reason = WhyInClear(stored);
+    return reason.empty() ? reason : " <span class=why>" + Escaped(reason) + "</span>";
+}
+
 // How it is stored, and what is special about it.
 std::string Marks(const Exchange& exchange, const Resource& item, const Storage& storage) {
     if (item.IsFolder())
         return "folder";
     const Stored stored = storage.Of(*item.entry);
-    std::string marks;
-    if (stored == Stored::Encrypted || stored == Stored::ConflictCopy || stored == Stored::Damaged)
-        marks = "<span class=" + std::string(StoredWord(stored)) + ">" +
-                (stored == Stored::ConflictCopy ? "conflict copy"
-                 : stored == Stored::Damaged    ? "DAMAGED"
-                                                : "encrypted") +
-                "</span>";
-    else
-        marks = "<span class=plain title=\"" + Escaped(StoredReason(stored)) + "\">NOT encrypted</span>";
+    const char* const mark = stored == Stored::Encrypted      ? "encrypted"
+                             : stored == Stored::ConflictCopy ? "conflict copy"
+                             : stored == Stored::Damaged      ? "DAMAGED"
+                                                              : "NOT encrypted";
+    std::string marks =
+        "<span class=" + std::string(StoredWord(stored)) + ">" + mark + "</span>" + Reason(exchange.state.volume, *item.entry, stored);
     for (const DavLock& lock : exchange.state.locks.Covering(item.key))
         marks += " <span class=locked>locked" + OwnerText(lock.ownerXml) + "</span>";
     return marks;

@@ -130,8 +130,8 @@ container = (work / "renamed 100%.txt.zip").read_bytes()
 status(dav.lock("/Docs/Work/renamed%20100%25.txt", owner="Anna &amp; <href>laptop</href>"), 200)
 go("/Docs/Work/")
 kinds = {name: value(row(name) + ".querySelector('.k').textContent") for name in names()}
-expect(kinds, {"New & old": "folder", "Trip": "folder", "cut.txt.zip": "DAMAGED", "renamed 100% (laptop).txt.HvcConflicted": "conflict copy",
-               "renamed 100%.txt": "encrypted locked by Anna & laptop", "today.log": "NOT encrypted"}, "marks")
+expect(kinds, {"New & old": "folder", "Trip": "folder", "cut.txt.zip": "DAMAGED its records are not whole", "renamed 100% (laptop).txt.HvcConflicted": "conflict copy",
+               "renamed 100%.txt": "encrypted locked by Anna & laptop", "today.log": "NOT encrypted the configuration excludes its name"}, "marks")
 shown = value("document.querySelector('main, body').innerText")
 for text in ("New & old/", "2.5 kB", "today.log"):
     expect(text in shown, True, f"the page shows {text}")
