@@ -13,6 +13,7 @@
 #include "core/OnDisk.h"
 #include "core/Storage.h"
 #include "core/Text.h"
+#include "core/Upload.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 namespace {
@@ -153,6 +154,7 @@ void RequireOneContent(const Form& plain, const Form& container, HeldFile& conte
 }  // namespace
 
 void EncryptInPlace(const Volume& volume, const Entry& entry, const ByteCount& count) {
+    RequireShortName(entry.path, true);
     const DiskHandle folder = volume.Hold(entry.path.Parent());
     const Form plain = FormOf(volume, entry), container = plain.With(kContainerExtension);
     HeldFile content(plain);
