@@ -60,7 +60,8 @@ std::string UnknownCommand(const CLI::App& app, const CLI::ParseError& error) {
         given += above->get_name() + " ";
     }
     const auto known = above->get_subcommands([](const CLI::App*) { return true; });
-    const std::string text = error.what(), argument = text.substr(text.rfind(": ") + 2);
+    const std::string text = error.what(), arguments = text.substr(text.rfind(": ") + 2);
+    const std::string argument = arguments.substr(given.empty() ? 0 : arguments.rfind(' ') + 1);  // below a command it names them backwards
     if (!dynamic_cast<const CLI::ExtrasError*>(&error) || known.empty() || (!given.empty() && argument.starts_with("-")))
         return {};
     std::string hint = "; 'quelvol --help' lists them";

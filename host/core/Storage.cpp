@@ -33,6 +33,14 @@ constexpr StoredRow kRows[] = {
 
 const StoredRow& RowOf(Stored stored) { return kRows[static_cast<std::size_t>(stored)]; }
 
+// A file that a command has beside the configuration while it runs.
+bool IsPassing(const Volume& volume, const Entry& entry) {
+    for (const wchar_t* const end : {L".new", kBusyExtension})
+        if (EndsWithNoCase(entry.Name(), end) && EqualNoCase(ConfiguredPath(volume, entry), companion::SettingsPath() + end))
+            return true;
+    return false;
+}
+
 bool HasBadName(const Entry& entry) { return VolumePath::ComponentProblem(entry.Name()) != nullptr; }
 
 }  // namespace
@@ -65,10 +73,8 @@ Stored Storage::Of(const Entry& entry) const {
     if (!m_hasPolicy)
         return Stored::NoPolicy;
     const std::wstring name = entry.NameOnDisk();
-    if (!m_configuration.empty())
-        for (const wchar_t* const end : {L"", L".new", kBusyExtension})
-            if (EqualNoCase(name, m_configuration + end))
-                return Stored::Configuration;
+    if (!m_configuration.empty() && EqualNoCase(name, m_configuration))
+        return Stored::Configuration;
     if (EndsWithNoCase(name, kContainerExtension) && ExamineContainer(m_folder + L'\\' + name).state == ContainerState::Damaged)
         return Stored::Damaged;
     return ReasonInClear(name);
@@ -128,10 +134,13 @@ bool ForEachFile(const Volume& volume, const VolumePath& path, const std::functi
         enter(path);
     const Storage storage(volume, path);
     for (const Entry& entry : SortedEntries(volume, path)) {
-        if (HasBadName(entry) || (!entry.IsFolder() && volume.IsItself(entry)))
-            use(entry, storage.Of(entry));
-        if (HasBadName(entry) || !entry.IsFolder() || !volume.IsItself(entry))
+        const bool hasBadName = HasBadName(entry);
+        if ((!hasBadName && !volume.IsItself(entry)) || IsPassing(volume, entry))
             continue;
+        if (hasBadName || !entry.IsFolder()) {
+            use(entry, storage.Of(entry));
+            continue;
+        }
         try {
             isWhole = ForEachFile(volume, entry.path, use, enter) && isWhole;
         } catch (const StatusError& error) {

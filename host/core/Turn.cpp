@@ -13,6 +13,7 @@
 #include "core/OnDisk.h"
 #include "core/Storage.h"
 #include "core/Text.h"
+#include "core/Upload.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 namespace {
@@ -165,6 +166,7 @@ void RefuseUnusable(const Form& plain) {
 }  // namespace
 
 void EncryptInPlace(const Volume& volume, const Entry& entry, const ByteCount& count) {
+    RequireShortName(entry.path, true);
     const UniqueHandle folder = volume.Hold(entry.path.Parent());
     const Form plain = FormOf(volume, entry), container = plain.With(kContainerExtension);
     RefuseUnusable(plain);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "companion/ProtectedText.h"
 #include "core/Conflicts.h"
 #include "core/HostError.h"
 #include "core/Text.h"
@@ -21,6 +22,14 @@ std::optional<Entry> FindReplaced(const Volume& volume, const VolumePath& target
 }
 
 }  // namespace
+
+void RequireShortName(const VolumePath& path, bool encrypted) {
+    const bool areBytes = companion::IsWine();
+    const std::size_t most = kMaxName - (encrypted ? kContainerExtension.size() : 0);
+    if ((areBytes ? ToUtf8(path.Name()).size() : path.Name().size()) > most)
+        throw HostError(path.Shown() + ": its name is too long; it may have " + std::to_string(most) +
+                        (areBytes ? " bytes" : " characters") + (encrypted ? ", because \".zip\" is added to it on disk" : ""));
+}
 
 Upload::Upload(const Volume& volume, const VolumePath& target) : Upload(volume, target, FindReplaced(volume, target)) {}
 
@@ -50,10 +59,7 @@ Upload::~Upload() {
 }
 
 void Upload::RequireFit(const std::optional<Entry>& existing) const {
-    constexpr std::size_t mostEncrypted = kMaxName - kContainerExtension.size();
-    if (m_encrypted && m_target.Name().size() > mostEncrypted)
-        throw HostError(m_target.Shown() + ": the name of an encrypted document may have " + std::to_string(mostEncrypted) +
-                        " characters at most, because \".zip\" is added to it on disk");
+    RequireShortName(m_target, m_encrypted);
     if (!existing)
         m_volume.RequireFree(m_target, m_encrypted);
     else if (existing->data.itemType != VIT_PlainFile && !m_encrypted)

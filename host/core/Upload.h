@@ -8,6 +8,10 @@
 
 #include "core/Volume.h"
 
+// Throws HostError when a file of this name cannot be stored because the name is too long: the disks below Wine count bytes of UTF-8, and
+// Wine cuts what is longer.
+void RequireShortName(const VolumePath& path, bool encrypted);
+
 class Upload {
 public:
     // Starts an upload to target, a path as listed, whose folder must exist. A conflict copy that is replaced gets the

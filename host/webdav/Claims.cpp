@@ -15,8 +15,10 @@ namespace {
 bool Covers(const ClaimedPath& tree, const VolumePath& path) { return tree.use == Use::ChangeTree && IsAtOrInside(path, tree.path); }
 
 bool Disturb(const ClaimedPath& left, const ClaimedPath& right) {
-    if (left.use == Use::Read && right.use == Use::Read)
+    if (left.use <= Use::Read && right.use <= Use::Read)
         return false;
+    if (left.use == Use::Open || right.use == Use::Open)
+        return Covers(left, right.path) || Covers(right, left.path);
     return left.path.Equals(right.path) || Covers(left, right.path) || Covers(right, left.path);
 }
 
@@ -45,9 +47,17 @@ void Claim::Release() {
     if (!std::exchange(m_held, false))
         return;
     const std::lock_guard guard(m_claims.m_mutex);
-    if (std::any_of(m_paths.begin(), m_paths.end(), [](const ClaimedPath& claimed) { return claimed.use != Use::Read; }))
+    if (std::any_of(m_paths.begin(), m_paths.end(), [](const ClaimedPath& claimed) { return claimed.use > Use::Read; }))
         ++m_claims.m_changes;
     m_claims.m_held.remove(this);
+    m_claims.m_released.notify_all();
+}
+
+void Claim::OnlyOpen() {
+    const std::lock_guard guard(m_claims.m_mutex);
+    for (ClaimedPath& claimed : m_paths)
+        claimed.use = Use::Open;
+    m_isInTheWay = false;  // a waiting claim that is still disturbed says so again
     m_claims.m_released.notify_all();
 }
 

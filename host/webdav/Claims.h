@@ -13,7 +13,9 @@
 
 namespace webdav {
 
-enum class Use { Read, Change, ChangeTree };  // ChangeTree also covers everything below the path
+// Open: the file has been read, or its own copy was made, and is still open; only changing a tree that it lies in disturbs that.
+// ChangeTree also covers everything below the path.
+enum class Use { Open, Read, Change, ChangeTree };
 
 struct ClaimedPath {
     VolumePath path;
@@ -49,6 +51,8 @@ public:
     Claim(const Claim&) = delete;
     Claim& operator=(const Claim&) = delete;
     void Release();
+    // What is claimed to be read is from now on only open.
+    void OnlyOpen();
     // Somebody waits for this claim to end.
     bool IsInTheWay() const { return m_isInTheWay; }
 

@@ -86,7 +86,8 @@ void SendLockedContent(Exchange& exchange, const Resource& file, const ByteRange
     content.Send(exchange.response);
 }
 
-// A writer of a plain file waits for its readers. When one waits, the rest is copied, so that it does not wait for the reader's client.
+// A writer of a plain file waits for its readers, and who moves or deletes a folder for those of anything in it. When one waits, the rest
+// is copied, so that it does not wait for the reader's client.
 void SendReleasing(Exchange& exchange, const Resource& file, const ByteRange& range, FileReader& reader, std::string_view part,
                    Claim& claim) {
     for (std::uint64_t done = 0; done < range.length;) {
@@ -111,7 +112,10 @@ void RequireEmpty(const Exchange& exchange, const Resource& file) {
         throw HostError(file.path.Shown() + ": it is longer than its container says");
 }
 
-void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
+// False: another program has just stored another version, and nothing was sent.
+bool SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
+    const bool isHead = exchange.request.method == "HEAD", isDecrypted = !isHead && file.entry->data.itemType != VIT_PlainFile;
+    const DiskVersion version = isDecrypted ? exchange.state.volume.VersionOf(*file.entry) : DiskVersion();
     const std::uint64_t size = static_cast<std::uint64_t>(file.entry->data.fileSize);
     Fields fields = ContentFields(exchange, file);
     ByteRange range{0, size};
@@ -124,32 +128,31 @@ void SendContent(Exchange& exchange, const Resource& file, Claim& claim) {
         fields.emplace_back("Content-Range", "bytes " + std::to_string(range.first) + "-" + std::to_string(range.first + range.length - 1) +
                                                  "/" + std::to_string(size));
     const int status = kind == RangeKind::Part ? 206 : 200;
-    const bool isHead = exchange.request.method == "HEAD";
-    if (!isHead && size == 0 && file.entry->data.itemType != VIT_PlainFile)
+    if (isDecrypted && size == 0)
         RequireEmpty(exchange, file);
-    if (isHead || range.length == 0)
-        return exchange.response.Begin(status, fields, range.length);
+    if (isHead || range.length == 0) {
+        exchange.response.Begin(status, fields, range.length);
+        return true;
+    }
 
-    if (file.entry->data.itemType != VIT_PlainFile && !exchange.state.volume.HasRoomFor(size))
+    if (isDecrypted && !exchange.state.volume.HasRoomFor(size))
         throw HttpError(507, "the disk of the temp folder has no room for what is in it");
-    if (!exchange.state.locks.Covering(file.key).empty())
-        return SendLockedContent(exchange, file, range, status, fields, claim);
+    if (!exchange.state.locks.Covering(file.key).empty()) {
+        SendLockedContent(exchange, file, range, status, fields, claim);
+        return true;
+    }
 
     FileReader reader(exchange.state.volume, file.entry->path);
     std::string_view part = reader.Read(range.first, range.length);
+    // The first read decrypts what is stored then.
+    if (isDecrypted && (exchange.state.volume.VersionOf(*file.entry) != version || reader.Size() != file.entry->data.fileSize))
+        return false;
     // After its first read, an encrypted file is read from its own decrypted copy, which later writers do not change.
-    const bool isOwnCopy = file.entry->data.itemType != VIT_PlainFile || part.size() == range.length;
-    if (isOwnCopy)
-        claim.Release();
+    if (isDecrypted || part.size() == range.length)
+        claim.OnlyOpen();
     exchange.response.Begin(status, fields, range.length);
-    if (!isOwnCopy)
-        return SendReleasing(exchange, file, range, reader, part, claim);
-    for (std::uint64_t done = 0; done < range.length; part = reader.Read(range.first + done, range.length - done)) {
-        if (part.empty())
-            throw HostError(file.path.Shown() + ": it ends before its size");
-        exchange.response.Write(part);
-        done += part.size();
-    }
+    SendReleasing(exchange, file, range, reader, part, claim);
+    return true;
 }
 
 // A person who opens a damaged container in a browser must not take its bytes for the document. Other clients may copy it as it is.
@@ -241,9 +244,8 @@ Resource Store(const Volume& volume, const Resource& target, Spool& spool, const
     return StoredAs(target, *upload);
 }
 
-}  // namespace
-
-void AnswerGet(Exchange& exchange) {
+// False: another program has just stored another version, and nothing was sent.
+bool AnswerGetOnce(Exchange& exchange) {
     Claim claim(exchange.state.claims, {{exchange.found.key, Use::Read}});
     const Resource resource = exchange.Find();
     if (WantsPage(exchange.request))
@@ -253,11 +255,24 @@ void AnswerGet(Exchange& exchange) {
     CheckConditions(exchange, resource);
     if (resource.IsFolder()) {
         claim.Release();
-        return SendFolderPage(exchange, resource);
+        SendFolderPage(exchange, resource);
+    } else if (ClientHasIt(exchange, resource)) {
+        exchange.response.Begin(304, {{"ETag", exchange.Tag(resource)}}, 0);
+    } else {
+        return SendContent(exchange, resource, claim);
     }
-    if (ClientHasIt(exchange, resource))
-        return exchange.response.Begin(304, {{"ETag", exchange.Tag(resource)}}, 0);
-    SendContent(exchange, resource, claim);
+    return true;
+}
+
+}  // namespace
+
+void AnswerGet(Exchange& exchange) {
+    constexpr int mostAttempts = 5;
+    for (int attempt = 1; !AnswerGetOnce(exchange); ++attempt) {
+        if (attempt == mostAttempts)
+            throw HttpError(503, "other programs change it again and again", {}, {{"Retry-After", "10"}});
+        exchange.found = Locate(exchange.state.volume, exchange.found.path);
+    }
 }
 
 void AnswerPut(Exchange& exchange) {

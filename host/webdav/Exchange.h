@@ -62,9 +62,10 @@ struct Exchange {
     IfHeader ifHeader;                // empty: the field is missing
     std::vector<std::string> tokens;  // that the client submitted
 
-    // The resource as it is now; looked up again only if other requests changed something meanwhile.
+    // The resource as it is now; looked up again only if other requests changed something meanwhile, or its time is a condition.
     Resource FindAgain(const Resource& known) const {
-        return state.locks.AsHeld(state.claims.Changes() == changes ? known : Locate(state.volume, known.path));
+        const bool isCurrent = state.claims.Changes() == changes && !request.Field("If-Unmodified-Since");
+        return state.locks.AsHeld(isCurrent ? known : Locate(state.volume, known.path));
     }
     Resource Find() const { return FindAgain(found); }
     std::string Tag(const Resource& resource) const { return EntityTag(state.volume, state.changes, resource); }

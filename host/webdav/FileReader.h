@@ -2,6 +2,7 @@
 #pragma once
 
 #include <algorithm>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -30,6 +31,12 @@ public:
             m_handle.LetFolderGo();
         }
         return {m_part.data(), count};
+    }
+
+    // Of the content that is read, in bytes. Nothing: unknown. To be called after the first read.
+    std::optional<std::int64_t> Size() const {
+        VirtFindData data{};
+        return m_volume->GetFileInfo(m_handle.Get(), &data) ? std::optional(data.fileSize) : std::nullopt;
     }
 
     // Ends reading.

@@ -186,8 +186,12 @@ bool MoveTree(const Volume& volume, const Resource& source, const VolumePath& ta
     try {
         volume.Move(source.entry->path, target);
         return true;
-    } catch (const StatusError&) {
+    } catch (const StatusError& error) {
         // For another key or owner each file is encrypted again.
+        if (error.Status() != VVS_GeneralError) {
+            result.failures.push_back({source.Url(), HttpStatus(error.Status())});
+            return false;
+        }
     }
     if (!Try(source, result, [&] { volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder); }))
         return false;
