@@ -124,11 +124,11 @@ void CipherAndWrite(std::uint64_t size, const wchar_t* path, bool isSave) {
 // The same reads of two files, by one thread one after the other, and by one thread for each file.
 template <class ReadBlock>
 Pair OneAndTwoThreads(ReadBlock readBlock) {
-    constexpr int kReads = 400;
+    constexpr int readsOfEach = 400;
     const auto first = std::make_shared<Opened>(L"Plain\\one.bin", 16 * kMiB, GENERIC_READ);
     const auto second = std::make_shared<Opened>(L"Plain\\two.bin", 16 * kMiB, GENERIC_READ);
     const auto work = [=](Opened& open) {
-        for (int i = 0; i < kReads; ++i)
+        for (int i = 0; i < readsOfEach; ++i)
             Must(readBlock(open), "reading on a thread");
     };
     return {{[=] {

@@ -16,7 +16,7 @@ install(FILES README.md CONTRIBUTING.md DESTINATION .)
 install(DIRECTORY docs/ DESTINATION docs FILES_MATCHING PATTERN "*.md" PATTERN "*.svg")
 
 # The licence texts of each library, from Debian's packages and from the source packages.
-foreach(package libz-mingw-w64-dev libboost1.81-dev nlohmann-json3-dev libcli11-dev mingw-w64-common gcc-mingw-w64-base googletest)
+foreach(package libz-mingw-w64-dev libboost1.81-dev nlohmann-json3-dev libcli11-dev mingw-w64-common gcc-mingw-w64-base)
     install(FILES /usr/share/doc/${package}/copyright DESTINATION licences RENAME ${package}.txt)
 endforeach()
 foreach(source nettle expat)
@@ -24,6 +24,7 @@ foreach(source nettle expat)
 endforeach()
 
 if(BUILD_TESTING)
+    install(FILES /usr/share/doc/googletest/copyright DESTINATION licences RENAME googletest.txt)
     install(TARGETS volume_tests unit_tests TestCompanion QuelcryptVol64 RUNTIME DESTINATION tests)
     install(TARGETS companion_tests host_tests webdav_tests QuelcryptVol64 QuelcryptLib64 RUNTIME DESTINATION tests/parts)
     install(TARGETS explorer ExplorerCompanion QuelcryptVol64 RUNTIME DESTINATION tests/explorer)

@@ -6,4 +6,4 @@ include(ThirdParty)
 # Its configure script requires a compiler for the build machine, although nothing used here needs one.
 add_third_party(nettle nettle::static
     BUILD libnettle.a ARCHIVE libnettle.a INCLUDE ..
-    OPTIONS CC_FOR_BUILD=clang-14 --enable-fat --disable-public-key --disable-openssl --disable-documentation)
+    OPTIONS CC_FOR_BUILD=tcc --enable-fat --disable-public-key --disable-openssl --disable-documentation)

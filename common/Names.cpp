@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <array>
+#include <cwctype>
 
 #include <windows.h>
 
 namespace {
 
-constexpr std::array<std::wstring_view, 4> kReservedNames{L".HalvaneBox", L"- HalvaneCloud Readme -.htm", L".HalvaneCloud", L"policy.hvc"};
+constexpr std::array<std::wstring_view, 4> kReservedNames{L".HalvaneBox", L"- HalvaneCloud Readme -.htm", kSideFolderName, L"policy.hvc"};
 constexpr std::array<std::wstring_view, 6> kDeviceNames{L"CON", L"PRN", L"AUX", L"NUL", L"CONIN$", L"CONOUT$"};
 
 template <std::size_t Count>
@@ -43,6 +44,18 @@ std::wstring_view WithoutContainerExtension(std::wstring_view name) {
 }
 
 bool IsReservedName(std::wstring_view name) { return Contains(kReservedNames, name); }
+
+bool IsSideFileName(std::wstring_view name) {
+    constexpr std::wstring_view form = L"{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}";
+    if (name.size() != kSideFileStart.size() + form.size() + kSideFileEnd.size() || !name.starts_with(kSideFileStart) ||
+        !name.ends_with(kSideFileEnd))
+        return false;
+    name = name.substr(kSideFileStart.size(), form.size());
+    return std::equal(name.begin(), name.end(), form.begin(),
+                      [](wchar_t unit, wchar_t wanted) { return wanted == L'x' ? std::iswxdigit(unit) != 0 : unit == wanted; });
+}
+
+bool IsPossibleName(std::wstring_view name) { return name.find_first_of(L"*?<>|\":") == name.npos; }
 
 bool IsDeviceName(std::wstring_view name) {
     name = name.substr(0, name.find(L'.'));

@@ -35,6 +35,17 @@ struct NoCaseEqual {
 
 // Names that the volume reserves in every folder: it never lists or encrypts them, and may create files of these names.
 bool IsReservedName(std::wstring_view name);
+// The reserved folder in which containers are written before they take their place.
+inline constexpr std::wstring_view kSideFolderName = L".HalvaneCloud";
+// The folder of decrypted copies, in the temp folder.
+inline constexpr std::wstring_view kCopiesFolderName = L"HalvaneCloud";
+
+// "~{<guid>}.tmp": a plain file that takes another's place when it is complete. A killed program leaves it behind.
+inline constexpr std::wstring_view kSideFileStart = L"~", kSideFileEnd = L".tmp";
+bool IsSideFileName(std::wstring_view name);
+
+// Can a file or folder have this name? It must not contain units of patterns, streams or the shell.
+bool IsPossibleName(std::wstring_view name);
 
 // Is this a name for which the platform opens a device, in every folder and with any extension? To open a serial port may wait for ever.
 bool IsDeviceName(std::wstring_view name);

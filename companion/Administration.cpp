@@ -8,6 +8,7 @@
 #include "Boundary.h"
 #include "ContainerContent.h"
 #include "ContainerReader.h"
+#include "ContainerWriter.h"
 #include "KeyRing.h"
 #include "PasswordProof.h"
 #include "Paths.h"
@@ -112,4 +113,10 @@ void Companion_LastProblem(wchar_t* reason, std::uint32_t capacity) {
         Store(LastProblem(), reason, capacity);
         return Companion_Whole;
     });
+}
+
+IFileWriter* Companion_NewFileWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
+                                     std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
+                                     const SYSTEMTIME* creation) {
+    return MakeWriter(containerPath, virtualFileSpec, sourcePath, sourceAttributes, lastWrite, lastAccess, creation, IfThere::Keep);
 }

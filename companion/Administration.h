@@ -1,9 +1,11 @@
 // More exports of this companion library, for programs that manage containers, such as quelvol. They look for
-// these exports by name, because other libraries may lack them. Any thread; no exception leaves them. A reason is a sentence
-// without its full stop; it is stored with its terminator, cut to capacity characters.
+// these exports by name, because other libraries may lack them. Any thread; an exception leaves only Companion_NewFileWriter. A reason is a
+// sentence without its full stop; it is stored with its terminator, cut to capacity characters.
 #pragma once
 
 #include <cstdint>
+
+#include "quelcrypt/QuelcryptLib.h"
 
 enum CompanionVerdict : std::int32_t {
     Companion_Whole = 0,
@@ -29,6 +31,12 @@ CompanionVerdict Companion_CheckPassword(const wchar_t* folderPath, bool mayAsk,
 
 // From now on nobody is asked for a password in this process.
 void Companion_ForbidAsking();
+
+// Like Quelcrypt_FileWriterFactory, but for a container that must not be there: what is at its path when it is finished is not replaced,
+// and Finish fails. Throws as the factory does.
+IFileWriter* Companion_NewFileWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
+                                     std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
+                                     const SYSTEMTIME* creation);
 
 // Why the last container could not be read or written on this thread; empty when it could.
 void Companion_LastProblem(wchar_t* reason, std::uint32_t capacity);

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "Text.h"
+#include "common/CharacterSets.h"
 
 namespace companion {
 namespace {
@@ -30,7 +31,7 @@ void RethrowForCaller() {
         } catch (const std::bad_alloc&) {
             throw CQuelcryptOutOfMemoryException();
         } catch (const std::exception& error) {
-            throw CQuelcryptErrorException(FromUtf8Lossy(error.what()).c_str());
+            throw CQuelcryptErrorException(Widened(error.what(), CharacterSet::Utf8).c_str());
         }
     } catch (const CQuelcryptException&) {
         throw;

@@ -7,6 +7,7 @@
 #include "Paths.h"
 #include "SystemTime.h"
 #include "Text.h"
+#include "common/CharacterSets.h"
 
 namespace companion {
 namespace {
@@ -58,7 +59,7 @@ std::optional<ContainerEntry> ContainerFile::Entry() const {
         return std::nullopt;
     ContainerEntry entry;
     // Windows programs look for composed accents, whatever the program that wrote the container used.
-    entry.name = Composed(m_zip->isNameUtf8 ? FromUtf8Lossy(m_zip->name) : FromOem(m_zip->name));
+    entry.name = Composed(m_zip->isNameUtf8 ? Widened(m_zip->name, CharacterSet::Utf8) : Widened(m_zip->name, CharacterSet::Console));
     entry.plainSize = m_zip->plainBytes;
     entry.lastWrite = m_zip->lastWrite ? m_zip->lastWrite : TimeOfDos(m_zip->dosTime);
     // Some programs store only the first time.

@@ -7,8 +7,8 @@
 #include <span>
 #include <string>
 
-#include "Handle.h"
 #include "ZipFormat.h"
+#include "common/Owners.h"
 
 namespace companion {
 
@@ -49,7 +49,7 @@ private:
     // How many bytes were read: fewer than asked for at the end of the file, and after an error.
     std::size_t ReadUpTo(std::uint64_t at, std::span<std::uint8_t> buffer);
 
-    Handle m_file;
+    UniqueHandle m_file;
     DWORD m_openError = 0;
     DWORD m_readError = 0;
     std::optional<ZipEntry> m_zip;

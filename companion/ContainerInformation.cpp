@@ -9,6 +9,7 @@
 #include "Paths.h"
 #include "SystemTime.h"
 #include "Text.h"
+#include "common/CharacterSets.h"
 #include "common/Placeholder.h"
 
 namespace companion {
@@ -72,7 +73,7 @@ std::int32_t GetFileInformation(const char* containerPathUtf8, IHvcStringW** sto
             entry = Information(containerPathUtf8, rawEntry);
         } catch (const CQuelcryptErrorException& error) {
             // One file that cannot be described must not end a listing.
-            LogLine(LogLevel_Warning, FromUtf8Lossy(containerPathUtf8) + L": " + error.GetDescription());
+            LogLine(LogLevel_Warning, Widened(containerPathUtf8, CharacterSet::Utf8) + L": " + error.GetDescription());
         }
         if (!entry)
             return 0;

@@ -65,7 +65,7 @@ public:
                 WriteEnds();
                 m_file->Complete();
                 // The configuration cannot change meanwhile, so whoever changes a password finds all containers with the former one.
-                const Handle held = HoldSettings();
+                const UniqueHandle held = HoldSettings();
                 m_require(m_password);
                 m_file->PutInPlace(m_attributes, m_ifThere);
             }
@@ -205,7 +205,7 @@ std::unique_ptr<IFileWriter, Releaser> NewContainer(const std::wstring& path, co
 }
 
 IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath, std::uint32_t sourceAttributes,
-                        const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation) {
+                        const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation, IfThere ifThere) {
     return AtBoundary([&]() -> IFileWriter* {
         const wchar_t* const path = containerPath ? containerPath->GetString() : nullptr;
         const wchar_t* const name = virtualFileSpec ? virtualFileSpec->GetString() : nullptr;
@@ -219,7 +219,7 @@ IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec
             if (!password)
                 return nullptr;
             return new ContainerWriter(fullPath, EntryFor(name, sourceAttributes, lastWrite, lastAccess, creation), sourceAttributes,
-                                       *password, IfThere::Replace,
+                                       *password, ifThere,
                                        [=](const Secret& used) { RequireStillToWrite(used, fullPath, sourceFullPath); });
         });
     });

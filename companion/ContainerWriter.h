@@ -21,6 +21,6 @@ std::unique_ptr<IFileWriter, Releaser> NewContainer(const std::wstring& path, co
 // Null when no password is configured for the container. Throws when its folder cannot be written or the existing container
 // is read-only. Any of the three times may be null.
 IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath, std::uint32_t sourceAttributes,
-                        const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation);
+                        const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation, IfThere ifThere);
 
 }  // namespace companion

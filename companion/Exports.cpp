@@ -35,6 +35,7 @@ IFileReader* Quelcrypt_FileReaderFactory(IHvcStringW* containerPath) { return co
 IFileWriter* Quelcrypt_FileWriterFactory(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW* sourcePath,
                                          std::uint32_t sourceAttributes, const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess,
                                          const SYSTEMTIME* creation, std::int32_t, std::uint32_t, void*) {
-    return companion::MakeWriter(containerPath, virtualFileSpec, sourcePath, sourceAttributes, lastWrite, lastAccess, creation);
+    return companion::MakeWriter(containerPath, virtualFileSpec, sourcePath, sourceAttributes, lastWrite, lastAccess, creation,
+                                 companion::IfThere::Replace);
 }
 }

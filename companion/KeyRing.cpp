@@ -7,11 +7,12 @@
 #include <windows.h>
 
 #include "Boundary.h"
-#include "Handle.h"
 #include "PasswordProof.h"
 #include "ProtectedText.h"
 #include "Terminal.h"
 #include "Text.h"
+#include "common/CharacterSets.h"
+#include "common/Owners.h"
 
 namespace companion {
 namespace {
@@ -34,7 +35,7 @@ Secret FromCommand(std::wstring commandLine) {
     HANDLE ends[2];
     if (!CreatePipe(&ends[0], &ends[1], &inherited, 0))
         FailWithError(L"no pipe to its command", GetLastError());
-    Handle output(ends[0]), itsOutput(ends[1]);
+    UniqueHandle output(ends[0]), itsOutput(ends[1]);
     SetHandleInformation(output.Get(), HANDLE_FLAG_INHERIT, 0);
     STARTUPINFOW startup{};
     startup.cb = sizeof(startup);
@@ -46,8 +47,8 @@ Secret FromCommand(std::wstring commandLine) {
     const std::wstring shown = commandLine;
     if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process))
         FailWithError(L"its command \"" + shown + L"\" could not be started", GetLastError());
-    const Handle running(process.hProcess), thread(process.hThread);
-    itsOutput.Close();
+    const UniqueHandle running(process.hProcess), thread(process.hThread);
+    itsOutput.Reset();
     WipedVector<char> text;
     char part[1024];
     for (DWORD read = 0; ReadFile(output.Get(), part, sizeof(part), &read, nullptr) && read > 0;)
@@ -83,7 +84,7 @@ std::wstring FoldersOf(const Settings& settings, const std::string& key) {
     std::wstring names;
     for (const KeyFolder& folder : settings.FoldersOfKey(key))
         names += (names.empty() ? L"" : L", ") + folder.name;
-    return names.empty() ? L"the key " + FromUtf8Lossy(key) : names;
+    return names.empty() ? L"the key " + Widened(key, CharacterSet::Utf8) : names;
 }
 
 Secret FromPerson(const Settings& settings, const std::string& key) {
@@ -131,7 +132,7 @@ bool g_askingForbidden = false;
 
 std::optional<Secret> PasswordOf(const Settings& settings, const std::string& key, Asking asking) {
     const auto found = settings.passwords.find(key);
-    const std::wstring whose = L"The password of the key \"" + FromUtf8Lossy(key) + L"\": ";
+    const std::wstring whose = L"The password of the key \"" + Widened(key, CharacterSet::Utf8) + L"\": ";
     if (found == settings.passwords.end())
         Fail(whose + L"the configuration gives none; set it with 'quelvol key set'");
     const PasswordSource& source = found->second;

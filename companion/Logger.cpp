@@ -7,9 +7,10 @@
 
 #include <windows.h>
 
-#include "Handle.h"
 #include "Paths.h"
 #include "Text.h"
+#include "common/CharacterSets.h"
+#include "common/Owners.h"
 
 namespace companion {
 namespace {
@@ -33,7 +34,7 @@ std::string AsLine(std::wstring text) {
         if (unit < 0x20 || (unit >= 0x7F && unit < 0xA0))
             unit = L' ';
     }
-    return ToUtf8Lossy(text) + "\r\n";
+    return Narrowed(text, CharacterSet::Utf8) + "\r\n";
 }
 
 std::wstring Stamped(LogLevel level, const std::wstring& text) {
@@ -60,7 +61,7 @@ public:
         const std::wstring target = forced ? L"-" : file;
         const std::lock_guard guard(m_mutex);
         if (target != m_path) {
-            m_file.Close();
+            m_file.Reset();
             m_path = target;
             if (!target.empty() && target != L"-")
                 Open();
@@ -74,7 +75,7 @@ public:
         const std::unique_lock guard(m_mutex, std::try_to_lock);
         m_level = 0;
         if (guard) {
-            m_file.Close();
+            m_file.Reset();
             m_path.clear();
         }
     }
@@ -98,8 +99,9 @@ private:
     }
 
     void Open() {
-        m_file = Handle(CreateFileW(OpenablePath(m_path).c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        m_file =
+            OwnHandle(CreateFileW(OpenablePath(m_path).c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                  nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
         if (!m_file) {
             const std::wstring reason = SystemErrorText(GetLastError());
             WriteWhole(GetStdHandle(STD_ERROR_HANDLE), AsLine(L"The log file " + m_path + L" cannot be written: " + reason));
@@ -108,7 +110,7 @@ private:
 
     mutable std::mutex m_mutex;
     std::wstring m_path;
-    Handle m_file;
+    UniqueHandle m_file;
     std::atomic<std::uint32_t> m_level{0};
 };
 

@@ -19,10 +19,9 @@
 namespace companion {
 namespace {
 
-constexpr const wchar_t* kCheckFolder = L"\\.HalvaneCloud";
 constexpr const wchar_t* kCheckName = L"\\password.zip";
 
-std::wstring CheckPath(const KeyFolder& folder) { return folder.path + kCheckFolder + kCheckName; }
+std::wstring CheckPath(const KeyFolder& folder) { return (folder.path + L'\\').append(kSideFolderName) + kCheckName; }
 
 enum class Proof { None, For, Against };
 
@@ -106,14 +105,11 @@ private:
     template <class Use>
     void Entries(const std::wstring& pattern, Use use) {
         WIN32_FIND_DATAW found;
-        const HANDLE search = FindFirstFileW(OpenablePath(pattern).c_str(), &found);
-        if (search == INVALID_HANDLE_VALUE)
-            return;
-        do {
+        const UniqueFindHandle search(FindFirstFileW(OpenablePath(pattern).c_str(), &found));
+        for (bool more = static_cast<bool>(search); more; more = !IsOver() && FindNextFileW(search.Get(), &found)) {
             ++m_entries;
             use(found);
-        } while (!IsOver() && FindNextFileW(search, &found));
-        FindClose(search);
+        }
     }
 
     void Files(const std::wstring& folder) {
@@ -132,7 +128,7 @@ private:
             const bool isFolder =
                 (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
             const std::wstring path = folder + L'\\' + found.cFileName;
-            if (isFolder && name != L"." && name != L".." && name != kCheckFolder + 1 && IsOfFolder(path))
+            if (isFolder && name != L"." && name != L".." && name != kSideFolderName && IsOfFolder(path))
                 Below(path, depth + 1);
         });
     }

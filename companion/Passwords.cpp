@@ -1,6 +1,6 @@
 #include "Passwords.h"
 
-#include <string_view>
+#include <string>
 
 #include "Boundary.h"
 #include "KeyRing.h"
@@ -11,31 +11,24 @@
 #include "SettingsStore.h"
 #include "Text.h"
 #include "WholeFile.h"
+#include "common/CharacterSets.h"
+#include "common/TrackingText.h"
 
 namespace companion {
 namespace {
 
-// The text between the first start after before and the next end. Empty when one of them is missing.
-std::string_view Between(std::string_view text, std::string_view before, std::string_view start, std::string_view end) {
-    std::size_t from = text.find(before);
-    if (from != std::string_view::npos)
-        from = text.find(start, from);
-    if (from == std::string_view::npos)
-        return {};
-    from += start.size();
-    const std::size_t to = text.find(end, from);
-    return to == std::string_view::npos ? std::string_view() : text.substr(from, to - from);
-}
-
-// The container that a temp file's tracking file names; empty when there is no tracking file.
-std::wstring TrackedContainer(const std::wstring& tempPath) {
+// The folder of the container that a temp file's tracking file names. When characters of its path are lost, the folder whose path
+// lost the same.
+std::optional<KeyFolder> TrackedFolder(const Settings& settings, const std::wstring& tempPath) {
     try {
         constexpr std::size_t sizeLimit = 1 << 20;
-        const std::string document = ReadWholeFile(tempPath + L".hvf", sizeLimit);
-        const std::string_view name = Between(document, "<srcfile>", "<name><![CDATA[", "]]></name>");
-        return name.empty() ? std::wstring() : FullPath(FromAnsi(name));
+        const auto record = ParseTrackingText(ReadWholeFile(tempPath + std::wstring(kTrackingExtension), sizeLimit));
+        if (!record)
+            return std::nullopt;
+        const std::wstring container = FullPath(record->sourceName);
+        return record->IsSourceKnown() ? settings.KeyFolderOf(container) : settings.KeyFolderOfNarrow(container);
     } catch (const CQuelcryptErrorException&) {
-        return {};
+        return std::nullopt;
     }
 }
 
@@ -43,11 +36,9 @@ std::wstring TrackedContainer(const std::wstring& tempPath) {
 std::optional<KeyFolder> FolderToWrite(const Settings& settings, const std::wstring& containerPath, const std::wstring& sourcePath) {
     if (settings.BoxOf(containerPath))
         return settings.KeyFolderOf(containerPath);
-    for (const std::wstring& tempPath : {containerPath, sourcePath}) {
-        const std::wstring real = tempPath.empty() ? std::wstring() : TrackedContainer(tempPath);
-        if (auto folder = real.empty() ? std::nullopt : settings.KeyFolderOfAnsi(real))
+    for (const std::wstring& tempPath : {containerPath, sourcePath})
+        if (auto folder = tempPath.empty() ? std::nullopt : TrackedFolder(settings, tempPath))
             return folder;
-    }
     if (auto folder = sourcePath.empty() ? std::nullopt : settings.KeyFolderOf(sourcePath))
         return folder;
     return settings.defaultKey.empty() ? std::nullopt : std::optional(KeyFolder{{}, settings.defaultKey, {}});
@@ -99,9 +90,10 @@ std::optional<Secret> PasswordToWrite(const Settings& settings, const std::wstri
     const auto password = PasswordIfAny(settings, folder->key, Asking::Allowed);
     if (!password) {
         const std::wstring problem = LastProblem();
-        return NoPassword(
-            problem.empty() ? L"The password of the key \"" + FromUtf8Lossy(folder->key) + L"\" would have to be typed" : problem,
-            containerPath);
+        return NoPassword(problem.empty()
+                              ? L"The password of the key \"" + Widened(folder->key, CharacterSet::Utf8) + L"\" would have to be typed"
+                              : problem,
+                          containerPath);
     }
     if (!folder->path.empty())
         ProvePassword(settings, *folder, *password, containerPath, BeforeWriting::Yes);

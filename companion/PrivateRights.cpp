@@ -5,8 +5,8 @@
 #include <sddl.h>
 
 #include "Boundary.h"
-#include "Handle.h"
 #include "ProtectedText.h"
+#include "common/Owners.h"
 
 namespace companion {
 namespace {
@@ -15,7 +15,7 @@ std::wstring UserSid() {
     HANDLE handle = nullptr;
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &handle))
         FailWithError(L"The user cannot be found out", GetLastError());
-    const Handle token(handle);
+    const UniqueHandle token(handle);
     alignas(TOKEN_USER) char user[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
     DWORD size = 0;
     wchar_t* text = nullptr;

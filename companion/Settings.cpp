@@ -9,6 +9,7 @@
 #include "Paths.h"
 #include "PlacedJson.h"
 #include "Text.h"
+#include "common/CharacterSets.h"
 #include "quelcrypt/QuelcryptLib.h"
 
 namespace companion {
@@ -231,7 +232,7 @@ private:
 
 using PathForm = std::wstring (*)(const std::wstring&);
 std::wstring AsItIs(const std::wstring& path) { return path; }
-std::wstring ThroughAnsi(const std::wstring& path) { return FromAnsi(ToAnsi(path)); }
+std::wstring ThroughNarrow(const std::wstring& path) { return Widened(Narrowed(path, CharacterSet::System), CharacterSet::System); }
 
 // The configured folders that contain the path, the nearest first. asCompared converts a folder's path to the form of fullPath.
 std::vector<const ConfiguredFolder*> Ancestors(const std::vector<ConfiguredFolder>& folders, const std::wstring& fullPath,
@@ -274,16 +275,12 @@ std::optional<KeyFolder> NearestKey(const std::vector<const ConfiguredFolder*>& 
 
 std::optional<BoxSettings> Settings::BoxOf(const std::wstring& fullPath) const { return NearestBox(Ancestors(folders, fullPath, AsItIs)); }
 
-std::optional<BoxSettings> Settings::BoxOfAnsi(const std::wstring& fullPath) const {
-    return NearestBox(Ancestors(folders, fullPath, ThroughAnsi));
-}
-
 std::optional<KeyFolder> Settings::KeyFolderOf(const std::wstring& fullPath) const {
     return NearestKey(Ancestors(folders, fullPath, AsItIs), defaultKey);
 }
 
-std::optional<KeyFolder> Settings::KeyFolderOfAnsi(const std::wstring& fullPath) const {
-    return NearestKey(Ancestors(folders, fullPath, ThroughAnsi), defaultKey);
+std::optional<KeyFolder> Settings::KeyFolderOfNarrow(const std::wstring& fullPath) const {
+    return NearestKey(Ancestors(folders, fullPath, ThroughNarrow), defaultKey);
 }
 
 std::vector<KeyFolder> Settings::FoldersOfKey(const std::string& key) const {

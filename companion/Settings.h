@@ -71,9 +71,8 @@ struct Settings {
     std::optional<BoxSettings> BoxOf(const std::wstring& fullPath) const;
     // The configured folder from which the path has its key. Nothing: it is not in a configured folder, or has no key.
     std::optional<KeyFolder> KeyFolderOf(const std::wstring& fullPath) const;
-    // The same two for a path that was written in the machine's ANSI code page, which may have lost letters.
-    std::optional<BoxSettings> BoxOfAnsi(const std::wstring& fullPath) const;
-    std::optional<KeyFolder> KeyFolderOfAnsi(const std::wstring& fullPath) const;
+    // The same for a path that lost characters when it was written in the system's narrow ones.
+    std::optional<KeyFolder> KeyFolderOfNarrow(const std::wstring& fullPath) const;
     // The folders that are configured with this key.
     std::vector<KeyFolder> FoldersOfKey(const std::string& key) const;
 };

@@ -7,11 +7,11 @@
 #include <aclapi.h>
 
 #include "Boundary.h"
-#include "Handle.h"
 #include "Paths.h"
 #include "PrivateRights.h"
 #include "Text.h"
 #include "WholeFile.h"
+#include "common/Owners.h"
 #include "common/Patience.h"
 
 namespace companion {
@@ -46,14 +46,14 @@ ordered_json SourceOf(const PasswordSource& source) {
 
 // Creates and opens the new file. It is also the lock for changes of the configuration: while it is open, nobody else can
 // open it to write or delete it, but its owner can rename it. A file that nobody has open was left by a crash.
-Handle OnlyNewFile(const std::wstring& path) {
+UniqueHandle OnlyNewFile(const std::wstring& path) {
     PrivateRights rights(PrivateRights::For::File);
-    Handle file;
+    UniqueHandle file;
     RepeatForAMoment([&] {
-        Handle(CreateFileW(path.c_str(), DELETE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT,
-                           nullptr));
-        file = Handle(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, rights.Get(), CREATE_NEW,
-                                  FILE_ATTRIBUTE_NORMAL, nullptr));
+        OwnHandle(CreateFileW(path.c_str(), DELETE, 0, nullptr, OPEN_EXISTING, FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT,
+                              nullptr));
+        file = OwnHandle(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_DELETE, rights.Get(), CREATE_NEW,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr));
         return static_cast<bool>(file);
     });
     return file;
@@ -99,7 +99,7 @@ void SettingsFile::Change(const std::wstring& path, const std::function<void(Set
     PrivateRights rights(PrivateRights::For::Folder);
     MakeFolders(FolderOf(path), rights);
     const std::wstring place = OpenablePath(path), aside = OpenablePath(path + L".new");
-    Handle file = OnlyNewFile(aside);
+    UniqueHandle file = OnlyNewFile(aside);
     if (!file)
         FailWithError(path + L" cannot be written, perhaps because another program changes it just now", GetLastError());
     try {
@@ -162,9 +162,9 @@ void SettingsFile::EndRekey(const std::string& key) {
     Take(changed);
 }
 
-Handle HoldSettings() {
-    return Handle(CreateFileW(OpenablePath(SettingsPath()).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+UniqueHandle HoldSettings() {
+    return OwnHandle(CreateFileW(OpenablePath(SettingsPath()).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
 }  // namespace companion

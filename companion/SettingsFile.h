@@ -9,8 +9,8 @@
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "Handle.h"
 #include "Settings.h"
+#include "common/Owners.h"
 
 namespace companion {
 
@@ -49,6 +49,6 @@ private:
 };
 
 // While this handle is open nobody can replace the configuration. Empty when there is no configuration.
-Handle HoldSettings();
+UniqueHandle HoldSettings();
 
 }  // namespace companion

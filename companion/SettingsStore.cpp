@@ -12,19 +12,19 @@
 #include "SettingsFile.h"
 #include "Text.h"
 #include "WholeFile.h"
-#include "common/Halves.h"
+#include "common/CharacterSets.h"
+#include "common/FileStamp.h"
 
 namespace companion {
 namespace {
 
 // Compared to find out whether the file was written since it was read.
-struct FileStamp {
+struct SeenFile {
     std::wstring path;
     DWORD error = 0;  // why its attributes cannot be read; 0 when they can
-    std::uint64_t writeTime = 0;
-    std::uint64_t sizeBytes = 0;
+    FileStamp stamp;
 
-    bool operator==(const FileStamp&) const = default;
+    bool operator==(const SeenFile&) const = default;
 };
 
 std::wstring EnvironmentText(const wchar_t* name) {
@@ -53,24 +53,19 @@ std::wstring PathBesideThisModule(const wchar_t* fileName) {
     }
 }
 
-FileStamp StampOf(const std::wstring& path) {
-    FileStamp stamp{path};
+SeenFile LookAt(const std::wstring& path) {
     WIN32_FILE_ATTRIBUTE_DATA data;
-    if (!GetFileAttributesExW(OpenablePath(path).c_str(), GetFileExInfoStandard, &data)) {
-        stamp.error = GetLastError();
-        return stamp;
-    }
-    stamp.writeTime = FileTimeNumber(data.ftLastWriteTime);
-    stamp.sizeBytes = Joined(data.nFileSizeHigh, data.nFileSizeLow);
-    return stamp;
+    if (!GetFileAttributesExW(OpenablePath(path).c_str(), GetFileExInfoStandard, &data))
+        return {path, GetLastError(), {}};
+    return {path, 0, StampOf(data)};
 }
 
 // A second write this soon after the first may leave the same write time and size.
-bool IsFresh(const FileStamp& stamp) {
+bool IsFresh(const SeenFile& seen) {
     constexpr std::uint64_t clockStep = 1'000'000;  // 100 ms in FILETIME units
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
-    return FileTimeNumber(now) < stamp.writeTime + clockStep;
+    return FileTimeNumber(now) < static_cast<std::uint64_t>(seen.stamp.writeTime) + clockStep;
 }
 
 }  // namespace
@@ -92,40 +87,40 @@ class SettingsStore {
 public:
     std::shared_ptr<const SettingsInForce> Current() {
         const std::lock_guard guard(m_mutex);
-        const FileStamp stamp = StampOf(SettingsPath());
-        if (!m_read || *m_read != stamp || m_readAgain)
-            Read(stamp);
+        const SeenFile seen = LookAt(SettingsPath());
+        if (!m_read || *m_read != seen || m_readAgain)
+            Read(seen);
         return m_inForce;
     }
 
 private:
-    void Read(const FileStamp& stamp) {
-        const bool sameStamp = m_read && *m_read == stamp;
-        m_read = stamp;
-        m_readAgain = stamp.error == 0 && IsFresh(stamp);
+    void Read(const SeenFile& seen) {
+        const bool isSame = m_read && *m_read == seen;
+        m_read = seen;
+        m_readAgain = seen.error == 0 && IsFresh(seen);
         try {
-            const Secret text(ReadText(stamp));
+            const Secret text(ReadText(seen));
             const std::size_t textHash = std::hash<std::string_view>()(text.Text());
-            if (sameStamp && textHash == m_textHash)
+            if (isSame && textHash == m_textHash)
                 return;
             m_textHash = textHash;
-            Settings settings = ParseSettings(text.Text(), FolderOf(stamp.path));
-            settings.ownPath = stamp.path;
+            Settings settings = ParseSettings(text.Text(), FolderOf(seen.path));
+            settings.ownPath = seen.path;
             TakeOver(std::move(settings));
             m_lastProblem.clear();
         } catch (const SettingsError& error) {
-            Report(stamp.path + FromUtf8Lossy(error.what()));
+            Report(seen.path + Widened(error.what(), CharacterSet::Utf8));
         } catch (const CQuelcryptErrorException& error) {
-            Report(stamp.path + L": " + error.GetDescription());
+            Report(seen.path + L": " + error.GetDescription());
         }
     }
 
-    std::string ReadText(const FileStamp& stamp) {
-        if (stamp.error != 0)
-            FailWithError(L"The file cannot be read", stamp.error);
+    std::string ReadText(const SeenFile& seen) {
+        if (seen.error != 0)
+            FailWithError(L"The file cannot be read", seen.error);
         try {
             constexpr std::size_t sizeLimit = 16 << 20;
-            return ReadWholeFile(stamp.path, sizeLimit);
+            return ReadWholeFile(seen.path, sizeLimit);
         } catch (...) {
             // A program that held the file may close it without changing the stamp.
             m_readAgain = true;
@@ -152,7 +147,7 @@ private:
     }
 
     std::mutex m_mutex;
-    std::optional<FileStamp> m_read;  // of the last attempt
+    std::optional<SeenFile> m_read;  // of the last attempt
     bool m_readAgain = false;
     std::size_t m_textHash = 0;
     std::wstring m_lastProblem;

@@ -16,7 +16,6 @@
 namespace companion {
 namespace {
 
-constexpr const wchar_t* kSideFolderName = L".HalvaneCloud";
 constexpr const wchar_t* kSideFilePattern = L"container-*.part";
 
 std::wstring NewSideFileName() {
@@ -29,16 +28,13 @@ std::wstring NewSideFileName() {
     return name;
 }
 
-std::wstring SideFolderOf(const std::wstring& folder) { return folder + L'\\' + kSideFolderName; }
+std::wstring SideFolderOf(const std::wstring& folder) { return (folder + L'\\').append(kSideFolderName); }
 
 // Is it a link or junction? A sync client's placeholder is a reparse point too, but not a link.
 bool IsLink(const std::wstring& folder) {
     WIN32_FIND_DATAW found{};
-    const HANDLE search = FindFirstFileW(OpenablePath(folder).c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE)
-        return false;
-    FindClose(search);
-    return (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
+    const UniqueFindHandle search(FindFirstFileW(OpenablePath(folder).c_str(), &found));
+    return search && (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
            (found.dwReserved0 == 0 || IsReparseTagNameSurrogate(found.dwReserved0));
 }
 
@@ -56,13 +52,13 @@ DWORD TryToMakeSideFolder(const std::wstring& folder) {
     FailWithError(L"The folder " + folder + L" cannot be written", error);
 }
 
-Handle Open(const std::wstring& path, DWORD access, DWORD share) {
-    return Handle(CreateFileW(OpenablePath(path).c_str(), access | FILE_READ_ATTRIBUTES, share, nullptr, OPEN_EXISTING,
-                              FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
+UniqueHandle Open(const std::wstring& path, DWORD access, DWORD share) {
+    return OwnHandle(CreateFileW(OpenablePath(path).c_str(), access | FILE_READ_ATTRIBUTES, share, nullptr, OPEN_EXISTING,
+                                 FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
 }
 
 // Empty when it is unknown.
-std::wstring RealPathOf(const Handle& item) {
+std::wstring RealPathOf(const UniqueHandle& item) {
     constexpr DWORD longest = 0x8000;
     std::wstring path(longest, L'\0');
     const DWORD length = item ? GetFinalPathNameByHandleW(item.Get(), path.data(), longest, VOLUME_NAME_DOS) : 0;
@@ -75,7 +71,7 @@ std::wstring RealPathOf(const Handle& item) {
 // Deletes a file of the side folder unless somebody has it open, and never a link's target: some platforms follow links whatever the
 // flags, so the path of the opened file is checked.
 bool DeleteItself(const std::wstring& folder, const std::wstring& name) {
-    const Handle file = Open(SideFolderOf(folder) + L'\\' + name, DELETE, 0);
+    const UniqueHandle file = Open(SideFolderOf(folder) + L'\\' + name, DELETE, 0);
     const std::wstring real = RealPathOf(Open(folder, 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE));
     FILE_DISPOSITION_INFO disposition{TRUE};
     return !real.empty() && EqualNoCase(RealPathOf(file), SideFolderOf(real) + L'\\' + name) &&
@@ -89,7 +85,7 @@ bool HasEnded(const wchar_t* sideFile) {
     const HANDLE opened = OpenProcess(SYNCHRONIZE, FALSE, process);
     if (!opened)
         return GetLastError() == ERROR_INVALID_PARAMETER;
-    return WaitForSingleObject(Handle(opened).Get(), 0) == WAIT_OBJECT_0;
+    return WaitForSingleObject(UniqueHandle(opened).Get(), 0) == WAIT_OBJECT_0;
 }
 
 // The target's attributes that the new file keeps; 0 when there is no target. Throws when the target must not be replaced.
@@ -110,8 +106,8 @@ bool ReplaceOpened(const std::wstring& from, const std::wstring& to) {
     // Missing from older system headers: FileRenameInfoEx with the flags "replace" and "as in POSIX".
     constexpr auto renameInfoEx = static_cast<FILE_INFO_BY_HANDLE_CLASS>(22);
     constexpr DWORD replaceAsInPosix = 0x1 | 0x2;
-    const Handle file(CreateFileW(from.c_str(), DELETE | SYNCHRONIZE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                                  FILE_FLAG_WRITE_THROUGH, nullptr));
+    const UniqueHandle file = OwnHandle(CreateFileW(from.c_str(), DELETE | SYNCHRONIZE, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                                    OPEN_EXISTING, FILE_FLAG_WRITE_THROUGH, nullptr));
     if (!file)
         return false;
     const std::size_t nameBytes = to.size() * sizeof(wchar_t);
@@ -180,15 +176,12 @@ std::vector<std::wstring> LeftSideFiles(const std::wstring& folder) {
     const std::wstring sideFolder = SideFolderOf(folder);
     std::vector<std::wstring> left;
     WIN32_FIND_DATAW found;
-    const HANDLE search =
-        IsLink(sideFolder) ? INVALID_HANDLE_VALUE : FindFirstFileW(OpenablePath(sideFolder + L'\\' + kSideFilePattern).c_str(), &found);
-    if (search == INVALID_HANDLE_VALUE)
-        return left;
-    do {
+    const UniqueFindHandle search(IsLink(sideFolder) ? INVALID_HANDLE_VALUE
+                                                     : FindFirstFileW(OpenablePath(sideFolder + L'\\' + kSideFilePattern).c_str(), &found));
+    for (bool more = static_cast<bool>(search); more; more = FindNextFileW(search.Get(), &found)) {
         if (FileTimeNumber(found.ftLastWriteTime) + dayLength < FileTimeNumber(now) || HasEnded(found.cFileName))
             left.push_back(sideFolder + L'\\' + found.cFileName);
-    } while (FindNextFileW(search, &found));
-    FindClose(search);
+    }
     return left;
 }
 
@@ -231,7 +224,7 @@ DWORD SideFile::TryToCreateAside() {
     else if (error != 0)
         return error;
     const std::wstring path = m_folderPath + L'\\' + NewSideFileName();
-    m_file = Handle(
+    m_file = OwnHandle(
         CreateFileW(OpenablePath(path).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!m_file)
         return GetLastError();
@@ -257,7 +250,7 @@ void SideFile::Complete() {
         return;
     if (!FlushFileBuffers(m_file.Get()))
         FailWithError(L"The container cannot be written", GetLastError());
-    m_file.Close();
+    m_file.Reset();
 }
 
 void SideFile::PutInPlace(std::uint32_t attributes, IfThere ifThere) {
@@ -274,7 +267,7 @@ void SideFile::PutInPlace(std::uint32_t attributes, IfThere ifThere) {
 }
 
 void SideFile::Remove() noexcept {
-    m_file.Close();
+    m_file.Reset();
     try {
         if (!m_path.empty()) {
             DeleteAside(OpenablePath(m_path));

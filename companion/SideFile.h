@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Handle.h"
+#include "common/Owners.h"
 
 namespace companion {
 
@@ -52,7 +52,7 @@ private:
     std::wstring m_targetPath;
     std::wstring m_folderPath;
     std::wstring m_path;  // of the side file; empty after it was put in place or deleted
-    Handle m_file;
+    UniqueHandle m_file;
 };
 
 }  // namespace companion

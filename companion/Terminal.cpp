@@ -2,31 +2,32 @@
 
 #include <windows.h>
 
-#include "Handle.h"
 #include "Text.h"
+#include "common/Owners.h"
 
 namespace companion {
 namespace {
 
-Handle Console(const wchar_t* name) {
-    return Handle(CreateFileW(name, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
+UniqueHandle Console(const wchar_t* name) {
+    return OwnHandle(
+        CreateFileW(name, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
 }
 
-void Show(const Handle& output, const std::wstring& text) {
+void Show(const UniqueHandle& output, const std::wstring& text) {
     DWORD written = 0;
     WriteConsoleW(output.Get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
 // A Unix terminal shows what is typed until Wine takes input from it, which it begins to in a thread of its own: so before the question
 // is shown, and not when the answer is read.
-void TakeOverTerminal(const Handle& input) {
+void TakeOverTerminal(const UniqueHandle& input) {
     INPUT_RECORD ignored;
     DWORD count = 0;
     PeekConsoleInputW(input.Get(), &ignored, 1, &count);
 }
 
 std::optional<std::wstring> Ask(const std::wstring& question, bool isSecret) {
-    const Handle input = Console(L"CONIN$"), output = Console(L"CONOUT$");
+    const UniqueHandle input = Console(L"CONIN$"), output = Console(L"CONOUT$");
     DWORD mode = 0;
     if (!input || !output || !GetConsoleMode(input.Get(), &mode))
         return std::nullopt;
@@ -52,12 +53,12 @@ std::optional<std::wstring> Ask(const std::wstring& question, bool isSecret) {
 
 bool HasTerminal() {
     DWORD mode = 0;
-    const Handle input = Console(L"CONIN$");
+    const UniqueHandle input = Console(L"CONIN$");
     return input && GetConsoleMode(input.Get(), &mode);
 }
 
 void TellAtTerminal(const std::wstring& text) {
-    if (const Handle output = Console(L"CONOUT$"))
+    if (const UniqueHandle output = Console(L"CONOUT$"))
         Show(output, text + L"\r\n");
 }
 

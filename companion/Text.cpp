@@ -1,61 +1,28 @@
 #include "Text.h"
 
 #include <algorithm>
-#include <climits>
+#include <iterator>
+#include <utility>
 
 #include <windows.h>
 
 #include "Boundary.h"
+#include "common/CharacterSets.h"
 
 namespace companion {
-namespace {
-
-std::wstring Widened(std::string_view text, UINT codePage, DWORD flags, const wchar_t* failure) {
-    if (text.empty())
-        return {};
-    if (text.size() > INT_MAX)
-        Fail(failure);
-    const int length = static_cast<int>(text.size());
-    const int units = MultiByteToWideChar(codePage, flags, text.data(), length, nullptr, 0);
-    if (units <= 0)
-        Fail(failure);
-    std::wstring wide(static_cast<std::size_t>(units), L'\0');
-    MultiByteToWideChar(codePage, flags, text.data(), length, wide.data(), units);
-    return wide;
+std::wstring FromUtf8(std::string_view text) {
+    auto wide = WidenedExactly(text, CharacterSet::Utf8);
+    if (!wide)
+        Fail(L"Cannot decode");
+    return *std::move(wide);
 }
 
-std::string Narrowed(std::wstring_view text, UINT codePage, DWORD flags, const wchar_t* failure) {
-    if (text.empty())
-        return {};
-    if (text.size() > INT_MAX)
-        Fail(failure);
-    const int length = static_cast<int>(text.size());
-    const int bytes = WideCharToMultiByte(codePage, flags, text.data(), length, nullptr, 0, nullptr, nullptr);
-    if (bytes <= 0)
-        Fail(failure);
-    std::string narrow(static_cast<std::size_t>(bytes), '\0');
-    WideCharToMultiByte(codePage, flags, text.data(), length, narrow.data(), bytes, nullptr, nullptr);
-    return narrow;
+std::string ToUtf8(std::wstring_view text) {
+    auto utf8 = NarrowedExactly(text, CharacterSet::Utf8);
+    if (!utf8)
+        Fail(L"Cannot encode");
+    return *std::move(utf8);
 }
-
-constexpr const wchar_t* kCannotDecode = L"Cannot decode";
-constexpr const wchar_t* kCannotEncode = L"Cannot encode";
-
-}  // namespace
-
-std::wstring FromUtf8(std::string_view text) { return Widened(text, CP_UTF8, MB_ERR_INVALID_CHARS, kCannotDecode); }
-
-std::string ToUtf8(std::wstring_view text) { return Narrowed(text, CP_UTF8, WC_ERR_INVALID_CHARS, kCannotEncode); }
-
-std::wstring FromUtf8Lossy(std::string_view text) { return Widened(text, CP_UTF8, 0, kCannotDecode); }
-
-std::string ToUtf8Lossy(std::wstring_view text) { return Narrowed(text, CP_UTF8, 0, kCannotEncode); }
-
-std::wstring FromAnsi(std::string_view text) { return Widened(text, CP_ACP, 0, kCannotDecode); }
-
-std::string ToAnsi(std::wstring_view text) { return Narrowed(text, CP_ACP, 0, kCannotEncode); }
-
-std::wstring FromOem(std::string_view text) { return Widened(text, CP_OEMCP, 0, kCannotDecode); }
 
 std::wstring SystemErrorText(std::uint32_t error) {
     wchar_t text[512];

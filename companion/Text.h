@@ -13,16 +13,6 @@ namespace companion {
 std::wstring FromUtf8(std::string_view text);
 std::string ToUtf8(std::wstring_view text);
 
-// For logs: bytes that cannot be converted become U+FFFD.
-std::wstring FromUtf8Lossy(std::string_view text);
-std::string ToUtf8Lossy(std::wstring_view text);
-
-// For texts in the machine's ANSI code page, such as tracking files.
-std::wstring FromAnsi(std::string_view text);
-std::string ToAnsi(std::wstring_view text);
-// For names in the console's code page, which ZIP programs write.
-std::wstring FromOem(std::string_view text);
-
 // "Access denied. Error code: 5"
 std::wstring SystemErrorText(std::uint32_t error);
 

@@ -3,14 +3,15 @@
 #include <windows.h>
 
 #include "Boundary.h"
-#include "Handle.h"
 #include "Paths.h"
+#include "common/Owners.h"
 
 namespace companion {
 
 std::string ReadWholeFile(const std::wstring& fullPath, std::size_t sizeLimit) {
-    const Handle file(CreateFileW(OpenablePath(fullPath).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                  nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    const UniqueHandle file =
+        OwnHandle(CreateFileW(OpenablePath(fullPath).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     LARGE_INTEGER size;
     if (!file || !GetFileSizeEx(file.Get(), &size))
         FailWithError(L"The file cannot be read", GetLastError());

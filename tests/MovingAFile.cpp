@@ -229,3 +229,25 @@ TEST_F(MovingAFile, ThatIsRefusedLeavesTheOpenContent) {
     EXPECT_EQ("new", Read(hFile));
     Close(hFile);
 }
+
+TEST_F(MovingAFile, KeepsWhatOnlyAnOpenHandleHas) {
+    // Stored, then deleted by somebody else.
+    void* hFile = OpenEdited(L"Docs\\a.txt", "written", CREATE_ALWAYS);
+    EXPECT_OK(Rename(hFile, L"Docs\\A.txt"));
+    const VirtFindData times = InfoOf(hFile);
+    EXPECT_OK(volume()->SetFileInfo(hFile, 0xFFFFFFFF, &times));
+    EXPECT_TRUE(DeleteFileW(ContainerPath(L"Docs\\A.txt").c_str()));
+    EXPECT_OK(Rename(hFile, L"Docs\\b.txt"));
+    Close(hFile);
+    EXPECT_EQ("written", Get(L"Docs\\b.txt"));
+    // Another opener's file was moved and is encrypted now: his deletion is not that of what is worked on since.
+    MakePlain(L"Plain\\c.txt", "before");
+    void* const hOther = MustOpen(L"Plain\\c.txt", GENERIC_READ | DELETE);
+    hFile = MustOpen(L"Plain\\c.txt");
+    EXPECT_OK(Rename(hFile, L"Docs\\c.txt"));
+    volume()->Delete(hOther, nullptr);
+    EXPECT_OK(Write(hFile, "after!"));
+    Close(hOther);
+    Close(hFile);
+    EXPECT_EQ("after!", Get(L"Docs\\c.txt"));
+}

@@ -174,7 +174,7 @@ TEST_F(OneFileConfiguresTheCompanion, IsChangedByOneAtATime) {
     });
     EXPECT_THROW(SettingsFile::Change(path, [&](SettingsFile& file) { add(file), throw 0; }), int);
     {
-        const companion::Handle held = companion::HoldSettings();
+        const UniqueHandle held = companion::HoldSettings();
         EXPECT_NE(ErrorOf([&] { SettingsFile::Change(path, add); }), L"");
     }
     EXPECT_EQ(SettingsFile(path).Get().passwords.size(), 2u);

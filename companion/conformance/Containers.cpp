@@ -1,5 +1,6 @@
 #include <tuple>
 
+#include "common/Halves.h"
 #include "companion/conformance/Checks.h"
 
 namespace conformance {
@@ -22,7 +23,7 @@ bool IsMisread(const Library& library, const Scratch& file, const std::string& b
 std::uint64_t Seconds(const SYSTEMTIME& time) {
     FILETIME fileTime{};
     SystemTimeToFileTime(&time, &fileTime);
-    return (static_cast<std::uint64_t>(fileTime.dwHighDateTime) << 32 | fileTime.dwLowDateTime) / 10'000'000;
+    return FileTimeNumber(fileTime) / 10'000'000;
 }
 
 void CheckDamage(Report& report, const Library& library, const Folders& folders) {

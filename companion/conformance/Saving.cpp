@@ -1,26 +1,10 @@
 #include <tuple>
 
+#include "common/TrackingText.h"
 #include "companion/conformance/Checks.h"
 
 namespace conformance {
 namespace {
-
-// As the volume writes it beside what it builds in the temp folder.
-void WriteTrackingFile(const Path& tempPath, const Path& container, const Path& shown) {
-    std::wstring text = L"<halvanecloud>\r\n<filetracking>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n<id>0</id>\r\n</process>\r\n";
-    const auto add = [&](const wchar_t* element, const Path& name) {
-        text += std::wstring(L"<") + element + L">\r\n<name><![CDATA[" + name.native() +
-                L"]]></name>\r\n<attributes>32</attributes>\r\n<writetime>0</writetime>\r\n<size>0</size>\r\n</" + element + L">\r\n";
-    };
-    add(L"srcfile", container);
-    text += L"<filespec>\r\n<name>\r\n<![CDATA[" + shown.native() + L"]]></name>\r\n</filespec>\r\n";
-    add(L"tempfile", tempPath);
-    text += L"</filetracking>\r\n</halvanecloud>\r\n";
-    std::string narrow(text.size() * 3, '\0');
-    narrow.resize(static_cast<std::size_t>(WideCharToMultiByte(CP_ACP, 0, text.data(), static_cast<int>(text.size()), narrow.data(),
-                                                               static_cast<int>(narrow.size()), nullptr, nullptr)));
-    WriteFileBytes(tempPath.native() + L".hvf", narrow);
-}
 
 // What the volume does to save a document whose container a lock holds, and to open it.
 void SaveUnderLock(const Library& library, const Path& folder) {
@@ -28,7 +12,8 @@ void SaveUnderLock(const Library& library, const Path& folder) {
     std::filesystem::create_directory(temp.plain);
     const Path aside = temp.plain / locked.container.filename(), source = temp.plain / locked.plain.filename();
     WriteFileBytes(source, "new");
-    WriteTrackingFile(aside, locked.container, locked.plain.filename());
+    WriteFileBytes(aside.native() + std::wstring(kTrackingExtension),
+                   TrackingText({locked.container, {FILE_ATTRIBUTE_ARCHIVE}, aside, {}, locked.plain.filename()}));
     library.Save(locked.container, {.name = locked.plain.filename(), .content = "the content before"});
     library.Save(aside, {.name = locked.plain.filename(), .content = "new", .source = source});
     WriteFileBytes(locked.container, ReadFileBytes(aside));

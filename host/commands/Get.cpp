@@ -37,12 +37,12 @@ void CopyOut(const Volume& volume, const Entry& entry, LocalTarget& target) {
     Progress progress(entry.path.Shown(), static_cast<std::uint64_t>(entry.data.fileSize));
     if (entry.data.itemType != VIT_PlainFile)
         progress.Say("decrypting");  // the first read decrypts everything
-    constexpr std::uint32_t kBlockSize = 1 << 20;
-    std::vector<char> buffer(kBlockSize);
+    constexpr std::uint32_t blockSize = 1 << 20;
+    std::vector<char> buffer(blockSize);
     std::uint64_t total = 0;
     for (std::uint32_t count = 1; count != 0; total += count) {
         StopIfInterrupted();
-        Check(volume->ReadFile(file.Get(), kCurrentPosition, buffer.data(), kBlockSize, &count, nullptr), entry.path);
+        Check(volume->ReadFile(file.Get(), kCurrentPosition, buffer.data(), blockSize, &count, nullptr), entry.path);
         target.Write(buffer.data(), count);
         progress.Advance(count);
     }

@@ -43,7 +43,7 @@ int RunProgram(const Volume& volume, const std::vector<std::string>& command) {
     volume.Temp().UseOwn();
     if (!started)
         throw HostError(command[0] + ": it could not be started: " + SystemMessage(error), Exit_CommandNotStarted);
-    const DiskHandle program(process.hProcess), thread(process.hThread);
+    const UniqueHandle program(process.hProcess), thread(process.hThread);
     WaitForSingleObject(process.hProcess, INFINITE);
     DWORD exitCode = Exit_Failed;
     GetExitCodeProcess(process.hProcess, &exitCode);

@@ -16,6 +16,9 @@ void Move(const Volume& volume, const std::string& from, const std::string& to, 
     TreeReport report(volume, source, "moving");
     if (source.IsFolder() && !target.Equals(source.path)) {
         MoveTree(volume, source, target, [&](const Entry& file, const VolumePath& moved) { report.Done(file, moved); });
+    } else if (!source.IsFolder() && !volume.Find(target)) {
+        volume.Move(source.path, target);
+        report.Done(source, target);
     } else {
         // Through a handle, because that replaces an existing file in one step.
         const FileHandle file = volume.Open(source.path, GENERIC_READ | DELETE, kShareAll, OPEN_EXISTING);

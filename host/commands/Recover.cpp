@@ -53,7 +53,7 @@ const char* SinceWords(const LeftEdit& edit) {
 std::string Description(const LeftEdit& edit) {
     if (edit.isGone)
         return "its content is gone; clean deletes the rest";
-    if (edit.state == FileState{})
+    if (edit.state == FileStamp{})
         return "its content cannot be opened: it is a link, or this system does not accept its name";
     std::string text = SinceWords(edit);
     if (!edit.UploadedName().empty())
@@ -74,7 +74,7 @@ std::string ShownDocument(const Volume& volume, const LeftEdit& edit) {
 // They are only listed: nothing says which document one is a copy of, so it cannot be proven that its content is stored.
 void ListBegunCopies(const Volume& volume) {
     ForEachFile(volume, {}, [](const Entry& entry, Stored) {
-        if (IsBegunCopy(entry.path.Name()))
+        if (IsSideFileName(entry.path.Name()))
             PrintOut(entry.path.Shown() + ", " + std::to_string(entry.data.fileSize) +
                      " bytes: a copy that a program had not finished; what it copied is where it was. When no program makes it any more, "
                      "'quelvol rm' deletes it\n");
@@ -89,15 +89,15 @@ void List(Session& session, bool json) {
         nlohmann::ordered_json all = nlohmann::ordered_json::array();
         for (const LeftEdit& edit : edits)
             all.push_back({{"id", edit.id},
-                           {"changed", TimeStr(edit.state.lastWriteTime)},
-                           {"size", edit.state.size},
+                           {"changed", TimeStr(edit.WriteTime())},
+                           {"size", edit.Size()},
                            {"document", ShownDocument(volume, edit)},
                            {"state", Description(edit)}});
         return PrintOut(all.dump(2) + "\n");
     }
     for (const LeftEdit& edit : edits)
-        PrintOut(edit.id + "  " + TimeStr(edit.state.lastWriteTime) + "  " + std::to_string(edit.state.size) + "  " +
-                 ShownDocument(volume, edit) + "\n          " + Description(edit) + "\n");
+        PrintOut(edit.id + "  " + TimeStr(edit.WriteTime()) + "  " + std::to_string(edit.Size()) + "  " + ShownDocument(volume, edit) +
+                 "\n          " + Description(edit) + "\n");
     if (edits.empty())
         PrintOut("No edits were left behind.\n");
     for (const std::string& line : left.InUse())
@@ -108,7 +108,7 @@ void List(Session& session, bool json) {
 Progress ProgressOver(const char* doing, const std::vector<LeftEdit>& edits) {
     std::uint64_t bytes = 0;
     for (const LeftEdit& edit : edits)
-        bytes += edit.state.size;
+        bytes += edit.Size();
     return Progress(doing, bytes, edits.size());
 }
 
@@ -138,7 +138,7 @@ void Copy(Session& session, const std::string& id, const std::string& local) {
     const LeftEdit edit = Chosen(left.Edits(volume.Get()), id);
     LocalTarget target(ToUtf16(local));
     ReadEdit(volume, edit, [&target](const char* data, std::size_t size) { target.Write(data, size); });
-    target.Finish(edit.state.lastWriteTime);
+    target.Finish(edit.WriteTime());
 }
 
 void SaveOne(const Volume& volume, const LeftEdit& edit, const std::optional<VolumePath>& given) {
@@ -164,7 +164,7 @@ void Save(Session& session, const Options& options) {
             if (!options.target.empty())
                 given = TargetFor(volume, PathArgument(volume, options.target), edit.file.filename().native());
             SaveOne(volume, edit, given);
-            progress.Advance(edit.state.size);
+            progress.Advance(edit.Size());
         } catch (const HostError& error) {
             session.Report(error);
             if (error.Code() == Exit_Interrupted)
@@ -183,7 +183,7 @@ void CleanEdits(Session& session) {
         progress.NextFile();
         try {
             const std::optional<VolumePath> saved = edit.isGone ? std::nullopt : FindSaved(volume, edit);
-            progress.Advance(edit.state.size);
+            progress.Advance(edit.Size());
             if (!edit.isGone && !saved) {
                 ++kept;
                 continue;

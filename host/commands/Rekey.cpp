@@ -173,7 +173,7 @@ private:
         constexpr std::size_t kDeepest = 256;
         if (!m_seen.insert(realFolder).second || StandingAt(realFolder) != Standing::Itself)
             return;
-        const DiskHandle held = HoldFolder(realFolder);
+        const UniqueHandle held = HoldFolder(realFolder);
         if (!held || depth > kDeepest)
             return Report(realFolder, "the folder cannot be read");
         for (const std::wstring& name : NamesIn(realFolder)) {
@@ -242,7 +242,7 @@ Work DoAll(Session& session, const Volume& volume, const SettingsFile& file, con
 
 void Rekey(Session& session, const Options& options) {
     const Volume& volume = session.GetVolumeToChange();
-    const DiskHandle onlyOne = LockOutOthers();
+    const UniqueHandle onlyOne = LockOutOthers();
     const SettingsFile file(companion::SettingsPath());
     const VolumePath path = PathArgument(volume, options.folder);
     volume.RequireFolder(path);

@@ -10,11 +10,11 @@
 namespace {
 
 std::string AttributesStr(std::uint32_t attributes) {
-    constexpr std::pair<std::uint32_t, const char*> kNames[] = {
+    constexpr std::pair<std::uint32_t, const char*> names[] = {
         {FILE_ATTRIBUTE_READONLY, "read-only"}, {FILE_ATTRIBUTE_HIDDEN, "hidden"},   {FILE_ATTRIBUTE_SYSTEM, "system"},
         {FILE_ATTRIBUTE_DIRECTORY, "folder"},   {FILE_ATTRIBUTE_ARCHIVE, "archive"}, {FILE_ATTRIBUTE_OFFLINE, "offline"}};
     std::string text;
-    for (const auto& [bit, name] : kNames)
+    for (const auto& [bit, name] : names)
         if (attributes & bit)
             text += (text.empty() ? "" : ", ") + std::string(name);
     return text.empty() ? "none" : text;

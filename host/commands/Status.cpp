@@ -48,7 +48,7 @@ struct Census {
 bool CountLeft(Census& census, const VolumePath& path) {
     if (path.IsRoot() || path.IsMountFolder())
         return false;
-    const bool isAside = !VolumePath::NameBeforeAside(path.Name()).empty(), isBegun = IsBegunCopy(path.Name());
+    const bool isAside = !VolumePath::NameBeforeAside(path.Name()).empty(), isBegun = IsSideFileName(path.Name());
     if (isAside || isBegun)
         (isAside ? census.setAside : census.unfinished).push_back(path.Shown());
     return isAside || isBegun;

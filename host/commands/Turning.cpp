@@ -49,7 +49,7 @@ std::string Files(std::size_t count) { return std::to_string(count) + (count == 
 void TurnAll(Session& session, const Options& options, bool encrypt) {
     const Volume& volume = session.GetVolumeToChange();
     const VolumePath path = PathArgument(volume, options.path);
-    const DiskHandle onlyOne = options.dryRun ? DiskHandle() : LockOutOthers();
+    const UniqueHandle onlyOne = options.dryRun ? UniqueHandle() : LockOutOthers();
     ReportMissingFolders(session, volume, path);
     const Work work = FindWork(session, volume, path, encrypt);
     if (!work.isWhole)

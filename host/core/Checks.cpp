@@ -27,15 +27,15 @@ std::string UnusableConfiguration(const std::string& problem) {
            "; correct it there, or rename the file and protect the folders again with 'quelvol init'";
 }
 
-DiskHandle LockOutOthers() {
+UniqueHandle LockOutOthers() {
     const std::wstring path = companion::SettingsPath() + kBusyExtension;
-    DiskHandle file;
+    UniqueHandle file;
     DWORD error = 0;
     TryForAMoment([&] {
         file = OwnHandle(CreateFileW(companion::OpenablePath(path).c_str(), GENERIC_WRITE | DELETE, 0, nullptr, OPEN_ALWAYS,
                                      FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
         error = file ? 0 : GetLastError();
-        return file != nullptr;
+        return static_cast<bool>(file);
     });
     StopIfInterrupted();
     if (error == ERROR_SHARING_VIOLATION)

@@ -15,7 +15,7 @@ std::string UnusableConfiguration(const std::string& problem);
 // leave both forms of a document. Until the returned handle is closed or the process ends, nobody else gets one: it is that of an empty
 // file beside the configuration, named like it with this extension. Throws HostError.
 inline constexpr const wchar_t* kBusyExtension = L".busy";
-DiskHandle LockOutOthers();
+UniqueHandle LockOutOthers();
 
 // Prints a warning on standard error when passwords are in the configuration and others may read it.
 void WarnOfReadableConfiguration();

@@ -79,6 +79,7 @@ bool ContainerTimes(const std::wstring& path, SYSTEMTIME& lastWrite, SYSTEMTIME&
 NewContainer::NewContainer(const std::wstring& path, const std::wstring& name, const std::wstring& source,
                            const BY_HANDLE_FILE_INFORMATION& of)
     : m_shown(ToUtf8(path)) {
+    const auto makeNew = Find<decltype(Companion_NewFileWriter)>("Companion_NewFileWriter");
     const auto make = Find<decltype(Quelcrypt_FileWriterFactory)>("Quelcrypt_FileWriterFactory");
     const auto time = [](const FILETIME& fileTime) {
         SYSTEMTIME systemTime{};
@@ -90,9 +91,12 @@ NewContainer::NewContainer(const std::wstring& path, const std::wstring& name, c
     Do([&] {
         constexpr std::int32_t mode = 2;
         constexpr std::uint32_t chunk = 32768;
-        m_writer = make ? make(&containerText, &nameText, &sourceText, of.dwFileAttributes, &lastWrite, &lastAccess, &creation, mode, chunk,
-                               nullptr)
-                        : nullptr;
+        if (makeNew)
+            m_writer = makeNew(&containerText, &nameText, &sourceText, of.dwFileAttributes, &lastWrite, &lastAccess, &creation);
+        else
+            m_writer = make ? make(&containerText, &nameText, &sourceText, of.dwFileAttributes, &lastWrite, &lastAccess, &creation, mode,
+                                   chunk, nullptr)
+                            : nullptr;
         return m_writer != nullptr;
     });
 }

@@ -31,7 +31,8 @@ void ReadContainer(const std::wstring& path, const std::function<void(const char
 // The times of the document in the container. False: they cannot be read.
 bool ContainerTimes(const std::wstring& path, SYSTEMTIME& lastWrite, SYSTEMTIME& lastAccess, SYSTEMTIME& creation);
 
-// A new container, a side file until Finish. Each function throws HostError, and leaves what was there as it was.
+// A new container, a side file until Finish, which replaces nothing (if the library has Companion_NewFileWriter). Each function throws
+// HostError, and leaves what was there as it was.
 class NewContainer {
 public:
     // For the document of this name, with the attributes and times of the file on disk.

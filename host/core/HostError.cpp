@@ -62,8 +62,8 @@ StatusError::StatusError(std::string_view shownPath, VirtualVolumeStatus status)
 
 std::string SystemMessage(unsigned long error) {
     wchar_t text[512];
-    constexpr DWORD kOneLine = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK;
-    DWORD length = FormatMessageW(kOneLine, nullptr, error, 0, text, static_cast<DWORD>(std::size(text)), nullptr);
+    constexpr DWORD oneLine = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK;
+    DWORD length = FormatMessageW(oneLine, nullptr, error, 0, text, static_cast<DWORD>(std::size(text)), nullptr);
     while (length > 0 && (text[length - 1] == L' ' || text[length - 1] == L'.'))
         --length;
     return (length ? ToUtf8({text, length}) : "failed") + " (error " + std::to_string(error) + ")";

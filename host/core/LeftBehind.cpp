@@ -18,35 +18,27 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::wstring_view kTrackingEnd = L".hvf";
 constexpr std::size_t kTrackingLimit = 1 << 20;  // bytes; far more than any path needs
 
-FileState StateOf(const fs::path& file) {
+FileStamp StampAt(const fs::path& file) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (!GetFileAttributesExW(file.c_str(), GetFileExInfoStandard, &data))
         return {};
-    return {data.dwFileAttributes, FileTimeNumber(data.ftLastWriteTime), Joined(data.nFileSizeHigh, data.nFileSizeLow)};
+    return StampOf(data);
 }
 
-FileState StateOfItself(const fs::path& file) { return StandingAt(file.native()) == Standing::Itself ? StateOf(file) : FileState{}; }
+FileStamp StampOfItself(const fs::path& file) { return StandingAt(file.native()) == Standing::Itself ? StampAt(file) : FileStamp{}; }
 
-bool IsTrackingFile(const std::wstring& name) { return EndsWithNoCase(name, kTrackingEnd); }
+bool IsTrackingFile(const std::wstring& name) { return EndsWithNoCase(name, kTrackingExtension); }
 
-std::wstring FromNarrow(std::string_view text) {
-    const int bytes = static_cast<int>(text.size());
-    std::wstring wide(static_cast<std::size_t>(MultiByteToWideChar(CP_ACP, 0, text.data(), bytes, nullptr, 0)), L'\0');
-    MultiByteToWideChar(CP_ACP, 0, text.data(), bytes, wide.data(), static_cast<int>(wide.size()));
-    return wide;
-}
-
-std::optional<Tracking> ReadTracking(const fs::path& file) {
-    const DiskHandle handle = OpenItself(file.native(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
+std::optional<TrackingRecord> ReadTracking(const fs::path& file) {
+    const UniqueHandle handle = OpenItself(file.native(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE);
     std::string text(kTrackingLimit, '\0');
     DWORD count = 0;
-    if (!handle || !ReadFile(handle.get(), text.data(), static_cast<DWORD>(text.size()), &count, nullptr))
+    if (!handle || !ReadFile(handle.Get(), text.data(), static_cast<DWORD>(text.size()), &count, nullptr))
         return std::nullopt;
     text.resize(count);
-    return ParseTracking(FromNarrow(text));
+    return ParseTrackingText(text);
 }
 
 // May the container be looked up? A forged tracking file may name a path on another machine, which would learn who this user is; so only
@@ -72,24 +64,23 @@ LeftEdit EditOf(const fs::path& folder, const std::wstring& name, const std::vec
     const std::wstring fileName = fs::path(name).replace_extension().native();
     edit.file = folder / fileName;
     edit.id = IdOf(edit.file);
-    edit.state = StateOfItself(edit.file);
+    edit.state = StampOfItself(edit.file);
     edit.isGone = std::none_of(names.begin(), names.end(), [&](const std::wstring& other) { return EqualNoCase(other, fileName); });
     edit.tracking = ReadTracking(folder / name);
-    if (edit.tracking && edit.tracking->IsContainerKnown() && MayBeAskedFor(edit.tracking->container, volume))
-        edit.container = edit.tracking->container;
+    if (edit.tracking && edit.tracking->IsSourceKnown() && MayBeAskedFor(edit.tracking->sourceName, volume))
+        edit.container = edit.tracking->sourceName;
     return edit;
 }
 
 // Has the program the volume loaded? Also true for a program of this user whose modules cannot be listed, such as an elevated one. Other
 // users' programs cannot be opened at all ("Process Security and Access Rights").
 bool UsesVolume(DWORD processId) {
-    const DiskHandle modules = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, processId));
-    if (!modules && GetLastError() == ERROR_ACCESS_DENIED) {
-        return DiskHandle(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId)) != nullptr;
-    }
+    const UniqueHandle modules = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, processId));
+    if (!modules && GetLastError() == ERROR_ACCESS_DENIED)
+        return static_cast<bool>(UniqueHandle(OpenProcess(PROCESS_QUERY_LIMITED_INFORMATION, FALSE, processId)));
     MODULEENTRY32W module{};
     module.dwSize = sizeof(module);
-    for (BOOL more = modules && Module32FirstW(modules.get(), &module); more; more = Module32NextW(modules.get(), &module))
+    for (BOOL more = modules && Module32FirstW(modules.Get(), &module); more; more = Module32NextW(modules.Get(), &module))
         if (EqualNoCase(module.szModule, L"QuelcryptVol64.dll"))
             return true;
     return false;
@@ -98,10 +89,10 @@ bool UsesVolume(DWORD processId) {
 // The programs that have the volume loaded and decrypt into the user's temp folder, which quelvol does not.
 std::vector<std::string> OtherPrograms() {
     std::vector<std::string> programs;
-    const DiskHandle processes = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    const UniqueHandle processes = OwnHandle(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     PROCESSENTRY32W process{};
     process.dwSize = sizeof(process);
-    for (BOOL more = processes && Process32FirstW(processes.get(), &process); more; more = Process32NextW(processes.get(), &process))
+    for (BOOL more = processes && Process32FirstW(processes.Get(), &process); more; more = Process32NextW(processes.Get(), &process))
         if (!EqualNoCase(process.szExeFile, L"quelvol.exe") && UsesVolume(process.th32ProcessID))
             programs.push_back(ToShown(process.szExeFile) + " (process " + std::to_string(process.th32ProcessID) + ")");
     return programs;
@@ -110,11 +101,11 @@ std::vector<std::string> OtherPrograms() {
 }  // namespace
 
 bool LeftEdit::IsContainer() const {
-    return tracking && EqualNoCase(file.filename().native(), tracking->name + std::wstring(kContainerExtension));
+    return tracking && EqualNoCase(file.filename().native(), tracking->fileSpec + std::wstring(kContainerExtension));
 }
 
 std::wstring LeftEdit::UploadedName() const {
-    if (!tracking || tracking->containerState != FileState{})  // an upload always writes to a new file
+    if (!tracking || tracking->source != FileStamp{})  // an upload always writes to a new file
         return {};
     return VolumePath::NameBeforeAside(file.filename().native());
 }
@@ -122,14 +113,13 @@ std::wstring LeftEdit::UploadedName() const {
 LeftEdit::Since LeftEdit::ContainerSince() const {
     if (container.empty())
         return Since::Unknown;
-    const FileState now = StateOf(container);
-    if (now == FileState{})
-        return tracking->containerState == FileState{} ? Since::New : Since::Gone;
+    const FileStamp now = StampAt(container);
+    if (now == FileStamp{})
+        return tracking->source == FileStamp{} ? Since::New : Since::Gone;
     // Other programs change the other attributes ("File Attribute Constants").
     constexpr std::uint32_t usersBits = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
-    const FileState& then = tracking->containerState;
-    const bool isSame =
-        now.lastWriteTime == then.lastWriteTime && now.size == then.size && !((now.attributes ^ then.attributes) & usersBits);
+    const FileStamp& then = tracking->source;
+    const bool isSame = now.writeTime == then.writeTime && now.size == then.size && !((now.attributes ^ then.attributes) & usersBits);
     return isSame ? Since::Same : Since::Changed;
 }
 
@@ -139,14 +129,14 @@ LeftBehind::LeftBehind(const fs::path& own) {
     if (programs.empty())
         AddCopyFolders(base);
     for (const std::string& program : programs)
-        m_inUse.push_back(program + " uses " + ToShown(OrdinaryPath(base / kCopiesFolder)));
+        m_inUse.push_back(program + " uses " + ToShown(OrdinaryPath(base / kCopiesFolderName)));
     for (const fs::path& run : RunFolders())
         if (!EqualNoCase(run.filename().native(), own.filename().native()))
             Claim(run);
 }
 
 void LeftBehind::Claim(const fs::path& runFolder) {
-    DiskHandle mark = OpenRunMark(runFolder, OPEN_EXISTING);
+    UniqueHandle mark = OpenRunMark(runFolder, OPEN_EXISTING);
     if (!mark) {
         if (GetLastError() == ERROR_SHARING_VIOLATION)
             m_inUse.push_back("another run of quelvol uses " + ToShown(OrdinaryPath(runFolder)));
@@ -157,9 +147,9 @@ void LeftBehind::Claim(const fs::path& runFolder) {
 }
 
 void LeftBehind::AddCopyFolders(const fs::path& base) {
-    for (const std::wstring& name : NamesIn((base / kCopiesFolder).native()))
+    for (const std::wstring& name : NamesIn((base / kCopiesFolderName).native()))
         if (name.size() > 3 && EqualNoCase(name.substr(0, 3), L"hvc") && EndsWithNoCase(name, L".tmp"))
-            m_copyFolders.push_back(base / kCopiesFolder / name);
+            m_copyFolders.push_back(base / kCopiesFolderName / name);
 }
 
 std::vector<LeftEdit> LeftBehind::Edits(IVirtualVolume* volume) const {
@@ -171,7 +161,7 @@ std::vector<LeftEdit> LeftBehind::Edits(IVirtualVolume* volume) const {
                 edits.push_back(EditOf(folder, name, names, volume));
     }
     std::sort(edits.begin(), edits.end(),
-              [](const LeftEdit& left, const LeftEdit& right) { return left.state.lastWriteTime < right.state.lastWriteTime; });
+              [](const LeftEdit& left, const LeftEdit& right) { return left.state.writeTime < right.state.writeTime; });
     return edits;
 }
 
@@ -190,19 +180,19 @@ std::size_t LeftBehind::DeleteCopies(std::size_t& kept) const {
 }
 
 void DeleteEdit(const LeftEdit& edit) {
-    if (edit.state != FileState{}) {
-        const DiskHandle file = OpenItself(edit.file.native(), DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, 0);
+    if (edit.state != FileStamp{}) {
+        const UniqueHandle file = OpenItself(edit.file.native(), DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, 0);
         if (!file)
             throw LocalError(OrdinaryPath(edit.file), GetLastError());
-        const FileState now = StateOf(edit.file);
-        if (now.lastWriteTime != edit.state.lastWriteTime || now.size != edit.state.size)
+        const FileStamp now = StampAt(edit.file);
+        if (now.writeTime != edit.state.writeTime || now.size != edit.state.size)
             throw HostError(ToShown(OrdinaryPath(edit.file)) + ": it was changed just now, and stays");
         if (!DeleteOpen(file))
             throw LocalError(OrdinaryPath(edit.file), GetLastError());
     } else if (!edit.isGone && !DeleteItself(edit.file.native())) {
         throw LocalError(OrdinaryPath(edit.file), GetLastError());
     }
-    const fs::path trackingFile = edit.file.native() + std::wstring(kTrackingEnd);
+    const fs::path trackingFile = edit.file.native() + std::wstring(kTrackingExtension);
     if (!DeleteItself(trackingFile.native()))
         throw LocalError(OrdinaryPath(trackingFile), GetLastError());
     DeleteItself(edit.file.parent_path().native());

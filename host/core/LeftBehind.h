@@ -11,23 +11,26 @@
 #include <string>
 #include <vector>
 
+#include "common/TrackingText.h"
 #include "core/OnDisk.h"
-#include "core/TrackingText.h"
 #include "quelcrypt/IVirtualVolume.h"
 
 // A copy with a tracking file.
 struct LeftEdit {
-    std::string id;                    // eight hexadecimal digits, always the same for one file
-    std::filesystem::path file;        // a real path, see OnDisk.h
-    FileState state;                   // of file, now; all 0 when it is missing or cannot be opened
-    bool isGone = false;               // file is missing
-    std::optional<Tracking> tracking;  // nothing: the tracking file cannot be read
-    std::filesystem::path container;   // its path on disk, even if it is missing; empty when it is not certain
+    std::string id;                          // eight hexadecimal digits, always the same for one file
+    std::filesystem::path file;              // a real path, see OnDisk.h
+    FileStamp state;                         // of file, now; all 0 when it is missing or cannot be opened
+    bool isGone = false;                     // file is missing
+    std::optional<TrackingRecord> tracking;  // nothing: the tracking file cannot be read
+    std::filesystem::path container;         // its path on disk, even if it is missing; empty when it is not certain
+
+    std::uint64_t Size() const { return static_cast<std::uint64_t>(state.size); }
+    std::uint64_t WriteTime() const { return static_cast<std::uint64_t>(state.writeTime); }  // FILETIME
 
     // Is file not an edit but a container, built to be copied over one that was locked?
     bool IsContainer() const;
     // Do time and size say that nothing was written since the copy was made? Only a comparison of the content proves it.
-    bool LooksUntouched() const { return tracking && tracking->copyState == state; }
+    bool LooksUntouched() const { return tracking && tracking->temp == state; }
     // The target's name, if this is an upload that was broken off (see VolumePath::Aside). Empty for an ordinary edit.
     std::wstring UploadedName() const;
 
@@ -56,7 +59,7 @@ private:
     void AddCopyFolders(const std::filesystem::path& base);
 
     std::vector<std::filesystem::path> m_copyFolders;
-    std::vector<DiskHandle> m_marks;
+    std::vector<UniqueHandle> m_marks;
     std::vector<std::string> m_inUse;
 };
 

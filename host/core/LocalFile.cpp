@@ -25,13 +25,13 @@ LocalSource::LocalSource(const std::wstring& path) : m_path(path), m_isStandardI
     TakeSize();
 }
 
-LocalSource::LocalSource(DiskHandle file, const std::wstring& path) : m_path(path), m_owned(std::move(file)), m_isStandardInput(false) {
+LocalSource::LocalSource(UniqueHandle file, const std::wstring& path) : m_path(path), m_owned(std::move(file)), m_isStandardInput(false) {
     TakeSize();
 }
 
 void LocalSource::TakeSize() {
     LARGE_INTEGER size{};
-    m_file = m_owned.get();
+    m_file = m_owned.Get();
     if (!m_owned || !GetFileSizeEx(m_file, &size))
         throw LocalError(m_path, GetLastError());
     m_size = static_cast<std::uint64_t>(size.QuadPart);
@@ -69,11 +69,11 @@ LocalTarget::LocalTarget(const std::wstring& path) : m_path(path), m_isStandardO
     m_owned = OwnHandle(CreateFileW(m_asidePath.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!m_owned)
         throw LocalError(path, GetLastError());
-    m_file = m_owned.get();
+    m_file = m_owned.Get();
 }
 
 LocalTarget::~LocalTarget() {
-    m_owned.reset();
+    m_owned.Reset();
     if (!m_asidePath.empty())
         DeleteFileW(m_asidePath.c_str());
 }
@@ -92,10 +92,10 @@ void LocalTarget::Write(const void* data, std::size_t size) {
 void LocalTarget::Finish(std::uint64_t lastWriteTime) {
     if (m_isStandardOutput)
         return;
-    const FILETIME written{static_cast<DWORD>(lastWriteTime), static_cast<DWORD>(lastWriteTime >> 32)};
+    const FILETIME written = FileTimeOf(lastWriteTime);
     if (lastWriteTime != 0)
         SetFileTime(m_file, nullptr, nullptr, &written);
-    m_owned.reset();
+    m_owned.Reset();
     if (!MoveFileExW(m_asidePath.c_str(), m_path.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
         throw LocalError(m_path, GetLastError());
     m_asidePath.clear();

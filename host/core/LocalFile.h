@@ -16,7 +16,7 @@ public:
     // Nobody may write the file while it is open here.
     explicit LocalSource(const std::wstring& path);
     // path is for messages.
-    LocalSource(DiskHandle file, const std::wstring& path);
+    LocalSource(UniqueHandle file, const std::wstring& path);
     LocalSource(const LocalSource&) = delete;
     LocalSource& operator=(const LocalSource&) = delete;
 
@@ -32,7 +32,7 @@ private:
     void TakeSize();
 
     std::wstring m_path;
-    DiskHandle m_owned;
+    UniqueHandle m_owned;
     HANDLE m_file;  // the same, or standard input
     bool m_isStandardInput;
     std::uint64_t m_size = 0;
@@ -54,7 +54,7 @@ public:
 
 private:
     std::wstring m_path, m_asidePath;
-    DiskHandle m_owned;
+    UniqueHandle m_owned;
     HANDLE m_file;  // the same, or standard output
     bool m_isStandardOutput;
 };

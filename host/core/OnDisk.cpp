@@ -8,27 +8,17 @@
 
 namespace {
 
-constexpr DWORD kShareAny = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr std::size_t kDeepest = 256;  // nested folders; documents are never deeper
 
-struct EndSearch {
-    void operator()(void* search) const { FindClose(search); }
-};
-// Null when nothing is found.
-std::unique_ptr<void, EndSearch> BeginSearch(const std::wstring& pattern, WIN32_FIND_DATAW& first) {
-    const HANDLE search = FindFirstFileW(pattern.c_str(), &first);
-    return std::unique_ptr<void, EndSearch>(search == INVALID_HANDLE_VALUE ? nullptr : search);
-}
-
-DiskHandle Open(const std::wstring& path, DWORD access, DWORD share, DWORD disposition, DWORD flags) {
+UniqueHandle Open(const std::wstring& path, DWORD access, DWORD share, DWORD disposition, DWORD flags) {
     return OwnHandle(CreateFileW(path.c_str(), access, share, nullptr, disposition, FILE_FLAG_BACKUP_SEMANTICS | flags, nullptr));
 }
 
 std::wstring RealPathAs(HANDLE file, DWORD form) {
-    constexpr std::size_t kUsual = 512;
-    std::wstring path(kUsual, L'\0');
-    DWORD length = GetFinalPathNameByHandleW(file, path.data(), kUsual, form);
-    if (length >= kUsual) {
+    constexpr std::size_t usual = 512;
+    std::wstring path(usual, L'\0');
+    DWORD length = GetFinalPathNameByHandleW(file, path.data(), usual, form);
+    if (length >= usual) {
         path.resize(length);
         length = GetFinalPathNameByHandleW(file, path.data(), static_cast<DWORD>(path.size()), form);
     }
@@ -38,20 +28,20 @@ std::wstring RealPathAs(HANDLE file, DWORD form) {
 
 // For paths of more than 260 units, which the function above does not return under Wine.
 std::wstring LongRealPath(HANDLE file) {
-    constexpr auto kNameInformation = static_cast<OBJECT_INFORMATION_CLASS>(1);
-    constexpr std::wstring_view kStart = L"\\??\\";
+    constexpr auto nameInformation = static_cast<OBJECT_INFORMATION_CLASS>(1);
+    constexpr std::wstring_view start = L"\\??\\";
     alignas(UNICODE_STRING) char name[sizeof(UNICODE_STRING) + 0x10000];
     ULONG size = 0;
-    if (!NT_SUCCESS(NtQueryObject(file, kNameInformation, name, sizeof(name), &size)))
+    if (!NT_SUCCESS(NtQueryObject(file, nameInformation, name, sizeof(name), &size)))
         return {};
     const auto* const text = reinterpret_cast<const UNICODE_STRING*>(name);
     const std::wstring_view path(text->Buffer, text->Length / sizeof(wchar_t));
-    return path.starts_with(kStart) ? L"\\\\?\\" + std::wstring(path.substr(kStart.size())) : std::wstring();
+    return path.starts_with(start) ? L"\\\\?\\" + std::wstring(path.substr(start.size())) : std::wstring();
 }
 
-bool IsRealFolder(const DiskHandle& file) {
+bool IsRealFolder(const UniqueHandle& file) {
     FILE_BASIC_INFO info{};
-    return GetFileInformationByHandleEx(file.get(), FileBasicInfo, &info, sizeof(info)) &&
+    return GetFileInformationByHandleEx(file.Get(), FileBasicInfo, &info, sizeof(info)) &&
            (info.FileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !(info.FileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
 }
 
@@ -59,7 +49,7 @@ bool Remove(const std::wstring& path, FilesStay stay, bool filesStay, std::size_
     if (depth > kDeepest)
         return false;
     {
-        DiskHandle item = OpenItself(path, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE);
+        UniqueHandle item = OpenItself(path, FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE);
         if (!item)
             return GetLastError() == ERROR_FILE_NOT_FOUND;
         const bool isFolder = IsRealFolder(item);
@@ -80,8 +70,6 @@ bool Remove(const std::wstring& path, FilesStay stay, bool filesStay, std::size_
 
 }  // namespace
 
-DiskHandle OwnHandle(HANDLE handle) { return DiskHandle(handle == INVALID_HANDLE_VALUE ? nullptr : handle); }
-
 std::wstring RealPath(HANDLE file) {
     if (std::wstring path = RealPathAs(file, VOLUME_NAME_DOS); !path.empty())
         return path;
@@ -90,8 +78,8 @@ std::wstring RealPath(HANDLE file) {
 }
 
 std::wstring RealPath(const std::wstring& path) {
-    const DiskHandle item = Open(path, FILE_READ_ATTRIBUTES, kShareAny, OPEN_EXISTING, 0);
-    return item ? RealPath(item.get()) : std::wstring();
+    const UniqueHandle item = Open(path, FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, 0);
+    return item ? RealPath(item.Get()) : std::wstring();
 }
 
 std::wstring OrdinaryPath(const std::filesystem::path& realPath) {
@@ -105,19 +93,19 @@ bool AreLinksMarked() {
     return !isWine;
 }
 
-DiskVersion VersionOf(const DiskHandle& item) {
+DiskVersion VersionOf(const UniqueHandle& item) {
     FILE_BASIC_INFO info{};
-    if (!item || !GetFileInformationByHandleEx(item.get(), FileBasicInfo, &info, sizeof(info)))
+    if (!item || !GetFileInformationByHandleEx(item.Get(), FileBasicInfo, &info, sizeof(info)))
         return {};
     return {static_cast<std::uint64_t>(info.ChangeTime.QuadPart), static_cast<std::uint64_t>(info.LastWriteTime.QuadPart)};
 }
 
 Standing StandingAt(const std::wstring& realPath, std::optional<DiskVersion>* version) {
-    const DiskHandle item = Open(realPath, FILE_READ_ATTRIBUTES, kShareAny, OPEN_EXISTING, 0);
+    const UniqueHandle item = Open(realPath, FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, 0);
     if (item && version)
         *version = VersionOf(item);
     if (item)
-        return EqualNoCase(RealPath(item.get()), realPath) && GetFileType(item.get()) == FILE_TYPE_DISK ? Standing::Itself : Standing::Link;
+        return EqualNoCase(RealPath(item.Get()), realPath) && GetFileType(item.Get()) == FILE_TYPE_DISK ? Standing::Itself : Standing::Link;
     constexpr DWORD noSuchDevice = 433;  // of a socket, under Wine
     if (GetLastError() == noSuchDevice)
         return Standing::Link;
@@ -132,10 +120,10 @@ Standing StandingAt(const std::wstring& realPath, std::optional<DiskVersion>* ve
 
 std::wstring LongName(const std::wstring& path) {
     WIN32_FIND_DATAW entry{};
-    return BeginSearch(path, entry) ? entry.cFileName : std::wstring();
+    return UniqueFindHandle(FindFirstFileW(path.c_str(), &entry)) ? entry.cFileName : std::wstring();
 }
 
-DiskVersion VersionAt(const std::wstring& path) { return VersionOf(Open(path, FILE_READ_ATTRIBUTES, kShareAny, OPEN_EXISTING, 0)); }
+DiskVersion VersionAt(const std::wstring& path) { return VersionOf(Open(path, FILE_READ_ATTRIBUTES, kShareAll, OPEN_EXISTING, 0)); }
 
 bool HasRoom(const std::wstring& folder, std::uint64_t bytes) {
     constexpr std::uint64_t alittle = 1 << 20;
@@ -143,16 +131,16 @@ bool HasRoom(const std::wstring& folder, std::uint64_t bytes) {
     return !GetDiskFreeSpaceExW(folder.c_str(), &free, nullptr, nullptr) || (free.QuadPart >= alittle && free.QuadPart - alittle >= bytes);
 }
 
-DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition) {
-    DiskHandle item = Open(realPath, access, share, disposition, FILE_FLAG_OPEN_REPARSE_POINT);
-    if (item && (!EqualNoCase(RealPath(item.get()), realPath) || GetFileType(item.get()) != FILE_TYPE_DISK)) {
-        item.reset();
+UniqueHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition) {
+    UniqueHandle item = Open(realPath, access, share, disposition, FILE_FLAG_OPEN_REPARSE_POINT);
+    if (item && (!EqualNoCase(RealPath(item.Get()), realPath) || GetFileType(item.Get()) != FILE_TYPE_DISK)) {
+        item.Reset();
         SetLastError(ERROR_CANT_ACCESS_FILE);
     }
     return item;
 }
 
-DiskHandle HoldFolder(const std::wstring& realPath) {
+UniqueHandle HoldFolder(const std::wstring& realPath) {
     return OpenItself(realPath, FILE_LIST_DIRECTORY | FILE_READ_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE);
 }
 
@@ -161,28 +149,28 @@ std::vector<std::wstring> NamesIn(const std::wstring& folder, const wchar_t* pat
     if (StandingAt(folder) != Standing::Itself)
         return names;
     WIN32_FIND_DATAW entry{};
-    const auto search = BeginSearch(folder + (folder.ends_with(L'\\') ? L"" : L"\\") + pattern, entry);
+    const UniqueFindHandle search(FindFirstFileW((folder + (folder.ends_with(L'\\') ? L"" : L"\\") + pattern).c_str(), &entry));
     if (!search)
         return names;
     do {
         if (const std::wstring_view name = entry.cFileName; name != L"." && name != L"..")
             names.emplace_back(name);
-    } while (FindNextFileW(search.get(), &entry));
+    } while (FindNextFileW(search.Get(), &entry));
     return names;
 }
 
-bool DeleteOpen(const DiskHandle& file) {
+bool DeleteOpen(const UniqueHandle& file) {
     FILE_BASIC_INFO info{};
-    if (GetFileInformationByHandleEx(file.get(), FileBasicInfo, &info, sizeof(info)) && (info.FileAttributes & FILE_ATTRIBUTE_READONLY)) {
+    if (GetFileInformationByHandleEx(file.Get(), FileBasicInfo, &info, sizeof(info)) && (info.FileAttributes & FILE_ATTRIBUTE_READONLY)) {
         info.FileAttributes &= ~static_cast<DWORD>(FILE_ATTRIBUTE_READONLY);
-        SetFileInformationByHandle(file.get(), FileBasicInfo, &info, sizeof(info));
+        SetFileInformationByHandle(file.Get(), FileBasicInfo, &info, sizeof(info));
     }
     FILE_DISPOSITION_INFO disposition{TRUE};
-    return SetFileInformationByHandle(file.get(), FileDispositionInfo, &disposition, sizeof(disposition));
+    return SetFileInformationByHandle(file.Get(), FileDispositionInfo, &disposition, sizeof(disposition));
 }
 
 bool DeleteItself(const std::wstring& realPath) {
-    const DiskHandle item = OpenItself(realPath, DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, 0);
+    const UniqueHandle item = OpenItself(realPath, DELETE | FILE_READ_ATTRIBUTES | FILE_WRITE_ATTRIBUTES, 0);
     return item && DeleteOpen(item);
 }
 

@@ -5,7 +5,6 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -13,13 +12,7 @@
 
 #include <windows.h>
 
-struct DiskHandleCloser {
-    using pointer = HANDLE;
-    void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using DiskHandle = std::unique_ptr<void, DiskHandleCloser>;
-// Makes an owner of the handle; null for INVALID_HANDLE_VALUE.
-DiskHandle OwnHandle(HANDLE handle);
+#include "common/Owners.h"
 
 // The real path of the file or folder that path leads to, in the form "\\?\C:\...". Empty: nothing is there, or it is unknown.
 std::wstring RealPath(const std::wstring& path);
@@ -38,7 +31,7 @@ struct DiskVersion {
     std::uint64_t written = 0;
     bool operator==(const DiskVersion&) const = default;
 };
-DiskVersion VersionOf(const DiskHandle& item);
+DiskVersion VersionOf(const UniqueHandle& item);
 DiskVersion VersionAt(const std::wstring& path);
 
 enum class Standing { Nothing, Itself, Link };
@@ -53,17 +46,17 @@ bool HasRoom(const std::wstring& folder, std::uint64_t bytes);
 
 // Opens the file or folder at a real path, never a link's target. Null: it failed, and GetLastError says why;
 // ERROR_CANT_ACCESS_FILE for a link that this platform cannot open itself, or for something that is not a file of a disk.
-DiskHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING);
+UniqueHandle OpenItself(const std::wstring& realPath, DWORD access, DWORD share, DWORD disposition = OPEN_EXISTING);
 
 // Opens the folder so that, while it is open, nobody can rename, move or delete it, nor on Windows any folder above. For this it must be
 // opened for listing, not only for its attributes. Null as above.
-DiskHandle HoldFolder(const std::wstring& realPath);
+UniqueHandle HoldFolder(const std::wstring& realPath);
 
 // The names in a folder at a real path; none when it is a link.
 std::vector<std::wstring> NamesIn(const std::wstring& realFolder, const wchar_t* pattern = L"*");
 
 // Marks for deletion a file that was opened with DELETE and FILE_WRITE_ATTRIBUTES, even a read-only one.
-bool DeleteOpen(const DiskHandle& item);
+bool DeleteOpen(const UniqueHandle& item);
 // Deletes the file or link at a real path, or the folder if it is empty; not while anybody has it open.
 bool DeleteItself(const std::wstring& realPath);
 // The same for a folder with everything in it, except the files of folders for whose names stay returns true. False: something is left.

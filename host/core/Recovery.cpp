@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "common/SaveNames.h"
 #include "core/HostError.h"
 #include "core/Interrupt.h"
 #include "core/LocalFile.h"
@@ -13,7 +14,6 @@
 namespace {
 
 constexpr std::uint32_t kPartSize = 1 << 20;
-constexpr const wchar_t* kConflictWords = L" (HalvaneCloud conflicted edit ";
 
 std::string Shown(const LeftEdit& edit) { return ToShown(OrdinaryPath(edit.file)); }
 
@@ -41,18 +41,10 @@ FileHandle OpenContainer(const Volume& volume, const LeftEdit& edit) {
     return FileHandle(volume.Get(), handle);
 }
 
-std::wstring Stem(const std::wstring& name) { return name.substr(0, name.rfind(L'.')); }
-
 // The name by which the volume saves beside a changed container.
 VolumePath FreeConflictPath(const Volume& volume, const VolumePath& document) {
-    SYSTEMTIME now{};
-    GetLocalTime(&now);
-    wchar_t date[16];
-    std::swprintf(date, std::size(date), L"%04d-%02d-%02d)", now.wYear, now.wMonth, now.wDay);
-    const std::wstring name = document.Name(), stem = Stem(name);
     for (int number = 1;; ++number) {
-        const std::wstring count = number > 1 ? L" (" + std::to_wstring(number) + L")" : std::wstring();
-        const VolumePath path = document.Parent().Child(stem + kConflictWords + date + count + name.substr(stem.size()));
+        const VolumePath path = document.Parent().Child(SaveNameStr(document.Name(), SaveName::ConflictedEdit, number));
         VirtFindData data{};
         if (!volume->FindFile(path.Str(), &data))
             return path;
@@ -97,7 +89,7 @@ std::optional<VolumePath> DocumentOf(const Volume& volume, const LeftEdit& edit)
 void ReadEdit(const Volume& volume, const LeftEdit& edit, const std::function<void(const char*, std::size_t)>& take) {
     if (edit.IsContainer())
         return ReadOpen(volume, OpenContainer(volume, edit).Get(), Shown(edit), take);
-    DiskHandle file = OpenItself(edit.file.native(), GENERIC_READ, FILE_SHARE_READ);
+    UniqueHandle file = OpenItself(edit.file.native(), GENERIC_READ, FILE_SHARE_READ);
     if (!file)
         throw LocalError(OrdinaryPath(edit.file), GetLastError());
     LocalSource source(std::move(file), OrdinaryPath(edit.file));
@@ -114,7 +106,7 @@ bool HasContent(const Volume& volume, const VolumePath& path, const LeftEdit& ed
     VirtFindData data{};
     if (!volume->GetFileInfo(stored.Get(), &data))
         throw StatusError(path.Shown(), VVS_GeneralError);
-    if (!edit.IsContainer() && static_cast<std::uint64_t>(data.fileSize) != edit.state.size)
+    if (!edit.IsContainer() && static_cast<std::uint64_t>(data.fileSize) != edit.Size())
         return false;  // without reading all of it, which may take long
     std::vector<char> part(kPartSize);
     bool same = true;
@@ -140,8 +132,8 @@ std::optional<VolumePath> FindSaved(const Volume& volume, const LeftEdit& edit) 
     std::vector<VolumePath> places;
     if (const std::optional<Entry> entry = volume.Find(*document))
         places.push_back(entry->path);
-    const std::wstring name = document->Name(), stem = Stem(name);
-    for (const Entry& entry : SortedEntries(volume, document->Parent(), (stem + kConflictWords + L"*" + name.substr(stem.size())).c_str()))
+    const std::wstring saved = SaveNamePattern(document->Name(), SaveName::ConflictedEdit);
+    for (const Entry& entry : SortedEntries(volume, document->Parent(), saved.c_str()))
         places.push_back(entry.path);
     for (const VolumePath& path : places) {
         try {
@@ -157,7 +149,7 @@ VolumePath SaveEdit(const Volume& volume, const LeftEdit& edit, const std::optio
     const std::optional<VolumePath> document = given ? given : DocumentOf(volume, edit);
     if (!document)
         throw HostError(Shown(edit) + ": its document is unknown or in no mount folder; say with --to where to save it");
-    if (!volume.HasRoomFor(edit.state.size, document->Parent()))
+    if (!volume.HasRoomFor(edit.Size(), document->Parent()))
         throw HostError(Shown(edit) + ": there is no room for it, in the folder of its document or in the temp folder");
     bool aside = !given && GoesAside(volume, *document, edit);
     for (;;) {
@@ -169,7 +161,7 @@ VolumePath SaveEdit(const Volume& volume, const LeftEdit& edit, const std::optio
             continue;
         }
         VirtFindData times{};
-        times.lastWriteTime = edit.state.lastWriteTime;
+        times.lastWriteTime = edit.WriteTime();
         upload.Place(times);
         return upload.Target();
     }

@@ -108,12 +108,6 @@ std::string Exposed::Text() const {
     return m_first + (m_count < 2 ? "" : " (and " + std::to_string(m_count - 1) + (m_count == 2 ? " more file)" : " more files)"));
 }
 
-bool IsBegunCopy(std::wstring_view name) {
-    constexpr std::wstring_view form = L"~{xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx}.tmp";
-    return std::equal(name.begin(), name.end(), form.begin(), form.end(),
-                      [](wchar_t unit, wchar_t wanted) { return wanted == L'x' ? std::iswxdigit(unit) != 0 : unit == wanted; });
-}
-
 std::wstring ConfiguredPath(const Volume& volume, const VolumePath& path) {
     VirtMountInfo mount{};
     if (path.IsRoot() || !volume->GetMountInfoByVolumePath(path.Str(), &mount))

@@ -54,10 +54,6 @@ private:
     std::size_t m_count = 0;
 };
 
-// Is this the name of a side file of the volume (~{...}.tmp), which takes a plain file's place when it is complete? A killed program
-// leaves it.
-bool IsBegunCopy(std::wstring_view name);
-
 // The path on disk with the mount folder as it is configured, which the companion library needs. Empty for the root.
 std::wstring ConfiguredPath(const Volume& volume, const VolumePath& path);
 // The same for the file on disk that holds the entry.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "common/TrackingText.h"
 #include "companion/PrivateRights.h"
 #include "core/Environment.h"
 #include "core/HostError.h"
@@ -17,30 +18,29 @@ namespace {
 constexpr std::wstring_view kPrefix = L"quelvol-";
 constexpr const wchar_t* kRuns = L"quelvol";  // in the user's local application data
 constexpr const wchar_t* kMark = L"in-use";
-constexpr std::wstring_view kTrackingEnd = L".hvf";
 
 // A tracking file "<temp file>.hvf" is beside every copy that may hold an edit.
 bool HoldEdit(const std::vector<std::wstring>& names) {
-    return std::any_of(names.begin(), names.end(), [](const std::wstring& name) { return EndsWithNoCase(name, kTrackingEnd); });
+    return std::any_of(names.begin(), names.end(), [](const std::wstring& name) { return EndsWithNoCase(name, kTrackingExtension); });
 }
 
 bool HoldsEdit(const fs::path& run) {
-    for (const std::wstring& copy : NamesIn((run / kCopiesFolder).native()))
-        if (HoldEdit(NamesIn((run / kCopiesFolder / copy).native())))
+    for (const std::wstring& copy : NamesIn((run / kCopiesFolderName).native()))
+        if (HoldEdit(NamesIn((run / kCopiesFolderName / copy).native())))
             return true;
     return false;
 }
 
 // Deletes all copies of a run that has ended except edits, and the folder and its mark when nothing is left.
 void RemoveCopies(const fs::path& run) {
-    DiskHandle mark = OpenRunMark(run, OPEN_EXISTING);
+    UniqueHandle mark = OpenRunMark(run, OPEN_EXISTING);
     if (!mark)  // in use, not a run's folder, or a link
         return;
     bool whole = true;
     for (const std::wstring& name : NamesIn(run.native()))
         if (name != kMark)
-            whole = !EndsWithNoCase(name, kTrackingEnd) && RemoveItself((run / name).native(), HoldEdit) && whole;
-    mark.reset();
+            whole = !EndsWithNoCase(name, kTrackingExtension) && RemoveItself((run / name).native(), HoldEdit) && whole;
+    mark.Reset();
     if (whole)
         RemoveItself(run.native(), HoldEdit);
 }
@@ -59,7 +59,7 @@ fs::path FolderOfRuns() {
 
 }  // namespace
 
-DiskHandle OpenRunMark(const fs::path& folder, DWORD disposition) {
+UniqueHandle OpenRunMark(const fs::path& folder, DWORD disposition) {
     return OpenItself((folder / kMark).native(), GENERIC_WRITE | FILE_READ_ATTRIBUTES, 0, disposition);
 }
 
@@ -101,7 +101,7 @@ TempFolder::TempFolder() : m_originalTmp(GetVariable(L"TMP")), m_originalTemp(Ge
 
 TempFolder::~TempFolder() {
     UseOriginal();
-    m_mark.reset();
+    m_mark.Reset();
     // Another run that starts at this moment may be deleting it too, and make this fail.
     const auto remove = [this] {
         RemoveCopies(m_realPath);
@@ -117,8 +117,8 @@ TempFolder::~TempFolder() {
 }
 
 void TempFolder::ForgetCopies() const {
-    for (const std::wstring& name : NamesIn((m_realPath / kCopiesFolder).native()))
-        if (const fs::path copy = m_realPath / kCopiesFolder / name; !NamesIn(copy.native()).empty())  // an empty one was just made
+    for (const std::wstring& name : NamesIn((m_realPath / kCopiesFolderName).native()))
+        if (const fs::path copy = m_realPath / kCopiesFolderName / name; !NamesIn(copy.native()).empty())  // an empty one was just made
             RemoveItself(copy.native(), HoldEdit);
 }
 

@@ -15,7 +15,6 @@
 #include "core/OnDisk.h"
 
 // The folder in a temp folder that the volume makes its copies in.
-inline constexpr const wchar_t* kCopiesFolder = L"HalvaneCloud";
 
 // The user's temp folder, which TMP named before the run set it. Throws HostError.
 std::filesystem::path UserTempFolder();
@@ -23,7 +22,7 @@ std::filesystem::path UserTempFolder();
 std::vector<std::filesystem::path> RunFolders();
 // Opens the file that a run keeps open to mark its folder, a real path. Null: the folder is in use
 // (ERROR_SHARING_VIOLATION), or not a run's.
-DiskHandle OpenRunMark(const std::filesystem::path& folder, DWORD disposition);
+UniqueHandle OpenRunMark(const std::filesystem::path& folder, DWORD disposition);
 
 class TempFolder {
 public:
@@ -47,6 +46,6 @@ public:
 
 private:
     std::filesystem::path m_path, m_realPath;  // real: see OnDisk.h
-    DiskHandle m_mark;                         // of a file that nobody else can open during this run
+    UniqueHandle m_mark;                       // of a file that nobody else can open during this run
     std::wstring m_originalTmp, m_originalTemp;
 };

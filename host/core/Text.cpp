@@ -5,22 +5,17 @@
 #include <cstdio>
 #include <iterator>
 #include <random>
+#include <utility>
 
 #include <windows.h>
 
+#include "common/CharacterSets.h"
+#include "common/Halves.h"
 #include "core/HostError.h"
 
 namespace {
 
 std::atomic<bool> g_isDrawn = false;  // is there a line of DrawOnTerminal?
-
-bool Encode(std::wstring_view text, DWORD flags, std::string& utf8) {
-    const int units = static_cast<int>(text.size());
-    const int bytes = WideCharToMultiByte(CP_UTF8, flags, text.data(), units, nullptr, 0, nullptr, nullptr);
-    utf8.resize(static_cast<std::size_t>(bytes));
-    WideCharToMultiByte(CP_UTF8, flags, text.data(), units, utf8.data(), bytes, nullptr, nullptr);
-    return bytes > 0 || text.empty();
-}
 
 bool WriteAll(HANDLE handle, std::string_view utf8) {
     DWORD mode = 0;
@@ -45,9 +40,7 @@ bool IsActedOn(wchar_t unit) {
 }
 
 std::string Printable(std::string_view utf8) {
-    const int bytes = static_cast<int>(utf8.size());
-    std::wstring text(utf8.size(), L'\0');  // invalid bytes become U+FFFD
-    text.resize(static_cast<std::size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, text.data(), bytes)));
+    std::wstring text = Widened(utf8, CharacterSet::Utf8);
     std::replace_if(
         text.begin(), text.end(), [](wchar_t unit) { return unit != L'\n' && unit != L'\t' && IsActedOn(unit); }, L'\xFFFD');
     return ToUtf8(text);
@@ -56,26 +49,19 @@ std::string Printable(std::string_view utf8) {
 }  // namespace
 
 std::string ArgumentToUtf8(std::wstring_view text) {
-    std::string utf8;
-    if (!Encode(text, WC_ERR_INVALID_CHARS, utf8))
+    auto utf8 = NarrowedExactly(text, CharacterSet::Utf8);
+    if (!utf8)
         throw UsageError(ToUtf8(text) + ": not valid Unicode text");
-    return utf8;
+    return *std::move(utf8);
 }
 
-std::string ToUtf8(std::wstring_view text) {
-    std::string utf8;
-    Encode(text, 0, utf8);
-    return utf8;
-}
+std::string ToUtf8(std::wstring_view text) { return Narrowed(text, CharacterSet::Utf8); }
 
 std::wstring ToUtf16(std::string_view utf8) {
-    const int bytes = static_cast<int>(utf8.size());
-    const int units = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8.data(), bytes, nullptr, 0);
-    if (units == 0 && bytes != 0)
+    auto text = WidenedExactly(utf8, CharacterSet::Utf8);
+    if (!text)
         throw HostError("text that is not valid UTF-8");
-    std::wstring text(static_cast<std::size_t>(units), L'\0');
-    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, utf8.data(), bytes, text.data(), units);
-    return text;
+    return *std::move(text);
 }
 
 std::wstring UniqueSuffix() {
@@ -86,7 +72,7 @@ std::wstring UniqueSuffix() {
 }
 
 std::string TimeStr(std::uint64_t fileTime) {
-    const FILETIME time{static_cast<DWORD>(fileTime), static_cast<DWORD>(fileTime >> 32)};
+    const FILETIME time = FileTimeOf(fileTime);
     SYSTEMTIME utc, local;
     if (fileTime == 0 || !FileTimeToSystemTime(&time, &utc) || !SystemTimeToTzSpecificLocalTime(nullptr, &utc, &local))
         return "-";

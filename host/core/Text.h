@@ -6,6 +6,7 @@
 #include <string>
 #include <string_view>
 
+#include "common/BoundedText.h"
 #include "common/Names.h"
 
 // For arguments: throws HostError when text is not valid UTF-16 (a lone surrogate), because a replacement could name another file.
@@ -14,13 +15,6 @@ std::string ArgumentToUtf8(std::wstring_view text);
 std::string ToUtf8(std::wstring_view text);
 // Throws HostError when text is not valid UTF-8.
 std::wstring ToUtf16(std::string_view utf8);
-
-// The text in a fixed buffer, perhaps without a terminator.
-template <std::size_t Capacity>
-std::wstring_view BoundedText(const wchar_t (&buffer)[Capacity]) {
-    const std::wstring_view whole(buffer, Capacity);
-    return whole.substr(0, whole.find(L'\0'));
-}
 
 // Eight hexadecimal digits that no other upload or run is using.
 std::wstring UniqueSuffix();

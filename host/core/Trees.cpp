@@ -52,6 +52,16 @@ void TransferChildren(const Volume& volume, const Entry& source, const VolumePat
     });
 }
 
+void Copy(const Volume& volume, const Entry& source, const VolumePath& target, const FileDone& done, bool mayReplace) {
+    StopIfInterrupted();
+    RefuseTooDeep(target);
+    RefuseLink(volume, source);
+    if (source.IsFolder())  // the copy is new, and so is what is put in it
+        return TransferChildren(volume, source, target, done, [](auto&&... item) { Copy(item..., true); });
+    mayReplace ? volume.Copy(source.path, target) : volume.CopyToFree(source.path, target);
+    done(source, target);
+}
+
 }  // namespace
 
 void RemoveTree(const Volume& volume, const Entry& entry, const FileDone& done) {
@@ -61,13 +71,7 @@ void RemoveTree(const Volume& volume, const Entry& entry, const FileDone& done) 
 }
 
 void CopyTree(const Volume& volume, const Entry& source, const VolumePath& target, const FileDone& done) {
-    StopIfInterrupted();
-    RefuseTooDeep(target);
-    RefuseLink(volume, source);
-    if (source.IsFolder())
-        return TransferChildren(volume, source, target, done, CopyTree);
-    volume.Copy(source.path, target);
-    done(source, target);
+    Copy(volume, source, target, done, volume.Find(target).has_value());
 }
 
 void MoveTree(const Volume& volume, const Entry& source, const VolumePath& target, const FileDone& done) {

@@ -53,7 +53,7 @@ class HeldFile {
 public:
     explicit HeldFile(const Form& form)
         : m_form(form), m_file(OpenItself(form.real, GENERIC_READ | DELETE | FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ)) {
-        if (!m_file || !GetFileInformationByHandle(m_file.get(), &m_information))
+        if (!m_file || !GetFileInformationByHandle(m_file.Get(), &m_information))
             throw LocalError(m_form.path, GetLastError());
     }
     const BY_HANDLE_FILE_INFORMATION& Information() const { return m_information; }
@@ -61,11 +61,11 @@ public:
     // The next bytes, fewer at the end.
     std::size_t Read(char* buffer, std::size_t size) {
         DWORD read = 0;
-        if (!ReadFile(m_file.get(), buffer, static_cast<DWORD>(size), &read, nullptr))
+        if (!ReadFile(m_file.Get(), buffer, static_cast<DWORD>(size), &read, nullptr))
             throw LocalError(m_form.path, GetLastError());
         return read;
     }
-    void Rewind() { SetFilePointer(m_file.get(), 0, nullptr, FILE_BEGIN); }
+    void Rewind() { SetFilePointer(m_file.Get(), 0, nullptr, FILE_BEGIN); }
     // Sets the document's times from its container. A failure is ignored, because the content is complete.
     void TakeTimesOf(const Form& container) {
         SYSTEMTIME times[3];
@@ -74,7 +74,7 @@ public:
         FILETIME fileTimes[3];
         for (int index = 0; index < 3; ++index)
             SystemTimeToFileTime(&times[index], &fileTimes[index]);
-        SetFileTime(m_file.get(), &fileTimes[2], &fileTimes[1], &fileTimes[0]);
+        SetFileTime(m_file.Get(), &fileTimes[2], &fileTimes[1], &fileTimes[0]);
     }
     // Deletes the file. Throws unless it and the other form are still there.
     void DeleteFor(const Form& other) {
@@ -86,7 +86,7 @@ public:
 
 private:
     Form m_form;
-    DiskHandle m_file;
+    UniqueHandle m_file;
     BY_HANDLE_FILE_INFORMATION m_information{};
 };
 
@@ -122,7 +122,13 @@ void WriteContainer(const Form& plain, const Form& container, HeldFile& content,
     }
     if (container.IsThere())  // it was created meanwhile
         ThrowBoth(plain, container);
-    writer.Finish();
+    try {
+        writer.Finish();
+    } catch (const HostError&) {
+        if (container.IsThere())
+            ThrowBoth(plain, container);
+        throw;
+    }
 }
 
 void WritePlain(const Form& plain, const Form& container, const HeldFile& held, const ByteCount& count) {
@@ -151,12 +157,19 @@ void RequireOneContent(const Form& plain, const Form& container, HeldFile& conte
     throw HostError(made.Shown() + ": it was written, but reading it back gives other content; the old form is left as it was");
 }
 
+// The platform would store a document of such a name under another one.
+void RefuseUnusable(const Form& plain) {
+    if (const char* const problem = VolumePath::ComponentProblem(plain.Name()))
+        throw HostError(plain.Shown() + ": " + problem + "; give its file another name first");
+}
+
 }  // namespace
 
 void EncryptInPlace(const Volume& volume, const Entry& entry, const ByteCount& count) {
     RequireShortName(entry.path, true);
-    const DiskHandle folder = volume.Hold(entry.path.Parent());
+    const UniqueHandle folder = volume.Hold(entry.path.Parent());
     const Form plain = FormOf(volume, entry), container = plain.With(kContainerExtension);
+    RefuseUnusable(plain);
     HeldFile content(plain);
     const bool isNew = !container.IsThere();
     if (isNew)
@@ -166,8 +179,9 @@ void EncryptInPlace(const Volume& volume, const Entry& entry, const ByteCount& c
 }
 
 void DecryptInPlace(const Volume& volume, const Entry& entry, const ByteCount& count) {
-    const DiskHandle folder = volume.Hold(entry.path.Parent());
+    const UniqueHandle folder = volume.Hold(entry.path.Parent());
     const Form container = FormOf(volume, entry), plain = container.Without(kContainerExtension);
+    RefuseUnusable(plain);
     HeldFile held(container);
     const bool isNew = !plain.IsThere();
     if (isNew)

@@ -42,7 +42,7 @@ Upload::Upload(const Volume& volume, const VolumePath& target, const std::option
         m_target = OrdinaryPath(*existing);
     }
 
-    m_file = volume.Open(m_target.Aside(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_READ, CREATE_NEW);
+    m_file = volume.Open(m_asidePath = m_target.Aside(), GENERIC_READ | GENERIC_WRITE | DELETE, FILE_SHARE_READ, CREATE_NEW);
     try {
         Check(volume->SetFileSize(m_file.Get(), 0, nullptr), m_target);  // so that an empty file is stored too
         m_encrypted = IsEncrypted();
@@ -92,13 +92,28 @@ void Upload::Write(const void* data, std::size_t size) {
     }
 }
 
-void Upload::Place(const VirtFindData& times, const wchar_t* lockToken) {
+void Upload::Place(const VirtFindData& times, const std::function<void()>& lastLook) {
     m_volume->SetFileInfo(m_file.Get(), kKeepAttributes, &times);  // a failure is ignored: the content is complete
+    lastLook();
     if (m_replacedConflict)
         MakeOrdinary(m_volume, *m_replacedConflict);
-    m_volume.Rename(m_file, m_target, lockToken);
+    m_volume.Rename(m_file, m_target);
     m_file.Reset();
     Verify();
+}
+
+bool Upload::PlaceIfFree() {
+    m_file.Reset();  // it is stored under the other name, from which a move replaces nothing
+    try {
+        m_volume.Move(m_asidePath, m_target);
+    } catch (const StatusError& error) {
+        m_volume->Delete(m_volume.Open(m_asidePath, DELETE, kShareAll, OPEN_EXISTING).Get(), nullptr);
+        if (error.Status() == VVS_PathAlreadyExists)
+            return false;
+        throw;
+    }
+    Verify();
+    return true;
 }
 
 void Upload::Verify() {
@@ -112,6 +127,9 @@ void Upload::Verify() {
     m_stored = *stored;
     if (!hasOwnName)
         m_target = m_target.Parent().Child(stored->Name());
+    if (m_encrypted && stored->data.itemType == VIT_PlainFile)
+        throw HostError(m_target.Shown() +
+                        ": it was stored, but another program has just stored an unencrypted file of this name, which is shown");
     const bool isAsWritten = hasOwnName || m_encrypted;  // if the content is itself a container, its document's size is shown
     if (isAsWritten && static_cast<std::uint64_t>(stored->data.fileSize) != m_written)
         throw HostError(m_target.Shown() + ": the volume shows " + std::to_string(stored->data.fileSize) + " bytes where " +

@@ -4,6 +4,8 @@
 // handle, so that no part of it is ever stored; an encrypted one is not in the folder at all before it is placed.
 #pragma once
 
+#include <functional>
+
 #include "core/Volume.h"
 
 // Throws HostError when a file of this name cannot be stored because the name is too long: the disks below Wine count bytes of UTF-8, and
@@ -29,10 +31,13 @@ public:
     const VolumePath& Target() const { return m_target; }
     // The stored file, after Place.
     const Entry& Stored() const { return m_stored; }
-    // Replaces the target by the content, with the given times (0: now), and checks that the volume shows it
-    // there. lockToken may be null: then a lock that this process has on the target is used. Throws
-    // HostError; the old content is then unchanged, unless the message says otherwise.
-    void Place(const VirtFindData& times, const wchar_t* lockToken = nullptr);
+    // Replaces the target by the content, with the given times (0: now), and checks that the volume shows it there. A lock that this
+    // process has on the target is used. Throws HostError; the old content is then unchanged, unless the message says otherwise; or what
+    // lastLook throws, which is called immediately before.
+    void Place(
+        const VirtFindData& times, const std::function<void()>& lastLook = [] {});
+    // The same, if nothing is at the target. False: something is, even if another program made it at this moment; nothing was changed.
+    bool PlaceIfFree();
 
 private:
     bool IsEncrypted() const;
@@ -40,7 +45,7 @@ private:
     void Verify();
 
     const Volume& m_volume;
-    VolumePath m_target;
+    VolumePath m_target, m_asidePath;
     std::optional<Entry> m_replacedConflict;
     FileHandle m_file;
     bool m_encrypted = false;

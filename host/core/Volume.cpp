@@ -25,12 +25,36 @@ bool IsAtOrInside(const std::wstring& path, const std::wstring& folder) {
            (path.size() == folder.size() || path[folder.size()] == L'\\');
 }
 
+// Is it a file that no listing shows: itself reserved, or a container that would be shown under a reserved name?
+bool IsReserved(std::wstring_view name) { return IsReservedName(name) || IsReservedName(WithoutContainerExtension(name)); }
+
 VolumePath EntryPath(const VolumePath& folder, const VirtFindData& data) {
     const std::wstring_view name = BoundedText(data.fileName);
     if (data.itemType == VIT_EncryptedFileInConflict && EndsWithNoCase(name, kConflictExtension))
         return ConflictPath(folder, name);
     return folder.Child(name);
 }
+
+// A folder's record in less memory: while a tree is worked on, those of all folders on the way down are kept.
+class FolderRecord {
+public:
+    explicit FolderRecord(const VirtFindData& data)
+        : m_name(BoundedText(data.fileName)),
+          m_times{data.creationTime, data.lastAccessTime, data.lastWriteTime},
+          m_attributes(data.fileAttributes),
+          m_type(data.itemType) {}
+    VirtFindData Data() const {
+        VirtFindData data{m_attributes, m_times[0], m_times[1], m_times[2], 0, m_type, {}};
+        CopyBounded(data.fileName, m_name);
+        return data;
+    }
+
+private:
+    std::wstring m_name;
+    std::uint64_t m_times[3];
+    std::uint32_t m_attributes;
+    VirtualItemType m_type;
+};
 
 }  // namespace
 
@@ -165,7 +189,7 @@ bool Volume::RemoveLink(const VolumePath& path) const {
 void Volume::RemoveReserved(const VolumePath& folder) const {
     const auto onDisk = FolderOnDisk(folder);
     for (const std::wstring& name : onDisk ? NamesIn(*onDisk) : std::vector<std::wstring>())
-        if (IsReservedName(name))
+        if (IsReserved(name))
             RemoveItself(*onDisk + L'\\' + name);
 }
 
@@ -173,7 +197,7 @@ void Volume::MoveReserved(const VolumePath& from, const VolumePath& to) const {
     const auto source = FolderOnDisk(from), target = FolderOnDisk(to);
     for (const std::wstring& name : source&& target ? NamesIn(*source) : std::vector<std::wstring>()) {
         const std::wstring path = *source + L'\\' + name;
-        const bool isLeft = IsReservedName(name) && !RemoveDirectoryW(path.c_str());  // an empty folder is not missed
+        const bool isLeft = IsReserved(name) && !RemoveDirectoryW(path.c_str());  // an empty folder is not missed
         if (isLeft && !MoveFileExW(path.c_str(), (*target + L'\\' + name).c_str(), 0))
             throw HostError(from.Child(name).Shown() + ": not shown in listings; it could not be moved along");
     }
@@ -257,7 +281,7 @@ void Volume::RequireFolder(const VolumePath& path) const {
 
 Search::Search(const Volume& volume, const VolumePath& folder, const wchar_t* pattern) : m_volume(volume), m_folder(folder) {
     try {
-        DiskHandle held = volume.Hold(folder);
+        UniqueHandle held = volume.Hold(folder);
         void* const found = volume->FindFirstFileW(folder.Child(pattern).Str(), &m_data);
         const DWORD error = GetLastError();
         m_handle = FindHandle(volume.Get(), found, std::move(held));
@@ -288,19 +312,21 @@ bool Search::Next(Entry& entry) {
 }
 
 void ForEachEntry(const Volume& volume, const VolumePath& folder, const std::function<bool(const Entry&)>& take) {
-    std::vector<VirtFindData> folders;
+    std::vector<FolderRecord> folders;
     {
         Search search(volume, folder);
         for (Entry entry; search.Next(entry);) {
             if (entry.IsFolder())
-                folders.push_back(entry.data);
+                folders.emplace_back(entry.data);
             else if (!take(entry))
                 return;
         }
     }
-    for (const VirtFindData& data : folders)
+    for (const FolderRecord& record : folders) {
+        const VirtFindData data = record.Data();
         if (!take({EntryPath(folder, data), data}))
             return;
+    }
 }
 
 std::vector<Entry> SortedEntries(const Volume& volume, const VolumePath& folder, const wchar_t* pattern) {

@@ -20,14 +20,13 @@
 
 // The offset for reads and writes at the handle's current position.
 constexpr std::uint64_t kCurrentPosition = 0xFFFFFFFF;
-constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 // Owns a handle of the volume, which Close ends. Until then the folder that it was opened in cannot be moved (see HoldFolder).
 template <auto Close>
 class VolumeHandle {
 public:
     VolumeHandle() = default;
-    VolumeHandle(IVirtualVolume* volume, void* handle, DiskHandle folder = {})
+    VolumeHandle(IVirtualVolume* volume, void* handle, UniqueHandle folder = {})
         : m_volume(volume), m_handle(handle), m_folder(std::move(folder)) {}
     ~VolumeHandle() { Reset(); }
     VolumeHandle(VolumeHandle&& other) noexcept
@@ -45,14 +44,14 @@ public:
     void Reset() {
         if (void* const handle = std::exchange(m_handle, nullptr))
             Close(m_volume, handle);
-        m_folder.reset();
+        m_folder.Reset();
     }
-    void LetFolderGo() { m_folder.reset(); }
+    void LetFolderGo() { m_folder.Reset(); }
 
 private:
     IVirtualVolume* m_volume = nullptr;
     void* m_handle = nullptr;
-    DiskHandle m_folder;
+    UniqueHandle m_folder;
 };
 
 inline void CloseVolumeFile(IVirtualVolume* volume, void* handle) { volume->CloseFile(handle, nullptr); }
@@ -130,16 +129,18 @@ public:
     // StatusError and delete what they made. docs/security.md says what remains possible.
 
     // Like HoldFolder; null for the root and mount folders. Throws StatusError when it is missing, not a real folder, or being deleted.
-    DiskHandle Hold(const VolumePath& folder) const;
+    UniqueHandle Hold(const VolumePath& folder) const;
     // Throws StatusError. Access, sharing and disposition are those of IVirtualVolume::OpenFile.
     FileHandle Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const;
     // Throws StatusError unless path's item, which is open as file, is still at its path. To be called for an encrypted file after its
     // first read, which opens the container.
     void RequireInPlace(const VolumePath& path, void* file) const;
-    // These four do what the volume does, and throw StatusError. Rename does not check again, because content that replaced
-    // other content must not be deleted; call RequireInPlace for that.
-    void Rename(const FileHandle& file, const VolumePath& target, const wchar_t* lockToken = nullptr) const;
+    // These do what the volume does, and throw StatusError. Rename does not check again, because content that replaced other content must
+    // not be deleted; call RequireInPlace for that. Rename and Copy replace a file at the target; Move and CopyToFree replace nothing, not
+    // even what another program makes at this moment (VVS_PathAlreadyExists). Only a file can be copied to a free path.
+    void Rename(const FileHandle& file, const VolumePath& target) const;
     void Copy(const VolumePath& source, const VolumePath& target) const;
+    void CopyToFree(const VolumePath& source, const VolumePath& target) const;
     void Move(const VolumePath& source, const VolumePath& target) const;
     void Lock(const VolumePath& path, LockInfo& info) const;
 

@@ -9,7 +9,7 @@ namespace {
 
 }  // namespace
 
-DiskHandle Volume::Hold(const VolumePath& folder) const {
+UniqueHandle Volume::Hold(const VolumePath& folder) const {
     if (folder.IsRoot())
         return {};
     const auto path = PathOnDisk(folder);
@@ -17,7 +17,7 @@ DiskHandle Volume::Hold(const VolumePath& folder) const {
         throw StatusError(folder.Shown(), VVS_MountFolderNotFound);
     if (folder.IsMountFolder())
         return {};  // it is not moved, and the root of a disk cannot be opened like a folder
-    DiskHandle handle = HoldFolder(*path);
+    UniqueHandle handle = HoldFolder(*path);
     if (const DWORD error = GetLastError(); !handle)
         throw StatusError(folder.Shown(), error == ERROR_SHARING_VIOLATION ? VSS_SharingViolation
                                           : error == ERROR_ACCESS_DENIED   ? VVS_AccessDenied
@@ -52,7 +52,7 @@ bool Volume::LeadsAway(const VolumePath& path) const {
 }
 
 FileHandle Volume::Open(const VolumePath& path, std::uint32_t access, std::uint32_t share, std::uint32_t disposition) const {
-    DiskHandle folder = Hold(path.Parent());
+    UniqueHandle folder = Hold(path.Parent());
     void* handle = nullptr;
     Check(m_volume->OpenFile(&handle, path.Str(), access, share, disposition, nullptr, nullptr), path);
     FileHandle file(m_volume, handle, std::move(folder));
@@ -66,13 +66,13 @@ FileHandle Volume::Open(const VolumePath& path, std::uint32_t access, std::uint3
     return file;
 }
 
-void Volume::Rename(const FileHandle& file, const VolumePath& target, const wchar_t* lockToken) const {
-    const DiskHandle folder = Hold(target.Parent());
-    Check(m_volume->RenameFile(file.Get(), nullptr, target.Str(), lockToken), target);
+void Volume::Rename(const FileHandle& file, const VolumePath& target) const {
+    const UniqueHandle folder = Hold(target.Parent());
+    Check(m_volume->RenameFile(file.Get(), nullptr, target.Str(), nullptr), target);
 }
 
 void Volume::Copy(const VolumePath& source, const VolumePath& target) const {
-    const DiskHandle from = Hold(source.Parent()), to = Hold(target.Parent());
+    const UniqueHandle from = Hold(source.Parent()), to = Hold(target.Parent());
     Check(m_volume->CopyFileW(source.Str(), target.Str(), nullptr), target);
     if (!LeadsAway(source) && !LeadsAway(target))
         return;
@@ -80,15 +80,31 @@ void Volume::Copy(const VolumePath& source, const VolumePath& target) const {
     ThrowLeftItsPlace(source);
 }
 
+void Volume::CopyToFree(const VolumePath& source, const VolumePath& target) const {
+    // In a folder of its own the copy gets its name at once, so that one rename puts it in place.
+    const VolumePath folder = target.Aside(), made = folder.Child(target.Name());
+    Open(folder, GENERIC_READ, kShareAll, CreateNewFolder);
+    bool isMoved = false;
+    const OnExit removeFolder([&] {
+        if (!isMoved && Find(made))
+            m_volume->Delete(Open(made, DELETE, kShareAll, OPEN_EXISTING).Get(), nullptr);
+        RemoveReserved(folder);
+        m_volume->Delete(Open(folder, DELETE, kShareAll, OPEN_EXISTING).Get(), nullptr);
+    });
+    Copy(source, made);
+    Move(made, target);
+    isMoved = true;
+}
+
 void Volume::Move(const VolumePath& source, const VolumePath& target) const {
-    const DiskHandle from = Hold(source.Parent()), to = Hold(target.Parent());
+    const UniqueHandle from = Hold(source.Parent()), to = Hold(target.Parent());
     Check(m_volume->MoveFileW(source.Str(), target.Str(), nullptr), target);
     if (LeadsAway(target))
         ThrowLeftItsPlace(target);
 }
 
 void Volume::Lock(const VolumePath& path, LockInfo& info) const {
-    const DiskHandle folder = Hold(path.Parent());
+    const UniqueHandle folder = Hold(path.Parent());
     Check(m_volume->Lock(path.Str(), &info), path);
     if (!LeadsAway(path))
         return;

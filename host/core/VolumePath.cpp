@@ -38,11 +38,13 @@ const char* VolumePath::ComponentProblem(std::wstring_view name, Wildcards wildc
         if (wildcard && wildcards == Wildcards::Refused)
             return "'*' and '?' are allowed only in the last name, and only for 'ls'";
     }
-    if (name.back() == L'.' || name.back() == L' ')
+    // A container must not stand for a document of such a name either.
+    const std::wstring_view shown = WithoutContainerExtension(name);
+    if (shown.empty() || shown.back() == L'.' || shown.back() == L' ' || name.back() == L'.' || name.back() == L' ')
         return "a name may not end in a dot or a blank";
     if (IsDeviceName(name))
         return "the name of a device";
-    if (IsReservedName(name))
+    if (IsReservedName(name) || IsReservedName(shown))
         return "a name that the volume reserves";
     if (name.size() > kMaxName)
         return "a name may have 255 characters at most";

@@ -2,10 +2,11 @@
 // document only when it is certain which. And that a folder stays where it was looked at.
 #include <gtest/gtest.h>
 
+#include "common/CharacterSets.h"
+#include "common/TrackingText.h"
 #include "core/HostError.h"
 #include "core/OnDisk.h"
 #include "core/Text.h"
-#include "core/TrackingText.h"
 #include "core/VolumePath.h"
 
 TEST(APathFromTheUser, IsRefusedWhenItCouldMeanSomethingElse) {
@@ -65,24 +66,24 @@ TEST(ATrackingFile, NamesItsDocumentInItsLastLineOrNotForCertain) {
         L"<!-- utf8: " + full + L" | " + copy + L" -->", line(full, copy, name).substr(0, 40), L"x" + line(full, copy, name)};
     // clang-format on
     for (std::size_t i = 0; i < std::size(rows); ++i) {
-        const std::optional<Tracking> read = ParseTracking(start + rows[i]);
+        const std::optional<TrackingRecord> read = ParseTrackingText(Narrowed(start + rows[i], CharacterSet::System));
         ASSERT_TRUE(read) << i;
-        EXPECT_EQ(read->IsContainerKnown(), i < 2) << i;
-        EXPECT_EQ(read->container, i < 2 ? L"C:\\\uff24ir\\\u65e5\u672c.txt.zip" : L"C:\\?ir\\??.txt.zip") << i;
-        EXPECT_EQ(read->copy, i < 2 ? L"T:\\\u65e5\u672c.txt" : L"T:\\??.txt") << i;
+        EXPECT_EQ(read->IsSourceKnown(), i < 2) << i;
+        EXPECT_EQ(read->sourceName, i < 2 ? L"C:\\\uff24ir\\\u65e5\u672c.txt.zip" : L"C:\\?ir\\??.txt.zip") << i;
+        EXPECT_EQ(read->tempName, i < 2 ? L"T:\\\u65e5\u672c.txt" : L"T:\\??.txt") << i;
     }
 }
 
 TEST(AHeldFolder, CanBeUsedButNotExchanged) {
     const std::filesystem::path top = std::filesystem::path(RealPath(std::filesystem::temp_directory_path().native())) / UniqueSuffix();
     std::filesystem::create_directories(top / L"folder");
-    DiskHandle held = HoldFolder((top / L"folder").native());
+    UniqueHandle held = HoldFolder((top / L"folder").native());
     ASSERT_TRUE(held);
     EXPECT_TRUE(CreateDirectoryW((top / L"folder" / L"new").c_str(), nullptr));
     EXPECT_TRUE(MoveFileW((top / L"folder" / L"new").c_str(), (top / L"folder" / L"renamed").c_str()));
     EXPECT_FALSE(MoveFileW((top / L"folder").c_str(), (top / L"away").c_str()));
     EXPECT_FALSE(RemoveItself(top.native()));
-    held.reset();
+    held.Reset();
     EXPECT_TRUE(MoveFileW((top / L"folder").c_str(), (top / L"away").c_str()));
     EXPECT_TRUE(RemoveItself(top.native()));
 }

@@ -231,9 +231,8 @@ void TellIfExposed(State& state, const Resource& stored) {
 Resource Store(const Volume& volume, const Resource& target, Spool& spool, const VirtFindData& times, const RequiredVersion& required) {
     const std::unique_ptr<Upload> upload = StartUpload(volume, target);
     spool.ForEach([&](std::string_view data) { upload->Write(data.data(), data.size()); });
-    required.Check();
     try {
-        upload->Place(times);
+        upload->Place(times, [&] { required.Check(); });
     } catch (const StatusError& error) {
         if (error.Status() == VSS_SharingViolation)  // this may mean another version
             required.Check();

@@ -53,7 +53,7 @@ constexpr Reason kReasons[] = {
 };
 
 SYSTEMTIME SystemTimeOf(std::uint64_t fileTime) {
-    const FILETIME time{static_cast<DWORD>(fileTime), static_cast<DWORD>(fileTime >> 32)};
+    const FILETIME time = FileTimeOf(fileTime);
     SYSTEMTIME parts{};
     FileTimeToSystemTime(&time, &parts);
     return parts;

@@ -39,10 +39,12 @@ DavLock ParseLockInfo(const std::string& text) {
         throw HttpError(422, "only write locks, exclusive or shared, are possible");
     DavLock lock;
     lock.scope = scope->Child("exclusive") ? LockScope_Exclusive : LockScope_Shared;
-    if (const XmlNode* const owner = document.Child("owner"))
-        lock.ownerXml = SerializedChildren(*owner);
-    if (lock.ownerXml.size() > limits::lockOwnerBytes)
-        throw HttpError(507, "the lock's owner is too long");
+    if (const XmlNode* const owner = document.Child("owner")) {
+        auto kept = SerializedChildren(*owner, limits::lockOwnerBytes);
+        if (!kept)
+            throw HttpError(507, "the lock's owner is too long");
+        lock.ownerXml = *std::move(kept);
+    }
     return lock;
 }
 
@@ -71,7 +73,8 @@ void TakeLock(Exchange& exchange, DavLock lock) {
     if (depth == Depth::One)
         throw HttpError(400, "a lock is of depth 0 or infinity");
     State& state = exchange.state;
-    const Claim claim(state.claims, {{exchange.found.key, Use::Change}});
+    // In a folder that is being locked, no other request is at work: what it lists is what is there as long as it is locked.
+    const Claim claim(state.claims, {{exchange.found.key, exchange.found.IsFolder() ? Use::ChangeTree : Use::Change}});
     Resource resource = exchange.Find();
     if (resource.IsFolder() && resource.path.IsRoot() && depth == Depth::Infinity)
         throw HttpError(403, "the whole volume cannot be locked");
@@ -81,7 +84,8 @@ void TakeLock(Exchange& exchange, DavLock lock) {
         CheckWritable(exchange, resource, true);
         // The file is made here and not by the volume's lock, because unlocking would delete it while it is empty.
         const std::unique_ptr<Upload> upload = StartUpload(state.volume, resource);
-        upload->Place({});
+        if (!upload->PlaceIfFree())
+            throw HttpError(409, "another program has just made it");
         state.changes.Note(resource.key);
         resource = StoredAs(resource, *upload);
     }

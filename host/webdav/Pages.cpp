@@ -45,13 +45,13 @@ std::string Beginning(const std::string& title, bool isRoot) {
 }
 
 std::string SizeText(std::int64_t bytes) {
-    static constexpr const char* kUnits[] = {"B", "kB", "MB", "GB", "TB"};
+    static constexpr const char* units[] = {"B", "kB", "MB", "GB", "TB"};
     double value = static_cast<double>(bytes);
     std::size_t unit = 0;
-    for (; value >= 999.5 && unit + 1 < std::size(kUnits); ++unit)
+    for (; value >= 999.5 && unit + 1 < std::size(units); ++unit)
         value /= 1000;
     char text[32];
-    std::snprintf(text, sizeof(text), unit > 0 && value < 9.95 ? "%.1f %s" : "%.0f %s", value, kUnits[unit]);
+    std::snprintf(text, sizeof(text), unit > 0 && value < 9.95 ? "%.1f %s" : "%.0f %s", value, units[unit]);
     return text;
 }
 

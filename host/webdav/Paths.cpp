@@ -222,7 +222,7 @@ bool ListedEntries::IsHidden(const std::wstring& conflictName) const {
 }
 
 bool ListedEntries::Has(const Entry& entry, std::optional<DiskVersion>* version) const {
-    constexpr std::size_t kSurelyShort = 250;  // units; from 260, the platform's limit applies
+    constexpr std::size_t surelyShort = 250;  // units; from 260, the platform's limit applies
     const std::wstring name = entry.Name();
     if (VolumePath::ComponentProblem(name) || entry.path.Depth() > limits::pathComponents)
         return false;
@@ -230,7 +230,7 @@ bool ListedEntries::Has(const Entry& entry, std::optional<DiskVersion>* version)
         return false;  // not valid Unicode
     if (entry.IsConflict() && IsHidden(name))
         return false;
-    if (m_mountPathSize > 0 && m_mountPathSize + std::wcslen(entry.path.Str()) > kSurelyShort) {
+    if (m_mountPathSize > 0 && m_mountPathSize + std::wcslen(entry.path.Str()) > surelyShort) {
         const auto found = m_volume.Find(m_folder.path.Child(name));
         return found && found->path.Equals(entry.path);
     }

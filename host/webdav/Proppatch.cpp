@@ -53,10 +53,10 @@ void AddChange(Changes& changes, const XmlNode& property, bool isSet) {
     std::uint64_t* const time = TimeField(property.name, changes.times);
     if (!time) {
         std::optional<std::string>& kept = changes.dead[property.name];
-        kept = isSet ? std::optional(Serialized(property)) : std::nullopt;
-        changes.bytes += kept ? kept->size() : 0;
-        if (changes.bytes > limits::propertyBytesOfOneFile)
+        kept = isSet ? Serialized(property, limits::propertyBytesOfOneFile - changes.bytes) : std::nullopt;
+        if (isSet && !kept)
             throw HttpError(507, "the properties are too long");
+        changes.bytes += kept ? kept->size() : 0;
     } else if (isSet) {
         *time = ParseHttpDate(Trimmed(property.Text()));
         changes.setsTimes = true;
@@ -104,9 +104,10 @@ void StoreAgain(State& state, Resource& file, const VirtFindData& times) {
     std::uint64_t done = 0;
     for (std::string_view part; !(part = source.Read(done, kPartSize)).empty(); done += part.size())
         upload->Write(part.data(), part.size());
-    if (volume.VersionOf(*file.entry) != read)  // somebody else's new content must not be replaced by the old one
-        throw HttpError(409, "it was changed meanwhile");
-    upload->Place(times);
+    upload->Place(times, [&] {
+        if (volume.VersionOf(*file.entry) != read)  // somebody else's new content must not be replaced by the old one
+            throw HttpError(409, "it was changed meanwhile");
+    });
     Resource stored = StoredAs(file, *upload);
     NoteStored(state, file, stored);
     file = std::move(stored);
@@ -144,6 +145,24 @@ void SendResult(Response& response, const Resource& resource, const Changes& cha
     response.Send(207, {{"Content-Type", "application/xml; charset=utf-8"}}, xml + "</D:response></D:multistatus>");
 }
 
+// All or nothing (RFC 4918, 9.2).
+void Make(const Changes& changes, State& state, Resource& resource) {
+    const PropertyTexts before = state.properties.Of(resource.key);
+    state.properties.Change(resource.key, changes.dead);
+    try {
+        if (changes.setsTimes)
+            SetTimes(state, resource, changes.times);
+    } catch (...) {
+        auto undo = changes.dead;
+        for (auto& [name, text] : undo) {
+            const auto old = before.find(name);
+            text = old == before.end() ? std::nullopt : std::optional(old->second);
+        }
+        state.properties.Change(resource.key, undo);
+        throw;
+    }
+}
+
 }  // namespace
 
 void AnswerProppatch(Exchange& exchange) {
@@ -154,11 +173,8 @@ void AnswerProppatch(Exchange& exchange) {
         throw HttpError(404, "there is no such file or folder");
     CheckConditions(exchange, resource);
     CheckWritable(exchange, resource, false);
-    if (changes.refused.empty()) {
-        if (changes.setsTimes)
-            SetTimes(exchange.state, resource, changes.times);
-        exchange.state.properties.Change(resource.key, changes.dead);
-    }
+    if (changes.refused.empty())
+        Make(changes, exchange.state, resource);
     SendResult(exchange.response, resource, changes);
 }
 

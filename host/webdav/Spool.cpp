@@ -17,10 +17,10 @@ constexpr std::size_t kPartSize = 64 * 1024;
                     "the upload could not be kept: " + SystemMessage(error));
 }
 
-DiskHandle CreateSpoolFile(const TempFolder& temp) {
+UniqueHandle CreateSpoolFile(const TempFolder& temp) {
     const std::wstring path = (temp.Path() / (L"upload-" + UniqueSuffix())).native();
-    DiskHandle file = OwnHandle(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                            FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
+    UniqueHandle file = OwnHandle(CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                              FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr));
     if (!file)
         ThrowFileError();
     return file;
@@ -45,15 +45,15 @@ void Spool::Append(std::string_view data) {
 
 // Checked repeatedly, because an upload may have no known length.
 void Spool::RequireRoom(std::size_t newBytes) const {
-    constexpr std::uint64_t kStep = 4 << 20;
-    if (m_size / kStep != (m_size - newBytes) / kStep && !m_temp.HasRoomFor(limits::diskReserve))
+    constexpr std::uint64_t step = 4 << 20;
+    if (m_size / step != (m_size - newBytes) / step && !m_temp.HasRoomFor(limits::diskReserve))
         throw HttpError(507, "the disk of the temp folder is full");
 }
 
 void Spool::WriteToFile(std::string_view data) {
     while (!data.empty()) {
         DWORD count = 0;
-        if (!WriteFile(m_file.get(), data.data(), static_cast<DWORD>(data.size()), &count, nullptr))
+        if (!WriteFile(m_file.Get(), data.data(), static_cast<DWORD>(data.size()), &count, nullptr))
             ThrowFileError();
         data.remove_prefix(count);
     }
@@ -64,11 +64,11 @@ void Spool::ForEach(const std::function<void(std::string_view)>& take) {
         take({m_memory.data(), m_memory.size()});
         return;
     }
-    if (!SetFilePointerEx(m_file.get(), {}, nullptr, FILE_BEGIN))
+    if (!SetFilePointerEx(m_file.Get(), {}, nullptr, FILE_BEGIN))
         ThrowFileError();
     std::vector<char> part(kPartSize);
     for (DWORD count = 1; count > 0;) {
-        if (!ReadFile(m_file.get(), part.data(), static_cast<DWORD>(part.size()), &count, nullptr))
+        if (!ReadFile(m_file.Get(), part.data(), static_cast<DWORD>(part.size()), &count, nullptr))
             ThrowFileError();
         take({part.data(), count});
     }

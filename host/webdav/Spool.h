@@ -33,7 +33,7 @@ private:
     const TempFolder& m_temp;
     std::uint64_t m_size = 0;
     std::vector<char> m_memory;
-    DiskHandle m_file;
+    UniqueHandle m_file;
 };
 
 }  // namespace webdav

@@ -119,14 +119,18 @@ void RemovePart(const Volume& volume, const VolumePath& copy) {
         RemoveTree(volume, item, result);
 }
 
-// Replaces the target by the copy. Deletes a copy that is incomplete or cannot be renamed.
+// Moves the copy to its place, from which the target, if there is one, is set aside. An incomplete copy does not replace it. Deletes a copy
+// that does not get there.
 void TakePlace(const Volume& volume, bool whole, const VolumePath& copy, const Resource& target, const VolumePath& place,
                std::optional<SetAside>& replaced) {
-    if (!whole)
+    if (!whole && target.Exists())
         return RemovePart(volume, copy);
+    if (!whole && !volume.Find(copy))
+        return;
     try {
-        replaced.emplace(volume, target);
-        Rename(volume, copy, place);
+        if (target.Exists())
+            replaced.emplace(volume, target);
+        volume.Move(copy, place);
     } catch (...) {
         RemovePart(volume, copy);
         throw;
@@ -150,17 +154,19 @@ void CarryOut(Exchange& exchange, const Transfer& transfer) {
     if (replaces && isMove)
         replaced.emplace(state.volume, target);
     const VolumePath& place = transfer.ReplacesFileByFile() ? target.entry->path : target.path;
-    // A copy is made under another name, and replaces the target when it is complete.
-    const VolumePath made = replaces && !isMove ? place.Aside() : place;
+    // A copy that is to replace anything but a file by a file is made under another name, so that it replaces nothing that another program
+    // makes in its place meanwhile.
+    const bool madeAside = !isMove && (replaces || source.IsFolder());
+    const VolumePath made = madeAside ? place.Aside() : place;
     TreeResult result;
     const bool mayReplace = target.Exists() || target.key.Equals(source.key);
-    const bool whole =
-        isMove ? MoveTree(state.volume, source, made, mayReplace, result) : CopyTree(state.volume, source, made, shallow, result);
+    const bool whole = isMove ? MoveTree(state.volume, source, made, mayReplace, result)
+                              : CopyTree(state.volume, source, made, shallow, mayReplace, result);
     if (std::string text = result.exposed.Text(); !text.empty())
         state.told.Tell(place, text.replace(0, made.Shown().size(), place.Shown()));
-    if (replaces && !isMove)
+    if (madeAside)
         TakePlace(state.volume, whole, made, target, place, replaced);
-    if (!whole && (!made.Equals(place) || !state.volume.Find(place)))
+    if (!whole && ((!isMove && replaces) || !state.volume.Find(place)))
         return AnswerForFailures(exchange, result.failures, source);  // the target is still there, or gets its name back
     NoteTransfer(state, transfer);
     if (whole && replaced)

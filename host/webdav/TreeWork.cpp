@@ -130,11 +130,13 @@ bool ToFreePlace(const Volume& volume, const Resource& item, const VolumePath& f
     return transfer(*place);
 }
 
-// Was a file added or changed since that time?
+// Was a file or folder added or changed since that time? What is added may be older; but it gives its folder another write time, which
+// the folder's own renaming does not.
 bool HasChanged(const Volume& volume, const Resource& item, std::uint64_t since) {
+    const DiskVersion version = volume.VersionOf(*item.entry);
     if (!item.IsFolder() || !volume.IsItself(*item.entry))
-        return volume.VersionOf(*item.entry).changed > since;
-    bool changed = item.path.Depth() > limits::pathComponents;
+        return version.changed > since;
+    bool changed = item.path.Depth() > limits::pathComponents || version.written > since;
     TreeResult ignored;
     return !ForEachMember(volume, item, ignored, [&](const Resource& member) {
         changed = changed || HasChanged(volume, member, since);
@@ -156,7 +158,7 @@ bool RemoveTree(const Volume& volume, const Resource& item, TreeResult& result) 
     return Try(item, result, [&] { DeleteAndVerify(volume, *item.entry); });
 }
 
-bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, TreeResult& result) {
+bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, bool mayReplace, TreeResult& result) {
     if (IsTooDeep(source, result, target) || IsLink(volume, source, result))
         return false;
     if (!source.IsFolder() && !volume.HasRoomFor(static_cast<std::uint64_t>(source.entry->data.fileSize), target.Parent())) {
@@ -165,14 +167,14 @@ bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& ta
     }
     if (!source.IsFolder())
         return Try(source, result, [&] {
-            volume.Copy(source.entry->path, target);
+            mayReplace ? volume.Copy(source.entry->path, target) : volume.CopyToFree(source.entry->path, target);
             result.exposed.Note(volume, *source.entry, target);
         });
     if (!Try(source, result, [&] { volume.Open(target, GENERIC_READ, kShareAll, CreateNewFolder); }))
         return false;
     return shallow || ForEachMember(volume, source, result, [&](const Resource& item) {
                return ToFreePlace(volume, item, target, result,
-                                  [&](const VolumePath& place) { return CopyTree(volume, item, place, false, result); });
+                                  [&](const VolumePath& place) { return CopyTree(volume, item, place, false, true, result); });
            });
 }
 

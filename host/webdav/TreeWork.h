@@ -15,8 +15,8 @@ struct TreeResult {
 // Deletes the item and what is in it. False: something is left, and result says what and why.
 bool RemoveTree(const Volume& volume, const Resource& item, TreeResult& result);
 
-// Copies a file, over a file there, or a folder to a free path. shallow: without its content.
-bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, TreeResult& result);
+// Copies a file, over a file there if mayReplace, or a folder to a free path that nobody else knows. shallow: without its content.
+bool CopyTree(const Volume& volume, const Resource& source, const VolumePath& target, bool shallow, bool mayReplace, TreeResult& result);
 
 // Moves a file, over a file there if mayReplace, or a folder to a free path. A folder that is moved to
 // another key or owner is moved file by file. What could not be moved is still complete at its old path.

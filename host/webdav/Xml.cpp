@@ -152,6 +152,26 @@ std::size_t ForbiddenSize(std::string_view text) {
     return unit == 0xED && text.size() > 2 && static_cast<unsigned char>(text[1]) >= 0xA0 ? 3 : 0;  // half of a pair
 }
 
+bool AppendChildren(const XmlNode& node, std::size_t mostBytes, std::string& text);
+
+bool Append(const XmlNode& node, std::size_t mostBytes, std::string& text) {
+    if (node.IsText()) {
+        text += Escaped(node.text);
+    } else if (node.children.empty()) {
+        text += '<' + OpenName(node.name) + AttributesText(node) + "/>";
+    } else {
+        text += '<' + OpenName(node.name) + AttributesText(node) + '>';
+        if (!AppendChildren(node, mostBytes, text))
+            return false;
+        text += "</" + CloseName(node.name) + '>';
+    }
+    return text.size() <= mostBytes;
+}
+
+bool AppendChildren(const XmlNode& node, std::size_t mostBytes, std::string& text) {
+    return std::all_of(node.children.begin(), node.children.end(), [&](const XmlNode& child) { return Append(child, mostBytes, text); });
+}
+
 }  // namespace
 
 const XmlNode* XmlNode::Child(std::string_view davName) const {
@@ -222,20 +242,14 @@ std::string CloseName(const XmlName& name) {
     return (std::string_view(name.space) == kDav ? "D:" : "") + std::string(std::string_view(name.local));
 }
 
-std::string Serialized(const XmlNode& node) {
-    if (node.IsText())
-        return Escaped(node.text);
-    const std::string start = '<' + OpenName(node.name) + AttributesText(node);
-    if (node.children.empty())
-        return start + "/>";
-    return start + '>' + SerializedChildren(node) + "</" + CloseName(node.name) + '>';
+std::optional<std::string> Serialized(const XmlNode& node, std::size_t mostBytes) {
+    std::string text;
+    return Append(node, mostBytes, text) ? std::optional(std::move(text)) : std::nullopt;
 }
 
-std::string SerializedChildren(const XmlNode& node) {
+std::optional<std::string> SerializedChildren(const XmlNode& node, std::size_t mostBytes) {
     std::string text;
-    for (const XmlNode& child : node.children)
-        text += Serialized(child);
-    return text;
+    return AppendChildren(node, mostBytes, text) ? std::optional(std::move(text)) : std::nullopt;
 }
 
 }  // namespace webdav

@@ -3,6 +3,7 @@
 
 #include <compare>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -58,9 +59,10 @@ XmlNode ParseXml(std::string_view document);
 
 // Escapes text for XML. Characters that are forbidden in XML become U+FFFD.
 std::string Escaped(std::string_view text);
-// The element as text with all its namespaces declared in it, so that it can be put anywhere.
-std::string Serialized(const XmlNode& node);
-std::string SerializedChildren(const XmlNode& node);
+// The element as text with all its namespaces declared in it, so that it can be put anywhere. These may make it much longer than it was
+// in its document: nothing if the text would have more than mostBytes.
+std::optional<std::string> Serialized(const XmlNode& node, std::size_t mostBytes);
+std::optional<std::string> SerializedChildren(const XmlNode& node, std::size_t mostBytes);
 // The content of a start tag: "D:name" for DAV names, "name xmlns=..." for others; and that of the end tag.
 std::string OpenName(const XmlName& name);
 std::string CloseName(const XmlName& name);

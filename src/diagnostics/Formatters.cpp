@@ -199,7 +199,7 @@ std::wstring FormatSystemTimeStr(const SYSTEMTIME& time, bool year, bool millise
 }
 
 std::wstring FormatFileTimeStr(std::uint64_t fileTime) {
-    const FILETIME time{static_cast<DWORD>(fileTime), static_cast<DWORD>(fileTime >> 32)};
+    const FILETIME time = FileTimeOf(fileTime);
     SYSTEMTIME systemTime{};
     FileTimeToSystemTime(&time, &systemTime);
     return FormatSystemTimeStr(systemTime);

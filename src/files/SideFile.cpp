@@ -13,7 +13,7 @@ std::wstring SidePathStr(const std::wstring& filePath) {
     GUID guid{};
     if (FAILED(CoCreateGuid(&guid)))
         guid.Data1 = GetTickCount();
-    return PathAppendStr(PathRemoveFileSpecStr(filePath), L"~" + FormatGuidStr(guid) + L".tmp");
+    return PathAppendStr(PathRemoveFileSpecStr(filePath), std::wstring(kSideFileStart) + FormatGuidStr(guid) + std::wstring(kSideFileEnd));
 }
 
 void DeleteSideFile(const std::wstring& sidePath) {

@@ -2,9 +2,9 @@
 
 #include <shlobj.h>
 
+#include "common/SaveNames.h"
 #include "diagnostics/Trace.h"
 #include "files/SideFile.h"
-#include "items/SaveNames.h"
 #include "library/Disk.h"
 #include "library/Locks.h"
 #include "library/Owners.h"

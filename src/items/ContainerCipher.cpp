@@ -223,8 +223,7 @@ VirtualVolumeStatus EncryptOpenFileLocked(const std::wstring& zipFilePath, const
     TempContainer tempZip(PathStripPathStr(zipFilePath));
     QC_CHECK_OR_RETURN(!tempZip.Path().empty(), VVS_GeneralError, kTempNameText);
     // Names the document of this container: for the companion library, which has to find its key, and in case it is left behind.
-    const TrackingRecord aside =
-        TrackingRecordOf(zipFilePath, ReadFileStamp(zipFilePath).value_or(FileStamp{}), tempZip.Path(), {}, virtualFileSpec);
+    const TrackingRecord aside{zipFilePath, ReadFileStamp(zipFilePath).value_or(FileStamp{}), tempZip.Path(), {}, virtualFileSpec};
     if (!WriteTrackingFile(TrackingFilePathStr(tempZip.Path()), aside))
         QC_REPORT(L"WriteTrackingFile(tempZipFilePath) =>false%s, ");
     QC_CHECK_STATUS_OR_RETURN(EncryptOpenFileInternal(tempZip.Path(), virtualFileSpec, source, [] { return VVS_Success; }),

@@ -1,11 +1,12 @@
 // Opening an encrypted file, and its temp file. Saving and deleting are in EncryptedContentSave.cpp.
 #include "items/EncryptedContent.h"
-#include "common/Halves.h"
 
+#include "common/Halves.h"
+#include "common/SaveNames.h"
 #include "diagnostics/Trace.h"
+#include "files/Deletion.h"
 #include "files/OpenFile.h"
 #include "items/ContainerCipher.h"
-#include "items/SaveNames.h"
 #include "items/TrackingFile.h"
 #include "items/VirtualItem.h"
 #include "library/Disk.h"
@@ -284,14 +285,16 @@ bool EncryptedContent::SaveTrackerFileItem() {
     const std::optional<FileStamp> temp = ReadOpenFileStamp(m_copy.File());
     QC_CHECK_OR_RETURN(temp.has_value(), false, L"GetFileInformationByHandle(m_hFile, &tempFileInfo) != 0 =>false%s,  %s", L"Error[%s]",
                        SystemErrorStr(GetLastError()));
-    return qcLog.Leave(WriteTrackingFile(
-        TrackingPath(), TrackingRecordOf(StoredPath(), m_base.value_or(FileVersion{}).stamp, m_copy.Path(), *temp, m_state.Name())));
+    return qcLog.Leave(
+        WriteTrackingFile(TrackingPath(), {StoredPath(), m_base.value_or(FileVersion{}).stamp, m_copy.Path(), *temp, m_state.Name()}));
 }
 
 bool EncryptedContent::IsOnlyNamed() const { return m_startsEmpty && !m_base && !m_copy.HoldsEdit() && !PathExists(StoredPath()); }
 
 VirtualVolumeStatus EncryptedContent::PrepareContent() {
-    if (m_copy.Get() != WorkingCopy::State::Unneeded) {
+    // What was written and stored, and whose container somebody deleted since, is in the copy alone.
+    const bool isOnlyHere = m_startsEmpty && m_wasWritten && m_copy.Get() == WorkingCopy::State::Unneeded && !StoredVersion();
+    if (m_copy.Get() != WorkingCopy::State::Unneeded || isOnlyHere) {
         m_copy.SettleTime();
         return MakeSureTempFileOpenIfNeeded(TempContent::OfContainer);
     }

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "items/FileContent.h"
-#include "items/SaveNames.h"
+#include "items/SaveGate.h"
 #include "items/WorkingCopy.h"
 #include "locks/FileLocker.h"
 
@@ -41,7 +41,7 @@ public:
     VirtualVolumeStatus PrepareContent();
     // Is the content still empty because of the disposition, whatever is stored?
     bool StartsEmpty() const { return m_startsEmpty && !m_wasWritten; }
-    // After a move that filled the copy with the stored content or a waiting edit: the content is empty again, and the edit still waits.
+    // After a move that filled the copy with the stored content or an unsaved edit: the content is empty again, and the edit still waits.
     void StartEmptyAgain(const std::optional<FileVersion>& base);
     const std::optional<FileVersion>& Base() const { return m_base; }
     // A new file, of which nothing is stored or written yet.
@@ -101,5 +101,5 @@ private:
     std::optional<SaveGate> m_gate;               // while it is saved
     std::optional<FileVersion> m_base;            // nothing: there was none
     std::optional<FileVersion> m_deletedVersion;  // what was stored when the deletion was marked
-    std::optional<RetainedCopy> m_deletedEdit;    // the waiting edit that was shown then, if any
+    std::optional<RetainedCopy> m_deletedEdit;    // the unsaved edit that was shown then, if any
 };

@@ -4,11 +4,13 @@
 
 #include <new>
 
+#include "common/SaveNames.h"
 #include "diagnostics/Trace.h"
+#include "files/Deletion.h"
 #include "files/OpenFile.h"
 #include "items/BackupFile.h"
 #include "items/ContainerCipher.h"
-#include "items/SaveNames.h"
+#include "items/SaveGate.h"
 #include "items/TrackingFile.h"
 #include "items/VirtualItem.h"
 #include "library/Disk.h"
@@ -17,7 +19,6 @@
 #include "library/Status.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
-#include "policy/HvcUtils.h"
 
 namespace {
 

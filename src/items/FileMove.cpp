@@ -1,13 +1,15 @@
 #include "items/FileMove.h"
 
+#include "common/SaveNames.h"
 #include "diagnostics/Trace.h"
+#include "files/Deletion.h"
 #include "files/OpenFile.h"
 #include "files/SideFile.h"
 #include "items/ContentCopy.h"
 #include "items/EncryptedContent.h"
 #include "items/HeldSource.h"
 #include "items/PlainContent.h"
-#include "items/SaveNames.h"
+#include "items/SaveGate.h"
 #include "items/VirtualItem.h"
 #include "library/Disk.h"
 #include "library/Paths.h"
@@ -266,9 +268,9 @@ VirtualVolumeStatus FileMove::TurnIntoContainer() {
     QC_CHECK_STATUS_OR_RETURN(held.Hold(m_state.Path()), L"CreateFileW(m_itemFullPath, hSource) =>%s, ");
     QC_CHECK_STATUS_OR_RETURN(EncryptTo({m_state.Path(), held.File()}), kEncryptPlainFileText);
     // By its handle, so that the file that was encrypted is moved, not one that replaced it. This fails if the temp folder is on another
-    // disk. Some systems rename whatever is at the path that the handle was opened by.
+    // disk. What somebody else may delete is not worked on. Some systems rename whatever is at the path that the handle was opened by.
     const bool isInPlace = IsOpenFileAt(held.File(), m_state.Path());
-    const bool isMoved = isInPlace && VirtualItem::RenameItem(held.File(), m_state, copy.tempFilePath) == VVS_Success;
+    const bool isMoved = isInPlace && held.IsAlone() && VirtualItem::RenameItem(held.File(), m_state, copy.tempFilePath) == VVS_Success;
     const VirtualVolumeStatus status = isMoved ? VVS_Success : isInPlace ? held.MarkForDeletion() : VSS_SharingViolation;
     if (status != VVS_Success)
         TakeBackDestination();

@@ -5,9 +5,10 @@
 #include <vector>
 
 #include "diagnostics/Trace.h"
+#include "files/Deletion.h"
 #include "files/SideFile.h"
 #include "items/ItemState.h"
-#include "items/SaveNames.h"
+#include "items/SaveGate.h"
 #include "library/Disk.h"
 #include "library/FileVersion.h"
 #include "library/Paths.h"
@@ -17,9 +18,6 @@
 #include "policy/HvcUtils.h"
 
 namespace {
-
-// Here containers are built before they are put in place; nothing in it is a document.
-constexpr std::wstring_view kSideFolder = L".HalvaneCloud";
 
 // Whichever paths lead there. What is above a link's own path says nothing of what it leads to.
 bool IsAtOrBelow(const std::wstring& path, const std::wstring& folder) {
@@ -34,6 +32,9 @@ bool IsAtOrBelow(const std::wstring& path, const std::wstring& folder) {
         at = std::move(above);
     }
 }
+
+// Saves and moves of a document hold the gate of its container, whichever form is there.
+std::wstring ContainerOf(const std::wstring& path) { return EndsWithNoCase(path, kContainerExtension) ? path : ZipPathStr(path); }
 
 class FolderCopy {
 public:
@@ -63,7 +64,7 @@ public:
             if (made.isFolder) {
                 TryForAMoment(removeFolder);
             } else if (made.version) {
-                const SaveGate gate(made.path);
+                const SaveGate gate(ContainerOf(made.path));
                 DeleteIfVersion(made.path, *made.version);
             }
         }
@@ -88,7 +89,7 @@ private:
             m_made.push_back({destination, true, {}});
         Win32Error error = Win32Error::None;
         const bool complete = ForEachEntry(source, [&](const std::wstring& child, const WIN32_FIND_DATAW& entry) {
-            if (EqualNoCase(entry.cFileName, kSideFolder))
+            if (EqualNoCase(entry.cFileName, kSideFolderName))
                 return true;
             error = CopyItem(child, PathAppendStr(destination, entry.cFileName), isOwnFolder);
             return error == Win32Error::None;
@@ -97,7 +98,8 @@ private:
     }
 
     Win32Error CopyOneFile(const std::wstring& source, const std::wstring& destination, bool isInOwnFolder) {
-        const SaveGate gate(destination);
+        // A save under a lock writes a container where it stands, which must not be copied meanwhile.
+        const SaveGates gates(ContainerOf(source), ContainerOf(destination));
         const std::optional<FileVersion> known = isInOwnFolder ? std::nullopt : ReadFileVersion(destination);
         const Win32Error error = CopyInPlace(source, destination, m_failIfExists, &known);
         if (error != Win32Error::None)

@@ -20,8 +20,11 @@ VirtualVolumeStatus HeldSource::Hold(const std::wstring& path) {
         return VSS_SharingViolation;
     m_isClosed = true;
     m_source.CloseFile();
-    return VirtualItem::CreateFileInAMoment(path, GENERIC_READ | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING,
-                                            FILE_ATTRIBUTE_NORMAL, m_hFile);
+    constexpr DWORD access = GENERIC_READ | DELETE;
+    m_isAlone = VirtualItem::CreateFileW(path, access, FILE_SHARE_READ, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, m_hFile) == VVS_Success;
+    return m_isAlone ? VVS_Success
+                     : VirtualItem::CreateFileInAMoment(path, access, FILE_SHARE_READ | FILE_SHARE_DELETE, OPEN_EXISTING,
+                                                        FILE_ATTRIBUTE_NORMAL, m_hFile);
 }
 
 VirtualVolumeStatus HeldSource::MarkForDeletion() const { return StatusOfCall(DeleteUndeleteFile(m_hFile.Get(), true)); }

@@ -20,6 +20,7 @@ public:
 
     VirtualVolumeStatus Hold(const std::wstring& path);
     HANDLE File() const { return m_hFile.Get(); }
+    bool IsAlone() const { return m_isAlone; }  // nobody else who has it open may delete it
     VirtualVolumeStatus MarkForDeletion() const;
     // The item has its new path; its old file may be deleted.
     void Moved();
@@ -30,4 +31,5 @@ private:
     UniqueHandle m_hFile;
     bool m_isClosed = false;  // the item's own handle
     bool m_isMoved = false;
+    bool m_isAlone = false;
 };

@@ -11,6 +11,7 @@
 #include <shlobj.h>
 
 #include "diagnostics/Trace.h"
+#include "files/Deletion.h"
 #include "items/TrackingFile.h"
 #include "library/Disk.h"
 #include "library/Locks.h"
@@ -104,7 +105,7 @@ bool BaseFolder(std::wstring& folder) {
     const DWORD length = GetTempPathW(static_cast<DWORD>(std::size(tempPath)), tempPath);
     if (length == 0 || length >= std::size(tempPath))
         return false;
-    folder = PathAppendStr(tempPath, L"HalvaneCloud");
+    folder = PathAppendStr(tempPath, kCopiesFolderName);
     return MakeFolder(folder);
 }
 
@@ -348,10 +349,9 @@ void VirtualTempFileDispenser::MoveFolder(const std::wstring& oldFolderPath, con
         DeleteTempFolder(left.tempFilePath);
     for (const CacheEntry& entry : moved)
         if (entry.copy.unsaved)
-            WriteTrackingFile(
-                TrackingFilePathStr(entry.copy.tempFilePath),
-                TrackingRecordOf(ZipPathStr(entry.key), entry.copy.container.value_or(FileVersion{}).stamp, entry.copy.tempFilePath,
-                                 ReadFileStamp(entry.copy.tempFilePath).value_or(FileStamp{}), PathStripPathStr(entry.key)));
+            WriteTrackingFile(TrackingFilePathStr(entry.copy.tempFilePath),
+                              {ZipPathStr(entry.key), entry.copy.container.value_or(FileVersion{}).stamp, entry.copy.tempFilePath,
+                               ReadFileStamp(entry.copy.tempFilePath).value_or(FileStamp{}), PathStripPathStr(entry.key)});
 }
 
 // First the files whose names are known, then anything else.

@@ -1,4 +1,4 @@
-// Makes the temp files into which encrypted items are decrypted, and keeps the retained copies and waiting edits of closed items for
+// Makes the temp files into which encrypted items are decrypted, and keeps the retained copies and unsaved edits of closed items for
 // the next open. Each temp file has the item's name and a folder of its own
 // below <user's temp folder>\HalvaneCloud. Process-wide; one critical section guards the retained copies, and no disk is
 // accessed while it is held. One item at a time has a copy: Dispense takes it out, Retain puts it back.
@@ -25,7 +25,7 @@ public:
     static bool CreateTempFileName(const std::wstring& fileName, std::wstring& tempFilePath);
 
     // True: copy is the item's retained copy. It is if contentWanted, it is of the version stored now (container; nothing: none is
-    // stored), and it is a waiting edit or agrees with findData (null: it does not). False:
+    // stored), and it is an unsaved edit or agrees with findData (null: it does not). False:
     // copy.tempFilePath is a new path, empty when none could be made.
     static bool Dispense(const std::wstring& filePathKey, bool contentWanted, const VirtFindData* findData,
                          const std::optional<FileVersion>& container, RetainedCopy& copy);
@@ -38,10 +38,10 @@ public:
     // Does an edit of the item, or of any item below a folder, wait for its next save?
     static bool HoldsUnsavedEdit(const std::wstring& filePathKey);
     static bool HoldsUnsavedEditBelow(const std::wstring& folderPath);
-    // Takes out a waiting edit whose container somebody else replaced since; false when there is none.
+    // Takes out an unsaved edit whose container somebody else replaced since; false when there is none.
     static bool TakeOvertakenEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container, RetainedCopy& copy);
 
-    // The waiting edit of the version that is stored now, which is what an open shows.
+    // The unsaved edit of the version that is stored now, which is what an open shows.
     static std::optional<RetainedCopy> ShownEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container);
 
     // While an edit waits, an encrypted item's record in this folder gets the size and write time of what an open shows.

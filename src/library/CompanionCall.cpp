@@ -5,10 +5,10 @@
 // The function below catches exceptions that a program raises itself, which have bit 29 ("NTSTATUS", "RaiseException"), except those of
 // this compiler, which its own frames handle.
 extern "C" __attribute__((used)) LONG QuelcryptForeignFilter(EXCEPTION_POINTERS* exception, void*) {
-    constexpr DWORD kRaisedByProgram = 1u << 29;
+    constexpr DWORD raisedByProgram = 1u << 29;
     const DWORD code = exception->ExceptionRecord->ExceptionCode;
     const bool isOwn = (code & 0xFFFFFF) == 0x474343;  // "GCC"
-    return (code & kRaisedByProgram) && !isOwn ? EXCEPTION_EXECUTE_HANDLER : EXCEPTION_CONTINUE_SEARCH;
+    return (code & raisedByProgram) && !isOwn ? EXCEPTION_EXECUTE_HANDLER : EXCEPTION_CONTINUE_SEARCH;
 }
 
 // This compiler has no __try; its assembler can do the same ("x64 exception handling": language-specific handler, scope table).

@@ -57,8 +57,7 @@ std::optional<FileStamp> ReadFileStamp(const std::wstring& path) {
     WIN32_FILE_ATTRIBUTE_DATA data{};
     if (!GetFileAttributesExW(PlatformPath(path).c_str(), GetFileExInfoStandard, &data))
         return std::nullopt;
-    return FileStamp{data.dwFileAttributes, static_cast<std::int64_t>(FileTimeNumber(data.ftLastWriteTime)),
-                     static_cast<std::int64_t>(Joined(data.nFileSizeHigh, data.nFileSizeLow))};
+    return StampOf(data);
 }
 
 bool IsMovedVersion(const FileVersion& renamed, const FileVersion& arrived) {

@@ -8,13 +8,8 @@
 
 #include <windows.h>
 
-// A file as a directory lists it: attribute bits, last-write time (FILETIME) and size in bytes.
-struct FileStamp {
-    std::uint32_t attributes = 0;
-    std::int64_t writeTime = 0;
-    std::int64_t size = 0;
-    bool operator==(const FileStamp&) const = default;
-};
+#include "common/FileStamp.h"
+
 // Nothing when the file cannot be read; the last error says why.
 std::optional<FileStamp> ReadFileStamp(const std::wstring& path);
 std::optional<FileStamp> ReadOpenFileStamp(HANDLE hFile);

@@ -3,34 +3,24 @@
 #include <algorithm>
 #include <cwchar>
 #include <iterator>
+#include <utility>
 
+#include "common/CharacterSets.h"
 #include "quelcrypt/QuelcryptExceptions.h"
 
 std::string Utf8EncodeStr(const wchar_t* text, DWORD length) {
-    if (length == 0)
-        return {};
-    const int units = static_cast<int>(length);
-    const int bytes = WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, units, nullptr, 0, nullptr, nullptr);
-    if (bytes <= 0)
+    auto encoded = NarrowedExactly({text, length}, CharacterSet::Utf8);
+    if (!encoded)
         throw CQuelcryptErrorException(L"Cannot encode");
-    std::string encoded(static_cast<std::size_t>(bytes), '\0');
-    WideCharToMultiByte(CP_UTF8, WC_ERR_INVALID_CHARS, text, units, encoded.data(), bytes, nullptr, nullptr);
-    return encoded;
+    return *std::move(encoded);
 }
 
 std::wstring Utf8DecodeStr(std::string_view text) {
-    if (text.empty())
-        return {};
-    const int bytes = static_cast<int>(text.size());
-    const int units = MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), bytes, nullptr, 0);
-    if (units <= 0)
+    auto decoded = WidenedExactly(text, CharacterSet::Utf8);
+    if (!decoded)
         throw CQuelcryptErrorException(L"Cannot decode");
-    std::wstring decoded(static_cast<std::size_t>(units), L'\0');
-    MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, text.data(), bytes, decoded.data(), units);
-    return decoded;
+    return *std::move(decoded);
 }
-
-bool IsPossibleName(std::wstring_view name) { return name.find_first_of(L"*?<>|\":") == name.npos; }
 
 bool IsWellFormed(std::wstring_view text) {
     bool afterFirstHalf = false;

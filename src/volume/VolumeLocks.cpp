@@ -1,7 +1,7 @@
 #include <cstring>
 
 #include "common/Halves.h"
-#include "items/SaveNames.h"
+#include "common/SaveNames.h"
 #include "library/Disk.h"
 #include "library/Owners.h"
 #include "library/Paths.h"

@@ -222,7 +222,9 @@ IFileReader* Quelcrypt_FileReaderFactory(IHvcStringW* containerPath) {
 IFileWriter* Quelcrypt_FileWriterFactory(IHvcStringW* path, IHvcStringW* name, IHvcStringW* source, std::uint32_t attributes,
                                          const SYSTEMTIME* lastWrite, const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation,
                                          std::int32_t, std::uint32_t, void*) {
-    const auto make = [&] { return companion::MakeWriter(path, name, source, attributes, lastWrite, lastAccess, creation); };
+    const auto make = [&] {
+        return companion::MakeWriter(path, name, source, attributes, lastWrite, lastAccess, creation, companion::IfThere::Replace);
+    };
     return Counting<CountedWriter>(Do(__func__, make));
 }
 

@@ -88,7 +88,7 @@ IFileReader* MakeReader(IHvcStringW* containerPath) {
 }
 
 IFileWriter* MakeWriter(IHvcStringW* containerPath, IHvcStringW* virtualFileSpec, IHvcStringW*, std::uint32_t, const SYSTEMTIME* lastWrite,
-                        const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation) {
+                        const SYSTEMTIME* lastAccess, const SYSTEMTIME* creation, IfThere) {
     ContainerHeader header{.times = {*lastWrite, *lastAccess, *creation}};
     std::wcsncpy(header.name, virtualFileSpec->GetString(), std::size(header.name) - 1);
     return new Writer(containerPath->GetString(), {header, {}});

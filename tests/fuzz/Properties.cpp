@@ -5,19 +5,30 @@
 #include <cstdint>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <string>
 
+#include "common/CharacterSets.h"
+#include "common/TrackingText.h"
 #include "core/HostError.h"
 #include "core/Text.h"
-#include "core/TrackingText.h"
 #include "core/VolumePath.h"
 #include "webdav/Conditions.h"
 #include "webdav/Http.h"
 #include "webdav/Xml.h"
 
 // Stand-ins for what asks the platform.
-std::string ToUtf8(std::wstring_view text) { return {text.begin(), text.end()}; }
-std::wstring ToUtf16(std::string_view text) { return {text.begin(), text.end()}; }
+std::string Narrowed(std::wstring_view text, CharacterSet) { return {text.begin(), text.end()}; }
+std::wstring Widened(std::string_view text, CharacterSet) {
+    std::wstring wide;
+    for (const char unit : text)
+        wide += static_cast<unsigned char>(unit);
+    return wide;
+}
+std::optional<std::string> NarrowedExactly(std::wstring_view text, CharacterSet to) { return Narrowed(text, to); }
+std::optional<std::wstring> WidenedExactly(std::string_view text, CharacterSet from) { return Widened(text, from); }
+std::string ToUtf8(std::wstring_view text) { return Narrowed(text, CharacterSet::Utf8); }
+std::wstring ToUtf16(std::string_view text) { return Widened(text, CharacterSet::Utf8); }
 std::wstring UniqueSuffix() { return L"1a2b3c4d"; }
 
 namespace {
@@ -48,24 +59,10 @@ void VolumePaths(Input input) {
     }
 }
 
-std::wstring Written(const std::wstring& path, const FileState& state) {
-    return L"<name><![CDATA[" + path + L"]]></name><attributes>" + std::to_wstring(static_cast<std::int32_t>(state.attributes)) +
-           L"</attributes><writetime>" + std::to_wstring(static_cast<std::int64_t>(state.lastWriteTime)) + L"</writetime><size>" +
-           std::to_wstring(static_cast<std::int64_t>(state.size)) + L"</size>";
-}
-
 // A tracking file that was cut or changed is refused or read, and one that is whole is read as it was written.
 void TrackingFiles(Input input) {
-    const std::wstring text(input.begin(), input.end());
-    const std::optional<Tracking> read = ParseTracking(text);
-    if (!read)
-        return;
-    assert(!read->container.empty());
-    const std::optional<Tracking> again =
-        ParseTracking(L"<halvanecloud><filetracking><srcfile>" + Written(read->container, read->containerState) +
-                      L"</srcfile><filespec><name><![CDATA[" + read->name + L"]]></name></filespec><tempfile>" +
-                      Written(read->copy, read->copyState) + L"</tempfile></filetracking></halvanecloud>\r\n");
-    assert(again == read);
+    const std::optional<TrackingRecord> read = ParseTrackingText({reinterpret_cast<const char*>(input.data()), input.size()});
+    assert(!read || (!read->sourceName.empty() && ParseTrackingText(TrackingText(*read)) == read));
 }
 
 // The conditions of a request: If, entity tags, ranges.
@@ -113,7 +110,9 @@ void XmlRequests(Input input) {
         return;
     }
     assert(!node.IsText() && Depth(node) <= 66);
-    const webdav::XmlNode again = webdav::ParseXml("<D:w xmlns:D='DAV:'>" + webdav::Serialized(node) + "</D:w>");
+    const std::string text = webdav::Serialized(node, SIZE_MAX).value();
+    assert(!webdav::Serialized(node, text.size() - 1));
+    const webdav::XmlNode again = webdav::ParseXml("<D:w xmlns:D='DAV:'>" + text + "</D:w>");
     assert(again.children.size() == 1 && again.children[0] == node);
 }
 

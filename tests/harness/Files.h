@@ -7,6 +7,8 @@
 
 #include <windows.h>
 
+#include "common/Owners.h"
+
 // As long as it lives others can open the file or folder only as shareMode says.
 class Held {
 public:
@@ -30,8 +32,6 @@ inline std::string Narrow(const std::wstring& text) {
                                                                static_cast<int>(narrow.size()), nullptr, nullptr)));
     return narrow;
 }
-
-inline constexpr std::uint32_t kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 
 inline bool WriteRaw(const std::wstring& nativePath, std::string_view bytes, DWORD disposition = CREATE_ALWAYS) {
     const Held file(nativePath, kShareAll, GENERIC_WRITE, disposition);

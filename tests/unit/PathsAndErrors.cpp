@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include "files/Deletion.h"
 #include "items/TrackingFile.h"
 #include "library/Disk.h"
 #include "library/FileVersion.h"
@@ -13,7 +14,6 @@
 #include "library/PlatformPath.h"
 #include "library/Status.h"
 #include "library/Win32Error.h"
-#include "policy/HvcUtils.h"
 
 static std::wstring TempPath(const std::wstring& name) {
     return std::filesystem::temp_directory_path() / (name + std::to_wstring(GetCurrentProcessId()));
@@ -78,6 +78,7 @@ TEST(PathsAndErrors, TrackingFilesHaveTheirWholeShape) {
     ASSERT_TRUE(WriteTrackingFile(path, record));
     {
         std::ifstream file(path.c_str(), std::ios::binary);
+        const std::string text(std::istreambuf_iterator<char>(file), {});
         EXPECT_EQ(
             "<halvanecloud>\r\n<filetracking>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n<id>0</id>\r\n</process>\r\n"
             "<srcfile>\r\n<name><![CDATA[C:\\d\\?]]>.txt.zip]]></name>\r\n<attributes>-2147483616</attributes>\r\n"
@@ -88,8 +89,10 @@ TEST(PathsAndErrors, TrackingFilesHaveTheirWholeShape) {
             "<ar>\r\n<fid></fid>\r\n<fv></fv>\r\n<o>\r\n<id></id>\r\n<iid></iid>\r\n<fn></fn>\r\n<ofn></ofn></o>\r\n"
             "<a><id></id>\r\n<iid></iid>\r\n<ifn></ifn>\r\n<ofn></ofn></a>\r\n</ar>\r\n</filetracking>\r\n</halvanecloud>\r\n"
             "<!-- utf8: C%3A%5Cd%5C%E6%97%A5%5D%5D%3E.txt.zip | C%3A%5Ct%5Ca.txt | a.txt -->\r\n",
-            std::string(std::istreambuf_iterator<char>(file), {}));
+            text);
     }
+    record.sourceName = L"C:\\d\\\x65E5].txt.zip";
+    EXPECT_EQ(record, ParseTrackingText(TrackingText(record)));
     EXPECT_TRUE(DeleteFileW(path.c_str()));
     EXPECT_FALSE(WriteTrackingFile(L"C:\\no such folder\\a.hvf", record));
 }

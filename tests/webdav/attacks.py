@@ -41,7 +41,8 @@ REQUESTS = [
     *(({wanted}, 'GET', urllib.parse.quote(path)) for wanted, path in
       ((414, '/' + '~/' * 1000), (414, '/' + 'é/' * 1000), (414, '/Docs/x' + '/~' * 8000), (404, '/Docs/' + '~/' * 120), (404, '/Docs/' + 'é/' * 120))),
     *(({wanted}, method, path, b'x' if method == 'PUT' else None) for method in ('GET', 'PUT', 'DELETE', 'PROPFIND', 'MKCOL') for wanted, path in
-      ((400, '/Docs/../../secret.txt'), (400, '/Docs/NUL'), (414, '/Docs/' + 'x' * 300), (400, '//%3F/C:/x'))),
+      ((400, '/Docs/../../secret.txt'), (400, '/Docs/NUL'), (400, '/Plain/policy.hvc.zip'), (400, '/Docs/a..zip'), (414, '/Docs/' + 'x' * 300),
+       (400, '//%3F/C:/x'))),
     *(({wanted}, 'MOVE', '/Docs/a.txt', None, {'Destination': to}) for wanted, to in
       ((400, '/Docs/../../secret.txt'), (400, '/Docs/NUL'), (414, '/Docs/' + 'x' * 300), (414, '/Docs/' + 'x/' * 500), (400, '/Docs/b?.txt'),
        (502, 'http://elsewhere.example/Docs/a.txt'))),

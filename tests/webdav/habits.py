@@ -228,6 +228,25 @@ def a_replaced_folder_is_not_lost(dav):
         dav('DELETE', kept[0])
 
 
+def a_copy_and_what_others_do_meanwhile(dav):
+    source = dav.fresh('many', *(f'{number}.txt' for number in range(40)))
+
+    def while_copied(to, act):
+        """Calls act when a part is there, or everything."""
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            answer = pool.submit(dav, 'COPY', source, to=to)
+            until(lambda: answer.done() or any('~' in name for name in os.listdir(dav.native(to).parent)))
+            return act(), status(answer.result(), 201, 204)
+
+    target, gift = dav.fresh('over', 'old.txt'), dav.fresh('gift', 'gift.txt')
+    while_copied(target, lambda: dav.native(gift).rename(dav.native(target + 'gift')))
+    expect(list(dav.native('/Docs/').glob('over*/gift/gift.txt.zip')), 'a folder that was moved into the replaced one is gone')
+    into = dav.fresh('into')
+    (token, seen), _ = while_copied(into + 'copy/', lambda: (token_of(dav.lock(into, depth='infinity')), dav.listing(into)))
+    expect(seen == dav.listing(into), 'something came under the lock')
+    status(dav('UNLOCK', into, Lock_Token=token), 204)
+
+
 def whatever_is_listed_can_be_used(dav):
     folder = dav.fresh('listed', 'good.txt')
     container = dav.native(folder + 'good.txt.zip').read_bytes()

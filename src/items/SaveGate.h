@@ -1,20 +1,10 @@
-// The names for edits that cannot be saved under their own name, and the gate that allows one save of a container at a time.
+// The gate that allows one save of a container at a time.
 #pragma once
 
 #include <memory>
 #include <string>
 
 #include "library/Locks.h"
-
-enum class SaveName { ConflictedEdit = 0, BackupEdit = 1 };
-
-// "report.docx" -> "report (HalvaneCloud conflicted edit 2024-05-01).docx", with the local date. A number of 2 or more, for
-// later names of the same day, is added before the extension: " (2)". A stem that is too long is cut.
-std::wstring SaveNameStr(const std::wstring& itemName, SaveName kind, int number = 1);
-
-// Can a file get this name? If it is to be encrypted, there must be room in a name for its container, too, and for the
-// containers of its conflict names.
-bool IsNameForNewFile(const std::wstring& itemName, bool isEncrypted);
 
 // Held while an item checks its container and replaces it: when two items save one container, the second sees
 // what the first stored. Different containers do not wait for each other. Throws std::bad_alloc.

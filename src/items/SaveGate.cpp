@@ -1,27 +1,13 @@
-#include "items/SaveNames.h"
+#include "items/SaveGate.h"
 
-#include <ctime>
-#include <cwchar>
 #include <unordered_map>
 
+#include "common/Names.h"
 #include "diagnostics/Formatters.h"
 #include "library/FileVersion.h"
 #include "library/Paths.h"
-#include "library/Text.h"
-#include "policy/HvcUtils.h"
 
 namespace {
-
-constexpr std::size_t kLongestName = 255;   // UTF-16 units that file systems store, without the terminator
-constexpr std::size_t kLongestSuffix = 52;  // " (HalvaneCloud conflicted edit 2024-05-01) (1000)" and some room
-
-// The stem, cut so that the units that follow it and a container's extension have room.
-std::wstring ShortenedStem(const std::wstring& stem, std::size_t followingUnits) {
-    const std::size_t taken = followingUnits + kContainerExtension.size();
-    std::size_t units = taken < kLongestName ? kLongestName - taken : 1;
-    const bool splitsPair = units < stem.size() && (stem[units] & 0xFC00) == 0xDC00;  // the second half of a surrogate pair
-    return stem.substr(0, splitsPair ? units - 1 : units);
-}
 
 struct GateTable {
     CriticalSection section{LockOrder::SaveGates};
@@ -34,27 +20,6 @@ GateTable& Table() {
 }
 
 }  // namespace
-
-std::wstring SaveNameStr(const std::wstring& itemName, SaveName kind, int number) {
-    SYSTEMTIME now{};
-    GetLocalTime(&now);
-    const wchar_t* const layout =
-        kind == SaveName::ConflictedEdit ? L" (HalvaneCloud conflicted edit %Y-%m-%d)" : L" (HalvaneCloud backup edit %Y-%m-%d)";
-    std::wstring suffix = FormatTimeStr(now, layout);
-    if (number > 1)
-        suffix += FormatStr(L" (%d)", number);
-    const std::wstring stem = PathRemoveExtensionStr(itemName);
-    const std::wstring extension = itemName.substr(stem.size());
-    return FormatStr(L"%s%s%s", ShortenedStem(stem, suffix.size() + extension.size()), suffix, extension);
-}
-
-bool IsNameForNewFile(const std::wstring& itemName, bool isEncrypted) {
-    if (!isEncrypted || !IsPossibleName(itemName))
-        return IsPossibleName(itemName);
-    const std::size_t extensionUnits = itemName.size() - PathRemoveExtensionStr(itemName).size();
-    return itemName.size() + kContainerExtension.size() <= kLongestName &&
-           extensionUnits + kLongestSuffix + kContainerExtension.size() < kLongestName;
-}
 
 // One folder may have several paths, through links or other spellings, but has one identity.
 std::wstring SaveGate::FolderKeyOf(const std::wstring& folderPath) {
