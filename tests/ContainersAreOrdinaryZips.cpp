@@ -50,6 +50,7 @@ TEST_F(ContainersAreOrdinaryZips, MayBeLongerThanAnOlderZip) {
         ASSERT_TRUE(read) << size;
         EXPECT_EQ(read->plainBytes, size);
         EXPECT_EQ(read->storedBytes, size + 28);
+        EXPECT_TRUE(read->isOwnForm);
         EXPECT_FALSE(companion::OnlyEntry(end, at + end.size() - 1)) << "a byte was cut out";
     }
 }
