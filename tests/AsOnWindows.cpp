@@ -3,16 +3,18 @@
 
 using AsOnWindows = VolumeFixture;
 
-// Every file that was written is held open by somebody else for a moment after its close.
-TEST_F(AsOnWindows, AScannerMakesNothingFail) {
+// Every file that was written is held open by somebody else for a moment after its close, and a page has a folder of its files.
+TEST_F(AsOnWindows, NothingFails) {
     UnloadVolume();
-    SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", L"abcdefgh");
+    SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", L"abcdefghijkl");
     LoadVolume();
     for (const std::wstring& folder : {std::wstring(L"Docs\\"), std::wstring(L"Plain\\")})
         for (int round = 0; round < 6; ++round) {
             SCOPED_TRACE(Narrow(folder) + " round " + std::to_string(round));
-            const std::wstring a = folder + L"a.txt", b = folder + L"b.txt", c = folder + L"c.txt";
+            const std::wstring a = folder + L"a.txt", b = folder + L"b.txt", c = folder + L"c.htm";
             const std::wstring other = (folder == L"Docs\\" ? L"Plain\\" : L"Docs\\") + std::wstring(L"a.txt");
+            MakeFolder(folder + L"c_files");
+            MakePlain(folder + L"c_files\\image.png", "of the page");
             for (int at = 0; at <= round; ++at)  // who scans which one
                 Put(folder + L"before" + std::to_wstring(at) + L".tmp", "written");
             Put(a, "first");
@@ -27,45 +29,22 @@ TEST_F(AsOnWindows, AScannerMakesNothingFail) {
             EXPECT_EQ("second", Get(b));
             EXPECT_EACH(VVS_Success, Delete(b), Delete(c));
             windows_rules::Release();  // a plain file's name stays until then
-            EXPECT_EQ(0u, List(folder + L"?.txt").size());
+            EXPECT_EQ(0u, List(folder + L"?.*").size());
+            EXPECT_TRUE(Exists(NativePath(folder + L"c_files\\image.png")));
         }
     SetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", nullptr);
 }
 
 // A placeholder is fetched when it is read ("File Attribute Constants", FILE_ATTRIBUTE_OFFLINE).
 TEST_F(AsOnWindows, OnlyOpeningFetchesAPlaceholder) {
-    static bool s_isFetched = false;
-    static const auto markPlaceholder = [](DWORD& attributes, const std::wstring& path) {
-        if (!s_isFetched && path.ends_with(L"elsewhere.txt.zip"))
-            attributes |= FILE_ATTRIBUTE_OFFLINE;
-    };
-    for (const HMODULE module : {GetModuleHandleW(L"QuelcryptVol64.dll"), GetModuleHandleW(L"QuelcryptLib64.dll")}) {
-        REPLACE(module, GetFileAttributesExW, [](auto path, auto level, auto data) {
-            const BOOL isFound = GetFileAttributesExW(path, level, data);
-            markPlaceholder(static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data)->dwFileAttributes, path);
-            return isFound;
-        });
-        REPLACE(module, FindFirstFileW, [](auto path, auto found) {
-            const HANDLE search = FindFirstFileW(path, found);
-            markPlaceholder(found->dwFileAttributes, found->cFileName);
-            return search;
-        });
-        REPLACE(module, ReadFile, [](auto file, auto... rest) {
-            wchar_t path[MAX_PATH] = L"";
-            GetFinalPathNameByHandleW(file, path, MAX_PATH, 0);
-            s_isFetched |= std::wstring(path).ends_with(L"elsewhere.txt.zip");
-            return ReadFile(file, rest...);
-        });
-    }
     for (const bool isLocked : {false, true}) {
-        s_isFetched = true;
         MakeEncrypted(L"Docs\\elsewhere.txt", "content");
-        s_isFetched = false;
+        windows_rules::Mark(L"elsewhere.txt.zip", IO_REPARSE_TAG_CLOUD);
         EXPECT_EQ(Names{L"elsewhere.txt.zip"}, List(L"Docs\\else*"));
-        EXPECT_FALSE(s_isFetched);
+        EXPECT_FALSE(windows_rules::IsFetched());
         const std::wstring token = isLocked ? Lock(L"Docs\\elsewhere.txt") : L"";
         EXPECT_EQ("content", Get(L"Docs\\elsewhere.txt"));
-        EXPECT_TRUE(s_isFetched);
+        EXPECT_TRUE(windows_rules::IsFetched());
         EXPECT_EQ(Names{L"elsewhere.txt"}, List(L"Docs\\else*"));
         Unlock(L"Docs\\elsewhere.txt", token);
     }

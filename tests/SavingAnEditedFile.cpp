@@ -199,8 +199,11 @@ TEST_F(SavingAnEditedFile, TellsAndSetsTimesAndAttributes) {
             EXPECT_NE(0u, record.fileAttributes & FILE_ATTRIBUTE_HIDDEN);
             Close(hFile);
         }
-        // An edit that does not set it has the time of the edit.
-        Close(OpenEdited(path, "again"));
+        // An edit after it was set has the time of the edit.
+        hFile = MustOpen(path);
+        EXPECT_OK(SetInfo(hFile, kKeep, 0, late));
+        EXPECT_OK(Write(hFile, "again"));
+        Close(hFile);
         EXPECT_LT(late, Record(path).lastWriteTime);
     }
 

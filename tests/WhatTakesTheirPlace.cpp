@@ -41,17 +41,7 @@ TEST_F(WhatTakesTheirPlace, AFolderSendsTheEditToAConflictName) {
 TEST_F(WhatTakesTheirPlace, ALinkDoesNotTakeThatOfItsTarget) {
     MakePlain(L"Plain\\target.log", "content");
     ASSERT_TRUE(CreateHardLinkW(NativePath(L"Plain\\link.log").c_str(), NativePath(L"Plain\\target.log").c_str(), nullptr));
-    // For the volume the one is a link to the other.
-    static const auto isLink = [](const wchar_t* path) { return std::wstring_view(path).ends_with(L"link.log"); };
-    REPLACE_IN_VOLUME(GetFileAttributesW, [](auto path) -> DWORD {
-        return GetFileAttributesW(path) | (isLink(path) ? static_cast<DWORD>(FILE_ATTRIBUTE_REPARSE_POINT) : 0);
-    });
-    REPLACE_IN_VOLUME(FindFirstFileW, [](auto path, auto found) {
-        const HANDLE search = FindFirstFileW(path, found);
-        found->dwFileAttributes |= isLink(path) ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
-        found->dwReserved0 = isLink(path) ? IO_REPARSE_TAG_SYMLINK : 0;
-        return search;
-    });
+    windows_rules::Mark(L"link.log", IO_REPARSE_TAG_SYMLINK);  // for the volume the one is a link to the other
     EXPECT_EQ(VVS_PathAlreadyExists, Rename(L"Plain\\link.log", L"Plain\\target.log"));
     EXPECT_EQ(VVS_PathAlreadyExists, Move(L"Plain\\link.log", L"Plain\\target.log"));
     EXPECT_EQ("content", ReadRaw(NativePath(L"Plain\\target.log")));

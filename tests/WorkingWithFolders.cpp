@@ -187,6 +187,9 @@ TEST_F(WorkingWithFolders, AreCopiedWhole) {
         EXPECT_EQ(VSS_SharingViolation, Copy(L"Docs\\tree", L"Docs\\copy"));
         EXPECT_FALSE(Exists(NativePath(L"Docs\\copy")));
     }
+    windows_rules::Mark(L"deep", IO_REPARSE_TAG_MOUNT_POINT);  // it may lead anywhere
+    EXPECT_EQ(VSS_NotImplemented, Copy(L"Docs\\tree", L"Docs\\copy"));
+    EXPECT_FALSE(Exists(NativePath(L"Docs\\copy")));
     EXPECT_TRUE(before == Disk());
 }
 

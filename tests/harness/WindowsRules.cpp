@@ -1,15 +1,18 @@
 #include "harness/WindowsRules.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
+#include <memory>
 #include <mutex>
-#include <optional>
 #include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include <windows.h>
+
+#include <shellapi.h>
 
 #include "harness/Imports.h"
 
@@ -23,15 +26,16 @@ namespace {
     }())
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr DWORD kReads = GENERIC_READ | GENERIC_ALL | FILE_READ_DATA;
 constexpr DWORD kWrites = GENERIC_WRITE | GENERIC_ALL | FILE_WRITE_DATA;
 constexpr int kLooksBeforeBits = 2;
 constexpr int kScannersCalls = 12;  // a scanner holds a file for so many calls of the module; a pause counts as four
 
-struct Opened {
+struct Opened {  // duplicated handles share one
     std::wstring path;
     bool isWriter;
-    std::int64_t timeBefore;             // of a writer's file; 0: there was none
-    std::optional<FILETIME> timeByHand;  // set explicitly on the handle
+    bool wasWritten = false;
+    bool isTimeByHand = false;  // set explicitly through it
 };
 struct Scanner {
     HANDLE handle;
@@ -40,10 +44,13 @@ struct Scanner {
 };
 struct State {
     std::recursive_mutex mutex;
-    std::map<HANDLE, Opened> opened;  // by the modules
+    std::map<HANDLE, std::shared_ptr<Opened>> opened;  // by the modules
     std::vector<Scanner> scanners;
     std::set<std::wstring> toBeDeleted;
     std::map<std::wstring, int> looks;  // at files that were written or put in place, some of which are looked at longer than others
+    std::wstring marked;                // how the paths end that a test marked
+    DWORD tag = 0;
+    bool isFetched = false;
     int written = 0;
     unsigned scans = 0;
 };
@@ -59,7 +66,7 @@ std::wstring KeyOf(std::wstring path) {
 bool IsHeld(const std::wstring& key) {
     const auto holds = [&](const auto& holder) { return holder.path == key; };
     return std::ranges::any_of(g_state.scanners, holds) ||
-           std::ranges::any_of(g_state.opened, [&](const auto& open) { return holds(open.second); });
+           std::ranges::any_of(g_state.opened, [&](const auto& open) { return holds(*open.second); });
 }
 
 // Nobody can open a file that is marked for deletion; its name stays until its last handle is closed ("DeleteFile").
@@ -109,27 +116,68 @@ bool IsTooLong(const wchar_t* path, std::size_t longest = MAX_PATH - 1) {
 }
 bool IsRefused(const wchar_t* path) { return IsTooLong(path) || IsToBeDeleted(path); }
 
-std::int64_t Number(const FILETIME& time) { return static_cast<std::int64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime; }
-FILETIME TimeOf(std::int64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
+// Is it what a test marked? With the given tag only, and not fetched yet.
+bool IsMarked(const std::wstring& key, DWORD tag) {
+    return g_state.tag == tag && !g_state.isFetched && !g_state.marked.empty() && key.ends_with(g_state.marked);
+}
 
-// The attributes and time that the platform reports. Sync clients and indexers set bits soon after the writer has closed the file ("File
-// Attribute Constants"); its write time is updated only then ("WriteFile", Remarks), in steps of two seconds on some disks ("File Times").
-void Tell(const std::wstring& key, DWORD& attributes, std::int64_t& writeTime) {
+// 0: no reparse point. By rule "k" all in a sync client's, or a deduplicated, folder is one, though no link ("Reparse Point Tags").
+DWORD TagOf(const std::wstring& key) {
+    return IsMarked(key, g_state.tag) ? g_state.tag : windows_rules::Has('k') ? static_cast<DWORD>(IO_REPARSE_TAG_CLOUD) : 0;
+}
+
+// The attributes that the platform reports. Sync clients and indexers set bits soon after the writer has closed the file, and others where
+// its content is elsewhere ("File Attribute Constants").
+void Tell(const std::wstring& key, DWORD& attributes) {
     constexpr DWORD kPinned = 0x80000;
-    constexpr std::int64_t kTwoSeconds = 20'000'000;
     const std::lock_guard guard(g_state.mutex);
     const auto looked = g_state.looks.find(key);
     if (windows_rules::Has('c') && looked != g_state.looks.end() && ++looked->second > kLooksBeforeBits)
         attributes = (attributes & ~static_cast<DWORD>(FILE_ATTRIBUTE_ARCHIVE)) | FILE_ATTRIBUTE_NOT_CONTENT_INDEXED | kPinned;
-    if (!windows_rules::Has('f'))
-        return;
-    for (const auto& [handle, file] : g_state.opened)
-        if (file.isWriter && file.path == key && file.timeBefore != 0 && !file.timeByHand)
-            writeTime = file.timeBefore;
-    writeTime -= writeTime % kTwoSeconds;
+    attributes |= TagOf(key) != 0 ? FILE_ATTRIBUTE_REPARSE_POINT : 0;
+    attributes |= IsMarked(key, IO_REPARSE_TAG_CLOUD) ? FILE_ATTRIBUTE_OFFLINE : 0;
+}
+BOOL TellEntry(WIN32_FIND_DATAW* entry) {
+    const std::wstring name = KeyOf(entry->cFileName);
+    if (!(entry->dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT))
+        entry->dwReserved0 = TagOf(name);
+    Tell(name, entry->dwFileAttributes);
+    return TRUE;
 }
 
 void BeginLooks(const std::wstring& key) { g_state.looks[key] = -(g_state.written++ % 16); }
+
+std::int64_t Number(const FILETIME& time) { return static_cast<std::int64_t>(time.dwHighDateTime) << 32 | time.dwLowDateTime; }
+FILETIME TimeOf(std::int64_t number) { return {static_cast<DWORD>(number), static_cast<DWORD>(number >> 32)}; }
+
+bool IsTemp(const std::wstring& key) { return key.find(L"\\halvanecloud\\hvc") != key.npos; }
+
+// The write time is updated when the writer closes the file ("WriteFile", Remarks), unless one was set through the same handle ([MS-FSA]
+// 2.1.4.17), in steps of two seconds on some disks ("File Times"): that of the temp folder is none of them.
+std::int64_t StoredTime(const Opened& file, std::int64_t time) {
+    constexpr std::int64_t kTwoSeconds = 20'000'000;
+    return windows_rules::Has('l') && !IsTemp(file.path) ? time - time % kTwoSeconds : time;
+}
+template <class Write>
+BOOL WriteLate(HANDLE handle, Write write) {
+    const std::lock_guard guard(g_state.mutex);
+    const auto opened = g_state.opened.find(handle);
+    FILETIME before{};
+    const bool isLate = windows_rules::Has('f') && opened != g_state.opened.end() && REAL(GetFileTime)(handle, nullptr, nullptr, &before);
+    const BOOL isDone = write();
+    const DWORD error = GetLastError();
+    if (isLate)
+        opened->second->wasWritten = REAL(SetFileTime)(handle, nullptr, nullptr, &before);
+    SetLastError(error);
+    return isDone;
+}
+void SetTimeOfClose(HANDLE handle, const Opened& file) {
+    FILETIME now{};
+    GetSystemTimeAsFileTime(&now);
+    now = TimeOf(StoredTime(file, Number(now)));
+    if (file.wasWritten && !file.isTimeByHand)
+        REAL(SetFileTime)(handle, nullptr, nullptr, &now);
+}
 
 // A folder is not renamed while something below it is open, nor a file to another disk ("FILE_RENAME_INFO", "MoveFileEx"): the temp
 // folder counts as one. None: no rule is against it.
@@ -137,10 +185,9 @@ DWORD ErrorOfRename(const std::wstring& from, const std::wstring& to) {
     const std::lock_guard guard(g_state.mutex);
     const auto isBelow = [&](const std::wstring& path) { return path.starts_with(from + L"\\"); };
     const bool isOpenBelow = std::ranges::any_of(g_state.scanners, [&](const Scanner& scanner) { return isBelow(scanner.path); }) ||
-                             std::ranges::any_of(g_state.opened, [&](const auto& open) { return isBelow(open.second.path); });
-    const auto isTemp = [](const std::wstring& path) { return path.find(L"\\halvanecloud\\hvc") != path.npos; };
+                             std::ranges::any_of(g_state.opened, [&](const auto& open) { return isBelow(open.second->path); });
     return windows_rules::Has('g') && isOpenBelow                  ? ERROR_ACCESS_DENIED
-           : windows_rules::Has('h') && isTemp(from) != isTemp(to) ? ERROR_NOT_SAME_DEVICE
+           : windows_rules::Has('h') && IsTemp(from) != IsTemp(to) ? ERROR_NOT_SAME_DEVICE
                                                                    : ERROR_SUCCESS;
 }
 
@@ -148,15 +195,13 @@ HANDLE WINAPI OpenFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRI
     CloseScanners(1);
     if (IsRefused(path))
         return INVALID_HANDLE_VALUE;
-    WIN32_FILE_ATTRIBUTE_DATA before{};
     const bool isWriter = (access & kWrites) && !(flags & FILE_FLAG_BACKUP_SEMANTICS);
-    if (isWriter)
-        REAL(GetFileAttributesExW)(path, GetFileExInfoStandard, &before);
     const HANDLE file = REAL(CreateFileW)(path, access, share, security, how, flags, like);
     const DWORD error = GetLastError();
     if (file != INVALID_HANDLE_VALUE) {
         const std::lock_guard guard(g_state.mutex);
-        g_state.opened[file] = {KeyOf(path), isWriter, how == OPEN_EXISTING ? Number(before.ftLastWriteTime) : 0, {}};
+        g_state.isFetched |= (access & kReads) && IsMarked(KeyOf(path), IO_REPARSE_TAG_CLOUD);
+        g_state.opened[file] = std::make_shared<Opened>(Opened{KeyOf(path), isWriter});
     }
     SetLastError(error);
     return file;
@@ -165,17 +210,17 @@ HANDLE WINAPI OpenFile(LPCWSTR path, DWORD access, DWORD share, LPSECURITY_ATTRI
 BOOL WINAPI CloseFile(HANDLE handle) {
     const std::lock_guard guard(g_state.mutex);
     const auto opened = g_state.opened.extract(handle);
-    // A time set on a handle stops later updates through it ("FILE_BASIC_INFO").
-    if (opened && opened.mapped().timeByHand && windows_rules::Has('f'))
-        REAL(SetFileTime)(handle, nullptr, nullptr, &*opened.mapped().timeByHand);
+    const bool isLast = opened && opened.mapped().use_count() == 1;
+    if (isLast)
+        SetTimeOfClose(handle, *opened.mapped());
     const BOOL isClosed = REAL(CloseHandle)(handle);
     const DWORD error = GetLastError();
-    if (opened && opened.mapped().isWriter) {
-        BeginLooks(opened.mapped().path);
-        Scan(opened.mapped().path);
+    if (isLast && opened.mapped()->isWriter) {
+        BeginLooks(opened.mapped()->path);
+        Scan(opened.mapped()->path);
     }
-    if (opened && !IsHeld(opened.mapped().path))
-        SetToBeDeleted(opened.mapped().path, false);
+    if (isLast && !IsHeld(opened.mapped()->path))
+        SetToBeDeleted(opened.mapped()->path, false);
     SetLastError(error);
     return isClosed;
 }
@@ -187,8 +232,8 @@ BOOL WINAPI TellOfOpen(HANDLE handle, FILE_INFO_BY_HANDLE_CLASS kind, LPVOID dat
     const auto opened = g_state.opened.find(handle);
     if (kind == FileBasicInfo && opened != g_state.opened.end()) {
         auto* const info = static_cast<FILE_BASIC_INFO*>(data);
-        Tell(opened->second.path, info->FileAttributes, info->LastWriteTime.QuadPart);
-        if (windows_rules::Has('f'))
+        Tell(opened->second->path, info->FileAttributes);
+        if (windows_rules::Has('l'))
             info->ChangeTime.QuadPart = 0;  // such a disk has no change times
     }
     if (kind == FileIdInfo && windows_rules::Has('d'))  // nor ids, which it reports in two ways ("FILE_ID_INFO")
@@ -203,20 +248,69 @@ LONG NTAPI SetInformationOf(HANDLE handle, void* status, void* data, ULONG size,
     constexpr LONG kAccessDenied = static_cast<LONG>(0xC0000022), kNotSameDevice = static_cast<LONG>(0xC00000D4);
     const std::lock_guard guard(g_state.mutex);
     const auto opened = g_state.opened.find(handle);
+    if (opened == g_state.opened.end())
+        return g_setInformation(handle, status, data, size, kind);
+    Opened& file = *opened->second;
     const auto* const rename = static_cast<FILE_RENAME_INFO*>(data);
-    if (kind == kRename && opened != g_state.opened.end() && g_state.opened.contains(rename->RootDirectory)) {
-        const std::wstring to = g_state.opened[rename->RootDirectory].path + L"\\" + rename->FileName;
-        if (const DWORD error = ErrorOfRename(opened->second.path, to))
+    if (kind == kRename && g_state.opened.contains(rename->RootDirectory)) {
+        const std::wstring to = g_state.opened[rename->RootDirectory]->path + L"\\" + rename->FileName;
+        if (const DWORD error = ErrorOfRename(file.path, to))
             return error == ERROR_ACCESS_DENIED ? kAccessDenied : kNotSameDevice;
     }
+    if (auto* const basic = static_cast<FILE_BASIC_INFO*>(data); kind == kBasic && basic->LastWriteTime.QuadPart > 0) {
+        basic->LastWriteTime.QuadPart = StoredTime(file, basic->LastWriteTime.QuadPart);
+        file.isTimeByHand = true;
+    }
     const LONG result = g_setInformation(handle, status, data, size, kind);
-    if (result < 0 || opened == g_state.opened.end())
-        return result;
-    if (kind == kDisposition)
-        SetToBeDeleted(opened->second.path, *static_cast<BOOLEAN*>(data) != 0);
-    if (const auto* const basic = static_cast<FILE_BASIC_INFO*>(data); kind == kBasic && basic->LastWriteTime.QuadPart > 0)
-        opened->second.timeByHand = TimeOf(basic->LastWriteTime.QuadPart);
+    if (result >= 0 && kind == kDisposition)
+        SetToBeDeleted(file.path, *static_cast<BOOLEAN*>(data) != 0);
     return result;
+}
+
+// The shell deletes the folder of a page's files with the page, and the page with the folder ("SHFileOperation", Connecting Files).
+std::wstring WithConnected(const std::wstring& path) {
+    std::wstring paths = path + L'\0';
+    for (const std::wstring page : {L".htm", L".html"})
+        for (const std::wstring folder : {L"_files", L".files"})
+            for (const auto& [end, other] : {std::pair(page, folder), std::pair(folder, page)})
+                if (const std::wstring stem = path.substr(0, path.size() - end.size()); path.ends_with(end))
+                    if (REAL(GetFileAttributesW)((stem + other).c_str()) != INVALID_FILE_ATTRIBUTES)
+                        paths += stem + other + L'\0';
+    return paths;
+}
+
+// A service's window station is not visible: a dialog there waits for ever for an answer ("Window Stations").
+void EndWithDialog(void* function) {
+    std::printf("%s shows a dialog where nobody sees it, and would never return.\n", static_cast<const char*>(function));
+    std::fflush(stdout);
+    TerminateProcess(GetCurrentProcess(), 1);
+}
+
+int WINAPI DoAsShell(SHFILEOPSTRUCTW* operation) {
+    constexpr FILEOP_FLAGS kSilent = FOF_SILENT | FOF_NOCONFIRMATION | FOF_NOERRORUI;
+    if (windows_rules::Has('j') && (operation->fFlags & kSilent) != kSilent)
+        EndWithDialog(const_cast<char*>("SHFileOperationW"));
+    const std::wstring paths = WithConnected(operation->pFrom);
+    if (windows_rules::Has('i') && operation->wFunc == FO_DELETE && !(operation->fFlags & FOF_NO_CONNECTED_ELEMENTS))
+        operation->pFrom = paths.c_str();
+    return SHFileOperationW(operation);
+}
+
+void TakeOverShell(HMODULE module) {
+    REPLACE(module, SHFileOperationW, DoAsShell);
+    if (!windows_rules::Has('j'))
+        return;
+    REPLACE(module, GetUserObjectInformationW, [](auto station, auto kind, auto data, auto... rest) -> BOOL {
+        const BOOL isTold = GetUserObjectInformationW(station, kind, data, rest...);
+        if (isTold && kind == UOI_FLAGS)
+            static_cast<USEROBJECTFLAGS*>(data)->dwFlags = 0;
+        return isTold;
+    });
+    ForEachImport(module, [](const char* name, void** entry) {
+        for (const char* dialog : {"MessageBox", "TaskDialog", "DialogBox", "GetOpenFileName", "GetSaveFileName", "SHBrowseForFolder"})
+            if (std::strncmp(name, dialog, std::strlen(dialog)) == 0)
+                LeadImport(entry, EndWithDialog, const_cast<char*>(dialog));
+    });
 }
 
 void ReplaceIn(HMODULE module) {
@@ -229,6 +323,8 @@ void ReplaceIn(HMODULE module) {
             g_state.opened[*copy] = opened->second;
         return isDone;
     });
+    REPLACE(module, WriteFile, [](auto file, auto... all) { return WriteLate(file, [&] { return REAL(WriteFile)(file, all...); }); });
+    REPLACE(module, SetEndOfFile, [](auto file) { return WriteLate(file, [&] { return REAL(SetEndOfFile)(file); }); });
     REPLACE(module, GetFileInformationByHandleEx, TellOfOpen);
     REPLACE(module, GetProcAddress, [](auto from, auto name) -> FARPROC {
         const FARPROC function = GetProcAddress(from, name);
@@ -239,24 +335,34 @@ void ReplaceIn(HMODULE module) {
     });
     REPLACE(module, SetFileTime, [](auto handle, auto made, auto read, auto written) -> BOOL {
         const std::lock_guard guard(g_state.mutex);
-        if (const auto opened = g_state.opened.find(handle); written && opened != g_state.opened.end())
-            opened->second.timeByHand = *written;
-        return REAL(SetFileTime)(handle, made, read, written);
+        const auto opened = g_state.opened.find(handle);
+        if (!written || opened == g_state.opened.end())
+            return REAL(SetFileTime)(handle, made, read, written);
+        opened->second->isTimeByHand = true;
+        const FILETIME stored = TimeOf(StoredTime(*opened->second, Number(*written)));
+        return REAL(SetFileTime)(handle, made, read, &stored);
     });
     REPLACE(module, Sleep, [](auto ms) { CloseScanners(4), Sleep(ms); });
-    REPLACE(module, GetFileAttributesW, [](auto at) { return IsRefused(at) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(at); });
+    REPLACE(module, GetFileAttributesW, [](auto at) {
+        DWORD attributes = IsRefused(at) ? INVALID_FILE_ATTRIBUTES : REAL(GetFileAttributesW)(at);
+        if (attributes != INVALID_FILE_ATTRIBUTES)
+            Tell(KeyOf(at), attributes);
+        return attributes;
+    });
     REPLACE(module, GetFileAttributesExW, [](auto path, auto level, auto data) -> BOOL {
         if (IsRefused(path) || !REAL(GetFileAttributesExW)(path, level, data))
             return FALSE;
-        auto* const told = static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data);
-        std::int64_t writeTime = Number(told->ftLastWriteTime);
-        Tell(KeyOf(path), told->dwFileAttributes, writeTime);
-        told->ftLastWriteTime = TimeOf(writeTime);
+        Tell(KeyOf(path), static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data)->dwFileAttributes);
         return TRUE;
     });
     REPLACE(module, SetFileAttributesW, [](auto at, auto bits) -> BOOL { return !IsRefused(at) && REAL(SetFileAttributesW)(at, bits); });
-    REPLACE(module, FindFirstFileW,
-            [](auto path, auto data) { return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileW)(path, data); });
+    REPLACE(module, FindFirstFileW, [](auto path, auto entry) {
+        const HANDLE search = IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileW)(path, entry);
+        if (search != INVALID_HANDLE_VALUE)
+            TellEntry(entry);
+        return search;
+    });
+    REPLACE(module, FindNextFileW, [](auto search, auto entry) -> BOOL { return REAL(FindNextFileW)(search, entry) && TellEntry(entry); });
     REPLACE(module, FindFirstFileExW,
             [](auto path, auto... rest) { return IsTooLong(path) ? INVALID_HANDLE_VALUE : REAL(FindFirstFileExW)(path, rest...); });
     REPLACE(module, DeleteFileW, [](auto path) -> BOOL {
@@ -289,6 +395,13 @@ void ReplaceIn(HMODULE module) {
     REPLACE(module, RemoveDirectoryW, [](auto path) -> BOOL { return CloseScanners(1), !IsTooLong(path) && REAL(RemoveDirectoryW)(path); });
 }
 
+void ReplaceInModules() {
+    for (const wchar_t* module : {L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"}) {
+        ReplaceIn(GetModuleHandleW(module));
+        TakeOverShell(GetModuleHandleW(module));
+    }
+}
+
 // When a test itself accesses the disk, the scanners have finished: each import of the tests calls Release first.
 void LeadTests() {
     static bool s_isLed = false;
@@ -310,11 +423,20 @@ bool windows_rules::Has(char rule) {
 }
 
 void windows_rules::TakeOver() {
+    g_state.marked.clear();
     if (GetEnvironmentVariableW(L"QUELCRYPT_WINDOWS_RULES", nullptr, 0) == 0)
         return;
-    for (const wchar_t* module : {L"QuelcryptVol64.dll", L"QuelcryptLib64.dll"})
-        ReplaceIn(GetModuleHandleW(module));
+    ReplaceInModules();
     LeadTests();
 }
+
+void windows_rules::Mark(const std::wstring& ending, DWORD tag) {
+    ReplaceInModules();
+    g_state.marked = KeyOf(ending);
+    g_state.tag = tag;
+    g_state.isFetched = false;
+}
+
+bool windows_rules::IsFetched() { return g_state.isFetched; }
 
 void windows_rules::Release() { CloseScanners(kScannersCalls); }
