@@ -10,9 +10,9 @@
 namespace {
 
 std::string AttributesStr(std::uint32_t attributes) {
-    constexpr std::pair<std::uint32_t, const char*> names[] = {
-        {FILE_ATTRIBUTE_READONLY, "read-only"}, {FILE_ATTRIBUTE_HIDDEN, "hidden"},   {FILE_ATTRIBUTE_SYSTEM, "system"},
-        {FILE_ATTRIBUTE_DIRECTORY, "folder"},   {FILE_ATTRIBUTE_ARCHIVE, "archive"}, {FILE_ATTRIBUTE_OFFLINE, "offline"}};
+    constexpr std::pair<std::uint32_t, const char*> names[] = {{FILE_ATTRIBUTE_READONLY, "read-only"}, {FILE_ATTRIBUTE_HIDDEN, "hidden"},
+                                                               {FILE_ATTRIBUTE_SYSTEM, "system"},      {FILE_ATTRIBUTE_DIRECTORY, "folder"},
+                                                               {FILE_ATTRIBUTE_ARCHIVE, "archive"},    {FILE_ATTRIBUTE_OFFLINE, "offline"}};
     std::string text;
     for (const auto& [bit, name] : names)
         if (attributes & bit)

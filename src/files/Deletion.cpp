@@ -68,8 +68,7 @@ DeleteResult DeleteFileOrFolder(const std::wstring& path) {
     QC_CHECK_OR_RETURN(!path.empty() && !PathIsRelativeW(path.c_str()), DeleteResult::Failed, checkText, L"path[%s]", path);
     const bool isLongForm = path.starts_with(L"\\\\?\\");
     // The shell would treat these as patterns, and delete everything that matches.
-    QC_CHECK_OR_RETURN(path.find_first_of(L"*?<>\"|", isLongForm ? 4 : 0) == path.npos, DeleteResult::Failed, checkText, L"path[%s]",
-                       path);
+    QC_CHECK_OR_RETURN(path.find_first_of(L"*?<>\"|", isLongForm ? 4 : 0) == path.npos, DeleteResult::Failed, checkText, L"path[%s]", path);
     const auto deleteFile = [&path] {
         if (!DeleteFileW(PlatformPath(path).c_str()))
             return LastWin32Error();
