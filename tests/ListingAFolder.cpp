@@ -107,12 +107,12 @@ TEST_F(ListingAFolder, TakesEveryPatternAsAPlainFolderDoes) {
         MakePlain(std::wstring(L"Plain\\") + name, "plain");
         std::wcschr(name, L'.') ? MakeEncrypted(std::wstring(L"Docs\\") + name, "content") : Plain(name);
     }
-    for (const wchar_t* path : {L"Docs\\ac.txt", L"Plain\\ac.txt"})
+    for (const wchar_t* path : {L"Docs\\ac.txt", L"Plain\\ac.txt", L"Docs\\k.zipx", L"Plain\\k.zipx"})
         MakePlain(path, "plain in both");
     for (const std::wstring pattern :
          {L" *",      L" b*",    L" *.txt", L"*;*",    L"b;c.txt", L"b*;c.txt", L"b*;c*", L"a.txt;b*", L"a?.txt",
           L"a??.txt", L"??.txt", L"?",      L"*.",     L"*.?",     L"*.t?t",    L"*.TXT", L"*.*.*",    L"*t",
-          L"*x*",     L"a*.*",   L"no*.",   L"noext.", L"a.txt ",  L"**",       L"?*?"}) {
+          L"*x*",     L"a*.*",   L"no*.",   L"noext.", L"a.txt ",  L"**",       L"?*?",   L"k*"}) {
         std::set<std::wstring> expected;
         WIN32_FIND_DATAW entry{};
         const HANDLE hFind = FindFirstFileW(NativePath(L"Plain\\" + pattern).c_str(), &entry);
@@ -126,7 +126,9 @@ TEST_F(ListingAFolder, TakesEveryPatternAsAPlainFolderDoes) {
     // What only containers have: their own names.
     EXPECT_EQ(Names{L"a.txt"}, List(L"Docs\\A.TXT.zip"));
     EXPECT_EQ(List(L"Docs\\*"), List(L"Docs\\*.*"));
-    EXPECT_EQ(7u, List(L"Docs\\*.zip").size());
+    Names containers = List(L"Docs\\*.zip");
+    std::erase(containers, L"k.zipx");  // which has a short name that ends so
+    EXPECT_EQ(7u, containers.size());
     EXPECT_EQ(Names{}, List(L"Docs\\missing\\*"));
 }
 

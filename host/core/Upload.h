@@ -26,6 +26,7 @@ public:
     Upload& operator=(const Upload&) = delete;
 
     void Write(const void* data, std::size_t size);
+    bool IsToBeEncrypted() const { return m_encrypted; }
     // The target; after Place, the path that the content is listed under, which is another one for content that is itself a container or
     // that replaced a locked conflict copy.
     const VolumePath& Target() const { return m_target; }

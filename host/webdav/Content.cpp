@@ -231,9 +231,13 @@ void TellIfExposed(State& state, const Resource& stored) {
 }
 
 // Returns what is stored: a conflict copy gets the ordinary name of its container.
-Resource Store(const Volume& volume, const Resource& target, Spool& spool, const VirtFindData& times, const RequiredVersion& required) {
-    const std::unique_ptr<Upload> upload = StartUpload(volume, target);
+Resource Store(State& state, const Resource& target, Spool& spool, const VirtFindData& times, const RequiredVersion& required) {
+    const std::unique_ptr<Upload> upload = StartUpload(state.volume, target);
     spool.ForEach([&](std::string_view data) { upload->Write(data.data(), data.size()); });
+    // The volume's lock holds an unencrypted file, and is then taken again on the container in its place.
+    std::optional<SuspendedLocks> ofOldForm;
+    if (target.Exists() && target.entry->data.itemType == VIT_PlainFile && upload->IsToBeEncrypted())
+        ofOldForm.emplace(state.locks, target.key);
     try {
         upload->Place(times, [&] { required.Check(); });
     } catch (const StatusError& error) {
@@ -297,7 +301,7 @@ void AnswerPut(Exchange& exchange) {
     RequireRoom(exchange, spool.Size());
     VirtFindData times{};
     times.lastWriteTime = UploadTime(exchange.request);
-    const Resource stored = Store(state.volume, target, spool, times, required);
+    const Resource stored = Store(state, target, spool, times, required);
     NoteStored(state, target, stored);
     TellIfExposed(state, stored);
     Fields fields{{"ETag", exchange.Tag(stored)}};

@@ -178,7 +178,8 @@ SuspendedLocks::SuspendedLocks(LockTable& table, const VolumePath& top) : m_tabl
 SuspendedLocks::~SuspendedLocks() {
     const std::lock_guard guard(m_table.m_mutex);
     for (DavLock& lock : m_locks) {
-        if (!lock.isFolder && !m_table.m_volume.Find(lock.storedPath))
+        VirtFindData data{};
+        if (!lock.isFolder && !m_table.m_volume->FindFile(lock.storedPath.Str(), &data))
             continue;  // a part of the operation was done; locking would create the file again
         try {
             m_table.Hold(lock);

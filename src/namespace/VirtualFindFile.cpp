@@ -57,7 +57,9 @@ bool ShouldEnumerateFindData(const WIN32_FIND_DATAW& raw) {
 
 // Skips entries that are not shown, beginning with the current one.
 bool ShouldEnumerateFindData(const VirtualFindHandle& handle, WIN32_FIND_DATAW& raw) {
-    while (!ShouldEnumerateFindData(raw) || (handle.extraZipSearch && handle.shownContainers.contains(raw.cFileName)))
+    // The extra search also finds other files, by their short names ("k.zipx"), which the first one has shown.
+    const auto wasShown = [&] { return !HasContainerName(raw.cFileName) || handle.shownContainers.contains(raw.cFileName); };
+    while (!ShouldEnumerateFindData(raw) || (handle.extraZipSearch && wasShown()))
         if (!::FindNextFileW(handle.find.Get(), &raw))
             return false;
     return true;

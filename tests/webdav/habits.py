@@ -57,6 +57,14 @@ def moving_onto_a_locked_file(dav):
             status(dav('PUT', original, b'without the token'), 423)  # the lock has stayed
             status(dav('PUT', original, b'newer', If=f'({token})'), 204)
         dav.holds(original, b'newer')
+    planted = '/Docs/planted.txt'  # by another program, and so not encrypted
+    dav.native(planted).write_bytes(b'planted')
+    with dav.locked(planted) as token:
+        for content in (b'saved', b'saved again'):
+            status(dav('PUT', planted, content, If=f'({token})'), 204)
+            status(dav('PUT', planted, b'without the token'), 423)
+    dav.holds(planted, b'saved again')
+    expect(not dav.native(planted).exists(), 'it is still there unencrypted')
 
 
 def an_expired_lock_blocks_nobody(dav):
