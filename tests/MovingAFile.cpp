@@ -120,6 +120,7 @@ TEST_F(MovingAFile, RefusesWhatCannotBe) {
     MakeLookalikes();
     const std::vector<How> all{How::Move, How::Copy, How::Rename};
     const std::wstring a = L"Docs\\a.txt", p = L"Plain\\a.txt", both = L"Docs\\both.txt", user = L"Docs\\user.txt";
+    const std::wstring longName = L"Other\\" + std::wstring(245, L'n') + L".txt";
     const std::tuple<std::vector<How>, Status, Paths> rows[] = {
         {all, VVS_FileNotFound, {{L"Docs\\missing.txt", L"Docs\\b.txt"}}},
         {all, VVS_PathNotFound, {{p, L"Docs\\missing\\b.txt"}}},
@@ -133,9 +134,11 @@ TEST_F(MovingAFile, RefusesWhatCannotBe) {
         {{How::Move}, VVS_PathAlreadyExists, {{a, p}, {p, a}, {both + L".zip", both}}},
         {{How::Move, How::Rename}, VVS_Success, {{a, a}, {p, p}}},         // where it is
         {{How::Copy, How::Rename}, VVS_Locked, {{a, L"Docs\\held.txt"}}},  // in the form that it would not have
+        {all, VVS_InvalidParameter, {{a, longName}}},                      // locked: no room for the name that says whose key it gets
     };
     MakePlain(L"Docs\\held.txt", "plain");
-    const std::wstring token = Lock(L"Docs\\held.txt");
+    MakeEncrypted(longName, "locked");
+    const std::wstring token = Lock(L"Docs\\held.txt"), longToken = Lock(longName);
     const Snapshot before = Disk();
     for (const auto& [hows, status, paths] : rows)
         for (const auto& [from, to] : paths)

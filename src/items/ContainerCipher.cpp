@@ -207,6 +207,8 @@ VirtualVolumeStatus EncryptOpenFileInternal(const std::wstring& zipFilePath, con
         SaveCount count(zipFilePath);
         QC_CHECK_OR_RETURN(CallCompanion([&] { return writer->Finish(true); }), VSS_EncryptError, L"writer->Finish(true) =>false%s, ");
         count.Keep();
+        // Again: a version that was read since the first count may still be of the old container.
+        SaveCount(zipFilePath).Keep();
         return qcLog.Leave(VVS_Success);
     } catch (const CQuelcryptErrorException& exception) {
         QC_REPORT_STATUS(VSS_EncryptError, L"VSS_EncryptError =>%s,  %s", L"Exception[%s]", exception.GetDescription());

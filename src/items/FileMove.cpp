@@ -1,6 +1,7 @@
 #include "items/FileMove.h"
 
 #include "common/SaveNames.h"
+#include "common/TrackingText.h"
 #include "diagnostics/Trace.h"
 #include "files/Deletion.h"
 #include "files/OpenFile.h"
@@ -345,6 +346,9 @@ VirtualVolumeStatus FileMove::EncryptTo(const container_cipher::PlainSource& sou
     const std::wstring virtualFileSpec = PathStripPathStr(m_newFilePath);
     const LockedFile& dest = DestLock();
     if (dest.locked) {
+        // Without a tracking file, the companion library would take the source's key.
+        QC_CHECK_OR_RETURN(m_sameFile || IsNameForNewFile(virtualFileSpec + std::wstring(kTrackingExtension), true), VVS_InvalidParameter,
+                           L"IsNameForNewFile(TrackingFilePathStr(virtualFileSpec)) =>false%s, ");
         QC_CHECK_STATUS_OR_RETURN(LookAgain(), L"LookAgain() =>%s, ");
         const VirtualVolumeStatus status = container_cipher::EncryptOpenFileLocked(m_destPath, virtualFileSpec, source, dest);
         if (status != VVS_Success && m_sameFile)
