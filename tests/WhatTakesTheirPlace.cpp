@@ -53,6 +53,7 @@ TEST_F(WhatTakesTheirPlace, AFileStoredAnewIsNotMovedAway) {
         fs::rename(NativePath(L"Plain\\a.txt"), NativePath(L"Plain\\a.bak"));
         MakePlain(L"Plain\\a.txt", "newer words");
     };
+    const Held other(NativePath(L"Plain\\a.txt"), kShareAll, DELETE);  // else it is held against that
     Before("IFileWriter::Write", storeAnew, [&] { EXPECT_EQ(VSS_SharingViolation, Move(L"Plain\\a.txt", L"Docs\\a.txt")); });
     EXPECT_EQ("newer words", ReadRaw(NativePath(L"Plain\\a.txt")));
     EXPECT_EQ("older", ReadRaw(NativePath(L"Plain\\a.bak")));

@@ -96,7 +96,10 @@ TEST_F(WorkingWithFolders, AreRenamedAndMovedWithAllTheyHold) {
     ASSERT_EQ(1u, TrackedEdits().size());
     const std::string told = ReadRaw(TrackedEdits()[0] + L".hvf");
     EXPECT_NE(told.npos, told.find("<srcfile>\r\n<name><![CDATA[" + Narrow(ContainerPath(L"Docs\\moved\\a.txt")) + "]]>")) << told;
-    EXPECT_EQ("edit", Get(L"Docs\\moved\\a.txt")) << "shown, and saved at the close";
+    void* const hEdited = MustOpen(L"Docs\\moved\\a.txt");
+    EXPECT_EQ("edit", Read(hEdited)) << "shown, and saved at the close";
+    EXPECT_EQ(VVS_AccessDenied, Copy(L"Docs\\moved", L"Docs\\copy")) << "an opener has it, but it is not stored";
+    Close(hEdited);
     EXPECT_EQ("edit", Stored(L"Docs\\moved\\a.txt"));
 }
 

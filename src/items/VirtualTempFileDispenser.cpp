@@ -41,6 +41,8 @@ struct CacheState {
     CacheList entries GUARDED_BY(section);
     std::unordered_map<std::wstring, CacheList::iterator, NoCaseHash, NoCaseEqual> byKey GUARDED_BY(section);
     std::size_t savedCount GUARDED_BY(section) = 0;
+    // Unsaved edits that open items have now: temp file, item.
+    std::unordered_map<std::wstring, std::wstring, NoCaseHash, NoCaseEqual> takenOut GUARDED_BY(section);
     std::vector<std::wstring> leftFiles GUARDED_BY(section);  // that others had open when they were deleted
 
     const RetainedCopy* Find(const std::wstring& key) REQUIRES(section) {
@@ -200,6 +202,18 @@ bool MayReuse(QuelcryptLog& qcLog, const RetainedCopy& copy, const VirtFindData*
     return matched && now && (copy.unsaved || isAsKept);
 }
 
+// Until it is given back or deleted. Without memory, it does not count for the folder that it is in.
+void NoteTakenOut(const std::wstring& filePathKey, const RetainedCopy& copy) {
+    if (!copy.unsaved)
+        return;
+    CacheState& state = State();
+    const SectionGuard guard(state.section);
+    try {
+        state.takenOut[copy.tempFilePath] = filePathKey;
+    } catch (const std::bad_alloc&) {
+    }
+}
+
 }  // namespace
 
 bool VirtualTempFileDispenser::CreateTempFileName(const std::wstring& fileName, std::wstring& tempFilePath) {
@@ -226,6 +240,7 @@ bool VirtualTempFileDispenser::Dispense(const std::wstring& filePathKey, bool co
                 retained = state.Take(filePathKey);
         }
         if (retained && MayReuse(qcLog, *retained, findData, container)) {
+            NoteTakenOut(filePathKey, *retained);
             copy = std::move(*retained);
             return qcLog.Leave(true);
         }
@@ -247,6 +262,7 @@ void VirtualTempFileDispenser::Retain(const std::wstring& filePathKey, const Ret
         CacheState& state = State();
         const SectionGuard guard(state.section);
         replaced = state.Put(filePathKey, copy);
+        state.takenOut.erase(copy.tempFilePath);
         if (state.savedCount > kMaximumCopies) {
             QC_LOG(L"Maximum entry count is reached. Oldest entry will be removed");
             oldest = state.TakeOldestSaved();
@@ -268,7 +284,8 @@ bool VirtualTempFileDispenser::HoldsUnsavedEditBelow(const std::wstring& folderP
     CacheState& state = State();
     const SectionGuard guard(state.section);
     return std::ranges::any_of(state.entries,
-                               [&](const CacheEntry& entry) { return entry.copy.unsaved && IsPathBelow(entry.key, folderPath); });
+                               [&](const CacheEntry& entry) { return entry.copy.unsaved && IsPathBelow(entry.key, folderPath); }) ||
+           std::ranges::any_of(state.takenOut, [&](const auto& taken) { return IsPathBelow(taken.second, folderPath); });
 }
 
 bool VirtualTempFileDispenser::TakeOvertakenEdit(const std::wstring& filePathKey, const std::optional<FileVersion>& container,
@@ -358,9 +375,10 @@ void VirtualTempFileDispenser::MoveFolder(const std::wstring& oldFolderPath, con
 void VirtualTempFileDispenser::DeleteTempFolder(const std::wstring& tempFilePath) {
     const Win32Error deleted =
         TryForAMoment([&] { return DeleteNow(tempFilePath) ? Win32Error::None : static_cast<Win32Error>(ERROR_SHARING_VIOLATION); });
-    if (deleted == Win32Error::None || DeleteFileOrFolder(PathRemoveFileSpecStr(tempFilePath)) == DeleteResult::Deleted)
-        return;
+    const bool isGone = deleted == Win32Error::None || DeleteFileOrFolder(PathRemoveFileSpecStr(tempFilePath)) == DeleteResult::Deleted;
     CacheState& state = State();
     const SectionGuard guard(state.section);
-    state.leftFiles.push_back(tempFilePath);
+    state.takenOut.erase(tempFilePath);
+    if (!isGone)
+        state.leftFiles.push_back(tempFilePath);
 }

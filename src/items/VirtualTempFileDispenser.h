@@ -35,7 +35,7 @@ public:
     // unsaved edits are neither counted nor deleted.
     static void Retain(const std::wstring& filePathKey, const RetainedCopy& copy);
 
-    // Does an edit of the item, or of any item below a folder, wait for its next save?
+    // Does an edit of the item wait for its next save? Or one of any item below a folder, even if an open item has it now?
     static bool HoldsUnsavedEdit(const std::wstring& filePathKey);
     static bool HoldsUnsavedEditBelow(const std::wstring& folderPath);
     // Takes out an unsaved edit whose container somebody else replaced since; false when there is none.
