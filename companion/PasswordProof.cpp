@@ -15,6 +15,8 @@
 #include "Paths.h"
 #include "Text.h"
 #include "common/Halves.h"
+#include "common/Links.h"
+#include "common/Placeholder.h"
 
 namespace companion {
 namespace {
@@ -114,7 +116,8 @@ private:
 
     void Files(const std::wstring& folder) {
         Entries(folder + L"\\*.zip", [&](const WIN32_FIND_DATAW& found) {
-            if (!(found.dwFileAttributes & (FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_REPARSE_POINT)))
+            // What is not on this disk is not fetched for this.
+            if (!(found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !IsLinkEntry(found) && !IsPlaceholder(found.dwFileAttributes))
                 Container(folder + L'\\' + found.cFileName);
         });
     }
@@ -125,8 +128,7 @@ private:
             return;
         Entries(folder + L"\\*", [&](const WIN32_FIND_DATAW& found) {
             const std::wstring_view name = found.cFileName;
-            const bool isFolder =
-                (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !(found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT);
+            const bool isFolder = (found.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) && !IsLinkEntry(found);
             const std::wstring path = folder + L'\\' + found.cFileName;
             if (isFolder && name != L"." && name != L".." && name != kSideFolderName && IsOfFolder(path))
                 Below(path, depth + 1);

@@ -11,6 +11,7 @@
 #include "Paths.h"
 #include "Text.h"
 #include "common/Halves.h"
+#include "common/Links.h"
 #include "common/Patience.h"
 
 namespace companion {
@@ -30,12 +31,10 @@ std::wstring NewSideFileName() {
 
 std::wstring SideFolderOf(const std::wstring& folder) { return (folder + L'\\').append(kSideFolderName); }
 
-// Is it a link or junction? A sync client's placeholder is a reparse point too, but not a link.
 bool IsLink(const std::wstring& folder) {
     WIN32_FIND_DATAW found{};
     const UniqueFindHandle search(FindFirstFileW(OpenablePath(folder).c_str(), &found));
-    return search && (found.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) &&
-           (found.dwReserved0 == 0 || IsReparseTagNameSurrogate(found.dwReserved0));
+    return search && IsLinkEntry(found);
 }
 
 // A Win32 error; ERROR_ALREADY_EXISTS when the folder was there.

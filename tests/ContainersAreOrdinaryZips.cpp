@@ -2,6 +2,7 @@
 #include <tuple>
 
 #include "CompanionFixture.h"
+#include "common/TrackingText.h"
 #include "companion/ZipFormat.h"
 
 namespace {
@@ -223,9 +224,7 @@ TEST_F(ContainersAreOrdinaryZips, GetTheKeyOfThePlaceTheyAreFor) {
     const Path temp = m_folder / "temp", team = m_folder / "team", aside = temp / "a.zip", tracked = temp / "tracked.txt";
     fs::create_directories(team);
     fs::create_directories(temp);
-    WriteRaw(tracked.wstring() + L".hvf",
-             "<halvanecloud>\r\n<process>\r\n<name><![CDATA[]]></name>\r\n</process>\r\n<srcfile>\r\n<name><![CDATA[" +
-                 Narrow(team / "tracked.txt.zip") + "]]></name>\r\n");
+    WriteRaw(tracked.wstring() + L".hvf", TrackingText({team / "tracked.txt.zip", {}, tracked, {}, L"tracked.txt"}));
     const std::tuple<const char*, Path, Path, const char*> rows[] = {
         {"in a folder with a key", InDocs("a.zip"), tracked, "h"},
         {"aside, for the container that the tracking file names", aside, tracked, "t"},

@@ -3,6 +3,7 @@
 #include <optional>
 #include <string_view>
 
+#include "common/Links.h"
 #include "common/Names.h"
 #include "library/FileVersion.h"
 #include "library/Owners.h"
@@ -81,6 +82,5 @@ bool IsLink(const std::wstring& path) {
         return false;
     WIN32_FIND_DATAW entry{};
     const UniqueFindHandle find(::FindFirstFileW(PlatformPath(path).c_str(), &entry));
-    const bool isTagKnown = find && (entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) && entry.dwReserved0 != 0;
-    return !isTagKnown || IsReparseTagNameSurrogate(entry.dwReserved0);
+    return !find || !(entry.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) || IsLinkEntry(entry);
 }

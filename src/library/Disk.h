@@ -26,6 +26,5 @@ bool PathExists(const std::wstring& path);
 bool IsExistingFile(const std::wstring& path);
 bool IsExistingFolder(const std::wstring& path);
 
-// Is it a link, which leads elsewhere: a symbolic link, a junction, a mounted disk? A sync client's placeholder is a reparse point too,
-// but not a link ("Reparse Point Tags", IsReparseTagNameSurrogate).
+// Is it a link (common/Links.h)? One that cannot be asked counts as one.
 bool IsLink(const std::wstring& path);
