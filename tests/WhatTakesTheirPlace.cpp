@@ -38,6 +38,15 @@ TEST_F(WhatTakesTheirPlace, AFolderSendsTheEditToAConflictName) {
     }
 }
 
+// An archive "a.txt.zip" is another document than a.txt, whose container would get its name.
+TEST_F(WhatTakesTheirPlace, AnArchiveSendsTheEditToAConflictName) {
+    void* const hFile = OpenEdited(L"Docs\\a.txt", "words", CREATE_NEW);
+    Put(L"Docs\\a.txt.zip", "archive");
+    Close(hFile);
+    EXPECT_EQ("archive", Get(L"Docs\\a.txt.zip"));
+    EXPECT_EQ("words", Get(L"Docs\\" + ConflictName(L"a.txt")));
+}
+
 TEST_F(WhatTakesTheirPlace, ALinkDoesNotTakeThatOfItsTarget) {
     MakePlain(L"Plain\\target.log", "content");
     ASSERT_TRUE(CreateHardLinkW(NativePath(L"Plain\\link.log").c_str(), NativePath(L"Plain\\target.log").c_str(), nullptr));

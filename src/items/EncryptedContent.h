@@ -89,6 +89,7 @@ private:
     void SaveOvertakenEdit();
     void FollowTrackingFile();
     bool IsLockedByOthers() const;
+    bool IsNameTaken() const;
     void RememberSavedState();
 
     WorkingCopy m_copy;

@@ -19,6 +19,7 @@
 #include "library/Status.h"
 #include "library/Text.h"
 #include "namespace/VirtualFindFile.h"
+#include "policy/HvcUtils.h"
 
 namespace {
 
@@ -93,7 +94,7 @@ VirtualVolumeStatus EncryptedContent::EncryptChangedTempFileIfNeeded() {
     m_copy.SettleTime();
     m_gate.emplace(StoredPath());
     const OnExit leaveGate([this] { m_gate.reset(); });
-    const bool isTaken = IsSourceChanged() || IsLockedByOthers();
+    const bool isTaken = IsSourceChanged() || IsLockedByOthers() || IsNameTaken();
     VirtualVolumeStatus status = isTaken ? SaveUnderFreeName() : EncryptChangedTempFile();
     for (int attempt = 0; status == VVS_PathAlreadyExists && attempt < kSaveAttempts; ++attempt)
         status = SaveUnderFreeName();
@@ -103,6 +104,9 @@ VirtualVolumeStatus EncryptedContent::EncryptChangedTempFileIfNeeded() {
 
 // Was a lock taken after the item had been opened? Nobody but its holder may change the file then.
 bool EncryptedContent::IsLockedByOthers() const { return !m_lock.locked && FileLocker::IsLocked(StoredPath()); }
+
+// Was a document stored since that is shown under the name of this new container?
+bool EncryptedContent::IsNameTaken() const { return !m_base && PathExists(ZipPathStr(StoredPath())) && !PathExists(StoredPath()); }
 
 // Gives the item the first free conflict name, and creates an empty container there, which the writer replaces, so that two
 // saves cannot take the same name. False: no name is left. When the folder refuses new files, the save itself reports why.
