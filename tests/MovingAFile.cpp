@@ -233,6 +233,17 @@ TEST_F(MovingAFile, ThatIsRefusedLeavesTheOpenContent) {
     Close(hFile);
 }
 
+TEST_F(MovingAFile, ToAnotherDiskCopiesAndThenDeletesIt) {
+    MakePlain(L"Plain\\far.log", "content");
+    REPLACE_IN_VOLUME(MoveFileExW, [](const wchar_t* from, const wchar_t* to, DWORD flags) -> BOOL {
+        SetLastError(ERROR_NOT_SAME_DEVICE);
+        return std::wcsstr(from, L"far.log") ? FALSE : ::MoveFileExW(from, to, flags);
+    });
+    EXPECT_OK(Move(L"Plain\\far.log", L"Plain\\arrived.log"));
+    EXPECT_EQ("content", ReadRaw(NativePath(L"Plain\\arrived.log")));
+    EXPECT_FALSE(Exists(NativePath(L"Plain\\far.log")));
+}
+
 TEST_F(MovingAFile, KeepsWhatOnlyAnOpenHandleHas) {
     // Stored, then deleted by somebody else.
     void* hFile = OpenEdited(L"Docs\\a.txt", "written", CREATE_ALWAYS);

@@ -154,8 +154,10 @@ VirtualVolumeStatus FileMove::MovePlainFile() {
     QC_CHECK_OR_RETURN(Plain().IsAtItsPath(), VSS_SharingViolation, L"Plain().IsAtItsPath() =>false%s, ");
     Plain().CloseFile();
     const Win32Error error = TryForAMoment([this] { return file_content::MoveFileW(m_state.Path(), m_newFilePath, 0); });
-    if (error == static_cast<Win32Error>(ERROR_NOT_SAME_DEVICE))
+    if (error == static_cast<Win32Error>(ERROR_NOT_SAME_DEVICE)) {
+        Plain().Reopen(false);  // by its handle it is known still to be the file at its path
         return qcLog.Leave(MoveToOtherDisk());
+    }
     const bool isRenamed = error == Win32Error::None;
     if (isRenamed)
         m_state.SetPath(m_newFilePath);
