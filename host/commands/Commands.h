@@ -67,6 +67,8 @@ std::string KindWord(const Volume& volume, const Entry& entry);
 // VolumePath::Parse for arguments of the command line, which are UTF-8. Throws HostError when the path's mount folder is missing on disk;
 // says which path of the volume is meant by one of this machine.
 VolumePath PathArgument(const Volume& volume, const std::string& text, VolumePath::Wildcards wildcards = VolumePath::Wildcards::Refused);
+// The same for where a file is to be put: with a slash at its end, it must be a folder.
+VolumePath TargetArgument(const Volume& volume, const std::string& text);
 // Before all folders below path are gone through: reports mount folders that are missing on disk.
 void ReportMissingFolders(Session& session, const Volume& volume, const VolumePath& path);
 // For what ForEachFile shows as Stored::BadName.

@@ -15,7 +15,8 @@ void Copy(const Volume& volume, const Options& options) {
     const Entry source = volume.Require(PathArgument(volume, options.from));
     if (source.IsFolder() && !options.recursive)
         throw HostError(source.path.Shown() + ": a folder; -r copies it with everything in it");
-    const VolumePath target = ResolveTarget(volume, source, PathArgument(volume, options.to), options.replace);
+    const VolumePath target = ResolveTarget(
+        volume, source, source.IsFolder() ? PathArgument(volume, options.to) : TargetArgument(volume, options.to), options.replace);
     TreeReport report(volume, source, "copying");
     CopyTree(volume, source, target, [&](const Entry& file, const VolumePath& copy) { report.Done(file, copy); });
 }

@@ -10,7 +10,8 @@ void Move(const Volume& volume, const std::string& from, const std::string& to, 
     const Entry source = volume.Require(PathArgument(volume, from));
     if (source.path.IsRoot() || source.path.IsMountFolder())
         throw HostError(source.path.Shown() + ": a mount folder; rename it in the configuration");
-    const VolumePath target = ResolveTarget(volume, source, PathArgument(volume, to), replace);
+    const VolumePath target =
+        ResolveTarget(volume, source, source.IsFolder() ? PathArgument(volume, to) : TargetArgument(volume, to), replace);
     if (source.IsConflict() && target.Equals(OrdinaryPath(source)))
         return MakeOrdinary(volume, source);
     TreeReport report(volume, source, "moving");

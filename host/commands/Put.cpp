@@ -23,7 +23,7 @@ std::wstring LocalName(const Options& options) {
 }
 
 VolumePath Target(const Volume& volume, const Options& options, const LocalSource& source) {
-    const VolumePath path = PathArgument(volume, options.path);
+    const VolumePath path = TargetArgument(volume, options.path);
     if (source.IsStandardInput())
         return path;
     const VolumePath target = TargetFor(volume, path, LocalName(options));

@@ -59,6 +59,13 @@ VolumePath PathArgument(const Volume& volume, const std::string& text, VolumePat
     return path;
 }
 
+VolumePath TargetArgument(const Volume& volume, const std::string& text) {
+    VolumePath path = PathArgument(volume, text);
+    if (!path.IsRoot() && (text.ends_with('/') || text.ends_with('\\')))
+        volume.RequireFolder(path);
+    return path;
+}
+
 void ReportBadName(Session& session, const Entry& entry) {
     session.Report(HostError(entry.ListedPath().Shown() + ": " + StoredReason(Stored::BadName)));
 }

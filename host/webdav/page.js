@@ -11,10 +11,18 @@ function say(text, failed = false) {
   $('#state').classList.toggle('failed', failed);
 }
 
+// Questions and uploads come one after the other: a second one must not take the answer of the first.
+let asked = Promise.resolve(), uploaded = Promise.resolve();
+
 // Resolves to the typed text, to '' for a yes without a field, or to null for no.
 function ask(text, yes, value) {
+  return asked = asked.then(() => askNow(text, yes, value));
+}
+
+function askNow(text, yes, value) {
   const dialog = $('#ask'), field = $('input', dialog);
   $('p', dialog).textContent = text;
+  dialog.setAttribute('aria-label', text);
   $('[value=yes]', dialog).textContent = yes;
   field.hidden = value === undefined;
   field.value = value ?? '';
@@ -24,10 +32,15 @@ function ask(text, yes, value) {
     const dot = value.lastIndexOf('.');
     field.setSelectionRange(0, dot > 0 ? dot : value.length);
   } else $('[value=no]', dialog).focus();
-  // Not through the close event, which may come when the next question is open already.
+  // Closed here, because the close event may come when the next question is open already.
   return new Promise(done => {
-    $('form', dialog).onsubmit = event => done(event.submitter.value === 'yes' ? field.value : null);
-    dialog.oncancel = () => done(null);
+    const end = (event, answer) => {
+      event.preventDefault();
+      dialog.close();
+      done(answer);
+    };
+    $('form', dialog).onsubmit = event => end(event, event.submitter.value === 'yes' ? field.value : null);
+    dialog.oncancel = event => end(event, null);
   });
 }
 
@@ -97,7 +110,11 @@ function put(url, file, isNew, progress) {
 }
 
 // items: { file, path } with path below this folder; folders: paths of those to make, the outer ones first.
-async function upload(items, folders) {
+function upload(items, folders) {
+  return uploaded = uploaded.then(() => uploadNow(items, folders)).catch(error => say(error.message, true));
+}
+
+async function uploadNow(items, folders) {
   const total = items.reduce((sum, item) => sum + item.file.size, 0) || 1, bar = $('#progress'), failures = [];
   const address = path => here + path.split('/').map(encodeURIComponent).join('/');
   let before = 0, stored = 0;
